@@ -1,0 +1,75 @@
+# The functions that make every target of the project, so that a folder's CMakeLists.txt lists
+# only its files and its neighbours.
+
+# Compiler settings that hold everywhere: C++20, the warnings, and no implicit conversion from a
+# bare literal to QString, so that a Russian text without its u""_s does not compile.
+add_library(queue_settings INTERFACE)
+target_compile_features(queue_settings INTERFACE cxx_std_20)
+target_include_directories(queue_settings INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_definitions(queue_settings INTERFACE
+    QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH QT_NO_KEYWORDS
+    QUEUE_VERSION="${PROJECT_VERSION}")
+target_compile_options(queue_settings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow=local -Wcast-align -Wformat=2 -Wnull-dereference
+    -fstack-protector-strong
+    $<$<BOOL:${QUEUE_WARNINGS_AS_ERRORS}>:-Werror>)
+if(QUEUE_SANITIZE)
+    target_compile_options(queue_settings INTERFACE
+        -fsanitize=${QUEUE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1
+        -Wno-null-dereference -Wno-maybe-uninitialized)
+    target_link_options(queue_settings INTERFACE -fsanitize=${QUEUE_SANITIZE})
+endif()
+
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_program(CCACHE ccache)
+if(CCACHE)
+    # Precompiled headers are keyed by their contents; without this every use of one is a miss.
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
+        CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime ${CCACHE})
+    add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fpch-preprocess>)
+endif()
+
+# Headers that nearly every file reads, compiled once for the libraries and once for the tests.
+file(WRITE ${PROJECT_BINARY_DIR}/pch/pch.cpp "")
+add_library(queue_pch STATIC ${PROJECT_BINARY_DIR}/pch/pch.cpp)
+target_link_libraries(queue_pch PRIVATE queue_settings Qt6::Core)
+target_precompile_headers(queue_pch PRIVATE
+    <QtCore/QtCore> <atomic> <functional> <memory> <optional> <stdexcept> <string> <vector>)
+
+if(QUEUE_BUILD_TESTS)
+    add_library(queue_test_pch STATIC ${PROJECT_BINARY_DIR}/pch/pch.cpp)
+    target_link_libraries(queue_test_pch PRIVATE queue_settings Qt6::Core Qt6::Test)
+    target_precompile_headers(queue_test_pch PRIVATE
+        <QtCore/QtCore> <QtTest/QtTest> <atomic> <functional> <memory> <optional> <string> <vector>)
+endif()
+
+# queue_add_library(NAME SOURCES a.cpp ... [LINKS lib ...])
+# One static library per folder. LINKS names the folders below it and the outside libraries.
+function(queue_add_library name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
+    add_library(${name} STATIC ${arg_SOURCES})
+    target_link_libraries(${name} PUBLIC queue_settings Qt6::Core ${arg_LINKS})
+    set_target_properties(${name} PROPERTIES AUTOMOC ON)
+    target_precompile_headers(${name} REUSE_FROM queue_pch)
+endfunction()
+
+# queue_add_test(tst_x.cpp [more.cpp ...] [LINKS lib ...] [LABELS label ...] [TIMEOUT seconds])
+# One QtTest program named after its first file, run by ctest with a folder of its own.
+function(queue_add_test source)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "LINKS;LABELS")
+    get_filename_component(name ${source} NAME_WE)
+    add_executable(${name} ${source} ${arg_UNPARSED_ARGUMENTS})
+    target_link_libraries(${name} PRIVATE ${arg_LINKS} Qt6::Test)
+    set_target_properties(${name} PROPERTIES AUTOMOC ON)
+    target_precompile_headers(${name} REUSE_FROM queue_test_pch)
+    add_test(NAME ${name} COMMAND ${name})
+    if(NOT arg_TIMEOUT)
+        set(arg_TIMEOUT 120)
+    endif()
+    set_tests_properties(${name} PROPERTIES
+        TIMEOUT ${arg_TIMEOUT}
+        LABELS "${arg_LABELS}"
+        ENVIRONMENT "QT_FORCE_STDERR_LOGGING=1;LC_ALL=C.UTF-8")
+endfunction()

@@ -1,0 +1,27 @@
+-- Schema and tables of the till's queue for MariaDB and MySQL.
+-- By hand: mariadb < mariadb.sql, then a user with SELECT, INSERT, UPDATE, DELETE on queues.*
+-- Texts compare by their bytes: type names and excise marks differ by case.
+
+CREATE DATABASE IF NOT EXISTS queues CHARACTER SET utf8mb4 COLLATE utf8mb4_bin;
+
+CREATE TABLE IF NOT EXISTS queues.message (
+    messageid    INT NOT NULL AUTO_INCREMENT PRIMARY KEY,
+    type         VARCHAR(64) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL,
+    body         LONGTEXT CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL,
+    cardnumber   VARCHAR(128) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL DEFAULT '',
+    statuscode   VARCHAR(255) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL DEFAULT '',
+    creationtime DATETIME NOT NULL DEFAULT CURRENT_TIMESTAMP,
+    INDEX message_type (type, messageid),
+    INDEX message_card (type, cardnumber),
+    -- Counting the rows reads this index alone, and the time it shows is that of the oldest row.
+    INDEX message_creationtime (creationtime)
+) ENGINE = InnoDB;
+
+CREATE TABLE IF NOT EXISTS queues.documentcard (
+    id            INT NOT NULL AUTO_INCREMENT PRIMARY KEY,
+    chequenumber  VARCHAR(64) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL DEFAULT '',
+    cardnumber    VARCHAR(128) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL DEFAULT '',
+    operationid   VARCHAR(255) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL DEFAULT '',
+    operationinfo LONGTEXT CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL,
+    INDEX documentcard_cheque (chequenumber)
+) ENGINE = InnoDB;

@@ -1,0 +1,316 @@
+#include "shared/core/config.h"
+
+#include "shared/core/singleton.h"
+
+#include <log4qt/logmanager.h>
+
+#include <QFile>
+
+#include <chrono>
+#include <cstring>
+#include <ini.h>
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qint64 checkIntervalMs = 100;
+/// The file system stamps changes with a clock that ticks every few milliseconds.
+constexpr qint64 unsettledNs = 50'000'000;
+
+Log4Qt::Logger *logger()
+{
+    return Log4Qt::LogManager::logger(u"config"_s);
+}
+
+qint64 steadyMs()
+{
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+qint64 systemNs()
+{
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+}
+
+/// Section and key as one text that no other pair gives.
+QString storedKey(const QString &section, const QString &key)
+{
+    return section + u'\n' + key;
+}
+
+QString storedKey(const QString &key)
+{
+    const qsizetype colon = key.indexOf(u':');
+    return colon < 0 ? storedKey(QString(), key) : storedKey(key.left(colon), key.mid(colon + 1));
+}
+
+/// Feeds the parser line by line and counts the lines, which the parser does not report.
+struct LineReader
+{
+    const QByteArray &content;
+    qsizetype position = 0;
+    int line = 0;
+    bool inLine = false;
+
+    static char *next(char *buffer, int size, void *reader)
+    {
+        return static_cast<LineReader *>(reader)->next(buffer, size);
+    }
+
+    char *next(char *buffer, int size)
+    {
+        if (position >= content.size() || size < 2)
+            return nullptr;
+        if (!inLine)
+            ++line;
+        const qsizetype newline = content.indexOf('\n', position);
+        const qsizetype lineEnd = newline < 0 ? content.size() : newline + 1;
+        const qsizetype end = std::min<qsizetype>(lineEnd, position + size - 1);
+        const auto length = static_cast<std::size_t>(end - position);
+        std::memcpy(buffer, content.constData() + position, length);
+        buffer[length] = '\0';
+        position = end;
+        inLine = end < lineEnd;
+        return buffer;
+    }
+};
+
+/// The parser's defaults end a value at " ;", join indented lines and stop at 200 bytes a line.
+void setUpParser()
+{
+    ini_allow_inline_comments = false;
+    ini_allow_multiline = false;
+    ini_use_stack = false;
+    ini_allow_realloc = true;
+    ini_max_line = 1 << 20;
+}
+
+} // namespace
+
+Config::~Config() = default;
+
+void Config::setConfigsPathList(const QList<QDir> &directories, const QStringList &files)
+{
+    Config *config = Singleton<Config>::instance();
+    const QMutexLocker locker(&config->state.mutex);
+    State &state = config->state.value;
+    state.directories = directories;
+    state.fileNames = files;
+    state.files.clear();
+    refresh(state);
+    config->nextCheckMs = steadyMs() + checkIntervalMs;
+}
+
+void Config::readFile(const QString &path, const QString & /*group*/)
+{
+    const QMutexLocker locker(&state.mutex);
+    // The file read last is the one on top.
+    state.value.addedFiles.removeAll(path);
+    state.value.addedFiles.append(path);
+    refresh(state.value);
+}
+
+QString Config::getString(const QString &key, const QString &defaultValue)
+{
+    const auto setting = find(key);
+    return setting ? setting->text : defaultValue;
+}
+
+int Config::getInt(const QString &key, int defaultValue)
+{
+    const auto setting = find(key);
+    if (!setting)
+        return defaultValue;
+    bool isNumber = false;
+    const int value = setting->text.toInt(&isNumber);
+    return isNumber ? value : rejected(key, *setting, u"не является целым числом"_s, defaultValue);
+}
+
+bool Config::getBool(const QString &key, bool defaultValue)
+{
+    const auto setting = find(key);
+    if (!setting)
+        return defaultValue;
+    const QString text = setting->text.toLower();
+    if (text == u"true" || text == u"yes" || text == u"on" || text == u"1")
+        return true;
+    if (text == u"false" || text == u"no" || text == u"off" || text == u"0")
+        return false;
+    return rejected(key, *setting, u"не является логическим значением"_s, defaultValue);
+}
+
+QStringList Config::getStringList(const QString &key, const QString &defaultValue)
+{
+    QStringList entries;
+    const QStringList parts = getString(key, defaultValue).split(u',');
+    for (const QString &entry : parts) {
+        const QString trimmed = entry.trimmed();
+        if (!trimmed.isEmpty())
+            entries.append(trimmed);
+    }
+    return entries;
+}
+
+std::optional<Config::Setting> Config::find(const QString &key)
+{
+    const qint64 now = steadyMs();
+    const bool isDue = now >= nextCheckMs.load(std::memory_order_relaxed);
+
+    const QMutexLocker locker(&state.mutex);
+    if (isDue && now >= nextCheckMs.load(std::memory_order_relaxed)) {
+        refresh(state.value);
+        nextCheckMs.store(steadyMs() + checkIntervalMs, std::memory_order_relaxed);
+    }
+    const auto found = state.value.settings.constFind(storedKey(key));
+    if (found == state.value.settings.constEnd())
+        return std::nullopt;
+    return *found;
+}
+
+template <typename T>
+T Config::rejected(const QString &key, const Setting &setting, const QString &expected,
+                   const T &defaultValue)
+{
+    const QMutexLocker locker(&state.mutex);
+    warnOnce(
+        state.value,
+        u"Файл настроек '%1', строка %2: значение '%3' параметра %4 %5, взято значение по умолчанию %6"_s
+            .arg(setting.file, QString::number(setting.line), setting.text, key, expected,
+                 QVariant(defaultValue).toString()));
+    return defaultValue;
+}
+
+void Config::refresh(State &state)
+{
+    const QStringList paths = listFiles(state);
+
+    bool isChanged = false;
+    for (const QString &path : paths)
+        isChanged |= update(state, path);
+    for (const QString &known : state.files.keys()) {
+        if (!paths.contains(known))
+            isChanged |= state.files.remove(known);
+    }
+    if (!isChanged)
+        return;
+
+    state.settings.clear();
+    for (const QString &path : paths)
+        state.settings.insert(state.files.value(path).settings);
+}
+
+QStringList Config::listFiles(State &state)
+{
+    QStringList paths;
+    for (const QDir &directory : std::as_const(state.directories)) {
+        if (!directory.exists()) {
+            warnOnce(state,
+                     u"Каталог настроек '%1' не найден, создайте его или проверьте установку"_s.arg(
+                         directory.path()));
+            // What its files gave stays in force.
+            for (const QString &known : state.files.keys()) {
+                if (known.startsWith(directory.path() + u'/')
+                    && known.indexOf(u'/', directory.path().size() + 1) < 0)
+                    paths.append(known);
+            }
+            continue;
+        }
+        if (!state.fileNames.isEmpty()) {
+            for (const QString &name : std::as_const(state.fileNames)) {
+                if (directory.exists(name))
+                    paths.append(directory.filePath(name));
+            }
+            continue;
+        }
+        const QStringList names =
+            directory.entryList({u"*.ini"_s},
+                                QDir::AllEntries | QDir::System | QDir::Hidden
+                                    | QDir::NoDotAndDotDot | QDir::CaseSensitive,
+                                QDir::Name);
+        for (const QString &name : names)
+            paths.append(directory.filePath(name));
+    }
+    for (const QString &path : std::as_const(state.addedFiles)) {
+        paths.removeAll(path);
+        paths.append(path);
+    }
+    return paths;
+}
+
+bool Config::update(State &state, const QString &path)
+{
+    struct stat status = {};
+    const bool exists = ::stat(QFile::encodeName(path).constData(), &status) == 0;
+    const Stamp stamp =
+        exists ? Stamp{status.st_ctim.tv_sec * 1'000'000'000LL + status.st_ctim.tv_nsec,
+                       status.st_size, status.st_ino}
+               : Stamp{};
+
+    const bool isNew = !state.files.contains(path);
+    File &file = state.files[path];
+    if (!isNew && file.stamp == stamp && !file.unsettled)
+        return false;
+    const bool isKnownStamp = !isNew && file.stamp == stamp;
+    file.stamp = stamp;
+    file.unsettled = systemNs() - stamp.changeTimeNs < unsettledNs;
+
+    QFile content(path);
+    if (!content.open(QIODevice::ReadOnly)) {
+        if (!isKnownStamp)
+            logger()->warn(
+                u"Не удалось прочитать файл настроек '%1': %2"_s.arg(path, content.errorString()));
+        return isNew;
+    }
+    Settings settings;
+    if (!parse(content.readAll(), path, isNew, settings) && !isNew)
+        return false;
+    file.settings = settings;
+    return true;
+}
+
+bool Config::parse(const QByteArray &content, const QString &path, bool firstTime,
+                   Settings &settings)
+{
+    static const bool isParserReady = (setUpParser(), true);
+    Q_UNUSED(isParserReady)
+
+    struct Target
+    {
+        LineReader reader;
+        const QString &path;
+        Settings &settings;
+    } target{{content}, path, settings};
+
+    const auto store = [](void *context, const char *section, const char *name,
+                          const char *value) -> int {
+        auto &to = *static_cast<Target *>(context);
+        const QUtf8StringView texts[] = {section, name, value};
+        for (const QUtf8StringView text : texts) {
+            if (!text.isValidUtf8())
+                return 0;
+        }
+        to.settings.insert(storedKey(QString::fromUtf8(section), QString::fromUtf8(name)),
+                           {QString::fromUtf8(value), to.path, to.reader.line});
+        return 1;
+    };
+    const int line = ini_parse_stream(LineReader::next, &target.reader, store, &target);
+    if (line == 0)
+        return true;
+    logger()->warn(
+        u"Файл настроек '%1', строка %2: ожидается '[раздел]' или 'ключ = значение' в UTF-8, %3"_s
+            .arg(path, QString::number(line),
+                 firstTime ? u"строка пропущена"_s : u"действуют прежние значения"_s));
+    return false;
+}
+
+void Config::warnOnce(State &state, const QString &message)
+{
+    if (state.warned.contains(message))
+        return;
+    state.warned.insert(message);
+    logger()->warn(message);
+}

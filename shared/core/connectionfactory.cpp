@@ -1,0 +1,258 @@
+#include "shared/core/connectionfactory.h"
+
+#include "shared/core/basicexception.h"
+#include "shared/core/config.h"
+#include "shared/core/paths.h"
+#include "shared/core/singleton.h"
+
+#include <log4qt/logmanager.h>
+
+#include <QFile>
+#include <QSqlError>
+#include <QSqlQuery>
+
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+
+/// A static library's resources are linked in only where somebody asks for them.
+static void initSchemaResource()
+{
+    Q_INIT_RESOURCE(sql);
+}
+
+namespace {
+
+constexpr int busyTimeoutMs = 5000;
+/// A statement on a busy server may wait for a lock; a server that is gone must not hold a thread.
+constexpr int serverTimeoutSeconds = 30;
+
+Log4Qt::Logger *logger()
+{
+    return Log4Qt::LogManager::logger(u"database"_s);
+}
+
+/// One name for each thread that ever asked: a system thread id comes back for a later thread.
+QString connectionNameOfThread()
+{
+    static std::atomic<int> count{0};
+    thread_local const QString name = u"queue-%1"_s.arg(++count);
+    return name;
+}
+
+[[noreturn]] void fail(const QString &what, const QSqlError &error)
+{
+    throw BasicException(u"%1: %2"_s.arg(what, error.text()));
+}
+
+void execute(const QSqlDatabase &database, const QString &statement, const QString &what)
+{
+    QSqlQuery query(database);
+    if (!query.exec(statement))
+        fail(what, query.lastError());
+}
+
+/// The statements of a schema file, without its comments.
+QStringList statements(const QString &resource)
+{
+    initSchemaResource();
+    QFile file(resource);
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("The schema %s is not compiled in", qPrintable(resource));
+    QString script;
+    const QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
+    for (const QString &line : lines) {
+        if (!line.trimmed().startsWith(u"--"))
+            script += line + u'\n';
+    }
+    QStringList result;
+    const QStringList parts = script.split(u';');
+    for (const QString &statement : parts) {
+        if (!statement.trimmed().isEmpty())
+            result.append(statement.trimmed());
+    }
+    return result;
+}
+
+/// Creates the tables in an empty file, on a connection that has the file as its main database, so
+/// that the schema's statements are the ones an installer runs by hand.
+void createTables(const QString &path)
+{
+    const QString name = connectionNameOfThread() + u"-schema"_s;
+    const QString what = u"Не удалось создать таблицы в базе данных '%1'"_s.arg(path);
+    QSqlError error;
+    {
+        QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s, name);
+        database.setDatabaseName(path);
+        database.setConnectOptions(u"QSQLITE_BUSY_TIMEOUT=%1"_s.arg(busyTimeoutMs));
+        if (!database.open()) {
+            error = database.lastError();
+        } else {
+            QSqlQuery query(database);
+            const QStringList script =
+                QStringList{u"PRAGMA journal_mode=WAL"_s} + QStringList{u"BEGIN IMMEDIATE"_s}
+                + statements(u":/sql/sqlite.sql"_s) + QStringList{u"COMMIT"_s};
+            for (const QString &statement : script) {
+                if (!query.exec(statement)) {
+                    error = query.lastError();
+                    break;
+                }
+                query.finish();
+            }
+        }
+    }
+    QSqlDatabase::removeDatabase(name);
+    if (error.isValid())
+        fail(what, error);
+    logger()->info(u"В базе данных '%1' созданы таблицы"_s, path);
+}
+
+bool isServerDriver(const QString &driver)
+{
+    return driver == u"QMYSQL" || driver == u"QMARIADB";
+}
+
+} // namespace
+
+ConnectionFactory::~ConnectionFactory() = default;
+
+void ConnectionFactory::removeConnection(const QString &name)
+{
+    {
+        const QMutexLocker locker(&files.mutex);
+        files.value.remove(name);
+    }
+    if (QSqlDatabase::contains(name))
+        QSqlDatabase::removeDatabase(name);
+}
+
+QSqlDatabase ConnectionFactory::getConnection()
+{
+    const QString name = connectionNameOfThread();
+    if (QSqlDatabase::contains(name)) {
+        const QSqlDatabase database = QSqlDatabase::database(name, false);
+        if (database.isOpen() && (!withCheck || QSqlQuery(database).exec(u"SELECT 1"_s)))
+            return database;
+    }
+    removeConnection(name);
+    try {
+        return open(name);
+    } catch (const BasicException &) {
+        removeConnection(name);
+        throw;
+    }
+}
+
+bool ConnectionFactory::isConnectionCurrent(const QString &name)
+{
+    FileIdentity file;
+    {
+        const QMutexLocker locker(&files.mutex);
+        file = files.value.value(name);
+    }
+    if (file.path.isEmpty())
+        return true;
+    struct stat status = {};
+    return ::stat(QFile::encodeName(file.path).constData(), &status) == 0
+           && status.st_dev == file.device && status.st_ino == file.inode;
+}
+
+void ConnectionFactory::setWithCheck(bool check)
+{
+    withCheck = check;
+}
+
+QSqlDatabase ConnectionFactory::open(const QString &name)
+{
+    Config *config = Singleton<Config>::instance();
+    const QString driver = config->getString(u"database:driver"_s, u"QSQLITE"_s);
+    if (driver != u"QSQLITE" && !isServerDriver(driver))
+        throw BasicException(
+            u"Неизвестный драйвер базы данных '%1' в параметре database:driver, допустимы QSQLITE, QMYSQL и QMARIADB"_s
+                .arg(driver));
+
+    QSqlDatabase database = QSqlDatabase::addDatabase(driver, name);
+    if (!database.isValid())
+        throw BasicException(u"Драйвер базы данных %1 не установлен (пакет libqt6sql6-%2)"_s.arg(
+            driver, isServerDriver(driver) ? u"mysql"_s : u"sqlite"_s));
+    if (isServerDriver(driver))
+        openServer(database);
+    else
+        openSqlite(database, config->getString(u"database:name"_s,
+                                               rootedPath(u"/tallocash/cash/queue/queues.db"_s)));
+    return database;
+}
+
+void ConnectionFactory::openSqlite(QSqlDatabase &database, const QString &path)
+{
+    const QString what = u"Не удалось открыть базу данных '%1'"_s.arg(path);
+    database.setDatabaseName(u":memory:"_s);
+    database.setConnectOptions(u"QSQLITE_BUSY_TIMEOUT=%1"_s.arg(busyTimeoutMs));
+    if (!database.open())
+        fail(what, database.lastError());
+
+    // Attached under the schema's name, the file answers to `message` and to `queues.message` alike.
+    QSqlQuery query(database);
+    query.prepare(u"ATTACH DATABASE ? AS queues"_s);
+    query.addBindValue(path);
+    if (!query.exec())
+        fail(what, query.lastError());
+    query.finish();
+    if (!query.exec(u"SELECT COUNT(*) FROM queues.sqlite_master WHERE type = 'table'"_s)
+        || !query.next())
+        fail(what, query.lastError());
+    const bool isEmpty = query.value(0).toInt() == 0;
+    query.finish();
+    if (isEmpty)
+        createTables(path);
+
+    // A row that was written survives a power cut.
+    if (!query.exec(u"PRAGMA queues.journal_mode=WAL"_s) || !query.next()
+        || query.value(0).toString() != u"wal")
+        logger()->warn(
+            u"База данных '%1' не переводится в режим WAL, проверьте права на файл и каталог"_s,
+            path);
+    query.finish();
+    execute(database, u"PRAGMA queues.synchronous=FULL"_s, what);
+    // Texts compare by their bytes, as on the server.
+    execute(database, u"PRAGMA case_sensitive_like=ON"_s, what);
+
+    struct stat status = {};
+    if (::stat(QFile::encodeName(path).constData(), &status) == 0) {
+        const QMutexLocker locker(&files.mutex);
+        files.value.insert(database.connectionName(), {path, status.st_dev, status.st_ino});
+    }
+}
+
+void ConnectionFactory::openServer(QSqlDatabase &database)
+{
+    Config *config = Singleton<Config>::instance();
+    const QString schema = config->getString(u"database:name"_s, u"queues"_s);
+    const QString socket = config->getString(u"database:socket"_s, QString());
+    const QString host = config->getString(u"database:host"_s, u"localhost"_s);
+    const int connectTimeout = std::max(1, config->getInt(u"database:connectTimeout"_s, 5));
+
+    database.setDatabaseName(schema);
+    database.setHostName(host);
+    const int port = config->getInt(u"database:port"_s, 0);
+    if (port > 0)
+        database.setPort(port);
+    database.setUserName(config->getString(u"database:user"_s, QString()));
+    database.setPassword(config->getString(u"database:password"_s, QString()));
+    QString options =
+        u"MYSQL_OPT_CONNECT_TIMEOUT=%1;MYSQL_OPT_READ_TIMEOUT=%2;MYSQL_OPT_WRITE_TIMEOUT=%2"_s
+            .arg(connectTimeout)
+            .arg(serverTimeoutSeconds);
+    if (!socket.isEmpty())
+        options += u";UNIX_SOCKET="_s + socket;
+    database.setConnectOptions(options);
+
+    const QString what = u"Не удалось подключиться к базе данных '%1' на сервере %2"_s.arg(
+        schema, socket.isEmpty() ? host : socket);
+    if (!database.open())
+        fail(what, database.lastError());
+    // The probe selects a plain column beside COUNT.
+    execute(database,
+            u"SET SESSION sql_mode = REPLACE(@@SESSION.sql_mode, 'ONLY_FULL_GROUP_BY', '')"_s,
+            what);
+}

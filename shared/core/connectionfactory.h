@@ -1,0 +1,49 @@
+#pragma once
+
+#include "shared/core/guarded.h"
+
+#include <QHash>
+#include <QSqlDatabase>
+#include <QString>
+
+#include <atomic>
+
+/// Opens the till's database as the settings of section `database` say: an SQLite file by default, or
+/// a MariaDB or MySQL server.
+///
+/// Each thread has one connection under a name of its own, which only that thread may use and remove.
+/// Nobody keeps a QSqlDatabase beyond the call that needs it, or the removal draws a warning of Qt's;
+/// prepared statements may outlive it.
+///
+/// Reached through Singleton<ConnectionFactory>. Thread: any.
+class ConnectionFactory
+{
+public:
+    /// Closes and forgets the connection. Statements on it fail from then on.
+    virtual void removeConnection(const QString &name);
+    virtual ~ConnectionFactory();
+    /// The open connection of the calling thread, opened now if need be.
+    /// Throws BasicException with a text that names the database and holds no password.
+    virtual QSqlDatabase getConnection();
+    /// False when the file behind an SQLite connection has been deleted or replaced: its statements
+    /// would go on succeeding on a file that nobody else sees.
+    virtual bool isConnectionCurrent(const QString &name);
+
+    /// Whether an open connection is tried with a statement before it is handed out; true at first.
+    static void setWithCheck(bool check);
+
+private:
+    struct FileIdentity
+    {
+        QString path;
+        quint64 device = 0;
+        quint64 inode = 0;
+    };
+
+    QSqlDatabase open(const QString &name);
+    void openSqlite(QSqlDatabase &database, const QString &path);
+    static void openServer(QSqlDatabase &database);
+
+    Guarded<QHash<QString, FileIdentity>> files;
+    static inline std::atomic<bool> withCheck{true};
+};

@@ -1,0 +1,28 @@
+#include "shared/core/fileutils.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QSaveFile>
+
+namespace fileutils {
+
+QByteArray readFromFile(const QString &path, QIODevice::OpenMode mode)
+{
+    QFile file(path);
+    if (!file.open(mode))
+        return {};
+    return file.readAll();
+}
+
+bool writeToFile(const QString &path, const QJsonObject &object, QIODevice::OpenMode mode)
+{
+    const QByteArray text = QJsonDocument(object).toJson(QJsonDocument::Compact);
+    if (mode.testFlag(QIODevice::Truncate)) {
+        QSaveFile file(path);
+        return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.commit();
+    }
+    QFile file(path);
+    return file.open(mode) && file.write(text) == text.size() && file.flush();
+}
+
+} // namespace fileutils

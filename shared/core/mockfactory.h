@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QMutex>
+
+#include <memory>
+
+/// Where the objects that tests replace are made.
+/// Thread: any.
+template <typename T>
+class MockFactory
+{
+public:
+    /// The installed mock, or else a fresh object.
+    static std::shared_ptr<T> create()
+    {
+        const QMutexLocker locker(&mutex);
+        if (mock)
+            return mock;
+        return std::make_shared<T>();
+    }
+
+    /// From now on create() returns `replacement`; null ends that.
+    static void install(std::shared_ptr<T> replacement)
+    {
+        const QMutexLocker locker(&mutex);
+        mock.swap(replacement);
+    }
+
+private:
+    static inline QMutex mutex;
+    static inline std::shared_ptr<T> mock;
+};

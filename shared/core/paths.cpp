@@ -1,0 +1,6 @@
+#include "shared/core/paths.h"
+
+QString rootedPath(const QString &path)
+{
+    return qEnvironmentVariable("QUEUE_ROOT") + path;
+}

@@ -1,0 +1,87 @@
+#include "tests/support/queuedatabase.h"
+
+#include "shared/core/config.h"
+#include "shared/core/connectionfactory.h"
+#include "shared/core/paths.h"
+#include "shared/core/singleton.h"
+
+#include <QFile>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QSqlRecord>
+
+using namespace Qt::StringLiterals;
+
+QueueDatabase::QueueDatabase()
+    : formerRoot(qgetenv("QUEUE_ROOT"))
+{
+    qputenv("QUEUE_ROOT", folder.path().toUtf8());
+    for (const QString &path : {u"/tallocash/cash/conf"_s, u"/tallocash/cash/queue/config"_s})
+        QDir().mkpath(rootedPath(path));
+    setSettings(QString());
+}
+
+QueueDatabase::~QueueDatabase()
+{
+    ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
+    if (QSqlDatabase::contains(factory->getConnection().connectionName()))
+        factory->removeConnection(factory->getConnection().connectionName());
+    qputenv("QUEUE_ROOT", formerRoot);
+}
+
+QString QueueDatabase::root() const
+{
+    return folder.path();
+}
+
+QString QueueDatabase::file() const
+{
+    return folder.path() + u"/tallocash/cash/queue/queues.db"_s;
+}
+
+void QueueDatabase::setSettings(const QString &text)
+{
+    QFile settings(rootedPath(u"/tallocash/cash/conf/tcash.ini"_s));
+    if (!settings.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        qFatal("%s: %s", qPrintable(settings.fileName()), qPrintable(settings.errorString()));
+    settings.write(text.toUtf8());
+    settings.close();
+    Config::setConfigsPathList({QDir(rootedPath(u"/tallocash/cash/conf"_s))}, {});
+}
+
+int QueueDatabase::put(const QString &type, const QString &body, const QString &cardNumber)
+{
+    query(u"INSERT INTO message (type, body, cardnumber, statuscode) VALUES (?, ?, ?, '')"_s,
+          {type, body, cardNumber.isNull() ? u""_s : cardNumber});
+    return query(u"SELECT MAX(messageid) FROM message"_s).value(0).value(0).toInt();
+}
+
+QList<int> QueueDatabase::ids(const QString &type)
+{
+    const QString condition = type.isEmpty() ? QString() : u"WHERE type = ? "_s;
+    const QList<QVariantList> rows =
+        query(u"SELECT messageid FROM message "_s + condition + u"ORDER BY messageid"_s,
+              type.isEmpty() ? QVariantList{} : QVariantList{type});
+    QList<int> result;
+    for (const QVariantList &row : rows)
+        result.append(row.value(0).toInt());
+    return result;
+}
+
+QList<QVariantList> QueueDatabase::query(const QString &statement, const QVariantList &values)
+{
+    QSqlQuery query(Singleton<ConnectionFactory>::instance()->getConnection());
+    query.prepare(statement);
+    for (const QVariant &value : values)
+        query.addBindValue(value);
+    if (!query.exec())
+        qFatal("%s: %s", qPrintable(statement), qPrintable(query.lastError().text()));
+    QList<QVariantList> rows;
+    while (query.next()) {
+        QVariantList row;
+        for (int column = 0; column < query.record().count(); ++column)
+            row.append(query.value(column));
+        rows.append(row);
+    }
+    return rows;
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QSqlDatabase>
+#include <QTemporaryDir>
+
+/// The till's files in a temporary folder, which QUEUE_ROOT names for the object's life: the folders
+/// that an installation has, and the service's SQLite database with empty tables.
+/// The settings are those of `tcash.ini` as setSettings() wrote it.
+class QueueDatabase
+{
+public:
+    QueueDatabase();
+    ~QueueDatabase();
+    QueueDatabase(const QueueDatabase &) = delete;
+
+    /// The temporary folder; paths of the till lie below it.
+    QString root() const;
+    /// The SQLite file.
+    QString file() const;
+
+    /// Replaces the settings; they hold at once.
+    void setSettings(const QString &text);
+
+    /// Writes a row and returns its id.
+    int put(const QString &type, const QString &body, const QString &cardNumber = QString());
+    /// The ids of the rows, in ascending order; with a type, of that type.
+    QList<int> ids(const QString &type = QString());
+    /// Runs one statement, which must succeed, with `values` for its question marks, and returns the
+    /// rows.
+    QList<QVariantList> query(const QString &statement, const QVariantList &values = {});
+
+private:
+    QTemporaryDir folder;
+    QByteArray formerRoot;
+};
