@@ -1,22 +1,64 @@
 #include "log4qt/logger.h"
 
+#include "log4qt/backend.h"
+#include "log4qt/loggingevent.h"
+#include "log4qt/logmanager.h"
+
+#include <QDateTime>
+
+#include <log4cplus/appender.h>
 #include <log4cplus/logger.h>
-#include <log4cplus/loggingmacros.h>
+#include <log4cplus/spi/loggingevent.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
 
 namespace Log4Qt {
 
 namespace {
 
-void write(const log4cplus::Logger &logger, log4cplus::LogLevel level, const QString &message)
+/// Stands among the appenders of log4cplus for one of ours.
+class Bridge final : public log4cplus::Appender
 {
-    if (logger.isEnabledFor(level))
-        logger.forcedLog(level, message.toStdString(), nullptr, -1, nullptr);
+public:
+    explicit Bridge(const AppenderSharedPtr &target)
+        : target(target)
+    {
+    }
+    ~Bridge() override { destructorImpl(); }
+    Bridge(const Bridge &) = delete;
+    Bridge &operator=(const Bridge &) = delete;
+
+    void close() override { closed = true; }
+    bool isFor(const AppenderSharedPtr &appender) const { return target == appender; }
+
+private:
+    void append(const log4cplus::spi::InternalLoggingEvent &event) override
+    {
+        target->doAppend(LoggingEvent(QString::fromStdString(event.getLoggerName()),
+                                      backend::fromLog4cplus(event.getLogLevel()),
+                                      QString::fromStdString(event.getMessage())));
+    }
+
+    const AppenderSharedPtr target;
+};
+
+/// The line of a worker that is still at work while the process ends.
+void writeDirectly(const QString &category, Level level, const QString &message)
+{
+    const QByteArray line =
+        u"%1 %2 [%3] %4\n"_s
+            .arg(QDateTime::currentDateTime().toString(u"yyyy-MM-dd HH:mm:ss,zzz"_s),
+                 level.toString().leftJustified(5), category, message)
+            .toUtf8();
+    [[maybe_unused]] const ssize_t written =
+        ::write(STDOUT_FILENO, line.constData(), static_cast<std::size_t>(line.size()));
 }
 
 } // namespace
 
-Logger::Logger(const QString &name)
-    : logger(new log4cplus::Logger(log4cplus::Logger::getInstance(name.toStdString())))
+Logger::Logger(const log4cplus::Logger &logger)
+    : logger(new log4cplus::Logger(logger))
 {
 }
 
@@ -25,54 +67,54 @@ QString Logger::name() const
     return QString::fromStdString(logger->getName());
 }
 
-bool Logger::isTraceEnabled() const
+Level Logger::level() const
 {
-    return logger->isEnabledFor(log4cplus::TRACE_LOG_LEVEL);
+    return backend::fromLog4cplus(logger->getLogLevel());
 }
 
-bool Logger::isDebugEnabled() const
+void Logger::setLevel(Level level)
 {
-    return logger->isEnabledFor(log4cplus::DEBUG_LOG_LEVEL);
+    logger->setLogLevel(backend::toLog4cplus(level));
+    LogManager::updateLevels();
 }
 
-bool Logger::isInfoEnabled() const
+Level Logger::effectiveLevel() const
 {
-    return logger->isEnabledFor(log4cplus::INFO_LOG_LEVEL);
+    return static_cast<Level::Value>(lowestEnabled.load(std::memory_order_relaxed));
 }
 
-bool Logger::isWarnEnabled() const
+bool Logger::additivity() const
 {
-    return logger->isEnabledFor(log4cplus::WARN_LOG_LEVEL);
+    return logger->getAdditivity();
 }
 
-bool Logger::isErrorEnabled() const
+void Logger::setAdditivity(bool additivity)
 {
-    return logger->isEnabledFor(log4cplus::ERROR_LOG_LEVEL);
+    logger->setAdditivity(additivity);
 }
 
-void Logger::trace(const QString &message) const
+void Logger::addAppender(const AppenderSharedPtr &appender)
 {
-    write(*logger, log4cplus::TRACE_LOG_LEVEL, message);
+    logger->addAppender(log4cplus::SharedAppenderPtr(new Bridge(appender)));
 }
 
-void Logger::debug(const QString &message) const
+void Logger::removeAppender(const AppenderSharedPtr &appender)
 {
-    write(*logger, log4cplus::DEBUG_LOG_LEVEL, message);
+    for (const log4cplus::SharedAppenderPtr &candidate : logger->getAllAppenders()) {
+        const auto *bridge = dynamic_cast<const Bridge *>(candidate.get());
+        if (bridge && bridge->isFor(appender))
+            logger->removeAppender(candidate);
+    }
 }
 
-void Logger::info(const QString &message) const
+void Logger::forcedLog(Level level, const QString &message) const
 {
-    write(*logger, log4cplus::INFO_LOG_LEVEL, message);
-}
-
-void Logger::warn(const QString &message) const
-{
-    write(*logger, log4cplus::WARN_LOG_LEVEL, message);
-}
-
-void Logger::error(const QString &message) const
-{
-    write(*logger, log4cplus::ERROR_LOG_LEVEL, message);
+    backend::Gate &gate = backend::gate();
+    const std::shared_lock lock(gate.mutex);
+    if (gate.closed)
+        writeDirectly(name(), level, message);
+    else
+        logger->forcedLog(backend::toLog4cplus(level), message.toStdString(), nullptr, -1, nullptr);
 }
 
 } // namespace Log4Qt

@@ -1,6 +1,12 @@
 #pragma once
 
+#include "log4qt/appender.h"
+#include "log4qt/level.h"
+
 #include <QString>
+
+#include <atomic>
+#include <utility>
 
 namespace log4cplus {
 class Logger;
@@ -8,8 +14,13 @@ class Logger;
 
 namespace Log4Qt {
 
-/// Writes the lines of one category. Made and owned by LogManager, never destroyed.
+/// Writes the lines of one category. Made and owned by LogManager, never destroyed, so that a worker
+/// that outlives main() still writes.
 /// Thread: any.
+///
+/// The forms with arguments fill %1, %2, ... one after another, so a text that itself may hold a
+/// placeholder must not be followed by another argument. A line below the logger's level costs one
+/// comparison, and its arguments are not looked at.
 class Logger
 {
 public:
@@ -18,64 +29,82 @@ public:
 
     QString name() const;
 
-    bool isTraceEnabled() const;
-    bool isDebugEnabled() const;
-    bool isInfoEnabled() const;
-    bool isWarnEnabled() const;
-    bool isErrorEnabled() const;
+    /// The logger's own level; NULL_INT takes that of the root logger.
+    Level level() const;
+    void setLevel(Level level);
+    /// The level in force.
+    Level effectiveLevel() const;
+    bool isEnabledFor(Level level) const
+    {
+        return level.toInt() >= lowestEnabled.load(std::memory_order_relaxed);
+    }
+    bool isTraceEnabled() const { return isEnabledFor(Level::TRACE_INT); }
+    bool isDebugEnabled() const { return isEnabledFor(Level::DEBUG_INT); }
+    bool isInfoEnabled() const { return isEnabledFor(Level::INFO_INT); }
+    bool isWarnEnabled() const { return isEnabledFor(Level::WARN_INT); }
+    bool isErrorEnabled() const { return isEnabledFor(Level::ERROR_INT); }
 
-    void trace(const QString &message) const;
-    void debug(const QString &message) const;
-    void info(const QString &message) const;
-    void warn(const QString &message) const;
-    void error(const QString &message) const;
+    /// Whether lines go to the appenders of the root logger too. True by default.
+    bool additivity() const;
+    void setAdditivity(bool additivity);
+    void addAppender(const AppenderSharedPtr &appender);
+    /// Afterwards no line reaches `appender` from this logger any more.
+    void removeAppender(const AppenderSharedPtr &appender);
 
-    /// The forms with arguments fill %1, %2, ... one after another, so a text that itself may hold
-    /// a placeholder must not be followed by another argument.
+    void log(Level level, const QString &message) const
+    {
+        if (isEnabledFor(level))
+            forcedLog(level, message);
+    }
+    void trace(const QString &message) const { log(Level::TRACE_INT, message); }
+    void debug(const QString &message) const { log(Level::DEBUG_INT, message); }
+    void info(const QString &message) const { log(Level::INFO_INT, message); }
+    void warn(const QString &message) const { log(Level::WARN_INT, message); }
+    void error(const QString &message) const { log(Level::ERROR_INT, message); }
+
+    // Not const, as in Log4Qt: what compiles here compiles there.
     template <typename T, typename... Ts>
-    void trace(const QString &message, const T &first, const Ts &...rest) const
+    void trace(const QString &message, T &&first, Ts &&...rest)
     {
         if (isTraceEnabled())
-            trace(filled(message, first, rest...));
+            trace(message.arg(std::forward<T>(first)), std::forward<Ts>(rest)...);
     }
     template <typename T, typename... Ts>
-    void debug(const QString &message, const T &first, const Ts &...rest) const
+    void debug(const QString &message, T &&first, Ts &&...rest)
     {
         if (isDebugEnabled())
-            debug(filled(message, first, rest...));
+            debug(message.arg(std::forward<T>(first)), std::forward<Ts>(rest)...);
     }
     template <typename T, typename... Ts>
-    void info(const QString &message, const T &first, const Ts &...rest) const
+    void info(const QString &message, T &&first, Ts &&...rest)
     {
         if (isInfoEnabled())
-            info(filled(message, first, rest...));
+            info(message.arg(std::forward<T>(first)), std::forward<Ts>(rest)...);
     }
     template <typename T, typename... Ts>
-    void warn(const QString &message, const T &first, const Ts &...rest) const
+    void warn(const QString &message, T &&first, Ts &&...rest)
     {
         if (isWarnEnabled())
-            warn(filled(message, first, rest...));
+            warn(message.arg(std::forward<T>(first)), std::forward<Ts>(rest)...);
     }
     template <typename T, typename... Ts>
-    void error(const QString &message, const T &first, const Ts &...rest) const
+    void error(const QString &message, T &&first, Ts &&...rest)
     {
         if (isErrorEnabled())
-            error(filled(message, first, rest...));
+            error(message.arg(std::forward<T>(first)), std::forward<Ts>(rest)...);
     }
 
 private:
     friend class LogManager;
-    explicit Logger(const QString &name);
+    friend class Configurator;
+    explicit Logger(const log4cplus::Logger &logger);
     ~Logger() = delete;
 
-    template <typename... Ts>
-    static QString filled(QString message, const Ts &...arguments)
-    {
-        ((message = message.arg(arguments)), ...);
-        return message;
-    }
+    void forcedLog(Level level, const QString &message) const;
 
     log4cplus::Logger *const logger;
+    /// The level in force as a number, kept by LogManager.
+    std::atomic<int> lowestEnabled{Level::OFF_INT};
 };
 
 } // namespace Log4Qt

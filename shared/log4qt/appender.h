@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QSharedPointer>
+
+namespace Log4Qt {
+
+class LoggingEvent;
+
+/// Where lines go.
+class Appender
+{
+public:
+    Appender() = default;
+    virtual ~Appender() = default;
+    Appender(const Appender &) = delete;
+    Appender &operator=(const Appender &) = delete;
+
+    /// Whether the lines are formatted by a layout.
+    virtual bool requiresLayout() const = 0;
+    virtual void doAppend(const LoggingEvent &event) = 0;
+};
+
+using AppenderSharedPtr = QSharedPointer<Appender>;
+
+} // namespace Log4Qt
