@@ -23,9 +23,9 @@ QueueDatabase::QueueDatabase()
 
 QueueDatabase::~QueueDatabase()
 {
-    ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
-    if (QSqlDatabase::contains(factory->getConnection().connectionName()))
-        factory->removeConnection(factory->getConnection().connectionName());
+    const QStringList names = QSqlDatabase::connectionNames();
+    for (const QString &name : names)
+        Singleton<ConnectionFactory>::instance()->removeConnection(name);
     qputenv("QUEUE_ROOT", formerRoot);
 }
 

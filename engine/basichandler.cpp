@@ -1,0 +1,107 @@
+#include "engine/basichandler.h"
+
+#include <log4qt/logmanager.h>
+
+#include <QJsonDocument>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int noFailId = -1;
+
+} // namespace
+
+BasicHandler::BasicHandler(const QString &type)
+    : type_(type)
+    , logger_(Log4Qt::LogManager::logger(u"%1"_s.arg(type)))
+{
+}
+
+void BasicHandler::run()
+{
+    logger_->info(u"Обработчик %1 запущен"_s, type_);
+    {
+        const QMutexLocker locker(&state->runningTypes.mutex);
+        state->runningTypes.value.insert(type_);
+    }
+    dao = std::make_shared<queue::DAO>();
+    dao->connect();
+    processMessages();
+    logger_->debug(u"Обработка сообщений завершена"_s);
+}
+
+BasicHandler::~BasicHandler()
+{
+    if (state) {
+        const QMutexLocker locker(&state->runningTypes.mutex);
+        state->runningTypes.value.remove(type_);
+    }
+    dao.reset();
+}
+
+void BasicHandler::processMessages()
+{
+    logger_->debug(u"Обработка сообщений"_s);
+    int doneId = noFailId;
+    while (!isStopped()) {
+        const Message message = nextMessage();
+        if (message.id < 1) {
+            onQueueEmpty();
+            return;
+        }
+        // A row that comes back right after its deletion sits in a database that takes no writes.
+        // Going on would deliver it again and again without a pause.
+        if (message.id == doneId) {
+            logger_->error(
+                u"Сообщение %1 доставлено, но не удаляется из базы данных, повтор при следующем проходе"_s,
+                message.id);
+            onSendFailed(message.id);
+            return;
+        }
+
+        logger_->info(u"Обработка сообщения: %1"_s,
+                      QString::fromUtf8(
+                          QJsonDocument::fromVariant(message.body).toJson(QJsonDocument::Compact)));
+        if (!sendMessage(message)) {
+            onSendFailed(message.id);
+            return;
+        }
+        onMessageDone(message.id);
+        doneId = message.id;
+    }
+}
+
+bool BasicHandler::isStopped()
+{
+    const bool stopped = state->stopFlag == 1;
+    if (stopped)
+        logger_->warn(u"Получен сигнал завершения работы"_s);
+    return stopped;
+}
+
+void BasicHandler::onSendFailed(int id)
+{
+    const QMutexLocker locker(&state->startIds.mutex);
+    state->startIds.value.insert(type_, id);
+}
+
+void BasicHandler::onMessageDone(int id)
+{
+    logger_->info(u"Удаление сообщения %1"_s, id);
+    dao->deleteMessage(id);
+}
+
+void BasicHandler::onQueueEmpty()
+{
+    const QMutexLocker locker(&state->startIds.mutex);
+    state->startIds.value.remove(type_);
+}
+
+Message BasicHandler::nextMessage()
+{
+    // Held across the read, so that no snapshot of the fail ids is taken halfway through it.
+    const QMutexLocker locker(&state->startIds.mutex);
+    const int failId = state->startIds.value.value(type_, noFailId);
+    return dao->getMessage(type_, failId, false, QString());
+}

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "engine/dao.h"
+#include "engine/message.h"
+#include "engine/sharedstate.h"
+
+#include <QRunnable>
+#include <QString>
+
+#include <memory>
+
+namespace Log4Qt {
+class Logger;
+}
+
+/// The worker of one message type: one pass through the type's messages, oldest first, then its end.
+/// A handler says by the result of sendMessage() what becomes of a message; everything that follows
+/// from it is decided here.
+///
+/// Made by HandlerFactory, wired by QueueHandler, run and destroyed by the thread pool.
+class BasicHandler : public QRunnable
+{
+public:
+    explicit BasicHandler(const QString &type);
+
+    /// Works through the messages of the type. Throws what DAO::connect() and sendMessage() throw,
+    /// and that ends the service.
+    void run() override;
+    ~BasicHandler() override;
+    virtual void processMessages();
+    virtual bool isStopped();
+    /// Delivers one message. True: finished with, whether delivered or given up for good with a
+    /// reason in the log, and it is deleted. False: it stays, and this worker ends.
+    /// Must not throw.
+    virtual bool sendMessage(const Message &message) = 0;
+    /// The message stays: the next pass starts behind it.
+    virtual void onSendFailed(int id);
+    /// The message is finished with: deletes it.
+    virtual void onMessageDone(int id);
+    /// Nothing is left behind the last refused message: the next pass starts at the oldest one.
+    virtual void onQueueEmpty();
+
+    const QString &type() const { return type_; }
+    /// Writes under the name of the type.
+    Log4Qt::Logger *logger() const { return logger_; }
+
+    /// The card of a forced start. Kept as a note; the worker serves the whole type.
+    void setCardNumber(const QString &number) { cardNumber = number; }
+    /// Must be set before the worker runs.
+    void setState(const std::shared_ptr<SharedState> &shared) { state = shared; }
+
+protected:
+    /// The oldest message behind the type's fail id.
+    Message nextMessage();
+
+    std::shared_ptr<SharedState> state;
+    /// The worker's own store, there while it runs.
+    std::shared_ptr<queue::DAO> dao;
+
+private:
+    QString type_;
+    QString cardNumber;
+    Log4Qt::Logger *logger_;
+};

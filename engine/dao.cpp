@@ -1,0 +1,257 @@
+#include "engine/dao.h"
+
+#include "shared/core/basicexception.h"
+#include "shared/core/connectionfactory.h"
+#include "shared/core/singleton.h"
+
+#include <log4qt/logmanager.h>
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSqlDatabase>
+#include <QSqlError>
+
+using namespace Qt::StringLiterals;
+
+namespace queue {
+
+namespace {
+
+constexpr auto typeCountsStatement =
+    "SELECT type, COUNT(*) FROM message GROUP BY type ORDER BY type ASC"_L1;
+constexpr auto countByTypeStatement = "SELECT COUNT(messageid) FROM message WHERE type = :type"_L1;
+constexpr auto countByTypeAndCardStatement =
+    "SELECT COUNT(messageid) FROM message WHERE type = :type AND cardnumber=:cardNumber"_L1;
+constexpr auto readTemplate =
+    "SELECT messageid, type, body, cardnumber, statuscode FROM message {CONDITION} ORDER BY messageid {ORDER} LIMIT :limit"_L1;
+constexpr auto plainCondition = "WHERE type = :type AND messageid > :failId "_L1;
+constexpr auto cardCondition = "AND cardnumber=:cardNumber"_L1;
+constexpr auto statusUpdateStatement =
+    "UPDATE message SET statuscode=:statusCode WHERE messageid=:id"_L1;
+constexpr auto removalStatement = "DELETE FROM message WHERE messageid = :messageid"_L1;
+// The probe alone names the schema, so it also tells whether the schema is there.
+constexpr auto probeStatement =
+    "SELECT COUNT(messageid), creationtime FROM queues.message LIMIT 1"_L1;
+constexpr auto markerStatement =
+    "SELECT 1 FROM message WHERE messageid < :id AND type = :type AND body LIKE :marker LIMIT 1"_L1;
+
+ConnectionFactory *connectionFactory()
+{
+    return Singleton<ConnectionFactory>::instance();
+}
+
+QString readStatement(bool withCard, QLatin1StringView order)
+{
+    QString condition = plainCondition;
+    if (withCard)
+        condition += cardCondition;
+    return QString(readTemplate).replace("{CONDITION}"_L1, condition).replace("{ORDER}"_L1, order);
+}
+
+} // namespace
+
+DAO::DAO()
+    : logger(Log4Qt::LogManager::logger(u"dao"_s))
+{
+}
+
+DAO::~DAO()
+{
+    if (connectionName.isEmpty())
+        return;
+    logger->trace(u"Удаление соединения с базой данных: %1"_s, connectionName);
+    connectionFactory()->removeConnection(connectionName);
+}
+
+bool DAO::hasMessages(const QString &type, const QString &cardNumber)
+{
+    const bool anyCard = cardNumber.isEmpty();
+    QSqlQuery &query = anyCard ? countByType : countByTypeAndCard;
+    if (anyCard)
+        execQuery(query, {{u":type"_s, type}});
+    else
+        execQuery(query, {{u":type"_s, type}, {u":cardNumber"_s, cardNumber}});
+    const bool found = query.next() && query.value(0).toInt() >= 1;
+    query.finish();
+    return found;
+}
+
+Message DAO::getMessage(const QString &type, int failId, bool descending, const QString &cardNumber)
+{
+    if (logger->isTraceEnabled()) {
+        logger->trace(u"Получение сообщения типа %1%2"_s.arg(
+            type, failId == -1 ? QString() : u" с идентификатором > %1"_s.arg(failId)));
+    }
+    const QList<Message> messages = getMessages(type, failId, 1, descending, cardNumber);
+    return messages.isEmpty() ? Message{} : messages.first();
+}
+
+QList<Message> DAO::getMessages(const QString &type, int failId, int limit, bool descending,
+                                const QString &cardNumber)
+{
+    const bool anyCard = cardNumber.isEmpty();
+    QSqlQuery &query = descending ? (anyCard ? readDescending : readDescendingByCard)
+                                  : (anyCard ? read : readByCard);
+    if (anyCard) {
+        execQuery(query, {{u":type"_s, type}, {u":limit"_s, limit}, {u":failId"_s, failId}});
+    } else {
+        execQuery(query, {{u":type"_s, type},
+                          {u":limit"_s, limit},
+                          {u":failId"_s, failId},
+                          {u":cardNumber"_s, cardNumber}});
+    }
+    QList<Message> messages;
+    while (query.next())
+        messages.append(toMessage(query));
+    query.finish();
+    return messages;
+}
+
+void DAO::deleteMessage(int id)
+{
+    logger->debug(u"Удаление сообщения с идентификатором '%1'"_s, id);
+    execQuery(removal, {{u":messageid"_s, id}});
+}
+
+void DAO::connect()
+{
+    logger->debug(u"Подключение к базе данных"_s);
+    ConnectionFactory::setWithCheck(false);
+    // A connection that has failed would be handed out again.
+    if (!connectionName.isEmpty())
+        connectionFactory()->removeConnection(connectionName);
+    connectionName = connectionFactory()->getConnection().connectionName();
+
+    const QSqlDatabase database = connectionFactory()->getConnection();
+    const std::pair<QSqlQuery &, QString> statements[] = {
+        {typeCounts, typeCountsStatement},
+        {countByType, countByTypeStatement},
+        {countByTypeAndCard, countByTypeAndCardStatement},
+        {read, readStatement(false, "asc"_L1)},
+        {readByCard, readStatement(true, "asc"_L1)},
+        {readDescending, readStatement(false, "desc"_L1)},
+        {readDescendingByCard, readStatement(true, "desc"_L1)},
+        {statusUpdate, statusUpdateStatement},
+        {removal, removalStatement},
+        {probe, probeStatement},
+        {marker, markerStatement},
+    };
+    for (const auto &[query, statement] : statements)
+        query = QSqlQuery(database);
+    for (QSqlQuery *query :
+         {&typeCounts, &read, &readByCard, &readDescending, &readDescendingByCard, &marker})
+        query->setForwardOnly(true);
+    for (const auto &[query, statement] : statements)
+        query.prepare(statement);
+    connected = true;
+}
+
+bool DAO::hasEarlierMessage(const QString &type, int id, const QString &markerText)
+{
+    execQuery(
+        marker,
+        {{u":id"_s, id}, {u":type"_s, type}, {u":marker"_s, QString(u'%' + markerText + u'%')}});
+    const bool found = marker.next();
+    marker.finish();
+    return found;
+}
+
+QList<TypeCount> DAO::getMessageTypeCounts()
+{
+    execQuery(typeCounts, {});
+    QList<TypeCount> counts;
+    while (typeCounts.next())
+        counts.append({typeCounts.value(0).toString(), typeCounts.value(1).toInt()});
+    typeCounts.finish();
+    return counts;
+}
+
+void DAO::updateStatusCode(int id, const QString &statusCode)
+{
+    execQuery(statusUpdate, {{u":id"_s, id}, {u":statusCode"_s, statusCode}});
+}
+
+QueueInfo DAO::getQueueInfo()
+{
+    QueueInfo info;
+    if (execute(probe) && probe.next()) {
+        info.count = probe.value(0).toInt();
+        info.firstMessageTime = probe.value(1).toDateTime();
+    }
+    probe.finish();
+    return info;
+}
+
+int DAO::getErrorsCount() const
+{
+    return errorsCount;
+}
+
+void DAO::resetErrorsCount()
+{
+    errorsCount = 0;
+}
+
+void DAO::execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings)
+{
+    if (!connected) {
+        try {
+            connect();
+        } catch (const BasicException &exception) {
+            logger->error(exception.tr().ru());
+            ++errorsCount;
+            return;
+        }
+    }
+    // Bound only now: connecting has replaced the statements.
+    for (const Binding &binding : bindings)
+        query.bindValue(binding.name, binding.value);
+    if (execute(query))
+        return;
+
+    // One bad statement is no lost database; the probe tells which it was.
+    const bool isAlive = connectionFactory()->isConnectionCurrent(connectionName) && probe.exec();
+    probe.finish();
+    if (isAlive)
+        return;
+    logger->error(u"База данных недоступна"_s);
+    ++errorsCount;
+    connected = false;
+}
+
+bool DAO::execute(QSqlQuery &query)
+{
+    QString error;
+    if (!connectionFactory()->isConnectionCurrent(connectionName))
+        error = u"файл базы данных удалён или заменён"_s;
+    else if (!query.exec())
+        error = query.lastError().text();
+    else
+        return true;
+
+    query.finish();
+    logger->warn(u"Ошибка при выполнении запроса: %1"_s, error);
+    ++errorsCount;
+    return false;
+}
+
+Message DAO::toMessage(const QSqlQuery &row)
+{
+    Message message;
+    message.id = row.value(0).toInt();
+    message.type = row.value(1).toString();
+    const QByteArray text = row.value(2).toByteArray();
+    QJsonParseError error;
+    message.body = QJsonDocument::fromJson(text, &error).object().toVariantMap();
+    if (error.error != QJsonParseError::NoError) {
+        logger->error(
+            u"Не удалось получить сообщение из БД: id = %1, тип = %2, сообщение = '%3'"_s.arg(
+                QString::number(message.id), message.type, QString::fromUtf8(text)));
+        ++errorsCount;
+    }
+    message.cardNumber = row.value(3).toString();
+    message.statusCode = row.value(4).toString();
+    return message;
+}
+
+} // namespace queue

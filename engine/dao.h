@@ -1,0 +1,96 @@
+#pragma once
+
+#include "engine/message.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QSqlQuery>
+#include <QString>
+
+#include <initializer_list>
+
+namespace Log4Qt {
+class Logger;
+}
+
+/// The table as a whole.
+struct QueueInfo
+{
+    /// -1: the database could not be asked.
+    int count = -1;
+    /// When the oldest row was written; invalid when there is none.
+    QDateTime firstMessageTime;
+};
+
+namespace queue {
+
+/// The only way to the table `message`, which the till creates and fills. A failed statement is
+/// logged, counted and read as an empty queue; when the database does not answer a probe either, the
+/// next call connects anew. Only connect() throws.
+///
+/// Thread: one store per thread, never shared, since the prepared statements are members.
+class DAO
+{
+public:
+    DAO();
+    /// Removes the thread's connection.
+    virtual ~DAO();
+    DAO(const DAO &) = delete;
+    DAO &operator=(const DAO &) = delete;
+
+    /// Whether rows of `type` wait; with a card, of that card.
+    virtual bool hasMessages(const QString &type, const QString &cardNumber);
+    /// The first message of `type` with an id above `failId` (-1: any), the last one when
+    /// `descending`; with a card, of that card. Its id is below 1 when there is none.
+    virtual Message getMessage(const QString &type, int failId, bool descending,
+                               const QString &cardNumber);
+    /// As getMessage(), up to `limit` of them. A row without a JSON object comes with an empty body.
+    virtual QList<Message> getMessages(const QString &type, int failId, int limit, bool descending,
+                                       const QString &cardNumber);
+    virtual void deleteMessage(int id);
+    /// Opens the connection of this thread, closing the former one, and prepares all statements.
+    /// Throws BasicException.
+    virtual void connect();
+    /// Whether a message of `type` older than `id` holds `marker` in its body text. `%` and `_` in the
+    /// marker are wildcards.
+    virtual bool hasEarlierMessage(const QString &type, int id, const QString &marker);
+
+    /// The types that have rows, in ascending order.
+    QList<TypeCount> getMessageTypeCounts();
+    void updateStatusCode(int id, const QString &statusCode);
+    /// Only for a store that has connected.
+    QueueInfo getQueueInfo();
+    /// How many errors this store has met since its start or the last reset.
+    int getErrorsCount() const;
+    void resetErrorsCount();
+
+private:
+    struct Binding
+    {
+        QString name;
+        QVariant value;
+    };
+
+    /// Leaves `query` without rows when it could not be run.
+    void execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings);
+    bool execute(QSqlQuery &query);
+    Message toMessage(const QSqlQuery &row);
+
+    QString connectionName;
+    QSqlQuery typeCounts;
+    QSqlQuery countByType;
+    QSqlQuery countByTypeAndCard;
+    QSqlQuery read;
+    QSqlQuery readByCard;
+    QSqlQuery readDescending;
+    QSqlQuery readDescendingByCard;
+    QSqlQuery statusUpdate;
+    QSqlQuery removal;
+    QSqlQuery probe;
+    QSqlQuery marker;
+    bool connected = false;
+    int errorsCount = 0;
+    Log4Qt::Logger *logger;
+};
+
+} // namespace queue

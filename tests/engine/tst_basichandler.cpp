@@ -1,0 +1,319 @@
+#include "engine/basichandler.h"
+#include "shared/core/basicexception.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/queuedatabase.h"
+#include "tests/support/vtable.h"
+
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// What the handlers of one test see and do.
+struct Script
+{
+    QSet<int> refused;
+    /// The service is asked to stop during this message's delivery.
+    int stopAt = -1;
+    QStringList events;
+};
+
+class ScriptedHandler : public BasicHandler
+{
+public:
+    ScriptedHandler(const QString &type, Script &script)
+        : BasicHandler(type)
+        , script(script)
+    {
+    }
+
+    bool sendMessage(const Message &message) override
+    {
+        delivered.append(message);
+        if (message.id == script.stopAt)
+            state->stopFlag = 1;
+        return !script.refused.contains(message.id);
+    }
+    void onSendFailed(int id) override
+    {
+        script.events.append(u"%1 kept"_s.arg(id));
+        BasicHandler::onSendFailed(id);
+    }
+    void onMessageDone(int id) override
+    {
+        script.events.append(u"%1 deleted"_s.arg(id));
+        BasicHandler::onMessageDone(id);
+    }
+    void onQueueEmpty() override
+    {
+        script.events.append(u"end"_s);
+        BasicHandler::onQueueEmpty();
+    }
+
+    QList<Message> delivered;
+
+private:
+    Script &script;
+};
+
+} // namespace
+
+class TstBasicHandler : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void emptyQueue();
+    void failureIsSteppedOver();
+    void failIdAtTheEnd();
+    void everyPassStepsOverOneFailure();
+    void typesDoNotMix();
+    void forcedStartServesTheWholeType();
+    void stopBeforeTheFirstRead();
+    void stopBetweenTwoMessages();
+    void idZeroIsNeverProcessed();
+    void lostDatabaseForgetsTheFailId();
+    void unreadableBodyReachesTheHandler();
+    void rowThatDoesNotGoAway();
+    void typeIsListedWhileItRuns();
+    void snapshotIsNotDisturbed();
+    void unreachableDatabaseLeavesRun();
+    void linesOfAPass();
+    void places();
+
+private:
+    void put(const QList<int> &ids, const QString &body = u"{}"_s);
+    void refuse(int id) { script.refused.insert(id); }
+    QString pass(const QString &type = u"spasibo"_s);
+    int failId() const { return state->startIds.value.value(u"spasibo"_s, -1); }
+
+    std::unique_ptr<QueueDatabase> database;
+    std::shared_ptr<SharedState> state;
+    Script script;
+};
+
+void TstBasicHandler::init()
+{
+    database.reset();
+    database = std::make_unique<QueueDatabase>();
+    state = std::make_shared<SharedState>();
+    script = {};
+}
+
+void TstBasicHandler::put(const QList<int> &ids, const QString &body)
+{
+    for (const int id : ids)
+        database->query(u"INSERT INTO message (messageid, type, body) VALUES (?, 'spasibo', ?)"_s,
+                        {id, body});
+}
+
+QString TstBasicHandler::pass(const QString &type)
+{
+    script.events.clear();
+    ScriptedHandler handler(type, script);
+    handler.setState(state);
+    handler.run();
+    return script.events.join(u", ");
+}
+
+void TstBasicHandler::emptyQueue()
+{
+    state->startIds.value.insert(u"spasibo"_s, 3);
+    QCOMPARE(pass(), u"end"_s);
+    QVERIFY(!state->startIds.value.contains(u"spasibo"_s));
+}
+
+void TstBasicHandler::failureIsSteppedOver()
+{
+    put({5, 6, 7});
+    refuse(6);
+    QCOMPARE(pass(), u"5 deleted, 6 kept"_s);
+    QCOMPARE(failId(), 6);
+    QCOMPARE(pass(), u"7 deleted, end"_s);
+    QCOMPARE(failId(), -1);
+    QCOMPARE(pass(), u"6 kept"_s);
+    QCOMPARE(database->ids(), QList<int>{6});
+    script.refused.clear();
+    QCOMPARE(pass(), u"end"_s);
+    QCOMPARE(pass(), u"6 deleted, end"_s);
+}
+
+void TstBasicHandler::failIdAtTheEnd()
+{
+    put({5});
+    state->startIds.value.insert(u"spasibo"_s, 5);
+    QCOMPARE(pass(), u"end"_s);
+    QCOMPARE(failId(), -1);
+    QCOMPARE(pass(), u"5 deleted, end"_s);
+}
+
+void TstBasicHandler::everyPassStepsOverOneFailure()
+{
+    put({1, 2, 3});
+    refuse(1);
+    refuse(2);
+    QCOMPARE(pass(), u"1 kept"_s);
+    QCOMPARE(pass(), u"2 kept"_s);
+    QCOMPARE(pass(), u"3 deleted, end"_s);
+    QCOMPARE(pass(), u"1 kept"_s);
+}
+
+void TstBasicHandler::typesDoNotMix()
+{
+    put({1});
+    const int other = database->put(u"mindbox"_s, u"{}"_s);
+    state->startIds.value.insert(u"mindbox"_s, 77);
+    QCOMPARE(pass(), u"1 deleted, end"_s);
+    QCOMPARE(database->ids(), QList<int>{other});
+    QCOMPARE(state->startIds.value, (QMap<QString, int>{{u"mindbox"_s, 77}}));
+}
+
+void TstBasicHandler::forcedStartServesTheWholeType()
+{
+    const int first = database->put(u"spasibo"_s, u"{}"_s, u"1"_s);
+    const int second = database->put(u"spasibo"_s, u"{}"_s, u"2"_s);
+    ScriptedHandler handler(u"spasibo"_s, script);
+    handler.setState(state);
+    handler.setCardNumber(u"2"_s);
+    handler.run();
+    QCOMPARE(handler.delivered.size(), 2);
+    QCOMPARE(handler.delivered.at(0).id, first);
+    QCOMPARE(handler.delivered.at(1).id, second);
+}
+
+void TstBasicHandler::stopBeforeTheFirstRead()
+{
+    put({5});
+    state->startIds.value.insert(u"spasibo"_s, 5);
+    state->stopFlag = 1;
+    const LogCapture log(u"spasibo"_s);
+    QCOMPARE(pass(), u""_s);
+    QCOMPARE(failId(), 5);
+    QCOMPARE(log.lines().count(u"WARN Получен сигнал завершения работы"_s), 1);
+}
+
+void TstBasicHandler::stopBetweenTwoMessages()
+{
+    put({1, 2});
+    script.stopAt = 1;
+    QCOMPARE(pass(), u"1 deleted"_s);
+    QCOMPARE(database->ids(), QList<int>{2});
+}
+
+void TstBasicHandler::idZeroIsNeverProcessed()
+{
+    put({0, 1});
+    QCOMPARE(pass(), u"end"_s);
+    QCOMPARE(pass(), u"end"_s);
+    QCOMPARE(database->ids(), (QList<int>{0, 1}));
+}
+
+void TstBasicHandler::lostDatabaseForgetsTheFailId()
+{
+    put({5, 6});
+    state->startIds.value.insert(u"spasibo"_s, 5);
+    database->query(u"ALTER TABLE message RENAME TO away"_s);
+    QCOMPARE(pass(), u"end"_s);
+    database->query(u"ALTER TABLE away RENAME TO message"_s);
+    QCOMPARE(failId(), -1);
+    QCOMPARE(pass(), u"5 deleted, 6 deleted, end"_s);
+}
+
+void TstBasicHandler::unreadableBodyReachesTheHandler()
+{
+    put({1}, u"no json"_s);
+    ScriptedHandler handler(u"spasibo"_s, script);
+    handler.setState(state);
+    handler.run();
+    QCOMPARE(handler.delivered.size(), 1);
+    QVERIFY(handler.delivered.first().body.isEmpty());
+}
+
+void TstBasicHandler::rowThatDoesNotGoAway()
+{
+    put({1, 2});
+    database->query(u"CREATE TRIGGER queues.stubborn BEFORE DELETE ON message "
+                    "BEGIN SELECT RAISE(ABORT, 'disk full'); END"_s);
+    const LogCapture log(u"spasibo"_s);
+    QCOMPARE(pass(), u"1 deleted, 1 kept"_s);
+    QVERIFY(log.lines().contains(u"ERROR Сообщение 1 доставлено, но не удаляется из базы данных, "
+                                 "повтор при следующем проходе"_s));
+    QCOMPARE(pass(), u"2 deleted, 2 kept"_s);
+    QCOMPARE(pass(), u"end"_s);
+    QCOMPARE(database->ids(), (QList<int>{1, 2}));
+    database->query(u"DROP TRIGGER queues.stubborn"_s);
+    QCOMPARE(pass(), u"1 deleted, 2 deleted, end"_s);
+}
+
+void TstBasicHandler::typeIsListedWhileItRuns()
+{
+    put({1});
+    bool wasListed = false;
+    {
+        struct Listing : ScriptedHandler
+        {
+            using ScriptedHandler::ScriptedHandler;
+            bool *listed = nullptr;
+            bool sendMessage(const Message & /*message*/) override
+            {
+                const QMutexLocker locker(&state->runningTypes.mutex);
+                *listed = state->runningTypes.value.contains(type());
+                return true;
+            }
+        } handler(u"spasibo"_s, script);
+        handler.listed = &wasListed;
+        handler.setState(state);
+        QVERIFY(state->runningTypes.value.isEmpty());
+        handler.run();
+        QVERIFY(state->runningTypes.value.contains(u"spasibo"_s));
+    }
+    QVERIFY(wasListed);
+    QVERIFY(state->runningTypes.value.isEmpty());
+}
+
+void TstBasicHandler::snapshotIsNotDisturbed()
+{
+    state->startIds.value = {{u"spasibo"_s, 3}, {u"mindbox"_s, 4}};
+    const QMap<QString, int> snapshot = state->startIds.value;
+    QCOMPARE(pass(), u"end"_s);
+    QCOMPARE(snapshot.size(), 2);
+    QCOMPARE(state->startIds.value, (QMap<QString, int>{{u"mindbox"_s, 4}}));
+}
+
+void TstBasicHandler::unreachableDatabaseLeavesRun()
+{
+    database->setSettings(u"[database]\nname = /nowhere/queues.db\n"_s);
+    ScriptedHandler handler(u"spasibo"_s, script);
+    handler.setState(state);
+    QVERIFY_EXCEPTION_THROWN(handler.run(), BasicException);
+    QCOMPARE(script.events, QStringList());
+}
+
+void TstBasicHandler::linesOfAPass()
+{
+    put({7}, uR"({"url":"http://x","body":"%1 %2"})"_s);
+    const LogCapture log(u"spasibo"_s);
+    QCOMPARE(pass(), u"7 deleted, end"_s);
+    QCOMPARE(
+        log.lines(),
+        (QStringList{u"INFO Обработчик spasibo запущен"_s, u"DEBUG Обработка сообщений"_s,
+                     uR"(INFO Обработка сообщения: {"body":"%1 %2","url":"http://x"})"_s,
+                     u"INFO Удаление сообщения 7"_s, u"DEBUG Обработка сообщений завершена"_s}));
+}
+
+void TstBasicHandler::places()
+{
+    QCOMPARE(slotOf(&BasicHandler::run), 0);
+    QCOMPARE(slotOf(&BasicHandler::processMessages), 3);
+    QCOMPARE(slotOf(&BasicHandler::isStopped), 4);
+    QCOMPARE(slotOf(&BasicHandler::sendMessage), 5);
+    QCOMPARE(slotOf(&BasicHandler::onSendFailed), 6);
+    QCOMPARE(slotOf(&BasicHandler::onMessageDone), 7);
+    QCOMPARE(slotOf(&BasicHandler::onQueueEmpty), 8);
+}
+
+QTEST_GUILESS_MAIN(TstBasicHandler)
+#include "tst_basichandler.moc"

@@ -1,0 +1,562 @@
+#include "engine/dao.h"
+#include "shared/core/basicexception.h"
+#include "shared/core/connectionfactory.h"
+#include "shared/core/singleton.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/mariadbserver.h"
+#include "tests/support/queuedatabase.h"
+#include "tests/support/vtable.h"
+
+#include <QFile>
+#include <QSqlError>
+#include <QTest>
+
+#include <thread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QStringList qtWarnings;
+
+void collectQtWarnings(QtMsgType type, const QMessageLogContext & /*context*/, const QString &text)
+{
+    if (type == QtWarningMsg)
+        qtWarnings.append(text);
+    else if (type == QtFatalMsg)
+        fprintf(stderr, "%s\n", qPrintable(text));
+}
+
+} // namespace
+
+/// Every case runs on SQLite and on a real server.
+class TstDao : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit TstDao(MariaDbServer *server)
+        : server(server)
+    {
+    }
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void emptyTable();
+    void oldestFirst();
+    void descending();
+    void failIdIsExceeded();
+    void emptyCardSelectsAllCards();
+    void cardNarrows();
+    void fieldsOfAMessage();
+    void bodies_data();
+    void bodies();
+    void tenMegabytes();
+    void countsInOrderOfType();
+    void typesDifferByCase();
+    void deletesOneRow();
+    void statusCode();
+    void earlierMessage_data();
+    void earlierMessage();
+    void queueInfo();
+    void traceOfARead();
+    void failedStatementKeepsTheConnection();
+    void lostTableReconnects();
+    void unreachableAtFirstCall();
+    void unreachableThrowsFromConnect();
+    void queueInfoOfALostTable();
+    void endRemovesTheConnection();
+    void deletedFile();
+    void lockedByAnotherProgram();
+    void readOnlyFile();
+    void serverRestart();
+    void places();
+
+private:
+    void change(const QString &statement);
+    void dropConnection();
+    void breakConnection();
+
+    MariaDbServer *server;
+    std::unique_ptr<QueueDatabase> database;
+};
+
+void TstDao::init()
+{
+    qtWarnings.clear();
+    qInstallMessageHandler(collectQtWarnings);
+    database = std::make_unique<QueueDatabase>();
+    if (server) {
+        database->setSettings(server->settings());
+        server->run(u"TRUNCATE TABLE queues.message"_s);
+    }
+}
+
+void TstDao::cleanup()
+{
+    database.reset();
+    qInstallMessageHandler(nullptr);
+    QCOMPARE(qtWarnings.join(u'\n'), QString());
+}
+
+void TstDao::emptyTable()
+{
+    queue::DAO dao;
+    dao.connect();
+    QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, -1);
+    QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
+    QVERIFY(dao.getMessageTypeCounts().isEmpty());
+    QCOMPARE(dao.getQueueInfo().count, 0);
+    QVERIFY(!dao.getQueueInfo().firstMessageTime.isValid());
+    QCOMPARE(dao.getErrorsCount(), 0);
+}
+
+void TstDao::oldestFirst()
+{
+    const int first = database->put(u"cardlab"_s, u"{}"_s);
+    database->put(u"heineken"_s, u"{}"_s);
+    const int second = database->put(u"cardlab"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, first);
+    QCOMPARE(dao.getMessage(u"cardlab"_s, first, false, QString()).id, second);
+}
+
+void TstDao::descending()
+{
+    const int first = database->put(u"cardlab"_s, u"{}"_s, u"1"_s);
+    const int second = database->put(u"cardlab"_s, u"{}"_s, u"2"_s);
+    queue::DAO dao;
+    dao.connect();
+    QCOMPARE(dao.getMessage(u"cardlab"_s, -1, true, QString()).id, second);
+    QCOMPARE(dao.getMessage(u"cardlab"_s, -1, true, u"1"_s).id, first);
+    const QList<Message> all = dao.getMessages(u"cardlab"_s, -1, 10, true, QString());
+    QCOMPARE(all.size(), 2);
+    QCOMPARE(all.at(0).id, second);
+    QCOMPARE(dao.getMessages(u"cardlab"_s, -1, 1, true, QString()).size(), 1);
+}
+
+void TstDao::failIdIsExceeded()
+{
+    database->put(u"cardlab"_s, u"{}"_s);
+    const int last = database->put(u"cardlab"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    QCOMPARE(dao.getMessage(u"cardlab"_s, last, false, QString()).id, -1);
+    QVERIFY(dao.hasMessages(u"cardlab"_s, QString()));
+}
+
+void TstDao::emptyCardSelectsAllCards()
+{
+    const int withCard = database->put(u"mindbox"_s, u"{}"_s, u"777"_s);
+    database->put(u"mindbox"_s, u"{}"_s, u""_s);
+    queue::DAO dao;
+    dao.connect();
+    QCOMPARE(dao.getMessages(u"mindbox"_s, -1, 10, false, QString()).size(), 2);
+    QCOMPARE(dao.getMessage(u"mindbox"_s, -1, false, u""_s).id, withCard);
+    QVERIFY(dao.hasMessages(u"mindbox"_s, u""_s));
+}
+
+void TstDao::cardNarrows()
+{
+    database->put(u"mindbox"_s, u"{}"_s, u"1"_s);
+    const int wanted = database->put(u"mindbox"_s, u"{}"_s, u"2"_s);
+    queue::DAO dao;
+    dao.connect();
+    QCOMPARE(dao.getMessage(u"mindbox"_s, -1, false, u"2"_s).id, wanted);
+    QVERIFY(dao.hasMessages(u"mindbox"_s, u"2"_s));
+    QVERIFY(!dao.hasMessages(u"mindbox"_s, u"3"_s));
+    QVERIFY(!dao.hasMessages(u"cardlab"_s, u"2"_s));
+}
+
+void TstDao::fieldsOfAMessage()
+{
+    const int id = database->put(u"spasibo"_s, uR"({"url":"http://x/ю","n":7})"_s, u"карта"_s);
+    database->query(u"UPDATE message SET statuscode = '3'"_s);
+    queue::DAO dao;
+    dao.connect();
+    const Message message = dao.getMessage(u"spasibo"_s, -1, false, QString());
+    QCOMPARE(message.id, id);
+    QCOMPARE(message.type, u"spasibo"_s);
+    QCOMPARE(message.body, (QVariantMap{{u"url"_s, u"http://x/ю"_s}, {u"n"_s, 7}}));
+    QCOMPARE(message.cardNumber, u"карта"_s);
+    QCOMPARE(message.statusCode, u"3"_s);
+}
+
+void TstDao::bodies_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QVariantMap>("read");
+    QTest::addColumn<bool>("isError");
+
+    QTest::newRow("no JSON") << u"<xml/>"_s << QVariantMap{} << true;
+    QTest::newRow("cut off") << uR"({"url":"http)"_s << QVariantMap{} << true;
+    QTest::newRow("empty text") << u""_s << QVariantMap{} << true;
+    QTest::newRow("placeholders in the text") << u"%1 %2 {"_s << QVariantMap{} << true;
+    QTest::newRow("array") << u"[1,2]"_s << QVariantMap{} << false;
+    QTest::newRow("empty object") << u"{}"_s << QVariantMap{} << false;
+    QTest::newRow("duplicate keys: the last")
+        << uR"({"a":"1","a":"2"})"_s << QVariantMap{{u"a"_s, u"2"_s}} << false;
+    QTest::newRow("emoji") << u"{\"a\":\"😀\"}"_s << QVariantMap{{u"a"_s, u"😀"_s}} << false;
+}
+
+void TstDao::bodies()
+{
+    QFETCH(QString, body);
+    QFETCH(QVariantMap, read);
+    QFETCH(bool, isError);
+
+    const int id = database->put(u"cardlab"_s, body);
+    queue::DAO dao;
+    dao.connect();
+    const LogCapture log(u"dao"_s);
+    const Message message = dao.getMessage(u"cardlab"_s, -1, false, QString());
+    QCOMPARE(message.id, id);
+    QCOMPARE(message.body, read);
+    const QString line = u"ERROR Не удалось получить сообщение из БД: id = "_s + QString::number(id)
+                         + u", тип = cardlab, сообщение = '"_s + body + u"'"_s;
+    QCOMPARE(log.lines().contains(line), isError);
+    QCOMPARE(dao.getErrorsCount(), isError ? 1 : 0);
+    QCOMPARE(database->ids(), QList<int>{id});
+}
+
+void TstDao::tenMegabytes()
+{
+    const QString text(10 * 1024 * 1024, u'ж');
+    database->put(u"cardlab"_s, u"{\"body\":\""_s + text.left(5 * 1024 * 1024) + u"\"}"_s);
+    queue::DAO dao;
+    dao.connect();
+    const Message message = dao.getMessage(u"cardlab"_s, -1, false, QString());
+    QCOMPARE(message.body.value(u"body"_s).toString().size(), 5 * 1024 * 1024);
+    QCOMPARE(dao.getErrorsCount(), 0);
+}
+
+void TstDao::countsInOrderOfType()
+{
+    for (const QString &type : {u"mindbox"_s, u"cardlab"_s, u"mindbox"_s, u"Zeta"_s})
+        database->put(type, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    QStringList seen;
+    const QList<TypeCount> counts = dao.getMessageTypeCounts();
+    for (const TypeCount &entry : counts)
+        seen.append(u"%1 %2"_s.arg(entry.type).arg(entry.count));
+    QCOMPARE(seen, (QStringList{u"Zeta 1"_s, u"cardlab 1"_s, u"mindbox 2"_s}));
+}
+
+void TstDao::typesDifferByCase()
+{
+    database->put(u"spasiboBatch"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    QVERIFY(dao.hasMessages(u"spasiboBatch"_s, QString()));
+    QVERIFY(!dao.hasMessages(u"spasibobatch"_s, QString()));
+    QCOMPARE(dao.getMessage(u"spasibobatch"_s, -1, false, QString()).id, -1);
+}
+
+void TstDao::deletesOneRow()
+{
+    const int first = database->put(u"cardlab"_s, u"{}"_s);
+    const int second = database->put(u"cardlab"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    const LogCapture log(u"dao"_s);
+    dao.deleteMessage(first);
+    QCOMPARE(database->ids(), QList<int>{second});
+    QCOMPARE(log.lines(),
+             QStringList{u"DEBUG Удаление сообщения с идентификатором '%1'"_s.arg(first)});
+    dao.deleteMessage(second);
+    const int third = database->put(u"cardlab"_s, u"{}"_s);
+    QVERIFY2(third > second, "the number of a deleted row came back");
+}
+
+void TstDao::statusCode()
+{
+    const int first = database->put(u"spasibo"_s, u"{}"_s);
+    database->put(u"spasibo"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    dao.updateStatusCode(first, u"2"_s);
+    const QList<Message> messages = dao.getMessages(u"spasibo"_s, -1, 10, false, QString());
+    QCOMPARE(messages.at(0).statusCode, u"2"_s);
+    QCOMPARE(messages.at(1).statusCode, u""_s);
+}
+
+void TstDao::earlierMessage_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QString>("marker");
+    QTest::addColumn<bool>("found");
+
+    QTest::newRow("within the text") << uR"({"mark":"АБВ123"})"_s << u"БВ1"_s << true;
+    QTest::newRow("not there") << uR"({"mark":"АБВ123"})"_s << u"ГД"_s << false;
+    QTest::newRow("other case") << uR"({"mark":"abc"})"_s << u"ABC"_s << false;
+    QTest::newRow("empty marker: any row") << u"{}"_s << u""_s << true;
+    QTest::newRow("percent sign is a wildcard") << uR"({"mark":"a-b"})"_s << u"a%b"_s << true;
+    QTest::newRow("underscore is a wildcard") << uR"({"mark":"a-b"})"_s << u"a_b"_s << true;
+    QTest::newRow("quote") << uR"({"mark":"it's"})"_s << u"it's"_s << true;
+}
+
+void TstDao::earlierMessage()
+{
+    QFETCH(QString, body);
+    QFETCH(QString, marker);
+    QFETCH(bool, found);
+
+    const int earlier = database->put(u"excisemark"_s, body);
+    const int later = database->put(u"excisemark"_s, body);
+    queue::DAO dao;
+    dao.connect();
+    QCOMPARE(dao.hasEarlierMessage(u"excisemark"_s, later, marker), found);
+    QVERIFY(!dao.hasEarlierMessage(u"excisemark"_s, earlier, marker));
+    QVERIFY(!dao.hasEarlierMessage(u"markdown"_s, later, marker));
+}
+
+void TstDao::queueInfo()
+{
+    const int first = database->put(u"cardlab"_s, u"{}"_s);
+    database->put(u"mindbox"_s, u"{}"_s);
+    database->put(u"abmloyalty"_s, u"{}"_s);
+    database->query(
+        u"UPDATE message SET creationtime = '2026-02-03 04:05:06' WHERE messageid = ?"_s, {first});
+    queue::DAO dao;
+    dao.connect();
+    const QueueInfo info = dao.getQueueInfo();
+    QCOMPARE(info.count, 3);
+    QCOMPARE(info.firstMessageTime, QDateTime(QDate(2026, 2, 3), QTime(4, 5, 6)));
+}
+
+void TstDao::traceOfARead()
+{
+    queue::DAO dao;
+    dao.connect();
+    const LogCapture log(u"dao"_s);
+    dao.getMessage(u"%1"_s, -1, false, QString());
+    dao.getMessage(u"cardlab"_s, 15, false, QString());
+    QCOMPARE(log.lines(),
+             (QStringList{u"TRACE Получение сообщения типа %1"_s,
+                          u"TRACE Получение сообщения типа cardlab с идентификатором > 15"_s}));
+}
+
+void TstDao::failedStatementKeepsTheConnection()
+{
+    const int id = database->put(u"spasibo"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    change(u"ALTER TABLE message RENAME COLUMN statuscode TO gone"_s);
+    const LogCapture log(u"dao"_s);
+    dao.updateStatusCode(id, u"1"_s);
+    change(u"ALTER TABLE message RENAME COLUMN gone TO statuscode"_s);
+
+    QCOMPARE(dao.getErrorsCount(), 1);
+    QCOMPARE(log.lines().size(), 1);
+    QVERIFY(log.lines().first().startsWith(u"WARN Ошибка при выполнении запроса: "_s));
+    QVERIFY(dao.hasMessages(u"spasibo"_s, QString()));
+    QVERIFY2(!log.lines().contains(u"DEBUG Подключение к базе данных"_s), "it reconnected");
+    dao.resetErrorsCount();
+    QCOMPARE(dao.getErrorsCount(), 0);
+}
+
+void TstDao::lostTableReconnects()
+{
+    const int id = database->put(u"cardlab"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    change(u"ALTER TABLE message RENAME TO away"_s);
+    const LogCapture log(u"dao"_s);
+    QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, -1);
+    QCOMPARE(dao.getErrorsCount(), 2);
+    QVERIFY(log.lines().contains(u"ERROR База данных недоступна"_s));
+
+    change(u"ALTER TABLE away RENAME TO message"_s);
+    QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, id);
+    QCOMPARE(log.lines().count(u"DEBUG Подключение к базе данных"_s), 1);
+    QCOMPARE(dao.getErrorsCount(), 2);
+}
+
+/// Changes the table as its owner.
+void TstDao::change(const QString &statement)
+{
+    if (server)
+        server->run(u"USE queues; "_s + statement);
+    else
+        database->query(statement);
+}
+
+void TstDao::dropConnection()
+{
+    ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
+    const QString name = factory->getConnection().connectionName();
+    factory->removeConnection(name);
+}
+
+void TstDao::breakConnection()
+{
+    // The test's own connection must not be handed out.
+    dropConnection();
+    database->setSettings(server ? u"[database]\ndriver = QMYSQL\nsocket = /nowhere/db.sock\n"_s
+                                 : u"[database]\nname = /nowhere/queues.db\n"_s);
+}
+
+void TstDao::unreachableAtFirstCall()
+{
+    breakConnection();
+    queue::DAO dao;
+    const LogCapture log(u"dao"_s);
+    QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
+    QCOMPARE(dao.getErrorsCount(), 1);
+    QCOMPARE(log.lines().size(), 2);
+    QVERIFY(log.lines().at(1).startsWith(u"ERROR Не удалось "_s));
+
+    QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
+    QCOMPARE(dao.getErrorsCount(), 2);
+    database->setSettings(server ? server->settings() : QString());
+    database->put(u"cardlab"_s, u"{}"_s);
+    QVERIFY(dao.hasMessages(u"cardlab"_s, QString()));
+    QCOMPARE(dao.getErrorsCount(), 2);
+}
+
+void TstDao::unreachableThrowsFromConnect()
+{
+    breakConnection();
+    {
+        queue::DAO dao;
+        QVERIFY_EXCEPTION_THROWN(dao.connect(), BasicException);
+        QCOMPARE(dao.getErrorsCount(), 0);
+    }
+    database->setSettings(server ? server->settings() : QString());
+}
+
+void TstDao::queueInfoOfALostTable()
+{
+    queue::DAO dao;
+    dao.connect();
+    change(u"ALTER TABLE message RENAME TO away"_s);
+    const LogCapture log(u"dao"_s);
+    QCOMPARE(dao.getQueueInfo().count, -1);
+    QCOMPARE(dao.getErrorsCount(), 1);
+    QCOMPARE(log.lines().size(), 1);
+    QVERIFY(log.lines().first().startsWith(u"WARN Ошибка при выполнении запроса: "_s));
+    change(u"ALTER TABLE away RENAME TO message"_s);
+}
+
+void TstDao::endRemovesTheConnection()
+{
+    database->put(u"cardlab"_s, u"{}"_s);
+    QString name;
+    const LogCapture log(u"dao"_s);
+    std::thread worker([&name] {
+        queue::DAO dao;
+        dao.connect();
+        name = Singleton<ConnectionFactory>::instance()->getConnection().connectionName();
+        dao.getMessage(u"cardlab"_s, -1, false, QString());
+    });
+    worker.join();
+    QVERIFY(!name.isEmpty());
+    QVERIFY(!QSqlDatabase::contains(name));
+    QCOMPARE(log.lines().last(), u"TRACE Удаление соединения с базой данных: "_s + name);
+}
+
+void TstDao::deletedFile()
+{
+    if (server)
+        QSKIP("a server keeps its files to itself");
+    database->put(u"cardlab"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    const LogCapture log(u"dao"_s);
+    for (const QString &suffix : {u""_s, u"-wal"_s, u"-shm"_s})
+        QVERIFY(QFile::remove(database->file() + suffix));
+    QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
+    QCOMPARE(dao.getErrorsCount(), 2);
+    QVERIFY(log.lines().contains(
+        u"WARN Ошибка при выполнении запроса: файл базы данных удалён или заменён"_s));
+    QVERIFY(log.lines().contains(u"ERROR База данных недоступна"_s));
+
+    // The next call makes the file anew, and what the till writes into it is seen.
+    QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
+    database->put(u"cardlab"_s, u"{}"_s);
+    QVERIFY(dao.hasMessages(u"cardlab"_s, QString()));
+    QCOMPARE(dao.getErrorsCount(), 2);
+}
+
+void TstDao::lockedByAnotherProgram()
+{
+    const int id = database->put(u"cardlab"_s, u"{}"_s);
+    if (server)
+        database->query(u"BEGIN"_s);
+    else
+        database->query(u"BEGIN IMMEDIATE"_s);
+    database->query(u"UPDATE message SET statuscode = 'busy' WHERE messageid = ?"_s, {id});
+
+    std::atomic<int> errors{-1};
+    std::thread worker([id, &errors] {
+        queue::DAO dao;
+        dao.connect();
+        dao.deleteMessage(id);
+        errors = dao.getErrorsCount();
+    });
+    database->query(u"COMMIT"_s);
+    worker.join();
+    QCOMPARE(errors.load(), 0);
+    QCOMPARE(database->ids(), QList<int>());
+}
+
+void TstDao::readOnlyFile()
+{
+    if (server)
+        QSKIP("what a server cannot write it tells like any failed statement");
+    const int id = database->put(u"cardlab"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    database->query(u"PRAGMA query_only = ON"_s);
+    const LogCapture log(u"dao"_s);
+    dao.deleteMessage(id);
+    database->query(u"PRAGMA query_only = OFF"_s);
+    QCOMPARE(dao.getErrorsCount(), 1);
+    QCOMPARE(database->ids(), QList<int>{id});
+    dao.deleteMessage(id);
+    QCOMPARE(database->ids(), QList<int>());
+}
+
+void TstDao::serverRestart()
+{
+    if (!server)
+        QSKIP("there is no server");
+    const int id = database->put(u"cardlab"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    server->stop();
+    const LogCapture log(u"dao"_s);
+    QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, -1);
+    QCOMPARE(dao.getErrorsCount(), 2);
+    QVERIFY(log.lines().contains(u"ERROR База данных недоступна"_s));
+    server->start();
+    QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, id);
+    QCOMPARE(dao.getErrorsCount(), 2);
+}
+
+void TstDao::places()
+{
+    QCOMPARE(slotOf(&queue::DAO::hasMessages), 2);
+    QCOMPARE(slotOf(&queue::DAO::getMessage), 3);
+    QCOMPARE(slotOf(&queue::DAO::getMessages), 4);
+    QCOMPARE(slotOf(&queue::DAO::deleteMessage), 5);
+    QCOMPARE(slotOf(&queue::DAO::connect), 6);
+    QCOMPARE(slotOf(&queue::DAO::hasEarlierMessage), 7);
+}
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    TstDao onSqlite(nullptr);
+    int failures = QTest::qExec(&onSqlite, argc, argv);
+    MariaDbServer server;
+    TstDao onServer(&server);
+    failures += QTest::qExec(&onServer, argc, argv);
+    return failures;
+}
+
+#include "tst_dao.moc"
