@@ -1,0 +1,528 @@
+#include "shared/net/curltransport.h"
+
+#include "shared/core/config.h"
+#include "shared/core/singleton.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <array>
+#include <cerrno>
+#include <curl/curl.h>
+#include <memory>
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qsizetype maxBodySize = 16 * 1024 * 1024;
+constexpr qsizetype maxHeaderSize = 256 * 1024;
+/// libcurl counts whole seconds and closes what is older.
+constexpr long maxIdleSeconds = 29;
+/// A bundle of trusted certificates that was replaced is seen after this time.
+constexpr long caCacheSeconds = 60;
+
+// Values of QNetworkReply::NetworkError.
+constexpr int connectionRefusedError = 1;
+constexpr int closedEarlyError = 2;
+constexpr int hostNotFoundError = 3;
+constexpr int timeoutError = 4;
+constexpr int tlsError = 6;
+constexpr int unknownNetworkError = 99;
+constexpr int proxyRefusedError = 101;
+constexpr int proxyClosedError = 102;
+constexpr int proxyNotFoundError = 103;
+constexpr int proxyTimeoutError = 104;
+constexpr int proxyAuthenticationError = 105;
+
+struct CurlDeleter
+{
+    void operator()(CURL *handle) const { curl_easy_cleanup(handle); }
+    void operator()(curl_slist *list) const { curl_slist_free_all(list); }
+    void operator()(curl_mime *mime) const { curl_mime_free(mime); }
+};
+using CurlHandle = std::unique_ptr<CURL, CurlDeleter>;
+using CurlList = std::unique_ptr<curl_slist, CurlDeleter>;
+using CurlMime = std::unique_ptr<curl_mime, CurlDeleter>;
+
+/// The connections of one thread. libcurl keeps them in the handle that made them. Those that were
+/// opened with a client certificate have a handle of their own, which ends with its certificate, so
+/// neither a connection nor a TLS session can ever speak for another client.
+struct Connections
+{
+    /// Before the handles, since libcurl may write into it while it closes them.
+    std::array<char, CURL_ERROR_SIZE> errorBuffer = {};
+    CurlHandle plain;
+    CurlHandle certified;
+    QByteArray certifiedIdentity;
+};
+
+thread_local Connections connections;
+
+/// What an exchange brings in.
+struct Transfer
+{
+    bool keepHeaders = false;
+    bool isRepeatable = false;
+
+    QByteArray body;
+    QList<QByteArray> headerLines;
+    qsizetype headerSize = 0;
+    int attempts = 0;
+    bool isBodyTooLarge = false;
+    bool isHeaderTooLarge = false;
+    bool isRepeatRefused = false;
+};
+
+std::size_t takeBody(char *data, std::size_t size, std::size_t count, void *context)
+{
+    auto &transfer = *static_cast<Transfer *>(context);
+    const auto length = static_cast<qsizetype>(size * count);
+    if (transfer.body.size() + length > maxBodySize) {
+        transfer.isBodyTooLarge = true;
+        return CURL_WRITEFUNC_ERROR;
+    }
+    transfer.body.append(data, length);
+    return size * count;
+}
+
+std::size_t takeHeader(char *data, std::size_t size, std::size_t count, void *context)
+{
+    auto &transfer = *static_cast<Transfer *>(context);
+    const auto length = static_cast<qsizetype>(size * count);
+    transfer.headerSize += length;
+    if (transfer.headerSize > maxHeaderSize) {
+        transfer.isHeaderTooLarge = true;
+        return CURL_WRITEFUNC_ERROR;
+    }
+    if (transfer.keepHeaders) {
+        const QByteArray line = QByteArray(data, length).trimmed();
+        if (line.startsWith("HTTP/"))
+            transfer.headerLines.clear();
+        if (!line.isEmpty())
+            transfer.headerLines.append(line);
+    }
+    return size * count;
+}
+
+/// libcurl calls this before each time that it sends the request. A second time means that a kept
+/// connection broke before an answer came. The server may have read the request, so a payment, say,
+/// would be made twice.
+int beforeRequest(void *context, char *, char *, int, int)
+{
+    auto &transfer = *static_cast<Transfer *>(context);
+    ++transfer.attempts;
+    if (transfer.attempts > 1 && !transfer.isRepeatable) {
+        transfer.isRepeatRefused = true;
+        return CURL_PREREQFUNC_ABORT;
+    }
+    return CURL_PREREQFUNC_OK;
+}
+
+bool isRepeatable(const QByteArray &verb)
+{
+    static const QList<QByteArray> repeatable = {"GET", "HEAD", "PUT", "DELETE", "OPTIONS"};
+    return repeatable.contains(verb);
+}
+
+void initializeCurl()
+{
+    static const CURLcode initialized = curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (initialized != CURLE_OK)
+        qFatal("libcurl cannot be used: %s", curl_easy_strerror(initialized));
+}
+
+/// Names the file and the state it is in, so that a replaced file is another one.
+QByteArray fileIdentity(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    struct stat status = {};
+    if (name.isEmpty() || ::stat(name.constData(), &status) != 0)
+        return name;
+    return name + '\n' + QByteArray::number(qint64(status.st_ino)) + ' '
+           + QByteArray::number(qint64(status.st_size)) + ' '
+           + QByteArray::number(qint64(status.st_mtim.tv_sec)) + '.'
+           + QByteArray::number(qint64(status.st_mtim.tv_nsec));
+}
+
+CURL *handleFor(const Exchange &exchange)
+{
+    initializeCurl();
+    const bool isCertified =
+        exchange.url.scheme() == u"https" && !exchange.certificatePath.isEmpty();
+    CurlHandle &handle = isCertified ? connections.certified : connections.plain;
+    if (isCertified) {
+        const QByteArray identity = fileIdentity(exchange.certificatePath) + '\n'
+                                    + fileIdentity(exchange.privateKeyPath) + '\n'
+                                    + exchange.certificatePassword.toUtf8();
+        if (identity != connections.certifiedIdentity)
+            handle.reset();
+        connections.certifiedIdentity = identity;
+    }
+    if (!handle)
+        handle.reset(curl_easy_init());
+    return handle.get();
+}
+
+/// The proxy for `url`, empty for none. Only the settings name one; the environment has no say.
+QByteArray proxyFor(const QUrl &url)
+{
+    Config *config = Singleton<Config>::instance();
+    const QString proxy = config->getString(u"network:proxy"_s, QString());
+    if (proxy.isEmpty())
+        return {};
+    const QStringList direct = config->getStringList(u"network:noProxy"_s, QString());
+    for (const QString &host : direct) {
+        if (url.host().compare(host, Qt::CaseInsensitive) == 0
+            || url.host().endsWith(u'.' + host, Qt::CaseInsensitive))
+            return {};
+    }
+    return proxy.toUtf8();
+}
+
+void append(CurlList &list, const QByteArray &line)
+{
+    list.reset(curl_slist_append(list.release(), line.constData()));
+}
+
+/// A header as libcurl takes it, which for one without a value is with a semicolon.
+QByteArray headerLine(const QByteArray &name, const QByteArray &value)
+{
+    return value.isEmpty() ? name + ';' : name + ": " + value;
+}
+
+CurlList headerList(const Exchange &exchange)
+{
+    CurlList list;
+    bool hasContentType = false;
+    for (const auto &[name, value] : exchange.headers) {
+        hasContentType |= name.compare("Content-Type", Qt::CaseInsensitive) == 0;
+        append(list, headerLine(name, value));
+    }
+    // What libcurl would add by itself: a wait before larger bodies, and a type that raw bytes do not
+    // have.
+    append(list, "Expect:");
+    if (!hasContentType && exchange.parts.isEmpty())
+        append(list, "Content-Type:");
+    return list;
+}
+
+CurlMime mimeOf(CURL *handle, const QList<http::Part> &parts)
+{
+    CurlMime mime(curl_mime_init(handle));
+    for (const http::Part &part : parts) {
+        curl_mimepart *const section = curl_mime_addpart(mime.get());
+        curl_mime_name(section, part.name.constData());
+        curl_mime_data(section, part.body.constData(), static_cast<std::size_t>(part.body.size()));
+        if (!part.fileName.isEmpty())
+            curl_mime_filename(section, part.fileName.constData());
+        if (!part.contentType.isEmpty())
+            curl_mime_type(section, part.contentType.constData());
+        CurlList headers;
+        for (auto it = part.headers.cbegin(); it != part.headers.cend(); ++it)
+            append(headers, headerLine(it.key(), it.value()));
+        if (headers)
+            curl_mime_headers(section, headers.release(), 1);
+    }
+    return mime;
+}
+
+void setVerbAndBody(CURL *handle, const Exchange &exchange, const CurlMime &mime)
+{
+    if (exchange.verb == "HEAD") {
+        curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
+        return;
+    }
+    static const QList<QByteArray> bodyless = {"GET", "DELETE", "OPTIONS", "TRACE"};
+    if (mime) {
+        curl_easy_setopt(handle, CURLOPT_MIMEPOST, mime.get());
+    } else if (!exchange.body.isEmpty() || !bodyless.contains(exchange.verb)) {
+        curl_easy_setopt(handle, CURLOPT_POST, 1L);
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDS, exchange.body.constData());
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE,
+                         static_cast<curl_off_t>(exchange.body.size()));
+    }
+    curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, exchange.verb.constData());
+}
+
+void setTls(CURL *handle, const Exchange &exchange)
+{
+    curl_easy_setopt(handle, CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
+    curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
+    curl_easy_setopt(handle, CURLOPT_CA_CACHE_TIMEOUT, caCacheSeconds);
+    const QString caFile = Singleton<Config>::instance()->getString(u"network:caFile"_s, QString());
+    if (!caFile.isEmpty()) {
+        // The file takes the place of the system's bundle; the system's folder holds the same
+        // certificates.
+        curl_easy_setopt(handle, CURLOPT_CAINFO, QFile::encodeName(caFile).constData());
+        curl_easy_setopt(handle, CURLOPT_CAPATH, "/etc/ssl/certs");
+    }
+    if (exchange.certificatePath.isEmpty())
+        return;
+    curl_easy_setopt(handle, CURLOPT_SSLCERT,
+                     QFile::encodeName(exchange.certificatePath).constData());
+    const bool isPkcs12 = exchange.certificatePath.endsWith(u".p12", Qt::CaseInsensitive)
+                          || exchange.certificatePath.endsWith(u".pfx", Qt::CaseInsensitive);
+    curl_easy_setopt(handle, CURLOPT_SSLCERTTYPE, isPkcs12 ? "P12" : "PEM");
+    if (!exchange.privateKeyPath.isEmpty()) {
+        curl_easy_setopt(handle, CURLOPT_SSLKEY,
+                         QFile::encodeName(exchange.privateKeyPath).constData());
+        curl_easy_setopt(handle, CURLOPT_SSLKEYTYPE, "PEM");
+    }
+    // Also when it is empty: without a password OpenSSL would ask for one on the terminal.
+    curl_easy_setopt(handle, CURLOPT_KEYPASSWD, exchange.certificatePassword.toUtf8().constData());
+}
+
+void setUp(CURL *handle, const Exchange &exchange, const QByteArray &proxy, Transfer &transfer)
+{
+    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, connections.errorBuffer.data());
+    curl_easy_setopt(handle, CURLOPT_URL,
+                     exchange.url.toEncoded(QUrl::RemoveFragment | QUrl::FullyEncoded).constData());
+    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
+    curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
+    curl_easy_setopt(handle, CURLOPT_USERAGENT, "queue/" QUEUE_VERSION);
+    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+    curl_easy_setopt(handle, CURLOPT_MAXAGE_CONN, maxIdleSeconds);
+
+    // Signals would hit another thread, and a name lookup that hangs must not outlast the timeout.
+    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
+    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, long{exchange.timeoutMs});
+    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, long{exchange.timeoutMs});
+
+    curl_easy_setopt(handle, CURLOPT_PROXY, proxy.constData());
+    curl_easy_setopt(handle, CURLOPT_NOPROXY, "");
+    curl_easy_setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, takeBody);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &transfer);
+    curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, takeHeader);
+    curl_easy_setopt(handle, CURLOPT_HEADERDATA, &transfer);
+    curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, beforeRequest);
+    curl_easy_setopt(handle, CURLOPT_PREREQDATA, &transfer);
+
+    if (exchange.url.scheme() == u"https")
+        setTls(handle, exchange);
+}
+
+long longInfo(CURL *handle, CURLINFO info)
+{
+    long value = 0;
+    curl_easy_getinfo(handle, info, &value);
+    return value;
+}
+
+QString hostText(const QUrl &url)
+{
+    return url.port() < 0 ? url.host() : url.host() + u':' + QString::number(url.port());
+}
+
+http::Response failed(int errorCode, const QString &key, const QString &text, int status)
+{
+    return http::Response::failed(errorCode, tr::Tr(key, text), status);
+}
+
+/// The file of the certificate or key that is not there, empty when all are.
+QString missingFile(const Exchange &exchange)
+{
+    if (exchange.url.scheme() != u"https")
+        return {};
+    for (const QString &path : {exchange.certificatePath, exchange.privateKeyPath}) {
+        if (!path.isEmpty() && !QFileInfo(path).isFile())
+            return path;
+    }
+    return {};
+}
+
+/// What a failure between this side and the proxy was; 0 for one behind it.
+int proxyError(CURLcode code, CURL *handle, const Exchange &exchange)
+{
+    const bool isTunnel = exchange.url.scheme() == u"https";
+    const long tunnelStatus = longInfo(handle, CURLINFO_HTTP_CONNECTCODE);
+    double connectSeconds = 0;
+    curl_easy_getinfo(handle, CURLINFO_CONNECT_TIME, &connectSeconds);
+
+    switch (code) {
+    case CURLE_COULDNT_RESOLVE_PROXY:
+        return proxyNotFoundError;
+    case CURLE_PROXY:
+        return proxyClosedError;
+    case CURLE_OPERATION_TIMEDOUT:
+        return connectSeconds == 0 || (isTunnel && tunnelStatus == 0) ? proxyTimeoutError : 0;
+    default:
+        break;
+    }
+    if (tunnelStatus == 407)
+        return proxyAuthenticationError;
+    if (tunnelStatus >= 300)
+        return proxyClosedError;
+    if (code == CURLE_COULDNT_CONNECT)
+        return proxyRefusedError;
+    if (isTunnel && tunnelStatus == 0
+        && (code == CURLE_RECV_ERROR || code == CURLE_SEND_ERROR || code == CURLE_GOT_NOTHING))
+        return proxyClosedError;
+    return 0;
+}
+
+QString proxyErrorText(int error)
+{
+    switch (error) {
+    case proxyRefusedError:
+        return u"Прокси-сервер отклонил соединение"_s;
+    case proxyClosedError:
+        return u"Прокси-сервер не соединил с сервером"_s;
+    case proxyNotFoundError:
+        return u"Не найден адрес прокси-сервера"_s;
+    case proxyTimeoutError:
+        return u"Прокси-сервер не ответил вовремя"_s;
+    default:
+        return u"Прокси-сервер не принял имя и пароль"_s;
+    }
+}
+
+/// Why an exchange with a server that was reached broke off: it was closed, or TLS or HTTP went
+/// wrong. libcurl tells these apart only in its text.
+int brokenConnectionError(CURL *handle, const QByteArray &detail)
+{
+    if (longInfo(handle, CURLINFO_OS_ERRNO) != 0 || detail.contains("SYSCALL")
+        || detail.contains("unexpected eof") || detail.contains("onnection reset")
+        || detail.contains("onnection was reset") || detail.contains("closed"))
+        return closedEarlyError;
+    return detail.contains("SSL") ? tlsError : unknownNetworkError;
+}
+
+http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, bool viaProxy,
+                       const Transfer &transfer)
+{
+    const QString host = hostText(exchange.url);
+    const QByteArray errorBytes(connections.errorBuffer.data());
+    const QString detail = errorBytes.isEmpty() ? QString::fromUtf8(curl_easy_strerror(code))
+                                                : QString::fromUtf8(errorBytes);
+    const long lastStatus = longInfo(handle, CURLINFO_RESPONSE_CODE);
+    const int status = lastStatus < 200 ? 0 : static_cast<int>(lastStatus);
+
+    if (transfer.isBodyTooLarge)
+        return failed(unknownNetworkError, u"networkErrorTooLarge"_s,
+                      u"Ответ сервера %1 больше 16 МиБ"_s.arg(host), status);
+    if (transfer.isHeaderTooLarge)
+        return failed(unknownNetworkError, u"networkErrorTooLarge"_s,
+                      u"Заголовки ответа сервера %1 больше 256 КиБ"_s.arg(host), status);
+
+    if (viaProxy && !transfer.isRepeatRefused) {
+        const int error = proxyError(code, handle, exchange);
+        if (error != 0)
+            return failed(error, u"networkErrorProxy"_s, proxyErrorText(error), status);
+    }
+
+    int error = unknownNetworkError;
+    switch (code) {
+    case CURLE_ABORTED_BY_CALLBACK:
+    case CURLE_GOT_NOTHING:
+    case CURLE_PARTIAL_FILE:
+        error = closedEarlyError;
+        break;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_ERROR:
+        error = brokenConnectionError(handle, errorBytes);
+        break;
+    case CURLE_COULDNT_CONNECT:
+        if (longInfo(handle, CURLINFO_OS_ERRNO) == ECONNREFUSED)
+            error = connectionRefusedError;
+        else if (longInfo(handle, CURLINFO_OS_ERRNO) == ETIMEDOUT)
+            error = timeoutError;
+        break;
+    case CURLE_COULDNT_RESOLVE_HOST:
+        error = hostNotFoundError;
+        break;
+    case CURLE_OPERATION_TIMEDOUT:
+        error = timeoutError;
+        break;
+    case CURLE_PEER_FAILED_VERIFICATION:
+        return failed(tlsError, u"networkErrorServerCertificate"_s,
+                      u"Сертификат сервера %1 не прошёл проверку (%2)"_s.arg(host, detail), status);
+    case CURLE_SSL_CERTPROBLEM:
+        return failed(
+            tlsError, u"networkErrorClientCertificate"_s,
+            u"Сертификат клиента '%1' не подходит, проверьте файл, ключ и пароль (%2)"_s.arg(
+                exchange.certificatePath, detail),
+            status);
+    case CURLE_SSL_CACERT_BADFILE:
+        return failed(tlsError, u"networkErrorCaFile"_s,
+                      u"Не удалось прочитать доверенные сертификаты (%1)"_s.arg(detail), status);
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_ENGINE_INITFAILED:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_USE_SSL_FAILED:
+        error = tlsError;
+        break;
+    default:
+        break;
+    }
+
+    switch (error) {
+    case connectionRefusedError:
+        return failed(error, u"networkErrorRefused"_s, u"Сервер %1 отклонил соединение"_s.arg(host),
+                      status);
+    case closedEarlyError:
+        return failed(error, u"networkErrorClosed"_s,
+                      u"Сервер %1 закрыл соединение до конца ответа"_s.arg(host), status);
+    case hostNotFoundError:
+        return failed(error, u"networkErrorHost"_s, u"Не найден адрес сервера %1"_s.arg(host),
+                      status);
+    case timeoutError:
+        return failed(error, u"networkErrorTimeout"_s,
+                      u"Сервер %1 не ответил за %2 сек."_s.arg(
+                          host, QString::number(exchange.timeoutMs / 1000.0)),
+                      status);
+    case tlsError:
+        return failed(
+            error, u"networkErrorTls"_s,
+            u"Не удалось установить защищённое соединение с сервером %1 (%2)"_s.arg(host, detail),
+            status);
+    default:
+        return failed(error, u"networkErrorUnknown"_s,
+                      u"Обмен с сервером %1 не удался (%2)"_s.arg(host, detail), status);
+    }
+}
+
+} // namespace
+
+ExchangeOutcome performExchange(const Exchange &exchange)
+{
+    const QString missing = missingFile(exchange);
+    if (!missing.isEmpty())
+        return {failed(tlsError, u"networkErrorClientCertificate"_s,
+                       u"Не найден файл сертификата '%1'"_s.arg(missing), 0),
+                {}};
+
+    CURL *handle = handleFor(exchange);
+    Transfer transfer;
+    transfer.keepHeaders = exchange.keepHeaders;
+    transfer.isRepeatable = isRepeatable(exchange.verb);
+    const QByteArray proxy = proxyFor(exchange.url);
+    const CurlList headers = headerList(exchange);
+    const CurlMime mime = exchange.parts.isEmpty() ? CurlMime() : mimeOf(handle, exchange.parts);
+
+    connections.errorBuffer[0] = '\0';
+    setUp(handle, exchange, proxy, transfer);
+    setVerbAndBody(handle, exchange, mime);
+    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
+
+    const CURLcode code = curl_easy_perform(handle);
+
+    ExchangeOutcome outcome;
+    const auto status = static_cast<int>(longInfo(handle, CURLINFO_RESPONSE_CODE));
+    if (code == CURLE_OK && status >= 200)
+        outcome.response = http::Response::answered(status, transfer.body);
+    else
+        outcome.response = failure(code == CURLE_OK ? CURLE_WEIRD_SERVER_REPLY : code, handle,
+                                   exchange, !proxy.isEmpty(), transfer);
+    outcome.headerLines = transfer.headerLines;
+    // Keeps connections, and forgets the pointers into this function.
+    curl_easy_reset(handle);
+    return outcome;
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "shared/net/httpparams.h"
+#include "shared/net/httpresponse.h"
+
+#include <QString>
+
+/// One request, checked and complete, as it goes out.
+struct Exchange
+{
+    QByteArray verb;
+    /// An absolute http or https address.
+    QUrl url;
+    QList<std::pair<QByteArray, QByteArray>> headers;
+    QByteArray body;
+    QList<http::Part> parts;
+    int timeoutMs = 0;
+    QString certificatePath;
+    QString certificatePassword;
+    QString privateKeyPath;
+    /// Whether the caller wants the header lines of the answer.
+    bool keepHeaders = false;
+};
+
+struct ExchangeOutcome
+{
+    http::Response response;
+    /// The header lines of the answer, status line first, when they were to be kept.
+    QList<QByteArray> headerLines;
+};
+
+/// Carries out one exchange over the connections that libcurl keeps for the calling thread.
+ExchangeOutcome performExchange(const Exchange &exchange);

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "shared/core/tr.h"
+
+#include <QByteArray>
+#include <QJsonObject>
+
+namespace http {
+
+/// The outcome of one exchange as a value.
+struct Response
+{
+    /// The status that arrived, also when the body behind it was cut off; 0 when none did.
+    int status = 0;
+    /// What went wrong, in a sentence without secrets; empty after a clean exchange.
+    tr::Tr errorText;
+    /// 0 after an answer with a status of the 200s, else a value of QNetworkReply::NetworkError.
+    int errorCode = 0;
+    /// The bytes of a whole answer, unpacked.
+    QByteArray body;
+    /// No whole answer came.
+    bool networkError = false;
+
+    /// The body as a JSON object; empty when it is none.
+    QJsonObject responseObject() const;
+    bool isNetworkError() const { return networkError; }
+
+    /// A whole answer. A status outside the 200s is an error.
+    static Response answered(int status, const QByteArray &body);
+    /// No whole answer; `status` is that of an answer that was cut off.
+    static Response failed(int errorCode, const tr::Tr &errorText, int status = 0);
+};
+
+} // namespace http

@@ -1,0 +1,403 @@
+#include "shared/net/restclient.h"
+
+#include "shared/net/curltransport.h"
+
+#include <log4qt/logger.h>
+
+#include <QElapsedTimer>
+#include <QUrlQuery>
+
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qint64 defaultTimeoutMs = 30'000;
+constexpr qsizetype maxLoggedSize = 4096;
+constexpr int protocolUnknownError = 301;
+
+using HeaderList = QList<std::pair<QByteArray, QByteArray>>;
+
+HeaderList headerList(const RestClient::Headers &headers)
+{
+    HeaderList list;
+    for (auto it = headers.cbegin(); it != headers.cend(); ++it)
+        list.append({it.key().toUtf8(), it.value().toUtf8()});
+    return list;
+}
+
+HeaderList headerList(const QMap<QByteArray, QByteArray> &headers)
+{
+    HeaderList list;
+    for (auto it = headers.cbegin(); it != headers.cend(); ++it)
+        list.append({it.key(), it.value()});
+    return list;
+}
+
+bool isSame(const QByteArray &name, const char *other)
+{
+    return name.compare(other, Qt::CaseInsensitive) == 0;
+}
+
+bool hasHeader(const HeaderList &headers, const char *name)
+{
+    return std::any_of(headers.cbegin(), headers.cend(),
+                       [name](const auto &header) { return isSame(header.first, name); });
+}
+
+/// A word as HTTP allows it for verbs and header names.
+bool isToken(const QByteArray &text)
+{
+    return !text.isEmpty() && std::all_of(text.cbegin(), text.cend(), [](char symbol) {
+        return (symbol >= 'a' && symbol <= 'z') || (symbol >= 'A' && symbol <= 'Z')
+               || (symbol >= '0' && symbol <= '9')
+               || QByteArrayView("!#$%&'*+-.^_`|~").contains(symbol);
+    });
+}
+
+/// One line, so that a value cannot bring in headers of its own.
+QByteArray oneLine(QByteArray value)
+{
+    for (char &symbol : value) {
+        if (symbol == '\r' || symbol == '\n' || symbol == '\0')
+            symbol = ' ';
+    }
+    return value.trimmed();
+}
+
+/// What follows from the body is said by the client. A till may have prepared a request for other
+/// bytes than those that go out.
+bool followsFromBody(const QByteArray &name)
+{
+    return isSame(name, "Content-Length") || isSame(name, "Transfer-Encoding")
+           || isSame(name, "Expect");
+}
+
+HeaderList sendable(const HeaderList &given)
+{
+    HeaderList headers;
+    for (const auto &[name, value] : given) {
+        if (isToken(name) && !followsFromBody(name))
+            headers.append({name, oneLine(value)});
+    }
+    return headers;
+}
+
+http::Part sendable(http::Part part)
+{
+    part.contentType = oneLine(part.contentType);
+    const QMap<QByteArray, QByteArray> given = std::exchange(part.headers, {});
+    for (const auto &[name, value] : sendable(headerList(given)))
+        part.headers.insert(name, value);
+    return part;
+}
+
+void addJsonType(Exchange &exchange)
+{
+    if (!exchange.body.isEmpty() && !hasHeader(exchange.headers, "Content-Type"))
+        exchange.headers.emplaceBack("Content-Type", "application/json");
+}
+
+/// The first bytes as a text on one line, since a log has one line for one event.
+QString excerpt(const QByteArray &bytes)
+{
+    QByteArray start = bytes.left(maxLoggedSize);
+    if (start.size() < bytes.size()) {
+        // Not in the middle of a letter.
+        while (!start.isEmpty() && (bytes.at(start.size()) & 0xC0) == 0x80)
+            start.chop(1);
+    }
+    QString text = QString::fromUtf8(start);
+    text.replace(u"\r\n"_s, u"\\n"_s).replace(u'\n', u"\\n"_s);
+    for (QChar &symbol : text) {
+        if (symbol.category() == QChar::Other_Control)
+            symbol = u'.';
+    }
+    return start.size() == bytes.size() ? text : text + u"… (всего байт: %1)"_s.arg(bytes.size());
+}
+
+QUrl withoutSecrets(QUrl url)
+{
+    static const QStringList secretNames = {u"password"_s, u"passwd"_s, u"pwd"_s, u"pass"_s};
+    if (!url.password().isEmpty())
+        url.setPassword(u"***"_s);
+    if (!url.hasQuery())
+        return url;
+    auto items = QUrlQuery(url).queryItems(QUrl::FullyEncoded);
+    bool isMasked = false;
+    for (auto &[name, value] : items) {
+        if (secretNames.contains(name, Qt::CaseInsensitive)) {
+            value = u"***"_s;
+            isMasked = true;
+        }
+    }
+    if (isMasked) {
+        QUrlQuery query;
+        query.setQueryItems(items);
+        url.setQuery(query);
+    }
+    return url;
+}
+
+QString loggedUrl(const QUrl &url)
+{
+    return QString::fromUtf8(withoutSecrets(url).toEncoded());
+}
+
+/// Why the request cannot go out as it is; nothing when it can.
+tr::Tr refusal(const Exchange &exchange)
+{
+    const QUrl &url = exchange.url;
+    if (url.isEmpty())
+        return {u"networkErrorAddress"_s, u"Не указан адрес запроса"_s};
+    if (!url.isValid() || url.host().isEmpty()
+        || (url.scheme() != u"http" && url.scheme() != u"https"))
+        return {u"networkErrorAddress"_s,
+                u"Недопустимый адрес запроса '%1'"_s.arg(
+                    url.toDisplayString(QUrl::RemoveUserInfo | QUrl::RemoveQuery))};
+    if (!isToken(exchange.verb))
+        return {u"networkErrorVerb"_s, u"Недопустимый метод запроса"_s};
+    return {};
+}
+
+} // namespace
+
+RestClient::RestClient(QObject *parent)
+    : QObject(parent)
+{
+}
+
+RestClient::~RestClient() = default;
+
+void RestClient::request(int verb, const QUrl &url, const QJsonDocument &body,
+                         const Headers &headers)
+{
+    // The place of a verb is its number in QNetworkAccessManager::Operation.
+    static const QList<QByteArray> verbs = {"", "HEAD", "GET", "PUT", "POST", "DELETE"};
+
+    Exchange exchange;
+    exchange.verb = verbs.value(verb);
+    exchange.url = url;
+    exchange.headers = headerList(headers);
+    if (exchange.verb != "GET" && exchange.verb != "HEAD")
+        exchange.body = body.toJson(QJsonDocument::Compact);
+    addJsonType(exchange);
+    perform(exchange);
+}
+
+void RestClient::get(const QUrl &url, const QJsonDocument & /*body*/, const Headers &headers)
+{
+    Exchange exchange;
+    exchange.verb = "GET";
+    exchange.url = url;
+    exchange.headers = headerList(headers);
+    perform(exchange);
+}
+
+void RestClient::send(const http::Params &params)
+{
+    Exchange exchange;
+    exchange.verb = params.verb();
+    exchange.url = params.url;
+    exchange.headers = headerList(params.headers);
+    if (params.parts.isEmpty())
+        exchange.body = params.body;
+    exchange.parts = params.parts;
+    perform(exchange);
+}
+
+void RestClient::post(const QUrl &url, const QByteArray &body, const Headers &headers)
+{
+    Exchange exchange;
+    exchange.verb = "POST";
+    exchange.url = url;
+    exchange.headers = headerList(headers);
+    exchange.body = body;
+    perform(exchange);
+}
+
+void RestClient::post(const QUrl &url, const QJsonDocument &body, const Headers &headers)
+{
+    Exchange exchange;
+    exchange.verb = "POST";
+    exchange.url = url;
+    exchange.headers = headerList(headers);
+    exchange.body = body.toJson(QJsonDocument::Compact);
+    addJsonType(exchange);
+    perform(exchange);
+}
+
+void RestClient::put(const QUrl &url, const QByteArray &body, const Headers &headers)
+{
+    Exchange exchange;
+    exchange.verb = "PUT";
+    exchange.url = url;
+    exchange.headers = headerList(headers);
+    exchange.body = body;
+    perform(exchange);
+}
+
+int RestClient::errorCode() const
+{
+    return response_.errorCode;
+}
+
+int RestClient::statusCode() const
+{
+    return response_.status;
+}
+
+tr::Tr RestClient::errorText() const
+{
+    return response_.errorText;
+}
+
+QVariant RestClient::responseVariant() const
+{
+    const QJsonDocument document = responseJson();
+    return document.isNull() ? QVariant() : document.toVariant();
+}
+
+QJsonDocument RestClient::responseJson() const
+{
+    return QJsonDocument::fromJson(response_.body);
+}
+
+QByteArray RestClient::responseBody() const
+{
+    return response_.body;
+}
+
+void RestClient::setTimeout(int seconds)
+{
+    setTimeoutMs(qint64{seconds} * 1000);
+}
+
+void RestClient::setTimeoutMs(qint64 milliseconds)
+{
+    timeoutMs = milliseconds;
+}
+
+void RestClient::setCertificatePath(const QString &path)
+{
+    certificatePath = path;
+}
+
+void RestClient::setCertificatePassword(const QString &password)
+{
+    certificatePassword = password;
+}
+
+void RestClient::setPrivateKeyPath(const QString &path)
+{
+    privateKeyPath = path;
+}
+
+bool RestClient::hasResponse() const
+{
+    return response_.status > 0 && !response_.networkError;
+}
+
+bool RestClient::isNetworkError() const
+{
+    return response_.networkError;
+}
+
+http::Response RestClient::response() const
+{
+    return response_;
+}
+
+void RestClient::setSecretHeaders(const QStringList &names)
+{
+    secretHeaders = names;
+}
+
+void RestClient::setLogger(Log4Qt::Logger *logger)
+{
+    logger_ = logger;
+}
+
+void RestClient::setCompactLogs(bool compact)
+{
+    compactLogs = compact;
+}
+
+void RestClient::perform(Exchange exchange)
+{
+    exchange.timeoutMs = static_cast<int>(std::min<qint64>(
+        timeoutMs > 0 ? timeoutMs : defaultTimeoutMs, std::numeric_limits<int>::max()));
+    exchange.certificatePath = certificatePath;
+    exchange.certificatePassword = certificatePassword;
+    exchange.privateKeyPath = privateKeyPath;
+    exchange.headers = sendable(exchange.headers);
+    for (http::Part &part : exchange.parts)
+        part = sendable(part);
+    const bool isLogged = logger_ && logger_->isDebugEnabled();
+    exchange.keepHeaders = isLogged && !compactLogs;
+
+    if (isLogged)
+        logRequest(exchange);
+    QElapsedTimer timer;
+    timer.start();
+
+    const tr::Tr reason = refusal(exchange);
+    const ExchangeOutcome outcome =
+        reason.isEmpty()
+            ? performExchange(exchange)
+            : ExchangeOutcome{http::Response::failed(protocolUnknownError, reason), {}};
+    response_ = outcome.response;
+
+    if (isLogged)
+        logOutcome(outcome, timer.elapsed());
+}
+
+void RestClient::logRequest(const Exchange &exchange) const
+{
+    const qsizetype partCount = exchange.parts.size();
+    const QString line =
+        u"Запрос %1 %2, байт: %3%4"_s.arg(QString::fromUtf8(exchange.verb), loggedUrl(exchange.url),
+                                          QString::number(exchange.body.size()),
+                                          partCount ? u", частей: %1"_s.arg(partCount) : QString());
+    if (compactLogs) {
+        logger_->debug(line);
+        return;
+    }
+    QList<QByteArray> lines;
+    for (const auto &[name, value] : exchange.headers)
+        lines.append(name + ": " + value);
+    logger_->debug(
+        u"%1; заголовки: [%2]; тело: %3"_s.arg(line, loggedHeaders(lines), excerpt(exchange.body)));
+}
+
+void RestClient::logOutcome(const ExchangeOutcome &outcome, qint64 elapsedMs) const
+{
+    const http::Response &response = outcome.response;
+    const QString status =
+        response.networkError ? response.errorText.ru() : QString::number(response.status);
+    const QString line = u"Ответ: %1, мс: %2, байт: %3"_s.arg(
+        status, QString::number(elapsedMs), QString::number(response.body.size()));
+    if (compactLogs) {
+        logger_->debug(line);
+        return;
+    }
+    logger_->debug(u"%1; заголовки: [%2]; тело: %3"_s.arg(line, loggedHeaders(outcome.headerLines),
+                                                          excerpt(response.body)));
+}
+
+QString RestClient::loggedHeaders(const QList<QByteArray> &lines) const
+{
+    static const QStringList alwaysSecret = {u"Authorization"_s, u"Proxy-Authorization"_s,
+                                             u"Cookie"_s, u"Set-Cookie"_s};
+    QByteArrayList shown;
+    for (const QByteArray &line : lines) {
+        const qsizetype colon = line.indexOf(':');
+        const QString name = QString::fromUtf8(line.left(colon)).trimmed();
+        const bool isSecret = colon >= 0
+                              && (alwaysSecret.contains(name, Qt::CaseInsensitive)
+                                  || secretHeaders.contains(name, Qt::CaseInsensitive));
+        shown.append(isSecret ? line.left(colon) + ": ***" : line);
+    }
+    return excerpt(shown.join("; "));
+}
