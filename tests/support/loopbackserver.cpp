@@ -1,0 +1,370 @@
+#include "tests/support/loopbackserver.h"
+
+#include <QDeadlineTimer>
+#include <QPointer>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <sys/socket.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int dripIntervalMs = 2;
+constexpr int waitMs = 10'000;
+
+/// The request at the start of `buffer`, taken out of it; false while it is not whole. With
+/// `headIsEnough` its body may still be on the way.
+bool takeRequest(QByteArray &buffer, bool headIsEnough, LoopbackServer::Request &request)
+{
+    const qsizetype headEnd = buffer.indexOf("\r\n\r\n");
+    if (headEnd < 0)
+        return false;
+    QList<QByteArray> lines = buffer.left(headEnd).split('\n');
+    const QList<QByteArray> words = lines.takeFirst().trimmed().split(' ');
+    request.verb = words.value(0);
+    request.target = words.value(1);
+    const qsizetype mark = request.target.indexOf('?');
+    request.path = request.target.left(mark);
+    request.query = mark < 0 ? QByteArray() : request.target.mid(mark + 1);
+    for (const QByteArray &line : std::as_const(lines)) {
+        const qsizetype colon = line.indexOf(':');
+        request.headers.emplaceBack(line.left(colon), line.mid(colon + 1).trimmed());
+    }
+    const qsizetype bodySize = request.header("Content-Length").toLongLong();
+    const qsizetype bodyStart = headEnd + 4;
+    if (buffer.size() - bodyStart < bodySize && !headIsEnough)
+        return false;
+    request.body = buffer.mid(bodyStart, bodySize);
+    buffer.remove(0, std::min(bodyStart + bodySize, buffer.size()));
+    return true;
+}
+
+} // namespace
+
+/// Lives in the server's thread.
+class LoopbackServer::Worker : public QObject
+{
+public:
+    explicit Worker(State &state)
+        : state(state)
+    {
+    }
+
+    int listen()
+    {
+        server = new QTcpServer(this);
+        connect(server, &QTcpServer::newConnection, this, &Worker::accept);
+        if (!server->listen(QHostAddress::LocalHost, 0))
+            qFatal("LoopbackServer: %s", qPrintable(server->errorString()));
+        return server->serverPort();
+    }
+
+    void stop()
+    {
+        connections.clear();
+        delete std::exchange(server, nullptr);
+    }
+
+    void release()
+    {
+        const QList<QTcpSocket *> sockets = server->findChildren<QTcpSocket *>();
+        for (QTcpSocket *socket : sockets) {
+            Connection &connection = connections[socket];
+            if (!std::exchange(connection.isHeld, false))
+                continue;
+            send(socket, connection.current);
+        }
+    }
+
+    void closeConnections()
+    {
+        const QList<QTcpSocket *> sockets = server->findChildren<QTcpSocket *>();
+        for (QTcpSocket *socket : sockets)
+            socket->close();
+    }
+
+private:
+    struct Connection
+    {
+        int number = 0;
+        QByteArray buffer;
+        Reply current;
+        bool isHeld = false;
+        bool isBusy = false;
+    };
+
+    void accept()
+    {
+        while (QTcpSocket *socket = server->nextPendingConnection()) {
+            connect(socket, &QTcpSocket::readyRead, this, [this, socket] { read(socket); });
+            connect(socket, &QTcpSocket::disconnected, this, [this, socket] { forget(socket); });
+            const QMutexLocker locker(&state.mutex);
+            connections[socket].number = ++state.connectionCount;
+            ++state.openConnectionCount;
+            state.changed.wakeAll();
+        }
+    }
+
+    void forget(QTcpSocket *socket)
+    {
+        if (!connections.remove(socket))
+            return;
+        socket->deleteLater();
+        const QMutexLocker locker(&state.mutex);
+        --state.openConnectionCount;
+        state.changed.wakeAll();
+    }
+
+    void read(QTcpSocket *socket)
+    {
+        const QByteArray bytes = socket->readAll();
+        connections[socket].buffer += bytes;
+        {
+            const QMutexLocker locker(&state.mutex);
+            state.received += bytes;
+            state.changed.wakeAll();
+        }
+        answerNext(socket);
+    }
+
+    void answerNext(QTcpSocket *socket)
+    {
+        Connection &connection = connections[socket];
+        if (connection.isBusy)
+            return;
+        Request request;
+        request.connection = connection.number;
+        {
+            const QMutexLocker locker(&state.mutex);
+            const bool isEarly = !state.script.isEmpty() && state.script.first().isEarly;
+            if (!takeRequest(connection.buffer, isEarly, request))
+                return;
+            connection.current = state.script.isEmpty() ? answer(200) : state.script.takeFirst();
+            state.requests.append(request);
+            state.changed.wakeAll();
+        }
+        connection.isBusy = true;
+        connection.isHeld = connection.current.isHeld;
+        if (!connection.isHeld)
+            send(socket, connection.current);
+    }
+
+    void send(QTcpSocket *socket, const Reply &reply)
+    {
+        if (reply.dripAfter < 0) {
+            socket->write(reply.bytes);
+            finish(socket, reply.then);
+            return;
+        }
+        socket->write(reply.bytes.left(reply.dripAfter));
+        auto *timer = new QTimer(socket);
+        connect(timer, &QTimer::timeout, socket,
+                [this, socket, reply, timer, position = reply.dripAfter]() mutable {
+                    if (position < reply.bytes.size()) {
+                        socket->write(reply.bytes.mid(position++, 1));
+                        return;
+                    }
+                    timer->stop();
+                    finish(socket, reply.then);
+                });
+        timer->start(dripIntervalMs);
+    }
+
+    void finish(QTcpSocket *socket, Reply::Then then)
+    {
+        switch (then) {
+        case Reply::Then::KeepOpen:
+            if (!connections.value(socket).current.bytes.isEmpty()) {
+                connections[socket].isBusy = false;
+                answerNext(socket);
+            }
+            break;
+        case Reply::Then::Close:
+            socket->disconnectFromHost();
+            break;
+        case Reply::Then::Reset: {
+            socket->flush();
+            const linger atOnce = {1, 0};
+            ::setsockopt(static_cast<int>(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER,
+                         &atOnce, sizeof(atOnce));
+            socket->abort();
+            break;
+        }
+        }
+    }
+
+    State &state;
+    QTcpServer *server = nullptr;
+    QHash<QTcpSocket *, Connection> connections;
+};
+
+QByteArray LoopbackServer::Request::header(const QByteArray &name) const
+{
+    return headerValues(name).value(0);
+}
+
+QList<QByteArray> LoopbackServer::Request::headerValues(const QByteArray &name) const
+{
+    QList<QByteArray> values;
+    for (const auto &[candidate, value] : headers) {
+        if (candidate.compare(name, Qt::CaseInsensitive) == 0)
+            values.append(value);
+    }
+    return values;
+}
+
+LoopbackServer::Reply LoopbackServer::Reply::closing() const
+{
+    Reply reply = *this;
+    reply.then = Then::Close;
+    return reply;
+}
+
+LoopbackServer::Reply LoopbackServer::Reply::resetting() const
+{
+    Reply reply = *this;
+    reply.then = Then::Reset;
+    return reply;
+}
+
+LoopbackServer::Reply LoopbackServer::Reply::held() const
+{
+    Reply reply = *this;
+    reply.isHeld = true;
+    return reply;
+}
+
+LoopbackServer::Reply LoopbackServer::Reply::drippingAfter(qsizetype count) const
+{
+    Reply reply = *this;
+    reply.dripAfter = count;
+    return reply;
+}
+
+LoopbackServer::Reply LoopbackServer::Reply::early() const
+{
+    Reply reply = *this;
+    reply.isEarly = true;
+    return reply;
+}
+
+LoopbackServer::Reply LoopbackServer::answer(int status, const QByteArray &body,
+                                             const QByteArray &headers)
+{
+    return raw("HTTP/1.1 " + QByteArray::number(status) + " Status\r\n" + headers
+               + "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body);
+}
+
+LoopbackServer::Reply LoopbackServer::raw(const QByteArray &bytes)
+{
+    Reply reply;
+    reply.bytes = bytes;
+    return reply;
+}
+
+LoopbackServer::Reply LoopbackServer::silence()
+{
+    return {};
+}
+
+int LoopbackServer::unusedPort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost, 0);
+    return server.serverPort();
+}
+
+LoopbackServer::LoopbackServer()
+    : worker(std::make_unique<Worker>(state))
+{
+    worker->moveToThread(&thread);
+    thread.start();
+    QMetaObject::invokeMethod(
+        worker.get(), [this] { port_ = worker->listen(); }, Qt::BlockingQueuedConnection);
+}
+
+LoopbackServer::~LoopbackServer()
+{
+    // The sockets must end in their own thread.
+    QMetaObject::invokeMethod(
+        worker.get(), [this] { worker->stop(); }, Qt::BlockingQueuedConnection);
+    thread.quit();
+    thread.wait();
+}
+
+int LoopbackServer::port() const
+{
+    return port_;
+}
+
+QUrl LoopbackServer::url(const QString &target) const
+{
+    return QUrl(u"http://127.0.0.1:%1%2"_s.arg(QString::number(port_), target));
+}
+
+void LoopbackServer::play(const QList<Reply> &replies)
+{
+    const QMutexLocker locker(&state.mutex);
+    state.script += replies;
+}
+
+void LoopbackServer::release()
+{
+    QMetaObject::invokeMethod(
+        worker.get(), [this] { worker->release(); }, Qt::BlockingQueuedConnection);
+}
+
+void LoopbackServer::closeConnections()
+{
+    QMetaObject::invokeMethod(
+        worker.get(), [this] { worker->closeConnections(); }, Qt::BlockingQueuedConnection);
+}
+
+QList<LoopbackServer::Request> LoopbackServer::requests() const
+{
+    const QMutexLocker locker(&state.mutex);
+    return state.requests;
+}
+
+int LoopbackServer::connectionCount() const
+{
+    const QMutexLocker locker(&state.mutex);
+    return state.connectionCount;
+}
+
+int LoopbackServer::openConnectionCount() const
+{
+    const QMutexLocker locker(&state.mutex);
+    return state.openConnectionCount;
+}
+
+QByteArray LoopbackServer::received() const
+{
+    const QMutexLocker locker(&state.mutex);
+    return state.received;
+}
+
+bool LoopbackServer::waitForRequests(int count) const
+{
+    const QMutexLocker locker(&state.mutex);
+    QDeadlineTimer deadline(waitMs);
+    while (state.requests.size() < count) {
+        if (!state.changed.wait(&state.mutex, deadline))
+            return false;
+    }
+    return true;
+}
+
+bool LoopbackServer::waitForOpenConnections(int count) const
+{
+    const QMutexLocker locker(&state.mutex);
+    QDeadlineTimer deadline(waitMs);
+    while (state.openConnectionCount != count) {
+        if (!state.changed.wait(&state.mutex, deadline))
+            return false;
+    }
+    return true;
+}
