@@ -38,9 +38,9 @@ target_link_libraries(queue_pch PRIVATE queue_settings Qt6::Core)
 target_precompile_headers(queue_pch PRIVATE
     <QtCore/QtCore> <atomic> <functional> <memory> <optional> <stdexcept> <string> <vector>)
 
-# Qt's test library names the folder of each target in two macros. No test reads them, and a
-# precompiled header serves only those that define the same, so both are taken back.
-set(QUEUE_TEST_OPTIONS -UQT_TESTCASE_BUILDDIR -UQT_TESTCASE_SOURCEDIR)
+# Qt's test library reads these macros, the first two of which name the folder of each target. No test
+# needs them, and a precompiled header serves only those that define the same, so they are taken back.
+set(QUEUE_TEST_OPTIONS -UQT_TESTCASE_BUILDDIR -UQT_TESTCASE_SOURCEDIR -UQT_NETWORK_LIB)
 
 if(QUEUE_BUILD_TESTS)
     add_library(queue_test_pch STATIC ${PROJECT_BINARY_DIR}/pch/pch.cpp)
