@@ -13,7 +13,7 @@ CREATE TABLE IF NOT EXISTS message (
 CREATE INDEX IF NOT EXISTS message_type ON message (type, messageid);
 CREATE INDEX IF NOT EXISTS message_card ON message (type, cardnumber);
 -- Counting the rows reads this index alone, and the time it shows is that of the oldest row.
-CREATE INDEX IF NOT EXISTS message_creationtime ON message (creationtime DESC);
+CREATE INDEX IF NOT EXISTS message_creationtime ON message (creationtime);
 
 CREATE TABLE IF NOT EXISTS documentcard (
     id            INTEGER PRIMARY KEY,
