@@ -16,13 +16,15 @@ void DBQueueBroker::enqueue(const QString &type, const QJsonObject &message,
                             const QString &cardNumber)
 {
     QSqlQuery query(Singleton<ConnectionFactory>::instance()->getConnection());
-    query.prepare(u"INSERT INTO message (type, body, cardnumber, statuscode) "
-                  "VALUES (:type, :body, :cardNumber, '')"_s);
+    const bool isPrepared =
+        query.prepare(u"INSERT INTO message (type, body, cardnumber, statuscode) "
+                      "VALUES (:type, :body, :cardNumber, '')"_s);
     query.bindValue(u":type"_s, type);
     query.bindValue(u":body"_s,
                     QString::fromUtf8(QJsonDocument(message).toJson(QJsonDocument::Compact)));
     query.bindValue(u":cardNumber"_s, cardNumber.isNull() ? u""_s : cardNumber);
-    if (!query.exec())
+    // A statement that was not prepared has its reason already; running it would hide that.
+    if (!isPrepared || !query.exec())
         throw BasicException(u"Не удалось записать сообщение типа '%1' в очередь: %2"_s.arg(
             type, query.lastError().text()));
 }
