@@ -99,7 +99,10 @@ void MariaDbServer::start()
                              u"--tmpdir="_s + folder.path(), u"--skip-networking"_s,
                              u"--skip-name-resolve"_s, u"--performance-schema=OFF"_s,
                              u"--key-buffer-size=1M"_s, u"--aria-pagecache-buffer-size=1M"_s,
-                             u"--log-warnings=0"_s}
+                             u"--log-warnings=0"_s,
+                             // As strict as any server in the field.
+                             u"--sql-mode=ONLY_FULL_GROUP_BY,STRICT_ALL_TABLES"_s,
+                             u"--character-set-server=latin1"_s}
                      + userOption() + storageOptions());
 
     // The server says when its socket listens.

@@ -1,0 +1,477 @@
+#include "shared/core/basicexception.h"
+#include "shared/core/connectionfactory.h"
+#include "shared/core/dbqueuebroker.h"
+#include "shared/core/singleton.h"
+#include "tests/support/mariadbserver.h"
+#include "tests/support/queuedatabase.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QSqlDatabase>
+#include <QSqlDriver>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+
+#include <latch>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString probe = u"SELECT COUNT(messageid), creationtime FROM queues.message LIMIT 1"_s;
+
+void removeOwnConnection()
+{
+    ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
+    const QString name = factory->getConnection().connectionName();
+    factory->removeConnection(name);
+}
+
+/// Runs `function` on `count` threads at once and waits for their end.
+void onThreads(int count, const std::function<void()> &function)
+{
+    std::latch start(count);
+    std::vector<std::unique_ptr<QThread>> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back(QThread::create([&] {
+            start.arrive_and_wait();
+            function();
+        }));
+        threads.back()->start();
+    }
+    for (const auto &thread : threads)
+        thread->wait();
+}
+
+} // namespace
+
+/// What holds on both databases runs once on each: the column `server` tells which.
+class TestConnectionFactory : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void cleanupTestCase();
+
+    void sqliteFileIsCreatedWithTables();
+    void sqliteKeepsTheTablesOfTheTill();
+    void sqliteSurvivesAPowerCut();
+    void sqliteWaitsForALock();
+    void sqliteFileIsOpenedByManyAtOnce();
+    void sqliteFileThatIsGoneIsNoticed();
+    void sqliteFileThatWasReplacedIsNoticed();
+
+    void serverIsReachedOverTheSocket();
+    void serverConnectionLostAndReopened();
+
+    void messageIsInTheSchema_data() { bothDatabases(); }
+    void messageIsInTheSchema();
+    void probePasses_data() { bothDatabases(); }
+    void probePasses();
+    void probeShowsTheOldestRow_data() { bothDatabases(); }
+    void probeShowsTheOldestRow();
+    void textsKeepEveryLetter_data() { bothDatabases(); }
+    void textsKeepEveryLetter();
+    void textsCompareByTheirBytes_data() { bothDatabases(); }
+    void textsCompareByTheirBytes();
+    void idsAreNeverGivenTwice_data() { bothDatabases(); }
+    void idsAreNeverGivenTwice();
+    void eachThreadHasItsConnection_data() { bothDatabases(); }
+    void eachThreadHasItsConnection();
+    void removalIsSilent_data() { bothDatabases(); }
+    void removalIsSilent();
+    void brokerWritesOneRow_data() { bothDatabases(); }
+    void brokerWritesOneRow();
+    void brokerThrowsWithoutTable_data() { bothDatabases(); }
+    void brokerThrowsWithoutTable();
+
+    void failureIsReadable_data();
+    void failureIsReadable();
+    void checkIsOnlyMadeWhenAskedFor();
+
+private:
+    static void bothDatabases();
+    /// Leads the service to the database of the data row.
+    void useDatabase();
+    QString connectError();
+
+    ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
+    std::unique_ptr<MariaDbServer> server;
+    std::unique_ptr<QueueDatabase> queue;
+};
+
+void TestConnectionFactory::initTestCase()
+{
+    server = std::make_unique<MariaDbServer>();
+}
+
+void TestConnectionFactory::init()
+{
+    QTest::failOnWarning(QRegularExpression(u"."_s));
+    ConnectionFactory::setWithCheck(true);
+    queue = std::make_unique<QueueDatabase>();
+}
+
+void TestConnectionFactory::cleanup()
+{
+    removeOwnConnection();
+    server->run(u"TRUNCATE queues.message"_s);
+    queue->setSettings(QString());
+    queue.reset();
+}
+
+void TestConnectionFactory::cleanupTestCase()
+{
+    server.reset();
+}
+
+void TestConnectionFactory::sqliteFileIsCreatedWithTables()
+{
+    QVERIFY(!QFile::exists(queue->file()));
+    QCOMPARE(queue->query(u"SELECT name FROM queues.sqlite_master WHERE type = 'table' "
+                          "AND name NOT LIKE 'sqlite%' ORDER BY name"_s),
+             (QList<QVariantList>{{u"documentcard"_s}, {u"message"_s}}));
+    QVERIFY(QFile::exists(queue->file()));
+}
+
+void TestConnectionFactory::sqliteKeepsTheTablesOfTheTill()
+{
+    {
+        QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
+        till.setDatabaseName(queue->file());
+        QVERIFY(till.open());
+        QVERIFY(QSqlQuery(till).exec(u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s));
+    }
+    QSqlDatabase::removeDatabase(u"till"_s);
+    QCOMPARE(queue->query(u"SELECT COUNT(*) FROM queues.sqlite_master"_s).value(0).value(0), 1);
+}
+
+void TestConnectionFactory::sqliteSurvivesAPowerCut()
+{
+    QCOMPARE(queue->query(u"PRAGMA queues.journal_mode"_s).value(0).value(0), u"wal"_s);
+    constexpr int full = 2;
+    QCOMPARE(queue->query(u"PRAGMA queues.synchronous"_s).value(0).value(0), full);
+}
+
+void TestConnectionFactory::sqliteWaitsForALock()
+{
+    QCOMPARE(queue->query(u"PRAGMA busy_timeout"_s).value(0).value(0), 5000);
+}
+
+void TestConnectionFactory::sqliteFileIsOpenedByManyAtOnce()
+{
+    constexpr int count = 16;
+    Guarded<QStringList> errors;
+    onThreads(count, [&] {
+        try {
+            Singleton<DBQueueBroker>::instance()->enqueue(u"cardlab"_s, {}, u""_s);
+            removeOwnConnection();
+        } catch (const BasicException &exception) {
+            const QMutexLocker locker(&errors.mutex);
+            errors.value.append(exception.tr().ru());
+        }
+    });
+    QCOMPARE(errors.value, QStringList());
+    QCOMPARE(queue->ids().size(), count);
+}
+
+void TestConnectionFactory::sqliteFileThatIsGoneIsNoticed()
+{
+    const QString name = factory->getConnection().connectionName();
+    QVERIFY(factory->isConnectionCurrent(name));
+    QVERIFY(QFile::remove(queue->file()));
+    QVERIFY(!factory->isConnectionCurrent(name));
+
+    factory->removeConnection(name);
+    QVERIFY(factory->isConnectionCurrent(factory->getConnection().connectionName()));
+    QCOMPARE(queue->ids(), QList<int>());
+}
+
+void TestConnectionFactory::sqliteFileThatWasReplacedIsNoticed()
+{
+    const QString name = factory->getConnection().connectionName();
+    QVERIFY(QFile::rename(queue->file(), queue->file() + u".old"_s));
+    QFile replacement(queue->file());
+    QVERIFY(replacement.open(QIODevice::WriteOnly));
+    QVERIFY(!factory->isConnectionCurrent(name));
+}
+
+void TestConnectionFactory::serverIsReachedOverTheSocket()
+{
+    queue->setSettings(server->settings());
+    QCOMPARE(factory->getConnection().driverName(), u"QMYSQL"_s);
+    QCOMPARE(queue->query(u"SELECT CURRENT_USER(), DATABASE()"_s),
+             (QList<QVariantList>{{server->user() + u"@localhost"_s, u"queues"_s}}));
+    QCOMPARE(queue->query(u"SELECT @@character_set_client, @@character_set_results"_s),
+             (QList<QVariantList>{{u"utf8mb4"_s, u"utf8mb4"_s}}));
+    QVERIFY(factory->isConnectionCurrent(factory->getConnection().connectionName()));
+}
+
+void TestConnectionFactory::serverConnectionLostAndReopened()
+{
+    queue->setSettings(server->settings());
+    queue->put(u"cardlab"_s, u"{}"_s);
+    server->kill();
+    QVERIFY(!connectError().isEmpty());
+    server->start();
+    QCOMPARE(connectError(), QString());
+    QCOMPARE(queue->ids().size(), 1);
+}
+
+void TestConnectionFactory::messageIsInTheSchema()
+{
+    useDatabase();
+    const int id = queue->put(u"cardlab"_s, u"{}"_s, u"777"_s);
+    const QVariantList row =
+        queue->query(u"SELECT messageid, type, cardnumber FROM queues.message"_s).value(0);
+    QCOMPARE(row.value(0).toInt(), id);
+    QCOMPARE(row.value(1).toString(), u"cardlab"_s);
+    QCOMPARE(row.value(2).toString(), u"777"_s);
+}
+
+void TestConnectionFactory::probePasses()
+{
+    useDatabase();
+    const QList<QVariantList> empty = queue->query(probe);
+    QCOMPARE(empty.value(0).value(0).toInt(), 0);
+    QVERIFY(!empty.value(0).value(1).toDateTime().isValid());
+
+    const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
+    queue->put(u"cardlab"_s, u"{}"_s);
+    queue->put(u"heineken"_s, u"{}"_s);
+    const QList<QVariantList> rows = queue->query(probe);
+    QCOMPARE(rows.size(), 1);
+    QCOMPARE(rows.value(0).value(0).toInt(), 2);
+    const QDateTime time = rows.value(0).value(1).toDateTime();
+    QVERIFY(time.isValid());
+    // The clock of the till, not that of Greenwich.
+    QVERIFY2(time >= before && time <= QDateTime::currentDateTime(), qPrintable(time.toString()));
+}
+
+void TestConnectionFactory::probeShowsTheOldestRow()
+{
+    useDatabase();
+    const QDateTime oldest(QDate(2026, 1, 31), QTime(12, 0));
+    const auto insert = [this](int seconds, const QDateTime &from) {
+        queue->query(u"INSERT INTO message (type, body, cardnumber, statuscode, creationtime) "
+                     "VALUES ('cardlab', '{}', '', '', ?)"_s,
+                     {from.addSecs(seconds).toString(u"yyyy-MM-dd HH:mm:ss"_s)});
+    };
+    const auto shown = [this] {
+        return queue->query(probe).value(0).value(1).toDateTime();
+    };
+
+    insert(0, oldest);
+    for (int i = 1; i < 300; ++i)
+        insert(i, oldest);
+    QCOMPARE(shown(), oldest);
+    // With the statistics that a server gathers in the background, too.
+    if (QTest::currentDataTag() == "MariaDB"_ba)
+        server->run(u"ANALYZE TABLE queues.message"_s);
+    else
+        queue->query(u"ANALYZE queues"_s);
+    QCOMPARE(shown(), oldest);
+
+    // The clock was set back: the row with the highest id is the oldest.
+    insert(-3600, oldest);
+    QCOMPARE(shown(), oldest.addSecs(-3600));
+    queue->query(u"DELETE FROM message WHERE messageid IN (?, ?)"_s,
+                 {queue->ids().last(), queue->ids().first()});
+    QCOMPARE(shown(), oldest.addSecs(1));
+}
+
+void TestConnectionFactory::textsKeepEveryLetter()
+{
+    useDatabase();
+    const QString text = u"{\"кассир\":\"Ёлкина Щ. 🙂 «ъ»\"}"_s;
+    queue->put(u"cardlab"_s, text, u"карта 🙂"_s);
+    const QVariantList row = queue->query(u"SELECT body, cardnumber FROM message"_s).value(0);
+    QCOMPARE(row.value(0).toByteArray(), text.toUtf8());
+    QCOMPARE(row.value(1).toString(), u"карта 🙂"_s);
+}
+
+void TestConnectionFactory::textsCompareByTheirBytes()
+{
+    useDatabase();
+    const int id = queue->put(u"spasiboBatch"_s, u"{\"mark\":\"AbC\"}"_s, u"Ab"_s);
+    QCOMPARE(queue->ids(u"spasibobatch"_s), QList<int>());
+    QCOMPARE(queue->ids(u"spasiboBatch"_s), QList<int>{id});
+    const auto found = [this](const QString &condition) {
+        return queue->query(u"SELECT 1 FROM message WHERE "_s + condition).size();
+    };
+    QCOMPARE(found(u"cardnumber = 'ab'"_s), 0);
+    QCOMPARE(found(u"cardnumber = 'Ab'"_s), 1);
+    QCOMPARE(found(u"body LIKE '%abc%'"_s), 0);
+    QCOMPARE(found(u"body LIKE '%AbC%'"_s), 1);
+}
+
+void TestConnectionFactory::idsAreNeverGivenTwice()
+{
+    useDatabase();
+    const int first = queue->put(u"cardlab"_s, u"{}"_s);
+    queue->query(u"DELETE FROM message"_s);
+    QVERIFY(queue->put(u"cardlab"_s, u"{}"_s) > first);
+}
+
+void TestConnectionFactory::eachThreadHasItsConnection()
+{
+    useDatabase();
+    Guarded<QSet<QString>> names;
+    const auto note = [&] {
+        const QString name = factory->getConnection().connectionName();
+        QCOMPARE(factory->getConnection().connectionName(), name);
+        const QMutexLocker locker(&names.mutex);
+        names.value.insert(name);
+    };
+    note();
+    onThreads(8, [&] {
+        note();
+        removeOwnConnection();
+    });
+    QCOMPARE(names.value.size(), 9);
+    QCOMPARE(QSqlDatabase::connectionNames().size(), 1);
+}
+
+void TestConnectionFactory::removalIsSilent()
+{
+    useDatabase();
+    onThreads(1, [&] {
+        QSqlQuery query(factory->getConnection());
+        query.setForwardOnly(true);
+        QVERIFY(query.prepare(u"SELECT messageid FROM message WHERE type = :type"_s));
+        query.bindValue(u":type"_s, u"cardlab"_s);
+        QVERIFY(query.exec());
+        removeOwnConnection();
+        // The statement is destroyed after its connection, as those of a worker's store are.
+    });
+}
+
+void TestConnectionFactory::brokerWritesOneRow()
+{
+    useDatabase();
+    const QJsonObject message{{u"заказ"_s, 7}, {u"сумма"_s, u"1'\"00%1 🙂"_s}};
+    Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, message, u"4'2"_s);
+    Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, {}, QString());
+
+    const QList<QVariantList> rows = queue->query(
+        u"SELECT type, body, cardnumber, statuscode FROM message ORDER BY messageid"_s);
+    QCOMPARE(rows.size(), 2);
+    QCOMPARE(rows[0][0].toString(), u"mindbox"_s);
+    QCOMPARE(QJsonDocument::fromJson(rows[0][1].toByteArray()).object(), message);
+    QCOMPARE(rows[0][2].toString(), u"4'2"_s);
+    QCOMPARE(rows[0][3].toString(), u""_s);
+    QCOMPARE(rows[1][1].toByteArray(), "{}");
+    QVERIFY(!rows[1][2].isNull());
+    QCOMPARE(rows[1][2].toString(), u""_s);
+}
+
+void TestConnectionFactory::brokerThrowsWithoutTable()
+{
+    useDatabase();
+    const bool isServer = QTest::currentDataTag() == "MariaDB"_ba;
+    queue->ids();
+    if (isServer)
+        server->run(u"RENAME TABLE queues.message TO queues.away"_s);
+    else
+        queue->query(u"DROP TABLE message"_s);
+    QString text;
+    try {
+        Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, {}, QString());
+    } catch (const BasicException &exception) {
+        text = exception.tr().ru();
+    }
+    if (isServer)
+        server->run(u"RENAME TABLE queues.away TO queues.message"_s);
+    QVERIFY2(text.startsWith(u"Не удалось записать сообщение типа 'mindbox' в очередь: "_s)
+                 && text.contains(u"message"_s),
+             qPrintable(text));
+}
+
+void TestConnectionFactory::failureIsReadable_data()
+{
+    QTest::addColumn<QString>("settings");
+    QTest::addColumn<QStringList>("fragments");
+
+    const QString server = this->server->settings();
+    const auto with = [&server](const QString &line) {
+        return server + line + u"\n"_s;
+    };
+    const auto sqlite = [](const QString &path) {
+        return u"[database]\nname = "_s + path;
+    };
+
+    // clang-format off
+    QTest::newRow("unknown driver")    << u"[database]\ndriver = QPSQL"_s        << QStringList{u"QPSQL"_s, u"database:driver"_s};
+    QTest::newRow("missing folder")    << sqlite(u"/nonexistent/queues.db"_s)    << QStringList{u"/nonexistent/queues.db"_s};
+    QTest::newRow("folder as file")    << sqlite(u"/tmp"_s)                      << QStringList{u"'/tmp'"_s};
+    QTest::newRow("no database file")  << sqlite(u"/etc/passwd"_s)               << QStringList{u"/etc/passwd"_s, u"not a database"_s};
+    QTest::newRow("wrong password")    << with(u"password = till-passwort"_s)    << QStringList{u"'queues'"_s, u"Access denied"_s};
+    QTest::newRow("unknown user")      << with(u"user = nobody"_s)               << QStringList{u"Access denied"_s};
+    QTest::newRow("unknown schema")    << with(u"name = nothere"_s)              << QStringList{u"'nothere'"_s};
+    QTest::newRow("dead socket")       << with(u"socket = /nonexistent/socket"_s)<< QStringList{u"/nonexistent/socket"_s};
+    // clang-format on
+}
+
+void TestConnectionFactory::failureIsReadable()
+{
+    QFETCH(QString, settings);
+    QFETCH(QStringList, fragments);
+    queue->setSettings(settings);
+
+    const QString error = connectError();
+    QVERIFY(QRegularExpression(u"^[А-Я][а-я]+ "_s).match(error).hasMatch());
+    for (const QString &fragment : fragments)
+        QVERIFY2(error.contains(fragment), qPrintable(error));
+    QVERIFY2(!error.contains(u"till-pass"_s), qPrintable(error));
+    // Nothing half open stays behind.
+    QCOMPARE(QSqlDatabase::connectionNames(), QStringList());
+
+    queue->setSettings(QString());
+    QCOMPARE(connectError(), QString());
+}
+
+void TestConnectionFactory::checkIsOnlyMadeWhenAskedFor()
+{
+    queue->setSettings(server->settings());
+    queue->ids();
+    const QByteArray id =
+        server->run(u"SELECT id FROM information_schema.processlist WHERE user = 'till'"_s);
+    server->run(u"KILL "_s + QString::fromLatin1(id));
+    ConnectionFactory::setWithCheck(false);
+    QVERIFY(!QSqlQuery(factory->getConnection()).exec(probe));
+    ConnectionFactory::setWithCheck(true);
+    QVERIFY(QSqlQuery(factory->getConnection()).exec(probe));
+}
+
+void TestConnectionFactory::bothDatabases()
+{
+    QTest::addColumn<bool>("isServer");
+    QTest::newRow("SQLite") << false;
+    QTest::newRow("MariaDB") << true;
+}
+
+void TestConnectionFactory::useDatabase()
+{
+    QFETCH(bool, isServer);
+    if (isServer)
+        queue->setSettings(server->settings());
+}
+
+QString TestConnectionFactory::connectError()
+{
+    try {
+        factory->getConnection();
+        return QString();
+    } catch (const BasicException &exception) {
+        return exception.tr().ru();
+    }
+}
+
+QTEST_GUILESS_MAIN(TestConnectionFactory)
+#include "tst_connectionfactory.moc"
