@@ -4,14 +4,14 @@
 #include "log4qt/loggingevent.h"
 #include "log4qt/logmanager.h"
 
-#include <QDateTime>
-
+#include <array>
+#include <cstdio>
+#include <ctime>
 #include <log4cplus/appender.h>
 #include <log4cplus/logger.h>
+#include <log4cplus/nullappender.h>
 #include <log4cplus/spi/loggingevent.h>
 #include <unistd.h>
-
-using namespace Qt::StringLiterals;
 
 namespace Log4Qt {
 
@@ -43,16 +43,23 @@ private:
     const AppenderSharedPtr target;
 };
 
-/// The line of a worker that is still at work while the process ends.
-void writeDirectly(const QString &category, Level level, const QString &message)
+/// The line of a worker that is still at work while the process ends. Qt's dates need objects that
+/// are gone by then.
+void writeDirectly(const std::string &category, Level level, const QString &message)
 {
-    const QByteArray line =
-        u"%1 %2 [%3] %4\n"_s
-            .arg(QDateTime::currentDateTime().toString(u"yyyy-MM-dd HH:mm:ss,zzz"_s),
-                 level.toString().leftJustified(5), category, message)
-            .toUtf8();
-    [[maybe_unused]] const ssize_t written =
-        ::write(STDOUT_FILENO, line.constData(), static_cast<std::size_t>(line.size()));
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local = {};
+    localtime_r(&now.tv_sec, &local);
+    std::array<char, 32> time{};
+    std::strftime(time.data(), time.size(), "%Y-%m-%d %H:%M:%S", &local);
+    std::array<char, 8> fraction{};
+    std::snprintf(fraction.data(), fraction.size(), ",%03d",
+                  static_cast<int>(now.tv_nsec / 1'000'000));
+    const std::string line = std::string(time.data()) + fraction.data() + ' '
+                             + level.toString().leftJustified(5).toStdString() + " [" + category
+                             + "] " + message.toStdString() + '\n';
+    [[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, line.data(), line.size());
 }
 
 } // namespace
@@ -91,6 +98,9 @@ bool Logger::additivity() const
 void Logger::setAdditivity(bool additivity)
 {
     logger->setAdditivity(additivity);
+    // log4cplus complains of a line that no appender takes.
+    if (!additivity && logger->getAllAppenders().empty())
+        logger->addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
 }
 
 void Logger::addAppender(const AppenderSharedPtr &appender)
@@ -110,11 +120,16 @@ void Logger::removeAppender(const AppenderSharedPtr &appender)
 void Logger::forcedLog(Level level, const QString &message) const
 {
     backend::Gate &gate = backend::gate();
-    const std::shared_lock lock(gate.mutex);
-    if (gate.closed)
-        writeDirectly(name(), level, message);
-    else
-        logger->forcedLog(backend::toLog4cplus(level), message.toStdString(), nullptr, -1, nullptr);
+    // Asked before too: the system's lock lets readers pass a waiting writer for ever.
+    if (!gate.closed) {
+        const std::shared_lock lock(gate.mutex);
+        if (!gate.closed) {
+            logger->forcedLog(backend::toLog4cplus(level), message.toStdString(), nullptr, -1,
+                              nullptr);
+            return;
+        }
+    }
+    writeDirectly(logger->getName(), level, message);
 }
 
 } // namespace Log4Qt

@@ -84,6 +84,8 @@ LogManager::Registry &LogManager::registry()
     // Never destroyed: workers may log until the process is gone.
     static Registry &registry = []() -> Registry & {
         log4cplus::initialize();
+        // Its idle threads are for appenders that nobody here uses; none at all is refused.
+        log4cplus::setThreadPoolSize(1);
         auto &made = *new Registry;
         log4cplus::Logger root = log4cplus::Logger::getRoot();
         // With no appender at all log4cplus complains on standard error.
@@ -165,8 +167,8 @@ void LogManager::updateLevels()
 void LogManager::closeAppenders()
 {
     backend::Gate &gate = backend::gate();
-    const std::unique_lock lock(gate.mutex);
     gate.closed = true;
+    const std::unique_lock lock(gate.mutex);
     log4cplus::deinitialize();
 }
 

@@ -1,0 +1,10 @@
+#pragma once
+
+/// Sets up where log lines go. Call once, after the QCoreApplication was built and before anything
+/// logs.
+///
+/// The file that the environment variable LOG4QT_CONFIGURATION names, or else
+/// `/tallocash/cash/queue/config/log4qt.properties` where it exists, is read as log4j properties.
+/// Without one, and after one warning when it cannot be read or has a mistake: everything from info up
+/// to standard output, as in `2026-01-31 12:00:00,123 INFO  [cardlab] text`.
+void setUpLogging();
