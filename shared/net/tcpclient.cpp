@@ -1,0 +1,131 @@
+#include "shared/net/tcpclient.h"
+
+#include <QEventLoop>
+#include <QHostInfo>
+#include <QNetworkProxy>
+#include <QTimer>
+
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+namespace {
+
+constexpr int defaultTimeoutSeconds = 5;
+constexpr int maxTimeoutSeconds = 24 * 60 * 60;
+/// The system does not tell when the last byte was acknowledged, it has to be asked.
+constexpr int arrivalCheckMs = 5;
+
+} // namespace
+
+TcpClient::TcpClient(QObject *parent)
+    : QObject(parent)
+    , socket(this)
+{
+    socket.setProxy(QNetworkProxy::NoProxy);
+}
+
+TcpClient::~TcpClient() = default;
+
+void TcpClient::setHost(const QString &newHost)
+{
+    host = newHost;
+}
+
+void TcpClient::setPort(int newPort)
+{
+    port = newPort;
+}
+
+void TcpClient::setTimeout(int timeout)
+{
+    timeoutSeconds = timeout;
+}
+
+bool TcpClient::connectToServer()
+{
+    disconnectFromServer();
+    // The low 16 bits of any other number would be somebody else's port.
+    if (port < 1 || port > 65535)
+        return false;
+
+    const QDeadlineTimer end = deadline();
+    const QList<QHostAddress> addresses = lookUp(end);
+    for (const QHostAddress &address : addresses) {
+        socket.connectToHost(address, static_cast<quint16>(port));
+        if (socket.waitForConnected(static_cast<int>(end.remainingTime())))
+            return true;
+        socket.abort();
+    }
+    return false;
+}
+
+void TcpClient::disconnectFromServer()
+{
+    const QDeadlineTimer end = deadline();
+    flush(end);
+    if (socket.state() == QAbstractSocket::ConnectedState) {
+        // The server is told that this was all, and closing waits for the bytes on their way: what
+        // a server says meanwhile would turn the close into a reset, which takes them back.
+        ::shutdown(static_cast<int>(socket.socketDescriptor()), SHUT_WR);
+        awaitArrival(end);
+    }
+    socket.abort();
+}
+
+void TcpClient::write(const QByteArray &data)
+{
+    if (socket.state() != QAbstractSocket::ConnectedState)
+        return;
+    socket.write(data);
+    flush(deadline());
+}
+
+QDeadlineTimer TcpClient::deadline() const
+{
+    const int seconds = timeoutSeconds > 0 ? timeoutSeconds : defaultTimeoutSeconds;
+    return QDeadlineTimer(std::min(seconds, maxTimeoutSeconds) * 1000);
+}
+
+QList<QHostAddress> TcpClient::lookUp(const QDeadlineTimer &end) const
+{
+    const QHostAddress literal(host);
+    if (!literal.isNull())
+        return {literal};
+
+    // The blocking lookup knows no timeout.
+    QList<QHostAddress> addresses;
+    QEventLoop loop;
+    const int lookup =
+        QHostInfo::lookupHost(host, &loop, [&addresses, &loop](const QHostInfo &info) {
+            addresses = info.addresses();
+            loop.quit();
+        });
+    QTimer::singleShot(static_cast<int>(end.remainingTime()), &loop, &QEventLoop::quit);
+    loop.exec(QEventLoop::ExcludeUserInputEvents);
+    QHostInfo::abortHostLookup(lookup);
+    return addresses;
+}
+
+void TcpClient::flush(const QDeadlineTimer &end)
+{
+    while (socket.bytesToWrite() > 0
+           && socket.waitForBytesWritten(static_cast<int>(end.remainingTime()))) {
+    }
+}
+
+void TcpClient::awaitArrival(const QDeadlineTimer &end)
+{
+    while (socket.state() == QAbstractSocket::ConnectedState && !end.hasExpired()) {
+        int unacknowledged = 0;
+        // The end of the stream counts as one.
+        if (::ioctl(static_cast<int>(socket.socketDescriptor()), SIOCOUTQ, &unacknowledged) != 0
+            || unacknowledged <= 1)
+            break;
+        if (socket.waitForReadyRead(arrivalCheckMs))
+            socket.readAll();
+    }
+    // Closing with unread bytes would be a reset, too.
+    if (socket.waitForReadyRead(0))
+        socket.readAll();
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QDeadlineTimer>
+#include <QHostAddress>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QTcpSocket>
+
+/// A plain TCP connection whose operations block until they are done or the timeout has passed.
+/// Thread: the one that made it; it need not run an event loop.
+class TcpClient : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit TcpClient(QObject *parent = nullptr);
+    ~TcpClient() override;
+
+    virtual void setHost(const QString &host);
+    virtual void setPort(int port);
+    /// Seconds that each of the operations below may take, name lookup included; 0 and less mean 5.
+    virtual void setTimeout(int timeout);
+    /// False when there is no connection within the timeout, or the port is not one of 1 to 65535.
+    /// An open connection is closed first.
+    virtual bool connectToServer();
+    /// Sends what is left and closes in an orderly way, so that everything written arrives at a server
+    /// that reads within the timeout.
+    virtual void disconnectFromServer();
+    /// Returns when the bytes are handed to the system, or the timeout has passed; what has not been
+    /// handed over by then goes out with disconnectFromServer(). Without a connection nothing happens.
+    virtual void write(const QByteArray &data);
+
+private:
+    QDeadlineTimer deadline() const;
+    QList<QHostAddress> lookUp(const QDeadlineTimer &deadline) const;
+    /// Waits until no byte is left in this process.
+    void flush(const QDeadlineTimer &deadline);
+    /// Waits until the server's system has acknowledged every byte.
+    void awaitArrival(const QDeadlineTimer &deadline);
+
+    QTcpSocket socket;
+    QString host;
+    int port = 0;
+    int timeoutSeconds = 0;
+};

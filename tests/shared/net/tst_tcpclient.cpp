@@ -1,0 +1,353 @@
+#include "shared/net/tcpclient.h"
+#include "tests/support/vtable.h"
+
+#include <QElapsedTimer>
+#include <QTest>
+#include <QThread>
+
+#include <arpa/inet.h>
+#include <latch>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// A server whose every step is told by the test: its own system calls, in the test's thread or in
+/// one of its own.
+class Server
+{
+public:
+    explicit Server(int receiveBuffer = 0, int backlog = 5)
+    {
+        if (receiveBuffer > 0)
+            ::setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto *any = reinterpret_cast<sockaddr *>(&address);
+        if (::bind(listener, any, size) != 0 || ::getsockname(listener, any, &size) != 0)
+            qFatal("No port");
+        port = ntohs(address.sin_port);
+        if (backlog >= 0 && ::listen(listener, backlog) != 0)
+            qFatal("Cannot listen");
+    }
+    ~Server()
+    {
+        closeConnection();
+        ::close(listener);
+    }
+
+    void accept() { connection = ::accept(listener, nullptr, nullptr); }
+    void send(const QByteArray &bytes)
+    {
+        if (::send(connection, bytes.data(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL) < 0)
+            sendError = errno;
+    }
+    /// Everything up to the client's end; what ended it stands in readError.
+    QByteArray readAll(size_t step = 65536)
+    {
+        QByteArray result;
+        QByteArray piece(static_cast<qsizetype>(step), Qt::Uninitialized);
+        ssize_t count = 0;
+        while ((count = ::recv(connection, piece.data(), step, 0)) > 0)
+            result += piece.first(count);
+        readError = count < 0 ? errno : 0;
+        return result;
+    }
+    void reset()
+    {
+        const linger hard = {1, 0};
+        ::setsockopt(connection, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+        closeConnection();
+    }
+    void closeConnection()
+    {
+        if (connection >= 0)
+            ::close(connection);
+        connection = -1;
+    }
+
+    int port = 0;
+    int readError = 0;
+    int sendError = 0;
+
+private:
+    int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int connection = -1;
+};
+
+std::unique_ptr<TcpClient> clientOf(const Server &server, int timeout = 0)
+{
+    auto client = std::make_unique<TcpClient>();
+    client->setHost(u"127.0.0.1"_s);
+    client->setPort(server.port);
+    client->setTimeout(timeout);
+    return client;
+}
+
+} // namespace
+
+class TestTcpClient : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void operationsStandInTheirOrder();
+    void bytesArrive();
+    void hostIsFound_data();
+    void hostIsFound();
+    void refusedConnectionFailsAtOnce();
+    void portOutOfRangeFails_data();
+    void portOutOfRangeFails();
+    void connectingIsBounded_data();
+    void connectingIsBounded();
+    void largeWriteReachesASlowReader();
+    void writeToADeafServerIsBounded();
+    void talkativeServerGetsAllTheSame();
+    void resetIsSurvived();
+    void withoutAConnectionNothingHappens();
+    void clientConnectsAgain();
+    void worksInAThreadWithoutEventLoop();
+};
+
+void TestTcpClient::operationsStandInTheirOrder()
+{
+    struct Next : QObject
+    {
+        virtual void next() {}
+    };
+    const int first = slotOf(&Next::next);
+    QCOMPARE(slotOf(&TcpClient::setHost), first);
+    QCOMPARE(slotOf(&TcpClient::setPort), first + 1);
+    QCOMPARE(slotOf(&TcpClient::setTimeout), first + 2);
+    QCOMPARE(slotOf(&TcpClient::connectToServer), first + 3);
+    QCOMPARE(slotOf(&TcpClient::disconnectFromServer), first + 4);
+    QCOMPARE(slotOf(&TcpClient::write), first + 5);
+}
+
+void TestTcpClient::bytesArrive()
+{
+    Server server;
+    const auto client = clientOf(server);
+    QVERIFY(client->connectToServer());
+    client->write("первый\n");
+    client->write(QByteArray());
+    client->write(QByteArray("\0\xFF", 2));
+    client->disconnectFromServer();
+    server.accept();
+    QCOMPARE(server.readAll(), "первый\n" + QByteArray("\0\xFF", 2));
+    QCOMPARE(server.readError, 0);
+}
+
+void TestTcpClient::hostIsFound_data()
+{
+    QTest::addColumn<QString>("host");
+    QTest::addColumn<bool>("isFound");
+    // clang-format off
+    QTest::newRow("name")           << u"localhost"_s          << true;
+    QTest::newRow("address")        << u"127.0.0.1"_s          << true;
+    QTest::newRow("IPv6 notation")  << u"::ffff:127.0.0.1"_s   << true;
+    QTest::newRow("none")           << u""_s                   << false;
+    QTest::newRow("no name at all") << u"till..shop"_s         << false;
+    QTest::newRow("with a scheme")  << u"tcp://127.0.0.1"_s    << false;
+    // clang-format on
+}
+
+void TestTcpClient::hostIsFound()
+{
+    QFETCH(QString, host);
+    Server server;
+    const auto client = clientOf(server);
+    client->setHost(host);
+    QTEST(client->connectToServer(), "isFound");
+}
+
+void TestTcpClient::refusedConnectionFailsAtOnce()
+{
+    // Bound, so that nobody else takes the port, and not listening.
+    const Server server(0, -1);
+    const auto client = clientOf(server, 60);
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(!client->connectToServer());
+    QVERIFY(clock.elapsed() < 30'000);
+}
+
+void TestTcpClient::portOutOfRangeFails_data()
+{
+    QTest::addColumn<int>("offset");
+    QTest::newRow("far too high") << 65536;
+    QTest::newRow("negative") << -65536;
+}
+
+void TestTcpClient::portOutOfRangeFails()
+{
+    QFETCH(int, offset);
+    Server server;
+    const auto client = clientOf(server);
+    // The low 16 bits are a port where somebody listens.
+    client->setPort(server.port + offset);
+    QVERIFY(!client->connectToServer());
+    client->setPort(0);
+    QVERIFY(!client->connectToServer());
+}
+
+void TestTcpClient::connectingIsBounded_data()
+{
+    QTest::addColumn<int>("timeout");
+    QTest::addColumn<int>("limitMs");
+    QTest::newRow("one second") << 1 << 1000;
+    QTest::newRow("zero is five seconds") << 0 << 5000;
+    QTest::newRow("negative is five seconds") << -3 << 5000;
+}
+
+void TestTcpClient::connectingIsBounded()
+{
+    QFETCH(int, timeout);
+    QFETCH(int, limitMs);
+    // A server that accepts nobody, with a full queue: further connections are left without answer.
+    const Server server(0, 0);
+    std::vector<std::unique_ptr<TcpClient>> others;
+    do {
+        others.push_back(clientOf(server, 1));
+    } while (others.back()->connectToServer());
+
+    const auto client = clientOf(server, timeout);
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(!client->connectToServer());
+    const qint64 elapsed = clock.elapsed();
+    QVERIFY2(elapsed >= limitMs - 50 && elapsed < limitMs + 3000, QByteArray::number(elapsed));
+}
+
+void TestTcpClient::largeWriteReachesASlowReader()
+{
+    Server server(4096);
+    QByteArray data(5 * 1024 * 1024, Qt::Uninitialized);
+    for (qsizetype i = 0; i < data.size(); ++i)
+        data[i] = static_cast<char>(i * 31 + i / 251);
+
+    QByteArray arrived;
+    std::unique_ptr<QThread> reader(QThread::create([&] {
+        server.accept();
+        arrived = server.readAll(1000);
+    }));
+    reader->start();
+    const auto client = clientOf(server, 60);
+    QVERIFY(client->connectToServer());
+    client->write(data);
+    client->disconnectFromServer();
+    QVERIFY(reader->wait());
+    QVERIFY(arrived == data);
+    QCOMPARE(server.readError, 0);
+}
+
+void TestTcpClient::writeToADeafServerIsBounded()
+{
+    Server server(4096);
+    const auto client = clientOf(server, 1);
+    QVERIFY(client->connectToServer());
+    QElapsedTimer clock;
+    clock.start();
+    client->write(QByteArray(32 * 1024 * 1024, 'x'));
+    const qint64 written = clock.restart();
+    QVERIFY2(written >= 950 && written < 4000, QByteArray::number(written));
+    client->disconnectFromServer();
+    const qint64 closed = clock.elapsed();
+    QVERIFY2(closed >= 950 && closed < 4000, QByteArray::number(closed));
+}
+
+void TestTcpClient::talkativeServerGetsAllTheSame()
+{
+    Server server(4096);
+    const QByteArray data(1024 * 1024, 'd');
+    QByteArray arrived;
+    std::unique_ptr<QThread> reader(QThread::create([&] {
+        server.accept();
+        // Nobody on the other side reads this.
+        server.send(QByteArray(20'000, 'a'));
+        arrived = server.readAll(1000);
+        server.send("done");
+    }));
+    reader->start();
+    const auto client = clientOf(server, 60);
+    QVERIFY(client->connectToServer());
+    client->write(data);
+    client->disconnectFromServer();
+    QVERIFY(reader->wait());
+    QCOMPARE(arrived.size(), data.size());
+    QCOMPARE(server.readError, 0);
+}
+
+void TestTcpClient::resetIsSurvived()
+{
+    Server server;
+    const auto client = clientOf(server, 60);
+    QVERIFY(client->connectToServer());
+    server.accept();
+    server.reset();
+    QElapsedTimer clock;
+    clock.start();
+    client->write("x");
+    client->write(QByteArray(1024 * 1024, 'x'));
+    client->disconnectFromServer();
+    QVERIFY(clock.elapsed() < 30'000);
+
+    QVERIFY(client->connectToServer());
+    client->write("again");
+    client->disconnectFromServer();
+    server.accept();
+    QCOMPARE(server.readAll(), "again");
+}
+
+void TestTcpClient::withoutAConnectionNothingHappens()
+{
+    TcpClient client;
+    client.write("x");
+    client.disconnectFromServer();
+    QVERIFY(!client.connectToServer());
+    client.write("x");
+    client.disconnectFromServer();
+}
+
+void TestTcpClient::clientConnectsAgain()
+{
+    Server server;
+    const auto client = clientOf(server);
+    QVERIFY(client->connectToServer());
+    client->write("first");
+    // Without a disconnect in between.
+    QVERIFY(client->connectToServer());
+    client->write("second");
+    client->disconnectFromServer();
+    server.accept();
+    QCOMPARE(server.readAll(), "first");
+    server.closeConnection();
+    server.accept();
+    QCOMPARE(server.readAll(), "second");
+}
+
+void TestTcpClient::worksInAThreadWithoutEventLoop()
+{
+    Server server;
+    bool isConnected = false;
+    std::unique_ptr<QThread> worker(QThread::create([&] {
+        const auto client = clientOf(server);
+        client->setHost(u"localhost"_s);
+        isConnected = client->connectToServer();
+        client->write("from a worker");
+        client->disconnectFromServer();
+    }));
+    worker->start();
+    QVERIFY(worker->wait());
+    QVERIFY(isConnected);
+    server.accept();
+    QCOMPARE(server.readAll(), "from a worker");
+}
+
+QTEST_GUILESS_MAIN(TestTcpClient)
+#include "tst_tcpclient.moc"
