@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDomDocument>
+#include <QString>
+
+namespace xmlutils {
+
+/// The text of the element `tag` at `index` among those of that name anywhere in the document, in its
+/// order; empty when there is none.
+QString getValueByTag(const QDomDocument &document, const QString &tag, int index);
+/// The same among those inside `element`.
+QString getValueByTag(const QDomElement &element, const QString &tag, int index);
+
+/// A new element that holds `text`. It has no place in the document yet.
+QDomElement createTextElement(QDomDocument &document, const QString &name, const QString &text);
+
+/// The document in `bytes`, in the encoding that it declares. An empty document when it is not well
+/// formed as a whole, declares entities, or nests deeper than any service's. Nothing is ever fetched.
+QDomDocument parseXml(const QByteArray &bytes);
+
+} // namespace xmlutils
