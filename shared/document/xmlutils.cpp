@@ -51,31 +51,37 @@ std::optional<QString> decode(const QByteArray &bytes)
     return text;
 }
 
-/// Whether a tree of the text would be whole and harmless.
-bool isAcceptable(const QString &text)
+/// Why a tree of the text would not be whole and harmless; nothing when it is both.
+std::optional<ParseError> refusal(const QString &text)
 {
     QXmlStreamReader reader(text);
+    const auto here = [&reader](const QString &message) {
+        return ParseError{static_cast<int>(reader.lineNumber()),
+                          static_cast<int>(reader.columnNumber()), message};
+    };
     int depth = 0;
     while (!reader.atEnd()) {
         switch (reader.readNext()) {
         case QXmlStreamReader::StartElement:
             if (++depth > maxDepth)
-                return false;
+                return here(u"слишком глубокая вложенность"_s);
             break;
         case QXmlStreamReader::EndElement:
             --depth;
             break;
         case QXmlStreamReader::DTD:
             if (!reader.entityDeclarations().isEmpty())
-                return false;
+                return here(u"объявления сущностей не допускаются"_s);
             break;
         case QXmlStreamReader::EntityReference:
-            return false;
+            return here(u"неизвестная сущность"_s);
         default:
             break;
         }
     }
-    return !reader.hasError();
+    if (reader.hasError())
+        return here(reader.errorString());
+    return std::nullopt;
 }
 
 template <typename Node>
@@ -106,14 +112,26 @@ QDomElement createTextElement(QDomDocument &document, const QString &name, const
     return element;
 }
 
-QDomDocument parseXml(const QByteArray &bytes)
+QDomDocument parseXml(const QByteArray &bytes, ParseError *error)
 {
     const std::optional<QString> text = decode(bytes);
+    if (text)
+        return parseXmlText(*text, error);
+    if (error)
+        *error = {1, 1, u"текст не соответствует своей кодировке"_s};
+    return QDomDocument();
+}
+
+QDomDocument parseXmlText(const QString &text, ParseError *error)
+{
     QDomDocument document;
+    const std::optional<ParseError> reason = refusal(text);
     // setContent() keeps what it read before an error.
-    if (!text || !isAcceptable(*text) || !document.setContent(*text))
-        return QDomDocument();
-    return document;
+    if (!reason && document.setContent(text))
+        return document;
+    if (error)
+        *error = reason.value_or(ParseError{1, 1, u"документ не читается"_s});
+    return QDomDocument();
 }
 
 } // namespace xmlutils

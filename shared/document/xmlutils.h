@@ -15,8 +15,19 @@ QString getValueByTag(const QDomElement &element, const QString &tag, int index)
 /// A new element that holds `text`. It has no place in the document yet.
 QDomElement createTextElement(QDomDocument &document, const QString &name, const QString &text);
 
-/// The document in `bytes`, in the encoding that it declares. An empty document when it is not well
-/// formed as a whole, declares entities, or nests deeper than any service's. Nothing is ever fetched.
-QDomDocument parseXml(const QByteArray &bytes);
+/// Where and why a text is not a document that the service reads.
+struct ParseError
+{
+    int line = 0;
+    int column = 0;
+    QString message;
+};
+
+/// The document in `bytes`, in the encoding that it declares. An empty document, and `error` filled,
+/// when it is not well formed as a whole, declares entities, or nests deeper than any service's.
+/// Nothing is ever fetched.
+QDomDocument parseXml(const QByteArray &bytes, ParseError *error = nullptr);
+/// The same for a text whose encoding no longer matters.
+QDomDocument parseXmlText(const QString &text, ParseError *error = nullptr);
 
 } // namespace xmlutils
