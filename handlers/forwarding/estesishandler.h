@@ -1,0 +1,11 @@
+#pragma once
+
+#include "engine/basichandler.h"
+
+/// Delivers `estesis` messages: a POST without content: the address says it all.
+class EstesisHandler : public BasicHandler
+{
+public:
+    EstesisHandler();
+    bool sendMessage(const Message &message) override;
+};

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "engine/basichandler.h"
+
+/// Delivers `smartscales` messages: the prepared bytes, in one POST under the client's own timeout.
+class SmartScalesHandler : public BasicHandler
+{
+public:
+    SmartScalesHandler();
+    bool sendMessage(const Message &message) override;
+};

@@ -1,0 +1,39 @@
+#include "handlers/handlertable.h"
+
+#include "handlers/forwarding/abmloyaltyhandler.h"
+#include "handlers/forwarding/cardlabhandler.h"
+#include "handlers/forwarding/customeraddresshandler.h"
+#include "handlers/forwarding/estesishandler.h"
+#include "handlers/forwarding/greenwichparkingtickethandler.h"
+#include "handlers/forwarding/heinekenhandler.h"
+#include "handlers/forwarding/nochangehandler.h"
+#include "handlers/forwarding/setomnihandler.h"
+#include "handlers/forwarding/smartscaleshandler.h"
+#include "handlers/forwarding/softcheckhandler.h"
+#include "handlers/forwarding/waybillnumberhandler.h"
+#include "handlers/forwarding/winelabbonushandler.h"
+#include "handlers/forwarding/winelabcertificatehandler.h"
+#include "handlers/forwarding/winelabsoftchequehandler.h"
+
+std::span<const HandlerRow> handlerTable()
+{
+    // clang-format off
+    static constexpr HandlerRow rows[] = {
+        row<AbmLoyaltyHandler>            (u"abmloyalty"),
+        row<CardLabHandler>               (u"cardlab"),
+        row<CustomerAddressHandler>       (u"customeraddress"),
+        row<EstesisHandler>               (u"estesis"),
+        row<GreenwichParkingTicketHandler>(u"greenwichparkingticket"),
+        row<HeinekenHandler>              (u"heineken"),
+        row<NoChangeHandler>              (u"nochange"),
+        row<SetOmniHandler>               (u"setomni"),
+        row<SmartScalesHandler>           (u"smartscales"),
+        row<SoftCheckHandler>             (u"softcheck"),
+        row<WaybillNumberHandler>         (u"waybillnumber"),
+        row<WinelabBonusHandler>          (u"winelabbonus"),
+        row<WinelabCertificateHandler>    (u"winelabcertificate"),
+        row<WinelabSoftChequeHandler>     (u"winelabsoftcheque"),
+    };
+    // clang-format on
+    return rows;
+}
