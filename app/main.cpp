@@ -1,0 +1,69 @@
+#include "app/queue.h"
+#include "app/servicenotifier.h"
+#include "shared/core/basicexception.h"
+#include "shared/core/logging.h"
+#include "shared/core/paths.h"
+#include "shared/core/signalhandler.h"
+
+#include <log4qt/logmanager.h>
+
+#include <QCoreApplication>
+#include <QSettings>
+#include <QTextCodec>
+
+#include <cstdlib>
+#include <exception>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Nothing in the service catches a database that is not there at the start, nor a handler that
+/// throws: the process ends, and whoever started it starts it anew. The log says why it ended.
+[[noreturn]] void endWithReason()
+{
+    QString reason = u"причина неизвестна"_s;
+    if (const std::exception_ptr current = std::current_exception()) {
+        try {
+            std::rethrow_exception(current);
+        } catch (const BasicException &exception) {
+            Log4Qt::LogManager::logger(u"queue"_s)
+                ->error(u"Аварийное завершение работы: %1"_s, exception.tr().ru());
+            std::_Exit(EXIT_FAILURE);
+        } catch (const std::exception &exception) {
+            reason = QString::fromUtf8(exception.what());
+        } catch (...) {
+        }
+    }
+    Log4Qt::LogManager::logger(u"queue"_s)->error(u"Аварийное завершение работы: %1"_s, reason);
+    std::abort();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    std::set_terminate(endWithReason);
+
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(u"queue"_s);
+    QCoreApplication::setOrganizationName(u"Tallo"_s);
+    QCoreApplication::setOrganizationDomain(u"tallo.local"_s);
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
+                       rootedPath(u"/tallocash/cash/conf/"_s));
+    setUpLogging();
+
+    signalhandler::initSignalHandlers();
+    signalhandler::setNeedCheckExitCode(false);
+
+    ServiceNotifier notifier;
+    Queue queue;
+    signalhandler::setAddittionalHandler([&queue, &notifier] {
+        queue.stop();
+        notifier.stopping();
+    });
+    queue.start();
+    notifier.ready();
+    return QCoreApplication::exec();
+}

@@ -1,0 +1,160 @@
+#include "app/queue.h"
+
+#include "app/queuehandler.h"
+#include "handlers/handlertable.h"
+#include "shared/core/config.h"
+#include "shared/core/paths.h"
+#include "shared/core/singleton.h"
+
+#include <log4qt/logmanager.h>
+
+#include <QDir>
+#include <QJsonDocument>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int defaultPeriodSeconds = 20;
+/// The longest interval that the timer can count in milliseconds.
+constexpr int maxPeriodSeconds = std::numeric_limits<int>::max() / 1000;
+constexpr int defaultPort = 28085;
+
+QJsonObject description(const QString &text)
+{
+    return {{u"description"_s, text}};
+}
+
+} // namespace
+
+Queue::Queue()
+    : logger(Log4Qt::LogManager::logger(u"queue"_s))
+{
+    QList<QDir> directories;
+    for (const QString &path : {
+             u"/tallocash/cash/conf"_s,
+             u"/tallocash/cash/conf/tcash.ini.d"_s,
+             u"/tallocash/cash/conf/tcash.ini.d/puppet"_s,
+             u"/tallocash/cash/queue/config"_s,
+             u"/tallocash/cash/queue/config/queue.d"_s,
+         })
+        directories.append(QDir(rootedPath(path)));
+    Config::setConfigsPathList(directories, {});
+}
+
+Queue::~Queue() = default;
+
+void Queue::start()
+{
+    logger->info(u"Запуск обработчика очередей сообщений"_s);
+    handler = std::make_shared<QueueHandler>(handlerTable(), state);
+    handler->init();
+    startServer();
+
+    timer.setSingleShot(true);
+    const int configured =
+        Singleton<Config>::instance()->getInt(u"queue:timeout"_s, defaultPeriodSeconds);
+    const int period = qBound(1, configured, maxPeriodSeconds);
+    logger->info(u"Период обработки сообщений: %1 сек."_s, period);
+    handler->startHandlers();
+    timer.setInterval(period * 1000);
+    connect(&timer, &QTimer::timeout, this, &Queue::runHandlers);
+    timer.start();
+}
+
+void Queue::stop()
+{
+    logger->warn(u"Получен сигнал завершения работы"_s);
+    state->stopFlag.exchange(1);
+}
+
+QJsonObject Queue::messages(const QStringList &parts)
+{
+    if (!hasTypeAndCard(parts)) {
+        // A caller that asks wrongly is told to wait for messages rather than to go on without them.
+        QJsonObject refusal = description(u"Некорректные параметры запроса"_s);
+        refusal.insert(u"result"_s, true);
+        return refusal;
+    }
+    logger->info(
+        u"Проверка наличия сообщений типа '%1' для карты '%2'"_s.arg(parts.at(1), parts.at(2)));
+    return {{u"result"_s, handler->hasMessages(parts.at(1), parts.at(2))}};
+}
+
+QJsonObject Queue::start(const QStringList &parts)
+{
+    if (!hasTypeAndCard(parts))
+        return description(u"Некорректные параметры запроса"_s);
+    logger->info(u"Принудительный запуск обработчика сообщений типа '%1' для карты '%2'"_s.arg(
+        parts.at(1), parts.at(2)));
+    switch (handler->startHandler(parts.at(1), parts.at(2))) {
+    case QueueHandler::Started:
+        return description(u"Обработчик успешно запущен"_s);
+    case QueueHandler::AlreadyRunning:
+        return description(u"Обработчик уже запущен"_s);
+    default:
+        return description(u"Не удалось запустить обработчик"_s);
+    }
+}
+
+QJsonObject Queue::status(const QStringList & /*parts*/)
+{
+    const QueueInfo info = handler->getQueueInfo();
+    if (info.count == -1)
+        return description(u"Ошибка подключения к БД"_s);
+    return {{u"messagesCount"_s, info.count},
+            {u"firstMessageDateTime"_s, info.firstMessageTime.toString()}};
+}
+
+void Queue::dataReceived(RequestHeader header, QByteArray /*content*/)
+{
+    logger->info(u"Получен запрос"_s);
+    const QByteArray body = QJsonDocument(answer(header.getPath().split(u'/', Qt::SkipEmptyParts)))
+                                .toJson(QJsonDocument::Compact);
+
+    // Always 200: the caller reads the outcome from the object.
+    ResponseHeader response;
+    response.setStatusLine(200, u"OK"_s, 1, 1);
+    response.setContentType(u"application/json"_s);
+    response.setContentLength(static_cast<int>(body.size()));
+    server->sendResponse(response, body);
+}
+
+void Queue::runHandlers()
+{
+    handler->startHandlers();
+    timer.start();
+}
+
+void Queue::startServer()
+{
+    const int port = Singleton<Config>::instance()->getInt(u"queue:port"_s, defaultPort);
+    server = std::make_shared<HttpServer>(port);
+    connect(server.get(), &HttpServer::requestReceived, this, &Queue::dataReceived);
+}
+
+QJsonObject Queue::answer(const QStringList &parts)
+{
+    const QString command = parts.value(0);
+    if (command == u"messages")
+        return messages(parts);
+    if (command == u"start")
+        return start(parts);
+    if (command == u"status")
+        return status(parts);
+    if (command == u"db_errors_count")
+        return {{u"errorsCount"_s, handler->getErrorsCount()}};
+    if (command == u"db_reset_errors") {
+        handler->resetErrorsCount();
+        return {};
+    }
+    return description(u"Неподдерживаемая команда"_s);
+}
+
+bool Queue::hasTypeAndCard(const QStringList &parts)
+{
+    if (parts.size() == 3)
+        return true;
+    logger->warn(u"Некорректные параметры запроса"_s);
+    return false;
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "engine/sharedstate.h"
+#include "shared/net/httpheader.h"
+#include "shared/net/httpserver.h"
+
+#include <QJsonObject>
+#include <QObject>
+#include <QStringList>
+#include <QTimer>
+
+#include <memory>
+
+class QueueHandler;
+
+namespace Log4Qt {
+class Logger;
+}
+
+/// The service: polls the table `message` and answers the till's other programs on a local port.
+/// Thread: the main thread, which serves polls and commands in turn.
+class Queue : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Says where the settings lie.
+    Queue();
+    ~Queue() override;
+
+    /// Connects to the database, opens the control port and makes the first poll. Throws
+    /// BasicException when the database cannot be reached.
+    void start();
+    /// Asks all workers to end after the message at hand. Thread: any.
+    void stop();
+
+    // The commands of the control port. `parts` are the parts of the request's path, the command
+    // first; the result is the answer.
+    virtual QJsonObject messages(const QStringList &parts);
+    virtual QJsonObject start(const QStringList &parts);
+    virtual QJsonObject status(const QStringList &parts);
+
+private Q_SLOTS:
+    void dataReceived(RequestHeader header, QByteArray content);
+    void runHandlers();
+
+private:
+    void startServer();
+    QJsonObject answer(const QStringList &parts);
+    bool hasTypeAndCard(const QStringList &parts);
+
+    QTimer timer{this};
+    std::shared_ptr<QueueHandler> handler;
+    std::shared_ptr<HttpServer> server;
+    /// Holds the stop flag. Workers share it and may outlive this object.
+    std::shared_ptr<SharedState> state = std::make_shared<SharedState>();
+    Log4Qt::Logger *logger;
+};

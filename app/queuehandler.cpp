@@ -1,0 +1,153 @@
+#include "app/queuehandler.h"
+
+#include "engine/basichandler.h"
+#include "shared/core/currenttime.h"
+#include "shared/core/fileutils.h"
+#include "shared/core/mockfactory.h"
+#include "shared/core/paths.h"
+
+#include <log4qt/logmanager.h>
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QThreadPool>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int maxThreadCount = 100;
+constexpr qint64 saveIntervalSeconds = 120;
+
+QString startIdsFile()
+{
+    return rootedPath(u"/tallocash/cash/queue/ids.json"_s);
+}
+
+} // namespace
+
+QueueHandler::QueueHandler(std::span<const HandlerRow> handlers, std::shared_ptr<SharedState> state)
+    : factory(std::make_unique<HandlerFactory>(handlers))
+    , state(std::move(state))
+    , logger(Log4Qt::LogManager::logger(u"queue"_s))
+{
+}
+
+QueueHandler::~QueueHandler() = default;
+
+int QueueHandler::startHandler(const QString &type, const QString &cardNumber)
+{
+    const QMutexLocker startLocker(&startLock);
+    {
+        const QMutexLocker locker(&state->runningTypes.mutex);
+        if (state->runningTypes.value.contains(type))
+            return AlreadyRunning;
+    }
+    QThreadPool *pool = QThreadPool::globalInstance();
+    if (pool->activeThreadCount() >= pool->maxThreadCount()) {
+        logger->warn(
+            u"Невозможно запустить обработчик типа %1, достигнут лимит количества потоков (%2)"_s
+                .arg(type, QString::number(pool->maxThreadCount())));
+        return NotStarted;
+    }
+    BasicHandler *handler = factory->create(type);
+    if (!handler)
+        return NotStarted;
+    handler->setCardNumber(cardNumber);
+    handler->setState(state);
+    logger->info(u"Запуск обработчика типа '%1'"_s, type);
+    pool->start(handler, 0);
+    return Started;
+}
+
+QList<TypeCount> QueueHandler::getStatus()
+{
+    const QList<TypeCount> counts = dao->getMessageTypeCounts();
+    if (counts.isEmpty()) {
+        logger->debug(u"В очереди нет сообщений"_s);
+        return counts;
+    }
+    logger->info(u"Статус очереди сообщений:"_s);
+    for (const auto &[type, count] : counts) {
+        const QMutexLocker locker(&state->runningTypes.mutex);
+        const bool isRunning = state->runningTypes.value.contains(type);
+        logger->info(u"  %1: %2 сообщ. (обработчик %3активен)"_s.arg(
+            type, QString::number(count), isRunning ? QString() : u"не "_s));
+    }
+    return counts;
+}
+
+void QueueHandler::saveStartIdsIfDue()
+{
+    const qint64 now = MockFactory<CurrentTime>::create()->currentDateTime().toSecsSinceEpoch();
+    // A clock that was set back counts as time that has passed.
+    if (qAbs(now - lastSaveTime) < saveIntervalSeconds)
+        return;
+    lastSaveTime = now;
+    saveStartIds();
+}
+
+void QueueHandler::saveStartIds()
+{
+    logger->trace(u"Запись стартовых идентификаторов в файл"_s);
+    QMap<QString, int> snapshot;
+    {
+        const QMutexLocker locker(&state->startIds.mutex);
+        snapshot = state->startIds.value;
+    }
+    QJsonObject object;
+    for (const auto &[type, id] : snapshot.asKeyValueRange())
+        object.insert(type, id);
+    // A file that could not be written costs a repeat of refused messages after a restart, no row.
+    fileutils::writeToFile(startIdsFile(), object, QIODevice::ReadWrite | QIODevice::Truncate);
+}
+
+void QueueHandler::loadStartIds()
+{
+    const QByteArray text = fileutils::readFromFile(startIdsFile(), QIODevice::ReadOnly);
+    const QJsonObject object = QJsonDocument::fromJson(text).object();
+    for (auto entry = object.begin(); entry != object.end(); ++entry) {
+        const int id = entry.value().toInt();
+        logger->debug(
+            u" стартовый идентификатор для %1: %2"_s.arg(entry.key(), QString::number(id)));
+        const QMutexLocker locker(&state->startIds.mutex);
+        state->startIds.value.insert(entry.key(), id);
+    }
+}
+
+void QueueHandler::init()
+{
+    QThreadPool::globalInstance()->setMaxThreadCount(maxThreadCount);
+    dao = std::make_unique<queue::DAO>();
+    dao->connect();
+    loadStartIds();
+}
+
+void QueueHandler::startHandlers()
+{
+    logger->info(u"Запуск обработчиков"_s);
+    const QList<TypeCount> counts = getStatus();
+    for (const auto &[type, count] : counts)
+        startHandler(type, QString());
+    saveStartIdsIfDue();
+}
+
+bool QueueHandler::hasMessages(const QString &type, const QString &cardNumber)
+{
+    return dao->hasMessages(type, cardNumber);
+}
+
+QueueInfo QueueHandler::getQueueInfo()
+{
+    return dao->getQueueInfo();
+}
+
+int QueueHandler::getErrorsCount() const
+{
+    return dao->getErrorsCount();
+}
+
+void QueueHandler::resetErrorsCount()
+{
+    dao->resetErrorsCount();
+}
