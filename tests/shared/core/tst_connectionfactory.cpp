@@ -4,6 +4,7 @@
 #include "shared/core/singleton.h"
 #include "tests/support/mariadbserver.h"
 #include "tests/support/queuedatabase.h"
+#include "tests/support/vtable.h"
 
 #include <QFile>
 #include <QJsonDocument>
@@ -59,6 +60,7 @@ private Q_SLOTS:
     void cleanup();
     void cleanupTestCase();
 
+    void operationsStandInTheirOrder();
     void sqliteFileIsCreatedWithTables();
     void sqliteKeepsTheTablesOfTheTill();
     void sqliteSurvivesAPowerCut();
@@ -120,15 +122,19 @@ void TestConnectionFactory::init()
 
 void TestConnectionFactory::cleanup()
 {
-    removeOwnConnection();
-    server->run(u"TRUNCATE queues.message"_s);
-    queue->setSettings(QString());
     queue.reset();
+    server->run(u"TRUNCATE queues.message"_s);
 }
 
 void TestConnectionFactory::cleanupTestCase()
 {
     server.reset();
+}
+
+void TestConnectionFactory::operationsStandInTheirOrder()
+{
+    QCOMPARE(slotOf(&ConnectionFactory::removeConnection), 0);
+    QCOMPARE(slotOf(&ConnectionFactory::getConnection), 3);
 }
 
 void TestConnectionFactory::sqliteFileIsCreatedWithTables()

@@ -76,11 +76,8 @@ void TestDocumentsDao::init()
 
 void TestDocumentsDao::cleanup()
 {
-    const QString name = Singleton<ConnectionFactory>::instance()->getConnection().connectionName();
-    Singleton<ConnectionFactory>::instance()->removeConnection(name);
-    server->run(u"TRUNCATE queues.documentcard"_s);
-    database->setSettings(QString());
     database.reset();
+    server->run(u"TRUNCATE queues.documentcard"_s);
 }
 
 void TestDocumentsDao::cleanupTestCase()
