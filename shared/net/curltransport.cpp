@@ -69,6 +69,8 @@ struct Transfer
     QByteArray body;
     QList<QByteArray> headerLines;
     qsizetype headerSize = 0;
+    /// The empty line behind the headers came. libcurl lets an answer pass that ends before it.
+    bool isHeadWhole = false;
     int attempts = 0;
     bool isBodyTooLarge = false;
     bool isHeaderTooLarge = false;
@@ -96,13 +98,15 @@ std::size_t takeHeader(char *data, std::size_t size, std::size_t count, void *co
         transfer.isHeaderTooLarge = true;
         return CURL_WRITEFUNC_ERROR;
     }
-    if (transfer.keepHeaders) {
-        const QByteArray line = QByteArray(data, length).trimmed();
-        if (line.startsWith("HTTP/"))
-            transfer.headerLines.clear();
-        if (!line.isEmpty())
-            transfer.headerLines.append(line);
+    const QByteArrayView line = QByteArrayView(data, length).trimmed();
+    if (line.startsWith("HTTP/")) {
+        transfer.headerLines.clear();
+        transfer.isHeadWhole = false;
+    } else if (line.isEmpty()) {
+        transfer.isHeadWhole = true;
     }
+    if (transfer.keepHeaders && !line.isEmpty())
+        transfer.headerLines.append(line.toByteArray());
     return size * count;
 }
 
@@ -385,12 +389,13 @@ QString proxyErrorText(int error)
 
 /// Why an exchange with a server that was reached broke off: it was closed, or TLS or HTTP went
 /// wrong. libcurl tells these apart only in its text.
-int brokenConnectionError(CURL *handle, const QByteArray &detail)
+int brokenConnectionError(const QByteArray &detail)
 {
-    if (longInfo(handle, CURLINFO_OS_ERRNO) != 0 || detail.contains("SYSCALL")
-        || detail.contains("unexpected eof") || detail.contains("onnection reset")
-        || detail.contains("onnection was reset") || detail.contains("closed"))
-        return closedEarlyError;
+    for (const char *sign : {"Recv failure", "Send failure", "SYSCALL", "unexpected eof",
+                             "Connection reset", "closed"}) {
+        if (detail.contains(sign))
+            return closedEarlyError;
+    }
     return detail.contains("SSL") ? tlsError : unknownNetworkError;
 }
 
@@ -427,7 +432,7 @@ http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, bo
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_RECV_ERROR:
     case CURLE_SEND_ERROR:
-        error = brokenConnectionError(handle, errorBytes);
+        error = brokenConnectionError(errorBytes);
         break;
     case CURLE_COULDNT_CONNECT:
         if (longInfo(handle, CURLINFO_OS_ERRNO) == ECONNREFUSED)
@@ -516,11 +521,12 @@ ExchangeOutcome performExchange(const Exchange &exchange)
 
     ExchangeOutcome outcome;
     const auto status = static_cast<int>(longInfo(handle, CURLINFO_RESPONSE_CODE));
-    if (code == CURLE_OK && status >= 200)
-        outcome.response = http::Response::answered(status, transfer.body);
+    if (code != CURLE_OK)
+        outcome.response = failure(code, handle, exchange, !proxy.isEmpty(), transfer);
+    else if (!transfer.isHeadWhole || status < 200)
+        outcome.response = failure(CURLE_PARTIAL_FILE, handle, exchange, false, transfer);
     else
-        outcome.response = failure(code == CURLE_OK ? CURLE_WEIRD_SERVER_REPLY : code, handle,
-                                   exchange, !proxy.isEmpty(), transfer);
+        outcome.response = http::Response::answered(status, transfer.body);
     outcome.headerLines = transfer.headerLines;
     // Keeps connections, and forgets the pointers into this function.
     curl_easy_reset(handle);

@@ -201,9 +201,14 @@ void RestClient::send(const http::Params &params)
     exchange.verb = params.verb();
     exchange.url = params.url;
     exchange.headers = headerList(params.headers);
-    if (params.parts.isEmpty())
-        exchange.body = params.body;
     exchange.parts = params.parts;
+    if (params.parts.isEmpty()) {
+        exchange.body = params.body;
+    } else {
+        // Only libcurl knows the boundary that the type names.
+        exchange.headers.removeIf(
+            [](const auto &header) { return isSame(header.first, "Content-Type"); });
+    }
     perform(exchange);
 }
 

@@ -1,0 +1,184 @@
+#include "shared/net/restclient.h"
+#include "tests/support/loopbackserver.h"
+#include "tests/support/testsettings.h"
+
+#include <QNetworkReply>
+#include <QSemaphore>
+#include <QTest>
+
+#include <cstring>
+#include <ctime>
+#include <dlfcn.h>
+#include <future>
+#include <netdb.h>
+
+using namespace Qt::StringLiterals;
+
+// What RestClient asks of the system, with the system's part played by this program: libcurl finds
+// the functions below before those of the libraries.
+
+namespace {
+
+const RestClient::Headers noHeaders;
+
+/// Seconds by which the clock is ahead for the threads that follow it.
+std::atomic<int> secondsAhead{0};
+thread_local bool followsTestClock = false;
+
+/// Lookups of slow.test wait for this.
+QSemaphore slowLookup;
+std::atomic<int> slowLookups{0};
+
+template <typename Function>
+Function *original(const char *name)
+{
+    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+extern "C" int clock_gettime(clockid_t clock, timespec *time) noexcept
+{
+    static const auto next = original<int(clockid_t, timespec *)>("clock_gettime");
+    const int result = next(clock, time);
+    if (followsTestClock)
+        time->tv_sec += secondsAhead.load();
+    return result;
+}
+
+extern "C" int getaddrinfo(const char *name, const char *service, const addrinfo *hints,
+                           addrinfo **result)
+{
+    static const auto next =
+        original<int(const char *, const char *, const addrinfo *, addrinfo **)>("getaddrinfo");
+    if (name && std::strcmp(name, "unknown.test") == 0)
+        return EAI_NONAME;
+    if (name && std::strcmp(name, "slow.test") == 0) {
+        ++slowLookups;
+        slowLookup.acquire();
+        return EAI_NONAME;
+    }
+    return next(name, service, hints, result);
+}
+
+class TestRestClientSystem : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void unknownHost();
+    void unknownProxy();
+    void slowNameLookup();
+    void timeoutWhenNoneIsSet_data();
+    void timeoutWhenNoneIsSet();
+    void connectionsIdleForThirtySeconds();
+};
+
+void TestRestClientSystem::init()
+{
+    followsTestClock = true;
+}
+
+void TestRestClientSystem::cleanup()
+{
+    followsTestClock = false;
+    secondsAhead = 0;
+}
+
+void TestRestClientSystem::unknownHost()
+{
+    RestClient client;
+    client.get(QUrl(u"http://unknown.test/"_s), {}, noHeaders);
+    QCOMPARE(client.errorCode(), int{QNetworkReply::HostNotFoundError});
+    QCOMPARE(client.errorText().ru(), u"Не найден адрес сервера unknown.test"_s);
+    QVERIFY(client.isNetworkError());
+    QVERIFY(!client.hasResponse());
+}
+
+void TestRestClientSystem::unknownProxy()
+{
+    const TestSettings settings(u"[network]\nproxy = http://unknown.test:3128\n"_s);
+    for (const QString &address : {u"http://service.test/"_s, u"https://service.test/"_s}) {
+        RestClient client;
+        client.get(QUrl(address), {}, noHeaders);
+        QCOMPARE(client.errorCode(), int{QNetworkReply::ProxyNotFoundError});
+        QCOMPARE(client.errorText().ru(), u"Не найден адрес прокси-сервера"_s);
+        QVERIFY(client.isNetworkError());
+    }
+}
+
+void TestRestClientSystem::slowNameLookup()
+{
+    QElapsedTimer timer;
+    timer.start();
+    {
+        RestClient client;
+        client.setTimeoutMs(200);
+        client.get(QUrl(u"http://slow.test/"_s), {}, noHeaders);
+        QCOMPARE(client.errorCode(), int{QNetworkReply::TimeoutError});
+        QVERIFY(client.isNetworkError());
+    }
+    // The lookup hangs still, and so it does behind a thread that ends.
+    std::async(std::launch::async, [] {
+        RestClient client;
+        client.setTimeoutMs(200);
+        client.get(QUrl(u"http://slow.test/"_s), {}, noHeaders);
+        return client.errorCode();
+    }).get();
+    QVERIFY(timer.elapsed() >= 390);
+    QVERIFY(timer.elapsed() < 10'000);
+    QCOMPARE(slowLookups.load(), 2);
+    slowLookup.release(slowLookups);
+}
+
+void TestRestClientSystem::timeoutWhenNoneIsSet_data()
+{
+    QTest::addColumn<std::optional<qint64>>("milliseconds");
+    QTest::newRow("unset") << std::optional<qint64>();
+    QTest::newRow("0") << std::optional<qint64>(0);
+    QTest::newRow("negative") << std::optional<qint64>(-5000);
+    QTest::newRow("most negative") << std::optional<qint64>(std::numeric_limits<qint64>::min());
+}
+
+void TestRestClientSystem::timeoutWhenNoneIsSet()
+{
+    QFETCH(std::optional<qint64>, milliseconds);
+    LoopbackServer server;
+    server.play({LoopbackServer::silence()});
+
+    auto exchange = std::async(std::launch::async, [&server, milliseconds] {
+        followsTestClock = true;
+        RestClient client;
+        if (milliseconds)
+            client.setTimeoutMs(*milliseconds);
+        client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
+        return client.errorText().ru();
+    });
+    QVERIFY(server.waitForRequests(1));
+    secondsAhead = 25;
+    // libcurl looks at the clock once a second while it waits.
+    QCOMPARE(exchange.wait_for(std::chrono::milliseconds(1500)), std::future_status::timeout);
+    secondsAhead = 31;
+    QCOMPARE(exchange.get(), u"Сервер 127.0.0.1:%1 не ответил за 30 сек."_s.arg(server.port()));
+}
+
+void TestRestClientSystem::connectionsIdleForThirtySeconds()
+{
+    LoopbackServer server;
+    RestClient client;
+    client.get(server.url(u"/"_s), {}, noHeaders);
+    secondsAhead = 28;
+    client.get(server.url(u"/"_s), {}, noHeaders);
+    QCOMPARE(server.connectionCount(), 1);
+    secondsAhead = 28 + 31;
+    client.get(server.url(u"/"_s), {}, noHeaders);
+    QCOMPARE(client.errorCode(), 0);
+    QCOMPARE(server.connectionCount(), 2);
+    QVERIFY(server.waitForOpenConnections(1));
+}
+
+QTEST_GUILESS_MAIN(TestRestClientSystem)
+#include "tst_restclientsystem.moc"
