@@ -66,7 +66,6 @@ class TestRestClientSystem : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
     void cleanup();
 
     void unknownHost();
@@ -76,11 +75,6 @@ private Q_SLOTS:
     void timeoutWhenNoneIsSet();
     void connectionsIdleForThirtySeconds();
 };
-
-void TestRestClientSystem::init()
-{
-    followsTestClock = true;
-}
 
 void TestRestClientSystem::cleanup()
 {
@@ -167,6 +161,7 @@ void TestRestClientSystem::timeoutWhenNoneIsSet()
 
 void TestRestClientSystem::connectionsIdleForThirtySeconds()
 {
+    followsTestClock = true;
     LoopbackServer server;
     RestClient client;
     client.get(server.url(u"/"_s), {}, noHeaders);
