@@ -1,0 +1,412 @@
+#include "shared/net/restclient.h"
+#include "tests/support/certificates.h"
+#include "tests/support/loopbackserver.h"
+#include "tests/support/nginxserver.h"
+#include "tests/support/testsettings.h"
+
+#include <QFile>
+#include <QNetworkReply>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTest>
+
+#include <dlfcn.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const RestClient::Headers noHeaders;
+
+QList<QByteArray> trustedFolders;
+
+/// The files a client is given.
+struct Client
+{
+    QString certificate;
+    QString key;
+    QString password;
+
+    bool operator==(const Client &) const = default;
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(Client)
+Q_DECLARE_METATYPE(Certificates::Identity)
+
+// libcurl finds this one before that of the library.
+extern "C" int X509_STORE_load_path(void *store, const char *folder)
+{
+    static const auto next = reinterpret_cast<int (*)(void *, const char *)>(
+        ::dlsym(RTLD_NEXT, "X509_STORE_load_path"));
+    trustedFolders.append(folder);
+    return next(store, folder);
+}
+
+class TestRestClientTls : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+
+    void trustsTheFurtherBundleBesideTheSystems();
+    void serverCertificates_data();
+    void serverCertificates();
+    void unreadableBundle();
+    void oldProtocols();
+    void peersWithoutTls_data();
+    void peersWithoutTls();
+    void timeoutInTheHandshake();
+
+    void clientCertificates_data();
+    void clientCertificates();
+    void unusableClientCertificates_data();
+    void unusableClientCertificates();
+    void clientCertificateIsUnusedWithoutTls();
+    void anotherAuthoritysClient();
+    void keepsTheConnectionOfOneClient();
+    void neverSharesAConnectionBetweenClients();
+    void seesAReplacedCertificateFile();
+
+private:
+    RestClient &exchange(RestClient &client, const NginxServer &server);
+    static void use(RestClient &restClient, const Client &client);
+
+    Certificates certificates;
+    Certificates::Identity authority;
+    Certificates::Identity otherAuthority;
+    Certificates::Identity server;
+    Certificates::Identity ivan;
+    Certificates::Identity maria;
+    std::unique_ptr<NginxServer> open;
+    std::unique_ptr<NginxServer> closed;
+    TestSettings settings;
+};
+
+void TestRestClientTls::initTestCase()
+{
+    authority = certificates.authority(u"Test CA"_s);
+    otherAuthority = certificates.authority(u"Other CA"_s);
+    server = certificates.server(authority, {u"IP:127.0.0.1"_s, u"DNS:localhost"_s});
+    ivan = certificates.client(authority, u"ivan"_s);
+    maria = certificates.client(authority, u"maria"_s);
+    open = std::make_unique<NginxServer>(NginxServer::Setup{server, {}});
+    closed = std::make_unique<NginxServer>(NginxServer::Setup{server, authority.certificate});
+}
+
+void TestRestClientTls::init()
+{
+    settings.set(u"[network]\ncaFile = %1\n"_s.arg(authority.certificate));
+}
+
+RestClient &TestRestClientTls::exchange(RestClient &client, const NginxServer &server_)
+{
+    client.setTimeout(10);
+    client.post(server_.url(), QByteArray("x"), noHeaders);
+    return client;
+}
+
+void TestRestClientTls::use(RestClient &restClient, const Client &client)
+{
+    restClient.setCertificatePath(client.certificate);
+    restClient.setCertificatePassword(client.password);
+    restClient.setPrivateKeyPath(client.key);
+}
+
+void TestRestClientTls::trustsTheFurtherBundleBesideTheSystems()
+{
+    trustedFolders.clear();
+    RestClient client;
+    QCOMPARE(exchange(client, *open).errorText().ru(), QString());
+    QCOMPARE(client.statusCode(), 200);
+    QVERIFY(client.responseBody().startsWith('|'));
+    QCOMPARE(trustedFolders, QList<QByteArray>{"/etc/ssl/certs"});
+    QVERIFY(QDir(u"/etc/ssl/certs"_s).exists());
+}
+
+void TestRestClientTls::serverCertificates_data()
+{
+    QTest::addColumn<Certificates::Identity>("identity");
+    QTest::addColumn<QString>("host");
+    QTest::addColumn<QString>("caFile");
+    QTest::addColumn<QString>("reason");
+    const auto expired = certificates.expiredServer(authority, {u"IP:127.0.0.1"_s});
+    const auto named = certificates.server(authority, {u"DNS:localhost"_s});
+    const auto other = certificates.server(otherAuthority, {u"IP:127.0.0.1"_s});
+    const QString ip = u"127.0.0.1"_s;
+    // clang-format off
+    QTest::newRow("by address")          << server    << ip             << authority.certificate      << QString();
+    QTest::newRow("by name")             << server    << u"localhost"_s << authority.certificate      << QString();
+    QTest::newRow("expired")             << expired   << ip             << authority.certificate      << u"expired"_s;
+    QTest::newRow("of another name")     << named     << ip             << authority.certificate      << u"127.0.0.1"_s;
+    QTest::newRow("of another CA")       << other     << ip             << authority.certificate      << u"certificate"_s;
+    QTest::newRow("self-signed")         << authority << ip             << otherAuthority.certificate << u"certificate"_s;
+    QTest::newRow("no bundle")           << server    << ip             << QString()                  << u"certificate"_s;
+    // clang-format on
+}
+
+void TestRestClientTls::serverCertificates()
+{
+    QFETCH(Certificates::Identity, identity);
+    QFETCH(QString, host);
+    QFETCH(QString, caFile);
+    QFETCH(QString, reason);
+    settings.set(caFile.isEmpty() ? QString() : u"[network]\ncaFile = %1\n"_s.arg(caFile));
+    const NginxServer nginx(NginxServer::Setup{identity, {}});
+    RestClient client;
+    client.get(nginx.url(host), {}, noHeaders);
+    if (reason.isEmpty()) {
+        QCOMPARE(client.errorText().ru(), QString());
+        return;
+    }
+    QCOMPARE(client.errorCode(), int{QNetworkReply::SslHandshakeFailedError});
+    QVERIFY(client.isNetworkError());
+    QCOMPARE(client.statusCode(), 0);
+    const QString text = client.errorText().ru();
+    QVERIFY2(text.startsWith(u"Сертификат сервера %1:%2 не прошёл проверку"_s.arg(
+                 host, QString::number(nginx.port()))),
+             qPrintable(text));
+    QVERIFY2(text.contains(reason), qPrintable(text));
+}
+
+void TestRestClientTls::unreadableBundle()
+{
+    for (const QString &path : {u"/nowhere/ca.pem"_s, certificates.file("no certificate")}) {
+        settings.set(u"[network]\ncaFile = %1\n"_s.arg(path));
+        RestClient client;
+        QCOMPARE(exchange(client, *open).errorCode(), int{QNetworkReply::SslHandshakeFailedError});
+        QVERIFY(client.errorText().ru().startsWith(u"Не удалось прочитать доверенные сертификаты"));
+        QVERIFY2(client.errorText().ru().contains(path), qPrintable(client.errorText().ru()));
+    }
+}
+
+void TestRestClientTls::oldProtocols()
+{
+    for (const QString &protocol : {u"TLSv1.2"_s, u"TLSv1.3"_s}) {
+        const NginxServer nginx(NginxServer::Setup{server, {}, protocol});
+        RestClient client;
+        QCOMPARE(exchange(client, nginx).errorText().ru(), QString());
+    }
+    const NginxServer nginx(NginxServer::Setup{server, {}, u"TLSv1 TLSv1.1"_s});
+    RestClient client;
+    QCOMPARE(exchange(client, nginx).errorCode(), int{QNetworkReply::SslHandshakeFailedError});
+    QVERIFY(client.errorText().ru().startsWith(u"Не удалось установить защищённое соединение"));
+}
+
+void TestRestClientTls::peersWithoutTls_data()
+{
+    QTest::addColumn<bool>("isClosing");
+    QTest::addColumn<int>("errorCode");
+    QTest::newRow("speaks HTTP") << false << int{QNetworkReply::SslHandshakeFailedError};
+    QTest::newRow("closes") << true << int{QNetworkReply::RemoteHostClosedError};
+}
+
+void TestRestClientTls::peersWithoutTls()
+{
+    QFETCH(bool, isClosing);
+    QTcpServer peer;
+    QVERIFY(peer.listen(QHostAddress::LocalHost, 0));
+    connect(&peer, &QTcpServer::newConnection, &peer, [&peer, isClosing] {
+        QTcpSocket *socket = peer.nextPendingConnection();
+        connect(socket, &QTcpSocket::readyRead, socket, [socket, isClosing] {
+            if (!isClosing)
+                socket->write("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
+            socket->readAll();
+            socket->disconnectFromHost();
+        });
+    });
+    http::Response response;
+    const std::unique_ptr<QThread> thread(QThread::create([&peer, &response] {
+        RestClient client;
+        client.get(QUrl(u"https://127.0.0.1:%1/"_s.arg(peer.serverPort())), {}, noHeaders);
+        response = client.response();
+    }));
+    thread->start();
+    QTRY_VERIFY(thread->isFinished());
+    thread->wait();
+    QTEST(response.errorCode, "errorCode");
+    QVERIFY(response.isNetworkError());
+}
+
+void TestRestClientTls::timeoutInTheHandshake()
+{
+    LoopbackServer silent;
+    RestClient client;
+    client.setTimeoutMs(200);
+    QUrl url = silent.url(u"/"_s);
+    url.setScheme(u"https"_s);
+    client.get(url, {}, noHeaders);
+    QCOMPARE(client.errorCode(), int{QNetworkReply::TimeoutError});
+    QVERIFY(!silent.received().isEmpty());
+}
+
+void TestRestClientTls::clientCertificates_data()
+{
+    QTest::addColumn<Client>("client");
+    const QString secret = u"пароль с пробелом"_s;
+    const QString encrypted = certificates.encryptedKey(ivan, secret);
+    const auto joinedEncrypted = certificates.joined({ivan.certificate, encrypted});
+    // clang-format off
+    QTest::newRow("PEM with its key")           << Client{certificates.joined(ivan), {}, {}};
+    QTest::newRow("PEM with an encrypted key")  << Client{joinedEncrypted, {}, secret};
+    QTest::newRow("separate key")               << Client{ivan.certificate, ivan.key, {}};
+    QTest::newRow("separate encrypted key")     << Client{ivan.certificate, encrypted, secret};
+    QTest::newRow("PKCS#12")                    << Client{certificates.pkcs12(ivan, secret), {}, secret};
+    QTest::newRow("PKCS#12, pfx in capitals")   << Client{certificates.pkcs12(ivan, secret, u"PFX"_s), {}, secret};
+    QTest::newRow("PKCS#12 without a password") << Client{certificates.pkcs12(ivan, {}), {}, {}};
+    QTest::newRow("password nobody asked for")  << Client{certificates.joined(ivan), {}, secret};
+    // clang-format on
+}
+
+void TestRestClientTls::clientCertificates()
+{
+    QFETCH(Client, client);
+    RestClient restClient;
+    use(restClient, client);
+    exchange(restClient, *closed);
+    QCOMPARE(restClient.errorText().ru(), QString());
+    QCOMPARE(restClient.responseBody().split('|').value(0), "CN=ivan");
+}
+
+void TestRestClientTls::unusableClientCertificates_data()
+{
+    QTest::addColumn<Client>("client");
+    QTest::addColumn<QString>("text");
+    const QString secret = u"hidden"_s;
+    const QString wrong = u"concealed"_s;
+    const QString encrypted = certificates.encryptedKey(ivan, secret);
+    const auto joinedEncrypted = certificates.joined({ivan.certificate, encrypted});
+    const QString pkcs12 = certificates.pkcs12(ivan, secret);
+    const QString noCertificate = certificates.file("this is no certificate");
+    const QString missing = u"Не найден файл сертификата"_s;
+    const QString unfit = u"Сертификат клиента"_s;
+    // clang-format off
+    QTest::newRow("no such file")            << Client{u"/nowhere/client.pem"_s, {}, {}}           << missing;
+    QTest::newRow("a folder")                << Client{u"/tmp"_s, {}, {}}                          << missing;
+    QTest::newRow("no such key file")        << Client{ivan.certificate, u"/nowhere/key"_s, {}}    << missing;
+    QTest::newRow("no key")                  << Client{ivan.certificate, {}, {}}                   << unfit;
+    QTest::newRow("key of another")          << Client{ivan.certificate, maria.key, {}}            << unfit;
+    QTest::newRow("PEM: wrong password")     << Client{joinedEncrypted, {}, wrong}                 << unfit;
+    QTest::newRow("PEM: no password")        << Client{joinedEncrypted, {}, {}}                    << unfit;
+    QTest::newRow("key: wrong password")     << Client{ivan.certificate, encrypted, wrong}         << unfit;
+    QTest::newRow("PKCS#12: wrong password") << Client{pkcs12, {}, wrong}                          << unfit;
+    QTest::newRow("PKCS#12: no password")    << Client{pkcs12, {}, {}}                             << unfit;
+    QTest::newRow("no certificate inside")   << Client{noCertificate, {}, {}}                      << unfit;
+    QTest::newRow("an empty file")           << Client{certificates.file({}), {}, {}}              << unfit;
+    // clang-format on
+}
+
+void TestRestClientTls::unusableClientCertificates()
+{
+    QFETCH(Client, client);
+    QFETCH(QString, text);
+    RestClient restClient;
+    use(restClient, client);
+    exchange(restClient, *closed);
+    QCOMPARE(restClient.errorCode(), int{QNetworkReply::SslHandshakeFailedError});
+    QVERIFY(restClient.isNetworkError());
+    const QString shown = restClient.errorText().ru();
+    QVERIFY2(shown.startsWith(text), qPrintable(shown));
+    QVERIFY2(shown.contains(client.certificate) || shown.contains(client.key), qPrintable(shown));
+    QVERIFY2(!shown.contains(u"hidden") && !shown.contains(u"concealed"), qPrintable(shown));
+
+    // The next delivery with a good one works.
+    RestClient good;
+    use(good, {certificates.joined(ivan), {}, {}});
+    QCOMPARE(exchange(good, *closed).errorText().ru(), QString());
+}
+
+void TestRestClientTls::clientCertificateIsUnusedWithoutTls()
+{
+    LoopbackServer plain;
+    RestClient client;
+    client.setCertificatePath(u"/nowhere/client.pem"_s);
+    client.get(plain.url(u"/"_s), {}, noHeaders);
+    QCOMPARE(client.errorCode(), 0);
+}
+
+void TestRestClientTls::anotherAuthoritysClient()
+{
+    const Certificates::Identity stranger = certificates.client(otherAuthority, u"stranger"_s);
+    for (const Client &client : {Client{certificates.joined(stranger), {}, {}}, Client{}}) {
+        RestClient restClient;
+        use(restClient, client);
+        exchange(restClient, *closed);
+        // nginx lets the handshake pass and answers each request with 400.
+        QCOMPARE(restClient.statusCode(), 400);
+        QCOMPARE(restClient.errorCode(), int{QNetworkReply::ProtocolInvalidOperationError});
+        QVERIFY(!restClient.isNetworkError());
+    }
+}
+
+void TestRestClientTls::keepsTheConnectionOfOneClient()
+{
+    const QString ivanFile = certificates.joined(ivan);
+    QList<QByteArray> answers;
+    for (int count = 0; count < 3; ++count) {
+        RestClient client;
+        use(client, {ivanFile, {}, {}});
+        answers.append(exchange(client, *closed).responseBody());
+    }
+    QVERIFY(answers.at(0).startsWith("CN=ivan|"));
+    QCOMPARE(answers.at(1), answers.at(0));
+    QCOMPARE(answers.at(2), answers.at(0));
+
+    RestClient anonymous;
+    const QByteArray first = exchange(anonymous, *open).responseBody();
+    QCOMPARE(exchange(anonymous, *open).responseBody(), first);
+}
+
+void TestRestClientTls::neverSharesAConnectionBetweenClients()
+{
+    const QString ivanPem = certificates.joined(ivan);
+    const QString mariaPem = certificates.joined(maria);
+    const QList<std::pair<Client, QByteArray>> rows = {
+        {{ivanPem, {}, {}}, "CN=ivan"},
+        {{mariaPem, {}, {}}, "CN=maria"},
+        {{ivanPem, {}, {}}, "CN=ivan"},
+        {{}, "400"},
+        {{ivan.certificate, ivan.key, {}}, "CN=ivan"},
+        {{maria.certificate, maria.key, {}}, "CN=maria"},
+        // Has no right to it: the key is not his, however open maria's connection is.
+        {{maria.certificate, ivan.key, {}}, "0"},
+        {{certificates.pkcs12(ivan, u"1"_s), {}, u"1"_s}, "CN=ivan"},
+        {{}, "400"},
+        {{mariaPem, {}, {}}, "CN=maria"},
+    };
+    for (const auto &[client, expected] : rows) {
+        RestClient restClient;
+        use(restClient, client);
+        exchange(restClient, *closed);
+        const QByteArray seen = restClient.statusCode() == 200
+                                    ? restClient.responseBody().split('|').value(0)
+                                    : QByteArray::number(restClient.statusCode());
+        QCOMPARE(seen, expected);
+    }
+    // A wrong password does not pass because the right one has opened a connection.
+    const QString pkcs12 = certificates.pkcs12(ivan, u"right"_s);
+    RestClient right;
+    use(right, {pkcs12, {}, u"right"_s});
+    QCOMPARE(exchange(right, *closed).errorCode(), 0);
+    RestClient wrong;
+    use(wrong, {pkcs12, {}, u"wrong"_s});
+    QCOMPARE(exchange(wrong, *closed).errorCode(), int{QNetworkReply::SslHandshakeFailedError});
+}
+
+void TestRestClientTls::seesAReplacedCertificateFile()
+{
+    const QString path = certificates.joined(ivan);
+    RestClient client;
+    use(client, {path, {}, {}});
+    QVERIFY(exchange(client, *closed).responseBody().startsWith("CN=ivan|"));
+
+    QVERIFY(QFile::remove(path));
+    QVERIFY(QFile::copy(certificates.joined(maria), path));
+    QVERIFY(exchange(client, *closed).responseBody().startsWith("CN=maria|"));
+}
+
+QTEST_GUILESS_MAIN(TestRestClientTls)
+#include "tst_restclienttls.moc"
