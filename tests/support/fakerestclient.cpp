@@ -69,12 +69,10 @@ FakeRestClient::FakeRestClient(const Script &script)
 FakeRestClient::~FakeRestClient()
 {
     MockFactory<RestClient>::install(nullptr);
-    if (QTest::currentTestFailed())
-        return;
-    if (!surplus.isEmpty())
-        fail(u"Requests beyond the script: "_s + surplus.join(u", "));
-    else if (!script.isEmpty())
-        fail(u"Replies that no request asked for: %1"_s.arg(script.size()));
+    const QString complaint = takeComplaint();
+    // A test that has failed already says enough.
+    if (!complaint.isEmpty() && !QTest::currentTestFailed())
+        fail(complaint);
 }
 
 void FakeRestClient::play(const Script &more)
@@ -131,6 +129,16 @@ int FakeRestClient::repliesLeft() const
 {
     const QMutexLocker locker(&mutex);
     return static_cast<int>(script.size());
+}
+
+QString FakeRestClient::takeComplaint()
+{
+    const QMutexLocker locker(&mutex);
+    const QStringList requests = std::exchange(surplus, {});
+    const qsizetype replies = std::exchange(script, {}).size();
+    if (!requests.isEmpty())
+        return u"Requests beyond the script: "_s + requests.join(u", ");
+    return replies ? u"Replies that no request asked for: %1"_s.arg(replies) : QString();
 }
 
 void FakeRestClient::request(int verb, const QUrl &url, const QJsonDocument &body,

@@ -70,6 +70,8 @@ public:
     /// All calls in their order: setters such as "setTimeout 10" and the lines of transcript().
     QStringList steps() const;
     int repliesLeft() const;
+    /// What the end of the object would fail the test with, empty for nothing; forgotten from now on.
+    QString takeComplaint();
 
     void request(int verb, const QUrl &url, const QJsonDocument &body,
                  const Headers &headers) override;

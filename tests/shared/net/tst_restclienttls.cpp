@@ -38,8 +38,8 @@ Q_DECLARE_METATYPE(Certificates::Identity)
 // libcurl finds this one before that of the library.
 extern "C" int X509_STORE_load_path(void *store, const char *folder)
 {
-    static const auto next = reinterpret_cast<int (*)(void *, const char *)>(
-        ::dlsym(RTLD_NEXT, "X509_STORE_load_path"));
+    static const auto next =
+        reinterpret_cast<int (*)(void *, const char *)>(::dlsym(RTLD_NEXT, "X509_STORE_load_path"));
     trustedFolders.append(folder);
     return next(store, folder);
 }
@@ -88,6 +88,12 @@ private:
 
 void TestRestClientTls::initTestCase()
 {
+    // The system's own settings would refuse old protocols in RestClient's place.
+    qputenv("OPENSSL_CONF", certificates
+                                .file("openssl_conf = all\n[all]\nssl_conf = ssl\n[ssl]\n"
+                                      "system_default = lax\n[lax]\nMinProtocol = TLSv1\n"
+                                      "CipherString = DEFAULT:@SECLEVEL=0\n")
+                                .toUtf8());
     authority = certificates.authority(u"Test CA"_s);
     otherAuthority = certificates.authority(u"Other CA"_s);
     server = certificates.server(authority, {u"IP:127.0.0.1"_s, u"DNS:localhost"_s});
