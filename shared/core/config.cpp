@@ -5,9 +5,9 @@
 #include <log4qt/logmanager.h>
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <chrono>
-#include <cstring>
 #include <ini.h>
 #include <sys/stat.h>
 
@@ -48,6 +48,9 @@ QString storedKey(const QString &key)
     return colon < 0 ? storedKey(QString(), key) : storedKey(key.left(colon), key.mid(colon + 1));
 }
 
+/// Stands for a colon in a key while the parser reads, which would end the key there.
+constexpr char hiddenColon = '\x1f';
+
 /// Feeds the parser line by line and counts the lines, which the parser does not report.
 struct LineReader
 {
@@ -55,6 +58,7 @@ struct LineReader
     qsizetype position = 0;
     int line = 0;
     bool inLine = false;
+    qsizetype keyEnd = -1;
 
     static char *next(char *buffer, int size, void *reader)
     {
@@ -65,17 +69,31 @@ struct LineReader
     {
         if (position >= content.size() || size < 2)
             return nullptr;
-        if (!inLine)
-            ++line;
         const qsizetype newline = content.indexOf('\n', position);
         const qsizetype lineEnd = newline < 0 ? content.size() : newline + 1;
+        if (!inLine) {
+            ++line;
+            keyEnd = findKeyEnd(QByteArrayView(content).sliced(position, lineEnd - position));
+        }
         const qsizetype end = std::min<qsizetype>(lineEnd, position + size - 1);
-        const auto length = static_cast<std::size_t>(end - position);
-        std::memcpy(buffer, content.constData() + position, length);
-        buffer[length] = '\0';
-        position = end;
+        char *out = buffer;
+        for (; position < end; ++position) {
+            const char c = content[position];
+            *out++ = c == ':' && position < keyEnd ? hiddenColon : c;
+        }
+        *out = '\0';
         inLine = end < lineEnd;
         return buffer;
+    }
+
+    /// Where in the content the key of this line ends, or -1 when it has none before a '='.
+    qsizetype findKeyEnd(QByteArrayView text) const
+    {
+        const QByteArrayView trimmed = text.trimmed();
+        const bool isOther =
+            trimmed.startsWith('[') || trimmed.startsWith(';') || trimmed.startsWith('#');
+        const qsizetype equals = text.indexOf('=');
+        return isOther || equals < 0 ? -1 : position + equals;
     }
 };
 
@@ -207,10 +225,15 @@ QStringList Config::listFiles(State &state)
 {
     QStringList paths;
     for (const QDir &directory : std::as_const(state.directories)) {
-        if (!directory.exists()) {
-            warnOnce(state,
-                     u"Каталог настроек '%1' не найден, создайте его или проверьте установку"_s.arg(
-                         directory.path()));
+        // A QDir remembers what it once found out of its folder.
+        if (!QFileInfo(directory.path()).isReadable()) {
+            warnOnce(
+                state,
+                directory.exists()
+                    ? u"Каталог настроек '%1' недоступен для чтения, проверьте права"_s.arg(
+                        directory.path())
+                    : u"Каталог настроек '%1' не найден, создайте его или проверьте установку"_s
+                          .arg(directory.path()));
             // What its files gave stays in force.
             for (const QString &known : state.files.keys()) {
                 if (known.startsWith(directory.path() + u'/')
@@ -254,26 +277,34 @@ bool Config::update(State &state, const QString &path)
     File &file = state.files[path];
     if (!isNew && file.stamp == stamp && !file.unsettled)
         return false;
-    const bool isKnownStamp = !isNew && file.stamp == stamp;
     file.stamp = stamp;
     file.unsettled = systemNs() - stamp.changeTimeNs < unsettledNs;
 
     QFile content(path);
     if (!content.open(QIODevice::ReadOnly)) {
-        if (!isKnownStamp)
-            logger()->warn(
-                u"Не удалось прочитать файл настроек '%1': %2"_s.arg(path, content.errorString()));
+        setFault(file,
+                 u"Не удалось прочитать файл настроек '%1': %2"_s.arg(path, content.errorString()));
         return isNew;
     }
     Settings settings;
-    if (!parse(content.readAll(), path, isNew, settings) && !isNew)
+    const int faultyLine = parse(content.readAll(), path, settings);
+    if (faultyLine > 0)
+        setFault(
+            file,
+            u"Файл настроек '%1', строка %2: ожидается '[раздел]' или 'ключ = значение' в UTF-8, %3"_s
+                .arg(path, QString::number(faultyLine),
+                     file.good ? u"действуют прежние значения"_s : u"строка пропущена"_s));
+    else
+        setFault(file, QString());
+    if (faultyLine > 0 && file.good)
         return false;
     file.settings = settings;
+    file.good = faultyLine == 0;
     return true;
 }
 
-bool Config::parse(const QByteArray &content, const QString &path, bool firstTime,
-                   Settings &settings)
+/// The number of the first line that is at fault, or 0.
+int Config::parse(const QByteArray &content, const QString &path, Settings &settings)
 {
     static const bool isParserReady = (setUpParser(), true);
     Q_UNUSED(isParserReady)
@@ -293,18 +324,20 @@ bool Config::parse(const QByteArray &content, const QString &path, bool firstTim
             if (!text.isValidUtf8())
                 return 0;
         }
-        to.settings.insert(storedKey(QString::fromUtf8(section), QString::fromUtf8(name)),
+        const QString key = QString::fromUtf8(name).replace(QLatin1Char(hiddenColon), u':');
+        to.settings.insert(storedKey(QString::fromUtf8(section), key),
                            {QString::fromUtf8(value), to.path, to.reader.line});
         return 1;
     };
-    const int line = ini_parse_stream(LineReader::next, &target.reader, store, &target);
-    if (line == 0)
-        return true;
-    logger()->warn(
-        u"Файл настроек '%1', строка %2: ожидается '[раздел]' или 'ключ = значение' в UTF-8, %3"_s
-            .arg(path, QString::number(line),
-                 firstTime ? u"строка пропущена"_s : u"действуют прежние значения"_s));
-    return false;
+    return ini_parse_stream(LineReader::next, &target.reader, store, &target);
+}
+
+/// Logs what has not been logged of this file yet.
+void Config::setFault(File &file, const QString &fault)
+{
+    if (!fault.isEmpty() && fault != file.fault)
+        logger()->warn(fault);
+    file.fault = fault;
 }
 
 void Config::warnOnce(State &state, const QString &message)

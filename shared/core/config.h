@@ -18,7 +18,8 @@
 /// Each getter returns `defaultValue` for a key that no file holds.
 ///
 /// A changed file is noticed by the first getter that runs 100 ms after the change. A file that has
-/// become unreadable or malformed keeps its last good values, and one warning names file and line.
+/// become unreadable or malformed keeps its last good values, and one warning names file and line. Of a
+/// file that never was good the lines that can be read count.
 ///
 /// Reached through Singleton<Config>. Thread: any.
 class Config
@@ -64,6 +65,10 @@ private:
         Stamp stamp;
         /// The stamp is so young that another change might not show in it.
         bool unsettled = false;
+        /// The settings come from a reading without a fault.
+        bool good = false;
+        /// What is wrong with the file, as it was logged.
+        QString fault;
         Settings settings;
     };
     struct State
@@ -84,8 +89,8 @@ private:
     static void refresh(State &state);
     static QStringList listFiles(State &state);
     static bool update(State &state, const QString &path);
-    static bool parse(const QByteArray &content, const QString &path, bool firstTime,
-                      Settings &settings);
+    static int parse(const QByteArray &content, const QString &path, Settings &settings);
+    static void setFault(File &file, const QString &fault);
     static void warnOnce(State &state, const QString &message);
 
     Guarded<State> state;
