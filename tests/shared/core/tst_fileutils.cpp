@@ -1,0 +1,98 @@
+#include "shared/core/fileutils.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+
+class TestFileUtils : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void readsTheWholeFile();
+    void readsNothingFromWhatIsNoFile();
+    void writesCompactJson();
+    void replacesTheFileAsAWhole();
+    void failureKeepsTheOldFile();
+    void appends();
+
+private:
+    QString path(const char *name) const { return folder.filePath(QString::fromLatin1(name)); }
+
+    QTemporaryDir folder;
+};
+
+namespace {
+
+const QJsonObject ids{{u"spasibo"_s, 10}, {u"mindbox"_s, 7}};
+const QByteArray idsText = R"({"mindbox":7,"spasibo":10})";
+
+} // namespace
+
+void TestFileUtils::readsTheWholeFile()
+{
+    const QByteArray content = QByteArray("строка\r\n\0конец", 20) + QByteArray(1 << 20, 'x');
+    QFile file(path("content"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(content), content.size());
+    file.close();
+    QCOMPARE(fileutils::readFromFile(file.fileName(), QIODevice::ReadOnly), content);
+    QCOMPARE(fileutils::readFromFile(file.fileName(), QIODevice::ReadOnly | QIODevice::Text).size(),
+             content.size() - 1);
+}
+
+void TestFileUtils::readsNothingFromWhatIsNoFile()
+{
+    QCOMPARE(fileutils::readFromFile(path("missing"), QIODevice::ReadOnly), QByteArray());
+    QCOMPARE(fileutils::readFromFile(folder.path(), QIODevice::ReadOnly), QByteArray());
+    QCOMPARE(fileutils::readFromFile(QString(), QIODevice::ReadOnly), QByteArray());
+    QVERIFY(!QFile::exists(path("missing")));
+}
+
+void TestFileUtils::writesCompactJson()
+{
+    constexpr auto mode = QIODevice::WriteOnly | QIODevice::Truncate;
+    QVERIFY(fileutils::writeToFile(path("ids.json"), ids, mode));
+    QCOMPARE(fileutils::readFromFile(path("ids.json"), QIODevice::ReadOnly), idsText);
+    QVERIFY(fileutils::writeToFile(path("ids.json"), {}, mode));
+    QCOMPARE(fileutils::readFromFile(path("ids.json"), QIODevice::ReadOnly), "{}");
+    QCOMPARE(QDir(folder.path()).entryList({u"ids.json*"_s}), QStringList{u"ids.json"_s});
+}
+
+void TestFileUtils::replacesTheFileAsAWhole()
+{
+    constexpr auto mode = QIODevice::WriteOnly | QIODevice::Truncate;
+    QVERIFY(fileutils::writeToFile(path("whole.json"), ids, mode));
+    // Whoever has the old file open goes on reading the old object.
+    QFile old(path("whole.json"));
+    QVERIFY(old.open(QIODevice::ReadOnly));
+    QVERIFY(fileutils::writeToFile(path("whole.json"), {{u"loya"_s, 1}}, mode));
+    QCOMPARE(old.readAll(), idsText);
+    QCOMPARE(fileutils::readFromFile(path("whole.json"), QIODevice::ReadOnly), R"({"loya":1})");
+}
+
+void TestFileUtils::failureKeepsTheOldFile()
+{
+    constexpr auto mode = QIODevice::WriteOnly | QIODevice::Truncate;
+    QVERIFY(!fileutils::writeToFile(path("missing/ids.json"), ids, mode));
+    QVERIFY(!fileutils::writeToFile(path("missing/ids.json"), ids, QIODevice::WriteOnly));
+    QVERIFY(!fileutils::writeToFile(folder.path(), ids, mode));
+    // A device that is always full.
+    QVERIFY(!fileutils::writeToFile(u"/dev/full"_s, ids, QIODevice::WriteOnly));
+}
+
+void TestFileUtils::appends()
+{
+    constexpr auto mode = QIODevice::WriteOnly | QIODevice::Append;
+    QVERIFY(fileutils::writeToFile(path("appended"), ids, mode));
+    QVERIFY(fileutils::writeToFile(path("appended"), ids, mode));
+    QCOMPARE(fileutils::readFromFile(path("appended"), QIODevice::ReadOnly), idsText + idsText);
+}
+
+QTEST_GUILESS_MAIN(TestFileUtils)
+#include "tst_fileutils.moc"

@@ -1,0 +1,32 @@
+#include "shared/core/paths.h"
+
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class TestPaths : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup() { qunsetenv("QUEUE_ROOT"); }
+    void aTillSetsNoRoot();
+    void belowTheRoot();
+};
+
+void TestPaths::aTillSetsNoRoot()
+{
+    qunsetenv("QUEUE_ROOT");
+    QCOMPARE(rootedPath(u"/tallocash/cash/queue/ids.json"_s), u"/tallocash/cash/queue/ids.json"_s);
+    qputenv("QUEUE_ROOT", "");
+    QCOMPARE(rootedPath(u"/tmp/a.pem"_s), u"/tmp/a.pem"_s);
+}
+
+void TestPaths::belowTheRoot()
+{
+    qputenv("QUEUE_ROOT", "/home/касса");
+    QCOMPARE(rootedPath(u"/tmp/a.pem"_s), u"/home/касса/tmp/a.pem"_s);
+}
+
+QTEST_GUILESS_MAIN(TestPaths)
+#include "tst_paths.moc"
