@@ -1,0 +1,244 @@
+#include "shared/core/config.h"
+#include "shared/core/singleton.h"
+#include "tests/support/logcapture.h"
+
+#include <QDirIterator>
+#include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class TestPackaging : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void everyFileInItsPlace();
+    void schemasAreThoseOfTheSource();
+    void unitNamesTheInstalledProgram();
+    void unitIsAccepted();
+    void sampleSettingsChangeNothing();
+    void sampleSettingsHoldTheDefaults_data();
+    void sampleSettingsHoldTheDefaults();
+    void sampleSettingsAreAllChecked();
+    void sampleLoggingIsTheDefault();
+    void sampleLogFileWorks();
+
+private:
+    struct Result
+    {
+        int exitCode = -1;
+        QString output;
+    };
+    static Result
+    run(const QString &program, const QStringList &arguments,
+        const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment());
+    static QByteArray read(const QString &path);
+    /// The sample with each default taken out of its comment.
+    QByteArray activeSettings() const;
+    QString sample(const QString &name) const;
+
+    QTemporaryDir root;
+};
+
+namespace {
+
+const QString prefix = QStringLiteral(INSTALL_PREFIX);
+
+} // namespace
+
+TestPackaging::Result TestPackaging::run(const QString &program, const QStringList &arguments,
+                                         const QProcessEnvironment &environment)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.setProcessEnvironment(environment);
+    process.start(program, arguments);
+    if (!process.waitForFinished(60'000))
+        qFatal("%s: %s", qPrintable(program), qPrintable(process.errorString()));
+    return {process.exitCode(), QString::fromUtf8(process.readAll())};
+}
+
+QByteArray TestPackaging::read(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
+    return file.readAll();
+}
+
+QString TestPackaging::sample(const QString &name) const
+{
+    return root.path() + prefix + u"/share/doc/queue/examples/"_s + name;
+}
+
+QByteArray TestPackaging::activeSettings() const
+{
+    static const QRegularExpression commented(u"^;(?=[A-Za-z]+ =)"_s,
+                                              QRegularExpression::MultilineOption);
+    return QString::fromUtf8(read(sample(u"queue.ini.sample"_s))).remove(commented).toUtf8();
+}
+
+void TestPackaging::initTestCase()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"DESTDIR"_s, root.path());
+    const Result install = run(QStringLiteral(CMAKE_PROGRAM),
+                               {u"--install"_s, QStringLiteral(BUILD_DIR)}, environment);
+    QVERIFY2(install.exitCode == 0, qPrintable(install.output));
+}
+
+void TestPackaging::everyFileInItsPlace()
+{
+    QStringList expected{
+        prefix + u"/lib/systemd/system/queue.service"_s,
+        prefix + u"/lib/sysusers.d/queue.conf"_s,
+        prefix + u"/lib/tmpfiles.d/queue.conf"_s,
+        prefix + u"/share/doc/queue/examples/log4qt.properties.sample"_s,
+        prefix + u"/share/doc/queue/examples/queue.ini.sample"_s,
+        prefix + u"/share/queue/sql/mariadb.sql"_s,
+        prefix + u"/share/queue/sql/sqlite.sql"_s,
+        QStringLiteral(SYSCONF_DIR) + u"/logrotate.d/queue"_s,
+    };
+    if (HAS_PROGRAM)
+        expected.append(prefix + u"/bin/queue"_s);
+    expected.sort();
+
+    QStringList found;
+    QDirIterator files(root.path(), QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext())
+        found.append(files.next().mid(root.path().size()));
+    found.sort();
+    QCOMPARE(found, expected);
+}
+
+void TestPackaging::schemasAreThoseOfTheSource()
+{
+    for (const QString &name : {u"sqlite.sql"_s, u"mariadb.sql"_s})
+        QCOMPARE(read(root.path() + prefix + u"/share/queue/sql/"_s + name),
+                 read(QStringLiteral(PACKAGING_DIR) + u"/sql/"_s + name));
+}
+
+void TestPackaging::unitNamesTheInstalledProgram()
+{
+    const QByteArray unit = read(root.path() + prefix + u"/lib/systemd/system/queue.service"_s);
+    QVERIFY(unit.contains("\nExecStart=" + prefix.toUtf8() + "/bin/queue\n"));
+    for (const char *line : {"Type=notify", "Restart=always", "User=queue", "RestartSec=10"})
+        QVERIFY2(unit.contains("\n" + QByteArray(line) + "\n"), line);
+}
+
+void TestPackaging::unitIsAccepted()
+{
+    const QString tool = QStandardPaths::findExecutable(u"systemd-analyze"_s);
+    if (tool.isEmpty())
+        QSKIP("systemd-analyze is not installed");
+    QByteArray unit = read(root.path() + prefix + u"/lib/systemd/system/queue.service"_s);
+    // The tool wants to see the program.
+    unit.replace("ExecStart=" + prefix.toUtf8() + "/bin/queue", "ExecStart=/bin/true");
+    QTemporaryDir folder;
+    const QString path = folder.filePath(u"queue.service"_s);
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(unit) == unit.size());
+    file.close();
+    const Result verify = run(tool, {u"verify"_s, u"--man=no"_s, path});
+    // Complaints about other units of the machine do not matter.
+    QStringList complaints;
+    for (const QString &line : verify.output.split(u'\n')) {
+        if (line.contains(u"queue.service"_s))
+            complaints.append(line);
+    }
+    QCOMPARE(complaints, QStringList());
+    QVERIFY2(verify.exitCode == 0, qPrintable(verify.output));
+}
+
+void TestPackaging::sampleSettingsChangeNothing()
+{
+    LogCapture log(u"config"_s);
+    QTemporaryDir folder;
+    QVERIFY(QFile::copy(sample(u"queue.ini.sample"_s), folder.filePath(u"local.ini"_s)));
+    Config::setConfigsPathList({QDir(folder.path())}, {});
+    QCOMPARE(Singleton<Config>::instance()->getString(u"queue:timeout"_s, u"absent"_s),
+             u"absent"_s);
+    QCOMPARE(log.lines(), QStringList());
+}
+
+void TestPackaging::sampleSettingsHoldTheDefaults_data()
+{
+    // What the service itself passes as the default of each setting.
+    QTest::addColumn<QString>("value");
+    QTest::newRow("queue:timeout") << u"20"_s;
+    QTest::newRow("queue:port") << u"28085"_s;
+    QTest::newRow("database:driver") << u"QSQLITE"_s;
+    QTest::newRow("database:name") << u"/tallocash/cash/queue/queues.db"_s;
+    QTest::newRow("database:socket") << u""_s;
+    QTest::newRow("database:host") << u"localhost"_s;
+    QTest::newRow("database:port") << u"0"_s;
+    QTest::newRow("database:user") << u""_s;
+    QTest::newRow("database:password") << u""_s;
+    QTest::newRow("database:connectTimeout") << u"5"_s;
+    QTest::newRow("network:proxy") << u""_s;
+    QTest::newRow("network:noProxy") << u""_s;
+    QTest::newRow("network:caFile") << u""_s;
+}
+
+void TestPackaging::sampleSettingsHoldTheDefaults()
+{
+    QFETCH(QString, value);
+    LogCapture log(u"config"_s);
+    QTemporaryDir folder;
+    QFile settings(folder.filePath(u"local.ini"_s));
+    QVERIFY(settings.open(QIODevice::WriteOnly));
+    settings.write(activeSettings());
+    settings.close();
+    Config::setConfigsPathList({QDir(folder.path())}, {});
+    const QString key = QString::fromLatin1(QTest::currentDataTag());
+    QCOMPARE(Singleton<Config>::instance()->getString(key, u"absent"_s), value);
+    QCOMPARE(log.lines(), QStringList());
+}
+
+void TestPackaging::sampleSettingsAreAllChecked()
+{
+    const QByteArray settings = activeSettings();
+    static const QRegularExpression setting(u"^[A-Za-z]+ ="_s, QRegularExpression::MultilineOption);
+    QCOMPARE(QString::fromUtf8(settings).count(setting), 13);
+}
+
+void TestPackaging::sampleLoggingIsTheDefault()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"LOG4QT_CONFIGURATION"_s, sample(u"log4qt.properties.sample"_s));
+    static const QRegularExpression expected(
+        u"^\\d{4}-\\d{2}-\\d{2} \\d{2}:\\d{2}:\\d{2},\\d{3} INFO  \\[cardlab\\] Отправка\n$"_s);
+    const Result probe = run(QStringLiteral(LOGPROBE), {u"say"_s, u"Отправка"_s}, environment);
+    QVERIFY2(expected.match(probe.output).hasMatch(), qPrintable(probe.output));
+    QCOMPARE(run(QStringLiteral(LOGPROBE), {u"levels"_s}, environment).output.count(u'\n'), 4);
+}
+
+void TestPackaging::sampleLogFileWorks()
+{
+    // The commented half of the sample, used as its comments say.
+    QTemporaryDir folder;
+    QString text = QString::fromUtf8(read(sample(u"log4qt.properties.sample"_s)));
+    text.replace(u"\n#log4j"_s, u"\nlog4j"_s);
+    text.replace(u"INFO, stdout"_s, u"INFO, stdout, file"_s);
+    text.replace(u"/tallocash/cash/queue/log"_s, folder.filePath(u"log"_s));
+    const QString path = folder.filePath(u"log4qt.properties"_s);
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(text.toUtf8());
+    file.close();
+
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"LOG4QT_CONFIGURATION"_s, path);
+    const Result probe = run(QStringLiteral(LOGPROBE), {u"levels"_s}, environment);
+    QCOMPARE(probe.output.count(u'\n'), 5);
+    QCOMPARE(QString::fromUtf8(read(folder.filePath(u"log/queue.log"_s))), probe.output);
+}
+
+QTEST_GUILESS_MAIN(TestPackaging)
+#include "tst_packaging.moc"
