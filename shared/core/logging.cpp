@@ -17,10 +17,10 @@ namespace {
 
 QString configurationFile()
 {
-    const QString named = qEnvironmentVariable("LOG4QT_CONFIGURATION");
+    QString named = qEnvironmentVariable("LOG4QT_CONFIGURATION");
     if (!named.isEmpty())
         return named;
-    const QString usual = rootedPath(u"/tallocash/cash/queue/config/log4qt.properties"_s);
+    QString usual = rootedPath(u"/tallocash/cash/queue/config/log4qt.properties"_s);
     return QFile::exists(usual) ? usual : QString();
 }
 

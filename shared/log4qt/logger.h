@@ -26,6 +26,7 @@ class Logger
 public:
     Logger(const Logger &) = delete;
     Logger &operator=(const Logger &) = delete;
+    ~Logger() = delete;
 
     QString name() const;
 
@@ -98,7 +99,6 @@ private:
     friend class LogManager;
     friend class Configurator;
     explicit Logger(const log4cplus::Logger &logger);
-    ~Logger() = delete;
 
     void forcedLog(Level level, const QString &message) const;
 
