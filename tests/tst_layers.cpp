@@ -1,0 +1,247 @@
+#include <QDirIterator>
+#include <QFile>
+#include <QMap>
+#include <QRegularExpression>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// A folder with files, and the other folders whose headers its files may include. The tree reads
+/// from the top of the house to its ground; a name stands for the folder itself, without those below.
+struct Layer
+{
+    QString folder;
+    QStringList below;
+};
+
+const QStringList core{u"shared/core"_s};
+const QStringList net = core + QStringList{u"shared/net"_s};
+const QStringList ground = net + QStringList{u"shared/document"_s};
+const QStringList common = ground + QStringList{u"engine"_s};
+const QStringList handler = common + QStringList{u"handlers/common"_s};
+const QStringList forwarding = handler + QStringList{u"handlers/forwarding"_s};
+const QStringList service = forwarding
+                            + QStringList{
+                                u"handlers"_s,         u"handlers/apmindbox"_s,
+                                u"handlers/loyalty"_s, u"handlers/loyalty/mfg"_s,
+                                u"handlers/mindbox"_s, u"handlers/other"_s,
+                                u"handlers/payment"_s, u"handlers/payment/atolpay"_s,
+                                u"handlers/retail"_s,
+                            };
+
+// clang-format off
+const QList<Layer> house{
+    {u"app"_s,                      service},
+    {u"handlers"_s,                 service},
+    {u"handlers/mindbox"_s,         forwarding},
+    {u"handlers/apmindbox"_s,       forwarding},
+    {u"handlers/loyalty"_s,         forwarding + QStringList{u"handlers/loyalty/mfg"_s}},
+    {u"handlers/loyalty/mfg"_s,     forwarding},
+    {u"handlers/payment"_s,         forwarding + QStringList{u"handlers/payment/atolpay"_s}},
+    {u"handlers/payment/atolpay"_s, forwarding},
+    {u"handlers/retail"_s,          forwarding},
+    {u"handlers/other"_s,           forwarding},
+    {u"handlers/forwarding"_s,      handler},
+    {u"handlers/common"_s,          common},
+    {u"engine"_s,                   ground},
+    {u"shared/document"_s,          net},
+    {u"shared/net"_s,               core},
+    {u"shared/core"_s,              {}},
+    {u"shared/log4qt"_s,            {}},
+};
+// clang-format on
+
+/// Programs beside the service look into it; nothing in it looks at them.
+const QStringList besideTheHouse{u"tools"_s, u"tests"_s, u"benchmarks"_s};
+
+bool isBeside(const QString &folder)
+{
+    return besideTheHouse.contains(folder.section(u'/', 0, 0));
+}
+
+QString folderOf(const QString &file)
+{
+    return file.contains(u'/') ? file.section(u'/', 0, -2) : QString();
+}
+
+const Layer *layerOf(const QString &folder)
+{
+    for (const Layer &layer : house) {
+        if (layer.folder == folder)
+            return &layer;
+    }
+    return nullptr;
+}
+
+QString sourceDir()
+{
+    return QStringLiteral(QUEUE_SOURCE_DIR);
+}
+
+bool existsInTree(const QString &path)
+{
+    return QFile::exists(sourceDir() + u'/' + path);
+}
+
+/// What is wrong with `file` including `included`, empty when nothing is.
+QString fault(const QString &file, const QString &included, bool inQuotes)
+{
+    const QString folder = folderOf(file);
+    // The slice stands in for a library, and everybody names its headers as that library's.
+    if (included.startsWith(u"log4qt/"))
+        return inQuotes == (folder == u"shared/log4qt")
+                   ? QString()
+                   : u"the logger is included as <log4qt/...>"_s;
+    if (inQuotes && included.endsWith(u".moc") && !included.contains(u'/'))
+        return {};
+    if (!inQuotes)
+        return existsInTree(included) ? u"a header of ours is included in quotes"_s : QString();
+    if (!existsInTree(included))
+        return u"no such file from the root of the project"_s;
+
+    const QString target = folderOf(included);
+    if (target == folder)
+        return {};
+    if (isBeside(folder)) {
+        const QString own = folder.section(u'/', 0, 0);
+        const QString other = target.section(u'/', 0, 0);
+        return !isBeside(target) || other == own || (own == u"tests" && other == u"tools")
+                   ? QString()
+                   : u"%1 does not know %2"_s.arg(own, other);
+    }
+    const Layer *layer = layerOf(folder);
+    if (!layer)
+        return u"the folder %1 has no place in the house"_s.arg(folder);
+    if (!layer->below.contains(target))
+        return u"%1 does not know %2"_s.arg(folder, target);
+    return {};
+}
+
+struct Include
+{
+    int line = 0;
+    QString path;
+    bool inQuotes = false;
+};
+
+QList<Include> includesOf(const QString &path)
+{
+    static const QRegularExpression pattern(uR"(^\s*#\s*include\s*([<"])([^>"]+)[>"])"_s);
+    QList<Include> result;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return result;
+    const QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
+    for (int i = 0; i < lines.size(); ++i) {
+        const QRegularExpressionMatch match = pattern.match(lines[i]);
+        if (match.hasMatch())
+            result.append({i + 1, match.captured(2), match.captured(1) == u"\""});
+    }
+    return result;
+}
+
+/// The sources of the project by their path from its root.
+QStringList sources()
+{
+    QStringList result;
+    const QStringList tops{u"app"_s,   u"handlers"_s, u"engine"_s,    u"shared"_s,
+                           u"tools"_s, u"tests"_s,    u"benchmarks"_s};
+    for (const QString &top : tops) {
+        QDirIterator files(sourceDir() + u'/' + top, {u"*.h"_s, u"*.cpp"_s}, QDir::Files,
+                           QDirIterator::Subdirectories);
+        while (files.hasNext())
+            result.append(QDir(sourceDir()).relativeFilePath(files.next()));
+    }
+    result.sort();
+    return result;
+}
+
+} // namespace
+
+/// Holds the includes of every file against the picture of the house: arrows run downwards only.
+class TestLayers : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void rule_data();
+    void rule();
+    void arrowsRunDownwards();
+    void everyIncludeFollowsAnArrow();
+};
+
+void TestLayers::rule_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("included");
+    QTest::addColumn<bool>("inQuotes");
+    QTest::addColumn<QString>("expected");
+
+    const bool quotes = true;
+    const bool angles = false;
+    // clang-format off
+    QTest::newRow("down")            << u"shared/net/x.cpp"_s     << u"shared/core/tr.h"_s    << quotes << QString();
+    QTest::newRow("same folder")     << u"shared/core/x.cpp"_s    << u"shared/core/tr.h"_s    << quotes << QString();
+    QTest::newRow("Qt")              << u"shared/core/x.cpp"_s    << u"QString"_s             << angles << QString();
+    QTest::newRow("own moc")         << u"tests/x.cpp"_s          << u"x.moc"_s               << quotes << QString();
+    QTest::newRow("logger")          << u"engine/x.cpp"_s         << u"log4qt/logger.h"_s     << angles << QString();
+    QTest::newRow("test of a class") << u"tests/shared/x.cpp"_s   << u"shared/core/tr.h"_s    << quotes << QString();
+    QTest::newRow("up")              << u"shared/log4qt/x.cpp"_s  << u"shared/core/tr.h"_s    << quotes << u"shared/log4qt does not know shared/core"_s;
+    QTest::newRow("to the tests")    << u"shared/core/x.cpp"_s    << u"tests/support/queuedatabase.h"_s << quotes << u"shared/core does not know tests/support"_s;
+    QTest::newRow("tool to tests")   << u"tools/stand/x.cpp"_s    << u"tests/support/queuedatabase.h"_s << quotes << u"tools does not know tests"_s;
+    QTest::newRow("new folder")      << u"shared/new/x.cpp"_s     << u"shared/core/tr.h"_s    << quotes << u"the folder shared/new has no place in the house"_s;
+    QTest::newRow("not from root")   << u"shared/core/x.cpp"_s    << u"tr.h"_s                << quotes << u"no such file from the root of the project"_s;
+    QTest::newRow("angle brackets")  << u"shared/net/x.cpp"_s     << u"shared/core/tr.h"_s    << angles << u"a header of ours is included in quotes"_s;
+    QTest::newRow("quoted logger")   << u"engine/x.cpp"_s         << u"log4qt/logger.h"_s     << quotes << u"the logger is included as <log4qt/...>"_s;
+    // clang-format on
+}
+
+void TestLayers::rule()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, included);
+    QFETCH(bool, inQuotes);
+    QFETCH(QString, expected);
+
+    QCOMPARE(fault(file, included, inQuotes), expected);
+}
+
+void TestLayers::arrowsRunDownwards()
+{
+    // The table is ordered: every arrow of a row points at a row further down, but for the table of
+    // handlers, which knows the folders below it and is known to nobody but app.
+    for (qsizetype i = 0; i < house.size(); ++i) {
+        for (const QString &target : house[i].below) {
+            if (target == house[i].folder)
+                continue;
+            const Layer *layer = layerOf(target);
+            QVERIFY2(layer, qPrintable(target));
+            QVERIFY2(layer - &house[0] > i, qPrintable(house[i].folder + u" -> "_s + target));
+        }
+    }
+}
+
+void TestLayers::everyIncludeFollowsAnArrow()
+{
+    const QStringList files = sources();
+    QVERIFY(files.contains(u"shared/core/tr.h"));
+
+    QStringList faults;
+    int count = 0;
+    for (const QString &file : files) {
+        for (const Include &include : includesOf(sourceDir() + u'/' + file)) {
+            ++count;
+            const QString text = fault(file, include.path, include.inQuotes);
+            if (!text.isEmpty())
+                faults.append(
+                    u"%1:%2: \"%3\": %4"_s.arg(file).arg(include.line).arg(include.path, text));
+        }
+    }
+    QVERIFY2(count > files.size() / 2, "hardly any include was found");
+    QVERIFY2(faults.isEmpty(), qPrintable(u'\n' + faults.join(u'\n')));
+}
+
+QTEST_GUILESS_MAIN(TestLayers)
+#include "tst_layers.moc"
