@@ -40,7 +40,8 @@ target_precompile_headers(queue_pch PRIVATE
 
 # Qt's test library reads these macros, the first two of which name the folder of each target. No test
 # needs them, and a precompiled header serves only those that define the same, so they are taken back.
-set(QUEUE_TEST_OPTIONS -UQT_TESTCASE_BUILDDIR -UQT_TESTCASE_SOURCEDIR -UQT_NETWORK_LIB)
+# For the same reason programs are compiled like the library that the header comes from.
+set(QUEUE_TEST_OPTIONS -UQT_TESTCASE_BUILDDIR -UQT_TESTCASE_SOURCEDIR -UQT_NETWORK_LIB -fPIC)
 
 if(QUEUE_BUILD_TESTS)
     add_library(queue_test_pch STATIC ${PROJECT_BINARY_DIR}/pch/pch.cpp)

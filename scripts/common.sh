@@ -5,6 +5,11 @@
 root=$(cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.." && pwd)
 cd "$root" || exit 1
 
+# Qt's tools complain of any locale that is not UTF-8.
+if [ "$(locale charmap 2>/dev/null)" != UTF-8 ]; then
+    export LC_ALL=C.UTF-8
+fi
+
 say() {
     printf '== %s\n' "$*"
 }
