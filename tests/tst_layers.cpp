@@ -90,10 +90,11 @@ QString fault(const QString &file, const QString &included, bool inQuotes)
 {
     const QString folder = folderOf(file);
     // The slice stands in for a library, and everybody names its headers as that library's.
+    const bool inSlice = (folder + u'/').startsWith(u"shared/log4qt/");
+    if (included.startsWith(u"log4qt/") && inQuotes != inSlice)
+        return u"the logger is included as <log4qt/...>"_s;
     if (included.startsWith(u"log4qt/"))
-        return inQuotes == (folder == u"shared/log4qt")
-                   ? QString()
-                   : u"the logger is included as <log4qt/...>"_s;
+        return {};
     if (inQuotes && included.endsWith(u".moc") && !included.contains(u'/'))
         return {};
     if (!inQuotes)
@@ -189,6 +190,8 @@ void TestLayers::rule_data()
     QTest::newRow("logger")          << u"engine/x.cpp"_s         << u"log4qt/logger.h"_s     << angles << QString();
     QTest::newRow("test of a class") << u"tests/shared/x.cpp"_s   << u"shared/core/tr.h"_s    << quotes << QString();
     QTest::newRow("up")              << u"shared/log4qt/x.cpp"_s  << u"shared/core/tr.h"_s    << quotes << u"shared/log4qt does not know shared/core"_s;
+    QTest::newRow("up to the engine") << u"shared/net/x.cpp"_s    << u"engine/dao.h"_s        << quotes << u"shared/net does not know engine"_s;
+    QTest::newRow("inside the slice") << u"shared/log4qt/helpers/x.cpp"_s << u"log4qt/logger.h"_s << quotes << QString();
     QTest::newRow("to the tests")    << u"shared/core/x.cpp"_s    << u"tests/support/queuedatabase.h"_s << quotes << u"shared/core does not know tests/support"_s;
     QTest::newRow("tool to tests")   << u"tools/stand/x.cpp"_s    << u"tests/support/queuedatabase.h"_s << quotes << u"tools does not know tests"_s;
     QTest::newRow("new folder")      << u"shared/new/x.cpp"_s     << u"shared/core/tr.h"_s    << quotes << u"the folder shared/new has no place in the house"_s;
