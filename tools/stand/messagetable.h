@@ -1,0 +1,62 @@
+#pragma once
+
+#include "tools/stand/scenario.h"
+
+#include <QList>
+#include <QSqlDatabase>
+#include <QString>
+#include <QVariant>
+
+namespace stand {
+
+/// Where the service's rows are: an SQLite file, or a MariaDB server behind a unix socket.
+struct DatabasePlace
+{
+    /// `QSQLITE` or `QMYSQL`.
+    QString driver = QStringLiteral("QSQLITE");
+    /// SQLite: the file.
+    QString file;
+    QString socket;
+    QString user;
+    QString password;
+};
+
+/// A row of the table `message`.
+struct TableRow
+{
+    int id = 0;
+    QString type;
+    QString body;
+    QString cardNumber;
+    QString statusCode;
+};
+
+/// The till's side of the table `message`, over a connection of its own. Every operation throws
+/// ScenarioError when the database refuses. Thread: the one that made it.
+class MessageTable
+{
+public:
+    explicit MessageTable(const DatabasePlace &place);
+    ~MessageTable();
+    MessageTable(const MessageTable &) = delete;
+
+    /// Runs the schema for SQLite, for a file that the service has not made yet.
+    void createTables();
+    /// Takes all rows out and lets the numbers begin at 1 again.
+    void clear();
+
+    /// Writes a row and returns its id.
+    int put(const QueuedMessage &message);
+    QList<TableRow> rows();
+    QStringList types();
+    void putCard(const CardRow &card);
+    QList<CardRow> cards();
+
+private:
+    QList<QVariantList> query(const QString &statement, const QVariantList &values = {});
+
+    DatabasePlace place;
+    QString connection;
+};
+
+} // namespace stand

@@ -1,0 +1,397 @@
+#include "tools/stand/peer.h"
+
+#include <QCoreApplication>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslKey>
+#include <QSslSocket>
+#include <QTimer>
+
+#include <poll.h>
+#include <sys/socket.h>
+
+using namespace Qt::StringLiterals;
+
+namespace stand {
+
+class Peer::Server : public QTcpServer
+{
+public:
+    explicit Server(Peer &peer)
+        : peer(peer)
+    {
+    }
+
+protected:
+    void incomingConnection(qintptr descriptor) override { peer.accept(descriptor); }
+
+private:
+    Peer &peer;
+};
+
+namespace {
+
+struct Later
+{
+    /// A socket may end in the middle of its own signal.
+    void operator()(QObject *object) const { object->deleteLater(); }
+};
+
+} // namespace
+
+struct Peer::Connection
+{
+    std::unique_ptr<QSslSocket, Later> socket;
+    QByteArray buffer;
+    /// A request waits for its reply: what comes behind it is not read yet.
+    bool isAnswering = false;
+};
+
+namespace {
+
+QString reasonOf(int status)
+{
+    switch (status) {
+    case 200:
+        return u"OK"_s;
+    case 201:
+        return u"Created"_s;
+    case 400:
+        return u"Bad Request"_s;
+    case 401:
+        return u"Unauthorized"_s;
+    case 404:
+        return u"Not Found"_s;
+    case 500:
+        return u"Internal Server Error"_s;
+    case 503:
+        return u"Service Unavailable"_s;
+    default:
+        return u"Status"_s;
+    }
+}
+
+/// Status line, headers and as much of the body as the script lets through.
+QByteArray replyBytes(const Reply &reply)
+{
+    if (reply.manner == Reply::Manner::Raw)
+        return reply.body;
+    QByteArray result =
+        u"HTTP/1.1 %1 %2\r\n"_s.arg(reply.status).arg(reasonOf(reply.status)).toLatin1();
+    for (auto header = reply.headers.begin(); header != reply.headers.end(); ++header)
+        result += u"%1: %2\r\n"_s.arg(header.key(), header.value()).toUtf8();
+    const bool isBodiless = reply.status == 204 || reply.status == 304;
+    if (!isBodiless && !reply.headers.contains(u"Content-Length"_s))
+        result += "Content-Length: " + QByteArray::number(reply.body.size()) + "\r\n";
+    result += "\r\n";
+    return result + (reply.cutAfter < 0 ? reply.body : reply.body.left(reply.cutAfter));
+}
+
+/// The connection ends with a reset instead of an orderly close.
+void resetConnection(QSslSocket &socket)
+{
+    const linger immediately = {1, 0};
+    ::setsockopt(static_cast<int>(socket.socketDescriptor()), SOL_SOCKET, SO_LINGER, &immediately,
+                 sizeof(immediately));
+    socket.abort();
+}
+
+} // namespace
+
+Peer::Peer(quint16 port, QObject *parent)
+    : QObject(parent)
+    , reservation(port)
+{
+}
+
+Peer::~Peer()
+{
+    // Sockets that are destroyed later would call into this object.
+    for (const ConnectionPointer &connection : std::as_const(connections))
+        connection->socket->disconnect(this);
+}
+
+quint16 Peer::port() const
+{
+    return reservation.port();
+}
+
+QString Peer::address(PeerScript::Kind kind, quint16 port)
+{
+    const QString place = u"127.0.0.1:%1"_s.arg(port);
+    switch (kind) {
+    case PeerScript::Kind::Http:
+        return u"http://"_s + place;
+    case PeerScript::Kind::Https:
+        return u"https://"_s + place;
+    case PeerScript::Kind::Tcp:
+        break;
+    }
+    return place;
+}
+
+void Peer::setIdentity(const QByteArray &newCertificate, const QByteArray &newKey,
+                       const QByteArray &newAuthority)
+{
+    certificate = newCertificate;
+    key = newKey;
+    authority = newAuthority;
+}
+
+void Peer::play(const PeerScript &newScript)
+{
+    script = newScript;
+    used = QList<bool>(script.exchanges.size(), false);
+    if (script.listening)
+        up();
+}
+
+void Peer::up()
+{
+    if (server)
+        return;
+    server = std::make_unique<Server>(*this);
+    if (!server->setSocketDescriptor(reservation.listen()))
+        qFatal("%s", qPrintable(server->errorString()));
+}
+
+void Peer::down()
+{
+    server.reset();
+    reservation.refuse();
+    for (const ConnectionPointer &connection : std::as_const(connections)) {
+        connection->socket->disconnect(this);
+        connection->socket->abort();
+    }
+    connections.clear();
+}
+
+void Peer::release()
+{
+    const QList<std::function<void()>> waiting = std::exchange(held, {});
+    for (const auto &send : waiting)
+        send();
+}
+
+int Peer::heldReplies() const
+{
+    return static_cast<int>(held.size());
+}
+
+int Peer::arrived() const
+{
+    return arrivedCount;
+}
+
+bool Peer::isComplete() const
+{
+    return !used.contains(false);
+}
+
+QStringList Peer::findings() const
+{
+    QStringList result = complaints;
+    for (qsizetype index = 0; index < used.size(); ++index) {
+        if (used[index])
+            continue;
+        const Exchange &missing = script.exchanges[index];
+        result.append(u"peer %1: exchange %2 never came: %3"_s.arg(script.name)
+                          .arg(index + 1)
+                          .arg(missing.request.isEmpty() ? shortened(missing.body.toString())
+                                                         : missing.request));
+    }
+    for (const ConnectionPointer &connection : connections) {
+        if (script.kind != PeerScript::Kind::Tcp && !connection->isAnswering
+            && !connection->buffer.isEmpty())
+            result.append(u"peer %1: half a request: %2"_s.arg(
+                script.name, shortened(QString::fromUtf8(connection->buffer))));
+    }
+    return result;
+}
+
+void Peer::drain()
+{
+    const auto isCallerWaiting = [this] {
+        pollfd listening = {static_cast<int>(server->socketDescriptor()), POLLIN, 0};
+        return ::poll(&listening, 1, 0) > 0;
+    };
+    while (server && isCallerWaiting())
+        QCoreApplication::processEvents();
+    while (script.kind == PeerScript::Kind::Tcp && !connections.isEmpty())
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+}
+
+void Peer::accept(qintptr descriptor)
+{
+    const auto connection = std::make_shared<Connection>();
+    connection->socket.reset(new QSslSocket);
+    QSslSocket *socket = connection->socket.get();
+    if (!socket->setSocketDescriptor(descriptor))
+        return;
+    connections.append(connection);
+    const std::weak_ptr<Connection> weak = connection;
+    connect(socket, &QSslSocket::readyRead, this, [this, weak] {
+        if (const ConnectionPointer reading = weak.lock())
+            read(reading);
+    });
+    connect(socket, &QSslSocket::disconnected, this, [this, weak] {
+        const ConnectionPointer ended = weak.lock();
+        if (ended && script.kind == PeerScript::Kind::Tcp)
+            endTcp(ended);
+    });
+    if (script.kind == PeerScript::Kind::Https) {
+        QSslConfiguration configuration = socket->sslConfiguration();
+        configuration.setLocalCertificate(QSslCertificate(certificate));
+        configuration.setPrivateKey(QSslKey(key, QSsl::Rsa));
+        configuration.setCaCertificates(QSslCertificate::fromData(authority));
+        configuration.setPeerVerifyMode(script.wantsClientCertificate ? QSslSocket::VerifyPeer
+                                                                      : QSslSocket::VerifyNone);
+        socket->setSslConfiguration(configuration);
+        socket->startServerEncryption();
+    }
+    if (!script.greeting.isEmpty())
+        socket->write(script.greeting);
+}
+
+void Peer::read(const ConnectionPointer &connection)
+{
+    connection->buffer += connection->socket->readAll();
+    if (script.kind == PeerScript::Kind::Tcp)
+        return;
+    ArrivedRequest request;
+    while (!connection->isAnswering && takeRequest(connection->buffer, request))
+        judge(connection, std::exchange(request, {}));
+}
+
+bool Peer::takeRequest(QByteArray &buffer, ArrivedRequest &request)
+{
+    const qsizetype end = buffer.indexOf("\r\n\r\n");
+    if (end < 0)
+        return false;
+    const QList<QByteArray> lines = buffer.left(end).split('\n');
+    const QList<QByteArray> first = lines.first().trimmed().split(' ');
+    qsizetype length = 0;
+    for (const QByteArray &line : lines.mid(1)) {
+        const qsizetype colon = line.indexOf(':');
+        const QByteArray name = line.left(colon).trimmed();
+        const QByteArray value = line.mid(colon + 1).trimmed();
+        if (name.compare("content-length", Qt::CaseInsensitive) == 0)
+            length = value.toLongLong();
+        if (name.compare("transfer-encoding", Qt::CaseInsensitive) == 0)
+            complaints.append(
+                u"peer %1: a request with Transfer-Encoding: %2, which no till's "
+                "service needs to understand"_s.arg(script.name, QString::fromUtf8(value)));
+        request.headers.append({QString::fromUtf8(name), QString::fromUtf8(value)});
+    }
+    if (buffer.size() < end + 4 + length) {
+        request.headers.clear();
+        return false;
+    }
+    request.verb = QString::fromUtf8(first.value(0));
+    request.target = QString::fromUtf8(first.value(1));
+    request.body = buffer.mid(end + 4, length);
+    buffer.remove(0, end + 4 + length);
+    return true;
+}
+
+const Exchange *Peer::nextExchange(const ArrivedRequest &request)
+{
+    for (qsizetype index = 0; index < used.size(); ++index) {
+        if (used[index])
+            continue;
+        if (script.anyOrder && !differences(script.exchanges[index], request).isEmpty())
+            continue;
+        used[index] = true;
+        return &script.exchanges[index];
+    }
+    return nullptr;
+}
+
+void Peer::judge(const ConnectionPointer &connection, const ArrivedRequest &request)
+{
+    ++arrivedCount;
+    const Exchange *exchange = nextExchange(request);
+    if (!exchange) {
+        complaints.append(u"peer %1: request %2 was not expected:\n%3"_s.arg(script.name)
+                              .arg(arrivedCount)
+                              .arg(describe(request)));
+        Reply refusal;
+        refusal.status = 500;
+        reply(connection, request.line(), refusal);
+        Q_EMIT progressed();
+        return;
+    }
+    const QStringList found = differences(*exchange, request);
+    for (const QString &difference : found)
+        complaints.append(
+            u"peer %1, request %2: %3"_s.arg(script.name).arg(arrivedCount).arg(difference));
+
+    connection->isAnswering = true;
+    const auto answer = [this, connection, line = request.line(), what = exchange->reply] {
+        reply(connection, line, what);
+    };
+    if (exchange->reply.held)
+        held.append(answer);
+    else if (exchange->reply.delaySeconds > 0)
+        QTimer::singleShot(static_cast<int>(exchange->reply.delaySeconds * 1000), this, answer);
+    else
+        answer();
+    Q_EMIT progressed();
+}
+
+void Peer::reply(const ConnectionPointer &connection, const QString &line, const Reply &reply)
+{
+    QSslSocket &socket = *connection->socket;
+    if (socket.state() != QAbstractSocket::ConnectedState) // the caller's patience is over
+        return;
+    switch (reply.manner) {
+    case Reply::Manner::Silence:
+        Q_EMIT exchanged(line, 0);
+        return;
+    case Reply::Manner::Reset:
+        resetConnection(socket);
+        Q_EMIT exchanged(line, 0);
+        return;
+    case Reply::Manner::Close:
+        socket.disconnectFromHost();
+        Q_EMIT exchanged(line, 0);
+        return;
+    case Reply::Manner::Raw:
+    case Reply::Manner::Answer:
+        break;
+    }
+    socket.write(replyBytes(reply));
+    connection->isAnswering = false;
+    Q_EMIT exchanged(line, reply.status);
+    if (reply.manner == Reply::Manner::Raw || reply.cutAfter >= 0
+        || reply.headers.value(u"Connection"_s) == u"close"_s)
+        socket.disconnectFromHost();
+    else if (!connection->buffer.isEmpty())
+        read(connection);
+}
+
+void Peer::endTcp(const ConnectionPointer &connection)
+{
+    connection->buffer += connection->socket->readAll();
+    connections.removeOne(connection);
+    ++arrivedCount;
+    const QString text = QString::fromUtf8(connection->buffer);
+    ArrivedRequest request;
+    request.body = connection->buffer;
+    const Exchange *exchange = nextExchange(request);
+    if (!exchange) {
+        complaints.append(
+            u"peer %1: connection %2 was not expected, it brought: %3"_s.arg(script.name)
+                .arg(arrivedCount)
+                .arg(shortened(text)));
+    } else {
+        const QStringList found = differences(*exchange, request);
+        for (const QString &difference : found)
+            complaints.append(
+                u"peer %1, connection %2: %3"_s.arg(script.name).arg(arrivedCount).arg(difference));
+        Q_EMIT exchanged(shortened(text), 0);
+    }
+    Q_EMIT progressed();
+}
+
+} // namespace stand

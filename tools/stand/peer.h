@@ -1,0 +1,83 @@
+#pragma once
+
+#include "tools/stand/comparison.h"
+#include "tools/stand/portreservation.h"
+#include "tools/stand/scenario.h"
+
+#include <QObject>
+#include <QTcpServer>
+
+#include <functional>
+#include <memory>
+
+namespace stand {
+
+/// An outside service on a port of 127.0.0.1 that plays a script and remembers what it was told.
+/// Its port is given at once, so that settings can name it; the script follows.
+/// Thread: the one that made it, whose event loop must run.
+class Peer : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Port 0: any free one.
+    explicit Peer(quint16 port = 0, QObject *parent = nullptr);
+    ~Peer() override;
+
+    quint16 port() const;
+    /// `http://127.0.0.1:port`, for TCP `127.0.0.1:port`.
+    static QString address(PeerScript::Kind kind, quint16 port);
+
+    /// Certificate and key for Https, in PEM, and the authority of the callers' certificates.
+    void setIdentity(const QByteArray &certificate, const QByteArray &key,
+                     const QByteArray &authority);
+    /// Takes the script and listens, unless the script says otherwise.
+    void play(const PeerScript &script);
+
+    void up();
+    /// Refuses callers from now on and drops those that are there.
+    void down();
+    /// Sends the replies that were held back so far.
+    void release();
+    int heldReplies() const;
+
+    /// Takes in what callers that are gone have left behind. Call when no caller lives any more.
+    void drain();
+    int arrived() const;
+    bool isComplete() const;
+    /// What arrived wrongly, too much or not at all.
+    QStringList findings() const;
+
+Q_SIGNALS:
+    /// A request has been met with its reply. `status` is 0 when there is none.
+    void exchanged(const QString &request, int status);
+    /// A connection of a Tcp peer has ended or a request has arrived: findings() may have changed.
+    void progressed();
+
+private:
+    class Server;
+    struct Connection;
+    using ConnectionPointer = std::shared_ptr<Connection>;
+
+    void accept(qintptr descriptor);
+    void read(const ConnectionPointer &connection);
+    bool takeRequest(QByteArray &buffer, ArrivedRequest &request);
+    void judge(const ConnectionPointer &connection, const ArrivedRequest &request);
+    const Exchange *nextExchange(const ArrivedRequest &request);
+    void reply(const ConnectionPointer &connection, const QString &line, const Reply &reply);
+    void endTcp(const ConnectionPointer &connection);
+
+    PortReservation reservation;
+    std::unique_ptr<Server> server;
+    PeerScript script;
+    QByteArray certificate;
+    QByteArray key;
+    QByteArray authority;
+    QList<ConnectionPointer> connections;
+    QList<std::function<void()>> held;
+    QList<bool> used;
+    int arrivedCount = 0;
+    QStringList complaints;
+};
+
+} // namespace stand

@@ -1,0 +1,419 @@
+#include "tools/stand/scenariorun.h"
+
+#include "tools/stand/scenarioerror.h"
+#include "tools/stand/waiting.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QTcpSocket>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace stand {
+
+namespace {
+
+/// Once a day is never within a scenario.
+constexpr int noPollSeconds = 86400;
+const QString stopText = u"Получен сигнал завершения работы"_s;
+
+QString folded(const QStringList &lines)
+{
+    return lines.isEmpty() ? u"(none)"_s : lines.join(u"\n    "_s);
+}
+
+} // namespace
+
+ScenarioRun::ScenarioRun(const ScenarioSource &source, const RunOptions &options)
+    : source(source)
+    , options(options)
+{
+}
+
+ScenarioRun::~ScenarioRun() = default;
+
+RunResult ScenarioRun::run()
+{
+    try {
+        setUp();
+        // A fault in the middle makes everything behind it meaningless, except the peers' view of it.
+        if (startService() && performSteps() && stopService())
+            compare();
+        else
+            for (const auto &[name, peer] : peers)
+                findings += peer->findings();
+    } catch (const ScenarioError &error) {
+        findings.append(error.text());
+    }
+    RunResult result;
+    result.findings = findings;
+    if (service) {
+        result.log = service->logText();
+        if (!service->errors().isEmpty())
+            result.log += u"standard error:\n"_s + service->errors();
+    }
+    return result;
+}
+
+void ScenarioRun::setUp()
+{
+    if (!folder.isValid())
+        throw ScenarioError(folder.errorString());
+    Places places{{u"root"_s, folder.path()},
+                  {u"nobody"_s, Peer::address(PeerScript::Kind::Http, nobody.port())},
+                  {u"nobody.port"_s, QString::number(nobody.port())}};
+    const QList<PeerScript> scripts = source.peers();
+    for (const PeerScript &script : scripts) {
+        auto peer = std::make_unique<Peer>();
+        places.insert(script.name, Peer::address(script.kind, peer->port()));
+        places.insert(script.name + u".host"_s, u"127.0.0.1"_s);
+        places.insert(script.name + u".port"_s, QString::number(peer->port()));
+        peers.emplace(script.name, std::move(peer));
+    }
+    scenario = source.scenario(places);
+    for (const PeerScript &script : std::as_const(scenario.peers))
+        peers.at(script.name)->play(script);
+
+    for (const QString &path : {u"/tallocash/cash/conf/tcash.ini.d/puppet"_s,
+                                u"/tallocash/cash/queue/config/queue.d"_s, u"/tmp"_s})
+        QDir().mkpath(folder.path() + path);
+    writeSettings();
+    writeFiles(scenario.files);
+
+    DatabasePlace place = options.server;
+    place.file = folder.path() + u"/tallocash/cash/queue/queues.db"_s;
+    if (!place.socket.isEmpty())
+        place.file.clear();
+    table = std::make_unique<MessageTable>(place);
+    if (place.socket.isEmpty())
+        table->createTables();
+    else
+        table->clear();
+    for (const CardRow &card : std::as_const(scenario.cards))
+        table->putCard(card);
+    for (const QueuedMessage &message : std::as_const(scenario.messages))
+        put(message);
+    service =
+        std::make_unique<ServiceProcess>(options.program, folder.path(), scenario.environment);
+    controlPort.lend();
+}
+
+void ScenarioRun::writeSettings()
+{
+    QMap<QString, QMap<QString, QString>> settings = scenario.settings;
+    QMap<QString, QString> &queue = settings[u"queue"_s];
+    if (!queue.contains(u"timeout"_s))
+        queue.insert(u"timeout"_s, QString::number(noPollSeconds));
+    queue.insert(u"port"_s, QString::number(controlPort.port()));
+    QString text = options.serverSettings;
+    for (auto section = settings.cbegin(); section != settings.cend(); ++section) {
+        text += u"\n[%1]\n"_s.arg(section.key());
+        for (auto setting = section->cbegin(); setting != section->cend(); ++setting)
+            text += u"%1 = %2\n"_s.arg(setting.key(), setting.value());
+    }
+    writeFiles({{u"/tallocash/cash/conf/tcash.ini"_s, text}});
+}
+
+void ScenarioRun::writeFiles(const QMap<QString, QString> &files)
+{
+    for (auto entry = files.begin(); entry != files.end(); ++entry) {
+        QFile file(folder.path() + entry.key());
+        QDir().mkpath(QFileInfo(file).path());
+        if (!file.open(QIODevice::WriteOnly) || file.write(entry->toUtf8()) < 0)
+            throw ScenarioError(u"%1: %2"_s.arg(file.fileName(), file.errorString()));
+    }
+}
+
+void ScenarioRun::put(const QueuedMessage &message)
+{
+    written.append({table->put(message), message});
+}
+
+bool ScenarioRun::startService()
+{
+    const QStringList types = table->types();
+    const qsizetype formerRecords = service->log().size();
+    service->start();
+    const bool isSettled = waitUntil([&] {
+        if (service->hasEnded() || isReplyHeld())
+            return true;
+        if (types.isEmpty()) {
+            const QList<LogRecord> &log = service->log();
+            return std::any_of(log.cbegin() + formerRecords, log.cend(), [](const LogRecord &it) {
+                return it.text == u"В очереди нет сообщений";
+            });
+        }
+        return service->isIdle()
+               && std::all_of(types.cbegin(), types.cend(), [&](const QString &type) {
+                      return service->ends(type) > 0 || service->refusals(type) > 0;
+                  });
+    });
+    if (!isSettled)
+        return fail(u"the service did not come to the end of its first pass"_s);
+    if (service->hasEnded())
+        return fail(u"%1 right after its start"_s.arg(service->endFault()));
+    return true;
+}
+
+bool ScenarioRun::performSteps()
+{
+    for (qsizetype index = 0; index < scenario.steps.size(); ++index) {
+        const qsizetype formerFindings = findings.size();
+        const bool isDone = perform(scenario.steps[index]) && settle();
+        for (qsizetype at = formerFindings; at < findings.size(); ++at)
+            findings[at].prepend(u"steps[%1]: "_s.arg(index));
+        if (!isDone)
+            return false;
+    }
+    return true;
+}
+
+bool ScenarioRun::perform(const Step &step)
+{
+    switch (step.kind) {
+    case Step::Kind::Pass:
+        return pass(step.subject);
+    case Step::Kind::Put:
+        put(step.message);
+        return true;
+    case Step::Kind::Restart:
+        return restart(true);
+    case Step::Kind::Crash:
+        return restart(false);
+    case Step::Kind::Up:
+        peers.at(step.subject)->up();
+        return true;
+    case Step::Kind::Down:
+        peers.at(step.subject)->down();
+        return true;
+    case Step::Kind::Release:
+        if (peers.at(step.subject)->heldReplies() == 0)
+            return fail(u"no request waits at peer %1"_s.arg(step.subject));
+        peers.at(step.subject)->release();
+        return true;
+    case Step::Kind::Ask:
+        return ask(step.subject, step.answer);
+    case Step::Kind::AwaitLog: {
+        const TextPattern wanted(step.subject);
+        const auto hasCome = [&] {
+            const QList<LogRecord> &log = service->log();
+            return std::any_of(log.cbegin(), log.cend(),
+                               [&](const LogRecord &it) { return wanted.matches(it.line()); });
+        };
+        waitUntil([&] { return service->hasEnded() || hasCome(); });
+        return hasCome() || fail(u"the log never said: %1"_s.arg(step.subject));
+    }
+    case Step::Kind::Write:
+        writeFiles(step.files);
+        return true;
+    case Step::Kind::Terminate: {
+        service->terminate();
+        const auto isSeen = [&] {
+            const QList<LogRecord> &log = service->log();
+            return std::any_of(log.cbegin(), log.cend(), [](const LogRecord &it) {
+                return it.category == u"queue" && it.text == stopText;
+            });
+        };
+        waitUntil([&] { return service->hasEnded() || isSeen(); });
+        return isSeen() || fail(u"the service did not notice the signal"_s);
+    }
+    }
+    return false;
+}
+
+bool ScenarioRun::pass(const QString &type)
+{
+    const int formerEnds = service->ends(type);
+    const QString path = u"/start/%1/0"_s.arg(type);
+    // A worker that has said its last word still counts as running for a moment.
+    QString answer;
+    const bool isAnswered = waitUntil([&] {
+        answer = QJsonDocument::fromJson(request(path)).object().value(u"description"_s).toString();
+        return service->hasEnded() || answer != u"Обработчик уже запущен";
+    });
+    if (!isAnswered || answer != u"Обработчик успешно запущен")
+        return fail(u"%1 was answered: %2"_s.arg(path, answer));
+    const bool isDone = waitUntil(
+        [&] { return service->hasEnded() || isReplyHeld() || service->ends(type) > formerEnds; });
+    return isDone || fail(u"the worker of type %1 did not come to its end"_s.arg(type));
+}
+
+bool ScenarioRun::ask(const QString &path, const QJsonValue &expected)
+{
+    const QByteArray body = request(path);
+    if (expected.isUndefined())
+        return true;
+    const QJsonDocument document = QJsonDocument::fromJson(body);
+    if (!document.isObject())
+        return fail(u"%1 was answered: %2"_s.arg(path, shortened(QString::fromUtf8(body))));
+    findings += differences(expected, document.object(), path);
+    return true;
+}
+
+QByteArray ScenarioRun::request(const QString &path)
+{
+    QTcpSocket socket;
+    socket.connectToHost(u"127.0.0.1"_s, controlPort.port());
+    socket.write("GET " + path.toUtf8() + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+    QByteArray reply;
+    qsizetype head = -1;
+    waitUntil([&] {
+        reply += socket.readAll();
+        head = reply.indexOf("\r\n\r\n");
+        if (socket.state() == QAbstractSocket::UnconnectedState)
+            return true;
+        if (head < 0)
+            return false;
+        const QByteArray name = "content-length:";
+        const qsizetype at = reply.left(head).toLower().indexOf(name);
+        const qsizetype from = at + name.size();
+        const qsizetype end = reply.indexOf('\r', from);
+        return at >= 0 && reply.size() >= head + 4 + reply.mid(from, end - from).trimmed().toInt();
+    });
+    if (head < 0)
+        fail(u"the control interface did not answer %1: %2"_s.arg(path, socket.errorString()));
+    return reply.mid(head + 4);
+}
+
+bool ScenarioRun::restart(bool orderly)
+{
+    if (orderly) {
+        if (!stopService())
+            return false;
+    } else {
+        service->kill();
+        waitUntil([&] { return service->hasEnded(); });
+    }
+    return startService();
+}
+
+bool ScenarioRun::stopService()
+{
+    if (!service->hasEnded())
+        service->terminate();
+    if (!waitUntil([&] { return service->hasEnded(); }))
+        return fail(u"the service did not end after the signal to do so"_s);
+    const QString fault = service->endFault();
+    return fault.isEmpty() || fail(fault);
+}
+
+bool ScenarioRun::settle()
+{
+    const bool isSettled =
+        waitUntil([&] { return service->hasEnded() || isReplyHeld() || service->isIdle(); });
+    return isSettled || fail(u"the workers did not come to their end"_s);
+}
+
+bool ScenarioRun::fail(const QString &what)
+{
+    findings.append(what);
+    return false;
+}
+
+bool ScenarioRun::isReplyHeld() const
+{
+    return std::any_of(peers.begin(), peers.end(),
+                       [](const auto &peer) { return peer.second->heldReplies() > 0; });
+}
+
+void ScenarioRun::compare()
+{
+    for (const auto &[name, peer] : peers) {
+        peer->drain();
+        findings += peer->findings();
+    }
+    compareTable();
+    compareCards();
+    compareLog();
+    if (!service->errors().isEmpty())
+        findings.append(u"the service wrote to standard error:\n"_s + service->errors());
+}
+
+void ScenarioRun::compareTable()
+{
+    QMap<int, TableRow> rows;
+    const QList<TableRow> left = table->rows();
+    for (const TableRow &row : left)
+        rows.insert(row.id, row);
+    for (const Written &entry : std::as_const(written)) {
+        const QueuedMessage &message = entry.message;
+        const QString name = u"message %1 of type %2"_s.arg(entry.id).arg(message.type);
+        const bool isThere = rows.contains(entry.id);
+        const TableRow row = rows.take(entry.id);
+        if (message.outcome.fate == Outcome::Fate::Either)
+            continue;
+        if (isThere != (message.outcome.fate == Outcome::Fate::Kept)) {
+            findings.append(isThere ? name + u" is still in the table"_s
+                                    : name + u" is gone from the table"_s);
+            continue;
+        }
+        if (!isThere)
+            continue;
+        if (row.type != message.type || row.body != message.body
+            || row.cardNumber != message.cardNumber)
+            findings.append(name + u" was changed: "_s + shortened(row.body));
+        const QString statusCode = message.outcome.statusCode.value_or(message.statusCode);
+        if (row.statusCode != statusCode)
+            findings.append(
+                u"%1: statuscode\n  - %2\n  + %3"_s.arg(name, statusCode, row.statusCode));
+    }
+    for (const TableRow &row : std::as_const(rows))
+        findings.append(u"the table has a row that nobody put there: %1 of type %2, %3"_s.arg(
+            QString::number(row.id), row.type, shortened(row.body)));
+}
+
+void ScenarioRun::compareCards()
+{
+    if (!scenario.cardsAfter)
+        return;
+    const auto lines = [](const QList<CardRow> &cards) {
+        QStringList result;
+        for (const CardRow &card : cards)
+            result.append(card.values().join(u" | "_s));
+        return result;
+    };
+    const QStringList expected = lines(*scenario.cardsAfter);
+    const QStringList found = lines(table->cards());
+    if (expected != found)
+        findings.append(u"documentcard\n  - %1\n  + %2"_s.arg(folded(expected), folded(found)));
+}
+
+void ScenarioRun::compareLog()
+{
+    const QList<LogRecord> &log = service->log();
+    QList<TextPattern> wanted;
+    QList<bool> isUsed(log.size(), false);
+    for (const QString &line : std::as_const(scenario.log)) {
+        wanted.append(TextPattern(line));
+        qsizetype at = 0;
+        while (at < log.size() && (isUsed[at] || !wanted.last().matches(log[at].line())))
+            ++at;
+        if (at < log.size())
+            isUsed[at] = true;
+        else
+            findings.append(u"the log does not say: "_s + line);
+    }
+    for (const LogRecord &record : log) {
+        const bool isTrouble = record.level != u"INFO" && record.level != u"DEBUG"
+                               && record.level != u"TRACE" && record.text != stopText;
+        if (isTrouble && std::none_of(wanted.cbegin(), wanted.cend(), [&](const TextPattern &it) {
+                return it.matches(record.line());
+            }))
+            findings.append(u"the log says what the scenario does not tell: "_s
+                            + shortened(record.line()));
+    }
+    for (const QString &text : std::as_const(scenario.logNever)) {
+        const TextPattern banned(text);
+        for (const LogRecord &record : log) {
+            if (banned.occursIn(record.line()))
+                findings.append(u"the log must not say '%1', but says: %2"_s.arg(
+                    text, shortened(record.line())));
+        }
+    }
+}
+
+} // namespace stand

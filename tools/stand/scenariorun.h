@@ -1,0 +1,91 @@
+#pragma once
+
+#include "tools/stand/messagetable.h"
+#include "tools/stand/peer.h"
+#include "tools/stand/scenario.h"
+#include "tools/stand/serviceprocess.h"
+
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <map>
+#include <memory>
+
+namespace stand {
+
+/// What a run needs besides the scenario.
+struct RunOptions
+{
+    /// The service's program.
+    QString program;
+    /// A database server that is up and has the schema; without a socket each run has an SQLite file.
+    DatabasePlace server;
+    /// The settings that lead the service there.
+    QString serverSettings;
+};
+
+struct RunResult
+{
+    /// What was not as the scenario tells it; empty when all was.
+    QStringList findings;
+    /// The service's log and standard error.
+    QString log;
+};
+
+/// Runs one scenario against the real service in a folder of its own: peers first, then rows and
+/// settings, then the service, the scenario's steps, and an orderly stop.
+///
+/// The service polls only once, at its start; every further pass of a worker is asked for through the
+/// control interface. So the requests of a scenario can be counted exactly. Nothing is waited for but
+/// the service's own log lines, the peers and the end of the process.
+/// Thread: the one that has the application's event loop.
+class ScenarioRun
+{
+public:
+    ScenarioRun(const ScenarioSource &source, const RunOptions &options);
+    ~ScenarioRun();
+
+    RunResult run();
+
+private:
+    struct Written
+    {
+        int id = 0;
+        QueuedMessage message;
+    };
+
+    void setUp();
+    void writeSettings();
+    void writeFiles(const QMap<QString, QString> &files);
+    void put(const QueuedMessage &message);
+    bool startService();
+    bool performSteps();
+    bool perform(const Step &step);
+    bool pass(const QString &type);
+    bool ask(const QString &path, const QJsonValue &expected);
+    QByteArray request(const QString &path);
+    bool restart(bool orderly);
+    bool stopService();
+    bool settle();
+    bool fail(const QString &what);
+
+    bool isReplyHeld() const;
+    void compare();
+    void compareTable();
+    void compareCards();
+    void compareLog();
+
+    const ScenarioSource &source;
+    RunOptions options;
+    QTemporaryDir folder;
+    PortReservation controlPort;
+    PortReservation nobody;
+    std::map<QString, std::unique_ptr<Peer>> peers;
+    Scenario scenario;
+    std::unique_ptr<MessageTable> table;
+    std::unique_ptr<ServiceProcess> service;
+    QList<Written> written;
+    QStringList findings;
+};
+
+} // namespace stand

@@ -1,0 +1,26 @@
+#include "tools/stand/waiting.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QTimer>
+
+namespace stand {
+
+bool waitUntil(const std::function<bool()> &condition)
+{
+    bool isNumber = false;
+    int seconds = qEnvironmentVariableIntValue("STAND_PATIENCE", &isNumber);
+    if (!isNumber)
+        seconds = 60;
+    const QDeadlineTimer deadline(seconds * 1000LL);
+    QTimer wake;
+    wake.start(500); // so that the deadline is seen when nothing happens
+    while (!condition()) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
+} // namespace stand
