@@ -1,5 +1,7 @@
 #include "tools/stand/portreservation.h"
 
+#include "tools/stand/scenarioerror.h"
+
 #include <cerrno>
 #include <cstring>
 
@@ -9,7 +11,19 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace stand {
+
+namespace {
+
+[[noreturn]] void fail(quint16 port)
+{
+    throw ScenarioError(
+        u"port %1 of 127.0.0.1: %2"_s.arg(port).arg(QString::fromUtf8(std::strerror(errno))));
+}
+
+} // namespace
 
 PortReservation::PortReservation(quint16 port)
 {
@@ -27,7 +41,7 @@ PortReservation::PortReservation(quint16 port)
     auto *generic = reinterpret_cast<sockaddr *>(&address);
     if (descriptor < 0 || ::bind(descriptor, generic, size) != 0
         || ::getsockname(descriptor, generic, &size) != 0)
-        qFatal("Port %d of 127.0.0.1: %s", int(port), std::strerror(errno));
+        fail(port);
     port_ = ntohs(address.sin_port);
 }
 
@@ -44,7 +58,7 @@ quint16 PortReservation::port() const
 int PortReservation::listen()
 {
     if (::listen(descriptor, 50) != 0)
-        qFatal("Port %d of 127.0.0.1: %s", int(port_), std::strerror(errno));
+        fail(port_);
     return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
 }
 

@@ -8,7 +8,7 @@ namespace stand {
 class PortReservation
 {
 public:
-    /// Port 0: any free one. What goes wrong ends the program with a message.
+    /// Port 0: any free one. Throws ScenarioError when the port is taken.
     explicit PortReservation(quint16 port = 0);
     ~PortReservation();
     PortReservation(const PortReservation &) = delete;

@@ -14,7 +14,7 @@ bool waitUntil(const std::function<bool()> &condition)
         seconds = 60;
     const QDeadlineTimer deadline(seconds * 1000LL);
     QTimer wake;
-    wake.start(500); // so that the deadline is seen when nothing happens
+    wake.start(100); // for the deadline, and for what tells nobody when it changes
     while (!condition()) {
         if (deadline.hasExpired())
             return false;

@@ -1,0 +1,324 @@
+#include "tools/stand/samplestand.h"
+
+#include "tools/stand/scenarioerror.h"
+#include "tools/stand/waiting.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocale>
+#include <QSaveFile>
+#include <QSet>
+#include <QTime>
+
+#include <cstdio>
+
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace stand {
+
+namespace {
+
+/// The operator's language: Russian on a till, English elsewhere.
+QString say(const QString &russian, const QString &english)
+{
+    static const bool isRussian = QLocale::system().language() == QLocale::Russian;
+    return isRussian ? russian : english;
+}
+
+void print(const QString &text)
+{
+    std::fputs(qPrintable(text + u'\n'), stdout);
+    std::fflush(stdout);
+}
+
+QString coloured(const QString &text, bool isGood)
+{
+    static const bool isTerminal =
+        ::isatty(STDOUT_FILENO) == 1 && qEnvironmentVariableIsEmpty("NO_COLOR");
+    if (!isTerminal)
+        return text;
+    return u"\u001b[%1m%2\u001b[0m"_s.arg(isGood ? 32 : 31).arg(text);
+}
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) < 0 || !file.commit())
+        throw ScenarioError(u"%1: %2"_s.arg(path, file.errorString()));
+}
+
+QString portsFile(const QString &root)
+{
+    return root + u"/stand-ports.json"_s;
+}
+
+QString peerKey(const ScenarioSource &source, const PeerScript &peer)
+{
+    return source.title() + u", "_s + peer.name;
+}
+
+Places placesOf(const ScenarioSource &source, const QString &root,
+                const QMap<QString, quint16> &ports)
+{
+    Places places{{u"root"_s, root}};
+    const QList<PeerScript> peers = source.peers();
+    for (const PeerScript &peer : peers) {
+        const quint16 port = ports.value(peerKey(source, peer));
+        places.insert(peer.name, Peer::address(peer.kind, port));
+        places.insert(peer.name + u".host"_s, u"127.0.0.1"_s);
+        places.insert(peer.name + u".port"_s, QString::number(port));
+    }
+    return places;
+}
+
+} // namespace
+
+QString SampleStand::Sample::type() const
+{
+    return scenario.messages.first().type;
+}
+
+QStringList SampleStand::Sample::findings() const
+{
+    QStringList result;
+    for (const auto &[name, peer] : peers)
+        result += peer->findings();
+    return result;
+}
+
+SampleStand::SampleStand(const QString &root, const QString &scenarios)
+    : root(QDir(root).absolutePath())
+{
+    const QList<ScenarioSource> all = loadScenarios(scenarios);
+    for (const ScenarioSource &source : all) {
+        if (source.isSample())
+            sources.append(source);
+    }
+    if (sources.isEmpty())
+        throw ScenarioError(u"%1: no scenario is marked as a sample"_s.arg(scenarios));
+}
+
+SampleStand::~SampleStand() = default;
+
+void SampleStand::writeSettings()
+{
+    // All ports are held until the last one is chosen, so that no two are the same.
+    std::vector<std::unique_ptr<PortReservation>> held;
+    QMap<QString, quint16> ports;
+    QJsonObject portsObject;
+    for (const ScenarioSource &source : std::as_const(sources)) {
+        const QList<PeerScript> peers = source.peers();
+        for (const PeerScript &peer : peers) {
+            held.push_back(std::make_unique<PortReservation>());
+            ports.insert(peerKey(source, peer), held.back()->port());
+            portsObject.insert(peerKey(source, peer), held.back()->port());
+        }
+    }
+
+    QMap<QString, QMap<QString, QString>> settings;
+    for (const ScenarioSource &source : std::as_const(sources)) {
+        const Scenario scenario = source.scenario(placesOf(source, root, ports));
+        for (auto section = scenario.settings.begin(); section != scenario.settings.end();
+             ++section) {
+            for (auto setting = section->begin(); setting != section->end(); ++setting) {
+                QString &value = settings[section.key()][setting.key()];
+                if (!value.isNull() && value != setting.value())
+                    throw ScenarioError(u"%1: another sample sets %2:%3 to '%4'"_s.arg(
+                        source.title(), section.key(), setting.key(), value));
+                value = setting.value();
+            }
+        }
+        for (auto file = scenario.files.begin(); file != scenario.files.end(); ++file)
+            writeFile(root + file.key(), file->toUtf8());
+    }
+    QString text = u"; Where the stand plays the outside services.\n"_s;
+    for (auto section = settings.cbegin(); section != settings.cend(); ++section) {
+        text += u"\n[%1]\n"_s.arg(section.key());
+        for (auto setting = section->cbegin(); setting != section->cend(); ++setting)
+            text += u"%1 = %2\n"_s.arg(setting.key(), setting.value());
+    }
+    writeFile(root + u"/tallocash/cash/conf/10-stand.ini"_s, text.toUtf8());
+    writeFile(portsFile(root), QJsonDocument(portsObject).toJson());
+}
+
+QMap<QString, quint16> SampleStand::readPorts() const
+{
+    QMap<QString, quint16> result;
+    QFile file(portsFile(root));
+    if (!file.open(QIODevice::ReadOnly))
+        return result;
+    const QJsonObject ports = QJsonDocument::fromJson(file.readAll()).object();
+    for (auto port = ports.begin(); port != ports.end(); ++port)
+        result.insert(port.key(), static_cast<quint16>(port->toInt()));
+    return result;
+}
+
+void SampleStand::startPeers()
+{
+    const QMap<QString, quint16> ports = readPorts();
+    for (const ScenarioSource &source : std::as_const(sources)) {
+        auto sample = std::make_unique<Sample>();
+        const QList<PeerScript> peers = source.peers();
+        for (const PeerScript &peer : peers) {
+            if (!ports.contains(peerKey(source, peer)))
+                throw ScenarioError(say(u"%1 не описывает образец '%2', сначала нужен вызов с "
+                                        "--write-settings"_s,
+                                        u"%1 does not know the sample '%2'; call with "
+                                        "--write-settings first"_s)
+                                        .arg(portsFile(root), source.title()));
+            sample->peers.emplace(peer.name,
+                                  std::make_unique<Peer>(ports.value(peerKey(source, peer))));
+        }
+        sample->scenario = source.scenario(placesOf(source, root, ports));
+        if (sample->scenario.messages.isEmpty() || !sample->scenario.steps.isEmpty())
+            throw ScenarioError(u"%1: a sample has messages and no steps"_s.arg(source.title()));
+        for (const PeerScript &script : std::as_const(sample->scenario.peers)) {
+            Peer *peer = sample->peers.at(script.name).get();
+            Sample *shown = sample.get();
+            QObject::connect(peer, &Peer::exchanged, peer,
+                             [this, shown, script](const QString &request, int status) {
+                                 showExchange(*shown, script, request, status);
+                             });
+            peer->play(script);
+        }
+        typeWidth = std::max(typeWidth, sample->type().size());
+        samples.push_back(std::move(sample));
+    }
+}
+
+void SampleStand::putMessages()
+{
+    DatabasePlace place;
+    place.file = root + u"/tallocash/cash/queue/queues.db"_s;
+    // The service makes the file and its tables at its start.
+    const auto isReady = [&] {
+        if (!QFile::exists(place.file))
+            return false;
+        try {
+            table = std::make_unique<MessageTable>(place);
+            table->rows();
+            return true;
+        } catch (const ScenarioError &) {
+            table.reset();
+            return false;
+        }
+    };
+    if (!waitUntil(isReady))
+        throw ScenarioError(say(u"Служба не создала базу данных %1"_s,
+                                u"The service has not made its database %1"_s)
+                                .arg(place.file));
+    for (const auto &sample : samples) {
+        for (const CardRow &card : std::as_const(sample->scenario.cards))
+            table->putCard(card);
+        for (const QueuedMessage &message : std::as_const(sample->scenario.messages))
+            sample->ids.append(table->put(message));
+    }
+}
+
+bool SampleStand::run()
+{
+    startPeers();
+    print(say(u"Стенд изображает внешние службы на 127.0.0.1, образцов сообщений: %1"_s,
+              u"The stand plays the outside services on 127.0.0.1 for %1 sample messages"_s)
+              .arg(samples.size()));
+    putMessages();
+    const bool isAllDone = waitUntil([this] {
+        look();
+        return std::all_of(samples.begin(), samples.end(),
+                           [](const auto &sample) { return sample->isDone; });
+    });
+    if (!isAllDone) {
+        for (const auto &sample : samples) {
+            if (!sample->isDone)
+                show(*sample, say(u"осталось в очереди"_s, u"still in the queue"_s), false);
+        }
+    }
+    return sayEnd();
+}
+
+void SampleStand::look()
+{
+    QSet<int> left;
+    const QList<TableRow> rows = table->rows();
+    for (const TableRow &row : rows)
+        left.insert(row.id);
+    for (const auto &sample : samples) {
+        if (sample->isDone)
+            continue;
+        const bool isGone = std::none_of(sample->ids.cbegin(), sample->ids.cend(),
+                                         [&](int id) { return left.contains(id); });
+        const QStringList findings = sample->findings();
+        const bool isWrong =
+            std::any_of(sample->peers.begin(), sample->peers.end(),
+                        [](const auto &peer) {
+                            return peer.second->arrived() > 0 && peer.second->isComplete();
+                        })
+            && !findings.isEmpty();
+        if (!isGone && !isWrong)
+            continue;
+        sample->isDone = true;
+        sample->isDelivered = isGone && findings.isEmpty();
+        show(*sample,
+             isGone ? say(u"удалено из очереди"_s, u"removed"_s)
+                    : say(u"осталось в очереди"_s, u"kept"_s),
+             sample->isDelivered);
+        for (const QString &finding : findings)
+            print(u"    "_s + QString(finding).replace(u'\n', u"\n    "_s));
+    }
+}
+
+void SampleStand::showExchange(Sample &sample, const PeerScript &script, const QString &request,
+                               int status)
+{
+    // One message may take several requests; only the last line tells what became of it.
+    if (!sample.waitingLine.isEmpty())
+        print(sample.waitingLine);
+    const QString address = Peer::address(script.kind, sample.peers.at(script.name)->port());
+    QString line = u"TCP    %1  %2"_s.arg(address, request);
+    if (script.kind != PeerScript::Kind::Tcp) {
+        const QString verb = request.section(u' ', 0, 0);
+        line = u"%1 %2%3  %4"_s.arg(verb.leftJustified(6), address, request.section(u' ', 1))
+                   .arg(status);
+    }
+    sample.waitingLine = u"%1  %2  %3"_s.arg(QTime::currentTime().toString(u"HH:mm:ss"_s),
+                                             sample.type().leftJustified(typeWidth), line);
+}
+
+void SampleStand::show(Sample &sample, const QString &fate, bool isGood)
+{
+    if (sample.waitingLine.isEmpty())
+        sample.waitingLine = u"%1  %2  %3"_s.arg(QTime::currentTime().toString(u"HH:mm:ss"_s),
+                                                 sample.type().leftJustified(typeWidth),
+                                                 say(u"(без запроса)"_s, u"(no request)"_s));
+    print(sample.waitingLine + u" -> "_s + coloured(fate, isGood));
+    sample.waitingLine.clear();
+}
+
+bool SampleStand::sayEnd() const
+{
+    QSet<QString> types;
+    QSet<QString> failed;
+    for (const auto &sample : samples) {
+        types.insert(sample->type());
+        if (!sample->isDelivered)
+            failed.insert(sample->type());
+    }
+    print(coloured(
+        say(u"Доставлено типов сообщений: %1 из %2"_s, u"Message types delivered: %1 of %2"_s)
+            .arg(types.size() - failed.size())
+            .arg(types.size()),
+        failed.isEmpty()));
+    if (failed.isEmpty())
+        return true;
+    QStringList names(failed.cbegin(), failed.cend());
+    names.sort();
+    print(say(u"Не доставлены: %1"_s, u"Not delivered: %1"_s).arg(names.join(u", "_s)));
+    return false;
+}
+
+} // namespace stand
