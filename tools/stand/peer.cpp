@@ -159,11 +159,17 @@ void Peer::down()
 {
     server.reset();
     reservation.refuse();
+    dropCallers();
+}
+
+void Peer::dropCallers()
+{
     for (const ConnectionPointer &connection : std::as_const(connections)) {
         connection->socket->disconnect(this);
         connection->socket->abort();
     }
     connections.clear();
+    held.clear();
 }
 
 void Peer::release()

@@ -43,6 +43,8 @@ public:
 
     /// Takes in what callers that are gone have left behind. Call when no caller lives any more.
     void drain();
+    /// Forgets the callers, and the replies that were held for them.
+    void dropCallers();
     int arrived() const;
     bool isComplete() const;
     /// What arrived wrongly, too much or not at all.

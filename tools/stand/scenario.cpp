@@ -250,11 +250,16 @@ Step readStep(ObjectReader reader, const QJsonValue &messageTemplate, const Outc
         default:
             step.subject = reader.neededText(name);
         }
+        const QString companion = kind == Step::Kind::Ask        ? u"answer"_s
+                                  : kind == Step::Kind::AwaitLog ? u"count"_s
+                                                                 : QString();
         if (kind == Step::Kind::Ask)
-            step.answer = reader.value(u"answer"_s);
+            step.answer = reader.value(companion);
+        if (kind == Step::Kind::AwaitLog)
+            step.count = reader.number(companion, 1);
         // Only what belongs to this kind of step may stand beside it.
         for (const QString &key : reader.keys()) {
-            if (key != name && !(kind == Step::Kind::Ask && key == u"answer"))
+            if (key != name && key != companion)
                 reader.complain(key, u"does not belong to a step '%1'"_s.arg(name));
         }
         return step;

@@ -117,6 +117,8 @@ struct Step
     Kind kind = Kind::Pass;
     /// The message type, the peer, the path of the question, or the log record to wait for.
     QString subject;
+    /// How many such log records to wait for.
+    int count = 1;
     QueuedMessage message;
     QJsonValue answer;
     QMap<QString, QString> files;

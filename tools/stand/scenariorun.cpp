@@ -108,7 +108,8 @@ void ScenarioRun::writeSettings()
     QMap<QString, QString> &queue = settings[u"queue"_s];
     if (!queue.contains(u"timeout"_s))
         queue.insert(u"timeout"_s, QString::number(noPollSeconds));
-    queue.insert(u"port"_s, QString::number(controlPort.port()));
+    if (!queue.contains(u"port"_s))
+        queue.insert(u"port"_s, QString::number(controlPort.port()));
     QString text = options.serverSettings;
     for (auto section = settings.cbegin(); section != settings.cend(); ++section) {
         text += u"\n[%1]\n"_s.arg(section.key());
@@ -201,8 +202,9 @@ bool ScenarioRun::perform(const Step &step)
         const TextPattern wanted(step.subject);
         const auto hasCome = [&] {
             const QList<LogRecord> &log = service->log();
-            return std::any_of(log.cbegin(), log.cend(),
-                               [&](const LogRecord &it) { return wanted.matches(it.line()); });
+            return std::count_if(log.cbegin(), log.cend(),
+                                 [&](const LogRecord &it) { return wanted.matches(it.line()); })
+                   >= step.count;
         };
         waitUntil([&] { return service->hasEnded() || hasCome(); });
         return hasCome() || fail(u"the log never said: %1"_s.arg(step.subject));
@@ -212,6 +214,7 @@ bool ScenarioRun::perform(const Step &step)
         return true;
     case Step::Kind::Terminate: {
         service->terminate();
+        isTerminated = true;
         const auto isSeen = [&] {
             const QList<LogRecord> &log = service->log();
             return std::any_of(log.cbegin(), log.cend(), [](const LogRecord &it) {
@@ -287,14 +290,19 @@ bool ScenarioRun::restart(bool orderly)
     } else {
         service->kill();
         waitUntil([&] { return service->hasEnded(); });
+        for (const auto &[name, peer] : peers) {
+            peer->drain();
+            peer->dropCallers();
+        }
     }
     return startService();
 }
 
 bool ScenarioRun::stopService()
 {
-    if (!service->hasEnded())
+    if (!service->hasEnded() && !isTerminated)
         service->terminate();
+    isTerminated = false;
     if (!waitUntil([&] { return service->hasEnded(); }))
         return fail(u"the service did not end after the signal to do so"_s);
     const QString fault = service->endFault();

@@ -85,6 +85,8 @@ private:
     std::unique_ptr<MessageTable> table;
     std::unique_ptr<ServiceProcess> service;
     QList<Written> written;
+    /// The signal to end has been sent and is not to be sent twice.
+    bool isTerminated = false;
     QStringList findings;
 };
 
