@@ -101,6 +101,10 @@ QString shortened(const QString &text)
     QString result = text.left(longestText);
     result.replace(u'\n', u"\\n"_s);
     result.replace(u'\r', u"\\r"_s);
+    for (QChar &letter : result) {
+        if (letter < u' ')
+            letter = u'\ufffd';
+    }
     if (text.size() > longestText)
         result += u"… (%1 characters)"_s.arg(text.size());
     return result.isEmpty() ? u"(empty)"_s : result;

@@ -1,5 +1,7 @@
 #include "tools/stand/peer.h"
 
+#include "tools/stand/authority.h"
+
 #include <QCoreApplication>
 #include <QSslCertificate>
 #include <QSslConfiguration>
@@ -130,17 +132,10 @@ QString Peer::address(PeerScript::Kind kind, quint16 port)
     return place;
 }
 
-void Peer::setIdentity(const QByteArray &newCertificate, const QByteArray &newKey,
-                       const QByteArray &newAuthority)
-{
-    certificate = newCertificate;
-    key = newKey;
-    authority = newAuthority;
-}
-
-void Peer::play(const PeerScript &newScript)
+void Peer::play(const PeerScript &newScript, const Authority *newAuthority)
 {
     script = newScript;
+    authority = newAuthority;
     used = QList<bool>(script.exchanges.size(), false);
     if (script.listening)
         up();
@@ -247,9 +242,9 @@ void Peer::accept(qintptr descriptor)
     });
     if (script.kind == PeerScript::Kind::Https) {
         QSslConfiguration configuration = socket->sslConfiguration();
-        configuration.setLocalCertificate(QSslCertificate(certificate));
-        configuration.setPrivateKey(QSslKey(key, QSsl::Rsa));
-        configuration.setCaCertificates(QSslCertificate::fromData(authority));
+        configuration.setLocalCertificate(QSslCertificate(authority->serverCertificate()));
+        configuration.setPrivateKey(QSslKey(authority->serverKey(), QSsl::Ec));
+        configuration.setCaCertificates(QSslCertificate::fromData(authority->certificate()));
         configuration.setPeerVerifyMode(script.wantsClientCertificate ? QSslSocket::VerifyPeer
                                                                       : QSslSocket::VerifyNone);
         socket->setSslConfiguration(configuration);

@@ -12,6 +12,8 @@
 
 namespace stand {
 
+class Authority;
+
 /// An outside service on a port of 127.0.0.1 that plays a script and remembers what it was told.
 /// Its port is given at once, so that settings can name it; the script follows.
 /// Thread: the one that made it, whose event loop must run.
@@ -28,11 +30,9 @@ public:
     /// `http://127.0.0.1:port`, for TCP `127.0.0.1:port`.
     static QString address(PeerScript::Kind kind, quint16 port);
 
-    /// Certificate and key for Https, in PEM, and the authority of the callers' certificates.
-    void setIdentity(const QByteArray &certificate, const QByteArray &key,
-                     const QByteArray &authority);
-    /// Takes the script and listens, unless the script says otherwise.
-    void play(const PeerScript &script);
+    /// Takes the script and listens, unless the script says otherwise. For Https `authority` vouches
+    /// for us and tells whose callers to trust; it must outlive the peer.
+    void play(const PeerScript &script, const Authority *authority = nullptr);
 
     void up();
     /// Refuses callers from now on and drops those that are there.
@@ -72,9 +72,7 @@ private:
     PortReservation reservation;
     std::unique_ptr<Server> server;
     PeerScript script;
-    QByteArray certificate;
-    QByteArray key;
-    QByteArray authority;
+    const Authority *authority = nullptr;
     QList<ConnectionPointer> connections;
     QList<std::function<void()>> held;
     QList<bool> used;

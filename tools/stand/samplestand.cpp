@@ -1,5 +1,6 @@
 #include "tools/stand/samplestand.h"
 
+#include "tools/stand/authority.h"
 #include "tools/stand/scenarioerror.h"
 #include "tools/stand/waiting.h"
 
@@ -122,7 +123,9 @@ void SampleStand::writeSettings()
 
     QMap<QString, QMap<QString, QString>> settings;
     for (const ScenarioSource &source : std::as_const(sources)) {
-        const Scenario scenario = source.scenario(placesOf(source, root, ports));
+        Scenario scenario = source.scenario(placesOf(source, root, ports));
+        if (scenario.hasTls())
+            scenario.settings[u"network"_s].insert(u"caFile"_s, openAuthority().file());
         for (auto section = scenario.settings.begin(); section != scenario.settings.end();
              ++section) {
             for (auto setting = section->begin(); setting != section->end(); ++setting) {
@@ -135,6 +138,9 @@ void SampleStand::writeSettings()
         }
         for (auto file = scenario.files.begin(); file != scenario.files.end(); ++file)
             writeFile(root + file.key(), file->toUtf8());
+        for (auto entry = scenario.certificates.cbegin(); entry != scenario.certificates.cend();
+             ++entry)
+            openAuthority().writeClientCertificate(root + entry.key(), entry.value());
     }
     QString text = u"; Where the stand plays the outside services.\n"_s;
     for (auto section = settings.cbegin(); section != settings.cend(); ++section) {
@@ -144,6 +150,13 @@ void SampleStand::writeSettings()
     }
     writeFile(root + u"/tallocash/cash/conf/10-stand.ini"_s, text.toUtf8());
     writeFile(portsFile(root), QJsonDocument(portsObject).toJson());
+}
+
+const Authority &SampleStand::openAuthority()
+{
+    if (!authority)
+        authority = std::make_unique<Authority>(root + u"/stand-authority"_s);
+    return *authority;
 }
 
 QMap<QString, quint16> SampleStand::readPorts() const
@@ -184,7 +197,8 @@ void SampleStand::startPeers()
                              [this, shown, script](const QString &request, int status) {
                                  showExchange(*shown, script, request, status);
                              });
-            peer->play(script);
+            const bool hasTls = script.kind == PeerScript::Kind::Https;
+            peer->play(script, hasTls ? &openAuthority() : nullptr);
         }
         typeWidth = std::max(typeWidth, sample->type().size());
         samples.push_back(std::move(sample));

@@ -44,6 +44,8 @@ private:
     };
 
     QMap<QString, quint16> readPorts() const;
+    /// Made at its first use: most samples need none.
+    const Authority &openAuthority();
     void startPeers();
     void putMessages();
     void look();
@@ -53,6 +55,7 @@ private:
 
     QString root;
     QList<ScenarioSource> sources;
+    std::unique_ptr<Authority> authority;
     std::vector<std::unique_ptr<Sample>> samples;
     std::unique_ptr<MessageTable> table;
     qsizetype typeWidth = 0;

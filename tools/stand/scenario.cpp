@@ -354,6 +354,12 @@ QJsonValue merged(const QJsonValue &base, const QJsonValue &patch)
     return result;
 }
 
+bool Scenario::hasTls() const
+{
+    return std::any_of(peers.cbegin(), peers.cend(),
+                       [](const PeerScript &peer) { return peer.kind == PeerScript::Kind::Https; });
+}
+
 QStringList placeNames(const QList<PeerScript> &peers)
 {
     QStringList result{u"root"_s, u"nobody"_s, u"nobody.port"_s};
@@ -425,6 +431,15 @@ Scenario ScenarioSource::parse(const QJsonObject &expandedContent) const
     for (const QString &section : sections)
         result.settings.insert(section, readTexts(settings.object(section)));
     result.files = readFiles(reader.object(u"files"_s));
+    ObjectReader certificates = reader.object(u"certificates"_s);
+    const QStringList paths = certificates.keys();
+    for (const QString &path : paths) {
+        if (!path.startsWith(u'/'))
+            certificates.complain(path, u"the path of a file begins with a slash"_s);
+        ObjectReader certificate = certificates.object(path);
+        result.certificates.insert(path, certificate.text(u"password"_s));
+        certificate.end();
+    }
     result.environment = readTexts(reader.object(u"environment"_s));
     result.cards = readCards(reader, u"cards"_s);
     if (reader.has(u"cardsAfter"_s))

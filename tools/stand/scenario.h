@@ -136,6 +136,8 @@ struct Scenario
     QMap<QString, QMap<QString, QString>> settings;
     /// Files of the till by path, as the service names them.
     QMap<QString, QString> files;
+    /// Client certificates of the stand's authority: passwords by path.
+    QMap<QString, QString> certificates;
     QMap<QString, QString> environment;
     QList<CardRow> cards;
     std::optional<QList<CardRow>> cardsAfter;
@@ -147,6 +149,8 @@ struct Scenario
     QStringList log;
     /// Texts that must appear nowhere in the log.
     QStringList logNever;
+
+    bool hasTls() const;
 };
 
 /// A scenario as it stands in its file, the defaults put in, before a run gives it its places.

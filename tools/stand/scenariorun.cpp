@@ -1,5 +1,6 @@
 #include "tools/stand/scenariorun.h"
 
+#include "tools/stand/authority.h"
 #include "tools/stand/scenarioerror.h"
 #include "tools/stand/waiting.h"
 
@@ -75,14 +76,22 @@ void ScenarioRun::setUp()
         peers.emplace(script.name, std::move(peer));
     }
     scenario = source.scenario(places);
+    const Authority *authority = nullptr;
+    if (scenario.hasTls() || !scenario.certificates.isEmpty())
+        authority = &Authority::shared();
+    if (scenario.hasTls() && !scenario.settings[u"network"_s].contains(u"caFile"_s))
+        scenario.settings[u"network"_s].insert(u"caFile"_s, authority->file());
     for (const PeerScript &script : std::as_const(scenario.peers))
-        peers.at(script.name)->play(script);
+        peers.at(script.name)->play(script, authority);
 
     for (const QString &path : {u"/tallocash/cash/conf/tcash.ini.d/puppet"_s,
                                 u"/tallocash/cash/queue/config/queue.d"_s, u"/tmp"_s})
         QDir().mkpath(folder.path() + path);
     writeSettings();
     writeFiles(scenario.files);
+    for (auto entry = scenario.certificates.cbegin(); entry != scenario.certificates.cend();
+         ++entry)
+        authority->writeClientCertificate(folder.path() + entry.key(), entry.value());
 
     DatabasePlace place = options.server;
     place.file = folder.path() + u"/tallocash/cash/queue/queues.db"_s;

@@ -48,6 +48,7 @@ ServiceProcess::ServiceProcess(const QString &program, const QString &root,
         variables.remove(name);
     variables.insert(u"QUEUE_ROOT"_s, root);
     variables.insert(u"LOG4QT_CONFIGURATION"_s, properties);
+    variables.insert(u"TMPDIR"_s, root + u"/tmp"_s);
     variables.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
     variables.insert(u"QT_FORCE_STDERR_LOGGING"_s, u"1"_s);
     for (auto variable = environment.begin(); variable != environment.end(); ++variable)
