@@ -1,0 +1,211 @@
+#include "tools/stand/peer.h"
+#include "tools/stand/waiting.h"
+
+#include <QTcpSocket>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using namespace stand;
+
+/// A caller that speaks to the peer byte by byte.
+class Caller
+{
+public:
+    explicit Caller(const Peer &peer) { socket.connectToHost(u"127.0.0.1"_s, peer.port()); }
+
+    /// Sends the bytes and waits until the connection has ended or `enough` has arrived.
+    QByteArray exchange(const QByteArray &bytes, const QByteArray &enough = "\r\n\r\n")
+    {
+        socket.write(bytes);
+        QByteArray received;
+        waitUntil([&] {
+            received += socket.readAll();
+            return received.contains(enough) || isClosed();
+        });
+        return received;
+    }
+    bool isClosed() const { return socket.state() == QAbstractSocket::UnconnectedState; }
+
+    QTcpSocket socket;
+};
+
+class TestPeer : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void playsRepliesInOrder();
+    void playsRepliesInAnyOrder();
+    void failures_data();
+    void failures();
+    void holdsReplies();
+    void refusesWhileDown();
+    void tellsWhatNeverCame();
+    void takesWhatTcpCallersLeft();
+    void reservedPortRefuses();
+};
+
+namespace {
+
+Exchange exchange(const QString &line, int status)
+{
+    Exchange result;
+    result.request = line;
+    result.reply.status = status;
+    return result;
+}
+
+PeerScript script(const QList<Exchange> &exchanges)
+{
+    PeerScript result;
+    result.name = u"http"_s;
+    result.exchanges = exchanges;
+    return result;
+}
+
+QByteArray get(const QByteArray &path)
+{
+    return "GET " + path + " HTTP/1.1\r\nHost: x\r\n\r\n";
+}
+
+} // namespace
+
+void TestPeer::playsRepliesInOrder()
+{
+    Peer peer;
+    peer.play(script({exchange(u"GET /a"_s, 200), exchange(u"GET /b"_s, 201)}));
+    Caller caller(peer);
+    QVERIFY(caller.exchange(get("/a")).startsWith("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n"));
+    QVERIFY(caller.exchange(get("/c")).startsWith("HTTP/1.1 201 "));
+    QVERIFY(caller.exchange(get("/d")).startsWith("HTTP/1.1 500 "));
+    QCOMPARE(peer.arrived(), 3);
+    QVERIFY(peer.isComplete());
+    QCOMPARE(peer.findings(),
+             (QStringList{u"peer http, request 2: request line\n  - GET /b\n  + GET /c"_s,
+                          u"peer http: request 3 was not expected:\nGET /d\nHost: x\n(empty)"_s}));
+}
+
+void TestPeer::playsRepliesInAnyOrder()
+{
+    PeerScript any = script({exchange(u"GET /a"_s, 200), exchange(u"GET /b"_s, 201)});
+    any.anyOrder = true;
+    Peer peer;
+    peer.play(any);
+    Caller caller(peer);
+    QVERIFY(caller.exchange(get("/b")).startsWith("HTTP/1.1 201 "));
+    QVERIFY(caller.exchange(get("/a")).startsWith("HTTP/1.1 200 "));
+    QCOMPARE(peer.findings(), QStringList());
+}
+
+void TestPeer::failures_data()
+{
+    QTest::addColumn<Reply>("reply");
+    QTest::addColumn<QByteArray>("received");
+
+    Reply reply;
+    reply.manner = Reply::Manner::Close;
+    QTest::newRow("close") << reply << QByteArray();
+    reply.manner = Reply::Manner::Reset;
+    QTest::newRow("reset") << reply << QByteArray();
+    reply.manner = Reply::Manner::Raw;
+    reply.body = "no HTTP";
+    QTest::newRow("raw") << reply << QByteArray("no HTTP");
+    reply.manner = Reply::Manner::Answer;
+    reply.cutAfter = 3;
+    QTest::newRow("cut off") << reply
+                             << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 7\r\n\r\nno ");
+}
+
+void TestPeer::failures()
+{
+    QFETCH(Reply, reply);
+    Exchange failing = exchange(u"GET /"_s, 200);
+    failing.reply = reply;
+    Peer peer;
+    peer.play(script({failing}));
+    Caller caller(peer);
+    QTEST(caller.exchange(get("/"), "never"), "received");
+    QVERIFY(caller.isClosed());
+    QCOMPARE(caller.socket.error(), QAbstractSocket::RemoteHostClosedError);
+    QCOMPARE(peer.findings(), QStringList());
+}
+
+void TestPeer::holdsReplies()
+{
+    Exchange held = exchange(u"GET /"_s, 200);
+    held.reply.held = true;
+    Peer peer;
+    peer.play(script({held}));
+    Caller caller(peer);
+    caller.socket.write(get("/"));
+    QVERIFY(waitUntil([&] { return peer.heldReplies() == 1; }));
+    QCOMPARE(caller.socket.bytesAvailable(), 0);
+    peer.release();
+    QVERIFY(caller.exchange({}).startsWith("HTTP/1.1 200 OK"));
+    QCOMPARE(peer.heldReplies(), 0);
+}
+
+void TestPeer::refusesWhileDown()
+{
+    PeerScript asleep = script({exchange(u"GET /"_s, 200)});
+    asleep.listening = false;
+    Peer peer;
+    peer.play(asleep);
+    for (int round = 0; round < 2; ++round) {
+        Caller refused(peer);
+        QVERIFY(waitUntil([&] { return refused.isClosed(); }));
+        QCOMPARE(refused.socket.error(), QAbstractSocket::ConnectionRefusedError);
+        peer.up();
+        Caller served(peer);
+        const QByteArray reply = served.exchange(get("/"));
+        QVERIFY2(reply.startsWith(round == 0 ? "HTTP/1.1 200" : "HTTP/1.1 500"), reply.constData());
+        peer.down();
+        QVERIFY(waitUntil([&] { return served.isClosed(); }));
+    }
+}
+
+void TestPeer::tellsWhatNeverCame()
+{
+    Peer peer;
+    peer.play(script({exchange(u"GET /a"_s, 200), exchange(u"GET /b"_s, 200)}));
+    Caller caller(peer);
+    caller.exchange(get("/a"));
+    QVERIFY(!peer.isComplete());
+    QCOMPARE(peer.findings(), QStringList{u"peer http: exchange 2 never came: GET /b"_s});
+}
+
+void TestPeer::takesWhatTcpCallersLeft()
+{
+    Exchange first;
+    first.body = u"frame 1"_s;
+    Exchange second;
+    second.body = u"frame 2"_s;
+    PeerScript feed = script({first, second});
+    feed.kind = PeerScript::Kind::Tcp;
+    feed.greeting = "ready";
+    Peer peer;
+    peer.play(feed);
+    const QList<QByteArray> frames{"frame 1", "frame X", "frame 3"};
+    for (const QByteArray &frame : frames) {
+        Caller caller(peer);
+        QCOMPARE(caller.exchange(frame, "ready"), "ready");
+        caller.socket.disconnectFromHost();
+        waitUntil([&] { return caller.isClosed(); });
+    }
+    peer.drain();
+    QCOMPARE(peer.findings(),
+             (QStringList{u"peer http, connection 2: body\n  - frame 2\n  + frame X"_s,
+                          u"peer http: connection 3 was not expected, it brought: frame 3"_s}));
+}
+
+void TestPeer::reservedPortRefuses()
+{
+    const PortReservation reservation;
+    QTcpSocket socket;
+    socket.connectToHost(u"127.0.0.1"_s, reservation.port());
+    QVERIFY(waitUntil([&] { return socket.state() == QAbstractSocket::UnconnectedState; }));
+    QCOMPARE(socket.error(), QAbstractSocket::ConnectionRefusedError);
+}
+
+QTEST_GUILESS_MAIN(TestPeer)
+#include "tst_peer.moc"
