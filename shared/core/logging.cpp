@@ -17,10 +17,10 @@ namespace {
 
 QString configurationFile()
 {
-    QString named = qEnvironmentVariable("LOG4QT_CONFIGURATION");
+    const QString named = qEnvironmentVariable("LOG4QT_CONFIGURATION");
     if (!named.isEmpty())
         return named;
-    QString usual = rootedPath(u"/tallocash/cash/queue/config/log4qt.properties"_s);
+    const QString usual = rootedPath(u"/tallocash/cash/queue/config/log4qt.properties"_s);
     return QFile::exists(usual) ? usual : QString();
 }
 
