@@ -31,7 +31,8 @@ struct ExchangeOutcome;
 /// to reach without it. Proxies that the environment names are not used.
 ///
 /// Headers: those given replace what the client would send by itself, except Content-Length,
-/// Transfer-Encoding and Expect, which follow from the body. Line breaks in a value become spaces.
+/// Transfer-Encoding and Expect, which follow from the body. Line breaks in a value become spaces; a
+/// header whose name HTTP does not allow is left out.
 ///
 /// Thread: the one that made it. Made through MockFactory.
 class RestClient : public QObject
