@@ -75,6 +75,9 @@ int main(int argc, char **argv)
         options.server.user = server->user();
         options.server.password = server->password();
         options.serverSettings = server->settings();
+        options.clearServer = [&server] {
+            server->run(u"TRUNCATE queues.message; TRUNCATE queues.documentcard"_s);
+        };
     }
     const QString database = server ? u"mariadb"_s : u"sqlite"_s;
 

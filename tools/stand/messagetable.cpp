@@ -72,19 +72,6 @@ void MessageTable::createTables()
     }
 }
 
-void MessageTable::clear()
-{
-    if (place.driver == u"QSQLITE") {
-        query(u"DELETE FROM message"_s);
-        query(u"DELETE FROM documentcard"_s);
-        query(u"DELETE FROM sqlite_sequence"_s);
-        return;
-    }
-    query(u"DELETE FROM message"_s);
-    query(u"ALTER TABLE message AUTO_INCREMENT = 1"_s);
-    query(u"DELETE FROM documentcard"_s);
-}
-
 int MessageTable::put(const QueuedMessage &message)
 {
     query(

@@ -42,8 +42,6 @@ public:
 
     /// Runs the schema for SQLite, for a file that the service has not made yet.
     void createTables();
-    /// Takes all rows out and lets the numbers begin at 1 again.
-    void clear();
 
     /// Writes a row and returns its id.
     int put(const QueuedMessage &message);

@@ -17,32 +17,65 @@ namespace stand {
 
 namespace {
 
+void setReuse(int descriptor, bool reuse)
+{
+    const int value = reuse ? 1 : 0;
+    ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &value, sizeof(value));
+}
+
 [[noreturn]] void fail(quint16 port)
 {
     throw ScenarioError(
         u"port %1 of 127.0.0.1: %2"_s.arg(port).arg(QString::fromUtf8(std::strerror(errno))));
 }
 
-} // namespace
-
-PortReservation::PortReservation(quint16 port)
+/// Port 0: the system's choice, and nobody else's. A given port may be in use by a socket that
+/// allows it, and by connections of the past.
+int bindSocket(quint16 port)
 {
-    descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof(address);
-    if (port != 0) {
-        // A port that was used a moment ago is free again, though old connections still fade out.
-        const int on = 1;
-        ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
-    }
-    auto *generic = reinterpret_cast<sockaddr *>(&address);
-    if (descriptor < 0 || ::bind(descriptor, generic, size) != 0
-        || ::getsockname(descriptor, generic, &size) != 0)
+    setReuse(descriptor, port != 0);
+    if (::bind(descriptor, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0) {
+        const int reason = errno;
+        ::close(descriptor);
+        errno = reason;
         fail(port);
-    port_ = ntohs(address.sin_port);
+    }
+    return descriptor;
+}
+
+quint16 portOf(int descriptor)
+{
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    if (::getsockname(descriptor, reinterpret_cast<sockaddr *>(&address), &size) != 0)
+        fail(0);
+    return ntohs(address.sin_port);
+}
+
+} // namespace
+
+PortReservation::PortReservation(quint16 port)
+{
+    // The system chooses a free port for the first socket. The second one asks for it by number:
+    // only then does the port stay ours when the socket listens and stops listening.
+    const int chooser = port == 0 ? bindSocket(0) : -1;
+    port_ = port == 0 ? portOf(chooser) : port;
+    if (chooser >= 0)
+        setReuse(chooser, true);
+    try {
+        descriptor = bindSocket(port_);
+    } catch (const ScenarioError &) {
+        ::close(chooser);
+        throw;
+    }
+    if (chooser >= 0)
+        ::close(chooser);
+    setReuse(descriptor, false);
 }
 
 PortReservation::~PortReservation()
@@ -57,6 +90,7 @@ quint16 PortReservation::port() const
 
 int PortReservation::listen()
 {
+    setReuse(descriptor, true); // connections of the former time may still fade out
     if (::listen(descriptor, 50) != 0)
         fail(port_);
     return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
@@ -69,10 +103,9 @@ void PortReservation::refuse()
 
 void PortReservation::lend()
 {
-    // A second socket may listen here once both allow it. Set after bind(), it took no part in the
-    // choice of the port, so the system keeps the port out of everybody else's choice.
-    const int on = 1;
-    ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+    // A second socket may listen here once both allow it. As long as the first one did not, the
+    // system kept the port out of everybody else's choice.
+    setReuse(descriptor, true);
 }
 
 } // namespace stand

@@ -101,7 +101,7 @@ void ScenarioRun::setUp()
     if (place.socket.isEmpty())
         table->createTables();
     else
-        table->clear();
+        options.clearServer();
     for (const CardRow &card : std::as_const(scenario.cards))
         table->putCard(card);
     for (const QueuedMessage &message : std::as_const(scenario.messages))

@@ -8,6 +8,7 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -22,6 +23,8 @@ struct RunOptions
     DatabasePlace server;
     /// The settings that lead the service there.
     QString serverSettings;
+    /// Empties the server's tables and lets their numbers begin at 1 again.
+    std::function<void()> clearServer;
 };
 
 struct RunResult

@@ -59,7 +59,7 @@ void TestScenario::complaints_data()
                             << u"FILE: scenarios[0] \"n\": "_s + complaint;
     };
     // clang-format off
-    QTest::newRow("no JSON") << QByteArray("{\n\"scenarios\": [}\n") << u"FILE:2: illegal value"_s;
+    QTest::newRow("no JSON") << QByteArray("{\n\"scenarios\": 1,}\n") << u"FILE:2: object is missing after a comma"_s;
     QTest::newRow("no object") << QByteArray("[]") << u"FILE: : an object is wanted here, not a list"_s;
     QTest::newRow("no scenarios") << QByteArray("{}") << u"FILE: scenarios: there must be one at least"_s;
     QTest::newRow("unknown key of the file") << QByteArray(R"({"scenarios": [{"name": "n"}], "default": {}})")
