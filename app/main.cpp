@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QSettings>
 #include <QTextCodec>
+#include <QThreadPool>
 
 #include <cstdlib>
 #include <exception>
@@ -39,6 +40,20 @@ namespace {
     std::abort();
 }
 
+/// Lives from the start to the signal that ends the service. A delivery may then still be under way.
+int serve()
+{
+    ServiceNotifier notifier;
+    Queue queue;
+    signalhandler::setAddittionalHandler([&queue, &notifier] {
+        queue.stop();
+        notifier.stopping();
+    });
+    queue.start();
+    notifier.ready();
+    return QCoreApplication::exec();
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -57,13 +72,9 @@ int main(int argc, char **argv)
     signalhandler::initSignalHandlers();
     signalhandler::setNeedCheckExitCode(false);
 
-    ServiceNotifier notifier;
-    Queue queue;
-    signalhandler::setAddittionalHandler([&queue, &notifier] {
-        queue.stop();
-        notifier.stopping();
-    });
-    queue.start();
-    notifier.ready();
-    return QCoreApplication::exec();
+    const int result = serve();
+    // Qt closes all database connections before it waits for the workers of its pool, and a delivery
+    // that ends in between could not delete its message, which would go out once more.
+    QThreadPool::globalInstance()->waitForDone();
+    return result;
 }
