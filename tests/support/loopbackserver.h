@@ -2,13 +2,13 @@
 
 #include <QByteArray>
 #include <QList>
-#include <QMutex>
 #include <QString>
-#include <QThread>
 #include <QUrl>
-#include <QWaitCondition>
 
-#include <memory>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <thread>
 
 /// Listens on a free port of 127.0.0.1 in a thread of its own, records the HTTP requests that arrive
 /// and plays one scripted reply for each, byte for byte. Without a script it answers 200 with an empty
@@ -96,8 +96,8 @@ private:
     class Worker;
     struct State
     {
-        mutable QMutex mutex;
-        mutable QWaitCondition changed;
+        mutable std::mutex mutex;
+        mutable std::condition_variable changed;
         QList<Reply> script;
         QList<Request> requests;
         QByteArray received;
@@ -105,8 +105,14 @@ private:
         int openConnectionCount = 0;
     };
 
+    void serve();
+    /// Has the server's thread do this, and waits until it is done.
+    void order(const std::function<void(Worker &)> &work);
+
     State state;
-    QThread thread;
-    std::unique_ptr<Worker> worker;
+    std::function<void(Worker &)> ordered;
+    bool isServing = false;
     int port_ = 0;
+    int orders[2] = {-1, -1};
+    std::thread thread;
 };
