@@ -278,8 +278,8 @@ void SampleStand::look()
         sample->isDone = true;
         sample->isDelivered = isGone && findings.isEmpty();
         show(*sample,
-             isGone ? say(u"удалено из очереди"_s, u"removed"_s)
-                    : say(u"осталось в очереди"_s, u"kept"_s),
+             sample->isDelivered ? say(u"удалено из очереди"_s, u"removed"_s)
+                                 : say(u"не так, как в образце"_s, u"not as the sample tells"_s),
              sample->isDelivered);
         for (const QString &finding : findings)
             print(u"    "_s + QString(finding).replace(u'\n', u"\n    "_s));

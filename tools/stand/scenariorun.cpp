@@ -389,8 +389,14 @@ void ScenarioRun::compareCards()
         return;
     const auto lines = [](const QList<CardRow> &cards) {
         QStringList result;
-        for (const CardRow &card : cards)
-            result.append(card.values().join(u" | "_s));
+        for (const CardRow &card : cards) {
+            QStringList columns;
+            for (auto column = card.begin(); column != card.end(); ++column) {
+                if (!column->isEmpty())
+                    columns.append(column.key() + u'=' + *column);
+            }
+            result.append(columns.join(u", "_s));
+        }
         return result;
     };
     const QStringList expected = lines(*scenario.cardsAfter);

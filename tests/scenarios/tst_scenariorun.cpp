@@ -1,0 +1,114 @@
+#include "tools/stand/scenarioerror.h"
+#include "tools/stand/scenariorun.h"
+
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using namespace stand;
+
+/// Scenarios that tell the wrong story about the real service: each must be found out.
+class TestScenarioRun : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void wrongStories_data();
+    void wrongStories();
+    void serviceThatDoesNotStart();
+    void serviceThatIsNotThere();
+
+private:
+    RunResult run(const QByteArray &scenario, const QString &program);
+
+    QTemporaryDir folder;
+    const QString service = qEnvironmentVariable("QUEUE_PROGRAM", QStringLiteral(QUEUE_PROGRAM));
+};
+
+RunResult TestScenarioRun::run(const QByteArray &scenario, const QString &program)
+{
+    // One message, which is delivered; each scenario then differs in one point.
+    static const QByteArray defaults = R"({
+        "message": {"type": "heineken", "cardnumber": "c", "body": {"url": "{{http}}/a", "body": "1"}},
+        "exchange": {"request": "POST /a", "body": "1", "reply": 200}})";
+    QFile file(folder.filePath(u"story.json"_s));
+    if (!file.open(QIODevice::WriteOnly)
+        || file.write("{\"defaults\": " + defaults + ", \"scenarios\": [" + scenario + "]}") < 0)
+        qFatal("%s", qPrintable(file.errorString()));
+    file.close();
+    RunOptions options;
+    options.program = program;
+    return ScenarioRun(loadScenarios(file.fileName()).first(), options).run();
+}
+
+void TestScenarioRun::wrongStories_data()
+{
+    QTest::addColumn<QByteArray>("difference");
+    QTest::addColumn<QStringList>("findings");
+
+    const auto row = [](const char *name, const char *difference, const QStringList &findings) {
+        QTest::newRow(name) << QByteArray(difference) << findings;
+    };
+    const QString failure =
+        u"ERROR [heineken] Ошибка при отправке сообщения: Сервер ответил ошибкой, код состояния HTTP 500"_s;
+    row("the true story", R"("outcome": "removed")", {});
+    row("told kept, is removed", R"("outcome": "kept")",
+        {u"message 1 of type heineken is gone from the table"_s});
+    row("told removed, is kept; an error that is not told", R"("exchange": {"reply": 500})",
+        {u"message 1 of type heineken is still in the table"_s,
+         u"the log says what the scenario does not tell: "_s + failure});
+    row("another body arrives", R"("exchange": {"body": "2"})",
+        {u"peer http, request 1: body\n  - 2\n  + 1"_s});
+    row("a header arrives that is not told", R"("exchange": {"headers": {"A": "b"}})",
+        {u"peer http, request 1: header A\n  - b\n  + (not there)"_s});
+    row("a request that does not come", R"("exchanges": [{}, {"request": "PUT /b"}])",
+        {u"peer http: exchange 2 never came: PUT /b"_s});
+    row("a line that the log does not have",
+        R"("log": ["INFO [heineken] Отправка сообщения 1", "INFO [heineken] Отправка сообщения 1"])",
+        {u"the log does not say: INFO [heineken] Отправка сообщения 1"_s});
+    row("a text that the log has", R"("logNever": ["Удаление сообщения {{digits}}"])",
+        {u"the log must not say 'Удаление сообщения {{digits}}', but says: INFO [heineken] Удаление сообщения 1"_s});
+    row("another answer of the control interface",
+        R"("steps": [{"ask": "/db_errors_count", "answer": {"errorsCount": 1}}])",
+        {u"steps[0]: /db_errors_count.errorsCount\n  - 1\n  + 0"_s});
+    row("a pass of a type that nobody serves", R"("steps": [{"pass": "nosuchtype"}])",
+        {u"steps[0]: /start/nosuchtype/0 was answered: Не удалось запустить обработчик"_s});
+    row("a release of nothing", R"("steps": [{"release": "http"}])",
+        {u"steps[0]: no request waits at peer http"_s});
+    row("a card that is not there", R"("cards": [{"id": 7}], "cardsAfter": [])",
+        {u"documentcard\n  - (none)\n  + id=7"_s});
+    row("kept with another status code",
+        R"("exchange": {"reply": 500}, "outcome": {"keptWithStatuscode": "1"},
+           "log": ["ERROR [heineken] {{any}}"])",
+        {u"message 1 of type heineken: statuscode\n  - 1\n  + "_s});
+}
+
+void TestScenarioRun::wrongStories()
+{
+    QFETCH(QByteArray, difference);
+    const RunResult result = run("{\"name\": \"n\", " + difference + "}", service);
+    QTEST(result.findings, "findings");
+    QVERIFY(result.log.contains(u"INFO [queue] Запуск обработчиков"_s));
+}
+
+void TestScenarioRun::serviceThatDoesNotStart()
+{
+    // The database is a folder.
+    const RunResult result = run(
+        R"({"name": "n", "settings": {"database": {"name": "{{root}}/tmp"}}, "outcome": "kept"})",
+        service);
+    QCOMPARE(result.findings.value(0),
+             u"the service ended with exit code 1 right after its start"_s);
+    QVERIFY2(result.log.contains(u"ERROR [queue] Аварийное завершение работы"_s),
+             qPrintable(result.log));
+}
+
+void TestScenarioRun::serviceThatIsNotThere()
+{
+    const RunResult result = run(R"({"name": "n"})", u"/nonexistent/queue"_s);
+    QCOMPARE(result.findings.size(), 1);
+    QVERIFY(result.findings.first().startsWith(u"/nonexistent/queue: "_s));
+}
+
+QTEST_GUILESS_MAIN(TestScenarioRun)
+#include "tst_scenariorun.moc"
