@@ -266,6 +266,11 @@ void SampleStand::look()
             continue;
         const bool isGone = std::none_of(sample->ids.cbegin(), sample->ids.cend(),
                                          [&](int id) { return left.contains(id); });
+        if (isGone) {
+            // What came over plain TCP may still wait to be read.
+            for (const auto &[name, peer] : sample->peers)
+                peer->drain();
+        }
         const QStringList findings = sample->findings();
         const bool isWrong =
             std::any_of(sample->peers.begin(), sample->peers.end(),
