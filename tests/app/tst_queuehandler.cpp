@@ -1,0 +1,414 @@
+#include "app/queuehandler.h"
+#include "engine/basichandler.h"
+#include "shared/core/basicexception.h"
+#include "shared/core/fileutils.h"
+#include "shared/core/paths.h"
+#include "tests/support/fixedtime.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/queuedatabase.h"
+#include "tests/support/vtable.h"
+
+#include <QFile>
+#include <QSemaphore>
+#include <QTest>
+#include <QThreadPool>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+std::atomic<int> built{0};
+std::atomic<int> delivered{0};
+QSemaphore held;
+QSemaphore reached;
+
+/// Delivers at once and keeps what its body tells to keep.
+class QuickHandler : public BasicHandler
+{
+public:
+    explicit QuickHandler(const QString &type)
+        : BasicHandler(type)
+    {
+        ++built;
+    }
+    bool sendMessage(const Message &message) override
+    {
+        ++delivered;
+        return !message.body.contains(u"keep"_s);
+    }
+};
+
+/// Delivers when the test says so.
+class HeldHandler : public QuickHandler
+{
+public:
+    using QuickHandler::QuickHandler;
+    bool sendMessage(const Message &message) override
+    {
+        reached.release();
+        held.acquire();
+        return QuickHandler::sendMessage(message);
+    }
+};
+
+constexpr HandlerRow rows[] = {
+    typedRow<QuickHandler>(u"spasibo"),
+    typedRow<QuickHandler>(u"mindbox"),
+    typedRow<HeldHandler>(u"slow"),
+};
+
+} // namespace
+
+class TstQueueHandler : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void limitOfThreads();
+    void absentDatabaseStopsTheStart();
+    void startsAWorker();
+    void unknownType();
+    void runningTypeIsNotStartedTwice();
+    void fullPoolStartsNobody();
+    void pollStartsEveryType();
+    void status();
+    void emptyStatus();
+    void savesEvery120Seconds();
+    void clockSetBack();
+    void savesTheFailIds();
+    void savesAnEmptyMap();
+    void unwritableFileIsSilent();
+    void loads_data();
+    void loads();
+    void logsWhatItLoads();
+    void resumesBehindTheStoredId();
+    void forwardsToTheStore();
+    void deliveryOutlivesTheManager();
+    void places();
+
+private:
+    void pollAndWait();
+    QByteArray savedFile() const;
+
+    std::unique_ptr<QueueDatabase> database;
+    std::shared_ptr<SharedState> state;
+    std::unique_ptr<QueueHandler> manager;
+};
+
+void TstQueueHandler::init()
+{
+    built = 0;
+    delivered = 0;
+    database = std::make_unique<QueueDatabase>();
+    state = std::make_shared<SharedState>();
+    manager = std::make_unique<QueueHandler>(rows, state);
+}
+
+void TstQueueHandler::cleanup()
+{
+    QThreadPool::globalInstance()->waitForDone();
+    manager.reset();
+    database.reset();
+}
+
+void TstQueueHandler::pollAndWait()
+{
+    manager->startHandlers();
+    QThreadPool::globalInstance()->waitForDone();
+}
+
+QByteArray TstQueueHandler::savedFile() const
+{
+    return fileutils::readFromFile(rootedPath(u"/tallocash/cash/queue/ids.json"_s),
+                                   QIODevice::ReadOnly);
+}
+
+void TstQueueHandler::limitOfThreads()
+{
+    QThreadPool::globalInstance()->setMaxThreadCount(3);
+    manager->init();
+    QCOMPARE(QThreadPool::globalInstance()->maxThreadCount(), 100);
+}
+
+void TstQueueHandler::absentDatabaseStopsTheStart()
+{
+    database->setSettings(u"[database]\nname = /nowhere/queues.db\n"_s);
+    QVERIFY_EXCEPTION_THROWN(manager->init(), BasicException);
+}
+
+void TstQueueHandler::startsAWorker()
+{
+    manager->init();
+    database->put(u"spasibo"_s, u"{}"_s);
+    const LogCapture log(u"queue"_s);
+    QCOMPARE(manager->startHandler(u"spasibo"_s, u"123"_s), 1);
+    QThreadPool::globalInstance()->waitForDone();
+    QCOMPARE(log.lines(), QStringList{u"INFO Запуск обработчика типа 'spasibo'"_s});
+    QCOMPARE(database->ids(), QList<int>());
+    QVERIFY(state->runningTypes.value.isEmpty());
+}
+
+void TstQueueHandler::unknownType()
+{
+    manager->init();
+    const LogCapture log(u"handlerfactory"_s);
+    QCOMPARE(manager->startHandler(u"nosuch"_s, QString()), 0);
+    QCOMPARE(log.lines(), QStringList{u"WARN Не найден обработчик для сообщений типа 'nosuch'"_s});
+}
+
+void TstQueueHandler::runningTypeIsNotStartedTwice()
+{
+    manager->init();
+    database->put(u"slow"_s, u"{}"_s);
+    QCOMPARE(manager->startHandler(u"slow"_s, QString()), 1);
+    reached.acquire();
+    QCOMPARE(manager->startHandler(u"slow"_s, QString()), 2);
+    QCOMPARE(built.load(), 1);
+    held.release();
+    QThreadPool::globalInstance()->waitForDone();
+    QCOMPARE(manager->startHandler(u"slow"_s, QString()), 1);
+}
+
+void TstQueueHandler::fullPoolStartsNobody()
+{
+    manager->init();
+    QThreadPool::globalInstance()->setMaxThreadCount(1);
+    database->put(u"slow"_s, u"{}"_s);
+    database->put(u"spasibo"_s, u"{}"_s);
+    QCOMPARE(manager->startHandler(u"slow"_s, QString()), 1);
+    reached.acquire();
+
+    const LogCapture log(u"queue"_s);
+    const QString refusal =
+        u"WARN Невозможно запустить обработчик типа spasibo, достигнут лимит количества потоков (1)"_s;
+    QCOMPARE(manager->startHandler(u"spasibo"_s, QString()), 0);
+    manager->startHandlers();
+    manager->startHandlers();
+    QCOMPARE(log.lines().count(refusal), 3);
+    QCOMPARE(built.load(), 1);
+
+    held.release();
+    pollAndWait();
+    QThreadPool::globalInstance()->waitForDone();
+    pollAndWait();
+    QCOMPARE(database->ids(), QList<int>());
+}
+
+void TstQueueHandler::pollStartsEveryType()
+{
+    manager->init();
+    const int unknown = database->put(u"nosuch"_s, u"{}"_s);
+    database->put(u"spasibo"_s, u"{}"_s);
+    database->put(u"mindbox"_s, u"{}"_s);
+    pollAndWait();
+    QCOMPARE(built.load(), 2);
+    QCOMPARE(database->ids(), QList<int>{unknown});
+}
+
+void TstQueueHandler::status()
+{
+    manager->init();
+    database->put(u"slow"_s, u"{}"_s);
+    manager->startHandler(u"slow"_s, QString());
+    reached.acquire();
+    database->put(u"mindbox"_s, u"{}"_s);
+    database->put(u"mindbox"_s, u"{}"_s);
+
+    const LogCapture log(u"queue"_s);
+    const QList<TypeCount> counts = manager->getStatus();
+    QCOMPARE(counts.size(), 2);
+    QCOMPARE(counts.at(0).type, u"mindbox"_s);
+    QCOMPARE(counts.at(0).count, 2);
+    QCOMPARE(log.lines(), (QStringList{u"INFO Статус очереди сообщений:"_s,
+                                       u"INFO   mindbox: 2 сообщ. (обработчик не активен)"_s,
+                                       u"INFO   slow: 1 сообщ. (обработчик активен)"_s}));
+    held.release();
+}
+
+void TstQueueHandler::emptyStatus()
+{
+    manager->init();
+    const LogCapture log(u"queue"_s);
+    QVERIFY(manager->getStatus().isEmpty());
+    QCOMPARE(log.lines(), QStringList{u"DEBUG В очереди нет сообщений"_s});
+}
+
+void TstQueueHandler::savesEvery120Seconds()
+{
+    manager->init();
+    FixedTime time(1'000'000);
+    const LogCapture log(u"queue"_s);
+    const auto saves = [&log] {
+        return log.lines().count(u"TRACE Запись стартовых идентификаторов в файл"_s);
+    };
+    pollAndWait();
+    QCOMPARE(saves(), 1);
+    time.set(1'000'119);
+    pollAndWait();
+    QCOMPARE(saves(), 1);
+    time.set(1'000'120);
+    pollAndWait();
+    QCOMPARE(saves(), 2);
+    time.set(1'000'239);
+    pollAndWait();
+    QCOMPARE(saves(), 2);
+}
+
+void TstQueueHandler::clockSetBack()
+{
+    manager->init();
+    FixedTime time(1'000'000);
+    const LogCapture log(u"queue"_s);
+    const auto saves = [&log] {
+        return log.lines().count(u"TRACE Запись стартовых идентификаторов в файл"_s);
+    };
+    pollAndWait();
+    time.set(999'881);
+    pollAndWait();
+    QCOMPARE(saves(), 1);
+    time.set(999'880);
+    pollAndWait();
+    QCOMPARE(saves(), 2);
+    // The last save is now the earlier time.
+    time.set(999'999);
+    pollAndWait();
+    QCOMPARE(saves(), 2);
+    time.set(1'000'000);
+    pollAndWait();
+    QCOMPARE(saves(), 3);
+}
+
+void TstQueueHandler::savesTheFailIds()
+{
+    manager->init();
+    const int refused = database->put(u"spasibo"_s, uR"({"keep":1})"_s);
+    state->startIds.value.insert(u"mindbox"_s, 7);
+    FixedTime time(1'000'000);
+    pollAndWait();
+    time.set(1'000'200);
+    manager->saveStartIdsIfDue();
+    const QByteArray expected = R"({"mindbox":7,"spasibo":)" + QByteArray::number(refused) + "}";
+    QCOMPARE(savedFile(), expected);
+}
+
+void TstQueueHandler::savesAnEmptyMap()
+{
+    manager->init();
+    state->startIds.value.insert(u"mindbox"_s, 7);
+    manager->saveStartIds();
+    QCOMPARE(savedFile(), QByteArray(R"({"mindbox":7})"));
+    state->startIds.value.clear();
+    manager->saveStartIds();
+    QCOMPARE(savedFile(), QByteArray("{}"));
+}
+
+void TstQueueHandler::unwritableFileIsSilent()
+{
+    manager->init();
+    QVERIFY(QDir().mkpath(rootedPath(u"/tallocash/cash/queue/ids.json/x"_s)));
+    const LogCapture log(u"queue"_s);
+    manager->saveStartIds();
+    QCOMPARE(log.lines(), QStringList{u"TRACE Запись стартовых идентификаторов в файл"_s});
+}
+
+void TstQueueHandler::loads_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QVariantMap>("ids");
+
+    QTest::newRow("two types") << QByteArray(R"({"spasibo": 10, "mindbox": 7})")
+                               << QVariantMap{{u"spasibo"_s, 10}, {u"mindbox"_s, 7}};
+    QTest::newRow("empty object") << QByteArray("{}") << QVariantMap();
+    QTest::newRow("empty file") << QByteArray("") << QVariantMap();
+    QTest::newRow("truncated") << QByteArray(R"({"spasibo": 10, "mind)") << QVariantMap();
+    QTest::newRow("array") << QByteArray("[1,2]") << QVariantMap();
+    QTest::newRow("no JSON") << QByteArray("\x00\xff ids") << QVariantMap();
+    QTest::newRow("wrong types read as 0")
+        << QByteArray(R"({"a":"10","b":null,"c":{"d":1},"e":true,"f":1.5,"g":3})")
+        << QVariantMap{{u"a"_s, 0}, {u"b"_s, 0}, {u"c"_s, 0},
+                       {u"e"_s, 0}, {u"f"_s, 0}, {u"g"_s, 3}};
+}
+
+void TstQueueHandler::loads()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(QVariantMap, ids);
+
+    QFile stored(rootedPath(u"/tallocash/cash/queue/ids.json"_s));
+    QVERIFY(stored.open(QIODevice::WriteOnly));
+    stored.write(file);
+    stored.close();
+    const LogCapture log(u"queue"_s);
+    manager->init();
+    QVariantMap loaded;
+    for (const auto &[type, id] : state->startIds.value.asKeyValueRange())
+        loaded.insert(type, id);
+    QCOMPARE(loaded, ids);
+    QCOMPARE(log.lines().size(), ids.size());
+}
+
+void TstQueueHandler::logsWhatItLoads()
+{
+    fileutils::writeToFile(rootedPath(u"/tallocash/cash/queue/ids.json"_s), {{u"spasibo"_s, 10}},
+                           QIODevice::ReadWrite | QIODevice::Truncate);
+    const LogCapture log(u"queue"_s);
+    manager->init();
+    QCOMPARE(log.lines(), QStringList{u"DEBUG  стартовый идентификатор для spasibo: 10"_s});
+}
+
+void TstQueueHandler::resumesBehindTheStoredId()
+{
+    fileutils::writeToFile(rootedPath(u"/tallocash/cash/queue/ids.json"_s), {{u"spasibo"_s, 10}},
+                           QIODevice::ReadWrite | QIODevice::Truncate);
+    for (const int id : {9, 10, 11})
+        database->query(
+            u"INSERT INTO message (messageid, type, body) VALUES (?, 'spasibo', '{}')"_s, {id});
+    manager->init();
+    pollAndWait();
+    QCOMPARE(database->ids(), (QList<int>{9, 10}));
+    pollAndWait();
+    QCOMPARE(database->ids(), QList<int>());
+}
+
+void TstQueueHandler::forwardsToTheStore()
+{
+    manager->init();
+    database->put(u"mindbox"_s, u"{}"_s, u"1"_s);
+    QVERIFY(manager->hasMessages(u"mindbox"_s, u"1"_s));
+    QVERIFY(!manager->hasMessages(u"mindbox"_s, u"2"_s));
+    QCOMPARE(manager->getQueueInfo().count, 1);
+    database->query(u"ALTER TABLE message RENAME TO away"_s);
+    QVERIFY(!manager->hasMessages(u"mindbox"_s, u"1"_s));
+    QCOMPARE(manager->getErrorsCount(), 2);
+    manager->resetErrorsCount();
+    QCOMPARE(manager->getErrorsCount(), 0);
+}
+
+void TstQueueHandler::deliveryOutlivesTheManager()
+{
+    manager->init();
+    database->put(u"slow"_s, u"{}"_s);
+    QCOMPARE(manager->startHandler(u"slow"_s, QString()), 1);
+    reached.acquire();
+    state->stopFlag = 1;
+    manager.reset();
+    state.reset();
+    held.release();
+    QThreadPool::globalInstance()->waitForDone();
+    QCOMPARE(database->ids(), QList<int>());
+}
+
+void TstQueueHandler::places()
+{
+    QCOMPARE(slotOf(&QueueHandler::startHandler), 2);
+    QCOMPARE(slotOf(&QueueHandler::getStatus), 3);
+    QCOMPARE(slotOf(&QueueHandler::saveStartIdsIfDue), 4);
+    QCOMPARE(slotOf(&QueueHandler::saveStartIds), 5);
+    QCOMPARE(slotOf(&QueueHandler::loadStartIds), 6);
+}
+
+QTEST_GUILESS_MAIN(TstQueueHandler)
+#include "tst_queuehandler.moc"
