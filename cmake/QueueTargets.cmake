@@ -12,6 +12,8 @@ target_compile_definitions(queue_settings INTERFACE
 target_compile_options(queue_settings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow=local -Wcast-align -Wformat=2 -Wnull-dereference
     -fstack-protector-strong
+    # Programs too are compiled like libraries, or gcc 14 refuses them the precompiled header.
+    -fPIC
     $<$<BOOL:${QUEUE_WARNINGS_AS_ERRORS}>:-Werror>)
 if(QUEUE_SANITIZE)
     target_compile_options(queue_settings INTERFACE
@@ -40,8 +42,7 @@ target_precompile_headers(queue_pch PRIVATE
 
 # Qt's test library reads these macros, the first two of which name the folder of each target. No test
 # needs them, and a precompiled header serves only those that define the same, so they are taken back.
-# For the same reason programs are compiled like the library that the header comes from.
-set(QUEUE_TEST_OPTIONS -UQT_TESTCASE_BUILDDIR -UQT_TESTCASE_SOURCEDIR -UQT_NETWORK_LIB -fPIC)
+set(QUEUE_TEST_OPTIONS -UQT_TESTCASE_BUILDDIR -UQT_TESTCASE_SOURCEDIR -UQT_NETWORK_LIB)
 
 if(QUEUE_BUILD_TESTS)
     add_library(queue_test_pch STATIC ${PROJECT_BINARY_DIR}/pch/pch.cpp)
