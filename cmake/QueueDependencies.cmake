@@ -5,6 +5,8 @@ if(QUEUE_BUILD_TESTS)
     find_package(Qt6 6.4 REQUIRED COMPONENTS Test)
 endif()
 find_package(CURL 7.88 REQUIRED)
+# What libcurl does TLS with; its state of a thread has to end with the thread.
+find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(INIH REQUIRED IMPORTED_TARGET inih)
 pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)

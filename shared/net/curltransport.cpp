@@ -5,11 +5,13 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QThreadStorage>
 
 #include <array>
 #include <cerrno>
 #include <curl/curl.h>
 #include <memory>
+#include <openssl/crypto.h>
 #include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
@@ -56,9 +58,26 @@ struct Connections
     CurlHandle plain;
     CurlHandle certified;
     QByteArray certifiedIdentity;
+
+    Connections() = default;
+    Connections(const Connections &) = delete;
+    ~Connections()
+    {
+        plain.reset();
+        certified.reset();
+        // OpenSSL's own state of the thread, made anew by the closing above.
+        OPENSSL_thread_stop();
+    }
 };
 
-thread_local Connections connections;
+/// Qt ends what it stores for a thread before it says that the thread has ended, so the service does
+/// not leave main() while a worker still closes connections: OpenSSL would be gone under it.
+Connections &connectionsOfThread()
+{
+    // Never destroyed, like the threads of others that it may outlive.
+    static auto &storage = *new QThreadStorage<Connections>;
+    return storage.localData();
+}
 
 /// What an exchange brings in.
 struct Transfer
@@ -153,6 +172,7 @@ QByteArray fileIdentity(const QString &path)
 CURL *handleFor(const Exchange &exchange)
 {
     initializeCurl();
+    Connections &connections = connectionsOfThread();
     const bool isCertified =
         exchange.url.scheme() == u"https" && !exchange.certificatePath.isEmpty();
     CurlHandle &handle = isCertified ? connections.certified : connections.plain;
@@ -281,7 +301,7 @@ void setTls(CURL *handle, const Exchange &exchange)
 
 void setUp(CURL *handle, const Exchange &exchange, const QByteArray &proxy, Transfer &transfer)
 {
-    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, connections.errorBuffer.data());
+    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, connectionsOfThread().errorBuffer.data());
     curl_easy_setopt(handle, CURLOPT_URL,
                      exchange.url.toEncoded(QUrl::RemoveFragment | QUrl::FullyEncoded).constData());
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
@@ -403,7 +423,7 @@ http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, bo
                        const Transfer &transfer)
 {
     const QString host = hostText(exchange.url);
-    const QByteArray errorBytes(connections.errorBuffer.data());
+    const QByteArray errorBytes(connectionsOfThread().errorBuffer.data());
     const QString detail = errorBytes.isEmpty() ? QString::fromUtf8(curl_easy_strerror(code))
                                                 : QString::fromUtf8(errorBytes);
     const long lastStatus = longInfo(handle, CURLINFO_RESPONSE_CODE);
@@ -512,7 +532,7 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     const CurlList headers = headerList(exchange);
     const CurlMime mime = exchange.parts.isEmpty() ? CurlMime() : mimeOf(handle, exchange.parts);
 
-    connections.errorBuffer[0] = '\0';
+    connectionsOfThread().errorBuffer[0] = '\0';
     setUp(handle, exchange, proxy, transfer);
     setVerbAndBody(handle, exchange, mime);
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
