@@ -93,10 +93,24 @@ http::Part sendable(http::Part part)
     return part;
 }
 
-void addJsonType(Exchange &exchange)
+Exchange exchangeOf(const QByteArray &verb, const QUrl &url, const HeaderList &headers,
+                    const QByteArray &body = {})
 {
-    if (!exchange.body.isEmpty() && !hasHeader(exchange.headers, "Content-Type"))
-        exchange.headers.emplaceBack("Content-Type", "application/json");
+    Exchange exchange;
+    exchange.verb = verb;
+    exchange.url = url;
+    exchange.headers = headers;
+    exchange.body = body;
+    return exchange;
+}
+
+/// With the type that a JSON document has, unless the caller says otherwise.
+Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
+                    const QJsonDocument &body)
+{
+    if (!body.isNull() && !hasHeader(headers, "Content-Type"))
+        headers.emplaceBack("Content-Type", "application/json");
+    return exchangeOf(verb, url, headers, body.toJson(QJsonDocument::Compact));
 }
 
 /// The first bytes as a text on one line, since a log has one line for one event.
@@ -175,72 +189,43 @@ void RestClient::request(int verb, const QUrl &url, const QJsonDocument &body,
 {
     // The place of a verb is its number in QNetworkAccessManager::Operation.
     static const QList<QByteArray> verbs = {"", "HEAD", "GET", "PUT", "POST", "DELETE"};
-
-    Exchange exchange;
-    exchange.verb = verbs.value(verb);
-    exchange.url = url;
-    exchange.headers = headerList(headers);
-    if (exchange.verb != "GET" && exchange.verb != "HEAD")
-        exchange.body = body.toJson(QJsonDocument::Compact);
-    addJsonType(exchange);
-    perform(exchange);
+    const QByteArray name = verbs.value(verb);
+    const bool isBodyless = name == "GET" || name == "HEAD";
+    perform(exchangeOf(name, url, headerList(headers), isBodyless ? QJsonDocument() : body));
 }
 
 void RestClient::get(const QUrl &url, const QJsonDocument & /*body*/, const Headers &headers)
 {
-    Exchange exchange;
-    exchange.verb = "GET";
-    exchange.url = url;
-    exchange.headers = headerList(headers);
-    perform(exchange);
+    perform(exchangeOf("GET", url, headerList(headers)));
 }
 
 void RestClient::send(const http::Params &params)
 {
-    Exchange exchange;
-    exchange.verb = params.verb();
-    exchange.url = params.url;
-    exchange.headers = headerList(params.headers);
-    exchange.parts = params.parts;
-    if (params.parts.isEmpty()) {
-        exchange.body = params.body;
-    } else {
+    Exchange exchange =
+        exchangeOf(params.verb(), params.url, headerList(params.headers), params.body);
+    if (!params.parts.isEmpty()) {
+        exchange.body.clear();
         // Only libcurl knows the boundary that the type names.
         exchange.headers.removeIf(
             [](const auto &header) { return isSame(header.first, "Content-Type"); });
     }
+    exchange.parts = params.parts;
     perform(exchange);
 }
 
 void RestClient::post(const QUrl &url, const QByteArray &body, const Headers &headers)
 {
-    Exchange exchange;
-    exchange.verb = "POST";
-    exchange.url = url;
-    exchange.headers = headerList(headers);
-    exchange.body = body;
-    perform(exchange);
+    perform(exchangeOf("POST", url, headerList(headers), body));
 }
 
 void RestClient::post(const QUrl &url, const QJsonDocument &body, const Headers &headers)
 {
-    Exchange exchange;
-    exchange.verb = "POST";
-    exchange.url = url;
-    exchange.headers = headerList(headers);
-    exchange.body = body.toJson(QJsonDocument::Compact);
-    addJsonType(exchange);
-    perform(exchange);
+    perform(exchangeOf("POST", url, headerList(headers), body));
 }
 
 void RestClient::put(const QUrl &url, const QByteArray &body, const Headers &headers)
 {
-    Exchange exchange;
-    exchange.verb = "PUT";
-    exchange.url = url;
-    exchange.headers = headerList(headers);
-    exchange.body = body;
-    perform(exchange);
+    perform(exchangeOf("PUT", url, headerList(headers), body));
 }
 
 int RestClient::errorCode() const
