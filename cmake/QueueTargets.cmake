@@ -79,5 +79,5 @@ function(queue_add_test source)
     set_tests_properties(${name} PROPERTIES
         TIMEOUT ${arg_TIMEOUT}
         LABELS "${arg_LABELS}"
-        ENVIRONMENT "QT_FORCE_STDERR_LOGGING=1;LC_ALL=C.UTF-8")
+        ENVIRONMENT "QTEST_DISABLE_STACK_DUMP=1;QT_FORCE_STDERR_LOGGING=1;LC_ALL=C.UTF-8")
 endfunction()

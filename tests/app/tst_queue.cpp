@@ -3,6 +3,7 @@
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
 
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -43,6 +44,7 @@ private Q_SLOTS:
     void answerIsJson();
     void statusOfTheTable();
     void lostDatabase();
+    void deletedDatabaseComesBack();
     void errorsAreCountedAndReset();
     void messagesOfACard();
     void startOfAType();
@@ -246,6 +248,25 @@ void TstQueue::lostDatabase()
     database->query(u"ALTER TABLE away RENAME TO message"_s);
     database->put(u"mindbox"_s, u"{}"_s, u"1"_s);
     QCOMPARE(ask(u"/messages/mindbox/1"_s), uR"({"result":true})"_s);
+}
+
+void TstQueue::deletedDatabaseComesBack()
+{
+    start();
+    database->put(u"nosuch"_s, u"{}"_s);
+    for (const QString &suffix : {u""_s, u"-wal"_s, u"-shm"_s})
+        QVERIFY(QFile::remove(database->file() + suffix));
+    const QString lost = uR"({"description":"Ошибка подключения к БД"})"_s;
+    QCOMPARE(ask(u"/status"_s), lost);
+    QVERIFY(QMetaObject::invokeMethod(queue.get(), "runHandlers"));
+    QCOMPARE(ask(u"/db_errors_count"_s), uR"({"errorsCount":3})"_s);
+
+    // The next poll connects anew, to a file that is there again.
+    QVERIFY(QMetaObject::invokeMethod(queue.get(), "runHandlers"));
+    database->put(u"nosuch"_s, u"{}"_s);
+    const QString found = ask(u"/status"_s);
+    QVERIFY2(found.endsWith(u"\"messagesCount\":1}"), qPrintable(found));
+    QCOMPARE(ask(u"/db_errors_count"_s), uR"({"errorsCount":3})"_s);
 }
 
 void TstQueue::errorsAreCountedAndReset()

@@ -51,6 +51,11 @@ public:
     }
 };
 
+qsizetype countSaves(const LogCapture &log)
+{
+    return log.lines().count(u"TRACE Запись стартовых идентификаторов в файл"_s);
+}
+
 constexpr HandlerRow rows[] = {
     typedRow<QuickHandler>(u"spasibo"),
     typedRow<QuickHandler>(u"mindbox"),
@@ -242,7 +247,7 @@ void TstQueueHandler::savesEvery120Seconds()
     FixedTime time(1'000'000);
     const LogCapture log(u"queue"_s);
     const auto saves = [&log] {
-        return log.lines().count(u"TRACE Запись стартовых идентификаторов в файл"_s);
+        return countSaves(log);
     };
     pollAndWait();
     QCOMPARE(saves(), 1);
@@ -263,7 +268,7 @@ void TstQueueHandler::clockSetBack()
     FixedTime time(1'000'000);
     const LogCapture log(u"queue"_s);
     const auto saves = [&log] {
-        return log.lines().count(u"TRACE Запись стартовых идентификаторов в файл"_s);
+        return countSaves(log);
     };
     pollAndWait();
     time.set(999'881);

@@ -11,6 +11,8 @@
 #include <QSqlError>
 #include <QTest>
 
+#include <csignal>
+#include <sys/resource.h>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -71,6 +73,7 @@ private Q_SLOTS:
     void deletedFile();
     void lockedByAnotherProgram();
     void readOnlyFile();
+    void fullDisk();
     void serverRestart();
     void places();
 
@@ -516,6 +519,34 @@ void TstDao::readOnlyFile()
     dao.deleteMessage(id);
     database->query(u"PRAGMA query_only = OFF"_s);
     QCOMPARE(dao.getErrorsCount(), 1);
+    QCOMPARE(database->ids(), QList<int>{id});
+    dao.deleteMessage(id);
+    QCOMPARE(database->ids(), QList<int>());
+}
+
+void TstDao::fullDisk()
+{
+    if (server)
+        QSKIP("the server's disk is its own");
+    const int id = database->put(u"cardlab"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+
+    // No file of this process may grow: the system refuses the write as it does on a full disk.
+    rlimit former = {};
+    QCOMPARE(getrlimit(RLIMIT_FSIZE, &former), 0);
+    const auto formerAction = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit none{0, former.rlim_max};
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &none), 0);
+    const LogCapture log(u"dao"_s);
+    dao.deleteMessage(id);
+    const bool isStillRead = dao.getMessage(u"cardlab"_s, -1, false, QString()).id == id;
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &former), 0);
+    std::signal(SIGXFSZ, formerAction);
+
+    QVERIFY(isStillRead);
+    QCOMPARE(dao.getErrorsCount(), 1);
+    QCOMPARE(log.lines().filter(u"WARN Ошибка при выполнении запроса: "_s).size(), 1);
     QCOMPARE(database->ids(), QList<int>{id});
     dao.deleteMessage(id);
     QCOMPARE(database->ids(), QList<int>());
