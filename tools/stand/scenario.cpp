@@ -82,12 +82,8 @@ Outcome readOutcome(ObjectReader &reader, const Outcome &defaultOutcome)
         kept.end();
         return outcome;
     }
-    const QString fate =
-        reader.choice(u"outcome"_s, {u"removed"_s, u"kept"_s, u"removed or kept"_s});
-    if (fate == u"kept")
+    if (reader.choice(u"outcome"_s, {u"removed"_s, u"kept"_s}) == u"kept")
         outcome.fate = Outcome::Fate::Kept;
-    else if (fate == u"removed or kept")
-        outcome.fate = Outcome::Fate::Either;
     return outcome;
 }
 

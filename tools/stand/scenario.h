@@ -18,8 +18,7 @@ struct Outcome
     enum class Fate
     {
         Removed,
-        Kept,
-        Either
+        Kept
     };
 
     Fate fate = Fate::Removed;

@@ -361,8 +361,6 @@ void ScenarioRun::compareTable()
         const QString name = u"message %1 of type %2"_s.arg(entry.id).arg(message.type);
         const bool isThere = rows.contains(entry.id);
         const TableRow row = rows.take(entry.id);
-        if (message.outcome.fate == Outcome::Fate::Either)
-            continue;
         if (isThere != (message.outcome.fate == Outcome::Fate::Kept)) {
             findings.append(isThere ? name + u" is still in the table"_s
                                     : name + u" is gone from the table"_s);
