@@ -1,8 +1,8 @@
 #include "engine/basichandler.h"
 
-#include <log4qt/logmanager.h>
+#include "shared/core/compactjson.h"
 
-#include <QJsonDocument>
+#include <log4qt/logmanager.h>
 
 using namespace Qt::StringLiterals;
 
@@ -60,9 +60,7 @@ void BasicHandler::processMessages()
             return;
         }
 
-        logger_->info(u"Обработка сообщения: %1"_s,
-                      QString::fromUtf8(
-                          QJsonDocument::fromVariant(message.body).toJson(QJsonDocument::Compact)));
+        logger_->info(u"Обработка сообщения: %1"_s, compactJson(message.body));
         if (!sendMessage(message)) {
             onSendFailed(message.id);
             return;

@@ -1,0 +1,104 @@
+#include "shared/core/compactjson.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qsizetype typicalSize = 1024;
+
+void append(QString &json, const QVariantMap &object);
+
+/// What is rare or hard to write exactly, such as numbers, is left to the library.
+void appendByLibrary(QString &json, const QVariant &value)
+{
+    const QByteArray array =
+        QJsonDocument(QJsonArray{QJsonValue::fromVariant(value)}).toJson(QJsonDocument::Compact);
+    json += QString::fromUtf8(array.sliced(1, array.size() - 2));
+}
+
+/// A letter that stands for itself between quotes.
+bool isPlain(char16_t letter)
+{
+    return letter >= 0x20 && letter != u'"' && letter != u'\\' && letter != 0x7f
+           && (letter & 0xf800) != 0xd800;
+}
+
+void append(QString &json, const QString &text)
+{
+    const auto *const begin = reinterpret_cast<const char16_t *>(text.utf16());
+    const char16_t *const end = begin + text.size();
+    const qsizetype start = json.size();
+    json += u'"';
+    for (const char16_t *run = begin; run != end;) {
+        const char16_t *const stop = std::find_if_not(run, end, isPlain);
+        json += QStringView(run, stop);
+        if (stop == end)
+            break;
+        if (*stop != u'"' && *stop != u'\\') {
+            json.truncate(start);
+            appendByLibrary(json, text);
+            return;
+        }
+        json += u'\\';
+        json += QChar(*stop);
+        run = stop + 1;
+    }
+    json += u'"';
+}
+
+void append(QString &json, const QVariant &value)
+{
+    switch (value.typeId()) {
+    case QMetaType::LongLong:
+        json += QString::number(value.toLongLong());
+        return;
+    case QMetaType::QString:
+        append(json, *static_cast<const QString *>(value.constData()));
+        return;
+    case QMetaType::QVariantMap:
+        append(json, *static_cast<const QVariantMap *>(value.constData()));
+        return;
+    case QMetaType::QVariantList: {
+        json += u'[';
+        bool isFirst = true;
+        for (const QVariant &entry : *static_cast<const QVariantList *>(value.constData())) {
+            if (!std::exchange(isFirst, false))
+                json += u',';
+            append(json, entry);
+        }
+        json += u']';
+        return;
+    }
+    default:
+        appendByLibrary(json, value);
+    }
+}
+
+void append(QString &json, const QVariantMap &object)
+{
+    json += u'{';
+    bool isFirst = true;
+    for (auto member = object.cbegin(); member != object.cend(); ++member) {
+        if (!std::exchange(isFirst, false))
+            json += u',';
+        append(json, member.key());
+        json += u':';
+        append(json, member.value());
+    }
+    json += u'}';
+}
+
+} // namespace
+
+QString compactJson(const QVariantMap &object)
+{
+    QString json;
+    json.reserve(typicalSize);
+    append(json, object);
+    return json;
+}
