@@ -106,7 +106,7 @@ QJsonObject Queue::status(const QStringList & /*parts*/)
             {u"firstMessageDateTime"_s, info.firstMessageTime.toString()}};
 }
 
-void Queue::dataReceived(RequestHeader header, QByteArray /*content*/)
+void Queue::dataReceived(const RequestHeader &header, const QByteArray & /*content*/)
 {
     logger->info(u"Получен запрос"_s);
     const QByteArray body = QJsonDocument(answer(header.getPath().split(u'/', Qt::SkipEmptyParts)))

@@ -41,7 +41,7 @@ public:
     virtual QJsonObject status(const QStringList &parts);
 
 private Q_SLOTS:
-    void dataReceived(RequestHeader header, QByteArray content);
+    void dataReceived(const RequestHeader &header, const QByteArray &content);
     void runHandlers();
 
 private:

@@ -310,7 +310,7 @@ int HttpServer::port() const
     return listener ? listener->serverPort() : 0;
 }
 
-void HttpServer::handle(Connection &connection, const QByteArray &body, RequestHeader header)
+void HttpServer::handle(Connection &connection, const QByteArray &body, const RequestHeader &header)
 {
     if (connection.isAnswered)
         return;

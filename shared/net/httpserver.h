@@ -51,7 +51,7 @@ private:
     class Listener;
     class Engine;
 
-    void handle(Connection &connection, const QByteArray &body, RequestHeader header);
+    void handle(Connection &connection, const QByteArray &body, const RequestHeader &header);
 
     std::unique_ptr<Engine> engine;
     Listener *listener = nullptr;
