@@ -58,6 +58,7 @@ int serve()
 
 int main(int argc, char **argv)
 {
+    useUtf8Locale();
     std::set_terminate(endWithReason);
 
     QCoreApplication application(argc, argv);

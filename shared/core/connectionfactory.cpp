@@ -251,6 +251,8 @@ void ConnectionFactory::openServer(QSqlDatabase &database)
         schema, socket.isEmpty() ? host : socket);
     if (!database.open())
         fail(what, database.lastError());
+    // Times are the till's own, whatever zone the driver has asked for.
+    execute(database, u"SET SESSION time_zone = 'SYSTEM'"_s, what);
     // The probe selects a plain column beside COUNT.
     execute(database,
             u"SET SESSION sql_mode = REPLACE(@@SESSION.sql_mode, 'ONLY_FULL_GROUP_BY', '')"_s,

@@ -11,6 +11,9 @@
 #include <QFile>
 #include <QStringList>
 
+#include <clocale>
+#include <langinfo.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -37,6 +40,13 @@ Log4Qt::Properties defaultProperties()
 }
 
 } // namespace
+
+void useUtf8Locale()
+{
+    setlocale(LC_ALL, "");
+    if (qstrcmp(nl_langinfo(CODESET), "UTF-8") != 0)
+        qputenv("LC_ALL", "C.UTF-8");
+}
 
 void setUpLogging()
 {

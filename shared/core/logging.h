@@ -1,5 +1,10 @@
 #pragma once
 
+/// Makes UTF-8 the encoding of the process and of those it starts, whatever locale it was given: log
+/// lines and file names are UTF-8 everywhere. Call first of all in main(); newer versions of Qt write a
+/// notice for each start in another locale.
+void useUtf8Locale();
+
 /// Sets up where log lines go. Call once, after the QCoreApplication was built and before anything
 /// logs.
 ///

@@ -581,6 +581,8 @@ void TstDao::places()
 
 int main(int argc, char **argv)
 {
+    // A zone that nobody takes for UTC, for this process and its server alike.
+    qputenv("TZ", "Asia/Yekaterinburg");
     QCoreApplication application(argc, argv);
     TstDao onSqlite(nullptr);
     int failures = QTest::qExec(&onSqlite, argc, argv);

@@ -74,6 +74,7 @@ int threadCount()
 
 int main(int argc, char *argv[])
 {
+    useUtf8Locale();
     const QCoreApplication application(argc, argv);
     setUpLogging();
     const QString what = application.arguments().value(1);

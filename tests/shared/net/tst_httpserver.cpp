@@ -436,6 +436,8 @@ void TestHttpServer::strangeRequestHoldsUpNobody_data()
         return "POST / HTTP/1.1\r\n" + lines;
     };
     const QByteArray none;
+    // Newer versions of Qt close the connection on it before anybody can answer.
+    const QByteArray toWebSocket = QT_VERSION < QT_VERSION_CHECK(6, 8, 0) ? "200"_ba : none;
     // clang-format off
     QTest::newRow("nothing")                  << none                                                 << false << none;
     QTest::newRow("blank lines")              << "\r\n\r\n\n\n"_ba                                    << false << none;
@@ -461,7 +463,7 @@ void TestHttpServer::strangeRequestHoldsUpNobody_data()
     QTest::newRow("boundless chunk")          << post("Transfer-Encoding: chunked\r\n\r\n7fffffffffffffff\r\nabcde") << false << none;
     QTest::newRow("chunk past 64 bits")       << post("Transfer-Encoding: chunked\r\n\r\nfffffffffffffffff\r\nabcde") << false << none;
     QTest::newRow("chunk is no number")       << post("Transfer-Encoding: chunked\r\n\r\nxyz\r\nabcde\r\n") << true << none;
-    QTest::newRow("change to WebSocket")      << "GET /ws HTTP/1.1\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n\r\n"_ba << true << "200"_ba;
+    QTest::newRow("change to WebSocket")      << "GET /ws HTTP/1.1\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n\r\n"_ba << true << toWebSocket;
     QTest::newRow("bad host")                 << "GET / HTTP/1.1\r\nHost: a:b:c[]%\r\n\r\n"_ba        << false << "200"_ba;
     QTest::newRow("header without colon")     << "GET / HTTP/1.1\r\nnonsense\r\n\r\n"_ba              << false << none;
     // clang-format on
