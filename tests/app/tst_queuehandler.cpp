@@ -246,20 +246,17 @@ void TstQueueHandler::savesEvery120Seconds()
     manager->init();
     FixedTime time(1'000'000);
     const LogCapture log(u"queue"_s);
-    const auto saves = [&log] {
-        return countSaves(log);
-    };
     pollAndWait();
-    QCOMPARE(saves(), 1);
+    QCOMPARE(countSaves(log), 1);
     time.set(1'000'119);
     pollAndWait();
-    QCOMPARE(saves(), 1);
+    QCOMPARE(countSaves(log), 1);
     time.set(1'000'120);
     pollAndWait();
-    QCOMPARE(saves(), 2);
+    QCOMPARE(countSaves(log), 2);
     time.set(1'000'239);
     pollAndWait();
-    QCOMPARE(saves(), 2);
+    QCOMPARE(countSaves(log), 2);
 }
 
 void TstQueueHandler::clockSetBack()
@@ -267,23 +264,20 @@ void TstQueueHandler::clockSetBack()
     manager->init();
     FixedTime time(1'000'000);
     const LogCapture log(u"queue"_s);
-    const auto saves = [&log] {
-        return countSaves(log);
-    };
     pollAndWait();
     time.set(999'881);
     pollAndWait();
-    QCOMPARE(saves(), 1);
+    QCOMPARE(countSaves(log), 1);
     time.set(999'880);
     pollAndWait();
-    QCOMPARE(saves(), 2);
+    QCOMPARE(countSaves(log), 2);
     // The last save is now the earlier time.
     time.set(999'999);
     pollAndWait();
-    QCOMPARE(saves(), 2);
+    QCOMPARE(countSaves(log), 2);
     time.set(1'000'000);
     pollAndWait();
-    QCOMPARE(saves(), 3);
+    QCOMPARE(countSaves(log), 3);
 }
 
 void TstQueueHandler::savesTheFailIds()
