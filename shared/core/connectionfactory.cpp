@@ -131,7 +131,9 @@ QSqlDatabase ConnectionFactory::getConnection()
     const QString name = connectionNameOfThread();
     if (QSqlDatabase::contains(name)) {
         const QSqlDatabase database = QSqlDatabase::database(name, false);
-        if (database.isOpen() && (!withCheck || QSqlQuery(database).exec(u"SELECT 1"_s)))
+        // A row that is written into a deleted file is lost, so this is looked at in any case.
+        if (database.isOpen() && isConnectionCurrent(name)
+            && (!withCheck || QSqlQuery(database).exec(u"SELECT 1"_s)))
             return database;
     }
     removeConnection(name);

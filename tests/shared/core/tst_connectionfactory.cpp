@@ -68,6 +68,7 @@ private Q_SLOTS:
     void sqliteFileIsOpenedByManyAtOnce();
     void sqliteFileThatIsGoneIsNoticed();
     void sqliteFileThatWasReplacedIsNoticed();
+    void sqliteFileThatIsGoneTakesNoRows();
 
     void serverIsReachedOverTheSocket();
     void serverConnectionLostAndReopened();
@@ -206,6 +207,16 @@ void TestConnectionFactory::sqliteFileThatWasReplacedIsNoticed()
     QFile replacement(queue->file());
     QVERIFY(replacement.open(QIODevice::WriteOnly));
     QVERIFY(!factory->isConnectionCurrent(name));
+}
+
+void TestConnectionFactory::sqliteFileThatIsGoneTakesNoRows()
+{
+    queue->put(u"cardlab"_s, u"{}"_s);
+    for (const QString &suffix : {u""_s, u"-wal"_s, u"-shm"_s})
+        QVERIFY(QFile::remove(queue->file() + suffix));
+    Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, {}, QString());
+    QVERIFY2(QFile::exists(queue->file()), "the row went into the deleted file");
+    QCOMPARE(queue->ids().size(), 1);
 }
 
 void TestConnectionFactory::serverIsReachedOverTheSocket()
