@@ -52,9 +52,10 @@ std::optional<QString> decode(const QByteArray &bytes)
 }
 
 /// Why a tree of the text would not be whole and harmless; nothing when it is both.
-std::optional<ParseError> refusal(const QString &text)
+std::optional<ParseError> refusal(const QString &text, Prefixes prefixes)
 {
     QXmlStreamReader reader(text);
+    reader.setNamespaceProcessing(prefixes == Prefixes::Namespaces);
     const auto here = [&reader](const QString &message) {
         return ParseError{static_cast<int>(reader.lineNumber()),
                           static_cast<int>(reader.columnNumber()), message};
@@ -122,10 +123,10 @@ QDomDocument parseXml(const QByteArray &bytes, ParseError *error)
     return QDomDocument();
 }
 
-QDomDocument parseXmlText(const QString &text, ParseError *error)
+QDomDocument parseXmlText(const QString &text, ParseError *error, Prefixes prefixes)
 {
     QDomDocument document;
-    const std::optional<ParseError> reason = refusal(text);
+    const std::optional<ParseError> reason = refusal(text, prefixes);
     // setContent() keeps what it read before an error.
     if (!reason && document.setContent(text))
         return document;

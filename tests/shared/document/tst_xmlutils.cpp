@@ -21,6 +21,8 @@ private Q_SLOTS:
     void wholeDocumentIsParsed();
     void anythingElseIsEmpty_data();
     void anythingElseIsEmpty();
+    void prefixesAsNamespaces_data();
+    void prefixesAsNamespaces();
     void cutOffReplyIsEmpty();
     void nothingIsFetched();
 };
@@ -96,6 +98,7 @@ void TestXmlUtils::wholeDocumentIsParsed_data()
     QTest::newRow("document type")            << "<!DOCTYPE r>" + cyrillic.toUtf8();
     QTest::newRow("comment and line end")     << cyrillic.toUtf8() + "<!-- end -->\n";
     QTest::newRow("attributes and prefix")    << "<r xmlns:s='urn:s' s:a='1'>" + u"Щука «ё»"_s.toUtf8() + "</r>";
+    QTest::newRow("undeclared prefixes")      << "<r s:a='1'>" + u"Щука «ё»<s:b/>"_s.toUtf8() + "</r>";
     QTest::newRow("character references")     << "<r>&#1065;ука &#xAB;ё&#187;</r>"_ba;
     // clang-format on
 }
@@ -144,6 +147,28 @@ void TestXmlUtils::anythingElseIsEmpty()
     QFETCH(QByteArray, bytes);
     const QDomDocument document = xmlutils::parseXml(bytes);
     QVERIFY2(document.isNull() || !document.hasChildNodes(), qPrintable(document.toString()));
+}
+
+void TestXmlUtils::prefixesAsNamespaces_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("isRead");
+    QTest::newRow("none") << u"<r><a>1</a></r>"_s << true;
+    QTest::newRow("default namespace") << u"<r xmlns='urn:r'><a>1</a></r>"_s << true;
+    QTest::newRow("declared") << u"<s:r xmlns:s='urn:s'><a>1</a></s:r>"_s << true;
+    QTest::newRow("undeclared on an element") << u"<r><s:b/><a>1</a></r>"_s << false;
+    QTest::newRow("undeclared on an attribute") << u"<r s:b=''><a>1</a></r>"_s << false;
+}
+
+void TestXmlUtils::prefixesAsNamespaces()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, isRead);
+    xmlutils::ParseError error;
+    const QDomDocument document =
+        xmlutils::parseXmlText(text, &error, xmlutils::Prefixes::Namespaces);
+    QCOMPARE(xmlutils::getValueByTag(document, u"a"_s, 0), isRead ? u"1"_s : u""_s);
+    QCOMPARE(error.message.isEmpty(), isRead);
 }
 
 void TestXmlUtils::cutOffReplyIsEmpty()
