@@ -14,6 +14,15 @@
 #include "handlers/forwarding/winelabbonushandler.h"
 #include "handlers/forwarding/winelabcertificatehandler.h"
 #include "handlers/forwarding/winelabsoftchequehandler.h"
+#include "handlers/other/giftomanhandler.h"
+#include "handlers/other/ituruphandler.h"
+#include "handlers/other/loyahandler.h"
+#include "handlers/other/megarhandler.h"
+#include "handlers/other/plaziushandler.h"
+#include "handlers/other/pricecorehandler.h"
+#include "handlers/other/priorityapihandler.h"
+#include "handlers/other/rsloyaltyhandler.h"
+#include "handlers/other/tsumhandler.h"
 
 std::span<const HandlerRow> handlerTable()
 {
@@ -23,12 +32,22 @@ std::span<const HandlerRow> handlerTable()
         row<CardLabHandler>               (u"cardlab"),
         row<CustomerAddressHandler>       (u"customeraddress"),
         row<EstesisHandler>               (u"estesis"),
+        row<GiftomanHandler>              (u"giftoman"),
         row<GreenwichParkingTicketHandler>(u"greenwichparkingticket"),
         row<HeinekenHandler>              (u"heineken"),
+        row<IturupHandler>                (u"iturup"),
+        row<LoyaHandler>                  (u"loya"),
+        typedRow<MegarHandler>            (u"megar"),
         row<NoChangeHandler>              (u"nochange"),
+        row<PlaziusHandler>               (u"plazius"),
+        row<PriceCoreHandler>             (u"pricecore"),
+        row<PriorityApiHandler>           (u"priorityapi"),
+        typedRow<MegarHandler>            (u"rrsocial"),
+        row<RSLoyaltyHandler>             (u"rsloyalty"),
         row<SetOmniHandler>               (u"setomni"),
         row<SmartScalesHandler>           (u"smartscales"),
         row<SoftCheckHandler>             (u"softcheck"),
+        row<TsumHandler>                  (u"tsum"),
         row<WaybillNumberHandler>         (u"waybillnumber"),
         row<WinelabBonusHandler>          (u"winelabbonus"),
         row<WinelabCertificateHandler>    (u"winelabcertificate"),

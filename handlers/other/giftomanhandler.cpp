@@ -1,0 +1,63 @@
+#include "handlers/other/giftomanhandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "handlers/common/restcalls.h"
+
+#include <log4qt/logger.h>
+
+#include <QUrl>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int attemptLimit = 3;
+
+/// The service itself has failed, and another attempt may find it well. Both signs of a code occur.
+bool isInternalError(const QVariantMap &reply)
+{
+    constexpr qint64 internalErrors[] = {32605, 32606, 32610};
+    if (!reply.contains(u"error"_s))
+        return false;
+    const qint64 code = reply.value(u"error"_s).toMap().value(u"code"_s).toInt();
+    return std::ranges::find(internalErrors, qAbs(code)) != std::end(internalErrors);
+}
+
+} // namespace
+
+GiftomanHandler::GiftomanHandler()
+    : BasicHandler(u"giftoman"_s)
+{
+}
+
+bool GiftomanHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    const auto client = createClient(*logger());
+    client->setTimeout(messageValue<int>(message, u"timeout"_s));
+
+    const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
+    const auto body = messageValue<QByteArray>(message, u"body"_s);
+    const auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
+    for (int attempt = 1;; ++attempt) {
+        client->post(url, body, headers);
+        if (client->errorCode() > 0) {
+            logSendError(*logger(), client->errorText());
+            return false;
+        }
+        const QVariantMap reply = client->responseVariant().toMap();
+        if (isInternalError(reply)) {
+            logger()->error(u"Внутрення ошибка сервера"_s);
+            return false;
+        }
+        // The last reply is not asked for its id any more: the service has had its chances.
+        if (attempt == attemptLimit) {
+            logger()->error(u"Ошибочный ответ от сервера"_s);
+            return true;
+        }
+        if (reply.value(u"result"_s).toMap().value(u"id"_s).toString() != u"0")
+            return true;
+    }
+}

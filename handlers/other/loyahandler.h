@@ -1,0 +1,12 @@
+#pragma once
+
+#include "engine/basichandler.h"
+
+/// Delivers `loya` messages: a chain of up to three PUTs, each with the answer to the one before. After a
+/// failure the whole chain is due again, so the service sees its first links more than once.
+class LoyaHandler : public BasicHandler
+{
+public:
+    LoyaHandler();
+    bool sendMessage(const Message &message) override;
+};

@@ -1,0 +1,58 @@
+#include "handlers/other/megarhandler.h"
+
+#include "handlers/forwarding/forwarding.h"
+#include "shared/document/xmlutils.h"
+
+#include <log4qt/logger.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr Forwarding forwarding{.opening = Opening::Plain};
+
+/// The reasons of a refusal that mean: the transaction was handled before.
+bool isHandledBefore(int reason)
+{
+    return reason == 227 || reason == 331 || reason == 442;
+}
+
+} // namespace
+
+MegarHandler::MegarHandler(const QString &type)
+    : BasicHandler(type)
+{
+}
+
+bool MegarHandler::sendMessage(const Message &message)
+{
+    const auto client = makeRequest(message, *logger(), forwarding);
+    return client->errorCode() < 1 && parseReply(client->responseBody());
+}
+
+bool MegarHandler::parseReply(const QByteArray &reply)
+{
+    xmlutils::ParseError error;
+    const QDomDocument document =
+        xmlutils::parseXmlText(QString::fromUtf8(reply), &error, xmlutils::Prefixes::Namespaces);
+    if (document.isNull()) {
+        logger()->warn(u"Не удалось интерпретировать ответ от сервера([%1, %2] %3)"_s.arg(
+            QString::number(error.line), QString::number(error.column), error.message));
+        return false;
+    }
+    const QDomElement root = document.documentElement();
+    const QDomElement result = root.elementsByTagName(u"Rspn"_s).at(0).toElement();
+    if (result.isNull()) {
+        logger()->warn(u"Не найден результат обработки транзакции"_s);
+        return false;
+    }
+    if (result.text() == u"APPR")
+        return true;
+    // An absent reason reads as 0, and so does one that is no number: neither is on the list.
+    if (isHandledBefore(xmlutils::getValueByTag(root, u"RspnRsn"_s, 0).toInt())) {
+        logger()->warn(u"Транзакция была обработана ранее, удаляем сообщение из очереди"_s);
+        return true;
+    }
+    logger()->warn(u"Операция не выполнена"_s);
+    return false;
+}

@@ -1,0 +1,30 @@
+#include "handlers/other/priorityapihandler.h"
+
+#include "handlers/forwarding/forwarding.h"
+
+#include <log4qt/logger.h>
+
+using namespace Qt::StringLiterals;
+
+PriorityApiHandler::PriorityApiHandler()
+    : BasicHandler(u"priorityapi"_s)
+{
+}
+
+bool PriorityApiHandler::sendMessage(const Message &message)
+{
+    const bool isText = message.body.value(u"body"_s).metaType() == QMetaType::fromType<QString>();
+    const Forwarding forwarding{
+        .payload = isText ? Payload::Bytes : Payload::Object,
+        .timeout = Timeout::fixed(10),
+    };
+    const auto client = makeRequest(message, *logger(), forwarding);
+    if (client->errorCode() > 0)
+        return false;
+    const QVariantMap reply = client->responseVariant().toMap();
+    if (!reply.contains(u"code"_s)) {
+        logger()->warn(u"Некорректный ответ от сервера, отсутствует обязательное поле 'code'"_s);
+        return false;
+    }
+    return reply.value(u"code"_s).toInt() == 0;
+}

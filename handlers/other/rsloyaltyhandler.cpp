@@ -1,0 +1,51 @@
+#include "handlers/other/rsloyaltyhandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "handlers/common/restcalls.h"
+#include "handlers/forwarding/forwarding.h"
+#include "shared/document/xmlutils.h"
+
+#include <log4qt/logger.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr Forwarding forwarding{
+    .opening = Opening::Plain,
+    .timeout = Timeout::fixed(10),
+    .failureLine = FailureLine::Silent,
+};
+
+} // namespace
+
+RSLoyaltyHandler::RSLoyaltyHandler()
+    : BasicHandler(u"rsloyalty"_s)
+{
+}
+
+bool RSLoyaltyHandler::sendMessage(const Message &message)
+{
+    const auto client = makeRequest(message, *logger(), forwarding);
+    // A fault comes with an error status, so a reply is judged before the exchange is.
+    if (parseReply(messageValue<QString>(message, u"request"_s), client->statusCode(),
+                   client->responseBody()))
+        return true;
+    if (client->errorCode() > 0)
+        logSendError(*logger(), client->errorText());
+    return false;
+}
+
+bool RSLoyaltyHandler::parseReply(const QString &request, int status, const QByteArray &reply)
+{
+    const QDomDocument document = xmlutils::parseXml(reply);
+    if (status == 200)
+        return xmlutils::getValueByTag(document, request + u"Result"_s, 0) == u"true";
+
+    const QString fault = xmlutils::getValueByTag(document, u"faultstring"_s, 0).remove(u'.');
+    // The card is not there to be changed, and no further attempt makes it appear.
+    if (fault != u"Дисконтная карта не активирована" && fault != u"Дисконтная карта не найдена")
+        return false;
+    logger()->warn(u"Сообщение об ошибке: %1, сообщение будет удалено"_s, fault);
+    return true;
+}
