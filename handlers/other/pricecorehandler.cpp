@@ -19,8 +19,8 @@ constexpr Forwarding forwarding{
 bool sendObject(const Message &message, Log4Qt::Logger &logger)
 {
     const auto client = makeRequest(message, logger, forwarding);
-    // Only now, and so for a later request of this client alone: whoever looks for a rejected token
-    // on a till finds it in the debug log of the request.
+    // Only now, when the request is made: its token stands in the debug log, where the service's
+    // engineers look for one that was rejected.
     client->setSecretHeaders({u"X-Api-Auth-Token"_s});
     return !client->response().isNetworkError();
 }
