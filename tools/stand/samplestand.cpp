@@ -58,6 +58,12 @@ QString portsFile(const QString &root)
     return root + u"/stand-ports.json"_s;
 }
 
+/// What the show came to, for whoever called it.
+QString resultFile(const QString &root)
+{
+    return root + u"/stand-result.txt"_s;
+}
+
 QString peerKey(const ScenarioSource &source, const PeerScript &peer)
 {
     return source.title() + u", "_s + peer.name;
@@ -327,11 +333,12 @@ bool SampleStand::sayEnd() const
         if (!sample->isDelivered)
             failed.insert(sample->type());
     }
-    print(coloured(
+    const QString result =
         say(u"Доставлено типов сообщений: %1 из %2"_s, u"Message types delivered: %1 of %2"_s)
             .arg(types.size() - failed.size())
-            .arg(types.size()),
-        failed.isEmpty()));
+            .arg(types.size());
+    writeFile(resultFile(root), result.toUtf8() + '\n');
+    print(coloured(result, failed.isEmpty()));
     if (failed.isEmpty())
         return true;
     QStringList names(failed.cbegin(), failed.cend());

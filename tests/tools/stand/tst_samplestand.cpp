@@ -27,6 +27,7 @@ private:
     /// A file with one sample of the type.
     void writeSample(const QString &type, const QByteArray &more = {});
     bool show();
+    QByteArray result() const;
 
     std::unique_ptr<QTemporaryDir> folder;
     QString root;
@@ -76,6 +77,12 @@ bool TestSampleStand::show()
     return isDelivered;
 }
 
+QByteArray TestSampleStand::result() const
+{
+    QFile file(root + u"/stand-result.txt"_s);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("no result");
+}
+
 void TestSampleStand::deliversSamples()
 {
     writeSample(u"heineken"_s);
@@ -84,6 +91,7 @@ void TestSampleStand::deliversSamples()
     QFile settings(root + u"/tallocash/cash/conf/10-stand.ini"_s);
     QVERIFY(settings.open(QIODevice::ReadOnly));
     QVERIFY(settings.readAll().contains("[x]\npeer = http://127.0.0.1:"));
+    QVERIFY2(result().contains(": 2 "), result());
 }
 
 void TestSampleStand::tellsWhatWasNotDelivered()
@@ -91,6 +99,7 @@ void TestSampleStand::tellsWhatWasNotDelivered()
     writeSample(u"heineken"_s);
     writeSample(u"cardlab"_s); // puts, and the sample tells of a POST
     QVERIFY(!show());
+    QVERIFY2(result().contains(": 1 "), result());
 }
 
 void TestSampleStand::settingsComeFirst()
