@@ -1,5 +1,6 @@
 #include "handlers/handlertable.h"
 
+#include "handlers/apmindbox/apmindboxhandler.h"
 #include "handlers/forwarding/abmloyaltyhandler.h"
 #include "handlers/forwarding/cardlabhandler.h"
 #include "handlers/forwarding/customeraddresshandler.h"
@@ -29,6 +30,7 @@ std::span<const HandlerRow> handlerTable()
     // clang-format off
     static constexpr HandlerRow rows[] = {
         row<AbmLoyaltyHandler>            (u"abmloyalty"),
+        row<ApMindboxHandler>             (u"apmindbox"),
         row<CardLabHandler>               (u"cardlab"),
         row<CustomerAddressHandler>       (u"customeraddress"),
         row<EstesisHandler>               (u"estesis"),

@@ -204,7 +204,8 @@ void TestPackaging::sampleSettingsHoldTheDefaults()
 void TestPackaging::sampleSettingsAreAllChecked()
 {
     const QByteArray settings = activeSettings();
-    static const QRegularExpression setting(u"^[A-Za-z]+ ="_s, QRegularExpression::MultilineOption);
+    static const QRegularExpression setting(u"^[A-Za-z.]+ ="_s,
+                                            QRegularExpression::MultilineOption);
     QCOMPARE(QString::fromUtf8(settings).count(setting), 13);
 }
 

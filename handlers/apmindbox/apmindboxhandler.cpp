@@ -1,0 +1,33 @@
+#include "handlers/apmindbox/apmindboxhandler.h"
+
+#include "handlers/apmindbox/interface.h"
+#include "handlers/common/messagevalue.h"
+
+#include <log4qt/logger.h>
+
+using namespace Qt::StringLiterals;
+
+ApMindboxHandler::ApMindboxHandler()
+    : BasicHandler(u"apmindbox"_s)
+{
+}
+
+bool ApMindboxHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    apmindbox::Interface interface;
+
+    const auto payload =
+        QJsonObject::fromVariantMap(messageValue<QVariantMap>(message, u"payload"_s));
+    const auto method = messageValue<QString>(message, u"method"_s);
+    // A delivery never writes into the queue: the message that lies there is enough.
+    if (method == u"create") {
+        constexpr bool fromQueue = true;
+        return interface.createAuthorizedOrder(payload, fromQueue).isSuccess();
+    }
+    if (method == u"change") {
+        constexpr bool sendNow = true;
+        return interface.changeOrderStatus(payload, sendNow).isSuccess();
+    }
+    return false;
+}

@@ -1,0 +1,255 @@
+#include "handlers/apmindbox/interface.h"
+#include "tests/handlers/support/delivery.h"
+#include "tests/support/fakerestclient.h"
+#include "tests/support/fixedtime.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/queuedatabase.h"
+
+#include <QJsonDocument>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString settings = u"[ApMindbox]\nurl = https://mind.test/v3/operations/sync\n"
+                         "endpoint = Trekraip.Till\nsecretKey = s3cret\n"_s;
+const QString createMessage =
+    uR"({"method":"create","payload":{"order":{"totalPrice":199.9},"executionDateTimeUtc":"x"}})"_s;
+const QString changeMessage =
+    uR"({"method":"change","payload":{"order":{"ids":{"till":"42"},"status":"Paid"}}})"_s;
+
+QString requestOf(const QString &operationName)
+{
+    return u"POST https://mind.test/v3/operations/sync?endpointId=Trekraip.Till&operation="_s
+           + operationName;
+}
+
+QJsonObject object(const QByteArray &json)
+{
+    return QJsonDocument::fromJson(json).object();
+}
+
+} // namespace
+
+class TstApMindboxHandler : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void createdOrder();
+    void changedStatus();
+    void outcome_data();
+    void outcome();
+    void otherMethod_data();
+    void otherMethod();
+    void payload_data();
+    void payload();
+    void settingsAreReadForEachDelivery();
+    void orderOfTheTillComesBack();
+};
+
+void TstApMindboxHandler::createdOrder()
+{
+    QueueDatabase till;
+    till.setSettings(settings);
+    const LogCapture log(u"apmindbox"_s);
+    FakeRestClient net({reply(200, R"({"order":{"processingStatus":"Processed"}})")});
+    QVERIFY(deliver(u"apmindbox"_s, createMessage));
+    QCOMPARE(net.steps(),
+             (QStringList{u"setTimeoutMs 5000"_s, requestOf(u"Offline.CreateAuthorizedOrder"_s)}));
+    const QJsonObject sent = object(
+        R"({"order":{"totalPrice":199.9},"executionDateTimeUtc":"x","pointOfContact":"Offline"})");
+    QCOMPARE(net.lastRequest().jsonObject(), sent);
+    QCOMPARE(log.lines(),
+             (QStringList{u"INFO Отправка сообщения 7"_s,
+                          u"INFO  адрес сервера: https://mind.test/v3/operations/sync"_s,
+                          u"INFO Создание заказа авторизованного клиента"_s,
+                          u"DEBUG  выполнение метода 'Offline.CreateAuthorizedOrder'"_s}));
+}
+
+void TstApMindboxHandler::changedStatus()
+{
+    QueueDatabase till;
+    till.setSettings(settings);
+    const LogCapture log(u"apmindbox"_s);
+    FakeRestClient net({reply(200, R"({"status":"Success"})")});
+    QVERIFY(deliver(u"apmindbox"_s, changeMessage));
+    QCOMPARE(net.steps(),
+             (QStringList{u"setTimeoutMs 5000"_s, requestOf(u"Offline.ChangeStatus"_s)}));
+    const QJsonObject sent =
+        object(R"({"order":{"ids":{"till":"42"},"status":"Paid"},"pointOfContact":"Offline"})");
+    QCOMPARE(net.lastRequest().jsonObject(), sent);
+    QCOMPARE(log.lines(),
+             (QStringList{u"INFO Отправка сообщения 7"_s,
+                          u"INFO  адрес сервера: https://mind.test/v3/operations/sync"_s,
+                          u"INFO Изменение статуса заказа"_s,
+                          u"DEBUG  выполнение метода 'Offline.ChangeStatus'"_s}));
+}
+
+void TstApMindboxHandler::outcome_data()
+{
+    QTest::addColumn<http::Response>("answer");
+    QTest::addColumn<bool>("isCreated");
+    QTest::addColumn<bool>("isChanged");
+
+    const auto row = [](const char *name, const http::Response &answer, bool isCreated,
+                        bool isChanged) {
+        QTest::newRow(name) << answer << isCreated << isChanged;
+    };
+    row("processed", reply(200, R"({"order":{"processingStatus":"Processed"}})"), true, false);
+    row("calculated", reply(200, R"({"order":{"processingStatus":"Calculated"}})"), true, false);
+    row("success", reply(200, R"({"status":"Success"})"), false, true);
+    row("both", reply(200, R"({"status":"Success","order":{"processingStatus":"Processed"}})"),
+        true, true);
+    row("success, order not processed",
+        reply(200, R"({"status":"Success","order":{"processingStatus":"NotProcessed"}})"), false,
+        true);
+    row("processed beside an error",
+        reply(200, R"({"errorMessage":"x","order":{"processingStatus":"Processed"}})"), true,
+        false);
+    row("success beside an error", reply(200, R"({"status":"Success","errorMessage":"x"})"), false,
+        false);
+    row("validation error", reply(200, R"({"status":"ValidationError"})"), false, false);
+    row("protocol error", reply(200, R"({"status":"ProtocolError"})"), false, false);
+    row("400 with an error", reply(400, R"({"status":"ProtocolError","errorMessage":"x"})"), false,
+        false);
+    row("400 without a body", reply(400), false, false);
+    row("403", reply(403, R"({"errorMessage":"x"})"), false, false);
+    row("500", reply(500), false, false);
+    row("200 without a body", reply(200), false, false);
+    row("200 with an array", reply(200, R"([{"status":"Success"}])"), false, false);
+    row("no connection", noConnection(), false, false);
+    row("no answer in time", timeout(), false, false);
+}
+
+void TstApMindboxHandler::outcome()
+{
+    QFETCH(http::Response, answer);
+    QFETCH(bool, isCreated);
+    QFETCH(bool, isChanged);
+
+    QueueDatabase till;
+    FakeRestClient net({answer, answer});
+    QCOMPARE(deliver(u"apmindbox"_s, createMessage), isCreated);
+    net.nextDelivery();
+    QCOMPARE(deliver(u"apmindbox"_s, changeMessage), isChanged);
+    // The message that stays is the only one.
+    QCOMPARE(till.ids(), QList<int>());
+}
+
+void TstApMindboxHandler::otherMethod_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::newRow("Create") << uR"({"method":"Create","payload":{}})"_s;
+    QTest::newRow("CHANGE") << uR"({"method":"CHANGE","payload":{}})"_s;
+    QTest::newRow("commit") << uR"({"method":"commit","payload":{}})"_s;
+    QTest::newRow("empty") << uR"({"method":"","payload":{}})"_s;
+    QTest::newRow("none") << uR"({"payload":{}})"_s;
+    QTest::newRow("a number") << uR"({"method":1,"payload":{}})"_s;
+    QTest::newRow("an array") << uR"({"method":["create"],"payload":{}})"_s;
+    QTest::newRow("null") << uR"({"method":null,"payload":{}})"_s;
+    QTest::newRow("empty body") << u"{}"_s;
+}
+
+void TstApMindboxHandler::otherMethod()
+{
+    QFETCH(QString, body);
+
+    QueueDatabase till;
+    till.setSettings(settings);
+    const LogCapture log(u"apmindbox"_s);
+    const FakeRestClient net;
+    QVERIFY(!deliver(u"apmindbox"_s, body));
+    QCOMPARE(net.transcript(), QStringList());
+    QCOMPARE(log.lines(),
+             (QStringList{u"INFO Отправка сообщения 7"_s,
+                          u"INFO  адрес сервера: https://mind.test/v3/operations/sync"_s}));
+}
+
+void TstApMindboxHandler::payload_data()
+{
+    QTest::addColumn<QString>("payload");
+    QTest::addColumn<QByteArray>("sent");
+
+    const QByteArray empty = R"({"pointOfContact":"Offline"})";
+    QTest::newRow("none") << u""_s << empty;
+    QTest::newRow("null") << uR"(,"payload":null)"_s << empty;
+    QTest::newRow("a text") << uR"(,"payload":"{}")"_s << empty;
+    QTest::newRow("a number") << uR"(,"payload":5)"_s << empty;
+    QTest::newRow("an array") << uR"(,"payload":[{"a":1}])"_s << empty;
+    QTest::newRow("a point of contact of its own")
+        << uR"(,"payload":{"pointOfContact":"Till"})"_s << empty;
+    QTest::newRow("values of all kinds")
+        << uR"(,"payload":{"a":79001234567,"b":0.1,"c":"%1","d":null,"e":[true],"f":{"g":{}}})"_s
+        << QByteArray(R"({"pointOfContact":"Offline","a":79001234567,"b":0.1,"c":"%1","d":null,)"
+                      R"("e":[true],"f":{"g":{}}})");
+}
+
+void TstApMindboxHandler::payload()
+{
+    QFETCH(QString, payload);
+    QFETCH(QByteArray, sent);
+
+    const QueueDatabase till;
+    for (const QString &method : {u"create"_s, u"change"_s}) {
+        FakeRestClient net({reply(200)});
+        QVERIFY(!deliver(u"apmindbox"_s, u"{\"method\":\"%1\"%2}"_s.arg(method, payload)));
+        QCOMPARE(net.lastRequest().jsonObject(), object(sent));
+    }
+}
+
+void TstApMindboxHandler::settingsAreReadForEachDelivery()
+{
+    QueueDatabase till;
+    FakeRestClient net({noConnection(), noConnection()});
+    for (const QString &host : {u"one.test"_s, u"two.test"_s}) {
+        till.setSettings(u"[ApMindbox]\nurl = http://%1/\n"_s.arg(host));
+        net.nextDelivery();
+        QVERIFY(!deliver(u"apmindbox"_s, changeMessage));
+    }
+    QCOMPARE(net.transcript(),
+             (QStringList{u"POST http://one.test/?endpointId=&operation=Offline.ChangeStatus"_s,
+                          u"POST http://two.test/?endpointId=&operation=Offline.ChangeStatus"_s}));
+}
+
+void TstApMindboxHandler::orderOfTheTillComesBack()
+{
+    QueueDatabase till;
+    till.setSettings(settings);
+    FixedTime clock(1'767'225'599);
+    FakeRestClient net({noConnection(), noConnection(),
+                        reply(200, R"({"order":{"processingStatus":"Processed"}})"),
+                        reply(200, R"({"status":"Success"})")});
+    apmindbox::Interface client;
+    client.createAuthorizedOrder(object(R"({"order":{"totalPrice":199.9}})"), false);
+    client.changeOrderStatus(object(R"({"order":{"status":"Paid"}})"), false);
+    QCOMPARE(till.ids(u"apmindbox"_s), (QList<int>{1, 2}));
+    clock.set(1'767'300'000);
+
+    const auto delivered = [&till, &net](int id) {
+        net.nextDelivery();
+        const QString body = till.query(u"SELECT body FROM message WHERE messageid = ?"_s, {id})
+                                 .at(0)
+                                 .at(0)
+                                 .toString();
+        return deliver(u"apmindbox"_s, body);
+    };
+    QVERIFY(!delivered(1));
+    QVERIFY(delivered(1));
+    QVERIFY(delivered(2));
+    QCOMPARE(till.ids(), (QList<int>{1, 2}));
+    const QString create = requestOf(u"Offline.CreateAuthorizedOrder"_s);
+    QCOMPARE(net.transcript(),
+             (QStringList{create, create, create, requestOf(u"Offline.ChangeStatus"_s)}));
+    // The time is that of the till's own attempt.
+    const QJsonObject order = object(R"({"order":{"totalPrice":199.9},"pointOfContact":"Offline",)"
+                                     R"("executionDateTimeUtc":"31.12.2025 23:59:59"})");
+    QCOMPARE(net.requestAt(1).jsonObject(), order);
+    QCOMPARE(net.requestAt(2).jsonObject(), order);
+    const QJsonObject change = object(R"({"order":{"status":"Paid"},"pointOfContact":"Offline"})");
+    QCOMPARE(net.requestAt(3).jsonObject(), change);
+}
+
+QTEST_GUILESS_MAIN(TstApMindboxHandler)
+#include "tst_apmindboxhandler.moc"
