@@ -79,7 +79,7 @@ QString TestPackaging::sample(const QString &name) const
 
 QByteArray TestPackaging::activeSettings() const
 {
-    static const QRegularExpression commented(u"^;(?=[A-Za-z]+ =)"_s,
+    static const QRegularExpression commented(u"^;(?=[A-Za-z.]+ =)"_s,
                                               QRegularExpression::MultilineOption);
     return QString::fromUtf8(read(sample(u"queue.ini.sample"_s))).remove(commented).toUtf8();
 }
@@ -184,6 +184,13 @@ void TestPackaging::sampleSettingsHoldTheDefaults_data()
     QTest::newRow("network:proxy") << u""_s;
     QTest::newRow("network:noProxy") << u""_s;
     QTest::newRow("network:caFile") << u""_s;
+    QTest::newRow("ApMindbox:url") << u"https://api.mindbox.ru/v3/operations/sync"_s;
+    QTest::newRow("ApMindbox:endpoint") << u""_s;
+    QTest::newRow("ApMindbox:secretKey") << u""_s;
+    QTest::newRow("ApMindbox:pointOfContact") << u"Offline"_s;
+    QTest::newRow("ApMindbox:brand") << u"Trekraip"_s;
+    QTest::newRow("ApMindbox:timeout") << u"5"_s;
+    QTest::newRow("ApMindbox.Redirect:Offline.GetCustomer") << u"Offline.GetCustomer"_s;
 }
 
 void TestPackaging::sampleSettingsHoldTheDefaults()
@@ -206,7 +213,7 @@ void TestPackaging::sampleSettingsAreAllChecked()
     const QByteArray settings = activeSettings();
     static const QRegularExpression setting(u"^[A-Za-z.]+ ="_s,
                                             QRegularExpression::MultilineOption);
-    QCOMPARE(QString::fromUtf8(settings).count(setting), 13);
+    QCOMPARE(QString::fromUtf8(settings).count(setting), 20);
 }
 
 void TestPackaging::sampleLoggingIsTheDefault()
