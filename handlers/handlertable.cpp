@@ -15,6 +15,8 @@
 #include "handlers/forwarding/winelabbonushandler.h"
 #include "handlers/forwarding/winelabcertificatehandler.h"
 #include "handlers/forwarding/winelabsoftchequehandler.h"
+#include "handlers/loyalty/goldcrownhandler.h"
+#include "handlers/loyalty/spasibohandler.h"
 #include "handlers/other/giftomanhandler.h"
 #include "handlers/other/ituruphandler.h"
 #include "handlers/other/loyahandler.h"
@@ -35,6 +37,7 @@ std::span<const HandlerRow> handlerTable()
         row<CustomerAddressHandler>       (u"customeraddress"),
         row<EstesisHandler>               (u"estesis"),
         row<GiftomanHandler>              (u"giftoman"),
+        row<GoldCrownHandler>             (u"goldcrown"),
         row<GreenwichParkingTicketHandler>(u"greenwichparkingticket"),
         row<HeinekenHandler>              (u"heineken"),
         row<IturupHandler>                (u"iturup"),
@@ -49,6 +52,9 @@ std::span<const HandlerRow> handlerTable()
         row<SetOmniHandler>               (u"setomni"),
         row<SmartScalesHandler>           (u"smartscales"),
         row<SoftCheckHandler>             (u"softcheck"),
+        typedRow<SpasiboHandler>          (u"spasibo"),
+        typedRow<SpasiboHandler>          (u"spasiboBatch"),
+        typedRow<SpasiboHandler>          (u"spasiboReverse"),
         row<TsumHandler>                  (u"tsum"),
         row<WaybillNumberHandler>         (u"waybillnumber"),
         row<WinelabBonusHandler>          (u"winelabbonus"),

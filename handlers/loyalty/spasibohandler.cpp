@@ -1,0 +1,154 @@
+#include "handlers/loyalty/spasibohandler.h"
+
+#include "handlers/common/certificates.h"
+#include "handlers/common/messagevalue.h"
+#include "handlers/common/restcalls.h"
+#include "shared/core/config.h"
+#include "shared/core/singleton.h"
+#include "shared/net/serder.h"
+
+#include <log4qt/logger.h>
+
+#include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Rules that cannot be read are left out.
+QList<RetryRule> readRetryRules()
+{
+    const QStringList entries = Singleton<Config>::instance()->getStringList(
+        u"Spasibo:restRetryErrors"_s, u"500,503,504,422 IDENTITY_NOT_FOUND,422 CARD_NOT_FOUND,"
+                                      "422 REG_ID_IS_BUSY,422 PURCHASE_STATUS_NOT_VALID"_s);
+    QList<RetryRule> rules;
+    for (const QString &entry : entries) {
+        const QStringList pieces = entry.trimmed().split(u' ', Qt::SkipEmptyParts);
+        bool isNumber = false;
+        const int httpStatus = pieces.value(0).toInt(&isNumber);
+        if (isNumber)
+            rules.append({httpStatus, pieces.value(1)});
+    }
+    return rules;
+}
+
+int timeoutSeconds(const Message &message)
+{
+    const int seconds = messageValue<int>(message, u"timeout"_s);
+    if (seconds > 0)
+        return seconds;
+    return Singleton<Config>::instance()->getInt(u"Spasibo:timeout"_s, 30);
+}
+
+/// A note that is no number counts as no earlier attempt.
+qint64 attemptNumber(const Message &message)
+{
+    bool isNumber = false;
+    const qint64 earlier = message.statusCode.toInt(&isNumber);
+    return isNumber ? earlier + 1 : 1;
+}
+
+QString errorCodeOf(const QByteArray &body)
+{
+    return QJsonDocument::fromJson(body.trimmed()).object().value(u"errorCode"_s).toString();
+}
+
+CertificateRules certificateRules()
+{
+    return {
+        .convertedEndings = {u".pfx"_s, u".p12"_s},
+        .digest = QCryptographicHash::Sha256,
+        .folder = QDir::tempPath() + u"/spasibo-certs"_s,
+        .fileName = u"%1"_s,
+        .passwordVariable = u"SPASIBO_CERT_PASSWORD"_s,
+        .isPrivate = true,
+    };
+}
+
+} // namespace
+
+SpasiboHandler::SpasiboHandler(const QString &type)
+    : BasicHandler(type)
+    , retryRules(readRetryRules())
+    , sendLimit(Singleton<Config>::instance()->getInt(u"Spasibo:sendLimit"_s, 20))
+{
+}
+
+bool SpasiboHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения Purchase API %1"_s, message.id);
+    const auto params = serder::deserialize<http::Params>(message.body);
+    if (!params.url.isValid()) {
+        logger()->error(u"Некорректный url в сообщении очереди"_s);
+        return true;
+    }
+    const auto client = createClient(*logger());
+    client->setTimeout(timeoutSeconds(message));
+    useCertificate(message, *client);
+    client->send(params);
+    return classifyReply(message, client->response());
+}
+
+void SpasiboHandler::useCertificate(const Message &message, RestClient &client)
+{
+    const auto path = messageValue<QString>(message, u"certificatePath"_s);
+    if (path.isEmpty())
+        return;
+    const auto password = messageValue<QString>(message, u"certificatePassword"_s);
+    // Without a usable certificate the request goes out all the same: the service says what it misses.
+    client.setCertificatePath(convertCertificate(*logger(), path, password, certificateRules()));
+    client.setCertificatePassword(password);
+    client.setPrivateKeyPath(messageValue<QString>(message, u"privateKeyPath"_s));
+}
+
+bool SpasiboHandler::classifyReply(const Message &message, const http::Response &response)
+{
+    if (response.isNetworkError()) {
+        logger()->error(u"Сетевая ошибка/таймаут при отправке: %1"_s, response.errorText.ru());
+        return false;
+    }
+    if (response.errorCode > 0 && response.status == 0) {
+        logSendError(*logger(), response.errorText);
+        return false;
+    }
+    // Before the status is looked at: if the deletion of a delivered message fails, its row shows that
+    // the service has answered.
+    const qint64 attempt = attemptNumber(message);
+    if (dao)
+        dao->updateStatusCode(message.id, QString::number(attempt));
+    if (response.status >= 200 && response.status <= 299)
+        return true;
+    return judgeError(response, attempt);
+}
+
+bool SpasiboHandler::judgeError(const http::Response &response, qint64 attempt)
+{
+    const QString errorCode = errorCodeOf(response.body);
+    const QString status = QString::number(response.status);
+    const QString label = errorCode.isEmpty() ? status : u"%1 (%2)"_s.arg(status, errorCode);
+    if (!isRetried(response.status, errorCode)) {
+        logger()->warn(u"HTTP %1 — сообщение будет удалено из очереди (не retry)"_s, label);
+        return true;
+    }
+    if (attempt < sendLimit) {
+        logger()->warn(u"HTTP %1 — сообщение останется в очереди для повтора (попытка %2/%3)"_s.arg(
+            label, QString::number(attempt), QString::number(sendLimit)));
+        return false;
+    }
+    logger()->warn(u"HTTP %1 — достигнут send_limit=%2, сообщение будет удалено из очереди"_s.arg(
+        label, QString::number(sendLimit)));
+    return true;
+}
+
+bool SpasiboHandler::isRetried(int httpStatus, const QString &errorCode) const
+{
+    return std::ranges::any_of(retryRules, [&](const RetryRule &rule) {
+        return rule.httpStatus == httpStatus
+               && (rule.errorCodeText.isEmpty()
+                   || rule.errorCodeText.compare(errorCode, Qt::CaseInsensitive) == 0);
+    });
+}
