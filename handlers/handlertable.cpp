@@ -16,7 +16,9 @@
 #include "handlers/forwarding/winelabcertificatehandler.h"
 #include "handlers/forwarding/winelabsoftchequehandler.h"
 #include "handlers/loyalty/goldcrownhandler.h"
+#include "handlers/loyalty/mfghandler.h"
 #include "handlers/loyalty/spasibohandler.h"
+#include "handlers/loyalty/tallobonushandler.h"
 #include "handlers/other/giftomanhandler.h"
 #include "handlers/other/ituruphandler.h"
 #include "handlers/other/loyahandler.h"
@@ -33,6 +35,9 @@ std::span<const HandlerRow> handlerTable()
     static constexpr HandlerRow rows[] = {
         row<AbmLoyaltyHandler>            (u"abmloyalty"),
         row<ApMindboxHandler>             (u"apmindbox"),
+        typedRow<TalloBonusHandler>       (u"tallobonus"),
+        typedRow<TalloBonusHandler>       (u"tallocertificate"),
+        typedRow<TalloBonusHandler>       (u"tallocoupon"),
         row<CardLabHandler>               (u"cardlab"),
         row<CustomerAddressHandler>       (u"customeraddress"),
         row<EstesisHandler>               (u"estesis"),
@@ -43,6 +48,7 @@ std::span<const HandlerRow> handlerTable()
         row<IturupHandler>                (u"iturup"),
         row<LoyaHandler>                  (u"loya"),
         typedRow<MegarHandler>            (u"megar"),
+        row<MfgHandler>                   (u"mfg"),
         row<NoChangeHandler>              (u"nochange"),
         row<PlaziusHandler>               (u"plazius"),
         row<PriceCoreHandler>             (u"pricecore"),

@@ -1,0 +1,29 @@
+#include "handlers/loyalty/mfghandler.h"
+
+#include "handlers/loyalty/mfg/interface.h"
+#include "shared/core/basicexception.h"
+
+#include <log4qt/logger.h>
+
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+MfgHandler::MfgHandler()
+    : BasicHandler(u"mfg"_s)
+{
+}
+
+bool MfgHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    // Made anew, so that a changed setting holds from the next message on.
+    mfg::Interface interface;
+    try {
+        interface.sendFromQueue(QJsonObject::fromVariantMap(message.body));
+    } catch (const BasicException &error) {
+        logger()->error(error.tr().ru());
+        return false;
+    }
+    return true;
+}
