@@ -191,6 +191,16 @@ void TestPackaging::sampleSettingsHoldTheDefaults_data()
     QTest::newRow("ApMindbox:brand") << u"Trekraip"_s;
     QTest::newRow("ApMindbox:timeout") << u"5"_s;
     QTest::newRow("ApMindbox.Redirect:Offline.GetCustomer") << u"Offline.GetCustomer"_s;
+    QTest::newRow("Mfg:host") << u"http://localhost"_s;
+    QTest::newRow("Mfg:path") << u"/api/ax/xpp/v1"_s;
+    QTest::newRow("Mfg:verificationPath") << u"/api/twofa/msg/v1"_s;
+    QTest::newRow("Mfg:user") << u""_s;
+    QTest::newRow("Mfg:password") << u""_s;
+    QTest::newRow("Mfg:timeout") << u"10000"_s;
+    QTest::newRow("Mfg:brand") << u""_s;
+    QTest::newRow("Mfg:verificationBrand") << u""_s;
+    QTest::newRow("Mfg:onlineStore") << u""_s;
+    QTest::newRow("Mfg:terminal") << u""_s;
 }
 
 void TestPackaging::sampleSettingsHoldTheDefaults()
@@ -213,7 +223,7 @@ void TestPackaging::sampleSettingsAreAllChecked()
     const QByteArray settings = activeSettings();
     static const QRegularExpression setting(u"^[A-Za-z.]+ ="_s,
                                             QRegularExpression::MultilineOption);
-    QCOMPARE(QString::fromUtf8(settings).count(setting), 20);
+    QCOMPARE(QString::fromUtf8(settings).count(setting), 30);
 }
 
 void TestPackaging::sampleLoggingIsTheDefault()
