@@ -233,8 +233,9 @@ QJsonObject Interface::buildBasket(const Document &document, const DocumentCardR
                                    bool noDiscount)
 {
     const Discounts discounts = discountsOf(document.getImpacts());
+    const QList<GoodsItem> goods = document.getGoods();
     QJsonArray orderLines;
-    for (const GoodsItem &item : document.getGoods())
+    for (const GoodsItem &item : goods)
         orderLines.append(orderLine(item, discounts.lines.value(item.getPosnum()), noDiscount));
 
     const QString operationId = card.getOperationId();

@@ -7,6 +7,7 @@
 
 #include <QJsonDocument>
 #include <QTest>
+#include <QTimeZone>
 
 #include <ctime>
 
@@ -205,7 +206,7 @@ void TestTalloBonusClient::dates_data()
         << QDateTime(QDate(2026, 7, 1), noon) << QJsonValue(u"2026-07-01T12:30:05+03:00"_s);
     QTest::newRow("seconds since 1970")
         << QDateTime::fromSecsSinceEpoch(0) << QJsonValue(u"1970-01-01T03:00:00+03:00"_s);
-    QTest::newRow("UTC") << QDateTime(QDate(2026, 7, 1), noon, Qt::UTC)
+    QTest::newRow("UTC") << QDateTime(QDate(2026, 7, 1), noon, QTimeZone::utc())
                          << QJsonValue(u"2026-07-01T12:30:05Z"_s);
 }
 

@@ -331,7 +331,8 @@ void TstMfgBasket::basketOfTheCard()
 void TstMfgBasket::newBasketAtEveryCall()
 {
     mfg::Interface interface;
-    const DocumentCardRecord card;
+    // As a card without an operation is read from the till's documents.
+    const DocumentCardRecord card(3, u"2200"_s, u""_s, QVariant());
     const QString first =
         interface.buildBasket(Document(), card, false).value(u"basket"_s).toString();
     const QString second =
