@@ -1,0 +1,3 @@
+#include "shared/document/paymentprocessing.h"
+
+PaymentProcessing::~PaymentProcessing() = default;

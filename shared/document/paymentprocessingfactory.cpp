@@ -1,0 +1,56 @@
+#include "shared/document/paymentprocessingfactory.h"
+
+#include "shared/core/basicexception.h"
+#include "shared/core/config.h"
+#include "shared/core/singleton.h"
+#include "shared/document/httppaymentprocessing.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+bool isHttpAddress(const QUrl &url)
+{
+    return url.isValid() && !url.host().isEmpty()
+           && (url.scheme() == u"http" || url.scheme() == u"https");
+}
+
+/// Null when nothing is set up.
+std::shared_ptr<PaymentProcessing> processingFromSettings(const Valut &valut)
+{
+    const QString key = u"processing:%1"_s.arg(valut.getCode());
+    const QString address = Singleton<Config>::instance()->getString(key, QString());
+    if (address.isEmpty())
+        return nullptr;
+    const QUrl url(address);
+    if (!isHttpAddress(url)) {
+        // The address itself may hold a password.
+        throw BasicException(
+            u"Параметр %1 не является адресом http или https, исправьте настройки"_s.arg(key));
+    }
+    return std::make_shared<HttpPaymentProcessing>(url);
+}
+
+} // namespace
+
+void PaymentProcessingFactory::prepare()
+{
+    const QMutexLocker locker(&processings.mutex);
+    processings.value.clear();
+}
+
+PaymentProcessingFactory::~PaymentProcessingFactory() = default;
+
+std::shared_ptr<PaymentProcessing> PaymentProcessingFactory::getProcessing(const Valut &valut)
+{
+    if (valut.isEmpty())
+        return nullptr;
+    const QMutexLocker locker(&processings.mutex);
+    std::shared_ptr<PaymentProcessing> known = processings.value.value(valut.getCode());
+    if (known)
+        return known;
+    const auto fresh = processingFromSettings(valut);
+    if (fresh)
+        processings.value.insert(valut.getCode(), fresh);
+    return fresh;
+}
