@@ -28,6 +28,9 @@
 #include "handlers/other/priorityapihandler.h"
 #include "handlers/other/rsloyaltyhandler.h"
 #include "handlers/other/tsumhandler.h"
+#include "handlers/payment/atolpayhandler.h"
+#include "handlers/payment/nspkechandler.h"
+#include "handlers/payment/processinghandler.h"
 
 std::span<const HandlerRow> handlerTable()
 {
@@ -38,6 +41,7 @@ std::span<const HandlerRow> handlerTable()
         typedRow<TalloBonusHandler>       (u"tallobonus"),
         typedRow<TalloBonusHandler>       (u"tallocertificate"),
         typedRow<TalloBonusHandler>       (u"tallocoupon"),
+        row<AtolPayHandler>               (u"atolpay"),
         row<CardLabHandler>               (u"cardlab"),
         row<CustomerAddressHandler>       (u"customeraddress"),
         row<EstesisHandler>               (u"estesis"),
@@ -50,9 +54,11 @@ std::span<const HandlerRow> handlerTable()
         typedRow<MegarHandler>            (u"megar"),
         row<MfgHandler>                   (u"mfg"),
         row<NoChangeHandler>              (u"nochange"),
+        row<NspkEcHandler>                (u"nspkec"),
         row<PlaziusHandler>               (u"plazius"),
         row<PriceCoreHandler>             (u"pricecore"),
         row<PriorityApiHandler>           (u"priorityapi"),
+        row<ProcessingHandler>            (u"processing"),
         typedRow<MegarHandler>            (u"rrsocial"),
         row<RSLoyaltyHandler>             (u"rsloyalty"),
         row<SetOmniHandler>               (u"setomni"),

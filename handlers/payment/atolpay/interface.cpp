@@ -1,0 +1,160 @@
+#include "handlers/payment/atolpay/interface.h"
+
+#include "handlers/common/restcalls.h"
+#include "shared/core/config.h"
+#include "shared/core/currenttime.h"
+#include "shared/core/mockfactory.h"
+#include "shared/core/singleton.h"
+
+#include <log4qt/logmanager.h>
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace atolpay {
+
+namespace {
+
+constexpr qint64 defaultTimeoutSeconds = 10;
+
+AtolPayTransactionStatus transactionStatus(const QString &text)
+{
+    using enum AtolPayTransactionStatus;
+    static const QHash<QString, AtolPayTransactionStatus> statuses{
+        {u"IN_PROGRESS"_s, InProgress},
+        {u"COMPLETED"_s, Completed},
+        {u"ERROR"_s, Error},
+        {u"REFUNDED"_s, Refunded},
+        {u"REFUND_IN_PROGRESS"_s, RefundInProgress},
+        {u"PARTIAL_REFUNDED"_s, PartialRefunded},
+        {u"EXPIRED"_s, Expired},
+    };
+    return statuses.value(text.toUpper(), Unknown);
+}
+
+QString replyText(const QJsonObject &reply, const QString &member)
+{
+    return reply.value(member).toString();
+}
+
+QString dataText(const QJsonObject &reply, const QString &member)
+{
+    return replyText(reply.value(u"data"_s).toObject(), member);
+}
+
+bool isSuccess(const QJsonObject &reply)
+{
+    return replyText(reply, u"status"_s) == u"success";
+}
+
+QString failureMessage(const QJsonObject &reply)
+{
+    const QString message = replyText(reply, u"errorMessage"_s);
+    return message.isEmpty() ? u"Ошибка связи с сервером"_s : message;
+}
+
+} // namespace
+
+Interface::Interface()
+    : timeout(defaultTimeoutSeconds)
+    , logger(Log4Qt::LogManager::logger(u"atolpay"_s))
+{
+}
+
+Interface::~Interface() = default;
+
+AtolPayRegisterResult Interface::register_(const QString &purpose, qint64 amount)
+{
+    const qint64 now = MockFactory<CurrentTime>::create()->currentDateTime().toMSecsSinceEpoch();
+    QJsonObject request{
+        {u"amount"_s, amount},
+        {u"currency"_s, currency},
+        {u"orderId"_s, u"%1_register%2"_s.arg(purpose, QString::number(now))},
+        {u"paymentPurpose"_s, purpose},
+        {u"qrcType"_s, u"QR-Dynamic"_s},
+    };
+    if (!rmkId.isEmpty())
+        request.insert(u"rmkId"_s, rmkId);
+
+    const QJsonObject reply = exchange(Operation::Register, request);
+    AtolPayRegisterResult result;
+    result.success = isSuccess(reply);
+    if (!result.success) {
+        result.message = failureMessage(reply);
+        return result;
+    }
+    result.payload = dataText(reply, u"payload"_s);
+    result.transactionId = dataText(reply, u"transactionId"_s);
+    result.message = dataText(reply, u"message"_s);
+    return result;
+}
+
+AtolPayRefundResult Interface::refund(const QString &documentId, const QString &transactionId,
+                                      qint64 amount)
+{
+    // The system's own clock: two attempts must not share an identifier, wherever a clock that can be
+    // set stands.
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const QJsonObject reply =
+        exchange(Operation::Refund,
+                 {
+                     {u"amount"_s, amount},
+                     {u"orderId"_s, u"%1_refund%2"_s.arg(documentId, QString::number(now))},
+                     {u"transactionId"_s, transactionId},
+                 });
+    AtolPayRefundResult result;
+    result.success = isSuccess(reply);
+    if (result.success)
+        result.transactionId = dataText(reply, u"transactionId"_s);
+    else
+        result.message = failureMessage(reply);
+    return result;
+}
+
+AtolPayStatusResult Interface::status(const QString &transactionId)
+{
+    logger->info(u"Получение статуса транакции: %1"_s, transactionId);
+    const QJsonObject reply = exchange(Operation::Status, {{u"transactionId"_s, transactionId}});
+    AtolPayStatusResult result;
+    result.status = transactionStatus(dataText(reply, u"status"_s));
+    result.success = result.status == AtolPayTransactionStatus::Completed;
+    result.noReply = reply.isEmpty();
+    return result;
+}
+
+void Interface::loadSettings()
+{
+    Config *config = Singleton<Config>::instance();
+    url = QUrl(config->getString(u"atolpay:url"_s, QString()));
+    token = config->getString(u"atolpay:token"_s, QString());
+    currency = config->getString(u"atolpay:currency"_s, u"RUB"_s);
+    rmkId = config->getString(u"atolpay:rmkId"_s, QString());
+    timeout = config->getInt(u"atolpay:timeout"_s, static_cast<int>(timeout));
+}
+
+QJsonObject Interface::exchange(Operation operation, const QJsonObject &request)
+{
+    const auto path = [operation] {
+        switch (operation) {
+        case Operation::Register:
+            return u"register"_s;
+        case Operation::Refund:
+            return u"refund"_s;
+        case Operation::Status:
+            break;
+        }
+        return u"status"_s;
+    };
+    const auto client = createClient(*logger);
+    client->setTimeoutMs(timeout * 1000);
+    client->post(url.resolved(QUrl(path())), QJsonDocument(request),
+                 {{u"Authorization"_s, u"Bearer %1"_s.arg(token)},
+                  {u"Content-Type"_s, u"application/json"_s}});
+    if (client->errorCode() > 0)
+        return {};
+    return client->responseJson().object();
+}
+
+} // namespace atolpay

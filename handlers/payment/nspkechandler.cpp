@@ -1,0 +1,66 @@
+#include "handlers/payment/nspkechandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "handlers/common/restcalls.h"
+
+#include <log4qt/logger.h>
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Failed attempts by message. No lock: only the worker of this type comes here, and a type has one
+/// worker at a time.
+QHash<int, int> &tries()
+{
+    static QHash<int, int> table;
+    return table;
+}
+
+QString failureText(const QJsonObject &result)
+{
+    const QJsonValue description = result.value(u"description"_s);
+    if (description.isString())
+        return description.toString();
+    return tr::Tr(u"nspkEcUnknownError"_s, u"Неизвестная ошибка"_s).ui();
+}
+
+} // namespace
+
+NspkEcHandler::NspkEcHandler()
+    : BasicHandler(u"nspkec"_s)
+{
+}
+
+bool NspkEcHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    const auto client = createClient(*logger());
+    client->setTimeout(messageValue<int>(message, u"timeout"_s));
+    client->post(messageValue<QUrl>(message, u"url"_s),
+                 QJsonDocument(messageValue<QJsonObject>(message, u"body"_s)),
+                 messageHeaders(messageValue<QVariantMap>(message, u"headers"_s)));
+
+    const QJsonObject result = client->response().responseObject().value(u"result"_s).toObject();
+    // A success leaves the count as it is: the row goes, and its id is never given again.
+    if (client->errorCode() <= 0 && result.value(u"code"_s).toString() == u"0")
+        return true;
+    logger()->error(u"Ошибка при отправке сообщения: %1"_s, failureText(result));
+    return !keepsTrying(message);
+}
+
+/// Counts one more failed attempt. False: that was the last one.
+bool NspkEcHandler::keepsTrying(const Message &message)
+{
+    const int failed = ++tries()[message.id];
+    if (failed < messageValue<int>(message, u"numberOfTries"_s))
+        return true;
+    logger()->warn(u"Количество попыток повторной отправки достигло максимального значения. "
+                   "Сообщение удалено"_s);
+    tries().remove(message.id);
+    return false;
+}
