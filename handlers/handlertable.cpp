@@ -30,6 +30,8 @@
 #include "handlers/other/tsumhandler.h"
 #include "handlers/payment/atolpayhandler.h"
 #include "handlers/payment/nspkechandler.h"
+#include "handlers/payment/platiqr3handler.h"
+#include "handlers/payment/platiqrhandler.h"
 #include "handlers/payment/processinghandler.h"
 
 std::span<const HandlerRow> handlerTable()
@@ -55,6 +57,8 @@ std::span<const HandlerRow> handlerTable()
         row<MfgHandler>                   (u"mfg"),
         row<NoChangeHandler>              (u"nochange"),
         row<NspkEcHandler>                (u"nspkec"),
+        row<PlatiQRHandler>               (u"platiqr"),
+        row<PlatiQR3Handler>              (u"platiqr3"),
         row<PlaziusHandler>               (u"plazius"),
         row<PriceCoreHandler>             (u"pricecore"),
         row<PriorityApiHandler>           (u"priorityapi"),
