@@ -201,6 +201,11 @@ void TestPackaging::sampleSettingsHoldTheDefaults_data()
     QTest::newRow("Mfg:verificationBrand") << u""_s;
     QTest::newRow("Mfg:onlineStore") << u""_s;
     QTest::newRow("Mfg:terminal") << u""_s;
+    QTest::newRow("atolpay:url") << u""_s;
+    QTest::newRow("atolpay:token") << u""_s;
+    QTest::newRow("atolpay:timeout") << u"10"_s;
+    QTest::newRow("atolpay:currency") << u"RUB"_s;
+    QTest::newRow("atolpay:rmkId") << u""_s;
 }
 
 void TestPackaging::sampleSettingsHoldTheDefaults()
@@ -223,7 +228,7 @@ void TestPackaging::sampleSettingsAreAllChecked()
     const QByteArray settings = activeSettings();
     static const QRegularExpression setting(u"^[A-Za-z.]+ ="_s,
                                             QRegularExpression::MultilineOption);
-    QCOMPARE(QString::fromUtf8(settings).count(setting), 30);
+    QCOMPARE(QString::fromUtf8(settings).count(setting), 35);
 }
 
 void TestPackaging::sampleLoggingIsTheDefault()
