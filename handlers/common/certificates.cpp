@@ -71,7 +71,7 @@ QString convertCertificate(Log4Qt::Logger &logger, const QString &path, const QS
         return path;
 
     QFile source(path);
-    if (!source.open(QIODevice::ReadOnly)) {
+    if (path.isEmpty() || !source.open(QIODevice::ReadOnly)) {
         logger.error(u"Ошибка чтения сертификата %1"_s, path);
         return {};
     }

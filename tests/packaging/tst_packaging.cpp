@@ -12,6 +12,60 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+/// What the service itself passes as the default of each setting.
+struct Setting
+{
+    const char *key;
+    QStringView value;
+};
+
+// clang-format off
+constexpr Setting sampleSettings[] = {
+    {"queue:timeout", u"20"},
+    {"queue:port", u"28085"},
+    {"database:driver", u"QSQLITE"},
+    {"database:name", u"/tallocash/cash/queue/queues.db"},
+    {"database:socket", u""},
+    {"database:host", u"localhost"},
+    {"database:port", u"0"},
+    {"database:user", u""},
+    {"database:password", u""},
+    {"database:connectTimeout", u"5"},
+    {"network:proxy", u""},
+    {"network:noProxy", u""},
+    {"network:caFile", u""},
+    {"ApMindbox:url", u"https://api.mindbox.ru/v3/operations/sync"},
+    {"ApMindbox:endpoint", u""},
+    {"ApMindbox:secretKey", u""},
+    {"ApMindbox:pointOfContact", u"Offline"},
+    {"ApMindbox:brand", u"Trekraip"},
+    {"ApMindbox:timeout", u"5"},
+    {"ApMindbox.Redirect:Offline.GetCustomer", u"Offline.GetCustomer"},
+    {"Mfg:host", u"http://localhost"},
+    {"Mfg:path", u"/api/ax/xpp/v1"},
+    {"Mfg:verificationPath", u"/api/twofa/msg/v1"},
+    {"Mfg:user", u""},
+    {"Mfg:password", u""},
+    {"Mfg:timeout", u"10000"},
+    {"Mfg:brand", u""},
+    {"Mfg:verificationBrand", u""},
+    {"Mfg:onlineStore", u""},
+    {"Mfg:terminal", u""},
+    {"atolpay:url", u""},
+    {"atolpay:token", u""},
+    {"atolpay:timeout", u"10"},
+    {"atolpay:currency", u"RUB"},
+    {"atolpay:rmkId", u""},
+    {"Spasibo:restRetryErrors", u"500,503,504,422 IDENTITY_NOT_FOUND,422 CARD_NOT_FOUND,422 REG_ID_IS_BUSY,422 PURCHASE_STATUS_NOT_VALID"},
+    {"Spasibo:sendLimit", u"20"},
+    {"Spasibo:timeout", u"30"},
+};
+// clang-format on
+
+} // namespace
+
 class TestPackaging : public QObject
 {
     Q_OBJECT
@@ -169,43 +223,9 @@ void TestPackaging::sampleSettingsChangeNothing()
 
 void TestPackaging::sampleSettingsHoldTheDefaults_data()
 {
-    // What the service itself passes as the default of each setting.
     QTest::addColumn<QString>("value");
-    QTest::newRow("queue:timeout") << u"20"_s;
-    QTest::newRow("queue:port") << u"28085"_s;
-    QTest::newRow("database:driver") << u"QSQLITE"_s;
-    QTest::newRow("database:name") << u"/tallocash/cash/queue/queues.db"_s;
-    QTest::newRow("database:socket") << u""_s;
-    QTest::newRow("database:host") << u"localhost"_s;
-    QTest::newRow("database:port") << u"0"_s;
-    QTest::newRow("database:user") << u""_s;
-    QTest::newRow("database:password") << u""_s;
-    QTest::newRow("database:connectTimeout") << u"5"_s;
-    QTest::newRow("network:proxy") << u""_s;
-    QTest::newRow("network:noProxy") << u""_s;
-    QTest::newRow("network:caFile") << u""_s;
-    QTest::newRow("ApMindbox:url") << u"https://api.mindbox.ru/v3/operations/sync"_s;
-    QTest::newRow("ApMindbox:endpoint") << u""_s;
-    QTest::newRow("ApMindbox:secretKey") << u""_s;
-    QTest::newRow("ApMindbox:pointOfContact") << u"Offline"_s;
-    QTest::newRow("ApMindbox:brand") << u"Trekraip"_s;
-    QTest::newRow("ApMindbox:timeout") << u"5"_s;
-    QTest::newRow("ApMindbox.Redirect:Offline.GetCustomer") << u"Offline.GetCustomer"_s;
-    QTest::newRow("Mfg:host") << u"http://localhost"_s;
-    QTest::newRow("Mfg:path") << u"/api/ax/xpp/v1"_s;
-    QTest::newRow("Mfg:verificationPath") << u"/api/twofa/msg/v1"_s;
-    QTest::newRow("Mfg:user") << u""_s;
-    QTest::newRow("Mfg:password") << u""_s;
-    QTest::newRow("Mfg:timeout") << u"10000"_s;
-    QTest::newRow("Mfg:brand") << u""_s;
-    QTest::newRow("Mfg:verificationBrand") << u""_s;
-    QTest::newRow("Mfg:onlineStore") << u""_s;
-    QTest::newRow("Mfg:terminal") << u""_s;
-    QTest::newRow("atolpay:url") << u""_s;
-    QTest::newRow("atolpay:token") << u""_s;
-    QTest::newRow("atolpay:timeout") << u"10"_s;
-    QTest::newRow("atolpay:currency") << u"RUB"_s;
-    QTest::newRow("atolpay:rmkId") << u""_s;
+    for (const Setting &setting : sampleSettings)
+        QTest::newRow(setting.key) << setting.value.toString();
 }
 
 void TestPackaging::sampleSettingsHoldTheDefaults()
@@ -228,7 +248,7 @@ void TestPackaging::sampleSettingsAreAllChecked()
     const QByteArray settings = activeSettings();
     static const QRegularExpression setting(u"^[A-Za-z.]+ ="_s,
                                             QRegularExpression::MultilineOption);
-    QCOMPARE(QString::fromUtf8(settings).count(setting), 35);
+    QCOMPARE(QString::fromUtf8(settings).count(setting), std::ssize(sampleSettings));
 }
 
 void TestPackaging::sampleLoggingIsTheDefault()

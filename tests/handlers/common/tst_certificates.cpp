@@ -8,6 +8,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
@@ -273,6 +274,7 @@ void TstCertificates::unreadableSource_data()
 {
     QTest::addColumn<QString>("name");
     QTest::newRow("missing") << u"missing.p12"_s;
+    QTest::newRow("none") << QString();
     QTest::newRow("a folder") << u"folder.p12"_s;
     QTest::newRow("in a missing folder") << u"missing/a.p12"_s;
     if (geteuid() != 0)
@@ -285,8 +287,11 @@ void TstCertificates::unreadableSource()
     QDir(folder->path()).mkpath(u"folder.p12"_s);
     write(folder->filePath(u"forbidden.p12"_s), "x");
     QFile::setPermissions(folder->filePath(u"forbidden.p12"_s), QFile::Permissions());
-    source = folder->filePath(name);
-    for (const CertificateRules &rules : {common, isolated}) {
+    source = name.isEmpty() ? name : folder->filePath(name);
+    QTest::failOnWarning(QRegularExpression(u"."_s));
+    CertificateRules privateRules = isolated;
+    privateRules.convertedEndings.clear();
+    for (const CertificateRules &rules : {common, privateRules}) {
         log->clear();
         QCOMPARE(convert(rules), QString());
         QCOMPARE(log->lines(), QStringList{u"ERROR Ошибка чтения сертификата "_s + source});
