@@ -19,6 +19,7 @@
 #include "handlers/loyalty/mfghandler.h"
 #include "handlers/loyalty/spasibohandler.h"
 #include "handlers/loyalty/tallobonushandler.h"
+#include "handlers/mindbox/mindboxhandler.h"
 #include "handlers/other/giftomanhandler.h"
 #include "handlers/other/ituruphandler.h"
 #include "handlers/other/loyahandler.h"
@@ -55,6 +56,7 @@ std::span<const HandlerRow> handlerTable()
         row<LoyaHandler>                  (u"loya"),
         typedRow<MegarHandler>            (u"megar"),
         row<MfgHandler>                   (u"mfg"),
+        row<MindboxHandler>               (u"mindbox"),
         row<NoChangeHandler>              (u"nochange"),
         row<NspkEcHandler>                (u"nspkec"),
         row<PlatiQRHandler>               (u"platiqr"),

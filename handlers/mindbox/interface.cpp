@@ -1,0 +1,324 @@
+#include "handlers/mindbox/interface.h"
+
+#include "handlers/common/restcalls.h"
+#include "shared/core/config.h"
+#include "shared/core/currenttime.h"
+#include "shared/core/dbqueuebroker.h"
+#include "shared/core/mockfactory.h"
+#include "shared/core/singleton.h"
+#include "shared/net/restclient.h"
+
+#include <log4qt/logger.h>
+#include <log4qt/logmanager.h>
+
+using namespace Qt::StringLiterals;
+
+namespace mindbox {
+
+namespace {
+
+constexpr int defaultTimeoutSeconds = 5;
+constexpr qint64 resendIntervalSeconds = 31;
+
+QDateTime now()
+{
+    return MockFactory<CurrentTime>::create()->currentDateTime();
+}
+
+QJsonObject customerWithPhone(const QString &mobilePhone)
+{
+    return {{u"mobilePhone"_s, mobilePhone}};
+}
+
+QJsonObject customerWithIds(const QString &mindboxId, const QString &mobilePhone)
+{
+    return {{u"ids"_s, QJsonObject{{u"mindboxId"_s, mindboxId}}}, {u"mobilePhone"_s, mobilePhone}};
+}
+
+QJsonObject cardWithNumber(const QString &number)
+{
+    return {{u"ids"_s, QJsonObject{{u"number"_s, number}}}};
+}
+
+/// Not a path into a reply: whatever is no object on the way gives no id.
+QString externalId(const QJsonObject &body)
+{
+    QJsonObject object = body;
+    for (const QString &key : {u"order"_s, u"transaction"_s, u"ids"_s})
+        object = object.value(key).toObject();
+    return object.value(u"externalId"_s).toString();
+}
+
+/// A query item of which every letter arrives as it is.
+QString queryItem(const QString &key, const QString &value)
+{
+    return key + u'=' + QString::fromLatin1(QUrl::toPercentEncoding(value));
+}
+
+void enqueue(const QString &method, const QJsonObject &payload,
+             const QString &cardNumber = QString())
+{
+    QJsonObject message{{u"method"_s, method}, {u"payload"_s, payload}};
+    if (!cardNumber.isEmpty())
+        message.insert(u"cardNumber"_s, cardNumber);
+    Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, message, QString());
+}
+
+} // namespace
+
+Interface::Interface()
+    : logger(Log4Qt::LogManager::logger(u"mindbox"_s))
+{
+    Config &config = *Singleton<Config>::instance();
+    endpoint = config.getString(u"Mindbox:endpoint"_s, QString());
+    secretKey = config.getString(u"Mindbox:secretKey"_s, QString());
+    pointOfContact = config.getString(u"Mindbox:pointOfContact"_s, QString());
+    useIdempotencyKey = config.getBool(u"Mindbox:useIdempotencyKey"_s, false);
+    readOperationNames();
+    client = createClient(*logger);
+    client->setTimeoutMs(qint64(config.getInt(u"Mindbox:timeout"_s, defaultTimeoutSeconds)) * 1000);
+    url = QUrl(config.getString(u"Mindbox:url"_s, u"https://api.mindbox.ru/v3/operations/sync"_s));
+    logger->info(u" адрес сервера: %1"_s, url.toString(QUrl::RemovePassword));
+}
+
+Interface::~Interface() = default;
+
+OperationResult Interface::checkCustomer(const QString &identifier, bool byMobilePhone)
+{
+    const QJsonObject customer = byMobilePhone
+                                     ? customerWithPhone(identifier)
+                                     : QJsonObject{{u"discountCard"_s, cardWithNumber(identifier)}};
+    return request(checkCustomerOperation, {{u"customer"_s, customer}}, QString());
+}
+
+OperationResult Interface::editCustomer(const MindboxCustomer &customer,
+                                        const MindboxCustomer &changes)
+{
+    return request(editCustomerOperation,
+                   {{u"customer"_s, customerWithIds(customer.mindboxId, changes.mobilePhone)}},
+                   QString());
+}
+
+OperationResult Interface::sendMobilePhoneAuthorizationCode(const QString &mobilePhone)
+{
+    const QJsonObject body{{u"customer"_s, customerWithPhone(mobilePhone)}};
+    const qint64 currentTime = now().toSecsSinceEpoch();
+    if (mobilePhone == authorizationCodePhone) {
+        if (currentTime - authorizationCodeTime < resendIntervalSeconds) {
+            OperationResult refused;
+            refused.error_ = tr::Tr(u"Повторная отправка кода временно недоступна"_s);
+            return refused;
+        }
+        logger->info(u"Повторная отправка кода подтверждения на номер %1"_s, mobilePhone);
+        return request(resendMobilePhoneAuthorizationCodeOperation, body, QString());
+    }
+    logger->info(u"Отправка кода подтверждения на номер %1"_s, mobilePhone);
+    // Stored before the request: one whose reply is lost may have reached the customer all the same.
+    authorizationCodePhone = mobilePhone;
+    authorizationCodeTime = static_cast<quint32>(now().toSecsSinceEpoch());
+    return request(sendMobilePhoneAuthorizationCodeOperation, body, QString());
+}
+
+OperationResult Interface::checkMobilePhoneAuthorizationCode(const MindboxCustomer &customer,
+                                                             const QString &code)
+{
+    // The service spells this key so.
+    return request(checkMobilePhoneAuthorizationCodeOperation,
+                   {{u"customer"_s, customerWithIds(customer.mindboxId, customer.mobilePhone)},
+                    {u"authentificationCode"_s, code}},
+                   QString());
+}
+
+OperationResult Interface::resendMobilePhoneAuthorizationCode(const QString &mobilePhone)
+{
+    return request(resendMobilePhoneAuthorizationCodeOperation,
+                   {{u"customer"_s, customerWithPhone(mobilePhone)}}, QString());
+}
+
+OperationResult Interface::confirmMobilePhone(const MindboxCustomer &customer, const QString &code)
+{
+    return request(confirmMobilePhoneOperation,
+                   {{u"customer"_s, customerWithIds(customer.mindboxId, customer.mobilePhone)},
+                    {u"smsConfirmation"_s, QJsonObject{{u"code"_s, code}}}},
+                   QString());
+}
+
+OperationResult Interface::registerCustomer(const QString &mobilePhone)
+{
+    return request(registerCustomerOperation, {{u"customer"_s, customerWithPhone(mobilePhone)}},
+                   QString());
+}
+
+ActivateCardResult Interface::activateDiscountCard(const QString &mobilePhone,
+                                                   const QString &cardNumber)
+{
+    return ActivateCardResult(request(activateDiscountCardOperation,
+                                      {{u"customer"_s, customerWithPhone(mobilePhone)},
+                                       {u"discountCard"_s, cardWithNumber(cardNumber)}},
+                                      QString()));
+}
+
+ActivateCardResult Interface::activateVirtualDiscountCard(const QString &mobilePhone)
+{
+    return ActivateCardResult(request(activateVirtualDiscountCardOperation,
+                                      {{u"customer"_s, customerWithPhone(mobilePhone)}},
+                                      QString()));
+}
+
+ReplaceCardResult Interface::replaceCards(const QString &oldNumber, const QString &newNumber)
+{
+    return ReplaceCardResult(request(replaceCardsOperation,
+                                     {{u"oldDiscountCard"_s, cardWithNumber(oldNumber)},
+                                      {u"newDiscountCard"_s, cardWithNumber(newNumber)}},
+                                     QString()));
+}
+
+PreorderResult Interface::anonymousPreorder(const QJsonObject &order)
+{
+    logger->info(u"Расчёт чека для анонимного клиента"_s);
+    return PreorderResult(request(anonymousPreorderOperation, order, QString()));
+}
+
+PreorderResult Interface::authorizedPreorder(const QJsonObject &order)
+{
+    logger->info(u"Расчёт чека для авторизованного клиента"_s);
+    return PreorderResult(request(authorizedPreorderOperation, order, QString()));
+}
+
+PreorderResult Interface::unauthorizedPreorder(const QJsonObject &order)
+{
+    logger->info(u"Расчёт чека для неавторизованного клиента"_s);
+    return PreorderResult(request(unauthorizedPreorderOperation, order, QString()));
+}
+
+// The spelling "дла" stays: it is what searches in the logs of the tills look for.
+
+BeginResult Interface::beginAnonymousOrderTransaction(const QJsonObject &order)
+{
+    logger->info(u"Начало сохранения заказа дла анонимного клиента"_s);
+    return beginOrderTransaction(beginAnonymousOrderTransactionOperation, order);
+}
+
+BeginResult Interface::beginAuthorizedOrderTransaction(const QJsonObject &order)
+{
+    logger->info(u"Начало сохранения заказа дла авторизованного клиента"_s);
+    return beginOrderTransaction(beginAuthorizedOrderTransactionOperation, order);
+}
+
+BeginResult Interface::beginUnauthorizedOrderTransaction(const QJsonObject &order)
+{
+    logger->info(u"Начало сохранения заказа дла неавторизованного клиента"_s);
+    return beginOrderTransaction(beginUnauthorizedOrderTransactionOperation, order);
+}
+
+RollbackResult Interface::rollbackOrderTransaction(const QJsonObject &body)
+{
+    logger->info(u"Отмена транзакции"_s);
+    return RollbackResult(request(rollbackOrderTransactionOperation, body, QString()));
+}
+
+void Interface::queueRollback(const QJsonObject &body)
+{
+    enqueue(u"rollback"_s, body);
+}
+
+void Interface::queueSaveOfflineOrder(QJsonObject &body, const QString &cardNumber)
+{
+    logger->info(u"Отправка отложенной обработки чека в очередь"_s);
+    body.insert(u"executionDateTimeUtc"_s, now().toUTC().toString(u"dd.MM.yyyy HH:mm:ss"_s));
+    enqueue(u"saveOfflineOrder"_s, body, cardNumber);
+}
+
+void Interface::queueCommit(const QJsonObject &body)
+{
+    logger->info(u"Отправка подтверждения транзакции в очередь"_s);
+    enqueue(u"commit"_s, body);
+}
+
+ReturnResult Interface::returnOrder(const QJsonObject &body)
+{
+    logger->info(u"Возврат по чеку продажи"_s);
+    return ReturnResult(request(returnOperation, body, QString()));
+}
+
+void Interface::resetAuthorizationCodeState()
+{
+    authorizationCodePhone.clear();
+    authorizationCodeTime = 0;
+}
+
+OperationResult Interface::request(const QString &operationName, const QJsonObject &body,
+                                   const QString &transactionId)
+{
+    QJsonObject content = body;
+    content.insert(u"pointOfContact"_s, pointOfContact);
+
+    QStringList query{queryItem(u"endpointId"_s, endpoint),
+                      queryItem(u"operation"_s, operationName)};
+    if (!transactionId.isEmpty())
+        query.append(queryItem(u"transactionId"_s, transactionId));
+    url.setQuery(query.join(u'&'));
+
+    client->setCompactLogs(false);
+    client->post(url, QJsonDocument(content),
+                 {{u"Content-Type"_s, u"application/json; charset=utf-8"_s},
+                  {u"Accept"_s, u"application/json"_s},
+                  {u"Authorization"_s, u"Mindbox secretKey=\"%1\""_s.arg(secretKey)}});
+    return OperationResult(client->response(), logger);
+}
+
+BeginResult Interface::beginOrderTransaction(const QString &operationName, const QJsonObject &order)
+{
+    const QString transactionId = useIdempotencyKey ? externalId(order) : QString();
+    return BeginResult(request(operationName, order, transactionId));
+}
+
+OperationResult Interface::commitOrderTransaction(const QJsonObject &body)
+{
+    return request(commitOrderTransactionOperation, body, QString());
+}
+
+OperationResult Interface::saveOfflineOrder(const QJsonObject &body)
+{
+    logger->info(u"Отложенная обработка чека"_s);
+    return request(saveOfflineOrderOperation, body, QString());
+}
+
+void Interface::readOperationNames()
+{
+    struct OperationName
+    {
+        QString Interface::*field;
+        QLatin1StringView key;
+        QLatin1StringView defaultName;
+    };
+    // clang-format off
+    static constexpr OperationName names[] = {
+        {&Interface::sendMobilePhoneAuthorizationCodeOperation,   "sendMobilePhoneAuthorizationCodeOperation"_L1,   "Offline.SendMobilePhoneAuthorizationCodeOperation"_L1},
+        {&Interface::resendMobilePhoneAuthorizationCodeOperation, "resendMobilePhoneAuthorizationCodeOperation"_L1, "Offline.ResendMobilePhoneAuthorizationCodeOperation"_L1},
+        {&Interface::registerCustomerOperation,                   "registerCustomerOperation"_L1,                   "Offline.RegisterCustomerKliograk"_L1},
+        {&Interface::returnOperation,                             "returnOperation"_L1,                             "Offline.Return"_L1},
+        {&Interface::activateDiscountCardOperation,               "activateDiscountCardOperation"_L1,               "Offline.ActivateDiscountCard"_L1},
+        {&Interface::activateVirtualDiscountCardOperation,        "activateVirtualDiscountCardOperation"_L1,        "Offline.ActivateVirtualDiscountCard"_L1},
+        {&Interface::anonymousPreorderOperation,                  "anonymousPreorderOperation"_L1,                  "Offline.AnonymousPreorder"_L1},
+        {&Interface::authorizedPreorderOperation,                 "authorizedPreorderOperation"_L1,                 "Offline.AuthorizedPreorder"_L1},
+        {&Interface::beginAnonymousOrderTransactionOperation,     "beginAnonymousOrderTransactionOperation"_L1,     "Offline.BeginAnonymousOrderTransaction"_L1},
+        {&Interface::beginAuthorizedOrderTransactionOperation,    "beginAuthorizedOrderTransactionOperation"_L1,    "Offline.BeginAuthorizedOrderTransaction"_L1},
+        {&Interface::beginUnauthorizedOrderTransactionOperation,  "beginUnauthorizedOrderTransactionOperation"_L1,  "Offline.BeginUnauthorizedOrderTransaction"_L1},
+        {&Interface::checkCustomerOperation,                      "checkCustomerOperation"_L1,                      "Offline.CheckCustomer"_L1},
+        {&Interface::checkMobilePhoneAuthorizationCodeOperation,  "checkMobilePhoneAuthorizationCodeOperation"_L1,  "Offline.CheckMobilePhoneAuthorizationCode"_L1},
+        {&Interface::commitOrderTransactionOperation,             "commitOrderTransactionOperation"_L1,             "Offline.CommitOrderTransaction"_L1},
+        {&Interface::confirmMobilePhoneOperation,                 "confirmMobilePhoneOperation"_L1,                 "Offline.ConfirmMobilePhone"_L1},
+        {&Interface::editCustomerOperation,                       "editCustomerOperation"_L1,                       "Offline.EditCustomer"_L1},
+        {&Interface::replaceCardsOperation,                       "replaceCardsOperation"_L1,                       "Offline.ReplaceCards"_L1},
+        {&Interface::rollbackOrderTransactionOperation,           "rollbackOrderTransactionOperation"_L1,           "Offline.RollbackOrderTransaction"_L1},
+        {&Interface::saveOfflineOrderOperation,                   "saveOfflineOrderOperation"_L1,                   "Offline.SaveOfflineOrder"_L1},
+        {&Interface::unauthorizedPreorderOperation,               "unauthorizedPreorderOperation"_L1,               "Offline.UnauthorizedPreorder"_L1},
+    };
+    // clang-format on
+    for (const OperationName &name : names)
+        this->*name.field =
+            Singleton<Config>::instance()->getString(u"Mindbox:"_s + name.key, name.defaultName);
+}
+
+} // namespace mindbox

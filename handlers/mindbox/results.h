@@ -1,0 +1,236 @@
+#pragma once
+
+#include "shared/core/tr.h"
+
+#include <QDateTime>
+#include <QJsonObject>
+#include <QList>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+
+namespace http {
+struct Response;
+}
+
+namespace Log4Qt {
+class Logger;
+}
+
+/// What Mindbox says to a request, as values. Reading a reply never throws: what it lacks, or holds in
+/// another type, is empty, zero or the default told here.
+namespace mindbox {
+
+/// The client's error code for an answer that refuses the request itself, HTTP 400. Another attempt
+/// would be refused the same way, so such a request counts as finished with.
+constexpr int badRequestError = 302;
+
+/// The status of a reply as a whole.
+enum class RequestStatus : qint32
+{
+    Unknown = 0,
+    /// The reply names an error, or there is none.
+    Error = 1,
+    Success = 2,
+    ValidationError = 3,
+    ProtocolError = 4
+};
+
+/// What Mindbox did with a customer, an order or a card, in Mindbox's own numbers, gaps included.
+enum class ProcessingStatus : qint32
+{
+    Unknown = 0,
+    NotFound = 1,
+    Found = 2,
+    Changed = 3,
+    Created = 5,
+    MobilePhoneConfirmed = 6,
+    AlreadyConfirmed = 7,
+    Processed = 8,
+    NotProcessed = 9,
+    AlreadyBoundToCurrentCustomer = 11,
+    Bound = 12,
+    PriceHasBeenChanged = 13,
+    Calculated = 14,
+    IncorrectConfirmationCode = 15
+};
+
+struct MindboxDiscountCard
+{
+    QString number;
+    /// Invalid when the reply has no ISO 8601 time.
+    QDateTime date;
+    ProcessingStatus processingStatus = ProcessingStatus::Unknown;
+};
+
+struct MindboxBalance
+{
+    QString systemName;
+    QString name;
+    double amount = 0;
+};
+
+struct MindboxCustomer
+{
+    bool isMobilePhoneConfirmed = false;
+    bool consentToElectronicChecks = false;
+    QString email;
+    QString mindboxId;
+    QString firstName;
+    QString lastName;
+    QString mobilePhone;
+    ProcessingStatus processingStatus = ProcessingStatus::NotFound;
+    QList<MindboxDiscountCard> discountCards;
+    QList<MindboxBalance> balances;
+
+    bool isFound() const { return processingStatus == ProcessingStatus::Found; }
+};
+
+struct MindboxCoupon
+{
+    QString code;
+    /// In the words of the service.
+    QString status;
+};
+
+struct MindboxAppliedPromotion
+{
+    QString name;
+    QString type;
+    double amount = 0;
+    QString promotionType;
+    QString balanceType;
+    QString couponCode;
+};
+
+/// Texts for a place on the receipt or the screen.
+struct MindboxPlaceholder
+{
+    QStringList messages;
+    QString id;
+};
+
+struct MindboxLine
+{
+    double discountedPrice = 0;
+    int lineNumber = 0;
+    int lineId = 0;
+    QList<MindboxAppliedPromotion> appliedPromotions;
+    QList<MindboxPlaceholder> placeholders;
+};
+
+/// What every result tells. A value, never owned through a pointer to this class, so it has no virtual
+/// destructor.
+class RequestResult
+{
+public:
+    /// The request is finished with: done, or refused for good.
+    virtual bool isSuccess() const;
+    /// What to tell the cashier; the service's own words stay in the log.
+    virtual tr::Tr error() const;
+    /// The reply's error, or `defaultText` when there is none.
+    virtual tr::Tr errorOr(const tr::Tr &defaultText) const;
+
+    int httpStatus = 0;
+    /// The client's error code, 0 for none.
+    int networkError = 0;
+    /// The service could not be reached. It alone tells a lost service from one that answered with an
+    /// error.
+    bool noConnection = false;
+    RequestStatus status = RequestStatus::Unknown;
+    tr::Tr error_;
+    /// The whole reply; empty when it was no JSON object.
+    QJsonObject response;
+};
+
+/// The reply to any operation, with the customer when it names one.
+class OperationResult : public RequestResult
+{
+public:
+    OperationResult() = default;
+    /// `logger` is told of an error that the reply names.
+    OperationResult(const http::Response &httpResponse, Log4Qt::Logger *logger);
+    virtual ~OperationResult() = default;
+
+    MindboxCustomer customer;
+    /// The activated cards, those of `customer`.
+    QList<MindboxDiscountCard> discountCards;
+
+private:
+    void readStatus(Log4Qt::Logger *logger);
+    void readCustomer();
+};
+
+/// A calculated receipt. Its success is the order's alone.
+class PreorderResult : public OperationResult
+{
+public:
+    explicit PreorderResult(const OperationResult &result);
+
+    bool isSuccess() const override;
+
+    ProcessingStatus processingStatus = ProcessingStatus::Unknown;
+    double availableBonusAmount = 0;
+    double totalPrice = 0;
+    /// By their codes.
+    QMap<QString, MindboxCoupon> coupons;
+    QList<MindboxLine> lines;
+    /// One for each line, also where a line earns nothing.
+    QList<MindboxBalance> earnedBalances;
+    QList<MindboxPlaceholder> placeholders;
+};
+
+/// A return. Its success is the order's alone.
+class ReturnResult : public OperationResult
+{
+public:
+    explicit ReturnResult(const OperationResult &result);
+
+    bool isSuccess() const override;
+
+    ProcessingStatus processingStatus = ProcessingStatus::Unknown;
+};
+
+/// A transaction that has begun. Its success is the order's alone.
+class BeginResult : public OperationResult
+{
+public:
+    /// Reads the setting `Mindbox:responseTransactionIdName`.
+    explicit BeginResult(const OperationResult &result);
+
+    bool isSuccess() const override;
+    tr::Tr error() const override;
+
+    ProcessingStatus processingStatus = ProcessingStatus::Unknown;
+    QString transactionId;
+    /// The reply's order, or the order inside it.
+    QJsonObject order;
+};
+
+class RollbackResult : public OperationResult
+{
+public:
+    explicit RollbackResult(const OperationResult &result);
+
+    tr::Tr error() const override;
+};
+
+class ActivateCardResult : public OperationResult
+{
+public:
+    explicit ActivateCardResult(const OperationResult &result);
+
+    MindboxDiscountCard card;
+};
+
+/// Of both cards only the processing status is told.
+class ReplaceCardResult : public RequestResult
+{
+public:
+    explicit ReplaceCardResult(const OperationResult &result);
+
+    MindboxDiscountCard newCard;
+    MindboxDiscountCard oldCard;
+};
+
+} // namespace mindbox

@@ -1,0 +1,293 @@
+#include "tests/handlers/support/delivery.h"
+#include "tests/support/fakerestclient.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/testsettings.h"
+
+#include <QJsonArray>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString settings = u"[Mindbox]\nurl = http://mindbox.test/sync\nendpoint = till\n"
+                         "pointOfContact = shop-7\n"_s;
+const QString address = u"INFO  адрес сервера: http://mindbox.test/sync"_s;
+const QString query = u"POST http://mindbox.test/sync?endpointId=till&operation=Offline."_s;
+const QString checked = query + u"CheckCustomer"_s;
+const QString saved = query + u"SaveOfflineOrder"_s;
+
+QString message(const QString &method, const QString &cardNumber = QString())
+{
+    QJsonObject body{{u"method"_s, method},
+                     {u"payload"_s, QJsonObject{{u"sum"_s, 1990.5}, {u"customer"_s, u"old"_s}}}};
+    if (!cardNumber.isNull())
+        body.insert(u"cardNumber"_s, cardNumber);
+    return QString::fromUtf8(QJsonDocument(body).toJson());
+}
+
+http::Response success()
+{
+    return reply(200, R"({"status":"Success"})");
+}
+
+http::Response found()
+{
+    return reply(200, R"({"status":"Success","customer":{"processingStatus":"Found",
+                          "mobilePhone":79990000001}})");
+}
+
+QStringList errorLines(const QString &status, const QString &error)
+{
+    return {u"ERROR Статус: "_s + status, u"ERROR Ошибка: "_s + error};
+}
+
+} // namespace
+
+class TstMindboxHandler : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void outcome_data();
+    void outcome();
+    void body_data();
+    void body();
+    void pointOfContactIsTheTills_data();
+    void pointOfContactIsTheTills();
+    void unknownMethod_data();
+    void unknownMethod();
+    void customerCheck_data();
+    void customerCheck();
+    void neverTransactionId();
+    void settingsAreReadForEachDelivery();
+};
+
+void TstMindboxHandler::outcome_data()
+{
+    QTest::addColumn<QString>("method");
+    QTest::addColumn<http::Response>("answer");
+    QTest::addColumn<bool>("finished");
+    QTest::addColumn<QStringList>("trouble");
+
+    for (const QString &method : {u"commit"_s, u"saveOfflineOrder"_s, u"rollback"_s}) {
+        const auto row = [&method](const char *name, const http::Response &answer, bool finished,
+                                   const QStringList &trouble = {}) {
+            QTest::addRow("%s, %s", qPrintable(method), name)
+                << method << answer << finished << trouble;
+        };
+        // clang-format off
+        row("success",                        success(),                                                true);
+        row("success, order not processed",   reply(200, R"({"status":"Success","order":{"processingStatus":"NotProcessed"}})"), true);
+        row("500 that says success",          reply(500, R"({"status":"Success"})"),                    true);
+        row("400 with an error: dropped",     reply(400, R"({"status":"ProtocolError","errorMessage":"x"})"), true, errorLines(u"ProtocolError"_s, u"x"_s));
+        row("400 without an error: dropped",  reply(400, R"({"status":"ProtocolError"})"),              true);
+        row("400, empty: dropped",            reply(400),                                               true);
+        row("success with an error",          reply(200, R"({"status":"Success","errorMessage":"y"})"), false, errorLines(u"Success"_s, u"y"_s));
+        row("500 with an error",              reply(500, R"({"status":"InternalServerError","errorMessage":"%1"})"), false, errorLines(u"InternalServerError"_s, u"%1"_s));
+        row("validation error",               reply(200, R"({"status":"ValidationError"})"),            false);
+        row("protocol error",                 reply(404, R"({"status":"ProtocolError"})"),              false);
+        row("another status",                 reply(200, R"({"status":"Accepted"})"),                   false);
+        row("order processed, no status",     reply(200, R"({"order":{"processingStatus":"Processed"}})"), false);
+        row("401",                            reply(401),                                               false);
+        row("429",                            reply(429),                                               false);
+        row("500, empty",                     reply(500),                                               false);
+        row("503, a page",                    reply(503, "<html/>"),                                    false);
+        row("200, empty",                     reply(200),                                               false);
+        row("200, no JSON",                   reply(200, "OK"),                                         false);
+        row("no connection",                  noConnection(),                                           false);
+        row("too late",                       timeout(),                                                false);
+        // clang-format on
+    }
+}
+
+void TstMindboxHandler::outcome()
+{
+    QFETCH(QString, method);
+    QFETCH(http::Response, answer);
+    QFETCH(QStringList, trouble);
+    const TestSettings config(settings);
+    const LogCapture log(u"mindbox"_s);
+    FakeRestClient net({answer});
+    QTEST(deliver(u"mindbox"_s, message(method)), "finished");
+
+    const QHash<QString, QString> operations{{u"commit"_s, u"CommitOrderTransaction"_s},
+                                             {u"saveOfflineOrder"_s, u"SaveOfflineOrder"_s},
+                                             {u"rollback"_s, u"RollbackOrderTransaction"_s}};
+    QCOMPARE(net.transcript(), QStringList{query + operations[method]});
+    QStringList lines{u"INFO Отправка сообщения 7"_s, address};
+    if (method == "saveOfflineOrder"_L1)
+        lines.append(u"INFO Отложенная обработка чека"_s);
+    if (method == "rollback"_L1)
+        lines.append(u"INFO Отмена транзакции"_s);
+    QCOMPARE(log.lines(), lines + trouble);
+}
+
+void TstMindboxHandler::body_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QByteArray>("sent");
+
+    QTest::newRow("as it stands")
+        << uR"({"method":"commit","payload":{"order":{"lines":[{"q":1.5,"n":9007199254740993,"t":"«%1»"}],"a":null}}})"_s
+        << R"({"order":{"a":null,"lines":[{"n":9007199254740993,"q":1.5,"t":"«%1»"}]},"pointOfContact":"shop-7"})"_ba;
+    QTest::newRow("empty") << uR"({"method":"commit","payload":{}})"_s
+                           << R"({"pointOfContact":"shop-7"})"_ba;
+    QTest::newRow("none") << uR"({"method":"commit"})"_s << R"({"pointOfContact":"shop-7"})"_ba;
+    QTest::newRow("no object") << uR"({"method":"commit","payload":"text"})"_s
+                               << R"({"pointOfContact":"shop-7"})"_ba;
+    QTest::newRow("a list") << uR"({"method":"commit","payload":[1]})"_s
+                            << R"({"pointOfContact":"shop-7"})"_ba;
+    QTest::newRow("a card plays no part in a commit")
+        << uR"({"method":"commit","payload":{"a":1},"cardNumber":"77"})"_s
+        << R"({"a":1,"pointOfContact":"shop-7"})"_ba;
+    QTest::newRow("nor in a rollback")
+        << uR"({"method":"rollback","payload":{"a":1},"cardNumber":"77"})"_s
+        << R"({"a":1,"pointOfContact":"shop-7"})"_ba;
+}
+
+void TstMindboxHandler::body()
+{
+    QFETCH(QString, body);
+    const TestSettings config(settings);
+    FakeRestClient net({success()});
+    QVERIFY(deliver(u"mindbox"_s, body));
+    QTEST(net.lastRequest().body, "sent");
+}
+
+void TstMindboxHandler::pointOfContactIsTheTills_data()
+{
+    QTest::addColumn<QString>("configured");
+    QTest::newRow("another") << u"shop-7"_s;
+    QTest::newRow("none") << u""_s;
+}
+
+void TstMindboxHandler::pointOfContactIsTheTills()
+{
+    QFETCH(QString, configured);
+    const TestSettings config(u"[Mindbox]\nurl = http://mindbox.test/sync\npointOfContact = "_s
+                              + configured);
+    FakeRestClient net({success()});
+    QVERIFY(deliver(u"mindbox"_s,
+                    u"{\"method\":\"rollback\",\"payload\":{\"pointOfContact\":\"elsewhere\"}}"_s));
+    QCOMPARE(net.lastRequest().jsonObject(), (QJsonObject{{u"pointOfContact"_s, configured}}));
+}
+
+void TstMindboxHandler::unknownMethod_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::newRow("other case") << uR"({"method":"Commit","payload":{}})"_s;
+    QTest::newRow("all small") << uR"({"method":"saveofflineorder","payload":{}})"_s;
+    QTest::newRow("a blank") << uR"({"method":"rollback ","payload":{}})"_s;
+    QTest::newRow("empty") << uR"({"method":"","payload":{}})"_s;
+    QTest::newRow("none") << uR"({"payload":{}})"_s;
+    QTest::newRow("no text") << uR"({"method":["commit"],"payload":{}})"_s;
+    QTest::newRow("an empty message") << u"{}"_s;
+}
+
+void TstMindboxHandler::unknownMethod()
+{
+    QFETCH(QString, body);
+    const TestSettings config(settings);
+    const LogCapture log(u"mindbox"_s);
+    const FakeRestClient net;
+    QVERIFY(!deliver(u"mindbox"_s, body));
+    QCOMPARE(net.transcript(), QStringList());
+    QCOMPARE(log.lines(), (QStringList{u"INFO Отправка сообщения 7"_s, address}));
+}
+
+void TstMindboxHandler::customerCheck_data()
+{
+    QTest::addColumn<QString>("cardNumber");
+    QTest::addColumn<Script>("replies");
+    QTest::addColumn<QStringList>("transcript");
+    QTest::addColumn<QJsonValue>("customer");
+    QTest::addColumn<bool>("finished");
+
+    const QString card = u"9643 17"_s;
+    const QJsonValue old(u"old"_s);
+    const QJsonValue phone(QJsonObject{{u"mobilePhone"_s, u"79990000001"_s}});
+    const QJsonValue unsent(QJsonValue::Undefined);
+    const QStringList both{checked, saved};
+    const auto row = [](const char *name, const QString &cardNumber, const Script &replies,
+                        const QStringList &transcript, const QJsonValue &customer, bool finished) {
+        QTest::newRow(name) << cardNumber << replies << transcript << customer << finished;
+    };
+    // clang-format off
+    row("no card: no check",                QString(), Script{success()},                 {saved},   old,    true);
+    row("an empty card: no check",          u""_s,     Script{success()},                 {saved},   old,    true);
+    row("found",                            card,      Script{found(), success()},        both,      phone,  true);
+    row("found, the order is lost",         card,      Script{found(), noConnection()},   both,      phone,  false);
+    row("found, the order is refused",      card,      Script{found(), reply(400)},       both,      phone,  true);
+    row("found, the order is an error",     card,      Script{found(), reply(200, R"({"status":"ValidationError"})")}, both, phone, false);
+    row("found without a phone",            card,      Script{reply(200, R"({"customer":{"processingStatus":"Found"}})"), success()}, both,
+        QJsonValue(QJsonObject{{u"mobilePhone"_s, u""_s}}), true);
+    row("found in a reply of 500",          card,      Script{reply(500, R"({"customer":{"processingStatus":"Found","mobilePhone":"79990000001"}})"), success()}, both, phone, true);
+    row("not found: dropped",               card,      Script{reply(200, R"({"status":"Success","customer":{"processingStatus":"NotFound"}})")}, {checked}, unsent, true);
+    row("another status: dropped",          card,      Script{reply(200, R"({"customer":{"processingStatus":"Created"}})")}, {checked}, unsent, true);
+    row("no customer: dropped",             card,      Script{success()},                 {checked}, unsent, true);
+    row("an error of the service: dropped", card,      Script{reply(500, R"({"status":"ProtocolError"})")}, {checked}, unsent, true);
+    row("200, empty: dropped",              card,      Script{reply(200)},                {checked}, unsent, true);
+    row("lost, the order too",              card,      Script{noConnection(), noConnection()}, both, old,    false);
+    row("lost, the order arrives",          card,      Script{timeout(), success()},      both,      old,    true);
+    row("500, empty: counts as lost",       card,      Script{reply(500), reply(500)},    both,      old,    false);
+    row("400, empty: counts as lost",       card,      Script{reply(400), success()},     both,      old,    true);
+    // clang-format on
+}
+
+void TstMindboxHandler::customerCheck()
+{
+    QFETCH(QString, cardNumber);
+    QFETCH(Script, replies);
+    QFETCH(QStringList, transcript);
+    QFETCH(QJsonValue, customer);
+    const TestSettings config(settings);
+    const LogCapture log(u"mindbox"_s);
+    FakeRestClient net(replies);
+    QTEST(deliver(u"mindbox"_s, message(u"saveOfflineOrder"_s, cardNumber)), "finished");
+    QCOMPARE(net.transcript(), transcript);
+
+    QStringList lines{u"INFO Отправка сообщения 7"_s, address};
+    lines.append(customer.isUndefined() ? u"ERROR Клиент не найден"_s
+                                        : u"INFO Отложенная обработка чека"_s);
+    QCOMPARE(log.lines(), lines);
+    if (transcript.contains(checked)) {
+        const QJsonObject ids{{u"number"_s, cardNumber}};
+        QCOMPARE(net.requestAt(0).jsonObject().value(u"customer"_s).toObject(),
+                 (QJsonObject{{u"discountCard"_s, QJsonObject{{u"ids"_s, ids}}}}));
+    }
+    if (!customer.isUndefined())
+        QCOMPARE(net.lastRequest().jsonObject(), (QJsonObject{{u"customer"_s, customer},
+                                                              {u"pointOfContact"_s, u"shop-7"_s},
+                                                              {u"sum"_s, 1990.5}}));
+}
+
+void TstMindboxHandler::neverTransactionId()
+{
+    const TestSettings config(settings + u"useIdempotencyKey = true\n"_s);
+    const QString payload =
+        u"{\"order\":{\"transaction\":{\"ids\":{\"externalId\":\"order-1\"}}}}"_s;
+    FakeRestClient net({success(), success(), success()});
+    for (const QString &method : {u"commit"_s, u"saveOfflineOrder"_s, u"rollback"_s})
+        QVERIFY(
+            deliver(u"mindbox"_s, u"{\"method\":\"%1\",\"payload\":%2}"_s.arg(method, payload)));
+    QCOMPARE(net.requests().size(), 3);
+    for (const FakeRestClient::Request &request : net.requests())
+        QVERIFY(!request.url.query().contains(u"transactionId"_s));
+}
+
+void TstMindboxHandler::settingsAreReadForEachDelivery()
+{
+    TestSettings config(settings);
+    FakeRestClient net({success(), success()});
+    QVERIFY(deliver(u"mindbox"_s, message(u"commit"_s)));
+    config.set(
+        u"[Mindbox]\nurl = http://other.test/\ncommitOrderTransactionOperation = Shop.Commit\n"_s);
+    QVERIFY(deliver(u"mindbox"_s, message(u"commit"_s)));
+    QCOMPARE(net.transcript(),
+             (QStringList{query + u"CommitOrderTransaction"_s,
+                          u"POST http://other.test/?endpointId=&operation=Shop.Commit"_s}));
+}
+
+QTEST_GUILESS_MAIN(TstMindboxHandler)
+#include "tst_mindboxhandler.moc"
