@@ -88,11 +88,20 @@ QDateTime timeOf(const QJsonValue &text)
     return QDateTime::fromString(text.toString(), Qt::ISODateWithMs);
 }
 
+template <typename Record>
+QList<Record> listOf(const QJsonArray &elements, Record (*read)(const QJsonObject &))
+{
+    QList<Record> records;
+    for (const auto &element : elements)
+        records.append(read(element.toObject()));
+    return records;
+}
+
 /// Cards that are not activated give the customer nothing, so they are left out.
 QList<MindboxDiscountCard> activatedCards(const QJsonArray &elements)
 {
     QList<MindboxDiscountCard> cards;
-    for (const QJsonValue &element : elements) {
+    for (const auto &element : elements) {
         const QJsonObject object = element.toObject();
         if (textAt(object, u"status.ids.systemName"_s) != "Activated"_L1)
             continue;
@@ -104,63 +113,43 @@ QList<MindboxDiscountCard> activatedCards(const QJsonArray &elements)
     return cards;
 }
 
-QList<MindboxBalance> customerBalances(const QJsonArray &elements)
+MindboxBalance customerBalance(const QJsonObject &object)
 {
-    QList<MindboxBalance> balances;
-    for (const QJsonValue &element : elements) {
-        const QJsonObject object = element.toObject();
-        MindboxBalance balance;
-        balance.name = textAt(object, u"name"_s);
-        balance.amount = numberAt(object, u"available"_s);
-        balances.append(balance);
-    }
-    return balances;
+    MindboxBalance balance;
+    balance.name = textAt(object, u"name"_s);
+    balance.amount = numberAt(object, u"available"_s);
+    return balance;
 }
 
-QList<MindboxBalance> earnedBalancesOf(const QJsonArray &lines)
+MindboxBalance earnedBalance(const QJsonObject &line)
 {
-    QList<MindboxBalance> balances;
-    for (const QJsonValue &line : lines) {
-        const QJsonObject object = line.toObject();
-        MindboxBalance balance;
-        balance.systemName = textAt(object, u"balanceType.ids.systemName"_s);
-        balance.name = textAt(object, u"balanceType.name"_s);
-        balance.amount = numberAt(object, u"earnedAmount"_s);
-        balances.append(balance);
-    }
-    return balances;
+    MindboxBalance balance;
+    balance.systemName = textAt(line, u"balanceType.ids.systemName"_s);
+    balance.name = textAt(line, u"balanceType.name"_s);
+    balance.amount = numberAt(line, u"earnedAmount"_s);
+    return balance;
 }
 
-QList<MindboxPlaceholder> placeholdersOf(const QJsonArray &elements)
+MindboxPlaceholder placeholderOf(const QJsonObject &object)
 {
-    QList<MindboxPlaceholder> placeholders;
-    for (const QJsonValue &element : elements) {
-        const QJsonObject object = element.toObject();
-        MindboxPlaceholder placeholder;
-        placeholder.id = textAt(object, u"ids.externalId"_s);
-        const QJsonArray content = listAt(object, u"content"_s);
-        for (const QJsonValue &part : content)
-            placeholder.messages.append(textAt(part.toObject(), u"message"_s));
-        placeholders.append(placeholder);
-    }
-    return placeholders;
+    MindboxPlaceholder placeholder;
+    placeholder.id = textAt(object, u"ids.externalId"_s);
+    const QJsonArray content = listAt(object, u"content"_s);
+    for (const auto &part : content)
+        placeholder.messages.append(textAt(part.toObject(), u"message"_s));
+    return placeholder;
 }
 
-QList<MindboxAppliedPromotion> promotionsOf(const QJsonArray &elements)
+MindboxAppliedPromotion promotionOf(const QJsonObject &object)
 {
-    QList<MindboxAppliedPromotion> promotions;
-    for (const QJsonValue &element : elements) {
-        const QJsonObject object = element.toObject();
-        MindboxAppliedPromotion promotion;
-        promotion.name = textAt(object, u"promotion.name"_s);
-        promotion.type = textAt(object, u"type"_s);
-        promotion.amount = numberAt(object, u"amount"_s);
-        promotion.promotionType = textAt(object, u"promotion.type"_s);
-        promotion.balanceType = textAt(object, u"balanceType.ids.systemName"_s);
-        promotion.couponCode = textAt(object, u"coupon.ids.code"_s);
-        promotions.append(promotion);
-    }
-    return promotions;
+    MindboxAppliedPromotion promotion;
+    promotion.name = textAt(object, u"promotion.name"_s);
+    promotion.type = textAt(object, u"type"_s);
+    promotion.amount = numberAt(object, u"amount"_s);
+    promotion.promotionType = textAt(object, u"promotion.type"_s);
+    promotion.balanceType = textAt(object, u"balanceType.ids.systemName"_s);
+    promotion.couponCode = textAt(object, u"coupon.ids.code"_s);
+    return promotion;
 }
 
 MindboxLine lineOf(const QJsonObject &object)
@@ -169,15 +158,15 @@ MindboxLine lineOf(const QJsonObject &object)
     line.discountedPrice = numberAt(object, u"discountedPriceOfLine"_s);
     line.lineNumber = jsonValueByPath(object, u"lineNumber"_s).toInt();
     line.lineId = textAt(object, u"lineId"_s).toInt();
-    line.appliedPromotions = promotionsOf(listAt(object, u"appliedPromotions"_s));
-    line.placeholders = placeholdersOf(listAt(object, u"placeholders"_s));
+    line.appliedPromotions = listOf(listAt(object, u"appliedPromotions"_s), promotionOf);
+    line.placeholders = listOf(listAt(object, u"placeholders"_s), placeholderOf);
     return line;
 }
 
 QMap<QString, MindboxCoupon> couponsOf(const QJsonArray &elements)
 {
     QMap<QString, MindboxCoupon> coupons;
-    for (const QJsonValue &element : elements) {
+    for (const auto &element : elements) {
         const QJsonObject object = element.toObject();
         MindboxCoupon coupon;
         coupon.code = textAt(object, u"coupon.ids.code"_s);
@@ -247,22 +236,21 @@ void OperationResult::readCustomer()
         jsonValueByPath(response, u"customer.processingStatus"_s).toString(u"NotFound"_s));
     discountCards = activatedCards(listAt(response, u"discountCards"_s));
     customer.discountCards = discountCards;
-    customer.balances = customerBalances(listAt(response, u"balances"_s));
+    customer.balances = listOf(listAt(response, u"balances"_s), customerBalance);
 }
 
 PreorderResult::PreorderResult(const OperationResult &result)
     : OperationResult(result)
 {
     const QJsonArray orderLines = listAt(response, u"order.lines"_s);
-    for (const QJsonValue &line : orderLines)
-        lines.append(lineOf(line.toObject()));
+    lines = listOf(orderLines, lineOf);
     coupons = couponsOf(listAt(response, u"order.couponsInfo"_s));
-    placeholders = placeholdersOf(listAt(response, u"order.placeholders"_s));
+    placeholders = listOf(listAt(response, u"order.placeholders"_s), placeholderOf);
     processingStatus = statusAt(response, u"order.processingStatus"_s);
     availableBonusAmount =
         numberAt(response, u"order.totalBonusPointsInfo.availableAmountForCurrentOrder"_s);
     totalPrice = numberAt(response, u"order.totalPrice"_s);
-    earnedBalances = earnedBalancesOf(orderLines);
+    earnedBalances = listOf(orderLines, earnedBalance);
 }
 
 bool PreorderResult::isSuccess() const

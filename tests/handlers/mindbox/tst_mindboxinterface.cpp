@@ -11,6 +11,8 @@
 
 #include <QTest>
 
+#include <ctime>
+
 using namespace Qt::StringLiterals;
 using namespace mindbox;
 
@@ -116,6 +118,7 @@ class TstMindboxInterface : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
     void places_data();
     void places();
     void defaults();
@@ -140,6 +143,13 @@ private Q_SLOTS:
     void queuedOrderIsStampedAgain();
     void queueThatIsNotThere();
 };
+
+void TstMindboxInterface::initTestCase()
+{
+    // A till far from Greenwich, so that local time in the place of UTC shows.
+    qputenv("TZ", "TILL-10");
+    ::tzset();
+}
 
 void TstMindboxInterface::places_data()
 {
