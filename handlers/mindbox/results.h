@@ -55,12 +55,14 @@ enum class ProcessingStatus : qint32
     IncorrectConfirmationCode = 15
 };
 
+} // namespace mindbox
+
 struct MindboxDiscountCard
 {
     QString number;
     /// Invalid when the reply has no ISO 8601 time.
     QDateTime date;
-    ProcessingStatus processingStatus = ProcessingStatus::Unknown;
+    mindbox::ProcessingStatus processingStatus = mindbox::ProcessingStatus::Unknown;
 };
 
 struct MindboxBalance
@@ -79,11 +81,11 @@ struct MindboxCustomer
     QString firstName;
     QString lastName;
     QString mobilePhone;
-    ProcessingStatus processingStatus = ProcessingStatus::NotFound;
+    mindbox::ProcessingStatus processingStatus = mindbox::ProcessingStatus::NotFound;
     QList<MindboxDiscountCard> discountCards;
     QList<MindboxBalance> balances;
 
-    bool isFound() const { return processingStatus == ProcessingStatus::Found; }
+    bool isFound() const { return processingStatus == mindbox::ProcessingStatus::Found; }
 };
 
 struct MindboxCoupon
@@ -118,6 +120,8 @@ struct MindboxLine
     QList<MindboxAppliedPromotion> appliedPromotions;
     QList<MindboxPlaceholder> placeholders;
 };
+
+namespace mindbox {
 
 /// What every result tells. A value, never owned through a pointer to this class, so it has no virtual
 /// destructor.
