@@ -16,6 +16,10 @@
 #include "handlers/forwarding/winelabcertificatehandler.h"
 #include "handlers/forwarding/winelabsoftchequehandler.h"
 #include "handlers/loyalty/goldcrownhandler.h"
+#include "handlers/loyalty/loymaxhandler.h"
+#include "handlers/loyalty/manzana2011handler.h"
+#include "handlers/loyalty/manzana2019handler.h"
+#include "handlers/loyalty/manzanaloyaltyonlinehandler.h"
 #include "handlers/loyalty/mfghandler.h"
 #include "handlers/loyalty/spasibohandler.h"
 #include "handlers/loyalty/tallobonushandler.h"
@@ -54,6 +58,10 @@ std::span<const HandlerRow> handlerTable()
         row<HeinekenHandler>              (u"heineken"),
         row<IturupHandler>                (u"iturup"),
         row<LoyaHandler>                  (u"loya"),
+        row<LoymaxHandler>                (u"loymax"),
+        row<Manzana2011Handler>           (u"manzana"),
+        row<Manzana2019Handler>           (u"manzana2019"),
+        row<ManzanaLoyaltyOnlineHandler>  (u"manzanaloyaltyonline"),
         typedRow<MegarHandler>            (u"megar"),
         row<MfgHandler>                   (u"mfg"),
         row<MindboxHandler>               (u"mindbox"),

@@ -43,6 +43,8 @@ constexpr Setting sampleSettings[] = {
     {"ApMindbox:brand", u"Trekraip"},
     {"ApMindbox:timeout", u"5"},
     {"ApMindbox.Redirect:Offline.GetCustomer", u"Offline.GetCustomer"},
+    {"Loymax:timeout", u"20"},
+    {"Loymax:uncriticalErrors", u"2, 101, 102, 103, 110, 111, 201, 202, 203, 204, 205, 206, 208, 209, 210, 211, 214, 215, 216, 218, 220,221, 222, 223, 224, 225"},
     {"Mfg:host", u"http://localhost"},
     {"Mfg:path", u"/api/ax/xpp/v1"},
     {"Mfg:verificationPath", u"/api/twofa/msg/v1"},

@@ -1,0 +1,142 @@
+#include "handlers/loyalty/loymaxhandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "handlers/common/restcalls.h"
+#include "shared/core/basicexception.h"
+#include "shared/core/config.h"
+#include "shared/core/singleton.h"
+#include "shared/document/documentsdao.h"
+#include "shared/document/xmlutils.h"
+
+#include <log4qt/logger.h>
+
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// The service does not take the price corrections of a request.
+constexpr int correctionRefused = 217;
+
+/// The request without its price corrections; empty when it is no XML.
+QByteArray withoutCorrections(const QString &request)
+{
+    const QDomDocument document = xmlutils::parseXmlText(request);
+    if (document.isNull())
+        return {};
+    const QDomNodeList lines = document.elementsByTagName(u"ChequeLine"_s);
+    for (int i = 0; i < lines.size(); ++i)
+        lines.at(i).toElement().removeAttribute(u"Correction"_s);
+    return document.toString(1).toUtf8();
+}
+
+QDomElement firstElement(const QDomDocument &document, const QString &name)
+{
+    return document.elementsByTagName(name).at(0).toElement();
+}
+
+} // namespace
+
+LoymaxHandler::LoymaxHandler()
+    : BasicHandler(u"loymax"_s)
+    , timeout(Singleton<Config>::instance()->getInt(u"Loymax:timeout"_s, 20))
+{
+}
+
+bool LoymaxHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения"_s);
+    const auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
+    const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
+    const auto body = messageValue<QByteArray>(message, u"body"_s);
+    const auto client = createClient(*logger());
+    client->setTimeout(timeout);
+    client->post(url, body, headers);
+    LoymaxReply reply = parseReply(client->response());
+
+    if (reply.errorCode == correctionRefused) {
+        logger()->info(u"Попытка отправки сообщения без атрибутов корректировки цены"_s);
+        const QByteArray uncorrected = withoutCorrections(QString::fromUtf8(body));
+        if (uncorrected.isEmpty()) {
+            logger()->error(u"Некорректный xml-запрос"_s);
+            return false;
+        }
+        client->post(url, uncorrected, headers);
+        reply = parseReply(client->response());
+    }
+    if (!reply.transactionId.isEmpty() && !saveTransactionId(message, reply.transactionId))
+        return false;
+    return reply.done;
+}
+
+LoymaxReply LoymaxHandler::parseReply(const http::Response &response)
+{
+    LoymaxReply reply;
+    if (response.errorCode > 0) {
+        logSendError(*logger(), response.errorText);
+        return reply;
+    }
+    const QDomDocument document = xmlutils::parseXml(response.body);
+    QDomElement element = firstElement(document, u"CancelPurchaseResponse"_s);
+    if (element.isNull())
+        element = firstElement(document, u"ConfirmPurchaseResponse"_s);
+    if (element.isNull()) {
+        element = firstElement(document, u"DiscountResponse"_s);
+        reply.transactionId = element.attribute(u"TransactionID"_s);
+    }
+    if (element.isNull())
+        element = firstElement(document, u"RefundResponse"_s);
+    if (element.isNull()) {
+        logger()->warn(u"Некорректный ответ от сервера"_s);
+        return reply;
+    }
+
+    const QString code = element.attribute(u"ErrorCode"_s);
+    reply.errorCode = code.toInt();
+    if (code == u"0") {
+        reply.done = true;
+        return reply;
+    }
+    if (code == u"207") {
+        logger()->warn(
+            u"Ранее запрос уже был успешно доставлен на сервер. Сообщение будет удалено из очереди"_s);
+        reply.done = true;
+        return reply;
+    }
+    logger()->warn(u"Код ошибки: %1"_s, code);
+    const QString text = element.attribute(u"ErrorMessage"_s);
+    if (!text.isEmpty())
+        logger()->warn(u"Сообщение об ошибке: %1"_s, text);
+    const QStringList uncritical = Singleton<Config>::instance()->getStringList(
+        u"Loymax:uncriticalErrors"_s,
+        u"2, 101, 102, 103, 110, 111, 201, 202, 203, 204, 205, 206, 208, 209, 210, 211, 214, 215, 216, 218, 220,221, 222, 223, 224, 225"_s);
+    if (uncritical.contains(code)) {
+        logger()->warn(
+            u"Метод выполнен с допустимой ошибкой, сообщение будет удалено из очереди"_s);
+        reply.done = true;
+    }
+    return reply;
+}
+
+void LoymaxHandler::updateTransactionId(const QString &cardId, const QString &transactionId)
+{
+    logger()->info(
+        u"Обновление идентификатора транзакции %2 для карты %1"_s.arg(cardId, transactionId));
+    DocumentCardRecord card;
+    card.setId(cardId);
+    card.setOperationId(transactionId);
+    Singleton<DocumentsDao>::instance()->updateCard(card);
+}
+
+bool LoymaxHandler::saveTransactionId(const Message &message, const QString &transactionId)
+{
+    try {
+        updateTransactionId(messageValue<QString>(message, u"cardId"_s), transactionId);
+    } catch (const BasicException &exception) {
+        // The next attempt is told of the transaction again, or that it was handled before.
+        logger()->error(exception.tr().ru());
+        return false;
+    }
+    return true;
+}

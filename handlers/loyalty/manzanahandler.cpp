@@ -1,0 +1,54 @@
+#include "handlers/loyalty/manzanahandler.h"
+
+#include "handlers/forwarding/forwarding.h"
+#include "shared/document/xmlutils.h"
+
+#include <log4qt/logger.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr Forwarding forwarding{.timeout = Timeout::fixed(15)};
+
+constexpr int success = 0;
+/// The service does not say what this one means, but the work is done.
+constexpr int alsoSuccess = 81301;
+/// Final for a card that may not be used any more, and for nothing else.
+constexpr int operationForbidden = 80420;
+
+} // namespace
+
+ManzanaHandler::ManzanaHandler(const QString &type)
+    : BasicHandler(type)
+{
+}
+
+bool ManzanaHandler::sendMessage(const Message &message)
+{
+    const auto client = makeRequest(message, *logger(), forwarding);
+    return client->errorCode() < 1 && parseReply(client->responseBody());
+}
+
+bool ManzanaHandler::parseReply(const QByteArray &reply)
+{
+    const QDomDocument document = xmlutils::parseXml(reply);
+    const QDomElement element = document.elementsByTagName(u"ReturnCode"_s).at(0).toElement();
+    if (element.isNull()) {
+        logger()->warn(u"Некорректный ответ от сервера, отсутствует поле ReturnCode"_s);
+        return false;
+    }
+    const int code = element.text().toInt(); // no number reads as 0, and 0 is success
+    if (code == success || code == alsoSuccess)
+        return true;
+
+    const QString text = xmlutils::getValueByTag(document, u"Message"_s, 0);
+    if (code == operationForbidden && text == u"Операция запрещена по статусу карты") {
+        logger()->warn(u"Сообщение об ошибке: %1, сообщение будет удалено"_s, text);
+        return true;
+    }
+    logger()->warn(u"Код ошибки: %1"_s, code);
+    if (!text.isEmpty())
+        logger()->warn(u"Сообщение об ошибке: %1"_s, text);
+    return false;
+}

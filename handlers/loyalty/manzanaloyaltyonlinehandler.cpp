@@ -1,0 +1,137 @@
+#include "handlers/loyalty/manzanaloyaltyonlinehandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "handlers/common/restcalls.h"
+#include "shared/core/singleton.h"
+#include "shared/document/documentsdao.h"
+#include "shared/document/xmlutils.h"
+
+#include <log4qt/logger.h>
+
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// What the card's record remembers under the operation's information.
+const QString transactionDateKey = u"TransactionDate"_s;
+
+QDomElement chequeReference(const QDomDocument &request)
+{
+    return request.elementsByTagName(u"ChequeReference"_s).at(0).toElement();
+}
+
+} // namespace
+
+ManzanaLoyaltyOnlineHandler::ManzanaLoyaltyOnlineHandler()
+    : BasicHandler(u"manzanaloyaltyonline"_s)
+{
+}
+
+bool ManzanaLoyaltyOnlineHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    const auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
+    const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
+    auto body = messageValue<QByteArray>(message, u"body"_s);
+    const QDomDocument request = xmlutils::parseXmlText(QString::fromUtf8(body));
+    const QString operation = xmlutils::getValueByTag(request, u"OperationType"_s, 0);
+    if (operation == u"Return" && !hasChequeDate(request))
+        body = completedReturn(request, body);
+
+    const auto client = createClient(*logger());
+    client->setTimeout(15);
+    client->post(url, body, headers);
+    if (client->errorCode() > 0) {
+        logSendError(*logger(), client->errorText());
+        return false;
+    }
+    const QByteArray reply = client->responseBody();
+    if (!parseReply(reply))
+        return false;
+    if (operation == u"Sale")
+        rememberSale(request, reply);
+    return true;
+}
+
+bool ManzanaLoyaltyOnlineHandler::parseReply(const QByteArray &reply)
+{
+    const QDomDocument document = xmlutils::parseXml(reply);
+    const QString code = xmlutils::getValueByTag(document, u"ReturnCode"_s, 0);
+    // Whatever is there and is no number above 0 is success, and so is this one code.
+    constexpr int alsoSuccess = 81301;
+    const int value = code.toInt();
+    if (!code.isEmpty() && (value < 1 || value == alsoSuccess))
+        return true;
+    logger()->error(u"Ошибка %1"_s, xmlutils::getValueByTag(document, u"Message"_s, 0));
+    return false;
+}
+
+bool ManzanaLoyaltyOnlineHandler::hasChequeDate(const QDomDocument &request)
+{
+    logger()->debug(u"Проверка запроса по возврату"_s);
+    return !xmlutils::getValueByTag(chequeReference(request), u"DateTime"_s, 0).isEmpty();
+}
+
+std::shared_ptr<DocumentCardRecord>
+ManzanaLoyaltyOnlineHandler::findCardRecord(const QString &chequeNumber, const QString &cardNumber)
+{
+    DocumentsDao *documents = Singleton<DocumentsDao>::instance();
+    const int id = documents->findCardId(chequeNumber, cardNumber);
+    if (id < 1)
+        return nullptr;
+    return documents->readCard(id, true);
+}
+
+void ManzanaLoyaltyOnlineHandler::saveTransaction(int recordId, const QByteArray &reply)
+{
+    const QDomDocument document = xmlutils::parseXml(reply);
+    const QString processed = xmlutils::getValueByTag(document, u"Processed"_s, 0);
+    DocumentCardRecord card;
+    card.setId(recordId);
+    card.setOperationInfo(
+        QVariantMap{{transactionDateKey, QDateTime::fromString(processed, Qt::ISODate)}});
+    card.setOperationId(xmlutils::getValueByTag(document, u"TransactionID"_s, 0));
+    Singleton<DocumentsDao>::instance()->updateCard(card);
+}
+
+QByteArray ManzanaLoyaltyOnlineHandler::updateReturnRequest(const QDomDocument &request,
+                                                            const DocumentCardRecord &card)
+{
+    logger()->info(u"Обновление данных запроса на возврат"_s);
+    QDomDocument updated = request.cloneNode(true).toDocument();
+    QDomElement reference = chequeReference(updated);
+    const QJsonObject info = QJsonDocument::fromVariant(card.getOperationInfo()).object();
+    const QString date = info.value(transactionDateKey).toString();
+    if (!reference.isNull()) {
+        const QDomElement former = reference.firstChildElement(u"DateTime"_s);
+        if (!former.isNull())
+            reference.removeChild(former);
+        reference.appendChild(xmlutils::createTextElement(updated, u"DateTime"_s, date));
+    }
+    return updated.toString(1).toUtf8();
+}
+
+QByteArray ManzanaLoyaltyOnlineHandler::completedReturn(const QDomDocument &request,
+                                                        const QByteArray &body)
+{
+    const QString cheque = xmlutils::getValueByTag(chequeReference(request), u"Number"_s, 0);
+    const QString number = xmlutils::getValueByTag(request, u"CardNumber"_s, 0);
+    const auto card = findCardRecord(cheque, number);
+    // A return goes out also when the till does not know its sale any more.
+    if (!card || card->getOperationInfo().isNull())
+        return body;
+    return updateReturnRequest(request, *card);
+}
+
+void ManzanaLoyaltyOnlineHandler::rememberSale(const QDomDocument &request, const QByteArray &reply)
+{
+    const auto card = findCardRecord(xmlutils::getValueByTag(request, u"Number"_s, 0),
+                                     xmlutils::getValueByTag(request, u"CardNumber"_s, 0));
+    if (card)
+        saveTransaction(card->getId().toInt(), reply);
+}

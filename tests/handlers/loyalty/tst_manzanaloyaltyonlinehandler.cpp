@@ -1,0 +1,386 @@
+#include "handlers/loyalty/manzanaloyaltyonlinehandler.h"
+#include "shared/core/basicexception.h"
+#include "tests/handlers/support/delivery.h"
+#include "tests/support/fakerestclient.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/queuedatabase.h"
+#include "tests/support/vtable.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString opening = u"INFO Отправка сообщения 7"_s;
+const QString checking = u"DEBUG Проверка запроса по возврату"_s;
+const QString updating = u"INFO Обновление данных запроса на возврат"_s;
+const QByteArray good = "<r><ReturnCode>0</ReturnCode><TransactionID>t 1</TransactionID>"
+                        "<Processed>2026-01-31T12:30:00</Processed></r>";
+
+QString message(const QString &xml)
+{
+    const QJsonObject body{{u"url"_s, u"http://online.test/a b"_s},
+                           {u"headers"_s, QJsonObject{{u"X-Till"_s, 3}}},
+                           {u"body"_s, xml},
+                           {u"timeout"_s, 3}};
+    return QString::fromUtf8(QJsonDocument(body).toJson());
+}
+
+QString request(const QString &operation, const QString &rest)
+{
+    return u"<q><OperationType>%1</OperationType>%2<Card><CardNumber>2700</CardNumber></Card></q>"_s
+        .arg(operation, rest);
+}
+
+const QString sale = request(u"Sale"_s, u"<Number>17</Number>"_s);
+const QString returning = request(
+    u"Return"_s, u"<Number>99</Number><ChequeReference><Number>17</Number></ChequeReference>"_s);
+
+} // namespace
+
+class TstManzanaLoyaltyOnlineHandler : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void request_data();
+    void request();
+    void judgement_data();
+    void judgement();
+    void failedExchange_data();
+    void failedExchange();
+    void saleIsRemembered_data();
+    void saleIsRemembered();
+    void nothingIsRemembered_data();
+    void nothingIsRemembered();
+    void returnTakesTheDateOfItsSale_data();
+    void returnTakesTheDateOfItsSale();
+    void returnGoesOutAsItIs_data();
+    void returnGoesOutAsItIs();
+    void chequeDate_data();
+    void chequeDate();
+    void saleAndItsReturn();
+    void originalRequestStaysAsItWas();
+    void returnWithoutAReference();
+    void brokenDocumentStore();
+    void slots_();
+
+private:
+    void putCard(int id, const QString &info, const QString &cheque = u"17"_s);
+    QList<QVariantList> cards();
+
+    std::unique_ptr<QueueDatabase> till;
+};
+
+void TstManzanaLoyaltyOnlineHandler::init()
+{
+    till = std::make_unique<QueueDatabase>();
+}
+
+void TstManzanaLoyaltyOnlineHandler::cleanup()
+{
+    till.reset();
+}
+
+void TstManzanaLoyaltyOnlineHandler::putCard(int id, const QString &info, const QString &cheque)
+{
+    till->query(
+        u"INSERT INTO queues.documentcard (id, chequenumber, cardnumber, operationid, operationinfo) "
+        "VALUES (?, ?, '2700', 'old', ?)"_s,
+        {id, cheque, info});
+}
+
+QList<QVariantList> TstManzanaLoyaltyOnlineHandler::cards()
+{
+    return till->query(
+        u"SELECT id, operationid, operationinfo FROM queues.documentcard ORDER BY id"_s);
+}
+
+void TstManzanaLoyaltyOnlineHandler::request_data()
+{
+    QTest::addColumn<QString>("xml");
+    QTest::newRow("a sale without a card") << sale;
+    QTest::newRow("a return without a card") << returning;
+    QTest::newRow("another operation") << ::request(u"Bonus"_s, u"<Number>17</Number>"_s);
+    QTest::newRow("no operation") << u"<q/>"_s;
+    QTest::newRow("no XML") << u"hello %1"_s;
+    QTest::newRow("empty") << u""_s;
+    QTest::newRow("cut off") << u"<q><OperationType>Return</OperationType>"_s;
+    QTest::newRow("own entity")
+        << u"<!DOCTYPE q [<!ENTITY b \"Return\">]><q><OperationType>&b;</OperationType></q>"_s;
+    QTest::newRow("a declaration")
+        << u"<?xml version=\"1.0\" encoding=\"windows-1251\"?>\n<q  a='ж'/>"_s;
+}
+
+void TstManzanaLoyaltyOnlineHandler::request()
+{
+    QFETCH(QString, xml);
+    FakeRestClient net({reply(200, good)});
+    QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(xml)));
+    QCOMPARE(net.steps(), (QStringList{u"setTimeout 15"_s, u"POST http://online.test/a%20b"_s}));
+    QCOMPARE(net.lastRequest().body, xml.toUtf8());
+    QCOMPARE(net.lastRequest().headers, (QMap<QString, QString>{{u"X-Till"_s, u"3"_s}}));
+    QVERIFY(net.lastRequest().logger);
+}
+
+void TstManzanaLoyaltyOnlineHandler::judgement_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<bool>("finished");
+    QTest::addColumn<QString>("text");
+
+    const auto answer = [](const QByteArray &number) {
+        return "<a><Message>m %1</Message><ReturnCode>" + number + "</ReturnCode></a>";
+    };
+    const QString none;
+    // clang-format off
+    QTest::newRow("0")                        << answer("0") << true << none;
+    QTest::newRow("below 0")                  << answer("-5") << true << none;
+    QTest::newRow("no number")                << answer("abc") << true << none;
+    QTest::newRow("a fraction")               << answer("5.0") << true << none;
+    QTest::newRow("blanks are no text")       << answer(" ") << false << u"m %1"_s;
+    QTest::newRow("above 32 bits")            << answer("2147483648") << true << none;
+    QTest::newRow("the greatest number")      << answer("2147483647") << false << u"m %1"_s;
+    QTest::newRow("81301")                    << answer("81301") << true << none;
+    QTest::newRow("1")                        << answer("1") << false << u"m %1"_s;
+    QTest::newRow("80420: nothing special")   << u"<a><ReturnCode>80420</ReturnCode><Message>Операция запрещена по статусу карты</Message></a>"_s.toUtf8() << false << u"Операция запрещена по статусу карты"_s;
+    QTest::newRow("the first code counts")    << "<a><ReturnCode>1</ReturnCode><ReturnCode>0</ReturnCode></a>"_ba << false << u""_s;
+    QTest::newRow("an empty code")            << answer("") << false << u"m %1"_s;
+    QTest::newRow("no code")                  << "<a><Message>m</Message></a>"_ba << false << u"m"_s;
+    QTest::newRow("empty")                    << ""_ba << false << u""_s;
+    QTest::newRow("no XML")                   << "0"_ba << false << u""_s;
+    QTest::newRow("cut off")                  << "<a><ReturnCode>0</ReturnCode>"_ba << false << u""_s;
+    QTest::newRow("own entity")               << "<!DOCTYPE a [<!ENTITY b \"0\">]><a><ReturnCode>&b;</ReturnCode></a>"_ba << false << u""_s;
+    QTest::newRow("default namespace")        << "<a xmlns='urn:a'><ReturnCode>0</ReturnCode></a>"_ba << true << none;
+    QTest::newRow("windows-1251")             << "<?xml version=\"1.0\" encoding=\"windows-1251\"?><a><ReturnCode>5</ReturnCode><Message>\xed\xe5\xf2</Message></a>"_ba << false << u"нет"_s;
+    // clang-format on
+}
+
+void TstManzanaLoyaltyOnlineHandler::judgement()
+{
+    QFETCH(QByteArray, reply);
+    QFETCH(bool, finished);
+    QFETCH(QString, text);
+    const LogCapture log(u"manzanaloyaltyonline"_s);
+    QCOMPARE(ManzanaLoyaltyOnlineHandler().parseReply(reply), finished);
+    QCOMPARE(log.lines(), finished ? QStringList() : QStringList{u"ERROR Ошибка "_s + text});
+}
+
+void TstManzanaLoyaltyOnlineHandler::failedExchange_data()
+{
+    QTest::addColumn<http::Response>("answer");
+    QTest::newRow("no connection") << noConnection();
+    QTest::newRow("no answer in time") << timeout();
+    QTest::newRow("HTTP 500, code 0") << reply(500, good);
+    QTest::newRow("HTTP 400, code 0") << reply(400, good);
+}
+
+void TstManzanaLoyaltyOnlineHandler::failedExchange()
+{
+    QFETCH(http::Response, answer);
+    putCard(3, u""_s);
+    const LogCapture log(u"manzanaloyaltyonline"_s);
+    FakeRestClient net({answer});
+    QVERIFY(!deliver(u"manzanaloyaltyonline"_s, message(sale)));
+    QCOMPARE(log.lines(), (QStringList{opening, u"ERROR Ошибка при отправке сообщения: "_s
+                                                    + answer.errorText.ru()}));
+    QCOMPARE(cards(), (QList<QVariantList>{{3, u"old"_s, u""_s}}));
+}
+
+void TstManzanaLoyaltyOnlineHandler::saleIsRemembered_data()
+{
+    QTest::addColumn<QString>("processed");
+    QTest::addColumn<QString>("date");
+    // clang-format off
+    QTest::newRow("local time")   << u"2026-01-31T12:30:00"_s << u"2026-01-31T12:30:00.000"_s;
+    QTest::newRow("milliseconds") << u"2026-01-31T12:30:00.120"_s << u"2026-01-31T12:30:00.120"_s;
+    QTest::newRow("UTC")          << u"2026-01-31T12:30:00Z"_s << u"2026-01-31T12:30:00.000Z"_s;
+    QTest::newRow("a zone")       << u"2026-01-31T12:30:00+05:00"_s << u"2026-01-31T12:30:00.000+05:00"_s;
+    QTest::newRow("no time")      << u"yesterday"_s << u""_s;
+    QTest::newRow("absent")       << u""_s << u""_s;
+    // clang-format on
+}
+
+void TstManzanaLoyaltyOnlineHandler::saleIsRemembered()
+{
+    QFETCH(QString, processed);
+    QFETCH(QString, date);
+    putCard(3, u""_s);
+    putCard(4, u""_s, u"18"_s);
+    FakeRestClient net({reply(
+        200,
+        u"<r><ReturnCode>0</ReturnCode><TransactionID>t 1</TransactionID><Processed>%1</Processed></r>"_s
+            .arg(processed)
+            .toUtf8())});
+    QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(sale)));
+    QCOMPARE(cards(),
+             (QList<QVariantList>{{3, u"t 1"_s, u"{\"TransactionDate\":\"%1\"}"_s.arg(date)},
+                                  {4, u"old"_s, u""_s}}));
+}
+
+void TstManzanaLoyaltyOnlineHandler::nothingIsRemembered_data()
+{
+    QTest::addColumn<QString>("xml");
+    QTest::addColumn<QByteArray>("answer");
+    QTest::addColumn<bool>("finished");
+    // clang-format off
+    QTest::newRow("another cheque")    << ::request(u"Sale"_s, u"<Number>18</Number>"_s) << good << true;
+    QTest::newRow("another case")      << ::request(u"sale"_s, u"<Number>17</Number>"_s) << good << true;
+    QTest::newRow("another operation") << ::request(u"Bonus"_s, u"<Number>17</Number>"_s) << good << true;
+    QTest::newRow("a return")          << ::request(u"Return"_s, u"<Number>17</Number>"_s) << good << true;
+    QTest::newRow("refused")           << sale << "<r><ReturnCode>5</ReturnCode><TransactionID>t</TransactionID></r>"_ba << false;
+    // clang-format on
+}
+
+void TstManzanaLoyaltyOnlineHandler::nothingIsRemembered()
+{
+    QFETCH(QString, xml);
+    QFETCH(QByteArray, answer);
+    QFETCH(bool, finished);
+    putCard(3, u""_s);
+    FakeRestClient net({reply(200, answer)});
+    QCOMPARE(deliver(u"manzanaloyaltyonline"_s, message(xml)), finished);
+    QCOMPARE(cards(), (QList<QVariantList>{{3, u"old"_s, u""_s}}));
+}
+
+void TstManzanaLoyaltyOnlineHandler::returnTakesTheDateOfItsSale_data()
+{
+    QTest::addColumn<QString>("reference");
+    QTest::addColumn<QByteArray>("sent");
+    // clang-format off
+    QTest::newRow("no date")       << u"<ChequeReference><Number>17</Number></ChequeReference>"_s
+                                   << "  <Number>17</Number>\n  <DateTime>2026-01-31T12:30:00.000</DateTime>\n"_ba;
+    QTest::newRow("an empty date") << u"<ChequeReference><DateTime/><Number>17</Number></ChequeReference>"_s
+                                   << "  <Number>17</Number>\n  <DateTime>2026-01-31T12:30:00.000</DateTime>\n"_ba;
+    // clang-format on
+}
+
+void TstManzanaLoyaltyOnlineHandler::returnTakesTheDateOfItsSale()
+{
+    QFETCH(QString, reference);
+    QFETCH(QByteArray, sent);
+    putCard(3, u"{\"TransactionDate\":\"2026-01-31T12:30:00.000\"}"_s);
+    const LogCapture log(u"manzanaloyaltyonline"_s);
+    FakeRestClient net({reply(200, good)});
+    QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(::request(u"Return"_s, reference))));
+    QCOMPARE(
+        net.lastRequest().body,
+        "<q>\n <OperationType>Return</OperationType>\n <ChequeReference>\n" + sent
+            + " </ChequeReference>\n <Card>\n  <CardNumber>2700</CardNumber>\n </Card>\n</q>\n");
+    QCOMPARE(log.lines(), (QStringList{opening, checking, updating}));
+}
+
+void TstManzanaLoyaltyOnlineHandler::returnGoesOutAsItIs_data()
+{
+    QTest::addColumn<QString>("xml");
+    QTest::addColumn<QString>("info");
+    const QString known = u"{\"TransactionDate\":\"2026-01-31T12:30:00.000\"}"_s;
+    // clang-format off
+    QTest::newRow("it has a date")           << ::request(u"Return"_s, u"<ChequeReference><Number>17</Number><DateTime>x</DateTime></ChequeReference>"_s) << known;
+    QTest::newRow("no information")          << returning << u""_s;
+    QTest::newRow("another cheque")          << ::request(u"Return"_s, u"<ChequeReference><Number>18</Number></ChequeReference>"_s) << known;
+    QTest::newRow("the number elsewhere")    << ::request(u"Return"_s, u"<Number>17</Number><ChequeReference/>"_s) << known;
+    QTest::newRow("the second reference")    << ::request(u"Return"_s, u"<ChequeReference/><ChequeReference><Number>17</Number></ChequeReference>"_s) << known;
+    QTest::newRow("no return")               << ::request(u"return"_s, u"<ChequeReference><Number>17</Number></ChequeReference>"_s) << known;
+    // clang-format on
+}
+
+void TstManzanaLoyaltyOnlineHandler::returnGoesOutAsItIs()
+{
+    QFETCH(QString, xml);
+    QFETCH(QString, info);
+    putCard(3, info);
+    const LogCapture log(u"manzanaloyaltyonline"_s);
+    FakeRestClient net({reply(200, good)});
+    QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(xml)));
+    QCOMPARE(net.lastRequest().body, xml.toUtf8());
+    QVERIFY(!log.lines().contains(updating));
+}
+
+void TstManzanaLoyaltyOnlineHandler::chequeDate_data()
+{
+    QTest::addColumn<QString>("xml");
+    QTest::addColumn<bool>("hasDate");
+    QTest::newRow("a date") << u"<q><ChequeReference><DateTime>x</DateTime></ChequeReference></q>"_s
+                            << true;
+    QTest::newRow("deep inside")
+        << u"<q><ChequeReference><a><DateTime>x</DateTime></a></ChequeReference></q>"_s << true;
+    QTest::newRow("an empty one") << u"<q><ChequeReference><DateTime/></ChequeReference></q>"_s
+                                  << false;
+    QTest::newRow("elsewhere") << u"<q><DateTime>x</DateTime><ChequeReference/></q>"_s << false;
+    QTest::newRow("in the second reference")
+        << u"<q><ChequeReference/><ChequeReference><DateTime>x</DateTime></ChequeReference></q>"_s
+        << false;
+    QTest::newRow("no reference") << u"<q/>"_s << false;
+}
+
+void TstManzanaLoyaltyOnlineHandler::chequeDate()
+{
+    QFETCH(QString, xml);
+    QFETCH(bool, hasDate);
+    QDomDocument document;
+    QVERIFY(document.setContent(xml));
+    const LogCapture log(u"manzanaloyaltyonline"_s);
+    QCOMPARE(ManzanaLoyaltyOnlineHandler().hasChequeDate(document), hasDate);
+    QCOMPARE(log.lines(), QStringList{checking});
+}
+
+void TstManzanaLoyaltyOnlineHandler::saleAndItsReturn()
+{
+    putCard(3, u""_s);
+    FakeRestClient net({reply(200, good), reply(200, good)});
+    QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(sale)));
+    net.nextDelivery();
+    QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(returning)));
+    QVERIFY2(net.lastRequest().body.contains("<DateTime>2026-01-31T12:30:00.000</DateTime>"),
+             net.lastRequest().body);
+}
+
+void TstManzanaLoyaltyOnlineHandler::originalRequestStaysAsItWas()
+{
+    QDomDocument document;
+    QVERIFY(document.setContent(returning));
+    const QString before = document.toString(-1);
+    const DocumentCardRecord card(3, u"2700"_s, u"t"_s,
+                                  QVariantMap{{u"TransactionDate"_s, u"2026"_s}});
+    QVERIFY(ManzanaLoyaltyOnlineHandler()
+                .updateReturnRequest(document, card)
+                .contains("<DateTime>2026</DateTime>"));
+    QCOMPARE(document.toString(-1), before);
+}
+
+void TstManzanaLoyaltyOnlineHandler::returnWithoutAReference()
+{
+    QTest::failOnWarning(QRegularExpression(u"."_s));
+    QDomDocument document;
+    QVERIFY(document.setContent(u"<q/>"_s));
+    const DocumentCardRecord card(3, u"2700"_s, u"t"_s,
+                                  QVariantMap{{u"TransactionDate"_s, u"2026"_s}});
+    QCOMPARE(ManzanaLoyaltyOnlineHandler().updateReturnRequest(document, card), "<q/>\n");
+}
+
+void TstManzanaLoyaltyOnlineHandler::brokenDocumentStore()
+{
+    till->query(u"DROP TABLE queues.documentcard"_s);
+    FakeRestClient net({reply(200, good)});
+    QVERIFY_THROWS_EXCEPTION(BasicException, deliver(u"manzanaloyaltyonline"_s, message(sale)));
+}
+
+void TstManzanaLoyaltyOnlineHandler::slots_()
+{
+    using Handler = ManzanaLoyaltyOnlineHandler;
+    QCOMPARE(slotOf(&Handler::sendMessage), 5);
+    QCOMPARE(slotOf(&Handler::parseReply), 9);
+    QCOMPARE(slotOf(&Handler::hasChequeDate), 10);
+    QCOMPARE(slotOf(&Handler::findCardRecord), 11);
+    QCOMPARE(slotOf(&Handler::saveTransaction), 12);
+    QCOMPARE(slotOf(&Handler::updateReturnRequest), 13);
+}
+
+QTEST_GUILESS_MAIN(TstManzanaLoyaltyOnlineHandler)
+#include "tst_manzanaloyaltyonlinehandler.moc"
