@@ -34,10 +34,14 @@
 #include "handlers/other/rsloyaltyhandler.h"
 #include "handlers/other/tsumhandler.h"
 #include "handlers/payment/atolpayhandler.h"
+#include "handlers/payment/cftsbphandler.h"
+#include "handlers/payment/iturupsbphandler.h"
 #include "handlers/payment/nspkechandler.h"
 #include "handlers/payment/platiqr3handler.h"
 #include "handlers/payment/platiqrhandler.h"
 #include "handlers/payment/processinghandler.h"
+#include "handlers/payment/raiffeisensbphandler.h"
+#include "handlers/payment/rsbsbphandler.h"
 
 std::span<const HandlerRow> handlerTable()
 {
@@ -50,6 +54,7 @@ std::span<const HandlerRow> handlerTable()
         typedRow<TalloBonusHandler>       (u"tallocoupon"),
         row<AtolPayHandler>               (u"atolpay"),
         row<CardLabHandler>               (u"cardlab"),
+        row<CftSbpHandler>                (u"cftsbp"),
         row<CustomerAddressHandler>       (u"customeraddress"),
         row<EstesisHandler>               (u"estesis"),
         row<GiftomanHandler>              (u"giftoman"),
@@ -57,6 +62,7 @@ std::span<const HandlerRow> handlerTable()
         row<GreenwichParkingTicketHandler>(u"greenwichparkingticket"),
         row<HeinekenHandler>              (u"heineken"),
         row<IturupHandler>                (u"iturup"),
+        row<IturupSbpHandler>             (u"iturupsbp"),
         row<LoyaHandler>                  (u"loya"),
         row<LoymaxHandler>                (u"loymax"),
         row<Manzana2011Handler>           (u"manzana"),
@@ -73,7 +79,9 @@ std::span<const HandlerRow> handlerTable()
         row<PriceCoreHandler>             (u"pricecore"),
         row<PriorityApiHandler>           (u"priorityapi"),
         row<ProcessingHandler>            (u"processing"),
+        row<RaiffeisenSbpHandler>         (u"raiffeisensbp"),
         typedRow<MegarHandler>            (u"rrsocial"),
+        row<RsbSbpHandler>                (u"rsbsbp"),
         row<RSLoyaltyHandler>             (u"rsloyalty"),
         row<SetOmniHandler>               (u"setomni"),
         row<SmartScalesHandler>           (u"smartscales"),

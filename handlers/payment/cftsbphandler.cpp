@@ -1,0 +1,60 @@
+#include "handlers/payment/cftsbphandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "shared/core/mockfactory.h"
+#include "shared/net/restclient.h"
+
+#include <log4qt/logger.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int preconditionRequiredStatus = 428;
+/// With the status above: an error that ends the matter for good.
+constexpr int finalErrorCode = 202;
+
+bool judgeFailure(const RestClient &client, const QVariantMap &reply, Log4Qt::Logger &logger)
+{
+    logger.error(reply.value(u"message"_s, client.errorText().ru()).toString());
+    // Compared as values: a number of any kind can be equal, the text "202" is not.
+    return client.statusCode() == preconditionRequiredStatus
+           && reply.value(u"code"_s, 0) == QVariant(finalErrorCode);
+}
+
+bool judgeReply(const QVariantMap &reply, Log4Qt::Logger &logger)
+{
+    if (reply.contains(u"message"_s) && reply.contains(u"code"_s)) {
+        logger.error(reply.value(u"message"_s).toString());
+        return false;
+    }
+    if (reply.value(u"status"_s).toLongLong() < 0) {
+        logger.error(reply.value(u"message"_s, reply.value(u"infoMsg"_s)).toString());
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+CftSbpHandler::CftSbpHandler()
+    : BasicHandler(u"cftsbp"_s)
+{
+}
+
+bool CftSbpHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения"_s);
+    // The client gets no logger, so the exchange with the bank is logged at no level.
+    const auto client = MockFactory<RestClient>::create();
+    client->setTimeout(messageValue<int>(message, u"timeout"_s));
+    client->setCertificatePath(messageValue<QString>(message, u"tlsPath"_s));
+    client->setCertificatePassword(messageValue<QString>(message, u"tlsPass"_s));
+    client->post(messageValue<QUrl>(message, u"url"_s),
+                 QJsonDocument::fromVariant(messageValue<QVariantMap>(message, u"body"_s)),
+                 messageHeaders(messageValue<QVariantMap>(message, u"headers"_s)));
+
+    const QVariantMap reply = client->responseVariant().toMap();
+    return client->errorCode() > 0 ? judgeFailure(*client, reply, *logger())
+                                   : judgeReply(reply, *logger());
+}

@@ -1,0 +1,108 @@
+#include "handlers/payment/iturupsbphandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "handlers/common/restcalls.h"
+
+#include <log4qt/logger.h>
+
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int doneCode = 0;
+constexpr int nullReplyCode = -1;
+/// The refund was taken on and is not over yet.
+constexpr int runningCode = 2;
+
+QString dataMember(const RestClient &client, const QString &name)
+{
+    const QVariantMap reply = client.responseVariant().toMap();
+    return reply.value(u"data"_s).toMap().value(name).toString();
+}
+
+} // namespace
+
+IturupSbpHandler::IturupSbpHandler()
+    : BasicHandler(u"iturupsbp"_s)
+{
+}
+
+bool IturupSbpHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения"_s);
+    const auto client = createClient(*logger());
+    client->setTimeout(messageValue<int>(message, u"timeout"_s));
+
+    if (!sendDescription(messageValue<QVariantMap>(message, u"qrOperationStatus"_s), *client)
+        || responseCodeFromReply(client->responseVariant()) != doneCode)
+        return false;
+    const QString status = dataMember(*client, u"status"_s);
+    if (status == u"REJECTED" || status == u"NOT_STARTED")
+        return true;
+    // RECEIVED and IN_PROGRESS may still become one of these, and a status that nobody knows is not taken
+    // for an end.
+    return status == u"ACCEPTED" && refund(message, *client);
+}
+
+bool IturupSbpHandler::sendDescription(const QVariantMap &description, RestClient &client)
+{
+    client.post(QUrl(description.value(u"url"_s).toString()),
+                description.value(u"data"_s).toByteArray(),
+                messageHeaders(description.value(u"headers"_s).toMap()));
+    if (client.errorCode() <= 0)
+        return true;
+    // In the operator's language, where the other types take the Russian text.
+    logger()->error(u"Ошибка при отправке сообщения: %1"_s, client.errorText().ui());
+    return false;
+}
+
+int IturupSbpHandler::responseCodeFromReply(const QVariant &reply)
+{
+    return reply.isNull() ? nullReplyCode : reply.toMap().value(u"responseCode"_s).toInt();
+}
+
+QVariantMap IturupSbpHandler::fillDescription(const QString &key, const QString &value,
+                                              const QString &name, const Message &message) const
+{
+    auto description = messageValue<QVariantMap>(message, name);
+    QJsonObject data = QJsonDocument::fromJson(description.value(u"data"_s).toByteArray()).object();
+    data.insert(key, value);
+    description.insert(u"data"_s,
+                       QString::fromUtf8(QJsonDocument(data).toJson(QJsonDocument::Compact)));
+    return description;
+}
+
+bool IturupSbpHandler::refund(const Message &message, RestClient &client)
+{
+    const QString paymentId = dataMember(client, u"operId"_s);
+    if (!sendDescription(fillDescription(u"refId"_s, paymentId, u"refundPrepare"_s, message),
+                         client)
+        || responseCodeFromReply(client.responseVariant()) != doneCode)
+        return false;
+    // The refund is an operation of its own, and from here on its identifier is the one in use.
+    const QString refundId = dataMember(client, u"operId"_s);
+    if (!sendDescription(fillDescription(u"operId"_s, refundId, u"refundCommit"_s, message),
+                         client))
+        return false;
+    // Any other answer ends the refund, an error or one that cannot be read included: the commit has
+    // been answered, and a second refund of the same payment would be worse than one to look after.
+    if (responseCodeFromReply(client.responseVariant()) != runningCode)
+        return true;
+    return awaitRefund(message, refundId, client);
+}
+
+bool IturupSbpHandler::awaitRefund(const Message &message, const QString &operationId,
+                                   RestClient &client)
+{
+    const QVariantMap status =
+        fillDescription(u"operId"_s, operationId, u"refundStatus"_s, message);
+    // Without a pause and without a count: the partner says when the refund is over, and a request that
+    // fails leaves the rest to the next attempt.
+    do {
+        if (!sendDescription(status, client))
+            return false;
+    } while (responseCodeFromReply(client.responseVariant()) == runningCode);
+    return true;
+}

@@ -1,0 +1,165 @@
+#include "handlers/payment/raiffeisensbphandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "handlers/common/restcalls.h"
+
+#include <log4qt/logger.h>
+
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// The number of addresses with which the state of the code is to be found out first.
+constexpr qsizetype addressesWithState = 3;
+
+http::Params deleteRequest(const QString &url, const RestClient::Headers &headers)
+{
+    http::Params params;
+    params.method = "DELETE";
+    params.url = QUrl(url);
+    for (const auto &[name, value] : headers.asKeyValueRange())
+        params.headers.insert(name.toUtf8(), value.toUtf8());
+    return params;
+}
+
+} // namespace
+
+/// What all requests of one delivery share.
+struct RaiffeisenSbpHandler::Delivery
+{
+    std::shared_ptr<RestClient> client;
+    RestClient::Headers headers;
+    QByteArray refundBody;
+};
+
+RaiffeisenSbpHandler::RaiffeisenSbpHandler()
+    : BasicHandler(u"raiffeisensbp"_s)
+{
+}
+
+bool RaiffeisenSbpHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения"_s);
+    const auto urls = messageValue<QStringList>(message, u"urls"_s);
+    return urls.size() == addressesWithState ? undoByState(message, urls)
+                                             : refundPaidOrder(message, urls);
+}
+
+QString RaiffeisenSbpHandler::memberFromReply(const RestClient &client, const QString &name)
+{
+    return client.responseVariant().toMap().value(name).toString();
+}
+
+QString RaiffeisenSbpHandler::statusValueFromReply(const RestClient &client)
+{
+    const QVariantMap reply = client.responseVariant().toMap();
+    return reply.value(u"status"_s).toMap().value(u"value"_s).toString();
+}
+
+RaiffeisenSbpHandler::ReplyClass RaiffeisenSbpHandler::classifyReply(const RestClient &client) const
+{
+    if (client.errorCode() <= 0)
+        return ReplyClass::Good;
+    logSendError(*logger(), client.errorText());
+    const QString code = client.responseJson().object().value(u"code"_s).toString();
+    return code == u"ORDER_NOT_FOUND" || code == u"ERROR.NOT_FOUND" ? ReplyClass::NotFound
+                                                                    : ReplyClass::Failed;
+}
+
+RaiffeisenSbpHandler::Delivery RaiffeisenSbpHandler::prepare(const Message &message) const
+{
+    Delivery delivery;
+    delivery.headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
+    delivery.refundBody = messageValue<QByteArray>(message, u"body"_s);
+    delivery.client = createClient(*logger());
+    delivery.client->setTimeout(messageValue<int>(message, u"timeout"_s));
+    return delivery;
+}
+
+bool RaiffeisenSbpHandler::undoByState(const Message &message, const QStringList &urls)
+{
+    const Delivery delivery = prepare(message);
+    logger()->info(u"Получение информации по QR-коду/заказа"_s);
+    delivery.client->get(QUrl(urls[0]), {}, delivery.headers);
+    switch (classifyReply(*delivery.client)) {
+    case ReplyClass::Good:
+        break;
+    case ReplyClass::NotFound:
+        // What the service does not know needs no undoing. Only this first answer may say so.
+        return true;
+    case ReplyClass::Failed:
+        return false;
+    }
+
+    const QString state = codeState(*delivery.client);
+    if (state == u"CANCELLED" || state == u"EXPIRED")
+        return true;
+    if (state == u"NEW")
+        return deleteCode(delivery, urls[0]);
+    if (state == u"PAID") {
+        logger()->info(u"Оформление возврата по платежу"_s);
+        // The reply to the request itself is not looked at, even if it says that the refund is done.
+        return requestRefund(delivery, urls[1]) && isRefundOver(delivery, urls[2]);
+    }
+    return false;
+}
+
+bool RaiffeisenSbpHandler::refundPaidOrder(const Message &message, const QStringList &urls)
+{
+    logger()->info(u"Оформление возврата по платежу"_s);
+    const Delivery delivery = prepare(message);
+    logger()->info(u"Оформление возврата по платежу"_s);
+    // The number of addresses is not checked anywhere: a till that sends too few has a fault that no
+    // retry mends, but its message must neither end the service nor be lost. value() gives an empty
+    // address, the request to it fails like any other, and the log says why.
+    if (!requestRefund(delivery, urls.value(0)))
+        return false;
+    if (memberFromReply(*delivery.client, u"refundStatus"_s) == u"COMPLETED")
+        return true;
+    return isRefundOver(delivery, urls.value(1));
+}
+
+bool RaiffeisenSbpHandler::deleteCode(const Delivery &delivery, const QString &url)
+{
+    RestClient &client = *delivery.client;
+    logger()->info(u"Отмена невостребованного QR-кода/заказа"_s);
+    client.send(deleteRequest(url, delivery.headers));
+    if (!isGood(client))
+        return false;
+    client.get(QUrl(url), {}, delivery.headers);
+    if (!isGood(client))
+        return false;
+    // The code may have been paid at the last moment, so only its own state says that it is gone. Unlike
+    // codeState() this looks at both members, whatever the first one holds.
+    return memberFromReply(client, u"qrStatus"_s) == u"CANCELLED"
+           || statusValueFromReply(client) == u"CANCELLED";
+}
+
+bool RaiffeisenSbpHandler::requestRefund(const Delivery &delivery, const QString &url)
+{
+    delivery.client->post(QUrl(url), delivery.refundBody, delivery.headers);
+    return isGood(*delivery.client);
+}
+
+bool RaiffeisenSbpHandler::isRefundOver(const Delivery &delivery, const QString &url)
+{
+    logger()->info(u"Получение информации по возврату"_s);
+    delivery.client->get(QUrl(url), {}, delivery.headers);
+    // Only a running refund is waited for. Every other state is an end, one that reports a failure too.
+    return isGood(*delivery.client)
+           && memberFromReply(*delivery.client, u"refundStatus"_s) != u"IN_PROGRESS";
+}
+
+bool RaiffeisenSbpHandler::isGood(const RestClient &client) const
+{
+    return classifyReply(client) == ReplyClass::Good;
+}
+
+QString RaiffeisenSbpHandler::codeState(const RestClient &client)
+{
+    // A QR code and an order tell their state in different members.
+    const QString state = memberFromReply(client, u"qrStatus"_s);
+    return state.isEmpty() ? statusValueFromReply(client) : state;
+}

@@ -1,0 +1,131 @@
+#include "handlers/payment/rsbsbphandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "handlers/payment/steadytime.h"
+#include "shared/core/mockfactory.h"
+
+#include <log4qt/logger.h>
+
+#include <QJsonObject>
+#include <QRegularExpression>
+
+#include <algorithm>
+#include <array>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int timeoutError = 4;
+
+constexpr int doneCode = 0;
+constexpr int missingCode = -999;
+/// Codes of a refund that no repetition changes.
+constexpr std::array finalCodes{-54, -33, -32, -31, -30, -24, -23, -13, -5, 1};
+/// Ends the poll at once.
+constexpr int refusedCode = -23;
+/// Success when the poll ends with them; until then they may still change.
+constexpr std::array lastCodesOfSuccess{doneCode, 1, -24};
+
+template <typename Codes>
+bool contains(const Codes &codes, int code)
+{
+    return std::find(codes.begin(), codes.end(), code) != codes.end();
+}
+
+int codeFromReply(const RestClient &client)
+{
+    const QJsonObject reply = client.responseJson().object();
+    const auto code = reply.constFind(u"code"_s);
+    if (code == reply.constEnd())
+        return missingCode;
+    // A number is as good as its text; anything that is no integer reads as 0.
+    return code->toVariant().toString().toInt();
+}
+
+QString textFromReply(const RestClient &client)
+{
+    const QJsonObject reply = client.responseJson().object();
+    const auto text = reply.constFind(u"message"_s);
+    if (text != reply.constEnd())
+        return text->toVariant().toString();
+    return client.errorCode() > 0 ? client.errorText().ru() : u"Неизвестная ошибка"_s;
+}
+
+/// Cuts off what follows the Base64 block of the signature; the partner takes nothing else.
+void repairSignature(QVariantMap &body, Log4Qt::Logger &logger)
+{
+    static const QRegularExpression block(u"^[a-zA-Z0-9\\n+/]+={0,2}\\n"_s);
+    const QString signature = body.value(u"msgSign"_s).toString();
+    const QRegularExpressionMatch match = block.match(signature);
+    if (!match.hasMatch() || match.capturedLength() == signature.size())
+        return;
+    logger.warn(u"Подменяем подпись\n%1\n\n===>\n\n%2"_s.arg(signature, match.captured()));
+    body.insert(u"msgSign"_s, match.captured());
+}
+
+} // namespace
+
+RsbSbpHandler::RsbSbpHandler()
+    : BasicHandler(u"rsbsbp"_s)
+{
+}
+
+bool RsbSbpHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения"_s);
+    // The client gets no logger, so the exchange with the bank is logged at no level.
+    const auto client = MockFactory<RestClient>::create();
+    client->setTimeout(messageValue<int>(message, u"timeout"_s));
+    client->setCertificatePath(messageValue<QString>(message, u"certificatePath"_s));
+    client->setPrivateKeyPath(messageValue<QString>(message, u"privateKeyPath"_s));
+
+    const auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
+    auto refund = messageValue<QVariantMap>(message, u"bodyRefund"_s);
+    repairSignature(refund, *logger());
+    client->post(messageValue<QUrl>(message, u"urlRefund"_s), QJsonDocument::fromVariant(refund),
+                 headers);
+
+    const int code = codeFromReply(*client);
+    if (client->errorCode() == 0 && code == doneCode)
+        return true;
+    if (client->errorCode() == timeoutError) {
+        // The partner may have read the request, so it is asked before the refund is sent once more.
+        logger()->info(u"Запрашиваем статус возврата"_s);
+        return pollRefundStatus(*client, messageValue<QUrl>(message, u"urlStatus"_s),
+                                QJsonDocument::fromVariant(message.body.value(u"bodyStatus"_s)),
+                                headers, messageValue<int>(message, u"duration"_s),
+                                messageValue<int>(message, u"interval"_s));
+    }
+    if (client->isNetworkError()) {
+        logger()->error(client->errorText().ru());
+        return false;
+    }
+    const QString text = textFromReply(*client);
+    if (contains(finalCodes, code)) {
+        logger()->warn(text);
+        return true;
+    }
+    logger()->error(text);
+    return false;
+}
+
+bool RsbSbpHandler::pollRefundStatus(RestClient &client, const QUrl &url, const QJsonDocument &body,
+                                     const RestClient::Headers &headers, int duration, int interval)
+{
+    const auto time = MockFactory<SteadyTime>::create();
+    const SteadyTime::Moment start = time->now();
+    // Past by the time of the first pause, so the second request follows the first at once.
+    SteadyTime::Moment wakeUp = start;
+    for (;;) {
+        client.post(url, body, headers);
+        const int code = codeFromReply(client);
+        if (code == doneCode || code == refusedCode)
+            return code == doneCode;
+        time->sleepUntil(wakeUp);
+        const SteadyTime::Moment now = time->now();
+        wakeUp = now + std::chrono::milliseconds(interval);
+        if (now - start >= std::chrono::milliseconds(duration))
+            return contains(lastCodesOfSuccess, code);
+    }
+}
