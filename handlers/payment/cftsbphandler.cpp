@@ -17,7 +17,7 @@ constexpr int finalErrorCode = 202;
 bool judgeFailure(const RestClient &client, const QVariantMap &reply, Log4Qt::Logger &logger)
 {
     logger.error(reply.value(u"message"_s, client.errorText().ru()).toString());
-    // Compared as values: a number of any kind can be equal, the text "202" is not.
+    // Compared as values: the number of any kind and its text are equal.
     return client.statusCode() == preconditionRequiredStatus
            && reply.value(u"code"_s, 0) == QVariant(finalErrorCode);
 }

@@ -1,6 +1,7 @@
 #include "handlers/payment/steadytime.h"
 
-#include <thread>
+#include <cerrno>
+#include <ctime>
 
 SteadyTime::~SteadyTime() = default;
 
@@ -11,6 +12,15 @@ SteadyTime::Moment SteadyTime::now() const
 
 void SteadyTime::sleepUntil(Moment moment) const
 {
-    // Takes up the sleep again where a signal has broken it off.
-    std::this_thread::sleep_until(moment);
+    // The steady clock is CLOCK_MONOTONIC here. The moment is given as such and not as a remaining time,
+    // so that a sleep which signals break off again and again does not grow.
+    const auto sinceBoot = std::chrono::ceil<std::chrono::nanoseconds>(moment.time_since_epoch());
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceBoot);
+    timespec target = {};
+    target.tv_sec = seconds.count();
+    target.tv_nsec = (sinceBoot - seconds).count();
+    while (now() < moment) {
+        if (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &target, nullptr) != EINTR)
+            return;
+    }
 }

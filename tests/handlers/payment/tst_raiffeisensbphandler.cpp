@@ -1,0 +1,458 @@
+#include "handlers/payment/raiffeisensbphandler.h"
+
+#include "tests/handlers/support/delivery.h"
+#include "tests/support/fakerestclient.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/vtable.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using ReplyClass = RaiffeisenSbpHandler::ReplyClass;
+
+const QString opening = u"INFO Отправка сообщения"_s;
+const QString codeInfo = u"INFO Получение информации по QR-коду/заказа"_s;
+const QString deletion = u"INFO Отмена невостребованного QR-кода/заказа"_s;
+const QString refund = u"INFO Оформление возврата по платежу"_s;
+const QString refundInfo = u"INFO Получение информации по возврату"_s;
+
+/// The amount is written as the till writes it; the handler must not touch it.
+const QString refundBody = u"{\"amount\": 1990.50, \"note\": \"%1\"}"_s;
+
+QString message(const QJsonArray &urls)
+{
+    const QJsonObject body{
+        {u"urls"_s, urls},
+        {u"headers"_s, QJsonObject{{u"Authorization"_s, u"Bearer 1"_s}, {u"X-Shop"_s, 42}}},
+        {u"timeout"_s, 9},
+        {u"body"_s, refundBody},
+    };
+    return QString::fromUtf8(QJsonDocument(body).toJson());
+}
+
+QString withState()
+{
+    return message(
+        {u"http://sbp.test/qr"_s, u"http://sbp.test/refund"_s, u"http://sbp.test/info"_s});
+}
+
+QString paid()
+{
+    return message({u"http://sbp.test/refund"_s, u"http://sbp.test/info"_s});
+}
+
+http::Response qr(const QString &state)
+{
+    return json(200, {{u"qrStatus"_s, state}});
+}
+
+http::Response order(const QString &state)
+{
+    return json(200, {{u"status"_s, QJsonObject{{u"value"_s, state}}}});
+}
+
+http::Response bothShapes(const QString &qrState, const QString &orderState)
+{
+    return json(200,
+                {{u"qrStatus"_s, qrState}, {u"status"_s, QJsonObject{{u"value"_s, orderState}}}});
+}
+
+http::Response refundIs(const QString &status)
+{
+    return json(200, {{u"refundStatus"_s, status}});
+}
+
+http::Response problem(int status, const QString &code)
+{
+    return json(status, {{u"code"_s, code}, {u"message"_s, u"%1 %2"_s}});
+}
+
+http::Response noAddress()
+{
+    return http::Response::failed(301, tr::Tr(u"Не указан адрес запроса"_s));
+}
+
+const QString askCode = u"GET http://sbp.test/qr"_s;
+const QString deleteCode = u"DELETE http://sbp.test/qr"_s;
+const QString askRefund = u"POST http://sbp.test/refund"_s;
+const QString refundState = u"GET http://sbp.test/info"_s;
+
+/// The lines of a delivery whose requests went as in `steps`, the last of them failed with `error`.
+QStringList withFailure(QStringList lines, const http::Response &last)
+{
+    if (last.errorCode > 0)
+        lines.append(u"ERROR Ошибка при отправке сообщения: "_s + last.errorText.ru());
+    return lines;
+}
+
+} // namespace
+
+class TstRaiffeisenSbpHandler : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void operationsStandInTheirOrder();
+    void members_data();
+    void members();
+    void classification_data();
+    void classification();
+    void deliveryByState_data();
+    void deliveryByState();
+    void deliveryOfPaid_data();
+    void deliveryOfPaid();
+    void requests();
+    void requestsOfPaid();
+    void anyNumberOfAddresses_data();
+    void anyNumberOfAddresses();
+    void everyReplyLostOnce_data();
+    void everyReplyLostOnce();
+};
+
+void TstRaiffeisenSbpHandler::operationsStandInTheirOrder()
+{
+    QCOMPARE(slotOf(&RaiffeisenSbpHandler::sendMessage), 5);
+    QCOMPARE(slotOf(&RaiffeisenSbpHandler::memberFromReply), 9);
+    QCOMPARE(slotOf(&RaiffeisenSbpHandler::statusValueFromReply), 10);
+    QCOMPARE(slotOf(&RaiffeisenSbpHandler::classifyReply), -1);
+}
+
+void TstRaiffeisenSbpHandler::members_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("member");
+    QTest::addColumn<QString>("statusValue");
+    QTest::newRow("text") << QByteArray(R"({"m":"a"})") << u"a"_s << QString();
+    QTest::newRow("number") << QByteArray(R"({"m":12})") << u"12"_s << QString();
+    QTest::newRow("object") << QByteArray(R"({"m":{"a":"b"}})") << QString() << QString();
+    QTest::newRow("status") << QByteArray(R"({"status":{"value":"b"}})") << QString() << u"b"_s;
+    QTest::newRow("status is a text") << QByteArray(R"({"status":"b"})") << QString() << QString();
+    QTest::newRow("value elsewhere") << QByteArray(R"({"value":"b"})") << QString() << QString();
+    QTest::newRow("array") << QByteArray(R"([{"m":"a"}])") << QString() << QString();
+    QTest::newRow("no JSON") << QByteArray("OK") << QString() << QString();
+    QTest::newRow("null") << QByteArray("null") << QString() << QString();
+    QTest::newRow("empty") << QByteArray() << QString() << QString();
+}
+
+void TstRaiffeisenSbpHandler::members()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(QString, member);
+    QFETCH(QString, statusValue);
+    FakeRestClient net({reply(200, body)});
+    net.get(QUrl(), {}, {});
+    RaiffeisenSbpHandler handler;
+    QCOMPARE(handler.memberFromReply(net, u"m"_s), member);
+    QCOMPARE(handler.statusValueFromReply(net), statusValue);
+}
+
+void TstRaiffeisenSbpHandler::classification_data()
+{
+    QTest::addColumn<http::Response>("answer");
+    QTest::addColumn<int>("expected");
+    QTest::newRow("good") << reply(200) << 0;
+    QTest::newRow("good, whatever its code") << problem(200, u"ORDER_NOT_FOUND"_s) << 0;
+    QTest::newRow("no such order") << problem(404, u"ORDER_NOT_FOUND"_s) << 1;
+    QTest::newRow("no such code") << problem(404, u"ERROR.NOT_FOUND"_s) << 1;
+    QTest::newRow("not found with another status") << problem(400, u"ERROR.NOT_FOUND"_s) << 1;
+    QTest::newRow("another code") << problem(404, u"NOT_FOUND"_s) << 2;
+    QTest::newRow("another case") << problem(404, u"order_not_found"_s) << 2;
+    QTest::newRow("no code") << json(404, {{u"message"_s, u"ORDER_NOT_FOUND"_s}}) << 2;
+    QTest::newRow("no JSON") << reply(404, "ORDER_NOT_FOUND") << 2;
+    QTest::newRow("no connection") << noConnection() << 2;
+}
+
+void TstRaiffeisenSbpHandler::classification()
+{
+    QFETCH(http::Response, answer);
+    QFETCH(int, expected);
+    const LogCapture log(u"raiffeisensbp"_s);
+    FakeRestClient net({answer});
+    net.get(QUrl(), {}, {});
+    QCOMPARE(static_cast<int>(RaiffeisenSbpHandler().classifyReply(net)), expected);
+    QCOMPARE(log.lines(), withFailure({}, answer));
+}
+
+void TstRaiffeisenSbpHandler::deliveryByState_data()
+{
+    QTest::addColumn<Script>("script");
+    QTest::addColumn<QStringList>("transcript");
+    QTest::addColumn<QStringList>("log");
+    QTest::addColumn<bool>("finished");
+
+    const QStringList asked{askCode};
+    const QStringList deleting{askCode, deleteCode};
+    const QStringList deleted{askCode, deleteCode, askCode};
+    const QStringList refunding{askCode, askRefund};
+    const QStringList refunded{askCode, askRefund, refundState};
+    const auto row = [](const char *name, const Script &script, const QStringList &transcript,
+                        bool finished) {
+        QStringList log{opening, codeInfo};
+        if (transcript.size() > 1 && transcript[1] == deleteCode)
+            log.append(deletion);
+        if (transcript.size() > 1 && transcript[1] == askRefund)
+            log.append(refund);
+        if (transcript.contains(refundState))
+            log.append(refundInfo);
+        QTest::newRow(name) << script << transcript << withFailure(log, script.last()) << finished;
+    };
+    const http::Response notFound = problem(404, u"ORDER_NOT_FOUND"_s);
+    const http::Response codeNotFound = problem(404, u"ERROR.NOT_FOUND"_s);
+
+    row("order not found: done", {notFound}, asked, true);
+    row("code not found: done", {codeNotFound}, asked, true);
+    row("404 without a word", {reply(404)}, asked, false);
+    row("500", {reply(500, R"({"qrStatus":"CANCELLED"})")}, asked, false);
+    row("no connection", {noConnection()}, asked, false);
+
+    row("cancelled: done", {qr(u"CANCELLED"_s)}, asked, true);
+    row("expired: done", {qr(u"EXPIRED"_s)}, asked, true);
+    row("order cancelled: done", {order(u"CANCELLED"_s)}, asked, true);
+    row("order expired: done", {order(u"EXPIRED"_s)}, asked, true);
+    row("empty qrStatus: the order's", {bothShapes({}, u"EXPIRED"_s)}, asked, true);
+    // The code's own state goes before the order's here, and is not looked behind.
+    row("qrStatus goes first", {bothShapes(u"IN_PROGRESS"_s, u"CANCELLED"_s)}, asked, false);
+    row("unknown state: silent", {qr(u"INACTIVE"_s)}, asked, false);
+    row("another case", {qr(u"cancelled"_s)}, asked, false);
+    row("no state", {json(200, {})}, asked, false);
+    row("no JSON", {reply(200, "CANCELLED")}, asked, false);
+    row("empty reply", {reply(200)}, asked, false);
+
+    row("new: deleted", {qr(u"NEW"_s), reply(200), qr(u"CANCELLED"_s)}, deleted, true);
+    row("new order: deleted", {order(u"NEW"_s), reply(204), order(u"CANCELLED"_s)}, deleted, true);
+    row("new: delete refused", {qr(u"NEW"_s), reply(409)}, deleting, false);
+    // A code that is gone behind our back is no code that we know to be deleted: the next attempt sees
+    // that it is not found, and only its first answer removes the message.
+    row("new: not found when deleting", {qr(u"NEW"_s), notFound}, deleting, false);
+    row("new: not found when deleted", {qr(u"NEW"_s), reply(200), codeNotFound}, deleted, false);
+    row("new: check fails", {qr(u"NEW"_s), reply(200), reply(500)}, deleted, false);
+    row("new: still new", {qr(u"NEW"_s), reply(200), qr(u"NEW"_s)}, deleted, false);
+    row("new: paid meanwhile", {qr(u"NEW"_s), reply(200), qr(u"PAID"_s)}, deleted, false);
+    // The till takes an expired code for gone before the deletion, but not behind it.
+    row("new: expired meanwhile", {qr(u"NEW"_s), reply(200), qr(u"EXPIRED"_s)}, deleted, false);
+    // Behind the deletion both members are looked at, even if they differ: a code may keep its last
+    // state while its order is cancelled.
+    row("new: only the order is cancelled",
+        {qr(u"NEW"_s), reply(200), bothShapes(u"NEW"_s, u"CANCELLED"_s)}, deleted, true);
+    row("new: only the code is cancelled",
+        {qr(u"NEW"_s), reply(200), bothShapes(u"CANCELLED"_s, u"NEW"_s)}, deleted, true);
+    row("new: no state behind", {qr(u"NEW"_s), reply(200), reply(200)}, deleted, false);
+
+    row("paid: refunded", {qr(u"PAID"_s), refundIs(u"IN_PROGRESS"_s), refundIs(u"COMPLETED"_s)},
+        refunded, true);
+    row("paid order: refunded", {order(u"PAID"_s), reply(200), refundIs(u"COMPLETED"_s)}, refunded,
+        true);
+    // With the state unknown the refund is always looked up, even if its own reply says that it is done.
+    row("paid: completed at once, asked all the same",
+        {qr(u"PAID"_s), refundIs(u"COMPLETED"_s), refundIs(u"IN_PROGRESS"_s)}, refunded, false);
+    row("paid: refund is running", {qr(u"PAID"_s), reply(200), refundIs(u"IN_PROGRESS"_s)},
+        refunded, false);
+    // Only a running refund is waited for: the till learns of a declined one elsewhere, and a message
+    // that came round for ever would ask for the money again and again.
+    row("paid: refund declined", {qr(u"PAID"_s), reply(200), refundIs(u"DECLINED"_s)}, refunded,
+        true);
+    row("paid: no word of the refund", {qr(u"PAID"_s), reply(200), reply(200)}, refunded, true);
+    row("paid: refund refused", {qr(u"PAID"_s), reply(400)}, refunding, false);
+    row("paid: not found when refunding", {qr(u"PAID"_s), notFound}, refunding, false);
+    row("paid: no connection when refunding", {qr(u"PAID"_s), noConnection()}, refunding, false);
+    row("paid: refund not found", {qr(u"PAID"_s), reply(200), notFound}, refunded, false);
+    row("paid: look-up fails", {qr(u"PAID"_s), reply(200), reply(503)}, refunded, false);
+}
+
+void TstRaiffeisenSbpHandler::deliveryByState()
+{
+    QFETCH(Script, script);
+    QFETCH(QStringList, transcript);
+    QFETCH(QStringList, log);
+    QFETCH(bool, finished);
+    const LogCapture capture(u"raiffeisensbp"_s);
+    FakeRestClient net(script);
+    QCOMPARE(deliver(u"raiffeisensbp"_s, withState()), finished);
+    QCOMPARE(net.transcript(), transcript);
+    QCOMPARE(capture.lines(), log);
+}
+
+void TstRaiffeisenSbpHandler::deliveryOfPaid_data()
+{
+    QTest::addColumn<Script>("script");
+    QTest::addColumn<int>("requests");
+    QTest::addColumn<bool>("finished");
+
+    const http::Response running = refundIs(u"IN_PROGRESS"_s);
+    const http::Response notFound = problem(404, u"ORDER_NOT_FOUND"_s);
+    // Here a refund that is done at once is believed, and nothing is asked behind it.
+    QTest::newRow("completed at once") << Script{refundIs(u"COMPLETED"_s)} << 1 << true;
+    QTest::newRow("completed by now") << Script{running, refundIs(u"COMPLETED"_s)} << 2 << true;
+    QTest::newRow("declined at once: asked")
+        << Script{refundIs(u"DECLINED"_s), running} << 2 << false;
+    QTest::newRow("declined") << Script{running, refundIs(u"DECLINED"_s)} << 2 << true;
+    QTest::newRow("running") << Script{running, running} << 2 << false;
+    QTest::newRow("another case is no running one")
+        << Script{running, refundIs(u"in_progress"_s)} << 2 << true;
+    QTest::newRow("no word of it") << Script{reply(200), reply(200)} << 2 << true;
+    QTest::newRow("refused") << Script{json(400, {{u"refundStatus"_s, u"COMPLETED"_s}})} << 1
+                             << false;
+    // Not found removes a message only where the state was asked for first.
+    QTest::newRow("not found") << Script{notFound} << 1 << false;
+    QTest::newRow("no connection") << Script{noConnection()} << 1 << false;
+    QTest::newRow("refund not found") << Script{running, notFound} << 2 << false;
+    QTest::newRow("look-up fails") << Script{running, timeout()} << 2 << false;
+}
+
+void TstRaiffeisenSbpHandler::deliveryOfPaid()
+{
+    QFETCH(Script, script);
+    QFETCH(int, requests);
+    QFETCH(bool, finished);
+    const LogCapture log(u"raiffeisensbp"_s);
+    FakeRestClient net(script);
+    QCOMPARE(deliver(u"raiffeisensbp"_s, paid()), finished);
+    QCOMPARE(net.transcript(), (QStringList{askRefund, refundState}.first(requests)));
+    // Twice, before and behind the preparation: whoever reads the log tells the two forms apart by it.
+    QStringList lines{opening, refund, refund};
+    if (requests == 2)
+        lines.append(refundInfo);
+    QCOMPARE(log.lines(), withFailure(lines, script.last()));
+}
+
+void TstRaiffeisenSbpHandler::requests()
+{
+    const QMap<QString, QString> headers{{u"Authorization"_s, u"Bearer 1"_s},
+                                         {u"X-Shop"_s, u"42"_s}};
+    FakeRestClient net({qr(u"NEW"_s), reply(200), qr(u"CANCELLED"_s)});
+    QVERIFY(deliver(u"raiffeisensbp"_s, withState()));
+    QCOMPARE(net.steps(), (QStringList{u"setTimeout 9"_s, askCode, deleteCode, askCode}));
+    for (const FakeRestClient::Request &made : net.requests()) {
+        QCOMPARE(made.headers, headers);
+        QCOMPARE(made.body, QByteArray());
+        QCOMPARE(made.timeoutMs.value_or(-1), 9000);
+        QCOMPARE(made.logger, RaiffeisenSbpHandler().logger());
+    }
+
+    net.nextDelivery();
+    net.play({qr(u"PAID"_s), reply(200), reply(200)});
+    QVERIFY(deliver(u"raiffeisensbp"_s, withState()));
+    QCOMPARE(net.requestAt(4).body, refundBody.toUtf8());
+    QCOMPARE(net.requestAt(4).headers, headers);
+    QCOMPARE(net.requestAt(5).body, QByteArray());
+    QCOMPARE(net.requestAt(5).headers, headers);
+}
+
+void TstRaiffeisenSbpHandler::requestsOfPaid()
+{
+    FakeRestClient net({reply(200), reply(200)});
+    QVERIFY(deliver(u"raiffeisensbp"_s, paid()));
+    QCOMPARE(net.steps(), (QStringList{u"setTimeout 9"_s, askRefund, refundState}));
+    QCOMPARE(net.requestAt(0).body, refundBody.toUtf8());
+    QCOMPARE(net.requestAt(1).body, QByteArray());
+    QCOMPARE(net.requestAt(1).header(u"X-Shop"_s), u"42"_s);
+    QCOMPARE(net.requestAt(1).logger, RaiffeisenSbpHandler().logger());
+
+    net.nextDelivery();
+    net.play({reply(200), reply(200)});
+    QVERIFY(deliver(u"raiffeisensbp"_s, u"{\"urls\":[\"http://a/1\",\"http://a/2\"]}"_s));
+    QCOMPARE(net.requestAt(2).timeoutMs.value_or(-1), 0);
+    QCOMPARE(net.requestAt(2).body, QByteArray());
+    QCOMPARE(net.requestAt(2).headers, (QMap<QString, QString>()));
+}
+
+void TstRaiffeisenSbpHandler::anyNumberOfAddresses_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<Script>("script");
+    QTest::addColumn<QStringList>("transcript");
+    QTest::addColumn<bool>("finished");
+
+    const QJsonArray urls{u"http://a/1"_s, u"http://a/2"_s, u"http://a/3"_s, u"http://a/4"_s};
+    const auto first = [&urls](int count) {
+        QJsonArray some;
+        for (int i = 0; i < count; ++i)
+            some.append(urls[i]);
+        return message(some);
+    };
+    const http::Response running = refundIs(u"IN_PROGRESS"_s);
+    const http::Response done = refundIs(u"COMPLETED"_s);
+    const QStringList asked{u"POST http://a/1"_s, u"GET http://a/2"_s};
+
+    QTest::newRow("none") << first(0) << Script{noAddress()} << QStringList{u"POST "_s} << false;
+    QTest::newRow("absent") << u"{}"_s << Script{noAddress()} << QStringList{u"POST "_s} << false;
+    QTest::newRow("a number") << u"{\"urls\":5}"_s << Script{noAddress()} << QStringList{u"POST "_s}
+                              << false;
+    QTest::newRow("one, completed") << first(1) << Script{done} << asked.first(1) << true;
+    QTest::newRow("one, running") << first(1) << Script{running, noAddress()}
+                                  << QStringList{u"POST http://a/1"_s, u"GET "_s} << false;
+    QTest::newRow("two") << first(2) << Script{running, done} << asked << true;
+    QTest::newRow("three ask for the state")
+        << first(3) << Script{qr(u"EXPIRED"_s)} << QStringList{u"GET http://a/1"_s} << true;
+    QTest::newRow("four are a refund again") << first(4) << Script{running, done} << asked << true;
+}
+
+void TstRaiffeisenSbpHandler::anyNumberOfAddresses()
+{
+    QFETCH(QString, body);
+    QFETCH(Script, script);
+    QFETCH(QStringList, transcript);
+    QFETCH(bool, finished);
+    FakeRestClient net(script);
+    QCOMPARE(deliver(u"raiffeisensbp"_s, body), finished);
+    QCOMPARE(net.transcript(), transcript);
+}
+
+void TstRaiffeisenSbpHandler::everyReplyLostOnce_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<Script>("script");
+    QTest::addColumn<Script>("nextScript");
+    QTest::addColumn<QStringList>("nextTranscript");
+
+    const http::Response lost = http::Response::failed(2, tr::Tr(u"Сервер закрыл соединение"_s));
+    const http::Response done = refundIs(u"COMPLETED"_s);
+    QTest::newRow("state") << withState() << Script{lost} << Script{qr(u"EXPIRED"_s)}
+                           << QStringList{askCode};
+    // Deleted already: nothing is deleted twice.
+    QTest::newRow("deletion") << withState() << Script{qr(u"NEW"_s), lost}
+                              << Script{qr(u"CANCELLED"_s)} << QStringList{askCode};
+    QTest::newRow("check of the deletion") << withState() << Script{qr(u"NEW"_s), reply(200), lost}
+                                           << Script{qr(u"CANCELLED"_s)} << QStringList{askCode};
+    // The state is asked anew. As long as it says "paid" the refund goes out once more, with the same
+    // body, by whose identifiers the service knows it again.
+    QTest::newRow("refund, still paid")
+        << withState() << Script{qr(u"PAID"_s), lost} << Script{qr(u"PAID"_s), done, done}
+        << QStringList{askCode, askRefund, refundState};
+    QTest::newRow("refund, code gone") << withState() << Script{qr(u"PAID"_s), lost}
+                                       << Script{qr(u"CANCELLED"_s)} << QStringList{askCode};
+    QTest::newRow("look-up of the refund")
+        << withState() << Script{qr(u"PAID"_s), reply(200), lost}
+        << Script{qr(u"PAID"_s), done, done} << QStringList{askCode, askRefund, refundState};
+    QTest::newRow("refund of a paid order")
+        << paid() << Script{lost} << Script{done} << QStringList{askRefund};
+    QTest::newRow("look-up of a paid order's refund")
+        << paid() << Script{reply(200), lost} << Script{done} << QStringList{askRefund};
+}
+
+void TstRaiffeisenSbpHandler::everyReplyLostOnce()
+{
+    QFETCH(QString, body);
+    QFETCH(Script, script);
+    QFETCH(Script, nextScript);
+    QFETCH(QStringList, nextTranscript);
+    FakeRestClient net(script);
+    QVERIFY(!deliver(u"raiffeisensbp"_s, body));
+    const QStringList before = net.transcript();
+    QCOMPARE(before.size(), script.size());
+    net.nextDelivery();
+    net.play(nextScript);
+    QVERIFY(deliver(u"raiffeisensbp"_s, body));
+    QCOMPARE(net.transcript(), before + nextTranscript);
+    for (const FakeRestClient::Request &made : net.requests())
+        QCOMPARE(made.body, made.verb == "POST" ? refundBody.toUtf8() : QByteArray());
+}
+
+QTEST_GUILESS_MAIN(TstRaiffeisenSbpHandler)
+#include "tst_raiffeisensbphandler.moc"
