@@ -71,6 +71,7 @@ QString convertCertificate(Log4Qt::Logger &logger, const QString &path, const QS
         return path;
 
     QFile source(path);
+    // Qt complains on standard error about a file without a name.
     if (path.isEmpty() || !source.open(QIODevice::ReadOnly)) {
         logger.error(u"Ошибка чтения сертификата %1"_s, path);
         return {};

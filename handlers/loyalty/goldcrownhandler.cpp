@@ -11,6 +11,17 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+constexpr int timeoutSeconds = 10;
+
+QDomElement firstInside(const QDomElement &element, const QString &tag)
+{
+    return element.elementsByTagName(tag).at(0).toElement();
+}
+
+} // namespace
+
 GoldCrownHandler::GoldCrownHandler()
     : BasicHandler(u"goldcrown"_s)
 {
@@ -22,16 +33,17 @@ bool GoldCrownHandler::sendMessage(const Message &message)
     const auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
     const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
     const auto body = messageValue<QByteArray>(message, u"body"_s);
-    const auto client = createClient(*logger());
-    client->setTimeout(10);
 
+    const auto client = createClient(*logger());
+    client->setTimeout(timeoutSeconds);
     const auto password = messageValue<QString>(message, u"certificatePassword"_s);
-    const QString certificate =
+    const QString pem =
         prepareCertificate(messageValue<QString>(message, u"certificatePath"_s), password);
-    if (certificate.isEmpty())
+    if (pem.isEmpty())
         return false;
-    client->setCertificatePath(certificate);
+    client->setCertificatePath(pem);
     client->setCertificatePassword(password);
+
     client->post(url, body, headers);
     if (client->errorCode() > 0) {
         logSendError(*logger(), client->errorText());
@@ -48,16 +60,17 @@ bool GoldCrownHandler::parseReply(const QByteArray &reply)
         logger()->warn(u"Некорректный ответ от сервера, отсутствует поле status"_s);
         return false;
     }
-    const QDomElement code = status.elementsByTagName(u"code"_s).at(0).toElement();
+    const QDomElement code = firstInside(status, u"code"_s);
     if (code.isNull()) {
         logger()->warn(u"Некорректный ответ от сервера, отсутствует поле code"_s);
         return false;
     }
-    const int value = code.text().toInt(); // no number reads as 0, and 0 is success
+    // A text that is no number reads as 0, and 0 is success.
+    const int value = code.text().toInt();
     if (value == 0)
         return true;
 
-    const QDomElement description = status.elementsByTagName(u"description"_s).at(0).toElement();
+    const QDomElement description = firstInside(status, u"description"_s);
     const bool isAllowed = allowedErrors.contains(value);
     if (isAllowed) {
         logger()->warn(
@@ -70,11 +83,14 @@ bool GoldCrownHandler::parseReply(const QByteArray &reply)
     return isAllowed;
 }
 
-void GoldCrownHandler::onAllowedError(const QString & /*description*/) {}
+void GoldCrownHandler::onAllowedError(const QString &description)
+{
+    Q_UNUSED(description)
+}
 
 QString GoldCrownHandler::prepareCertificate(const QString &path, const QString &password)
 {
-    // The word spasibo is part of the name on every till.
+    // The name is older than this handler, and its files lie on the tills.
     static const CertificateRules rules{.fileName = u"queue_spasibo_%1"_s};
     return convertCertificate(*logger(), path, password, rules);
 }

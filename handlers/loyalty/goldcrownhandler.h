@@ -2,23 +2,25 @@
 
 #include "engine/basichandler.h"
 
+#include <QByteArray>
 #include <QList>
+#include <QString>
 
-/// Delivers `goldcrown` messages: the prepared bytes in one POST, under a client certificate. The code in
-/// the XML reply decides.
+/// Delivers `goldcrown` messages: the prepared bytes in one POST, over TLS with the till's certificate.
+/// The code in the XML reply decides whether the message is finished with.
 class GoldCrownHandler : public BasicHandler
 {
 public:
     GoldCrownHandler();
     bool sendMessage(const Message &message) override;
-    /// True when the message is finished with.
+    /// True when the operation is done, or has failed in a way that needs no further attempt.
     virtual bool parseReply(const QByteArray &reply);
-    /// Told of the `description` behind an allowed error.
+    /// Told of a code in `allowedErrors`, with the reply's text for it.
     virtual void onAllowedError(const QString &description);
-    /// The PEM file of the certificate; empty when it could not be made.
+    /// The PEM file for the client; empty when there is none.
     virtual QString prepareCertificate(const QString &path, const QString &password);
 
 protected:
-    /// Codes other than 0 that finish a message. The service itself knows none.
+    /// Codes that finish the message although they are failures.
     QList<int> allowedErrors;
 };

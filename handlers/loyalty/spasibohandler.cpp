@@ -5,6 +5,7 @@
 #include "handlers/common/restcalls.h"
 #include "shared/core/config.h"
 #include "shared/core/singleton.h"
+#include "shared/net/httpparams.h"
 #include "shared/net/serder.h"
 
 #include <log4qt/logger.h>
@@ -19,42 +20,30 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Rules that cannot be read are left out.
-QList<RetryRule> readRetryRules()
+QString defaultRetryErrors()
 {
-    const QStringList entries = Singleton<Config>::instance()->getStringList(
-        u"Spasibo:restRetryErrors"_s, u"500,503,504,422 IDENTITY_NOT_FOUND,422 CARD_NOT_FOUND,"
-                                      "422 REG_ID_IS_BUSY,422 PURCHASE_STATUS_NOT_VALID"_s);
+    return QStringList{u"500"_s,
+                       u"503"_s,
+                       u"504"_s,
+                       u"422 IDENTITY_NOT_FOUND"_s,
+                       u"422 CARD_NOT_FOUND"_s,
+                       u"422 REG_ID_IS_BUSY"_s,
+                       u"422 PURCHASE_STATUS_NOT_VALID"_s}
+        .join(u',');
+}
+
+/// Entries such as "503" or "422 CARD_NOT_FOUND"; those that begin with no number are left out.
+QList<RetryRule> parseRetryRules(const QStringList &entries)
+{
     QList<RetryRule> rules;
     for (const QString &entry : entries) {
-        const QStringList pieces = entry.trimmed().split(u' ', Qt::SkipEmptyParts);
+        const QStringList pieces = entry.simplified().split(u' ', Qt::SkipEmptyParts);
         bool isNumber = false;
         const int httpStatus = pieces.value(0).toInt(&isNumber);
         if (isNumber)
             rules.append({httpStatus, pieces.value(1)});
     }
     return rules;
-}
-
-int timeoutSeconds(const Message &message)
-{
-    const int seconds = messageValue<int>(message, u"timeout"_s);
-    if (seconds > 0)
-        return seconds;
-    return Singleton<Config>::instance()->getInt(u"Spasibo:timeout"_s, 30);
-}
-
-/// A note that is no number counts as no earlier attempt.
-qint64 attemptNumber(const Message &message)
-{
-    bool isNumber = false;
-    const qint64 earlier = message.statusCode.toInt(&isNumber);
-    return isNumber ? earlier + 1 : 1;
-}
-
-QString errorCodeOf(const QByteArray &body)
-{
-    return QJsonDocument::fromJson(body.trimmed()).object().value(u"errorCode"_s).toString();
 }
 
 CertificateRules certificateRules()
@@ -69,11 +58,32 @@ CertificateRules certificateRules()
     };
 }
 
+int timeoutSeconds(const Message &message)
+{
+    const int seconds = messageValue<int>(message, u"timeout"_s);
+    return seconds < 1 ? Singleton<Config>::instance()->getInt(u"Spasibo:timeout"_s, 30) : seconds;
+}
+
+/// The number of this answered attempt.
+qint64 attemptNumber(const Message &message)
+{
+    bool isNumber = false;
+    const qint64 earlier = message.statusCode.toInt(&isNumber);
+    return isNumber ? earlier + 1 : 1;
+}
+
+/// Empty when the reply names none as a text.
+QString errorCodeOf(const QByteArray &reply)
+{
+    return QJsonDocument::fromJson(reply.trimmed()).object().value(u"errorCode"_s).toString();
+}
+
 } // namespace
 
 SpasiboHandler::SpasiboHandler(const QString &type)
     : BasicHandler(type)
-    , retryRules(readRetryRules())
+    , retryRules(parseRetryRules(Singleton<Config>::instance()->getStringList(
+          u"Spasibo:restRetryErrors"_s, defaultRetryErrors())))
     , sendLimit(Singleton<Config>::instance()->getInt(u"Spasibo:sendLimit"_s, 20))
 {
 }
@@ -86,23 +96,21 @@ bool SpasiboHandler::sendMessage(const Message &message)
         logger()->error(u"Некорректный url в сообщении очереди"_s);
         return true;
     }
+
     const auto client = createClient(*logger());
     client->setTimeout(timeoutSeconds(message));
-    useCertificate(message, *client);
+    const auto certificatePath = messageValue<QString>(message, u"certificatePath"_s);
+    if (!certificatePath.isEmpty()) {
+        const auto password = messageValue<QString>(message, u"certificatePassword"_s);
+        // Without a certificate the request goes out all the same: whether the service wants one is
+        // for the service to say.
+        client->setCertificatePath(
+            convertCertificate(*logger(), certificatePath, password, certificateRules()));
+        client->setCertificatePassword(password);
+        client->setPrivateKeyPath(messageValue<QString>(message, u"privateKeyPath"_s));
+    }
     client->send(params);
     return classifyReply(message, client->response());
-}
-
-void SpasiboHandler::useCertificate(const Message &message, RestClient &client)
-{
-    const auto path = messageValue<QString>(message, u"certificatePath"_s);
-    if (path.isEmpty())
-        return;
-    const auto password = messageValue<QString>(message, u"certificatePassword"_s);
-    // Without a usable certificate the request goes out all the same: the service says what it misses.
-    client.setCertificatePath(convertCertificate(*logger(), path, password, certificateRules()));
-    client.setCertificatePassword(password);
-    client.setPrivateKeyPath(messageValue<QString>(message, u"privateKeyPath"_s));
 }
 
 bool SpasiboHandler::classifyReply(const Message &message, const http::Response &response)
@@ -115,18 +123,15 @@ bool SpasiboHandler::classifyReply(const Message &message, const http::Response 
         logSendError(*logger(), response.errorText);
         return false;
     }
-    // Before the status is looked at: if the deletion of a delivered message fails, its row shows that
+
+    // Before the status is looked at: should the deletion of a delivered message fail, its row shows that
     // the service has answered.
     const qint64 attempt = attemptNumber(message);
     if (dao)
         dao->updateStatusCode(message.id, QString::number(attempt));
     if (response.status >= 200 && response.status <= 299)
         return true;
-    return judgeError(response, attempt);
-}
 
-bool SpasiboHandler::judgeError(const http::Response &response, qint64 attempt)
-{
     const QString errorCode = errorCodeOf(response.body);
     const QString status = QString::number(response.status);
     const QString label = errorCode.isEmpty() ? status : u"%1 (%2)"_s.arg(status, errorCode);

@@ -1,41 +1,40 @@
 #pragma once
 
 #include "engine/basichandler.h"
-#include "shared/net/httpresponse.h"
 
 #include <QList>
+#include <QString>
 
-class RestClient;
+namespace http {
+struct Response;
+}
 
-/// Which error replies another attempt may change.
+/// An answer of the service that is worth another attempt.
 struct RetryRule
 {
     int httpStatus = 0;
-    /// The reply's `errorCode`, whatever its case; empty: any.
+    /// The error code in the reply, in any case. Empty: any, or none.
     QString errorCodeText;
+
+    bool operator==(const RetryRule &) const = default;
 };
 
-/// Delivers `spasibo`, `spasiboBatch` and `spasiboReverse` messages: each holds a whole request to the
-/// Purchase API. An error reply is tried again where a rule says so, up to a limit of attempts that are
-/// counted in the row's `statuscode`, so a restart does not begin anew. An outage of the network costs
-/// no attempt.
-///
-/// Settings, read at the construction: `Spasibo:restRetryErrors` are the rules, each a status or a status
-/// and an error code; `Spasibo:sendLimit` the number of attempts. `Spasibo:timeout`, in seconds, serves
-/// messages that name none.
+/// Delivers `spasibo`, `spasiboBatch` and `spasiboReverse` messages: the whole request that the till has
+/// prepared. An answer that a retry rule names keeps the message, until the service has answered
+/// `Spasibo:sendLimit` attempts; any other finishes it. Answered attempts are counted in the row's status
+/// code. Without an answer the message stays, and nothing is counted.
 class SpasiboHandler : public BasicHandler
 {
 public:
+    /// Reads the rules and the limit from the settings.
     explicit SpasiboHandler(const QString &type);
     bool sendMessage(const Message &message) override;
 
-private:
-    void useCertificate(const Message &message, RestClient &client);
-    /// True when the message is finished with.
-    bool classifyReply(const Message &message, const http::Response &response);
-    bool judgeError(const http::Response &response, qint64 attempt);
-    bool isRetried(int httpStatus, const QString &errorCode) const;
-
+protected:
     QList<RetryRule> retryRules;
     int sendLimit = 0;
+
+private:
+    bool classifyReply(const Message &message, const http::Response &response);
+    bool isRetried(int httpStatus, const QString &errorCode) const;
 };
