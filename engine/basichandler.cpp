@@ -42,32 +42,10 @@ BasicHandler::~BasicHandler()
 
 void BasicHandler::processMessages()
 {
-    logger_->debug(u"Обработка сообщений"_s);
-    int doneId = noFailId;
-    while (!isStopped()) {
-        const Message message = nextMessage();
-        if (message.id < 1) {
-            onQueueEmpty();
-            return;
-        }
-        // A row that comes back right after its deletion sits in a database that takes no writes.
-        // Going on would deliver it again and again without a pause.
-        if (message.id == doneId) {
-            logger_->error(
-                u"Сообщение %1 доставлено, но не удаляется из базы данных, повтор при следующем проходе"_s,
-                message.id);
-            onSendFailed(message.id);
-            return;
-        }
-
+    walkQueue([this](const Message &message) {
         logger_->info(u"Обработка сообщения: %1"_s, compactJson(message.body));
-        if (!sendMessage(message)) {
-            onSendFailed(message.id);
-            return;
-        }
-        onMessageDone(message.id);
-        doneId = message.id;
-    }
+        return Turn::Now;
+    });
 }
 
 bool BasicHandler::isStopped()
@@ -94,6 +72,38 @@ void BasicHandler::onQueueEmpty()
 {
     const QMutexLocker locker(&state->startIds.mutex);
     state->startIds.value.remove(type_);
+}
+
+void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
+{
+    logger_->debug(u"Обработка сообщений"_s);
+    int doneId = noFailId;
+    while (!isStopped()) {
+        const Message message = nextMessage();
+        if (message.id < 1) {
+            onQueueEmpty();
+            return;
+        }
+        // A row that comes back right after its deletion sits in a database that takes no writes.
+        // Going on would deliver it again and again without a pause.
+        if (message.id == doneId) {
+            logger_->error(
+                u"Сообщение %1 доставлено, но не удаляется из базы данных, повтор при следующем проходе"_s,
+                message.id);
+            onSendFailed(message.id);
+            return;
+        }
+
+        const Turn turn = turnOf(message);
+        if (turn == Turn::Now && sendMessage(message)) {
+            onMessageDone(message.id);
+            doneId = message.id;
+            continue;
+        }
+        onSendFailed(message.id);
+        if (turn != Turn::Later)
+            return;
+    }
 }
 
 Message BasicHandler::nextMessage()

@@ -7,6 +7,7 @@
 #include <QRunnable>
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 namespace Log4Qt {
@@ -21,6 +22,16 @@ class Logger;
 class BasicHandler : public QRunnable
 {
 public:
+    /// Whether a message goes out now.
+    enum class Turn
+    {
+        Now,
+        /// It is passed over as if it had been refused, and the pass goes on behind it.
+        Later,
+        /// It is passed over, and the pass ends.
+        EndOfPass,
+    };
+
     explicit BasicHandler(const QString &type);
 
     /// Works through the messages of the type. Throws what DAO::connect() and sendMessage() throw,
@@ -50,14 +61,18 @@ public:
     void setState(const std::shared_ptr<SharedState> &shared) { state = shared; }
 
 protected:
-    /// The oldest message behind the type's fail id.
-    Message nextMessage();
+    /// One pass for a handler that chooses among its messages. `turnOf` is asked about each of them as it
+    /// comes up, and writes the line that announces it.
+    void walkQueue(const std::function<Turn(const Message &)> &turnOf);
 
     std::shared_ptr<SharedState> state;
     /// The worker's own store, there while it runs.
     std::shared_ptr<queue::DAO> dao;
 
 private:
+    /// The oldest message behind the type's fail id.
+    Message nextMessage();
+
     QString type_;
     QString cardNumber;
     Log4Qt::Logger *logger_;

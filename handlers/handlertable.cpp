@@ -42,6 +42,17 @@
 #include "handlers/payment/processinghandler.h"
 #include "handlers/payment/raiffeisensbphandler.h"
 #include "handlers/payment/rsbsbphandler.h"
+#include "handlers/retail/countershandler.h"
+#include "handlers/retail/deferredcheckhandler.h"
+#include "handlers/retail/dsslhandler.h"
+#include "handlers/retail/epshandler.h"
+#include "handlers/retail/excisemarkhandler.h"
+#include "handlers/retail/frcashboxhandler.h"
+#include "handlers/retail/markdownhandler.h"
+#include "handlers/retail/onlinecheckhandler.h"
+#include "handlers/retail/partialreservationhandler.h"
+#include "handlers/retail/questiontocashierhandler.h"
+#include "handlers/retail/uzofdhandler.h"
 
 std::span<const HandlerRow> handlerTable()
 {
@@ -55,8 +66,14 @@ std::span<const HandlerRow> handlerTable()
         row<AtolPayHandler>               (u"atolpay"),
         row<CardLabHandler>               (u"cardlab"),
         row<CftSbpHandler>                (u"cftsbp"),
+        row<CountersHandler>              (u"counterchange"),
         row<CustomerAddressHandler>       (u"customeraddress"),
+        row<DeferredCheckHandler>         (u"deferredcheck"),
+        row<DsslHandler>                  (u"dssl"),
+        row<EpsHandler>                   (u"eps"),
         row<EstesisHandler>               (u"estesis"),
+        row<ExciseMarkHandler>            (u"excisemark"),
+        row<FrCashboxHandler>             (u"frcashbox"),
         row<GiftomanHandler>              (u"giftoman"),
         row<GoldCrownHandler>             (u"goldcrown"),
         row<GreenwichParkingTicketHandler>(u"greenwichparkingticket"),
@@ -68,17 +85,21 @@ std::span<const HandlerRow> handlerTable()
         row<Manzana2011Handler>           (u"manzana"),
         row<Manzana2019Handler>           (u"manzana2019"),
         row<ManzanaLoyaltyOnlineHandler>  (u"manzanaloyaltyonline"),
+        row<MarkdownHandler>              (u"markdown"),
         typedRow<MegarHandler>            (u"megar"),
         row<MfgHandler>                   (u"mfg"),
         row<MindboxHandler>               (u"mindbox"),
         row<NoChangeHandler>              (u"nochange"),
         row<NspkEcHandler>                (u"nspkec"),
+        row<OnlinecheckHandler>           (u"onlinecheck"),
+        row<PartialReservationHandler>    (u"partialreservation"),
         row<PlatiQRHandler>               (u"platiqr"),
         row<PlatiQR3Handler>              (u"platiqr3"),
         row<PlaziusHandler>               (u"plazius"),
         row<PriceCoreHandler>             (u"pricecore"),
         row<PriorityApiHandler>           (u"priorityapi"),
         row<ProcessingHandler>            (u"processing"),
+        row<QuestionToCashierHandler>     (u"questiontocashier"),
         row<RaiffeisenSbpHandler>         (u"raiffeisensbp"),
         typedRow<MegarHandler>            (u"rrsocial"),
         row<RsbSbpHandler>                (u"rsbsbp"),
@@ -90,6 +111,7 @@ std::span<const HandlerRow> handlerTable()
         typedRow<SpasiboHandler>          (u"spasiboBatch"),
         typedRow<SpasiboHandler>          (u"spasiboReverse"),
         row<TsumHandler>                  (u"tsum"),
+        row<UzOfdHandler>                 (u"uzofd"),
         row<WaybillNumberHandler>         (u"waybillnumber"),
         row<WinelabBonusHandler>          (u"winelabbonus"),
         row<WinelabCertificateHandler>    (u"winelabcertificate"),

@@ -46,11 +46,11 @@ QJsonDocument requestDocument(const Message &message, Payload payload)
     return {};
 }
 
-void sendPatch(const Message &message, RestClient &client, const QUrl &url,
+void sendWhole(const Message &message, RestClient &client, const QUrl &url,
                const Forwarding &forwarding)
 {
     http::Params params;
-    params.method = "PATCH";
+    params.method = forwarding.verb == Verb::WholePut ? "PUT" : "PATCH";
     params.url = url;
     params.body = requestDocument(message, forwarding.payload).toJson(QJsonDocument::Compact);
     const QHash<QString, QString> headers = requestHeaders(message, forwarding.headers);
@@ -68,8 +68,8 @@ bool isPut(const Message &message, Verb verb)
 void sendRequest(const Message &message, RestClient &client, const Forwarding &forwarding)
 {
     const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
-    if (forwarding.verb == Verb::Patch) {
-        sendPatch(message, client, url, forwarding);
+    if (forwarding.verb == Verb::WholePatch || forwarding.verb == Verb::WholePut) {
+        sendWhole(message, client, url, forwarding);
         return;
     }
     const QHash<QString, QString> headers = requestHeaders(message, forwarding.headers);

@@ -23,8 +23,9 @@ enum class Verb
     Put,
     /// PUT when the message's `method` says exactly so, otherwise POST.
     PutOrPost,
-    /// PATCH, as a whole request.
-    Patch,
+    /// As a whole request, with a JSON document for its body.
+    WholePatch,
+    WholePut,
 };
 
 /// What the request carries and how it is read from the message's `body`.

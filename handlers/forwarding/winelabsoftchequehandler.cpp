@@ -7,7 +7,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr Forwarding forwarding{
-    .verb = Verb::Patch,
+    .verb = Verb::WholePatch,
     .payload = Payload::Object,
 };
 

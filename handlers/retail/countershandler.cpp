@@ -1,0 +1,71 @@
+#include "handlers/retail/countershandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "handlers/common/restcalls.h"
+
+#include <log4qt/logger.h>
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int timeoutSeconds = 10;
+/// The service refuses the operation, perhaps because it has it already.
+constexpr int badRequestError = 302;
+
+const QHash<QString, QString> &jsonContent()
+{
+    static const QHash<QString, QString> headers{
+        {u"Content-Type"_s, u"application/json; charset=UTF-8"_s}};
+    return headers;
+}
+
+} // namespace
+
+CountersHandler::CountersHandler()
+    : BasicHandler(u"counterchange"_s)
+{
+}
+
+bool CountersHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    QUrl url(messageValue<QString>(message, u"url"_s));
+    url.setUserName(messageValue<QString>(message, u"user"_s), QUrl::DecodedMode);
+    url.setPassword(messageValue<QString>(message, u"password"_s), QUrl::DecodedMode);
+    const auto operation = messageValue<QByteArray>(message, u"message"_s);
+    const auto client = createClient(*logger());
+    client->setTimeout(timeoutSeconds);
+    client->post(url, operation, jsonContent());
+    if (client->errorCode() == 0)
+        return true;
+    // The question may go out by another client; what is logged is the refusal of this one.
+    const tr::Tr errorText = client->errorText();
+    if (client->errorCode() == badRequestError) {
+        const QJsonObject object = QJsonDocument::fromJson(operation).object();
+        if (operationExists(url, object.value(u"operationId"_s).toString()))
+            return true;
+    }
+    logSendError(*logger(), errorText);
+    return false;
+}
+
+bool CountersHandler::operationExists(const QUrl &url, const QString &operationId)
+{
+    logger()->info(u"Проверка существования операции"_s);
+    const auto client = createClient(*logger());
+    client->setTimeout(timeoutSeconds);
+    QUrl question = url;
+    // A slash in the identifier would be a border of the path.
+    question.setPath(u"/v1/operations/%1/exists"_s.arg(
+                         QString::fromLatin1(QUrl::toPercentEncoding(operationId))),
+                     QUrl::TolerantMode);
+    client->get(question, QJsonDocument(), jsonContent());
+    if (client->errorCode() > 0)
+        return false;
+    return client->response().responseObject().value(u"result"_s).toBool();
+}

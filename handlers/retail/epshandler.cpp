@@ -1,0 +1,52 @@
+#include "handlers/retail/epshandler.h"
+
+#include "handlers/common/messagevalue.h"
+
+#include <log4qt/logger.h>
+
+#include <QTcpSocket>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int waitMs = 5000;
+
+/// What a frame is known by; shorter or empty in a short frame.
+QByteArray markOf(const QByteArray &frame)
+{
+    constexpr int offset = 3;
+    constexpr int length = 8;
+    return frame.mid(offset, length);
+}
+
+} // namespace
+
+EpsHandler::EpsHandler()
+    : BasicHandler(u"eps"_s)
+{
+}
+
+bool EpsHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    const auto frame = messageValue<QByteArray>(message, u"message"_s);
+    QTcpSocket socket;
+    // The low 16 bits of a number that is no port are one.
+    socket.connectToHost(messageValue<QString>(message, u"host"_s),
+                         static_cast<quint16>(messageValue<int>(message, u"port"_s)),
+                         QIODevice::ReadWrite, QAbstractSocket::AnyIPProtocol);
+    if (!socket.waitForConnected(waitMs)) {
+        logger()->warn(u"Не удалось подключиться к серверу"_s);
+        return false;
+    }
+    socket.write(frame);
+    socket.waitForBytesWritten(waitMs);
+    // What has come by now, and nothing that comes later. Equal marks finish the message, and the warning,
+    // whatever its words, belongs to exactly this end.
+    const QByteArray answer = socket.readAll();
+    if (markOf(answer) != markOf(frame))
+        return false;
+    logger()->warn(u"Некорректный ответ от сервера"_s);
+    return true;
+}

@@ -1,0 +1,72 @@
+#include "handlers/retail/frcashboxhandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "handlers/common/restcalls.h"
+
+#include <log4qt/logger.h>
+
+#include <QJsonObject>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int unauthorizedStatus = 401;
+
+/// The id of a new session; empty when there is none.
+QString logIn(RestClient &client, const QString &url, const QString &credentials)
+{
+    client.post(QUrl(url + u"login"_s), QByteArray(),
+                {{u"Content-Type"_s, u"application/json"_s}, {u"Authorization"_s, credentials}});
+    return client.responseJson().object().value(u"sessionId"_s).toString();
+}
+
+/// Judges the client's last exchange.
+bool isDone(const RestClient &client, Log4Qt::Logger &logger)
+{
+    if (client.errorCode() > 0) {
+        logSendError(logger, client.errorText());
+        return false;
+    }
+    const QJsonDocument reply = client.responseJson();
+    if (reply.isEmpty()) {
+        logger.error(u"Нет связи с сервисом"_s);
+        return false;
+    }
+    if (!reply.object().contains(u"error"_s))
+        return true;
+    logger.error(u"Сервис вернул сообщение об ошибке"_s);
+    const QJsonObject error = reply.object().value(u"error"_s).toObject();
+    const QString text = error.value(u"message"_s).toString(u"Ошибка при работе с ФР"_s);
+    const QString code = QString::number(error.value(u"code"_s).toInt());
+    logger.error(u"Код: %1, ошибка: %2"_s.arg(code, text));
+    return false;
+}
+
+} // namespace
+
+FrCashboxHandler::FrCashboxHandler()
+    : BasicHandler(u"frcashbox"_s)
+{
+}
+
+bool FrCashboxHandler::sendMessage(const Message &message)
+{
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    const auto base = messageValue<QString>(message, u"url"_s);
+    const QUrl url(base + messageValue<QString>(message, u"path"_s));
+    const auto body = QJsonDocument::fromVariant(messageValue<QVariantMap>(message, u"body"_s));
+    auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
+
+    const auto client = createClient(*logger());
+    client->post(url, body, headers);
+    if (client->statusCode() == unauthorizedStatus) {
+        logger()->warn(u"Требуется авторизация"_s);
+        // A login that failed leaves the session empty; the answer to the request then says so.
+        headers.insert(u"SessionId"_s,
+                       logIn(*client, base, messageValue<QString>(message, u"auth"_s)));
+        client->post(url, body, headers);
+    }
+    return isDone(*client, *logger());
+}

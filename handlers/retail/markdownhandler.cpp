@@ -1,0 +1,58 @@
+#include "handlers/retail/markdownhandler.h"
+
+#include "handlers/forwarding/forwarding.h"
+#include "handlers/retail/ordering.h"
+
+#include <log4qt/logger.h>
+
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QStringList markersOf(const Message &message)
+{
+    return markersInList(message, u"rawdata"_s);
+}
+
+constexpr Ordering ordering{
+    .markersOf = markersOf,
+    .onHit = BasicHandler::Turn::EndOfPass,
+};
+
+constexpr Forwarding forwarding{
+    .verb = Verb::Put,
+    .headers = Headers::JsonContentType,
+    .timeout = Timeout::fromMessage(10),
+};
+
+/// The service has marked these goods down already.
+constexpr int doneBeforeError = -2;
+
+} // namespace
+
+MarkdownHandler::MarkdownHandler()
+    : BasicHandler(u"markdown"_s)
+{
+}
+
+void MarkdownHandler::processMessages()
+{
+    walkQueue(
+        [this](const Message &message) { return turnOf(message, *dao, *logger(), ordering); });
+}
+
+bool MarkdownHandler::sendMessage(const Message &message)
+{
+    const auto client = makeRequest(message, *logger(), forwarding);
+    if (client->errorCode() < 1)
+        return true;
+    if (!client->hasResponse())
+        return false;
+    const QJsonObject reply = client->responseJson().object();
+    if (reply.value(u"errorCode"_s).toInt() != doneBeforeError)
+        return false;
+    logger()->warn(u"Метод выполнен с допустимой ошибкой, сообщение будет удалено из очереди"_s);
+    return true;
+}

@@ -1,0 +1,50 @@
+#include "handlers/retail/partialreservationhandler.h"
+
+#include "handlers/common/messagevalue.h"
+#include "handlers/forwarding/forwarding.h"
+#include "handlers/retail/ordering.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QStringList markersOf(const Message &message)
+{
+    const auto text = messageValue<QByteArray>(message, u"body"_s);
+    const QJsonDocument body = QJsonDocument::fromJson(text);
+    if (!body.isObject())
+        return {};
+    return {body.object().toVariantMap().value(u"markId"_s).toString()};
+}
+
+constexpr Ordering ordering{
+    .markersOf = markersOf,
+    .onHit = BasicHandler::Turn::EndOfPass,
+};
+
+constexpr Forwarding forwarding{
+    .verb = Verb::Post,
+    .headers = Headers::JsonContentType,
+    .timeout = Timeout::fromMessage(10),
+};
+
+} // namespace
+
+PartialReservationHandler::PartialReservationHandler()
+    : BasicHandler(u"partialreservation"_s)
+{
+}
+
+void PartialReservationHandler::processMessages()
+{
+    walkQueue(
+        [this](const Message &message) { return turnOf(message, *dao, *logger(), ordering); });
+}
+
+bool PartialReservationHandler::sendMessage(const Message &message)
+{
+    return forwardMessage(message, *logger(), forwarding);
+}

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "engine/basichandler.h"
+
+/// Delivers `uzofd` messages: the prepared bytes, in one POST, under a client certificate if the message has
+/// one.
+class UzOfdHandler : public BasicHandler
+{
+public:
+    UzOfdHandler();
+    bool sendMessage(const Message &message) override;
+};

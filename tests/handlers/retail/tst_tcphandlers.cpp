@@ -1,0 +1,357 @@
+#include "shared/core/mockfactory.h"
+#include "shared/net/tcpclient.h"
+#include "tests/handlers/support/delivery.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/loopbackserver.h"
+
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+#include <arpa/inet.h>
+#include <atomic>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString opening = u"INFO Отправка сообщения 7"_s;
+const QString noServer = u"WARN Не удалось подключиться к серверу"_s;
+const QString strange = u"WARN Некорректный ответ от сервера"_s;
+
+QString text(const QJsonObject &body)
+{
+    return QString::fromUtf8(QJsonDocument(body).toJson());
+}
+
+QString eps(const QString &frame, int port, const QString &host = u"127.0.0.1"_s)
+{
+    return text({{u"message"_s, frame}, {u"host"_s, host}, {u"port"_s, port}});
+}
+
+QString dssl(int port, const QString &host = u"127.0.0.1"_s)
+{
+    return text({{u"body"_s, u"<к %1>"_s}, {u"url"_s, host}, {u"port"_s, port}, {u"timeout"_s, 1}});
+}
+
+/// Accepts callers on a free port of 127.0.0.1 without a pause between two looks, and at once does with
+/// them what the test wants.
+class QuickServer
+{
+public:
+    enum class Behaviour
+    {
+        Answer,
+        Reset,
+        Refuse,
+    };
+
+    explicit QuickServer(const QByteArray &answer, Behaviour behaviour = Behaviour::Answer)
+        : listener(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0))
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof(address);
+        if (::bind(listener, reinterpret_cast<sockaddr *>(&address), size) != 0
+            || ::listen(listener, 16) != 0
+            || ::getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size) != 0)
+            qFatal("no socket to listen on");
+        port = ntohs(address.sin_port);
+        thread = std::thread([this, answer, behaviour] {
+            while (!isDone) {
+                const int caller = ::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK);
+                if (caller < 0)
+                    continue;
+                if (behaviour == Behaviour::Reset) {
+                    const linger now{1, 0};
+                    ::setsockopt(caller, SOL_SOCKET, SO_LINGER, &now, sizeof(now));
+                    ::close(caller);
+                    continue;
+                }
+                if (::send(caller, answer.constData(), static_cast<size_t>(answer.size()),
+                           MSG_NOSIGNAL)
+                    < 0)
+                    qFatal("no answer sent");
+                callers.append(caller);
+            }
+        });
+    }
+    ~QuickServer()
+    {
+        isDone = true;
+        thread.join();
+        for (const int caller : std::as_const(callers))
+            ::close(caller);
+        ::close(listener);
+    }
+
+    int port = 0;
+
+private:
+    int listener;
+    std::atomic<bool> isDone = false;
+    QList<int> callers;
+    std::thread thread;
+};
+
+} // namespace
+
+/// The types that speak plain TCP, with real peers.
+class TstTcpHandlers : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void epsRefused_data();
+    void epsRefused();
+    void epsEqualMarks_data();
+    void epsEqualMarks();
+    void epsOtherAnswers_data();
+    void epsOtherAnswers();
+    void epsWithoutAnswer();
+    void epsShortFrame_data();
+    void epsShortFrame();
+    void epsReset();
+    void epsSendsTheFrameAsItStands();
+    void dsslDelivers();
+    void dsslSteps();
+    void dsslWithoutABody();
+    void dsslRefused_data();
+    void dsslRefused();
+    void dsslDoesNotWaitForAnAnswer();
+    void dsslLargeBody();
+};
+
+void TstTcpHandlers::epsRefused_data()
+{
+    QTest::addColumn<QString>("message");
+    QTest::newRow("nobody listens") << eps(u"x"_s, LoopbackServer::unusedPort());
+    QTest::newRow("no port") << text({{u"message"_s, u"x"_s}, {u"host"_s, u"127.0.0.1"_s}});
+    QTest::newRow("no host") << text({{u"message"_s, u"x"_s}, {u"port"_s, 9}});
+    QTest::newRow("empty") << u"{}"_s;
+    QTest::newRow("unknown host") << eps(u"x"_s, 9, u"no.such.host.invalid"_s);
+    QTest::newRow("port no number")
+        << u"{\"message\":\"x\",\"host\":\"127.0.0.1\",\"port\":\"x\"}"_s;
+    QTest::newRow("65536 is port 0") << eps(u"x"_s, 65536);
+    QTest::newRow("below 0") << eps(u"x"_s, LoopbackServer::unusedPort() - 65536);
+}
+
+void TstTcpHandlers::epsRefused()
+{
+    QFETCH(QString, message);
+    const LogCapture log(u"eps"_s);
+    QVERIFY(!deliver(u"eps"_s, message));
+    QCOMPARE(log.lines(), (QStringList{opening, noServer}));
+}
+
+void TstTcpHandlers::epsEqualMarks_data()
+{
+    QTest::addColumn<QString>("frame");
+    QTest::addColumn<QByteArray>("answer");
+    // clang-format off
+    QTest::newRow("the same frame")        << u"abc12345678rest"_s << "abc12345678rest"_ba;
+    QTest::newRow("another head")          << u"abc12345678rest"_s << "xyz12345678rest"_ba;
+    QTest::newRow("another rest")          << u"abc12345678rest"_s << "abc12345678"_ba;
+    QTest::newRow("a longer rest")         << u"abc12345678"_s << "abc12345678 and more"_ba;
+    QTest::newRow("two equal short marks") << u"abc1234"_s << "xyz1234"_ba;
+    // clang-format on
+}
+
+void TstTcpHandlers::epsEqualMarks()
+{
+    QFETCH(QString, frame);
+    QFETCH(QByteArray, answer);
+    const QuickServer server(answer);
+    // Only what has come by the time that the frame is written counts, so it may take several deliveries
+    // until an answer is quick enough.
+    QElapsedTimer timer;
+    timer.start();
+    bool isDone = false;
+    while (!isDone && timer.elapsed() < 60'000) {
+        const LogCapture log(u"eps"_s);
+        isDone = deliver(u"eps"_s, eps(frame, server.port));
+        QCOMPARE(log.lines(), isDone ? (QStringList{opening, strange}) : QStringList{opening});
+    }
+    QVERIFY(isDone);
+}
+
+void TstTcpHandlers::epsOtherAnswers_data()
+{
+    QTest::addColumn<QString>("frame");
+    QTest::addColumn<QByteArray>("answer");
+    // clang-format off
+    QTest::newRow("another mark")                << u"abc12345678rest"_s << "abc12345679rest"_ba;
+    QTest::newRow("a part of the mark")          << u"abc12345678rest"_s << "abc1234"_ba;
+    QTest::newRow("the head alone")              << u"abc12345678rest"_s << "abc"_ba;
+    QTest::newRow("a mark for a frame without")  << u"abc"_s << "abc12345678"_ba;
+    // clang-format on
+}
+
+void TstTcpHandlers::epsOtherAnswers()
+{
+    QFETCH(QString, frame);
+    QFETCH(QByteArray, answer);
+    const QuickServer server(answer);
+    if (frame == u"abc") {
+        // Without an answer its empty mark is equal, so one must come in time to differ.
+        bool differs = false;
+        QElapsedTimer timer;
+        timer.start();
+        while (!differs && timer.elapsed() < 60'000)
+            differs = !deliver(u"eps"_s, eps(frame, server.port));
+        QVERIFY(differs);
+        return;
+    }
+    for (int i = 0; i < 20; ++i) {
+        const LogCapture log(u"eps"_s);
+        QVERIFY(!deliver(u"eps"_s, eps(frame, server.port)));
+        QCOMPARE(log.lines(), QStringList{opening});
+    }
+}
+
+void TstTcpHandlers::epsWithoutAnswer()
+{
+    LoopbackServer server;
+    server.play({LoopbackServer::silence()});
+    const LogCapture log(u"eps"_s);
+    QVERIFY(!deliver(u"eps"_s, eps(u"abc12345678"_s, server.port())));
+    QCOMPARE(log.lines(), QStringList{opening});
+}
+
+void TstTcpHandlers::epsShortFrame_data()
+{
+    QTest::addColumn<QString>("frame");
+    QTest::newRow("empty") << u""_s;
+    QTest::newRow("one byte") << u"a"_s;
+    QTest::newRow("three bytes") << u"abc"_s;
+}
+
+void TstTcpHandlers::epsShortFrame()
+{
+    QFETCH(QString, frame);
+    LoopbackServer server;
+    server.play({LoopbackServer::silence()});
+    const LogCapture log(u"eps"_s);
+    QVERIFY(deliver(u"eps"_s, eps(frame, server.port())));
+    QCOMPARE(log.lines(), (QStringList{opening, strange}));
+}
+
+void TstTcpHandlers::epsReset()
+{
+    const QuickServer server(QByteArray(), QuickServer::Behaviour::Reset);
+    for (int i = 0; i < 20; ++i) {
+        const LogCapture log(u"eps"_s);
+        QVERIFY(!deliver(u"eps"_s, eps(u"abc12345678"_s, server.port)));
+        // A connection that is gone again may not even have been seen.
+        QVERIFY2(log.lines() == QStringList{opening}
+                     || log.lines() == (QStringList{opening, noServer}),
+                 qPrintable(log.lines().join(u'\n')));
+    }
+}
+
+void TstTcpHandlers::epsSendsTheFrameAsItStands()
+{
+    LoopbackServer server;
+    server.play({LoopbackServer::silence()});
+    QVERIFY(!deliver(u"eps"_s, eps(u"абв %1\r\n\u0001"_s, server.port())));
+    QTRY_COMPARE(server.received(), u"абв %1\r\n\u0001"_s.toUtf8());
+}
+
+void TstTcpHandlers::dsslDelivers()
+{
+    LoopbackServer server;
+    server.play({LoopbackServer::silence()});
+    const LogCapture log(u"dssl"_s);
+    QVERIFY(deliver(u"dssl"_s, dssl(server.port())));
+    QTRY_COMPARE(server.received(), u"<к %1>"_s.toUtf8());
+    QCOMPARE(log.lines(), QStringList{opening});
+}
+
+void TstTcpHandlers::dsslSteps()
+{
+    struct Recording : TcpClient
+    {
+        void setHost(const QString &host) override { steps += u"host "_s + host; }
+        void setPort(int port) override { steps += u"port %1"_s.arg(port); }
+        void setTimeout(int timeout) override { steps += u"timeout %1"_s.arg(timeout); }
+        bool connectToServer() override
+        {
+            steps += u"connect"_s;
+            return true;
+        }
+        void disconnectFromServer() override { steps += u"disconnect"_s; }
+        void write(const QByteArray &data) override
+        {
+            steps += u"write "_s + QString::fromUtf8(data);
+        }
+        QStringList steps;
+    };
+    const auto client = std::make_shared<Recording>();
+    MockFactory<TcpClient>::install(client);
+    QVERIFY(deliver(u"dssl"_s, dssl(17)));
+    QVERIFY(deliver(u"dssl"_s, u"{\"url\":\"a\"}"_s));
+    MockFactory<TcpClient>::install(nullptr);
+    QCOMPARE(client->steps,
+             (QStringList{u"host 127.0.0.1"_s, u"port 17"_s, u"timeout 1"_s, u"connect"_s,
+                          u"write <к %1>"_s, u"disconnect"_s, u"host a"_s, u"port 0"_s,
+                          u"timeout 0"_s, u"connect"_s, u"write "_s, u"disconnect"_s}));
+}
+
+void TstTcpHandlers::dsslWithoutABody()
+{
+    LoopbackServer server;
+    QVERIFY(deliver(u"dssl"_s, text({{u"url"_s, u"127.0.0.1"_s}, {u"port"_s, server.port()}})));
+    QTRY_COMPARE(server.connectionCount(), 1);
+    QCOMPARE(server.received(), "");
+}
+
+void TstTcpHandlers::dsslRefused_data()
+{
+    QTest::addColumn<QString>("message");
+    QTest::newRow("nobody listens") << dssl(LoopbackServer::unusedPort());
+    QTest::newRow("no port") << text({{u"url"_s, u"127.0.0.1"_s}});
+    QTest::newRow("no address") << text({{u"port"_s, 9}});
+    QTest::newRow("unknown host") << dssl(9, u"no.such.host.invalid"_s);
+    QTest::newRow("a URL is no host") << dssl(9, u"http://127.0.0.1/"_s);
+    QTest::newRow("port above 65535") << dssl(65537);
+    QTest::newRow("port below 0") << dssl(-1);
+    QTest::newRow("port no number") << u"{\"url\":\"127.0.0.1\",\"port\":\"x\"}"_s;
+}
+
+void TstTcpHandlers::dsslRefused()
+{
+    QFETCH(QString, message);
+    const LogCapture log(u"dssl"_s);
+    QVERIFY(!deliver(u"dssl"_s, message));
+    QCOMPARE(log.lines(),
+             (QStringList{opening, u"INFO Не удалось установить соединение с сервером"_s}));
+}
+
+void TstTcpHandlers::dsslDoesNotWaitForAnAnswer()
+{
+    // What the server says is not read, and does not cost it what it was sent.
+    const QuickServer server("a word nobody wants");
+    for (int i = 0; i < 5; ++i)
+        QVERIFY(deliver(u"dssl"_s, dssl(server.port)));
+}
+
+void TstTcpHandlers::dsslLargeBody()
+{
+    LoopbackServer server;
+    server.play({LoopbackServer::silence()});
+    const QString body = u"ж"_s.repeated(1'000'000);
+    QVERIFY(deliver(u"dssl"_s, text({{u"body"_s, body},
+                                     {u"url"_s, u"127.0.0.1"_s},
+                                     {u"port"_s, server.port()},
+                                     {u"timeout"_s, 30}})));
+    QTRY_COMPARE_WITH_TIMEOUT(server.received().size(), 2'000'000, 30'000);
+}
+
+QTEST_GUILESS_MAIN(TstTcpHandlers)
+#include "tst_tcphandlers.moc"
