@@ -470,7 +470,13 @@ void TstCertificates::severalAtOnce()
 
 void TstCertificates::timeLimitOfATill()
 {
-    QCOMPARE(CertificateRules().timeLimit, 30s);
+    tool("exec sleep 1000");
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(convert(common), QString());
+    QVERIFY2(timer.elapsed() >= 30'000 && timer.elapsed() < 60'000,
+             qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(log->lines(), QStringList{u"ERROR Ошибка генерации сертификата"_s});
 }
 
 QTEST_GUILESS_MAIN(TstCertificates)
