@@ -63,7 +63,10 @@ MariaDbServer::MariaDbServer()
         qFatal("No temporary folder: %s", qPrintable(folder.errorString()));
 
     runProgram(u"mariadb-install-db"_s,
+               // A server that starts clears its folder for temporary tables, also of those that
+               // another one is about to use.
                QStringList{u"--no-defaults"_s, u"--datadir="_s + folder.filePath(u"data"_s),
+                           u"--tmpdir="_s + folder.path(),
                            u"--auth-root-authentication-method=normal"_s, u"--skip-test-db"_s}
                    + userOption() + storageOptions());
 
