@@ -64,8 +64,9 @@ void Queue::start()
 
 void Queue::stop()
 {
-    logger->warn(u"Получен сигнал завершения работы"_s);
+    // Before the line is written: whoever has read it may rely on no further message being begun.
     state->stopFlag.exchange(1);
+    logger->warn(u"Получен сигнал завершения работы"_s);
 }
 
 QJsonObject Queue::messages(const QStringList &parts)
