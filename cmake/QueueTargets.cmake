@@ -81,3 +81,16 @@ function(queue_add_test source)
         LABELS "${arg_LABELS}"
         ENVIRONMENT "QTEST_DISABLE_STACK_DUMP=1;QT_FORCE_STDERR_LOGGING=1;LC_ALL=C.UTF-8")
 endfunction()
+
+# queue_add_fault_test(tst_x.cpp ...), arguments as for queue_add_test. A test that breaks things on
+# purpose. Its short form ends within a minute; QUEUE_FAULTS=long asks for the long one, which may
+# take hours (tests/faults/form.h).
+function(queue_add_fault_test source)
+    queue_add_test(${source} ${ARGN})
+    get_filename_component(name ${source} NAME_WE)
+    get_test_property(${name} ENVIRONMENT environment)
+    set_tests_properties(${name} PROPERTIES
+        TIMEOUT 10800
+        LABELS faults
+        ENVIRONMENT "${environment};QTEST_FUNCTION_TIMEOUT=9000000")
+endfunction()

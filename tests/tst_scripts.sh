@@ -71,6 +71,9 @@ check "run: an argument too many exits with 2" exits_with 2
 run_command "$root/bench" --nonsense
 check "bench: an unknown argument exits with 2" exits_with 2
 check "bench: an unknown argument shows the usage" says "Usage: ./bench"
+run_command "$root/test" --faults=forever
+check "test: an unknown form of the fault tests exits with 2" exits_with 2
+check "test: an unknown form of the fault tests shows the usage" says "Usage: ./test"
 for command in run test bench; do
     run_command "$root/$command" --help
     check "$command: --help exits with 0" exits_with 0
