@@ -2,9 +2,14 @@
 
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <array>
+#include <iomanip>
 #include <log4cplus/helpers/property.h>
+#include <log4cplus/helpers/timehelper.h>
+#include <log4cplus/loglevel.h>
 #include <log4cplus/spi/loggingevent.h>
+#include <sstream>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -32,7 +37,8 @@ constexpr std::array dateTokens{
 };
 // clang-format on
 
-QString dateConversion(const QString &option)
+/// The time format of a `%d`, in the conversions of log4cplus.
+QString timeFormat(const QString &option)
 {
     QString format = option;
     if (format.isEmpty() || format == u"ISO8601")
@@ -41,30 +47,67 @@ QString dateConversion(const QString &option)
         format = u"HH:mm:ss.zzz"_s;
     else if (format == u"DATE")
         format = u"dd MMM yyyy HH:mm:ss.zzz"_s;
-    return u"D{"_s + toStrftime(format) + u'}';
+    return toStrftime(format);
 }
 
-/// A pattern of Log4Qt with the conversions of log4cplus. Conversions that name a place in the source
-/// vanish: the lines carry none.
-QString toLog4cplus(const QString &pattern)
+/// Keeps the place of the three digits, for the standard library knows no milliseconds.
+constexpr std::string_view millisecondsMark = "\1\1\1";
+
+std::string withMillisecondsMarked(std::string format)
+{
+    for (std::size_t at = format.find('%'); at != std::string::npos;
+         at = format.find('%', at + 2)) {
+        if (format.compare(at, 2, "%q") == 0)
+            format.replace(at, 2, millisecondsMark);
+    }
+    return format;
+}
+
+/// One conversion of a pattern, or the text between two.
+struct Piece
+{
+    /// Null for text.
+    QChar letter;
+    QString width;
+    QString option;
+    QString whole;
+};
+
+QList<Piece> pieces(const QString &pattern)
 {
     static const QRegularExpression conversion(
         u"%(?<width>-?[0-9]*(?:\\.[0-9]+)?)(?<letter>[A-Za-z%])(?:\\{(?<option>[^}]*)\\})?"_s);
-    QString result;
+    QList<Piece> result;
     qsizetype end = 0;
     QRegularExpressionMatchIterator matches = conversion.globalMatch(pattern);
     while (matches.hasNext()) {
         const QRegularExpressionMatch match = matches.next();
-        result += QStringView(pattern).sliced(end, match.capturedStart() - end);
+        if (match.capturedStart() > end)
+            result.append({QChar(), {}, {}, pattern.sliced(end, match.capturedStart() - end)});
         end = match.capturedEnd();
-        const QString width = u'%' + match.captured(u"width"_s);
         const QChar letter = match.captured(u"letter"_s).front();
-        if (letter == u'd')
-            result += width + dateConversion(match.captured(u"option"_s));
-        else if (!u"CFLMl"_s.contains(letter))
-            result += match.captured();
+        // Conversions that name a place in the source vanish: the lines carry none.
+        if (!u"CFLMl"_s.contains(letter))
+            result.append({letter, match.captured(u"width"_s), match.captured(u"option"_s),
+                           match.captured()});
     }
-    return result + pattern.mid(end);
+    if (end < pattern.size())
+        result.append({QChar(), {}, {}, pattern.mid(end)});
+    return result;
+}
+
+/// A pattern of Log4Qt with the conversions of log4cplus.
+QString toLog4cplus(const QString &pattern)
+{
+    QString result;
+    const QList<Piece> all = pieces(pattern);
+    for (const Piece &piece : all) {
+        if (piece.letter == u'd')
+            result += u'%' + piece.width + u"D{"_s + timeFormat(piece.option) + u'}';
+        else
+            result += piece.whole;
+    }
+    return result;
 }
 
 log4cplus::helpers::Properties patternProperties(const QString &pattern)
@@ -78,23 +121,137 @@ log4cplus::helpers::Properties patternProperties(const QString &pattern)
 
 LineLayout::LineLayout(const QString &pattern)
     : log4cplus::PatternLayout(patternProperties(pattern))
+    , fields(fieldsOf(pattern))
 {
 }
 
 void LineLayout::formatAndAppend(log4cplus::tostream &output,
                                  const log4cplus::spi::InternalLoggingEvent &event)
 {
-    if (event.getMessage().find('\n') == std::string::npos) {
+    const std::string &message = event.getMessage();
+    std::string indented;
+    const bool isOneLine = message.find('\n') == std::string::npos;
+    if (!isOneLine)
+        indented = QByteArray::fromStdString(message).replace("\n", "\n    ").toStdString();
+
+    if (!fields.empty()) {
+        line.clear();
+        appendLine(event, isOneLine ? message : indented);
+        output.write(line.data(), static_cast<std::streamsize>(line.size()));
+    } else if (isOneLine) {
         log4cplus::PatternLayout::formatAndAppend(output, event);
+    } else {
+        const log4cplus::spi::InternalLoggingEvent copy(
+            event.getLoggerName(), event.getLogLevel(), event.getNDC(), event.getMDCCopy(),
+            indented, event.getThread(), event.getThread2(), event.getTimestamp(), std::string(),
+            -1);
+        log4cplus::PatternLayout::formatAndAppend(output, copy);
+    }
+}
+
+/// Empty when there is a conversion that only the library knows.
+std::vector<LineLayout::Field> LineLayout::fieldsOf(const QString &pattern)
+{
+    std::vector<Field> result;
+    const QList<Piece> all = pieces(pattern);
+    for (const Piece &piece : all) {
+        Field field;
+        if (piece.letter.isNull()) {
+            field.text = piece.whole.toStdString();
+        } else if (piece.letter == u'n') {
+            field.text = "\n";
+        } else if (piece.letter == u'd') {
+            field.kind = Field::Time;
+            field.text = withMillisecondsMarked(timeFormat(piece.option).toStdString());
+        } else if (!piece.option.isEmpty()) {
+            return {};
+        } else if (piece.letter == u'p') {
+            field.kind = Field::Level;
+        } else if (piece.letter == u'c') {
+            field.kind = Field::Category;
+        } else if (piece.letter == u't') {
+            field.kind = Field::Thread;
+        } else if (piece.letter == u'm') {
+            field.kind = Field::Message;
+        } else {
+            return {};
+        }
+        field.isLeftJustified = piece.width.startsWith(u'-');
+        const QString least = piece.width.mid(field.isLeftJustified ? 1 : 0).section(u'.', 0, 0);
+        const QString most = piece.width.section(u'.', 1);
+        field.least = least.toUInt();
+        if (!most.isEmpty())
+            field.most = most.toUInt();
+        result.push_back(field);
+    }
+    return result;
+}
+
+void LineLayout::appendLine(const log4cplus::spi::InternalLoggingEvent &event,
+                            std::string_view message)
+{
+    for (const Field &field : fields) {
+        switch (field.kind) {
+        case Field::Text:
+            line += field.text;
+            break;
+        case Field::Time:
+            appendPadded(field, timeOf(field, event.getTimestamp()));
+            break;
+        case Field::Level:
+            appendPadded(field, log4cplus::getLogLevelManager().toString(event.getLogLevel()));
+            break;
+        case Field::Category:
+            appendPadded(field, event.getLoggerName());
+            break;
+        case Field::Thread:
+            appendPadded(field, event.getThread());
+            break;
+        case Field::Message:
+            appendPadded(field, message);
+            break;
+        }
+    }
+}
+
+/// Too long a value loses its beginning and is not filled up again, as the library has it.
+void LineLayout::appendPadded(const Field &field, std::string_view value)
+{
+    if (value.size() > field.most) {
+        line += value.substr(value.size() - field.most);
         return;
     }
-    const QByteArray indented =
-        QByteArray::fromStdString(event.getMessage()).replace("\n", "\n    ");
-    const log4cplus::spi::InternalLoggingEvent copy(
-        event.getLoggerName(), event.getLogLevel(), event.getNDC(), event.getMDCCopy(),
-        indented.toStdString(), event.getThread(), event.getThread2(), event.getTimestamp(),
-        std::string(), -1);
-    log4cplus::PatternLayout::formatAndAppend(output, copy);
+    const std::size_t padding = field.least > value.size() ? field.least - value.size() : 0;
+    if (!field.isLeftJustified)
+        line.append(padding, ' ');
+    line += value;
+    if (field.isLeftJustified)
+        line.append(padding, ' ');
+}
+
+const std::string &LineLayout::timeOf(const Field &field, const log4cplus::helpers::Time &time)
+{
+    const std::time_t second = log4cplus::helpers::to_time_t(time);
+    if (&field != lastField || second != lastSecond) {
+        std::tm local = {};
+        localtime_r(&second, &local);
+        std::ostringstream text;
+        text << std::put_time(&local, field.text.c_str());
+        lastText = text.str();
+        lastField = &field;
+        lastSecond = second;
+        millisecondPlaces.clear();
+        for (std::size_t at = lastText.find(millisecondsMark); at != std::string::npos;
+             at = lastText.find(millisecondsMark, at))
+            millisecondPlaces.push_back(at++);
+    }
+    const long milliseconds = log4cplus::helpers::microseconds_part(time) / 1000;
+    for (const std::size_t at : millisecondPlaces) {
+        lastText[at] = static_cast<char>('0' + milliseconds / 100);
+        lastText[at + 1] = static_cast<char>('0' + milliseconds / 10 % 10);
+        lastText[at + 2] = static_cast<char>('0' + milliseconds % 10);
+    }
+    return lastText;
 }
 
 QString toStrftime(const QString &format)
