@@ -4,6 +4,7 @@
 #include <QJsonDocument>
 
 #include <algorithm>
+#include <array>
 
 using namespace Qt::StringLiterals;
 
@@ -21,11 +22,17 @@ void appendByLibrary(QString &json, const QVariant &value)
     json += QString::fromUtf8(array.sliced(1, array.size() - 2));
 }
 
-/// A letter that stands for itself between quotes.
-bool isPlain(char16_t letter)
+/// Which of the first 128 letters stand for themselves between quotes.
+constexpr std::array<bool, 128> plainLetters = [] {
+    std::array<bool, 128> plain{};
+    for (char16_t letter = 0x20; letter < 0x7f; ++letter)
+        plain[letter] = letter != u'"' && letter != u'\\';
+    return plain;
+}();
+
+inline bool isPlain(char16_t letter)
 {
-    return letter >= 0x20 && letter != u'"' && letter != u'\\' && letter != 0x7f
-           && (letter & 0xf800) != 0xd800;
+    return letter < plainLetters.size() ? plainLetters[letter] : (letter & 0xf800) != 0xd800;
 }
 
 void append(QString &json, const QString &text)
