@@ -17,6 +17,9 @@ namespace queue {
 
 namespace {
 
+/// Looking costs as much as a small statement, and a worker runs thousands of these a second.
+constexpr qint64 fileCheckIntervalMs = 100;
+
 constexpr auto typeCountsStatement =
     "SELECT type, COUNT(*) FROM message GROUP BY type ORDER BY type ASC"_L1;
 constexpr auto countByTypeStatement = "SELECT COUNT(messageid) FROM message WHERE type = :type"_L1;
@@ -224,7 +227,7 @@ void DAO::execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings)
 bool DAO::execute(QSqlQuery &query)
 {
     QString error;
-    if (!connectionFactory()->isConnectionCurrent(connectionName))
+    if (!isFileCurrent())
         error = u"файл базы данных удалён или заменён"_s;
     else if (!query.exec())
         error = query.lastError().text();
@@ -235,6 +238,16 @@ bool DAO::execute(QSqlQuery &query)
     logger->warn(u"Ошибка при выполнении запроса: %1"_s, error);
     ++errorsCount;
     return false;
+}
+
+bool DAO::isFileCurrent()
+{
+    if (!nextFileCheck.hasExpired())
+        return true;
+    if (!connectionFactory()->isConnectionCurrent(connectionName))
+        return false;
+    nextFileCheck.setRemainingTime(fileCheckIntervalMs);
+    return true;
 }
 
 Message DAO::toMessage(const QSqlQuery &row)

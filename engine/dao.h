@@ -3,6 +3,7 @@
 #include "engine/message.h"
 
 #include <QDateTime>
+#include <QDeadlineTimer>
 #include <QList>
 #include <QSqlQuery>
 #include <QString>
@@ -74,6 +75,9 @@ private:
     /// Leaves `query` without rows when it could not be run.
     void execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings);
     bool execute(QSqlQuery &query);
+    /// Looks at the database's file from time to time. What runs in between on a file that was deleted
+    /// or replaced takes rows from the old one, whose messages have their place there.
+    bool isFileCurrent();
     Message toMessage(const QSqlQuery &row);
 
     QString connectionName;
@@ -91,6 +95,8 @@ private:
     bool connected = false;
     int errorsCount = 0;
     Log4Qt::Logger *logger;
+    /// Expired at first.
+    QDeadlineTimer nextFileCheck;
 };
 
 } // namespace queue

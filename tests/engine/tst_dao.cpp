@@ -71,6 +71,7 @@ private Q_SLOTS:
     void queueInfoOfALostTable();
     void endRemovesTheConnection();
     void deletedFile();
+    void deletedFileOfABusyStore();
     void lockedByAnotherProgram();
     void readOnlyFile();
     void fullDisk();
@@ -483,6 +484,25 @@ void TstDao::deletedFile()
     database->put(u"cardlab"_s, u"{}"_s);
     QVERIFY(dao.hasMessages(u"cardlab"_s, QString()));
     QCOMPARE(dao.getErrorsCount(), 2);
+}
+
+void TstDao::deletedFileOfABusyStore()
+{
+    if (server)
+        QSKIP("a server keeps its files to itself");
+    database->put(u"cardlab"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    QVERIFY(dao.hasMessages(u"cardlab"_s, QString()));
+    for (const QString &suffix : {u""_s, u"-wal"_s, u"-shm"_s})
+        QVERIFY(QFile::remove(database->file() + suffix));
+    // Not necessarily with the first statement, but soon.
+    const auto isNoticed = [&dao] {
+        dao.hasMessages(u"cardlab"_s, QString());
+        return dao.getErrorsCount() == 2;
+    };
+    QTRY_VERIFY(isNoticed());
+    QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
 }
 
 void TstDao::lockedByAnotherProgram()
