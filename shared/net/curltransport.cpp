@@ -53,18 +53,25 @@ using CurlMime = std::unique_ptr<curl_mime, CurlDeleter>;
 /// neither a connection nor a TLS session can ever speak for another client.
 struct Connections
 {
+    struct Client
+    {
+        CurlHandle handle;
+        /// What the handle is set up for; empty when nothing is.
+        QByteArray setting;
+    };
+
     /// Before the handles, since libcurl may write into it while it closes them.
     std::array<char, CURL_ERROR_SIZE> errorBuffer = {};
-    CurlHandle plain;
-    CurlHandle certified;
+    Client plain;
+    Client certified;
     QByteArray certifiedIdentity;
 
     Connections() = default;
     Connections(const Connections &) = delete;
     ~Connections()
     {
-        plain.reset();
-        certified.reset();
+        plain.handle.reset();
+        certified.handle.reset();
         // OpenSSL's own state of the thread, made anew by the closing above.
         OPENSSL_thread_stop();
     }
@@ -169,24 +176,24 @@ QByteArray fileIdentity(const QString &path)
            + QByteArray::number(qint64(status.st_mtim.tv_nsec));
 }
 
-CURL *handleFor(const Exchange &exchange)
+Connections::Client &clientFor(const Exchange &exchange)
 {
     initializeCurl();
     Connections &connections = connectionsOfThread();
     const bool isCertified =
         exchange.url.scheme() == u"https" && !exchange.certificatePath.isEmpty();
-    CurlHandle &handle = isCertified ? connections.certified : connections.plain;
+    Connections::Client &client = isCertified ? connections.certified : connections.plain;
     if (isCertified) {
         const QByteArray identity = fileIdentity(exchange.certificatePath) + '\n'
                                     + fileIdentity(exchange.privateKeyPath) + '\n'
                                     + exchange.certificatePassword.toUtf8();
         if (identity != connections.certifiedIdentity)
-            handle.reset();
+            client = {};
         connections.certifiedIdentity = identity;
     }
-    if (!handle)
-        handle.reset(curl_easy_init());
-    return handle.get();
+    if (!client.handle)
+        client.handle.reset(curl_easy_init());
+    return client;
 }
 
 /// The proxy for `url`, empty for none. Only the settings name one; the environment has no say.
@@ -255,9 +262,12 @@ CurlMime mimeOf(CURL *handle, const QList<http::Part> &parts)
 void setVerbAndBody(CURL *handle, const Exchange &exchange, const CurlMime &mime)
 {
     if (exchange.verb == "HEAD") {
+        curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, nullptr);
         curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
         return;
     }
+    // Takes back what the last exchange asked for.
+    curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
     static const QList<QByteArray> bodyless = {"GET", "DELETE", "OPTIONS", "TRACE"};
     if (mime) {
         curl_easy_setopt(handle, CURLOPT_MIMEPOST, mime.get());
@@ -270,13 +280,12 @@ void setVerbAndBody(CURL *handle, const Exchange &exchange, const CurlMime &mime
     curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, exchange.verb.constData());
 }
 
-void setTls(CURL *handle, const Exchange &exchange)
+void setTls(CURL *handle, const Exchange &exchange, const QString &caFile)
 {
     curl_easy_setopt(handle, CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
     curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
     curl_easy_setopt(handle, CURLOPT_CA_CACHE_TIMEOUT, caCacheSeconds);
-    const QString caFile = Singleton<Config>::instance()->getString(u"network:caFile"_s, QString());
     if (!caFile.isEmpty()) {
         // The file takes the place of the system's bundle; the system's folder holds the same
         // certificates.
@@ -299,11 +308,10 @@ void setTls(CURL *handle, const Exchange &exchange)
     curl_easy_setopt(handle, CURLOPT_KEYPASSWD, exchange.certificatePassword.toUtf8().constData());
 }
 
-void setUp(CURL *handle, const Exchange &exchange, const QByteArray &proxy, Transfer &transfer)
+/// What all exchanges of a client have in common.
+void setUp(CURL *handle, const Exchange &exchange, const QByteArray &proxy, const QString &caFile)
 {
     curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, connectionsOfThread().errorBuffer.data());
-    curl_easy_setopt(handle, CURLOPT_URL,
-                     exchange.url.toEncoded(QUrl::RemoveFragment | QUrl::FullyEncoded).constData());
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
@@ -314,22 +322,29 @@ void setUp(CURL *handle, const Exchange &exchange, const QByteArray &proxy, Tran
     // Signals would hit another thread, and a name lookup that hangs must not outlast the timeout.
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
-    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, long{exchange.timeoutMs});
-    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, long{exchange.timeoutMs});
 
     curl_easy_setopt(handle, CURLOPT_PROXY, proxy.constData());
     curl_easy_setopt(handle, CURLOPT_NOPROXY, "");
     curl_easy_setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
 
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, takeBody);
-    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &transfer);
     curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, takeHeader);
-    curl_easy_setopt(handle, CURLOPT_HEADERDATA, &transfer);
     curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, beforeRequest);
-    curl_easy_setopt(handle, CURLOPT_PREREQDATA, &transfer);
 
     if (exchange.url.scheme() == u"https")
-        setTls(handle, exchange);
+        setTls(handle, exchange, caFile);
+}
+
+/// What is this exchange's own.
+void setRequest(CURL *handle, const Exchange &exchange, Transfer &transfer)
+{
+    curl_easy_setopt(handle, CURLOPT_URL,
+                     exchange.url.toEncoded(QUrl::RemoveFragment | QUrl::FullyEncoded).constData());
+    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, long{exchange.timeoutMs});
+    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, long{exchange.timeoutMs});
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &transfer);
+    curl_easy_setopt(handle, CURLOPT_HEADERDATA, &transfer);
+    curl_easy_setopt(handle, CURLOPT_PREREQDATA, &transfer);
 }
 
 long longInfo(CURL *handle, CURLINFO info)
@@ -524,16 +539,29 @@ ExchangeOutcome performExchange(const Exchange &exchange)
                        u"Не найден файл сертификата '%1'"_s.arg(missing), 0),
                 {}};
 
-    CURL *handle = handleFor(exchange);
+    Connections::Client &client = clientFor(exchange);
+    CURL *const handle = client.handle.get();
+    const QByteArray proxy = proxyFor(exchange.url);
+    const bool isSecure = exchange.url.scheme() == u"https";
+    const QString caFile =
+        isSecure ? Singleton<Config>::instance()->getString(u"network:caFile"_s, QString())
+                 : QString();
+    // Most exchanges of a worker go the same way as the one before.
+    const QByteArray setting = (isSecure ? "https " : "http ") + proxy + '\n' + caFile.toUtf8();
+    if (client.setting != setting) {
+        curl_easy_reset(handle);
+        setUp(handle, exchange, proxy, caFile);
+        client.setting = setting;
+    }
+
     Transfer transfer;
     transfer.keepHeaders = exchange.keepHeaders;
     transfer.isRepeatable = isRepeatable(exchange.verb);
-    const QByteArray proxy = proxyFor(exchange.url);
     const CurlList headers = headerList(exchange);
     const CurlMime mime = exchange.parts.isEmpty() ? CurlMime() : mimeOf(handle, exchange.parts);
 
     connectionsOfThread().errorBuffer[0] = '\0';
-    setUp(handle, exchange, proxy, transfer);
+    setRequest(handle, exchange, transfer);
     setVerbAndBody(handle, exchange, mime);
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
 
@@ -548,7 +576,11 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     else
         outcome.response = http::Response::answered(status, transfer.body);
     outcome.headerLines = transfer.headerLines;
-    // Keeps connections, and forgets the pointers into this function.
-    curl_easy_reset(handle);
+    // libcurl counts the connections that broke under one set-up and gives up after five of them, and
+    // parts must not be gone before it has let go of them.
+    if (mime || code != CURLE_OK || transfer.attempts > 1) {
+        curl_easy_reset(handle);
+        client.setting.clear();
+    }
     return outcome;
 }
