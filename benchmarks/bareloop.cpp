@@ -1,23 +1,34 @@
 // What the machine allows: reads the oldest row of a type, posts it over one kept-alive connection and
-// deletes it, until there is none. The database has the settings of the service, the request its
-// headers; there is no log, no polling and no judgement.
+// deletes it, until there is none or enough were sent. The database has the settings of the service,
+// the request its headers; there is no log, no polling and no judgement.
 //
-// queue-bareloop DATABASE TYPE
+// queue-bareloop sqlite FILE TYPE COUNT
+// queue-bareloop mariadb SOCKET USER PASSWORD TYPE COUNT
+//
+// Ends after SIGTERM, so that its processor time can be read until then.
 
 #include <curl/curl.h>
+#include <mysql.h>
 #include <sqlite3.h>
 
 #include <QByteArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+
+constexpr auto readStatement = "SELECT messageid, type, body, cardnumber, statuscode FROM message "
+                               "WHERE type = ? AND messageid > -1 ORDER BY messageid asc LIMIT 1";
+constexpr auto removeStatement = "DELETE FROM message WHERE messageid = ?";
 
 [[noreturn]] void fail(const char *what, const char *why)
 {
@@ -25,42 +36,180 @@ namespace {
     std::exit(1);
 }
 
-void execute(sqlite3 *database, const std::string &statement)
+struct Row
 {
-    if (sqlite3_exec(database, statement.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
-        fail(statement.c_str(), sqlite3_errmsg(database));
-}
+    int id = 0;
+    QByteArray body;
+};
 
-sqlite3 *openDatabase(const std::string &path)
+class Database
 {
+public:
+    virtual ~Database() = default;
+    /// False when there is no row.
+    virtual bool read(Row &row) = 0;
+    virtual void remove(int id) = 0;
+};
+
+class Sqlite final : public Database
+{
+public:
+    Sqlite(const std::string &path, const char *type)
+    {
+        if (sqlite3_open(":memory:", &database) != SQLITE_OK)
+            fail("open", sqlite3_errmsg(database));
+        sqlite3_busy_timeout(database, 5000);
+        execute("ATTACH DATABASE '" + path + "' AS queues");
+        execute("PRAGMA queues.journal_mode=WAL");
+        execute("PRAGMA queues.synchronous=FULL");
+        reading = prepare(readStatement);
+        sqlite3_bind_text(reading, 1, type, -1, SQLITE_STATIC);
+        removing = prepare(removeStatement);
+    }
+    ~Sqlite() override
+    {
+        sqlite3_finalize(reading);
+        sqlite3_finalize(removing);
+        sqlite3_close(database);
+    }
+
+    bool read(Row &row) override
+    {
+        const bool isThere = sqlite3_step(reading) == SQLITE_ROW;
+        if (isThere) {
+            row.id = sqlite3_column_int(reading, 0);
+            row.body = QByteArray(static_cast<const char *>(sqlite3_column_blob(reading, 2)),
+                                  sqlite3_column_bytes(reading, 2));
+        }
+        sqlite3_reset(reading);
+        return isThere;
+    }
+    void remove(int id) override
+    {
+        sqlite3_bind_int(removing, 1, id);
+        if (sqlite3_step(removing) != SQLITE_DONE)
+            fail("delete", sqlite3_errmsg(database));
+        sqlite3_reset(removing);
+    }
+
+private:
+    void execute(const std::string &statement)
+    {
+        if (sqlite3_exec(database, statement.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
+            fail(statement.c_str(), sqlite3_errmsg(database));
+    }
+    sqlite3_stmt *prepare(const char *text)
+    {
+        sqlite3_stmt *statement = nullptr;
+        if (sqlite3_prepare_v3(database, text, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr)
+            != SQLITE_OK)
+            fail(text, sqlite3_errmsg(database));
+        return statement;
+    }
+
     sqlite3 *database = nullptr;
-    if (sqlite3_open(":memory:", &database) != SQLITE_OK)
-        fail("open", sqlite3_errmsg(database));
-    sqlite3_busy_timeout(database, 5000);
-    execute(database, "ATTACH DATABASE '" + path + "' AS queues");
-    execute(database, "PRAGMA queues.journal_mode=WAL");
-    execute(database, "PRAGMA queues.synchronous=FULL");
-    return database;
-}
+    sqlite3_stmt *reading = nullptr;
+    sqlite3_stmt *removing = nullptr;
+};
 
-sqlite3_stmt *prepare(sqlite3 *database, const char *text)
+class MariaDb final : public Database
 {
-    sqlite3_stmt *statement = nullptr;
-    if (sqlite3_prepare_v3(database, text, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr)
-        != SQLITE_OK)
-        fail(text, sqlite3_errmsg(database));
-    return statement;
-}
+public:
+    MariaDb(const char *socket, const char *user, const char *password, const char *type)
+        : type(type)
+        , database(mysql_init(nullptr))
+    {
+        if (!mysql_real_connect(database, nullptr, user, password, "queues", 0, socket, 0))
+            fail("connect", mysql_error(database));
+        mysql_set_character_set(database, "utf8mb4");
+        reading = prepare(readStatement);
+        removing = prepare(removeStatement);
+        bindText(typeBinding, this->type.data(), this->type.size());
+        check(reading, mysql_stmt_bind_param(reading, &typeBinding));
+        bindNumber(idBinding, id);
+        check(removing, mysql_stmt_bind_param(removing, &idBinding));
+        bindNumber(columns[0], id);
+        for (int i : {1, 2, 3, 4})
+            bindText(columns[i], texts[i - 1].data(), texts[i - 1].size());
+        columns[2].length = &bodyLength;
+        check(reading, mysql_stmt_bind_result(reading, columns));
+    }
+    ~MariaDb() override
+    {
+        mysql_stmt_close(reading);
+        mysql_stmt_close(removing);
+        mysql_close(database);
+    }
+
+    bool read(Row &row) override
+    {
+        check(reading, mysql_stmt_execute(reading) != 0);
+        const bool isThere = mysql_stmt_fetch(reading) == 0;
+        if (isThere) {
+            row.id = id;
+            row.body = QByteArray(texts[1].data(), static_cast<int>(bodyLength));
+        }
+        mysql_stmt_free_result(reading);
+        return isThere;
+    }
+    void remove(int rowId) override
+    {
+        id = rowId;
+        check(removing, mysql_stmt_execute(removing) != 0);
+    }
+
+private:
+    static void check(MYSQL_STMT *statement, bool isBad)
+    {
+        if (isBad)
+            fail("statement", mysql_stmt_error(statement));
+    }
+    MYSQL_STMT *prepare(const char *text)
+    {
+        MYSQL_STMT *statement = mysql_stmt_init(database);
+        check(statement, mysql_stmt_prepare(statement, text, std::char_traits<char>::length(text)));
+        return statement;
+    }
+    static void bindNumber(MYSQL_BIND &binding, int &number)
+    {
+        binding.buffer_type = MYSQL_TYPE_LONG;
+        binding.buffer = &number;
+    }
+    static void bindText(MYSQL_BIND &binding, char *text, std::size_t size)
+    {
+        binding.buffer_type = MYSQL_TYPE_STRING;
+        binding.buffer = text;
+        binding.buffer_length = static_cast<unsigned long>(size);
+    }
+
+    std::string type;
+    MYSQL *const database;
+    MYSQL_STMT *reading = nullptr;
+    MYSQL_STMT *removing = nullptr;
+    int id = 0;
+    unsigned long bodyLength = 0;
+    std::string texts[4] = {std::string(64, ' '), std::string(4096, ' '), std::string(128, ' '),
+                            std::string(255, ' ')};
+    MYSQL_BIND typeBinding = {};
+    MYSQL_BIND idBinding = {};
+    MYSQL_BIND columns[5] = {};
+};
 
 size_t ignoreReply(char *, size_t size, size_t count, void *)
 {
     return size * count;
 }
 
+QByteArray content(const QJsonValue &body)
+{
+    return body.isObject() ? QJsonDocument(body.toObject()).toJson(QJsonDocument::Compact)
+                           : body.toString().toUtf8();
+}
+
 void post(CURL *client, const QJsonObject &message)
 {
     const QByteArray url = message[u"url"_s].toString().toUtf8();
-    const QByteArray body = message[u"body"_s].toString().toUtf8();
+    const QByteArray body = content(message[u"body"_s]);
     curl_slist *headers = nullptr;
     const QJsonObject names = message[u"headers"_s].toObject();
     for (auto it = names.begin(); it != names.end(); ++it)
@@ -85,42 +234,40 @@ void post(CURL *client, const QJsonObject &message)
 
 int main(int argc, char **argv)
 {
-    if (argc != 3)
-        fail("usage", "queue-bareloop DATABASE TYPE");
+    const std::string kind = argc > 1 ? argv[1] : "";
+    const int expected = kind == "sqlite" ? 5 : 7;
+    if ((kind != "sqlite" && kind != "mariadb") || argc != expected)
+        fail("usage",
+             "queue-bareloop sqlite FILE TYPE COUNT | mariadb SOCKET USER PASSWORD TYPE COUNT");
+    // Taken in main, at the end.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
 
-    sqlite3 *database = openDatabase(argv[1]);
-    sqlite3_stmt *read =
-        prepare(database, "SELECT messageid, type, body, cardnumber, statuscode FROM message "
-                          "WHERE type = ? AND messageid > -1 ORDER BY messageid asc LIMIT 1");
-    sqlite3_bind_text(read, 1, argv[2], -1, SQLITE_STATIC);
-    sqlite3_stmt *remove = prepare(database, "DELETE FROM message WHERE messageid = ?");
+    std::unique_ptr<Database> database;
+    if (kind == "sqlite")
+        database = std::make_unique<Sqlite>(argv[2], argv[3]);
+    else
+        database = std::make_unique<MariaDb>(argv[2], argv[3], argv[4], argv[5]);
 
     curl_global_init(CURL_GLOBAL_DEFAULT);
     CURL *client = curl_easy_init();
     curl_easy_setopt(client, CURLOPT_USERAGENT, "queue/" QUEUE_VERSION);
-    curl_easy_setopt(client, CURLOPT_ACCEPT_ENCODING, "");
+    curl_easy_setopt(client, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
     curl_easy_setopt(client, CURLOPT_WRITEFUNCTION, ignoreReply);
     curl_easy_setopt(client, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(client, CURLOPT_PROXY, "");
 
-    while (sqlite3_step(read) == SQLITE_ROW) {
-        const int id = sqlite3_column_int(read, 0);
-        const QByteArray body(static_cast<const char *>(sqlite3_column_blob(read, 2)),
-                              sqlite3_column_bytes(read, 2));
-        sqlite3_reset(read);
-
-        post(client, QJsonDocument::fromJson(body).object());
-
-        sqlite3_bind_int(remove, 1, id);
-        if (sqlite3_step(remove) != SQLITE_DONE)
-            fail("delete", sqlite3_errmsg(database));
-        sqlite3_reset(remove);
+    Row row;
+    for (int left = std::atoi(argv[expected - 1]); left > 0 && database->read(row); --left) {
+        post(client, QJsonDocument::fromJson(row.body).object());
+        database->remove(row.id);
     }
 
+    int signal = 0;
+    sigwait(&signals, &signal);
     curl_easy_cleanup(client);
     curl_global_cleanup();
-    sqlite3_finalize(read);
-    sqlite3_finalize(remove);
-    sqlite3_close(database);
     return 0;
 }

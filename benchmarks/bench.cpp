@@ -1,348 +1,508 @@
-// Measures the service from outside, beside a bare loop that stands for what the machine allows: the
-// time of a delivery, and the memory of the idle service. ./bench builds and calls it.
+// Measures the service from outside, beside a bare loop that stands for what the machine allows, on both
+// databases. ./bench builds and calls it; docs/performance.md explains the figures.
 
+#include "benchmarks/process.h"
 #include "benchmarks/receiver.h"
-
-#include <sqlite3.h>
+#include "benchmarks/report.h"
+#include "benchmarks/statistics.h"
+#include "benchmarks/table.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
-#include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
+#include <QRegularExpression>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QThread>
 
-#include <algorithm>
 #include <cstdio>
-#include <stdexcept>
-#include <vector>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr double ratioTarget = 1.25;
-constexpr double memoryTargetMb = 40;
-constexpr int bodyBytes = 400;
-constexpr std::chrono::seconds drainTimeout{300};
-constexpr int processTimeoutMs = 30000;
-const QString messageType = u"heineken"_s;
+constexpr std::chrono::seconds drainTimeout{1200};
+constexpr std::chrono::seconds instrumentedTimeout{1200};
+constexpr int answerTimeoutMs = 30'000;
+constexpr int million = 1'000'000;
+constexpr int defaultPeriodSeconds = 20;
 
-struct Figure
+/// Types that differ in nothing that takes time. The first one stands where there is only one.
+const QStringList types{u"heineken"_s, u"abmloyalty"_s,    u"smartscales"_s,
+                        u"cardlab"_s,  u"waybillnumber"_s, u"customeraddress"_s,
+                        u"nochange"_s, u"winelabbonus"_s};
+/// Rows of a type that has no handler stay where they are.
+const QStringList stayingType{u"bench"_s};
+
+// The three statements that meet a long queue: the poll, /status, and a worker's reading.
+const QString pollStatement =
+    u"SELECT type, COUNT(*) FROM message GROUP BY type ORDER BY type ASC"_s;
+const QString statusStatement = u"SELECT COUNT(messageid), creationtime FROM message LIMIT 1"_s;
+const QString readStatement =
+    u"SELECT messageid, type, body, cardnumber, statuscode FROM message WHERE type = 'bench' AND messageid > -1 ORDER BY messageid asc LIMIT 1"_s;
+
+struct Options
 {
-    double bare = 0;
-    double service = 0;
-    double ratio() const { return service / bare; }
+    QString service;
+    QString bareLoop;
+    QString workerStart;
+    QString folder;
+    /// "SQLite" or "MariaDB", empty for both.
+    QString database;
+    int messages = 0;
+    int rounds = 0;
+    int idleSeconds = 0;
 };
 
-[[noreturn]] void fail(const QString &text)
+/// What one message took, in microseconds.
+struct Cost
 {
-    throw std::runtime_error(text.toStdString());
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    const size_t middle = values.size() / 2;
-    return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
-}
-
-/// Asks `condition` every few milliseconds.
-template <typename Condition>
-void waitFor(const QString &what, Condition condition)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.hasExpired(processTimeoutMs))
-            fail(u"%1: not within %2 s"_s.arg(what).arg(processTimeoutMs / 1000));
-        QThread::msleep(5);
-    }
-}
-
-/// A till's folders below a folder of their own, with an empty or filled table.
-class Till
-{
-public:
-    Till(const QString &folder, int receiverPort, int messages)
-        : folder(folder)
-    {
-        QDir(folder).removeRecursively();
-        for (const char *path : {"/tallocash/cash/conf", "/tallocash/cash/queue/config"}) {
-            if (!QDir().mkpath(folder + QLatin1String(path)))
-                fail(u"%1 cannot be made"_s.arg(folder + QLatin1String(path)));
-        }
-        QTcpServer free;
-        free.listen(QHostAddress::LocalHost);
-        controlPort = free.serverPort();
-        QFile settings(folder + u"/tallocash/cash/conf/bench.ini"_s);
-        if (!settings.open(QIODevice::WriteOnly))
-            fail(u"%1 cannot be written"_s.arg(settings.fileName()));
-        settings.write(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(controlPort).toUtf8());
-
-        open();
-        fill(messages, receiverPort);
-    }
-    ~Till() { sqlite3_close(database); }
-    Till(const Till &) = delete;
-    Till &operator=(const Till &) = delete;
-
-    QString databasePath() const { return folder + u"/tallocash/cash/queue/queues.db"_s; }
-    QString logPath() const { return folder + u"/queue.log"_s; }
-
-    int messageCount()
-    {
-        int count = -1;
-        sqlite3_stmt *statement = nullptr;
-        sqlite3_prepare_v2(database, "SELECT COUNT(*) FROM message", -1, &statement, nullptr);
-        if (sqlite3_step(statement) == SQLITE_ROW)
-            count = sqlite3_column_int(statement, 0);
-        sqlite3_finalize(statement);
-        return count;
-    }
-
-    const QString folder;
-    int controlPort = 0;
-
-private:
-    void execute(const QByteArray &statements)
-    {
-        if (sqlite3_exec(database, statements.constData(), nullptr, nullptr, nullptr) != SQLITE_OK)
-            fail(QString::fromUtf8(sqlite3_errmsg(database)));
-    }
-
-    void open()
-    {
-        QFile schema(QStringLiteral(QUEUE_SOURCE_DIR "/packaging/sql/sqlite.sql"));
-        if (!schema.open(QIODevice::ReadOnly))
-            fail(u"%1 cannot be read"_s.arg(schema.fileName()));
-        if (sqlite3_open(databasePath().toUtf8().constData(), &database) != SQLITE_OK)
-            fail(QString::fromUtf8(sqlite3_errmsg(database)));
-        sqlite3_busy_timeout(database, 5000);
-        execute("PRAGMA journal_mode=WAL");
-        execute(schema.readAll());
-    }
-
-    void fill(int messages, int receiverPort)
-    {
-        QJsonObject message{
-            {u"url"_s, u"http://127.0.0.1:%1/heineken/sales"_s.arg(receiverPort)},
-            {u"headers"_s,
-             QJsonObject{{u"Content-Type"_s, u"application/json"_s}, {u"X-Shop"_s, u"0042"_s}}},
-            {u"body"_s, QString()},
-            {u"timeout"_s, 5},
-        };
-        const auto size = [&message] {
-            return QJsonDocument(message).toJson(QJsonDocument::Compact).size();
-        };
-        message[u"body"_s] = QString(bodyBytes - size(), u'x');
-        const QByteArray text = QJsonDocument(message).toJson(QJsonDocument::Compact);
-
-        execute("BEGIN");
-        sqlite3_stmt *insert = nullptr;
-        sqlite3_prepare_v2(database, "INSERT INTO message (type, body) VALUES (?, ?)", -1, &insert,
-                           nullptr);
-        sqlite3_bind_text(insert, 1, messageType.toUtf8().constData(), -1, SQLITE_TRANSIENT);
-        sqlite3_bind_text(insert, 2, text.constData(), -1, SQLITE_TRANSIENT);
-        for (int i = 0; i < messages; ++i) {
-            if (sqlite3_step(insert) != SQLITE_DONE)
-                fail(QString::fromUtf8(sqlite3_errmsg(database)));
-            sqlite3_reset(insert);
-        }
-        sqlite3_finalize(insert);
-        execute("COMMIT; PRAGMA wal_checkpoint(TRUNCATE)");
-    }
-
-    sqlite3 *database = nullptr;
+    double time = 0;
+    double processor = 0;
 };
 
-/// The running service; ended by its destructor.
-class Service
+struct Costs
 {
-public:
-    Service(const QString &program, const Till &till)
-    {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"QUEUE_ROOT"_s, till.folder);
-        process.setProcessEnvironment(environment);
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        process.setStandardOutputFile(till.logPath());
-        process.start(program, {});
-        if (!process.waitForStarted(processTimeoutMs))
-            fail(u"%1: %2"_s.arg(program, process.errorString()));
-    }
-    ~Service()
-    {
-        process.terminate();
-        if (!process.waitForFinished(processTimeoutMs))
-            process.kill();
-    }
+    std::vector<double> times;
+    std::vector<double> processor;
 
-    qint64 processId() const { return process.processId(); }
-
-private:
-    QProcess process;
+    void add(const Cost &cost)
+    {
+        times.push_back(cost.time);
+        processor.push_back(cost.processor);
+    }
+    Cost middle() const { return {median(times), median(processor)}; }
 };
 
+struct Comparison
+{
+    Cost bare;
+    Cost service;
+};
+
+/// The measurements on one database.
 class Bench
 {
 public:
-    Bench(const QString &program, const QString &bareLoop, const QString &folder)
-        : program(program)
-        , bareLoop(bareLoop)
-        , folder(folder)
+    Bench(const Options &options, Table &table, Receiver &receiver, Report &report)
+        : options(options)
+        , table(table)
+        , receiver(receiver)
+        , report(report)
+        , root(options.folder + u"/root"_s)
     {
+        QDir(root).removeRecursively();
+        for (const char *path : {"/tallocash/cash/conf", "/tallocash/cash/queue/config"})
+            QDir().mkpath(root + QLatin1String(path));
+        QTcpServer free;
+        free.listen(QHostAddress::LocalHost);
+        controlPort = free.serverPort();
+        QFile settings(settingsPath());
+        if (!settings.open(QIODevice::WriteOnly))
+            fail(u"%1: %2"_s.arg(settings.fileName(), settings.errorString()));
+        settings.write(u"[queue]\nport = %1\n%2"_s.arg(controlPort).arg(table.settings()).toUtf8());
     }
 
-    /// Microseconds per message, by the bare loop and by the service right after it.
-    Figure drain(int messages)
+    /// One worker, and what it costs beside the bare loop.
+    void oneType()
     {
-        Figure figure;
-        figure.bare = drainByBareLoop(messages);
-        const std::string bareHead = receiver.drain().head;
-        figure.service = drainByService(messages);
-        serviceHead = receiver.drain().head;
-        if (headerNames(serviceHead) != headerNames(bareHead))
-            fail(
-                u"the requests differ in their headers, so the figures cannot be compared:\n%1\n\n%2"_s
-                    .arg(QString::fromStdString(bareHead), QString::fromStdString(serviceHead)));
-        return figure;
+        const Comparison costs = compare(types.first(1), options.messages, options.messages);
+        report.ratio(u"time per message, one type"_s, table.database(), costs.bare.time,
+                     costs.service.time, u"us"_s,
+                     Target::atMost(table.database() == u"SQLite" ? 1.15 : 1.20));
+        report.ratio(u"processor time per message"_s, table.database(), costs.bare.processor,
+                     costs.service.processor, u"us"_s, Target::atMost(2.0));
     }
 
-    /// Resident memory in MB once it has not changed for two seconds, in which at least one poll ran.
-    double idleMemoryMb()
+    void manyTypes(Series &series, const QList<int> &typeCounts)
     {
-        const Till till(folder + u"/idle"_s, receiver.port(), 0);
-        const Service service(program, till);
-        waitFor(u"the control interface answers"_s, [&till] {
-            QTcpSocket socket;
-            socket.connectToHost(QHostAddress::LocalHost, till.controlPort);
-            return socket.waitForConnected(1000);
-        });
+        for (int count : typeCounts) {
+            const int messages = options.messages * std::min(count, 2);
+            const Comparison costs = compare(types.first(count), messages, messages);
+            const double bare = 1e6 / costs.bare.time;
+            const double service = 1e6 / costs.service.time;
+            series.add(table.database(), count, bare, service);
+            report.ratio(u"messages per second, types: %1"_s.arg(count), table.database(), bare,
+                         service, u"1/s"_s, count == 8 ? Target::atLeast(0.85) : Target{});
+        }
+    }
+
+    /// The first messages of queues of several lengths.
+    void backlogs(Series &series, const QList<int> &lengths)
+    {
+        double atFirst = 0;
+        for (int rows : lengths) {
+            const int measured = std::min(options.messages, lengths.first());
+            const Comparison costs = compare(types.first(1), rows, measured);
+            series.add(table.database(), rows, costs.bare.time, costs.service.time);
+            report.ratio(u"time per message, rows waiting: %1"_s.arg(rows), table.database(),
+                         costs.bare.time, costs.service.time, u"us"_s, {});
+            if (rows == lengths.first())
+                atFirst = costs.service.time;
+            else
+                report.figure(u"  over that with %1 rows"_s.arg(lengths.first()), table.database(),
+                              costs.service.time / atFirst, u""_s,
+                              rows == million ? Target::atMost(1.10) : Target{});
+        }
+    }
+
+    void idleMemory()
+    {
+        table.clear();
+        const auto service = startService();
+        waitForControl();
         double memory = 0;
         QElapsedTimer unchanged;
         unchanged.start();
-        waitFor(u"the memory of the service settles"_s, [&] {
-            const double now = residentMb(service.processId());
+        while (!unchanged.hasExpired(2000)) {
+            const double now = service->residentMb();
             if (now != memory)
                 unchanged.restart();
             memory = now;
-            return unchanged.hasExpired(2000);
-        });
-        return memory;
+            QThread::msleep(50);
+        }
+        report.figure(u"resident memory, idle"_s, table.database(), memory, u"MB"_s,
+                      Target::atMost(32));
+    }
+
+    void drainMemory()
+    {
+        constexpr int early = 10'000;
+        constexpr int late = 200'000;
+        table.clear();
+        table.fill(types, million, receiver.port());
+        receiver.expect(late);
+        const auto service = startService();
+        awaitRequests(early);
+        const double first = service->residentMb();
+        double most = first;
+        for (int at = early; at < late; at += early) {
+            awaitRequests(at + early);
+            most = std::max(most, service->residentMb());
+        }
+        report.figure(u"resident memory, 8 types, 1000000 rows"_s, table.database(), most, u"MB"_s,
+                      Target::atMost(48));
+        report.figure(u"  growth, message 10000 to 200000"_s, table.database(),
+                      service->residentMb() - first, u"MB"_s, Target::atMost(1));
+    }
+
+    void start()
+    {
+        std::vector<double> times;
+        for (int round = 0; round < 11; ++round) {
+            table.clear();
+            table.fill(types.first(1), 1, receiver.port());
+            receiver.expect(1);
+            const auto begin = Receiver::Clock::now();
+            const auto service = startService();
+            awaitRequests(1);
+            times.push_back(
+                std::chrono::duration<double, std::milli>(receiver.drain().first - begin).count());
+        }
+        report.figure(u"process start to the first request"_s, table.database(), median(times),
+                      u"ms"_s, Target::atMost(100));
+    }
+
+    void idleHour()
+    {
+        table.clear();
+        const auto service = startService();
+        waitForControl();
+        const double before = service->processorMicroseconds();
+        QElapsedTimer timer;
+        timer.start();
+        // Whole periods, so that each has its poll.
+        const int periods = std::max(1, options.idleSeconds / defaultPeriodSeconds);
+        QThread::sleep(periods * defaultPeriodSeconds);
+        const double used = service->processorMicroseconds() - before;
+        const double seconds = static_cast<double>(timer.elapsed()) / 1000;
+        report.figure(u"processor time of an idle hour"_s, table.database(),
+                      used / seconds * 3600 / 1e6, u"s"_s, Target::atMost(1));
+        report.note(u"from %1 s, that is %2 polls"_s.arg(QString::number(seconds, 'f', 0),
+                                                         QString::number(periods)));
+    }
+
+    /// `/status` over a new connection each time, as its callers ask.
+    void control()
+    {
+        constexpr int waiting = 10'000;
+        table.clear();
+        table.fill(stayingType, waiting, receiver.port());
+        table.fill(types, options.messages * 4, receiver.port());
+        receiver.expect(options.messages * 4);
+        const auto service = startService();
+        awaitRequests(8);
+        std::vector<double> times;
+        while (receiver.drain().requests < options.messages * 4) {
+            times.push_back(askStatus());
+            QThread::msleep(2);
+        }
+        std::sort(times.begin(), times.end());
+        report.figure(u"/status, 10000 rows, 8 types draining, p99"_s, table.database(),
+                      times.at(times.size() * 99 / 100), u"ms"_s, Target::atMost(10));
+        report.note(u"%1 requests, median %2 ms, longest %3 ms"_s.arg(times.size())
+                        .arg(times.at(times.size() / 2), 0, 'f', 2)
+                        .arg(times.back(), 0, 'f', 2));
+    }
+
+    /// What the statements that look at the whole table take when it is long.
+    void longQueue()
+    {
+        table.clear();
+        table.fill(stayingType, million, receiver.port());
+        for (const auto &[what, statement] :
+             {std::pair{u"poll"_s, pollStatement}, std::pair{u"/status"_s, statusStatement},
+              std::pair{u"read"_s, readStatement}}) {
+            report.figure(u"statement of %1, 1000000 rows"_s.arg(what), table.database(),
+                          table.milliseconds(statement), u"ms"_s);
+            for (const QString &step : table.plan(statement))
+                report.note(step);
+        }
+        const auto service = startService();
+        waitForControl();
+        askStatus();
+        report.figure(u"/status asked, 1000000 rows"_s, table.database(),
+                      median(11, [this] { askStatus(); }), u"ms"_s);
+    }
+
+    void workerStart()
+    {
+        table.clear();
+        QProcess process;
+        process.start(options.workerStart, {settingsPath(), u"500"_s});
+        if (!process.waitForFinished(answerTimeoutMs) || process.exitCode() != 0)
+            fail(u"%1: %2"_s.arg(options.workerStart,
+                                 QString::fromUtf8(process.readAllStandardError())));
+        const bool isServer = table.database() != u"SQLite";
+        report.figure(u"a worker's start and end"_s, table.database(),
+                      process.readAllStandardOutput().trimmed().toDouble(), u"ms"_s,
+                      Target::atMost(isServer ? 3 : 1));
+    }
+
+    /// Instructions are the same on a busy machine, so these can be compared with those of another day.
+    void instructions()
+    {
+        constexpr int messages = 1000;
+        const auto difference = [this](bool isBare) {
+            const double start = instructionsOf(1, isBare);
+            return instructionsOf(messages, isBare) - start;
+        };
+        const double bare = difference(true);
+        const double service = difference(false);
+        report.ratio(u"instructions per message, drain of 1000"_s, table.database(),
+                     bare / (messages - 1), service / (messages - 1), u""_s, {});
     }
 
 private:
-    /// From the arrival of the first request to that of the last one lie `messages` - 1 whole rounds
-    /// of reading, sending and deleting, and nothing of the start or of the polling period.
-    double microsecondsPerMessage(int messages) const
+    QString settingsPath() const { return root + u"/tallocash/cash/conf/bench.ini"_s; }
+    QString logPath() const { return root + u"/queue.log"_s; }
+
+    std::unique_ptr<Process> startService() const
     {
-        const Receiver::Drain drain = receiver.drain();
-        const std::chrono::duration<double, std::micro> time = drain.last - drain.first;
-        return time.count() / (messages - 1);
+        return std::make_unique<Process>(options.service, QStringList(), logPath(),
+                                         QStringList{u"QUEUE_ROOT="_s + root});
     }
 
-    double drainByBareLoop(int messages)
+    void awaitRequests(int requests)
     {
-        Till till(folder + u"/bare"_s, receiver.port(), messages);
-        receiver.expect(messages);
-        QProcess process;
-        process.setProcessChannelMode(QProcess::ForwardedChannels);
-        process.start(bareLoop, {till.databasePath(), messageType});
-        if (!process.waitForStarted(processTimeoutMs))
-            fail(u"%1: %2"_s.arg(bareLoop, process.errorString()));
-        const bool arrived = receiver.wait(drainTimeout);
-        if (!process.waitForFinished(processTimeoutMs) || process.exitCode() != 0 || !arrived)
-            fail(u"the bare loop did not deliver every message"_s);
-        if (till.messageCount() != 0)
-            fail(u"the bare loop left messages in the table"_s);
-        return microsecondsPerMessage(messages);
+        if (!receiver.wait(requests, drainTimeout))
+            fail(u"%1 of %2 messages arrived, the log is %3"_s.arg(receiver.drain().requests)
+                     .arg(requests)
+                     .arg(logPath()));
     }
 
-    double drainByService(int messages)
+    /// The median cost of each of the first `measured` messages of `rows`, the two taking turns.
+    Comparison compare(const QStringList &names, int rows, int measured)
     {
-        Till till(folder + u"/service"_s, receiver.port(), messages);
-        receiver.expect(messages);
-        const Service service(program, till);
-        if (!receiver.wait(drainTimeout))
-            fail(u"the service did not deliver every message, its log is %1"_s.arg(till.logPath()));
-        waitFor(u"the service empties the table"_s, [&till] { return till.messageCount() == 0; });
-        if (receiver.drain().requests != messages)
-            fail(u"the service sent %1 requests for %2 messages"_s.arg(receiver.drain().requests)
-                     .arg(messages));
-        return microsecondsPerMessage(messages);
-    }
-
-    static QStringList headerNames(const std::string &head)
-    {
-        QStringList names;
-        const QStringList lines = QString::fromStdString(head).split(u"\r\n"_s).mid(1);
-        for (const QString &line : lines)
-            names.append(line.section(u':', 0, 0).toLower());
-        names.sort();
-        return names;
-    }
-
-    static double residentMb(qint64 processId)
-    {
-        QFile status(u"/proc/%1/status"_s.arg(processId));
-        if (!status.open(QIODevice::ReadOnly))
-            fail(u"the service has ended"_s);
-        const QStringList lines = QString::fromUtf8(status.readAll()).split(u'\n');
-        for (const QString &line : lines) {
-            if (line.startsWith(u"VmRSS:"))
-                return line.section(u':', 1).trimmed().section(u' ', 0, 0).toDouble() / 1024;
+        Costs bare;
+        Costs service;
+        for (int round = 0; round < options.rounds; ++round) {
+            bare.add(drain(names, rows, measured, true));
+            service.add(drain(names, rows, measured, false));
+            if (names.size() == 1)
+                compareHeads();
         }
-        return 0;
+        return {bare.middle(), service.middle()};
     }
 
-    const QString program;
-    const QString bareLoop;
-    const QString folder;
-    Receiver receiver;
+    Cost drain(const QStringList &names, int rows, int measured, bool isBare)
+    {
+        // A long queue is left as it is between rounds: what is taken from it does not count.
+        if (rows <= measured || table.count() < rows / 10 * 9) {
+            table.clear();
+            table.fill(names, rows, receiver.port());
+        }
+        receiver.expect(measured);
+        std::vector<std::unique_ptr<Process>> processes;
+        if (isBare) {
+            const int each = measured / static_cast<int>(names.size());
+            for (const QString &name : names)
+                processes.push_back(std::make_unique<Process>(
+                    options.bareLoop,
+                    table.bareLoopArguments() + QStringList{name, QString::number(each)},
+                    root + u"/bare.log"_s));
+        } else {
+            processes.push_back(startService());
+        }
+        const auto processor = [&processes] {
+            double sum = 0;
+            for (const auto &process : processes)
+                sum += process->processorMicroseconds();
+            return sum;
+        };
+        awaitRequests(1);
+        const double before = processor();
+        awaitRequests(measured);
+        const double used = processor() - before;
+        const Receiver::Drain seen = receiver.drain();
+        (isBare ? bareHead : serviceHead) = seen.head;
+        for (const auto &process : processes) {
+            if (!process->end())
+                fail(u"a program under measurement ended badly, see %1"_s.arg(root));
+        }
+        if (rows == measured && (table.count() != 0 || receiver.drain().requests != measured))
+            fail(u"%1 rows are left after %2 requests for %3 messages"_s.arg(table.count())
+                     .arg(receiver.drain().requests)
+                     .arg(measured));
+        // Between the first and the last arrival lie measured - 1 whole rounds of reading, sending
+        // and deleting, and nothing of the start.
+        const std::chrono::duration<double, std::micro> time = seen.last - seen.first;
+        return {time.count() / (measured - 1), used / (measured - 1)};
+    }
+
+    /// Requests that differ in their headers could not be compared.
+    void compareHeads() const
+    {
+        const auto names = [](const std::string &head) {
+            QStringList found;
+            const QStringList lines = QString::fromStdString(head).split(u"\r\n"_s).mid(1);
+            for (const QString &line : lines)
+                found.append(line.section(u':', 0, 0).toLower());
+            found.sort();
+            return found;
+        };
+        if (names(bareHead) != names(serviceHead))
+            fail(u"the requests differ in their headers:\n%1\n\n%2"_s.arg(
+                QString::fromStdString(bareHead), QString::fromStdString(serviceHead)));
+    }
+
+    void waitForControl()
+    {
+        QElapsedTimer timer;
+        timer.start();
+        for (;;) {
+            QTcpSocket socket;
+            socket.connectToHost(QHostAddress::LocalHost, controlPort);
+            if (socket.waitForConnected(1000))
+                return;
+            if (timer.hasExpired(answerTimeoutMs))
+                fail(u"the control interface does not answer, the log is %1"_s.arg(logPath()));
+            QThread::msleep(5);
+        }
+    }
+
+    /// Milliseconds from the connection to the end of the answer.
+    double askStatus() const
+    {
+        QElapsedTimer timer;
+        timer.start();
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, controlPort);
+        socket.write("GET /status HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+        QByteArray answer;
+        while (!answer.contains("messagesCount")) {
+            if (!socket.waitForReadyRead(answerTimeoutMs))
+                fail(u"/status was not answered: %1"_s.arg(QString::fromUtf8(answer)));
+            answer += socket.readAll();
+        }
+        return static_cast<double>(timer.nsecsElapsed()) / 1e6;
+    }
+
+    double instructionsOf(int messages, bool isBare)
+    {
+        table.clear();
+        table.fill(types.first(1), messages, receiver.port());
+        receiver.expect(messages);
+        const QString counts = root + u"/callgrind.out"_s;
+        QFile::remove(counts);
+        const QStringList tool{u"--tool=callgrind"_s, u"--callgrind-out-file="_s + counts};
+        const QStringList bareLoop = QStringList{options.bareLoop} + table.bareLoopArguments()
+                                     + QStringList{types.first(), QString::number(messages)};
+        Process process(u"valgrind"_s, tool + (isBare ? bareLoop : QStringList{options.service}),
+                        root + u"/callgrind.log"_s, {u"QUEUE_ROOT="_s + root});
+        if (!receiver.wait(messages, instrumentedTimeout))
+            fail(u"not every message arrived, see %1"_s.arg(root + u"/callgrind.log"_s));
+        while (table.count() > 0)
+            QThread::msleep(20);
+        process.end();
+        QFile file(counts);
+        if (!file.open(QIODevice::ReadOnly))
+            fail(u"%1: %2, see callgrind.log beside it"_s.arg(counts, file.errorString()));
+        static const QRegularExpression total(u"^(?:totals|summary): (\\d+)"_s,
+                                              QRegularExpression::MultilineOption);
+        return total.match(QString::fromUtf8(file.readAll())).captured(1).toDouble();
+    }
+
+    const Options &options;
+    Table &table;
+    Receiver &receiver;
+    Report &report;
+    const QString root;
+    int controlPort = 0;
+    std::string bareHead;
     std::string serviceHead;
 };
 
-const char *verdict(double value, double target)
+void measure(const Options &options, const QStringList &groups, bool isQuick)
 {
-    return value <= target ? "reached" : "missed";
-}
+    if (!QDir().mkpath(options.folder))
+        fail(u"%1 cannot be made"_s.arg(options.folder));
+    Receiver receiver;
+    Report report(options.folder + u"/figures.csv"_s);
+    std::optional<Series> backlog;
+    std::optional<Series> throughput;
+    if (groups.contains(u"backlog"_s))
+        backlog.emplace(options.folder + u"/backlog.csv"_s);
+    if (groups.contains(u"types"_s))
+        throughput.emplace(options.folder + u"/types.csv"_s);
 
-void measure(Bench &bench, int messages, int rounds)
-{
-    std::printf(
-        "Drain of %d `heineken` messages of %d bytes through one worker: SQLite, synchronous=FULL,\n"
-        "to a local receiver. The service logs to a file, as systemd keeps its output.\n\n"
-        "Microseconds per message   bare loop   service   ratio\n",
-        messages, bodyBytes);
-    std::fflush(stdout);
-
-    // The first drain of all finds cold caches.
-    bench.drain(std::min(messages, 500));
-
-    std::vector<double> bare;
-    std::vector<double> service;
-    for (int round = 1; round <= rounds; ++round) {
-        const Figure figure = bench.drain(messages);
-        bare.push_back(figure.bare);
-        service.push_back(figure.service);
-        std::printf("  round %-2d                 %9.1f %9.1f %7.2f\n", round, figure.bare,
-                    figure.service, figure.ratio());
-        std::fflush(stdout);
+    for (const bool isServer : {false, true}) {
+        if (!options.database.isEmpty() && isServer != (options.database == u"MariaDB"))
+            continue;
+        const auto table =
+            isServer ? mariaDbTable(options.folder) : sqliteTable(options.folder + u"/sqlite"_s);
+        const auto wants = [&](const QString &group) {
+            return groups.contains(group);
+        };
+        Bench bench(options, *table, receiver, report);
+        report.heading(
+            isServer
+                ? u"MariaDB on its socket, the server's own durability"_s
+                : u"SQLite, synchronous=FULL; the service logs to a file, as systemd keeps its output"_s);
+        if (wants(u"drain"_s))
+            bench.oneType();
+        if (wants(u"types"_s))
+            bench.manyTypes(*throughput, isQuick ? QList{8} : QList{1, 2, 4, 6, 8});
+        if (wants(u"backlog"_s))
+            bench.backlogs(*backlog, {1000, 10'000, 100'000, million});
+        if (wants(u"start"_s) && !isServer)
+            bench.start();
+        if (wants(u"worker"_s))
+            bench.workerStart();
+        if (wants(u"control"_s))
+            bench.control();
+        if (wants(u"memory"_s) && !isServer)
+            bench.idleMemory();
+        if (wants(u"memory"_s) && !isServer && !isQuick)
+            bench.drainMemory();
+        if (wants(u"long"_s))
+            bench.longQueue();
+        if (wants(u"idle"_s))
+            bench.idleHour();
+        if (wants(u"instructions"_s))
+            bench.instructions();
     }
-    const Figure middle{median(bare), median(service)};
-    std::printf("  median                   %9.1f %9.1f %7.2f   target: at most %.2f, %s\n\n",
-                middle.bare, middle.service, middle.ratio(), ratioTarget,
-                verdict(middle.ratio(), ratioTarget));
-
-    const double memory = bench.idleMemoryMb();
-    std::printf("Resident memory of the idle service: %.1f MB   target: at most %.0f MB, %s\n",
-                memory, memoryTargetMb, verdict(memory, memoryTargetMb));
 }
 
 } // namespace
@@ -350,22 +510,49 @@ void measure(Bench &bench, int messages, int rounds)
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
+    const QStringList all{u"drain"_s,   u"types"_s,  u"backlog"_s, u"start"_s, u"worker"_s,
+                          u"control"_s, u"memory"_s, u"long"_s,    u"idle"_s,  u"instructions"_s};
+    const QStringList quick{u"drain"_s, u"types"_s, u"start"_s, u"worker"_s, u"memory"_s};
+
     QCommandLineParser parser;
     parser.setApplicationDescription(u"Measures the service beside a bare loop"_s);
     parser.addHelpOption();
     parser.addOptions({
-        {u"quick"_s, u"Fewer messages and rounds."_s},
-        {u"program"_s, u"The service."_s, u"path"_s, u"build/release/queue"_s},
-        {u"bare-loop"_s, u"The bare loop."_s, u"path"_s, u"build/release/queue-bareloop"_s},
-        {u"folder"_s, u"Where databases and logs lie meanwhile."_s, u"path"_s, u"build/bench"_s},
+        {u"quick"_s, u"Under a minute: fewer figures, from fewer messages and rounds."_s},
+        {u"only"_s, u"One group of figures, may be repeated: "_s + all.join(u", "_s), u"group"_s},
+        {u"database"_s, u"SQLite or MariaDB alone."_s, u"name"_s},
+        {u"idle-seconds"_s, u"How long to watch the idle service."_s, u"seconds"_s, u"120"_s},
+        {u"messages"_s, u"How many messages a drain has."_s, u"number"_s},
+        {u"rounds"_s, u"How often each drain is repeated."_s, u"number"_s},
+        {u"programs"_s, u"The folder of the programs."_s, u"path"_s, u"build/release"_s},
+        {u"folder"_s, u"Where databases, logs and figures go."_s, u"path"_s, u"build/bench"_s},
     });
     parser.process(application);
+    const bool isQuick = parser.isSet(u"quick"_s);
+    const QStringList chosen = parser.values(u"only"_s);
+    for (const QString &group : chosen) {
+        if (!all.contains(group)) {
+            std::fprintf(stderr, "queue-bench: unknown group %s; there are %s\n", qPrintable(group),
+                         qPrintable(all.join(u", "_s)));
+            return 2;
+        }
+    }
 
-    const bool quick = parser.isSet(u"quick"_s);
+    const QDir programs(parser.value(u"programs"_s));
+    Options options;
+    options.service = programs.absoluteFilePath(u"queue"_s);
+    options.bareLoop = programs.absoluteFilePath(u"queue-bareloop"_s);
+    options.workerStart = programs.absoluteFilePath(u"queue-workerstart"_s);
+    options.folder = QDir(parser.value(u"folder"_s)).absolutePath();
+    options.database = parser.value(u"database"_s);
+    const auto number = [&parser](const QString &option, int usual) {
+        return parser.isSet(option) ? std::max(1, parser.value(option).toInt()) : usual;
+    };
+    options.messages = number(u"messages"_s, isQuick ? 1500 : 5000);
+    options.rounds = number(u"rounds"_s, isQuick ? 3 : 7);
+    options.idleSeconds = parser.value(u"idle-seconds"_s).toInt();
     try {
-        Bench bench(parser.value(u"program"_s), parser.value(u"bare-loop"_s),
-                    QDir(parser.value(u"folder"_s)).absolutePath());
-        measure(bench, quick ? 2000 : 5000, quick ? 5 : 7);
+        measure(options, chosen.isEmpty() ? (isQuick ? quick : all) : chosen, isQuick);
     } catch (const std::exception &exception) {
         std::fprintf(stderr, "queue-bench: %s\n", exception.what());
         return 1;

@@ -91,10 +91,12 @@ void Receiver::expect(int requests)
     expected = requests;
 }
 
-bool Receiver::wait(std::chrono::seconds timeout)
+bool Receiver::wait(int requests, std::chrono::seconds timeout)
 {
     std::unique_lock lock(mutex);
-    return arrived.wait_for(lock, timeout, [this] { return current.requests >= expected; });
+    awaited = requests;
+    return arrived.wait_for(lock, timeout,
+                            [this, requests] { return current.requests >= requests; });
 }
 
 Receiver::Drain Receiver::drain() const
@@ -167,7 +169,8 @@ void Receiver::count(const std::string &head)
         current.first = now;
         current.head = head;
     }
-    current.last = now;
     if (current.requests == expected)
+        current.last = now;
+    if (current.requests == awaited)
         arrived.notify_all();
 }

@@ -10,7 +10,7 @@
 
 /// A local HTTP peer that costs as little as can be: one thread, kept-alive connections, the answer 200
 /// to every request, and the time at which each drain's first and last request had arrived.
-/// Thread: any, but one drain at a time.
+/// Thread: one, and one drain at a time.
 class Receiver
 {
 public:
@@ -21,6 +21,7 @@ public:
         int requests = 0;
         int connections = 0;
         Clock::time_point first;
+        /// When the last of the expected ones came.
         Clock::time_point last;
         /// Request line and headers of the first request.
         std::string head;
@@ -34,10 +35,10 @@ public:
 
     int port() const { return portNumber; }
 
-    /// Forgets what came before and counts up to `requests`.
+    /// Forgets what came before. A drain has `requests` of them; more may come.
     void expect(int requests);
-    /// Waits until that many have arrived; false when `timeout` passed first.
-    bool wait(std::chrono::seconds timeout);
+    /// Waits until so many have arrived; false when `timeout` passed first.
+    bool wait(int requests, std::chrono::seconds timeout);
     Drain drain() const;
 
 private:
@@ -57,6 +58,7 @@ private:
     mutable std::mutex mutex;
     std::condition_variable arrived;
     int expected = 0;
+    int awaited = 0;
     Drain current;
     std::thread thread;
 };

@@ -44,9 +44,11 @@ own_folder() {
     sudo -- chown -R "$(id -u):$(id -g)" "$root/$folder"
 }
 
+# install_packages [LIST...]: lists of the folder scripts, "packages" when none is named.
 install_packages() {
-    say "Checking for the packages that scripts/packages names"
-    "$root/scripts/install-packages"
+    [ $# -gt 0 ] || set -- packages
+    say "Checking for the packages that ${*/#/scripts/} names"
+    "$root/scripts/install-packages" "$@"
 }
 
 # build PRESET [OPTION...] [-- TARGET...]: configures and builds, all targets when none is named.

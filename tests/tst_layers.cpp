@@ -108,7 +108,9 @@ QString fault(const QString &file, const QString &included, bool inQuotes)
     if (isBeside(folder)) {
         const QString own = folder.section(u'/', 0, 0);
         const QString other = target.section(u'/', 0, 0);
+        // Tests try the tools, and the benchmarks borrow the servers of the tests.
         return !isBeside(target) || other == own || (own == u"tests" && other == u"tools")
+                       || (own == u"benchmarks" && target == u"tests/support")
                    ? QString()
                    : u"%1 does not know %2"_s.arg(own, other);
     }
@@ -198,6 +200,8 @@ void TestLayers::rule_data()
     QTest::newRow("inside the slice") << u"shared/log4qt/helpers/x.cpp"_s << u"log4qt/logger.h"_s << quotes << QString();
     QTest::newRow("to the tests")    << u"shared/core/x.cpp"_s    << u"tests/support/queuedatabase.h"_s << quotes << u"shared/core does not know tests/support"_s;
     QTest::newRow("tool to tests")   << u"tools/stand/x.cpp"_s    << u"tests/support/queuedatabase.h"_s << quotes << u"tools does not know tests"_s;
+    QTest::newRow("bench to servers") << u"benchmarks/x.cpp"_s    << u"tests/support/mariadbserver.h"_s << quotes << QString();
+    QTest::newRow("bench to a test") << u"benchmarks/x.cpp"_s     << u"tests/faults/form.h"_s << quotes << u"benchmarks does not know tests"_s;
     QTest::newRow("new folder")      << u"shared/new/x.cpp"_s     << u"shared/core/tr.h"_s    << quotes << u"the folder shared/new has no place in the house"_s;
     QTest::newRow("not from root")   << u"shared/core/x.cpp"_s    << u"tr.h"_s                << quotes << u"no such file from the root of the project"_s;
     QTest::newRow("angle brackets")  << u"shared/net/x.cpp"_s     << u"shared/core/tr.h"_s    << angles << u"a header of ours is included in quotes"_s;

@@ -59,7 +59,7 @@ install_packages() {
         "$work/bin/bash" "$root/scripts/install-packages"
 }
 
-for script in run test bench .ci/run scripts/install-packages scripts/common.sh tests/tst_scripts.sh; do
+for script in run test bench .ci/run scripts/install-packages scripts/common.sh tests/tst_scripts.sh benchmarks/plot; do
     check "$script has no syntax error" bash -n "$root/$script"
 done
 
@@ -71,6 +71,8 @@ check "run: an argument too many exits with 2" exits_with 2
 run_command "$root/bench" --nonsense
 check "bench: an unknown argument exits with 2" exits_with 2
 check "bench: an unknown argument shows the usage" says "Usage: ./bench"
+run_command "$root/bench" --only
+check "bench: an option without its value exits with 2" exits_with 2
 run_command "$root/test" --faults=forever
 check "test: an unknown form of the fault tests exits with 2" exits_with 2
 check "test: an unknown form of the fault tests shows the usage" says "Usage: ./test"
@@ -103,6 +105,12 @@ fake_machine 0
 stand_in dpkg-query "case \$* in *' sqlite3') exit 1 ;; *) printf installed ;; esac"
 install_packages
 check "packages: only what is missing is installed" called 'recommends sqlite3$'
+
+fake_machine 0
+run_command env PATH="$work/bin" POLICY_RC_D="$work/policy-rc.d" \
+    "$work/bin/bash" "$root/scripts/install-packages" packages-bench
+check "packages: another list is installed when it is named" called ' gnuplot-nox '
+check "packages: a list that is not named is left alone" not_called ' sqlite3'
 
 fake_machine 0
 stand_in apt-get 'case $* in *install*) echo "E: disk is full"; exit 100 ;; esac'

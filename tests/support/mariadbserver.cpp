@@ -40,10 +40,11 @@ QByteArray runProgram(const QString &name, const QStringList &arguments,
     return process.readAllStandardOutput();
 }
 
-/// A redo log of a few megabytes, to start quickly, and no waiting for the disk: what was committed
-/// outlives the process, which is all that a test can end.
-QStringList storageOptions()
+QStringList storageOptions(MariaDbServer::Durability durability)
 {
+    if (durability == MariaDbServer::Durability::OfTills)
+        return {};
+    // A redo log of a few megabytes, to start quickly, and no waiting for the disk.
     return {u"--innodb-log-file-size=4M"_s, u"--innodb-buffer-pool-size=16M"_s,
             u"--innodb-use-native-aio=0"_s, u"--innodb-flush-method=nosync"_s,
             u"--innodb-flush-log-at-trx-commit=2"_s};
@@ -57,7 +58,9 @@ QStringList userOption()
 
 } // namespace
 
-MariaDbServer::MariaDbServer()
+MariaDbServer::MariaDbServer(Durability durability, const QString &parent)
+    : durability(durability)
+    , folder(parent + u"/mariadb-XXXXXX"_s)
 {
     if (!folder.isValid())
         qFatal("No temporary folder: %s", qPrintable(folder.errorString()));
@@ -68,7 +71,7 @@ MariaDbServer::MariaDbServer()
                QStringList{u"--no-defaults"_s, u"--datadir="_s + folder.filePath(u"data"_s),
                            u"--tmpdir="_s + folder.path(),
                            u"--auth-root-authentication-method=normal"_s, u"--skip-test-db"_s}
-                   + userOption() + storageOptions());
+                   + userOption() + storageOptions(durability));
 
     server.setProcessChannelMode(QProcess::MergedChannels);
     const pid_t test = ::getpid();
@@ -108,7 +111,7 @@ void MariaDbServer::start()
                              // As strict as any server in the field.
                              u"--sql-mode=ONLY_FULL_GROUP_BY,STRICT_ALL_TABLES"_s,
                              u"--character-set-server=latin1"_s}
-                     + userOption() + storageOptions());
+                     + userOption() + storageOptions(durability));
 
     // The server says when its socket listens.
     QByteArray said;

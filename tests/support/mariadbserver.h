@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDir>
 #include <QProcess>
 #include <QString>
 #include <QTemporaryDir>
@@ -12,8 +13,18 @@
 class MariaDbServer
 {
 public:
-    /// Makes the data folder, starts the server and loads the schema. Takes about a second.
-    MariaDbServer();
+    enum class Durability
+    {
+        /// What was committed outlives the process, which is all that a test can end.
+        OfTests,
+        /// The server's own settings, as a till runs it: what was committed outlives a power cut.
+        OfTills,
+    };
+
+    /// Makes the data folder below `parent`, starts the server and loads the schema. Takes about a
+    /// second. A path below a deep folder is too long for a socket.
+    explicit MariaDbServer(Durability durability = Durability::OfTests,
+                           const QString &parent = QDir::tempPath());
     ~MariaDbServer();
     MariaDbServer(const MariaDbServer &) = delete;
 
@@ -37,6 +48,7 @@ public:
 private:
     QByteArray runClient(const QByteArray &input);
 
+    const Durability durability;
     QTemporaryDir folder;
     QProcess server;
 };
