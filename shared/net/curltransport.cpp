@@ -53,11 +53,17 @@ using CurlMime = std::unique_ptr<curl_mime, CurlDeleter>;
 /// neither a connection nor a TLS session can ever speak for another client.
 struct Connections
 {
+    /// Most exchanges of a worker go where the one before went, with the same headers, so these are
+    /// kept in the form that libcurl takes.
     struct Client
     {
+        CurlList headerLines;
+        /// Borrows the lines above, so it ends first.
         CurlHandle handle;
         /// What the handle is set up for; empty when nothing is.
         QByteArray setting;
+        QUrl url;
+        QList<std::pair<QByteArray, QByteArray>> headers;
     };
 
     /// Before the handles, since libcurl may write into it while it closes them.
@@ -176,6 +182,16 @@ QByteArray fileIdentity(const QString &path)
            + QByteArray::number(qint64(status.st_mtim.tv_nsec));
 }
 
+/// Takes back whatever was set; the connections stay.
+void forget(Connections::Client &client)
+{
+    curl_easy_reset(client.handle.get());
+    client.setting.clear();
+    client.url.clear();
+    client.headers.clear();
+    client.headerLines.reset();
+}
+
 Connections::Client &clientFor(const Exchange &exchange)
 {
     initializeCurl();
@@ -187,8 +203,10 @@ Connections::Client &clientFor(const Exchange &exchange)
         const QByteArray identity = fileIdentity(exchange.certificatePath) + '\n'
                                     + fileIdentity(exchange.privateKeyPath) + '\n'
                                     + exchange.certificatePassword.toUtf8();
-        if (identity != connections.certifiedIdentity)
-            client = {};
+        if (identity != connections.certifiedIdentity && client.handle) {
+            forget(client);
+            client.handle.reset();
+        }
         connections.certifiedIdentity = identity;
     }
     if (!client.handle)
@@ -336,10 +354,20 @@ void setUp(CURL *handle, const Exchange &exchange, const QByteArray &proxy, cons
 }
 
 /// What is this exchange's own.
-void setRequest(CURL *handle, const Exchange &exchange, Transfer &transfer)
+void setRequest(Connections::Client &client, const Exchange &exchange, Transfer &transfer)
 {
-    curl_easy_setopt(handle, CURLOPT_URL,
-                     exchange.url.toEncoded(QUrl::RemoveFragment | QUrl::FullyEncoded).constData());
+    CURL *const handle = client.handle.get();
+    if (client.url != exchange.url) {
+        curl_easy_setopt(
+            handle, CURLOPT_URL,
+            exchange.url.toEncoded(QUrl::RemoveFragment | QUrl::FullyEncoded).constData());
+        client.url = exchange.url;
+    }
+    if (!client.headerLines || client.headers != exchange.headers || !exchange.parts.isEmpty()) {
+        client.headerLines = headerList(exchange);
+        client.headers = exchange.headers;
+        curl_easy_setopt(handle, CURLOPT_HTTPHEADER, client.headerLines.get());
+    }
     curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, long{exchange.timeoutMs});
     curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, long{exchange.timeoutMs});
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &transfer);
@@ -549,7 +577,7 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     // Most exchanges of a worker go the same way as the one before.
     const QByteArray setting = (isSecure ? "https " : "http ") + proxy + '\n' + caFile.toUtf8();
     if (client.setting != setting) {
-        curl_easy_reset(handle);
+        forget(client);
         setUp(handle, exchange, proxy, caFile);
         client.setting = setting;
     }
@@ -557,13 +585,11 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     Transfer transfer;
     transfer.keepHeaders = exchange.keepHeaders;
     transfer.isRepeatable = isRepeatable(exchange.verb);
-    const CurlList headers = headerList(exchange);
     const CurlMime mime = exchange.parts.isEmpty() ? CurlMime() : mimeOf(handle, exchange.parts);
 
     connectionsOfThread().errorBuffer[0] = '\0';
-    setRequest(handle, exchange, transfer);
+    setRequest(client, exchange, transfer);
     setVerbAndBody(handle, exchange, mime);
-    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
 
     const CURLcode code = curl_easy_perform(handle);
 
@@ -579,8 +605,7 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     // libcurl counts the connections that broke under one set-up and gives up after five of them, and
     // parts must not be gone before it has let go of them.
     if (mime || code != CURLE_OK || transfer.attempts > 1) {
-        curl_easy_reset(handle);
-        client.setting.clear();
+        forget(client);
     }
     return outcome;
 }

@@ -22,6 +22,7 @@ using HeaderList = QList<std::pair<QByteArray, QByteArray>>;
 HeaderList headerList(const RestClient::Headers &headers)
 {
     HeaderList list;
+    list.reserve(headers.size());
     for (auto it = headers.cbegin(); it != headers.cend(); ++it)
         list.append({it.key().toUtf8(), it.value().toUtf8()});
     return list;
@@ -63,7 +64,7 @@ QByteArray oneLine(QByteArray value)
         if (symbol == '\r' || symbol == '\n' || symbol == '\0')
             symbol = ' ';
     }
-    return value.trimmed();
+    return std::move(value).trimmed();
 }
 
 /// What follows from the body is said by the client. A till may have prepared a request for other
@@ -74,13 +75,12 @@ bool followsFromBody(const QByteArray &name)
            || isSame(name, "Expect");
 }
 
-HeaderList sendable(const HeaderList &given)
+HeaderList sendable(HeaderList headers)
 {
-    HeaderList headers;
-    for (const auto &[name, value] : given) {
-        if (isToken(name) && !followsFromBody(name))
-            headers.append({name, oneLine(value)});
-    }
+    headers.removeIf(
+        [](const auto &header) { return !isToken(header.first) || followsFromBody(header.first); });
+    for (auto &[name, value] : headers)
+        value = oneLine(std::move(value));
     return headers;
 }
 
@@ -321,7 +321,7 @@ void RestClient::perform(Exchange exchange)
     exchange.certificatePath = certificatePath;
     exchange.certificatePassword = certificatePassword;
     exchange.privateKeyPath = privateKeyPath;
-    exchange.headers = sendable(exchange.headers);
+    exchange.headers = sendable(std::move(exchange.headers));
     for (http::Part &part : exchange.parts)
         part = sendable(part);
     const bool isLogged = logger_ && logger_->isDebugEnabled();
