@@ -5,6 +5,9 @@
 // queue-bareloop sqlite FILE TYPE COUNT
 // queue-bareloop mariadb SOCKET USER PASSWORD TYPE COUNT
 //
+// With "qt-" before the database its statements go through Qt's driver, as those of the service do, which
+// shows what of the service's time is the driver's.
+//
 // Ends after SIGTERM, so that its processor time can be read until then.
 
 #include <curl/curl.h>
@@ -12,8 +15,12 @@
 #include <sqlite3.h>
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
 
 #include <csignal>
 #include <cstdio>
@@ -195,6 +202,68 @@ private:
     MYSQL_BIND columns[5] = {};
 };
 
+class QtDriver final : public Database
+{
+public:
+    QtDriver(const QString &driver, const QStringList &arguments)
+        : database(QSqlDatabase::addDatabase(driver))
+    {
+        const bool isServer = driver != u"QSQLITE";
+        database.setDatabaseName(isServer ? u"queues"_s : u":memory:"_s);
+        if (isServer) {
+            database.setConnectOptions(u"UNIX_SOCKET="_s + arguments.at(0));
+            database.setUserName(arguments.at(1));
+            database.setPassword(arguments.at(2));
+        }
+        if (!database.open())
+            fail("open", qPrintable(database.lastError().text()));
+        reading = QSqlQuery(database);
+        removing = QSqlQuery(database);
+        if (!isServer) {
+            execute(u"ATTACH DATABASE '%1' AS queues"_s.arg(arguments.at(0)));
+            execute(u"PRAGMA queues.journal_mode=WAL"_s);
+            execute(u"PRAGMA queues.synchronous=FULL"_s);
+        }
+        reading.setForwardOnly(true);
+        reading.prepare(QString::fromLatin1(readStatement));
+        removing.prepare(QString::fromLatin1(removeStatement));
+        reading.bindValue(0, arguments.at(isServer ? 3 : 1));
+    }
+
+    bool read(Row &row) override
+    {
+        check(reading.exec(), reading);
+        const bool isThere = reading.next();
+        if (isThere) {
+            row.id = reading.value(0).toInt();
+            row.body = reading.value(2).toByteArray();
+        }
+        reading.finish();
+        return isThere;
+    }
+    void remove(int id) override
+    {
+        removing.bindValue(0, id);
+        check(removing.exec(), removing);
+    }
+
+private:
+    static void check(bool isDone, const QSqlQuery &query)
+    {
+        if (!isDone)
+            fail("statement", qPrintable(query.lastError().text()));
+    }
+    void execute(const QString &statement)
+    {
+        check(removing.exec(statement), removing);
+        removing.finish();
+    }
+
+    QSqlDatabase database;
+    QSqlQuery reading;
+    QSqlQuery removing;
+};
+
 size_t ignoreReply(char *, size_t size, size_t count, void *)
 {
     return size * count;
@@ -234,19 +303,25 @@ void post(CURL *client, const QJsonObject &message)
 
 int main(int argc, char **argv)
 {
-    const std::string kind = argc > 1 ? argv[1] : "";
+    const std::string given = argc > 1 ? argv[1] : "";
+    const bool isQt = given.starts_with("qt-");
+    const std::string kind = isQt ? given.substr(3) : given;
     const int expected = kind == "sqlite" ? 5 : 7;
     if ((kind != "sqlite" && kind != "mariadb") || argc != expected)
-        fail("usage",
-             "queue-bareloop sqlite FILE TYPE COUNT | mariadb SOCKET USER PASSWORD TYPE COUNT");
+        fail("usage", "queue-bareloop [qt-]sqlite FILE TYPE COUNT | "
+                      "[qt-]mariadb SOCKET USER PASSWORD TYPE COUNT");
     // Taken in main, at the end.
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
 
+    const QCoreApplication application(argc, argv);
     std::unique_ptr<Database> database;
-    if (kind == "sqlite")
+    if (isQt)
+        database = std::make_unique<QtDriver>(kind == "sqlite" ? u"QSQLITE"_s : u"QMYSQL"_s,
+                                              QCoreApplication::arguments().sliced(2));
+    else if (kind == "sqlite")
         database = std::make_unique<Sqlite>(argv[2], argv[3]);
     else
         database = std::make_unique<MariaDb>(argv[2], argv[3], argv[4], argv[5]);

@@ -115,6 +115,21 @@ public:
                      costs.service.processor, u"us"_s, Target::atMost(2.0));
     }
 
+    /// What of the service's time is that of Qt's driver, which the service's statements go through.
+    void driver()
+    {
+        Costs direct;
+        Costs throughQt;
+        for (int round = 0; round < options.rounds; ++round) {
+            direct.add(drain(types.first(1), options.messages, options.messages, BareLoop));
+            throughQt.add(drain(types.first(1), options.messages, options.messages, QtBareLoop));
+        }
+        report.ratio(u"  the bare loop through Qt's driver"_s, table.database(),
+                     direct.middle().time, throughQt.middle().time, u"us"_s, {});
+        report.ratio(u"  its processor time"_s, table.database(), direct.middle().processor,
+                     throughQt.middle().processor, u"us"_s, {});
+    }
+
     void manyTypes(Series &series, const QList<int> &typeCounts)
     {
         for (int count : typeCounts) {
@@ -295,6 +310,13 @@ public:
     }
 
 private:
+    enum Program
+    {
+        Service,
+        BareLoop,
+        QtBareLoop
+    };
+
     QString settingsPath() const { return root + u"/tallocash/cash/conf/bench.ini"_s; }
     QString logPath() const { return root + u"/queue.log"_s; }
 
@@ -318,15 +340,15 @@ private:
         Costs bare;
         Costs service;
         for (int round = 0; round < options.rounds; ++round) {
-            bare.add(drain(names, rows, measured, true));
-            service.add(drain(names, rows, measured, false));
+            bare.add(drain(names, rows, measured, BareLoop));
+            service.add(drain(names, rows, measured, Service));
             if (names.size() == 1)
                 compareHeads();
         }
         return {bare.middle(), service.middle()};
     }
 
-    Cost drain(const QStringList &names, int rows, int measured, bool isBare)
+    Cost drain(const QStringList &names, int rows, int measured, Program program)
     {
         // A long queue is left as it is between rounds: what is taken from it does not count.
         if (rows <= measured || table.count() < rows / 10 * 9) {
@@ -335,12 +357,14 @@ private:
         }
         receiver.expect(measured);
         std::vector<std::unique_ptr<Process>> processes;
-        if (isBare) {
+        if (program != Service) {
+            QStringList where = table.bareLoopArguments();
+            if (program == QtBareLoop)
+                where.first().prepend(u"qt-"_s);
             const int each = measured / static_cast<int>(names.size());
             for (const QString &name : names)
                 processes.push_back(std::make_unique<Process>(
-                    options.bareLoop,
-                    table.bareLoopArguments() + QStringList{name, QString::number(each)},
+                    options.bareLoop, where + QStringList{name, QString::number(each)},
                     root + u"/bare.log"_s));
         } else {
             processes.push_back(startService());
@@ -356,7 +380,7 @@ private:
         awaitRequests(measured);
         const double used = processor() - before;
         const Receiver::Drain seen = receiver.drain();
-        (isBare ? bareHead : serviceHead) = seen.head;
+        (program == Service ? serviceHead : bareHead) = seen.head;
         for (const auto &process : processes) {
             if (!process->end())
                 fail(u"a program under measurement ended badly, see %1"_s.arg(root));
@@ -426,7 +450,10 @@ private:
         receiver.expect(messages);
         const QString counts = root + u"/callgrind.out"_s;
         QFile::remove(counts);
-        const QStringList tool{u"--tool=callgrind"_s, u"--callgrind-out-file="_s + counts};
+        const QStringList tool{
+            u"--tool=callgrind"_s, u"--callgrind-out-file="_s + counts,
+            // Comes ten times a second, and so more often the slower the machine.
+            u"--toggle-collect=Config::refresh(Config::State&)"_s, u"--collect-atstart=yes"_s};
         const QStringList bareLoop = QStringList{options.bareLoop} + table.bareLoopArguments()
                                      + QStringList{types.first(), QString::number(messages)};
         Process process(u"valgrind"_s, tool + (isBare ? bareLoop : QStringList{options.service}),
@@ -482,6 +509,8 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
                 : u"SQLite, synchronous=FULL; the service logs to a file, as systemd keeps its output"_s);
         if (wants(u"drain"_s))
             bench.oneType();
+        if (wants(u"driver"_s))
+            bench.driver();
         if (wants(u"types"_s))
             bench.manyTypes(*throughput, isQuick ? QList{8} : QList{1, 2, 4, 6, 8});
         if (wants(u"backlog"_s))
@@ -510,8 +539,9 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    const QStringList all{u"drain"_s,   u"types"_s,  u"backlog"_s, u"start"_s, u"worker"_s,
-                          u"control"_s, u"memory"_s, u"long"_s,    u"idle"_s,  u"instructions"_s};
+    const QStringList all{u"drain"_s, u"driver"_s, u"types"_s,       u"backlog"_s,
+                          u"start"_s, u"worker"_s, u"control"_s,     u"memory"_s,
+                          u"long"_s,  u"idle"_s,   u"instructions"_s};
     const QStringList quick{u"drain"_s, u"types"_s, u"start"_s, u"worker"_s, u"memory"_s};
 
     QCommandLineParser parser;
