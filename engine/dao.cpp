@@ -227,7 +227,7 @@ void DAO::execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings)
 bool DAO::execute(QSqlQuery &query)
 {
     QString error;
-    if (!isFileCurrent())
+    if (!isFileCurrentFor(query))
         error = u"файл базы данных удалён или заменён"_s;
     else if (!query.exec())
         error = query.lastError().text();
@@ -240,9 +240,10 @@ bool DAO::execute(QSqlQuery &query)
     return false;
 }
 
-bool DAO::isFileCurrent()
+bool DAO::isFileCurrentFor(const QSqlQuery &query)
 {
-    if (!nextFileCheck.hasExpired())
+    const bool isFrequent = &query == &read || &query == &removal;
+    if (isFrequent && !nextFileCheck.hasExpired())
         return true;
     if (!connectionFactory()->isConnectionCurrent(connectionName))
         return false;

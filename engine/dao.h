@@ -75,9 +75,9 @@ private:
     /// Leaves `query` without rows when it could not be run.
     void execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings);
     bool execute(QSqlQuery &query);
-    /// Looks at the database's file from time to time. What runs in between on a file that was deleted
-    /// or replaced takes rows from the old one, whose messages have their place there.
-    bool isFileCurrent();
+    /// Looks at the database's file; for the two statements of each delivery only from time to time. What
+    /// these do in between, on a file that was deleted or replaced, they do to the rows of the old one.
+    bool isFileCurrentFor(const QSqlQuery &query);
     Message toMessage(const QSqlQuery &row);
 
     QString connectionName;
