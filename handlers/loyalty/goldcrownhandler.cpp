@@ -22,8 +22,8 @@ QDomElement firstInside(const QDomElement &element, const QString &tag)
 
 } // namespace
 
-GoldCrownHandler::GoldCrownHandler()
-    : BasicHandler(u"goldcrown"_s)
+GoldCrownHandler::GoldCrownHandler(const QString &type)
+    : BasicHandler(type)
 {
 }
 

@@ -6,12 +6,12 @@
 #include <QList>
 #include <QString>
 
-/// Delivers `goldcrown` messages: the prepared bytes in one POST, over TLS with the till's certificate.
+/// Delivers `goldcrown`, `spasiboBatch` and `spasiboReverse` messages: the prepared bytes in one POST, over TLS with the till's certificate.
 /// The code in the XML reply decides whether the message is finished with.
 class GoldCrownHandler : public BasicHandler
 {
 public:
-    GoldCrownHandler();
+    explicit GoldCrownHandler(const QString &type);
     bool sendMessage(const Message &message) override;
     /// True when the operation is done, or has failed in a way that needs no further attempt.
     virtual bool parseReply(const QByteArray &reply);

@@ -80,8 +80,8 @@ QString errorCodeOf(const QByteArray &reply)
 
 } // namespace
 
-SpasiboHandler::SpasiboHandler(const QString &type)
-    : BasicHandler(type)
+SpasiboHandler::SpasiboHandler()
+    : BasicHandler(u"spasibo"_s)
     , retryRules(parseRetryRules(Singleton<Config>::instance()->getStringList(
           u"Spasibo:restRetryErrors"_s, defaultRetryErrors())))
     , sendLimit(Singleton<Config>::instance()->getInt(u"Spasibo:sendLimit"_s, 20))

@@ -19,15 +19,14 @@ struct RetryRule
     bool operator==(const RetryRule &) const = default;
 };
 
-/// Delivers `spasibo`, `spasiboBatch` and `spasiboReverse` messages: the whole request that the till has
-/// prepared. An answer that a retry rule names keeps the message, until the service has answered
+/// Delivers `spasibo` messages: the whole request that the till has prepared. An answer that a retry rule names keeps the message, until the service has answered
 /// `Spasibo:sendLimit` attempts; any other finishes it. Answered attempts are counted in the row's status
 /// code. Without an answer the message stays, and nothing is counted.
 class SpasiboHandler : public BasicHandler
 {
 public:
     /// Reads the rules and the limit from the settings.
-    explicit SpasiboHandler(const QString &type);
+    SpasiboHandler();
     bool sendMessage(const Message &message) override;
 
 protected:

@@ -42,7 +42,11 @@ QByteArray read(const QString &path)
 class Lenient : public GoldCrownHandler
 {
 public:
-    explicit Lenient(const QList<int> &codes) { allowedErrors = codes; }
+    explicit Lenient(const QList<int> &codes)
+        : GoldCrownHandler(u"goldcrown"_s)
+    {
+        allowedErrors = codes;
+    }
     void onAllowedError(const QString &description) override { descriptions.append(description); }
 
     QStringList descriptions;
@@ -58,6 +62,7 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
+    void request_data();
     void request();
     void failedExchange_data();
     void failedExchange();
@@ -119,11 +124,19 @@ int TstGoldCrownHandler::runsOfTheTool() const
     return static_cast<int>(read(folder->filePath(u"runs"_s)).count("run"));
 }
 
+void TstGoldCrownHandler::request_data()
+{
+    QTest::addColumn<QString>("type");
+    for (const char *type : {"goldcrown", "spasiboBatch", "spasiboReverse"})
+        QTest::newRow(type) << QString::fromLatin1(type);
+}
+
 void TstGoldCrownHandler::request()
 {
-    const LogCapture log(u"goldcrown"_s);
+    QFETCH(QString, type);
+    const LogCapture log(type);
     FakeRestClient net({reply(200, done)});
-    QVERIFY(deliver(u"goldcrown"_s, message(source)));
+    QVERIFY(deliver(type, message(source)));
 
     const QString pem = folder->path() + u"/tmp/queue_spasibo_"_s
                         + QString::fromLatin1(
@@ -290,7 +303,7 @@ void TstGoldCrownHandler::judgement()
     QFETCH(bool, finished);
     QFETCH(QStringList, lines);
     const LogCapture log(u"goldcrown"_s);
-    QCOMPARE(GoldCrownHandler().parseReply(reply), finished);
+    QCOMPARE(GoldCrownHandler(u"goldcrown"_s).parseReply(reply), finished);
     QCOMPARE(log.lines(), lines);
 }
 
@@ -301,7 +314,7 @@ void TstGoldCrownHandler::windows1251()
                                                "<r><status><code>7</code><description>Карта "
                                                "заблокирована</description></status></r>"_s);
     const LogCapture log(u"goldcrown"_s);
-    QVERIFY(!GoldCrownHandler().parseReply(bytes));
+    QVERIFY(!GoldCrownHandler(u"goldcrown"_s).parseReply(bytes));
     QCOMPARE(log.lines(), (QStringList{u"WARN Код ошибки: 7"_s,
                                        u"WARN Сообщение об ошибке: Карта заблокирована"_s}));
 }
@@ -346,6 +359,10 @@ void TstGoldCrownHandler::nothingIsAllowedAtFirst()
 {
     struct Look : GoldCrownHandler
     {
+        Look()
+            : GoldCrownHandler(u"goldcrown"_s)
+        {
+        }
         QList<int> codes() const { return allowedErrors; }
     };
     QCOMPARE(Look().codes(), QList<int>());

@@ -54,7 +54,7 @@ class Spasibo : public SpasiboHandler
 {
 public:
     Spasibo()
-        : SpasiboHandler(u"spasibo"_s)
+        : SpasiboHandler()
     {
     }
     QString rules() const { return asText(retryRules); }
@@ -85,7 +85,6 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
-    void request_data();
     void request();
     void unusableUrl_data();
     void unusableUrl();
@@ -171,22 +170,13 @@ QString TstSpasiboHandler::pemOf(const QString &file) const
            + u".pem"_s;
 }
 
-void TstSpasiboHandler::request_data()
-{
-    QTest::addColumn<QString>("type");
-    QTest::newRow("spasibo") << u"spasibo"_s;
-    QTest::newRow("spasiboBatch") << u"spasiboBatch"_s;
-    QTest::newRow("spasiboReverse") << u"spasiboReverse"_s;
-}
-
 void TstSpasiboHandler::request()
 {
-    QFETCH(QString, type);
-    const LogCapture log(type);
+    const LogCapture log(u"spasibo"_s);
     FakeRestClient net({reply(201)});
     const QString body =
         uR"({"method":"PATCH","url":"https://bank.test/v1?a=b c","headers":{"X-Till":3},"body":"%1","timeout":7})"_s;
-    QVERIFY(deliver(type, body));
+    QVERIFY(deliver(u"spasibo"_s, body));
     QCOMPARE(net.steps(),
              (QStringList{u"setTimeout 7"_s, u"PATCH https://bank.test/v1?a=b%20c"_s}));
     QCOMPARE(net.lastRequest().headers, (QMap<QString, QString>{{u"X-Till"_s, u"3"_s}}));
@@ -518,10 +508,10 @@ void TstSpasiboHandler::convertsOnce()
     const QString place = folder->filePath(u"till.p12"_s);
     QVERIFY(QFile::copy(source, place));
     QVERIFY(deliver(u"spasibo"_s, withCertificate(place, u"secret"_s)));
-    for (const QString &type : {u"spasibo"_s, u"spasiboBatch"_s, u"spasiboReverse"_s}) {
+    for (int delivery = 0; delivery < 2; ++delivery) {
         net.nextDelivery();
         net.play({reply(200)});
-        QVERIFY(deliver(type, withCertificate(place, u"secret"_s)));
+        QVERIFY(deliver(u"spasibo"_s, withCertificate(place, u"secret"_s)));
         QCOMPARE(net.lastRequest().certificatePath, pemOf(source));
     }
     QCOMPARE(runsOfTheTool(), 1);
