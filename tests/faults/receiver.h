@@ -1,0 +1,63 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <thread>
+
+namespace faults {
+
+/// A local HTTP peer for many thousand deliveries: plain sockets, one thread, kept-alive connections.
+/// Thread: any; the answers are asked for in the receiver's own thread.
+class Receiver
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    struct Request
+    {
+        std::string verb;
+        std::string target;
+        std::string body;
+        /// When its last byte had been read.
+        Clock::time_point time;
+    };
+
+    /// The bytes of the answer to a request. Empty: none is given, and the connection stays open.
+    using Answer = std::function<std::string(const Request &)>;
+
+    /// Listens on a free port of 127.0.0.1. Throws std::system_error.
+    explicit Receiver(Answer answer);
+    ~Receiver();
+    Receiver(const Receiver &) = delete;
+    Receiver &operator=(const Receiver &) = delete;
+
+    int port() const { return portNumber; }
+
+    /// Once the peers are gone: returns when everything that they had sent was answered.
+    void settle();
+
+    /// The bytes of a whole answer.
+    static std::string reply(int status, std::string_view body = {});
+
+private:
+    void run();
+    void accept();
+    /// False when the connection is over.
+    bool read(int connection);
+
+    const Answer answer;
+    int listener = -1;
+    int poller = -1;
+    int wakeUp = -1;
+    int portNumber = 0;
+    /// What has arrived of a request that is not whole yet. Touched by the receiver's thread alone.
+    std::map<int, std::string> connections;
+    std::atomic<int> openConnections = 0;
+    std::thread thread;
+};
+
+} // namespace faults

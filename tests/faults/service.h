@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QProcess>
+#include <QString>
+
+namespace faults {
+
+/// The real service as a process of its own, in the folder that QUEUE_ROOT names. Dies with the test.
+/// Thread: the one that made it.
+class Service
+{
+public:
+    /// `logPath`: where its output goes, one run behind the other.
+    Service(const QString &logPath, int controlPort);
+    ~Service();
+    Service(const Service &) = delete;
+
+    void start();
+    bool isRunning();
+    /// SIGKILL, and the process is gone when this returns.
+    void kill();
+    /// SIGTERM. False when it did not end in good order within `limitMs`.
+    bool stop(int limitMs = 60'000);
+    /// How the process that is no longer running has ended: "exit 1" or "signal".
+    QString end() const;
+    qint64 processId() const { return process.processId(); }
+
+    /// The control interface's answer; empty when it gave none.
+    QJsonObject ask(const QString &path, int limitMs = 10'000) const;
+    /// Everything written since the first start.
+    QByteArray log() const;
+
+    /// A port that was free just now.
+    static int freePort();
+
+private:
+    QProcess process;
+    QString logPath;
+    int controlPort;
+};
+
+} // namespace faults

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "tests/faults/receiver.h"
+
+#include <QHash>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+
+namespace faults {
+
+/// Messages of eight types whose handlers differ, and the peer that they go to. A message bears a number
+/// in all its requests; the peer writes down what became of each number.
+/// Thread: any.
+class Traffic
+{
+public:
+    /// The eight types.
+    static const QStringList &types();
+
+    /// What the peer knows of one message.
+    struct Record
+    {
+        /// How often it was told that the message is finished with.
+        int done = 0;
+        int refused = 0;
+        /// The life of the service in which it was last told so.
+        int lastLife = -1;
+    };
+
+    struct Counts
+    {
+        int requests = 0;
+        /// Messages that are done.
+        int messages = 0;
+        int refusals = 0;
+        /// Deliveries of messages that were done before.
+        int repeats = 0;
+        /// Of these, the ones within one life of the service.
+        int repeatsInOneLife = 0;
+        /// Of the type that keeps an order, messages that came before an older one about the same.
+        int outOfOrder = 0;
+    };
+
+    Traffic();
+
+    /// The type and the body of the message with this number.
+    static QString typeOf(int number) { return types().at(number % types().size()); }
+    QString body(int number) const;
+    /// The number in a body.
+    static int numberIn(const std::string &text);
+
+    /// While it does, every seventh message is refused twice before it is taken.
+    void setRefusing(bool on);
+    /// A new life of the service: what is in the table may now be delivered once more.
+    void beginLife();
+
+    Counts counts() const;
+    QHash<int, Record> records() const;
+    QSet<int> done() const;
+    /// Deliveries of one type that were repeats.
+    QHash<QString, int> repeatsByType() const;
+
+    /// Waits until `condition` holds, which is asked after every request. False when it did not within
+    /// `limit`.
+    bool waitFor(const std::function<bool(const Counts &)> &condition,
+                 std::chrono::microseconds limit) const;
+
+private:
+    std::string answer(const Receiver::Request &request);
+    std::string judge(const QString &type, int number, const std::string &target);
+    bool refuse(int number);
+    void finish(const QString &type, int number);
+
+    mutable std::mutex mutex;
+    mutable std::condition_variable changed;
+    Counts counts_;
+    QHash<int, Record> records_;
+    QHash<QString, int> repeatsByType_;
+    bool refusing = true;
+    int life = 0;
+    /// Last, so that its thread ends first.
+    Receiver receiver;
+};
+
+} // namespace faults

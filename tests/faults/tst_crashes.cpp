@@ -1,0 +1,159 @@
+#include "tests/faults/feeder.h"
+#include "tests/faults/form.h"
+#include "tests/faults/service.h"
+#include "tests/faults/traffic.h"
+#include "tests/support/mariadbserver.h"
+#include "tests/support/queuedatabase.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QTest>
+
+#include <random>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+/// The service is killed at random moments while eight types drain and rows keep coming, some of which their
+/// peer refuses at first. QUEUE_FAULTS_SEED repeats a run's moments.
+class TstCrashes : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit TstCrashes(MariaDbServer *server)
+        : server(server)
+    {
+    }
+
+private Q_SLOTS:
+    void killedAtRandomMoments();
+
+private:
+    /// What is neither in the table nor at the peer, and what is wrong with the file of fail ids.
+    QStringList findings(QueueDatabase &database, const faults::Traffic &traffic, int written);
+
+    MariaDbServer *server;
+};
+
+QStringList TstCrashes::findings(QueueDatabase &database, const faults::Traffic &traffic,
+                                 int written)
+{
+    QStringList result;
+    // First the table, then the peer: a row that has left the one is at the other by then.
+    const QList<QVariantList> rows = database.query(u"SELECT body FROM message"_s);
+    QSet<int> kept = traffic.done();
+    for (const QVariantList &row : rows)
+        kept.insert(faults::Traffic::numberIn(row.value(0).toString().toStdString()));
+    for (int number = 0; number < written; ++number) {
+        if (!kept.contains(number))
+            result.append(u"message %1 of type %2 is gone"_s.arg(QString::number(number),
+                                                                 faults::Traffic::typeOf(number)));
+    }
+
+    const QDir folder(database.root() + u"/tallocash/cash/queue"_s);
+    QFile ids(folder.filePath(u"ids.json"_s));
+    if (ids.open(QIODevice::ReadOnly)) {
+        const QByteArray text = ids.readAll();
+        if (!QJsonDocument::fromJson(text).isObject())
+            result.append(u"ids.json holds '%1'"_s.arg(QString::fromUtf8(text)));
+    }
+    return result;
+}
+
+void TstCrashes::killedAtRandomMoments()
+{
+    const int kills = faults::count(20, 200);
+    const uint seed = qEnvironmentVariableIsSet("QUEUE_FAULTS_SEED")
+                          ? qEnvironmentVariable("QUEUE_FAULTS_SEED").toUInt()
+                          : std::random_device()();
+    qInfo("QUEUE_FAULTS_SEED=%u", seed);
+    std::mt19937 random(seed);
+
+    QueueDatabase database;
+    const int port = faults::Service::freePort();
+    database.setSettings(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(port)
+                         + (server ? server->settings() : QString()));
+    if (server)
+        server->run(u"TRUNCATE queues.message; TRUNCATE queues.documentcard"_s);
+    database.query(u"INSERT INTO documentcard (id, operationinfo) VALUES (1, '')"_s);
+
+    faults::Traffic traffic;
+    faults::Feeder feeder(database, traffic, 160);
+    faults::Service service(database.root() + u"/service.log"_s, port);
+    int inDelivery = 0;
+    for (int kill = 0; kill < kills; ++kill) {
+        traffic.beginLife();
+        const int before = traffic.counts().requests;
+        service.start();
+        if (random() % 4 == 0) {
+            // Somewhere on the way up: connecting, reading or writing the fail ids, the first requests.
+            traffic.waitFor([](const auto &) { return false; },
+                            std::chrono::milliseconds(random() % 80));
+        } else {
+            const int wanted = before + 1 + static_cast<int>(random() % 60);
+            traffic.waitFor([before](const auto &counts) { return counts.requests > before; }, 5s);
+            // A life in which all workers have met a refusal has nothing more to offer.
+            traffic.waitFor([wanted](const auto &counts) { return counts.requests >= wanted; },
+                            250ms);
+            // Somewhere between a request, its answer, the deletion and the next read.
+            traffic.waitFor([](const auto &) { return false; },
+                            std::chrono::microseconds(random() % 3000));
+        }
+        QVERIFY2(service.isRunning(), service.log().right(2000).constData());
+        service.kill();
+        inDelivery += traffic.counts().requests > before ? 1 : 0;
+        const QStringList found = findings(database, traffic, feeder.written());
+        QVERIFY2(found.isEmpty(), qPrintable(found.join(u'\n')));
+    }
+
+    feeder.stop();
+    const int written = feeder.written();
+    traffic.setRefusing(false);
+    traffic.beginLife();
+    service.start();
+    QVERIFY2(
+        traffic.waitFor([written](const auto &counts) { return counts.messages == written; }, 120s),
+        service.log().right(2000).constData());
+    QTRY_COMPARE_WITH_TIMEOUT(database.ids(), QList<int>(), 60'000);
+    QVERIFY(service.stop());
+    const QStringList found = findings(database, traffic, written);
+    QVERIFY2(found.isEmpty(), qPrintable(found.join(u'\n')));
+    if (!server)
+        QCOMPARE(database.query(u"PRAGMA queues.integrity_check"_s).value(0).value(0).toString(),
+                 u"ok"_s);
+
+    const faults::Traffic::Counts counts = traffic.counts();
+    const int workers = static_cast<int>(faults::Traffic::types().size());
+    const QStringList left = QDir(database.root() + u"/tallocash/cash/queue"_s)
+                                 .entryList({u"ids.json?*"_s}, QDir::Files | QDir::Hidden);
+    qInfo("%s: %d kills, %d of them while messages went out; %d messages written, %d received; "
+          "%d refusals; %d repeats, allowed %d; %d temporary files of the fail ids left behind",
+          server ? "MariaDB" : "SQLite", kills, inDelivery, written, counts.messages,
+          counts.refusals, counts.repeats, kills * workers, static_cast<int>(left.size()));
+    QCOMPARE(counts.messages, written);
+    // A worker that dies has one delivery under way, and only that one may go out again.
+    QVERIFY(counts.repeats <= kills * workers);
+    const QHash<QString, int> repeats = traffic.repeatsByType();
+    for (const auto &[type, count] : repeats.asKeyValueRange())
+        QVERIFY2(count <= kills, qPrintable(type));
+    QCOMPARE(counts.repeatsInOneLife, 0);
+    QCOMPARE(counts.outOfOrder, 0);
+    // Else the kills met nothing that could break.
+    QVERIFY(inDelivery >= kills / 2);
+    QVERIFY(counts.refusals > 0);
+}
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    TstCrashes onSqlite(nullptr);
+    int failures = QTest::qExec(&onSqlite, argc, argv);
+    MariaDbServer server;
+    TstCrashes onServer(&server);
+    failures += QTest::qExec(&onServer, argc, argv);
+    return failures;
+}
+
+#include "tst_crashes.moc"
