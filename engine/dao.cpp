@@ -217,8 +217,11 @@ void DAO::execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings)
     // One bad statement is no lost database; the probe tells which it was.
     const bool isAlive = connectionFactory()->isConnectionCurrent(connectionName) && probe.exec();
     probe.finish();
-    if (isAlive)
+    if (isAlive) {
+        // Perhaps it could not even be prepared, and this store may live as long as the service.
+        query.prepare(query.lastQuery());
         return;
+    }
     logger->error(u"База данных недоступна"_s);
     ++errorsCount;
     connected = false;

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QList>
+#include <QSqlDriver>
+#include <QString>
+
+/// Qt's SQLite driver behind a counter: every opening, preparation and execution is a step, and a step that
+/// is told to fails with an error of its own instead of reaching SQLite.
+namespace faultydriver {
+
+struct Step
+{
+    enum class Kind
+    {
+        Open,
+        Prepare,
+        Execute,
+    };
+
+    Kind kind = Kind::Open;
+    /// Empty for an opening.
+    QString statement;
+    bool failed = false;
+
+    bool operator==(const Step &) const = default;
+};
+
+/// From now on connections of the driver QSQLITE are made by this one, for the rest of the process.
+void install();
+/// Counts anew from 1 and forgets the steps so far. `from`: the first step that fails, 0 for none;
+/// `isForEver`: and all behind it.
+void arm(int from, bool isForEver);
+/// The steps since arm(), of all threads.
+QList<Step> steps();
+
+} // namespace faultydriver

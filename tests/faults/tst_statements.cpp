@@ -1,0 +1,333 @@
+#include "app/queuehandler.h"
+#include "engine/basichandler.h"
+#include "shared/core/basicexception.h"
+#include "tests/faults/faultydriver.h"
+#include "tests/faults/form.h"
+#include "tests/support/queuedatabase.h"
+
+#include <QTest>
+
+#include <thread>
+
+using namespace Qt::StringLiterals;
+using faultydriver::Step;
+
+namespace {
+
+const QString probeText = u"SELECT COUNT(messageid), creationtime FROM queues.message LIMIT 1"_s;
+const QString removalText = u"DELETE FROM message WHERE messageid = :messageid"_s;
+
+/// What a connection is brought up with, before the statements of the store.
+bool isOfTheConnection(const Step &step)
+{
+    return step.kind == Step::Kind::Open || step.statement.startsWith(u"PRAGMA"_s)
+           || step.statement.startsWith(u"ATTACH"_s) || step.statement.contains(u"sqlite_master"_s);
+}
+
+/// A database that cannot be put into its usual mode of writing serves all the same.
+bool isTolerated(const Step &step)
+{
+    return step.statement.contains(u"journal_mode"_s);
+}
+
+/// The errors that one store has to count for its steps: one for a statement that failed, one for a probe
+/// that failed, be it after another statement or by itself, one for a connection that could not be brought
+/// up anew. `isConnected`: the steps begin behind a connection that succeeded.
+int expectedErrors(const QList<Step> &steps, bool isConnected)
+{
+    int errors = 0;
+    bool isConnecting = false;
+    bool isFirstConnection = !isConnected;
+    for (const Step &step : steps) {
+        if (step.kind == Step::Kind::Open)
+            isConnecting = true;
+        if (isOfTheConnection(step)) {
+            if (isConnecting && step.failed && !isTolerated(step)) {
+                // The first connection of a worker throws instead.
+                errors += isFirstConnection ? 0 : 1;
+                // A preparation of ATTACH that failed is followed by its execution.
+                isConnecting = false;
+            }
+            continue;
+        }
+        isConnecting = false;
+        isFirstConnection = false;
+        if (step.kind == Step::Kind::Execute && step.failed)
+            ++errors;
+    }
+    return errors;
+}
+
+/// What the deliveries of all workers come to.
+struct Peer
+{
+    QHash<int, int> deliveries;
+    /// Refused until the test says otherwise.
+    QSet<int> refused;
+};
+
+class CountingHandler : public BasicHandler
+{
+public:
+    CountingHandler(const QString &type, Peer &peer)
+        : BasicHandler(type)
+        , peer(peer)
+    {
+    }
+
+    bool sendMessage(const Message &message) override
+    {
+        if (peer.refused.contains(message.id))
+            return false;
+        ++peer.deliveries[message.id];
+        return true;
+    }
+    void processMessages() override
+    {
+        BasicHandler::processMessages();
+        errors = dao->getErrorsCount();
+    }
+
+    /// Of its store; -1 before the end of the pass.
+    int errors = -1;
+
+private:
+    Peer &peer;
+};
+
+} // namespace
+
+/// Every statement of the store fails in its turn, once and from then on, and nothing worse comes of it than
+/// an empty queue and a counted error.
+class TstStatements : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { faultydriver::install(); }
+    void operations_data();
+    void operations();
+    void passes_data();
+    void passes();
+    void statementThatCouldNotBePrepared();
+
+private:
+    void runOperations(queue::DAO &dao, int doomed);
+    void runPass(QueueHandler &manager, const std::shared_ptr<SharedState> &state, Peer &peer);
+
+    /// Findings of the pass under way.
+    QStringList findings;
+    int prescribedEnds = 0;
+};
+
+void TstStatements::operations_data()
+{
+    QTest::addColumn<bool>("isForEver");
+    QTest::newRow("once") << false;
+    QTest::newRow("for ever") << true;
+}
+
+/// Every operation that the store offers.
+void TstStatements::runOperations(queue::DAO &dao, int doomed)
+{
+    dao.hasMessages(u"cardlab"_s, QString());
+    dao.hasMessages(u"cardlab"_s, u"7"_s);
+    dao.getMessage(u"cardlab"_s, -1, false, QString());
+    dao.getMessage(u"cardlab"_s, -1, false, u"7"_s);
+    dao.getMessages(u"cardlab"_s, -1, 5, true, QString());
+    dao.getMessages(u"cardlab"_s, -1, 5, true, u"7"_s);
+    dao.hasEarlierMessage(u"cardlab"_s, doomed, u"mark"_s);
+    dao.getMessageTypeCounts();
+    dao.updateStatusCode(doomed, u"3"_s);
+    dao.getQueueInfo();
+    dao.deleteMessage(doomed);
+}
+
+void TstStatements::operations()
+{
+    QFETCH(bool, isForEver);
+    int cases = 0;
+    int errors = 0;
+    int total = 1;
+    for (int chosen = 0; chosen <= total; ++chosen) {
+        faultydriver::arm(0, false);
+        QueueDatabase database;
+        const int kept = database.put(u"cardlab"_s, u"{}"_s, u"7"_s);
+        const int doomed = database.put(u"cardlab"_s, u"{}"_s, u"7"_s);
+        queue::DAO dao;
+        dao.connect();
+
+        faultydriver::arm(chosen, isForEver);
+        for (int round = 0; round < faults::count(2, 5); ++round)
+            runOperations(dao, doomed);
+        const QList<Step> steps = faultydriver::steps();
+        faultydriver::arm(0, false);
+        if (chosen == 0)
+            total = static_cast<int>(steps.size());
+
+        QVERIFY2(chosen == 0 || steps.at(chosen - 1).failed, qPrintable(QString::number(chosen)));
+        QCOMPARE(dao.getErrorsCount(), expectedErrors(steps, true));
+        QCOMPARE(dao.getErrorsCount() > 0, chosen > 0);
+        // The row goes exactly when a deletion was carried out.
+        const bool isRemoved = steps.contains(Step{Step::Kind::Execute, removalText, false});
+        QCOMPARE(database.ids(), isRemoved ? QList<int>{kept} : (QList<int>{kept, doomed}));
+        // Whatever it was, the next use of the store or the one behind it works.
+        dao.getMessage(u"cardlab"_s, -1, false, QString());
+        QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, kept);
+        errors += dao.getErrorsCount();
+        ++cases;
+    }
+    qInfo("%d cases over %d statements, %d errors counted as told", cases, total, errors);
+}
+
+void TstStatements::passes_data()
+{
+    operations_data();
+}
+
+/// A poll and a worker for each of its types, one after the other.
+void TstStatements::runPass(QueueHandler &manager, const std::shared_ptr<SharedState> &state,
+                            Peer &peer)
+{
+    const qsizetype pollBegin = faultydriver::steps().size();
+    const int pollErrors = manager.getErrorsCount();
+    const QList<TypeCount> counts = manager.getStatus();
+    const int pollExpected = expectedErrors(faultydriver::steps().mid(pollBegin), true);
+    if (manager.getErrorsCount() - pollErrors != pollExpected)
+        findings.append(u"the poll counted %1 errors instead of %2"_s.arg(
+            QString::number(manager.getErrorsCount() - pollErrors), QString::number(pollExpected)));
+
+    for (const auto &[type, count] : counts) {
+        const qsizetype begin = faultydriver::steps().size();
+        bool hasThrown = false;
+        int errors = -1;
+        std::thread worker([&, typeName = type] {
+            CountingHandler handler(typeName, peer);
+            handler.setState(state);
+            try {
+                handler.run();
+            } catch (const BasicException &) {
+                hasThrown = true;
+            }
+            errors = handler.errors;
+        });
+        worker.join();
+        const QList<Step> steps = faultydriver::steps().mid(begin);
+        // Only a worker that does not get its connection may end the service.
+        const bool isLost = std::ranges::any_of(steps, [](const Step &step) {
+            return step.failed && isOfTheConnection(step) && !isTolerated(step);
+        });
+        const bool hasPrepared = std::ranges::any_of(steps, [](const Step &step) {
+            return step.kind == Step::Kind::Prepare && !isOfTheConnection(step);
+        });
+        if (hasThrown != (isLost && !hasPrepared))
+            findings.append(hasThrown ? u"a worker threw for a statement of its store"_s
+                                      : u"a worker without a connection did not throw"_s);
+        if (hasThrown) {
+            ++prescribedEnds;
+        } else if (errors != expectedErrors(steps, false)) {
+            findings.append(u"a worker counted %1 errors instead of %2"_s.arg(
+                QString::number(errors), QString::number(expectedErrors(steps, false))));
+        }
+    }
+}
+
+void TstStatements::passes()
+{
+    QFETCH(bool, isForEver);
+    const int typeCount = faults::count(2, 6);
+    const int rowsOfAType = faults::count(3, 8);
+    int cases = 0;
+    int repeats = 0;
+    int total = 1;
+    prescribedEnds = 0;
+    for (int chosen = 0; chosen <= total; ++chosen) {
+        faultydriver::arm(0, false);
+        QueueDatabase database;
+        Peer peer;
+        QList<int> written;
+        for (int row = 0; row < rowsOfAType; ++row) {
+            for (int type = 0; type < typeCount; ++type)
+                written.append(database.put(u"type%1"_s.arg(type), u"{}"_s));
+        }
+        // One row of the first type is refused, so its pass ends at it.
+        peer.refused.insert(written.at(typeCount));
+        const auto state = std::make_shared<SharedState>();
+        QueueHandler manager({}, state);
+        manager.init();
+
+        findings.clear();
+        faultydriver::arm(chosen, isForEver);
+        runPass(manager, state, peer);
+        if (chosen == 0)
+            total = static_cast<int>(faultydriver::steps().size());
+        runPass(manager, state, peer);
+        const QList<Step> steps = faultydriver::steps();
+        faultydriver::arm(0, false);
+
+        // Nothing is gone that was not delivered.
+        const QList<int> left = database.ids();
+        for (const int id : std::as_const(written)) {
+            if (!left.contains(id) && peer.deliveries.value(id) == 0)
+                findings.append(u"row %1 went away without a delivery"_s.arg(id));
+        }
+        // The peer is well and so is the database: at most a pass for each refusal and one to find the end.
+        peer.refused.clear();
+        for (int pass = 0; pass < 4 && !database.ids().isEmpty(); ++pass)
+            runPass(manager, state, peer);
+        QVERIFY2(findings.isEmpty(), qPrintable(u"step %1: "_s.arg(chosen) + findings.join(u'\n')));
+        QCOMPARE(database.ids(), QList<int>());
+
+        // Each further delivery has a deletion that could not be done.
+        const auto failedRemovals = std::ranges::count_if(steps, [](const Step &step) {
+            return step.kind == Step::Kind::Execute && step.failed && step.statement == removalText;
+        });
+        int repeatsHere = 0;
+        for (const int id : std::as_const(written)) {
+            QVERIFY(peer.deliveries.value(id) >= 1);
+            repeatsHere += peer.deliveries.value(id) - 1;
+        }
+        QCOMPARE(repeatsHere, static_cast<int>(failedRemovals));
+        repeats += repeatsHere;
+        ++cases;
+    }
+    qInfo("%d cases over %d statements of a pass, %d repeats, one for each failed deletion; "
+          "%d ends of a worker without a connection, none other",
+          cases, total, repeats, prescribedEnds);
+    QVERIFY(repeats > 0);
+    QVERIFY(prescribedEnds > 0);
+}
+
+/// The store of the main thread lives as long as the service. A statement that could not be prepared, say
+/// for a lock, must not stay useless for all that time.
+void TstStatements::statementThatCouldNotBePrepared()
+{
+    faultydriver::arm(0, false);
+    QueueDatabase database;
+    database.put(u"cardlab"_s, u"{}"_s);
+    // The second time it opens a connection of its own, as it will below.
+    for (int round = 0; round < 2; ++round) {
+        faultydriver::arm(0, false);
+        queue::DAO dao;
+        dao.connect();
+    }
+    const QList<Step> clean = faultydriver::steps();
+    int number = 0;
+    for (int i = 0; i < clean.size(); ++i) {
+        if (clean.at(i).kind == Step::Kind::Prepare
+            && clean.at(i).statement.contains(u"GROUP BY"_s))
+            number = i + 1;
+    }
+    QVERIFY(number > 0);
+
+    queue::DAO dao;
+    faultydriver::arm(number, false);
+    dao.connect();
+    QVERIFY(dao.getMessageTypeCounts().isEmpty());
+    QCOMPARE(dao.getErrorsCount(), 1);
+    QCOMPARE(dao.getMessageTypeCounts().size(), 1);
+    QCOMPARE(dao.getErrorsCount(), 1);
+}
+
+QTEST_GUILESS_MAIN(TstStatements)
+#include "tst_statements.moc"
