@@ -3,7 +3,12 @@
 #include "shared/core/basicexception.h"
 #include "tests/faults/faultydriver.h"
 #include "tests/faults/form.h"
+#include "tests/faults/memoryfolder.h"
 #include "tests/support/queuedatabase.h"
+
+#include <log4qt/level.h>
+#include <log4qt/logger.h>
+#include <log4qt/logmanager.h>
 
 #include <QTest>
 
@@ -104,7 +109,13 @@ class TstStatements : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { faultydriver::install(); }
+    void initTestCase()
+    {
+        faultydriver::install();
+        faults::useMemoryForTemporaryFolders();
+        // Some ten thousand failures would be told of.
+        Log4Qt::LogManager::rootLogger()->setLevel(Log4Qt::Level(Log4Qt::Level::OFF_INT));
+    }
     void operations_data();
     void operations();
     void passes_data();
