@@ -6,6 +6,7 @@
 #include <QTcpSocket>
 
 #include <csignal>
+#include <linux/capability.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -26,10 +27,13 @@ Service::Service(const QString &logPath, int controlPort)
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.setStandardOutputFile(logPath, QIODevice::Append);
     const pid_t test = ::getpid();
-    process.setChildProcessModifier([test] {
+    process.setChildProcessModifier([this, test] {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (::getppid() != test)
             ::_exit(1);
+        // Nobody but root may give it up, and nobody else has it.
+        if (obeysFileRights)
+            ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
     });
 }
 

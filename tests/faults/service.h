@@ -16,6 +16,8 @@ public:
     ~Service();
     Service(const Service &) = delete;
 
+    /// From the next start on the rights of files hold for the service also where root runs the test.
+    void obeyFileRights() { obeysFileRights = true; }
     void start();
     bool isRunning();
     /// SIGKILL, and the process is gone when this returns.
@@ -38,6 +40,7 @@ private:
     QProcess process;
     QString logPath;
     int controlPort;
+    bool obeysFileRights = false;
 };
 
 } // namespace faults

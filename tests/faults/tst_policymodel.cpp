@@ -230,7 +230,7 @@ void TstPolicyModel::step()
     } else if (dice < 97) {
         what = u"a signal to end during a delivery, a poll that comes too late, and a new start"_s;
         const QString type = types.at(anyOf(3));
-        peers.stopAt = anyRow();
+        peers.stopAt = anyOf(2) == 0 ? anyRow() : model.next(type);
         manager->startHandler(type, QString());
         QThreadPool::globalInstance()->waitForDone();
         model.pass(type, peers.refused, peers.stopAt);
@@ -264,7 +264,7 @@ void TstPolicyModel::randomWalk()
 {
     const int steps = qEnvironmentVariableIsSet("QUEUE_FAULTS_STEPS")
                           ? qEnvironmentVariableIntValue("QUEUE_FAULTS_STEPS")
-                          : faults::count(3'000, 100'000);
+                          : faults::count(5'000, 100'000);
     const uint seed = qEnvironmentVariableIsSet("QUEUE_FAULTS_SEED")
                           ? qEnvironmentVariable("QUEUE_FAULTS_SEED").toUInt()
                           : std::random_device()();

@@ -1,0 +1,147 @@
+#include "tests/faults/databaserun.h"
+#include "tests/faults/form.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+
+#include <cstring>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using faults::Run;
+
+namespace {
+
+/// Mounts of this process are its own from here on. False where the system allows neither root nor an
+/// ordinary user that.
+bool separateMounts()
+{
+    const uid_t user = ::getuid();
+    const gid_t group = ::getgid();
+    if (user == 0)
+        return ::unshare(CLONE_NEWNS) == 0
+               && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
+        return false;
+    const std::pair<const char *, QByteArray> maps[] = {
+        {"/proc/self/setgroups", "deny"},
+        {"/proc/self/uid_map", QByteArray::number(user) + ' ' + QByteArray::number(user) + " 1"},
+        {"/proc/self/gid_map", QByteArray::number(group) + ' ' + QByteArray::number(group) + " 1"},
+    };
+    for (const auto &[path, text] : maps) {
+        const int file = ::open(path, O_WRONLY | O_CLOEXEC);
+        if (file < 0 || ::write(file, text.constData(), static_cast<size_t>(text.size())) < 0)
+            return false;
+        ::close(file);
+    }
+    return true;
+}
+
+bool canMount = false;
+
+} // namespace
+
+/// What can happen to the file of the embedded database while eight types drain.
+class TstFileFaults : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void lockedByAnotherProcess();
+    void readOnly();
+    void diskFull();
+};
+
+/// Longer than a connection waits for the lock. Rows are read all the while, and none can be deleted.
+void TstFileFaults::lockedByAnotherProcess()
+{
+    Run run{QString()};
+    run.write(faults::count(400, 4'000));
+    run.start();
+    QVERIFY(run.waitForRequests(50));
+    const int rounds = faults::count(1, 5);
+    for (int round = 0; round < rounds; ++round) {
+        run.database.query(u"BEGIN EXCLUSIVE"_s);
+        const qsizetype wanted =
+            run.service.log().count(faults::failedStatement) + faults::Traffic::types().size();
+        const bool isMet =
+            run.wait([&] { return run.service.log().count(faults::failedStatement) >= wanted; });
+        run.database.query(u"ROLLBACK"_s);
+        QVERIFY(isMet);
+        run.write(100);
+    }
+    QCOMPARE(run.errorsCount(), 0);
+    run.finish("locked");
+    QCOMPARE(run.ends, 0);
+}
+
+void TstFileFaults::readOnly()
+{
+    Run run{QString()};
+    run.service.obeyFileRights();
+    run.write(faults::count(400, 4'000));
+    run.start();
+    QVERIFY(run.waitForRequests(50));
+    const QDir folder = QFileInfo(run.database.file()).dir();
+    QVERIFY(QFile::setPermissions(run.database.file(), QFile::ReadOwner));
+    QVERIFY(QFile::setPermissions(folder.path(), QFile::ReadOwner | QFile::ExeOwner));
+    // What is open stays open for writing, so only the next life feels it.
+    run.service.kill();
+    ++run.kills;
+    run.start();
+    const bool isMet = run.wait(
+        [&] { return run.service.log().count(faults::failedStatement) >= faults::count(8, 80); });
+    QVERIFY(QFile::setPermissions(folder.path(),
+                                  QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    QVERIFY(QFile::setPermissions(run.database.file(), QFile::ReadOwner | QFile::WriteOwner));
+    QVERIFY(isMet);
+    QCOMPARE(run.errorsCount(), 0);
+    run.finish("read-only");
+}
+
+void TstFileFaults::diskFull()
+{
+    if (!canMount)
+        QSKIP("neither root nor this user may mount a small file system here");
+    QTemporaryDir place;
+    QVERIFY2(::mount("none", QFile::encodeName(place.path()).constData(), "tmpfs", 0, "size=8m")
+                 == 0,
+             std::strerror(errno));
+    {
+        Run run(u"[database]\nname = %1/queues.db\n"_s.arg(place.path()));
+        run.write(faults::count(1'500, 5'000));
+        run.start();
+        QVERIFY(run.waitForRequests(30));
+        QFile filler(place.filePath(u"filler"_s));
+        QVERIFY(filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+        const QByteArray page(4096, 'x');
+        while (filler.write(page) == page.size()) {
+        }
+        const qsizetype wanted = 2 * faults::Traffic::types().size();
+        const bool isMet =
+            run.wait([&] { return run.service.log().count(faults::failedStatement) >= wanted; });
+        QVERIFY(filler.remove());
+        QVERIFY(isMet);
+        QCOMPARE(run.errorsCount(), 0);
+        run.finish("disk full");
+        QCOMPARE(
+            run.database.query(u"PRAGMA queues.integrity_check"_s).value(0).value(0).toString(),
+            u"ok"_s);
+    }
+    QCOMPARE(::umount2(QFile::encodeName(place.path()).constData(), MNT_DETACH), 0);
+}
+
+int main(int argc, char **argv)
+{
+    // While there is one thread alone.
+    canMount = separateMounts();
+    QCoreApplication application(argc, argv);
+    TstFileFaults test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_filefaults.moc"
