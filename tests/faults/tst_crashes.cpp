@@ -1,3 +1,4 @@
+#include "shared/core/fileutils.h"
 #include "tests/faults/feeder.h"
 #include "tests/faults/form.h"
 #include "tests/faults/service.h"
@@ -8,12 +9,31 @@
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
 #include <random>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
+
+namespace {
+
+uint seedOfThisRun()
+{
+    const uint seed = qEnvironmentVariableIsSet("QUEUE_FAULTS_SEED")
+                          ? qEnvironmentVariable("QUEUE_FAULTS_SEED").toUInt()
+                          : std::random_device()();
+    qInfo("QUEUE_FAULTS_SEED=%u", seed);
+    return seed;
+}
+
+} // namespace
 
 /// The service is killed at random moments while eight types drain and rows keep coming, some of which their
 /// peer refuses at first. QUEUE_FAULTS_SEED repeats a run's moments.
@@ -65,10 +85,7 @@ QStringList TstCrashes::findings(QueueDatabase &database, const faults::Traffic 
 void TstCrashes::killedAtRandomMoments()
 {
     const int kills = faults::count(20, 200);
-    const uint seed = qEnvironmentVariableIsSet("QUEUE_FAULTS_SEED")
-                          ? qEnvironmentVariable("QUEUE_FAULTS_SEED").toUInt()
-                          : std::random_device()();
-    qInfo("QUEUE_FAULTS_SEED=%u", seed);
+    const uint seed = seedOfThisRun();
     std::mt19937 random(seed);
 
     QueueDatabase database;
@@ -145,11 +162,62 @@ void TstCrashes::killedAtRandomMoments()
     QVERIFY(counts.refusals > 0);
 }
 
+/// The file of fail ids takes a moment to write, which a random kill of the service hardly ever meets. So this
+/// process writes nothing else until it is killed, again and again.
+class TstFailIdsFile : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void killedWhileItIsWritten();
+};
+
+void TstFailIdsFile::killedWhileItIsWritten()
+{
+    const int kills = faults::count(100, 1000);
+    const uint seed = seedOfThisRun();
+    std::mt19937 random(seed);
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(u"ids.json"_s);
+    const auto idsOf = [](int value) {
+        QJsonObject ids;
+        for (int type = 0; type < 58; ++type)
+            ids.insert(u"type%1"_s.arg(type), value);
+        return ids;
+    };
+    const auto write = [&](int value) {
+        return fileutils::writeToFile(path, idsOf(value),
+                                      QIODevice::ReadWrite | QIODevice::Truncate);
+    };
+    QVERIFY(write(1));
+    for (int kill = 0; kill < kills; ++kill) {
+        const pid_t writer = ::fork();
+        QVERIFY(writer >= 0);
+        if (writer == 0) {
+            for (int value = 1;; value = 3 - value)
+                write(value);
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
+        ::kill(writer, SIGKILL);
+        ::waitpid(writer, nullptr, 0);
+
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray text = file.readAll();
+        const QJsonObject ids = QJsonDocument::fromJson(text).object();
+        QVERIFY2(ids == idsOf(1) || ids == idsOf(2), text.constData());
+    }
+    qInfo("%d kills while the file of fail ids was written, it was whole each time", kills);
+}
+
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
+    // The first one, since it splits a process that must have one thread.
+    TstFailIdsFile onFile;
+    int failures = QTest::qExec(&onFile, argc, argv);
     TstCrashes onSqlite(nullptr);
-    int failures = QTest::qExec(&onSqlite, argc, argv);
+    failures += QTest::qExec(&onSqlite, argc, argv);
     MariaDbServer server;
     TstCrashes onServer(&server);
     failures += QTest::qExec(&onServer, argc, argv);
