@@ -14,6 +14,7 @@
 
 #include <cstdlib>
 #include <exception>
+#include <malloc.h>
 
 using namespace Qt::StringLiterals;
 
@@ -40,6 +41,15 @@ namespace {
     std::abort();
 }
 
+/// The till has little memory to spare. By itself the C library raises the size from which a block is
+/// given back as soon as it is freed to that of the largest one freed so far, and after a few large
+/// answers each thread would hold on to the memory of the largest.
+void returnLargeBlocks()
+{
+    constexpr int largeBlockBytes = 128 * 1024;
+    ::mallopt(M_MMAP_THRESHOLD, largeBlockBytes);
+}
+
 /// Lives from the start to the signal that ends the service. A delivery may then still be under way.
 int serve()
 {
@@ -58,6 +68,7 @@ int serve()
 
 int main(int argc, char **argv)
 {
+    returnLargeBlocks();
     useUtf8Locale();
     std::set_terminate(endWithReason);
 

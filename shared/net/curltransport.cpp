@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QThreadStorage>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <curl/curl.h>
@@ -117,6 +118,11 @@ std::size_t takeBody(char *data, std::size_t size, std::size_t count, void *cont
         transfer.isBodyTooLarge = true;
         return CURL_WRITEFUNC_ERROR;
     }
+    // Grown by doubling, but never past what an answer may have; append() by itself would copy the
+    // body and need both places at once.
+    const qsizetype needed = transfer.body.size() + length;
+    if (needed > transfer.body.capacity())
+        transfer.body.reserve(std::clamp(2 * transfer.body.capacity(), needed, maxBodySize));
     transfer.body.append(data, length);
     return size * count;
 }
@@ -502,6 +508,8 @@ http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, bo
             error = connectionRefusedError;
         else if (longInfo(handle, CURLINFO_OS_ERRNO) == ETIMEDOUT)
             error = timeoutError;
+        else if (longInfo(handle, CURLINFO_OS_ERRNO) == ECONNRESET)
+            error = closedEarlyError;
         break;
     case CURLE_COULDNT_RESOLVE_HOST:
         error = hostNotFoundError;

@@ -11,6 +11,7 @@
 #include <dlfcn.h>
 #include <future>
 #include <netdb.h>
+#include <sys/socket.h>
 
 using namespace Qt::StringLiterals;
 
@@ -24,6 +25,9 @@ const RestClient::Headers noHeaders;
 /// Seconds by which the clock is ahead for the threads that follow it.
 std::atomic<int> secondsAhead{0};
 thread_local bool followsTestClock = false;
+
+/// What the connections of this thread come to; 0: what they really do.
+thread_local int connectError = 0;
 
 /// Lookups of slow.test wait for this.
 QSemaphore slowLookup;
@@ -43,6 +47,15 @@ extern "C" int clock_gettime(clockid_t clock, timespec *time) noexcept
     const int result = next(clock, time);
     if (followsTestClock)
         time->tv_sec += secondsAhead.load();
+    return result;
+}
+
+extern "C" int getsockopt(int socket, int level, int name, void *value, socklen_t *size) noexcept
+{
+    static const auto next = original<int(int, int, int, void *, socklen_t *)>("getsockopt");
+    const int result = next(socket, level, name, value, size);
+    if (connectError != 0 && level == SOL_SOCKET && name == SO_ERROR)
+        *static_cast<int *>(value) = connectError;
     return result;
 }
 
@@ -74,12 +87,14 @@ private Q_SLOTS:
     void timeoutWhenNoneIsSet_data();
     void timeoutWhenNoneIsSet();
     void connectionsIdleForThirtySeconds();
+    void connectionThatIsResetAtOnce();
 };
 
 void TestRestClientSystem::cleanup()
 {
     followsTestClock = false;
     secondsAhead = 0;
+    connectError = 0;
 }
 
 void TestRestClientSystem::unknownHost()
@@ -173,6 +188,20 @@ void TestRestClientSystem::connectionsIdleForThirtySeconds()
     QCOMPARE(client.errorCode(), 0);
     QCOMPARE(server.connectionCount(), 2);
     QVERIFY(server.waitForOpenConnections(1));
+}
+
+void TestRestClientSystem::connectionThatIsResetAtOnce()
+{
+    LoopbackServer server;
+    RestClient client;
+    connectError = ECONNRESET;
+    client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
+    QCOMPARE(client.errorCode(), int{QNetworkReply::RemoteHostClosedError});
+    QVERIFY(client.isNetworkError());
+    connectError = EHOSTUNREACH;
+    client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
+    QCOMPARE(client.errorCode(), int{QNetworkReply::UnknownNetworkError});
+    QVERIFY(server.requests().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestRestClientSystem)
