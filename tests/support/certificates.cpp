@@ -68,6 +68,11 @@ Certificates::Identity Certificates::authority(const QString &name)
     return identity;
 }
 
+Certificates::Identity Certificates::intermediate(const Identity &authority, const QString &name)
+{
+    return issue(authority, name, {}, {u"-days"_s, u"2"_s, u"-extensions"_s, u"authority"_s});
+}
+
 Certificates::Identity Certificates::server(const Identity &authority, const QStringList &hosts)
 {
     return issue(authority, u"server"_s, hosts, {u"-days"_s, u"2"_s});
@@ -85,9 +90,31 @@ Certificates::Identity Certificates::client(const Identity &authority, const QSt
     return issue(authority, name, {}, {u"-days"_s, u"2"_s});
 }
 
+QString Certificates::revoke(const Identity &authority, const Identity &identity)
+{
+    run({u"ca"_s, u"-config"_s, folder.filePath(u"openssl.cnf"_s), u"-cert"_s,
+         authority.certificate, u"-keyfile"_s, authority.key, u"-revoke"_s, identity.certificate});
+    const QString question = newPath(u"ocsp"_s);
+    const QString answer = newPath(u"ocsp"_s);
+    run({u"ocsp"_s, u"-issuer"_s, authority.certificate, u"-cert"_s, identity.certificate,
+         u"-reqout"_s, question});
+    run({u"ocsp"_s, u"-index"_s, folder.filePath(u"index.txt"_s), u"-CA"_s, authority.certificate,
+         u"-rsigner"_s, authority.certificate, u"-rkey"_s, authority.key, u"-reqin"_s, question,
+         u"-respout"_s, answer});
+    return answer;
+}
+
 QString Certificates::joined(const Identity &identity)
 {
     return file(contentOf(identity.certificate) + contentOf(identity.key));
+}
+
+QString Certificates::chain(const QStringList &certificates)
+{
+    QByteArray content;
+    for (const QString &certificate : certificates)
+        content += contentOf(certificate);
+    return file(content);
 }
 
 QString Certificates::pkcs12(const Identity &identity, const QString &password,
@@ -115,7 +142,7 @@ QString Certificates::file(const QByteArray &content)
 }
 
 Certificates::Identity Certificates::issue(const Identity &authority, const QString &name,
-                                           const QStringList &hosts, const QStringList &validity)
+                                           const QStringList &hosts, const QStringList &options)
 {
     const Identity identity{newPath(u"pem"_s), newPath(u"key"_s)};
     const QString request = newPath(u"csr"_s);
@@ -128,7 +155,7 @@ Certificates::Identity Certificates::issue(const Identity &authority, const QStr
     run(QStringList{u"ca"_s, u"-batch"_s, u"-notext"_s, u"-config"_s, settings, u"-cert"_s,
                     authority.certificate, u"-keyfile"_s, authority.key, u"-in"_s, request,
                     u"-out"_s, identity.certificate}
-        + validity);
+        + options);
     return identity;
 }
 

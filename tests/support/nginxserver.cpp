@@ -58,6 +58,9 @@ QString program()
 NginxServer::NginxServer(const Setup &setup)
     : port_(freePort())
 {
+    const QString staple =
+        setup.staple.isEmpty() ? QString()
+                               : u"ssl_stapling on; ssl_stapling_file %1;"_s.arg(setup.staple);
     const QString clients =
         setup.clientAuthority.isEmpty()
             ? QString()
@@ -67,7 +70,7 @@ NginxServer::NginxServer(const Setup &setup)
         qFatal("%s: %s", qPrintable(file.fileName()), qPrintable(file.errorString()));
     file.write(QString(configuration)
                    .arg(folder.path(), QString::number(port_), setup.identity.certificate,
-                        setup.identity.key, setup.protocols, clients)
+                        setup.identity.key, setup.protocols, clients + staple)
                    .toUtf8());
     file.close();
 

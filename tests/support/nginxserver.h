@@ -18,6 +18,8 @@ public:
         /// Clients must show a certificate of this authority; none is asked for without it.
         QString clientAuthority;
         QString protocols = QStringLiteral("TLSv1.2 TLSv1.3");
+        /// The authority's answer about the certificate (OCSP), handed out with it.
+        QString staple = QString();
     };
 
     explicit NginxServer(const Setup &setup);

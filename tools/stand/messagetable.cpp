@@ -84,6 +84,11 @@ int MessageTable::put(const QueuedMessage &message)
         .toInt();
 }
 
+void MessageTable::remove(int id)
+{
+    query(u"DELETE FROM message WHERE messageid = ?"_s, {id});
+}
+
 QList<TableRow> MessageTable::rows()
 {
     QList<TableRow> result;

@@ -45,6 +45,7 @@ public:
 
     /// Writes a row and returns its id.
     int put(const QueuedMessage &message);
+    void remove(int id);
     QList<TableRow> rows();
     QStringList types();
     void putCard(const CardRow &card);

@@ -101,6 +101,11 @@ bool ServiceProcess::isRunning() const
     return process.state() != QProcess::NotRunning;
 }
 
+qint64 ServiceProcess::processId() const
+{
+    return process.processId();
+}
+
 bool ServiceProcess::hasEnded() const
 {
     return wasStarted && process.state() == QProcess::NotRunning;

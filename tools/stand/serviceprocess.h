@@ -35,6 +35,8 @@ public:
     void terminate();
     void kill();
     bool isRunning() const;
+    /// 0 while it does not run.
+    qint64 processId() const;
     /// The process has ended, and everything that it wrote is here.
     bool hasEnded() const;
     /// How it ended: empty for exit code 0.

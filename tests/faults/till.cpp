@@ -1,0 +1,192 @@
+#include "tests/faults/till.h"
+
+#include "tools/stand/scenarioerror.h"
+#include "tools/stand/waiting.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QRegularExpression>
+#include <QTcpSocket>
+
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace faults {
+
+namespace {
+
+void write(const QString &path, const QString &text)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(text.toUtf8()) < 0)
+        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
+}
+
+QByteArray processFile(qint64 process, const QString &name)
+{
+    QFile file(u"/proc/%1/%2"_s.arg(QString::number(process), name));
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("%s: %s", qPrintable(file.fileName()), qPrintable(file.errorString()));
+    return file.readAll();
+}
+
+} // namespace
+
+Till::Till(const QString &settings, const QMap<QString, QString> &environment)
+{
+    port.lend();
+    for (const QString &name :
+         {u"tmp"_s, u"tallocash/cash/conf/tcash.ini.d/puppet"_s,
+          u"tallocash/cash/queue/config/queue.d"_s, u"tallocash/cash/paysystems/atolpay"_s}) {
+        if (!QDir(folder.path()).mkpath(name))
+            qFatal("%s: cannot be made", qPrintable(folder.filePath(name)));
+    }
+    write(path(u"tallocash/cash/conf/tcash.ini"_s),
+          u"[queue]\ntimeout = 1\nport = %1\n"_s.arg(port.port()) + settings);
+    try {
+        stand::DatabasePlace place;
+        place.file = path(u"tallocash/cash/queue/queues.db"_s);
+        table = std::make_unique<stand::MessageTable>(place);
+        table->createTables();
+        process = std::make_unique<stand::ServiceProcess>(QStringLiteral(QUEUE_PROGRAM),
+                                                          folder.path(), environment);
+    } catch (const stand::ScenarioError &error) {
+        qFatal("%s", qPrintable(error.text()));
+    }
+}
+
+Till::~Till() = default;
+
+void Till::start()
+{
+    try {
+        process->start();
+    } catch (const stand::ScenarioError &error) {
+        qFatal("%s", qPrintable(error.text()));
+    }
+    const bool isUp = stand::waitUntil(
+        [this] { return process->hasEnded() || ask("/status").contains("messagesCount"); });
+    if (!isUp || process->hasEnded())
+        qFatal("the service does not start:\n%s%s", qPrintable(process->logText()),
+               qPrintable(process->errors()));
+}
+
+int Till::put(const QString &type, const QJsonObject &body, const QString &cardNumber)
+{
+    stand::QueuedMessage message;
+    message.type = type;
+    message.body = QString::fromUtf8(QJsonDocument(body).toJson(QJsonDocument::Compact));
+    message.cardNumber = cardNumber;
+    try {
+        return table->put(message);
+    } catch (const stand::ScenarioError &error) {
+        qFatal("%s", qPrintable(error.text()));
+    }
+}
+
+QList<int> Till::ids()
+{
+    QList<int> result;
+    try {
+        const QList<stand::TableRow> rows = table->rows();
+        for (const stand::TableRow &row : rows)
+            result.append(row.id);
+    } catch (const stand::ScenarioError &error) {
+        qFatal("%s", qPrintable(error.text()));
+    }
+    return result;
+}
+
+void Till::remove(int id)
+{
+    try {
+        table->remove(id);
+    } catch (const stand::ScenarioError &error) {
+        qFatal("%s", qPrintable(error.text()));
+    }
+}
+
+bool Till::waitUntilRemoved(int id)
+{
+    return stand::waitUntil([this, id] { return !isIn(id); });
+}
+
+bool Till::waitForEnds(const QString &type, int count)
+{
+    return stand::waitUntil([&] { return process->hasEnded() || process->ends(type) >= count; })
+           && !process->hasEnded();
+}
+
+QStringList Till::lines(const QString &category) const
+{
+    QStringList result;
+    for (const stand::LogRecord &record : process->log()) {
+        if (record.category == category)
+            result.append(record.text);
+    }
+    return result;
+}
+
+QList<int> Till::exchangeTimes(const QString &type) const
+{
+    static const QRegularExpression time(u"\\AОтвет: .*, мс: (\\d+), байт: "_s);
+    QList<int> result;
+    const QStringList texts = lines(type);
+    for (const QString &text : texts) {
+        const QRegularExpressionMatch match = time.match(text);
+        if (match.hasMatch())
+            result.append(match.captured(1).toInt());
+    }
+    return result;
+}
+
+QByteArray Till::ask(const QByteArray &target) const
+{
+    constexpr int waitMs = 30'000;
+    QTcpSocket socket;
+    socket.connectToHost(u"127.0.0.1"_s, port.port());
+    if (!socket.waitForConnected(waitMs))
+        return {};
+    socket.write("GET " + target + " HTTP/1.1\r\nHost: till\r\nConnection: close\r\n\r\n");
+    while (socket.waitForReadyRead(waitMs)) {
+    }
+    const QByteArray answer = socket.readAll();
+    const qsizetype end = answer.indexOf("\r\n\r\n");
+    return end < 0 ? QByteArray() : answer.mid(end + 4);
+}
+
+qint64 Till::peakMemory() const
+{
+    return statusField("VmHWM");
+}
+
+qint64 Till::memory() const
+{
+    return statusField("VmRSS");
+}
+
+qint64 Till::statusField(const QByteArray &name) const
+{
+    const QList<QByteArray> fields = processFile(process->processId(), u"status"_s).split('\n');
+    for (const QByteArray &field : fields) {
+        if (field.startsWith(name + ':'))
+            return field.mid(name.size() + 1).simplified().split(' ').first().toLongLong();
+    }
+    qFatal("the kernel does not tell %s", name.constData());
+}
+
+double Till::processorSeconds() const
+{
+    const QByteArray text = processFile(process->processId(), u"stat"_s);
+    // The name of the program, in brackets, may hold blanks.
+    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+    constexpr int userTime = 11;
+    constexpr int systemTime = 12;
+    return static_cast<double>(fields.value(userTime).toLongLong()
+                               + fields.value(systemTime).toLongLong())
+           / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+} // namespace faults

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "tools/stand/messagetable.h"
+#include "tools/stand/portreservation.h"
+#include "tools/stand/serviceprocess.h"
+
+#include <QJsonObject>
+#include <QList>
+#include <QMap>
+#include <QTemporaryDir>
+
+#include <memory>
+
+namespace faults {
+
+/// A till in a temporary folder with the real service on it, which polls each second and tells
+/// everything at debug level. What cannot be set up ends the test with a message.
+/// Thread: the one that made it, whose event loop must run.
+class Till
+{
+public:
+    /// `settings` are further sections of the service's settings, `environment` further variables.
+    explicit Till(const QString &settings = QString(),
+                  const QMap<QString, QString> &environment = {});
+    ~Till();
+    Till(const Till &) = delete;
+    Till &operator=(const Till &) = delete;
+
+    /// Returns when the control interface answers.
+    void start();
+    stand::ServiceProcess &service() { return *process; }
+    /// A file below the till's folder.
+    QString path(const QString &name) const { return folder.filePath(name); }
+    int controlPort() const { return port.port(); }
+
+    int put(const QString &type, const QJsonObject &body, const QString &cardNumber = QString());
+    /// The ids of the rows that are left.
+    QList<int> ids();
+    bool isIn(int id) { return ids().contains(id); }
+    void remove(int id);
+    /// False when the row does not go within the patience of stand::waitUntil().
+    bool waitUntilRemoved(int id);
+    /// Until at least so many workers of the type have ended since the start.
+    bool waitForEnds(const QString &type, int count);
+
+    /// The texts of one category, in their order.
+    QStringList lines(const QString &category) const;
+    /// How long the exchanges of a type took, in milliseconds.
+    QList<int> exchangeTimes(const QString &type) const;
+
+    /// A request to the control interface over a connection of its own; the body of the answer.
+    QByteArray ask(const QByteArray &target) const;
+
+    /// The most memory that the service has had resident since its start, in KiB.
+    qint64 peakMemory() const;
+    qint64 memory() const;
+    /// Processor time that the service has taken, of all its threads.
+    double processorSeconds() const;
+
+private:
+    qint64 statusField(const QByteArray &name) const;
+
+    QTemporaryDir folder;
+    stand::PortReservation port;
+    std::unique_ptr<stand::ServiceProcess> process;
+    std::unique_ptr<stand::MessageTable> table;
+};
+
+/// The promise of memory is for the program as it is delivered: a sanitizer's own bookkeeping takes many
+/// times as much.
+constexpr bool isMemoryJudged()
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return false;
+#else
+    return true;
+#endif
+}
+
+/// The most that the service may have resident, in KiB.
+constexpr qint64 memoryLimit = 64 * 1024;
+
+} // namespace faults

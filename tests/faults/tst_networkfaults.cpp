@@ -1,0 +1,527 @@
+#include "shared/net/restclient.h"
+#include "tests/faults/form.h"
+#include "tests/faults/roughpeer.h"
+#include "tests/faults/till.h"
+#include "tests/support/certificates.h"
+#include "tests/support/loopbackserver.h"
+#include "tests/support/nginxserver.h"
+#include "tests/support/testsettings.h"
+#include "tools/stand/waiting.h"
+
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QProcess>
+#include <QtTest>
+
+#include <future>
+#include <variant>
+
+using namespace Qt::StringLiterals;
+using faults::RoughPeer;
+
+namespace {
+
+using Line = RoughPeer::Line;
+
+constexpr int timeoutSeconds = 1;
+/// What an exchange may take on top of its timeout on a machine that does other things as well.
+constexpr int slackMs = 4000;
+constexpr int secondMs = 1000;
+constexpr qint64 gibibyte = 1024LL * 1024 * 1024;
+constexpr qsizetype chunkSize = 64 * 1024;
+
+// Values of QNetworkReply::NetworkError, and of an exchange without a fault.
+constexpr int success = 0;
+constexpr int refused = 1;
+constexpr int closedEarly = 2;
+constexpr int timedOut = 4;
+constexpr int tlsFailed = 6;
+constexpr int unknownFailure = 99;
+constexpr int redirected = 299;
+
+struct Refused
+{
+};
+struct Deaf
+{
+};
+/// TLS with a certificate of its own.
+using Tls = NginxServer::Setup;
+/// Speaks plain bytes to a client that wants TLS.
+struct NoTls
+{
+    RoughPeer::Conduct conduct;
+};
+using Manner = std::variant<RoughPeer::Conduct, Refused, Deaf, Tls, NoTls>;
+
+/// One way in which a peer can misbehave, and what the client has to make of it.
+struct Fault
+{
+    QByteArray name;
+    Manner manner;
+    int errorCode = success;
+    /// The status that arrived.
+    int status = 0;
+    bool isLarge = false;
+    int requestBytes = 2;
+
+    bool isNetworkError() const { return errorCode != success && errorCode < 200; }
+};
+
+/// A fault that is going on.
+struct Scene
+{
+    explicit Scene(const Fault &fault);
+
+    std::unique_ptr<RoughPeer> peer;
+    std::unique_ptr<faults::DeafPort> deaf;
+    std::unique_ptr<NginxServer> nginx;
+    QUrl url;
+};
+
+Scene::Scene(const Fault &fault)
+{
+    const auto plain = [](int port, const QString &scheme = u"http"_s) {
+        return QUrl(u"%1://127.0.0.1:%2/"_s.arg(scheme, QString::number(port)));
+    };
+    if (const auto *conduct = std::get_if<RoughPeer::Conduct>(&fault.manner)) {
+        peer = std::make_unique<RoughPeer>(*conduct);
+        url = plain(peer->port());
+    } else if (const auto *noTls = std::get_if<NoTls>(&fault.manner)) {
+        peer = std::make_unique<RoughPeer>(noTls->conduct);
+        url = plain(peer->port(), u"https"_s);
+    } else if (const auto *tls = std::get_if<Tls>(&fault.manner)) {
+        nginx = std::make_unique<NginxServer>(*tls);
+        url = nginx->url();
+    } else if (std::holds_alternative<Deaf>(fault.manner)) {
+        deaf = std::make_unique<faults::DeafPort>();
+        url = plain(deaf->port());
+    } else {
+        url = plain(LoopbackServer::unusedPort());
+    }
+}
+
+/// Takes the request, says this and keeps the connection.
+RoughPeer::Conduct says(const QByteArray &bytes)
+{
+    return [bytes](Line &line) {
+        if (line.readRequest() && line.send(bytes))
+            line.listen();
+    };
+}
+
+RoughPeer::Conduct saysAndCloses(const QByteArray &bytes)
+{
+    return [bytes](Line &line) {
+        if (line.readRequest())
+            line.send(bytes);
+    };
+}
+
+RoughPeer::Conduct saysAndResets(const QByteArray &bytes)
+{
+    return [bytes](Line &line) {
+        if (!line.readRequest() || !line.send(bytes))
+            return;
+        // A reset takes back what the other side has not read, so it gets the time to do so.
+        line.idle(100);
+        line.reset();
+    };
+}
+
+RoughPeer::Conduct saysAndDrips(const QByteArray &bytes, const QByteArray &dripped)
+{
+    return [bytes, dripped](Line &line) {
+        if (line.readRequest() && line.send(bytes))
+            line.drip(dripped, secondMs);
+    };
+}
+
+RoughPeer::Conduct saysAndFloods(const QByteArray &bytes, const QByteArray &flood, qint64 total)
+{
+    return [bytes, flood, total](Line &line) {
+        if (line.readRequest() && line.send(bytes) && line.flood(flood, total))
+            line.listen();
+    };
+}
+
+QByteArray headers(int count)
+{
+    QByteArray lines;
+    for (int i = 0; i < count; ++i)
+        lines += "X-Header-" + QByteArray::number(i) + ": " + QByteArray::number(i) + "\r\n";
+    return lines;
+}
+
+/// What `gzip` makes of so many zero bytes, once or twice.
+QByteArray bomb(qint64 bytes, int layers)
+{
+    QString command = u"head -c %1 /dev/zero"_s.arg(bytes);
+    for (int i = 0; i < layers; ++i)
+        command += u" | gzip -9"_s;
+    QProcess shell;
+    shell.start(u"sh"_s, {u"-c"_s, command});
+    if (!shell.waitForFinished(-1) || shell.exitCode() != 0)
+        qFatal("gzip: %s", shell.readAllStandardError().constData());
+    return shell.readAllStandardOutput();
+}
+
+QByteArray packed(const QByteArray &encoding, const QByteArray &body)
+{
+    return "HTTP/1.1 200 OK\r\nContent-Encoding: " + encoding
+           + "\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
+}
+
+/// The same on each run, and no HTTP.
+QByteArray noise(qsizetype size)
+{
+    QRandomGenerator generator(42);
+    QByteArray bytes(size, '\0');
+    for (char &byte : bytes)
+        byte = static_cast<char>(generator.bounded(256));
+    return bytes;
+}
+
+const QByteArray ok = "HTTP/1.1 200 OK\r\n";
+const QByteArray okEmpty = ok + "Content-Length: 0\r\n\r\n";
+const QByteArray okHalf = ok + "Content-Length: 20\r\n\r\n0123456789";
+const QByteArray okChunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
+
+/// Certificates for the peers, made once.
+struct Papers
+{
+    Certificates certificates;
+    Certificates::Identity authority = certificates.authority(u"Till CA"_s);
+    Certificates::Identity stranger = certificates.authority(u"Another CA"_s);
+    Certificates::Identity middle = certificates.intermediate(authority, u"Middle CA"_s);
+    QStringList hosts{u"IP:127.0.0.1"_s};
+    Certificates::Identity good = certificates.server(authority, hosts);
+    Certificates::Identity revoked = certificates.server(authority, hosts);
+    Certificates::Identity farther = certificates.server(middle, hosts);
+
+    Certificates::Identity chained(const QStringList &chain)
+    {
+        return {certificates.chain(chain), farther.key};
+    }
+};
+
+QList<Fault> plainFaults()
+{
+    const auto silent = [](Line &line) {
+        line.listen();
+    };
+    const auto closes = [](Line &) {
+    };
+    const auto resets = [](Line &line) {
+        line.reset();
+    };
+    const auto neverReads = [](Line &line) {
+        line.idle();
+    };
+    const qint64 bombSize = faults::count(128, 1024) * (gibibyte / 1024);
+    const QByteArray x(chunkSize, 'x');
+    const QByteArray chunk = QByteArray::number(chunkSize, 16) + "\r\n" + x + "\r\n";
+    const QByteArray gigabyte = "Content-Length: " + QByteArray::number(gibibyte) + "\r\n\r\n";
+    // More than the peer's system takes on its own.
+    constexpr int manyBytes = 1024 * 1024;
+    const QByteArray brokenGzip = QByteArray::fromHex("1f8b0800000000000003") + "no gzip at all";
+
+    // clang-format off
+    return {
+        {"refuses",                             Refused{},                                             refused},
+        {"leaves the handshake unanswered",     Deaf{},                                                timedOut},
+        {"accepts and keeps silent",            silent,                                                timedOut},
+        {"does not read the request",           neverReads,                                            timedOut, 0, false, manyBytes},
+        {"stalls within the status line",       says("HTTP/1.1 20"),                                   timedOut},
+        {"stalls within the headers",           says(ok + "Content-Le"),                               timedOut, 200},
+        {"stalls before the body",              says(ok + "Content-Length: 20\r\n\r\n"),               timedOut, 200},
+        {"stalls within the body",              says(okHalf),                                          timedOut, 200},
+        {"stalls within a chunk",               says(okChunked + "20\r\n0123"),                        timedOut, 200},
+        {"stalls before the last chunk",        says(okChunked + "4\r\n0123\r\n"),                     timedOut, 200},
+        {"a byte a second from the start",      saysAndDrips({}, okEmpty),                             timedOut},
+        {"a byte a second of headers",          saysAndDrips(ok, "A: b\r\n"),                          timedOut, 200},
+        {"a byte a second of body",             saysAndDrips(okHalf, "x"),                             timedOut, 200},
+        {"an interim answer for ever",          saysAndDrips({}, "HTTP/1.1 100 Continue\r\n\r\n"),     timedOut},
+        {"resets at once",                      resets,                                                closedEarly},
+        {"resets behind the request",           saysAndResets({}),                                     closedEarly},
+        {"resets within the headers",           saysAndResets(ok + "Conte"),                           closedEarly, 200},
+        {"resets within the body",              saysAndResets(okHalf),                                 closedEarly, 200},
+        {"closes at once",                      closes,                                                closedEarly},
+        {"closes behind the request",           saysAndCloses({}),                                     closedEarly},
+        {"closes within the status line",       saysAndCloses("HTTP/1.1 20"),                          closedEarly},
+        {"closes within the headers",           saysAndCloses(ok + "Content-Length: 0\r\n"),           closedEarly, 200},
+        {"closes within the body",              saysAndCloses(okHalf),                                 closedEarly, 200},
+        {"closes within a chunk",               saysAndCloses(okChunked + "20\r\n0123"),               closedEarly, 200},
+        {"noise",                               says(noise(4096)),                                     unknownFailure},
+        {"another protocol",                    says("SSH-2.0-OpenSSH_9.2\r\n"),                       unknownFailure},
+        {"no status line",                      saysAndCloses("<html>hello</html>"),                   unknownFailure},
+        {"a status that is no number",          saysAndCloses("HTTP/1.1 abc OK\r\n\r\n"),              unknownFailure},
+        {"a status of 600",                     says("HTTP/1.1 600 What\r\nContent-Length: 0\r\n\r\n"), 499, 600},
+        {"a negative length",                   says(ok + "Content-Length: -5\r\n\r\n"),               unknownFailure, 200},
+        {"a length past 64 bits",               says(ok + "Content-Length: 99999999999999999999\r\n\r\n"), timedOut, 200},
+        {"a chunk that is no number",           says(okChunked + "xyz\r\n"),                           unknownFailure, 200},
+        {"a chunk past 64 bits",                says(okChunked + "fffffffffffffffff\r\n"),             unknownFailure, 200},
+        {"a packing that nobody knows",         says(packed("zebra", "abc")),                          unknownFailure, 200},
+        {"a packing that is broken",            says(packed("gzip", brokenGzip)),                      unknownFailure, 200},
+        {"a redirect to itself",                says("HTTP/1.1 302 Found\r\nLocation: /\r\nContent-Length: 0\r\n\r\n"), redirected, 302},
+        {"answers twice",                       says(okEmpty + okEmpty),                               success, 200},
+        {"1 GB without a line end",             saysAndFloods({}, x, gibibyte),                        unknownFailure, 0, true},
+        {"100,000 headers",                     says(ok + headers(100'000) + "Content-Length: 0\r\n\r\n"), unknownFailure, 200, true},
+        {"a header of 1 GB",                    saysAndFloods(ok + "A: ", x, gibibyte),                unknownFailure, 200, true},
+        {"interim answers of 1 GB",             saysAndFloods({}, "HTTP/1.1 100 Continue\r\n\r\n", gibibyte), unknownFailure, 0, true},
+        {"a body of 1 GB",                      saysAndFloods(ok + gigabyte, x, gibibyte),             unknownFailure, 200, true},
+        {"a body of 1 GB in chunks",            saysAndFloods(okChunked, chunk, gibibyte),             unknownFailure, 200, true},
+        {"a body of 1 GB up to the close",      saysAndFloods(ok + "\r\n", x, gibibyte),               unknownFailure, 200, true},
+        {"a trailer of 1 GB",                   saysAndFloods(okChunked + "0\r\n", "A: b\r\n", gibibyte), unknownFailure, 200, true},
+        {"a gzip bomb",                         says(packed("gzip", bomb(bombSize, 1))),               unknownFailure, 200, true},
+        {"a gzip bomb in a gzip bomb",          says(packed("gzip, gzip", bomb(bombSize, 2))),         unknownFailure, 200, true},
+    };
+    // clang-format on
+}
+
+QList<Fault> tlsFaults(Papers &papers)
+{
+    const auto silent = [](Line &line) {
+        line.listen();
+    };
+    const auto &[leaf, middle, root] = std::tie(
+        papers.farther.certificate, papers.middle.certificate, papers.authority.certificate);
+    const auto expired = papers.certificates.expiredServer(papers.authority, papers.hosts);
+    const auto otherName = papers.certificates.server(papers.authority, {u"DNS:bank.example"_s});
+    const auto unknown = papers.certificates.server(papers.stranger, papers.hosts);
+    const QString staple = papers.certificates.revoke(papers.authority, papers.revoked);
+    const auto says_ = [](const QByteArray &bytes) {
+        return [bytes](Line &line) {
+            if (line.send(bytes))
+                line.listen();
+        };
+    };
+    // clang-format off
+    return {
+        {"TLS: silent in the handshake",        NoTls{silent},                                         timedOut},
+        {"TLS: noise in the handshake",         NoTls{says_(noise(4096))},                             tlsFailed},
+        {"TLS: HTTP in the handshake",          NoTls{says_(okEmpty)},                                 tlsFailed},
+        {"TLS: a good certificate",             Tls{papers.good, {}},                                  success, 200},
+        {"TLS: an expired certificate",         Tls{expired, {}},                                      tlsFailed},
+        {"TLS: a certificate of another name",  Tls{otherName, {}},                                    tlsFailed},
+        {"TLS: a self-signed certificate",      Tls{papers.stranger, {}},                              tlsFailed},
+        {"TLS: an unknown authority",           Tls{unknown, {}},                                      tlsFailed},
+        {"TLS: a chain without its middle",     Tls{papers.chained({leaf}), {}},                       tlsFailed},
+        {"TLS: a chain in reversed order",      Tls{papers.chained({leaf, root, middle}), {}},         success, 200},
+        // A client cannot know without asking the authority, and this one asks nobody.
+        {"TLS: a revoked certificate",          Tls{papers.revoked, {}, u"TLSv1.2 TLSv1.3"_s, staple}, success, 200},
+        {"TLS 1.0",                             Tls{papers.good, {}, u"TLSv1"_s},                      tlsFailed},
+        {"TLS 1.1",                             Tls{papers.good, {}, u"TLSv1.1"_s},                    tlsFailed},
+    };
+    // clang-format on
+}
+
+/// What to look for in the text that the log has for an exchange which ended so.
+QString textOf(int errorCode)
+{
+    switch (errorCode) {
+    case success:
+        return u"200"_s;
+    case refused:
+        return u"отклонил соединение"_s;
+    case closedEarly:
+        return u"закрыл соединение до конца ответа"_s;
+    case timedOut:
+        return u"не ответил за %1 сек."_s.arg(timeoutSeconds);
+    case tlsFailed:
+        return u"ертификат|ащищённое соединение"_s;
+    default:
+        return {};
+    }
+}
+
+/// The types whose messages hold a whole prepared request with a timeout.
+const QStringList types{
+    u"heineken"_s,           u"abmloyalty"_s,        u"customeraddress"_s, u"nochange"_s,
+    u"winelabbonus"_s,       u"winelabsoftcheque"_s, u"excisemark"_s,      u"markdown"_s,
+    u"partialreservation"_s, u"softcheck"_s,         u"onlinecheck"_s,     u"deferredcheck"_s,
+};
+
+/// Those of them that are done with a message when any whole answer came; the others keep it when the
+/// exchange has any fault.
+const QStringList typesForAnyAnswer{u"softcheck"_s, u"onlinecheck"_s, u"deferredcheck"_s};
+
+QJsonObject request(const QUrl &url, int bytes = 2)
+{
+    const QJsonObject whole{{u"text"_s, QString(bytes, u'x')}};
+    return {{u"url"_s, url.toString()},
+            {u"headers"_s, QJsonObject()},
+            {u"body"_s, whole},
+            {u"timeout"_s, timeoutSeconds}};
+}
+
+bool isKept(const QString &type, const Fault &fault)
+{
+    return typesForAnyAnswer.contains(type) ? fault.isNetworkError() : fault.errorCode != success;
+}
+
+} // namespace
+
+/// Peers that do everything wrong: each exchange ends within its timeout, is judged for what it was, and
+/// leaves the service in the memory that it may have.
+class TestNetworkFaults : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+
+    void restClient_data();
+    void restClient();
+    void service();
+
+private:
+    struct Outcome
+    {
+        http::Response response;
+        qint64 elapsedMs = 0;
+    };
+
+    void wave(faults::Till &till, const QList<Fault> &faults);
+
+    Papers papers;
+    QList<Fault> faults;
+    std::vector<std::future<Outcome>> outcomes;
+    std::vector<std::unique_ptr<Scene>> scenes;
+    std::unique_ptr<TestSettings> settings;
+    int exchanges = 0;
+};
+
+void TestNetworkFaults::initTestCase()
+{
+    // The system's own settings would refuse old protocols in the client's place.
+    qputenv("OPENSSL_CONF", papers.certificates
+                                .file("openssl_conf = all\n[all]\nssl_conf = ssl\n[ssl]\n"
+                                      "system_default = lax\n[lax]\nMinProtocol = TLSv1\n"
+                                      "CipherString = DEFAULT:@SECLEVEL=0\n")
+                                .toUtf8());
+    settings = std::make_unique<TestSettings>(
+        u"[network]\ncaFile = %1\n"_s.arg(papers.authority.certificate));
+    faults = plainFaults() + tlsFaults(papers);
+    for (const Fault &fault : faults)
+        scenes.push_back(std::make_unique<Scene>(fault));
+    // All at once: most of them take as long as their timeout.
+    for (qsizetype i = 0; i < faults.size(); ++i) {
+        const QUrl url = scenes[static_cast<std::size_t>(i)]->url;
+        outcomes.push_back(std::async(std::launch::async, [url, size = faults.at(i).requestBytes] {
+            RestClient client;
+            client.setTimeout(timeoutSeconds);
+            QElapsedTimer timer;
+            timer.start();
+            client.post(url, QByteArray(size, 'x'), {});
+            return Outcome{client.response(), timer.elapsed()};
+        }));
+    }
+}
+
+void TestNetworkFaults::restClient_data()
+{
+    QTest::addColumn<int>("index");
+    for (qsizetype i = 0; i < faults.size(); ++i)
+        QTest::newRow(faults.at(i).name.constData()) << static_cast<int>(i);
+}
+
+void TestNetworkFaults::restClient()
+{
+    QFETCH(int, index);
+    const Fault &fault = faults.at(index);
+    const Outcome outcome = outcomes[static_cast<std::size_t>(index)].get();
+    scenes[static_cast<std::size_t>(index)].reset();
+
+    QVERIFY2(
+        outcome.response.errorCode == fault.errorCode && outcome.response.status == fault.status,
+        qPrintable(u"error %1, status %2: %3"_s.arg(QString::number(outcome.response.errorCode),
+                                                    QString::number(outcome.response.status),
+                                                    outcome.response.errorText.ru())));
+    QCOMPARE(outcome.response.networkError, fault.isNetworkError());
+    QVERIFY2(outcome.elapsedMs < timeoutSeconds * secondMs + slackMs,
+             qPrintable(QString::number(outcome.elapsedMs)));
+    if (fault.errorCode == timedOut)
+        QVERIFY(outcome.elapsedMs >= timeoutSeconds * secondMs - 10);
+}
+
+void TestNetworkFaults::wave(faults::Till &till, const QList<Fault> &wave)
+{
+    std::vector<std::unique_ptr<Scene>> stage;
+    QList<int> ids;
+    QList<int> ends;
+    QList<qsizetype> exchangesBefore;
+    for (qsizetype i = 0; i < wave.size(); ++i) {
+        stage.push_back(std::make_unique<Scene>(wave.at(i)));
+        ends.append(till.service().ends(types.at(i)));
+        exchangesBefore.append(till.exchangeTimes(types.at(i)).size());
+        ids.append(till.put(types.at(i), request(stage.back()->url, wave.at(i).requestBytes)));
+        till.ask("/start/" + types.at(i).toUtf8() + "/0");
+    }
+    const int passes = faults::count(1, 20);
+    for (qsizetype i = 0; i < wave.size(); ++i) {
+        const Fault &fault = wave.at(i);
+        const QString &type = types.at(i);
+        const bool kept = isKept(type, fault);
+        const QByteArray label = fault.name + " (" + type.toUtf8() + ')';
+        QVERIFY2(till.waitForEnds(type, ends.at(i) + (kept ? passes : 1)), label.constData());
+        if (!kept)
+            QVERIFY2(till.waitUntilRemoved(ids.at(i)), label.constData());
+        QVERIFY2(till.isIn(ids.at(i)) == kept, label.constData());
+        till.remove(ids.at(i));
+
+        QStringList lines = till.lines(type).filter(QRegularExpression(u"\\AОтвет: "_s));
+        lines.remove(0, exchangesBefore.at(i));
+        QVERIFY2(lines.join(u'\n').contains(QRegularExpression(textOf(fault.errorCode))),
+                 (label + ": " + lines.join(u'\n').toUtf8()).constData());
+        const QList<int> times = till.exchangeTimes(type).mid(exchangesBefore.at(i));
+        QVERIFY2(times.size() >= (kept ? passes : 1), label.constData());
+        exchanges += static_cast<int>(times.size());
+        for (const int time : times)
+            QVERIFY2(time < timeoutSeconds * secondMs + slackMs,
+                     (label + ": " + QByteArray::number(time)).constData());
+    }
+    // What is still under way must not run into the next wave.
+    QVERIFY(stand::waitUntil([&till] { return till.service().isIdle(); }));
+    if (faults::isMemoryJudged())
+        QVERIFY2(
+            till.peakMemory() < faults::memoryLimit,
+            qPrintable(
+                u"%1: %2 KiB"_s.arg(QString::fromUtf8(wave.first().name)).arg(till.peakMemory())));
+}
+
+void TestNetworkFaults::service()
+{
+    faults::Till till(u"[network]\ncaFile = %1\n"_s.arg(papers.authority.certificate));
+    till.start();
+    const qint64 memoryBefore = till.peakMemory();
+
+    // Each type delivers when nothing is wrong.
+    wave(till, QList<Fault>(types.size(), Fault{"well-behaved", says(okEmpty), success, 200}));
+    QList<Fault> together;
+    for (const Fault &fault : std::as_const(faults)) {
+        if (fault.isLarge) {
+            wave(till, {fault});
+            continue;
+        }
+        together.append(fault);
+        if (together.size() == types.size())
+            wave(till, std::exchange(together, {}));
+        if (QTest::currentTestFailed())
+            return;
+    }
+    wave(till, together);
+    wave(till, QList<Fault>(types.size(), Fault{"well-behaved", says(okEmpty), success, 200}));
+
+    QVERIFY(till.service().isRunning());
+    qInfo(
+        "network faults: %lld kinds of peers, %d exchanges of the service, memory %lld KiB before, "
+        "%lld KiB at most",
+        static_cast<long long>(faults.size()), exchanges, static_cast<long long>(memoryBefore),
+        static_cast<long long>(till.peakMemory()));
+    if (!faults::isMemoryJudged())
+        qInfo("memory is not judged under a sanitizer");
+}
+
+QTEST_GUILESS_MAIN(TestNetworkFaults)
+#include "tst_networkfaults.moc"
