@@ -12,8 +12,12 @@
 #include <cerrno>
 #include <curl/curl.h>
 #include <memory>
+#include <netinet/in.h>
 #include <openssl/crypto.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -67,8 +71,9 @@ struct Connections
         QList<std::pair<QByteArray, QByteArray>> headers;
     };
 
-    /// Before the handles, since libcurl may write into it while it closes them.
+    /// Before the handles, since libcurl may write into them while it closes those.
     std::array<char, CURL_ERROR_SIZE> errorBuffer = {};
+    QList<curl_socket_t> sockets;
     Client plain;
     Client certified;
     QByteArray certifiedIdentity;
@@ -108,6 +113,9 @@ struct Transfer
     bool isBodyTooLarge = false;
     bool isHeaderTooLarge = false;
     bool isRepeatRefused = false;
+    CURL *handle = nullptr;
+    /// The server said something on the kept connection before it was asked, so nothing was sent there.
+    bool isOutOfStep = false;
 };
 
 std::size_t takeBody(char *data, std::size_t size, std::size_t count, void *context)
@@ -148,12 +156,65 @@ std::size_t takeHeader(char *data, std::size_t size, std::size_t count, void *co
     return size * count;
 }
 
+curl_socket_t openSocket(void *context, curlsocktype, curl_sockaddr *address)
+{
+    const curl_socket_t socket =
+        ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    if (socket >= 0)
+        static_cast<Connections *>(context)->sockets.append(socket);
+    return socket;
+}
+
+int closeSocket(void *context, curl_socket_t socket)
+{
+    static_cast<Connections *>(context)->sockets.removeAll(socket);
+    return ::close(socket);
+}
+
+int localPort(curl_socket_t socket)
+{
+    sockaddr_storage address = {};
+    socklen_t size = sizeof(address);
+    if (::getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size) != 0)
+        return -1;
+    const auto port = address.ss_family == AF_INET6
+                          ? reinterpret_cast<const sockaddr_in6 &>(address).sin6_port
+                          : reinterpret_cast<const sockaddr_in &>(address).sin_port;
+    return ntohs(port);
+}
+
+/// Whether something waits to be read on the connection with this port of ours.
+bool hasInput(int port)
+{
+    for (const curl_socket_t socket : std::as_const(connectionsOfThread().sockets)) {
+        if (localPort(socket) != port)
+            continue;
+        pollfd wait = {socket, POLLIN, 0};
+        return ::poll(&wait, 1, 0) > 0;
+    }
+    return false;
+}
+
+long longInfo(CURL *handle, CURLINFO info)
+{
+    long value = 0;
+    curl_easy_getinfo(handle, info, &value);
+    return value;
+}
+
 /// libcurl calls this before each time that it sends the request. A second time means that a kept
 /// connection broke before an answer came. The server may have read the request, so a payment, say,
 /// would be made twice.
-int beforeRequest(void *context, char *, char *, int, int)
+///
+/// On a kept connection the server has nothing to say before it is asked. What waits there all the same
+/// would be taken for the answer to this request: a message would be done that nobody has read.
+int beforeRequest(void *context, char *, char *, int, int ourPort)
 {
     auto &transfer = *static_cast<Transfer *>(context);
+    transfer.isOutOfStep =
+        longInfo(transfer.handle, CURLINFO_NUM_CONNECTS) == 0 && hasInput(ourPort);
+    if (transfer.isOutOfStep)
+        return CURL_PREREQFUNC_ABORT;
     ++transfer.attempts;
     if (transfer.attempts > 1 && !transfer.isRepeatable) {
         transfer.isRepeatRefused = true;
@@ -354,6 +415,11 @@ void setUp(CURL *handle, const Exchange &exchange, const QByteArray &proxy, cons
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, takeBody);
     curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, takeHeader);
     curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, beforeRequest);
+    Connections &connections = connectionsOfThread();
+    curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, openSocket);
+    curl_easy_setopt(handle, CURLOPT_OPENSOCKETDATA, &connections);
+    curl_easy_setopt(handle, CURLOPT_CLOSESOCKETFUNCTION, closeSocket);
+    curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, &connections);
 
     if (exchange.url.scheme() == u"https")
         setTls(handle, exchange, caFile);
@@ -379,13 +445,7 @@ void setRequest(Connections::Client &client, const Exchange &exchange, Transfer 
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &transfer);
     curl_easy_setopt(handle, CURLOPT_HEADERDATA, &transfer);
     curl_easy_setopt(handle, CURLOPT_PREREQDATA, &transfer);
-}
-
-long longInfo(CURL *handle, CURLINFO info)
-{
-    long value = 0;
-    curl_easy_getinfo(handle, info, &value);
-    return value;
+    curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, 0L);
 }
 
 QString hostText(const QUrl &url)
@@ -591,6 +651,7 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     }
 
     Transfer transfer;
+    transfer.handle = handle;
     transfer.keepHeaders = exchange.keepHeaders;
     transfer.isRepeatable = isRepeatable(exchange.verb);
     const CurlMime mime = exchange.parts.isEmpty() ? CurlMime() : mimeOf(handle, exchange.parts);
@@ -599,7 +660,11 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     setRequest(client, exchange, transfer);
     setVerbAndBody(handle, exchange, mime);
 
-    const CURLcode code = curl_easy_perform(handle);
+    CURLcode code = curl_easy_perform(handle);
+    if (transfer.isOutOfStep) {
+        curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, 1L);
+        code = curl_easy_perform(handle);
+    }
 
     ExchangeOutcome outcome;
     const auto status = static_cast<int>(longInfo(handle, CURLINFO_RESPONSE_CODE));
