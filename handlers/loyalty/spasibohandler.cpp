@@ -6,12 +6,12 @@
 #include "shared/core/config.h"
 #include "shared/core/singleton.h"
 #include "shared/net/httpparams.h"
+#include "shared/net/httpresponse.h"
 #include "shared/net/serder.h"
 
 #include <log4qt/logger.h>
 
 #include <QDir>
-#include <QJsonDocument>
 #include <QJsonObject>
 
 #include <algorithm>
@@ -75,7 +75,7 @@ qint64 attemptNumber(const Message &message)
 /// Empty when the reply names none as a text.
 QString errorCodeOf(const QByteArray &reply)
 {
-    return QJsonDocument::fromJson(reply.trimmed()).object().value(u"errorCode"_s).toString();
+    return http::parseReply(reply.trimmed()).object().value(u"errorCode"_s).toString();
 }
 
 } // namespace

@@ -16,6 +16,14 @@ namespace {
 /// The tree is walked and destroyed by recursion, on a worker's stack.
 constexpr int maxDepth = 200;
 
+/// The tree takes up to forty times the memory of its text. No service's document comes near.
+constexpr qsizetype maxSize = 512 * 1024;
+
+ParseError tooLarge()
+{
+    return {1, 1, u"документ больше 512 КиБ"_s};
+}
+
 std::optional<QString> decodeUnicode(QStringConverter::Encoding encoding, const QByteArray &bytes)
 {
     QStringDecoder decoder(encoding);
@@ -54,6 +62,8 @@ std::optional<QString> decode(const QByteArray &bytes)
 /// Why a tree of the text would not be whole and harmless; nothing when it is both.
 std::optional<ParseError> refusal(const QString &text, Prefixes prefixes)
 {
+    if (text.size() > maxSize)
+        return tooLarge();
     QXmlStreamReader reader(text);
     reader.setNamespaceProcessing(prefixes == Prefixes::Namespaces);
     const auto here = [&reader](const QString &message) {
@@ -115,6 +125,11 @@ QDomElement createTextElement(QDomDocument &document, const QString &name, const
 
 QDomDocument parseXml(const QByteArray &bytes, ParseError *error)
 {
+    if (bytes.size() > maxSize) {
+        if (error)
+            *error = tooLarge();
+        return QDomDocument();
+    }
     const std::optional<QString> text = decode(bytes);
     if (text)
         return parseXmlText(*text, error);

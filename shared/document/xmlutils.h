@@ -32,7 +32,8 @@ struct ParseError
 };
 
 /// The document in `bytes`, in the encoding that it declares. An empty document, and `error` filled,
-/// when it is not well formed as a whole, declares entities, or nests deeper than any service's.
+/// when it is not well formed as a whole, declares entities, is larger than 512 KiB, or nests deeper than
+/// any service's.
 /// Nothing is ever fetched.
 QDomDocument parseXml(const QByteArray &bytes, ParseError *error = nullptr);
 /// The same for a text whose encoding no longer matters. Elements are found by the name as written, prefix

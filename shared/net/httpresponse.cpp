@@ -1,7 +1,5 @@
 #include "shared/net/httpresponse.h"
 
-#include <QJsonDocument>
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -38,7 +36,14 @@ namespace http {
 
 QJsonObject Response::responseObject() const
 {
-    return QJsonDocument::fromJson(body).object();
+    return parseReply(body).object();
+}
+
+QJsonDocument parseReply(const QByteArray &body)
+{
+    // What is made of a text of small numbers takes up to fifty times its memory.
+    constexpr qsizetype maxSize = 1024 * 1024;
+    return body.size() > maxSize ? QJsonDocument() : QJsonDocument::fromJson(body);
 }
 
 Response Response::answered(int status, const QByteArray &body)

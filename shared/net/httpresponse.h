@@ -3,6 +3,7 @@
 #include "shared/core/tr.h"
 
 #include <QByteArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 
 namespace http {
@@ -30,5 +31,8 @@ struct Response
     /// No whole answer; `status` is that of an answer that was cut off.
     static Response failed(int errorCode, const tr::Tr &errorText, int status = 0);
 };
+
+/// The document in the body of an answer; null when it is none, or larger than 1 MiB.
+QJsonDocument parseReply(const QByteArray &body);
 
 } // namespace http

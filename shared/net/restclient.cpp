@@ -251,7 +251,7 @@ QVariant RestClient::responseVariant() const
 
 QJsonDocument RestClient::responseJson() const
 {
-    return QJsonDocument::fromJson(response_.body);
+    return http::parseReply(response_.body);
 }
 
 QByteArray RestClient::responseBody() const

@@ -12,6 +12,7 @@ class TestXmlUtils : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void largeDocumentsAreRefused();
     void valueIsFoundByTag_data();
     void valueIsFoundByTag();
     void valueIsFoundInsideAnElement();
@@ -191,6 +192,21 @@ void TestXmlUtils::nothingIsFetched()
         "<!DOCTYPE a SYSTEM \"file://" + file.fileName().toUtf8() + "\"><a><c>0</c></a>");
     QCOMPARE(xmlutils::getValueByTag(document, u"c"_s, 0), u"0"_s);
     QVERIFY(!document.toString().contains(u"secret\""_s));
+}
+
+void TestXmlUtils::largeDocumentsAreRefused()
+{
+    const auto document = [](qsizetype size) {
+        return "<a>" + QByteArray(size - 7, 'x') + "</a>";
+    };
+    constexpr qsizetype limit = 512 * 1024;
+    QVERIFY(!xmlutils::parseXml(document(limit)).isNull());
+    xmlutils::ParseError error;
+    QVERIFY(xmlutils::parseXml(document(limit + 1), &error).isNull());
+    QCOMPARE(error.message, u"документ больше 512 КиБ"_s);
+    error = {};
+    QVERIFY(xmlutils::parseXmlText(QString::fromUtf8(document(limit + 1)), &error).isNull());
+    QCOMPARE(error.message, u"документ больше 512 КиБ"_s);
 }
 
 QTEST_GUILESS_MAIN(TestXmlUtils)
