@@ -23,6 +23,9 @@ TcpClient::TcpClient(QObject *parent)
     , socket(this)
 {
     socket.setProxy(QNetworkProxy::NoProxy);
+    // What the server says is nobody's, and must not pile up while something else is waited for.
+    connect(&socket, &QTcpSocket::readyRead, this,
+            [this] { socket.skip(socket.bytesAvailable()); });
 }
 
 TcpClient::~TcpClient() = default;
@@ -122,10 +125,8 @@ void TcpClient::awaitArrival(const QDeadlineTimer &end)
         if (::ioctl(static_cast<int>(socket.socketDescriptor()), SIOCOUTQ, &unacknowledged) != 0
             || unacknowledged <= 1)
             break;
-        if (socket.waitForReadyRead(arrivalCheckMs))
-            socket.readAll();
+        socket.waitForReadyRead(arrivalCheckMs);
     }
     // Closing with unread bytes would be a reset, too.
-    if (socket.waitForReadyRead(0))
-        socket.readAll();
+    socket.waitForReadyRead(0);
 }
