@@ -81,6 +81,11 @@ bool RoughPeer::Line::readRequest()
     }
 }
 
+bool RoughPeer::Line::awaitBytes()
+{
+    return await(POLLIN);
+}
+
 bool RoughPeer::Line::send(const QByteArray &bytes)
 {
     for (qsizetype done = 0; done < bytes.size();) {

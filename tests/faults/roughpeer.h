@@ -25,6 +25,8 @@ public:
 
         /// Reads to the end of the head, and of the body that Content-Length tells of.
         bool readRequest();
+        /// Waits for the first bytes of the other side, and reads none.
+        bool awaitBytes();
         bool send(const QByteArray &bytes);
         /// Sends the same bytes again and again until there are `total` or the other side has gone.
         bool flood(const QByteArray &bytes, qint64 total);

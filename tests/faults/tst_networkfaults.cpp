@@ -374,6 +374,11 @@ private Q_SLOTS:
     void restClient_data();
     void restClient();
     void service();
+    void lateSecondAnswer();
+    void strangeBodies_data();
+    void strangeBodies();
+    void tcpPeers();
+    void certificatesStayApart();
 
 private:
     struct Outcome
@@ -389,6 +394,8 @@ private:
     std::vector<std::future<Outcome>> outcomes;
     std::vector<std::unique_ptr<Scene>> scenes;
     std::unique_ptr<TestSettings> settings;
+    /// One service reads all strange bodies, one after another.
+    std::unique_ptr<faults::Till> bodiesTill;
     int exchanges = 0;
 };
 
@@ -521,6 +528,231 @@ void TestNetworkFaults::service()
         static_cast<long long>(till.peakMemory()));
     if (!faults::isMemoryJudged())
         qInfo("memory is not judged under a sanitizer");
+}
+
+/// A peer says more than it was asked, after the answer was read. The next delivery over this connection
+/// must not take that for its own answer.
+void TestNetworkFaults::lateSecondAnswer()
+{
+    std::atomic<int> requests{0};
+    RoughPeer peer([&requests](Line &line) {
+        while (line.readRequest()) {
+            const bool isFirst = ++requests == 1;
+            if (!line.send(isFirst ? okEmpty
+                                   : QByteArray("HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n")))
+                return;
+            if (isFirst && line.idle(100))
+                line.send(okEmpty);
+        }
+    });
+    const QUrl url(u"http://127.0.0.1:%1/"_s.arg(peer.port()));
+    RestClient client;
+    client.post(url, QByteArray("first"), {});
+    QCOMPARE(client.statusCode(), 200);
+    QTRY_COMPARE(peer.sentBytes(), 2 * okEmpty.size());
+    client.post(url, QByteArray("second"), {});
+    QCOMPARE(client.statusCode(), 500);
+    QCOMPARE(requests.load(), 2);
+}
+
+void TestNetworkFaults::strangeBodies_data()
+{
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QByteArray>("body");
+    constexpr qsizetype large = 15 * 1024 * 1024;
+    const QString xml = u"manzana2019"_s;
+    const QString json = u"markdown"_s;
+    const auto nested = [](qsizetype depth) {
+        return "<e>" + QByteArray("<a>").repeated(depth) + QByteArray("</a>").repeated(depth)
+               + "</e>";
+    };
+    QByteArray entities = "<!DOCTYPE e [<!ENTITY a0 \"xxxxxxxxxxxxxxxx\">";
+    for (int i = 1; i < 30; ++i) {
+        const QByteArray inner = "&a" + QByteArray::number(i - 1) + ';';
+        entities += "<!ENTITY a" + QByteArray::number(i) + " \"" + inner + inner + "\">";
+    }
+    entities += "]><e><ReturnCode>&a29;</ReturnCode></e>";
+    const QByteArray outside = "<!DOCTYPE e [<!ENTITY a SYSTEM \"file:///etc/passwd\">]>"
+                               "<e><ReturnCode>1</ReturnCode><Message>&a;</Message></e>";
+    // clang-format off
+    QTest::newRow("XML: nested, no end")        << xml  << 200 << QByteArray("<a>").repeated(large / 3);
+    QTest::newRow("XML: nested")                << xml  << 200 << nested(large / 8);
+    QTest::newRow("XML: many elements")         << xml  << 200 << "<e>" + QByteArray("<a/>").repeated(large / 4) + "</e>";
+    QTest::newRow("XML: many attributes")       << xml  << 200 << "<e " + QByteArray("a='b' ").repeated(large / 6) + "/>";
+    QTest::newRow("XML: entities in entities")  << xml  << 200 << entities;
+    QTest::newRow("XML: a file of the till")    << xml  << 200 << outside;
+    QTest::newRow("XML: noise")                 << xml  << 200 << noise(large);
+    QTest::newRow("XML: one long text")         << xml  << 200 << "<e><ReturnCode>1</ReturnCode><Message>" + QByteArray(large, 'x') + "</Message></e>";
+    QTest::newRow("JSON: nested, no end")       << json << 500 << QByteArray("[").repeated(large);
+    QTest::newRow("JSON: nested")               << json << 500 << QByteArray("[").repeated(large / 2) + QByteArray("]").repeated(large / 2);
+    QTest::newRow("JSON: nested objects")       << json << 500 << QByteArray("{\"a\":").repeated(large / 5);
+    QTest::newRow("JSON: many elements")        << json << 500 << "{\"a\":[0" + QByteArray(",0").repeated(large / 2) + "]}";
+    QTest::newRow("JSON: a long number")        << json << 500 << "{\"errorCode\":" + QByteArray(large, '9') + "}";
+    QTest::newRow("JSON: noise")                << json << 500 << noise(large);
+    // clang-format on
+}
+
+/// Whole answers of a length that is allowed, whose contents are made to break whoever reads them.
+void TestNetworkFaults::strangeBodies()
+{
+    QFETCH(QString, type);
+    QFETCH(int, status);
+    QFETCH(QByteArray, body);
+    RoughPeer peer(says("HTTP/1.1 " + QByteArray::number(status) + " Status\r\nContent-Length: "
+                        + QByteArray::number(body.size()) + "\r\n\r\n" + body));
+    if (!bodiesTill) {
+        bodiesTill = std::make_unique<faults::Till>();
+        bodiesTill->start();
+    }
+    faults::Till &till = *bodiesTill;
+    const int endsBefore = till.service().ends(type);
+    const int id = till.put(type, request(QUrl(u"http://127.0.0.1:%1/"_s.arg(peer.port()))));
+    till.ask("/start/" + type.toUtf8() + "/0");
+    QVERIFY(till.waitForEnds(type, endsBefore + 1));
+    QVERIFY(till.isIn(id));
+    QVERIFY(peer.sentBytes() > body.size());
+    till.remove(id);
+    QVERIFY(till.ask("/status").contains("messagesCount"));
+    QVERIFY(!till.service().logText().contains(u"root:"));
+    if (faults::isMemoryJudged())
+        QVERIFY2(till.peakMemory() < faults::memoryLimit,
+                 qPrintable(u"%1 KiB"_s.arg(till.peakMemory())));
+}
+
+/// The two types that speak plain TCP. `dssl` only hands its bytes over, so it is done once it was connected;
+/// `eps` wants its mark back.
+void TestNetworkFaults::tcpPeers()
+{
+    struct TcpFault
+    {
+        QByteArray name;
+        Manner manner;
+        bool isConnected = true;
+        int bytes = 64;
+    };
+    const QByteArray x(chunkSize, 'x');
+    constexpr int manyBytes = 1024 * 1024;
+    // clang-format off
+    const QList<TcpFault> tcpFaults{
+        {"refuses",                         Refused{}, false},
+        {"leaves the handshake unanswered", Deaf{}, false},
+        {"keeps silent",                    [](Line &line) { line.listen(); }},
+        {"closes at once",                  [](Line &) {}},
+        {"resets behind the first bytes",   [](Line &line) { if (line.awaitBytes()) line.reset(); }},
+        {"does not read",                   [](Line &line) { line.idle(); }, true, manyBytes},
+        {"a byte a second",                 [](Line &line) { line.drip("S01AB", secondMs); }},
+        {"noise",                           [](Line &line) { if (line.send(noise(4096))) line.listen(); }},
+        {"1 GB",                            [x](Line &line) { line.flood(x, gibibyte); }},
+        {"1 GB and does not read",          [x](Line &line) { line.flood(x, gibibyte); }, true, manyBytes},
+    };
+    // clang-format on
+    struct Attempt
+    {
+        std::unique_ptr<Scene> scene;
+        std::unique_ptr<faults::Till> till;
+        QElapsedTimer timer;
+        int dssl = 0;
+        int eps = 0;
+        qint64 dsslMs = 0;
+        qint64 epsMs = 0;
+    };
+    std::vector<Attempt> attempts(static_cast<std::size_t>(tcpFaults.size()));
+    for (std::size_t i = 0; i < attempts.size(); ++i) {
+        Attempt &attempt = attempts[i];
+        const TcpFault &fault = tcpFaults.at(static_cast<qsizetype>(i));
+        attempt.scene = std::make_unique<Scene>(Fault{fault.name, fault.manner});
+        attempt.till = std::make_unique<faults::Till>();
+        const int port = attempt.scene->url.port();
+        const QString bytes = u"S01AB123456"_s + QString(fault.bytes, u'x');
+        attempt.dssl = attempt.till->put(u"dssl"_s, {{u"url"_s, u"127.0.0.1"_s},
+                                                     {u"port"_s, port},
+                                                     {u"body"_s, bytes},
+                                                     {u"timeout"_s, timeoutSeconds}});
+        attempt.eps = attempt.till->put(
+            u"eps"_s, {{u"host"_s, u"127.0.0.1"_s}, {u"port"_s, port}, {u"message"_s, bytes}});
+        attempt.till->start();
+        attempt.timer.start();
+    }
+    QVERIFY(stand::waitUntil([&attempts] {
+        bool isDone = true;
+        for (Attempt &attempt : attempts) {
+            if (attempt.dsslMs == 0 && attempt.till->service().ends(u"dssl"_s) > 0)
+                attempt.dsslMs = attempt.timer.elapsed();
+            if (attempt.epsMs == 0 && attempt.till->service().ends(u"eps"_s) > 0)
+                attempt.epsMs = attempt.timer.elapsed();
+            isDone &= attempt.dsslMs > 0 && attempt.epsMs > 0;
+        }
+        return isDone;
+    }));
+    qint64 mostMemory = 0;
+    for (std::size_t i = 0; i < attempts.size(); ++i) {
+        Attempt &attempt = attempts[i];
+        const TcpFault &fault = tcpFaults.at(static_cast<qsizetype>(i));
+        const QByteArray seen = fault.name + ": dssl " + QByteArray::number(attempt.dsslMs)
+                                + " ms, eps " + QByteArray::number(attempt.epsMs) + " ms, "
+                                + QByteArray::number(attempt.till->peakMemory()) + " KiB";
+        QVERIFY2(attempt.till->service().isRunning(), seen.constData());
+        QVERIFY2(attempt.till->isIn(attempt.dssl) != fault.isConnected, seen.constData());
+        QVERIFY2(attempt.till->isIn(attempt.eps), seen.constData());
+        // Connecting, writing and closing have the timeout each.
+        QVERIFY2(attempt.dsslMs < 3 * timeoutSeconds * secondMs + slackMs, seen.constData());
+        constexpr int epsTimeoutMs = 5000;
+        QVERIFY2(attempt.epsMs < 2 * epsTimeoutMs + slackMs, seen.constData());
+        if (faults::isMemoryJudged())
+            QVERIFY2(attempt.till->peakMemory() < faults::memoryLimit, seen.constData());
+        mostMemory = std::max(mostMemory, attempt.till->peakMemory());
+    }
+    qInfo("TCP peers: %lld kinds, memory %lld KiB at most",
+          static_cast<long long>(tcpFaults.size()), static_cast<long long>(mostMemory));
+}
+
+/// One worker delivers for two clients and for nobody in turn, another one beside it for nobody. The server
+/// tells whom it saw.
+void TestNetworkFaults::certificatesStayApart()
+{
+    const QString ivan =
+        papers.certificates.joined(papers.certificates.client(papers.authority, u"ivan"_s));
+    const QString maria =
+        papers.certificates.joined(papers.certificates.client(papers.authority, u"maria"_s));
+    const NginxServer nginx(NginxServer::Setup{papers.good, papers.authority.certificate});
+    faults::Till till(u"[network]\ncaFile = %1\n"_s.arg(papers.authority.certificate));
+    QStringList expected;
+    QList<int> uncertified;
+    const int rounds = faults::count(10, 300);
+    const QStringList order{ivan, maria, QString(), ivan, ivan, QString(), QString(), maria};
+    for (int i = 0; i < rounds; ++i) {
+        for (const QString &certificate : order) {
+            QJsonObject message = request(nginx.url());
+            message.insert(u"method"_s, u"POST"_s);
+            if (!certificate.isEmpty())
+                message.insert(u"certificatePath"_s, certificate);
+            till.put(u"spasibo"_s, message);
+            expected.append(certificate.isEmpty() ? u"400"_s
+                            : certificate == ivan ? u"CN=ivan"_s
+                                                  : u"CN=maria"_s);
+        }
+        uncertified.append(till.put(u"heineken"_s, request(nginx.url())));
+    }
+    till.start();
+    QVERIFY(till.waitForEnds(u"heineken"_s, 1));
+    QVERIFY(stand::waitUntil(
+        [&] { return till.exchangeTimes(u"spasibo"_s).size() >= expected.size(); }));
+
+    static const QRegularExpression seen(u"CN=\\w+|400"_s);
+    QStringList subjects;
+    for (const QString &line : till.lines(u"spasibo"_s).filter(QRegularExpression(u"\\AОтвет: "_s)))
+        subjects.append(seen.match(line).captured());
+    QCOMPARE(subjects.mid(0, expected.size()), expected);
+    for (const QString &line :
+         till.lines(u"heineken"_s).filter(QRegularExpression(u"\\AОтвет: "_s)))
+        QCOMPARE(seen.match(line).captured(), u"400"_s);
+    const QList<int> left = till.ids();
+    for (const int id : uncertified)
+        QVERIFY(left.contains(id));
+    qInfo(
+        "client certificates: %lld deliveries for two clients and for nobody, %lld beside them for nobody",
+        static_cast<long long>(expected.size()), static_cast<long long>(uncertified.size()));
 }
 
 QTEST_GUILESS_MAIN(TestNetworkFaults)
