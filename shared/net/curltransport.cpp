@@ -661,7 +661,8 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     setVerbAndBody(handle, exchange, mime);
 
     CURLcode code = curl_easy_perform(handle);
-    if (transfer.isOutOfStep) {
+    const bool wasOutOfStep = transfer.isOutOfStep;
+    if (wasOutOfStep) {
         curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, 1L);
         code = curl_easy_perform(handle);
     }
@@ -677,8 +678,7 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     outcome.headerLines = transfer.headerLines;
     // libcurl counts the connections that broke under one set-up and gives up after five of them, and
     // parts must not be gone before it has let go of them.
-    if (mime || code != CURLE_OK || transfer.attempts > 1) {
+    if (mime || code != CURLE_OK || transfer.attempts > 1 || wasOutOfStep)
         forget(client);
-    }
     return outcome;
 }
