@@ -465,7 +465,7 @@ void TestNetworkFaults::wave(faults::Till &till, const QList<Fault> &wave)
         ids.append(till.put(types.at(i), request(stage.back()->url, wave.at(i).requestBytes)));
         till.ask("/start/" + types.at(i).toUtf8() + "/0");
     }
-    const int passes = faults::count(1, 20);
+    const int passes = faults::count(1, 10);
     for (qsizetype i = 0; i < wave.size(); ++i) {
         const Fault &fault = wave.at(i);
         const QString &type = types.at(i);
