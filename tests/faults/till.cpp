@@ -9,7 +9,7 @@
 #include <QRegularExpression>
 #include <QTcpSocket>
 
-#include <unistd.h>
+#include <ctime>
 
 using namespace Qt::StringLiterals;
 
@@ -179,14 +179,12 @@ qint64 Till::statusField(const QByteArray &name) const
 
 double Till::processorSeconds() const
 {
-    const QByteArray text = processFile(process->processId(), u"stat"_s);
-    // The name of the program, in brackets, may hold blanks.
-    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
-    constexpr int userTime = 11;
-    constexpr int systemTime = 12;
-    return static_cast<double>(fields.value(userTime).toLongLong()
-                               + fields.value(systemTime).toLongLong())
-           / static_cast<double>(::sysconf(_SC_CLK_TCK));
+    clockid_t clock = 0;
+    timespec time = {};
+    if (::clock_getcpuclockid(static_cast<pid_t>(process->processId()), &clock) != 0
+        || ::clock_gettime(clock, &time) != 0)
+        qFatal("the kernel does not tell the processor time");
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
 } // namespace faults

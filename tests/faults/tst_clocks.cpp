@@ -304,7 +304,7 @@ void TestClocks::clockIsSetToAndFro()
     setClock(u"+0"_s);
     deliver();
     qInfo(
-        "clocks: set %d times, %d deliveries behind it, at most %lld ms from row to removal, at most %.1f %% of a "
+        "clocks: set %d times, %d deliveries behind it, at most %lld ms from row to removal, at most %.2f %% of a "
         "processor when idle",
         settings, deliveries, static_cast<long long>(longestMs), mostLoad * 100);
 }
