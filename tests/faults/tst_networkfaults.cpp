@@ -726,7 +726,7 @@ void TestNetworkFaults::certificatesStayApart()
     faults::Till till(u"[network]\ncaFile = %1\n"_s.arg(papers.authority.certificate));
     QStringList expected;
     QList<int> uncertified;
-    const int rounds = faults::count(10, 300);
+    const int rounds = faults::count(10, 50);
     const QStringList order{ivan, maria, QString(), ivan, ivan, QString(), QString(), maria};
     for (int i = 0; i < rounds; ++i) {
         for (const QString &certificate : order) {
