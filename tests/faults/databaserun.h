@@ -18,7 +18,8 @@ inline const QByteArray failedStatement = u"Ошибка при выполнен
 inline const QByteArray failedCard = u"Не удалось сохранить карту документа"_s.toUtf8();
 inline const QByteArray lostDatabase = u"База данных недоступна"_s.toUtf8();
 /// Nothing in the service catches a worker, or a start, that does not get its connection.
-inline const QByteArray prescribedEnd = u"Аварийное завершение работы: Не удалось "_s.toUtf8();
+inline const QByteArray endWithoutConnection =
+    u"Аварийное завершение работы: Не удалось "_s.toUtf8();
 inline const QByteArray pollLine = u"Запуск обработчиков"_s.toUtf8();
 
 /// The service with its traffic, its supervisor and the counts that are told at the end.
@@ -117,11 +118,11 @@ public:
         const QByteArray log = service.log();
         const Traffic::Counts counts = traffic.counts();
         const qsizetype failures = log.count(failedStatement) + log.count(failedCard);
-        qInfo("%s: %d messages, %d received, %d repeats, %d failed statements, %d prescribed ends "
+        qInfo("%s: %d messages, %d received, %d repeats, %d failed statements, %d ends "
               "of the service",
               what, written, counts.messages, counts.repeats, static_cast<int>(failures), ends);
         QCOMPARE(strangeEnds, QStringList());
-        QCOMPARE(log.count(prescribedEnd), ends);
+        QCOMPARE(log.count(endWithoutConnection), ends);
         // A deletion that failed, or a delivery that the end of the service cut short.
         const auto workers = Traffic::types().size();
         QVERIFY(counts.repeats <= failures + (ends + kills) * workers);

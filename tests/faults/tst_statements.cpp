@@ -128,7 +128,7 @@ private:
 
     /// Findings of the pass under way.
     QStringList findings;
-    int prescribedEnds = 0;
+    int endsWithoutConnection = 0;
 };
 
 void TstStatements::operations_data()
@@ -235,7 +235,7 @@ void TstStatements::runPass(QueueHandler &manager, const std::shared_ptr<SharedS
             findings.append(hasThrown ? u"a worker threw for a statement of its store"_s
                                       : u"a worker without a connection did not throw"_s);
         if (hasThrown) {
-            ++prescribedEnds;
+            ++endsWithoutConnection;
         } else if (errors != expectedErrors(steps, false)) {
             findings.append(u"a worker counted %1 errors instead of %2"_s.arg(
                 QString::number(errors), QString::number(expectedErrors(steps, false))));
@@ -251,7 +251,7 @@ void TstStatements::passes()
     int cases = 0;
     int repeats = 0;
     int total = 1;
-    prescribedEnds = 0;
+    endsWithoutConnection = 0;
     for (int chosen = 0; chosen <= total; ++chosen) {
         faultydriver::arm(0, false);
         QueueDatabase database;
@@ -304,9 +304,9 @@ void TstStatements::passes()
     }
     qInfo("%d cases over %d statements of a pass, %d repeats, one for each failed deletion; "
           "%d ends of a worker without a connection, none other",
-          cases, total, repeats, prescribedEnds);
+          cases, total, repeats, endsWithoutConnection);
     QVERIFY(repeats > 0);
-    QVERIFY(prescribedEnds > 0);
+    QVERIFY(endsWithoutConnection > 0);
 }
 
 /// The store of the main thread lives as long as the service. A statement that could not be prepared, say
