@@ -14,6 +14,8 @@ target_compile_options(queue_settings INTERFACE
     -fstack-protector-strong
     # Programs too are compiled like libraries, or gcc 14 refuses them the precompiled header.
     -fPIC
+    # clang does not know some of these.
+    $<$<CXX_COMPILER_ID:Clang>:-Wno-unknown-warning-option>
     $<$<BOOL:${QUEUE_WARNINGS_AS_ERRORS}>:-Werror>)
 if(QUEUE_SANITIZE)
     target_compile_options(queue_settings INTERFACE

@@ -56,10 +56,10 @@ fake_machine() {
 
 install_packages() {
     run_command env -u DEBIAN_FRONTEND PATH="$work/bin" POLICY_RC_D="$work/policy-rc.d" \
-        "$work/bin/bash" "$root/scripts/install-packages"
+        "$work/bin/bash" "$root/scripts/install-packages" "$@"
 }
 
-for script in run test bench .ci/run scripts/install-packages scripts/common.sh tests/tst_scripts.sh benchmarks/plot; do
+for script in run test bench .ci/run scripts/fuzz scripts/install-packages scripts/common.sh tests/tst_scripts.sh benchmarks/plot; do
     check "$script has no syntax error" bash -n "$root/$script"
 done
 
@@ -73,6 +73,11 @@ check "bench: an unknown argument exits with 2" exits_with 2
 check "bench: an unknown argument shows the usage" says "Usage: ./bench"
 run_command "$root/bench" --only
 check "bench: an option without its value exits with 2" exits_with 2
+run_command "$root/scripts/fuzz" nonsense
+check "fuzz: an unknown target exits with 2" exits_with 2
+check "fuzz: an unknown target shows the usage" says "Usage: scripts/fuzz"
+run_command "$root/scripts/fuzz" --seconds soon
+check "fuzz: a time that is no number exits with 2" exits_with 2
 run_command "$root/test" --faults=forever
 check "test: an unknown form of the fault tests exits with 2" exits_with 2
 check "test: an unknown form of the fault tests shows the usage" says "Usage: ./test"
@@ -107,10 +112,14 @@ install_packages
 check "packages: only what is missing is installed" called 'recommends sqlite3$'
 
 fake_machine 0
-run_command env PATH="$work/bin" POLICY_RC_D="$work/policy-rc.d" \
-    "$work/bin/bash" "$root/scripts/install-packages" packages-bench
+install_packages packages-bench
 check "packages: another list is installed when it is named" called ' gnuplot-nox '
 check "packages: a list that is not named is left alone" not_called ' sqlite3'
+
+fake_machine 1000
+stand_in sudo "echo \"sudo \$*\" >>'$work/calls'"
+install_packages packages-fuzz
+check "packages: another list goes through sudo too" called 'install-packages packages-fuzz$'
 
 fake_machine 0
 stand_in apt-get 'case $* in *install*) echo "E: disk is full"; exit 100 ;; esac'
