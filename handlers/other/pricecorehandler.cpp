@@ -19,8 +19,8 @@ constexpr Forwarding forwarding{
 bool sendObject(const Message &message, Log4Qt::Logger &logger)
 {
     const auto client = makeRequest(message, logger, forwarding);
-    // Only now, when the request is made: its token stands in the debug log, where the service's
-    // engineers look for one that was rejected.
+    // Only now, when the request is made, as everywhere in the till: it holds for what the client may still
+    // log. The line of the request masks such a name by itself.
     client->setSecretHeaders({u"X-Api-Auth-Token"_s});
     return !client->response().isNetworkError();
 }

@@ -131,9 +131,22 @@ QString excerpt(const QByteArray &bytes)
     return start.size() == bytes.size() ? text : text + u"… (всего байт: %1)"_s.arg(bytes.size());
 }
 
+/// A till's message may bring a header or a query of its own with the key of a service in it; the name
+/// gives it away.
+bool isSecretName(const QString &name)
+{
+    static const QStringList marks = {u"password"_s, u"passwd"_s,        u"token"_s,
+                                      u"secret"_s,   u"api-key"_s,       u"api_key"_s,
+                                      u"apikey"_s,   u"authorization"_s, u"cookie"_s};
+    static const QStringList words = {u"pwd"_s, u"pass"_s};
+    return words.contains(name, Qt::CaseInsensitive)
+           || std::any_of(marks.cbegin(), marks.cend(), [&name](const QString &mark) {
+                  return name.contains(mark, Qt::CaseInsensitive);
+              });
+}
+
 QUrl withoutSecrets(QUrl url)
 {
-    static const QStringList secretNames = {u"password"_s, u"passwd"_s, u"pwd"_s, u"pass"_s};
     if (!url.password().isEmpty())
         url.setPassword(u"***"_s);
     if (!url.hasQuery())
@@ -141,7 +154,7 @@ QUrl withoutSecrets(QUrl url)
     auto items = QUrlQuery(url).queryItems(QUrl::FullyEncoded);
     bool isMasked = false;
     for (auto &[name, value] : items) {
-        if (secretNames.contains(name, Qt::CaseInsensitive)) {
+        if (isSecretName(name)) {
             value = u"***"_s;
             isMasked = true;
         }
@@ -378,15 +391,12 @@ void RestClient::logOutcome(const ExchangeOutcome &outcome, qint64 elapsedMs) co
 
 QString RestClient::loggedHeaders(const QList<QByteArray> &lines) const
 {
-    static const QStringList alwaysSecret = {u"Authorization"_s, u"Proxy-Authorization"_s,
-                                             u"Cookie"_s, u"Set-Cookie"_s};
     QByteArrayList shown;
     for (const QByteArray &line : lines) {
         const qsizetype colon = line.indexOf(':');
         const QString name = QString::fromUtf8(line.left(colon)).trimmed();
-        const bool isSecret = colon >= 0
-                              && (alwaysSecret.contains(name, Qt::CaseInsensitive)
-                                  || secretHeaders.contains(name, Qt::CaseInsensitive));
+        const bool isSecret =
+            colon >= 0 && (isSecretName(name) || secretHeaders.contains(name, Qt::CaseInsensitive));
         shown.append(isSecret ? line.left(colon) + ": ***" : line);
     }
     return excerpt(shown.join("; "));

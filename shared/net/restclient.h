@@ -90,7 +90,9 @@ public:
     virtual bool isNetworkError() const;
     virtual http::Response response() const;
 
-    /// Their values do not reach the log. Names compare without regard to case.
+    /// Their values do not reach the log, nor do those of headers and of the query's members whose names
+    /// tell of a secret: a token, a key, a password, an authorization, a cookie. Names compare without
+    /// regard to case.
     virtual void setSecretHeaders(const QStringList &names);
 
     /// Each exchange is logged here at debug level; null, as at first, logs nothing.

@@ -985,7 +985,7 @@ void TestRestClient::masksSecretsInTheLog()
     RestClient client;
     client.setLogger(Log4Qt::LogManager::logger(u"cardlab"_s));
     client.setSecretHeaders({u"x-api-key"_s, u"X-Second"_s});
-    QUrl url = server.url(u"/?login=shown&Password=hidden"_s);
+    QUrl url = server.url(u"/?login=shown&Password=hidden&access_token=hidden"_s);
     url.setUserName(u"shown"_s);
     url.setPassword(u"hidden"_s);
     client.post(url, QByteArray(),
@@ -994,18 +994,22 @@ void TestRestClient::masksSecretsInTheLog()
                  {u"Cookie"_s, u"a=hidden"_s},
                  {u"X-Api-Key"_s, u"hidden"_s},
                  {u"x-second"_s, u"hidden"_s},
+                 {u"X-Api-Auth-Token"_s, u"hidden"_s},
+                 {u"Client-Secret"_s, u"hidden"_s},
                  {u"X-Third"_s, u"shown"_s}});
     const QString text = log.lines().join(u'\n');
     QVERIFY2(!text.contains(u"hidden"), qPrintable(text));
     for (const QString &line :
          {u"authorization: ***"_s, u"Proxy-Authorization: ***"_s, u"Cookie: ***"_s,
-          u"X-Api-Key: ***"_s, u"x-second: ***"_s, u"X-Third: shown"_s, u"Set-Cookie: ***"_s,
-          u"x-API-key: ***"_s, u"X-Open: shown"_s, u"//shown:***@127.0.0.1"_s,
-          u"login=shown&Password=***"_s})
+          u"X-Api-Key: ***"_s, u"x-second: ***"_s, u"X-Api-Auth-Token: ***"_s,
+          u"Client-Secret: ***"_s, u"X-Third: shown"_s, u"Set-Cookie: ***"_s, u"x-API-key: ***"_s,
+          u"X-Open: shown"_s, u"//shown:***@127.0.0.1"_s,
+          u"login=shown&Password=***&access_token=***"_s})
         QVERIFY2(text.contains(line), qPrintable(line + u" in "_s + text));
     // The mask is for the log; the server gets the values.
     QCOMPARE(server.requests().constFirst().header("X-Api-Key"), "hidden");
-    QCOMPARE(server.requests().constFirst().query, "login=shown&Password=hidden");
+    QCOMPARE(server.requests().constFirst().query,
+             "login=shown&Password=hidden&access_token=hidden");
 }
 
 void TestRestClient::cutsLongTextsInTheLog()
