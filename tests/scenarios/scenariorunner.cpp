@@ -1,3 +1,4 @@
+#include "tests/scenarios/secrets.h"
 #include "tests/support/mariadbserver.h"
 #include "tools/stand/scenarioerror.h"
 #include "tools/stand/scenariorun.h"
@@ -24,6 +25,16 @@ QString indented(const QString &text, const QString &indent)
 {
     QString result = indent + text.trimmed();
     return result.replace(u'\n', u'\n' + indent);
+}
+
+/// The secrets of the scenario. Where its peers would stand is none.
+Secrets secretsOf(const stand::ScenarioSource &source)
+{
+    stand::Places places;
+    const QStringList names = stand::placeNames(source.peers());
+    for (const QString &name : names)
+        places.insert(name, u"http://127.0.0.1"_s);
+    return Secrets(source.scenario(places));
 }
 
 /// Exit code of a run in which nothing could be tried.
@@ -82,13 +93,17 @@ int main(int argc, char **argv)
     const QString database = server ? u"mariadb"_s : u"sqlite"_s;
 
     int passed = 0;
+    qsizetype secretCount = 0;
     QStringList failed;
     for (const stand::ScenarioSource &source : std::as_const(sources)) {
         if (!source.title().contains(parser.value(only)) || !source.isFor(database))
             continue;
         QElapsedTimer timer;
         timer.start();
-        const stand::RunResult result = stand::ScenarioRun(source, options).run();
+        stand::RunResult result = stand::ScenarioRun(source, options).run();
+        const Secrets secrets = secretsOf(source);
+        secretCount += secrets.values().size();
+        result.findings += secrets.leaks(result.records);
         const bool isPassed = result.findings.isEmpty();
         print(u"%1  %2 (%3 ms)"_s.arg(isPassed ? u"PASS"_s : u"FAIL"_s, source.title())
                   .arg(timer.elapsed()));
@@ -105,6 +120,7 @@ int main(int argc, char **argv)
               .arg(database)
               .arg(passed)
               .arg(failed.size()));
+    print(u"%1 secrets looked for in the logs"_s.arg(secretCount));
     for (const QString &title : std::as_const(failed))
         print(u"failed: "_s + title);
     if (passed + failed.size() == 0)

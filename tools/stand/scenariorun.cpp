@@ -54,6 +54,7 @@ RunResult ScenarioRun::run()
     result.findings = findings;
     if (service) {
         result.log = service->logText();
+        result.records = service->log();
         if (!service->errors().isEmpty())
             result.log += u"standard error:\n"_s + service->errors();
     }

@@ -33,6 +33,8 @@ struct RunResult
     QStringList findings;
     /// The service's log and standard error.
     QString log;
+    /// The same log, each record whole.
+    QList<LogRecord> records;
 };
 
 /// Runs one scenario against the real service in a folder of its own: peers first, then rows and
