@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# confined.sh RUNNER CONFINE SERVICE UNIT SCENARIOS: scenarios against the service as its unit confines it.
+set -euo pipefail
+
+runner=$1
+scenarios=$5
+export QUEUE_PROGRAM=$2 CONFINED_PROGRAM=$3 CONFINED_UNIT=$4
+
+if ! command -v systemd-analyze >/dev/null; then
+    echo "SKIP: systemd-analyze is not installed, so nobody says which system calls the unit allows"
+    exit 77
+fi
+if [ "$(id -u)" -ne 0 ]; then
+    echo "Without root the tree is not made read-only; the rest is tried."
+fi
+"$runner" "$scenarios/engine/restart.json" "$scenarios/engine/control.json" \
+    "$scenarios/engine/tls.json" "$scenarios/forwarding/cardlab.json" \
+    "$scenarios/loyalty/goldcrown.json" "$scenarios/loyalty/spasibo.json" \
+    "$scenarios/payment/platiqr.json" "$scenarios/payment/atolpay.json" \
+    "$scenarios/retail/dssl.json" "$scenarios/retail/eps.json"
