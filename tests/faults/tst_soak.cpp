@@ -413,7 +413,7 @@ void TestSoak::nothingGrows()
         "%d messages of %lld types in %d s, %d requests, %d met a fault (refused %d, status 503 %d, slow %d, cut off %d), %d had no answer in the samples",
         put, static_cast<long long>(types.size()), seconds, counts.requests, inFaults,
         counts.faults.value(0), counts.faults.value(1), counts.faults.value(2),
-        counts.faults.value(3));
+        counts.faults.value(3), counts.unknown);
     qInfo("first half after %d s: at most %s", warmUpSeconds, qPrintable(told(before)));
     qInfo("second half:           at most %s", qPrintable(told(after)));
     QVERIFY(!early.isEmpty() && !late.isEmpty());

@@ -6,9 +6,15 @@
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <algorithm>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -105,6 +111,8 @@ private Q_SLOTS:
     void schemasAreThoseOfTheSource();
     void unitNamesTheInstalledProgram();
     void unitIsAccepted();
+    void unitExposesLittle();
+    void serviceTellsItsManager();
     void sampleSettingsChangeNothing();
     void sampleSettingsHoldTheDefaults_data();
     void sampleSettingsHoldTheDefaults();
@@ -211,7 +219,8 @@ void TestPackaging::unitNamesTheInstalledProgram()
 {
     const QByteArray unit = read(root.path() + prefix + u"/lib/systemd/system/queue.service"_s);
     QVERIFY(unit.contains("\nExecStart=" + prefix.toUtf8() + "/bin/queue\n"));
-    for (const char *line : {"Type=notify", "Restart=always", "User=queue", "RestartSec=10"})
+    for (const char *line : {"Type=notify", "Restart=always", "User=queue", "RestartSec=10",
+                             "StartLimitIntervalSec=0", "NotifyAccess=main"})
         QVERIFY2(unit.contains("\n" + QByteArray(line) + "\n"), line);
 }
 
@@ -237,6 +246,76 @@ void TestPackaging::unitIsAccepted()
     }
     QCOMPARE(complaints, QStringList());
     QVERIFY2(verify.exitCode == 0, qPrintable(verify.output));
+}
+
+void TestPackaging::unitExposesLittle()
+{
+    const QString tool = QStandardPaths::findExecutable(u"systemd-analyze"_s);
+    if (tool.isEmpty())
+        QSKIP("systemd-analyze is not installed");
+    const Result rating =
+        run(tool, {u"security"_s, u"--offline=true"_s, u"--no-pager"_s,
+                   root.path() + prefix + u"/lib/systemd/system/queue.service"_s});
+    static const QRegularExpression overall(u"exposure level for queue.service: ([0-9.]+)"_s);
+    const QRegularExpressionMatch match = overall.match(rating.output);
+    QVERIFY2(match.hasMatch(), qPrintable(rating.output));
+    QVERIFY2(match.captured(1).toDouble() <= 2.5, qPrintable(match.captured(0)));
+}
+
+void TestPackaging::serviceTellsItsManager()
+{
+    if (!HAS_PROGRAM)
+        QSKIP("the program is not part of this build");
+    if (!HAS_SYSTEMD)
+        QSKIP("this build has no libsystemd, so the program tells nobody");
+
+    QTemporaryDir till;
+    for (const QString &path :
+         {u"/tallocash/cash/conf/tcash.ini.d/puppet"_s, u"/tallocash/cash/queue/config/queue.d"_s})
+        QDir().mkpath(till.path() + path);
+    QFile settings(till.path() + u"/tallocash/cash/conf/tcash.ini"_s);
+    QVERIFY(settings.open(QIODevice::WriteOnly) && settings.write("[queue]\nport = 0\n") > 0);
+    settings.close();
+
+    // The manager's end of the line.
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const QByteArray path = QFile::encodeName(till.filePath(u"notify"_s));
+    QVERIFY(path.size() < qsizetype(sizeof address.sun_path));
+    std::copy(path.cbegin(), path.cend(), address.sun_path);
+    const int line = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const auto closed = qScopeGuard([line] { ::close(line); });
+    QVERIFY(::bind(line, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0);
+    const timeval patience{60, 0};
+    QVERIFY(::setsockopt(line, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) == 0);
+    const auto next = [line] {
+        char buffer[256];
+        const ssize_t size = ::recv(line, buffer, sizeof buffer, 0);
+        return QByteArray(buffer, std::max<ssize_t>(size, 0));
+    };
+
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove(u"LOG4QT_CONFIGURATION"_s);
+    environment.remove(u"WATCHDOG_PID"_s);
+    environment.insert(u"QUEUE_ROOT"_s, till.path());
+    environment.insert(u"NOTIFY_SOCKET"_s, QString::fromLocal8Bit(path));
+    environment.insert(u"WATCHDOG_USEC"_s, u"200000"_s);
+    QProcess service;
+    service.setProcessEnvironment(environment);
+    service.setStandardOutputFile(QProcess::nullDevice());
+    service.start(QStringLiteral(QUEUE_PROGRAM), {});
+    QVERIFY2(service.waitForStarted(), qPrintable(service.errorString()));
+
+    QCOMPARE(next(), "READY=1");
+    for (int beat = 0; beat < 3; ++beat)
+        QCOMPARE(next(), "WATCHDOG=1");
+    service.terminate();
+    QByteArray word = next();
+    while (word == "WATCHDOG=1")
+        word = next();
+    QCOMPARE(word, "STOPPING=1");
+    QVERIFY(service.waitForFinished(60'000));
+    QCOMPARE(service.exitCode(), 0);
 }
 
 void TestPackaging::sampleSettingsChangeNothing()
