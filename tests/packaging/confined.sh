@@ -13,6 +13,6 @@ fi
 if [ "$(id -u)" -ne 0 ]; then
     echo "Without root the tree is not made read-only; the rest is tried."
 fi
-"$runner" "$scenarios/engine/restart.json" "$scenarios/forwarding/cardlab.json" \
+"$runner" "$scenarios/forwarding/cardlab.json" \
     "$scenarios/loyalty/goldcrown.json" "$scenarios/payment/platiqr.json" \
     "$scenarios/retail/dssl.json" "$scenarios/retail/eps.json"
