@@ -1,0 +1,112 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+/// What is known of each message type, for the programs that people use and for the documentation. The
+/// texts stand in the files of `types/`, which are compiled in; tests hold them against the handlers.
+namespace catalogue {
+
+/// A key of a message's body.
+struct Key
+{
+    /// The path from the body, with dots: `orderStatus.url`. `[]` stands for each element of an array, `*`
+    /// for any name: `urls[]`, `headers.*`. An object without keys below it may hold whatever it likes.
+    QString name;
+    /// `text`, `url`, `file` (a path on the till), `integer`, `number`, `boolean`, `object`, `array` or
+    /// `any`. Numbers may also be written as texts.
+    QString kind;
+    /// Without it the message is not delivered as meant.
+    bool required = false;
+    /// What the handler goes by when the key is absent. Undefined: there is nothing to say.
+    QJsonValue defaultValue = QJsonValue(QJsonValue::Undefined);
+    /// The value is shown to nobody.
+    bool secret = false;
+    QString about;
+    QString aboutRu;
+};
+
+/// What becomes of a message, and when.
+struct Outcome
+{
+    QString when;
+    QString whenRu;
+    /// `removed`, `kept`, or `dropped`: removed without having been delivered.
+    QString result;
+    /// Names of scenarios that show it, in the type's own file. `*` stands for any text.
+    QStringList scenarios;
+};
+
+struct Type
+{
+    QString name;
+    /// The folder of its handler and of its scenarios.
+    QString group;
+    /// The class of its handler.
+    QString handler;
+    QString about;
+    QString aboutRu;
+    /// Keys above those below them.
+    QList<Key> keys;
+    /// The body may hold further keys, and they go out with it.
+    bool openKeys = false;
+    QJsonObject example;
+    QList<Outcome> outcomes;
+    /// Settings that the handler reads, as `section:key`.
+    QStringList settings;
+};
+
+/// A catalogue as it was read. Each type is there once; those with a fault are left out.
+struct Catalogue
+{
+    QList<Type> types;
+    /// What is wrong with the files, each with the file's name.
+    QStringList faults;
+};
+
+/// Reads the files of a folder: `order.json` with the names of the types in their order, `fragments.json` with
+/// keys and outcomes that types share, and a file for each group of types.
+Catalogue readCatalogue(const QString &folder);
+
+/// The catalogue that is compiled in, in the order of the handler table. Thread: any.
+const QList<Type> &types();
+/// Null for a type that nobody knows.
+const Type *find(const QString &name);
+
+/// The key that describes `path`, where elements of arrays are written `[]`. Null when there is none.
+const Key *keyAt(const Type &type, const QString &path);
+
+/// Something about a body that its handler would not read as meant.
+struct Fault
+{
+    enum class Kind
+    {
+        Missing,
+        Unknown,
+        WrongKind,
+    };
+
+    Kind kind = Kind::Missing;
+    /// As in Key::name.
+    QString path;
+    /// The kind that was expected; empty for an unknown key.
+    QString expected;
+
+    bool operator==(const Fault &) const = default;
+};
+
+/// Holds a body against the keys of its type, in the order of the body, missing keys first.
+QList<Fault> check(const Type &type, const QJsonObject &body);
+
+/// The body with `***` for each secret value: of the keys marked so, of headers whose name speaks of a key, a
+/// token, a password or a session, and for passwords in addresses.
+QJsonObject masked(const Type &type, const QJsonObject &body);
+
+/// The page about all types, in Markdown.
+QString toMarkdown();
+
+} // namespace catalogue
