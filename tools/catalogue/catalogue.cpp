@@ -193,11 +193,11 @@ void Reader::addOutcomes(Type &type, const QJsonArray &outcomes)
 
 Type Reader::readType(const QJsonObject &object, const QString &group)
 {
-    allow(object, {u"type"_s, u"handler"_s, u"about"_s, u"aboutRu"_s, u"keys"_s, u"openKeys"_s,
-                   u"example"_s, u"outcomes"_s, u"settings"_s});
     Type type;
     type.name = text(object, u"type"_s);
     place += u", "_s + type.name;
+    allow(object, {u"type"_s, u"handler"_s, u"about"_s, u"aboutRu"_s, u"keys"_s, u"openKeys"_s,
+                   u"example"_s, u"outcomes"_s, u"settings"_s});
     type.group = group;
     type.handler = text(object, u"handler"_s);
     type.about = text(object, u"about"_s);
@@ -277,7 +277,8 @@ bool isNumber(const QJsonValue &value)
 bool isUrl(const QJsonValue &value)
 {
     const QUrl url(value.toString());
-    return url.isValid() && !url.scheme().isEmpty() && !url.host().isEmpty();
+    return url.isValid() && !url.host().isEmpty()
+           && (url.scheme() == u"http" || url.scheme() == u"https");
 }
 
 bool isOfKind(const QJsonValue &value, const QString &kind)

@@ -17,7 +17,7 @@ struct Key
     /// The path from the body, with dots: `orderStatus.url`. `[]` stands for each element of an array, `*`
     /// for any name: `urls[]`, `headers.*`. An object without keys below it may hold whatever it likes.
     QString name;
-    /// `text`, `url`, `file` (a path on the till), `integer`, `number`, `boolean`, `object`, `array` or
+    /// `text`, `url` (of HTTP or HTTPS), `file` (a path on the till), `integer`, `number`, `boolean`, `object`, `array` or
     /// `any`. Numbers may also be written as texts.
     QString kind;
     /// Without it the message is not delivered as meant.
