@@ -26,8 +26,9 @@ What holds for all types:
 - *removed*: the row is gone because the work is done. *dropped*: the row is gone although the work was not
   done, since another attempt would not help. *kept*: the row stays, the messages behind it go first, and it
   is tried again in a later pass. There is no limit to the attempts unless a type has one of its own.
-- "No answer" is a refused or broken connection, an answer that breaks off, or one that does not come in
-  time. The service may have done the work all the same, so it must take the same request twice.
+- "No answer" is a refused or broken connection, a certificate that one side does not accept, an answer that
+  breaks off, or one that does not come in time. The service may have done the
+  work all the same, so it must take the same request twice.
 - A body that is no JSON object counts as an empty one.
 
 )"_s;
