@@ -48,6 +48,12 @@ void collect(const QString &text, const QString &pattern, QMap<QString, QString>
     }
 }
 
+void collectDirect(const QString &text, QMap<QString, QString> &keys)
+{
+    collect(text, u"messageValue<(?<type>[^>]+)>\\(\\s*message,\\s*u\"(?<key>\\w+)\"_s"_s, keys);
+    collect(text, u"message\\.body\\.(?:value|contains)\\(u\"(?<key>\\w+)\"_s"_s, keys);
+}
+
 } // namespace
 
 HandlerSource::HandlerSource(const QString &sourceDir, const QString &group,
@@ -99,8 +105,7 @@ QString HandlerSource::forwarding() const
 QMap<QString, QString> HandlerSource::readKeys() const
 {
     QMap<QString, QString> keys;
-    collect(text, u"messageValue<(?<type>[^>]+)>\\(\\s*message,\\s*u\"(?<key>\\w+)\"_s"_s, keys);
-    collect(text, u"message\\.body\\.(?:value|contains)\\(u\"(?<key>\\w+)\"_s"_s, keys);
+    collectDirect(text, keys);
     collect(text, u"performStep\\(handler, message, u\"(?<key>\\w+)\"_s"_s, keys);
     collect(text, u"fillDescription\\([^;]*?u\"(?<key>\\w+)\"_s,\\s*message\\)"_s, keys);
     // These hand the whole body on to one that reads it.
@@ -142,6 +147,15 @@ int HandlerSource::defaultTimeout() const
 {
     static const QRegularExpression seconds(u"Timeout::fromMessage\\((\\d+)\\)"_s);
     return seconds.match(text).captured(1).toInt();
+}
+
+QMap<QString, QString> HandlerSource::keysIn(const QString &path)
+{
+    QMap<QString, QString> keys;
+    QFile file(path);
+    if (file.open(QIODevice::ReadOnly))
+        collectDirect(QString::fromUtf8(file.readAll()), keys);
+    return keys;
 }
 
 QMap<QString, QString> HandlerSource::keysOf(const QMetaObject &record)

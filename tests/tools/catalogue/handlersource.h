@@ -23,6 +23,8 @@ public:
     /// Seconds for a message without `timeout`.
     int defaultTimeout() const;
 
+    /// The keys that one file reads from a message.
+    static QMap<QString, QString> keysIn(const QString &path);
     /// Keys of a record that a whole message is read into.
     static QMap<QString, QString> keysOf(const QMetaObject &record);
 

@@ -181,6 +181,8 @@ private Q_SLOTS:
     void exampleIsGood();
     void keysAreThoseThatAreRead_data() { eachType(); }
     void keysAreThoseThatAreRead();
+    void forwardingReadsItsKeys();
+    void keyIsFoundByPath();
     void secretsAreMarked_data() { eachType(); }
     void secretsAreMarked();
     void bodiesOfScenariosAreKnown_data() { eachType(); }
@@ -346,6 +348,31 @@ void TestCatalogue::keysAreThoseThatAreRead()
     const Key *timeout = catalogue::keyAt(type(), u"timeout"_s);
     if (timeout)
         QCOMPARE(timeout->defaultValue.toInt(-1), source.defaultTimeout());
+}
+
+void TestCatalogue::forwardingReadsItsKeys()
+{
+    // What a record of forwarding means for the keys is told by HandlerSource, by these names.
+    const QMap<QString, QString> read =
+        HandlerSource::keysIn(sourceDir() + u"/handlers/forwarding/forwarding.cpp"_s);
+    QCOMPARE(QStringList(read.keys()),
+             (QStringList{u"body"_s, u"headers"_s, u"method"_s, u"timeout"_s, u"url"_s}));
+}
+
+void TestCatalogue::keyIsFoundByPath()
+{
+    const Type &type = *catalogue::find(u"platiqr"_s);
+    const auto nameAt = [&type](const QString &path) {
+        const Key *key = catalogue::keyAt(type, path);
+        return key ? key->name : QString();
+    };
+    QCOMPARE(nameAt(u"timeout"_s), u"timeout"_s);
+    QCOMPARE(nameAt(u"Timeout"_s), QString());
+    QCOMPARE(nameAt(u"orderStatus.url"_s), u"orderStatus.url"_s);
+    QCOMPARE(nameAt(u"orderStatusToken.headers.AUTHORIZATION"_s),
+             u"orderStatusToken.headers.Authorization"_s);
+    QCOMPARE(nameAt(u"orderStatus.headers.rquid"_s), u"orderStatus.headers.*"_s);
+    QCOMPARE(nameAt(u"orderStatus.rquid"_s), QString());
 }
 
 void TestCatalogue::secretsAreMarked()
