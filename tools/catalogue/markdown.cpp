@@ -28,7 +28,8 @@ What holds for all types:
   is tried again in a later pass. There is no limit to the attempts unless a type has one of its own.
 - "No answer" is a refused or broken connection, a certificate that one side does not accept, an answer that
   breaks off, or one that does not come in time. The service may have done the
-  work all the same, so it must take the same request twice.
+  work all the same, so it must take the same request twice. An address that cannot be used counts as no
+  answer where nothing else is said.
 - A body that is no JSON object counts as an empty one.
 
 )"_s;
