@@ -8,7 +8,6 @@
 
 #include <log4qt/logmanager.h>
 
-#include <QDir>
 #include <QJsonDocument>
 
 using namespace Qt::StringLiterals;
@@ -30,16 +29,7 @@ QJsonObject description(const QString &text)
 Queue::Queue()
     : logger(Log4Qt::LogManager::logger(u"queue"_s))
 {
-    QList<QDir> directories;
-    for (const QString &path : {
-             u"/tallocash/cash/conf"_s,
-             u"/tallocash/cash/conf/tcash.ini.d"_s,
-             u"/tallocash/cash/conf/tcash.ini.d/puppet"_s,
-             u"/tallocash/cash/queue/config"_s,
-             u"/tallocash/cash/queue/config/queue.d"_s,
-         })
-        directories.append(QDir(rootedPath(path)));
-    Config::setConfigsPathList(directories, {});
+    Config::setConfigsPathList(settingsFolders(), {});
 }
 
 Queue::~Queue() = default;

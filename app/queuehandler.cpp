@@ -19,11 +19,6 @@ namespace {
 constexpr int maxThreadCount = 100;
 constexpr qint64 saveIntervalSeconds = 120;
 
-QString startIdsFile()
-{
-    return rootedPath(u"/tallocash/cash/queue/ids.json"_s);
-}
-
 } // namespace
 
 QueueHandler::QueueHandler(std::span<const HandlerRow> handlers, std::shared_ptr<SharedState> state)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QDir>
+#include <QList>
 #include <QString>
 
 /// Where an absolute path of the till lies for this process: `path` itself, or below the folder that
@@ -7,3 +9,9 @@
 /// need no root; a till never does. Every fixed path of the service goes through here.
 /// Thread: any.
 QString rootedPath(const QString &path);
+
+/// The folders with the settings of the till, in the order in which they are read.
+QList<QDir> settingsFolders();
+
+/// The file in which the service keeps its fail ids, a JSON object by type.
+QString startIdsFile();
