@@ -1,0 +1,146 @@
+#include "tools/queuectl/certificatecheck.h"
+
+#include "shared/core/config.h"
+#include "shared/core/paths.h"
+#include "shared/core/singleton.h"
+#include "tools/queuectl/failure.h"
+#include "tools/queuectl/messagerows.h"
+#include "tools/queuectl/text.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonObject>
+#include <QSslCertificate>
+
+#include <optional>
+#include <set>
+
+using namespace Qt::StringLiterals;
+
+namespace queuectl {
+
+namespace {
+
+constexpr qint64 soonDays = 30;
+constexpr int pageRows = 500;
+constexpr int maxDepth = 4;
+
+CertificateFinding bad(const QString &what)
+{
+    return {false, true, what};
+}
+
+/// Members whose name says certificate and whose value is a path.
+void collectPaths(const QJsonObject &object, int depth, std::set<QString> &paths)
+{
+    for (auto member = object.begin(); member != object.end(); ++member) {
+        const QString name = member.key().toLower();
+        const QString value = member->toString();
+        if (name.contains(u"cert"_s) && !name.contains(u"passw"_s) && value.startsWith(u'/'))
+            paths.insert(value);
+        else if (member->isObject() && depth < maxDepth)
+            collectPaths(member->toObject(), depth + 1, paths);
+    }
+}
+
+/// Nothing when the database does not answer, of which another check tells.
+std::set<QString> pathsOfRows()
+{
+    std::set<QString> paths;
+    try {
+        MessageRows rows;
+        int after = -1;
+        while (true) {
+            const QList<Row> page = rows.page(QString(), after, pageRows);
+            for (const Row &row : page)
+                collectPaths(row.object().value_or(QJsonObject()), 0, paths);
+            if (page.size() < pageRows)
+                break;
+            after = page.last().id;
+        }
+    } catch (const BasicException &) {
+        paths.clear();
+    }
+    return paths;
+}
+
+QStringList convertedFiles()
+{
+    QStringList result;
+    const std::pair<QString, QString> places[] = {{u"/tmp"_s, u"queue_*.pem"_s},
+                                                  {u"/tmp/spasibo-certs"_s, u"*.pem"_s}};
+    for (const auto &[folder, pattern] : places) {
+        const QDir directory(rootedPath(folder));
+        const QStringList names = directory.entryList({pattern}, QDir::Files);
+        for (const QString &name : names)
+            result.append(directory.filePath(name));
+    }
+    return result;
+}
+
+} // namespace
+
+CertificateFinding checkPemFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return bad(
+            text("%1 cannot be read: %2", "%1 не читается: %2").arg(path, file.errorString()));
+    const QList<QSslCertificate> chain = QSslCertificate::fromData(file.readAll(), QSsl::Pem);
+    if (chain.isEmpty())
+        return bad(text("%1 holds no certificate", "в %1 нет сертификата").arg(path));
+    const QDateTime now = QDateTime::currentDateTime();
+    QDateTime end;
+    for (const QSslCertificate &certificate : chain) {
+        if (certificate.effectiveDate() > now)
+            return bad(
+                text("%1 is valid from %2 on only", "%1 действует только с %2")
+                    .arg(path, certificate.effectiveDate().toLocalTime().toString(Qt::ISODate)));
+        if (!end.isValid() || certificate.expiryDate() < end)
+            end = certificate.expiryDate();
+    }
+    const QString date = end.toLocalTime().toString(u"yyyy-MM-dd HH:mm"_s);
+    if (end < now)
+        return bad(text("%1 expired on %2", "срок %1 истёк %2").arg(path, date));
+    if (now.daysTo(end) < soonDays)
+        return {false, false,
+                text("%1 expires on %2, in %3 days", "срок %1 истекает %2, через %3 дн.")
+                    .arg(path, date, QString::number(now.daysTo(end)))};
+    return {true, false, text("%1 is valid until %2", "%1 действует до %2").arg(path, date)};
+}
+
+QList<CertificateFinding> checkCertificates()
+{
+    QList<CertificateFinding> findings;
+    const QString caFile = Singleton<Config>::instance()->getString(u"network:caFile"_s, QString());
+    if (!caFile.isEmpty())
+        findings.append(checkPemFile(caFile));
+    const std::set<QString> paths = pathsOfRows();
+    for (const QString &path : paths) {
+        const QFileInfo info(path);
+        const bool isConverted = path.endsWith(u".p12"_s, Qt::CaseInsensitive)
+                                 || path.endsWith(u".pfx"_s, Qt::CaseInsensitive);
+        if (!info.isFile())
+            findings.append(bad(text("there is no certificate %1, waiting rows need it",
+                                     "нет сертификата %1, он нужен строкам очереди")
+                                    .arg(path)));
+        else if (!info.isReadable())
+            findings.append(
+                bad(text("the certificate %1 may not be read", "нет права читать сертификат %1")
+                        .arg(path)));
+        else if (isConverted)
+            findings.append({true, false,
+                             text("%1 is there; its password and end show when it is converted",
+                                  "%1 на месте; пароль и срок проверяются при преобразовании")
+                                 .arg(path)});
+        else
+            findings.append(checkPemFile(path));
+    }
+    const QStringList converted = convertedFiles();
+    for (const QString &path : converted)
+        findings.append(checkPemFile(path));
+    return findings;
+}
+
+} // namespace queuectl

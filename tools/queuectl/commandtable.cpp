@@ -1,0 +1,145 @@
+#include "tools/queuectl/command.h"
+#include "tools/queuectl/text.h"
+
+#include "handlers/handlertable.h"
+
+using namespace Qt::StringLiterals;
+
+namespace queuectl {
+
+const QList<Command> &commandTable()
+{
+    static const Option yes{u"yes"_s, {}, "do not ask", "не спрашивать"};
+    // clang-format off
+    static const QList<Command> table = {
+        {u"status"_s, {}, 0, 0, {},
+         "what waits, by type, and how database and service are",
+         "что ждёт, по типам, и состояние базы и службы", showStatus},
+        {u"watch"_s, {}, 0, 0,
+         {{u"interval"_s, u"SECONDS"_s, "time between two looks, 2 by default", "время между обновлениями, по умолчанию 2"},
+          {u"count"_s, u"N"_s, "end after so many looks", "закончить после стольких обновлений"}},
+         "the status, again and again",
+         "состояние, снова и снова", watchStatus},
+        {u"list"_s, u"TYPE"_s, 1, 1,
+         {{u"limit"_s, u"N"_s, "rows to show, 50 by default", "сколько строк показать, по умолчанию 50"},
+          {u"after"_s, u"ID"_s, "begin behind this row", "начать после этой строки"},
+          {u"card"_s, u"CARD"_s, "only rows of this card", "только строки этой карты"}},
+         "the rows of a type, oldest first",
+         "строки одного типа, начиная со старшей", listRows},
+        {u"show"_s, u"ID"_s, 1, 1,
+         {{u"secrets"_s, {}, "show passwords and tokens, too", "показать и пароли, и ключи"}},
+         "one row with its body",
+         "одна строка с телом", showRow},
+        {u"why"_s, u"ID"_s, 1, 1, {},
+         "why a row waits, when it is tried next and who must act",
+         "почему строка ждёт, когда следующая попытка и кто должен действовать", explainRow},
+        {u"shape"_s, {}, 0, 0, {},
+         "what the queue consists of: destinations, types, ages, causes",
+         "из чего состоит очередь: адресаты, типы, возраст, причины", showShape},
+        {u"put"_s, u"TYPE FILE"_s, 2, 2,
+         {{u"card"_s, u"CARD"_s, "card number of the row", "номер карты для строки"},
+          {u"force"_s, {}, "write it in spite of errors", "записать несмотря на ошибки"}},
+         "write a row with the body in FILE (- is standard input), after a check",
+         "записать строку с телом из FILE (- — стандартный ввод) после проверки", putRow},
+        {u"lint"_s, u"FILE"_s, 1, 1,
+         {{u"type"_s, u"TYPE"_s, "the type, when FILE holds a body alone", "тип, если в FILE только тело"}},
+         "check a row before it is written",
+         "проверить строку до записи", lintRow},
+        {u"types"_s, u"[TYPE]"_s, 0, 1, {},
+         "the message types and the keys of their bodies",
+         "типы сообщений и ключи их тел", showTypes},
+        {u"start"_s, u"TYPE [CARD]"_s, 1, 2, {},
+         "have the service try a type now",
+         "заставить службу обработать тип сейчас", startWorker},
+        {u"errors"_s, {}, 0, 0,
+         {{u"reset"_s, {}, "set the count to 0", "обнулить счётчик"}},
+         "how many database errors the service has met",
+         "сколько ошибок базы данных встретила служба", showErrors},
+        {u"drop"_s, u"ID"_s, 1, 1, {yes},
+         "delete a row undelivered",
+         "удалить строку без доставки", dropRow},
+        {u"requeue"_s, u"ID"_s, 1, 1, {yes},
+         "move a row to the end of the queue, under a new id",
+         "перенести строку в конец очереди под новым номером", requeueRow},
+        {u"export"_s, u"[TYPE]"_s, 0, 1,
+         {{u"output"_s, u"FILE"_s, "write to FILE instead of standard output", "писать в FILE вместо стандартного вывода"}},
+         "write the rows as JSON lines, secrets included",
+         "выгрузить строки как JSON-строки, вместе с секретами", exportRows},
+        {u"import"_s, u"FILE"_s, 1, 1,
+         {{u"any-type"_s, {}, "take types that the service does not deliver", "принять типы, которых служба не доставляет"},
+          {u"partial"_s, {}, "take a file without its closing line", "принять файл без завершающей строки"}},
+         "write the rows of an export under new ids, all or none",
+         "записать выгруженные строки под новыми номерами, все или ни одной", importRows},
+        {u"doctor"_s, {}, 0, 0, {},
+         "look at settings, database, rights, clock, port and certificates",
+         "проверить настройки, базу, права, часы, порт и сертификаты", examine},
+        {u"bundle"_s, {}, 0, 0,
+         {{u"output"_s, u"FILE"_s, "name of the archive", "имя архива"}},
+         "one archive for support, secrets masked",
+         "один архив для поддержки, секреты скрыты", makeBundle},
+    };
+    // clang-format on
+    return table;
+}
+
+const QList<Option> &commonOptions()
+{
+    static const QList<Option> options = {
+        {u"json"_s, {}, "print JSON", "выводить JSON"},
+        {u"help"_s, {}, "show this help", "показать эту справку"},
+    };
+    return options;
+}
+
+int Call::number(const QString &option, int usual) const
+{
+    if (!has(option))
+        return usual;
+    bool isNumber = false;
+    const int number = value(option).toInt(&isNumber);
+    if (!isNumber || number < 1)
+        throw Failure(Usage, text("--%1 takes a whole number from 1 on, not '%2'",
+                                  "--%1 — целое число не меньше 1, а не '%2'")
+                                 .arg(option, value(option)));
+    return number;
+}
+
+int rowId(const Call &call)
+{
+    bool isNumber = false;
+    const int id = call.arguments.first().toInt(&isNumber);
+    if (!isNumber || id < 1)
+        throw Failure(Usage, text("'%1' is no row id, which is a whole number from 1 on",
+                                  "'%1' — не номер строки, то есть не целое число не меньше 1")
+                                 .arg(call.arguments.first()));
+    return id;
+}
+
+QStringList deliveredTypes()
+{
+    QStringList types;
+    for (const HandlerRow &row : handlerTable())
+        types.append(QString::fromUtf16(row.type));
+    return types;
+}
+
+bool isDelivered(const QString &type)
+{
+    static const QStringList types = deliveredTypes();
+    return types.contains(type);
+}
+
+void requireDelivered(const QString &type)
+{
+    if (isDelivered(type))
+        return;
+    const QString meant = nearest(type, deliveredTypes());
+    throw Failure(NotFound,
+                  text("The service has no handler for type '%1'%2 (queuectl types lists them)",
+                       "У службы нет обработчика типа '%1'%2 (все типы: queuectl types)")
+                      .arg(type, meant.isEmpty()
+                                     ? QString()
+                                     : text("; is %1 meant?", "; имелось в виду %1?").arg(meant)));
+}
+
+} // namespace queuectl

@@ -1,0 +1,58 @@
+#include "tools/queuectl/command.h"
+#include "tools/queuectl/controlport.h"
+#include "tools/queuectl/text.h"
+
+using namespace Qt::StringLiterals;
+
+namespace queuectl {
+
+Report startWorker(const Call &call)
+{
+    const QString type = call.arguments.first();
+    requireDelivered(type);
+    // The path needs a card; a dash stands for none.
+    const QString card = call.arguments.value(1, u"-"_s);
+    const QString answer =
+        requireService({u"start"_s, type, card}).value(u"description"_s).toString();
+    const bool wasRunning = answer == u"Обработчик уже запущен";
+    const bool isStarted = answer == u"Обработчик успешно запущен";
+
+    Report report;
+    report.data = {{u"type"_s, type},
+                   {u"started"_s, isStarted},
+                   {u"wasRunning"_s, wasRunning},
+                   {u"answer"_s, answer}};
+    if (isStarted)
+        report.line(
+            text("The worker of type %1 is started.", "Обработчик типа %1 запущен.").arg(type));
+    else if (wasRunning)
+        report.line(
+            text("The worker of type %1 is running already.", "Обработчик типа %1 уже работает.")
+                .arg(type));
+    else
+        report.line(
+            text("The service did not start the worker: %1", "Служба не запустила обработчик: %1")
+                .arg(answer),
+            Tone::Bad);
+    report.exitCode = isStarted || wasRunning ? Done : Found;
+    return report;
+}
+
+Report showErrors(const Call &call)
+{
+    const int count = requireService({u"db_errors_count"_s}).value(u"errorsCount"_s).toInt();
+    const bool isReset = call.has(u"reset"_s);
+    if (isReset)
+        requireService({u"db_reset_errors"_s});
+    Report report;
+    report.data = {{u"errorsCount"_s, count}, {u"reset"_s, isReset}};
+    report.line(text("Database errors since the start or the last reset: %1",
+                     "Ошибок базы данных с запуска или последнего сброса: %1")
+                    .arg(count),
+                count == 0 ? Tone::Good : Tone::Bad);
+    if (isReset)
+        report.line(text("The count is 0 again.", "Счётчик обнулён."));
+    return report;
+}
+
+} // namespace queuectl

@@ -1,0 +1,63 @@
+#include "tools/queuectl/controlport.h"
+
+#include "shared/core/config.h"
+#include "shared/core/singleton.h"
+#include "tools/queuectl/failure.h"
+#include "tools/queuectl/text.h"
+
+#include <QEventLoop>
+#include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QNetworkReply>
+
+using namespace Qt::StringLiterals;
+
+namespace queuectl {
+
+namespace {
+
+constexpr int defaultPort = 28085;
+constexpr int timeoutMs = 5000;
+
+} // namespace
+
+int controlPort()
+{
+    return Singleton<Config>::instance()->getInt(u"queue:port"_s, defaultPort);
+}
+
+std::optional<QJsonObject> askService(const QStringList &parts)
+{
+    QString path;
+    for (const QString &part : parts)
+        path += u'/' + QString::fromLatin1(QUrl::toPercentEncoding(part));
+    QNetworkAccessManager manager;
+    manager.setProxy(QNetworkProxy::NoProxy);
+    QNetworkRequest request(
+        QUrl(u"http://127.0.0.1:%1%2"_s.arg(QString::number(controlPort()), path)));
+    request.setTransferTimeout(timeoutMs);
+    QNetworkReply *reply = manager.get(request);
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    loop.exec();
+    const QJsonDocument document = QJsonDocument::fromJson(reply->readAll());
+    if (reply->error() != QNetworkReply::NoError || !document.isObject())
+        return std::nullopt;
+    return document.object();
+}
+
+QJsonObject requireService(const QStringList &parts)
+{
+    const auto answer = askService(parts);
+    if (!answer)
+        throw Failure(
+            NoService,
+            text(
+                "The service does not answer on 127.0.0.1:%1; is it running? (systemctl status queue)",
+                "Служба не отвечает на 127.0.0.1:%1; запущена ли она? (systemctl status queue)")
+                .arg(controlPort()));
+    return *answer;
+}
+
+} // namespace queuectl

@@ -1,0 +1,402 @@
+#include "tools/queuectl/doctor.h"
+
+#include "shared/core/config.h"
+#include "shared/core/connectionfactory.h"
+#include "shared/core/paths.h"
+#include "shared/core/singleton.h"
+#include "tools/queuectl/certificatecheck.h"
+#include "tools/queuectl/controlport.h"
+#include "tools/queuectl/failids.h"
+#include "tools/queuectl/failure.h"
+#include "tools/queuectl/messagerows.h"
+#include "tools/queuectl/servicelog.h"
+#include "tools/queuectl/settingsfiles.h"
+#include "tools/queuectl/text.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QNetworkProxy>
+#include <QProcess>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QStandardPaths>
+#include <QStorageInfo>
+#include <QTcpSocket>
+
+using namespace Qt::StringLiterals;
+
+namespace queuectl {
+
+namespace {
+
+constexpr qint64 lowSpaceBytes = 200LL * 1024 * 1024;
+constexpr int toolTimeoutMs = 10'000;
+constexpr int connectTimeoutMs = 2000;
+constexpr int maxPort = 65535;
+
+using State = Check::State;
+
+class Examination
+{
+public:
+    QList<Check> checks;
+
+    void settings();
+    void database();
+    void rights();
+    void openssl();
+    void clock();
+    void port();
+    void certificates();
+    void log();
+
+private:
+    void add(State state, const QString &area, const QString &what)
+    {
+        checks.append({state, area, what, {}, 0});
+    }
+    void schema(const QSqlDatabase &connection);
+    void integrity(const QSqlDatabase &connection);
+    void grants(const QSqlDatabase &connection);
+    QDateTime newestRow;
+};
+
+/// The values of one column of a statement's result, or nothing when it fails.
+QStringList columnOf(const QSqlDatabase &connection, const QString &statement, int column)
+{
+    QStringList values;
+    QSqlQuery query(connection);
+    if (!query.exec(statement))
+        return values;
+    while (query.next())
+        values.append(query.value(column).toString());
+    return values;
+}
+
+QStringList missing(const QStringList &wanted, const QStringList &present)
+{
+    QStringList result;
+    for (const QString &name : wanted) {
+        if (!present.contains(name, Qt::CaseInsensitive))
+            result.append(name);
+    }
+    return result;
+}
+
+void Examination::settings()
+{
+    const QList<SettingFault> faults = checkSettings();
+    bool isGood = true;
+    for (const SettingFault &fault : faults) {
+        const State state = fault.severity == SettingFault::Severity::Error     ? State::Error
+                            : fault.severity == SettingFault::Severity::Warning ? State::Warning
+                                                                                : State::Ok;
+        const QString place = fault.line > 0
+                                  ? u"%1:%2: "_s.arg(fault.file, QString::number(fault.line))
+                                  : fault.file + u": "_s;
+        checks.append({state, u"settings"_s, place + fault.text, fault.file, fault.line});
+        isGood &= state == State::Ok;
+    }
+    if (isGood)
+        add(State::Ok, u"settings"_s,
+            text("files read: %1, nothing is wrong in them", "прочитано файлов: %1, замечаний нет")
+                .arg(settingsFilePaths().size()));
+}
+
+void Examination::database()
+{
+    const QString place = databasePlace().value(u"place"_s).toString();
+    try {
+        requireDatabase();
+        Singleton<ConnectionFactory>::instance()->getConnection();
+    } catch (const BasicException &exception) {
+        add(State::Error, u"database"_s, exception.tr().ru());
+        return;
+    }
+    const QSqlDatabase connection = Singleton<ConnectionFactory>::instance()->getConnection();
+    add(State::Ok, u"database"_s, text("%1 answers", "%1 отвечает").arg(place));
+    schema(connection);
+    if (databaseFile().isEmpty())
+        grants(connection);
+    else
+        integrity(connection);
+    QSqlQuery newest(connection);
+    if (newest.exec(u"SELECT MAX(creationtime) FROM message"_s) && newest.next()) {
+        const QDateTime time = newest.value(0).toDateTime();
+        newestRow = time.isValid() ? QDateTime(time.date(), time.time()) : QDateTime();
+    }
+}
+
+void Examination::schema(const QSqlDatabase &connection)
+{
+    const bool isFile = !databaseFile().isEmpty();
+    struct Table
+    {
+        QString name;
+        QStringList columns;
+        QStringList indexes;
+    };
+    const Table tables[] = {
+        {u"message"_s,
+         {u"messageid"_s, u"type"_s, u"body"_s, u"cardnumber"_s, u"statuscode"_s,
+          u"creationtime"_s},
+         {u"message_type"_s, u"message_card"_s, u"message_creationtime"_s}},
+        {u"documentcard"_s,
+         {u"id"_s, u"chequenumber"_s, u"cardnumber"_s, u"operationid"_s, u"operationinfo"_s},
+         {u"documentcard_cheque"_s}},
+    };
+    bool isGood = true;
+    for (const Table &table : tables) {
+        const QStringList columns =
+            isFile ? columnOf(connection, u"PRAGMA queues.table_info(%1)"_s.arg(table.name), 1)
+                   : columnOf(connection, u"SHOW COLUMNS FROM %1"_s.arg(table.name), 0);
+        const QStringList indexes =
+            isFile ? columnOf(connection, u"PRAGMA queues.index_list(%1)"_s.arg(table.name), 1)
+                   : columnOf(connection, u"SHOW INDEX FROM %1"_s.arg(table.name), 2);
+        if (columns.isEmpty()) {
+            add(State::Error, u"database"_s,
+                text("there is no table %1", "нет таблицы %1").arg(table.name));
+            isGood = false;
+            continue;
+        }
+        const QStringList noColumns = missing(table.columns, columns);
+        if (!noColumns.isEmpty()) {
+            add(State::Error, u"database"_s,
+                text("table %1 lacks the columns %2", "в таблице %1 нет столбцов %2")
+                    .arg(table.name, noColumns.join(u", "_s)));
+            isGood = false;
+        }
+        const QStringList noIndexes = missing(table.indexes, indexes);
+        if (!noIndexes.isEmpty()) {
+            add(State::Warning, u"database"_s,
+                text(
+                    "table %1 lacks the indexes %2, a long queue will be slow (see the schema in packaging/sql)",
+                    "в таблице %1 нет индексов %2, длинная очередь будет медленной (схема в packaging/sql)")
+                    .arg(table.name, noIndexes.join(u", "_s)));
+            isGood = false;
+        }
+    }
+    if (isGood)
+        add(State::Ok, u"database"_s,
+            text("tables, columns and indexes are all there",
+                 "таблицы, столбцы и индексы на месте"));
+}
+
+void Examination::integrity(const QSqlDatabase &connection)
+{
+    const QStringList result = columnOf(connection, u"PRAGMA queues.quick_check(1)"_s, 0);
+    if (result == QStringList{u"ok"_s})
+        add(State::Ok, u"database"_s, text("the file is sound", "файл цел"));
+    else
+        add(State::Error, u"database"_s,
+            text("the file is damaged: %1", "файл повреждён: %1").arg(result.join(u' ')));
+}
+
+void Examination::grants(const QSqlDatabase &connection)
+{
+    const QString lines =
+        columnOf(connection, u"SHOW GRANTS FOR CURRENT_USER"_s, 0).join(u'\n').toUpper();
+    QStringList lacking;
+    for (const QString &right : {u"SELECT"_s, u"INSERT"_s, u"UPDATE"_s, u"DELETE"_s}) {
+        if (!lines.contains(right) && !lines.contains(u"ALL PRIVILEGES"_s))
+            lacking.append(right);
+    }
+    if (lacking.isEmpty())
+        add(State::Ok, u"rights"_s,
+            text("the account on the server has the rights it needs",
+                 "у учётной записи на сервере есть нужные права"));
+    else
+        add(State::Error, u"rights"_s,
+            text("the account on the server lacks %1", "у учётной записи на сервере нет прав %1")
+                .arg(lacking.join(u", "_s)));
+}
+
+void Examination::rights()
+{
+    const QFileInfo folder(QFileInfo(startIdsFile()).path());
+    if (!folder.isDir())
+        add(State::Error, u"rights"_s,
+            text("there is no folder %1", "нет каталога %1").arg(folder.filePath()));
+    else if (!folder.isWritable())
+        add(State::Warning, u"rights"_s,
+            text("this account may not write into %1", "эта учётная запись не может писать в %1")
+                .arg(folder.filePath()));
+    const QStorageInfo storage(folder.filePath());
+    if (storage.isValid() && storage.bytesAvailable() < lowSpaceBytes)
+        add(State::Error, u"rights"_s,
+            text("only %1 MiB are free on the disk of %2", "свободно всего %1 МиБ на диске с %2")
+                .arg(QString::number(storage.bytesAvailable() / 1024 / 1024), folder.filePath()));
+
+    const QString file = databaseFile();
+    const QFileInfo info(file);
+    if (file.isEmpty() || !info.exists())
+        return;
+    // The service writes the database and, beside it, the files of its write-ahead log.
+    const QFileInfo home(info.path());
+    if (info.owner() != home.owner() || info.owner() != folder.owner()) {
+        add(State::Warning, u"rights"_s,
+            text(
+                "%1 belongs to %2 and its folder to %3: one of them may keep the service from writing",
+                "%1 принадлежит %2, а каталог — %3: служба может не иметь права записи")
+                .arg(file, info.owner(), home.owner()));
+        return;
+    }
+    bool isGood = true;
+    for (const QString &ending : {u"-wal"_s, u"-shm"_s}) {
+        const QFileInfo beside(file + ending);
+        if (beside.exists() && beside.owner() != info.owner()) {
+            add(State::Error, u"rights"_s,
+                text("%1 belongs to %2, the database to %3: the service cannot write",
+                     "%1 принадлежит %2, а база данных — %3: служба не может писать")
+                    .arg(beside.filePath(), beside.owner(), info.owner()));
+            isGood = false;
+        }
+    }
+    if (isGood)
+        add(State::Ok, u"rights"_s,
+            text("the files of the queue belong to %1", "файлы очереди принадлежат %1")
+                .arg(info.owner()));
+}
+
+void Examination::openssl()
+{
+    if (QStandardPaths::findExecutable(u"openssl"_s).isEmpty()) {
+        add(State::Error, u"openssl"_s,
+            text("the tool openssl is not installed, no client certificate can be converted",
+                 "программа openssl не установлена, сертификаты клиента не преобразуются"));
+        return;
+    }
+    QProcess tool;
+    tool.start(u"openssl"_s, {u"version"_s});
+    if (tool.waitForFinished(toolTimeoutMs) && tool.exitStatus() == QProcess::NormalExit
+        && tool.exitCode() == 0) {
+        add(State::Ok, u"openssl"_s, QString::fromUtf8(tool.readAllStandardOutput()).trimmed());
+        return;
+    }
+    tool.kill();
+    tool.waitForFinished();
+    add(State::Error, u"openssl"_s,
+        text("the tool openssl does not run", "программа openssl не работает"));
+}
+
+void Examination::clock()
+{
+    const QDateTime now = QDateTime::currentDateTime();
+    // A till whose battery is flat wakes up years ago, and every certificate is "not yet valid".
+    if (now.date().year() < 2025) {
+        add(State::Error, u"clock"_s,
+            text("the clock says %1", "часы показывают %1").arg(now.toString(Qt::ISODate)));
+        return;
+    }
+    struct Witness
+    {
+        QString name;
+        QDateTime time;
+    };
+    const Witness witnesses[] = {
+        {text("the newest row", "новейшая строка"), newestRow},
+        {text("the fail ids", "файл отказов"), readFailIds().savedAt},
+    };
+    bool isGood = true;
+    for (const Witness &witness : witnesses) {
+        if (!witness.time.isValid() || witness.time <= now.addSecs(60))
+            continue;
+        add(State::Warning, u"clock"_s,
+            text("%1 is from the future (%2): the clock was set back, or the time zones differ",
+                 "%1 из будущего (%2): часы перевели назад или часовые пояса различаются")
+                .arg(witness.name, witness.time.toString(Qt::ISODate)));
+        isGood = false;
+    }
+    if (isGood)
+        add(State::Ok, u"clock"_s, now.toString(Qt::ISODate));
+}
+
+void Examination::port()
+{
+    const int number = controlPort();
+    if (number < 1 || number > maxPort) {
+        add(State::Error, u"port"_s, text("%1 is no port", "%1 — не порт").arg(number));
+        return;
+    }
+    if (askService({u"db_errors_count"_s})) {
+        add(State::Ok, u"port"_s,
+            text("the service answers on 127.0.0.1:%1", "служба отвечает на 127.0.0.1:%1")
+                .arg(number));
+        return;
+    }
+    QTcpSocket socket;
+    socket.setProxy(QNetworkProxy::NoProxy);
+    socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(number));
+    const bool isTaken = socket.waitForConnected(connectTimeoutMs);
+    add(State::Error, u"port"_s,
+        isTaken
+            ? text(
+                  "something else than the service listens on 127.0.0.1:%1, or the service hangs (ss -ltnp)",
+                  "на 127.0.0.1:%1 отвечает не служба, или служба зависла (ss -ltnp)")
+                  .arg(number)
+            : text(
+                  "nobody listens on 127.0.0.1:%1, the service does not run (systemctl status queue)",
+                  "на 127.0.0.1:%1 никто не отвечает, служба не запущена (systemctl status queue)")
+                  .arg(number));
+}
+
+void Examination::certificates()
+{
+    const QList<CertificateFinding> findings = checkCertificates();
+    for (const CertificateFinding &finding : findings)
+        add(finding.isGood    ? State::Ok
+            : finding.isFatal ? State::Error
+                              : State::Warning,
+            u"certificates"_s, finding.text);
+    if (findings.isEmpty())
+        add(State::Ok, u"certificates"_s,
+            text("no waiting row and no setting names a certificate",
+                 "ни строки, ни настройки не называют сертификатов"));
+}
+
+void Examination::log()
+{
+    const ServiceLog serviceLog = ServiceLog::read();
+    if (!serviceLog.hasFile()) {
+        add(State::Ok, u"log"_s,
+            text(
+                "no log file is configured, the log is in the journal (journalctl -u queue); status, why and shape tell less without a file",
+                "файл журнала не настроен, журнал в systemd (journalctl -u queue); status, why и shape без файла говорят меньше"));
+        return;
+    }
+    const QFileInfo info(serviceLog.file());
+    if (!info.exists())
+        add(State::Warning, u"log"_s,
+            text("there is no log file %1", "файла журнала %1 нет").arg(info.filePath()));
+    else if (!info.isReadable())
+        add(State::Warning, u"log"_s,
+            text("this account may not read the log %1",
+                 "эта учётная запись не может читать журнал %1")
+                .arg(info.filePath()));
+    else if (serviceLog.lines().isEmpty() && info.size() > 0)
+        add(State::Warning, u"log"_s,
+            text("the lines of %1 do not follow its conversionPattern",
+                 "строки %1 не соответствуют conversionPattern")
+                .arg(info.filePath()));
+    else
+        add(State::Ok, u"log"_s, info.filePath());
+}
+
+} // namespace
+
+QList<Check> runChecks()
+{
+    Examination examination;
+    examination.settings();
+    examination.database();
+    examination.rights();
+    examination.openssl();
+    examination.clock();
+    examination.port();
+    examination.certificates();
+    examination.log();
+    return examination.checks;
+}
+
+} // namespace queuectl

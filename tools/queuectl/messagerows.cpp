@@ -1,0 +1,306 @@
+#include "tools/queuectl/messagerows.h"
+
+#include "shared/core/config.h"
+#include "shared/core/connectionfactory.h"
+#include "shared/core/paths.h"
+#include "shared/core/singleton.h"
+#include "tools/queuectl/failure.h"
+#include "tools/queuectl/text.h"
+
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+
+using namespace Qt::StringLiterals;
+
+namespace queuectl {
+
+namespace {
+
+const QString columns = u"messageid, type, body, cardnumber, statuscode, creationtime"_s;
+
+QSqlDatabase connection()
+{
+    try {
+        return Singleton<ConnectionFactory>::instance()->getConnection();
+    } catch (const BasicException &exception) {
+        throw Failure(NoDatabase, exception.tr().ru());
+    }
+}
+
+[[noreturn]] void failStatement(const QSqlError &error)
+{
+    throw Failure(
+        Failed, text("The database refuses a statement: %1", "База данных не выполняет запрос: %1")
+                    .arg(error.text().trimmed()));
+}
+
+void execute(QSqlQuery &query, const QString &statement, const QVariantList &values)
+{
+    if (!query.prepare(statement))
+        failStatement(query.lastError());
+    for (const QVariant &value : values)
+        query.addBindValue(value);
+    if (!query.exec())
+        failStatement(query.lastError());
+}
+
+/// The till's own time, which newer drivers of Qt's take for UTC.
+QDateTime tillTime(const QVariant &value)
+{
+    const QDateTime time = value.toDateTime();
+    return time.isValid() ? QDateTime(time.date(), time.time()) : QDateTime();
+}
+
+Row toRow(const QVariantList &values)
+{
+    Row row;
+    row.id = values[0].toInt();
+    row.type = values[1].toString();
+    row.body = values[2].toByteArray();
+    row.cardNumber = values[3].toString();
+    row.statusCode = values[4].toString();
+    row.creationTime = tillTime(values[5]);
+    return row;
+}
+
+/// Runs `work` in one transaction, which is undone when it throws.
+void inTransaction(const std::function<void(QSqlDatabase &)> &work)
+{
+    QSqlDatabase database = connection();
+    if (!database.transaction())
+        failStatement(database.lastError());
+    try {
+        work(database);
+    } catch (const BasicException &) {
+        database.rollback();
+        throw;
+    }
+    if (!database.commit()) {
+        const QSqlError error = database.lastError();
+        database.rollback();
+        failStatement(error);
+    }
+}
+
+QString orEmpty(const QString &value)
+{
+    // A null text would be written as NULL, which the columns refuse.
+    return value.isNull() ? u""_s : value;
+}
+
+} // namespace
+
+std::optional<QJsonObject> Row::object() const
+{
+    const QJsonDocument document = QJsonDocument::fromJson(body);
+    if (!document.isObject())
+        return std::nullopt;
+    return document.object();
+}
+
+qint64 Row::ageSeconds() const
+{
+    return creationTime.secsTo(QDateTime::currentDateTime());
+}
+
+MessageRows::MessageRows()
+{
+    requireDatabase();
+    connection();
+}
+
+QList<TypeRows> MessageRows::types()
+{
+    QList<TypeRows> result;
+    const auto rows = run(
+        u"SELECT type, COUNT(*), MIN(creationtime) FROM message GROUP BY type ORDER BY type"_s, {});
+    for (const QVariantList &row : rows)
+        result.append({row[0].toString(), row[1].toInt(), tillTime(row[2])});
+    return result;
+}
+
+std::optional<Row> MessageRows::find(int id)
+{
+    const auto rows = run(u"SELECT %1 FROM message WHERE messageid = ?"_s.arg(columns), {id});
+    if (rows.isEmpty())
+        return std::nullopt;
+    return toRow(rows.first());
+}
+
+QList<Row> MessageRows::page(const QString &type, int after, int limit, const QString &cardNumber)
+{
+    QString condition = u"messageid > ?"_s;
+    QVariantList values{after};
+    if (!type.isEmpty()) {
+        condition += u" AND type = ?"_s;
+        values.append(type);
+    }
+    if (!cardNumber.isEmpty()) {
+        condition += u" AND cardnumber = ?"_s;
+        values.append(cardNumber);
+    }
+    values.append(limit);
+    QList<Row> result;
+    const auto rows =
+        run(u"SELECT %1 FROM message WHERE %2 ORDER BY messageid LIMIT ?"_s.arg(columns, condition),
+            values);
+    for (const QVariantList &row : rows)
+        result.append(toRow(row));
+    return result;
+}
+
+int MessageRows::count(const QString &type)
+{
+    if (type.isEmpty())
+        return number(u"SELECT COUNT(*) FROM message"_s, {});
+    return number(u"SELECT COUNT(*) FROM message WHERE type = ?"_s, {type});
+}
+
+int MessageRows::countBehind(const QString &type, int id)
+{
+    return number(u"SELECT COUNT(*) FROM message WHERE type = ? AND messageid > ?"_s, {type, id});
+}
+
+int MessageRows::countBefore(const QString &type, int id)
+{
+    return number(u"SELECT COUNT(*) FROM message WHERE type = ? AND messageid < ?"_s, {type, id});
+}
+
+int MessageRows::lastId()
+{
+    return number(u"SELECT MAX(messageid) FROM message"_s, {});
+}
+
+QList<int> MessageRows::insert(const QList<Row> &rows, const std::function<void(int)> &written)
+{
+    QList<int> ids;
+    inTransaction([&](QSqlDatabase &database) {
+        for (const Row &row : rows) {
+            const bool hasTime = row.creationTime.isValid();
+            QVariantList values{row.type, QString::fromUtf8(row.body), orEmpty(row.cardNumber),
+                                orEmpty(row.statusCode)};
+            if (hasTime)
+                values.append(row.creationTime.toString(u"yyyy-MM-dd HH:mm:ss"_s));
+            QSqlQuery query(database);
+            execute(
+                query,
+                hasTime
+                    ? u"INSERT INTO message (type, body, cardnumber, statuscode, creationtime) VALUES (?, ?, ?, ?, ?)"_s
+                    : u"INSERT INTO message (type, body, cardnumber, statuscode) VALUES (?, ?, ?, ?)"_s,
+                values);
+            ids.append(query.lastInsertId().toInt());
+            if (written)
+                written(static_cast<int>(ids.size()));
+        }
+    });
+    return ids;
+}
+
+bool MessageRows::remove(int id)
+{
+    bool isRemoved = false;
+    inTransaction([&](QSqlDatabase &database) {
+        QSqlQuery query(database);
+        execute(query, u"DELETE FROM message WHERE messageid = ?"_s, {id});
+        isRemoved = query.numRowsAffected() == 1;
+    });
+    return isRemoved;
+}
+
+std::optional<int> MessageRows::requeue(int id)
+{
+    std::optional<int> newId;
+    inTransaction([&](QSqlDatabase &database) {
+        QSqlQuery copy(database);
+        execute(
+            copy,
+            u"INSERT INTO message (type, body, cardnumber, statuscode) SELECT type, body, cardnumber, statuscode FROM message WHERE messageid = ?"_s,
+            {id});
+        if (copy.numRowsAffected() != 1)
+            return;
+        const int writtenId = copy.lastInsertId().toInt();
+        QSqlQuery removal(database);
+        execute(removal, u"DELETE FROM message WHERE messageid = ?"_s, {id});
+        // The service may have delivered it meanwhile; then there is nothing to try again.
+        if (removal.numRowsAffected() != 1)
+            throw Failure(
+                NotFound,
+                text("Row %1 has just been delivered", "Строка %1 только что доставлена").arg(id));
+        newId = writtenId;
+    });
+    return newId;
+}
+
+QList<QVariantList> MessageRows::run(const QString &statement, const QVariantList &values)
+{
+    QList<QVariantList> rows;
+    QSqlQuery query(connection());
+    query.setForwardOnly(true);
+    execute(query, statement, values);
+    const int width = statement.startsWith(u"SELECT messageid"_s) ? 6 : 3;
+    while (query.next()) {
+        QVariantList row;
+        for (int column = 0; column < width; ++column) {
+            const QVariant value = query.value(column);
+            row.append(value);
+        }
+        rows.append(row);
+    }
+    return rows;
+}
+
+int MessageRows::number(const QString &statement, const QVariantList &values)
+{
+    QSqlQuery query(connection());
+    execute(query, statement, values);
+    return query.next() ? query.value(0).toInt() : 0;
+}
+
+QJsonObject databasePlace()
+{
+    Config *config = Singleton<Config>::instance();
+    const QString driver = config->getString(u"database:driver"_s, u"QSQLITE"_s);
+    const QString file = databaseFile();
+    if (!file.isEmpty())
+        return {{u"driver"_s, driver}, {u"place"_s, file}};
+    const QString socket = config->getString(u"database:socket"_s, QString());
+    const QString host = config->getString(u"database:host"_s, u"localhost"_s);
+    const QString schema = config->getString(u"database:name"_s, u"queues"_s);
+    return {{u"driver"_s, driver},
+            {u"place"_s, schema + u" @ "_s + (socket.isEmpty() ? host : socket)}};
+}
+
+QString databaseFile()
+{
+    Config *config = Singleton<Config>::instance();
+    if (config->getString(u"database:driver"_s, u"QSQLITE"_s) != u"QSQLITE")
+        return {};
+    return config->getString(u"database:name"_s, rootedPath(u"/tallocash/cash/queue/queues.db"_s));
+}
+
+void requireDatabase()
+{
+    const QString file = databaseFile();
+    if (file.isEmpty())
+        return;
+    const QFileInfo info(file);
+    if (!info.exists())
+        throw Failure(NoDatabase,
+                      text("There is no database %1; the service makes it at its first start",
+                           "Базы данных %1 нет; служба создаёт её при первом запуске")
+                          .arg(file));
+    if (!info.isReadable())
+        throw Failure(NoDatabase, text("The database %1 may not be read by this account",
+                                       "У этой учётной записи нет права читать базу данных %1")
+                                      .arg(file));
+    if (info.size() == 0)
+        throw Failure(NoDatabase,
+                      text("The database %1 is an empty file; the service makes its tables",
+                           "База данных %1 — пустой файл; таблицы в нём создаёт служба")
+                          .arg(file));
+}
+
+} // namespace queuectl

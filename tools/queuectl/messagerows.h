@@ -1,0 +1,79 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+namespace queuectl {
+
+/// A row of the table `message` as it stands there.
+struct Row
+{
+    int id = 0;
+    QString type;
+    QByteArray body;
+    QString cardNumber;
+    QString statusCode;
+    QDateTime creationTime;
+
+    /// The body as an object, or nothing when it is none.
+    std::optional<QJsonObject> object() const;
+    qint64 ageSeconds() const;
+};
+
+/// What waits of one type.
+struct TypeRows
+{
+    QString type;
+    int count = 0;
+    QDateTime oldest;
+};
+
+/// The table `message`, read in short statements that hold no lock when they return. Opens the
+/// database that the settings name, and never makes one.
+/// Everything throws Failure: NoDatabase when there is none to ask, Failed for a statement that fails.
+/// Thread: the one that made it.
+class MessageRows
+{
+public:
+    MessageRows();
+
+    QList<TypeRows> types();
+    std::optional<Row> find(int id);
+    /// Up to `limit` rows with an id above `after`, ascending; with a type or card, of that one.
+    QList<Row> page(const QString &type, int after, int limit,
+                    const QString &cardNumber = QString());
+    /// How many rows; with a type, of that one.
+    int count(const QString &type);
+    /// How many rows of the type have an id above `id`.
+    int countBehind(const QString &type, int id);
+    int countBefore(const QString &type, int id);
+    int lastId();
+
+    /// Writes all rows or none, in order, and returns the new ids. A row without a time gets the
+    /// current one. `written` is told how far it is.
+    QList<int> insert(const QList<Row> &rows, const std::function<void(int)> &written = {});
+    /// Deletes the row; false when there is none.
+    bool remove(int id);
+    /// Writes the row once more behind all others and deletes the old one, both or nothing. Returns the
+    /// new id; nothing when there is no such row.
+    std::optional<int> requeue(int id);
+
+private:
+    QList<QVariantList> run(const QString &statement, const QVariantList &values);
+    int number(const QString &statement, const QVariantList &values);
+};
+
+/// Which database the settings name: `driver`, and `place` without any password.
+QJsonObject databasePlace();
+/// The SQLite file of the settings, or an empty text for a server.
+QString databaseFile();
+/// Why the database cannot be asked, without opening an SQLite file that is not there.
+void requireDatabase();
+
+} // namespace queuectl

@@ -1,0 +1,219 @@
+#include "tools/queuectl/report.h"
+
+#include "tools/queuectl/text.h"
+
+#include <QDateTime>
+#include <QJsonDocument>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace queuectl {
+
+namespace {
+
+const QString noValue = u"-"_s;
+
+QString stateText(const QString &state)
+{
+    struct State
+    {
+        QString name;
+        const char *english;
+        const char *russian;
+    };
+    static const State states[] = {
+        {u"ok"_s, "ok", "норма"},
+        {u"warning"_s, "warning", "внимание"},
+        {u"error"_s, "error", "ошибка"},
+        {u"unknown"_s, "unknown", "неизвестно"},
+        {u"unreachable"_s, "unreachable", "недоступна"},
+        {u"silent"_s, "does not answer", "не отвечает"},
+    };
+    for (const State &known : states) {
+        if (known.name == state)
+            return text(known.english, known.russian);
+    }
+    return state;
+}
+
+Tone stateTone(const QString &state)
+{
+    if (state == u"ok")
+        return Tone::Good;
+    return state == u"warning" || state == u"unknown" ? Tone::Careful : Tone::Bad;
+}
+
+QString cellText(const QJsonValue &value, Format format)
+{
+    if (value.isNull() || value.isUndefined())
+        return noValue;
+    switch (format) {
+    case Format::Duration:
+        return durationText(value.toInteger());
+    case Format::Time:
+        return timeText(QDateTime::fromString(value.toString(), Qt::ISODate));
+    case Format::YesNo:
+        return value.toBool() ? text("yes", "да") : text("no", "нет");
+    case Format::State:
+        return stateText(value.toString());
+    case Format::Plain:
+        break;
+    }
+    if (value.isBool())
+        return value.toBool() ? text("yes", "да") : text("no", "нет");
+    if (value.isDouble())
+        return QString::number(value.toInteger());
+    if (value.isArray()) {
+        QStringList parts;
+        for (const QJsonValue &part : value.toArray())
+            parts.append(part.toVariant().toString());
+        return parts.isEmpty() ? noValue : printable(parts.join(u", "_s));
+    }
+    const QString shown = printable(value.toString()).replace(u'\n', u' ');
+    return shown.isEmpty() ? noValue : shown;
+}
+
+QString cell(const QString &text, qsizetype width, const Column &column, const QString &value,
+             bool withColours)
+{
+    const QString padding(std::max<qsizetype>(0, width - text.size()), u' ');
+    const QString shown =
+        column.format == Format::State ? coloured(text, stateTone(value), withColours) : text;
+    return column.isRight ? padding + shown : shown + padding;
+}
+
+QString trimmedRight(QString line)
+{
+    while (line.endsWith(u' '))
+        line.chop(1);
+    return line;
+}
+
+QString tableText(const QJsonArray &rows, const QList<Column> &columns, bool withColours)
+{
+    if (rows.isEmpty())
+        return {};
+    QList<qsizetype> widths;
+    for (const Column &column : columns) {
+        qsizetype width = column.title.size();
+        for (const QJsonValue &row : rows)
+            width =
+                std::max(width, cellText(row.toObject().value(column.key), column.format).size());
+        widths.append(width);
+    }
+    QStringList titles;
+    for (qsizetype i = 0; i < columns.size(); ++i)
+        titles.append(cell(columns[i].title, widths[i], {{}, {}, Format::Plain, columns[i].isRight},
+                           {}, false));
+    QString result =
+        coloured(trimmedRight(titles.join(u"  "_s)), Tone::Strong, withColours) + u'\n';
+    for (const QJsonValue &row : rows) {
+        QStringList cells;
+        for (qsizetype i = 0; i < columns.size(); ++i) {
+            const QJsonValue value = row.toObject().value(columns[i].key);
+            cells.append(cell(cellText(value, columns[i].format), widths[i], columns[i],
+                              value.toString(), withColours));
+        }
+        result += trimmedRight(cells.join(u"  "_s)) + u'\n';
+    }
+    return result;
+}
+
+QString factsText(const QJsonObject &object, const QList<Column> &lines, bool withColours)
+{
+    qsizetype width = 0;
+    for (const Column &line : lines)
+        width = std::max(width, line.title.size());
+    QString result;
+    for (const Column &line : lines) {
+        const QJsonValue value = object.value(line.key);
+        const QString shown = cellText(value, line.format);
+        result += trimmedRight(u"%1  %2"_s.arg(
+                      (line.title + u':').leftJustified(width + 1),
+                      cell(shown, 0, {{}, {}, line.format}, value.toString(), withColours)))
+                  + u'\n';
+    }
+    return result;
+}
+
+} // namespace
+
+void Report::table(const QString &key, const QList<Column> &columns)
+{
+    blocks.append({Block::Kind::Table, {}, Tone::Plain, key, columns});
+}
+
+void Report::facts(const QString &key, const QList<Column> &lines)
+{
+    blocks.append({Block::Kind::Facts, {}, Tone::Plain, key, lines});
+}
+
+void Report::line(const QString &text, Tone tone)
+{
+    blocks.append({Block::Kind::Line, text, tone, {}, {}});
+}
+
+QString Report::toText(bool withColours) const
+{
+    QString result;
+    for (const Block &block : blocks) {
+        switch (block.kind) {
+        case Block::Kind::Line:
+            result += coloured(printable(block.text), block.tone, withColours) + u'\n';
+            break;
+        case Block::Kind::Table:
+            result += tableText(data.value(block.key).toArray(), block.columns, withColours);
+            break;
+        case Block::Kind::Facts:
+            result += factsText(block.key.isEmpty() ? data : data.value(block.key).toObject(),
+                                block.columns, withColours);
+            break;
+        }
+    }
+    return result;
+}
+
+QByteArray Report::toJson() const
+{
+    return QJsonDocument(data).toJson();
+}
+
+QString coloured(const QString &text, Tone tone, bool withColours)
+{
+    if (!withColours || tone == Tone::Plain || text.isEmpty())
+        return text;
+    int code = 0;
+    switch (tone) {
+    case Tone::Good:
+        code = 32;
+        break;
+    case Tone::Bad:
+        code = 31;
+        break;
+    case Tone::Careful:
+        code = 33;
+        break;
+    case Tone::Faint:
+        code = 2;
+        break;
+    default:
+        code = 1;
+        break;
+    }
+    return u"\u001b[%1m%2\u001b[0m"_s.arg(QString::number(code), text);
+}
+
+QString printable(const QString &text)
+{
+    QString result = text;
+    for (QChar &character : result) {
+        if (character.category() == QChar::Other_Control && character != u'\n'
+            && character != u'\t')
+            character = u'·';
+    }
+    return result;
+}
+
+} // namespace queuectl

@@ -1,0 +1,261 @@
+#include "tools/queuectl/settingsfiles.h"
+
+#include "shared/core/paths.h"
+#include "tools/queuectl/masking.h"
+#include "tools/queuectl/text.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QStringDecoder>
+
+using namespace Qt::StringLiterals;
+
+/// A static library's resources are linked in only where somebody asks for them.
+static void initSampleResource()
+{
+    Q_INIT_RESOURCE(queuectl);
+}
+
+namespace queuectl {
+
+namespace {
+
+using Severity = SettingFault::Severity;
+
+bool isValidUtf8(const QByteArray &bytes)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    const QString decoded = decoder(bytes);
+    return !decoder.hasError() && !decoded.isNull();
+}
+
+bool isBoolean(const QString &value)
+{
+    static const QStringList known = {u"true"_s, u"false"_s, u"yes"_s, u"no"_s,
+                                      u"on"_s,   u"off"_s,   u"1"_s,   u"0"_s};
+    return known.contains(value.toLower());
+}
+
+bool isNumber(const QString &value)
+{
+    bool isOk = false;
+    value.toInt(&isOk);
+    return isOk;
+}
+
+/// A folder of the service alone. The others belong to the till, whose other programs have settings
+/// there too.
+bool isOwnFolder(const QString &file)
+{
+    return file.startsWith(rootedPath(u"/tallocash/cash/queue/"_s));
+}
+
+QString hint(const QString &word, const QStringList &known)
+{
+    const QString meant = nearest(word, known);
+    return meant.isEmpty() ? QString() : text("; is %1 meant?", "; имелось в виду %1?").arg(meant);
+}
+
+void checkLine(const SettingLine &line, const KnownSettings &known, QList<SettingFault> &faults)
+{
+    const auto report = [&](Severity severity, const QString &what) {
+        faults.append({severity, line.file, line.line, what});
+    };
+    if (line.section.isEmpty()) {
+        report(Severity::Warning, text("'%1' stands in front of any [section], nobody reads it",
+                                       "'%1' стоит до первого [раздела], его никто не читает")
+                                      .arg(line.key));
+        return;
+    }
+    if (!known.hasSection(line.section)) {
+        const QString meant = hint(line.section, known.sections());
+        // The till's other programs have sections of their own in the shared folders.
+        if (isOwnFolder(line.file) || !meant.isEmpty())
+            report(Severity::Warning,
+                   text("nobody reads section [%1]%2", "раздел [%1] никто не читает%2")
+                       .arg(line.section, meant));
+        return;
+    }
+    if (KnownSettings::isOpen(line.section))
+        return;
+    if (!known.contains(line.section, line.key)) {
+        report(Severity::Warning,
+               text("nobody reads %1:%2%3", "параметр %1:%2 никто не читает%3")
+                   .arg(line.section, line.key, hint(line.key, known.keys(line.section))));
+        return;
+    }
+    const QString usual = known.defaultValue(line.section, line.key);
+    if (isNumber(usual) && !isNumber(line.value))
+        report(Severity::Error,
+               text("%1:%2 = '%3' is no whole number, the default %4 holds",
+                    "%1:%2 = '%3' — не целое число, действует значение по умолчанию %4")
+                   .arg(line.section, line.key, line.value, usual));
+    else if ((usual == u"true" || usual == u"false") && !isBoolean(line.value))
+        report(Severity::Error,
+               text("%1:%2 = '%3' is neither yes nor no, the default %4 holds",
+                    "%1:%2 = '%3' — не «да» и не «нет», действует значение по умолчанию %4")
+                   .arg(line.section, line.key, line.value, usual));
+}
+
+} // namespace
+
+KnownSettings::KnownSettings()
+{
+    initSampleResource();
+    QFile sample(u":/queuectl/queue.ini.sample"_s);
+    if (!sample.open(QIODevice::ReadOnly))
+        qFatal("The sample of the settings is not compiled in");
+    static const QRegularExpression section(uR"(^\[(.+)\]$)"_s);
+    // A setting that is commented out has no blank behind the sign, a sentence has one.
+    static const QRegularExpression setting(uR"(^;?([^\s;=][^\s=]*) =\s*(.*)$)"_s);
+    QString current;
+    const QStringList lines = QString::fromUtf8(sample.readAll()).split(u'\n');
+    for (const QString &line : lines) {
+        QRegularExpressionMatch match = section.match(line);
+        if (match.hasMatch()) {
+            current = match.captured(1);
+            defaults[current];
+        } else if ((match = setting.match(line)).hasMatch()) {
+            defaults[current].insert(match.captured(1), match.captured(2).trimmed());
+        }
+    }
+}
+
+bool KnownSettings::contains(const QString &section, const QString &key) const
+{
+    return defaults.value(section).contains(key);
+}
+
+QString KnownSettings::defaultValue(const QString &section, const QString &key) const
+{
+    return defaults.value(section).value(key);
+}
+
+bool KnownSettings::isOpen(const QString &section)
+{
+    return section == u"ApMindbox.Redirect" || section == u"processing";
+}
+
+QStringList settingsFilePaths()
+{
+    QStringList paths;
+    const QList<QDir> folders = settingsFolders();
+    for (const QDir &folder : folders) {
+        const QStringList names = folder.entryList({u"*.ini"_s},
+                                                   QDir::AllEntries | QDir::System | QDir::Hidden
+                                                       | QDir::NoDotAndDotDot | QDir::CaseSensitive,
+                                                   QDir::Name);
+        for (const QString &name : names)
+            paths.append(folder.filePath(name));
+    }
+    const QString atolpay = rootedPath(u"/tallocash/cash/paysystems/atolpay/atolpay.ini"_s);
+    if (QFile::exists(atolpay))
+        paths.append(atolpay);
+    return paths;
+}
+
+SettingsFile readSettingsFile(const QString &path)
+{
+    SettingsFile result{path, {}, {}};
+    QFile file(path);
+    if (QFileInfo(path).isDir() || !file.open(QIODevice::ReadOnly)) {
+        result.faults.append(
+            {Severity::Error, path, 0,
+             text("cannot be read: %1", "не читается: %1").arg(file.errorString())});
+        return result;
+    }
+    QByteArray content = file.readAll();
+    if (content.startsWith("\xEF\xBB\xBF"))
+        content.remove(0, 3);
+    QString section;
+    int number = 0;
+    const QList<QByteArray> lines = content.split('\n');
+    for (const QByteArray &raw : lines) {
+        ++number;
+        const auto fault = [&](const QString &what) {
+            result.faults.append({Severity::Error, path, number, what});
+        };
+        const QByteArray bytes = raw.trimmed();
+        if (bytes.isEmpty() || bytes.startsWith(';') || bytes.startsWith('#'))
+            continue;
+        if (!isValidUtf8(bytes)) {
+            fault(text("is not UTF-8, the line is skipped", "не UTF-8, строка пропущена"));
+            continue;
+        }
+        const QString line = QString::fromUtf8(bytes);
+        if (line.startsWith(u'[')) {
+            const qsizetype end = line.indexOf(u']');
+            if (end < 0)
+                fault(text("']' is missing, the line is skipped", "нет ']', строка пропущена"));
+            else
+                section = line.mid(1, end - 1);
+            continue;
+        }
+        qsizetype separator = line.indexOf(u'=');
+        if (separator < 0)
+            separator = line.indexOf(u':');
+        if (separator < 0) {
+            fault(text("expected '[section]' or 'key = value', the line is skipped",
+                       "ожидается '[раздел]' или 'ключ = значение', строка пропущена"));
+            continue;
+        }
+        result.settings.append({path, number, section, line.left(separator).trimmed(),
+                                line.mid(separator + 1).trimmed()});
+    }
+    return result;
+}
+
+QList<SettingFault> checkSettings()
+{
+    QList<SettingFault> faults;
+    const QList<QDir> folders = settingsFolders();
+    for (const QDir &folder : folders) {
+        if (!QFileInfo(folder.path()).isReadable())
+            faults.append({Severity::Note, folder.path(), 0,
+                           QFileInfo::exists(folder.path())
+                               ? text("the folder may not be read", "нет права читать каталог")
+                               : text("there is no such folder", "каталога нет")});
+    }
+    const KnownSettings known;
+    const QStringList paths = settingsFilePaths();
+    for (const QString &path : paths) {
+        const SettingsFile file = readSettingsFile(path);
+        faults += file.faults;
+        QString reported;
+        for (const SettingLine &line : file.settings) {
+            // One line for a section that nobody reads, not one for each of its keys.
+            if (!known.hasSection(line.section) && !line.section.isEmpty()) {
+                if (line.section == reported)
+                    continue;
+                reported = line.section;
+            }
+            checkLine(line, known, faults);
+        }
+    }
+    return faults;
+}
+
+QString maskedSettings(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    static const QRegularExpression setting(uR"(^(\s*[;#]?\s*)([^=]+?)(\s*[=:]\s*)(.*)$)"_s);
+    QStringList result;
+    const QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
+    for (const QString &line : lines) {
+        const QRegularExpressionMatch match = setting.match(line);
+        if (!match.hasMatch())
+            result.append(maskedText(line));
+        else if (isSecretName(match.captured(2)) && !match.captured(4).trimmed().isEmpty())
+            result.append(match.captured(1) + match.captured(2) + match.captured(3) + u"***"_s);
+        else
+            result.append(match.captured(1) + match.captured(2) + match.captured(3)
+                          + maskedText(match.captured(4)));
+    }
+    return result.join(u'\n');
+}
+
+} // namespace queuectl

@@ -1,0 +1,134 @@
+#include "tools/queuectl/situation.h"
+
+#include "shared/core/compactjson.h"
+#include "shared/core/config.h"
+#include "shared/core/singleton.h"
+#include "tools/queuectl/command.h"
+#include "tools/queuectl/text.h"
+
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace queuectl {
+
+namespace {
+
+constexpr int maxDepth = 4;
+
+QString hostOf(const QString &address)
+{
+    const QUrl url(address.trimmed());
+    if (url.host().isEmpty())
+        return {};
+    return url.port() < 0 ? url.host() : u"%1:%2"_s.arg(url.host(), QString::number(url.port()));
+}
+
+QString portText(const QJsonValue &port)
+{
+    const QString text = port.toVariant().toString();
+    return text.isEmpty() ? QString() : u':' + text;
+}
+
+/// The first address in the object, its own members before those of its parts.
+QString addressIn(const QJsonObject &object, int depth)
+{
+    for (const QString &key : {u"url"_s, u"URL"_s, u"Url"_s, u"address"_s, u"endpoint"_s}) {
+        const QString host = hostOf(object.value(key).toString());
+        if (!host.isEmpty())
+            return host;
+    }
+    const QJsonValue host = object.value(u"host"_s);
+    if (host.isString() && !host.toString().isEmpty()) {
+        const QString named = hostOf(host.toString());
+        return named.isEmpty() ? host.toString() + portText(object.value(u"port"_s)) : named;
+    }
+    for (const QJsonValue &member : object) {
+        const QString text = member.toString();
+        if (text.startsWith(u"http://"_s) || text.startsWith(u"https://"_s))
+            return hostOf(text);
+    }
+    if (depth == maxDepth)
+        return {};
+    for (const QJsonValue &member : object) {
+        const QString found = addressIn(member.toObject(), depth + 1);
+        if (!found.isEmpty())
+            return found;
+    }
+    return {};
+}
+
+/// The setting with the address of a type whose messages carry none, and its default.
+struct AddressSetting
+{
+    QString typePrefix;
+    QString key;
+    QString usual;
+};
+
+} // namespace
+
+Situation Situation::read()
+{
+    return {readFailIds(), ServiceLog::read()};
+}
+
+std::optional<Attempt> Situation::lastAttempt(const Row &row) const
+{
+    const auto body = row.object();
+    const auto attempt =
+        log.lastAttempt(row.type, body ? compactJson(body->toVariantMap()) : u"{}"_s, row.id);
+    // Another row may have had the same body.
+    if (attempt && row.creationTime.isValid() && attempt->time.isValid()
+        && attempt->time < row.creationTime)
+        return std::nullopt;
+    return attempt;
+}
+
+std::optional<LogLine> Situation::lastFailure(const Row &row) const
+{
+    const auto attempt = lastAttempt(row);
+    if (attempt && !attempt->failures.isEmpty())
+        return attempt->failures.last();
+    return attempt || !wasRefused(row) ? std::nullopt : log.history(row.type).lastFailure;
+}
+
+bool Situation::wasRefused(const Row &row) const
+{
+    const auto failId = failIds.of(row.type);
+    return (failId && row.id <= *failId) || lastAttempt(row);
+}
+
+Cause Situation::cause(const Row &row) const
+{
+    if (!isDelivered(row.type))
+        return Cause::NoHandler;
+    if (!row.object())
+        return Cause::Body;
+    if (!wasRefused(row))
+        return Cause::Turn;
+    const auto failure = lastFailure(row);
+    return failure ? causeOf(failure->text) : Cause::Other;
+}
+
+QString destinationOf(const QString &type, const QJsonObject &body)
+{
+    const QString address = addressIn(body, 0);
+    if (!address.isEmpty())
+        return address;
+    static const AddressSetting settings[] = {
+        {u"apmindbox"_s, u"ApMindbox:url"_s, u"https://api.mindbox.ru/v3/operations/sync"_s},
+        {u"mindbox"_s, u"Mindbox:url"_s, u"https://api.mindbox.ru/v3/operations/sync"_s},
+        {u"atolpay"_s, u"atolpay:url"_s, QString()},
+    };
+    for (const AddressSetting &setting : settings) {
+        if (!type.startsWith(setting.typePrefix, Qt::CaseInsensitive))
+            continue;
+        const QString host =
+            hostOf(Singleton<Config>::instance()->getString(setting.key, setting.usual));
+        return host.isEmpty() ? u"[%1]"_s.arg(setting.key) : host;
+    }
+    return text("(no address in the row)", "(в строке нет адреса)");
+}
+
+} // namespace queuectl

@@ -1,0 +1,154 @@
+#include "tools/queuectl/command.h"
+#include "tools/queuectl/controlport.h"
+#include "tools/queuectl/situation.h"
+#include "tools/queuectl/terminal.h"
+#include "tools/queuectl/text.h"
+
+#include <QJsonDocument>
+#include <QThread>
+
+using namespace Qt::StringLiterals;
+
+namespace queuectl {
+
+namespace {
+
+QJsonValue isoTime(const QDateTime &time)
+{
+    return time.isValid() ? QJsonValue(time.toString(Qt::ISODate)) : QJsonValue();
+}
+
+QJsonObject typeRecord(const TypeRows &rows, const Situation &situation)
+{
+    const TypeHistory history = situation.log.history(rows.type);
+    const auto failId = situation.failIds.of(rows.type);
+    const bool hasHandler = isDelivered(rows.type);
+    QJsonValue failure;
+    if (!hasHandler)
+        failure = causeText(Cause::NoHandler);
+    else if (history.lastFailure)
+        failure = history.lastFailure->text;
+    return {
+        {u"type"_s, rows.type},
+        {u"waiting"_s, rows.count},
+        {u"oldest"_s, isoTime(rows.oldest)},
+        {u"oldestAgeSeconds"_s, rows.oldest.isValid()
+                                    ? QJsonValue(rows.oldest.secsTo(QDateTime::currentDateTime()))
+                                    : QJsonValue()},
+        {u"failId"_s, failId ? QJsonValue(*failId) : QJsonValue()},
+        {u"workerActive"_s,
+         history.isWorkerActive ? QJsonValue(*history.isWorkerActive) : QJsonValue()},
+        {u"delivered"_s, hasHandler},
+        {u"lastFailure"_s, failure},
+        {u"lastFailureTime"_s,
+         history.lastFailure ? isoTime(history.lastFailure->time) : QJsonValue()},
+    };
+}
+
+/// Reads the rows into `data`; the state of the database says how that went.
+QJsonObject readDatabase(QJsonObject &data, const Situation &situation)
+{
+    QJsonObject database = databasePlace();
+    QList<TypeRows> types;
+    try {
+        types = MessageRows().types();
+    } catch (const BasicException &exception) {
+        database.insert(u"state"_s, u"unreachable"_s);
+        database.insert(u"text"_s, exception.tr().ru());
+        return database;
+    }
+    QJsonArray records;
+    int waiting = 0;
+    for (const TypeRows &rows : types) {
+        records.append(typeRecord(rows, situation));
+        waiting += rows.count;
+    }
+    data.insert(u"types"_s, records);
+    data.insert(u"waiting"_s, waiting);
+    database.insert(u"state"_s, u"ok"_s);
+    return database;
+}
+
+QJsonObject askControl()
+{
+    QJsonObject control{{u"port"_s, controlPort()}, {u"state"_s, u"silent"_s}};
+    const auto answer = askService({u"db_errors_count"_s});
+    if (answer) {
+        control.insert(u"state"_s, u"ok"_s);
+        control.insert(u"errorsCount"_s, answer->value(u"errorsCount"_s).toInt());
+    }
+    return control;
+}
+
+} // namespace
+
+Report showStatus(const Call & /*call*/)
+{
+    const Situation situation = Situation::read();
+    Report report;
+    report.data.insert(u"types"_s, QJsonArray());
+    const QJsonObject database = readDatabase(report.data, situation);
+    const QJsonObject control = askControl();
+    report.data.insert(u"database"_s, database);
+    report.data.insert(u"control"_s, control);
+    report.data.insert(u"log"_s,
+                       situation.log.hasFile() ? QJsonValue(situation.log.file()) : QJsonValue());
+    report.data.insert(u"failIdsSaved"_s, isoTime(situation.failIds.savedAt));
+
+    const bool hasDatabase = database.value(u"state"_s).toString() == u"ok";
+    const bool hasService = control.value(u"state"_s).toString() == u"ok";
+    report.facts(u"database"_s, {{u"state"_s, text("Database", "База данных"), Format::State},
+                                 {u"place"_s, text("Place", "Место")}});
+    if (!hasDatabase)
+        report.line(database.value(u"text"_s).toString(), Tone::Bad);
+    report.facts(u"control"_s, {{u"state"_s, text("Service", "Служба"), Format::State},
+                                {u"port"_s, text("Port", "Порт")},
+                                {u"errorsCount"_s, text("Database errors", "Ошибок базы")}});
+    report.facts(QString(), {{u"log"_s, text("Log file", "Файл журнала")},
+                             {u"waiting"_s, text("Waiting", "Ждут")}});
+    report.line(QString());
+    report.table(u"types"_s,
+                 {{u"type"_s, text("Type", "Тип")},
+                  {u"waiting"_s, text("Waiting", "Ждут"), Format::Plain, true},
+                  {u"oldestAgeSeconds"_s, text("Oldest", "Старшей"), Format::Duration, true},
+                  {u"failId"_s, text("Fail id", "Отказ на"), Format::Plain, true},
+                  {u"workerActive"_s, text("Worker", "Работает"), Format::YesNo},
+                  {u"lastFailureTime"_s, text("At", "Когда"), Format::Time},
+                  {u"lastFailure"_s, text("Last failure", "Последний отказ")}});
+    if (hasDatabase && report.data.value(u"waiting"_s).toInt() == 0)
+        report.line(text("Nothing waits.", "Очередь пуста."), Tone::Good);
+    if (!hasDatabase)
+        report.exitCode = NoDatabase;
+    else if (!hasService)
+        report.exitCode = NoService;
+    return report;
+}
+
+Report watchStatus(const Call &call)
+{
+    const int interval = call.number(u"interval"_s, 2);
+    const int count = call.has(u"count"_s) ? call.number(u"count"_s, 1) : 0;
+    Report report;
+    for (int i = 1; count == 0 || i <= count; ++i) {
+        report = showStatus(call);
+        if (call.isJson) {
+            print(QJsonDocument(report.data).toJson(QJsonDocument::Compact) + '\n');
+        } else {
+            const QString head =
+                text("%1, every %2 s, end with Ctrl-C", "%1, каждые %2 с, выход по Ctrl-C")
+                    .arg(QTime::currentTime().toString(u"HH:mm:ss"_s), QString::number(interval));
+            // Back to the top, and away with what was there.
+            const QString clear = isTerminal() ? u"\u001b[H\u001b[2J"_s : QString();
+            print(clear + coloured(head, Tone::Faint, hasColours()) + u"\n\n"_s
+                  + report.toText(hasColours()) + (isTerminal() ? QString() : u"\n"_s));
+        }
+        if (i != count)
+            QThread::sleep(static_cast<unsigned long>(interval));
+    }
+    Report end;
+    end.exitCode = report.exitCode;
+    end.isPrinted = true;
+    return end;
+}
+
+} // namespace queuectl

@@ -1,0 +1,104 @@
+#include "tools/queuectl/terminal.h"
+
+#include "tools/queuectl/failure.h"
+#include "tools/queuectl/text.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace queuectl {
+
+namespace {
+
+constexpr int barWidth = 40;
+
+QString readAnswer()
+{
+    QByteArray line(256, '\0');
+    if (!std::fgets(line.data(), static_cast<int>(line.size()), stdin))
+        return {};
+    return QString::fromUtf8(line.constData()).trimmed().toLower();
+}
+
+} // namespace
+
+bool hasColours()
+{
+    return isTerminal() && qEnvironmentVariableIsEmpty("NO_COLOR");
+}
+
+bool isTerminal()
+{
+    return ::isatty(STDOUT_FILENO) == 1;
+}
+
+void print(const QString &text)
+{
+    print(text.toUtf8());
+}
+
+void print(const QByteArray &bytes)
+{
+    const auto size = static_cast<std::size_t>(bytes.size());
+    if (std::fwrite(bytes.constData(), 1, size, stdout) != size || std::fflush(stdout) != 0)
+        throw Failure(Failed, text("Standard output does not take the data: %1",
+                                   "Стандартный вывод не принимает данные: %1")
+                                  .arg(QString::fromLocal8Bit(std::strerror(errno))));
+}
+
+void printError(const QString &text)
+{
+    const QByteArray bytes = (text + u'\n').toUtf8();
+    std::fputs(bytes.constData(), stderr);
+}
+
+void confirm(const QString &question)
+{
+    if (::isatty(STDIN_FILENO) != 1)
+        throw Failure(NotConfirmed, text("Nobody is there to ask; add --yes if you mean it",
+                                         "Некого спросить; добавьте --yes, если уверены"));
+    const QByteArray bytes = (question + text(" [y/N] ", " [д/Н] ")).toUtf8();
+    std::fputs(bytes.constData(), stderr);
+    const QString answer = readAnswer();
+    for (const QString &yes : {u"y"_s, u"yes"_s, u"д"_s, u"да"_s}) {
+        if (answer == yes)
+            return;
+    }
+    throw Failure(NotConfirmed, text("Nothing was changed", "Ничего не изменено"));
+}
+
+ProgressBar::ProgressBar(qint64 total)
+    : total(total)
+    , isShown(::isatty(STDERR_FILENO) == 1)
+{
+}
+
+ProgressBar::~ProgressBar()
+{
+    if (isShown && shownPercent >= 0)
+        std::fputs("\r\033[K", stderr);
+}
+
+void ProgressBar::show(qint64 done)
+{
+    if (!isShown || total <= 0)
+        return;
+    const int percent = static_cast<int>(std::min<qint64>(100, done * 100 / total));
+    if (percent == shownPercent)
+        return;
+    shownPercent = percent;
+    const int filled = percent * barWidth / 100;
+    const QString bar = QString(filled, u'#') + QString(barWidth - filled, u'.');
+    const QByteArray line =
+        u"\r[%1] %2%  %3/%4"_s
+            .arg(bar, QString::number(percent), QString::number(done), QString::number(total))
+            .toUtf8();
+    std::fputs(line.constData(), stderr);
+    std::fflush(stderr);
+}
+
+} // namespace queuectl

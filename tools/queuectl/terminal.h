@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QString>
+
+namespace queuectl {
+
+/// Whether standard output takes colours: it is a terminal and NO_COLOR is not set.
+bool hasColours();
+/// Whether standard output is a terminal.
+bool isTerminal();
+
+/// Writes to standard output. Throws Failure when it does not take everything, as a full disk.
+void print(const QString &text);
+void print(const QByteArray &bytes);
+/// Writes a line to standard error.
+void printError(const QString &text);
+
+/// Asks on the terminal. Without a terminal to answer from, or with any answer but yes, throws Failure
+/// (NotConfirmed).
+void confirm(const QString &question);
+
+/// How far a long command is, on standard error, and only where that is a terminal.
+class ProgressBar
+{
+public:
+    explicit ProgressBar(qint64 total);
+    /// Clears the line.
+    ~ProgressBar();
+    ProgressBar(const ProgressBar &) = delete;
+
+    void show(qint64 done);
+
+private:
+    qint64 total;
+    int shownPercent = -1;
+    bool isShown;
+};
+
+} // namespace queuectl
