@@ -38,8 +38,12 @@ void writeFile(const QString &path, const QByteArray &content)
 
 void writeReport(const QString &folder, const QString &name, const Report &report)
 {
-    writeFile(u"%1/%2.txt"_s.arg(folder, name), maskedText(report.toText(false)).toUtf8());
-    writeFile(u"%1/%2.json"_s.arg(folder, name), report.toJson());
+    writeFile(u"%1/%2.txt"_s.arg(folder, name),
+              withoutLongNumbers(maskedText(report.toText(false))).toUtf8());
+    Report shared = report;
+    shared.data = masked(report.data).toObject();
+    writeFile(u"%1/%2.json"_s.arg(folder, name),
+              withoutLongNumbers(QString::fromUtf8(shared.toJson())).toUtf8());
 }
 
 /// What a command says, or why it could not.

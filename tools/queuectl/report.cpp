@@ -121,6 +121,15 @@ QString tableText(const QJsonArray &rows, const QList<Column> &columns, bool wit
     return result;
 }
 
+QJsonValue memberOf(const QJsonObject &object, const QString &dottedKey)
+{
+    QJsonValue value = object;
+    const QStringList keys = dottedKey.split(u'.');
+    for (const QString &key : keys)
+        value = value.toObject().value(key);
+    return value;
+}
+
 QString factsText(const QJsonObject &object, const QList<Column> &lines, bool withColours)
 {
     qsizetype width = 0;
@@ -128,7 +137,7 @@ QString factsText(const QJsonObject &object, const QList<Column> &lines, bool wi
         width = std::max(width, line.title.size());
     QString result;
     for (const Column &line : lines) {
-        const QJsonValue value = object.value(line.key);
+        const QJsonValue value = memberOf(object, line.key);
         const QString shown = cellText(value, line.format);
         result += trimmedRight(u"%1  %2"_s.arg(
                       (line.title + u':').leftJustified(width + 1),
@@ -145,9 +154,9 @@ void Report::table(const QString &key, const QList<Column> &columns)
     blocks.append({Block::Kind::Table, {}, Tone::Plain, key, columns});
 }
 
-void Report::facts(const QString &key, const QList<Column> &lines)
+void Report::facts(const QList<Column> &lines)
 {
-    blocks.append({Block::Kind::Facts, {}, Tone::Plain, key, lines});
+    blocks.append({Block::Kind::Facts, {}, Tone::Plain, {}, lines});
 }
 
 void Report::line(const QString &text, Tone tone)
@@ -167,8 +176,7 @@ QString Report::toText(bool withColours) const
             result += tableText(data.value(block.key).toArray(), block.columns, withColours);
             break;
         case Block::Kind::Facts:
-            result += factsText(block.key.isEmpty() ? data : data.value(block.key).toObject(),
-                                block.columns, withColours);
+            result += factsText(data, block.columns, withColours);
             break;
         }
     }

@@ -52,8 +52,8 @@ public:
 
     /// The records of the array `data[key]`, one on a line.
     void table(const QString &key, const QList<Column> &columns);
-    /// The facts of the object `data[key]`, or of the data itself for an empty key.
-    void facts(const QString &key, const QList<Column> &lines);
+    /// Members of the data, one on a line; a dotted key is a member of a member.
+    void facts(const QList<Column> &lines);
     void line(const QString &text, Tone tone = Tone::Plain);
 
     QString toText(bool withColours) const;

@@ -109,12 +109,12 @@ Report showRow(const Call &call)
     Report report;
     report.data = rowRecord(row);
     report.data.insert(u"secretsMasked"_s, !withSecrets);
-    report.facts(QString(), {{u"id"_s, text("Id", "Номер")},
-                             {u"type"_s, text("Type", "Тип")},
-                             {u"cardNumber"_s, text("Card", "Карта")},
-                             {u"statusCode"_s, text("Status", "Отметка")},
-                             {u"creationTime"_s, text("Written", "Записана"), Format::Time},
-                             {u"ageSeconds"_s, text("Age", "Ждёт"), Format::Duration}});
+    report.facts({{u"id"_s, text("Id", "Номер")},
+                  {u"type"_s, text("Type", "Тип")},
+                  {u"cardNumber"_s, text("Card", "Карта")},
+                  {u"statusCode"_s, text("Status", "Отметка")},
+                  {u"creationTime"_s, text("Written", "Записана"), Format::Time},
+                  {u"ageSeconds"_s, text("Age", "Ждёт"), Format::Duration}});
     if (body) {
         const QJsonObject shown =
             withSecrets ? *body : masked(*body, secretKeys(row.type)).toObject();

@@ -143,7 +143,7 @@ LineFormat lineFormat(const QString &pattern)
 QByteArray tail(const QString &path, qint64 bytes)
 {
     QFile file(path);
-    if (bytes <= 0 || !file.open(QIODevice::ReadOnly))
+    if (path.isEmpty() || bytes <= 0 || !file.open(QIODevice::ReadOnly))
         return {};
     if (file.size() <= bytes)
         return file.readAll();

@@ -1,5 +1,6 @@
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/controlport.h"
+#include "tools/queuectl/masking.h"
 #include "tools/queuectl/situation.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
@@ -27,7 +28,7 @@ QJsonObject typeRecord(const TypeRows &rows, const Situation &situation)
     if (!hasHandler)
         failure = causeText(Cause::NoHandler);
     else if (history.lastFailure)
-        failure = history.lastFailure->text;
+        failure = maskedText(history.lastFailure->text);
     return {
         {u"type"_s, rows.type},
         {u"waiting"_s, rows.count},
@@ -97,15 +98,16 @@ Report showStatus(const Call & /*call*/)
 
     const bool hasDatabase = database.value(u"state"_s).toString() == u"ok";
     const bool hasService = control.value(u"state"_s).toString() == u"ok";
-    report.facts(u"database"_s, {{u"state"_s, text("Database", "База данных"), Format::State},
-                                 {u"place"_s, text("Place", "Место")}});
+    report.facts({{u"database.state"_s, text("Database", "База данных"), Format::State},
+                  {u"database.place"_s, text("Place", "Место")},
+                  {u"control.state"_s, text("Service", "Служба"), Format::State},
+                  {u"control.port"_s, text("Port", "Порт")},
+                  {u"control.errorsCount"_s, text("Database errors", "Ошибок базы")},
+                  {u"log"_s, text("Log file", "Файл журнала")},
+                  {u"failIdsSaved"_s, text("Fail ids saved", "Отказы записаны"), Format::Time},
+                  {u"waiting"_s, text("Waiting", "Ждут")}});
     if (!hasDatabase)
         report.line(database.value(u"text"_s).toString(), Tone::Bad);
-    report.facts(u"control"_s, {{u"state"_s, text("Service", "Служба"), Format::State},
-                                {u"port"_s, text("Port", "Порт")},
-                                {u"errorsCount"_s, text("Database errors", "Ошибок базы")}});
-    report.facts(QString(), {{u"log"_s, text("Log file", "Файл журнала")},
-                             {u"waiting"_s, text("Waiting", "Ждут")}});
     report.line(QString());
     report.table(u"types"_s,
                  {{u"type"_s, text("Type", "Тип")},

@@ -41,7 +41,9 @@ QString pair(qint64 large, const QString &largeUnit, qint64 small, const QString
 
 } // namespace
 
-bool isRussian()
+namespace {
+
+bool findLanguage()
 {
     for (const char *name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
         const QByteArray value = qgetenv(name);
@@ -49,6 +51,14 @@ bool isRussian()
             return value.startsWith("ru");
     }
     return false;
+}
+
+} // namespace
+
+bool isRussian()
+{
+    static const bool isChosen = findLanguage();
+    return isChosen;
 }
 
 QString text(const char *english, const char *russian)

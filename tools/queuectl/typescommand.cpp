@@ -14,12 +14,17 @@ Report showTypes(const Call &call)
         for (const QString &type : types)
             records.append(QJsonObject{{u"type"_s, type}});
         report.data = {{u"types"_s, records}};
+        if (call.has(u"names"_s)) {
+            for (const QString &type : types)
+                report.line(type);
+            return report;
+        }
         report.table(u"types"_s, {{u"type"_s, text("Type", "Тип")}});
         return report;
     }
     requireDelivered(call.arguments.first());
     report.data = {{u"type"_s, call.arguments.first()}};
-    report.facts(QString(), {{u"type"_s, text("Type", "Тип")}});
+    report.facts({{u"type"_s, text("Type", "Тип")}});
     return report;
 }
 

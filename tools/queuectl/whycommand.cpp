@@ -95,7 +95,7 @@ NextTry nextTry(const Row &row, Cause cause, const Situation &situation, Message
             failId ? rows.countBehind(row.type, *failId) - rows.countBehind(row.type, row.id) - 1
                    : rows.countBefore(row.type, row.id);
         const QString when = text(
-            "it is tried at the next poll, within %1 s, unless one of the %2 rows before it is refused, which puts it off by a poll each",
+            "it is tried at the next poll, within %1 s, and each refusal among the rows before it (%2) puts it off by one poll",
             "она пойдёт при следующем опросе, не позже чем через %1 с, а каждый отказ по %2 строкам перед ней отодвинет её на один опрос");
         return before > 0
                    ? NextTry{when.arg(QString::number(period), QString::number(before)), in(1)}
