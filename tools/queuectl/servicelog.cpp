@@ -263,30 +263,36 @@ void ServiceLog::learnAttempts()
     static const QRegularExpression numbered(
         uR"(^(?:Отправка|Обработка) сообщения (?:.* )?(\d+)$)"_s);
     // The keys under which the attempt at hand of each type is known.
-    QHash<QString, QStringList> open;
+    struct Open
+    {
+        QString byBody;
+        QString byId;
+    };
+    QHash<QString, Open> open;
     for (const LogLine &line : std::as_const(lines_)) {
-        QStringList &keys = open[line.category];
+        Open &current = open[line.category];
         const QRegularExpressionMatch body = announced.match(line.text);
         const QRegularExpressionMatch id = numbered.match(line.text);
         if (body.hasMatch()) {
-            keys = {attemptKey(line.category, body.captured(1))};
-            attempts.insert(keys.first(), {line.time, {}});
+            current = {attemptKey(line.category, body.captured(1)), {}};
+            attempts.insert(current.byBody, {line.time, {}});
         } else if (id.hasMatch()) {
-            const QString key = attemptKey(line.category, id.captured(1));
             // Handlers that choose among their messages announce each by its id alone.
-            if (keys.size() == 2)
-                keys.clear();
-            keys.append(key);
-            attempts.insert(key, attempts.value(keys.first(), {line.time, {}}));
+            if (!current.byId.isEmpty())
+                current = {};
+            current.byId = attemptKey(line.category, id.captured(1));
+            attempts.insert(current.byId, attempts.value(current.byBody, {line.time, {}}));
         } else if (line.text.startsWith(u"Удаление сообщения "_s)) {
-            for (const QString &key : std::as_const(keys))
-                attempts.remove(key);
-            keys.clear();
+            attempts.remove(current.byBody);
+            attempts.remove(current.byId);
+            current = {};
         } else if (line.text.startsWith(u"Обработчик "_s)) {
-            keys.clear();
+            current = {};
         } else if (line.isFailure() && !isEndOfService(line)) {
-            for (const QString &key : std::as_const(keys))
-                attempts[key].failures.append(line);
+            for (const QString &key : {current.byBody, current.byId}) {
+                if (!key.isEmpty())
+                    attempts[key].failures.append(line);
+            }
         }
     }
 }

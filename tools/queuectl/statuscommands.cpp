@@ -19,11 +19,17 @@ QJsonValue isoTime(const QDateTime &time)
     return time.isValid() ? QJsonValue(time.toString(Qt::ISODate)) : QJsonValue();
 }
 
-QJsonObject typeRecord(const TypeRows &rows, const Situation &situation)
+QJsonObject typeRecord(const TypeRows &rows, const Situation &situation, bool isServiceUp)
 {
     const TypeHistory history = situation.log.history(rows.type);
     const auto failId = situation.failIds.of(rows.type);
     const bool hasHandler = isDelivered(rows.type);
+    // Whatever the log last said of it, no worker outlives the service.
+    QJsonValue worker;
+    if (!isServiceUp)
+        worker = false;
+    else if (history.isWorkerActive)
+        worker = *history.isWorkerActive;
     QJsonValue failure;
     if (!hasHandler)
         failure = causeText(Cause::NoHandler);
@@ -37,8 +43,7 @@ QJsonObject typeRecord(const TypeRows &rows, const Situation &situation)
                                     ? QJsonValue(rows.oldest.secsTo(QDateTime::currentDateTime()))
                                     : QJsonValue()},
         {u"failId"_s, failId ? QJsonValue(*failId) : QJsonValue()},
-        {u"workerActive"_s,
-         history.isWorkerActive ? QJsonValue(*history.isWorkerActive) : QJsonValue()},
+        {u"workerActive"_s, worker},
         {u"delivered"_s, hasHandler},
         {u"lastFailure"_s, failure},
         {u"lastFailureTime"_s,
@@ -47,7 +52,7 @@ QJsonObject typeRecord(const TypeRows &rows, const Situation &situation)
 }
 
 /// Reads the rows into `data`; the state of the database says how that went.
-QJsonObject readDatabase(QJsonObject &data, const Situation &situation)
+QJsonObject readDatabase(QJsonObject &data, const Situation &situation, bool isServiceUp)
 {
     QJsonObject database = databasePlace();
     QList<TypeRows> types;
@@ -61,7 +66,7 @@ QJsonObject readDatabase(QJsonObject &data, const Situation &situation)
     QJsonArray records;
     int waiting = 0;
     for (const TypeRows &rows : types) {
-        records.append(typeRecord(rows, situation));
+        records.append(typeRecord(rows, situation, isServiceUp));
         waiting += rows.count;
     }
     data.insert(u"types"_s, records);
@@ -88,8 +93,9 @@ Report showStatus(const Call & /*call*/)
     const Situation situation = Situation::read();
     Report report;
     report.data.insert(u"types"_s, QJsonArray());
-    const QJsonObject database = readDatabase(report.data, situation);
     const QJsonObject control = askControl();
+    const QJsonObject database =
+        readDatabase(report.data, situation, control.value(u"state"_s).toString() == u"ok");
     report.data.insert(u"database"_s, database);
     report.data.insert(u"control"_s, control);
     report.data.insert(u"log"_s,

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "tests/support/queuedatabase.h"
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+
+/// What one call of the program came to.
+struct Outcome
+{
+    int exitCode = -1;
+    QString out;
+    QString err;
+
+    /// What was printed, which must be one JSON object and nothing else.
+    QJsonObject json() const;
+};
+
+/// A till's files in a temporary folder, and the program `queuectl` to look at them.
+/// The control port of the settings is one that nobody listens on.
+class Till
+{
+public:
+    Till();
+
+    QueueDatabase database;
+
+    /// Runs the program to its end, in English unless `environment` says otherwise.
+    Outcome run(const QStringList &arguments, const QByteArray &input = {},
+                const QMap<QString, QString> &environment = {});
+    /// The same with a terminal for all three of its channels, on which `input` is typed.
+    Outcome runOnTerminal(const QStringList &arguments, const QByteArray &input = {},
+                          const QMap<QString, QString> &environment = {});
+
+    quint16 port() const { return port_; }
+    /// `text` in place of the settings, the port put in front.
+    void setSettings(const QString &text);
+    /// The path of a new file below the root; `path` is a till's.
+    QString write(const QString &path, const QByteArray &content);
+    /// Has the service's log go to a file, and writes these lines into it.
+    void setLog(const QStringList &lines);
+    void setFailIds(const QByteArray &json);
+    /// Makes the time of a row so many seconds ago.
+    void setAge(int id, int seconds);
+
+private:
+    quint16 port_;
+};
+
+/// A line of the log as the service writes it, so many seconds ago.
+QString logLine(int secondsAgo, const QString &level, const QString &category, const QString &text);

@@ -1,0 +1,274 @@
+#include "tests/support/certificates.h"
+#include "tests/support/mariadbserver.h"
+#include "tests/tools/queuectl/till.h"
+
+#include "tools/queuectl/failure.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QProcess>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using queuectl::ExitCode;
+
+/// The examination of an installation, and the archive for support.
+class TestQueuectlDoctor : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void everyAreaIsLookedAt();
+    void settingsWithLineNumbers();
+    void settingsOfEveryFolder();
+    void noDatabase();
+    void missingIndexesAndColumns();
+    void damagedFile();
+    void serverWithoutRights();
+    void futureRows();
+    void noOpenssl();
+    void portOfAnother();
+    void certificates();
+    void logThatIsNotThere();
+    void bundle();
+    void bundleWithoutDatabase();
+    void bundleWithoutTar();
+
+private:
+    /// The checks of an area as `state text`, from the JSON form.
+    QStringList checks(const QString &area, const QMap<QString, QString> &environment = {});
+
+    std::unique_ptr<Till> till;
+};
+
+void TestQueuectlDoctor::init()
+{
+    // The former one puts the environment back.
+    till.reset();
+    till = std::make_unique<Till>();
+}
+
+QStringList TestQueuectlDoctor::checks(const QString &area,
+                                       const QMap<QString, QString> &environment)
+{
+    QStringList result;
+    const Outcome outcome = till->run({u"doctor"_s, u"--json"_s}, {}, environment);
+    for (const QJsonValue &value : outcome.json().value(u"checks"_s).toArray()) {
+        const QJsonObject check = value.toObject();
+        if (check.value(u"area"_s).toString() == area)
+            result.append(check.value(u"state"_s).toString() + u' '
+                          + check.value(u"text"_s).toString());
+    }
+    return result;
+}
+
+void TestQueuectlDoctor::everyAreaIsLookedAt()
+{
+    till->database.ids();
+    const Outcome outcome = till->run({u"doctor"_s, u"--json"_s});
+    const QJsonObject result = outcome.json();
+    QStringList areas;
+    int errors = 0;
+    for (const QJsonValue &value : result.value(u"checks"_s).toArray()) {
+        const QJsonObject check = value.toObject();
+        if (!areas.contains(check.value(u"area"_s).toString()))
+            areas.append(check.value(u"area"_s).toString());
+        errors += check.value(u"state"_s).toString() == u"error" ? 1 : 0;
+    }
+    QCOMPARE(areas, (QStringList{u"settings"_s, u"database"_s, u"rights"_s, u"openssl"_s,
+                                 u"clock"_s, u"port"_s, u"certificates"_s, u"log"_s}));
+    QCOMPARE(result.value(u"errors"_s).toInt(), errors);
+    // The service does not run here, and nothing else is wrong.
+    QCOMPARE(errors, 1);
+    QCOMPARE(outcome.exitCode, ExitCode::Found);
+    QVERIFY(
+        till->run({u"doctor"_s}, {}, {{u"LC_ALL"_s, u"ru_RU.UTF-8"_s}}).out.contains(u"Ошибок: 1"));
+}
+
+void TestQueuectlDoctor::settingsWithLineNumbers()
+{
+    const QString file =
+        till->write(u"/tallocash/cash/queue/config/a.ini"_s,
+                    "[Spasibo]\nsendLimit = many\nbroken\n[Mindbox]\nenpoint = x\n");
+    const QString text = checks(u"settings"_s).join(u'\n');
+    for (const QString &finding : {u"error %1:2: Spasibo:sendLimit"_s, u"error %1:3: expected"_s,
+                                   u"warning %1:5: nobody reads Mindbox:enpoint"_s})
+        QVERIFY2(text.contains(finding.arg(file)), qPrintable(text));
+}
+
+void TestQueuectlDoctor::settingsOfEveryFolder()
+{
+    QVERIFY(QDir(till->database.root() + u"/tallocash/cash/conf/tcash.ini.d/puppet"_s)
+                .removeRecursively());
+    const QString text = checks(u"settings"_s).join(u'\n');
+    QVERIFY2(text.contains(u"puppet: there is no such folder"), qPrintable(text));
+}
+
+void TestQueuectlDoctor::noDatabase()
+{
+    QVERIFY(checks(u"database"_s).join(u'\n').startsWith(u"error There is no database"));
+    till->setSettings(u"[database]\ndriver = QMYSQL\nsocket = /nowhere\npassword = hush\n"_s);
+    const QString text = checks(u"database"_s).join(u'\n');
+    QVERIFY2(text.startsWith(u"error") && text.contains(u"/nowhere") && !text.contains(u"hush"),
+             qPrintable(text));
+}
+
+void TestQueuectlDoctor::missingIndexesAndColumns()
+{
+    till->database.ids();
+    QVERIFY(checks(u"database"_s).contains(u"ok tables, columns and indexes are all there"_s));
+    till->database.query(u"DROP INDEX queues.message_card"_s);
+    till->database.query(u"ALTER TABLE queues.message DROP COLUMN statuscode"_s);
+    till->database.query(u"DROP TABLE queues.documentcard"_s);
+    const QString text = checks(u"database"_s).join(u'\n');
+    QVERIFY2(text.contains(u"warning table message lacks the indexes message_card"),
+             qPrintable(text));
+    QVERIFY2(text.contains(u"error table message lacks the columns statuscode"), qPrintable(text));
+    QVERIFY2(text.contains(u"error there is no table documentcard"), qPrintable(text));
+}
+
+void TestQueuectlDoctor::damagedFile()
+{
+    for (int i = 0; i < 200; ++i)
+        till->database.put(u"heineken"_s, u"{\"a\":\"%1\"}"_s.arg(QString(500, u'x')));
+    till->database.query(u"PRAGMA queues.wal_checkpoint(TRUNCATE)"_s);
+    QVERIFY(checks(u"database"_s).contains(u"ok the file is sound"_s));
+    QFile file(till->database.file());
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.seek(file.size() / 2));
+    QCOMPARE(file.write(QByteArray(8192, '\x5A')), 8192);
+    file.close();
+    const QString text = checks(u"database"_s).join(u'\n');
+    QVERIFY2(text.contains(u"error the file is damaged"), qPrintable(text));
+}
+
+void TestQueuectlDoctor::serverWithoutRights()
+{
+    MariaDbServer server;
+    till->setSettings(server.settings());
+    QVERIFY(
+        checks(u"rights"_s).join(u'\n').contains(u"ok the account on the server has the rights"));
+    QVERIFY(checks(u"database"_s).contains(u"ok tables, columns and indexes are all there"_s));
+    server.run(u"REVOKE DELETE ON queues.* FROM '%1'@'localhost'"_s.arg(server.user()));
+    const QString text = checks(u"rights"_s).join(u'\n');
+    QVERIFY2(text.contains(u"error the account on the server lacks DELETE"), qPrintable(text));
+}
+
+void TestQueuectlDoctor::futureRows()
+{
+    till->setAge(till->database.put(u"heineken"_s, u"{}"_s), -86400);
+    const QString text = checks(u"clock"_s).join(u'\n');
+    QVERIFY2(text.startsWith(u"warning the newest row is from the future"), qPrintable(text));
+}
+
+void TestQueuectlDoctor::noOpenssl()
+{
+    QVERIFY(checks(u"openssl"_s).first().startsWith(u"ok OpenSSL"));
+    QVERIFY(checks(u"openssl"_s, {{u"PATH"_s, u"/nowhere"_s}}).first().startsWith(u"error"));
+}
+
+void TestQueuectlDoctor::portOfAnother()
+{
+    QVERIFY(checks(u"port"_s).first().contains(u"nobody listens"));
+    till->setSettings(u"port = 99999\n"_s);
+    QVERIFY(checks(u"port"_s).first().contains(u"99999 is no port"));
+}
+
+void TestQueuectlDoctor::certificates()
+{
+    Certificates files;
+    const Certificates::Identity authority = files.authority(u"authority"_s);
+    const QString good = files.joined(files.client(authority, u"till"_s));
+    const QString expired = files.expiredServer(authority, {u"DNS:localhost"_s}).certificate;
+    const QString broken = till->write(u"/broken.pem"_s, "x");
+    till->setSettings(u"[network]\ncaFile = %1\n"_s.arg(authority.certificate));
+    for (const QString &path : {good, expired, broken, u"/no/such.pem"_s})
+        till->database.put(u"heineken"_s, u"{\"url\":\"https://a\",\"cert\":\"%1\"}"_s.arg(path));
+    till->write(u"/tmp/queue_platiqr_x.pem"_s, "x");
+    const QString text = checks(u"certificates"_s).join(u'\n');
+    QVERIFY2(text.contains(u"%1 is valid until"_s.arg(authority.certificate))
+                 || text.contains(u"%1 expires on"_s.arg(authority.certificate)),
+             qPrintable(text));
+    QVERIFY2(text.contains(u"error %1 expired on"_s.arg(expired)), qPrintable(text));
+    QVERIFY2(text.contains(u"error %1 holds no certificate"_s.arg(broken)), qPrintable(text));
+    QVERIFY2(text.contains(u"error there is no certificate /no/such.pem"), qPrintable(text));
+    QVERIFY2(text.contains(u"queue_platiqr_x.pem holds no certificate"), qPrintable(text));
+    QVERIFY2(!text.contains(u"error %1 "_s.arg(good)) && text.contains(good), qPrintable(text));
+}
+
+void TestQueuectlDoctor::logThatIsNotThere()
+{
+    QVERIFY(checks(u"log"_s).first().startsWith(u"ok no log file is configured"));
+    till->setLog({});
+    QVERIFY(checks(u"log"_s).first().startsWith(u"ok"));
+    till->write(u"/log/queue.log"_s, "lines of another shape\n");
+    QVERIFY(checks(u"log"_s).first().startsWith(u"warning the lines of"));
+    QVERIFY(QFile::remove(till->database.root() + u"/log/queue.log"_s));
+    QVERIFY(checks(u"log"_s).first().startsWith(u"warning there is no log file"));
+}
+
+void TestQueuectlDoctor::bundle()
+{
+    till->setSettings(u"[database]\npassword = hush\n[Mindbox]\nsecretKey = hush\n"_s);
+    till->database.put(u"heineken"_s, u"{\"url\":\"http://a\",\"password\":\"hush\"}"_s);
+    till->setLog(
+        {logLine(7300, u"INFO"_s, u"heineken"_s, u"long ago"_s),
+         logLine(60, u"INFO"_s, u"heineken"_s,
+                 u"Обработка сообщения: {\"password\":\"hush\",\"card\":\"77001234567890\"}"_s)});
+    const QString archive = till->database.root() + u"/support.tar.gz"_s;
+    const Outcome outcome = till->run({u"bundle"_s, u"--output"_s, archive, u"--json"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::Done);
+    QCOMPARE(outcome.json().value(u"file"_s).toString(), archive);
+    QCOMPARE(outcome.json().value(u"bytes"_s).toInteger(), QFileInfo(archive).size());
+    QCOMPARE(QFile::permissions(archive) & (QFile::ReadGroup | QFile::ReadOther),
+             QFile::Permissions());
+
+    QProcess tar;
+    tar.start(u"tar"_s, {u"-xzf"_s, archive, u"-C"_s, till->database.root(),
+                         u"--strip-components=1"_s, u"--one-top-level=unpacked"_s});
+    QVERIFY(tar.waitForFinished());
+    const QString folder = till->database.root() + u"/unpacked/"_s;
+    const auto content = [&](const QString &name) {
+        QFile file(folder + name);
+        if (!file.open(QIODevice::ReadOnly))
+            qWarning("%s is missing", qPrintable(name));
+        return QString::fromUtf8(file.readAll());
+    };
+    QString all;
+    for (const QString &name :
+         {u"doctor.txt"_s, u"doctor.json"_s, u"status.txt"_s, u"status.json"_s, u"shape.txt"_s,
+          u"shape.json"_s, u"log-last-hour.txt"_s, u"versions.txt"_s})
+        all += content(name);
+    const QString settings =
+        content(u"settings"_s + till->database.root() + u"/tallocash/cash/conf/tcash.ini"_s);
+    QVERIFY2(settings.contains(u"secretKey = ***"), qPrintable(settings));
+    QVERIFY(all.contains(QStringLiteral(QUEUE_VERSION)));
+    QVERIFY(content(u"shape.txt"_s).contains(u"heineken"));
+    QVERIFY(content(u"doctor.txt"_s).contains(u"openssl"));
+    const QString log = content(u"log-last-hour.txt"_s);
+    QVERIFY2(log.contains(u"Обработка сообщения") && !log.contains(u"long ago"), qPrintable(log));
+    for (const QString &secret : {u"hush"_s, u"77001234567890"_s})
+        QVERIFY2(!(all + settings).contains(secret), qPrintable(secret));
+}
+
+void TestQueuectlDoctor::bundleWithoutDatabase()
+{
+    const QString archive = till->database.root() + u"/support.tar.gz"_s;
+    QCOMPARE(till->run({u"bundle"_s, u"--output"_s, archive}).exitCode, ExitCode::Done);
+    QVERIFY(QFileInfo(archive).size() > 0);
+    QCOMPARE(till->run({u"bundle"_s, u"--output"_s, u"/no/such/folder/x"_s}).exitCode,
+             ExitCode::Failed);
+}
+
+void TestQueuectlDoctor::bundleWithoutTar()
+{
+    const Outcome outcome =
+        till->run({u"bundle"_s, u"--output"_s, till->database.root() + u"/x.tar.gz"_s}, {},
+                  {{u"PATH"_s, u"/nowhere"_s}});
+    QCOMPARE(outcome.exitCode, ExitCode::Failed);
+    QVERIFY2(outcome.err.contains(u"tar"), qPrintable(outcome.err));
+}
+
+QTEST_GUILESS_MAIN(TestQueuectlDoctor)
+#include "tst_queuectldoctor.moc"

@@ -1,0 +1,447 @@
+#include "tests/tools/queuectl/till.h"
+
+#include "tools/queuectl/failure.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QJsonArray>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using queuectl::ExitCode;
+
+namespace {
+
+const QString body =
+    u"{\"url\":\"http://127.0.0.1:8000/sales\",\"headers\":{\"Authorization\":\"Bearer abc\"},\"body\":\"1\"}"_s;
+const QString refusal =
+    u"Ошибка при отправке сообщения: Сервер 127.0.0.1:8000 отклонил соединение"_s;
+const QMap<QString, QString> russian{{u"LC_ALL"_s, u"ru_RU.UTF-8"_s}};
+
+} // namespace
+
+/// The commands that only look, without a running service.
+class TestQueuectlLook : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void statusOfAnEmptyQueue();
+    void statusShowsTypes();
+    void statusWithoutDatabase_data();
+    void statusWithoutDatabase();
+    void listPages();
+    void listOfUnknownType();
+    void listOfTypeThatNobodyDelivers();
+    void listByCard();
+    void showMasks();
+    void showOfBrokenBody();
+    void showControlCharacters();
+    void unknownRow_data();
+    void unknownRow();
+    void shapeGroups();
+    void shapeTellsSinceWhen();
+    void shapeWithoutLog();
+    void why_data();
+    void why();
+    void whyCountsRowsBefore();
+    void whyNamesTheAnswerToThisRow();
+    void speaksRussian();
+    void coloursOnTerminalOnly();
+    void looksOnly();
+
+private:
+    int put(const QString &type = u"heineken"_s, const QString &text = body)
+    {
+        return till->database.put(type, text, u"77001234567890"_s);
+    }
+    QJsonObject why(int id);
+
+    std::unique_ptr<Till> till;
+};
+
+void TestQueuectlLook::init()
+{
+    // The former one puts the environment back.
+    till.reset();
+    till = std::make_unique<Till>();
+}
+
+void TestQueuectlLook::statusOfAnEmptyQueue()
+{
+    till->database.ids();
+    const Outcome outcome = till->run({u"status"_s});
+    QVERIFY2(outcome.out.contains(u"Nothing waits."), qPrintable(outcome.out));
+    QCOMPARE(outcome.exitCode, ExitCode::NoService);
+    QCOMPARE(outcome.err, QString());
+}
+
+void TestQueuectlLook::statusShowsTypes()
+{
+    const int first = put();
+    put();
+    put(u"nosuch"_s);
+    till->setAge(first, 7860);
+    till->setFailIds("{\"heineken\":" + QByteArray::number(first) + "}");
+    till->setLog(
+        {logLine(60, u"ERROR"_s, u"heineken"_s, refusal),
+         logLine(50, u"INFO"_s, u"queue"_s, u"  heineken: 2 сообщ. (обработчик активен)"_s)});
+
+    const Outcome outcome = till->run({u"status"_s, u"--json"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::NoService);
+    const QJsonObject status = outcome.json();
+    QCOMPARE(status.value(u"waiting"_s).toInt(), 3);
+    const QJsonObject database = status.value(u"database"_s).toObject();
+    QCOMPARE(database.value(u"state"_s).toString(), u"ok"_s);
+    QCOMPARE(database.value(u"place"_s).toString(), till->database.file());
+    const QJsonObject control = status.value(u"control"_s).toObject();
+    QCOMPARE(control.value(u"state"_s).toString(), u"silent"_s);
+    QCOMPARE(control.value(u"port"_s).toInt(), till->port());
+
+    const QJsonArray types = status.value(u"types"_s).toArray();
+    QCOMPARE(types.size(), 2);
+    const QJsonObject type = types.at(0).toObject();
+    QCOMPARE(type.value(u"type"_s).toString(), u"heineken"_s);
+    QCOMPARE(type.value(u"waiting"_s).toInt(), 2);
+    QVERIFY(type.value(u"oldestAgeSeconds"_s).toInt() >= 7860);
+    QCOMPARE(type.value(u"failId"_s).toInt(), first);
+    // The log's last word was that it is alive, but nobody is there any more.
+    QCOMPARE(type.value(u"workerActive"_s), QJsonValue(false));
+    QCOMPARE(type.value(u"lastFailure"_s).toString(), refusal);
+    QVERIFY(
+        QDateTime::fromString(type.value(u"lastFailureTime"_s).toString(), Qt::ISODate).isValid());
+    QCOMPARE(types.at(1).toObject().value(u"delivered"_s), QJsonValue(false));
+
+    const QString text = till->run({u"status"_s}).out;
+    QVERIFY2(text.contains(u"2 h 11 min"), qPrintable(text));
+    QVERIFY2(text.contains(refusal), qPrintable(text));
+}
+
+void TestQueuectlLook::statusWithoutDatabase_data()
+{
+    QTest::addColumn<QString>("settings");
+    QTest::addColumn<bool>("withEmptyFile");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("no file") << QString() << false << u"There is no database"_s;
+    QTest::newRow("empty file") << QString() << true << u"is an empty file"_s;
+    QTest::newRow("unknown driver") << u"[database]\ndriver = QNOSUCH\n"_s << false << u"QNOSUCH"_s;
+    QTest::newRow("no server")
+        << u"[database]\ndriver = QMYSQL\nsocket = /nowhere\npassword = hush\n"_s << false
+        << u"/nowhere"_s;
+}
+
+void TestQueuectlLook::statusWithoutDatabase()
+{
+    QFETCH(const QString, settings);
+    QFETCH(const bool, withEmptyFile);
+    QFETCH(const QString, reason);
+    till->setSettings(settings);
+    if (withEmptyFile)
+        till->write(u"/tallocash/cash/queue/queues.db"_s, {});
+    const Outcome outcome = till->run({u"status"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::NoDatabase);
+    QVERIFY2(outcome.out.contains(reason), qPrintable(outcome.out));
+    QVERIFY(!outcome.out.contains(u"hush"));
+    const QJsonObject database =
+        till->run({u"status"_s, u"--json"_s}).json().value(u"database"_s).toObject();
+    QCOMPARE(database.value(u"state"_s).toString(), u"unreachable"_s);
+
+    const Outcome list = till->run({u"list"_s, u"heineken"_s, u"--json"_s});
+    QCOMPARE(list.exitCode, ExitCode::NoDatabase);
+    QVERIFY2(list.err.contains(reason), qPrintable(list.err));
+    // To make a database is the service's business.
+    QCOMPARE(QFile(till->database.file()).size(), 0);
+}
+
+void TestQueuectlLook::listPages()
+{
+    for (int i = 0; i < 60; ++i)
+        put();
+    const QJsonObject first = till->run({u"list"_s, u"heineken"_s, u"--json"_s}).json();
+    QCOMPARE(first.value(u"rows"_s).toArray().size(), 50);
+    QCOMPARE(first.value(u"more"_s), QJsonValue(true));
+    QCOMPARE(first.value(u"total"_s).toInt(), 60);
+    const QJsonObject row = first.value(u"rows"_s).toArray().at(0).toObject();
+    QCOMPARE(row.value(u"id"_s).toInt(), 1);
+    QCOMPARE(row.value(u"cardNumber"_s).toString(), u"77001234567890"_s);
+    QCOMPARE(row.value(u"destination"_s).toString(), u"127.0.0.1:8000"_s);
+    QCOMPARE(row.value(u"bodyBytes"_s).toInt(), body.size());
+
+    const QJsonObject rest =
+        till->run({u"list"_s, u"heineken"_s, u"--after"_s, u"50"_s, u"--json"_s}).json();
+    QCOMPARE(rest.value(u"rows"_s).toArray().size(), 10);
+    QCOMPARE(rest.value(u"more"_s), QJsonValue(false));
+
+    const Outcome limited = till->run({u"list"_s, u"heineken"_s, u"--limit"_s, u"3"_s});
+    QCOMPARE(limited.exitCode, ExitCode::Done);
+    QVERIFY2(limited.out.contains(u"queuectl list heineken --after 3"), qPrintable(limited.out));
+    QCOMPARE(till->run({u"list"_s, u"heineken"_s, u"--limit"_s, u"none"_s}).exitCode,
+             ExitCode::Usage);
+}
+
+void TestQueuectlLook::listOfUnknownType()
+{
+    put();
+    const Outcome outcome = till->run({u"list"_s, u"heinekn"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::NotFound);
+    QVERIFY2(outcome.err.contains(u"is heineken meant?"), qPrintable(outcome.err));
+    // A type of the service without rows is no mistake.
+    QCOMPARE(till->run({u"list"_s, u"cardlab"_s}).exitCode, ExitCode::Done);
+}
+
+void TestQueuectlLook::listOfTypeThatNobodyDelivers()
+{
+    put(u"nosuch"_s);
+    const Outcome outcome = till->run({u"list"_s, u"nosuch"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::Done);
+    QVERIFY2(outcome.out.contains(u"no handler for type nosuch"), qPrintable(outcome.out));
+}
+
+void TestQueuectlLook::listByCard()
+{
+    put();
+    till->database.put(u"heineken"_s, body, u"5"_s);
+    const QJsonArray rows = till->run({u"list"_s, u"heineken"_s, u"--card"_s, u"5"_s, u"--json"_s})
+                                .json()
+                                .value(u"rows"_s)
+                                .toArray();
+    QCOMPARE(rows.size(), 1);
+    QCOMPARE(rows.at(0).toObject().value(u"id"_s).toInt(), 2);
+}
+
+void TestQueuectlLook::showMasks()
+{
+    put();
+    for (const QStringList &further : {QStringList{}, QStringList{u"--json"_s}}) {
+        const Outcome masked = till->run(QStringList{u"show"_s, u"1"_s} + further);
+        QCOMPARE(masked.exitCode, ExitCode::Done);
+        QVERIFY2(!masked.out.contains(u"abc"), qPrintable(masked.out));
+        QVERIFY2(masked.out.contains(u"\"***\""), qPrintable(masked.out));
+        const Outcome plain = till->run(QStringList{u"show"_s, u"1"_s, u"--secrets"_s} + further);
+        QVERIFY2(plain.out.contains(u"Bearer abc"), qPrintable(plain.out));
+    }
+    const QJsonObject row = till->run({u"show"_s, u"1"_s, u"--json"_s}).json();
+    QCOMPARE(row.value(u"id"_s).toInt(), 1);
+    QCOMPARE(row.value(u"type"_s).toString(), u"heineken"_s);
+    QCOMPARE(row.value(u"body"_s).toObject().value(u"url"_s).toString(),
+             u"http://127.0.0.1:8000/sales"_s);
+}
+
+void TestQueuectlLook::showOfBrokenBody()
+{
+    put(u"heineken"_s, u"password=hush, no JSON"_s);
+    const Outcome outcome = till->run({u"show"_s, u"1"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::Done);
+    QVERIFY2(outcome.out.contains(u"no JSON object"), qPrintable(outcome.out));
+    QVERIFY2(!outcome.out.contains(u"hush"), qPrintable(outcome.out));
+    QCOMPARE(till->run({u"show"_s, u"1"_s, u"--secrets"_s, u"--json"_s})
+                 .json()
+                 .value(u"bodyText"_s)
+                 .toString(),
+             u"password=hush, no JSON"_s);
+}
+
+void TestQueuectlLook::showControlCharacters()
+{
+    // What a row holds must not command the engineer's terminal.
+    put(u"heineken"_s, u"\u001b[2Jgone"_s);
+    QVERIFY(!till->run({u"show"_s, u"1"_s}).out.contains(u'\u001b'));
+    put(u"\u001b[2J"_s);
+    QVERIFY(!till->run({u"status"_s}).out.contains(u'\u001b'));
+}
+
+void TestQueuectlLook::unknownRow_data()
+{
+    QTest::addColumn<QString>("id");
+    QTest::addColumn<int>("exitCode");
+    QTest::newRow("not there") << u"99"_s << int(ExitCode::NotFound);
+    QTest::newRow("zero") << u"0"_s << int(ExitCode::Usage);
+    QTest::newRow("a word") << u"one"_s << int(ExitCode::Usage);
+    QTest::newRow("too large") << u"99999999999"_s << int(ExitCode::Usage);
+}
+
+void TestQueuectlLook::unknownRow()
+{
+    put();
+    QFETCH(const QString, id);
+    QFETCH(const int, exitCode);
+    for (const QStringList &command :
+         {QStringList{u"show"_s, id}, QStringList{u"why"_s, id},
+          QStringList{u"drop"_s, id, u"--yes"_s}, QStringList{u"requeue"_s, id, u"--yes"_s}}) {
+        const Outcome outcome = till->run(command);
+        QCOMPARE(outcome.exitCode, exitCode);
+        QVERIFY(outcome.err.contains(id));
+        QCOMPARE(outcome.out, QString());
+    }
+    QCOMPARE(till->database.ids(), QList<int>{1});
+}
+
+void TestQueuectlLook::shapeGroups()
+{
+    put();
+    till->setAge(put(), 1000);
+    put(u"nosuch"_s);
+    put(u"cardlab"_s, u"broken"_s);
+    const QJsonObject shape = till->run({u"shape"_s, u"--json"_s}).json();
+    QCOMPARE(shape.value(u"waiting"_s).toInt(), 4);
+    QStringList groups;
+    for (const QJsonValue &group : shape.value(u"rows"_s).toArray()) {
+        const QJsonObject object = group.toObject();
+        groups.append(u"%1 %2 %3 %4"_s.arg(
+            object.value(u"type"_s).toString(), object.value(u"age"_s).toString(),
+            object.value(u"cause"_s).toString(), QString::number(object.value(u"rows"_s).toInt())));
+    }
+    QCOMPARE(groups, (QStringList{u"cardlab minutes body 1"_s, u"heineken minutes turn 1"_s,
+                                  u"heineken hour turn 1"_s, u"nosuch minutes no-handler 1"_s}));
+}
+
+void TestQueuectlLook::shapeTellsSinceWhen()
+{
+    for (int i = 0; i < 37; ++i)
+        put();
+    till->setAge(1, 7860);
+    put(u"heineken"_s, u"{\"url\":\"https://other/a\"}"_s);
+    till->setFailIds("{\"heineken\":37}");
+    const QDateTime since = QDateTime::currentDateTime().addSecs(-3600);
+    till->setLog({logLine(7200, u"ERROR"_s, u"heineken"_s, refusal),
+                  logLine(5000, u"INFO"_s, u"heineken"_s, u"Удаление сообщения 7"_s),
+                  logLine(3600, u"ERROR"_s, u"heineken"_s, refusal),
+                  logLine(60, u"ERROR"_s, u"heineken"_s, refusal)});
+    const QJsonObject shape = till->run({u"shape"_s, u"--json"_s}).json();
+    const QJsonArray destinations = shape.value(u"destinations"_s).toArray();
+    QCOMPARE(destinations.size(), 2);
+    const QJsonObject down = destinations.at(0).toObject();
+    QCOMPARE(down.value(u"destination"_s).toString(), u"127.0.0.1:8000"_s);
+    QCOMPARE(down.value(u"state"_s).toString(), u"down"_s);
+    QCOMPARE(down.value(u"rows"_s).toInt(), 37);
+    QCOMPARE(destinations.at(1).toObject().value(u"state"_s).toString(), u"waiting"_s);
+    const QString clock = since.date() == QDate::currentDate()
+                              ? since.toString(u"HH:mm"_s)
+                              : since.toString(u"yyyy-MM-dd HH:mm"_s);
+    QCOMPARE(till->run({u"shape"_s}).out.section(u'\n', 0, 0),
+             u"127.0.0.1:8000: down since %1, rows: 37, oldest 2 h 11 min"_s.arg(clock));
+}
+
+void TestQueuectlLook::shapeWithoutLog()
+{
+    put();
+    till->setFailIds("{\"heineken\":1}");
+    const Outcome outcome = till->run({u"shape"_s});
+    QVERIFY2(outcome.out.startsWith(u"127.0.0.1:8000: refuses, rows: 1"), qPrintable(outcome.out));
+}
+
+QJsonObject TestQueuectlLook::why(int id)
+{
+    const Outcome outcome = till->run({u"why"_s, QString::number(id), u"--json"_s});
+    if (outcome.exitCode != ExitCode::Done)
+        qWarning("%s", qPrintable(outcome.err));
+    return outcome.json();
+}
+
+void TestQueuectlLook::why_data()
+{
+    QTest::addColumn<QString>("failure");
+    QTest::addColumn<QString>("cause");
+    const QString http =
+        u"Ошибка при отправке сообщения: Сервер ответил ошибкой, код состояния HTTP %1"_s;
+    QTest::newRow("refused") << refusal << u"network"_s;
+    QTest::newRow("401") << http.arg(401) << u"credentials"_s;
+    QTest::newRow("400") << http.arg(400) << u"request"_s;
+    QTest::newRow("503") << http.arg(503) << u"service"_s;
+    QTest::newRow("certificate") << u"Сертификат сервера a не прошёл проверку (x)"_s
+                                 << u"certificate"_s;
+    QTest::newRow("own words") << u"Сумма не сходится"_s << u"other"_s;
+}
+
+void TestQueuectlLook::why()
+{
+    QFETCH(const QString, failure);
+    const int id = put();
+    till->setAge(id, 600);
+    till->setFailIds("{\"heineken\":1}");
+    till->setLog({logLine(60, u"ERROR"_s, u"heineken"_s, failure)});
+    const QJsonObject reason = why(id);
+    QTEST(reason.value(u"cause"_s).toString(), "cause");
+    QVERIFY(reason.value(u"lastAnswer"_s).toString().contains(failure));
+    QCOMPARE(reason.value(u"serviceRunning"_s), QJsonValue(false));
+    QVERIFY(reason.value(u"nextTryEarliest"_s).isNull());
+    QVERIFY(reason.value(u"actor"_s).toString().contains(u"systemctl start queue"));
+    const QString sentence = reason.value(u"sentence"_s).toString();
+    for (const QString &part : {u"lastAnswer"_s, u"rule"_s, u"nextTry"_s, u"actor"_s})
+        QVERIFY2(sentence.contains(reason.value(part).toString()), qPrintable(sentence));
+    QCOMPARE(till->run({u"why"_s, u"1"_s}).out.count(u'\n'), 1);
+}
+
+void TestQueuectlLook::whyCountsRowsBefore()
+{
+    const int nosuch = put(u"nosuch"_s);
+    const int broken = put(u"cardlab"_s, u"broken"_s);
+    const int fresh = put();
+    QCOMPARE(why(nosuch).value(u"cause"_s).toString(), u"no-handler"_s);
+    QCOMPARE(why(broken).value(u"cause"_s).toString(), u"body"_s);
+    const QJsonObject reason = why(fresh);
+    QCOMPARE(reason.value(u"cause"_s).toString(), u"turn"_s);
+    QVERIFY(reason.value(u"lastAnswer"_s).toString().contains(u"not been tried"));
+}
+
+void TestQueuectlLook::whyNamesTheAnswerToThisRow()
+{
+    const int first = put(u"heineken"_s, u"{\"url\":\"http://a\"}"_s);
+    const int second = put(u"heineken"_s, u"{\"url\":\"http://b\"}"_s);
+    for (const int id : {first, second})
+        till->setAge(id, 600);
+    till->setLog(
+        {logLine(60, u"INFO"_s, u"heineken"_s, u"Обработка сообщения: {\"url\":\"http://a\"}"_s),
+         logLine(59, u"ERROR"_s, u"heineken"_s, u"первый ответ"_s),
+         logLine(58, u"INFO"_s, u"heineken"_s, u"Обработка сообщения: {\"url\":\"http://b\"}"_s),
+         logLine(57, u"ERROR"_s, u"heineken"_s, u"второй ответ, token=abc"_s)});
+    QVERIFY(why(first).value(u"lastAnswer"_s).toString().contains(u"первый ответ"));
+    QVERIFY(why(second).value(u"lastAnswer"_s).toString().contains(u"второй ответ, token=***"));
+}
+
+void TestQueuectlLook::speaksRussian()
+{
+    put();
+    const Outcome status = till->run({u"status"_s}, {}, russian);
+    QVERIFY2(status.out.contains(u"База данных"), qPrintable(status.out));
+    const Outcome reason = till->run({u"why"_s, u"1"_s}, {}, russian);
+    QVERIFY2(reason.out.startsWith(u"Строка 1 (heineken) ждёт"), qPrintable(reason.out));
+    const Outcome unknown = till->run({u"show"_s, u"9"_s}, {}, russian);
+    QVERIFY2(unknown.err.startsWith(u"Строки 9 нет"), qPrintable(unknown.err));
+    // LC_ALL stands above LC_MESSAGES, and that above LANG.
+    const Outcome english =
+        till->run({u"status"_s}, {}, {{u"LC_ALL"_s, u"C"_s}, {u"LANG"_s, u"ru_RU.UTF-8"_s}});
+    QVERIFY(english.out.contains(u"Database"));
+    const Outcome byLang =
+        till->run({u"status"_s}, {},
+                  {{u"LC_ALL"_s, {}}, {u"LC_MESSAGES"_s, {}}, {u"LANG"_s, u"ru_RU.UTF-8"_s}});
+    QVERIFY(byLang.out.contains(u"База данных"));
+    // JSON has the same members whatever the language.
+    QCOMPARE(till->run({u"status"_s, u"--json"_s}, {}, russian).json().keys(),
+             till->run({u"status"_s, u"--json"_s}).json().keys());
+}
+
+void TestQueuectlLook::coloursOnTerminalOnly()
+{
+    put();
+    QVERIFY(till->runOnTerminal({u"status"_s}).out.contains(u"\u001b["));
+    QVERIFY(!till->runOnTerminal({u"status"_s}, {}, {{u"NO_COLOR"_s, u"1"_s}})
+                 .out.contains(u"\u001b["));
+    QVERIFY(!till->runOnTerminal({u"status"_s, u"--json"_s}).out.contains(u"\u001b["));
+    QVERIFY(!till->run({u"status"_s}).out.contains(u"\u001b["));
+}
+
+void TestQueuectlLook::looksOnly()
+{
+    put();
+    const auto before = till->database.query(u"SELECT * FROM message"_s);
+    for (const QString &command : {u"status"_s, u"shape"_s, u"doctor"_s, u"export"_s})
+        till->run({command});
+    till->run({u"why"_s, u"1"_s});
+    till->run({u"show"_s, u"1"_s});
+    QCOMPARE(till->database.query(u"SELECT * FROM message"_s), before);
+}
+
+QTEST_GUILESS_MAIN(TestQueuectlLook)
+#include "tst_queuectllook.moc"

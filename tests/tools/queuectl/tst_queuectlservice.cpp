@@ -1,0 +1,211 @@
+#include "tests/tools/queuectl/till.h"
+
+#include "tools/queuectl/failure.h"
+#include "tools/stand/portreservation.h"
+#include "tools/stand/serviceprocess.h"
+#include "tools/stand/waiting.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using queuectl::ExitCode;
+using stand::waitUntil;
+
+/// The program beside the real service.
+class TestQueuectlService : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void withoutService();
+    void start();
+    void startOfUnknownType();
+    void errors();
+    void statusAndWhy();
+    void watch();
+    void watchOnTerminal();
+    void afterAPut();
+    void silentPort();
+
+private:
+    /// Starts the service and waits until it answers.
+    void startService();
+    QJsonObject json(const QStringList &arguments)
+    {
+        return till->run(arguments + QStringList{u"--json"_s}).json();
+    }
+    QString body() const
+    {
+        return u"{\"url\":\"http://127.0.0.1:%1/a\",\"body\":\"1\"}"_s.arg(peer->port());
+    }
+
+    std::unique_ptr<Till> till;
+    /// Where nobody listens, so that each delivery is refused.
+    std::unique_ptr<stand::PortReservation> peer;
+    std::unique_ptr<stand::ServiceProcess> service;
+};
+
+void TestQueuectlService::init()
+{
+    service.reset();
+    // The former one puts the environment back.
+    till.reset();
+    till = std::make_unique<Till>();
+    till->setSettings(u"timeout = 1\n"_s);
+    till->setLog({});
+    peer = std::make_unique<stand::PortReservation>();
+}
+
+void TestQueuectlService::startService()
+{
+    service = std::make_unique<stand::ServiceProcess>(
+        QStringLiteral(QUEUE_PROGRAM), till->database.root(), QMap<QString, QString>{});
+    service->start();
+    QVERIFY(waitUntil([this] { return till->run({u"errors"_s}).exitCode == ExitCode::Done; }));
+}
+
+void TestQueuectlService::withoutService()
+{
+    till->database.ids();
+    for (const QStringList &command :
+         {QStringList{u"start"_s, u"heineken"_s}, QStringList{u"errors"_s},
+          QStringList{u"errors"_s, u"--reset"_s}}) {
+        const Outcome outcome = till->run(command);
+        QCOMPARE(outcome.exitCode, ExitCode::NoService);
+        QVERIFY2(outcome.err.contains(QString::number(till->port())), qPrintable(outcome.err));
+        QCOMPARE(outcome.out, QString());
+        const QJsonObject error =
+            QJsonDocument::fromJson(till->run(command + QStringList{u"--json"_s}).err.toUtf8())
+                .object()
+                .value(u"error"_s)
+                .toObject();
+        QCOMPARE(error.value(u"exitCode"_s).toInt(), int(ExitCode::NoService));
+        QVERIFY(!error.value(u"text"_s).toString().isEmpty());
+    }
+}
+
+void TestQueuectlService::start()
+{
+    till->setSettings(u"timeout = 3600\n"_s);
+    startService();
+    till->database.put(u"heineken"_s, body());
+    const QJsonObject started = json({u"start"_s, u"heineken"_s, u"77"_s});
+    QCOMPARE(started.value(u"started"_s), QJsonValue(true));
+    QCOMPARE(started.value(u"type"_s).toString(), u"heineken"_s);
+    // The row has been tried, long before the next poll.
+    QVERIFY(waitUntil([this] {
+        return json({u"why"_s, u"1"_s}).value(u"cause"_s).toString() == u"network";
+    }));
+}
+
+void TestQueuectlService::startOfUnknownType()
+{
+    startService();
+    const Outcome outcome = till->run({u"start"_s, u"heinekn"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::NotFound);
+    QVERIFY(outcome.err.contains(u"is heineken meant?"));
+}
+
+void TestQueuectlService::errors()
+{
+    startService();
+    QCOMPARE(json({u"errors"_s}).value(u"errorsCount"_s).toInt(), 0);
+    till->database.query(u"DROP TABLE queues.message"_s);
+    QVERIFY(waitUntil([this] { return json({u"errors"_s}).value(u"errorsCount"_s).toInt() > 0; }));
+    till->setSettings(u"timeout = 1\n"_s);
+    const QJsonObject reset = json({u"errors"_s, u"--reset"_s});
+    QCOMPARE(reset.value(u"reset"_s), QJsonValue(true));
+    QVERIFY(reset.value(u"errorsCount"_s).toInt() > 0);
+}
+
+void TestQueuectlService::statusAndWhy()
+{
+    till->database.put(u"heineken"_s, body());
+    startService();
+    QJsonObject status;
+    QVERIFY(waitUntil([&] {
+        status = json({u"status"_s});
+        return status.value(u"types"_s)
+            .toArray()
+            .at(0)
+            .toObject()
+            .value(u"lastFailure"_s)
+            .isString();
+    }));
+    QCOMPARE(till->run({u"status"_s}).exitCode, ExitCode::Done);
+    const QJsonObject type = status.value(u"types"_s).toArray().at(0).toObject();
+    QCOMPARE(type.value(u"waiting"_s).toInt(), 1);
+    QVERIFY(type.value(u"lastFailure"_s).toString().contains(u"отклонил соединение"));
+    QVERIFY(type.value(u"workerActive"_s).isBool());
+    QCOMPARE(status.value(u"control"_s).toObject().value(u"state"_s).toString(), u"ok"_s);
+    QCOMPARE(status.value(u"control"_s).toObject().value(u"errorsCount"_s).toInt(), 0);
+
+    const QJsonObject reason = json({u"why"_s, u"1"_s});
+    QCOMPARE(reason.value(u"cause"_s).toString(), u"network"_s);
+    QCOMPARE(reason.value(u"serviceRunning"_s), QJsonValue(true));
+    QVERIFY(reason.value(u"nextTryEarliest"_s).isString());
+    QVERIFY(reason.value(u"actor"_s).toString().contains(u"127.0.0.1:%1"_s.arg(peer->port())));
+    const QJsonObject shape =
+        json({u"shape"_s}).value(u"destinations"_s).toArray().at(0).toObject();
+    QCOMPARE(shape.value(u"state"_s).toString(), u"down"_s);
+    QVERIFY(shape.value(u"since"_s).isString());
+}
+
+void TestQueuectlService::watch()
+{
+    startService();
+    const Outcome outcome =
+        till->run({u"watch"_s, u"--count"_s, u"2"_s, u"--interval"_s, u"1"_s, u"--json"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::Done);
+    const QStringList lines = outcome.out.trimmed().split(u'\n');
+    QCOMPARE(lines.size(), 2);
+    for (const QString &line : lines)
+        QVERIFY(QJsonDocument::fromJson(line.toUtf8()).object().contains(u"types"_s));
+    QCOMPARE(till->run({u"watch"_s, u"--interval"_s, u"0"_s}).exitCode, ExitCode::Usage);
+}
+
+void TestQueuectlService::watchOnTerminal()
+{
+    till->database.ids();
+    const Outcome shown = till->runOnTerminal({u"watch"_s, u"--count"_s, u"1"_s});
+    QVERIFY(shown.out.contains(u"\u001b[2J"));
+    QVERIFY(shown.out.contains(u"Database"));
+    QCOMPARE(shown.exitCode, ExitCode::NoService);
+    QVERIFY(!till->run({u"watch"_s, u"--count"_s, u"1"_s}).out.contains(u'\u001b'));
+}
+
+void TestQueuectlService::afterAPut()
+{
+    startService();
+    const QString file = till->write(u"/body.json"_s, body().toUtf8());
+    QCOMPARE(till->run({u"put"_s, u"heineken"_s, file}).exitCode, ExitCode::Done);
+    QVERIFY(waitUntil([this] {
+        return json({u"why"_s, u"1"_s}).value(u"cause"_s).toString() == u"network";
+    }));
+    QCOMPARE(till->run({u"requeue"_s, u"1"_s, u"--yes"_s}).exitCode, ExitCode::Done);
+    QVERIFY(waitUntil([this] {
+        return json({u"why"_s, u"2"_s}).value(u"cause"_s).toString() == u"network";
+    }));
+    QCOMPARE(till->run({u"drop"_s, u"2"_s, u"--yes"_s}).exitCode, ExitCode::Done);
+    QCOMPARE(json({u"status"_s}).value(u"waiting"_s).toInt(), 0);
+}
+
+void TestQueuectlService::silentPort()
+{
+    // Something else has the port.
+    QTcpServer other;
+    QVERIFY(other.listen(QHostAddress::LocalHost));
+    connect(&other, &QTcpServer::newConnection, &other,
+            [&other] { other.nextPendingConnection()->write("SSH-2.0-other\r\n"); });
+    till->setSettings(u"port = %1\n"_s.arg(other.serverPort()));
+    QCOMPARE(till->run({u"errors"_s}).exitCode, ExitCode::NoService);
+}
+
+QTEST_GUILESS_MAIN(TestQueuectlService)
+#include "tst_queuectlservice.moc"
