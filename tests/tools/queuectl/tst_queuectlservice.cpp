@@ -64,8 +64,12 @@ void TestQueuectlService::init()
 
 void TestQueuectlService::startService()
 {
-    service = std::make_unique<stand::ServiceProcess>(
-        QStringLiteral(QUEUE_PROGRAM), till->database.root(), QMap<QString, QString>{});
+    // The log goes to the file that the program reads.
+    const QMap<QString, QString> environment{
+        {u"LOG4QT_CONFIGURATION"_s,
+         till->database.root() + u"/tallocash/cash/queue/config/log4qt.properties"_s}};
+    service = std::make_unique<stand::ServiceProcess>(QStringLiteral(QUEUE_PROGRAM),
+                                                      till->database.root(), environment);
     service->start();
     QVERIFY(waitUntil([this] { return till->run({u"errors"_s}).exitCode == ExitCode::Done; }));
 }
