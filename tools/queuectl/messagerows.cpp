@@ -37,14 +37,24 @@ QSqlDatabase connection()
                     .arg(error.text().trimmed()));
 }
 
-void execute(QSqlQuery &query, const QString &statement, const QVariantList &values)
+void prepare(QSqlQuery &query, const QString &statement)
 {
     if (!query.prepare(statement))
         failStatement(query.lastError());
-    for (const QVariant &value : values)
-        query.addBindValue(value);
+}
+
+void bindAndRun(QSqlQuery &query, const QVariantList &values)
+{
+    for (qsizetype i = 0; i < values.size(); ++i)
+        query.bindValue(static_cast<int>(i), values[i]);
     if (!query.exec())
         failStatement(query.lastError());
+}
+
+void execute(QSqlQuery &query, const QString &statement, const QVariantList &values)
+{
+    prepare(query, statement);
+    bindAndRun(query, values);
 }
 
 /// The till's own time, which newer drivers of Qt's take for UTC.
@@ -178,19 +188,22 @@ QList<int> MessageRows::insert(const QList<Row> &rows, const std::function<void(
 {
     QList<int> ids;
     inTransaction([&](QSqlDatabase &database) {
+        // Prepared once: the service cannot write while this goes on.
+        QSqlQuery withTime(database);
+        QSqlQuery withoutTime(database);
+        prepare(
+            withTime,
+            u"INSERT INTO message (type, body, cardnumber, statuscode, creationtime) VALUES (?, ?, ?, ?, ?)"_s);
+        prepare(withoutTime,
+                u"INSERT INTO message (type, body, cardnumber, statuscode) VALUES (?, ?, ?, ?)"_s);
         for (const Row &row : rows) {
             const bool hasTime = row.creationTime.isValid();
             QVariantList values{row.type, QString::fromUtf8(row.body), orEmpty(row.cardNumber),
                                 orEmpty(row.statusCode)};
             if (hasTime)
                 values.append(row.creationTime.toString(u"yyyy-MM-dd HH:mm:ss"_s));
-            QSqlQuery query(database);
-            execute(
-                query,
-                hasTime
-                    ? u"INSERT INTO message (type, body, cardnumber, statuscode, creationtime) VALUES (?, ?, ?, ?, ?)"_s
-                    : u"INSERT INTO message (type, body, cardnumber, statuscode) VALUES (?, ?, ?, ?)"_s,
-                values);
+            QSqlQuery &query = hasTime ? withTime : withoutTime;
+            bindAndRun(query, values);
             ids.append(query.lastInsertId().toInt());
             if (written)
                 written(static_cast<int>(ids.size()));

@@ -1,6 +1,9 @@
 #include "tools/queuectl/rowcheck.h"
 
+#include "shared/core/jsonvalue.h"
+#include "tools/catalogue/catalogue.h"
 #include "tools/queuectl/command.h"
+#include "tools/queuectl/masking.h"
 #include "tools/queuectl/text.h"
 
 #include <QFile>
@@ -90,6 +93,75 @@ void checkValues(const QJsonObject &object, const QString &path, QList<Finding> 
     }
 }
 
+QString kindText(const QString &kind)
+{
+    struct Kind
+    {
+        QString name;
+        const char *english;
+        const char *russian;
+    };
+    static const Kind kinds[] = {
+        {u"text"_s, "a text", "текст"},        {u"url"_s, "an address", "адрес"},
+        {u"file"_s, "a path", "путь к файлу"}, {u"integer"_s, "a whole number", "целое число"},
+        {u"number"_s, "a number", "число"},    {u"boolean"_s, "true or false", "true или false"},
+        {u"object"_s, "an object", "объект"},  {u"array"_s, "a list", "список"},
+    };
+    for (const Kind &known : kinds) {
+        if (known.name == kind)
+            return text(known.english, known.russian);
+    }
+    return kind;
+}
+
+bool isReported(const QList<Finding> &findings, const QString &key)
+{
+    return std::any_of(findings.cbegin(), findings.cend(),
+                       [&key](const Finding &finding) { return finding.key == key; });
+}
+
+/// The keys that the handler reads. One that it does not know does no harm, but is often a slip.
+void checkKeys(const QString &type, const QJsonObject &body, QList<Finding> &findings)
+{
+    const catalogue::Type *known = catalogue::find(type);
+    if (!known)
+        return;
+    QStringList names;
+    for (const catalogue::Key &key : known->keys)
+        names.append(key.name);
+    const QList<catalogue::Fault> faults = catalogue::check(*known, body);
+    for (const catalogue::Fault &fault : faults) {
+        if (isReported(findings, fault.path))
+            continue;
+        switch (fault.kind) {
+        case catalogue::Fault::Kind::Missing:
+            report(findings, true, fault.path,
+                   text("is missing, %1", "отсутствует, %1").arg(kindText(fault.expected)));
+            break;
+        case catalogue::Fault::Kind::WrongKind:
+            report(findings, true, fault.path,
+                   text("should be %1", "должно быть: %1").arg(kindText(fault.expected)));
+            break;
+        case catalogue::Fault::Kind::Unknown: {
+            const QString meant = nearest(fault.path, names);
+            report(findings, false, fault.path,
+                   text("nobody reads this key%1", "этот ключ никто не читает%1")
+                       .arg(meant.isEmpty()
+                                ? QString()
+                                : text("; is %1 meant?", "; имелось в виду %1?").arg(meant)));
+            break;
+        }
+        }
+    }
+    for (const catalogue::Key &key : known->keys) {
+        if (key.kind != u"file" || isReported(findings, key.name))
+            continue;
+        const QString path = jsonValueByPath(body, key.name).toString();
+        if (path.startsWith(u'/'))
+            checkFile(path, key.name, findings);
+    }
+}
+
 } // namespace
 
 QList<Finding> checkRow(const RowText &row)
@@ -123,6 +195,7 @@ QList<Finding> checkRow(const RowText &row)
         return findings;
     }
     checkValues(document.object(), QString(), findings);
+    checkKeys(row.type, document.object(), findings);
     return findings;
 }
 
@@ -158,9 +231,10 @@ QJsonArray toJson(const QList<Finding> &findings)
     return array;
 }
 
-QStringList secretKeys(const QString & /*type*/)
+QJsonObject withoutSecrets(const QString &type, const QJsonObject &body)
 {
-    return {};
+    const catalogue::Type *known = catalogue::find(type);
+    return masked(known ? catalogue::masked(*known, body) : body).toObject();
 }
 
 QByteArray readInput(const QString &path)

@@ -5,7 +5,6 @@
 #include <QJsonObject>
 #include <QList>
 #include <QString>
-#include <QStringList>
 
 namespace queuectl {
 
@@ -35,8 +34,8 @@ QList<Finding> checkLengths(const RowText &row);
 bool hasErrors(const QList<Finding> &findings);
 QJsonArray toJson(const QList<Finding> &findings);
 
-/// The keys of the type's body that hold secrets, dotted.
-QStringList secretKeys(const QString &type);
+/// The body without what the type's keys or their names tell to be secret.
+QJsonObject withoutSecrets(const QString &type, const QJsonObject &body);
 
 /// The file, or standard input for "-". Throws Failure (NotFound).
 QByteArray readInput(const QString &path);

@@ -116,8 +116,7 @@ Report showRow(const Call &call)
                   {u"creationTime"_s, text("Written", "Записана"), Format::Time},
                   {u"ageSeconds"_s, text("Age", "Ждёт"), Format::Duration}});
     if (body) {
-        const QJsonObject shown =
-            withSecrets ? *body : masked(*body, secretKeys(row.type)).toObject();
+        const QJsonObject shown = withSecrets ? *body : withoutSecrets(row.type, *body);
         report.data.insert(u"body"_s, shown);
         report.line(QString());
         report.line(QString::fromUtf8(QJsonDocument(shown).toJson()).trimmed());

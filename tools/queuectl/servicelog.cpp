@@ -276,11 +276,13 @@ void ServiceLog::learnAttempts()
         if (body.hasMatch()) {
             current = {attemptKey(line.category, body.captured(1)), {}};
             attempts.insert(current.byBody, {line.time, {}});
+            attemptedTypes.insert(line.category);
         } else if (id.hasMatch()) {
             // Handlers that choose among their messages announce each by its id alone.
             if (!current.byId.isEmpty())
                 current = {};
             current.byId = attemptKey(line.category, id.captured(1));
+            attemptedTypes.insert(line.category);
             attempts.insert(current.byId, attempts.value(current.byBody, {line.time, {}}));
         } else if (line.text.startsWith(u"Удаление сообщения "_s)) {
             attempts.remove(current.byBody);

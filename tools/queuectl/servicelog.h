@@ -4,6 +4,7 @@
 #include <QHash>
 #include <QList>
 #include <QMap>
+#include <QSet>
 #include <QString>
 
 #include <optional>
@@ -54,6 +55,8 @@ public:
     QString file() const { return file_; }
     QList<LogLine> lines() const { return lines_; }
     TypeHistory history(const QString &type) const { return histories.value(type); }
+    /// Whether it tells of any attempt at rows of the type that were not delivered.
+    bool hasAttempts(const QString &type) const { return attemptedTypes.contains(type); }
     /// The last attempt at the row with this id or body (compact JSON, as the log shows it).
     std::optional<Attempt> lastAttempt(const QString &type, const QString &body, int id) const;
 
@@ -69,6 +72,7 @@ private:
     QHash<QString, TypeHistory> histories;
     /// By type and body, or type and id.
     QHash<QString, Attempt> attempts;
+    QSet<QString> attemptedTypes;
 };
 
 /// What stands behind a failure, told from its text in the log.

@@ -75,6 +75,9 @@ Situation Situation::read()
 
 std::optional<Attempt> Situation::lastAttempt(const Row &row) const
 {
+    // A long queue of a type that was never tried need not be compared with the log.
+    if (!log.hasAttempts(row.type))
+        return std::nullopt;
     const auto body = row.object();
     const auto attempt =
         log.lastAttempt(row.type, body ? compactJson(body->toVariantMap()) : u"{}"_s, row.id);

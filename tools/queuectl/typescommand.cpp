@@ -1,30 +1,109 @@
+#include "tools/catalogue/catalogue.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/text.h"
+
+#include <QJsonDocument>
 
 using namespace Qt::StringLiterals;
 
 namespace queuectl {
 
-Report showTypes(const Call &call)
+namespace {
+
+QString inLanguage(const QString &english, const QString &russian)
+{
+    return isRussian() ? russian : english;
+}
+
+QJsonObject keyRecord(const catalogue::Key &key)
+{
+    QJsonObject record{{u"key"_s, key.name},
+                       {u"kind"_s, key.kind},
+                       {u"required"_s, key.required},
+                       {u"secret"_s, key.secret},
+                       {u"about"_s, inLanguage(key.about, key.aboutRu)}};
+    if (!key.defaultValue.isUndefined())
+        record.insert(u"default"_s, key.defaultValue);
+    return record;
+}
+
+QString resultText(const QString &result)
+{
+    if (result == u"removed")
+        return text("removed", "удаляется");
+    return result == u"kept" ? text("kept", "остаётся")
+                             : text("dropped undelivered", "удаляется без доставки");
+}
+
+Report listTypes(bool namesOnly)
 {
     Report report;
-    if (call.arguments.isEmpty()) {
-        QJsonArray records;
-        const QStringList types = deliveredTypes();
-        for (const QString &type : types)
-            records.append(QJsonObject{{u"type"_s, type}});
-        report.data = {{u"types"_s, records}};
-        if (call.has(u"names"_s)) {
-            for (const QString &type : types)
-                report.line(type);
-            return report;
-        }
-        report.table(u"types"_s, {{u"type"_s, text("Type", "Тип")}});
-        return report;
+    QJsonArray records;
+    const QStringList types = deliveredTypes();
+    for (const QString &name : types) {
+        const catalogue::Type *type = catalogue::find(name);
+        records.append(
+            QJsonObject{{u"type"_s, name},
+                        {u"group"_s, type ? type->group : QString()},
+                        {u"about"_s, type ? inLanguage(type->about, type->aboutRu) : QString()}});
+        if (namesOnly)
+            report.line(name);
     }
-    requireDelivered(call.arguments.first());
-    report.data = {{u"type"_s, call.arguments.first()}};
-    report.facts({{u"type"_s, text("Type", "Тип")}});
+    report.data = {{u"types"_s, records}};
+    if (!namesOnly)
+        report.table(u"types"_s, {{u"type"_s, text("Type", "Тип")},
+                                  {u"group"_s, text("Group", "Группа")},
+                                  {u"about"_s, text("What it is", "Что это")}});
+    return report;
+}
+
+} // namespace
+
+Report showTypes(const Call &call)
+{
+    if (call.arguments.isEmpty())
+        return listTypes(call.has(u"names"_s));
+
+    const QString name = call.arguments.first();
+    requireDelivered(name);
+    const catalogue::Type *type = catalogue::find(name);
+    if (!type)
+        throw Failure(NotFound, text("Nothing more is known of type %1",
+                                     "О типе %1 больше ничего не известно")
+                                    .arg(name));
+    QJsonArray keys;
+    for (const catalogue::Key &key : type->keys)
+        keys.append(keyRecord(key));
+    QJsonArray outcomes;
+    for (const catalogue::Outcome &outcome : type->outcomes)
+        outcomes.append(QJsonObject{{u"result"_s, outcome.result},
+                                    {u"resultText"_s, resultText(outcome.result)},
+                                    {u"when"_s, inLanguage(outcome.when, outcome.whenRu)}});
+    Report report;
+    report.data = {{u"type"_s, name},
+                   {u"group"_s, type->group},
+                   {u"about"_s, inLanguage(type->about, type->aboutRu)},
+                   {u"keys"_s, keys},
+                   {u"openKeys"_s, type->openKeys},
+                   {u"outcomes"_s, outcomes},
+                   {u"settings"_s, QJsonArray::fromStringList(type->settings)},
+                   {u"example"_s, type->example}};
+    report.facts({{u"type"_s, text("Type", "Тип")},
+                  {u"about"_s, text("What it is", "Что это")},
+                  {u"openKeys"_s, text("Further keys", "Прочие ключи"), Format::YesNo},
+                  {u"settings"_s, text("Settings", "Настройки")}});
+    report.line(QString());
+    report.table(u"keys"_s, {{u"key"_s, text("Key", "Ключ")},
+                             {u"kind"_s, text("Kind", "Вид")},
+                             {u"required"_s, text("Required", "Нужен"), Format::YesNo},
+                             {u"secret"_s, text("Secret", "Секрет"), Format::YesNo},
+                             {u"default"_s, text("Default", "Без него")},
+                             {u"about"_s, text("What it is", "Что это")}});
+    report.line(QString());
+    report.table(u"outcomes"_s,
+                 {{u"resultText"_s, text("Row", "Строка")}, {u"when"_s, text("When", "Когда")}});
+    report.line(QString());
+    report.line(QString::fromUtf8(QJsonDocument(type->example).toJson()).trimmed());
     return report;
 }
 

@@ -1,5 +1,6 @@
 #include "shared/core/config.h"
 #include "shared/core/singleton.h"
+#include "tools/catalogue/catalogue.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/controlport.h"
 #include "tools/queuectl/masking.h"
@@ -42,11 +43,44 @@ QString answerText(const Row &row, const Situation &situation)
     return text("it has not been tried yet", "попыток ещё не было");
 }
 
+/// Words by which the rules about such an answer are told in the catalogue.
+QStringList signsOf(Cause cause)
+{
+    switch (cause) {
+    case Cause::Network:
+        return {u"no answer"_s, u"no connection"_s, u"network"_s};
+    case Cause::Certificate:
+        return {u"certificate"_s, u"no answer"_s};
+    case Cause::Credentials:
+    case Cause::Request:
+    case Cause::Service:
+        return {u"http error"_s, u"status"_s};
+    default:
+        return {};
+    }
+}
+
 /// Why the handler of the type keeps a row after such an answer.
 QString keepingRule(const QString &type, Cause cause)
 {
-    return text("a message of type %1 stays after this (%2)",
-                "сообщение типа %1 после этого остаётся (%2)")
+    const catalogue::Type *known = catalogue::find(type);
+    const QList<catalogue::Outcome> outcomes =
+        known ? known->outcomes : QList<catalogue::Outcome>();
+    const QStringList signs = signsOf(cause);
+    for (const QString &sign : signs) {
+        for (const catalogue::Outcome &outcome : outcomes) {
+            if (outcome.result != u"kept" || !outcome.when.contains(sign, Qt::CaseInsensitive))
+                continue;
+            QString rule = isRussian() ? outcome.whenRu : outcome.when;
+            while (rule.endsWith(u'.'))
+                rule.chop(1);
+            return text("a message of type %1 stays after this (rule: %2)",
+                        "сообщение типа %1 после этого остаётся (правило: %2)")
+                .arg(type, rule);
+        }
+    }
+    return text("a message of type %1 stays after this (%2; all rules: queuectl types %1)",
+                "сообщение типа %1 после этого остаётся (%2; все правила: queuectl types %1)")
         .arg(type, causeText(cause));
 }
 

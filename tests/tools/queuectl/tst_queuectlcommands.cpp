@@ -1,6 +1,7 @@
 #include "tests/tools/queuectl/till.h"
 
 #include "handlers/handlertable.h"
+#include "tools/catalogue/catalogue.h"
 #include "tools/queuectl/command.h"
 
 #include <QFile>
@@ -32,6 +33,9 @@ private Q_SLOTS:
     void completionCompletes();
     void readmeKnowsEachCommand();
     void types();
+    void typeWithItsKeys();
+    void examplesAreGood();
+    void secretsOfEachTypeAreMasked();
     void typesOfUnknownType();
 
 private:
@@ -236,6 +240,64 @@ void TestQueuectlCommands::types()
         listed.append(type.toObject().value(u"type"_s).toString());
     QCOMPARE(listed, wanted);
     QCOMPARE(till->run({u"types"_s, u"--names"_s}).out.trimmed().split(u'\n'), wanted);
+}
+
+void TestQueuectlCommands::typeWithItsKeys()
+{
+    for (const catalogue::Type &type : catalogue::types()) {
+        const QJsonObject shown = till->run({u"types"_s, type.name, u"--json"_s}).json();
+        QCOMPARE(shown.value(u"type"_s).toString(), type.name);
+        QStringList names;
+        for (const QJsonValue &key : shown.value(u"keys"_s).toArray())
+            names.append(key.toObject().value(u"key"_s).toString());
+        QStringList wanted;
+        for (const catalogue::Key &key : type.keys)
+            wanted.append(key.name);
+        QCOMPARE(names, wanted);
+        QCOMPARE(shown.value(u"outcomes"_s).toArray().size(), type.outcomes.size());
+        QCOMPARE(shown.value(u"example"_s).toObject(), type.example);
+        const QString russian =
+            till->run({u"types"_s, type.name}, {}, {{u"LC_ALL"_s, u"ru_RU.UTF-8"_s}}).out;
+        QVERIFY2(russian.contains(type.aboutRu), qPrintable(type.name));
+        QVERIFY2(russian.contains(type.outcomes.first().whenRu), qPrintable(type.name));
+    }
+}
+
+void TestQueuectlCommands::examplesAreGood()
+{
+    for (const catalogue::Type &type : catalogue::types()) {
+        const QJsonObject row{{u"type"_s, type.name}, {u"body"_s, type.example}};
+        const QString file = till->write(u"/row.json"_s, QJsonDocument(row).toJson());
+        const QJsonArray findings =
+            till->run({u"lint"_s, file, u"--json"_s}).json().value(u"findings"_s).toArray();
+        for (const QJsonValue &finding : findings) {
+            // The certificates of the examples are on no machine.
+            const QString text = finding.toObject().value(u"text"_s).toString();
+            QVERIFY2(text.contains(u"there is no file"), qPrintable(type.name + u": "_s + text));
+        }
+    }
+}
+
+void TestQueuectlCommands::secretsOfEachTypeAreMasked()
+{
+    for (const catalogue::Type &type : catalogue::types()) {
+        QJsonObject body = type.example;
+        QStringList secrets;
+        for (const catalogue::Key &key : type.keys) {
+            if (!key.secret || key.name.contains(u'.') || key.name.contains(u'*'))
+                continue;
+            secrets.append(u"hidden-"_s + key.name);
+            body.insert(key.name, secrets.last());
+        }
+        const int id = till->database.put(
+            type.name, QString::fromUtf8(QJsonDocument(body).toJson(QJsonDocument::Compact)));
+        const QString shown = till->run({u"show"_s, QString::number(id)}).out;
+        const QString plain = till->run({u"show"_s, QString::number(id), u"--secrets"_s}).out;
+        for (const QString &secret : std::as_const(secrets)) {
+            QVERIFY2(!shown.contains(secret), qPrintable(type.name + u' ' + secret));
+            QVERIFY2(plain.contains(secret), qPrintable(type.name + u' ' + secret));
+        }
+    }
 }
 
 void TestQueuectlCommands::typesOfUnknownType()

@@ -31,6 +31,7 @@ private Q_SLOTS:
     void putFromStandardInput();
     void putRefuses_data();
     void putRefuses();
+    void putOfUnknownKey();
     void putForced();
     void lint_data();
     void lint();
@@ -147,6 +148,11 @@ void TestQueuectlWrite::putRefuses_data()
     QTest::newRow("empty") << u"heineken"_s << QByteArray() << found << u"the body is no JSON"_s;
     QTest::newRow("no address") << u"heineken"_s << QByteArray("{\"url\":\"sales\",\"body\":\"1\"}")
                                 << found << u"'sales' is no http or https address"_s;
+    QTest::newRow("a key is missing") << u"heineken"_s << QByteArray("{\"url\":\"http://a\"}")
+                                      << found << u"is missing, a text"_s;
+    QTest::newRow("another kind") << u"heineken"_s
+                                  << QByteArray("{\"url\":\"http://a\",\"body\":{}}") << found
+                                  << u"should be a text"_s;
     QTest::newRow("no time") << u"heineken"_s
                              << QByteArray(
                                     "{\"url\":\"http://a\",\"body\":\"1\",\"timeout\":\"soon\"}")
@@ -164,6 +170,20 @@ void TestQueuectlWrite::putRefuses()
     QVERIFY2((outcome.out + outcome.err).contains(reason), qPrintable(outcome.out + outcome.err));
     QCOMPARE(rows(), QStringList());
     QCOMPARE(till->run({u"put"_s, u"heineken"_s, u"/no/such/file"_s}).exitCode, ExitCode::NotFound);
+}
+
+void TestQueuectlWrite::putOfUnknownKey()
+{
+    // It does no harm, and is said all the same.
+    const QString file =
+        till->write(u"/body.json"_s, "{\"url\":\"http://a\",\"body\":\"1\",\"heders\":{}}");
+    const Outcome outcome = till->run({u"put"_s, u"heineken"_s, file, u"--json"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::Done);
+    const QJsonObject finding = outcome.json().value(u"findings"_s).toArray().at(0).toObject();
+    QCOMPARE(finding.value(u"state"_s).toString(), u"warning"_s);
+    QCOMPARE(finding.value(u"key"_s).toString(), u"heders"_s);
+    QVERIFY(finding.value(u"text"_s).toString().contains(u"is headers meant?"));
+    QCOMPARE(rows().size(), 1);
 }
 
 void TestQueuectlWrite::putForced()
