@@ -1,3 +1,4 @@
+#include "shared/core/paths.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/masking.h"
 #include "tools/queuectl/messagerows.h"
@@ -130,8 +131,9 @@ Report makeBundle(const Call &call)
     writeFile(folder + u"/versions.txt"_s, versions());
     QStringList names{u"doctor"_s, u"status"_s, u"shape"_s, u"log-last-hour.txt"_s,
                       u"versions.txt"_s};
-    const QStringList settings = settingsFilePaths();
-    for (const QString &path : settings) {
+    QStringList settings = settingsFilePaths();
+    settings.append(rootedPath(u"/tallocash/cash/queue/config/log4qt.properties"_s));
+    for (const QString &path : std::as_const(settings)) {
         if (!QFileInfo(path).isReadable())
             continue;
         writeFile(folder + u"/settings"_s + QDir::cleanPath(path), maskedSettings(path).toUtf8());

@@ -12,9 +12,10 @@
 #include <QFileInfo>
 #include <QJsonObject>
 #include <QSslCertificate>
+#include <QSslKey>
 
-#include <optional>
 #include <set>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -31,38 +32,51 @@ CertificateFinding bad(const QString &what)
     return {false, true, what};
 }
 
-/// Members whose name says certificate and whose value is a path.
-void collectPaths(const QJsonObject &object, int depth, std::set<QString> &paths)
+/// The path of a certificate as rows name it, and the password beside it.
+using NamedFile = std::pair<QString, QString>;
+
+/// Members whose name says certificate and whose value is a path, with the password beside them.
+void collectFiles(const QJsonObject &object, int depth, std::set<NamedFile> &files)
 {
+    QString password;
+    for (auto member = object.begin(); member != object.end(); ++member) {
+        const QString name = member.key().toLower();
+        const bool isBetter =
+            password.isEmpty() || name.contains(u"cert"_s) || name.contains(u"tls"_s);
+        if (name.contains(u"pass"_s) && member->isString() && isBetter)
+            password = member->toString();
+    }
     for (auto member = object.begin(); member != object.end(); ++member) {
         const QString name = member.key().toLower();
         const QString value = member->toString();
-        if (name.contains(u"cert"_s) && !name.contains(u"passw"_s) && value.startsWith(u'/'))
-            paths.insert(value);
+        const bool isFile = (name.contains(u"cert"_s) || name.startsWith(u"tls"_s))
+                            && !name.contains(u"pass"_s) && value.startsWith(u'/');
+        if (isFile)
+            files.insert({value, password});
         else if (member->isObject() && depth < maxDepth)
-            collectPaths(member->toObject(), depth + 1, paths);
+            collectFiles(member->toObject(), depth + 1, files);
     }
 }
 
 /// Nothing when the database does not answer, of which another check tells.
-std::set<QString> pathsOfRows()
+std::set<NamedFile> filesOfRows()
 {
-    std::set<QString> paths;
+    std::set<NamedFile> files;
     try {
         MessageRows rows;
         int after = -1;
         while (true) {
             const QList<Row> page = rows.page(QString(), after, pageRows);
             for (const Row &row : page)
-                collectPaths(row.object().value_or(QJsonObject()), 0, paths);
+                collectFiles(row.object().value_or(QJsonObject()), 0, files);
             if (page.size() < pageRows)
                 break;
             after = page.last().id;
         }
     } catch (const BasicException &) {
-        paths.clear();
+        files.clear();
     }
-    return paths;
+    return files;
 }
 
 QStringList convertedFiles()
@@ -79,17 +93,9 @@ QStringList convertedFiles()
     return result;
 }
 
-} // namespace
-
-CertificateFinding checkPemFile(const QString &path)
+/// Whether all of them hold now, and until when.
+CertificateFinding judge(const QString &path, const QList<QSslCertificate> &chain)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return bad(
-            text("%1 cannot be read: %2", "%1 не читается: %2").arg(path, file.errorString()));
-    const QList<QSslCertificate> chain = QSslCertificate::fromData(file.readAll(), QSsl::Pem);
-    if (chain.isEmpty())
-        return bad(text("%1 holds no certificate", "в %1 нет сертификата").arg(path));
     const QDateTime now = QDateTime::currentDateTime();
     QDateTime end;
     for (const QSslCertificate &certificate : chain) {
@@ -110,32 +116,54 @@ CertificateFinding checkPemFile(const QString &path)
     return {true, false, text("%1 is valid until %2", "%1 действует до %2").arg(path, date)};
 }
 
+} // namespace
+
+CertificateFinding checkPemFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return bad(
+            text("%1 cannot be read: %2", "%1 не читается: %2").arg(path, file.errorString()));
+    const QList<QSslCertificate> chain = QSslCertificate::fromData(file.readAll(), QSsl::Pem);
+    if (chain.isEmpty())
+        return bad(text("%1 holds no certificate", "в %1 нет сертификата").arg(path));
+    return judge(path, chain);
+}
+
+CertificateFinding checkPkcs12File(const QString &path, const QString &password)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return bad(
+            text("%1 cannot be read: %2", "%1 не читается: %2").arg(path, file.errorString()));
+    QSslKey key;
+    QSslCertificate certificate;
+    QList<QSslCertificate> authorities;
+    // The service has the openssl tool do it, which may know older ciphers.
+    if (!QSslCertificate::importPkcs12(&file, &key, &certificate, &authorities, password.toUtf8()))
+        return {false, false,
+                text("%1 does not open with the password of the rows that name it",
+                     "%1 не открывается паролем из строк, которые его называют")
+                    .arg(path)};
+    return judge(path, {certificate});
+}
+
 QList<CertificateFinding> checkCertificates()
 {
     QList<CertificateFinding> findings;
     const QString caFile = Singleton<Config>::instance()->getString(u"network:caFile"_s, QString());
     if (!caFile.isEmpty())
         findings.append(checkPemFile(caFile));
-    const std::set<QString> paths = pathsOfRows();
-    for (const QString &path : paths) {
-        const QFileInfo info(path);
-        const bool isConverted = path.endsWith(u".p12"_s, Qt::CaseInsensitive)
-                                 || path.endsWith(u".pfx"_s, Qt::CaseInsensitive);
-        if (!info.isFile())
+    const std::set<NamedFile> files = filesOfRows();
+    for (const auto &[path, password] : files) {
+        const bool isPkcs12 = path.endsWith(u".p12"_s, Qt::CaseInsensitive)
+                              || path.endsWith(u".pfx"_s, Qt::CaseInsensitive);
+        if (!QFileInfo(path).isFile())
             findings.append(bad(text("there is no certificate %1, waiting rows need it",
                                      "нет сертификата %1, он нужен строкам очереди")
                                     .arg(path)));
-        else if (!info.isReadable())
-            findings.append(
-                bad(text("the certificate %1 may not be read", "нет права читать сертификат %1")
-                        .arg(path)));
-        else if (isConverted)
-            findings.append({true, false,
-                             text("%1 is there; its password and end show when it is converted",
-                                  "%1 на месте; пароль и срок проверяются при преобразовании")
-                                 .arg(path)});
         else
-            findings.append(checkPemFile(path));
+            findings.append(isPkcs12 ? checkPkcs12File(path, password) : checkPemFile(path));
     }
     const QStringList converted = convertedFiles();
     for (const QString &path : converted)

@@ -17,7 +17,9 @@ struct CertificateFinding
 /// converted: whether each can be read, and until when it holds.
 QList<CertificateFinding> checkCertificates();
 
-/// One PEM file, for tests too.
+/// One PEM file.
 CertificateFinding checkPemFile(const QString &path);
+/// One PKCS#12 file. With a wrong password, or an old cipher, its end cannot be told.
+CertificateFinding checkPkcs12File(const QString &path, const QString &password);
 
 } // namespace queuectl

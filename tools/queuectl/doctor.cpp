@@ -108,8 +108,7 @@ void Examination::database()
 {
     const QString place = databasePlace().value(u"place"_s).toString();
     try {
-        requireDatabase();
-        Singleton<ConnectionFactory>::instance()->getConnection();
+        MessageRows();
     } catch (const BasicException &exception) {
         add(State::Error, u"database"_s, exception.tr().ru());
         return;

@@ -139,7 +139,7 @@ QString maskedPairs(QString text)
 bool isSecretName(const QString &name)
 {
     static const QRegularExpression pattern(
-        u"passw|passphrase|pwd|secret|token|authori[sz]ation|cookie|api-?_?key|secretkey|private-?_?key|access-?_?key|signature|credential|^pass$|^pin$|pin-?_?code|^cvv|^cvc|^key$"_s,
+        u"passw|passphrase|pwd|secret|token|authori[sz]ation|cookie|api-?_?key|secretkey|private-?_?key|access-?_?key|signature|credential|pass$|^pin$|pin-?_?code|^cvv|^cvc|^key$"_s,
         QRegularExpression::CaseInsensitiveOption);
     return pattern.match(name).hasMatch();
 }

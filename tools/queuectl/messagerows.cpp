@@ -21,12 +21,23 @@ namespace {
 
 const QString columns = u"messageid, type, body, cardnumber, statuscode, creationtime"_s;
 
+/// SQLite writes files beside the database even to read it.
+QString rightsHint()
+{
+    const QFileInfo file(databaseFile());
+    if (file.filePath().isEmpty() || (file.isWritable() && QFileInfo(file.path()).isWritable()))
+        return {};
+    return text("; run it as %1: sudo -u %1 queuectl ...",
+                "; запустите от имени %1: sudo -u %1 queuectl ...")
+        .arg(file.owner());
+}
+
 QSqlDatabase connection()
 {
     try {
         return Singleton<ConnectionFactory>::instance()->getConnection();
     } catch (const BasicException &exception) {
-        throw Failure(NoDatabase, exception.tr().ru());
+        throw Failure(NoDatabase, exception.tr().ru().simplified() + rightsHint());
     }
 }
 

@@ -71,9 +71,9 @@ void confirm(const QString &question)
     throw Failure(NotConfirmed, text("Nothing was changed", "Ничего не изменено"));
 }
 
-ProgressBar::ProgressBar(qint64 total)
+ProgressBar::ProgressBar(qint64 total, bool isWanted)
     : total(total)
-    , isShown(::isatty(STDERR_FILENO) == 1)
+    , isShown(isWanted && ::isatty(STDERR_FILENO) == 1)
 {
 }
 

@@ -19,11 +19,11 @@ void printError(const QString &text);
 /// (NotConfirmed).
 void confirm(const QString &question);
 
-/// How far a long command is, on standard error, and only where that is a terminal.
+/// How far a long command is, on standard error, and only where that is a terminal and `isWanted`.
 class ProgressBar
 {
 public:
-    explicit ProgressBar(qint64 total);
+    explicit ProgressBar(qint64 total, bool isWanted = true);
     /// Clears the line.
     ~ProgressBar();
     ProgressBar(const ProgressBar &) = delete;

@@ -35,12 +35,12 @@ QJsonObject toRecord(const Row &row)
             {u"creationtime"_s, row.creationTime.toString(u"yyyy-MM-dd HH:mm:ss"_s)}};
 }
 
-int writeRows(MessageRows &rows, const QString &type,
+int writeRows(MessageRows &rows, const QString &type, bool withBar,
               const std::function<void(const QByteArray &)> &write)
 {
     // Rows that are written meanwhile belong to the next export.
     const int last = rows.lastId();
-    ProgressBar bar(rows.count(type));
+    ProgressBar bar(rows.count(type), withBar);
     int after = -1;
     int written = 0;
     while (after < last) {
@@ -156,7 +156,7 @@ Report exportRows(const Call &call)
         requireDelivered(type);
     Report report;
     if (!call.has(u"output"_s)) {
-        writeRows(rows, type, [](const QByteArray &line) { print(line); });
+        writeRows(rows, type, !isTerminal(), [](const QByteArray &line) { print(line); });
         report.isPrinted = true;
         return report;
     }
@@ -169,7 +169,7 @@ Report exportRows(const Call &call)
     // The rows hold passwords and tokens.
     file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
     const int written =
-        writeRows(rows, type, [&file](const QByteArray &line) { writeOrThrow(file, line); });
+        writeRows(rows, type, true, [&file](const QByteArray &line) { writeOrThrow(file, line); });
     if (!file.commit())
         throw Failure(Failed, text("%1 cannot be written: %2", "%1 не записывается: %2")
                                   .arg(path, file.errorString()));

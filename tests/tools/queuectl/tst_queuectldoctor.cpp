@@ -186,6 +186,14 @@ void TestQueuectlDoctor::certificates()
     for (const QString &path : {good, expired, broken, u"/no/such.pem"_s})
         till->database.put(u"heineken"_s, u"{\"url\":\"https://a\",\"cert\":\"%1\"}"_s.arg(path));
     till->write(u"/tmp/queue_platiqr_x.pem"_s, "x");
+    const QString packed = files.pkcs12(files.client(authority, u"other"_s), u"hush"_s);
+    const QString locked = files.pkcs12(files.client(authority, u"third"_s), u"hush"_s);
+    till->database.put(
+        u"heineken"_s,
+        u"{\"certificatePath\":\"%1\",\"certificatePassword\":\"hush\"}"_s.arg(packed));
+    till->database.put(
+        u"heineken"_s,
+        u"{\"certificatePath\":\"%1\",\"certificatePassword\":\"wrong\"}"_s.arg(locked));
     const QString text = checks(u"certificates"_s).join(u'\n');
     QVERIFY2(text.contains(u"%1 is valid until"_s.arg(authority.certificate))
                  || text.contains(u"%1 expires on"_s.arg(authority.certificate)),
@@ -195,6 +203,11 @@ void TestQueuectlDoctor::certificates()
     QVERIFY2(text.contains(u"error there is no certificate /no/such.pem"), qPrintable(text));
     QVERIFY2(text.contains(u"queue_platiqr_x.pem holds no certificate"), qPrintable(text));
     QVERIFY2(!text.contains(u"error %1 "_s.arg(good)) && text.contains(good), qPrintable(text));
+    QVERIFY2(text.contains(packed + u" expires on"_s)
+                 || text.contains(packed + u" is valid until"_s),
+             qPrintable(text));
+    QVERIFY2(text.contains(u"warning %1 does not open"_s.arg(locked)), qPrintable(text));
+    QVERIFY(!text.contains(u"hush"));
 }
 
 void TestQueuectlDoctor::logThatIsNotThere()

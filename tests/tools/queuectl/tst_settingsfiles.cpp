@@ -6,6 +6,8 @@
 #include "shared/core/singleton.h"
 #include "tools/queuectl/settingsfiles.h"
 
+#include <QDirIterator>
+#include <QRegularExpression>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -27,6 +29,7 @@ private Q_SLOTS:
     void sectionsOfOthersAreTheirOwn();
     void everyFolderIsRead();
     void knowsTheSample();
+    void knowsWhatTheServiceReads();
     void masks();
 
 private:
@@ -155,6 +158,31 @@ void TestSettingsFiles::knowsTheSample()
     QVERIFY(!known.contains(u"queue"_s, u"seconds"_s));
     QVERIFY(known.hasSection(u"processing"_s));
     QVERIFY(known.keys(u"processing"_s).isEmpty());
+}
+
+void TestSettingsFiles::knowsWhatTheServiceReads()
+{
+    static const QRegularExpression reading(
+        uR"re(get(?:String|Int|Bool|StringList)\(\s*u"([A-Za-z.]+):([A-Za-z]+)"_s)re"_s);
+    const KnownSettings known;
+    int found = 0;
+    for (const QString &folder : {u"app"_s, u"engine"_s, u"handlers"_s, u"shared"_s}) {
+        QDirIterator files(QStringLiteral(QUEUE_SOURCE_DIR "/") + folder, {u"*.cpp"_s}, QDir::Files,
+                           QDirIterator::Subdirectories);
+        while (files.hasNext()) {
+            QFile file(files.next());
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            const QString text = QString::fromUtf8(file.readAll());
+            auto matches = reading.globalMatch(text);
+            while (matches.hasNext()) {
+                const QRegularExpressionMatch match = matches.next();
+                QVERIFY2(known.contains(match.captured(1), match.captured(2)),
+                         qPrintable(match.captured(0)));
+                ++found;
+            }
+        }
+    }
+    QVERIFY2(found >= 15, qPrintable(QString::number(found)));
 }
 
 void TestSettingsFiles::masks()
