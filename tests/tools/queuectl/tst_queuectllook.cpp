@@ -42,6 +42,7 @@ private Q_SLOTS:
     void unknownRow();
     void shapeGroups();
     void shapeTellsSinceWhen();
+    void shapeJoinsTypes();
     void shapeWithoutLog();
     void why_data();
     void why();
@@ -321,6 +322,25 @@ void TestQueuectlLook::shapeTellsSinceWhen()
                               : since.toString(u"yyyy-MM-dd HH:mm"_s);
     QCOMPARE(till->run({u"shape"_s}).out.section(u'\n', 0, 0),
              u"127.0.0.1:8000: down since %1, rows: 37, oldest 2 h 11 min"_s.arg(clock));
+}
+
+void TestQueuectlLook::shapeJoinsTypes()
+{
+    put();
+    put(u"cardlab"_s);
+    till->setFailIds("{\"heineken\":1,\"cardlab\":2}");
+    till->setLog({logLine(3600, u"ERROR"_s, u"heineken"_s, refusal),
+                  logLine(1800, u"ERROR"_s, u"cardlab"_s, refusal)});
+    const QJsonArray destinations =
+        till->run({u"shape"_s, u"--json"_s}).json().value(u"destinations"_s).toArray();
+    QCOMPARE(destinations.size(), 1);
+    const QJsonObject destination = destinations.at(0).toObject();
+    QCOMPARE(destination.value(u"rows"_s).toInt(), 2);
+    QCOMPARE(destination.value(u"types"_s).toArray(), (QJsonArray{u"cardlab"_s, u"heineken"_s}));
+    const QDateTime since =
+        QDateTime::fromString(destination.value(u"since"_s).toString(), Qt::ISODate);
+    // The first of both to fail.
+    QVERIFY(since.secsTo(QDateTime::currentDateTime()) >= 3600);
 }
 
 void TestQueuectlLook::shapeWithoutLog()
