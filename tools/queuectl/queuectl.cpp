@@ -65,9 +65,14 @@ Call readCall(const Command &command, const QStringList &words)
     for (const Option &option : options)
         parser.addOption(QCommandLineOption(option.name, QString(), option.value));
     // The parser takes the first word for the name of the program.
-    if (!parser.parse(QStringList{command.name} + words))
-        throw Failure(Usage, text("%1 (queuectl %2 --help)", "%1 (queuectl %2 --help)")
-                                 .arg(parser.errorText(), command.name));
+    if (!parser.parse(QStringList{command.name} + words)) {
+        const QStringList unknown = parser.unknownOptionNames();
+        const QString reason =
+            unknown.isEmpty()
+                ? text("an option lacks its value", "у ключа нет значения")
+                : text("there is no option --%1", "нет ключа --%1").arg(unknown.first());
+        throw Failure(Usage, u"%1 (queuectl %2 --help)"_s.arg(reason, command.name));
+    }
     Call call;
     call.arguments = parser.positionalArguments();
     for (const Option &option : options) {

@@ -11,6 +11,7 @@
 #include <QJsonDocument>
 #include <QUrl>
 
+#include <algorithm>
 #include <cstdio>
 
 using namespace Qt::StringLiterals;
@@ -76,20 +77,28 @@ bool isFileKey(const QString &key)
            && !name.contains(u"passw"_s);
 }
 
-void checkValues(const QJsonObject &object, const QString &path, QList<Finding> &findings)
+/// Whether the type's handler takes the key for something of another kind, as a host for an address.
+bool isOfOtherKind(const catalogue::Type *type, const QString &place, const QString &kind)
+{
+    const catalogue::Key *key = type ? catalogue::keyAt(*type, place) : nullptr;
+    return key && key->kind != kind;
+}
+
+void checkValues(const catalogue::Type *type, const QJsonObject &object, const QString &path,
+                 QList<Finding> &findings)
 {
     for (auto member = object.begin(); member != object.end(); ++member) {
         const QString place = joined(path, member.key());
         const QString name = member.key().toLower();
         const QString value = member->toString();
-        if (name == u"url" && member->isString())
+        if (name == u"url" && member->isString() && !isOfOtherKind(type, place, u"url"_s))
             checkUrl(value, place, findings);
         else if (name == u"timeout" && !member->isNull())
             checkTimeout(member.value(), place, findings);
         else if (isFileKey(name) && value.startsWith(u'/'))
             checkFile(value, place, findings);
         else if (member->isObject() && name != u"data" && name != u"body")
-            checkValues(member->toObject(), place, findings);
+            checkValues(type, member->toObject(), place, findings);
     }
 }
 
@@ -194,7 +203,7 @@ QList<Finding> checkRow(const RowText &row)
                text("the body is no JSON object", "тело не объект JSON"));
         return findings;
     }
-    checkValues(document.object(), QString(), findings);
+    checkValues(catalogue::find(row.type), document.object(), QString(), findings);
     checkKeys(row.type, document.object(), findings);
     return findings;
 }

@@ -6,6 +6,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <limits>
 #include <tuple>
 
 using namespace Qt::StringLiterals;

@@ -43,6 +43,10 @@ QString addressIn(const QJsonObject &object, int depth)
         const QString named = hostOf(host.toString());
         return named.isEmpty() ? host.toString() + portText(object.value(u"port"_s)) : named;
     }
+    // A peer over plain TCP is a host and a port.
+    const QString url = object.value(u"url"_s).toString();
+    if (!url.isEmpty() && !url.contains(u"://"_s) && object.contains(u"port"_s))
+        return url + portText(object.value(u"port"_s));
     for (const QJsonValue &member : object) {
         const QString text = member.toString();
         if (text.startsWith(u"http://"_s) || text.startsWith(u"https://"_s))

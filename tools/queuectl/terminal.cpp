@@ -3,6 +3,7 @@
 #include "tools/queuectl/failure.h"
 #include "tools/queuectl/text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>

@@ -8,6 +8,8 @@
 #include "tools/queuectl/situation.h"
 #include "tools/queuectl/text.h"
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace queuectl {

@@ -1,5 +1,6 @@
 #include "tests/tools/queuectl/till.h"
 
+#include "tools/catalogue/catalogue.h"
 #include "tools/queuectl/failure.h"
 
 #include <QDateTime>
@@ -46,6 +47,7 @@ private Q_SLOTS:
     void shapeWithoutLog();
     void why_data();
     void why();
+    void whyNamesTheRule();
     void whyCountsRowsBefore();
     void whyNamesTheAnswerToThisRow();
     void speaksRussian();
@@ -391,6 +393,30 @@ void TestQueuectlLook::why()
     for (const QString &part : {u"lastAnswer"_s, u"rule"_s, u"nextTry"_s, u"actor"_s})
         QVERIFY2(sentence.contains(reason.value(part).toString()), qPrintable(sentence));
     QCOMPARE(till->run({u"why"_s, u"1"_s}).out.count(u'\n'), 1);
+}
+
+void TestQueuectlLook::whyNamesTheRule()
+{
+    const catalogue::Type *type = catalogue::find(u"heineken"_s);
+    QVERIFY(type);
+    QStringList kept;
+    for (const catalogue::Outcome &outcome : type->outcomes) {
+        if (outcome.result == u"kept")
+            kept.append(outcome.when.chopped(1));
+    }
+    put();
+    till->setFailIds("{\"heineken\":1}");
+    const auto ruleAfter = [this](const QString &answer) {
+        till->setLog({logLine(0, u"ERROR"_s, u"heineken"_s, answer)});
+        return why(1).value(u"rule"_s).toString();
+    };
+    const QString unreachable = ruleAfter(refusal);
+    const QString broken = ruleAfter(u"Сервер ответил ошибкой, код состояния HTTP 503"_s);
+    QVERIFY(unreachable != broken);
+    for (const QString &rule : {unreachable, broken})
+        QVERIFY2(std::any_of(kept.cbegin(), kept.cend(),
+                             [&rule](const QString &when) { return rule.contains(when); }),
+                 qPrintable(rule));
 }
 
 void TestQueuectlLook::whyCountsRowsBefore()
