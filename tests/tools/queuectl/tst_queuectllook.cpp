@@ -33,6 +33,8 @@ private Q_SLOTS:
     void statusWithoutDatabase_data();
     void statusWithoutDatabase();
     void listPages();
+    void destinations_data();
+    void destinations();
     void listOfUnknownType();
     void listOfTypeThatNobodyDelivers();
     void listByCard();
@@ -181,6 +183,39 @@ void TestQueuectlLook::listPages()
     QVERIFY2(limited.out.contains(u"queuectl list heineken --after 3"), qPrintable(limited.out));
     QCOMPARE(till->run({u"list"_s, u"heineken"_s, u"--limit"_s, u"none"_s}).exitCode,
              ExitCode::Usage);
+}
+
+void TestQueuectlLook::destinations_data()
+{
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("destination");
+    QTest::newRow("address") << u"heineken"_s << u"{\"url\":\"https://a.example/b\"}"_s
+                             << u"a.example"_s;
+    QTest::newRow("address with port")
+        << u"heineken"_s << u"{\"url\":\"https://a.example:8443/b\"}"_s << u"a.example:8443"_s;
+    QTest::newRow("within a part")
+        << u"platiqr"_s << u"{\"orderStatus\":{\"url\":\"https://b.example/c\"}}"_s
+        << u"b.example"_s;
+    QTest::newRow("host and port")
+        << u"eps"_s << u"{\"host\":\"192.0.2.18\",\"port\":7001}"_s << u"192.0.2.18:7001"_s;
+    QTest::newRow("host named url")
+        << u"dssl"_s << u"{\"url\":\"192.0.2.17\",\"port\":9000}"_s << u"192.0.2.17:9000"_s;
+    QTest::newRow("by a setting") << u"atolpay"_s << u"{}"_s << u"pay.example"_s;
+    QTest::newRow("by the default of a setting")
+        << u"apmindbox"_s << u"{}"_s << u"api.mindbox.ru"_s;
+    QTest::newRow("nowhere") << u"heineken"_s << u"{\"a\":1}"_s << u"(no address in the row)"_s;
+}
+
+void TestQueuectlLook::destinations()
+{
+    QFETCH(const QString, type);
+    QFETCH(const QString, text);
+    till->setSettings(u"[atolpay]\nurl = https://pay.example/\n"_s);
+    put(type, text);
+    const QJsonArray rows =
+        till->run({u"list"_s, type, u"--json"_s}).json().value(u"rows"_s).toArray();
+    QTEST(rows.at(0).toObject().value(u"destination"_s).toString(), "destination");
 }
 
 void TestQueuectlLook::listOfUnknownType()
