@@ -140,6 +140,8 @@ private:
 namespace {
 
 const QString prefix = QStringLiteral(INSTALL_PREFIX);
+const QString sysconfDir = prefix == u"/usr" ? u"/etc"_s : prefix + u"/etc"_s;
+const QString scenarios = prefix + u"/share/queue-stand/scenarios/"_s;
 
 } // namespace
 
@@ -190,21 +192,39 @@ void TestPackaging::everyFileInItsPlace()
         prefix + u"/lib/systemd/system/queue.service"_s,
         prefix + u"/lib/sysusers.d/queue.conf"_s,
         prefix + u"/lib/tmpfiles.d/queue.conf"_s,
+        prefix + u"/share/doc/queue-stand/changelog.gz"_s,
+        prefix + u"/share/doc/queue-stand/copyright"_s,
+        prefix + u"/share/doc/queue-stand/scenarios.md"_s,
+        prefix + u"/share/doc/queue/changelog.gz"_s,
+        prefix + u"/share/doc/queue/copyright"_s,
         prefix + u"/share/doc/queue/examples/log4qt.properties.sample"_s,
         prefix + u"/share/doc/queue/examples/queue.ini.sample"_s,
+        prefix + u"/share/man/man1/queue-stand.1.gz"_s,
+        prefix + u"/share/man/man8/queue.8.gz"_s,
         prefix + u"/share/queue/sql/mariadb.sql"_s,
         prefix + u"/share/queue/sql/sqlite.sql"_s,
-        QStringLiteral(SYSCONF_DIR) + u"/logrotate.d/queue"_s,
+        sysconfDir + u"/logrotate.d/queue"_s,
     };
+    if (HAS_CONTROL) {
+        expected.append(prefix + u"/bin/queuectl"_s);
+        expected.append(prefix + u"/share/bash-completion/completions/queuectl"_s);
+        expected.append(prefix + u"/share/man/man1/queuectl.1.gz"_s);
+    }
+    if (HAS_STAND)
+        expected.append(prefix + u"/bin/queue-stand"_s);
     if (HAS_PROGRAM)
         expected.append(prefix + u"/bin/queue"_s);
     expected.sort();
 
     QStringList found;
     QDirIterator files(root.path(), QDir::Files, QDirIterator::Subdirectories);
-    while (files.hasNext())
-        found.append(files.next().mid(root.path().size()));
+    while (files.hasNext()) {
+        const QString path = files.next().mid(root.path().size());
+        if (!path.startsWith(scenarios))
+            found.append(path);
+    }
     found.sort();
+    QVERIFY(QFile::exists(root.path() + scenarios + u"forwarding/heineken.json"_s));
     QCOMPARE(found, expected);
 }
 

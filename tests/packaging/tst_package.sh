@@ -1,0 +1,277 @@
+#!/usr/bin/env bash
+# tst_package.sh CPACK BUILD-FOLDER VERSION: makes the packages and goes through their whole life in a root
+# of its own: contents, lintian, installation, every message type delivered by the installed service under
+# its account, an upgrade, removal, purge. Works on the machine's files nowhere, needs no root rights
+# for it, and says what it left out without them.
+set -uo pipefail
+
+cpack=$1
+build=$2
+version=$3
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+
+for tool in dpkg-deb dpkg-shlibdeps systemd-sysusers systemd-tmpfiles deb-systemd-helper; do
+    command -v "$tool" >/dev/null || {
+        echo "SKIP: $tool is not installed, so packages cannot be made and installed here"
+        exit 77
+    }
+done
+
+work=$(mktemp -d)
+chmod 755 "$work"
+root=$work/root
+service=
+unit=queue-package-test-$$
+end_service() {
+    local status=0
+    if [ "$service" = systemd ]; then
+        systemctl stop "$unit" || status=$?
+        rm -f "/run/systemd/system/$unit.service"
+        systemctl daemon-reload
+    elif [ -n "$service" ]; then
+        kill -TERM "$service"
+        wait "$service" || status=$?
+    fi
+    service=
+    return "$status"
+}
+trap 'end_service >/dev/null 2>&1; rm -rf "$work"' EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+failures=0
+# check TITLE CONDITION...: CONDITION is a command.
+check() {
+    local title=$1
+    shift
+    if "$@"; then
+        echo "PASS: $title"
+    else
+        echo "FAIL: $title"
+        failures=$((failures + 1))
+    fi
+}
+give_up() {
+    echo "FAIL: $1"
+    [ $# -lt 2 ] || cat "$2"
+    exit 1
+}
+lists() { grep -qxF -- "$2" <<<"$1"; }
+contains() { grep -qF -- "$2" <<<"$1"; }
+absent() { [ ! -e "$1" ] && [ ! -L "$1" ]; }
+same() { [ "$1" = "$2" ] || { printf '  found:    %s\n  expected: %s\n' "$1" "$2"; false; }; }
+
+# --- The files
+
+"$cpack" --config "$build/CPackConfig.cmake" -B "$work/packages" >"$work/cpack.log" 2>&1 \
+    || give_up "cpack makes the packages" "$work/cpack.log"
+architecture=$(dpkg --print-architecture)
+deb=$work/packages/queue_${version}_$architecture.deb
+stand_deb=$work/packages/queue-stand_${version}_$architecture.deb
+check "the package of the service is there" test -f "$deb"
+check "the package of the stand is there" test -f "$stand_deb"
+
+contents=$(dpkg-deb --fsys-tarfile "$deb" | tar -t | sed 's/^\.//' | grep -v '/$')
+expected_files=(
+    /etc/logrotate.d/queue
+    /usr/bin/queue
+    /usr/lib/systemd/system/queue.service
+    /usr/lib/sysusers.d/queue.conf
+    /usr/lib/tmpfiles.d/queue.conf
+    /usr/share/doc/queue/changelog.gz
+    /usr/share/doc/queue/copyright
+    /usr/share/doc/queue/examples/log4qt.properties.sample
+    /usr/share/doc/queue/examples/queue.ini.sample
+    /usr/share/man/man8/queue.8.gz
+    /usr/share/queue/sql/mariadb.sql
+    /usr/share/queue/sql/sqlite.sql
+)
+if [ -x "$build/queuectl" ]; then
+    expected_files+=(/usr/bin/queuectl /usr/share/man/man1/queuectl.1.gz
+        /usr/share/bash-completion/completions/queuectl)
+fi
+check "the service's package holds its files and no others" \
+    same "$(sort <<<"$contents")" "$(printf '%s\n' "${expected_files[@]}" | sort)"
+stand_contents=$(dpkg-deb --fsys-tarfile "$stand_deb" | tar -t | sed 's/^\.//')
+for file in /usr/bin/queue-stand /usr/share/man/man1/queue-stand.1.gz \
+    /usr/share/queue-stand/scenarios/forwarding/heineken.json \
+    /usr/share/doc/queue-stand/copyright; do
+    check "the stand's package holds $file" lists "$stand_contents" "$file"
+done
+check "everything belongs to root, and only root may write" same \
+    "$(for file in "$deb" "$stand_deb"; do dpkg-deb -c "$file"; done \
+        | awk '$2 != "root/root" || $1 ~ /^.....w|^........w/ { print $6 }')" ""
+
+depends=$(dpkg-deb -f "$deb" Depends)
+for package in libqt6sql6-sqlite openssl libqt6core6 libcurl4 libinih1 "systemd | systemd-standalone-sysusers"; do
+    check "the service needs $package" contains "$depends" "$package"
+done
+check "a database server's driver is recommended" contains "$(dpkg-deb -f "$deb" Recommends)" libqt6sql6-mysql
+dpkg-deb -e "$deb" "$work/control"
+check "the one file of settings that is installed belongs to the administrator" \
+    same "$(cat "$work/control/conffiles")" /etc/logrotate.d/queue
+for script in postinst prerm postrm; do
+    check "$script stops at its first error" grep -qx 'set -e' "$work/control/$script"
+    check "$script has no syntax error" sh -n "$work/control/$script"
+done
+check "the changelog tells of this version" contains \
+    "$(dpkg-deb --fsys-tarfile "$deb" | tar -xO ./usr/share/doc/queue/changelog.gz | zcat | head -n 1)" \
+    "queue ($version) "
+unit_text=$(dpkg-deb --fsys-tarfile "$deb" | tar -xO ./usr/lib/systemd/system/queue.service)
+check "the unit starts the installed program" lists "$unit_text" ExecStart=/usr/bin/queue
+
+if command -v lintian >/dev/null; then
+    root_too=()
+    [ "$(id -u)" -ne 0 ] || root_too=(--allow-root)
+    check "lintian finds no errors" lintian "${root_too[@]}" --profile debian --fail-on error "$deb" "$stand_deb"
+else
+    echo "SKIP: lintian is not installed"
+fi
+
+# --- The installation
+
+# Scripts run outside the root and are told of it by DPKG_ROOT, as for an image that is put together for
+# another machine. Nothing but these packages is in the root, so nothing that they need is.
+mkdir -p "$root"/var/lib/dpkg/{info,updates} "$root"/{etc,tmp}
+chmod 1777 "$root/tmp"
+touch "$root/var/lib/dpkg/status"
+export PATH=$PATH:/usr/sbin:/sbin
+package() {
+    dpkg --root="$root" --log="$work/dpkg.log" --force-script-chrootless --force-depends \
+        --force-not-root --force-confold "$@" >"$work/output" 2>&1 </dev/null
+}
+state() { dpkg-query --admindir="$root/var/lib/dpkg" -W -f='${db:Status-Status}' "$1" 2>/dev/null || echo none; }
+
+package -i "$deb" "$stand_deb" || give_up "the packages can be installed" "$work/output"
+check "the service is installed" same "$(state queue)" installed
+check "the stand is installed" same "$(state queue-stand)" installed
+account=$(grep '^queue:' "$root/etc/passwd")
+check "there is an account" test -n "$account"
+check "nobody can log in to it" contains "$account" nologin
+uid=$(cut -d: -f3 <<<"$account")
+gid=$(cut -d: -f4 <<<"$account")
+till=$root/tallocash/cash/queue
+is_root=
+[ "$(id -u)" -ne 0 ] || is_root=yes
+[ -n "$is_root" ] || echo "SKIP: the owners of the folders, and the service under its own account, need root rights"
+for row in ":2770" "config:2750" "config/queue.d:2750" "log:2770"; do
+    folder=$till/${row%%:*}
+    check "/tallocash/cash/queue/${row%%:*} is there" test -d "$folder"
+    if [ -n "$is_root" ]; then
+        check "  with its owner and rights" same "$(stat -c '%u:%g %a' "$folder")" "$uid:$gid ${row##*:}"
+    fi
+done
+link=$root/etc/systemd/system/multi-user.target.wants/queue.service
+check "the unit is enabled" test -L "$link"
+check "no settings are there but the samples, and no rows" same "$(find "$root/tallocash" -type f -printf '%P %s\n')" \
+    "cash/queue/queues.db 0"
+
+# --- Deliveries
+
+port=28085
+while (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; do port=$((port + 1)); done
+settings=$till/config/queue.d/local.ini
+printf '[queue]\ntimeout = 1\nport = %s\n' "$port" >"$settings"
+chmod 644 "$settings"
+
+# The program by the unit's own command, with the folder of the root before every path.
+start_service() {
+    local command
+    command=$(sed -n 's/^ExecStart=//p' "$root/usr/lib/systemd/system/queue.service")
+    if [ -n "$is_root" ] && [ -d /run/systemd/system ]; then
+        echo "The service runs under systemd"
+        sed -e "s|^ExecStart=.*|ExecStart=$root$command\nEnvironment=QUEUE_ROOT=$root|" \
+            -e "s|^User=.*|User=$uid|" -e "s|^Group=.*|Group=$gid|" \
+            -e "s|^ReadWritePaths=.*|ReadWritePaths=$root|" \
+            -e "s|^WorkingDirectory=.*|WorkingDirectory=$till|" \
+            "$root/usr/lib/systemd/system/queue.service" >"/run/systemd/system/$unit.service"
+        service=systemd
+        systemctl daemon-reload && systemctl start "$unit"
+        return
+    fi
+    local as_queue=()
+    [ -z "$is_root" ] || as_queue=(setpriv --reuid="$uid" --regid="$gid" --clear-groups)
+    (
+        cd "$till" || exit 1
+        umask "$(sed -n 's/^UMask=//p' "$root/usr/lib/systemd/system/queue.service")"
+        exec "${as_queue[@]}" env QUEUE_ROOT="$root" "$root$command"
+    ) >"$work/service.log" 2>&1 </dev/null &
+    service=$!
+}
+stand() {
+    LC_ALL=C.UTF-8 "$root/usr/bin/queue-stand" --root "$root" --scenarios "$root/usr/share/queue-stand/scenarios" "$@"
+}
+
+stand --write-settings || give_up "the stand writes its settings"
+start_service || give_up "the service starts"
+stand >"$work/stand.log" 2>&1
+check "the stand is content" test $? -eq 0
+result=$(tail -n 1 "$work/stand.log")
+types=$(sed -n 's/^Message types delivered: \([0-9]*\) of \1$/\1/p' <<<"$result")
+check "the installed service delivers every message type: $result" test "${types:-0}" -ge 58
+[ "${types:-0}" -ge 58 ] || { tail -n 20 "$work/stand.log"; tail -n 20 "$work/service.log"; }
+if [ -n "$is_root" ]; then
+    check "the database belongs to the service" same "$(stat -c %u "$till/queues.db")" "$uid"
+    check "the till's group may write into it" same "$(stat -c %A "$till/queues.db" | cut -c 5-10)" "rw----"
+fi
+check "the service ends in good order" end_service
+
+# --- Upgrade
+
+# The next version, which brings another file of settings, too.
+dpkg-deb -R "$deb" "$work/next"
+sed -i "s/^Version: .*/Version: $version+next/" "$work/next/DEBIAN/control"
+echo "# A line of the next version." >>"$work/next/etc/logrotate.d/queue"
+(cd "$work/next" && find . -path ./DEBIAN -prune -o -type f -print | sed 's|^\./||' | xargs md5sum >DEBIAN/md5sums)
+dpkg-deb --root-owner-group -b "$work/next" "$work/next.deb" >/dev/null
+
+echo "# Changed on this till." >>"$root/etc/logrotate.d/queue"
+logrotate_before=$(cat "$root/etc/logrotate.d/queue")
+settings_before=$(cat "$settings")
+database_before=$(sha256sum <"$till/queues.db")
+rm "$link" # as `systemctl disable` does
+package -i "$work/next.deb" || give_up "the next version can be installed" "$work/output"
+check "the next version is installed" same \
+    "$(dpkg-query --admindir="$root/var/lib/dpkg" -W -f='${Version}' queue)" "$version+next"
+check "an upgrade keeps the settings" same "$(cat "$settings")" "$settings_before"
+check "an upgrade keeps a changed log rotation" same "$(cat "$root/etc/logrotate.d/queue")" "$logrotate_before"
+check "an upgrade keeps the database" same "$(sha256sum <"$till/queues.db")" "$database_before"
+check "an upgrade leaves a disabled unit disabled" absent "$link"
+
+# --- Removal
+
+package -r queue || give_up "the package can be removed" "$work/output"
+check "removal takes the program" absent "$root/usr/bin/queue"
+check "removal keeps the database" test -f "$till/queues.db"
+check "removal keeps the settings" same "$(cat "$settings")" "$settings_before"
+check "removal keeps the log rotation" test -f "$root/etc/logrotate.d/queue"
+
+package -i "$deb" || give_up "the package can be installed again" "$work/output"
+check "installed again, it finds its settings" same "$(cat "$settings")" "$settings_before"
+
+# --- Purge
+
+# What others have put into the service's folders and beside them, and a trap in the folder of everybody.
+mkdir -p "$work/elsewhere"
+touch "$till/log/till.txt" "$work/elsewhere/certificate.pem" "$till/log/queue.log" "$till/log/queue.log.1.gz" \
+    "$till/ids.json" "$root/tmp/queue_spasibo_0123.pem"
+rm -rf "$root/tmp/spasibo-certs"
+ln -s "$work/elsewhere" "$root/tmp/spasibo-certs"
+package -P queue queue-stand || give_up "the packages can be purged" "$work/output"
+check "nothing of the service is installed" same "$(state queue)" none
+left=$(find "$root" \( -path "$root/var" -o -path "$root/stand-*" -o -path "$root/certs" \) -prune -o ! -type d -print | sed "s|^$root||" | sort)
+check "purging leaves what is not the service's" same "$left" "$(
+    {
+        printf '%s\n' /tallocash/cash/queue/log/till.txt /tmp/spasibo-certs
+        # The account stays.
+        (cd "$root" && find etc -maxdepth 1 \( -name 'passwd*' -o -name 'group*' -o -name 'shadow*' \
+            -o -name 'gshadow*' -o -name .pwd.lock \) -printf '/%p\n')
+        # The stand's settings for the till.
+        (cd "$root" && find tallocash tmp -type f ! -path 'tallocash/cash/queue/*' -printf '/%p\n')
+    } | sort
+)"
+check "purging follows no link" test -f "$work/elsewhere/certificate.pem"
+check "purging forgets that the unit was disabled" same "$(find "$root/var/lib/systemd" -type f 2>/dev/null)" ""
+
+echo "$failures checks failed"
+[ "$failures" -eq 0 ]
