@@ -60,6 +60,8 @@ void Authority::writeClientCertificate(const QString &path, const QString &passw
         || path.endsWith(u".pfx"_s, Qt::CaseInsensitive)) {
         run({u"pkcs12"_s, u"-export"_s, u"-in"_s, folder + u"/client.pem"_s, u"-inkey"_s,
              folder + u"/client.key"_s, u"-passout"_s, u"pass:"_s + password, u"-out"_s, path});
+        // The tool writes for its owner alone; a service may run under another account.
+        QFile::setPermissions(path, QFile::permissions(path) | QFile::ReadGroup | QFile::ReadOther);
         return;
     }
     QFile file(path);

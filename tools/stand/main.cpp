@@ -3,41 +3,145 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDir>
 
 #include <cstdio>
-#include <cstdlib>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// Exit codes, which the manual page lists.
+constexpr int delivered = 0;
+constexpr int notDelivered = 1;
+constexpr int wrongUsage = 2;
+
+/// A mistake in the arguments, told to whoever typed them.
+class UsageError : public stand::ScenarioError
+{
+    using ScenarioError::ScenarioError;
+};
+
+QString installedScenarios()
+{
+    return QDir::cleanPath(QCoreApplication::applicationDirPath()
+                           + u"/../share/queue-stand/scenarios"_s);
+}
+
+int numberOf(const QCommandLineParser &parser, const QCommandLineOption &option, int least,
+             int most)
+{
+    bool isNumber = false;
+    const int number = parser.value(option).toInt(&isNumber);
+    if (!isNumber || number < least || number > most)
+        throw UsageError(u"--%1: '%2' is no number from %3 to %4"_s
+                             .arg(option.names().first(), parser.value(option))
+                             .arg(least)
+                             .arg(most));
+    return number;
+}
+
+struct Options
+{
+    // clang-format off
+    QCommandLineOption root{u"root"_s, u"The folder that stands for / of the till, QUEUE_ROOT of the service."_s, u"folder"_s};
+    QCommandLineOption scenarios{u"scenarios"_s, u"Where the scenarios lie; by default those that are installed."_s, u"folder"_s};
+    QCommandLineOption writeSettings{u"write-settings"_s, u"Only write the settings that lead to the stand; call before the service starts."_s};
+    QCommandLineOption list{u"list"_s, u"Only list the types that there are samples of."_s};
+    QCommandLineOption type{u"type"_s, u"Show this type alone; may be repeated."_s, u"type"_s};
+    QCommandLineOption verbose{u"verbose"_s, u"Show headers and bodies, too."_s};
+    QCommandLineOption refuse{u"refuse"_s, u"Failure: connections are refused."_s};
+    QCommandLineOption status{u"status"_s, u"Failure: every request is answered with this HTTP status."_s, u"code"_s};
+    QCommandLineOption slow{u"slow"_s, u"Failure: answers come that late."_s, u"seconds"_s};
+    QCommandLineOption close{u"close"_s, u"Failure: connections end without an answer."_s};
+    QCommandLineOption failing{u"failing"_s, u"The failure is that of this type's services alone; may be repeated."_s, u"type"_s};
+    QCommandLineOption lasting{u"for"_s, u"How long the failure lasts, 10 by default; then all is delivered."_s, u"seconds"_s, u"10"_s};
+    // clang-format on
+
+    stand::ShowOptions show(const QCommandLineParser &parser) const;
+};
+
+stand::ShowOptions Options::show(const QCommandLineParser &parser) const
+{
+    using stand::Failure;
+    QList<Failure> failures;
+    if (parser.isSet(refuse))
+        failures.append({.kind = Failure::Kind::Refuse});
+    if (parser.isSet(status))
+        failures.append(
+            {.kind = Failure::Kind::Status, .status = numberOf(parser, status, 200, 599)});
+    if (parser.isSet(slow))
+        failures.append(
+            {.kind = Failure::Kind::Slow, .seconds = double(numberOf(parser, slow, 1, 3600))});
+    if (parser.isSet(close))
+        failures.append({.kind = Failure::Kind::Close});
+    if (failures.size() > 1)
+        throw UsageError(u"One failure at a time: --refuse, --status, --slow or --close"_s);
+    if (failures.isEmpty() && (parser.isSet(failing) || parser.isSet(lasting)))
+        throw UsageError(u"--failing and --for need --refuse, --status, --slow or --close"_s);
+
+    stand::ShowOptions result;
+    result.types = parser.values(type);
+    result.isVerbose = parser.isSet(verbose);
+    result.failingTypes = parser.values(failing);
+    if (!failures.isEmpty())
+        result.failure = failures.first();
+    result.failingSeconds = numberOf(parser, lasting, 1, 86400);
+    return result;
+}
+
+int work(const QCommandLineParser &parser, const Options &options)
+{
+    if (!parser.positionalArguments().isEmpty())
+        throw UsageError(u"Unexpected: "_s + parser.positionalArguments().first());
+    const QString scenarios =
+        parser.isSet(options.scenarios) ? parser.value(options.scenarios) : installedScenarios();
+    if (parser.isSet(options.list)) {
+        std::puts(qPrintable(stand::SampleStand::list(scenarios).join(u'\n')));
+        return delivered;
+    }
+    if (!parser.isSet(options.root))
+        throw UsageError(u"--root is missing"_s);
+    stand::SampleStand stand(parser.value(options.root), scenarios, options.show(parser));
+    if (parser.isSet(options.writeSettings)) {
+        stand.writeSettings();
+        return delivered;
+    }
+    return stand.run() ? delivered : notDelivered;
+}
+
+} // namespace
 
 /// Plays the outside services for a running service and shows its sample messages being delivered.
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(u"queue-stand"_s);
+    QCoreApplication::setApplicationVersion(QStringLiteral(QUEUE_VERSION));
+    const Options options;
     QCommandLineParser parser;
     parser.setApplicationDescription(
         u"Puts sample messages into the queue, plays the outside services and shows the deliveries."_s);
     parser.addHelpOption();
-    const QCommandLineOption root({u"root"_s}, u"The service's QUEUE_ROOT."_s, u"folder"_s);
-    const QCommandLineOption scenarios({u"scenarios"_s}, u"Where the scenarios lie."_s,
-                                       u"folder"_s);
-    const QCommandLineOption writeSettings(
-        {u"write-settings"_s},
-        u"Only write the settings that lead to the stand; call before the service starts."_s);
-    parser.addOptions({root, scenarios, writeSettings});
-    parser.process(application);
-    if (!parser.isSet(root) || !parser.isSet(scenarios)) {
-        std::fputs(qPrintable(parser.helpText()), stderr);
-        return EXIT_FAILURE;
+    parser.addVersionOption();
+    parser.addOptions({options.root, options.scenarios, options.writeSettings, options.list,
+                       options.type, options.verbose, options.refuse, options.status, options.slow,
+                       options.close, options.failing, options.lasting});
+    if (!parser.parse(application.arguments())) {
+        std::fputs(qPrintable(parser.errorText() + u'\n'), stderr);
+        return wrongUsage;
     }
+    if (parser.isSet(u"help"_s))
+        parser.showHelp(delivered);
+    if (parser.isSet(u"version"_s))
+        parser.showVersion();
     try {
-        stand::SampleStand sampleStand(parser.value(root), parser.value(scenarios));
-        if (parser.isSet(writeSettings)) {
-            sampleStand.writeSettings();
-            return EXIT_SUCCESS;
-        }
-        return sampleStand.run() ? EXIT_SUCCESS : EXIT_FAILURE;
+        return work(parser, options);
+    } catch (const UsageError &error) {
+        std::fputs(qPrintable(error.text() + u'\n'), stderr);
+        return wrongUsage;
     } catch (const stand::ScenarioError &error) {
         std::fputs(qPrintable(error.text() + u'\n'), stderr);
-        return EXIT_FAILURE;
+        return notDelivered;
     }
 }

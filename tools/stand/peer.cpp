@@ -9,6 +9,9 @@
 #include <QSslSocket>
 #include <QTimer>
 
+#include <chrono>
+#include <cmath>
+
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -71,6 +74,11 @@ QString reasonOf(int status)
     default:
         return u"Status"_s;
     }
+}
+
+std::chrono::milliseconds milliseconds(double seconds)
+{
+    return std::chrono::milliseconds(std::llround(seconds * 1000));
 }
 
 /// Status line, headers and as much of the body as the script lets through.
@@ -155,6 +163,20 @@ void Peer::down()
     server.reset();
     reservation.refuse();
     dropCallers();
+}
+
+void Peer::fail(const Failure &newFailure)
+{
+    failure = newFailure;
+    if (failure->kind == Failure::Kind::Refuse)
+        down();
+}
+
+void Peer::recover()
+{
+    failure.reset();
+    if (script.listening)
+        up();
 }
 
 void Peer::dropCallers()
@@ -250,7 +272,18 @@ void Peer::accept(qintptr descriptor)
         socket->setSslConfiguration(configuration);
         socket->startServerEncryption();
     }
-    if (!script.greeting.isEmpty())
+    if (failure && failure->kind == Failure::Kind::Close && script.kind == PeerScript::Kind::Tcp) {
+        connections.removeOne(connection);
+        resetConnection(*socket);
+        Q_EMIT exchanged({.isFailure = true});
+        return;
+    }
+    if (script.greeting.isEmpty())
+        return;
+    if (failure && failure->kind == Failure::Kind::Slow)
+        QTimer::singleShot(milliseconds(failure->seconds), socket,
+                           [socket, greeting = script.greeting] { socket->write(greeting); });
+    else
         socket->write(script.greeting);
 }
 
@@ -261,7 +294,7 @@ void Peer::read(const ConnectionPointer &connection)
         return;
     ArrivedRequest request;
     while (!connection->isAnswering && takeRequest(connection->buffer, request))
-        judge(connection, std::exchange(request, {}));
+        receive(connection, std::exchange(request, {}));
 }
 
 bool Peer::takeRequest(QByteArray &buffer, ArrivedRequest &request)
@@ -308,6 +341,40 @@ const Exchange *Peer::nextExchange(const ArrivedRequest &request)
     return nullptr;
 }
 
+void Peer::receive(const ConnectionPointer &connection, const ArrivedRequest &request)
+{
+    if (!failure) {
+        judge(connection, request);
+        return;
+    }
+    connection->isAnswering = true;
+    switch (failure->kind) {
+    case Failure::Kind::Refuse: // nobody is let in
+        break;
+    case Failure::Kind::Status: {
+        Reply refusal;
+        refusal.status = failure->status;
+        reply(connection, {.request = request, .reply = refusal, .isFailure = true});
+        break;
+    }
+    case Failure::Kind::Close: {
+        Reply end;
+        end.manner = Reply::Manner::Close;
+        reply(connection, {.request = request, .reply = end, .isFailure = true});
+        break;
+    }
+    case Failure::Kind::Slow:
+        QTimer::singleShot(milliseconds(failure->seconds), this, [this, connection, request] {
+            // A request that its caller has given up comes again, and finds its place in the script.
+            if (connection->socket->state() == QAbstractSocket::ConnectedState)
+                judge(connection, request);
+            else
+                Q_EMIT exchanged({.request = request, .isFailure = true});
+        });
+        break;
+    }
+}
+
 void Peer::judge(const ConnectionPointer &connection, const ArrivedRequest &request)
 {
     ++arrivedCount;
@@ -318,7 +385,7 @@ void Peer::judge(const ConnectionPointer &connection, const ArrivedRequest &requ
                               .arg(describe(request)));
         Reply refusal;
         refusal.status = 500;
-        reply(connection, request.line(), refusal);
+        reply(connection, {.request = request, .reply = refusal});
         Q_EMIT progressed();
         return;
     }
@@ -328,34 +395,35 @@ void Peer::judge(const ConnectionPointer &connection, const ArrivedRequest &requ
             u"peer %1, request %2: %3"_s.arg(script.name).arg(arrivedCount).arg(difference));
 
     connection->isAnswering = true;
-    const auto answer = [this, connection, line = request.line(), what = exchange->reply] {
-        reply(connection, line, what);
+    const auto answer = [this, connection, request, what = exchange->reply] {
+        reply(connection, {.request = request, .reply = what});
     };
     if (exchange->reply.held)
         held.append(answer);
     else if (exchange->reply.delaySeconds > 0)
-        QTimer::singleShot(static_cast<int>(exchange->reply.delaySeconds * 1000), this, answer);
+        QTimer::singleShot(milliseconds(exchange->reply.delaySeconds), this, answer);
     else
         answer();
     Q_EMIT progressed();
 }
 
-void Peer::reply(const ConnectionPointer &connection, const QString &line, const Reply &reply)
+void Peer::reply(const ConnectionPointer &connection, const Traffic &traffic)
 {
+    const Reply &reply = traffic.reply;
     QSslSocket &socket = *connection->socket;
     if (socket.state() != QAbstractSocket::ConnectedState) // the caller's patience is over
         return;
     switch (reply.manner) {
     case Reply::Manner::Silence:
-        Q_EMIT exchanged(line, 0);
+        Q_EMIT exchanged(traffic);
         return;
     case Reply::Manner::Reset:
         resetConnection(socket);
-        Q_EMIT exchanged(line, 0);
+        Q_EMIT exchanged(traffic);
         return;
     case Reply::Manner::Close:
         socket.disconnectFromHost();
-        Q_EMIT exchanged(line, 0);
+        Q_EMIT exchanged(traffic);
         return;
     case Reply::Manner::Raw:
     case Reply::Manner::Answer:
@@ -363,7 +431,9 @@ void Peer::reply(const ConnectionPointer &connection, const QString &line, const
     }
     socket.write(replyBytes(reply));
     connection->isAnswering = false;
-    Q_EMIT exchanged(line, reply.status);
+    Traffic answered = traffic;
+    answered.status = reply.status;
+    Q_EMIT exchanged(answered);
     if (reply.manner == Reply::Manner::Raw || reply.cutAfter >= 0
         || reply.headers.value(u"Connection"_s) == u"close"_s)
         socket.disconnectFromHost();
@@ -390,7 +460,7 @@ void Peer::endTcp(const ConnectionPointer &connection)
         for (const QString &difference : found)
             complaints.append(
                 u"peer %1, connection %2: %3"_s.arg(script.name).arg(arrivedCount).arg(difference));
-        Q_EMIT exchanged(shortened(text), 0);
+        Q_EMIT exchanged({.request = request});
     }
     Q_EMIT progressed();
 }

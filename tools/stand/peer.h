@@ -14,6 +14,38 @@ namespace stand {
 
 class Authority;
 
+/// How a service fails, in place of what its script tells.
+struct Failure
+{
+    enum class Kind
+    {
+        /// Nobody listens.
+        Refuse,
+        /// Every request is answered with `status` and an empty body.
+        Status,
+        /// What the script tells comes `seconds` late.
+        Slow,
+        /// The connection ends as soon as a request is there, without an answer.
+        Close
+    };
+
+    Kind kind = Kind::Refuse;
+    int status = 0;
+    double seconds = 0;
+};
+
+/// A request and what it was met with.
+struct Traffic
+{
+    /// Over plain TCP without a verb: the body is what the connection brought.
+    ArrivedRequest request = {};
+    Reply reply = {};
+    /// 0: no answer was sent.
+    int status = 0;
+    /// A failure was played instead of the script.
+    bool isFailure = false;
+};
+
 /// An outside service on a port of 127.0.0.1 that plays a script and remembers what it was told.
 /// Its port is given at once, so that settings can name it; the script follows.
 /// Thread: the one that made it, whose event loop must run.
@@ -37,6 +69,11 @@ public:
     void up();
     /// Refuses callers from now on and drops those that are there.
     void down();
+    /// Plays the failure instead of the script from now on; the script waits. A service that speaks
+    /// first, over plain TCP, knows no status.
+    void fail(const Failure &failure);
+    /// Back to the script. A reply that is late already stays late.
+    void recover();
     /// Sends the replies that were held back so far.
     void release();
     int heldReplies() const;
@@ -51,8 +88,8 @@ public:
     QStringList findings() const;
 
 Q_SIGNALS:
-    /// A request has been met with its reply. `status` is 0 when there is none.
-    void exchanged(const QString &request, int status);
+    /// A request has been met with its reply, or with none.
+    void exchanged(const stand::Traffic &traffic);
     /// A connection of a Tcp peer has ended or a request has arrived: findings() may have changed.
     void progressed();
 
@@ -64,9 +101,10 @@ private:
     void accept(qintptr descriptor);
     void read(const ConnectionPointer &connection);
     bool takeRequest(QByteArray &buffer, ArrivedRequest &request);
+    void receive(const ConnectionPointer &connection, const ArrivedRequest &request);
     void judge(const ConnectionPointer &connection, const ArrivedRequest &request);
     const Exchange *nextExchange(const ArrivedRequest &request);
-    void reply(const ConnectionPointer &connection, const QString &line, const Reply &reply);
+    void reply(const ConnectionPointer &connection, const Traffic &traffic);
     void endTcp(const ConnectionPointer &connection);
 
     PortReservation reservation;
@@ -76,6 +114,7 @@ private:
     QList<ConnectionPointer> connections;
     QList<std::function<void()>> held;
     QList<bool> used;
+    std::optional<Failure> failure;
     int arrivedCount = 0;
     QStringList complaints;
 };

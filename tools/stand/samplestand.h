@@ -8,9 +8,24 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace stand {
+
+/// What a caller may choose. Everything by default: all types, and nobody fails.
+struct ShowOptions
+{
+    /// Message types to show; none: all.
+    QStringList types;
+    /// How the services fail before they come to their senses.
+    std::optional<Failure> failure;
+    /// The types whose services fail; none: all that are shown.
+    QStringList failingTypes;
+    int failingSeconds = 10;
+    /// Shows headers and bodies.
+    bool isVerbose = false;
+};
 
 /// Shows the service at work: plays the outside services of all sample scenarios at once, puts their
 /// messages into the table of a service that runs below `root`, and prints every exchange.
@@ -18,14 +33,19 @@ namespace stand {
 class SampleStand
 {
 public:
-    SampleStand(const QString &root, const QString &scenarios);
+    SampleStand(const QString &root, const QString &scenarios, const ShowOptions &options = {});
     ~SampleStand();
 
     /// Chooses the peers' ports and writes them, the samples' files and their settings below the
     /// root, where a service that starts afterwards finds them.
     void writeSettings();
-    /// Delivers everything. True when all messages have left the table as their scenarios tell.
+    /// Delivers everything. With a failure the services play it first, for as long as the options
+    /// say, and deliver what is left then; a type that takes the failure for a final answer counts as
+    /// done. True when all messages have left the table as their scenarios, or the failure, tell.
     bool run();
+
+    /// A line for each sample: type, kinds of its services, scenario.
+    static QStringList list(const QString &scenarios);
 
 private:
     struct Sample
@@ -38,9 +58,14 @@ private:
         QString waitingLine;
         bool isDone = false;
         bool isDelivered = false;
+        bool isFailing = false;
+        /// Left the table because of the failure.
+        bool isGivenUp = false;
 
         QString type() const;
         QStringList findings() const;
+        /// A request has met the script, not a failure.
+        bool wasAsked() const;
     };
 
     QMap<QString, quint16> readPorts() const;
@@ -48,12 +73,15 @@ private:
     const Authority &openAuthority();
     void startPeers();
     void putMessages();
+    void playFailure();
     void look();
     void show(Sample &sample, const QString &fate, bool isGood);
-    void showExchange(Sample &sample, const PeerScript &script, const QString &request, int status);
+    void showExchange(Sample &sample, const PeerScript &script, const Traffic &traffic);
+    void showTraffic(const Traffic &traffic) const;
     bool sayEnd() const;
 
     QString root;
+    ShowOptions options;
     QList<ScenarioSource> sources;
     std::unique_ptr<Authority> authority;
     std::vector<std::unique_ptr<Sample>> samples;

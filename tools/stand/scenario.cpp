@@ -388,6 +388,14 @@ bool ScenarioSource::isSample() const
     return content.value(u"sample"_s).toBool();
 }
 
+QString ScenarioSource::type() const
+{
+    const QJsonValue several = content.value(u"messages"_s);
+    const QJsonValue first =
+        several.isArray() ? several.toArray().at(0) : content.value(u"message"_s);
+    return first.toObject().value(u"type"_s).toString();
+}
+
 QList<PeerScript> ScenarioSource::peers() const
 {
     QList<PeerScript> result;

@@ -162,6 +162,8 @@ public:
     /// Whether the scenario is told for `sqlite` or `mariadb`.
     bool isFor(const QString &database) const;
     bool isSample() const;
+    /// The type of its first message.
+    QString type() const;
     /// Names and kinds of the peers that a run must set up.
     QList<PeerScript> peers() const;
     /// The scenario with its places filled in. Throws ScenarioError.
