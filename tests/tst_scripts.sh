@@ -68,6 +68,12 @@ check "run: an unknown argument exits with 2" exits_with 2
 check "run: an unknown argument shows the usage" says "Usage: ./run"
 run_command "$root/run" --service extra
 check "run: an argument too many exits with 2" exits_with 2
+for option in --type --status --slow --failing --for; do
+    run_command "$root/run" "$option"
+    check "run: $option without its value exits with 2" exits_with 2
+done
+run_command "$root/run" --type heineken --service
+check "run: the service alone takes no options of the stand" exits_with 2
 run_command "$root/bench" --nonsense
 check "bench: an unknown argument exits with 2" exits_with 2
 check "bench: an unknown argument shows the usage" says "Usage: ./bench"

@@ -9,18 +9,14 @@
 
 using namespace Qt::StringLiterals;
 
+using stand::UsageError;
+
 namespace {
 
 // Exit codes, which the manual page lists.
 constexpr int delivered = 0;
 constexpr int notDelivered = 1;
 constexpr int wrongUsage = 2;
-
-/// A mistake in the arguments, told to whoever typed them.
-class UsageError : public stand::ScenarioError
-{
-    using ScenarioError::ScenarioError;
-};
 
 QString installedScenarios()
 {

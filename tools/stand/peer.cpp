@@ -273,6 +273,7 @@ void Peer::accept(qintptr descriptor)
         socket->startServerEncryption();
     }
     if (failure && failure->kind == Failure::Kind::Close && script.kind == PeerScript::Kind::Tcp) {
+        socket->disconnect(this);
         connections.removeOne(connection);
         resetConnection(*socket);
         Q_EMIT exchanged({.isFailure = true});

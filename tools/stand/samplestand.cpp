@@ -86,16 +86,16 @@ QList<ScenarioSource> loadSamples(const QString &scenarios)
     return result;
 }
 
-/// Throws ScenarioError for a type that no sample has.
+/// Throws UsageError for a type that no sample has.
 void checkTypes(const QStringList &types, const QList<ScenarioSource> &samples)
 {
     for (const QString &type : types) {
         const bool isThere = std::any_of(samples.begin(), samples.end(),
                                          [&](const auto &sample) { return sample.type() == type; });
         if (!isThere)
-            throw ScenarioError(say(u"Нет образца типа '%1'; --list показывает все"_s,
-                                    u"There is no sample of type '%1'; --list shows them all"_s)
-                                    .arg(type));
+            throw UsageError(say(u"Нет образца типа '%1'; --list показывает все"_s,
+                                 u"There is no sample of type '%1'; --list shows them all"_s)
+                                 .arg(type));
     }
 }
 

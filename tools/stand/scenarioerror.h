@@ -17,4 +17,10 @@ public:
     QString text() const { return QString::fromUtf8(what()); }
 };
 
+/// A wrong choice of whoever called the stand.
+class UsageError : public ScenarioError
+{
+    using ScenarioError::ScenarioError;
+};
+
 } // namespace stand
