@@ -274,8 +274,8 @@ void Peer::accept(qintptr descriptor)
     }
     if (failure && failure->kind == Failure::Kind::Close && script.kind == PeerScript::Kind::Tcp) {
         socket->disconnect(this);
+        socket->disconnectFromHost();
         connections.removeOne(connection);
-        resetConnection(*socket);
         Q_EMIT exchanged({.isFailure = true});
         return;
     }

@@ -17,11 +17,11 @@ namespace stand {
 struct ShowOptions
 {
     /// Message types to show; none: all.
-    QStringList types;
+    QStringList types = {};
     /// How the services fail before they come to their senses.
-    std::optional<Failure> failure;
+    std::optional<Failure> failure = {};
     /// The types whose services fail; none: all that are shown.
-    QStringList failingTypes;
+    QStringList failingTypes = {};
     int failingSeconds = 10;
     /// Shows headers and bodies.
     bool isVerbose = false;

@@ -16,7 +16,8 @@ public:
     /// Sends the bytes and waits until the connection has ended or `enough` has arrived.
     QByteArray exchange(const QByteArray &bytes, const QByteArray &enough = "\r\n\r\n")
     {
-        socket.write(bytes);
+        if (!bytes.isEmpty())
+            socket.write(bytes);
         QByteArray received;
         waitUntil([&] {
             received += socket.readAll();
@@ -38,6 +39,11 @@ private Q_SLOTS:
     void playsRepliesInAnyOrder();
     void failures_data();
     void failures();
+    void playsAFailureBeforeItsScript_data();
+    void playsAFailureBeforeItsScript();
+    void answersLate();
+    void forgetsACallerThatGaveUp();
+    void failsOverPlainTcp();
     void holdsReplies();
     void refusesWhileDown();
     void tellsWhatNeverCame();
@@ -128,6 +134,115 @@ void TestPeer::failures()
     QVERIFY(caller.isClosed());
     QCOMPARE(caller.socket.error(), QAbstractSocket::RemoteHostClosedError);
     QCOMPARE(peer.findings(), QStringList());
+}
+
+void TestPeer::playsAFailureBeforeItsScript_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QByteArray>("received");
+    QTest::addColumn<int>("error");
+    QTest::addColumn<int>("shown"); // the traffic that is told of
+
+    const auto row = [](const char *name, Failure::Kind kind, int status,
+                        const QByteArray &received, QAbstractSocket::SocketError error, int shown) {
+        QTest::newRow(name) << int(kind) << status << received << int(error) << shown;
+    };
+    // clang-format off
+    row("refused", Failure::Kind::Refuse, 0,   {}, QAbstractSocket::ConnectionRefusedError, 0);
+    row("closed",  Failure::Kind::Close,  0,   {}, QAbstractSocket::RemoteHostClosedError,  1);
+    row("503",     Failure::Kind::Status, 503, "HTTP/1.1 503 Service Unavailable\r\nContent-Length: 0\r\n\r\n", QAbstractSocket::UnknownSocketError, 1);
+    row("404",     Failure::Kind::Status, 404, "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", QAbstractSocket::UnknownSocketError, 1);
+    // clang-format on
+}
+
+void TestPeer::playsAFailureBeforeItsScript()
+{
+    QFETCH(int, kind);
+    QFETCH(int, status);
+    QFETCH(int, shown);
+    Peer peer;
+    QList<Traffic> traffic;
+    connect(&peer, &Peer::exchanged, this, [&](const Traffic &one) { traffic.append(one); });
+    peer.play(script({exchange(u"GET /a"_s, 201)}));
+    peer.fail({.kind = Failure::Kind(kind), .status = status});
+
+    Caller failing(peer);
+    QTEST(failing.exchange(get("/a")), "received");
+    QTEST(int(failing.socket.error()), "error");
+    QCOMPARE(traffic.size(), shown);
+    for (const Traffic &one : std::as_const(traffic)) {
+        QVERIFY(one.isFailure);
+        QCOMPARE(one.status, status);
+        QCOMPARE(one.request.line(), u"GET /a"_s);
+    }
+    // The script has not begun, and nothing is held against the caller.
+    QCOMPARE(peer.arrived(), 0);
+    QCOMPARE(peer.findings(), QStringList{u"peer http: exchange 1 never came: GET /a"_s});
+
+    peer.recover();
+    Caller delivered(peer);
+    QVERIFY(delivered.exchange(get("/a")).startsWith("HTTP/1.1 201 "));
+    QCOMPARE(peer.findings(), QStringList());
+    QVERIFY(!traffic.last().isFailure);
+    QCOMPARE(traffic.last().status, 201);
+}
+
+void TestPeer::answersLate()
+{
+    Peer peer;
+    peer.play(script({exchange(u"GET /a"_s, 201)}));
+    constexpr double late = 0.2;
+    peer.fail({.kind = Failure::Kind::Slow, .seconds = late});
+    Caller caller(peer);
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(caller.exchange(get("/a")).startsWith("HTTP/1.1 201 "));
+    QVERIFY(timer.elapsed() >= 1000 * late - 20); // the timer's own precision
+    QCOMPARE(peer.findings(), QStringList());
+}
+
+void TestPeer::forgetsACallerThatGaveUp()
+{
+    Peer peer;
+    QList<Traffic> traffic;
+    connect(&peer, &Peer::exchanged, this, [&](const Traffic &one) { traffic.append(one); });
+    peer.play(script({exchange(u"GET /a"_s, 201)}));
+    peer.fail({.kind = Failure::Kind::Slow, .seconds = 0.2});
+    Caller impatient(peer);
+    impatient.socket.write(get("/a"));
+    QVERIFY(waitUntil([&] { return impatient.socket.bytesToWrite() == 0; }));
+    impatient.socket.disconnectFromHost();
+    QVERIFY(waitUntil([&] { return traffic.size() == 1; }));
+    QVERIFY(traffic[0].isFailure);
+    QCOMPARE(traffic[0].status, 0);
+
+    peer.recover();
+    Caller patient(peer);
+    QVERIFY(patient.exchange(get("/a")).startsWith("HTTP/1.1 201 "));
+    QCOMPARE(peer.findings(), QStringList());
+}
+
+void TestPeer::failsOverPlainTcp()
+{
+    PeerScript tcp = script({});
+    tcp.kind = PeerScript::Kind::Tcp;
+    tcp.greeting = "hello";
+    Peer peer;
+    peer.play(tcp);
+    peer.fail({.kind = Failure::Kind::Close});
+    Caller closed(peer);
+    QCOMPARE(closed.exchange({}, "hello"), QByteArray());
+    QVERIFY(closed.isClosed());
+    QCOMPARE(peer.findings(), QStringList());
+
+    constexpr double late = 0.2;
+    peer.fail({.kind = Failure::Kind::Slow, .seconds = late});
+    Caller slow(peer);
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(slow.exchange({}, "hello"), QByteArray("hello"));
+    QVERIFY(timer.elapsed() >= 1000 * late - 20);
 }
 
 void TestPeer::holdsReplies()

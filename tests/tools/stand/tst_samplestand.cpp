@@ -3,6 +3,9 @@
 #include "tools/stand/serviceprocess.h"
 #include "tools/stand/waiting.h"
 
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSet>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -18,6 +21,18 @@ private Q_SLOTS:
     void init();
     void deliversSamples();
     void tellsWhatWasNotDelivered();
+    void showsChosenTypes();
+    void deliversOnceTheFailureIsOver_data();
+    void deliversOnceTheFailureIsOver();
+    void onlyChosenTypesFail();
+    void namesWhatTheFailureRemoved();
+    void failsOverEveryTransport_data();
+    void failsOverEveryTransport();
+    void unknownTypes();
+    void listsSamples();
+    void program_data();
+    void program();
+    void showsBodies();
     void settingsComeFirst();
     void contradictingSettings();
     void nothingToShow();
@@ -26,12 +41,22 @@ private:
     void writeFile(const QString &path, const QByteArray &content);
     /// A file with one sample of the type.
     void writeSample(const QString &type, const QByteArray &more = {});
-    bool show();
+    bool show(const ShowOptions &options = {});
     QByteArray result() const;
+    struct Run
+    {
+        int exitCode;
+        QString output;
+        QString errors;
+    };
+    /// The program with these arguments, in English.
+    static Run runStand(const QStringList &arguments);
 
     std::unique_ptr<QTemporaryDir> folder;
     QString root;
     QString scenarios;
+    /// The service's, of the latest show.
+    QString log;
 };
 
 void TestSampleStand::init()
@@ -64,13 +89,14 @@ void TestSampleStand::writeSample(const QString &type, const QByteArray &more)
                   + message + more + R"(, "exchange": {"request": "POST /a", "body": "1"}}]})");
 }
 
-bool TestSampleStand::show()
+bool TestSampleStand::show(const ShowOptions &options)
 {
-    SampleStand(root, scenarios).writeSettings();
+    SampleStand(root, scenarios, options).writeSettings();
     ServiceProcess service(qEnvironmentVariable("QUEUE_PROGRAM", QStringLiteral(QUEUE_PROGRAM)),
                            root, {});
     service.start();
-    const bool isDelivered = SampleStand(root, scenarios).run();
+    const bool isDelivered = SampleStand(root, scenarios, options).run();
+    log = service.logText();
     service.terminate();
     if (!waitUntil([&] { return service.hasEnded(); }) || !service.endFault().isEmpty())
         qFatal("%s\n%s", qPrintable(service.endFault()), qPrintable(service.logText()));
@@ -100,6 +126,186 @@ void TestSampleStand::tellsWhatWasNotDelivered()
     writeSample(u"cardlab"_s); // puts, and the sample tells of a POST
     QVERIFY(!show());
     QVERIFY2(result().contains(": 1 "), result());
+}
+
+void TestSampleStand::showsChosenTypes()
+{
+    writeSample(u"heineken"_s);
+    writeSample(u"smartscales"_s);
+    writeSample(u"cardlab"_s); // would go wrong
+    QVERIFY(show({.types = {u"heineken"_s, u"smartscales"_s}}));
+    QVERIFY2(result().contains(": 2 "), result());
+    QVERIFY(!log.contains(u"cardlab"_s));
+}
+
+void TestSampleStand::deliversOnceTheFailureIsOver_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QString>("logged");
+
+    // clang-format off
+    QTest::newRow("refused") << int(Failure::Kind::Refuse) << u"отклонил соединение"_s;
+    QTest::newRow("503")     << int(Failure::Kind::Status) << u"код состояния HTTP 503"_s;
+    QTest::newRow("closed")  << int(Failure::Kind::Close)  << u"Ошибка при отправке сообщения"_s;
+    // clang-format on
+}
+
+void TestSampleStand::deliversOnceTheFailureIsOver()
+{
+    QFETCH(int, kind);
+    QFETCH(QString, logged);
+    writeSample(u"heineken"_s);
+    const Failure failure{.kind = Failure::Kind(kind), .status = 503};
+    QVERIFY(show({.failure = failure, .failingSeconds = 2}));
+    QVERIFY2(result().contains(": 1 "), result());
+    QVERIFY2(log.contains(logged), qPrintable(log));
+}
+
+void TestSampleStand::onlyChosenTypesFail()
+{
+    writeSample(u"heineken"_s);
+    writeSample(u"smartscales"_s);
+    const Failure failure{.kind = Failure::Kind::Status, .status = 503};
+    QVERIFY(show({.failure = failure, .failingTypes = {u"smartscales"_s}, .failingSeconds = 2}));
+    QVERIFY2(result().contains(": 2 "), result());
+    QVERIFY2(log.contains(u"ERROR [smartscales]"_s), qPrintable(log));
+    QVERIFY2(!log.contains(u"ERROR [heineken]"_s), qPrintable(log));
+}
+
+void TestSampleStand::namesWhatTheFailureRemoved()
+{
+    // For this type any answer is final.
+    scenarios = QStringLiteral(SCENARIOS);
+    const Failure failure{.kind = Failure::Kind::Status, .status = 503};
+    QVERIFY(
+        show({.types = {u"softcheck"_s, u"heineken"_s}, .failure = failure, .failingSeconds = 2}));
+    QVERIFY2(result().contains(": 1 "), result());
+}
+
+void TestSampleStand::failsOverEveryTransport_data()
+{
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<QString>("logged");
+
+    QTest::newRow("HTTP") << u"heineken"_s << u"ERROR [heineken]"_s;
+    QTest::newRow("HTTPS with a client's certificate") << u"goldcrown"_s << u"ERROR [goldcrown]"_s;
+    QTest::newRow("TCP") << u"eps"_s << u"WARN [eps]"_s;
+}
+
+void TestSampleStand::failsOverEveryTransport()
+{
+    QFETCH(QString, type);
+    QFETCH(QString, logged);
+    scenarios = QStringLiteral(SCENARIOS);
+    const Failure failure{.kind = Failure::Kind::Refuse};
+    QVERIFY(show({.types = {type}, .failure = failure, .failingSeconds = 2}));
+    QVERIFY2(result().contains(": 1 "), result());
+    QVERIFY2(log.contains(logged), qPrintable(log));
+}
+
+void TestSampleStand::unknownTypes()
+{
+    writeSample(u"heineken"_s);
+    writeSample(u"smartscales"_s);
+    const Failure failure{.kind = Failure::Kind::Refuse};
+    const ShowOptions unknown{.types = {u"heiniken"_s}};
+    QVERIFY_THROWS_EXCEPTION(UsageError, SampleStand(root, scenarios, unknown));
+    const ShowOptions notShown{
+        .types = {u"heineken"_s}, .failure = failure, .failingTypes = {u"smartscales"_s}};
+    QVERIFY_THROWS_EXCEPTION(UsageError, SampleStand(root, scenarios, notShown));
+}
+
+void TestSampleStand::listsSamples()
+{
+    const QStringList lines = SampleStand::list(QStringLiteral(SCENARIOS));
+    QSet<QString> types;
+    for (const QString &line : lines)
+        types.insert(line.section(u' ', 0, 0));
+    QCOMPARE(types.size(), 58);
+    const auto kindOf = [&](const QString &type) {
+        const QStringList found = lines.filter(QRegularExpression(u"^%1 "_s.arg(type)));
+        return found.value(0).simplified().section(u' ', 1, 1);
+    };
+    QCOMPARE(kindOf(u"heineken"_s), u"HTTP"_s);
+    QVERIFY(kindOf(u"goldcrown"_s).contains(u"HTTPS"_s));
+    QVERIFY(kindOf(u"eps"_s).contains(u"TCP"_s));
+}
+
+TestSampleStand::Run TestSampleStand::runStand(const QStringList &arguments)
+{
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
+    process.setProcessEnvironment(environment);
+    process.start(QStringLiteral(STAND_PROGRAM), arguments);
+    if (!waitUntil([&] { return process.state() == QProcess::NotRunning; }))
+        qFatal("%s does not end", STAND_PROGRAM);
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+void TestSampleStand::program_data()
+{
+    QTest::addColumn<QString>("arguments");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("said");
+
+    // clang-format off
+    QTest::newRow("help")              << u"--help"_s                                << 0 << u"--slow <seconds>"_s;
+    QTest::newRow("version")           << u"--version"_s                             << 0 << u"queue-stand "_s;
+    QTest::newRow("list")              << u"--list"_s                                << 0 << u"\nspasiboBatch "_s;
+    QTest::newRow("settings")          << u"--root ROOT --type loya --write-settings"_s << 0 << u""_s;
+    QTest::newRow("no settings")       << u"--root NOWHERE"_s                        << 1 << u"call with --write-settings first"_s;
+    QTest::newRow("no scenarios")      << u"--list --scenarios NOWHERE"_s            << 1 << u"NOWHERE"_s;
+    QTest::newRow("unknown option")    << u"--nonsense"_s                            << 2 << u"nonsense"_s;
+    QTest::newRow("a word too many")   << u"--root ROOT heineken"_s                  << 2 << u"heineken"_s;
+    QTest::newRow("no root")           << u""_s                                      << 2 << u"--root"_s;
+    QTest::newRow("unknown type")      << u"--root ROOT --type heiniken"_s           << 2 << u"heiniken"_s;
+    QTest::newRow("two failures")      << u"--root ROOT --refuse --close"_s          << 2 << u"One failure at a time"_s;
+    QTest::newRow("no failure")        << u"--root ROOT --failing loya"_s            << 2 << u"--failing and --for need"_s;
+    QTest::newRow("no status")         << u"--root ROOT --status 99"_s               << 2 << u"'99' is no number from 200 to 599"_s;
+    QTest::newRow("status, a word")    << u"--root ROOT --status down"_s             << 2 << u"'down' is no number"_s;
+    QTest::newRow("slow, but how")     << u"--root ROOT --slow 0"_s                  << 2 << u"--slow: '0'"_s;
+    QTest::newRow("for no time")       << u"--root ROOT --refuse --for 0"_s          << 2 << u"--for: '0'"_s;
+    // clang-format on
+}
+
+void TestSampleStand::program()
+{
+    QFETCH(QString, arguments);
+    QFETCH(QString, said);
+    QStringList words = arguments.split(u' ', Qt::SkipEmptyParts);
+    words.replaceInStrings(u"ROOT"_s, root);
+    words.replaceInStrings(u"NOWHERE"_s, folder->filePath(u"NOWHERE"_s));
+    if (!words.contains(u"--scenarios"_s))
+        words += {u"--scenarios"_s, QStringLiteral(SCENARIOS)};
+    const Run run = runStand(words);
+    const QString text = run.output + run.errors;
+    QTEST(run.exitCode, "exitCode");
+    QVERIFY2(text.contains(said), qPrintable(text));
+    // What was asked for goes to standard output, a complaint does not.
+    QVERIFY2((run.exitCode == 0 ? run.errors : run.output).isEmpty(), qPrintable(text));
+}
+
+void TestSampleStand::showsBodies()
+{
+    const QStringList arguments{
+        u"--root"_s, root, u"--scenarios"_s, QStringLiteral(SCENARIOS), u"--type"_s, u"heineken"_s};
+    QCOMPARE(runStand(arguments + QStringList{u"--write-settings"_s}).exitCode, 0);
+    ServiceProcess service(QStringLiteral(QUEUE_PROGRAM), root, {});
+    service.start();
+    const Run run = runStand(arguments + QStringList{u"--verbose"_s});
+    service.terminate();
+    QVERIFY(waitUntil([&] { return service.hasEnded(); }));
+    QCOMPARE(run.exitCode, 0);
+    const QString verb = u"  heineken  POST   http://127.0.0.1:"_s;
+    QVERIFY2(run.output.contains(verb), qPrintable(run.output));
+    QVERIFY2(run.output.contains(u"/promo/receipts  200\n"_s), qPrintable(run.output));
+    QVERIFY2(run.output.contains(u"\n    > Authorization: Bearer 3f1c\n"_s),
+             qPrintable(run.output));
+    QVERIFY2(run.output.contains(u"\n    > {\"receipt\":\"0042\""_s), qPrintable(run.output));
+    QVERIFY2(run.output.contains(u"\n    < 200\n"_s), qPrintable(run.output));
+    QVERIFY2(run.output.endsWith(u"Message types delivered: 1 of 1\n"_s), qPrintable(run.output));
 }
 
 void TestSampleStand::settingsComeFirst()
