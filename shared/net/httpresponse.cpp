@@ -1,5 +1,7 @@
 #include "shared/net/httpresponse.h"
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -41,9 +43,13 @@ QJsonObject Response::responseObject() const
 
 QJsonDocument parseReply(const QByteArray &body)
 {
-    // What is made of a text of small numbers takes up to fifty times its memory.
-    constexpr qsizetype maxSize = 1024 * 1024;
-    return body.size() > maxSize ? QJsonDocument() : QJsonDocument::fromJson(body);
+    // A value takes some fifty bytes however short its text is. A reply of 16 MiB of small numbers would
+    // take the memory of the whole till; one with long texts in it is harmless.
+    constexpr qsizetype maxValues = 500'000;
+    const auto values = std::count_if(body.cbegin(), body.cend(), [](char symbol) {
+        return symbol == ',' || symbol == '[' || symbol == '{';
+    });
+    return values > maxValues ? QJsonDocument() : QJsonDocument::fromJson(body);
 }
 
 Response Response::answered(int status, const QByteArray &body)

@@ -32,7 +32,7 @@ struct Response
     static Response failed(int errorCode, const tr::Tr &errorText, int status = 0);
 };
 
-/// The document in the body of an answer; null when it is none, or larger than 1 MiB.
+/// The document in the body of an answer; null when it is none, or has more than half a million values.
 QJsonDocument parseReply(const QByteArray &body);
 
 } // namespace http

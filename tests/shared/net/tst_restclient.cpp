@@ -604,8 +604,11 @@ void TestRestClient::jsonReplies_data()
     QTest::addColumn<QVariant>("variant");
     QTest::addColumn<QJsonObject>("object");
     const QJsonObject one{{u"a"_s, 1}};
-    const QJsonObject largeObject{{u"a"_s, QString(mebibyte - 8, u'x')}};
-    const QByteArray large = QJsonDocument(largeObject).toJson(QJsonDocument::Compact);
+    const QJsonObject longText{{u"a"_s, QString(10 * mebibyte, u'x')}};
+    const QByteArray longBody = QJsonDocument(longText).toJson(QJsonDocument::Compact);
+    constexpr qsizetype maxValues = 500'000;
+    const QByteArray most = '[' + QByteArray("1,").repeated(maxValues - 1) + "1]";
+    const QVariantList mostValues(maxValues, QVariant(1));
     // clang-format off
     QTest::newRow("object")       << QByteArray("{\"a\": 1}")              << QVariant(one.toVariantMap())           << one;
     QTest::newRow("byte order")   << QByteArray("\xEF\xBB\xBF{\"a\": 1}")  << QVariant(one.toVariantMap())           << one;
@@ -614,8 +617,9 @@ void TestRestClient::jsonReplies_data()
     QTest::newRow("nothing")      << QByteArray()                          << QVariant()                             << QJsonObject();
     QTest::newRow("number")       << QByteArray("5")                       << QVariant()                             << QJsonObject();
     QTest::newRow("cut off")      << QByteArray("{\"a\": 1")               << QVariant()                             << QJsonObject();
-    QTest::newRow("1 MiB")        << large                                 << QVariant(largeObject.toVariantMap())   << largeObject;
-    QTest::newRow("over 1 MiB")   << large + ' '                           << QVariant()                             << QJsonObject();
+    QTest::newRow("long text")    << longBody                              << QVariant(longText.toVariantMap())      << longText;
+    QTest::newRow("many values")  << most                                  << QVariant(mostValues)                   << QJsonObject();
+    QTest::newRow("too many")     << most.chopped(1) + ",1]"               << QVariant()                             << QJsonObject();
     QTest::newRow("XML")          << QByteArray("<a/>")                    << QVariant()                             << QJsonObject();
     // clang-format on
 }
