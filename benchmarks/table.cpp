@@ -17,6 +17,9 @@ namespace {
 constexpr int bodyBytes = 400;
 constexpr int runs = 11;
 
+/// A server leaves gaps between the ids of rows that were copied, so these cannot be told by their number.
+const QString lastIdStatement = u"SELECT COALESCE(MAX(messageid), 0) FROM message"_s;
+
 /// These take their body as an object, the others as text.
 const QStringList objectTypes{u"customeraddress"_s, u"nochange"_s, u"winelabbonus"_s};
 
@@ -68,6 +71,8 @@ public:
     }
 
     int count() override { return rows(u"SELECT COUNT(*) FROM message"_s).first().toInt(); }
+
+    int lastId() override { return rows(lastIdStatement).first().toInt(); }
 
     QStringList plan(const QString &statement) override
     {
@@ -127,6 +132,7 @@ public:
     QString database() const override { return u"MariaDB"_s; }
     void clear() override { execute(u"TRUNCATE message"_s); }
     int count() override { return rows(u"SELECT COUNT(*) FROM message"_s).first().toInt(); }
+    int lastId() override { return rows(lastIdStatement).first().toInt(); }
     QStringList plan(const QString &statement) override { return rows(u"EXPLAIN "_s + statement); }
     double milliseconds(const QString &statement) override
     {
@@ -181,7 +187,7 @@ private:
 
 void Table::fill(const QStringList &types, int rows, int receiverPort)
 {
-    const int before = count();
+    const int before = lastId();
     // In one transaction, each round copying what was added so far.
     QString script = u"BEGIN;"_s;
     const auto first = static_cast<int>(std::min<qsizetype>(types.size(), rows));

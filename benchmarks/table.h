@@ -22,9 +22,10 @@ public:
     /// Empties the table, makes it as if newly created.
     virtual void clear() = 0;
     /// Adds `rows` rows, the types taking turns, each with the body that its type is given.
-    /// None may have been taken out since clear().
     void fill(const QStringList &types, int rows, int receiverPort);
     virtual int count() = 0;
+    /// The largest id, 0 without rows.
+    virtual int lastId() = 0;
     /// How the database would carry out `statement`, one step a line.
     virtual QStringList plan(const QString &statement) = 0;
     /// Milliseconds that `statement` takes, all its rows read; the median of eleven runs.
