@@ -273,5 +273,36 @@ check "purging leaves what is not the service's" same "$left" "$(
 check "purging follows no link" test -f "$work/elsewhere/certificate.pem"
 check "purging forgets that the unit was disabled" same "$(find "$root/var/lib/systemd" -type f 2>/dev/null)" ""
 
+# --- A till whose application owns the folders above, and members of the group who lay traps
+
+# $link_target stands for a folder of the system in which only root may delete.
+link_target=$work/system
+rm -rf "$root/tallocash"
+mkdir -p "$root/tallocash/cash" "$link_target/queue.d"
+touch "$link_target/system.log" "$link_target/system.ini" "$link_target/queue.d/system.ini"
+[ -z "$is_root" ] || chown -R 65534:65534 "$root/tallocash"
+package -i "$deb" || give_up "the package can be installed where the till's user owns the folders" "$work/output"
+if [ -n "$is_root" ]; then
+    account=$(grep '^queue:' "$root/etc/passwd" | cut -d: -f3,4)
+    for row in ":2770" "config:2750" "config/queue.d:2750" "log:2770" "queues.db:660"; do
+        check "below the till's own folder there is ${row%%:*} with its owner and rights" \
+            same "$(stat -c '%u:%g %a' "$till/${row%%:*}" 2>&1)" "$account ${row##*:}"
+    done
+    check "the till's own folder stays the till's" same "$(stat -c %u "$root/tallocash/cash")" 65534
+    touch "$till/config/queue.d/local.ini"
+    chmod 2755 "$till/log"
+    package -i "$work/next.deb" || give_up "the next version can be installed there" "$work/output"
+    check "an upgrade keeps the settings there" test -f "$till/config/queue.d/local.ini"
+    check "an upgrade keeps rights that somebody has set there" same "$(stat -c %a "$till/log")" 2755
+fi
+rm -rf "$till/log" "$till/config"
+ln -s "$link_target" "$till/log"
+ln -s "$link_target" "$till/config"
+package -P queue || give_up "the package can be purged there" "$work/output"
+for file in system.log system.ini queue.d/system.ini; do
+    check "purging deletes nothing behind a link in the service's folder: $file" test -f "$link_target/$file"
+done
+check "purging takes the database there" absent "$till/queues.db"
+
 echo "$failures checks failed"
 [ "$failures" -eq 0 ]
