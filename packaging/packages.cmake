@@ -1,6 +1,7 @@
 # `cpack` in the build folder writes queue_<version>_<architecture>.deb and the same for queue-stand.
 
 set(CPACK_GENERATOR DEB)
+set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_SOURCE_DIR}/packagetools.cmake)
 set(CPACK_PACKAGE_NAME queue)
 set(CPACK_PACKAGE_VENDOR queue)
 set(CPACK_PACKAGE_CONTACT "The makers of queue <queue@makers.tallo.example>" CACHE STRING

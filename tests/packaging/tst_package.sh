@@ -8,9 +8,8 @@ set -uo pipefail
 cpack=$1
 build=$2
 version=$3
-here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
-for tool in dpkg-deb dpkg-shlibdeps systemd-sysusers systemd-tmpfiles deb-systemd-helper; do
+for tool in dpkg-deb dpkg-shlibdeps file systemd-sysusers systemd-tmpfiles deb-systemd-helper; do
     command -v "$tool" >/dev/null || {
         echo "SKIP: $tool is not installed, so packages cannot be made and installed here"
         exit 77
@@ -70,6 +69,15 @@ deb=$work/packages/queue_${version}_$architecture.deb
 stand_deb=$work/packages/queue-stand_${version}_$architecture.deb
 check "the package of the service is there" test -f "$deb"
 check "the package of the stand is there" test -f "$stand_deb"
+
+# A machine where cpack does not find the tool; nothing but PATH is searched.
+mkdir "$work/tools"
+ln -s "$(command -v file)" "$(command -v gzip)" "$(command -v strip)" "$work/tools"
+PATH=$work/tools "$cpack" -D CMAKE_FIND_USE_CMAKE_SYSTEM_PATH=FALSE --config "$build/CPackConfig.cmake" \
+    -B "$work/poor" >"$work/cpack.log" 2>&1
+check "without dpkg-shlibdeps cpack fails" test $? -ne 0
+check "without dpkg-shlibdeps cpack says so" grep -q 'dpkg-shlibdeps is not installed' "$work/cpack.log"
+check "without dpkg-shlibdeps there is no package" same "$(find "$work/poor" -maxdepth 1 -name '*.deb' 2>/dev/null)" ""
 
 contents=$(dpkg-deb --fsys-tarfile "$deb" | tar -t | sed 's/^\.//' | grep -v '/$')
 expected_files=(
