@@ -215,7 +215,9 @@ void TestControlFaults::cleanup()
     till->ask("/start/heineken/0");
     QVERIFY(till->waitUntilRemoved(row));
     QVERIFY(till->service().isRunning());
-    QCOMPARE(till->service().errors(), QString());
+    // Qt's parser looks once more at a connection that was ended under it, and says so; a slow build shows it.
+    QCOMPARE(till->service().errors().remove(u"QIODevice::read (QTcpSocket): device not open\n"_s),
+             QString());
     if (faults::isMemoryJudged())
         QVERIFY2(till->peakMemory() < faults::memoryLimit, QByteArray::number(till->peakMemory()));
     else
