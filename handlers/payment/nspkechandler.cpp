@@ -59,7 +59,8 @@ bool NspkEcHandler::keepsTrying(const Message &message)
     const int failed = ++tries()[message.id];
     if (failed < messageValue<int>(message, u"numberOfTries"_s))
         return true;
-    logger()->warn(u"Количество попыток повторной отправки достигло максимального значения. Сообщение удалено"_s);
+    logger()->warn(
+        u"Количество попыток повторной отправки достигло максимального значения. Сообщение удалено"_s);
     tries().remove(message.id);
     return false;
 }

@@ -72,7 +72,8 @@ void addCalls(const std::string &name, std::set<std::string> &calls)
         calls.insert(name);
         return;
     }
-    FILE *tool = popen(("PATH=/usr/bin:/bin systemd-analyze --no-pager syscall-filter " + name).c_str(), "r");
+    FILE *tool = popen(
+        ("PATH=/usr/bin:/bin systemd-analyze --no-pager syscall-filter " + name).c_str(), "r");
     if (!tool)
         fail("systemd-analyze");
     std::vector<std::string> lines;

@@ -58,8 +58,8 @@ QString program()
 NginxServer::NginxServer(const Setup &setup)
     : port_(freePort())
 {
-    const QString staple =
-        setup.staple.isEmpty() ? QString()
+    const QString staple = setup.staple.isEmpty()
+                               ? QString()
                                : u"ssl_stapling on; ssl_stapling_file %1;"_s.arg(setup.staple);
     const QString clients =
         setup.clientAuthority.isEmpty()
