@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <curl/curl.h>
+#include <malloc.h>
 #include <memory>
 #include <netinet/in.h>
 #include <openssl/crypto.h>
@@ -25,6 +26,11 @@ namespace {
 
 constexpr qsizetype maxBodySize = 16 * 1024 * 1024;
 constexpr qsizetype maxHeaderSize = 256 * 1024;
+/// libcurl keeps each line of a head in a block of its own, and a thread its memory after that.
+constexpr qsizetype largeHeaderSize = 64 * 1024;
+/// More than a log line shows. A server may send tens of thousands of short lines, and as many small
+/// blocks would stay with the thread's memory.
+constexpr qsizetype maxKeptHeaderSize = 8 * 1024;
 /// libcurl counts whole seconds and closes what is older.
 constexpr long maxIdleSeconds = 29;
 /// A bundle of trusted certificates that was replaced is seen after this time.
@@ -106,6 +112,8 @@ struct Transfer
 
     QByteArray body;
     QList<QByteArray> headerLines;
+    qsizetype keptHeaderSize = 0;
+    qsizetype omittedHeaderSize = 0;
     qsizetype headerSize = 0;
     /// The empty line behind the headers came. libcurl lets an answer pass that ends before it.
     bool isHeadWhole = false;
@@ -147,12 +155,20 @@ std::size_t takeHeader(char *data, std::size_t size, std::size_t count, void *co
     const QByteArrayView line = QByteArrayView(data, length).trimmed();
     if (line.startsWith("HTTP/")) {
         transfer.headerLines.clear();
+        transfer.keptHeaderSize = 0;
+        transfer.omittedHeaderSize = 0;
         transfer.isHeadWhole = false;
     } else if (line.isEmpty()) {
         transfer.isHeadWhole = true;
     }
-    if (transfer.keepHeaders && !line.isEmpty())
+    if (!transfer.keepHeaders || line.isEmpty())
+        return size * count;
+    if (transfer.keptHeaderSize < maxKeptHeaderSize) {
         transfer.headerLines.append(line.toByteArray());
+        transfer.keptHeaderSize += line.size();
+    } else {
+        transfer.omittedHeaderSize += line.size();
+    }
     return size * count;
 }
 
@@ -676,9 +692,14 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     else
         outcome.response = http::Response::answered(status, transfer.body);
     outcome.headerLines = transfer.headerLines;
+    outcome.omittedHeaderBytes = transfer.omittedHeaderSize;
     // libcurl counts the connections that broke under one set-up and gives up after five of them, and
     // parts must not be gone before it has let go of them.
     if (mime || code != CURLE_OK || transfer.attempts > 1 || wasOutOfStep)
         forget(client);
+    if (transfer.headerSize > largeHeaderSize) {
+        client.handle.reset();
+        ::malloc_trim(0);
+    }
     return outcome;
 }

@@ -25,8 +25,11 @@ struct Exchange
 struct ExchangeOutcome
 {
     http::Response response;
-    /// The header lines of the answer, status line first, when they were to be kept.
+    /// The header lines of the answer, status line first, when they were to be kept: the first 8 KiB of
+    /// them, in whole lines.
     QList<QByteArray> headerLines;
+    /// The bytes of the lines behind these.
+    qsizetype omittedHeaderBytes = 0;
 };
 
 /// Carries out one exchange over the connections that libcurl keeps for the calling thread.

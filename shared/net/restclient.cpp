@@ -113,8 +113,9 @@ Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
     return exchangeOf(verb, url, headers, body.toJson(QJsonDocument::Compact));
 }
 
-/// The first bytes as a text on one line, since a log has one line for one event.
-QString excerpt(const QByteArray &bytes)
+/// The first bytes as a text on one line, since a log has one line for one event. `omitted` bytes were
+/// left out behind them before.
+QString excerpt(const QByteArray &bytes, qsizetype omitted = 0)
 {
     QByteArray start = bytes.left(maxLoggedSize);
     if (start.size() < bytes.size()) {
@@ -128,7 +129,8 @@ QString excerpt(const QByteArray &bytes)
         if (symbol.category() == QChar::Other_Control)
             symbol = u'.';
     }
-    return start.size() == bytes.size() ? text : text + u"… (всего байт: %1)"_s.arg(bytes.size());
+    const qsizetype total = bytes.size() + omitted;
+    return start.size() == total ? text : text + u"… (всего байт: %1)"_s.arg(total);
 }
 
 /// A till's message may bring a header or a query of its own with the key of a service in it; the name
@@ -370,8 +372,8 @@ void RestClient::logRequest(const Exchange &exchange) const
     QList<QByteArray> lines;
     for (const auto &[name, value] : exchange.headers)
         lines.append(name + ": " + value);
-    logger_->debug(
-        u"%1; заголовки: [%2]; тело: %3"_s.arg(line, loggedHeaders(lines), excerpt(exchange.body)));
+    logger_->debug(u"%1; заголовки: [%2]; тело: %3"_s.arg(line, loggedHeaders(lines, 0),
+                                                          excerpt(exchange.body)));
 }
 
 void RestClient::logOutcome(const ExchangeOutcome &outcome, qint64 elapsedMs) const
@@ -385,11 +387,12 @@ void RestClient::logOutcome(const ExchangeOutcome &outcome, qint64 elapsedMs) co
         logger_->debug(line);
         return;
     }
-    logger_->debug(u"%1; заголовки: [%2]; тело: %3"_s.arg(line, loggedHeaders(outcome.headerLines),
-                                                          excerpt(response.body)));
+    logger_->debug(u"%1; заголовки: [%2]; тело: %3"_s.arg(
+        line, loggedHeaders(outcome.headerLines, outcome.omittedHeaderBytes),
+        excerpt(response.body)));
 }
 
-QString RestClient::loggedHeaders(const QList<QByteArray> &lines) const
+QString RestClient::loggedHeaders(const QList<QByteArray> &lines, qsizetype omittedBytes) const
 {
     QByteArrayList shown;
     for (const QByteArray &line : lines) {
@@ -399,5 +402,5 @@ QString RestClient::loggedHeaders(const QList<QByteArray> &lines) const
             colon >= 0 && (isSecretName(name) || secretHeaders.contains(name, Qt::CaseInsensitive));
         shown.append(isSecret ? line.left(colon) + ": ***" : line);
     }
-    return excerpt(shown.join("; "));
+    return excerpt(shown.join("; "), omittedBytes);
 }

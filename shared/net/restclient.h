@@ -110,7 +110,7 @@ private:
     void perform(Exchange exchange);
     void logRequest(const Exchange &exchange) const;
     void logOutcome(const ExchangeOutcome &outcome, qint64 elapsedMs) const;
-    QString loggedHeaders(const QList<QByteArray> &lines) const;
+    QString loggedHeaders(const QList<QByteArray> &lines, qsizetype omittedBytes) const;
 
     Log4Qt::Logger *logger_ = nullptr;
     bool compactLogs = false;

@@ -108,6 +108,7 @@ private Q_SLOTS:
     void logsNothingAboveDebugLevel();
     void masksSecretsInTheLog();
     void cutsLongTextsInTheLog();
+    void cutsManyHeaderLinesInTheLog();
     void errorTextsHoldNoSecret();
 };
 
@@ -1031,6 +1032,29 @@ void TestRestClient::cutsLongTextsInTheLog()
     QVERIFY(lines.at(1).endsWith(u"тело: x"_s + QString(2047, u'ы') + u"… (всего байт: 10001)"_s));
     QVERIFY(lines.at(1).contains(u"hhh… (всего байт: "_s));
     QCOMPARE(client.responseBody(), reply);
+}
+
+/// A server that sends header lines without end fills neither the log nor the memory.
+void TestRestClient::cutsManyHeaderLinesInTheLog()
+{
+    constexpr int count = 20'000;
+    LoopbackServer server;
+    server.play({LoopbackServer::answer(200, {}, QByteArray("A: b\r\n").repeated(count)),
+                 LoopbackServer::answer(200, {}, "B: last\r\n")});
+    const LogCapture log(u"cardlab"_s);
+    RestClient client;
+    client.setLogger(Log4Qt::LogManager::logger(u"cardlab"_s));
+    client.post(server.url(u"/"_s), QByteArray("{}"), noHeaders);
+    client.post(server.url(u"/"_s), QByteArray("{}"), noHeaders);
+
+    const QString line = log.lines().at(1);
+    const auto total = QRegularExpression(u"; A: b.*… \\(всего байт: (\\d+)\\)\\]"_s).match(line);
+    QVERIFY2(total.hasMatch(), qPrintable(line));
+    QVERIFY2(total.captured(1).toInt() > count * 4, qPrintable(total.captured(1)));
+    QVERIFY(line.size() < 5000);
+    // Nothing is carried over to the next answer.
+    QVERIFY2(log.lines().at(3).contains(u"B: last"_s), qPrintable(log.lines().at(3)));
+    QVERIFY(!log.lines().at(3).contains(u"всего байт"_s));
 }
 
 void TestRestClient::errorTextsHoldNoSecret()
