@@ -10,6 +10,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkProxy>
 #include <QNetworkReply>
+#include <QTcpSocket>
 
 using namespace Qt::StringLiterals;
 
@@ -19,12 +20,24 @@ namespace {
 
 constexpr int defaultPort = 28085;
 constexpr int timeoutMs = 5000;
+constexpr int connectTimeoutMs = 2000;
 
 } // namespace
 
 int controlPort()
 {
     return Singleton<Config>::instance()->getInt(u"queue:port"_s, defaultPort);
+}
+
+PortState controlPortState()
+{
+    const auto answer = askService({u"db_errors_count"_s});
+    if (answer && answer->contains(u"errorsCount"_s))
+        return PortState::Service;
+    QTcpSocket socket;
+    socket.setProxy(QNetworkProxy::NoProxy);
+    socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(controlPort()));
+    return socket.waitForConnected(connectTimeoutMs) ? PortState::Other : PortState::Nobody;
 }
 
 std::optional<QJsonObject> askService(const QStringList &parts)

@@ -15,14 +15,12 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QNetworkProxy>
 #include <QProcess>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStandardPaths>
 #include <QStorageInfo>
-#include <QTcpSocket>
 
 using namespace Qt::StringLiterals;
 
@@ -32,7 +30,6 @@ namespace {
 
 constexpr qint64 lowSpaceBytes = 200LL * 1024 * 1024;
 constexpr int toolTimeoutMs = 10'000;
-constexpr int connectTimeoutMs = 2000;
 constexpr int maxPort = 65535;
 
 using State = Check::State;
@@ -318,18 +315,15 @@ void Examination::port()
         add(State::Error, u"port"_s, text("%1 is no port", "%1 — не порт").arg(number));
         return;
     }
-    if (askService({u"db_errors_count"_s})) {
+    const PortState state = controlPortState();
+    if (state == PortState::Service) {
         add(State::Ok, u"port"_s,
             text("the service answers on 127.0.0.1:%1", "служба отвечает на 127.0.0.1:%1")
                 .arg(number));
         return;
     }
-    QTcpSocket socket;
-    socket.setProxy(QNetworkProxy::NoProxy);
-    socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(number));
-    const bool isTaken = socket.waitForConnected(connectTimeoutMs);
     add(State::Error, u"port"_s,
-        isTaken
+        state == PortState::Other
             ? text(
                   "something else than the service listens on 127.0.0.1:%1, or the service hangs (ss -ltnp)",
                   "на 127.0.0.1:%1 отвечает не служба, или служба зависла (ss -ltnp)")

@@ -37,7 +37,10 @@ QSqlDatabase connection()
     try {
         return Singleton<ConnectionFactory>::instance()->getConnection();
     } catch (const BasicException &exception) {
-        throw Failure(NoDatabase, exception.tr().ru().simplified() + rightsHint());
+        // The words of the service's log, which the operator will look for there.
+        const QString reason = exception.tr().ru().simplified();
+        throw Failure(NoDatabase,
+                      text("The database cannot be reached: %1", "%1").arg(reason) + rightsHint());
     }
 }
 

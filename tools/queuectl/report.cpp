@@ -30,6 +30,8 @@ QString stateText(const QString &state)
         {u"unknown"_s, "unknown", "неизвестно"},
         {u"unreachable"_s, "unreachable", "недоступна"},
         {u"silent"_s, "does not answer", "не отвечает"},
+        {u"other"_s, "another program has its port, or it hangs",
+         "порт занят другой программой, или служба зависла"},
     };
     for (const State &known : states) {
         if (known.name == state)

@@ -77,11 +77,19 @@ QJsonObject readDatabase(QJsonObject &data, const Situation &situation, bool isS
 
 QJsonObject askControl()
 {
-    QJsonObject control{{u"port"_s, controlPort()}, {u"state"_s, u"silent"_s}};
-    const auto answer = askService({u"db_errors_count"_s});
-    if (answer) {
+    QJsonObject control{{u"port"_s, controlPort()}};
+    switch (controlPortState()) {
+    case PortState::Service:
         control.insert(u"state"_s, u"ok"_s);
-        control.insert(u"errorsCount"_s, answer->value(u"errorsCount"_s).toInt());
+        if (const auto answer = askService({u"db_errors_count"_s}))
+            control.insert(u"errorsCount"_s, answer->value(u"errorsCount"_s).toInt());
+        break;
+    case PortState::Other:
+        control.insert(u"state"_s, u"other"_s);
+        break;
+    case PortState::Nobody:
+        control.insert(u"state"_s, u"silent"_s);
+        break;
     }
     return control;
 }

@@ -113,14 +113,21 @@ struct NextTry
 };
 
 NextTry nextTry(const Row &row, Cause cause, const Situation &situation, MessageRows &rows,
-                bool isServiceUp)
+                PortState service)
 {
     if (cause == Cause::NoHandler)
         return {text("it is never tried", "доставлять её никто не будет"), {}};
-    if (!isServiceUp)
+    if (service == PortState::Nobody)
         return {text("it is not tried before the service runs again",
                      "до запуска службы попыток не будет"),
                 {}};
+    if (service == PortState::Other)
+        return {
+            text(
+                "nobody can tell when it is tried next, since what listens on 127.0.0.1:%1 does not answer as the service does",
+                "когда она пойдёт, сказать нельзя: на 127.0.0.1:%1 отвечает не служба, или служба зависла")
+                .arg(controlPort()),
+            {}};
     const int period = pollSeconds();
     const auto failId = situation.failIds.of(row.type);
     const auto in = [&](int polls) {
@@ -155,7 +162,7 @@ NextTry nextTry(const Row &row, Cause cause, const Situation &situation, Message
 }
 
 /// Who has to do something, and what.
-QString actorText(const Row &row, Cause cause, bool isServiceUp)
+QString actorText(const Row &row, Cause cause, PortState service)
 {
     const auto body = row.object();
     const QString destination = destinationOf(row.type, body.value_or(QJsonObject()));
@@ -167,9 +174,14 @@ QString actorText(const Row &row, Cause cause, bool isServiceUp)
     if (cause == Cause::Body)
         return text("the till's integrator must correct the program that writes these rows",
                     "программу, которая пишет такие строки, должен исправить интегратор кассы");
-    if (!isServiceUp)
+    if (service == PortState::Nobody)
         return text("you must start the service (systemctl start queue)",
                     "запустите службу (systemctl start queue)");
+    if (service == PortState::Other)
+        return text(
+                   "you must see who has the port (ss -ltnp 'sport = %1'), then free it or restart the service (systemctl restart queue)",
+                   "выясните, кто занял порт (ss -ltnp 'sport = %1'), освободите его или перезапустите службу (systemctl restart queue)")
+            .arg(controlPort());
     switch (cause) {
     case Cause::Network:
         return text("whoever looks after the network or %1 must make it reachable from here",
@@ -215,12 +227,12 @@ Report explainRow(const Call &call)
                                      "Строки %1 нет; возможно, она уже доставлена")
                                     .arg(id));
     const Situation situation = Situation::read();
-    const bool isServiceUp = askService({u"db_errors_count"_s}).has_value();
+    const PortState service = controlPortState();
     const Cause cause = situation.cause(*row);
-    const NextTry next = nextTry(*row, cause, situation, rows, isServiceUp);
+    const NextTry next = nextTry(*row, cause, situation, rows, service);
     const QString answer = answerText(*row, situation);
     const QString rule = ruleText(*row, cause);
-    const QString actor = actorText(*row, cause, isServiceUp);
+    const QString actor = actorText(*row, cause, service);
     const QString sentence =
         text("Row %1 (%2) has waited for %3: %4; %5; %6; %7.",
              "Строка %1 (%2) ждёт %3: %4; %5; %6; %7.")
@@ -239,7 +251,7 @@ Report explainRow(const Call &call)
                                               ? QJsonValue(next.earliest.toString(Qt::ISODate))
                                               : QJsonValue()},
                    {u"actor"_s, actor},
-                   {u"serviceRunning"_s, isServiceUp},
+                   {u"serviceRunning"_s, service == PortState::Service},
                    {u"sentence"_s, sentence}};
     report.line(sentence);
     return report;

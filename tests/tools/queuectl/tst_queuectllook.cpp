@@ -1,3 +1,4 @@
+#include "tests/support/loopbackserver.h"
 #include "tests/tools/queuectl/till.h"
 
 #include "tools/catalogue/catalogue.h"
@@ -50,6 +51,7 @@ private Q_SLOTS:
     void why_data();
     void why();
     void whyNamesTheRule();
+    void portOfAnotherProgram();
     void whyCountsRowsBefore();
     void whyNamesTheAnswerToThisRow();
     void speaksRussian();
@@ -155,6 +157,14 @@ void TestQueuectlLook::statusWithoutDatabase()
     const Outcome list = till->run({u"list"_s, u"heineken"_s, u"--json"_s});
     QCOMPARE(list.exitCode, ExitCode::NoDatabase);
     QVERIFY2(list.err.contains(reason), qPrintable(list.err));
+    QVERIFY2(QJsonDocument::fromJson(list.err.toUtf8())
+                 .object()
+                 .value(u"error"_s)
+                 .toObject()
+                 .value(u"text"_s)
+                 .toString()
+                 .contains(QRegularExpression(u"\\A[A-Z][a-z]+ "_s)),
+             qPrintable(list.err));
     // To make a database is the service's business.
     QCOMPARE(QFile(till->database.file()).size(), 0);
 }
@@ -428,6 +438,23 @@ void TestQueuectlLook::why()
     for (const QString &part : {u"lastAnswer"_s, u"rule"_s, u"nextTry"_s, u"actor"_s})
         QVERIFY2(sentence.contains(reason.value(part).toString()), qPrintable(sentence));
     QCOMPARE(till->run({u"why"_s, u"1"_s}).out.count(u'\n'), 1);
+}
+
+/// A program that has the port says nothing about the service, which delivers without it.
+void TestQueuectlLook::portOfAnotherProgram()
+{
+    LoopbackServer stranger;
+    stranger.play(QList<LoopbackServer::Reply>(3, LoopbackServer::answer(200, "{}")));
+    till->setSettings(u"port = %1\n"_s.arg(stranger.url(u"/"_s).port()));
+    const int id = put();
+    const QJsonObject reason = why(id);
+    QCOMPARE(reason.value(u"serviceRunning"_s), QJsonValue(false));
+    QVERIFY(reason.value(u"nextTry"_s).toString().startsWith(u"nobody can tell"));
+    QVERIFY(reason.value(u"nextTryEarliest"_s).isNull());
+    QVERIFY(reason.value(u"actor"_s).toString().contains(u"ss -ltnp"));
+    const QJsonObject status = till->run({u"status"_s, u"--json"_s}).json();
+    QCOMPARE(status.value(u"control"_s).toObject().value(u"state"_s).toString(), u"other"_s);
+    QVERIFY(till->run({u"doctor"_s}).out.contains(u"something else than the service listens"));
 }
 
 void TestQueuectlLook::whyNamesTheRule()
