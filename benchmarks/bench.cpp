@@ -75,10 +75,11 @@ struct Costs
     Cost middle() const { return {median(times), median(processor)}; }
 };
 
+/// The bare loop beside the service, or beside another loop.
 struct Comparison
 {
     Cost bare;
-    Cost service;
+    Cost other;
 };
 
 /// The measurements on one database.
@@ -109,25 +110,25 @@ public:
     {
         const Comparison costs = compare(types.first(1), options.messages, options.messages);
         report.ratio(u"time per message, one type"_s, table.database(), costs.bare.time,
-                     costs.service.time, u"us"_s,
+                     costs.other.time, u"us"_s,
                      Target::atMost(table.database() == u"SQLite" ? 1.15 : 1.20));
         report.ratio(u"processor time per message"_s, table.database(), costs.bare.processor,
-                     costs.service.processor, u"us"_s, Target::atMost(2.0));
+                     costs.other.processor, u"us"_s, Target::atMost(2.0));
     }
 
     /// What of the service's time is that of Qt's driver, which the service's statements go through.
     void driver()
     {
-        Costs direct;
-        Costs throughQt;
-        for (int round = 0; round < options.rounds; ++round) {
-            direct.add(drain(types.first(1), options.messages, options.messages, BareLoop));
-            throughQt.add(drain(types.first(1), options.messages, options.messages, QtBareLoop));
-        }
-        report.ratio(u"  the bare loop through Qt's driver"_s, table.database(),
-                     direct.middle().time, throughQt.middle().time, u"us"_s, {});
-        report.ratio(u"  its processor time"_s, table.database(), direct.middle().processor,
-                     throughQt.middle().processor, u"us"_s, {});
+        const Comparison one =
+            compare(types.first(1), options.messages, options.messages, QtBareLoop);
+        report.ratio(u"  the bare loop through Qt's driver"_s, table.database(), one.bare.time,
+                     one.other.time, u"us"_s, {});
+        report.ratio(u"  its processor time"_s, table.database(), one.bare.processor,
+                     one.other.processor, u"us"_s, {});
+        const int messages = 2 * options.messages;
+        const Comparison eight = compare(types, messages, messages, QtBareLoop);
+        report.ratio(u"  8 of them, messages per second"_s, table.database(), 1e6 / eight.bare.time,
+                     1e6 / eight.other.time, u"1/s"_s, {});
     }
 
     void manyTypes(Series &series, const QList<int> &typeCounts)
@@ -136,7 +137,7 @@ public:
             const int messages = options.messages * std::min(count, 2);
             const Comparison costs = compare(types.first(count), messages, messages);
             const double bare = 1e6 / costs.bare.time;
-            const double service = 1e6 / costs.service.time;
+            const double service = 1e6 / costs.other.time;
             series.add(table.database(), count, bare, service);
             report.ratio(u"messages per second, types: %1"_s.arg(count), table.database(), bare,
                          service, u"1/s"_s, count == 8 ? Target::atLeast(0.85) : Target{});
@@ -150,14 +151,14 @@ public:
         for (int rows : lengths) {
             const int measured = std::min(options.messages, lengths.first());
             const Comparison costs = compare(types.first(1), rows, measured);
-            series.add(table.database(), rows, costs.bare.time, costs.service.time);
+            series.add(table.database(), rows, costs.bare.time, costs.other.time);
             report.ratio(u"time per message, rows waiting: %1"_s.arg(rows), table.database(),
-                         costs.bare.time, costs.service.time, u"us"_s, {});
+                         costs.bare.time, costs.other.time, u"us"_s, {});
             if (rows == lengths.first())
-                atFirst = costs.service.time;
+                atFirst = costs.other.time;
             else
                 report.figure(u"  over that with %1 rows"_s.arg(lengths.first()), table.database(),
-                              costs.service.time / atFirst, u""_s,
+                              costs.other.time / atFirst, u""_s,
                               rows == million ? Target::atMost(1.10) : Target{});
         }
     }
@@ -335,17 +336,17 @@ private:
     }
 
     /// The median cost of each of the first `measured` messages of `rows`, the two taking turns.
-    Comparison compare(const QStringList &names, int rows, int measured)
+    Comparison compare(const QStringList &names, int rows, int measured, Program program = Service)
     {
         Costs bare;
-        Costs service;
+        Costs other;
         for (int round = 0; round < options.rounds; ++round) {
             bare.add(drain(names, rows, measured, BareLoop));
-            service.add(drain(names, rows, measured, Service));
-            if (names.size() == 1)
+            other.add(drain(names, rows, measured, program));
+            if (names.size() == 1 && program == Service)
                 compareHeads();
         }
-        return {bare.middle(), service.middle()};
+        return {bare.middle(), other.middle()};
     }
 
     Cost drain(const QStringList &names, int rows, int measured, Program program)

@@ -18,6 +18,11 @@ int markOf(int number)
     return number / (2 * static_cast<int>(Traffic::types().size()));
 }
 
+QString text(std::string_view bytes)
+{
+    return QString::fromUtf8(bytes.data(), static_cast<qsizetype>(bytes.size()));
+}
+
 } // namespace
 
 const QStringList &Traffic::types()
@@ -29,7 +34,7 @@ const QStringList &Traffic::types()
 }
 
 Traffic::Traffic()
-    : receiver([this](const Receiver::Request &request) { return answer(request); })
+    : receiver([this](const HttpReceiver::Request &request) { return answer(request); })
 {
 }
 
@@ -65,7 +70,7 @@ QString Traffic::body(int number) const
     return QString::fromUtf8(QJsonDocument(body).toJson(QJsonDocument::Compact));
 }
 
-int Traffic::numberIn(const std::string &text)
+int Traffic::numberIn(std::string_view text)
 {
     for (const std::string_view border : {"#", "%23"}) {
         const size_t begin = text.find(border);
@@ -127,47 +132,47 @@ bool Traffic::waitFor(const std::function<bool(const Counts &)> &condition,
     return changed.wait_for(lock, limit, [&] { return condition(counts_); });
 }
 
-std::string Traffic::answer(const Receiver::Request &request)
+std::string Traffic::answer(const HttpReceiver::Request &request)
 {
     const std::scoped_lock lock(mutex);
     ++counts_.requests;
     changed.notify_all();
-    const QString type = QString::fromStdString(request.target).section(u'/', 1, 1);
+    const QString type = text(request.target).section(u'/', 1, 1);
     int number = numberIn(request.body);
     if (number < 0)
         number = numberIn(request.target);
     if (number < 0 || typeOf(number) != type)
-        qFatal("a request that no message asks for: %s %s\n%s", request.verb.c_str(),
-               request.target.c_str(), request.body.c_str());
+        qFatal("a request that no message asks for: %s\n%s", qPrintable(text(request.head)),
+               qPrintable(text(request.body)));
     return judge(type, number, request.target);
 }
 
 /// A handler of several steps is refused at its first one and is done at its last one.
-std::string Traffic::judge(const QString &type, int number, const std::string &target)
+std::string Traffic::judge(const QString &type, int number, std::string_view target)
 {
     if (type == u"raiffeisensbp") {
         if (target.find("/code") != std::string::npos)
-            return refuse(number) ? Receiver::reply(503)
-                                  : Receiver::reply(200, R"({"qrStatus":"PAID"})");
+            return refuse(number) ? HttpReceiver::reply(503)
+                                  : HttpReceiver::reply(200, R"({"qrStatus":"PAID"})");
         if (target.find("/refund") != std::string::npos)
-            return Receiver::reply(200, "{}");
+            return HttpReceiver::reply(200, "{}");
         finish(type, number);
-        return Receiver::reply(200, R"({"refundStatus":"COMPLETED"})");
+        return HttpReceiver::reply(200, R"({"refundStatus":"COMPLETED"})");
     }
 
     const bool isRefused = refuse(number);
     if (!isRefused)
         finish(type, number);
     if (type == u"megar")
-        return Receiver::reply(200, isRefused ? "<Trn><Rspn>DECL</Rspn></Trn>"
-                                              : "<Trn><Rspn>APPR</Rspn></Trn>");
+        return HttpReceiver::reply(200, isRefused ? "<Trn><Rspn>DECL</Rspn></Trn>"
+                                                  : "<Trn><Rspn>APPR</Rspn></Trn>");
     if (type == u"loymax") {
-        return Receiver::reply(200, isRefused
-                                        ? "<r><DiscountResponse ErrorCode=\"1\"/></r>"
-                                        : "<r><DiscountResponse ErrorCode=\"0\" TransactionID=\"t-"
-                                              + std::to_string(number) + "\"/></r>");
+        return HttpReceiver::reply(
+            200, isRefused ? "<r><DiscountResponse ErrorCode=\"1\"/></r>"
+                           : "<r><DiscountResponse ErrorCode=\"0\" TransactionID=\"t-"
+                                 + std::to_string(number) + "\"/></r>");
     }
-    return Receiver::reply(isRefused ? 503 : 200);
+    return HttpReceiver::reply(isRefused ? 503 : 200);
 }
 
 bool Traffic::refuse(int number)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/faults/receiver.h"
+#include "tests/support/httpreceiver.h"
 
 #include <QHash>
 #include <QSet>
@@ -53,7 +53,7 @@ public:
     static QString typeOf(int number) { return types().at(number % types().size()); }
     QString body(int number) const;
     /// The number in a body.
-    static int numberIn(const std::string &text);
+    static int numberIn(std::string_view text);
 
     /// While it does, every seventh message is refused twice before it is taken.
     void setRefusing(bool on);
@@ -72,8 +72,8 @@ public:
                  std::chrono::microseconds limit) const;
 
 private:
-    std::string answer(const Receiver::Request &request);
-    std::string judge(const QString &type, int number, const std::string &target);
+    std::string answer(const HttpReceiver::Request &request);
+    std::string judge(const QString &type, int number, std::string_view target);
     bool refuse(int number);
     void finish(const QString &type, int number);
 
@@ -85,7 +85,7 @@ private:
     bool refusing = true;
     int life = 0;
     /// Last, so that its thread ends first.
-    Receiver receiver;
+    HttpReceiver receiver;
 };
 
 } // namespace faults

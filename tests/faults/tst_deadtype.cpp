@@ -4,8 +4,8 @@
 #include "handlers/handlertable.h"
 #include "tests/faults/form.h"
 #include "tests/faults/memoryfolder.h"
-#include "tests/faults/receiver.h"
 #include "tests/faults/traffic.h"
+#include "tests/support/httpreceiver.h"
 #include "tests/support/queuedatabase.h"
 
 #include <log4qt/level.h>
@@ -23,7 +23,7 @@
 #include <random>
 
 using namespace Qt::StringLiterals;
-using Clock = faults::Receiver::Clock;
+using Clock = HttpReceiver::Clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
 namespace {
@@ -54,7 +54,7 @@ class Peer
 {
 public:
     Peer()
-        : receiver([this](const faults::Receiver::Request &request) { return answer(request); })
+        : receiver([this](const HttpReceiver::Request &request) { return answer(request); })
     {
     }
 
@@ -80,7 +80,7 @@ public:
     }
 
 private:
-    std::string answer(const faults::Receiver::Request &request)
+    std::string answer(const HttpReceiver::Request &request)
     {
         const std::scoped_lock lock(mutex);
         if (request.target == "/dead") {
@@ -88,13 +88,13 @@ private:
             return {};
         }
         times.try_emplace(faults::Traffic::numberIn(request.body), request.time);
-        return faults::Receiver::reply(request.target == "/refused" ? 503 : 200);
+        return HttpReceiver::reply(request.target == "/refused" ? 503 : 200);
     }
 
     mutable std::mutex mutex;
     std::map<int, Clock::time_point> times;
     int dead = 0;
-    faults::Receiver receiver;
+    HttpReceiver receiver;
 };
 
 /// From the row's writing to its request, in milliseconds.

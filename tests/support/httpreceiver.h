@@ -8,20 +8,21 @@
 #include <string_view>
 #include <thread>
 
-namespace faults {
-
 /// A local HTTP peer for many thousand deliveries: plain sockets, one thread, kept-alive connections.
 /// Thread: any; the answers are asked for in the receiver's own thread.
-class Receiver
+class HttpReceiver
 {
 public:
     using Clock = std::chrono::steady_clock;
 
+    /// The texts are the receiver's own and live for as long as the answer is being made.
     struct Request
     {
-        std::string verb;
-        std::string target;
-        std::string body;
+        /// Request line and header lines, without the empty line behind them.
+        std::string_view head;
+        std::string_view verb;
+        std::string_view target;
+        std::string_view body;
         /// When its last byte had been read.
         Clock::time_point time;
     };
@@ -30,10 +31,10 @@ public:
     using Answer = std::function<std::string(const Request &)>;
 
     /// Listens on a free port of 127.0.0.1. Throws std::system_error.
-    explicit Receiver(Answer answer);
-    ~Receiver();
-    Receiver(const Receiver &) = delete;
-    Receiver &operator=(const Receiver &) = delete;
+    explicit HttpReceiver(Answer answer);
+    ~HttpReceiver();
+    HttpReceiver(const HttpReceiver &) = delete;
+    HttpReceiver &operator=(const HttpReceiver &) = delete;
 
     int port() const { return portNumber; }
 
@@ -59,5 +60,3 @@ private:
     std::atomic<int> openConnections = 0;
     std::thread thread;
 };
-
-} // namespace faults

@@ -1,4 +1,4 @@
-#include "tests/faults/receiver.h"
+#include "tests/support/httpreceiver.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -13,8 +13,6 @@
 #include <cerrno>
 #include <charconv>
 #include <system_error>
-
-namespace faults {
 
 namespace {
 
@@ -56,7 +54,7 @@ size_t contentLength(std::string_view head)
 
 } // namespace
 
-Receiver::Receiver(Answer answer)
+HttpReceiver::HttpReceiver(Answer answer)
     : answer(std::move(answer))
 {
     listener = checked(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "socket");
@@ -73,10 +71,10 @@ Receiver::Receiver(Answer answer)
     wakeUp = checked(eventfd(0, EFD_CLOEXEC), "eventfd");
     watch(poller, listener);
     watch(poller, wakeUp);
-    thread = std::thread(&Receiver::run, this);
+    thread = std::thread(&HttpReceiver::run, this);
 }
 
-Receiver::~Receiver()
+HttpReceiver::~HttpReceiver()
 {
     eventfd_write(wakeUp, 1);
     thread.join();
@@ -87,7 +85,7 @@ Receiver::~Receiver()
     close(wakeUp);
 }
 
-void Receiver::settle()
+void HttpReceiver::settle()
 {
     // Connections are taken in their order, so after this one none is left that was not taken.
     const int probe = checked(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
@@ -105,14 +103,14 @@ void Receiver::settle()
         openConnections.wait(open);
 }
 
-std::string Receiver::reply(int status, std::string_view body)
+std::string HttpReceiver::reply(int status, std::string_view body)
 {
     std::string bytes = "HTTP/1.1 " + std::to_string(status)
                         + " Told\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n";
     return bytes.append(body);
 }
 
-void Receiver::run()
+void HttpReceiver::run()
 {
     std::array<epoll_event, 64> events;
     for (;;) {
@@ -133,7 +131,7 @@ void Receiver::run()
     }
 }
 
-void Receiver::accept()
+void HttpReceiver::accept()
 {
     const int connection = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (connection < 0)
@@ -145,7 +143,7 @@ void Receiver::accept()
     ++openConnections;
 }
 
-bool Receiver::read(int connection)
+bool HttpReceiver::read(int connection)
 {
     std::string &pending = connections[connection];
     std::array<char, 16384> chunk;
@@ -161,20 +159,20 @@ bool Receiver::read(int connection)
         const size_t bodySize = contentLength({pending.data(), headSize});
         if (pending.size() < headSize + 4 + bodySize)
             return true;
+        const std::string_view whole = pending;
+        const size_t verbEnd = whole.find(' ');
+        const size_t targetEnd = whole.find(' ', verbEnd + 1);
         Request request;
         request.time = Clock::now();
-        const size_t verbEnd = pending.find(' ');
-        const size_t targetEnd = pending.find(' ', verbEnd + 1);
-        request.verb = pending.substr(0, verbEnd);
-        request.target = pending.substr(verbEnd + 1, targetEnd - verbEnd - 1);
-        request.body = pending.substr(headSize + 4, bodySize);
+        request.head = whole.substr(0, headSize);
+        request.verb = whole.substr(0, verbEnd);
+        request.target = whole.substr(verbEnd + 1, targetEnd - verbEnd - 1);
+        request.body = whole.substr(headSize + 4, bodySize);
+        const std::string bytes = request.target == "/settle" ? reply(200) : answer(request);
         pending.erase(0, headSize + 4 + bodySize);
 
         // So short an answer always fits into the socket's buffer.
-        const std::string bytes = request.target == "/settle" ? reply(200) : answer(request);
         if (!bytes.empty() && send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0)
             return false;
     }
 }
-
-} // namespace faults
