@@ -89,6 +89,8 @@ void QueueHandler::saveStartIds()
     {
         const QMutexLocker locker(&state->startIds.mutex);
         snapshot = state->startIds.value;
+        // A copy that shares its entries would be read while a worker changes them.
+        snapshot.detach();
     }
     QJsonObject object;
     for (const auto &[type, id] : snapshot.asKeyValueRange())

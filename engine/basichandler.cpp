@@ -18,8 +18,18 @@ BasicHandler::BasicHandler(const QString &type)
 {
 }
 
+void BasicHandler::setState(const std::shared_ptr<SharedState> &shared)
+{
+    state = shared;
+    isHandedOver.store(true, std::memory_order_release);
+}
+
 void BasicHandler::run()
 {
+    // The pool passes a worker on to its thread under a lock inside Qt, out of sight of whoever checks
+    // that threads do not read what others still write.
+    if (!isHandedOver.load(std::memory_order_acquire))
+        qFatal("A worker runs without its state");
     logger_->info(u"Обработчик %1 запущен"_s, type_);
     {
         const QMutexLocker locker(&state->runningTypes.mutex);

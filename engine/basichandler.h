@@ -7,6 +7,7 @@
 #include <QRunnable>
 #include <QString>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -57,8 +58,8 @@ public:
 
     /// The card of a forced start. Kept as a note; the worker serves the whole type.
     void setCardNumber(const QString &number) { cardNumber = number; }
-    /// Must be set before the worker runs.
-    void setState(const std::shared_ptr<SharedState> &shared) { state = shared; }
+    /// Must be set before the worker runs, and last: the worker's thread sees what was set before.
+    void setState(const std::shared_ptr<SharedState> &shared);
 
 protected:
     /// One pass for a handler that chooses among its messages. `turnOf` is asked about each of them as it
@@ -76,4 +77,5 @@ private:
     QString type_;
     QString cardNumber;
     Log4Qt::Logger *logger_;
+    std::atomic<bool> isHandedOver = false;
 };
