@@ -6,19 +6,8 @@ set -uo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-failures=0
-
-# check TITLE CONDITION...: CONDITION is a command.
-check() {
-    local title=$1
-    shift
-    if "$@"; then
-        echo "PASS: $title"
-    else
-        echo "FAIL: $title"
-        failures=$((failures + 1))
-    fi
-}
+# shellcheck source=tests/support/check.sh
+source "$root/tests/support/check.sh"
 
 # run_command COMMAND...: keeps what it writes in $output and its exit code in $status.
 run_command() {

@@ -3,19 +3,7 @@
 set -uo pipefail
 
 export LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive PATH=/usr/sbin:/usr/bin:/sbin:/bin
-failures=0
-# check TITLE CONDITION...: CONDITION is a command.
-check() {
-    local title=$1
-    shift
-    if "$@"; then
-        echo "PASS: $title"
-    else
-        echo "FAIL: $title"
-        failures=$((failures + 1))
-    fi
-}
-same() { [ "$1" = "$2" ] || { printf '  found:    %s\n  expected: %s\n' "$1" "$2"; false; }; }
+source /trial/check.sh
 property() { systemctl show -P "$1" queue.service; }
 
 # wait_for SECONDS CONDITION...

@@ -20,14 +20,9 @@ work=$(mktemp -d)
 chmod 755 "$work"
 root=$work/root
 service=
-unit=queue-package-test-$$
 end_service() {
     local status=0
-    if [ "$service" = systemd ]; then
-        systemctl stop "$unit" || status=$?
-        rm -f "/run/systemd/system/$unit.service"
-        systemctl daemon-reload
-    elif [ -n "$service" ]; then
+    if [ -n "$service" ]; then
         kill -TERM "$service"
         wait "$service" || status=$?
     fi
@@ -38,18 +33,8 @@ trap 'end_service >/dev/null 2>&1; rm -rf "$work"' EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-failures=0
-# check TITLE CONDITION...: CONDITION is a command.
-check() {
-    local title=$1
-    shift
-    if "$@"; then
-        echo "PASS: $title"
-    else
-        echo "FAIL: $title"
-        failures=$((failures + 1))
-    fi
-}
+# shellcheck source=tests/support/check.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../support/check.sh"
 give_up() {
     echo "FAIL: $1"
     [ $# -lt 2 ] || cat "$2"
@@ -58,7 +43,6 @@ give_up() {
 lists() { grep -qxF -- "$2" <<<"$1"; }
 contains() { grep -qF -- "$2" <<<"$1"; }
 absent() { [ ! -e "$1" ] && [ ! -L "$1" ]; }
-same() { [ "$1" = "$2" ] || { printf '  found:    %s\n  expected: %s\n' "$1" "$2"; false; }; }
 
 # --- The files
 
@@ -182,21 +166,11 @@ settings=$till/config/queue.d/local.ini
 printf '[queue]\ntimeout = 1\nport = %s\n' "$port" >"$settings"
 chmod 644 "$settings"
 
-# The program by the unit's own command, with the folder of the root before every path.
+# The program by the unit's own command, with the folder of the root before every path. Under systemd it
+# runs in tst_systemd.sh.
 start_service() {
     local command
     command=$(sed -n 's/^ExecStart=//p' "$root/usr/lib/systemd/system/queue.service")
-    if [ -n "$is_root" ] && [ -d /run/systemd/system ]; then
-        echo "The service runs under systemd"
-        sed -e "s|^ExecStart=.*|ExecStart=$root$command\nEnvironment=QUEUE_ROOT=$root|" \
-            -e "s|^User=.*|User=$uid|" -e "s|^Group=.*|Group=$gid|" \
-            -e "s|^ReadWritePaths=.*|ReadWritePaths=$root|" \
-            -e "s|^WorkingDirectory=.*|WorkingDirectory=$till|" \
-            "$root/usr/lib/systemd/system/queue.service" >"/run/systemd/system/$unit.service"
-        service=systemd
-        systemctl daemon-reload && systemctl start "$unit"
-        return
-    fi
     local as_queue=()
     [ -z "$is_root" ] || as_queue=(setpriv --reuid="$uid" --regid="$gid" --clear-groups)
     (

@@ -59,6 +59,7 @@ machine=$work/machine
 rm -rf "$machine"/etc/systemd/system/* "$machine/tallocash" "$machine/usr/sbin/policy-rc.d"
 mkdir -p "$machine/trial"
 cp "$here/systemd-trial.sh" "$machine/trial/trial.sh"
+cp "$here/../support/check.sh" "$machine/trial/check.sh"
 cp "$work/packages/queue_${version}_$(dpkg --print-architecture).deb" "$machine/trial/queue.deb"
 cp "$work/packages/queue-stand_${version}_$(dpkg --print-architecture).deb" "$machine/trial/stand.deb"
 cat >"$machine/etc/systemd/system/trial.service" <<'TEXT'
