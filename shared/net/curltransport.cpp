@@ -693,11 +693,12 @@ ExchangeOutcome performExchange(const Exchange &exchange)
         outcome.response = http::Response::answered(status, transfer.body);
     outcome.headerLines = transfer.headerLines;
     outcome.omittedHeaderBytes = transfer.omittedHeaderSize;
+    const bool isHeadLarge = transfer.headerSize > largeHeaderSize;
     // libcurl counts the connections that broke under one set-up and gives up after five of them, and
     // parts must not be gone before it has let go of them.
-    if (mime || code != CURLE_OK || transfer.attempts > 1 || wasOutOfStep)
+    if (mime || code != CURLE_OK || transfer.attempts > 1 || wasOutOfStep || isHeadLarge)
         forget(client);
-    if (transfer.headerSize > largeHeaderSize) {
+    if (isHeadLarge) {
         client.handle.reset();
         ::malloc_trim(0);
     }
