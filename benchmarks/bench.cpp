@@ -134,7 +134,8 @@ public:
     void manyTypes(Series &series, const QList<int> &typeCounts)
     {
         for (int count : typeCounts) {
-            const int messages = options.messages * std::min(count, 2);
+            // The same number for each type.
+            const int messages = options.messages * std::min(count, 2) / count * count;
             const Comparison costs = compare(types.first(count), messages, messages);
             const double bare = 1e6 / costs.bare.time;
             const double service = 1e6 / costs.other.time;
