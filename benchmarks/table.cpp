@@ -126,6 +126,8 @@ public:
         if (!mysql_real_connect(connection, nullptr, "root", nullptr, "queues", 0,
                                 server.socket().toUtf8().constData(), CLIENT_MULTI_STATEMENTS))
             failOnServer();
+        // As the service's own sessions have it.
+        execute(u"SET SESSION sql_mode = REPLACE(@@SESSION.sql_mode, 'ONLY_FULL_GROUP_BY', '')"_s);
     }
     ~MariaDbTable() override { mysql_close(connection); }
 
