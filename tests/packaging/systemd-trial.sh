@@ -95,7 +95,6 @@ kill -STOP "$former"
 until_restarted "hung, it is started again by the watchdog"
 
 # A delivery is under way for longer than the watchdog waits: the end of the service waits for it.
-sleep 2
 queue-stand --root / --type heineken --slow 12 --for 60 >/trial/slow.log 2>&1 &
 stand=$!
 sending() { journalctl --no-pager -u queue.service -o cat | tail -n 5 | grep -q 'Отправка сообщения'; }

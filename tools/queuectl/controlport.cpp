@@ -21,6 +21,7 @@ namespace {
 constexpr int defaultPort = 28085;
 constexpr int timeoutMs = 5000;
 constexpr int connectTimeoutMs = 2000;
+constexpr int maxPort = 65535;
 
 } // namespace
 
@@ -34,6 +35,9 @@ PortState controlPortState()
     const auto answer = askService({u"db_errors_count"_s});
     if (answer && answer->contains(u"errorsCount"_s))
         return PortState::Service;
+    // Cut to the size of a port, a number that is none would be somebody's.
+    if (controlPort() < 1 || controlPort() > maxPort)
+        return PortState::Nobody;
     QTcpSocket socket;
     socket.setProxy(QNetworkProxy::NoProxy);
     socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(controlPort()));

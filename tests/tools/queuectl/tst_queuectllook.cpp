@@ -455,6 +455,9 @@ void TestQueuectlLook::portOfAnotherProgram()
     const QJsonObject status = till->run({u"status"_s, u"--json"_s}).json();
     QCOMPARE(status.value(u"control"_s).toObject().value(u"state"_s).toString(), u"other"_s);
     QVERIFY(till->run({u"doctor"_s}).out.contains(u"something else than the service listens"));
+    // A number that is no port leads to nobody, not to whoever has its last 16 bits.
+    till->setSettings(u"port = %1\n"_s.arg(65536 + stranger.url(u"/"_s).port()));
+    QVERIFY(why(id).value(u"actor"_s).toString().contains(u"systemctl start queue"));
 }
 
 void TestQueuectlLook::whyNamesTheRule()
