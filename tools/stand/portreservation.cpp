@@ -2,8 +2,14 @@
 
 #include "tools/stand/scenarioerror.h"
 
+#include <QFile>
+#include <QRandomGenerator>
+
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -29,52 +35,72 @@ void setReuse(int descriptor, bool reuse)
         u"port %1 of 127.0.0.1: %2"_s.arg(port).arg(QString::fromUtf8(std::strerror(errno))));
 }
 
-/// Port 0: the system's choice, and nobody else's. A given port may be in use by a socket that
+/// Bound to the port; -1 where that is not possible. With `reuse` the port may be in use by a socket that
 /// allows it, and by connections of the past.
-int bindSocket(quint16 port)
+int bindSocket(quint16 port, bool reuse)
 {
     const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    setReuse(descriptor, port != 0);
-    if (::bind(descriptor, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0) {
-        const int reason = errno;
-        ::close(descriptor);
-        errno = reason;
-        fail(port);
-    }
-    return descriptor;
+    setReuse(descriptor, reuse);
+    if (::bind(descriptor, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0)
+        return descriptor;
+    const int reason = errno;
+    ::close(descriptor);
+    errno = reason;
+    return -1;
 }
 
-quint16 portOf(int descriptor)
+/// Another program may have the port for a moment, as one that looks for a free one.
+int bindGivenPort(quint16 port)
 {
-    sockaddr_in address = {};
-    socklen_t size = sizeof(address);
-    if (::getsockname(descriptor, reinterpret_cast<sockaddr *>(&address), &size) != 0)
-        fail(0);
-    return ntohs(address.sin_port);
+    constexpr std::chrono::milliseconds pause(50);
+    for (int attempt = 0; attempt < 40; ++attempt) {
+        const int descriptor = bindSocket(port, true);
+        if (descriptor >= 0 || errno != EADDRINUSE)
+            return descriptor;
+        std::this_thread::sleep_for(pause);
+    }
+    errno = EADDRINUSE;
+    return -1;
+}
+
+/// The first of the ports that the system gives to callers, and to whoever does not ask by number.
+int firstPortOfCallers()
+{
+    constexpr int usual = 32768;
+    QFile range(u"/proc/sys/net/ipv4/ip_local_port_range"_s);
+    if (!range.open(QIODevice::ReadOnly))
+        return usual;
+    const int first = range.readAll().simplified().split(' ').value(0).toInt();
+    return first > 0 ? first : usual;
+}
+
+/// A free port that the system gives to nobody by itself: it is still free when it was let go and is
+/// asked for again, as between two runs of the stand.
+int bindAnyPort(quint16 &port)
+{
+    constexpr int first = 10240;
+    const int end = std::max(firstPortOfCallers(), first + 1024);
+    for (int attempt = 0; attempt < end - first; ++attempt) {
+        port = static_cast<quint16>(QRandomGenerator::global()->bounded(first, end));
+        const int descriptor = bindSocket(port, false);
+        if (descriptor >= 0 || errno != EADDRINUSE)
+            return descriptor;
+    }
+    return -1;
 }
 
 } // namespace
 
 PortReservation::PortReservation(quint16 port)
+    : descriptor(port == 0 ? bindAnyPort(port) : bindGivenPort(port))
+    , port_(port)
 {
-    // The system chooses a free port for the first socket. The second one asks for it by number:
-    // only then does the port stay ours when the socket listens and stops listening.
-    const int chooser = port == 0 ? bindSocket(0) : -1;
-    port_ = port == 0 ? portOf(chooser) : port;
-    if (chooser >= 0)
-        setReuse(chooser, true);
-    try {
-        descriptor = bindSocket(port_);
-    } catch (const ScenarioError &) {
-        ::close(chooser);
-        throw;
-    }
-    if (chooser >= 0)
-        ::close(chooser);
+    if (descriptor < 0)
+        fail(port);
     setReuse(descriptor, false);
 }
 

@@ -8,7 +8,7 @@ namespace stand {
 class PortReservation
 {
 public:
-    /// Port 0: any free one. Throws ScenarioError when the port is taken.
+    /// Port 0: any free one. Throws ScenarioError when the port stays taken for two seconds.
     explicit PortReservation(quint16 port = 0);
     ~PortReservation();
     PortReservation(const PortReservation &) = delete;

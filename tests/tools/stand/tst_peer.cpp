@@ -1,6 +1,8 @@
 #include "tools/stand/peer.h"
+#include "tools/stand/scenarioerror.h"
 #include "tools/stand/waiting.h"
 
+#include <QTcpServer>
 #include <QTcpSocket>
 #include <QtTest>
 
@@ -49,6 +51,7 @@ private Q_SLOTS:
     void tellsWhatNeverCame();
     void takesWhatTcpCallersLeft();
     void reservedPortRefuses();
+    void reservedPortIsOurs();
 };
 
 namespace {
@@ -320,6 +323,23 @@ void TestPeer::reservedPortRefuses()
     socket.connectToHost(u"127.0.0.1"_s, reservation.port());
     QVERIFY(waitUntil([&] { return socket.state() == QAbstractSocket::UnconnectedState; }));
     QCOMPARE(socket.error(), QAbstractSocket::ConnectionRefusedError);
+}
+
+void TestPeer::reservedPortIsOurs()
+{
+    PortReservation reservation;
+    const quint16 port = reservation.port();
+    QFile range(u"/proc/sys/net/ipv4/ip_local_port_range"_s);
+    QVERIFY(range.open(QIODevice::ReadOnly));
+    QVERIFY(port < range.readAll().simplified().split(' ').value(0).toInt());
+    QVERIFY_THROWS_EXCEPTION(ScenarioError, PortReservation{port});
+    QTcpServer other;
+    QVERIFY(!other.listen(QHostAddress::LocalHost, port));
+    reservation.lend();
+    QVERIFY(other.listen(QHostAddress::LocalHost, port));
+    QTcpSocket socket;
+    socket.connectToHost(u"127.0.0.1"_s, port);
+    QVERIFY(socket.waitForConnected());
 }
 
 QTEST_GUILESS_MAIN(TestPeer)
