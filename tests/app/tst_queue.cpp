@@ -2,6 +2,7 @@
 #include "tests/support/logcapture.h"
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
+#include "tools/stand/portreservation.h"
 
 #include <QFile>
 #include <QJsonDocument>
@@ -13,17 +14,6 @@
 #include <QThreadPool>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-quint16 freePort()
-{
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost);
-    return probe.serverPort();
-}
-
-} // namespace
 
 class TstQueue : public QObject
 {
@@ -59,13 +49,16 @@ private:
 
     std::unique_ptr<QueueDatabase> database;
     std::unique_ptr<Queue> queue;
+    std::unique_ptr<stand::PortReservation> reservation;
     quint16 port = 0;
 };
 
 void TstQueue::init()
 {
     database = std::make_unique<QueueDatabase>();
-    port = freePort();
+    reservation = std::make_unique<stand::PortReservation>();
+    reservation->lend();
+    port = reservation->port();
 }
 
 void TstQueue::cleanup()

@@ -27,10 +27,10 @@ class Run
 {
 public:
     explicit Run(const QString &databaseSettings)
-        : port(Service::freePort())
-        , service(database.root() + u"/service.log"_s, port)
+        : service(database.root() + u"/service.log"_s)
     {
-        database.setSettings(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(port) + databaseSettings);
+        database.setSettings(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(service.controlPort())
+                             + databaseSettings);
         database.query(u"DELETE FROM message"_s);
         database.query(u"DELETE FROM documentcard"_s);
         database.query(u"INSERT INTO documentcard (id, operationinfo) VALUES (1, '')"_s);
@@ -130,7 +130,6 @@ public:
 
     QueueDatabase database;
     Traffic traffic;
-    int port;
     Service service;
     int written = 0;
     int ends = 0;

@@ -2,7 +2,6 @@
 
 #include <QFile>
 #include <QJsonDocument>
-#include <QTcpServer>
 #include <QTcpSocket>
 
 #include <csignal>
@@ -20,10 +19,10 @@ constexpr int startLimitMs = 60'000;
 
 } // namespace
 
-Service::Service(const QString &logPath, int controlPort)
+Service::Service(const QString &logPath)
     : logPath(logPath)
-    , controlPort(controlPort)
 {
+    port.lend();
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.setStandardOutputFile(logPath, QIODevice::Append);
     const pid_t test = ::getpid();
@@ -77,7 +76,7 @@ QString Service::end() const
 QJsonObject Service::ask(const QString &path, int limitMs) const
 {
     QTcpSocket socket;
-    socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(controlPort));
+    socket.connectToHost(u"127.0.0.1"_s, port.port());
     if (!socket.waitForConnected(limitMs))
         return {};
     socket.write("GET " + path.toUtf8()
@@ -101,13 +100,6 @@ QByteArray Service::log() const
     if (!file.open(QIODevice::ReadOnly))
         qFatal("%s: %s", qPrintable(logPath), qPrintable(file.errorString()));
     return file.readAll();
-}
-
-int Service::freePort()
-{
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost);
-    return probe.serverPort();
 }
 
 } // namespace faults

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/stand/portreservation.h"
+
 #include <QJsonObject>
 #include <QProcess>
 #include <QString>
@@ -12,7 +14,7 @@ class Service
 {
 public:
     /// `logPath`: where its output goes, one run behind the other.
-    Service(const QString &logPath, int controlPort);
+    explicit Service(const QString &logPath);
     ~Service();
     Service(const Service &) = delete;
 
@@ -33,13 +35,13 @@ public:
     /// Everything written since the first start.
     QByteArray log() const;
 
-    /// A port that was free just now.
-    static int freePort();
+    /// The port that its settings must name. Nobody else is given it, also while the service is down.
+    int controlPort() const { return port.port(); }
 
 private:
     QProcess process;
     QString logPath;
-    int controlPort;
+    stand::PortReservation port;
     bool obeysFileRights = false;
 };
 

@@ -90,8 +90,8 @@ void TstCrashes::killedAtRandomMoments()
     std::mt19937 random(seed);
 
     QueueDatabase database;
-    const int port = faults::Service::freePort();
-    database.setSettings(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(port)
+    faults::Service service(database.root() + u"/service.log"_s);
+    database.setSettings(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(service.controlPort())
                          + (server ? server->settings() : QString()));
     if (server)
         server->run(u"TRUNCATE queues.message; TRUNCATE queues.documentcard"_s);
@@ -99,7 +99,6 @@ void TstCrashes::killedAtRandomMoments()
 
     faults::Traffic traffic;
     faults::Feeder feeder(database, traffic, 160);
-    faults::Service service(database.root() + u"/service.log"_s, port);
     int inDelivery = 0;
     for (int kill = 0; kill < kills; ++kill) {
         traffic.beginLife();

@@ -1,5 +1,7 @@
 #include "tests/support/loopbackserver.h"
 
+#include "tools/stand/portreservation.h"
+
 #include <QEventLoop>
 #include <QSocketNotifier>
 #include <QTcpServer>
@@ -274,9 +276,9 @@ LoopbackServer::Reply LoopbackServer::silence()
 
 int LoopbackServer::unusedPort()
 {
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost, 0);
-    return server.serverPort();
+    static std::vector<std::unique_ptr<stand::PortReservation>> reservations;
+    reservations.push_back(std::make_unique<stand::PortReservation>());
+    return reservations.back()->port();
 }
 
 // The threads meet at a socket pair and a std::mutex, whose order ThreadSanitizer sees; that of Qt's

@@ -67,7 +67,7 @@ public:
     /// Takes the request and keeps silent.
     static Reply silence();
 
-    /// A port on which nothing listens.
+    /// A port on which nothing listens; nobody else is given it before the program ends.
     static int unusedPort();
 
     LoopbackServer();

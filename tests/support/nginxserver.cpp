@@ -2,7 +2,6 @@
 
 #include <QFile>
 #include <QStandardPaths>
-#include <QTcpServer>
 #include <QTcpSocket>
 
 #include <csignal>
@@ -38,14 +37,6 @@ http {
 }
 )"_L1;
 
-int freePort()
-{
-    QTcpServer server;
-    if (!server.listen(QHostAddress::LocalHost, 0))
-        qFatal("no free port: %s", qPrintable(server.errorString()));
-    return server.serverPort();
-}
-
 /// Debian keeps it where only an administrator's path leads.
 QString program()
 {
@@ -56,8 +47,8 @@ QString program()
 } // namespace
 
 NginxServer::NginxServer(const Setup &setup)
-    : port_(freePort())
 {
+    reservation.lend();
     const QString staple = setup.staple.isEmpty()
                                ? QString()
                                : u"ssl_stapling on; ssl_stapling_file %1;"_s.arg(setup.staple);
@@ -69,7 +60,7 @@ NginxServer::NginxServer(const Setup &setup)
     if (!file.open(QIODevice::WriteOnly))
         qFatal("%s: %s", qPrintable(file.fileName()), qPrintable(file.errorString()));
     file.write(QString(configuration)
-                   .arg(folder.path(), QString::number(port_), setup.identity.certificate,
+                   .arg(folder.path(), QString::number(port()), setup.identity.certificate,
                         setup.identity.key, setup.protocols, clients + staple)
                    .toUtf8());
     file.close();
@@ -84,7 +75,7 @@ NginxServer::NginxServer(const Setup &setup)
     // It takes connections as soon as it has read its configuration.
     while (process.state() == QProcess::Running) {
         QTcpSocket socket;
-        socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(port_));
+        socket.connectToHost(u"127.0.0.1"_s, reservation.port());
         if (socket.waitForConnected())
             return;
         process.waitForFinished(10);
@@ -100,10 +91,10 @@ NginxServer::~NginxServer()
 
 int NginxServer::port() const
 {
-    return port_;
+    return reservation.port();
 }
 
 QUrl NginxServer::url(const QString &host) const
 {
-    return QUrl(u"https://%1:%2/"_s.arg(host, QString::number(port_)));
+    return QUrl(u"https://%1:%2/"_s.arg(host, QString::number(port())));
 }

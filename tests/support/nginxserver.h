@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/certificates.h"
+#include "tools/stand/portreservation.h"
 
 #include <QProcess>
 #include <QTemporaryDir>
@@ -32,5 +33,5 @@ public:
 private:
     QTemporaryDir folder;
     QProcess process;
-    int port_ = 0;
+    stand::PortReservation reservation;
 };

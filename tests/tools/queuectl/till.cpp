@@ -1,6 +1,5 @@
 #include "tests/tools/queuectl/till.h"
 
-#include "tools/stand/portreservation.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -57,8 +56,8 @@ QJsonObject Outcome::json() const
 }
 
 Till::Till()
-    : port_(stand::PortReservation().port())
 {
+    reservation.lend();
     for (const QString &path :
          {u"/tallocash/cash/conf/tcash.ini.d/puppet"_s, u"/tallocash/cash/queue/config/queue.d"_s})
         QDir().mkpath(database.root() + path);
@@ -116,7 +115,7 @@ Outcome Till::runOnTerminal(const QStringList &arguments, const QByteArray &inpu
 
 void Till::setSettings(const QString &text)
 {
-    database.setSettings(u"[queue]\nport = %1\n"_s.arg(port_) + text);
+    database.setSettings(u"[queue]\nport = %1\n"_s.arg(port()) + text);
 }
 
 QString Till::write(const QString &path, const QByteArray &content)

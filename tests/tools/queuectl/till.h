@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/queuedatabase.h"
+#include "tools/stand/portreservation.h"
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -20,7 +21,7 @@ struct Outcome
 };
 
 /// A till's files in a temporary folder, and the program `queuectl` to look at them.
-/// The control port of the settings is one that nobody listens on.
+/// The control port of the settings is one that nobody listens on, unless the test starts the service.
 class Till
 {
 public:
@@ -35,7 +36,7 @@ public:
     Outcome runOnTerminal(const QStringList &arguments, const QByteArray &input = {},
                           const QMap<QString, QString> &environment = {});
 
-    quint16 port() const { return port_; }
+    quint16 port() const { return reservation.port(); }
     /// `text` in place of the settings, the port put in front.
     void setSettings(const QString &text);
     /// The path of a new file below the root; `path` is a till's.
@@ -47,7 +48,7 @@ public:
     void setAge(int id, int seconds);
 
 private:
-    quint16 port_;
+    stand::PortReservation reservation;
 };
 
 /// A line of the log as the service writes it, so many seconds ago.
