@@ -65,7 +65,12 @@ queue-stand --root / >/trial/stand.log 2>&1
 result=$(tail -n 1 /trial/stand.log)
 types=$(sed -n 's/^Message types delivered: \([0-9]*\) of \1$/\1/p' <<<"$result")
 check "under systemd every message type is delivered: $result" test "${types:-0}" -ge 58
-[ "${types:-0}" -ge 58 ] || { tail -n 20 /trial/stand.log; journalctl --no-pager -u queue.service | tail -n 20; }
+if [ "${types:-0}" -lt 58 ]; then
+    tail -n 20 /trial/stand.log
+    for type in $(sed -n 's/^Not delivered: //p' /trial/stand.log | tr -d ,); do
+        journalctl --no-pager -o cat -u queue.service | grep -F "[$type]" | head -n 30
+    done
+fi
 check "nothing was refused for its rights" same \
     "$(journalctl --no-pager -u queue.service | grep -c -i -E 'permission denied|read-only file system')" 0
 
@@ -97,7 +102,7 @@ until_restarted "hung, it is started again by the watchdog"
 # A delivery is under way for longer than the watchdog waits: the end of the service waits for it.
 queue-stand --root / --type heineken --slow 12 --for 60 >/trial/slow.log 2>&1 &
 stand=$!
-sending() { journalctl --no-pager -u queue.service -o cat | tail -n 5 | grep -q 'Отправка сообщения'; }
+sending() { journalctl --no-pager -u queue.service -o cat -n 5 | grep -q -F '[heineken] Отправка сообщения'; }
 check "a slow delivery begins" wait_for 20 sending
 began=$SECONDS
 systemctl stop queue.service
