@@ -104,7 +104,8 @@ QList<Message> DAO::getMessages(const QString &type, int failId, int limit, bool
                           {u":cardNumber"_s, cardNumber}});
     }
     QList<Message> messages;
-    while (query.next())
+    // Asking for a row behind the last one that was wanted costs as much as a row.
+    while (messages.size() != limit && query.next())
         messages.append(toMessage(query));
     query.finish();
     return messages;
