@@ -65,9 +65,22 @@ bool isPut(const Message &message, Verb verb)
            || (verb == Verb::PutOrPost && messageValue<QString>(message, u"method"_s) == u"PUT");
 }
 
+/// The messages of a type mostly go to one address, and taking it apart costs more than the headers do.
+QUrl requestUrl(const Message &message)
+{
+    static thread_local QString lastText;
+    static thread_local QUrl lastUrl;
+    const auto text = messageValue<QString>(message, u"url"_s);
+    if (text != lastText) {
+        lastText = text;
+        lastUrl = QUrl(text, QUrl::TolerantMode);
+    }
+    return lastUrl;
+}
+
 void sendRequest(const Message &message, RestClient &client, const Forwarding &forwarding)
 {
-    const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
+    const QUrl url = requestUrl(message);
     if (forwarding.verb == Verb::WholePatch || forwarding.verb == Verb::WholePut) {
         sendWhole(message, client, url, forwarding);
         return;

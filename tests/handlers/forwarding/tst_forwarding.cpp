@@ -37,6 +37,7 @@ private Q_SLOTS:
     void outcome();
     void absentAddressKeepsTheMessage_data();
     void absentAddressKeepsTheMessage();
+    void eachMessageHasItsAddress();
 };
 
 void TstForwarding::request_data()
@@ -190,6 +191,17 @@ void TstForwarding::absentAddressKeepsTheMessage()
     QFETCH(QString, type);
     // The real client: the address is empty, so nothing goes out.
     QVERIFY(!deliver(type, u"{}"_s));
+}
+
+void TstForwarding::eachMessageHasItsAddress()
+{
+    FakeRestClient net({reply(200), reply(200), reply(200), reply(200)});
+    const QStringList paths{u"a"_s, u"b"_s, u"b"_s, u"a"_s};
+    for (const QString &path : paths) {
+        const QString body = uR"({"url":"http://till.test/%1"})"_s.arg(path);
+        QVERIFY(deliver(u"heineken"_s, body));
+        QCOMPARE(net.lastRequest().url, QUrl(u"http://till.test/"_s + path));
+    }
 }
 
 QTEST_GUILESS_MAIN(TstForwarding)
