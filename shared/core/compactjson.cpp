@@ -5,21 +5,30 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qsizetype typicalSize = 1024;
+constexpr std::size_t typicalSize = 1024;
 
-void append(QString &json, const QVariantMap &object);
+/// Appends single letters many times faster than a QString.
+using Text = std::u16string;
+
+void append(Text &json, const QVariantMap &object);
+
+void appendAsIs(Text &json, QStringView text)
+{
+    json.append(text.utf16(), static_cast<std::size_t>(text.size()));
+}
 
 /// What is rare or hard to write exactly, such as numbers, is left to the library.
-void appendByLibrary(QString &json, const QVariant &value)
+void appendByLibrary(Text &json, const QVariant &value)
 {
     const QByteArray array =
         QJsonDocument(QJsonArray{QJsonValue::fromVariant(value)}).toJson(QJsonDocument::Compact);
-    json += QString::fromUtf8(array.sliced(1, array.size() - 2));
+    appendAsIs(json, QString::fromUtf8(array.sliced(1, array.size() - 2)));
 }
 
 /// Which of the first 128 letters stand for themselves between quotes.
@@ -44,34 +53,34 @@ const char16_t *endOfPlain(const char16_t *begin, const char16_t *end)
     return std::find_if_not(begin, end, isPlain);
 }
 
-void append(QString &json, const QString &text)
+void append(Text &json, const QString &text)
 {
     const auto *const begin = reinterpret_cast<const char16_t *>(text.utf16());
     const char16_t *const end = begin + text.size();
-    const qsizetype start = json.size();
+    const std::size_t start = json.size();
     json += u'"';
     for (const char16_t *run = begin; run != end;) {
         const char16_t *const stop = endOfPlain(run, end);
-        json += QStringView(run, stop);
+        json.append(run, stop);
         if (stop == end)
             break;
         if (*stop != u'"' && *stop != u'\\') {
-            json.truncate(start);
+            json.resize(start);
             appendByLibrary(json, text);
             return;
         }
         json += u'\\';
-        json += QChar(*stop);
+        json += *stop;
         run = stop + 1;
     }
     json += u'"';
 }
 
-void append(QString &json, const QVariant &value)
+void append(Text &json, const QVariant &value)
 {
     switch (value.typeId()) {
     case QMetaType::LongLong:
-        json += QString::number(value.toLongLong());
+        appendAsIs(json, QString::number(value.toLongLong()));
         return;
     case QMetaType::QString:
         append(json, *static_cast<const QString *>(value.constData()));
@@ -95,7 +104,7 @@ void append(QString &json, const QVariant &value)
     }
 }
 
-void append(QString &json, const QVariantMap &object)
+void append(Text &json, const QVariantMap &object)
 {
     json += u'{';
     bool isFirst = true;
@@ -113,8 +122,8 @@ void append(QString &json, const QVariantMap &object)
 
 QString compactJson(const QVariantMap &object)
 {
-    QString json;
+    Text json;
     json.reserve(typicalSize);
     append(json, object);
-    return json;
+    return QStringView(json).toString();
 }
