@@ -36,16 +36,10 @@ qint64 systemNs()
     return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
 }
 
-/// Section and key as one text that no other pair gives.
-QString storedKey(const QString &section, const QString &key)
-{
-    return section + u'\n' + key;
-}
-
+/// As the getters are asked for it; a key of no section has the colon too.
 QString storedKey(const QString &key)
 {
-    const qsizetype colon = key.indexOf(u':');
-    return colon < 0 ? storedKey(QString(), key) : storedKey(key.left(colon), key.mid(colon + 1));
+    return key.contains(u':') ? key : u':' + key;
 }
 
 /// Stands for a colon in a key while the parser reads, which would end the key there.
@@ -325,8 +319,11 @@ int Config::parse(const QByteArray &content, const QString &path, Settings &sett
                 return 0;
         }
         const QString key = QString::fromUtf8(name).replace(QLatin1Char(hiddenColon), u':');
-        to.settings.insert(storedKey(QString::fromUtf8(section), key),
-                           {QString::fromUtf8(value), to.path, to.reader.line});
+        const QString group = QString::fromUtf8(section);
+        // Nobody can ask for it: a key ends its section at the first colon.
+        if (group.contains(u':'))
+            return 1;
+        to.settings.insert(group + u':' + key, {QString::fromUtf8(value), to.path, to.reader.line});
         return 1;
     };
     return ini_parse_stream(LineReader::next, &target.reader, store, &target);
