@@ -202,8 +202,9 @@ int localPort(curl_socket_t socket)
 /// Whether something waits to be read on the connection with this port of ours.
 bool hasInput(int port)
 {
-    for (const curl_socket_t socket : std::as_const(connectionsOfThread().sockets)) {
-        if (localPort(socket) != port)
+    const QList<curl_socket_t> &sockets = connectionsOfThread().sockets;
+    for (const curl_socket_t socket : sockets) {
+        if (sockets.size() > 1 && localPort(socket) != port)
             continue;
         pollfd wait = {socket, POLLIN, 0};
         return ::poll(&wait, 1, 0) > 0;
