@@ -93,13 +93,13 @@ http::Part sendable(http::Part part)
     return part;
 }
 
-Exchange exchangeOf(const QByteArray &verb, const QUrl &url, const HeaderList &headers,
+Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
                     const QByteArray &body = {})
 {
     Exchange exchange;
     exchange.verb = verb;
     exchange.url = url;
-    exchange.headers = headers;
+    exchange.headers = std::move(headers);
     exchange.body = body;
     return exchange;
 }
@@ -110,7 +110,7 @@ Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
 {
     if (!body.isNull() && !hasHeader(headers, "Content-Type"))
         headers.emplaceBack("Content-Type", "application/json");
-    return exchangeOf(verb, url, headers, body.toJson(QJsonDocument::Compact));
+    return exchangeOf(verb, url, std::move(headers), body.toJson(QJsonDocument::Compact));
 }
 
 /// The first bytes as a text on one line, since a log has one line for one event. `omitted` bytes were
@@ -225,7 +225,7 @@ void RestClient::send(const http::Params &params)
             [](const auto &header) { return isSame(header.first, "Content-Type"); });
     }
     exchange.parts = params.parts;
-    perform(exchange);
+    perform(std::move(exchange));
 }
 
 void RestClient::post(const QUrl &url, const QByteArray &body, const Headers &headers)
