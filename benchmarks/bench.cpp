@@ -131,6 +131,25 @@ public:
                      1e6 / eight.other.time, u"1/s"_s, {});
     }
 
+    /// What of the service's time the log is.
+    void log()
+    {
+        QFile quiet(quietLogPath());
+        if (!quiet.open(QIODevice::WriteOnly)
+            || quiet.write("log4j.rootLogger=ERROR, console\n"
+                           "log4j.appender.console=org.apache.log4j.ConsoleAppender\n"
+                           "log4j.appender.console.layout=org.apache.log4j.SimpleLayout\n")
+                   < 0)
+            fail(u"%1: %2"_s.arg(quiet.fileName(), quiet.errorString()));
+        quiet.close();
+        const Comparison costs =
+            compare(types.first(1), options.messages, options.messages, QuietService);
+        report.ratio(u"  the service with logging at ERROR"_s, table.database(), costs.bare.time,
+                     costs.other.time, u"us"_s, {});
+        report.ratio(u"  its processor time"_s, table.database(), costs.bare.processor,
+                     costs.other.processor, u"us"_s, {});
+    }
+
     void manyTypes(Series &series, const QList<int> &typeCounts)
     {
         for (int count : typeCounts) {
@@ -316,16 +335,21 @@ private:
     {
         Service,
         BareLoop,
-        QtBareLoop
+        QtBareLoop,
+        QuietService
     };
 
     QString settingsPath() const { return root + u"/tallocash/cash/conf/bench.ini"_s; }
     QString logPath() const { return root + u"/queue.log"_s; }
 
-    std::unique_ptr<Process> startService() const
+    QString quietLogPath() const { return root + u"/quiet.properties"_s; }
+
+    std::unique_ptr<Process> startService(bool isQuiet = false) const
     {
-        return std::make_unique<Process>(options.service, QStringList(), logPath(),
-                                         QStringList{u"QUEUE_ROOT="_s + root});
+        QStringList environment{u"QUEUE_ROOT="_s + root};
+        if (isQuiet)
+            environment.append(u"LOG4QT_CONFIGURATION="_s + quietLogPath());
+        return std::make_unique<Process>(options.service, QStringList(), logPath(), environment);
     }
 
     void awaitRequests(int requests)
@@ -359,7 +383,7 @@ private:
         }
         receiver.expect(measured);
         std::vector<std::unique_ptr<Process>> processes;
-        if (program != Service) {
+        if (program == BareLoop || program == QtBareLoop) {
             QStringList where = table.bareLoopArguments();
             if (program == QtBareLoop)
                 where.first().prepend(u"qt-"_s);
@@ -369,7 +393,7 @@ private:
                     options.bareLoop, where + QStringList{name, QString::number(each)},
                     root + u"/bare.log"_s));
         } else {
-            processes.push_back(startService());
+            processes.push_back(startService(program == QuietService));
         }
         const auto processor = [&processes] {
             double sum = 0;
@@ -513,6 +537,8 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
             bench.oneType();
         if (wants(u"driver"_s))
             bench.driver();
+        if (wants(u"log"_s))
+            bench.log();
         if (wants(u"types"_s))
             bench.manyTypes(*throughput, isQuick ? QList{8} : QList{1, 2, 4, 6, 8});
         if (wants(u"backlog"_s))
@@ -541,9 +567,9 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    const QStringList all{u"drain"_s, u"driver"_s, u"types"_s,       u"backlog"_s,
-                          u"start"_s, u"worker"_s, u"control"_s,     u"memory"_s,
-                          u"long"_s,  u"idle"_s,   u"instructions"_s};
+    const QStringList all{u"drain"_s,   u"driver"_s, u"log"_s,    u"types"_s,
+                          u"backlog"_s, u"start"_s,  u"worker"_s, u"control"_s,
+                          u"memory"_s,  u"long"_s,   u"idle"_s,   u"instructions"_s};
     const QStringList quick{u"drain"_s, u"types"_s, u"start"_s, u"worker"_s, u"memory"_s};
 
     QCommandLineParser parser;
