@@ -2,25 +2,23 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QVarLengthArray>
 
 #include <algorithm>
 #include <array>
-#include <string>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr std::size_t typicalSize = 1024;
-
-/// Appends single letters many times faster than a QString.
-using Text = std::u16string;
+/// Appends single letters many times faster than a QString. A typical body asks for no memory.
+using Text = QVarLengthArray<char16_t, 1024>;
 
 void append(Text &json, const QVariantMap &object);
 
 void appendAsIs(Text &json, QStringView text)
 {
-    json.append(text.utf16(), static_cast<std::size_t>(text.size()));
+    json.append(text.utf16(), text.size());
 }
 
 /// What is rare or hard to write exactly, such as numbers, is left to the library.
@@ -57,11 +55,11 @@ void append(Text &json, const QString &text)
 {
     const auto *const begin = reinterpret_cast<const char16_t *>(text.utf16());
     const char16_t *const end = begin + text.size();
-    const std::size_t start = json.size();
+    const qsizetype start = json.size();
     json += u'"';
     for (const char16_t *run = begin; run != end;) {
         const char16_t *const stop = endOfPlain(run, end);
-        json.append(run, stop);
+        json.append(run, stop - run);
         if (stop == end)
             break;
         if (*stop != u'"' && *stop != u'\\') {
@@ -123,7 +121,6 @@ void append(Text &json, const QVariantMap &object)
 QString compactJson(const QVariantMap &object)
 {
     Text json;
-    json.reserve(typicalSize);
     append(json, object);
-    return QStringView(json).toString();
+    return QStringView(json.constData(), json.size()).toString();
 }
