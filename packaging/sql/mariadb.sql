@@ -5,13 +5,18 @@
 CREATE DATABASE IF NOT EXISTS queues CHARACTER SET utf8mb4 COLLATE utf8mb4_bin;
 
 CREATE TABLE IF NOT EXISTS queues.message (
-    messageid    INT NOT NULL AUTO_INCREMENT PRIMARY KEY,
+    messageid    INT NOT NULL AUTO_INCREMENT,
     type         VARCHAR(64) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL,
     body         LONGTEXT CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL,
     cardnumber   VARCHAR(128) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL DEFAULT '',
     statuscode   VARCHAR(255) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin NOT NULL DEFAULT '',
     creationtime DATETIME NOT NULL DEFAULT CURRENT_TIMESTAMP,
-    INDEX message_type (type, messageid),
+    -- The rows of a type lie together. With the number alone as the key the server walks past the waiting
+    -- rows of other types in front, all of them for each row that is read.
+    PRIMARY KEY (type, messageid),
+    UNIQUE INDEX message_id (messageid),
+    -- The rows by type are counted in it, without their bodies.
+    INDEX message_type (type),
     INDEX message_card (type, cardnumber),
     -- Counting the rows reads this index alone, and the time it shows is that of the oldest row.
     INDEX message_creationtime (creationtime)

@@ -50,6 +50,8 @@ private Q_SLOTS:
     void oldestFirst();
     void descending();
     void failIdIsExceeded();
+    void rowsOfOtherTypesAreNotRead_data();
+    void rowsOfOtherTypesAreNotRead();
     void emptyCardSelectsAllCards();
     void cardNarrows();
     void fieldsOfAMessage();
@@ -150,6 +152,54 @@ void TstDao::failIdIsExceeded()
     dao.connect();
     QCOMPARE(dao.getMessage(u"cardlab"_s, last, false, QString()).id, -1);
     QVERIFY(dao.hasMessages(u"cardlab"_s, QString()));
+}
+
+void TstDao::rowsOfOtherTypesAreNotRead_data()
+{
+    QTest::addColumn<int>("own");
+    QTest::newRow("one row") << 1;
+    QTest::newRow("a few rows") << 100;
+    QTest::newRow("as many rows") << 5000;
+    QTest::newRow("most rows") << 20'000;
+}
+
+/// The rows of a service that is down lie in front. A reading that walked past them would take the longer
+/// the more there are, and all types would wait for it.
+void TstDao::rowsOfOtherTypesAreNotRead()
+{
+    QFETCH(int, own);
+    if (!server) {
+        const QList<QVariantList> plan = database->query(
+            u"EXPLAIN QUERY PLAN SELECT messageid, type, body, cardnumber, statuscode FROM message "
+            "WHERE type = 'cardlab' AND messageid > -1 ORDER BY messageid asc LIMIT 1"_s);
+        QCOMPARE(plan.size(), 1);
+        QCOMPARE(plan.first().last().toString(),
+                 u"SEARCH message USING INDEX message_type (type=? AND messageid>?)"_s);
+        return;
+    }
+    const QString body = u"{\"a\":\"%1\"}"_s.arg(QString(400, u'x'));
+    server->run(
+        u"USE queues; INSERT INTO message (type, body) SELECT 'heineken', '%1' FROM seq_1_to_5000;"
+        "INSERT INTO message (type, body, cardnumber)"
+        " SELECT 'cardlab', '%1', seq FROM seq_1_to_%2;"
+        "ANALYZE TABLE message"_s.arg(body, QString::number(own)));
+    const auto walked = [this] {
+        return server->run(u"SHOW GLOBAL STATUS LIKE 'Handler_read_%'"_s).simplified();
+    };
+    const auto countOf = [](const QByteArray &status, const QByteArray &name) {
+        const QList<QByteArray> words = status.split(' ');
+        return words.value(words.indexOf("Handler_read_" + name) + 1).toInt();
+    };
+    queue::DAO dao;
+    dao.connect();
+    const QByteArray before = walked();
+    QVERIFY(dao.getMessage(u"cardlab"_s, -1, false, QString()).id > 5000);
+    QVERIFY(dao.getMessage(u"cardlab"_s, -1, true, QString()).id > 5000);
+    const QByteArray after = walked();
+    for (const char *name : {"next", "prev", "key"}) {
+        const int rows = countOf(after, name) - countOf(before, name);
+        QVERIFY2(rows < 10, qPrintable(u"%1: %2"_s.arg(QLatin1String(name)).arg(rows)));
+    }
 }
 
 void TstDao::emptyCardSelectsAllCards()
