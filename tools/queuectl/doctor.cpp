@@ -173,6 +173,18 @@ void Examination::schema(const QSqlDatabase &connection)
             isGood = false;
         }
     }
+    if (!isFile) {
+        const QStringList key = columnOf(
+            connection,
+            u"SHOW INDEX FROM message WHERE Key_name = 'PRIMARY' AND Seq_in_index = 1"_s, 4);
+        if (!key.isEmpty() && key != QStringList{u"type"_s}) {
+            add(State::Warning, u"database"_s,
+                text(
+                    "the key of table message does not begin with the type, waiting rows of one type slow all others (docs/operations.md, database set-up, has the statement)",
+                    "ключ таблицы message не начинается с типа, ожидающие строки одного типа замедляют все остальные (команда в docs/operations.ru.md, настройка базы данных)"));
+            isGood = false;
+        }
+    }
     if (isGood)
         add(State::Ok, u"database"_s,
             text("tables, columns and indexes are all there",

@@ -26,6 +26,7 @@ private Q_SLOTS:
     void missingIndexesAndColumns();
     void damagedFile();
     void serverWithoutRights();
+    void tableOfAnOlderServer();
     void futureRows();
     void noOpenssl();
     void portOfAnother();
@@ -153,6 +154,21 @@ void TestQueuectlDoctor::serverWithoutRights()
     server.run(u"REVOKE DELETE ON queues.* FROM '%1'@'localhost'"_s.arg(server.user()));
     const QString text = checks(u"rights"_s).join(u'\n');
     QVERIFY2(text.contains(u"error the account on the server lacks DELETE"), qPrintable(text));
+}
+
+void TestQueuectlDoctor::tableOfAnOlderServer()
+{
+    MariaDbServer server;
+    till->setSettings(server.settings());
+    server.run(
+        u"ALTER TABLE queues.message DROP PRIMARY KEY, DROP INDEX message_id, ADD PRIMARY KEY (messageid)"_s);
+    const QString text = checks(u"database"_s).join(u'\n');
+    QVERIFY2(text.contains(u"warning the key of table message does not begin with the type"),
+             qPrintable(text));
+    // As the operations manual has it.
+    server.run(u"ALTER TABLE queues.message DROP PRIMARY KEY,"
+               " ADD PRIMARY KEY (type, messageid), ADD UNIQUE INDEX message_id (messageid)"_s);
+    QVERIFY(checks(u"database"_s).contains(u"ok tables, columns and indexes are all there"_s));
 }
 
 void TestQueuectlDoctor::futureRows()
