@@ -183,6 +183,26 @@ public:
         }
     }
 
+    /// The same behind the rows of a type whose service is down.
+    void otherBacklog()
+    {
+        constexpr int others = 100'000;
+        std::vector<double> times[2];
+        for (int round = 0; round < options.rounds; ++round) {
+            for (const int rows : {0, others}) {
+                table.clear();
+                table.fill(stayingType, rows, receiver.port());
+                table.fill(types.first(1), options.messages, receiver.port());
+                table.analyze();
+                times[rows == 0 ? 0 : 1].push_back(timeOf(options.messages));
+            }
+        }
+        report.figure(u"time per message behind %1 rows of another type"_s.arg(others),
+                      table.database(), median(times[1]), u"us"_s);
+        report.figure(u"  over that without them"_s, table.database(),
+                      median(times[1]) / median(times[0]), u""_s, Target::atMost(1.10));
+    }
+
     void idleMemory()
     {
         table.clear();
@@ -262,17 +282,21 @@ public:
     /// `/status` over a new connection each time, as its callers ask.
     void control()
     {
-        constexpr int waiting = 10'000;
-        table.clear();
-        table.fill(stayingType, waiting, receiver.port());
-        table.fill(types, options.messages * 4, receiver.port());
-        receiver.expect(options.messages * 4);
-        const auto service = startService();
-        awaitRequests(8);
+        // So that in the middle of a drain the table has 10,000 rows.
+        const int draining = options.messages;
+        const int staying = 10'000 - draining / 2;
         std::vector<double> times;
-        while (receiver.drain().requests < options.messages * 4) {
-            times.push_back(askStatus());
-            QThread::msleep(2);
+        for (int round = 0; round < options.rounds; ++round) {
+            table.clear();
+            table.fill(stayingType, staying, receiver.port());
+            table.fill(types, draining, receiver.port());
+            receiver.expect(draining);
+            const auto service = startService();
+            awaitRequests(8);
+            while (receiver.drain().requests < draining) {
+                times.push_back(askStatus());
+                QThread::msleep(2);
+            }
         }
         std::sort(times.begin(), times.end());
         report.figure(u"/status, 10000 rows, 8 types draining, p99"_s, table.database(),
@@ -358,6 +382,17 @@ private:
             fail(u"%1 of %2 messages arrived, the log is %3"_s.arg(receiver.drain().requests)
                      .arg(requests)
                      .arg(logPath()));
+    }
+
+    /// What each of `messages` takes that the service delivers, in microseconds.
+    double timeOf(int messages)
+    {
+        receiver.expect(messages);
+        const auto service = startService();
+        awaitRequests(messages);
+        const Receiver::Drain seen = receiver.drain();
+        return std::chrono::duration<double, std::micro>(seen.last - seen.first).count()
+               / (messages - 1);
     }
 
     /// The median cost of each of the first `measured` messages of `rows`, the two taking turns.
@@ -543,6 +578,8 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
             bench.manyTypes(*throughput, isQuick ? QList{8} : QList{1, 2, 4, 6, 8});
         if (wants(u"backlog"_s))
             bench.backlogs(*backlog, {1000, 10'000, 100'000, million});
+        if (wants(u"backlog"_s))
+            bench.otherBacklog();
         if (wants(u"start"_s) && !isServer)
             bench.start();
         if (wants(u"worker"_s))

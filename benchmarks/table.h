@@ -23,6 +23,8 @@ public:
     virtual void clear() = 0;
     /// Adds `rows` rows, the types taking turns, each with the body that its type is given.
     void fill(const QStringList &types, int rows, int receiverPort);
+    /// Tells a planner that counts rows how many of them there are. A server does so by itself in a while.
+    virtual void analyze() = 0;
     virtual int count() = 0;
     /// The largest id, 0 without rows.
     virtual int lastId() = 0;
