@@ -108,23 +108,16 @@ public:
     /// One worker, and what it costs beside the bare loop.
     void oneType()
     {
-        const Comparison costs = compare(types.first(1), options.messages, options.messages);
-        report.ratio(u"time per message, one type"_s, table.database(), costs.bare.time,
-                     costs.other.time, u"us"_s,
-                     Target::atMost(table.database() == u"SQLite" ? 1.15 : 1.20));
-        report.ratio(u"processor time per message"_s, table.database(), costs.bare.processor,
-                     costs.other.processor, u"us"_s, Target::atMost(2.0));
+        compareOneType(Service, u"time per message, one type"_s, u"processor time per message"_s,
+                       Target::atMost(table.database() == u"SQLite" ? 1.15 : 1.20),
+                       Target::atMost(2.0));
     }
 
     /// What of the service's time is that of Qt's driver, which the service's statements go through.
     void driver()
     {
-        const Comparison one =
-            compare(types.first(1), options.messages, options.messages, QtBareLoop);
-        report.ratio(u"  the bare loop through Qt's driver"_s, table.database(), one.bare.time,
-                     one.other.time, u"us"_s, {});
-        report.ratio(u"  its processor time"_s, table.database(), one.bare.processor,
-                     one.other.processor, u"us"_s, {});
+        compareOneType(QtBareLoop, u"  the bare loop through Qt's driver"_s,
+                       u"  its processor time"_s);
         const int messages = 2 * options.messages;
         const Comparison eight = compare(types, messages, messages, QtBareLoop);
         report.ratio(u"  8 of them, messages per second"_s, table.database(), 1e6 / eight.bare.time,
@@ -142,12 +135,8 @@ public:
                    < 0)
             fail(u"%1: %2"_s.arg(quiet.fileName(), quiet.errorString()));
         quiet.close();
-        const Comparison costs =
-            compare(types.first(1), options.messages, options.messages, QuietService);
-        report.ratio(u"  the service with logging at ERROR"_s, table.database(), costs.bare.time,
-                     costs.other.time, u"us"_s, {});
-        report.ratio(u"  its processor time"_s, table.database(), costs.bare.processor,
-                     costs.other.processor, u"us"_s, {});
+        compareOneType(QuietService, u"  the service with logging at ERROR"_s,
+                       u"  its processor time"_s);
     }
 
     void manyTypes(Series &series, const QList<int> &typeCounts)
@@ -382,6 +371,17 @@ private:
             fail(u"%1 of %2 messages arrived, the log is %3"_s.arg(receiver.drain().requests)
                      .arg(requests)
                      .arg(logPath()));
+    }
+
+    void compareOneType(Program program, const QString &time, const QString &processor,
+                        const Target &timeTarget = {}, const Target &processorTarget = {})
+    {
+        const Comparison costs =
+            compare(types.first(1), options.messages, options.messages, program);
+        report.ratio(time, table.database(), costs.bare.time, costs.other.time, u"us"_s,
+                     timeTarget);
+        report.ratio(processor, table.database(), costs.bare.processor, costs.other.processor,
+                     u"us"_s, processorTarget);
     }
 
     /// What each of `messages` takes that the service delivers, in microseconds.
