@@ -1,6 +1,5 @@
 #include "tests/tools/queuectl/till.h"
 
-
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
