@@ -199,7 +199,8 @@ int localPort(curl_socket_t socket)
     return ntohs(port);
 }
 
-/// Whether something waits to be read on the connection with this port of ours.
+/// Whether something waits to be read on the connection with this port of ours. A thread mostly has but
+/// one, which needs no search.
 bool hasInput(int port)
 {
     const QList<curl_socket_t> &sockets = connectionsOfThread().sockets;

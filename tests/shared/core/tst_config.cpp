@@ -171,6 +171,7 @@ void TestConfig::keys_data()
     row("several colons", "[s]\na:b:c = d:e", u"s:a:b:c"_s, u"d:e"_s);
     row("colon and long line", "[s]\na:b = " + QByteArray(1000, ':'), u"s:a:b"_s,
         QString(1000, u':'));
+    row("section with a colon", "[a]\nb:c=1\n[a:b]\nc=2", u"a:b:c"_s, u"1"_s);
     row("another section's key", "[a]\nb=1\n[c]\nb=2", u"a:b"_s, u"1"_s);
     row("section twice", "[a]\nb=1\n[c]\nb=2\n[a]\nd=3", u"a:d"_s, u"3"_s);
     row("key twice", "[a]\nb=1\nb=2", u"a:b"_s, u"2"_s);
