@@ -78,8 +78,8 @@ int firstPortOfCallers()
     return first > 0 ? first : usual;
 }
 
-/// A free port that the system gives to nobody by itself: it is still free when it was let go and is
-/// asked for again, as between two runs of the stand.
+/// A free port outside of those that the system gives out by itself, so that hardly anybody has it when
+/// it was let go and is asked for again, as between two runs of the stand.
 int bindAnyPort(quint16 &port)
 {
     constexpr int first = 10240;
