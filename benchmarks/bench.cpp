@@ -172,7 +172,7 @@ public:
         }
     }
 
-    /// The same behind the rows of a type whose service is down.
+    /// Messages of one type behind the rows of another, whose service is down.
     void otherBacklog()
     {
         constexpr int others = 100'000;
@@ -273,7 +273,7 @@ public:
     {
         // So that in the middle of a drain the table has 10,000 rows.
         const int draining = options.messages;
-        const int staying = 10'000 - draining / 2;
+        const int staying = std::max(0, 10'000 - draining / 2);
         std::vector<double> times;
         for (int round = 0; round < options.rounds; ++round) {
             table.clear();
@@ -354,7 +354,6 @@ private:
 
     QString settingsPath() const { return root + u"/tallocash/cash/conf/bench.ini"_s; }
     QString logPath() const { return root + u"/queue.log"_s; }
-
     QString quietLogPath() const { return root + u"/quiet.properties"_s; }
 
     std::unique_ptr<Process> startService(bool isQuiet = false) const
@@ -576,10 +575,10 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
             bench.log();
         if (wants(u"types"_s))
             bench.manyTypes(*throughput, isQuick ? QList{8} : QList{1, 2, 4, 6, 8});
-        if (wants(u"backlog"_s))
+        if (wants(u"backlog"_s)) {
             bench.backlogs(*backlog, {1000, 10'000, 100'000, million});
-        if (wants(u"backlog"_s))
             bench.otherBacklog();
+        }
         if (wants(u"start"_s) && !isServer)
             bench.start();
         if (wants(u"worker"_s))
