@@ -243,13 +243,13 @@ QStringList Config::listFiles(State &state)
             }
             continue;
         }
-        const QStringList names =
-            directory.entryList({u"*.ini"_s},
-                                QDir::AllEntries | QDir::System | QDir::Hidden
-                                    | QDir::NoDotAndDotDot | QDir::CaseSensitive,
-                                QDir::Name);
-        for (const QString &name : names)
-            paths.append(directory.filePath(name));
+        // Without a pattern, which would be compiled anew each time.
+        const QStringList names = directory.entryList(
+            QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+        for (const QString &name : names) {
+            if (name.endsWith(u".ini"))
+                paths.append(directory.filePath(name));
+        }
     }
     for (const QString &path : std::as_const(state.addedFiles)) {
         paths.removeAll(path);
