@@ -6,6 +6,7 @@
 #include <QString>
 
 #include <atomic>
+#include <type_traits>
 #include <utility>
 
 namespace log4cplus {
@@ -68,37 +69,49 @@ public:
     void trace(const QString &message, T &&first, Ts &&...rest)
     {
         if (isTraceEnabled())
-            trace(message.arg(std::forward<T>(first)), std::forward<Ts>(rest)...);
+            trace(filled(message, std::forward<T>(first)), std::forward<Ts>(rest)...);
     }
     template <typename T, typename... Ts>
     void debug(const QString &message, T &&first, Ts &&...rest)
     {
         if (isDebugEnabled())
-            debug(message.arg(std::forward<T>(first)), std::forward<Ts>(rest)...);
+            debug(filled(message, std::forward<T>(first)), std::forward<Ts>(rest)...);
     }
     template <typename T, typename... Ts>
     void info(const QString &message, T &&first, Ts &&...rest)
     {
         if (isInfoEnabled())
-            info(message.arg(std::forward<T>(first)), std::forward<Ts>(rest)...);
+            info(filled(message, std::forward<T>(first)), std::forward<Ts>(rest)...);
     }
     template <typename T, typename... Ts>
     void warn(const QString &message, T &&first, Ts &&...rest)
     {
         if (isWarnEnabled())
-            warn(message.arg(std::forward<T>(first)), std::forward<Ts>(rest)...);
+            warn(filled(message, std::forward<T>(first)), std::forward<Ts>(rest)...);
     }
     template <typename T, typename... Ts>
     void error(const QString &message, T &&first, Ts &&...rest)
     {
         if (isErrorEnabled())
-            error(message.arg(std::forward<T>(first)), std::forward<Ts>(rest)...);
+            error(filled(message, std::forward<T>(first)), std::forward<Ts>(rest)...);
     }
 
 private:
     friend class LogManager;
     friend class Configurator;
     explicit Logger(const log4cplus::Logger &logger);
+
+    /// A number by itself would be put in as every language's and as the user's, which takes twice as
+    /// long as a text.
+    template <typename T>
+    static QString filled(const QString &message, T &&value)
+    {
+        using Value = std::remove_cvref_t<T>;
+        if constexpr (std::is_same_v<Value, int> || std::is_same_v<Value, qint64>)
+            return message.arg(QString::number(value));
+        else
+            return message.arg(std::forward<T>(value));
+    }
 
     void forcedLog(Level level, const QString &message) const;
 
