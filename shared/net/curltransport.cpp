@@ -15,6 +15,7 @@
 #include <memory>
 #include <netinet/in.h>
 #include <openssl/crypto.h>
+#include <optional>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -36,6 +37,9 @@ constexpr long maxIdleSeconds = 29;
 /// A bundle of trusted certificates that was replaced is seen after this time.
 constexpr long caCacheSeconds = 60;
 
+constexpr auto userAgent = "queue/" QUEUE_VERSION;
+constexpr auto acceptedEncodings = "gzip, deflate";
+
 // Values of QNetworkReply::NetworkError.
 constexpr int connectionRefusedError = 1;
 constexpr int closedEarlyError = 2;
@@ -54,8 +58,10 @@ struct CurlDeleter
     void operator()(CURL *handle) const { curl_easy_cleanup(handle); }
     void operator()(curl_slist *list) const { curl_slist_free_all(list); }
     void operator()(curl_mime *mime) const { curl_mime_free(mime); }
+    void operator()(CURLU *address) const { curl_url_cleanup(address); }
 };
 using CurlHandle = std::unique_ptr<CURL, CurlDeleter>;
+using CurlAddress = std::unique_ptr<CURLU, CurlDeleter>;
 using CurlList = std::unique_ptr<curl_slist, CurlDeleter>;
 using CurlMime = std::unique_ptr<curl_mime, CurlDeleter>;
 
@@ -64,15 +70,26 @@ using CurlMime = std::unique_ptr<curl_mime, CurlDeleter>;
 /// neither a connection nor a TLS session can ever speak for another client.
 struct Connections
 {
+    /// What the exchanges of a client mostly have in common.
+    struct Setting
+    {
+        bool isSecure = false;
+        QByteArray proxy;
+        QString caFile;
+
+        bool operator==(const Setting &other) const = default;
+    };
+
     /// Most exchanges of a worker go where the one before went, with the same headers, so these are
     /// kept in the form that libcurl takes.
     struct Client
     {
         CurlList headerLines;
-        /// Borrows the lines above, so it ends first.
+        CurlAddress address;
+        /// Borrows the lines and the address above, so it ends first.
         CurlHandle handle;
-        /// What the handle is set up for; empty when nothing is.
-        QByteArray setting;
+        /// What the handle is set up for; nothing when it is not.
+        std::optional<Setting> setting;
         QUrl url;
         QList<std::pair<QByteArray, QByteArray>> headers;
     };
@@ -271,10 +288,11 @@ QByteArray fileIdentity(const QString &path)
 void forget(Connections::Client &client)
 {
     curl_easy_reset(client.handle.get());
-    client.setting.clear();
+    client.setting.reset();
     client.url.clear();
     client.headers.clear();
     client.headerLines.reset();
+    client.address.reset();
 }
 
 Connections::Client &clientFor(const Exchange &exchange)
@@ -326,18 +344,28 @@ QByteArray headerLine(const QByteArray &name, const QByteArray &value)
     return value.isEmpty() ? name + ';' : name + ": " + value;
 }
 
+bool hasHeader(const Exchange &exchange, const char *name)
+{
+    return std::any_of(exchange.headers.cbegin(), exchange.headers.cend(),
+                       [name](const auto &header) {
+                           return header.first.compare(name, Qt::CaseInsensitive) == 0;
+                       });
+}
+
 CurlList headerList(const Exchange &exchange)
 {
     CurlList list;
-    bool hasContentType = false;
-    for (const auto &[name, value] : exchange.headers) {
-        hasContentType |= name.compare("Content-Type", Qt::CaseInsensitive) == 0;
+    for (const auto &[name, value] : exchange.headers)
         append(list, headerLine(name, value));
-    }
+    // libcurl writes the lines anew for each request that come from options of their own.
+    if (!hasHeader(exchange, "User-Agent"))
+        append(list, headerLine("User-Agent", userAgent));
+    if (!hasHeader(exchange, "Accept-Encoding"))
+        append(list, headerLine("Accept-Encoding", acceptedEncodings));
     // What libcurl would add by itself: a wait before larger bodies, and a type that raw bytes do not
     // have.
     append(list, "Expect:");
-    if (!hasContentType && exchange.parts.isEmpty())
+    if (!hasHeader(exchange, "Content-Type") && exchange.parts.isEmpty())
         append(list, "Content-Type:");
     return list;
 }
@@ -412,21 +440,23 @@ void setTls(CURL *handle, const Exchange &exchange, const QString &caFile)
 }
 
 /// What all exchanges of a client have in common.
-void setUp(CURL *handle, const Exchange &exchange, const QByteArray &proxy, const QString &caFile)
+void setUp(CURL *handle, const Exchange &exchange, const Connections::Setting &setting)
 {
     curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, connectionsOfThread().errorBuffer.data());
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
-    curl_easy_setopt(handle, CURLOPT_USERAGENT, "queue/" QUEUE_VERSION);
-    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+    // What a proxy is told that makes a tunnel; it does not see the headers of the request.
+    curl_easy_setopt(handle, CURLOPT_USERAGENT, setting.proxy.isEmpty() ? nullptr : userAgent);
+    // Has libcurl unpack what comes.
+    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, acceptedEncodings);
     curl_easy_setopt(handle, CURLOPT_MAXAGE_CONN, maxIdleSeconds);
 
     // Signals would hit another thread, and a name lookup that hangs must not outlast the timeout.
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
 
-    curl_easy_setopt(handle, CURLOPT_PROXY, proxy.constData());
+    curl_easy_setopt(handle, CURLOPT_PROXY, setting.proxy.constData());
     curl_easy_setopt(handle, CURLOPT_NOPROXY, "");
     curl_easy_setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
 
@@ -439,20 +469,31 @@ void setUp(CURL *handle, const Exchange &exchange, const QByteArray &proxy, cons
     curl_easy_setopt(handle, CURLOPT_CLOSESOCKETFUNCTION, closeSocket);
     curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, &connections);
 
-    if (exchange.url.scheme() == u"https")
-        setTls(handle, exchange, caFile);
+    if (setting.isSecure)
+        setTls(handle, exchange, setting.caFile);
+}
+
+void setAddress(Connections::Client &client, const QUrl &url)
+{
+    CURL *const handle = client.handle.get();
+    const QByteArray text = url.toEncoded(QUrl::RemoveFragment | QUrl::FullyEncoded);
+    curl_easy_setopt(handle, CURLOPT_URL, text.constData());
+    // Taken apart once; from the text libcurl would do it for each request. What it cannot take apart
+    // it tells of when it is asked to go there.
+    CurlAddress address(curl_url());
+    const bool isUsable =
+        curl_url_set(address.get(), CURLUPART_URL, text.constData(), CURLU_PATH_AS_IS) == CURLUE_OK;
+    curl_easy_setopt(handle, CURLOPT_CURLU, isUsable ? address.get() : nullptr);
+    client.address = std::move(address);
+    client.url = url;
 }
 
 /// What is this exchange's own.
 void setRequest(Connections::Client &client, const Exchange &exchange, Transfer &transfer)
 {
     CURL *const handle = client.handle.get();
-    if (client.url != exchange.url) {
-        curl_easy_setopt(
-            handle, CURLOPT_URL,
-            exchange.url.toEncoded(QUrl::RemoveFragment | QUrl::FullyEncoded).constData());
-        client.url = exchange.url;
-    }
+    if (client.url != exchange.url)
+        setAddress(client, exchange.url);
     if (!client.headerLines || client.headers != exchange.headers || !exchange.parts.isEmpty()) {
         client.headerLines = headerList(exchange);
         client.headers = exchange.headers;
@@ -655,16 +696,12 @@ ExchangeOutcome performExchange(const Exchange &exchange)
 
     Connections::Client &client = clientFor(exchange);
     CURL *const handle = client.handle.get();
-    const QByteArray proxy = proxyFor(exchange.url);
-    const bool isSecure = exchange.url.scheme() == u"https";
-    const QString caFile =
-        isSecure ? Singleton<Config>::instance()->getString(u"network:caFile"_s, QString())
-                 : QString();
-    // Most exchanges of a worker go the same way as the one before.
-    const QByteArray setting = (isSecure ? "https " : "http ") + proxy + '\n' + caFile.toUtf8();
+    Connections::Setting setting = {exchange.url.scheme() == u"https", proxyFor(exchange.url), {}};
+    if (setting.isSecure)
+        setting.caFile = Singleton<Config>::instance()->getString(u"network:caFile"_s, QString());
     if (client.setting != setting) {
         forget(client);
-        setUp(handle, exchange, proxy, caFile);
+        setUp(handle, exchange, setting);
         client.setting = setting;
     }
 
@@ -688,7 +725,7 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     ExchangeOutcome outcome;
     const auto status = static_cast<int>(longInfo(handle, CURLINFO_RESPONSE_CODE));
     if (code != CURLE_OK)
-        outcome.response = failure(code, handle, exchange, !proxy.isEmpty(), transfer);
+        outcome.response = failure(code, handle, exchange, !setting.proxy.isEmpty(), transfer);
     else if (!transfer.isHeadWhole || status < 200)
         outcome.response = failure(CURLE_PARTIAL_FILE, handle, exchange, false, transfer);
     else

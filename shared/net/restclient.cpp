@@ -19,23 +19,6 @@ constexpr int protocolUnknownError = 301;
 
 using HeaderList = QList<std::pair<QByteArray, QByteArray>>;
 
-HeaderList headerList(const RestClient::Headers &headers)
-{
-    HeaderList list;
-    list.reserve(headers.size());
-    for (auto it = headers.cbegin(); it != headers.cend(); ++it)
-        list.append({it.key().toUtf8(), it.value().toUtf8()});
-    return list;
-}
-
-HeaderList headerList(const QMap<QByteArray, QByteArray> &headers)
-{
-    HeaderList list;
-    for (auto it = headers.cbegin(); it != headers.cend(); ++it)
-        list.append({it.key(), it.value()});
-    return list;
-}
-
 bool isSame(const QByteArray &name, const char *other)
 {
     return name.compare(other, Qt::CaseInsensitive) == 0;
@@ -75,20 +58,40 @@ bool followsFromBody(const QByteArray &name)
            || isSame(name, "Expect");
 }
 
-HeaderList sendable(HeaderList headers)
+/// Adds what may go out.
+void append(HeaderList &list, const QByteArray &name, const QByteArray &value)
 {
-    headers.removeIf(
-        [](const auto &header) { return !isToken(header.first) || followsFromBody(header.first); });
-    for (auto &[name, value] : headers)
-        value = oneLine(std::move(value));
-    return headers;
+    if (isToken(name) && !followsFromBody(name))
+        list.append({name, oneLine(value)});
+}
+
+/// Most requests of a worker have the headers of the one before.
+HeaderList headerList(const RestClient::Headers &headers)
+{
+    static thread_local RestClient::Headers lastHeaders;
+    static thread_local HeaderList lastList;
+    if (headers != lastHeaders) {
+        lastList.clear();
+        for (auto it = headers.cbegin(); it != headers.cend(); ++it)
+            append(lastList, it.key().toUtf8(), it.value().toUtf8());
+        lastHeaders = headers;
+    }
+    return lastList;
+}
+
+HeaderList headerList(const QMap<QByteArray, QByteArray> &headers)
+{
+    HeaderList list;
+    for (auto it = headers.cbegin(); it != headers.cend(); ++it)
+        append(list, it.key(), it.value());
+    return list;
 }
 
 http::Part sendable(http::Part part)
 {
     part.contentType = oneLine(part.contentType);
-    const QMap<QByteArray, QByteArray> given = std::exchange(part.headers, {});
-    for (const auto &[name, value] : sendable(headerList(given)))
+    const HeaderList list = headerList(std::exchange(part.headers, {}));
+    for (const auto &[name, value] : list)
         part.headers.insert(name, value);
     return part;
 }
@@ -336,7 +339,6 @@ void RestClient::perform(Exchange exchange)
     exchange.certificatePath = certificatePath;
     exchange.certificatePassword = certificatePassword;
     exchange.privateKeyPath = privateKeyPath;
-    exchange.headers = sendable(std::move(exchange.headers));
     for (http::Part &part : exchange.parts)
         part = sendable(part);
     const bool isLogged = logger_ && logger_->isDebugEnabled();

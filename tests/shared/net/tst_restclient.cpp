@@ -64,6 +64,7 @@ private Q_SLOTS:
     void operations();
     void callersHeadersWin();
     void headersOfItsOwn();
+    void nothingIsLeftOfTheRequestBefore();
     void headersCannotBeInjected();
     void framingFollowsFromTheBody();
     void addresses_data();
@@ -100,6 +101,7 @@ private Q_SLOTS:
     void threadsHaveTheirOwnConnections();
 
     void proxyFromTheSettingsOnly();
+    void tunnelIsAskedForByName();
     void proxyFailures_data();
     void proxyFailures();
 
@@ -261,6 +263,42 @@ void TestRestClient::headersOfItsOwn()
     QCOMPARE(request.header("Accept-Encoding"), "gzip, deflate");
     QCOMPARE(request.body.size(), 3 * mebibyte);
     QVERIFY(request.headerValues("Expect").isEmpty());
+}
+
+/// A worker keeps what the request before was made of.
+void TestRestClient::nothingIsLeftOfTheRequestBefore()
+{
+    struct Sent
+    {
+        QString user;
+        QString path;
+        RestClient::Headers headers;
+    };
+    const Sent plain = {{}, u"/a?x=1"_s, {{u"X-Shop"_s, u"1"_s}}};
+    const Sent named = {u"till:key"_s, u"/b"_s, {{u"X-Shop"_s, u"2"_s}, {u"User-Agent"_s, u"t"_s}}};
+    const Sent bare = {{}, u"/b"_s, noHeaders};
+    const Sent sameNames = {{}, u"/b"_s, {{u"X-Shop"_s, u"1"_s}, {u"User-Agent"_s, u"t"_s}}};
+    const QList<Sent> all = {plain, named, bare, sameNames, named, plain, plain, bare};
+
+    LoopbackServer server;
+    for (const Sent &sent : all) {
+        QUrl url = server.url(sent.path);
+        url.setUserInfo(sent.user);
+        RestClient().post(url, QByteArray("x"), sent.headers);
+    }
+    QCOMPARE(server.requests().size(), all.size());
+    for (qsizetype i = 0; i < all.size(); ++i) {
+        const auto request = server.requests().at(i);
+        const Sent &sent = all.at(i);
+        QCOMPARE(request.target, sent.path.toUtf8());
+        QCOMPARE(request.header("X-Shop"), sent.headers.value(u"X-Shop"_s).toUtf8());
+        QCOMPARE(
+            request.header("User-Agent"),
+            sent.headers.value(u"User-Agent"_s, QStringLiteral("queue/" QUEUE_VERSION)).toUtf8());
+        QCOMPARE(request.header("Authorization"),
+                 sent.user.isEmpty() ? QByteArray() : "Basic " + sent.user.toUtf8().toBase64());
+    }
+    QCOMPARE(server.connectionCount(), 1);
 }
 
 void TestRestClient::headersCannotBeInjected()
@@ -874,6 +912,19 @@ void TestRestClient::proxyFromTheSettingsOnly()
     client.get(server.url(u"/direct"_s), {}, noHeaders);
     QCOMPARE(server.requests().size(), 2);
     QCOMPARE(proxy.requests().size(), 1);
+}
+
+/// The proxy sees the headers of a request only where it passes the request on itself.
+void TestRestClient::tunnelIsAskedForByName()
+{
+    LoopbackServer proxy;
+    proxy.play({LoopbackServer::answer(502)});
+    const TestSettings settings(u"[network]\nproxy = 127.0.0.1:%1\n"_s.arg(proxy.port()));
+    RestClient().post(QUrl(u"https://service.test/"_s), QByteArray("x"), {{u"X-Key"_s, u"k"_s}});
+    const auto request = proxy.requests().constFirst();
+    QCOMPARE(request.verb, "CONNECT");
+    QCOMPARE(request.header("User-Agent"), "queue/" QUEUE_VERSION);
+    QVERIFY(request.headerValues("X-Key").isEmpty());
 }
 
 void TestRestClient::proxyFailures_data()
