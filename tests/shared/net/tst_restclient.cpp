@@ -1088,7 +1088,8 @@ void TestRestClient::cutsLongTextsInTheLog()
 /// A server that sends header lines without end fills neither the log nor the memory.
 void TestRestClient::cutsManyHeaderLinesInTheLog()
 {
-    constexpr int count = 20'000;
+    // Newer libcurl takes no answer with more than 5,000 of them.
+    constexpr int count = 4'000;
     LoopbackServer server;
     server.play({LoopbackServer::answer(200, {}, QByteArray("A: b\r\n").repeated(count)),
                  LoopbackServer::answer(200, {}, "B: last\r\n")});
