@@ -14,6 +14,7 @@
 
 #include <cstdlib>
 #include <exception>
+#include <ios>
 #include <malloc.h>
 
 using namespace Qt::StringLiterals;
@@ -70,6 +71,8 @@ int main(int argc, char **argv)
 {
     returnLargeBlocks();
     useUtf8Locale();
+    // The log's lines go out by the stream alone, not through the C library's buffers, too.
+    std::ios::sync_with_stdio(false);
     std::set_terminate(endWithReason);
 
     QCoreApplication application(argc, argv);
