@@ -18,7 +18,8 @@ CREATE TABLE IF NOT EXISTS queues.message (
     -- The rows by type are counted in it, without their bodies.
     INDEX message_type (type),
     INDEX message_card (type, cardnumber),
-    -- Counting the rows reads this index alone, and the time it shows is that of the oldest row.
+    -- Counting the rows mostly reads this index alone, and the time it shows is that of the oldest row; some
+    -- servers read a small table itself and show another row's.
     INDEX message_creationtime (creationtime)
 ) ENGINE = InnoDB;
 

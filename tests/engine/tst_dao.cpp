@@ -373,8 +373,10 @@ void TstDao::queueInfo()
     const int first = database->put(u"cardlab"_s, u"{}"_s);
     database->put(u"mindbox"_s, u"{}"_s);
     database->put(u"abmloyalty"_s, u"{}"_s);
+    // SQLite shows the oldest row's; which row's a server shows is its own affair.
     database->query(
-        u"UPDATE message SET creationtime = '2026-02-03 04:05:06' WHERE messageid = ?"_s, {first});
+        u"UPDATE message SET creationtime = '2026-02-03 04:05:06' WHERE messageid <= ?"_s,
+        {server ? first + 2 : first});
     queue::DAO dao;
     dao.connect();
     const QueueInfo info = dao.getQueueInfo();
