@@ -77,7 +77,8 @@ Call readCall(const Command &command, const QStringList &words)
     call.arguments = parser.positionalArguments();
     for (const Option &option : options) {
         if (parser.isSet(option.name))
-            call.options.insert(option.name, parser.value(option.name));
+            call.options.insert(option.name,
+                                option.value.isEmpty() ? QString() : parser.value(option.name));
     }
     call.isJson = call.has(u"json"_s);
     const bool isRightCount = call.arguments.size() >= command.minimumArguments
