@@ -47,7 +47,8 @@ struct Till
     int argumentCount = 1;
     char name[5] = "fuzz";
     char *arguments[2] = {name, nullptr};
-    QCoreApplication application{argumentCount, arguments};
+    /// Outlives the database drivers, which at the end of the process do not look whether it is there.
+    QCoreApplication &application = *new QCoreApplication(argumentCount, arguments);
 };
 
 } // namespace
