@@ -4,10 +4,12 @@
 #include "tools/stand/waiting.h"
 
 #include <QDir>
+#include <QEventLoop>
 #include <QFile>
 #include <QJsonDocument>
 #include <QRegularExpression>
 #include <QTcpSocket>
+#include <QTimer>
 
 #include <ctime>
 
@@ -146,12 +148,14 @@ QByteArray Till::ask(const QByteArray &target) const
 {
     constexpr int waitMs = 30'000;
     QTcpSocket socket;
+    QEventLoop loop;
+    QObject::connect(&socket, &QTcpSocket::disconnected, &loop, &QEventLoop::quit);
+    QObject::connect(&socket, &QTcpSocket::errorOccurred, &loop, &QEventLoop::quit);
+    QTimer::singleShot(waitMs, &loop, &QEventLoop::quit);
     socket.connectToHost(u"127.0.0.1"_s, port.port());
-    if (!socket.waitForConnected(waitMs))
-        return {};
     socket.write("GET " + target + " HTTP/1.1\r\nHost: till\r\nConnection: close\r\n\r\n");
-    while (socket.waitForReadyRead(waitMs)) {
-    }
+    // The service does not answer while nobody takes its log, which this loop does.
+    loop.exec();
     const QByteArray answer = socket.readAll();
     const qsizetype end = answer.indexOf("\r\n\r\n");
     return end < 0 ? QByteArray() : answer.mid(end + 4);
