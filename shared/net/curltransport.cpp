@@ -344,28 +344,20 @@ QByteArray headerLine(const QByteArray &name, const QByteArray &value)
     return value.isEmpty() ? name + ';' : name + ": " + value;
 }
 
-bool hasHeader(const Exchange &exchange, const char *name)
-{
-    return std::any_of(exchange.headers.cbegin(), exchange.headers.cend(),
-                       [name](const auto &header) {
-                           return header.first.compare(name, Qt::CaseInsensitive) == 0;
-                       });
-}
-
 CurlList headerList(const Exchange &exchange)
 {
     CurlList list;
     for (const auto &[name, value] : exchange.headers)
         append(list, headerLine(name, value));
     // libcurl writes the lines anew for each request that come from options of their own.
-    if (!hasHeader(exchange, "User-Agent"))
+    if (!exchange.hasHeader("User-Agent"))
         append(list, headerLine("User-Agent", userAgent));
-    if (!hasHeader(exchange, "Accept-Encoding"))
+    if (!exchange.hasHeader("Accept-Encoding"))
         append(list, headerLine("Accept-Encoding", acceptedEncodings));
     // What libcurl would add by itself: a wait before larger bodies, and a type that raw bytes do not
     // have.
     append(list, "Expect:");
-    if (!hasHeader(exchange, "Content-Type") && exchange.parts.isEmpty())
+    if (!exchange.hasHeader("Content-Type") && exchange.parts.isEmpty())
         append(list, "Content-Type:");
     return list;
 }
@@ -685,6 +677,13 @@ http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, bo
 }
 
 } // namespace
+
+bool Exchange::hasHeader(const char *name) const
+{
+    return std::any_of(headers.cbegin(), headers.cend(), [name](const auto &header) {
+        return header.first.compare(name, Qt::CaseInsensitive) == 0;
+    });
+}
 
 ExchangeOutcome performExchange(const Exchange &exchange)
 {

@@ -20,6 +20,9 @@ struct Exchange
     QString privateKeyPath;
     /// Whether the caller wants the header lines of the answer.
     bool keepHeaders = false;
+
+    /// In whatever case it is written.
+    bool hasHeader(const char *name) const;
 };
 
 struct ExchangeOutcome

@@ -24,12 +24,6 @@ bool isSame(const QByteArray &name, const char *other)
     return name.compare(other, Qt::CaseInsensitive) == 0;
 }
 
-bool hasHeader(const HeaderList &headers, const char *name)
-{
-    return std::any_of(headers.cbegin(), headers.cend(),
-                       [name](const auto &header) { return isSame(header.first, name); });
-}
-
 /// A word as HTTP allows it for verbs and header names.
 bool isToken(const QByteArray &text)
 {
@@ -111,9 +105,11 @@ Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
 Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
                     const QJsonDocument &body)
 {
-    if (!body.isNull() && !hasHeader(headers, "Content-Type"))
-        headers.emplaceBack("Content-Type", "application/json");
-    return exchangeOf(verb, url, std::move(headers), body.toJson(QJsonDocument::Compact));
+    Exchange exchange =
+        exchangeOf(verb, url, std::move(headers), body.toJson(QJsonDocument::Compact));
+    if (!body.isNull() && !exchange.hasHeader("Content-Type"))
+        exchange.headers.emplaceBack("Content-Type", "application/json");
+    return exchange;
 }
 
 /// The first bytes as a text on one line, since a log has one line for one event. `omitted` bytes were
