@@ -2,9 +2,11 @@
 
 #include "benchmarks/statistics.h"
 
+#include <QDir>
 #include <QFile>
 
 #include <ctime>
+#include <sched.h>
 
 using namespace Qt::StringLiterals;
 
@@ -12,11 +14,70 @@ namespace {
 
 constexpr int limitMs = 60'000;
 
+enum class Processors
+{
+    All,
+    AllButLast,
+    Last
+};
+
+/// Those that this process was given.
+const cpu_set_t &usableProcessors()
+{
+    static const cpu_set_t usable = [] {
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        sched_getaffinity(0, sizeof set, &set);
+        return set;
+    }();
+    return usable;
+}
+
+/// `thread` 0 is the calling one. Without effect where there is no choice.
+void keepOn(Processors chosen, pid_t thread = 0)
+{
+    cpu_set_t set = usableProcessors();
+    if (CPU_COUNT(&set) < 2)
+        return;
+    size_t last = CPU_SETSIZE - 1;
+    while (!CPU_ISSET(last, &set))
+        --last;
+    if (chosen != Processors::All)
+        CPU_CLR(last, &set);
+    if (chosen == Processors::Last) {
+        CPU_ZERO(&set);
+        CPU_SET(last, &set);
+    }
+    sched_setaffinity(thread, sizeof set, &set);
+}
+
+void keepAllThreadsOn(Processors chosen)
+{
+    const QStringList threads =
+        QDir(u"/proc/self/task"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString &thread : threads)
+        keepOn(chosen, thread.toInt());
+}
+
 } // namespace
 
-Process::Process(const QString &program, const QStringList &arguments, const QString &log,
-                 const QStringList &environment)
+ProcessorLeft::ProcessorLeft()
 {
+    keepAllThreadsOn(Processors::AllButLast);
+}
+
+ProcessorLeft::~ProcessorLeft()
+{
+    keepAllThreadsOn(Processors::All);
+}
+
+Process::Process(const QString &program, const QStringList &arguments, const QString &log,
+                 const QStringList &environment, Place place)
+{
+    // Whatever this process keeps to just now.
+    const Processors processors =
+        place == Place::LastProcessor ? Processors::Last : Processors::All;
+    process.setChildProcessModifier([processors] { keepOn(processors); });
     process.setEnvironment(QProcess::systemEnvironment() + environment);
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.setStandardOutputFile(log);
