@@ -101,8 +101,8 @@ private:
     friend class Configurator;
     explicit Logger(const log4cplus::Logger &logger);
 
-    /// A number by itself would be put in as every language's and as the user's, which takes twice as
-    /// long as a text.
+    /// For a number Qt looks for places that want it in the user's language, too, which takes twice as long
+    /// as filling in a text.
     template <typename T>
     static QString filled(const QString &message, T &&value)
     {

@@ -154,8 +154,10 @@ QByteArray Till::ask(const QByteArray &target) const
     QTimer::singleShot(waitMs, &loop, &QEventLoop::quit);
     socket.connectToHost(u"127.0.0.1"_s, port.port());
     socket.write("GET " + target + " HTTP/1.1\r\nHost: till\r\nConnection: close\r\n\r\n");
-    // The service does not answer while nobody takes its log, which this loop does.
-    loop.exec();
+    // The service does not answer while nobody takes its log, which this loop does. A port that nobody
+    // listens on may have refused before there is anything to wait for.
+    if (socket.state() != QAbstractSocket::UnconnectedState)
+        loop.exec();
     const QByteArray answer = socket.readAll();
     const qsizetype end = answer.indexOf("\r\n\r\n");
     return end < 0 ? QByteArray() : answer.mid(end + 4);
