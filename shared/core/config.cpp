@@ -272,7 +272,9 @@ bool Config::update(State &state, const QString &path)
     if (!isNew && file.stamp == stamp && !file.unsettled)
         return false;
     file.stamp = stamp;
-    file.unsettled = systemNs() - stamp.changeTimeNs < unsettledNs;
+    // A stamp from the future was made before the clock was set back; a later change gets another.
+    const qint64 ageNs = systemNs() - stamp.changeTimeNs;
+    file.unsettled = ageNs >= 0 && ageNs < unsettledNs;
 
     QFile content(path);
     if (!content.open(QIODevice::ReadOnly)) {

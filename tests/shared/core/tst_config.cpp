@@ -11,6 +11,7 @@
 #include <csignal>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <sys/inotify.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -18,6 +19,23 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+/// By how much the clock of the process is off from the one that stamps its files.
+std::atomic<qint64> clockOffsetSeconds = 0;
+
+} // namespace
+
+/// Replaces the C library's function in this process: setting the machine's clock takes root and
+/// would disturb every other program.
+extern "C" int clock_gettime(clockid_t clock, timespec *time) noexcept
+{
+    const long result = syscall(SYS_clock_gettime, clock, time);
+    if (result == 0 && clock == CLOCK_REALTIME)
+        time->tv_sec += clockOffsetSeconds;
+    return static_cast<int>(result);
+}
 
 class TestConfig : public QObject
 {
@@ -57,6 +75,7 @@ private Q_SLOTS:
     void changeIsSeen_data();
     void changeIsSeen();
     void newFileIsSeen();
+    void clockSetBack();
     void addedFileIsOnTop();
     void addedFileReadTwiceReplacesItself();
     void addedFileThatIsMissing();
@@ -526,6 +545,45 @@ void TestConfig::newFileIsSeen()
     QCOMPARE(get(u"s:key"_s), u"default"_s);
     write(u"a.ini"_s, "[s]\nkey=1\n");
     QTRY_COMPARE_WITH_TIMEOUT(get(u"s:key"_s), u"1"_s, 2000);
+}
+
+void TestConfig::clockSetBack()
+{
+    write(u"a.ini"_s, "[s]\nkey=0\n");
+    use();
+    const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    QVERIFY(inotify_add_watch(watch, qPrintable(path(u"a.ini"_s)), IN_OPEN) >= 0);
+    const auto readings = [this, watch](int looks) {
+        QByteArray events(4096, '\0');
+        while (::read(watch, events.data(), static_cast<size_t>(events.size())) > 0)
+            continue;
+        int count = 0;
+        for (int look = 0; look < looks; ++look) {
+            // The marker's value shows that the folder was looked at again.
+            const QString marker = u"marker%1.ini"_s.arg(look);
+            write(marker, "[marker]\nkey=" + QByteArray::number(look + 1) + "\n");
+            [&] {
+                QTRY_COMPARE(config->getInt(u"marker:key"_s, 0), look + 1);
+            }();
+            const ssize_t size = ::read(watch, events.data(), static_cast<size_t>(events.size()));
+            count += size < 0 ? 0 : static_cast<int>(size / qint64(sizeof(inotify_event)));
+            QFile::remove(path(marker));
+            [&] {
+                QTRY_COMPARE(config->getInt(u"marker:key"_s, 0), 0);
+            }();
+        }
+        return count;
+    };
+
+    clockOffsetSeconds = -3600;
+    const auto clock = qScopeGuard([] { clockOffsetSeconds = 0; });
+    // The first look finds the file as young as it was when the clock was set.
+    readings(1);
+    QCOMPARE(readings(5), 0);
+
+    write(u"a.ini"_s, "[s]\nkey=1\n");
+    QTRY_COMPARE(config->getInt(u"s:key"_s, -1), 1);
+    close(watch);
 }
 
 void TestConfig::addedFileIsOnTop()
