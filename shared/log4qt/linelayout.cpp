@@ -42,11 +42,11 @@ QString timeFormat(const QString &option)
 {
     QString format = option;
     if (format.isEmpty() || format == u"ISO8601")
-        format = u"yyyy-MM-dd HH:mm:ss.zzz"_s;
+        format = u"yyyy-MM-dd HH:mm:ss,zzz"_s;
     else if (format == u"ABSOLUTE")
-        format = u"HH:mm:ss.zzz"_s;
+        format = u"HH:mm:ss,zzz"_s;
     else if (format == u"DATE")
-        format = u"dd MMM yyyy HH:mm:ss.zzz"_s;
+        format = u"dd MMM yyyy HH:mm:ss,zzz"_s;
     return toStrftime(format);
 }
 

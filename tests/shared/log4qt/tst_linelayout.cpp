@@ -75,8 +75,11 @@ void TestLineLayout::patterns_data()
     using std::string;
     // clang-format off
     QTest::newRow("default")         << u"%d{yyyy-MM-dd HH:mm:ss,zzz} %-5p [%c] %m%n"_s << string("2026-02-01 12:00:00,042 WARN  [handlers.cardlab] text\n");
-    QTest::newRow("time by name")    << u"%d{ABSOLUTE}"_s      << string("12:00:00.042");
-    QTest::newRow("time of its own") << u"%d"_s                << string("2026-02-01 12:00:00.042");
+    QTest::newRow("time by name")    << u"%d{ABSOLUTE}"_s      << string("12:00:00,042");
+    QTest::newRow("date by name")    << u"%d{DATE}"_s          << string("01 Feb 2026 12:00:00,042");
+    QTest::newRow("ISO 8601")        << u"%d{ISO8601}"_s       << string("2026-02-01 12:00:00,042");
+    QTest::newRow("ISO 8601, by the library") << u"%d{ISO8601} %c{1}"_s << string("2026-02-01 12:00:00,042 cardlab");
+    QTest::newRow("time of its own") << u"%d"_s                << string("2026-02-01 12:00:00,042");
     QTest::newRow("no milliseconds") << u"%d{HH:mm}"_s         << string("12:00");
     QTest::newRow("percent in time") << u"%d{HH%q}"_s          << string("12%q");
     QTest::newRow("padded left")     << u"%6p|"_s              << string("  WARN|");
