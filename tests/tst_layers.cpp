@@ -16,7 +16,8 @@ struct Layer
     QStringList below;
 };
 
-const QStringList core{u"shared/core"_s};
+const QStringList text{u"shared/text"_s};
+const QStringList core = text + QStringList{u"shared/core"_s};
 const QStringList net = core + QStringList{u"shared/net"_s};
 const QStringList ground = net + QStringList{u"shared/document"_s};
 const QStringList common = ground + QStringList{u"engine"_s};
@@ -48,8 +49,9 @@ const QList<Layer> house{
     {u"engine"_s,                   ground},
     {u"shared/document"_s,          net},
     {u"shared/net"_s,               core},
-    {u"shared/core"_s,              {}},
-    {u"shared/log4qt"_s,            {}},
+    {u"shared/core"_s,              text},
+    {u"shared/log4qt"_s,            text},
+    {u"shared/text"_s,              {}},
 };
 // clang-format on
 
@@ -244,10 +246,10 @@ void TestLayers::everyIncludeFollowsAnArrow()
     for (const QString &file : files) {
         for (const Include &include : includesOf(sourceDir() + u'/' + file)) {
             ++count;
-            const QString text = fault(file, include.path, include.inQuotes);
-            if (!text.isEmpty())
+            const QString wrong = fault(file, include.path, include.inQuotes);
+            if (!wrong.isEmpty())
                 faults.append(
-                    u"%1:%2: \"%3\": %4"_s.arg(file).arg(include.line).arg(include.path, text));
+                    u"%1:%2: \"%3\": %4"_s.arg(file).arg(include.line).arg(include.path, wrong));
         }
     }
     QVERIFY2(count > files.size() / 2, "hardly any include was found");

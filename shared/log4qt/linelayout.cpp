@@ -1,5 +1,7 @@
 #include "log4qt/linelayout.h"
 
+#include "shared/text/escaping.h"
+
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -128,23 +130,15 @@ LineLayout::LineLayout(const QString &pattern)
 void LineLayout::formatAndAppend(log4cplus::tostream &output,
                                  const log4cplus::spi::InternalLoggingEvent &event)
 {
-    const std::string &message = event.getMessage();
-    std::string indented;
-    const bool isOneLine = message.find('\n') == std::string::npos;
-    if (!isOneLine)
-        indented = QByteArray::fromStdString(message).replace("\n", "\n    ").toStdString();
-
+    const std::string message = escaping::logText(std::string_view(event.getMessage()));
     if (!fields.empty()) {
         line.clear();
-        appendLine(event, isOneLine ? message : indented);
+        appendLine(event, message);
         output.write(line.data(), static_cast<std::streamsize>(line.size()));
-    } else if (isOneLine) {
-        log4cplus::PatternLayout::formatAndAppend(output, event);
     } else {
         const log4cplus::spi::InternalLoggingEvent copy(
-            event.getLoggerName(), event.getLogLevel(), event.getNDC(), event.getMDCCopy(),
-            indented, event.getThread(), event.getThread2(), event.getTimestamp(), std::string(),
-            -1);
+            event.getLoggerName(), event.getLogLevel(), event.getNDC(), event.getMDCCopy(), message,
+            event.getThread(), event.getThread2(), event.getTimestamp(), std::string(), -1);
         log4cplus::PatternLayout::formatAndAppend(output, copy);
     }
 }

@@ -12,12 +12,13 @@
 /// How lines look. Known to the slice's own files only.
 namespace Log4Qt::backend {
 
-/// A conversion pattern with the conversions of Log4Qt. Lines of a message behind its first one are
+/// A conversion pattern with the conversions of Log4Qt. Lines of a message after its first one are
 /// indented, so that a line which begins with a time is always the beginning of an event, whatever
-/// a message quotes.
+/// a message quotes. Control and invisible characters appear by their numbers, and a message has 64
+/// KiB at most (shared/text/escaping.h). Log4Qt itself writes messages as they are.
 ///
-/// A delivery writes three lines, so patterns of nothing but time, level, category, thread and message
-/// are filled in here, at a third of what the library takes. All others are left to it.
+/// A delivery writes three lines, so patterns of nothing but time, level, category, thread and
+/// message are filled in here, at a third of what the library takes. All others are left to it.
 /// Thread: that of the appender, which calls under its lock.
 class LineLayout final : public log4cplus::PatternLayout
 {
@@ -65,8 +66,8 @@ private:
     std::vector<std::size_t> millisecondPlaces;
 };
 
-/// A date format of Qt, such as `yyyy-MM-dd HH:mm:ss.zzz`, with the conversions of log4cplus. Letters
-/// between apostrophes stand for themselves.
+/// A date format of Qt, such as `yyyy-MM-dd HH:mm:ss.zzz`, with the conversions of log4cplus.
+/// Letters between apostrophes stand for themselves.
 QString toStrftime(const QString &format);
 
 } // namespace Log4Qt::backend

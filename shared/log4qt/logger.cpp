@@ -3,6 +3,7 @@
 #include "log4qt/backend.h"
 #include "log4qt/loggingevent.h"
 #include "log4qt/logmanager.h"
+#include "shared/text/escaping.h"
 
 #include <array>
 #include <cstdio>
@@ -58,7 +59,8 @@ void writeDirectly(const std::string &category, Level level, const QString &mess
                   static_cast<int>(now.tv_nsec / 1'000'000));
     const std::string line = std::string(time.data()) + fraction.data() + ' '
                              + level.toString().leftJustified(5).toStdString() + " [" + category
-                             + "] " + message.toStdString() + '\n';
+                             + "] " + escaping::logText(std::string_view(message.toStdString()))
+                             + '\n';
     [[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, line.data(), line.size());
 }
 

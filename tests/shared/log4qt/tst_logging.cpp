@@ -33,6 +33,10 @@ private Q_SLOTS:
     void dailyFileOfAnEarlierDayIsPutAside_data();
     void dailyFileOfAnEarlierDayIsPutAside();
     void linesOfAMessageCannotPassForEvents();
+    void textsFromOutsideAreShownByTheirNumbers_data();
+    void textsFromOutsideAreShownByTheirNumbers();
+    void eventHasALargestSize_data();
+    void eventHasALargestSize();
     void threadsWriteWholeLines();
     void workersMayLogWhileTheProcessEnds();
     void fewThreadsBesideTheMainThread();
@@ -522,6 +526,55 @@ void TestLogging::linesOfAMessageCannotPassForEvents()
     QCOMPARE(withoutTimes(
                  run({u"say"_s, u"ответ:\n2026-01-31 12:00:00,123 INFO  [queue] ложь"_s}).output),
              "T INFO  [cardlab] ответ:\n    2026-01-31 12:00:00,123 INFO  [queue] ложь\n");
+}
+
+void TestLogging::textsFromOutsideAreShownByTheirNumbers_data()
+{
+    QTest::addColumn<QByteArray>("properties");
+    QTest::addColumn<QString>("path");
+    QTest::newRow("default") << QByteArray() << QString();
+    QTest::newRow("console") << console("INFO", "T INFO  [%c] %m%n") << QString();
+    QTest::newRow("pattern of the library") << console("INFO", "T INFO  [%c{1}] %m%n") << QString();
+    for (const char *name : {"FileAppender", "RollingFileAppender", "DailyRollingFileAppender"})
+        QTest::newRow(name) << file(QByteArray("org.apache.log4j.") + name,
+                                    "log4j.appender.file.file=@/a.log\n"
+                                    "log4j.appender.file.layout.conversionPattern="
+                                    "T INFO  [%c] %m%n\n")
+                            << u"a.log"_s;
+}
+
+void TestLogging::textsFromOutsideAreShownByTheirNumbers()
+{
+    QFETCH(const QByteArray, properties);
+    QFETCH(const QString, path);
+    if (!properties.isEmpty())
+        writeProperties(properties);
+    const Run probe =
+        run({u"fill"_s, u"\u001b[2Jчек\r\u009b\u202eтекст\\x1b\nC:\\a \"\\u041f\""_s});
+    QCOMPARE(QString::fromUtf8(withoutTimes(path.isEmpty() ? probe.output : read(path))),
+             u"T INFO  [cardlab] начало \\x1b[2Jчек\\x0d\\x9b\\u202eтекст\\\\x1b\n"
+             "    C:\\a \"\\u041f\" конец\n"_s);
+}
+
+void TestLogging::eventHasALargestSize_data()
+{
+    QTest::addColumn<QByteArray>("pattern");
+    QTest::newRow("filled in here") << QByteArray("%d{ISO8601} %-5p [%t] [%c] %m%n");
+    QTest::newRow("left to the library") << QByteArray("%d{ISO8601} %-5p [%t] [%c{2}] %m%n");
+}
+
+void TestLogging::eventHasALargestSize()
+{
+    QFETCH(const QByteArray, pattern);
+    writeProperties(console("INFO", pattern));
+    const QString text = u"ж"_s.repeated(50'000);
+    const QByteArray output = run({u"say"_s, text}).output;
+    QVERIFY2(output.size() <= 64 * 1024, qPrintable(QString::number(output.size())));
+    const QString line = QString::fromUtf8(output);
+    const qsizetype shown = line.count(u'ж');
+    QVERIFY2(shown > 30'000, qPrintable(line.right(100)));
+    QVERIFY2(line.endsWith(u"ж… (пропущено байт: %1)\n"_s.arg(2 * (50'000 - shown))),
+             qPrintable(line.right(100)));
 }
 
 void TestLogging::threadsWriteWholeLines()
