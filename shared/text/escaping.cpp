@@ -88,22 +88,30 @@ std::string numberOf(char32_t code)
     return code > 0xff ? escapeOf('u', code, 4) : escapeOf('x', code, 2);
 }
 
-/// Whether `text`, which follows a backslash, would make it one of our numbers.
-bool readsLikeNumber(std::string_view text)
+struct Number
 {
+    char32_t code;
+    /// How many characters it takes, without the backslash; 0 when there is none.
+    std::size_t length;
+};
+
+/// The number of a hidden character that `text`, which follows a backslash, begins with.
+Number numberAfterBackslash(std::string_view text)
+{
+    constexpr Number none{0, 0};
     if (text.empty())
-        return false;
+        return none;
     const std::size_t digits = text[0] == 'x' ? 2 : text[0] == 'u' ? 4 : text[0] == 'U' ? 8 : 0;
     if (digits == 0 || text.size() <= digits)
-        return false;
+        return none;
     char32_t code = 0;
     for (const char digit : text.substr(1, digits)) {
         const bool isNumber = digit >= '0' && digit <= '9';
         if (!isNumber && (digit < 'a' || digit > 'f'))
-            return false;
+            return none;
         code = code * 16 + static_cast<unsigned>(isNumber ? digit - '0' : digit - 'a' + 10);
     }
-    return isHidden(code) && numberOf(code).size() == digits + 2;
+    return isHidden(code) && numberOf(code).size() == digits + 2 ? Number{code, digits + 1} : none;
 }
 
 /// Whether the text stays as it is. Says no for some that do, and costs little for a Russian line.
@@ -143,7 +151,7 @@ std::size_t append(std::string &out, std::string_view text, std::string_view new
                 const std::string_view behind = text.substr(runEnd);
                 const bool isNumberNext = !behind.empty() && isHidden(firstLetter(behind).code)
                                           && (behind.front() != '\n' || newline.empty());
-                if (isNumberNext || readsLikeNumber(behind))
+                if (isNumberNext || numberAfterBackslash(behind).length > 0)
                     doubledEnd = runEnd;
             }
             if (at < doubledEnd)
@@ -174,6 +182,38 @@ QString escaped(const QString &text, Newlines newlines)
     std::string result;
     append(result, utf8, newlines == Newlines::Kept ? "\n" : "", unlimited);
     return QString::fromStdString(result);
+}
+
+QString unescaped(const QString &shown)
+{
+    const std::string utf8 = shown.toStdString();
+    const std::string_view text = utf8;
+    QString result;
+    std::size_t plain = 0;
+    const auto flush = [&](std::size_t end) {
+        const std::string_view part = text.substr(plain, end - plain);
+        result += QString::fromUtf8(part.data(), static_cast<qsizetype>(part.size()));
+    };
+    for (std::size_t at = text.find('\\'); at != std::string_view::npos;
+         at = text.find('\\', plain)) {
+        const std::size_t end = std::min(text.find_first_not_of('\\', at), text.size());
+        const Number number = numberAfterBackslash(text.substr(end));
+        if (number.length == 0) {
+            flush(end);
+            plain = end;
+            continue;
+        }
+        // Doubled backslashes, and one more where the number is a number.
+        const std::size_t count = end - at;
+        flush(at + count / 2);
+        plain = end;
+        if (count % 2 == 1) {
+            result += QChar::fromUcs4(number.code);
+            plain += number.length;
+        }
+    }
+    flush(text.size());
+    return result;
 }
 
 std::string logText(std::string_view utf8)

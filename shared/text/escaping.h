@@ -24,6 +24,9 @@ enum class Newlines
 
 QString escaped(const QString &text, Newlines newlines = Newlines::Escaped);
 
+/// The text that `shown` stands for, which escaped() or logText() made of it.
+QString unescaped(const QString &shown);
+
 /// The text of an event as the log has it: escaped, the lines after the first one indented by four
 /// blanks, and 63 KiB at most, which leaves room for time and category in 64 KiB. A longer text is
 /// cut between two characters and ends with the number of bytes (UTF-8) that were left out.

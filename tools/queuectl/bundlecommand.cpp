@@ -1,4 +1,5 @@
 #include "shared/core/paths.h"
+#include "shared/text/escaping.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/masking.h"
 #include "tools/queuectl/messagerows.h"
@@ -74,10 +75,12 @@ QByteArray lastHour()
     for (const LogLine &line : lines) {
         if (line.time.isValid() && line.time < start)
             continue;
-        result += withoutLongNumbers(
-                      u"%1 %2 [%3] %4\n"_s.arg(line.time.toString(u"yyyy-MM-dd HH:mm:ss,zzz"_s),
-                                               line.level, line.category, maskedText(line.text)))
-                      .toUtf8();
+        result +=
+            withoutLongNumbers(
+                u"%1 %2 [%3] %4\n"_s.arg(
+                    line.time.toString(u"yyyy-MM-dd HH:mm:ss,zzz"_s), line.level, line.category,
+                    escaping::escaped(maskedText(line.text), escaping::Newlines::Kept)))
+                .toUtf8();
     }
     return result;
 }

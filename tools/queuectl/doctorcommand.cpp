@@ -71,7 +71,7 @@ Report examine(const Call & /*call*/)
     report.data = {{u"checks"_s, records}, {u"errors"_s, errors}, {u"warnings"_s, warnings}};
     report.table(u"checks"_s, {{u"state"_s, text("State", "Вид"), Format::State},
                                {u"areaText"_s, text("Area", "Где")},
-                               {u"text"_s, text("What", "Что")}});
+                               {u"text"_s, text("What", "Что"), Format::Plain, false, anyWidth}});
     report.line(QString());
     report.line(text("Errors: %1, warnings: %2", "Ошибок: %1, замечаний: %2")
                     .arg(QString::number(errors), QString::number(warnings)),

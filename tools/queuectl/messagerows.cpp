@@ -48,7 +48,7 @@ QSqlDatabase connection()
 {
     throw Failure(
         Failed, text("The database refuses a statement: %1", "База данных не выполняет запрос: %1")
-                    .arg(error.text().trimmed()));
+                    .arg(error.text().simplified()));
 }
 
 void prepare(QSqlQuery &query, const QString &statement)

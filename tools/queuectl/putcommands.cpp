@@ -15,9 +15,10 @@ namespace {
 
 const QList<Column> &findingColumns()
 {
-    static const QList<Column> columns = {{u"state"_s, text("State", "Вид"), Format::State},
-                                          {u"key"_s, text("Key", "Ключ")},
-                                          {u"text"_s, text("What", "Что")}};
+    static const QList<Column> columns = {
+        {u"state"_s, text("State", "Вид"), Format::State},
+        {u"key"_s, text("Key", "Ключ")},
+        {u"text"_s, text("What", "Что"), Format::Plain, false, anyWidth}};
     return columns;
 }
 

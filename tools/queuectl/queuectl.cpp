@@ -2,6 +2,7 @@
 
 #include "shared/core/config.h"
 #include "shared/core/paths.h"
+#include "shared/text/escaping.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
@@ -148,10 +149,10 @@ int run(const QStringList &commandLine)
         if (isJson) {
             const QJsonObject error{{u"exitCode"_s, failure.exitCode()},
                                     {u"text"_s, failure.tr().ru()}};
-            printError(QString::fromUtf8(
-                QJsonDocument(QJsonObject{{u"error"_s, error}}).toJson(QJsonDocument::Compact)));
+            printError(QString::fromUtf8(escaping::escapedJson(
+                QJsonDocument(QJsonObject{{u"error"_s, error}}).toJson(QJsonDocument::Compact))));
         } else {
-            printError(failure.tr().ru());
+            printError(escaping::escaped(failure.tr().ru()));
         }
         return failure.exitCode();
     }

@@ -1,5 +1,6 @@
 #include "tools/queuectl/report.h"
 
+#include "shared/text/escaping.h"
 #include "tools/queuectl/text.h"
 
 #include <QDateTime>
@@ -71,10 +72,22 @@ QString cellText(const QJsonValue &value, Format format)
         QStringList parts;
         for (const QJsonValue &part : value.toArray())
             parts.append(part.toVariant().toString());
-        return parts.isEmpty() ? noValue : printable(parts.join(u", "_s));
+        return parts.isEmpty() ? noValue : escaping::escaped(parts.join(u", "_s));
     }
-    const QString shown = printable(value.toString()).replace(u'\n', u' ');
+    const QString shown = escaping::escaped(value.toString());
     return shown.isEmpty() ? noValue : shown;
+}
+
+/// The value in its column, cut to the width that the column may have.
+QString tableCell(const QJsonValue &value, const Column &column)
+{
+    QString shown = cellText(value, column.format);
+    if (column.widest == anyWidth || shown.size() <= column.widest)
+        return shown;
+    shown.truncate(column.widest - 1);
+    if (shown.back().isHighSurrogate())
+        shown.chop(1);
+    return shown + u'…';
 }
 
 QString cell(const QString &text, qsizetype width, const Column &column, const QString &value,
@@ -101,8 +114,7 @@ QString tableText(const QJsonArray &rows, const QList<Column> &columns, bool wit
     for (const Column &column : columns) {
         qsizetype width = column.title.size();
         for (const QJsonValue &row : rows)
-            width =
-                std::max(width, cellText(row.toObject().value(column.key), column.format).size());
+            width = std::max(width, tableCell(row.toObject().value(column.key), column).size());
         widths.append(width);
     }
     QStringList titles;
@@ -115,8 +127,8 @@ QString tableText(const QJsonArray &rows, const QList<Column> &columns, bool wit
         QStringList cells;
         for (qsizetype i = 0; i < columns.size(); ++i) {
             const QJsonValue value = row.toObject().value(columns[i].key);
-            cells.append(cell(cellText(value, columns[i].format), widths[i], columns[i],
-                              value.toString(), withColours));
+            cells.append(cell(tableCell(value, columns[i]), widths[i], columns[i], value.toString(),
+                              withColours));
         }
         result += trimmedRight(cells.join(u"  "_s)) + u'\n';
     }
@@ -166,13 +178,29 @@ void Report::line(const QString &text, Tone tone)
     blocks.append({Block::Kind::Line, text, tone, {}, {}});
 }
 
+void Report::quote(const QString &text)
+{
+    const QString shown = escaping::escaped(text, escaping::Newlines::Kept);
+    blocks.append(
+        {Block::Kind::Ready, QString(shown).replace(u"\n"_s, u"\n    "_s), Tone::Plain, {}, {}});
+}
+
+void Report::object(const QJsonObject &object)
+{
+    const QByteArray json = escaping::escapedJson(QJsonDocument(object).toJson());
+    blocks.append({Block::Kind::Ready, QString::fromUtf8(json).trimmed(), Tone::Plain, {}, {}});
+}
+
 QString Report::toText(bool withColours) const
 {
     QString result;
     for (const Block &block : blocks) {
         switch (block.kind) {
         case Block::Kind::Line:
-            result += coloured(printable(block.text), block.tone, withColours) + u'\n';
+            result += coloured(escaping::escaped(block.text), block.tone, withColours) + u'\n';
+            break;
+        case Block::Kind::Ready:
+            result += block.text + u'\n';
             break;
         case Block::Kind::Table:
             result += tableText(data.value(block.key).toArray(), block.columns, withColours);
@@ -187,7 +215,7 @@ QString Report::toText(bool withColours) const
 
 QByteArray Report::toJson() const
 {
-    return QJsonDocument(data).toJson();
+    return escaping::escapedJson(QJsonDocument(data).toJson());
 }
 
 QString coloured(const QString &text, Tone tone, bool withColours)
@@ -213,17 +241,6 @@ QString coloured(const QString &text, Tone tone, bool withColours)
         break;
     }
     return u"\u001b[%1m%2\u001b[0m"_s.arg(QString::number(code), text);
-}
-
-QString printable(const QString &text)
-{
-    QString result = text;
-    for (QChar &character : result) {
-        if (character.category() == QChar::Other_Control && character != u'\n'
-            && character != u'\t')
-            character = u'·';
-    }
-    return result;
 }
 
 } // namespace queuectl

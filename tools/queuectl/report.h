@@ -32,16 +32,27 @@ enum class Tone
     Strong
 };
 
-/// A column of a table, or a line of a list of facts: a key of the data and its title.
+/// How wide a column of a table may become before its values are cut. A row may hold a type or a
+/// card of any length.
+constexpr qsizetype usualWidth = 40;
+constexpr qsizetype answerWidth = 100;
+/// For texts of our own.
+constexpr qsizetype anyWidth = 0;
+
+/// A column of a table, or a line of a list of facts: a key of the data and its title. Facts are
+/// never cut.
 struct Column
 {
     QString key;
     QString title;
     Format format = Format::Plain;
     bool isRight = false;
+    qsizetype widest = usualWidth;
 };
 
-/// What a command has found: the data, which is all of the JSON form, and how the text form shows it.
+/// What a command has found: the data, which is all of the JSON form, and how the text form shows
+/// it. Both forms write control and invisible characters by their numbers (shared/text/escaping.h),
+/// the JSON form in the escapes of JSON.
 class Report
 {
 public:
@@ -55,6 +66,11 @@ public:
     /// Members of the data, one on a line; a dotted key is a member of a member.
     void facts(const QList<Column> &lines);
     void line(const QString &text, Tone tone = Tone::Plain);
+    /// A text that may have lines of its own; those after the first one are indented, so that none
+    /// passes for a line of the report.
+    void quote(const QString &text);
+    /// The object over several lines.
+    void object(const QJsonObject &object);
 
     QString toText(bool withColours) const;
     QByteArray toJson() const;
@@ -65,6 +81,8 @@ private:
         enum class Kind
         {
             Line,
+            /// The text is ready to be shown.
+            Ready,
             Table,
             Facts
         } kind = Kind::Line;
@@ -79,8 +97,5 @@ private:
 
 /// `text` in the colour of its tone.
 QString coloured(const QString &text, Tone tone, bool withColours);
-
-/// Text from a row or a log for a terminal: characters that would control it appear as a dot.
-QString printable(const QString &text);
 
 } // namespace queuectl

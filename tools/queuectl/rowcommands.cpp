@@ -44,7 +44,7 @@ Row requireRow(MessageRows &rows, int id)
 QString describe(const Row &row)
 {
     return text("row %1 (type %2, %3 old)", "строку %1 (тип %2, ждёт %3)")
-        .arg(QString::number(row.id), printable(row.type), durationText(row.ageSeconds()));
+        .arg(QString::number(row.id), row.type, durationText(row.ageSeconds()));
 }
 
 } // namespace
@@ -119,7 +119,7 @@ Report showRow(const Call &call)
         const QJsonObject shown = withSecrets ? *body : withoutSecrets(row.type, *body);
         report.data.insert(u"body"_s, shown);
         report.line(QString());
-        report.line(QString::fromUtf8(QJsonDocument(shown).toJson()).trimmed());
+        report.object(shown);
         return report;
     }
     const QString raw = QString::fromUtf8(row.body);
@@ -127,7 +127,7 @@ Report showRow(const Call &call)
     report.line(text("The body is no JSON object; its handler gets an empty one.",
                      "Тело не объект JSON; обработчик получит пустое."),
                 Tone::Bad);
-    report.line(report.data.value(u"bodyText"_s).toString());
+    report.quote(report.data.value(u"bodyText"_s).toString());
     return report;
 }
 

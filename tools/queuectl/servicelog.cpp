@@ -1,6 +1,7 @@
 #include "tools/queuectl/servicelog.h"
 
 #include "shared/core/paths.h"
+#include "shared/text/escaping.h"
 #include "tools/queuectl/text.h"
 
 #include <log4qt/helpers/properties.h>
@@ -20,6 +21,7 @@ namespace {
 
 constexpr qint64 maxBytes = 8 * 1024 * 1024;
 const QString isoFormat = u"yyyy-MM-dd HH:mm:ss,zzz"_s;
+const QString announcement = u"Обработка сообщения: "_s;
 const QString usualPattern = u"%d{yyyy-MM-dd HH:mm:ss,zzz} %-5p [%c] %m%n"_s;
 
 struct LogPlace
@@ -201,7 +203,12 @@ std::optional<Attempt> ServiceLog::lastAttempt(const QString &type, const QStrin
     const auto byId = attempts.constFind(attemptKey(type, QString::number(id)));
     if (byId != attempts.constEnd())
         return *byId;
-    const auto byBody = attempts.constFind(attemptKey(type, body));
+    auto byBody = attempts.constFind(attemptKey(type, body));
+    if (byBody == attempts.constEnd()) {
+        // The log has the beginning of a long body only.
+        const QString shown = escaping::unescaped(escaping::logText(announcement + body));
+        byBody = attempts.constFind(attemptKey(type, shown.mid(announcement.size())));
+    }
     return byBody == attempts.constEnd() ? std::nullopt : std::optional<Attempt>(*byBody);
 }
 
@@ -232,6 +239,8 @@ QList<LogLine> ServiceLog::parse(const QString &content, const QString &pattern)
             entry.text = match.captured(format.text);
         result.append(entry);
     }
+    for (LogLine &entry : result)
+        entry.text = escaping::unescaped(entry.text);
     return result;
 }
 
@@ -260,7 +269,7 @@ void ServiceLog::learn()
 
 void ServiceLog::learnAttempts()
 {
-    static const QRegularExpression announced(uR"(^Обработка сообщения: (.*)$)"_s,
+    static const QRegularExpression announced(u'^' + announcement + u"(.*)$"_s,
                                               QRegularExpression::DotMatchesEverythingOption);
     static const QRegularExpression numbered(
         uR"(^(?:Отправка|Обработка) сообщения (?:.* )?(\d+)$)"_s);

@@ -1,3 +1,4 @@
+#include "shared/text/escaping.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/controlport.h"
 #include "tools/queuectl/masking.h"
@@ -130,7 +131,8 @@ Report showStatus(const Call & /*call*/)
                   {u"failId"_s, text("Fail id", "Отказ на"), Format::Plain, true},
                   {u"workerActive"_s, text("Worker", "Работает"), Format::YesNo},
                   {u"lastFailureTime"_s, text("At", "Когда"), Format::Time},
-                  {u"lastFailure"_s, text("Last failure", "Последний отказ")}});
+                  {u"lastFailure"_s, text("Last failure", "Последний отказ"), Format::Plain, false,
+                   answerWidth}});
     if (hasDatabase && report.data.value(u"waiting"_s).toInt() == 0)
         report.line(text("Nothing waits.", "Очередь пуста."), Tone::Good);
     if (!hasDatabase)
@@ -148,7 +150,8 @@ Report watchStatus(const Call &call)
     for (int i = 1; count == 0 || i <= count; ++i) {
         report = showStatus(call);
         if (call.isJson) {
-            print(QJsonDocument(report.data).toJson(QJsonDocument::Compact) + '\n');
+            const QJsonDocument line(report.data);
+            print(escaping::escapedJson(line.toJson(QJsonDocument::Compact)) + '\n');
         } else {
             const QString head =
                 text("%1, every %2 s, end with Ctrl-C", "%1, каждые %2 с, выход по Ctrl-C")

@@ -1,5 +1,6 @@
 #include "tools/queuectl/terminal.h"
 
+#include "shared/text/escaping.h"
 #include "tools/queuectl/failure.h"
 #include "tools/queuectl/text.h"
 
@@ -62,7 +63,7 @@ void confirm(const QString &question)
     if (::isatty(STDIN_FILENO) != 1)
         throw Failure(NotConfirmed, text("Nobody is there to ask; add --yes if you mean it",
                                          "Некого спросить; добавьте --yes, если уверены"));
-    const QByteArray bytes = (question + text(" [y/N] ", " [д/Н] ")).toUtf8();
+    const QByteArray bytes = (escaping::escaped(question) + text(" [y/N] ", " [д/Н] ")).toUtf8();
     std::fputs(bytes.constData(), stderr);
     const QString answer = readAnswer();
     for (const QString &yes : {u"y"_s, u"yes"_s, u"д"_s, u"да"_s}) {

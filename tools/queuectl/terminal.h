@@ -15,8 +15,8 @@ void print(const QByteArray &bytes);
 /// Writes a line to standard error.
 void printError(const QString &text);
 
-/// Asks on the terminal. Without a terminal to answer from, or with any answer but yes, throws Failure
-/// (NotConfirmed).
+/// Asks on the terminal; the question is escaped. Without a terminal to answer from, or with any
+/// answer but yes, throws Failure (NotConfirmed).
 void confirm(const QString &question);
 
 /// How far a long command is, on standard error, and only where that is a terminal and `isWanted`.

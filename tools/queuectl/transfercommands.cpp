@@ -1,3 +1,4 @@
+#include "shared/text/escaping.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/rowcheck.h"
@@ -21,7 +22,7 @@ const QString countMember = u"exported"_s;
 
 QByteArray jsonLine(const QJsonObject &object)
 {
-    return QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
+    return escaping::escapedJson(QJsonDocument(object).toJson(QJsonDocument::Compact)) + '\n';
 }
 
 /// The columns as they are. The body goes as text, since a row need not hold valid JSON.
@@ -194,8 +195,9 @@ Report importRows(const Call &call)
         for (const LineFault &fault : std::as_const(faults))
             records.append(QJsonObject{{u"line"_s, fault.line}, {u"text"_s, fault.text}});
         report.data = {{u"rows"_s, 0}, {u"faults"_s, records}};
-        report.table(u"faults"_s, {{u"line"_s, text("Line", "Строка"), Format::Plain, true},
-                                   {u"text"_s, text("What", "Что")}});
+        report.table(u"faults"_s,
+                     {{u"line"_s, text("Line", "Строка"), Format::Plain, true},
+                      {u"text"_s, text("What", "Что"), Format::Plain, false, anyWidth}});
         report.line(text("Nothing was written.", "Ничего не записано."), Tone::Bad);
         report.exitCode = Found;
         return report;

@@ -51,9 +51,10 @@ Report listTypes(bool namesOnly)
     }
     report.data = {{u"types"_s, records}};
     if (!namesOnly)
-        report.table(u"types"_s, {{u"type"_s, text("Type", "Тип")},
-                                  {u"group"_s, text("Group", "Группа")},
-                                  {u"about"_s, text("What it is", "Что это")}});
+        report.table(u"types"_s,
+                     {{u"type"_s, text("Type", "Тип")},
+                      {u"group"_s, text("Group", "Группа")},
+                      {u"about"_s, text("What it is", "Что это"), Format::Plain, false, anyWidth}});
     return report;
 }
 
@@ -93,17 +94,19 @@ Report showTypes(const Call &call)
                   {u"openKeys"_s, text("Further keys", "Прочие ключи"), Format::YesNo},
                   {u"settings"_s, text("Settings", "Настройки")}});
     report.line(QString());
-    report.table(u"keys"_s, {{u"key"_s, text("Key", "Ключ")},
-                             {u"kind"_s, text("Kind", "Вид")},
-                             {u"required"_s, text("Required", "Нужен"), Format::YesNo},
-                             {u"secret"_s, text("Secret", "Секрет"), Format::YesNo},
-                             {u"default"_s, text("Default", "Без него")},
-                             {u"about"_s, text("What it is", "Что это")}});
+    report.table(u"keys"_s,
+                 {{u"key"_s, text("Key", "Ключ")},
+                  {u"kind"_s, text("Kind", "Вид")},
+                  {u"required"_s, text("Required", "Нужен"), Format::YesNo},
+                  {u"secret"_s, text("Secret", "Секрет"), Format::YesNo},
+                  {u"default"_s, text("Default", "Без него")},
+                  {u"about"_s, text("What it is", "Что это"), Format::Plain, false, anyWidth}});
     report.line(QString());
     report.table(u"outcomes"_s,
-                 {{u"resultText"_s, text("Row", "Строка")}, {u"when"_s, text("When", "Когда")}});
+                 {{u"resultText"_s, text("Row", "Строка")},
+                  {u"when"_s, text("When", "Когда"), Format::Plain, false, anyWidth}});
     report.line(QString());
-    report.line(QString::fromUtf8(QJsonDocument(type->example).toJson()).trimmed());
+    report.object(type->example);
     return report;
 }
 

@@ -69,6 +69,7 @@ void TestEscaping::texts()
     QFETCH(const QString, text);
     QFETCH(const QString, shown);
     QCOMPARE(escaping::escaped(text), shown);
+    QCOMPARE(escaping::unescaped(shown), text);
 }
 
 void TestEscaping::everyHiddenCharacter()
@@ -107,6 +108,7 @@ void TestEscaping::eachResultStandsForOneText()
         for (const QString &text : std::as_const(texts)) {
             const QString shown = escaping::escaped(text);
             QVERIFY2(!known.contains(shown), qPrintable(shown));
+            QCOMPARE(escaping::unescaped(shown), text);
             known.insert(shown, text);
             for (const QString &piece : pieces)
                 longer.append(text + piece);

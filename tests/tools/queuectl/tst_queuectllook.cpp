@@ -1,3 +1,5 @@
+#include "shared/core/compactjson.h"
+#include "shared/text/escaping.h"
 #include "tests/support/loopbackserver.h"
 #include "tests/tools/queuectl/till.h"
 
@@ -7,6 +9,8 @@
 #include <QDateTime>
 #include <QFile>
 #include <QJsonArray>
+#include <QJsonDocument>
+#include <QRegularExpression>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -41,7 +45,13 @@ private Q_SLOTS:
     void listByCard();
     void showMasks();
     void showOfBrokenBody();
-    void showControlCharacters();
+    void hiddenCharacters_data();
+    void hiddenCharacters();
+    void hiddenCharactersInJson();
+    void hiddenCharactersInAQuestion();
+    void linesOfABodyCannotPassForOurs();
+    void columnsHaveALargestWidth_data();
+    void columnsHaveALargestWidth();
     void unknownRow_data();
     void unknownRow();
     void shapeGroups();
@@ -54,6 +64,8 @@ private Q_SLOTS:
     void portOfAnotherProgram();
     void whyCountsRowsBefore();
     void whyNamesTheAnswerToThisRow();
+    void whyKnowsWhatTheLogHasOfABody_data();
+    void whyKnowsWhatTheLogHasOfABody();
     void speaksRussian();
     void coloursOnTerminalOnly();
     void looksOnly();
@@ -290,13 +302,142 @@ void TestQueuectlLook::showOfBrokenBody()
              u"password=hush, no JSON"_s);
 }
 
-void TestQueuectlLook::showControlCharacters()
+namespace {
+
+/// What a hostile reply or row may hold, and how it is shown in a line.
+const QString hidden = u"\u001b[2J\r\n\u009b\u202e\u2028"_s;
+const QString shownHidden = uR"(\x1b[2J\x0d\x0a\x9b\u202e\u2028)"_s;
+
+/// The characters that an engineer's terminal must not get, the end of a line excepted.
+QString hiddenIn(const QString &text)
 {
-    // What a row holds must not command the engineer's terminal.
-    put(u"heineken"_s, u"\u001b[2Jgone"_s);
-    QVERIFY(!till->run({u"show"_s, u"1"_s}).out.contains(u'\u001b'));
-    put(u"\u001b[2J"_s);
-    QVERIFY(!till->run({u"status"_s}).out.contains(u'\u001b'));
+    static const QRegularExpression pattern(
+        u"[\\x{0}-\\x{9}\\x{b}-\\x{1f}\\x{7f}-\\x{9f}\\x{61c}\\x{200b}-\\x{200f}"
+        "\\x{2028}-\\x{202e}\\x{2060}-\\x{206f}\\x{feff}].{0,20}"_s);
+    return pattern.match(text).captured();
+}
+
+} // namespace
+
+void TestQueuectlLook::hiddenCharacters_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("shown");
+    const auto row = [](const QStringList &arguments, const QString &shown = shownHidden) {
+        QTest::newRow(qPrintable(escaping::escaped(arguments.join(u' ')))) << arguments << shown;
+    };
+    row({u"status"_s});
+    row({u"watch"_s, u"--count"_s, u"1"_s});
+    row({u"list"_s, u"heineken"_s});
+    row({u"list"_s, hidden});
+    row({u"show"_s, u"1"_s});
+    row({u"show"_s, u"2"_s});
+    row({u"show"_s, u"3"_s});
+    row({u"why"_s, u"1"_s});
+    // Blanks of an answer become one.
+    row({u"why"_s, u"2"_s}, uR"("answer \x1b[2J \x9b\u202e")"_s);
+    row({u"why"_s, u"3"_s}, uR"("answer \x1b[2J \x9b\u202e")"_s);
+    row({u"shape"_s});
+    row({u"doctor"_s}, uR"(\x9b\u202e)"_s);
+    row({u"export"_s}, uR"(\u001b[2J\r\n\u009b\u202e\u2028)"_s);
+    row({u"types"_s, hidden});
+    row({u"lint"_s, hidden});
+    row({u"put"_s, hidden, u"-"_s});
+    row({u"import"_s, hidden});
+    row({u"export"_s, hidden + u'x'});
+    row({u"bundle"_s, u"--output"_s, u"/nosuch/"_s + hidden});
+    row({u"status"_s, u"--"_s + hidden});
+    row({hidden});
+}
+
+void TestQueuectlLook::hiddenCharacters()
+{
+    QFETCH(const QStringList, arguments);
+    QFETCH(const QString, shown);
+    const QJsonObject object{{u"url"_s, u"http://127.0.0.1:1/"_s}, {hidden, hidden}};
+    const QString text = QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+    till->database.put(hidden, text, hidden);
+    till->database.put(u"heineken"_s, text, hidden);
+    till->database.put(u"heineken"_s, u"no JSON "_s + hidden, hidden);
+    till->database.query(u"UPDATE message SET statuscode = ?"_s, {hidden});
+    till->setFailIds("{\"heineken\":3}");
+    till->setSettings(u"\n[Spasibo]\n\u009b\u202e = 1\n"_s);
+    // One that did not escape, as Log4Qt, and one that did.
+    till->setLog({logLine(60, u"ERROR"_s, u"heineken"_s, u"raw \u009b\u202e\u0007 "_s + hidden),
+                  logLine(50, u"ERROR"_s, u"heineken"_s, u"answer "_s + shownHidden)});
+
+    const Outcome outcome = till->run(arguments);
+    QCOMPARE(hiddenIn(outcome.out), QString());
+    QCOMPARE(hiddenIn(outcome.err), QString());
+    const QString all = outcome.out + outcome.err;
+    QVERIFY2(all.contains(shown), qPrintable(all));
+    // The number of a number would be another text.
+    QVERIFY2(!all.contains(uR"(\\x1b)"_s), qPrintable(all));
+    if (arguments == QStringList{u"export"_s})
+        return;
+    const Outcome json = till->run(arguments + QStringList{u"--json"_s});
+    QCOMPARE(hiddenIn(json.out), QString());
+    QCOMPARE(hiddenIn(json.err), QString());
+}
+
+void TestQueuectlLook::hiddenCharactersInJson()
+{
+    const QJsonObject object{{u"url"_s, u"http://127.0.0.1:1/"_s}, {hidden, hidden}};
+    const QByteArray text = QJsonDocument(object).toJson(QJsonDocument::Compact);
+    const int id = till->database.put(u"heineken"_s, QString::fromUtf8(text), hidden);
+    const QJsonObject row = till->run({u"show"_s, QString::number(id), u"--json"_s}).json();
+    QCOMPARE(row.value(u"cardNumber"_s).toString(), hidden);
+    QCOMPARE(row.value(u"body"_s).toObject(), object);
+    // The body over several lines is JSON too.
+    const QString shown = till->run({u"show"_s, QString::number(id)}).out;
+    QCOMPARE(QJsonDocument::fromJson(shown.mid(shown.indexOf(u'{')).toUtf8()).object(), object);
+
+    const QString exported = till->run({u"export"_s}).out;
+    QCOMPARE(hiddenIn(exported), QString());
+    const QJsonObject record =
+        QJsonDocument::fromJson(exported.section(u'\n', 0, 0).toUtf8()).object();
+    QCOMPARE(record.value(u"cardnumber"_s).toString(), hidden);
+    QCOMPARE(record.value(u"body"_s).toString().toUtf8(), text);
+}
+
+void TestQueuectlLook::hiddenCharactersInAQuestion()
+{
+    const int id = till->database.put(hidden, body);
+    const Outcome outcome = till->runOnTerminal({u"drop"_s, QString::number(id)}, "n\n");
+    QCOMPARE(hiddenIn(outcome.out), QString());
+    QVERIFY2(outcome.out.contains(shownHidden), qPrintable(outcome.out));
+    QCOMPARE(outcome.exitCode, ExitCode::NotConfirmed);
+}
+
+void TestQueuectlLook::linesOfABodyCannotPassForOurs()
+{
+    const int id = put(u"heineken"_s, u"no JSON\nДоставлена"_s);
+    const QString shown = till->run({u"show"_s, QString::number(id)}).out;
+    QVERIFY2(shown.endsWith(u"no JSON\n    Доставлена\n"_s), qPrintable(shown));
+}
+
+void TestQueuectlLook::columnsHaveALargestWidth_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("status") << QStringList{u"status"_s};
+    QTest::newRow("shape") << QStringList{u"shape"_s};
+    QTest::newRow("list") << QStringList{u"list"_s, u"heineken"_s};
+}
+
+void TestQueuectlLook::columnsHaveALargestWidth()
+{
+    QFETCH(const QStringList, arguments);
+    const QString longText(10'000, u'т');
+    till->database.put(longText, body, longText);
+    till->database.put(u"heineken"_s, body, longText);
+    till->setFailIds("{\"heineken\":2}");
+    till->setLog({logLine(50, u"ERROR"_s, u"heineken"_s, longText)});
+    const QString out = till->run(arguments).out;
+    QVERIFY2(out.contains(QString(39, u'т') + u"…"_s), qPrintable(out));
+    const QStringList lines = out.split(u'\n');
+    for (const QString &line : lines)
+        QVERIFY2(line.size() < 250, qPrintable(line));
+    QVERIFY(till->run(arguments + QStringList{u"--json"_s}).out.contains(longText));
 }
 
 void TestQueuectlLook::unknownRow_data()
@@ -509,6 +650,33 @@ void TestQueuectlLook::whyNamesTheAnswerToThisRow()
          logLine(57, u"ERROR"_s, u"heineken"_s, u"второй ответ, token=abc"_s)});
     QVERIFY(why(first).value(u"lastAnswer"_s).toString().contains(u"первый ответ"));
     QVERIFY(why(second).value(u"lastAnswer"_s).toString().contains(u"второй ответ, token=***"));
+}
+
+void TestQueuectlLook::whyKnowsWhatTheLogHasOfABody_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::newRow("hidden characters") << hidden;
+    QTest::newRow("backslashes") << u"\"C:\\x1b\" \\u202e \\"_s;
+    QTest::newRow("cut") << u"ж"_s.repeated(50'000);
+}
+
+void TestQueuectlLook::whyKnowsWhatTheLogHasOfABody()
+{
+    QFETCH(const QString, text);
+    const QString url = u"http://127.0.0.1:1/"_s;
+    const QString content = compactJson({{u"url"_s, url}, {u"text"_s, text}});
+    const QString other = compactJson({{u"url"_s, url}, {u"text"_s, u"other"_s}});
+    const int id = put(u"heineken"_s, content);
+    till->setAge(id, 600);
+    const auto announced = [](const QString &shown) {
+        return escaping::logText(u"Обработка сообщения: "_s + shown);
+    };
+    till->setLog({logLine(60, u"INFO"_s, u"heineken"_s, announced(content)),
+                  logLine(59, u"ERROR"_s, u"heineken"_s, u"нужный ответ"_s),
+                  logLine(58, u"INFO"_s, u"heineken"_s, announced(other)),
+                  logLine(57, u"ERROR"_s, u"heineken"_s, u"чужой ответ"_s)});
+    const QString answer = why(id).value(u"lastAnswer"_s).toString();
+    QVERIFY2(answer.contains(u"нужный ответ"), qPrintable(answer));
 }
 
 void TestQueuectlLook::speaksRussian()
