@@ -21,8 +21,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Nothing in the service catches a database that is not there at the start, nor a handler that
-/// throws: the process ends, and whoever started it starts it anew. The log says why it ended.
+/// A connection to the database that cannot be opened, at the start or by a worker, is not caught: the
+/// process ends, and systemd starts it again. The log says why it ended.
 [[noreturn]] void endWithReason()
 {
     QString reason = u"причина неизвестна"_s;

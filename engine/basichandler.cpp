@@ -4,6 +4,8 @@
 
 #include <log4qt/logmanager.h>
 
+#include <exception>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -105,7 +107,7 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
         }
 
         const Turn turn = turnOf(message);
-        if (turn == Turn::Now && sendMessage(message)) {
+        if (turn == Turn::Now && deliver(message)) {
             onMessageDone(message.id);
             doneId = message.id;
             continue;
@@ -114,6 +116,21 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
         if (turn != Turn::Later)
             return;
     }
+}
+
+bool BasicHandler::deliver(const Message &message)
+{
+    // One row must not end the service: it would be the first one again after the restart.
+    QString reason = u"причина неизвестна"_s;
+    try {
+        return sendMessage(message);
+    } catch (const std::exception &exception) {
+        reason = QString::fromUtf8(exception.what());
+    } catch (...) {
+    }
+    logger_->error(u"Ошибка при обработке сообщения %1, сообщение остаётся: %2"_s.arg(
+        QString::number(message.id), reason));
+    return false;
 }
 
 Message BasicHandler::nextMessage()

@@ -35,15 +35,15 @@ public:
 
     explicit BasicHandler(const QString &type);
 
-    /// Works through the messages of the type. Throws what DAO::connect() and sendMessage() throw,
-    /// and that ends the service.
+    /// Works through the messages of the type. Throws what DAO::connect() throws, and that ends the
+    /// service.
     void run() override;
     ~BasicHandler() override;
     virtual void processMessages();
     virtual bool isStopped();
     /// Delivers one message. True: finished with, whether delivered or given up for good with a
     /// reason in the log, and it is deleted. False: it stays, and this worker ends.
-    /// Must not throw.
+    /// Catches what it can recover from. An exception that leaves it is logged and counts as false.
     virtual bool sendMessage(const Message &message) = 0;
     /// The message stays: the next pass starts behind it.
     virtual void onSendFailed(int id);
@@ -71,6 +71,8 @@ protected:
     std::shared_ptr<queue::DAO> dao;
 
 private:
+    /// sendMessage(), and no exception.
+    bool deliver(const Message &message);
     /// The oldest message behind the type's fail id.
     Message nextMessage();
 

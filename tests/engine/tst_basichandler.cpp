@@ -6,6 +6,9 @@
 
 #include <QTest>
 
+#include <exception>
+#include <new>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -14,6 +17,8 @@ namespace {
 struct Script
 {
     QSet<int> refused;
+    /// What the delivery of a message throws.
+    QMap<int, std::exception_ptr> thrown;
     /// The service is asked to stop during this message's delivery.
     int stopAt = -1;
     QStringList events;
@@ -33,6 +38,8 @@ public:
         delivered.append(message);
         if (message.id == script.stopAt)
             state->stopFlag = 1;
+        if (const std::exception_ptr exception = script.thrown.value(message.id))
+            std::rethrow_exception(exception);
         return !script.refused.contains(message.id);
     }
     void onSendFailed(int id) override
@@ -78,6 +85,7 @@ private Q_SLOTS:
     void lostDatabaseForgetsTheFailId();
     void unreadableBodyReachesTheHandler();
     void rowThatDoesNotGoAway();
+    void handlerThatThrows();
     void typeIsListedWhileItRuns();
     void snapshotIsNotDisturbed();
     void unreachableDatabaseLeavesRun();
@@ -246,6 +254,27 @@ void TstBasicHandler::rowThatDoesNotGoAway()
     QCOMPARE(database->ids(), (QList<int>{1, 2}));
     database->query(u"DROP TRIGGER queues.stubborn"_s);
     QCOMPARE(pass(), u"1 deleted, 2 deleted, end"_s);
+}
+
+void TstBasicHandler::handlerThatThrows()
+{
+    put({1, 2, 3, 4, 5});
+    const QString full = u"База данных занята, %1"_s;
+    script.thrown = {{1, std::make_exception_ptr(BasicException(full))},
+                     {3, std::make_exception_ptr(std::bad_alloc())},
+                     {4, std::make_exception_ptr(7)}};
+    const LogCapture log(u"spasibo"_s);
+    QCOMPARE(pass(), u"1 kept"_s);
+    QCOMPARE(pass(), u"2 deleted, 3 kept"_s);
+    QCOMPARE(pass(), u"4 kept"_s);
+    QCOMPARE(pass(), u"5 deleted, end"_s);
+    QCOMPARE(database->ids(), (QList<int>{1, 3, 4}));
+    QCOMPARE(log.lines().filter(u"ERROR "_s),
+             (QStringList{u"ERROR Ошибка при обработке сообщения 1, сообщение остаётся: "_s + full,
+                          u"ERROR Ошибка при обработке сообщения 3, сообщение остаётся: "
+                          "std::bad_alloc"_s,
+                          u"ERROR Ошибка при обработке сообщения 4, сообщение остаётся: причина "
+                          "неизвестна"_s}));
 }
 
 void TstBasicHandler::typeIsListedWhileItRuns()
