@@ -65,8 +65,8 @@ bool LoymaxHandler::sendMessage(const Message &message)
         client->post(url, uncorrected, headers);
         reply = parseReply(client->response());
     }
-    if (!reply.transactionId.isEmpty() && !saveTransactionId(message, reply.transactionId))
-        return false;
+    if (!reply.transactionId.isEmpty())
+        saveTransactionId(message, reply.transactionId);
     return reply.done;
 }
 
@@ -129,14 +129,12 @@ void LoymaxHandler::updateTransactionId(const QString &cardId, const QString &tr
     Singleton<DocumentsDao>::instance()->updateCard(card);
 }
 
-bool LoymaxHandler::saveTransactionId(const Message &message, const QString &transactionId)
+void LoymaxHandler::saveTransactionId(const Message &message, const QString &transactionId)
 {
     try {
         updateTransactionId(messageValue<QString>(message, u"cardId"_s), transactionId);
     } catch (const BasicException &exception) {
-        // The next attempt is told of the transaction again, or that it was handled before.
-        logger()->error(exception.tr().ru());
-        return false;
+        // The reply alone decides: another attempt would post a purchase that was accepted.
+        logger()->error(u"Идентификатор транзакции не сохранён: %1"_s, exception.tr().ru());
     }
-    return true;
 }

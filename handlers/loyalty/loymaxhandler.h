@@ -30,7 +30,8 @@ public:
     virtual void updateTransactionId(const QString &cardId, const QString &transactionId);
 
 private:
-    bool saveTransactionId(const Message &message, const QString &transactionId);
+    /// A failure is logged and changes nothing about the message.
+    void saveTransactionId(const Message &message, const QString &transactionId);
 
     int timeout;
 };

@@ -2,6 +2,7 @@
 
 #include "handlers/common/messagevalue.h"
 #include "handlers/common/restcalls.h"
+#include "shared/core/basicexception.h"
 #include "shared/core/singleton.h"
 #include "shared/document/documentsdao.h"
 #include "shared/document/xmlutils.h"
@@ -121,7 +122,14 @@ QByteArray ManzanaLoyaltyOnlineHandler::completedReturn(const QDomDocument &requ
 {
     const QString cheque = xmlutils::getValueByTag(chequeReference(request), u"Number"_s, 0);
     const QString number = xmlutils::getValueByTag(request, u"CardNumber"_s, 0);
-    const auto card = findCardRecord(cheque, number);
+    std::shared_ptr<DocumentCardRecord> card;
+    try {
+        card = findCardRecord(cheque, number);
+    } catch (const BasicException &exception) {
+        logger()->error(u"Продажа не найдена из-за ошибки базы данных, возврат отправляется без "
+                        "изменений: %1"_s,
+                        exception.tr().ru());
+    }
     // A return goes out also when the till does not know its sale any more.
     if (!card || card->getOperationInfo().isNull())
         return body;
@@ -130,8 +138,13 @@ QByteArray ManzanaLoyaltyOnlineHandler::completedReturn(const QDomDocument &requ
 
 void ManzanaLoyaltyOnlineHandler::rememberSale(const QDomDocument &request, const QByteArray &reply)
 {
-    const auto card = findCardRecord(xmlutils::getValueByTag(request, u"Number"_s, 0),
-                                     xmlutils::getValueByTag(request, u"CardNumber"_s, 0));
-    if (card)
-        saveTransaction(card->getId().toInt(), reply);
+    try {
+        const auto card = findCardRecord(xmlutils::getValueByTag(request, u"Number"_s, 0),
+                                         xmlutils::getValueByTag(request, u"CardNumber"_s, 0));
+        if (card)
+            saveTransaction(card->getId().toInt(), reply);
+    } catch (const BasicException &exception) {
+        // The service has booked the sale; another attempt would book it a second time.
+        logger()->error(u"Транзакция продажи не сохранена: %1"_s, exception.tr().ru());
+    }
 }

@@ -14,8 +14,6 @@ namespace faults {
 using namespace Qt::StringLiterals;
 
 inline const QByteArray failedStatement = u"Ошибка при выполнении запроса: "_s.toUtf8();
-/// A delivery whose transaction could not be kept for the till is made again.
-inline const QByteArray failedCard = u"Не удалось сохранить карту документа"_s.toUtf8();
 inline const QByteArray lostDatabase = u"База данных недоступна"_s.toUtf8();
 /// Nothing in the service catches a worker, or a start, that does not get its connection.
 inline const QByteArray endWithoutConnection =
@@ -117,7 +115,7 @@ public:
         QVERIFY(service.stop());
         const QByteArray log = service.log();
         const Traffic::Counts counts = traffic.counts();
-        const qsizetype failures = log.count(failedStatement) + log.count(failedCard);
+        const qsizetype failures = log.count(failedStatement);
         qInfo("%s: %d messages, %d received, %d repeats, %d failed statements, %d ends "
               "of the service",
               what, written, counts.messages, counts.repeats, static_cast<int>(failures), ends);

@@ -1,17 +1,27 @@
 #include "app/queuehandler.h"
 #include "engine/basichandler.h"
+#include "engine/handlerfactory.h"
+#include "handlers/handlertable.h"
 #include "shared/core/basicexception.h"
 #include "tests/faults/faultydriver.h"
 #include "tests/faults/form.h"
 #include "tests/faults/memoryfolder.h"
 #include "tests/support/queuedatabase.h"
+#include "tools/stand/authority.h"
+#include "tools/stand/peer.h"
+#include "tools/stand/scenario.h"
 
 #include <log4qt/level.h>
 #include <log4qt/logger.h>
 #include <log4qt/logmanager.h>
 
+#include <QDir>
+#include <QEventLoop>
+#include <QFileInfo>
 #include <QTest>
 
+#include <map>
+#include <memory>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -100,6 +110,191 @@ private:
     Peer &peer;
 };
 
+/// Whether a worker that took these steps may throw: it did not get its connection.
+bool mayThrow(const QList<Step> &steps)
+{
+    const bool isLost = std::ranges::any_of(steps, [](const Step &step) {
+        return step.failed && isOfTheConnection(step) && !isTolerated(step);
+    });
+    const bool hasPrepared = std::ranges::any_of(steps, [](const Step &step) {
+        return step.kind == Step::Kind::Prepare && !isOfTheConnection(step);
+    });
+    return isLost && !hasPrepared;
+}
+
+/// The deletions that were tried in vain, be it for want of a connection: a handler that keeps its message
+/// asks nothing more of the store.
+int failedRemovals(const QList<Step> &steps)
+{
+    const auto refused = std::ranges::count_if(steps, [](const Step &step) {
+        return step.kind == Step::Kind::Execute && step.failed
+               && step.statement.contains(u"DELETE FROM message"_s);
+    });
+    if (refused > 0)
+        return static_cast<int>(refused);
+    const bool hasRead = std::ranges::any_of(steps, [](const Step &step) {
+        return step.kind == Step::Kind::Execute && !step.failed
+               && step.statement.contains(u"ORDER BY messageid"_s);
+    });
+    const bool hasRemoved = std::ranges::any_of(steps, [](const Step &step) {
+        return step.statement.contains(u"DELETE FROM message"_s)
+               && step.kind == Step::Kind::Execute;
+    });
+    const bool endsUnconnected =
+        !steps.isEmpty() && steps.last().kind == Step::Kind::Open && steps.last().failed;
+    return hasRead && !hasRemoved && endsUnconnected ? 1 : 0;
+}
+
+/// The outside services of one scenario, its till, and real handlers between them.
+class Shop
+{
+public:
+    explicit Shop(const stand::ScenarioSource &source)
+    {
+        stand::Places places{{u"root"_s, database.root()}};
+        const PortReservation nobody;
+        places.insert(u"nobody"_s, address(nobody.port()));
+        places.insert(u"nobody.port"_s, QString::number(nobody.port()));
+        for (const stand::PeerScript &script : source.peers()) {
+            auto peer = std::make_unique<stand::Peer>();
+            places.insert(script.name, stand::Peer::address(script.kind, peer->port()));
+            places.insert(script.name + u".host"_s, u"127.0.0.1"_s);
+            places.insert(script.name + u".port"_s, QString::number(peer->port()));
+            peers.emplace(script.name, std::move(peer));
+        }
+        scenario = source.scenario(places);
+        writeFiles();
+        writeSettings();
+        for (const stand::PeerScript &script : std::as_const(scenario.peers))
+            exchanges += static_cast<int>(script.exchanges.size());
+    }
+
+    /// The table as the till has written it.
+    void fill()
+    {
+        database.query(u"DELETE FROM message"_s);
+        database.query(u"DELETE FROM queues.documentcard"_s);
+        for (const stand::CardRow &card : std::as_const(scenario.cards)) {
+            const QStringList columns = card.keys();
+            QVariantList values;
+            for (const QString &value : card)
+                values.append(value.isNull() ? u""_s : value);
+            database.query(
+                u"INSERT INTO queues.documentcard (%1) VALUES (%2)"_s.arg(
+                    columns.join(u", "_s), QStringList(columns.size(), u"?"_s).join(u", "_s)),
+                values);
+        }
+        for (const stand::QueuedMessage &message : std::as_const(scenario.messages))
+            database.put(message.type, message.body, message.cardNumber);
+        state = std::make_shared<SharedState>();
+    }
+
+    /// One worker's pass; true when it threw.
+    bool runPass()
+    {
+        for (const stand::PeerScript &script : std::as_const(scenario.peers))
+            peers.at(script.name)->play(script, &stand::Authority::shared());
+        bool hasThrown = false;
+        QEventLoop loop;
+        std::thread worker([&] {
+            const std::unique_ptr<BasicHandler> handler(factory.create(type()));
+            handler->setState(state);
+            try {
+                handler->run();
+            } catch (...) {
+                hasThrown = true;
+            }
+            QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+        });
+        loop.exec();
+        worker.join();
+        for (const auto &[name, peer] : peers)
+            peer->drain();
+        return hasThrown;
+    }
+
+    QString type() const { return scenario.messages.first().type; }
+    int messages() const { return static_cast<int>(scenario.messages.size()); }
+    int left() { return static_cast<int>(database.ids().size()); }
+    /// The requests that one message makes.
+    int requestsOfAMessage() const { return exchanges / messages(); }
+    int arrived() const
+    {
+        int sum = 0;
+        for (const auto &[name, peer] : peers)
+            sum += peer->arrived();
+        return sum;
+    }
+
+private:
+    using PortReservation = stand::PortReservation;
+
+    static QString address(quint16 port)
+    {
+        return stand::Peer::address(stand::PeerScript::Kind::Http, port);
+    }
+
+    void writeFiles()
+    {
+        const auto place = [this](const QString &path) {
+            const QString file = database.root() + path;
+            QDir().mkpath(QFileInfo(file).path());
+            return file;
+        };
+        QDir().mkpath(database.root() + u"/tmp"_s);
+        for (auto entry = scenario.files.cbegin(); entry != scenario.files.cend(); ++entry) {
+            QFile file(place(entry.key()));
+            if (!file.open(QIODevice::WriteOnly) || file.write(entry->toUtf8()) < 0)
+                qFatal("%s", qPrintable(file.errorString()));
+        }
+        for (auto entry = scenario.certificates.cbegin(); entry != scenario.certificates.cend();
+             ++entry)
+            stand::Authority::shared().writeClientCertificate(place(entry.key()), entry.value());
+    }
+
+    void writeSettings()
+    {
+        auto settings = scenario.settings;
+        if (scenario.hasTls())
+            settings[u"network"_s].insert(u"caFile"_s, stand::Authority::shared().file());
+        QString text;
+        for (auto section = settings.cbegin(); section != settings.cend(); ++section) {
+            text += u"[%1]\n"_s.arg(section.key());
+            for (auto setting = section->cbegin(); setting != section->cend(); ++setting)
+                text += u"%1 = %2\n"_s.arg(setting.key(), setting.value());
+        }
+        database.setSettings(text);
+    }
+
+    QueueDatabase database;
+    std::map<QString, std::unique_ptr<stand::Peer>> peers;
+    stand::Scenario scenario;
+    HandlerFactory factory{handlerTable()};
+    std::shared_ptr<SharedState> state;
+    int exchanges = 0;
+};
+
+/// The sample of each type, and what else the document store takes part in.
+QList<stand::ScenarioSource> shopScenarios()
+{
+    QList<stand::ScenarioSource> chosen;
+    const QList<stand::ScenarioSource> all = stand::loadScenarios(QStringLiteral(QUEUE_SCENARIOS));
+    for (const stand::ScenarioSource &source : all) {
+        stand::Places places;
+        for (const QString &name : stand::placeNames(source.peers()))
+            places.insert(name, name.endsWith(u".port"_s) ? u"1"_s : u"http://127.0.0.1:1"_s);
+        const stand::Scenario scenario = source.scenario(places);
+        const bool isDelivered =
+            std::ranges::all_of(scenario.messages, [](const stand::QueuedMessage &message) {
+                return message.outcome.fate == stand::Outcome::Fate::Removed;
+            });
+        if (source.isSample()
+            || (!scenario.cards.isEmpty() && scenario.steps.isEmpty() && isDelivered))
+            chosen.append(source);
+    }
+    return chosen;
+}
+
 } // namespace
 
 /// Every statement of the store fails in its turn, once and from then on, and nothing worse comes of it than
@@ -120,6 +315,9 @@ private Q_SLOTS:
     void operations();
     void passes_data();
     void passes();
+    void everyType_data();
+    void everyType();
+    void documentStoreTookPart();
     void statementThatCouldNotBePrepared();
 
 private:
@@ -129,6 +327,8 @@ private:
     /// Findings of the pass under way.
     QStringList findings;
     int endsWithoutConnection = 0;
+    int casesOfTypes = 0;
+    int documentStatements = 0;
 };
 
 void TstStatements::operations_data()
@@ -225,13 +425,7 @@ void TstStatements::runPass(QueueHandler &manager, const std::shared_ptr<SharedS
         worker.join();
         const QList<Step> steps = faultydriver::steps().mid(begin);
         // Only a worker that does not get its connection may end the service.
-        const bool isLost = std::ranges::any_of(steps, [](const Step &step) {
-            return step.failed && isOfTheConnection(step) && !isTolerated(step);
-        });
-        const bool hasPrepared = std::ranges::any_of(steps, [](const Step &step) {
-            return step.kind == Step::Kind::Prepare && !isOfTheConnection(step);
-        });
-        if (hasThrown != (isLost && !hasPrepared))
+        if (hasThrown != mayThrow(steps))
             findings.append(hasThrown ? u"a worker threw for a statement of its store"_s
                                       : u"a worker without a connection did not throw"_s);
         if (hasThrown) {
@@ -307,6 +501,80 @@ void TstStatements::passes()
           cases, total, repeats, endsWithoutConnection);
     QVERIFY(repeats > 0);
     QVERIFY(endsWithoutConnection > 0);
+}
+
+void TstStatements::everyType_data()
+{
+    QTest::addColumn<stand::ScenarioSource>("source");
+    QTest::addColumn<bool>("isForEver");
+    QSet<QString> types;
+    for (const stand::ScenarioSource &source : shopScenarios()) {
+        // One with several messages has a sample of its type beside it.
+        if (source.isSample())
+            types.insert(source.type());
+        for (const bool isForEver : {false, true})
+            QTest::addRow("%s, %s", qPrintable(source.title()), isForEver ? "for ever" : "once")
+                << source << isForEver;
+    }
+    QSet<QString> all;
+    for (const auto &[type, create] : handlerTable())
+        all.insert(QString::fromUtf16(type));
+    QVERIFY2(types == all, qPrintable((all - types).values().join(u' ')));
+}
+
+/// With the real handlers: whatever statement fails, no row ends the service, none goes away without a
+/// delivery, and what the outside service has taken is not sent again unless its row could not be deleted.
+void TstStatements::everyType()
+{
+    QFETCH(stand::ScenarioSource, source);
+    QFETCH(bool, isForEver);
+    Shop shop(source);
+    int cases = 0;
+    int total = 1;
+    int storeSteps = 0;
+    for (int chosen = 0; chosen <= total; ++chosen) {
+        faultydriver::arm(0, false);
+        shop.fill();
+        const int arrivedBefore = shop.arrived();
+
+        faultydriver::arm(chosen, isForEver);
+        const bool hasThrown = shop.runPass();
+        const QList<Step> steps = faultydriver::steps();
+        faultydriver::arm(0, false);
+        if (chosen == 0) {
+            total = static_cast<int>(steps.size());
+            storeSteps = static_cast<int>(std::ranges::count_if(steps, [](const Step &step) {
+                return step.statement.contains(u"documentcard"_s) && !isOfTheConnection(step);
+            }));
+            QCOMPARE(shop.left(), 0);
+        }
+        const QString where =
+            u"step %1, %2"_s.arg(QString::number(chosen), steps.value(chosen - 1).statement);
+        QVERIFY2(hasThrown == mayThrow(steps), qPrintable(where));
+        const int gone = shop.messages() - shop.left();
+        const int requests = shop.requestsOfAMessage();
+        QVERIFY2(gone * requests <= shop.arrived() - arrivedBefore, qPrintable(where));
+
+        // The database is well again.
+        for (int pass = 0; pass < 4 && shop.left() > 0; ++pass)
+            shop.runPass();
+        QVERIFY2(shop.left() == 0, qPrintable(where));
+        QVERIFY2(shop.arrived() - arrivedBefore
+                     == (shop.messages() + failedRemovals(steps)) * requests,
+                 qPrintable(where));
+        ++cases;
+    }
+    casesOfTypes += cases;
+    documentStatements += storeSteps;
+}
+
+void TstStatements::documentStoreTookPart()
+{
+    if (casesOfTypes == 0)
+        QSKIP("everyType was not asked for");
+    qInfo("%d cases with the real handlers, %d of them statements of the document store",
+          casesOfTypes, documentStatements);
+    QVERIFY(documentStatements > 0);
 }
 
 /// The store of the main thread lives as long as the service. A statement that could not be prepared, say

@@ -349,10 +349,16 @@ void TstLoymaxHandler::brokenDocumentStore()
 {
     till->query(u"DROP TABLE queues.documentcard"_s);
     const LogCapture log(u"loymax"_s);
-    FakeRestClient net({answer("DiscountResponse", "ErrorCode='0' TransactionID='t'")});
-    QVERIFY(!deliver(u"loymax"_s, message()));
+    FakeRestClient net({answer("DiscountResponse", "ErrorCode='0' TransactionID='t'"),
+                        answer("DiscountResponse", "ErrorCode='1' TransactionID='t'")});
+    QVERIFY(deliver(u"loymax"_s, message()));
     QCOMPARE(log.lines().size(), 3);
-    QVERIFY2(log.lines().last().startsWith(u"ERROR "_s), qPrintable(log.lines().last()));
+    QVERIFY2(
+        log.lines().last().startsWith(
+            u"ERROR Идентификатор транзакции не сохранён: Не удалось сохранить карту документа"_s),
+        qPrintable(log.lines().last()));
+    net.nextDelivery();
+    QVERIFY(!deliver(u"loymax"_s, message()));
 }
 
 void TstLoymaxHandler::operationsAreVirtual()

@@ -1,5 +1,4 @@
 #include "handlers/loyalty/manzanaloyaltyonlinehandler.h"
-#include "shared/core/basicexception.h"
 #include "tests/handlers/support/delivery.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
@@ -67,6 +66,7 @@ private Q_SLOTS:
     void saleAndItsReturn();
     void originalRequestStaysAsItWas();
     void returnWithoutAReference();
+    void brokenDocumentStore_data();
     void brokenDocumentStore();
     void slots_();
 
@@ -364,11 +364,42 @@ void TstManzanaLoyaltyOnlineHandler::returnWithoutAReference()
     QCOMPARE(ManzanaLoyaltyOnlineHandler().updateReturnRequest(document, card), "<q/>\n");
 }
 
+void TstManzanaLoyaltyOnlineHandler::brokenDocumentStore_data()
+{
+    QTest::addColumn<QString>("breakage");
+    QTest::addColumn<QString>("xml");
+    QTest::addColumn<QString>("line");
+    const QString noTable = u"DROP TABLE queues.documentcard"_s;
+    const QString noColumn = u"ALTER TABLE queues.documentcard RENAME COLUMN operationinfo TO o"_s;
+    const QString readOnly = u"CREATE TRIGGER queues.t BEFORE UPDATE ON documentcard "
+                             "BEGIN SELECT RAISE(ABORT, 'disk full'); END"_s;
+    const QString unsaved = u"ERROR Транзакция продажи не сохранена: "_s;
+    const QString unread = u"ERROR Продажа не найдена из-за ошибки базы данных, возврат "
+                           "отправляется без изменений: "_s;
+    QTest::newRow("a sale, no table") << noTable << sale << unsaved;
+    QTest::newRow("a sale, a column is missing") << noColumn << sale << unsaved;
+    QTest::newRow("a sale, the store takes no writes") << readOnly << sale << unsaved;
+    QTest::newRow("a return, no table") << noTable << returning << unread;
+    QTest::newRow("a return, a column is missing") << noColumn << returning << unread;
+}
+
 void TstManzanaLoyaltyOnlineHandler::brokenDocumentStore()
 {
-    till->query(u"DROP TABLE queues.documentcard"_s);
-    FakeRestClient net({reply(200, good)});
-    QVERIFY_THROWS_EXCEPTION(BasicException, deliver(u"manzanaloyaltyonline"_s, message(sale)));
+    QFETCH(QString, breakage);
+    QFETCH(QString, xml);
+    QFETCH(QString, line);
+    putCard(3, u"{\"TransactionDate\":\"2026-01-31T12:30:00.000\"}"_s);
+    till->query(breakage);
+    const LogCapture log(u"manzanaloyaltyonline"_s);
+    FakeRestClient net({reply(200, good), reply(200, "<r><ReturnCode>5</ReturnCode></r>")});
+    // The reply alone decides, and a purchase that was accepted is not posted again.
+    QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(xml)));
+    QCOMPARE(net.lastRequest().body, xml.toUtf8());
+    const QStringList errors = log.lines().filter(u"ERROR "_s);
+    QCOMPARE(errors.size(), 1);
+    QVERIFY2(errors.first().startsWith(line), qPrintable(errors.first()));
+    net.nextDelivery();
+    QVERIFY(!deliver(u"manzanaloyaltyonline"_s, message(xml)));
 }
 
 void TstManzanaLoyaltyOnlineHandler::slots_()
