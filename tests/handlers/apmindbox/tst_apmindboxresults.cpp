@@ -208,8 +208,8 @@ void TstApMindboxResults::connection_data()
     QTest::newRow("cut off behind a 500") << http::Response::failed(2, tr::Tr(u"x"_s), 500) << true;
     QTest::newRow("200 without a body") << reply(200) << false;
     QTest::newRow("200 with an empty object") << reply(200, "{}") << false;
-    QTest::newRow("cut off behind a 200")
-        << http::Response::failed(2, tr::Tr(u"x"_s), 200) << false;
+    QTest::newRow("cut off after a 200") << http::Response::failed(2, tr::Tr(u"x"_s), 200) << true;
+    QTest::newRow("stalled after a 200") << http::Response::failed(4, tr::Tr(u"x"_s), 200) << true;
     QTest::newRow("500 that says something else") << reply(500, R"({"a":1})") << false;
 }
 

@@ -186,7 +186,8 @@ void TstMindboxResults::requestStatus_data()
     row("200, empty",                   reply(200),                                    0);
     row("200, empty object",            reply(200, "{}"),                              0);
     row("200, a list",                  reply(200, R"([{"status":"Success"}])"),       0);
-    row("cut off behind its status",    http::Response::failed(2, tr::Tr(u"x"_s), 200), 0);
+    row("cut off after its status",     http::Response::failed(2, tr::Tr(u"x"_s), 200), 1, true, lost);
+    row("stalled after its status",     http::Response::failed(4, tr::Tr(u"x"_s), 200), 1, true, lost);
     row("cut off behind a 500",         http::Response::failed(2, tr::Tr(u"x"_s), 500), 1, true, lost);
     // clang-format on
 }
