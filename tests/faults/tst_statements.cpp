@@ -1,27 +1,19 @@
 #include "app/queuehandler.h"
 #include "engine/basichandler.h"
-#include "engine/handlerfactory.h"
 #include "handlers/handlertable.h"
 #include "shared/core/basicexception.h"
 #include "tests/faults/faultydriver.h"
 #include "tests/faults/form.h"
 #include "tests/faults/memoryfolder.h"
+#include "tests/faults/shop.h"
 #include "tests/support/queuedatabase.h"
-#include "tools/stand/authority.h"
-#include "tools/stand/peer.h"
-#include "tools/stand/scenario.h"
 
 #include <log4qt/level.h>
 #include <log4qt/logger.h>
 #include <log4qt/logmanager.h>
 
-#include <QDir>
-#include <QEventLoop>
-#include <QFileInfo>
 #include <QTest>
 
-#include <map>
-#include <memory>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -145,145 +137,13 @@ int failedRemovals(const QList<Step> &steps)
     return hasRead && !hasRemoved && endsUnconnected ? 1 : 0;
 }
 
-/// The outside services of one scenario, its till, and real handlers between them.
-class Shop
-{
-public:
-    explicit Shop(const stand::ScenarioSource &source)
-    {
-        stand::Places places{{u"root"_s, database.root()}};
-        const PortReservation nobody;
-        places.insert(u"nobody"_s, address(nobody.port()));
-        places.insert(u"nobody.port"_s, QString::number(nobody.port()));
-        for (const stand::PeerScript &script : source.peers()) {
-            auto peer = std::make_unique<stand::Peer>();
-            places.insert(script.name, stand::Peer::address(script.kind, peer->port()));
-            places.insert(script.name + u".host"_s, u"127.0.0.1"_s);
-            places.insert(script.name + u".port"_s, QString::number(peer->port()));
-            peers.emplace(script.name, std::move(peer));
-        }
-        scenario = source.scenario(places);
-        writeFiles();
-        writeSettings();
-        for (const stand::PeerScript &script : std::as_const(scenario.peers))
-            exchanges += static_cast<int>(script.exchanges.size());
-    }
-
-    /// The table as the till has written it.
-    void fill()
-    {
-        database.query(u"DELETE FROM message"_s);
-        database.query(u"DELETE FROM queues.documentcard"_s);
-        for (const stand::CardRow &card : std::as_const(scenario.cards)) {
-            const QStringList columns = card.keys();
-            QVariantList values;
-            for (const QString &value : card)
-                values.append(value.isNull() ? u""_s : value);
-            database.query(
-                u"INSERT INTO queues.documentcard (%1) VALUES (%2)"_s.arg(
-                    columns.join(u", "_s), QStringList(columns.size(), u"?"_s).join(u", "_s)),
-                values);
-        }
-        for (const stand::QueuedMessage &message : std::as_const(scenario.messages))
-            database.put(message.type, message.body, message.cardNumber);
-        state = std::make_shared<SharedState>();
-    }
-
-    /// One worker's pass; true when it threw.
-    bool runPass()
-    {
-        for (const stand::PeerScript &script : std::as_const(scenario.peers))
-            peers.at(script.name)->play(script, &stand::Authority::shared());
-        bool hasThrown = false;
-        QEventLoop loop;
-        std::thread worker([&] {
-            const std::unique_ptr<BasicHandler> handler(factory.create(type()));
-            handler->setState(state);
-            try {
-                handler->run();
-            } catch (...) {
-                hasThrown = true;
-            }
-            QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
-        });
-        loop.exec();
-        worker.join();
-        for (const auto &[name, peer] : peers)
-            peer->drain();
-        return hasThrown;
-    }
-
-    QString type() const { return scenario.messages.first().type; }
-    int messages() const { return static_cast<int>(scenario.messages.size()); }
-    int left() { return static_cast<int>(database.ids().size()); }
-    /// The requests that one message makes.
-    int requestsOfAMessage() const { return exchanges / messages(); }
-    int arrived() const
-    {
-        int sum = 0;
-        for (const auto &[name, peer] : peers)
-            sum += peer->arrived();
-        return sum;
-    }
-
-private:
-    using PortReservation = stand::PortReservation;
-
-    static QString address(quint16 port)
-    {
-        return stand::Peer::address(stand::PeerScript::Kind::Http, port);
-    }
-
-    void writeFiles()
-    {
-        const auto place = [this](const QString &path) {
-            const QString file = database.root() + path;
-            QDir().mkpath(QFileInfo(file).path());
-            return file;
-        };
-        QDir().mkpath(database.root() + u"/tmp"_s);
-        for (auto entry = scenario.files.cbegin(); entry != scenario.files.cend(); ++entry) {
-            QFile file(place(entry.key()));
-            if (!file.open(QIODevice::WriteOnly) || file.write(entry->toUtf8()) < 0)
-                qFatal("%s", qPrintable(file.errorString()));
-        }
-        for (auto entry = scenario.certificates.cbegin(); entry != scenario.certificates.cend();
-             ++entry)
-            stand::Authority::shared().writeClientCertificate(place(entry.key()), entry.value());
-    }
-
-    void writeSettings()
-    {
-        auto settings = scenario.settings;
-        if (scenario.hasTls())
-            settings[u"network"_s].insert(u"caFile"_s, stand::Authority::shared().file());
-        QString text;
-        for (auto section = settings.cbegin(); section != settings.cend(); ++section) {
-            text += u"[%1]\n"_s.arg(section.key());
-            for (auto setting = section->cbegin(); setting != section->cend(); ++setting)
-                text += u"%1 = %2\n"_s.arg(setting.key(), setting.value());
-        }
-        database.setSettings(text);
-    }
-
-    QueueDatabase database;
-    std::map<QString, std::unique_ptr<stand::Peer>> peers;
-    stand::Scenario scenario;
-    HandlerFactory factory{handlerTable()};
-    std::shared_ptr<SharedState> state;
-    int exchanges = 0;
-};
-
 /// The sample of each type, and what else the document store takes part in.
 QList<stand::ScenarioSource> shopScenarios()
 {
     QList<stand::ScenarioSource> chosen;
-    const QList<stand::ScenarioSource> all = stand::loadScenarios(QStringLiteral(QUEUE_SCENARIOS));
+    const QList<stand::ScenarioSource> all = faults::scenarios();
     for (const stand::ScenarioSource &source : all) {
-        stand::Places places;
-        for (const QString &name : stand::placeNames(source.peers()))
-            places.insert(name, name.endsWith(u".port"_s) ? u"1"_s : u"http://127.0.0.1:1"_s);
-        const stand::Scenario scenario = source.scenario(places);
+        const stand::Scenario scenario = faults::scenarioOf(source);
         const bool isDelivered =
             std::ranges::all_of(scenario.messages, [](const stand::QueuedMessage &message) {
                 return message.outcome.fate == stand::Outcome::Fate::Removed;
@@ -528,7 +388,7 @@ void TstStatements::everyType()
 {
     QFETCH(stand::ScenarioSource, source);
     QFETCH(bool, isForEver);
-    Shop shop(source);
+    faults::Shop shop(source);
     int cases = 0;
     int total = 1;
     int storeSteps = 0;
