@@ -10,6 +10,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QScopeGuard>
 #include <QThreadPool>
 
 using namespace Qt::StringLiterals;
@@ -33,11 +34,10 @@ QueueHandler::~QueueHandler() = default;
 int QueueHandler::startHandler(const QString &type, const QString &cardNumber)
 {
     const QMutexLocker startLocker(&startLock);
-    {
-        const QMutexLocker locker(&state->runningTypes.mutex);
-        if (state->runningTypes.value.contains(type))
-            return AlreadyRunning;
-    }
+    if (!enterType(type))
+        return AlreadyRunning;
+    auto withdrawal = qScopeGuard([this, &type] { withdrawType(type); });
+
     QThreadPool *pool = QThreadPool::globalInstance();
     if (pool->activeThreadCount() >= pool->maxThreadCount()) {
         logger->warn(
@@ -51,8 +51,24 @@ int QueueHandler::startHandler(const QString &type, const QString &cardNumber)
     handler->setCardNumber(cardNumber);
     handler->setState(state);
     logger->info(u"Запуск обработчика типа '%1'"_s, type);
+    // The worker's destructor takes the type out, whether or not the worker ran.
+    withdrawal.dismiss();
     pool->start(handler, 0);
     return Started;
+}
+
+bool QueueHandler::enterType(const QString &type)
+{
+    const QMutexLocker locker(&state->runningTypes.mutex);
+    const qsizetype former = state->runningTypes.value.size();
+    state->runningTypes.value.insert(type);
+    return state->runningTypes.value.size() != former;
+}
+
+void QueueHandler::withdrawType(const QString &type)
+{
+    const QMutexLocker locker(&state->runningTypes.mutex);
+    state->runningTypes.value.remove(type);
 }
 
 QList<TypeCount> QueueHandler::getStatus()

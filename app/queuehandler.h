@@ -58,6 +58,11 @@ public:
     void resetErrorsCount();
 
 private:
+    /// False when the type is there already. Looking and entering are one step, so two starts that
+    /// follow each other closely never make two workers of one type, which would deliver a row twice.
+    bool enterType(const QString &type);
+    void withdrawType(const QString &type);
+
     std::unique_ptr<HandlerFactory> factory;
     std::unique_ptr<queue::DAO> dao;
     std::shared_ptr<SharedState> state;

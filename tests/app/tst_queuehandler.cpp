@@ -56,10 +56,24 @@ qsizetype countSaves(const LogCapture &log)
     return log.lines().count(u"TRACE Запись стартовых идентификаторов в файл"_s);
 }
 
+/// Cannot be built while the test says so.
+class BrokenHandler : public QuickHandler
+{
+public:
+    explicit BrokenHandler(const QString &type)
+        : QuickHandler(type)
+    {
+        if (isBroken)
+            throw std::runtime_error("cannot be built");
+    }
+    static inline bool isBroken = false;
+};
+
 constexpr HandlerRow rows[] = {
     typedRow<QuickHandler>(u"spasibo"),
     typedRow<QuickHandler>(u"mindbox"),
     typedRow<HeldHandler>(u"slow"),
+    typedRow<BrokenHandler>(u"broken"),
 };
 
 } // namespace
@@ -77,6 +91,8 @@ private Q_SLOTS:
     void startsAWorker();
     void unknownType();
     void runningTypeIsNotStartedTwice();
+    void startOfAWorkerThatHasNotRunYet();
+    void typeWithoutAWorkerIsNotEntered();
     void fullPoolStartsNobody();
     void pollStartsEveryType();
     void status();
@@ -114,7 +130,11 @@ void TstQueueHandler::init()
 
 void TstQueueHandler::cleanup()
 {
+    // A test that has failed may have left deliveries behind.
+    held.release(1000);
     QThreadPool::globalInstance()->waitForDone();
+    held.acquire(held.available());
+    reached.acquire(reached.available());
     manager.reset();
     database.reset();
 }
@@ -177,6 +197,40 @@ void TstQueueHandler::runningTypeIsNotStartedTwice()
     QCOMPARE(manager->startHandler(u"slow"_s, QString()), 1);
 }
 
+void TstQueueHandler::startOfAWorkerThatHasNotRunYet()
+{
+    manager->init();
+    const int row = database->put(u"slow"_s, u"{}"_s);
+    // In some of these rounds the worker's thread is later than the second start.
+    for (int round = 0; round < 200; ++round) {
+        QCOMPARE(manager->startHandler(u"slow"_s, QString()), 1);
+        QCOMPARE(manager->startHandler(u"slow"_s, QString()), 2);
+        QCOMPARE(built.load(), round + 1);
+        held.release();
+        QThreadPool::globalInstance()->waitForDone();
+        database->query(u"DELETE FROM message"_s);
+        database->query(u"INSERT INTO message (messageid, type, body) VALUES (?, 'slow', '{}')"_s,
+                        {row});
+    }
+}
+
+void TstQueueHandler::typeWithoutAWorkerIsNotEntered()
+{
+    manager->init();
+    database->put(u"nosuch"_s, u"{}"_s);
+    database->put(u"broken"_s, u"{}"_s);
+    QCOMPARE(manager->startHandler(u"nosuch"_s, QString()), 0);
+    BrokenHandler::isBroken = true;
+    QVERIFY_EXCEPTION_THROWN(manager->startHandler(u"broken"_s, QString()), std::runtime_error);
+    BrokenHandler::isBroken = false;
+    QVERIFY(state->runningTypes.value.isEmpty());
+
+    const LogCapture log(u"queue"_s);
+    manager->getStatus();
+    QVERIFY(log.lines().contains(u"INFO   nosuch: 1 сообщ. (обработчик не активен)"_s));
+    QCOMPARE(manager->startHandler(u"broken"_s, QString()), 1);
+}
+
 void TstQueueHandler::fullPoolStartsNobody()
 {
     manager->init();
@@ -193,6 +247,7 @@ void TstQueueHandler::fullPoolStartsNobody()
     manager->startHandlers();
     manager->startHandlers();
     QCOMPARE(log.lines().count(refusal), 3);
+    QCOMPARE(state->runningTypes.value, QSet<QString>{u"slow"_s});
     QCOMPARE(built.load(), 1);
 
     held.release();

@@ -1,0 +1,153 @@
+#include "tests/faults/form.h"
+#include "tests/faults/service.h"
+#include "tests/support/httpreceiver.h"
+#include "tests/support/queuedatabase.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTcpSocket>
+#include <QTest>
+
+#include <charconv>
+#include <map>
+#include <mutex>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Takes everything, and counts how often each row arrived.
+class Peer
+{
+public:
+    Peer()
+        : receiver([this](const HttpReceiver::Request &request) {
+            int number = 0;
+            std::from_chars(request.body.data(), request.body.data() + request.body.size(), number);
+            const std::scoped_lock lock(mutex);
+            ++arrivals_[number];
+            return HttpReceiver::reply(200);
+        })
+    {
+    }
+
+    QString body(int number) const
+    {
+        const QJsonObject object{{u"url"_s, u"http://127.0.0.1:%1/"_s.arg(receiver.port())},
+                                 {u"body"_s, QString::number(number)}};
+        return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+    }
+
+    std::map<int, int> arrivals() const
+    {
+        const std::scoped_lock lock(mutex);
+        return arrivals_;
+    }
+
+private:
+    mutable std::mutex mutex;
+    std::map<int, int> arrivals_;
+    HttpReceiver receiver;
+};
+
+/// Forces starts over one connection, always two in one packet, until it is told to end.
+class Caller
+{
+public:
+    explicit Caller(int port)
+        : thread([this, port] { call(port); })
+    {
+    }
+    ~Caller()
+    {
+        isEnding = true;
+        thread.join();
+    }
+    Caller(const Caller &) = delete;
+    Caller &operator=(const Caller &) = delete;
+
+    int answers() const { return answers_; }
+
+private:
+    void call(int port)
+    {
+        constexpr int limitMs = 30'000;
+        const QByteArray request = "GET /start/cardlab/- HTTP/1.1\r\nHost: till\r\n\r\n";
+        QTcpSocket socket;
+        while (!isEnding) {
+            if (socket.state() != QAbstractSocket::ConnectedState) {
+                socket.abort();
+                socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(port));
+                if (!socket.waitForConnected(limitMs))
+                    return;
+            }
+            socket.write(request + request);
+            QByteArray answer;
+            while (answer.count("description") < 2 && socket.waitForReadyRead(limitMs))
+                answer += socket.readAll();
+            answers_ += static_cast<int>(answer.count("description"));
+        }
+    }
+
+    std::atomic<bool> isEnding = false;
+    std::atomic<int> answers_ = 0;
+    std::thread thread;
+};
+
+} // namespace
+
+/// Polls and forced starts that meet, at the real service.
+class TstStarts : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void floodOfStarts();
+};
+
+void TstStarts::floodOfStarts()
+{
+    const int rows = faults::count(1000, 20'000);
+    constexpr int callers = 8;
+    QueueDatabase database;
+    Peer peer;
+    faults::Service service(database.root() + u"/service.log"_s);
+    database.setSettings(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(service.controlPort()));
+    service.start();
+    QVERIFY(QTest::qWaitFor([&] { return !service.ask(u"/status"_s).isEmpty(); }, 60'000));
+
+    int answers = 0;
+    {
+        std::vector<std::unique_ptr<Caller>> flood;
+        for (int caller = 0; caller < callers; ++caller)
+            flood.push_back(std::make_unique<Caller>(service.controlPort()));
+        // A few rows at a time, so that the worker comes to its end and is started again all the time.
+        for (int number = 0; number < rows; ++number) {
+            database.put(u"cardlab"_s, peer.body(number));
+            if (number % 20 == 19)
+                QVERIFY(QTest::qWaitFor([&] { return database.ids().isEmpty(); }, 120'000));
+        }
+        for (const auto &caller : flood)
+            answers += caller->answers();
+    }
+    QVERIFY(service.isRunning());
+    QVERIFY(service.stop());
+
+    const std::map<int, int> arrivals = peer.arrivals();
+    QStringList repeated;
+    for (const auto &[number, count] : arrivals) {
+        if (count != 1)
+            repeated.append(u"%1: %2 times"_s.arg(number).arg(count));
+    }
+    const qsizetype started = service.log().count(u"Обработчик cardlab запущен"_s.toUtf8());
+    qInfo("%d rows, %d answers to forced starts, %d workers", rows, answers,
+          static_cast<int>(started));
+    QCOMPARE(arrivals.size(), static_cast<size_t>(rows));
+    QVERIFY2(repeated.isEmpty(), qPrintable(repeated.join(u", "_s)));
+    // Without many of both it says nothing.
+    QVERIFY(answers > rows / 10 && started > rows / 50);
+}
+
+QTEST_GUILESS_MAIN(TstStarts)
+#include "tst_starts.moc"
