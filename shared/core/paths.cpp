@@ -25,3 +25,8 @@ QString startIdsFile()
 {
     return rootedPath(u"/tallocash/cash/queue/ids.json"_s);
 }
+
+QString serviceLockFile()
+{
+    return rootedPath(u"/tallocash/cash/queue/queue.lock"_s);
+}

@@ -15,3 +15,7 @@ QList<QDir> settingsFolders();
 
 /// The file in which the service keeps its fail ids, a JSON object by type.
 QString startIdsFile();
+
+/// The file that a process locks while it works on the service's folder: the service, and a program that
+/// replaces the database.
+QString serviceLockFile();

@@ -19,9 +19,11 @@ constexpr int startLimitMs = 60'000;
 
 } // namespace
 
-Service::Service(const QString &logPath)
+Service::Service(const QString &logPath, const QString &root)
     : logPath(logPath)
 {
+    if (!root.isEmpty())
+        environment.insert(u"QUEUE_ROOT"_s, root);
     port.lend();
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.setStandardOutputFile(logPath, QIODevice::Append);
@@ -42,8 +44,14 @@ Service::~Service()
         kill();
 }
 
+void Service::setVariable(const QString &name, const QString &value)
+{
+    environment.insert(name, value);
+}
+
 void Service::start()
 {
+    process.setProcessEnvironment(environment);
     process.start(QStringLiteral(QUEUE_PROGRAM), QStringList());
     if (!process.waitForStarted(startLimitMs))
         qFatal("%s: %s", QUEUE_PROGRAM, qPrintable(process.errorString()));
@@ -65,6 +73,16 @@ bool Service::stop(int limitMs)
 {
     process.terminate();
     return process.waitForFinished(limitMs) && end() == u"exit 0";
+}
+
+bool Service::waitForEnd(int limitMs)
+{
+    return process.state() == QProcess::NotRunning || process.waitForFinished(limitMs);
+}
+
+void Service::signal(int number) const
+{
+    ::kill(static_cast<pid_t>(process.processId()), number);
 }
 
 QString Service::end() const

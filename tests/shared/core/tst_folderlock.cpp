@@ -1,0 +1,186 @@
+#include "shared/core/folderlock.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <atomic>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using Result = FolderLock::Result;
+
+class TestFolderLock : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void oneHolderAtATime();
+    void roleReplacesTheFormerOne();
+    void fileThatIsLeftBehindMeansNothing();
+    void lookDoesNotTurnAnybodyAway();
+    void childrenDoNotInherit();
+    void deletedFileIsMadeAgain();
+    void linkIsRefused();
+    void folderIsRefused();
+    void withoutAFolder();
+    void rightsOfTheFile();
+
+private:
+    QString path() const { return folder->filePath(u"queue.lock"_s); }
+
+    std::unique_ptr<QTemporaryDir> folder;
+};
+
+void TestFolderLock::init()
+{
+    folder = std::make_unique<QTemporaryDir>();
+}
+
+void TestFolderLock::oneHolderAtATime()
+{
+    QVERIFY(!FolderLock::holder(path()));
+    FolderLock second(path());
+    {
+        FolderLock first(path());
+        QCOMPARE(first.take(u"active"_s), Result::Taken);
+        QCOMPARE(second.take(u"active"_s), Result::Held);
+        const auto holder = FolderLock::holder(path());
+        QVERIFY(holder);
+        QCOMPARE(holder->processId, qint64{::getpid()});
+        QCOMPARE(holder->role, u"active"_s);
+    }
+    QVERIFY(!FolderLock::holder(path()));
+    QCOMPARE(second.take(u"active"_s), Result::Taken);
+}
+
+void TestFolderLock::roleReplacesTheFormerOne()
+{
+    FolderLock lock(path());
+    QCOMPARE(lock.take(u"a-role-with-a-long-name"_s), Result::Taken);
+    for (const QString &role : {u"standby"_s, u"active"_s, u"x"_s}) {
+        lock.setRole(role);
+        QCOMPARE(FolderLock::holder(path())->role, role);
+    }
+}
+
+void TestFolderLock::fileThatIsLeftBehindMeansNothing()
+{
+    QFile file(path());
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    // Of a process that lives, but has no lock.
+    file.write(R"({"pid":1,"role":"active"})");
+    file.close();
+    QVERIFY(!FolderLock::holder(path()));
+    FolderLock lock(path());
+    QCOMPARE(lock.take(u"active"_s), Result::Taken);
+    QCOMPARE(FolderLock::holder(path())->processId, qint64{::getpid()});
+}
+
+void TestFolderLock::lookDoesNotTurnAnybodyAway()
+{
+    {
+        FolderLock once(path());
+        QCOMPARE(once.take(u"active"_s), Result::Taken);
+    }
+    std::atomic<bool> isEnding = false;
+    std::atomic<int> looks = 0;
+    std::thread looker([&] {
+        while (!isEnding) {
+            FolderLock::holder(path());
+            ++looks;
+            QThread::msleep(1);
+        }
+    });
+    int refused = 0;
+    while (looks < 300) {
+        FolderLock lock(path());
+        refused += lock.take(u"active"_s) != Result::Taken;
+    }
+    isEnding = true;
+    looker.join();
+    QCOMPARE(refused, 0);
+}
+
+void TestFolderLock::childrenDoNotInherit()
+{
+    QProcess child;
+    {
+        FolderLock lock(path());
+        QCOMPARE(lock.take(u"active"_s), Result::Taken);
+        child.start(u"cat"_s, QStringList());
+        QVERIFY(child.waitForStarted());
+    }
+    QVERIFY(child.state() == QProcess::Running);
+    QVERIFY(!FolderLock::holder(path()));
+    child.closeWriteChannel();
+    QVERIFY(child.waitForFinished());
+}
+
+void TestFolderLock::deletedFileIsMadeAgain()
+{
+    FolderLock lock(path());
+    QCOMPARE(lock.take(u"active"_s), Result::Taken);
+    QVERIFY(QFile::remove(path()));
+    QVERIFY(!FolderLock::holder(path()));
+    FolderLock other(path());
+    QCOMPARE(other.take(u"active"_s), Result::Taken);
+    QVERIFY(FolderLock::holder(path()));
+}
+
+void TestFolderLock::linkIsRefused()
+{
+    const QString target = folder->filePath(u"settings.ini"_s);
+    QFile file(target);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("[queue]\n");
+    file.close();
+    QVERIFY(QFile::link(target, path()));
+    FolderLock lock(path());
+    QCOMPARE(lock.take(u"active"_s), Result::Refused);
+    QVERIFY(!lock.reason().isEmpty());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), "[queue]\n");
+}
+
+void TestFolderLock::folderIsRefused()
+{
+    QVERIFY(QDir().mkdir(path()));
+    FolderLock lock(path());
+    QCOMPARE(lock.take(u"active"_s), Result::Refused);
+    QVERIFY(!FolderLock::holder(path()));
+
+    QVERIFY(QDir().rmdir(path()));
+    QCOMPARE(::mkfifo(QFile::encodeName(path()).constData(), 0600), 0);
+    QCOMPARE(lock.take(u"active"_s), Result::Refused);
+    QVERIFY(!FolderLock::holder(path()));
+}
+
+void TestFolderLock::withoutAFolder()
+{
+    FolderLock lock(folder->filePath(u"missing/queue.lock"_s));
+    QCOMPARE(lock.take(u"active"_s), Result::Unavailable);
+    QVERIFY(!lock.reason().isEmpty());
+    lock.setRole(u"active"_s);
+}
+
+void TestFolderLock::rightsOfTheFile()
+{
+    const mode_t former = ::umask(077);
+    FolderLock lock(path());
+    const Result result = lock.take(u"active"_s);
+    ::umask(former);
+    QCOMPARE(result, Result::Taken);
+    struct stat status = {};
+    QCOMPARE(::stat(QFile::encodeName(path()).constData(), &status), 0);
+    QCOMPARE(status.st_mode & 07777, mode_t{0660});
+}
+
+QTEST_GUILESS_MAIN(TestFolderLock)
+#include "tst_folderlock.moc"
