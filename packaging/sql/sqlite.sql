@@ -1,5 +1,6 @@
--- The tables of the till's queue for SQLite. The service creates them by itself in an empty file;
--- by hand: sqlite3 /tallocash/cash/queue/queues.db < sqlite.sql
+-- The tables of the till's queue for SQLite. The service creates each of them that the file lacks, with its
+-- indexes; a table that is there stays as it is.
+-- By hand: sqlite3 /tallocash/cash/queue/queues.db < sqlite.sql
 
 CREATE TABLE IF NOT EXISTS message (
     -- AUTOINCREMENT never gives the number of a deleted row again.

@@ -8,9 +8,12 @@
 #include <log4qt/logmanager.h>
 
 #include <QFile>
+#include <QRegularExpression>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QStringList>
 
+#include <optional>
 #include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
@@ -52,35 +55,104 @@ void execute(const QSqlDatabase &database, const QString &statement, const QStri
         fail(what, query.lastError());
 }
 
-/// The statements of a schema file, without its comments.
-QStringList statements(const QString &resource)
+struct SchemaStatement
+{
+    QString table;
+    QString text;
+};
+
+/// The statements of the schema that is compiled in, without its comments.
+QList<SchemaStatement> readSchema()
 {
     initSchemaResource();
-    QFile file(resource);
+    QFile file(u":/sql/sqlite.sql"_s);
     if (!file.open(QIODevice::ReadOnly))
-        qFatal("The schema %s is not compiled in", qPrintable(resource));
+        qFatal("The schema %s is not compiled in", qPrintable(file.fileName()));
     QString script;
     const QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
     for (const QString &line : lines) {
         if (!line.trimmed().startsWith(u"--"))
             script += line + u'\n';
     }
-    QStringList result;
+    static const QRegularExpression tableName(
+        u"^CREATE (?:TABLE IF NOT EXISTS|INDEX IF NOT EXISTS \\w+ ON) (\\w+)"_s);
+    QList<SchemaStatement> schema;
     const QStringList parts = script.split(u';');
-    for (const QString &statement : parts) {
-        if (!statement.trimmed().isEmpty())
-            result.append(statement.trimmed());
+    for (const QString &part : parts) {
+        const QString text = part.trimmed();
+        if (text.isEmpty())
+            continue;
+        const QRegularExpressionMatch match = tableName.match(text);
+        if (!match.hasMatch())
+            qFatal("The schema holds a statement of no table: %s", qPrintable(text));
+        schema.append({match.captured(1), text});
     }
-    return result;
+    return schema;
 }
 
-/// Creates the tables in an empty file, on a connection that has the file as its main database, so
-/// that the schema's statements are the ones an installer runs by hand.
-void createTables(const QString &path)
+const QList<SchemaStatement> &schema()
+{
+    static const QList<SchemaStatement> statements = readSchema();
+    return statements;
+}
+
+/// What the file has: nothing of ours, or which of our tables are missing.
+struct Tables
+{
+    bool isEmpty = true;
+    QStringList missing;
+};
+
+/// Looks into `schemaName` of the query's connection. Nothing when that fails; the query has the
+/// error.
+std::optional<Tables> readTables(QSqlQuery &query, const QString &schemaName)
+{
+    // A view in place of a table is the till's affair as well.
+    if (!query.exec(
+            u"SELECT lower(name) FROM %1.sqlite_master WHERE type IN ('table', 'view')"_s.arg(
+                schemaName)))
+        return std::nullopt;
+    QStringList present;
+    while (query.next())
+        present.append(query.value(0).toString());
+    query.finish();
+
+    Tables tables;
+    tables.isEmpty = present.isEmpty();
+    for (const SchemaStatement &statement : schema()) {
+        if (!present.contains(statement.table) && !tables.missing.contains(statement.table))
+            tables.missing.append(statement.table);
+    }
+    return tables;
+}
+
+/// Creates those of our tables that the file lacks, each with its indexes. Returns their names, or
+/// nothing when it fails; the query has the error.
+std::optional<QStringList> createMissingTables(QSqlQuery &query)
+{
+    // Other processes may do the same at this moment, and the till may make a table of its own.
+    if (!query.exec(u"BEGIN IMMEDIATE"_s))
+        return std::nullopt;
+    const auto tables = readTables(query, u"main"_s);
+    if (!tables)
+        return std::nullopt;
+    for (const SchemaStatement &statement : schema()) {
+        if (tables->missing.contains(statement.table) && !query.exec(statement.text))
+            return std::nullopt;
+    }
+    if (!query.exec(u"COMMIT"_s))
+        return std::nullopt;
+    return tables->missing;
+}
+
+/// Works on a connection that has the file as its main database, so that the schema's statements
+/// are the ones an installer runs by hand. `isNew`: the file has no tables at all.
+/// Throws BasicException.
+void createTables(const QString &path, bool isNew)
 {
     const QString name = connectionNameOfThread() + u"-schema"_s;
-    const QString what = u"Не удалось создать таблицы в базе данных '%1'"_s.arg(path);
     QSqlError error;
+    std::optional<QStringList> created;
     {
         QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s, name);
         database.setDatabaseName(path);
@@ -89,22 +161,20 @@ void createTables(const QString &path)
             error = database.lastError();
         } else {
             QSqlQuery query(database);
-            const QStringList script =
-                QStringList{u"PRAGMA journal_mode=WAL"_s} + QStringList{u"BEGIN IMMEDIATE"_s}
-                + statements(u":/sql/sqlite.sql"_s) + QStringList{u"COMMIT"_s};
-            for (const QString &statement : script) {
-                if (!query.exec(statement)) {
-                    error = query.lastError();
-                    break;
-                }
+            // Only while nobody else has the file open can its mode be changed for sure.
+            if (!isNew || query.exec(u"PRAGMA journal_mode=WAL"_s)) {
                 query.finish();
+                created = createMissingTables(query);
             }
+            error = query.lastError();
         }
     }
     QSqlDatabase::removeDatabase(name);
-    if (error.isValid())
-        fail(what, error);
-    logger()->info(u"В базе данных '%1' созданы таблицы"_s, path);
+    if (!created)
+        fail(u"Не удалось создать таблицы в базе данных '%1'"_s.arg(path), error);
+    if (!created->isEmpty())
+        logger()->info(
+            u"В базе данных '%1' созданы таблицы %2"_s.arg(path, created->join(u", "_s)));
 }
 
 bool isServerDriver(const QString &driver)
@@ -164,6 +234,11 @@ void ConnectionFactory::setWithCheck(bool check)
     withCheck = check;
 }
 
+void ConnectionFactory::setCreatesTables(bool creates)
+{
+    createsTables = creates;
+}
+
 QSqlDatabase ConnectionFactory::open(const QString &name)
 {
     Config *config = Singleton<Config>::instance();
@@ -200,13 +275,19 @@ void ConnectionFactory::openSqlite(QSqlDatabase &database, const QString &path)
     if (!query.exec())
         fail(what, query.lastError());
     query.finish();
-    if (!query.exec(u"SELECT COUNT(*) FROM queues.sqlite_master WHERE type = 'table'"_s)
-        || !query.next())
+    const auto tables = readTables(query, u"queues"_s);
+    if (!tables)
         fail(what, query.lastError());
-    const bool isEmpty = query.value(0).toInt() == 0;
-    query.finish();
-    if (isEmpty)
-        createTables(path);
+    if (!tables->missing.isEmpty() && createsTables) {
+        try {
+            createTables(path, tables->isEmpty);
+        } catch (const BasicException &exception) {
+            // With the till's own tables in it the file is of use without ours.
+            if (tables->isEmpty)
+                throw;
+            logger()->error(exception.tr().ru());
+        }
+    }
 
     // A row that was written survives a power cut.
     if (!query.exec(u"PRAGMA queues.journal_mode=WAL"_s) || !query.next()

@@ -31,6 +31,9 @@ public:
 
     /// Whether an open connection is tried with a statement before it is handed out; true at first.
     static void setWithCheck(bool check);
+    /// Whether those of our tables that an SQLite file lacks are created when it is opened; true at
+    /// first. A table that is there stays as it is.
+    static void setCreatesTables(bool creates);
 
 private:
     struct FileIdentity
@@ -46,4 +49,5 @@ private:
 
     Guarded<QHash<QString, FileIdentity>> files;
     static inline std::atomic<bool> withCheck{true};
+    static inline std::atomic<bool> createsTables{true};
 };

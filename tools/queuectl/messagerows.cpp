@@ -134,6 +134,14 @@ MessageRows::MessageRows()
 {
     requireDatabase();
     connection();
+    if (!databaseFile().isEmpty()
+        && number(u"SELECT COUNT(*) FROM queues.sqlite_master "
+                  "WHERE type IN ('table', 'view') AND lower(name) = 'message'"_s,
+                  {})
+               == 0)
+        throw Failure(NoDatabase, text("The database %1 has no table message; the service makes it",
+                                       "В базе данных %1 нет таблицы message; её создаёт служба")
+                                      .arg(databaseFile()));
 }
 
 QList<TypeRows> MessageRows::types()

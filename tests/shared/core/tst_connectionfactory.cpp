@@ -1,13 +1,18 @@
 #include "shared/core/basicexception.h"
+#include "shared/core/config.h"
 #include "shared/core/connectionfactory.h"
 #include "shared/core/dbqueuebroker.h"
+#include "shared/core/paths.h"
 #include "shared/core/singleton.h"
+#include "tests/support/logcapture.h"
 #include "tests/support/mariadbserver.h"
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
+#include <QProcess>
 #include <QSqlDatabase>
 #include <QSqlDriver>
 #include <QSqlError>
@@ -16,7 +21,10 @@
 #include <QTest>
 #include <QThread>
 
+#include <cstdio>
 #include <latch>
+#include <linux/capability.h>
+#include <sys/prctl.h>
 
 using namespace Qt::StringLiterals;
 
@@ -29,6 +37,23 @@ void removeOwnConnection()
     ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
     const QString name = factory->getConnection().connectionName();
     factory->removeConnection(name);
+}
+
+/// Has this program, started once more, open the database and tell how many rows it has.
+const QString countArgument = u"--count"_s;
+
+int countRows()
+{
+    Config::setConfigsPathList(settingsFolders(), {});
+    try {
+        QSqlQuery query(Singleton<ConnectionFactory>::instance()->getConnection());
+        const bool isRead = query.exec(u"SELECT COUNT(*) FROM message"_s) && query.next();
+        std::printf("rows: %s\n",
+                    qPrintable(isRead ? query.value(0).toString() : query.lastError().text()));
+    } catch (const BasicException &exception) {
+        std::printf("%s\n", qPrintable(exception.tr().ru()));
+    }
+    return 0;
 }
 
 /// Runs `function` on `count` threads at once and waits for their end.
@@ -62,7 +87,14 @@ private Q_SLOTS:
 
     void operationsStandInTheirOrder();
     void sqliteFileIsCreatedWithTables();
-    void sqliteKeepsTheTablesOfTheTill();
+    void sqliteMissingTablesAreCreated_data();
+    void sqliteMissingTablesAreCreated();
+    void sqliteTablesAreMadeOnceByManyThreads();
+    void sqliteTablesAreMadeOnceByManyProcesses_data();
+    void sqliteTablesAreMadeOnceByManyProcesses();
+    void sqliteFileThatTakesNoTableIsUsed();
+    void sqliteFileThatIsReadOnlyIsUsed();
+    void sqliteFileWithoutTablesThatTakesNoneIsRefused();
     void sqliteSurvivesAPowerCut();
     void sqliteWaitsForALock();
     void sqliteFileIsOpenedByManyAtOnce();
@@ -100,6 +132,10 @@ private Q_SLOTS:
 
 private:
     static void bothDatabases();
+    /// Runs statements on the file as the till does, with the file as its main database.
+    void asTill(const QStringList &statements);
+    /// As in `message(message_card,message_type)`, in order.
+    QStringList tablesWithIndexes();
     /// Leads the service to the database of the data row.
     void useDatabase();
     QString connectError();
@@ -147,16 +183,132 @@ void TestConnectionFactory::sqliteFileIsCreatedWithTables()
     QVERIFY(QFile::exists(queue->file()));
 }
 
-void TestConnectionFactory::sqliteKeepsTheTablesOfTheTill()
+void TestConnectionFactory::sqliteMissingTablesAreCreated_data()
 {
-    {
-        QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
-        till.setDatabaseName(queue->file());
-        QVERIFY(till.open());
-        QVERIFY(QSqlQuery(till).exec(u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s));
+    QTest::addColumn<QStringList>("made");
+    QTest::addColumn<QStringList>("all");
+
+    const QString message = u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s;
+    const QString cards = u"CREATE TABLE documentcard (id INTEGER PRIMARY KEY)"_s;
+    const QString ours = u"message(message_card,message_creationtime,message_type)"_s;
+    const QString ourCards = u"documentcard(documentcard_cheque)"_s;
+    QTest::newRow("nothing") << QStringList{} << QStringList{ourCards, ours};
+    QTest::newRow("the till's messages")
+        << QStringList{message} << QStringList{ourCards, u"message()"_s};
+    QTest::newRow("under a name in capitals")
+        << QStringList{u"CREATE TABLE Message (messageid INTEGER PRIMARY KEY)"_s}
+        << QStringList{u"Message()"_s, ourCards};
+    QTest::newRow("the till's cards")
+        << QStringList{cards} << QStringList{u"documentcard()"_s, ours};
+    QTest::newRow("both are the till's")
+        << QStringList{message, cards} << QStringList{u"documentcard()"_s, u"message()"_s};
+    QTest::newRow("a view of the till's")
+        << QStringList{u"CREATE TABLE work (messageid INTEGER PRIMARY KEY)"_s,
+                       u"CREATE VIEW message AS SELECT * FROM work"_s}
+        << QStringList{ourCards, u"message()"_s, u"work()"_s};
+    QTest::newRow("other tables alone")
+        << QStringList{u"CREATE TABLE sales (id INTEGER PRIMARY KEY)"_s}
+        << QStringList{ourCards, ours, u"sales()"_s};
+}
+
+void TestConnectionFactory::sqliteMissingTablesAreCreated()
+{
+    QFETCH(QStringList, made);
+    QFETCH(QStringList, all);
+    asTill(made);
+    QCOMPARE(connectError(), QString());
+    QCOMPARE(tablesWithIndexes(), all);
+}
+
+void TestConnectionFactory::sqliteTablesAreMadeOnceByManyThreads()
+{
+    asTill({u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s});
+    Guarded<QStringList> errors;
+    onThreads(16, [&] {
+        const QString error = connectError();
+        removeOwnConnection();
+        const QMutexLocker locker(&errors.mutex);
+        errors.value.append(error);
+    });
+    QCOMPARE(errors.value, QStringList(16, QString()));
+    QCOMPARE(tablesWithIndexes(),
+             (QStringList{u"documentcard(documentcard_cheque)"_s, u"message()"_s}));
+}
+
+void TestConnectionFactory::sqliteTablesAreMadeOnceByManyProcesses_data()
+{
+    QTest::addColumn<QStringList>("made");
+    QTest::addColumn<QString>("messages");
+    QTest::newRow("new file") << QStringList{}
+                              << u"message(message_card,message_creationtime,message_type)"_s;
+    QTest::newRow("the till's file")
+        << QStringList{u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s} << u"message()"_s;
+}
+
+void TestConnectionFactory::sqliteTablesAreMadeOnceByManyProcesses()
+{
+    QFETCH(QStringList, made);
+    QFETCH(QString, messages);
+    if (!made.isEmpty())
+        asTill(made);
+    std::vector<std::unique_ptr<QProcess>> processes;
+    for (int i = 0; i < 4; ++i) {
+        processes.push_back(std::make_unique<QProcess>());
+        processes.back()->start(QCoreApplication::applicationFilePath(), {countArgument});
     }
+    for (const auto &process : processes) {
+        QVERIFY(process->waitForFinished());
+        QCOMPARE(QString::fromUtf8(process->readAllStandardOutput()), u"rows: 0\n"_s);
+    }
+    QCOMPARE(tablesWithIndexes(), (QStringList{u"documentcard(documentcard_cheque)"_s, messages}));
+}
+
+/// The till's table can be used without ours.
+void TestConnectionFactory::sqliteFileThatTakesNoTableIsUsed()
+{
+    asTill({u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s,
+            u"CREATE TABLE other (id INTEGER)"_s,
+            // The name is taken.
+            u"CREATE INDEX documentcard ON other (id)"_s});
+    const LogCapture log(u"database"_s);
+    QCOMPARE(connectError(), QString());
+    QCOMPARE(queue->ids(), QList<int>());
+    const QStringList errors =
+        log.lines().filter(u"ERROR Не удалось создать таблицы в базе данных"_s);
+    QVERIFY2(errors.size() == 1 && errors.first().contains(u"documentcard"),
+             qPrintable(log.lines().join(u'\n')));
+    QCOMPARE(tablesWithIndexes(), (QStringList{u"message()"_s, u"other(documentcard)"_s}));
+}
+
+void TestConnectionFactory::sqliteFileThatIsReadOnlyIsUsed()
+{
+    asTill({u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s,
+            u"INSERT INTO message DEFAULT VALUES"_s});
+    const QString folder = QFileInfo(queue->file()).path();
+    QVERIFY(QFile::setPermissions(queue->file(), QFile::ReadOwner));
+    QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner));
+    QProcess process;
+    // Nobody but root may give it up, and nobody else has it.
+    process.setChildProcessModifier([] { ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE); });
+    process.start(QCoreApplication::applicationFilePath(), {countArgument});
+    const bool isFinished = process.waitForFinished();
+    QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    QVERIFY(isFinished);
+    QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()), u"rows: 1\n"_s);
+}
+
+void TestConnectionFactory::sqliteFileWithoutTablesThatTakesNoneIsRefused()
+{
+    asTill({u"CREATE TABLE other (id INTEGER)"_s, u"DROP TABLE other"_s});
+    QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
+    till.setDatabaseName(queue->file());
+    QVERIFY(till.open());
+    QVERIFY(QSqlQuery(till).exec(u"PRAGMA locking_mode=EXCLUSIVE"_s));
+    QVERIFY(QSqlQuery(till).exec(u"BEGIN EXCLUSIVE"_s));
+    const QString error = connectError();
+    till = QSqlDatabase();
     QSqlDatabase::removeDatabase(u"till"_s);
-    QCOMPARE(queue->query(u"SELECT COUNT(*) FROM queues.sqlite_master"_s).value(0).value(0), 1);
+    QVERIFY2(error.contains(u"database is locked"), qPrintable(error));
 }
 
 void TestConnectionFactory::sqliteSurvivesAPowerCut()
@@ -480,6 +632,32 @@ void TestConnectionFactory::useDatabase()
         queue->setSettings(server->settings());
 }
 
+void TestConnectionFactory::asTill(const QStringList &statements)
+{
+    {
+        QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
+        till.setDatabaseName(queue->file());
+        QVERIFY(till.open());
+        QSqlQuery query(till);
+        for (const QString &statement : statements)
+            QVERIFY2(query.exec(statement), qPrintable(query.lastError().text()));
+    }
+    QSqlDatabase::removeDatabase(u"till"_s);
+}
+
+QStringList TestConnectionFactory::tablesWithIndexes()
+{
+    QStringList result;
+    const QList<QVariantList> rows = queue->query(
+        u"SELECT name, (SELECT group_concat(name) FROM (SELECT i.name AS name "
+        "FROM queues.sqlite_master AS i WHERE i.type = 'index' AND i.tbl_name = t.name "
+        "ORDER BY i.name)) FROM queues.sqlite_master AS t WHERE type IN ('table', 'view') "
+        "AND name NOT LIKE 'sqlite%' ORDER BY name"_s);
+    for (const QVariantList &row : rows)
+        result.append(u"%1(%2)"_s.arg(row[0].toString(), row[1].toString()));
+    return result;
+}
+
 QString TestConnectionFactory::connectError()
 {
     try {
@@ -490,5 +668,13 @@ QString TestConnectionFactory::connectError()
     }
 }
 
-QTEST_GUILESS_MAIN(TestConnectionFactory)
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    if (QCoreApplication::arguments().value(1) == countArgument)
+        return countRows();
+    TestConnectionFactory test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_connectionfactory.moc"

@@ -127,6 +127,15 @@ void TestQueuectlDoctor::missingIndexesAndColumns()
              qPrintable(text));
     QVERIFY2(text.contains(u"error table message lacks the columns statuscode"), qPrintable(text));
     QVERIFY2(text.contains(u"error there is no table documentcard"), qPrintable(text));
+
+    // A look makes no table.
+    till->database.query(u"DROP TABLE queues.message"_s);
+    QVERIFY(checks(u"database"_s).first().contains(u"has no table message; the service makes it"));
+    QCOMPARE(till->run({u"status"_s}).exitCode, ExitCode::NoDatabase);
+    QCOMPARE(till->run({u"list"_s, u"heineken"_s}).exitCode, ExitCode::NoDatabase);
+    QCOMPARE(till->database.query(
+                 u"SELECT name FROM queues.sqlite_master WHERE name NOT LIKE 'sqlite%'"_s),
+             QList<QVariantList>());
 }
 
 void TestQueuectlDoctor::damagedFile()
