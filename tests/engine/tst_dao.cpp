@@ -60,6 +60,7 @@ private Q_SLOTS:
     void tenMegabytes();
     void countsInOrderOfType();
     void typesDifferByCase();
+    void trailingBlanksCount();
     void deletesOneRow();
     void statusCode();
     void earlierMessage_data();
@@ -308,6 +309,37 @@ void TstDao::typesDifferByCase()
     QVERIFY(dao.hasMessages(u"spasiboBatch"_s, QString()));
     QVERIFY(!dao.hasMessages(u"spasibobatch"_s, QString()));
     QCOMPARE(dao.getMessage(u"spasibobatch"_s, -1, false, QString()).id, -1);
+}
+
+/// A row of type `cardlab ` has no handler, and card `77 ` is another card than `77`.
+void TstDao::trailingBlanksCount()
+{
+    const int blank = database->put(u"cardlab "_s, u"{}"_s, u"77"_s);
+    const int last = database->put(u"excisemark"_s, u"{\"mark\":\"АБВ\"}"_s, u"77 "_s);
+    queue::DAO dao;
+    dao.connect();
+    QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, -1);
+    QCOMPARE(dao.getMessage(u"cardlab "_s, -1, false, QString()).id, blank);
+    QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
+    QVERIFY(!dao.hasMessages(u"cardlab"_s, u"77"_s));
+    QVERIFY(!dao.hasMessages(u"excisemark"_s, u"77"_s));
+    QVERIFY(dao.hasMessages(u"excisemark"_s, u"77 "_s));
+    QVERIFY(!dao.hasMessages(u"excisemark"_s, u"77  "_s));
+    QCOMPARE(dao.getMessage(u"excisemark"_s, -1, false, u"77"_s).id, -1);
+    QCOMPARE(dao.getMessage(u"excisemark"_s, -1, true, u"77 "_s).id, last);
+
+    database->put(u"cardlab"_s, u"{}"_s);
+    QStringList seen;
+    const QList<TypeCount> counts = dao.getMessageTypeCounts();
+    for (const TypeCount &entry : counts)
+        seen.append(u"'%1' %2"_s.arg(entry.type).arg(entry.count));
+    QCOMPARE(seen, (QStringList{u"'cardlab' 1"_s, u"'cardlab ' 1"_s, u"'excisemark' 1"_s}));
+
+    QVERIFY(dao.hasEarlierMessage(u"excisemark"_s, last + 1, u"АБВ"_s));
+    QVERIFY(!dao.hasEarlierMessage(u"excisemark"_s, last + 1, u"АБВ "_s));
+    QVERIFY(!dao.hasEarlierMessage(u"excisemark "_s, last + 1, u"АБВ"_s));
+    QVERIFY(!dao.hasEarlierMessage(u"cardlab"_s, last + 1, QString()));
+    QCOMPARE(dao.getErrorsCount(), 0);
 }
 
 void TstDao::deletesOneRow()

@@ -76,6 +76,7 @@ expected_files=(
     /usr/share/doc/queue/examples/queue.ini.sample
     /usr/share/man/man8/queue.8.gz
     /usr/share/queue/sql/mariadb.sql
+    /usr/share/queue/sql/mysql.sql
     /usr/share/queue/sql/sqlite.sql
 )
 if [ -x "$build/queuectl" ]; then

@@ -109,6 +109,7 @@ private Q_SLOTS:
     void initTestCase();
     void everyFileInItsPlace();
     void schemasAreThoseOfTheSource();
+    void serverSchemasDifferByTheirCollation();
     void unitNamesTheInstalledProgram();
     void unitIsAccepted();
     void unitExposesLittle();
@@ -202,6 +203,7 @@ void TestPackaging::everyFileInItsPlace()
         prefix + u"/share/man/man1/queue-stand.1.gz"_s,
         prefix + u"/share/man/man8/queue.8.gz"_s,
         prefix + u"/share/queue/sql/mariadb.sql"_s,
+        prefix + u"/share/queue/sql/mysql.sql"_s,
         prefix + u"/share/queue/sql/sqlite.sql"_s,
         sysconfDir + u"/logrotate.d/queue"_s,
     };
@@ -230,9 +232,29 @@ void TestPackaging::everyFileInItsPlace()
 
 void TestPackaging::schemasAreThoseOfTheSource()
 {
-    for (const QString &name : {u"sqlite.sql"_s, u"mariadb.sql"_s})
+    for (const QString &name : {u"sqlite.sql"_s, u"mariadb.sql"_s, u"mysql.sql"_s})
         QCOMPARE(read(root.path() + prefix + u"/share/queue/sql/"_s + name),
                  read(QStringLiteral(PACKAGING_DIR) + u"/sql/"_s + name));
+}
+
+/// MySQL does not know MariaDB's name of the collation, and MariaDB not MySQL's.
+void TestPackaging::serverSchemasDifferByTheirCollation()
+{
+    const auto statements = [](const QString &name) {
+        QByteArray result = read(QStringLiteral(PACKAGING_DIR) + u"/sql/"_s + name);
+        const QByteArrayList lines = result.split('\n');
+        result.clear();
+        for (const QByteArray &line : lines) {
+            if (!line.trimmed().startsWith("--"))
+                result += line + '\n';
+        }
+        return result;
+    };
+    const QByteArray mariadb = statements(u"mariadb.sql"_s);
+    QCOMPARE(mariadb.count("utf8mb4_"), mariadb.count("utf8mb4_nopad_bin"));
+    QVERIFY(mariadb.count("utf8mb4_nopad_bin") > 8);
+    QCOMPARE(statements(u"mysql.sql"_s),
+             QByteArray(mariadb).replace("utf8mb4_nopad_bin", "utf8mb4_0900_bin"));
 }
 
 void TestPackaging::unitNamesTheInstalledProgram()

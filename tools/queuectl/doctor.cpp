@@ -54,6 +54,8 @@ private:
         checks.append({state, area, what, {}, 0});
     }
     void schema(const QSqlDatabase &connection);
+    bool collation(const QSqlDatabase &connection, const QString &table,
+                   const QString &comparedColumns);
     void integrity(const QSqlDatabase &connection);
     void grants(const QSqlDatabase &connection);
     QDateTime newestRow;
@@ -185,10 +187,44 @@ void Examination::schema(const QSqlDatabase &connection)
             isGood = false;
         }
     }
+    if (!isFile) {
+        isGood &= collation(connection, u"message"_s, u"'type', 'cardnumber'"_s);
+        isGood &= collation(connection, u"documentcard"_s, u"'chequenumber', 'cardnumber'"_s);
+    }
     if (isGood)
         add(State::Ok, u"database"_s,
             text("tables, columns and indexes are all there",
                  "таблицы, столбцы и индексы на месте"));
+}
+
+/// Columns that are compared whole must not ignore letter case or blanks at the end; the body, which
+/// is searched for marks, must not ignore letter case.
+bool Examination::collation(const QSqlDatabase &connection, const QString &table,
+                            const QString &comparedColumns)
+{
+    // A column of bytes has no collation, and compares as it should.
+    const QString condition =
+        u"FROM information_schema.columns WHERE table_schema = DATABASE() AND table_name = '%1' "
+        "AND collation_name IS NOT NULL AND ((column_name IN (%2) AND collation_name NOT IN "
+        "('utf8mb4_nopad_bin', 'utf8mb4_0900_bin')) OR (column_name = 'body' AND "
+        "collation_name NOT LIKE '%bin')) ORDER BY ordinal_position"_s.arg(table, comparedColumns);
+    const QStringList columns = columnOf(connection, u"SELECT column_name "_s + condition, 0);
+    if (columns.isEmpty())
+        return true;
+    QStringList collations = columnOf(connection, u"SELECT collation_name "_s + condition, 0);
+    collations.removeDuplicates();
+    const bool isMariaDb =
+        columnOf(connection, u"SELECT VERSION()"_s, 0).join(QString()).contains(u"MariaDB"_s);
+    const QString schemaName = columnOf(connection, u"SELECT DATABASE()"_s, 0).join(QString());
+    const QString statement =
+        u"ALTER TABLE %1.%2 CONVERT TO CHARACTER SET utf8mb4 COLLATE %3;"_s.arg(
+            schemaName, table, isMariaDb ? u"utf8mb4_nopad_bin"_s : u"utf8mb4_0900_bin"_s);
+    add(State::Warning, u"database"_s,
+        text(
+            "texts in %1 of table %2 compare by %3, which takes different texts for the same one (blanks at the end, perhaps letter case); an account with the right ALTER runs, while the till is idle: %4",
+            "тексты в %1 таблицы %2 сравниваются по %3, разные тексты считаются одинаковыми (пробелы в конце, возможно регистр); в простое кассы под учётной записью с правом ALTER: %4")
+            .arg(columns.join(u", "_s), table, collations.join(u", "_s), statement));
+    return false;
 }
 
 void Examination::integrity(const QSqlDatabase &connection)

@@ -117,6 +117,8 @@ void TestDocumentsDao::cardIsFoundByChequeAndNumber()
     QCOMPARE(dao.findCardId(u"100"_s, u"другая"_s), second);
     QCOMPARE(dao.findCardId(u"100"_s, u"abc"_s), 0);
     QCOMPARE(dao.findCardId(u"101"_s, u"AbC"_s), 0);
+    QCOMPARE(dao.findCardId(u"100"_s, u"AbC "_s), 0);
+    QCOMPARE(dao.findCardId(u"100 "_s, u"AbC"_s), 0);
     QCOMPARE(dao.findCardId(u"100' OR '1'='1"_s, u"AbC"_s), 0);
     QCOMPARE(dao.findCardId(QString(), QString()), 0);
     const int nameless = put(u""_s, u""_s);

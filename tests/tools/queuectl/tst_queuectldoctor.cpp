@@ -27,6 +27,7 @@ private Q_SLOTS:
     void damagedFile();
     void serverWithoutRights();
     void tableOfAnOlderServer();
+    void collationOfAnOlderServer();
     void futureRows();
     void noOpenssl();
     void portOfAnother();
@@ -178,6 +179,40 @@ void TestQueuectlDoctor::tableOfAnOlderServer()
     server.run(u"ALTER TABLE queues.message DROP PRIMARY KEY,"
                " ADD PRIMARY KEY (type, messageid), ADD UNIQUE INDEX message_id (messageid)"_s);
     QVERIFY(checks(u"database"_s).contains(u"ok tables, columns and indexes are all there"_s));
+}
+
+void TestQueuectlDoctor::collationOfAnOlderServer()
+{
+    MariaDbServer server;
+    till->setSettings(server.settings());
+    server.run(u"ALTER TABLE queues.message CONVERT TO CHARACTER SET utf8mb4 COLLATE utf8mb4_bin;"
+               "ALTER TABLE queues.documentcard MODIFY chequenumber VARCHAR(64) "
+               "CHARACTER SET utf8mb4 COLLATE utf8mb4_general_ci NOT NULL DEFAULT ''"_s);
+    server.run(
+        u"INSERT INTO queues.message (type, body) VALUES ('cardlab', '{}'), ('cardlab ', '{}')"_s);
+    const QStringList found = checks(u"database"_s).filter(u"warning "_s);
+    QCOMPARE(found.size(), 2);
+    QVERIFY2(found[0].startsWith(
+                 u"warning texts in type, cardnumber of table message compare by utf8mb4_bin,"_s),
+             qPrintable(found[0]));
+    QVERIFY2(
+        found[1].startsWith(
+            u"warning texts in chequenumber of table documentcard compare by utf8mb4_general_ci,"_s),
+        qPrintable(found[1]));
+
+    // The statements that it prints.
+    for (const QString &line : found)
+        server.run(line.mid(line.indexOf(u"ALTER TABLE"_s)));
+    QVERIFY(checks(u"database"_s).contains(u"ok tables, columns and indexes are all there"_s));
+    QCOMPARE(server.run(u"SELECT COUNT(*) FROM queues.message WHERE type = 'cardlab'"_s), "1\n");
+
+    server.run(u"ALTER TABLE queues.message MODIFY body LONGTEXT CHARACTER SET utf8mb4 "
+               "COLLATE utf8mb4_general_nopad_ci NOT NULL, "
+               "MODIFY cardnumber VARBINARY(128) NOT NULL DEFAULT ''"_s);
+    const QString text = checks(u"database"_s).filter(u"warning "_s).join(u'\n');
+    QVERIFY2(text.startsWith(
+                 u"warning texts in body of table message compare by utf8mb4_general_nopad_ci,"_s),
+             qPrintable(text));
 }
 
 void TestQueuectlDoctor::futureRows()
