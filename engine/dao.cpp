@@ -2,6 +2,7 @@
 
 #include "shared/core/basicexception.h"
 #include "shared/core/connectionfactory.h"
+#include "shared/core/databasevalues.h"
 #include "shared/core/singleton.h"
 
 #include <log4qt/logmanager.h>
@@ -121,6 +122,8 @@ void DAO::connect()
 {
     logger->debug(u"Подключение к базе данных"_s);
     ConnectionFactory::setWithCheck(false);
+    // Without their connection statements cannot be prepared again.
+    unprepared.clear();
     // A connection that has failed would be handed out again.
     if (!connectionName.isEmpty())
         connectionFactory()->removeConnection(connectionName);
@@ -145,8 +148,10 @@ void DAO::connect()
     for (QSqlQuery *query :
          {&typeCounts, &read, &readByCard, &readDescending, &readDescendingByCard, &marker})
         query->setForwardOnly(true);
-    for (const auto &[query, statement] : statements)
-        query.prepare(statement);
+    for (const auto &[query, statement] : statements) {
+        if (!query.prepare(statement))
+            unprepared.insert(&query);
+    }
     connected = true;
 }
 
@@ -178,7 +183,7 @@ void DAO::updateStatusCode(int id, const QString &statusCode)
 QueueInfo DAO::getQueueInfo()
 {
     QueueInfo info;
-    if (execute(probe) && probe.next()) {
+    if (execute(probe, {}) && probe.next()) {
         info.count = probe.value(0).toInt();
         // The server's time is the till's, which newer drivers of Qt's take for UTC.
         const QDateTime time = probe.value(1).toDateTime();
@@ -209,32 +214,26 @@ void DAO::execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings)
             return;
         }
     }
-    // Bound only now: connecting has replaced the statements.
-    for (const Binding &binding : bindings)
-        query.bindValue(binding.name, binding.value);
-    if (execute(query))
+    if (execute(query, bindings))
         return;
 
     // One bad statement is no lost database; the probe tells which it was.
-    const bool isAlive = connectionFactory()->isConnectionCurrent(connectionName) && probe.exec();
+    const bool isAlive = connectionFactory()->isConnectionCurrent(connectionName) && run(probe, {});
     probe.finish();
-    if (isAlive) {
-        // Perhaps it could not even be prepared, and this store may live as long as the service.
-        query.prepare(query.lastQuery());
+    if (isAlive)
         return;
-    }
     logger->error(u"База данных недоступна"_s);
     ++errorsCount;
     connected = false;
 }
 
-bool DAO::execute(QSqlQuery &query)
+bool DAO::execute(QSqlQuery &query, std::initializer_list<Binding> bindings)
 {
     QString error;
     if (!isFileCurrentFor(query))
         error = u"файл базы данных удалён или заменён"_s;
-    else if (!query.exec())
-        error = query.lastError().text();
+    else if (!run(query, bindings))
+        error = databaseErrorText(query.lastError(), query.lastQuery());
     else
         return true;
 
@@ -242,6 +241,21 @@ bool DAO::execute(QSqlQuery &query)
     logger->warn(u"Ошибка при выполнении запроса: %1"_s, error);
     ++errorsCount;
     return false;
+}
+
+bool DAO::run(QSqlQuery &query, std::initializer_list<Binding> bindings)
+{
+    // Preparing a statement that was prepared would destroy it while the cause of a failure
+    // lasts, and the first call afterwards would fail as well.
+    if (unprepared.contains(&query)) {
+        if (!query.prepare(query.lastQuery()))
+            return false;
+        unprepared.remove(&query);
+    }
+    // Bound only now: connecting and preparing forget the values.
+    for (const Binding &binding : bindings)
+        query.bindValue(binding.name, binding.value);
+    return query.exec();
 }
 
 bool DAO::isFileCurrentFor(const QSqlQuery &query)

@@ -5,6 +5,7 @@
 #include <QDateTime>
 #include <QDeadlineTimer>
 #include <QList>
+#include <QSet>
 #include <QSqlQuery>
 #include <QString>
 
@@ -74,7 +75,9 @@ private:
 
     /// Leaves `query` without rows when it could not be run.
     void execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings);
-    bool execute(QSqlQuery &query);
+    /// A failure is logged and counted.
+    bool execute(QSqlQuery &query, std::initializer_list<Binding> bindings);
+    bool run(QSqlQuery &query, std::initializer_list<Binding> bindings);
     /// Looks at the database's file; for the two statements of each delivery only from time to time. What
     /// these do in between, on a file that was deleted or replaced, they do to the rows of the old one.
     bool isFileCurrentFor(const QSqlQuery &query);
@@ -97,6 +100,9 @@ private:
     Log4Qt::Logger *logger;
     /// Expired at first.
     QDeadlineTimer nextFileCheck;
+    /// Statements whose last preparation failed. They are prepared again before their next
+    /// execution.
+    QSet<const QSqlQuery *> unprepared;
 };
 
 } // namespace queue

@@ -54,6 +54,9 @@ const QSet<QString> ordinaryTexts{
     u"Удаление сообщения с идентификатором '%1'"_s,
     u"Удаление соединения с базой данных: %1"_s,
     u"В базе данных '%1' созданы таблицы %2"_s,
+    // What a line on a statement ends with.
+    u", код ошибки "_s,
+    u", запрос: "_s,
     // What a line on settings ends with.
     u"не является целым числом"_s,
     u"не является логическим значением"_s,

@@ -2,6 +2,7 @@
 
 #include "shared/core/basicexception.h"
 #include "shared/core/config.h"
+#include "shared/core/databasevalues.h"
 #include "shared/core/paths.h"
 #include "shared/core/singleton.h"
 
@@ -45,7 +46,7 @@ QString connectionNameOfThread()
 
 [[noreturn]] void fail(const QString &what, const QSqlError &error)
 {
-    throw BasicException(u"%1: %2"_s.arg(what, error.text()));
+    throw BasicException(u"%1: %2"_s.arg(what, databaseErrorText(error)));
 }
 
 void execute(const QSqlDatabase &database, const QString &statement, const QString &what)

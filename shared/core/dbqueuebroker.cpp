@@ -2,6 +2,7 @@
 
 #include "shared/core/basicexception.h"
 #include "shared/core/connectionfactory.h"
+#include "shared/core/databasevalues.h"
 #include "shared/core/singleton.h"
 
 #include <QJsonDocument>
@@ -26,5 +27,5 @@ void DBQueueBroker::enqueue(const QString &type, const QJsonObject &message,
     // A statement that was not prepared has its reason already; running it would hide that.
     if (!isPrepared || !query.exec())
         throw BasicException(u"Не удалось записать сообщение типа '%1' в очередь: %2"_s.arg(
-            type, query.lastError().text()));
+            type, databaseErrorText(query.lastError(), query.lastQuery())));
 }

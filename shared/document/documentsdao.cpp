@@ -2,6 +2,7 @@
 
 #include "shared/core/basicexception.h"
 #include "shared/core/connectionfactory.h"
+#include "shared/core/databasevalues.h"
 #include "shared/core/singleton.h"
 
 #include <log4qt/logmanager.h>
@@ -31,7 +32,8 @@ QSqlQuery run(const QString &statement, const QVariantList &values, const QStrin
         isDone = query.exec();
     }
     if (!isDone)
-        throw BasicException(u"%1: %2"_s.arg(what, query.lastError().text()));
+        throw BasicException(
+            u"%1: %2"_s.arg(what, databaseErrorText(query.lastError(), query.lastQuery())));
     return query;
 }
 

@@ -68,10 +68,13 @@ private Q_SLOTS:
     void queueInfo();
     void traceOfARead();
     void failedStatementKeepsTheConnection();
+    void causeThatGoesAway_data();
+    void causeThatGoesAway();
     void lostTableReconnects();
     void unreachableAtFirstCall();
     void unreachableThrowsFromConnect();
     void queueInfoOfALostTable();
+    void queueInfoWithoutConnection();
     void endRemovesTheConnection();
     void deletedFile();
     void deletedFileOfABusyStore();
@@ -447,6 +450,54 @@ void TstDao::failedStatementKeepsTheConnection()
     QCOMPARE(dao.getErrorsCount(), 0);
 }
 
+void TstDao::causeThatGoesAway_data()
+{
+    QTest::addColumn<bool>("isThereFromTheStart");
+    QTest::addColumn<int>("calls");
+    for (const int calls : {1, 2, 5}) {
+        QTest::addRow("%d calls", calls) << false << calls;
+        QTest::addRow("%d calls, and the connection", calls) << true << calls;
+    }
+}
+
+/// A column that a till's update takes away and gives back. Each call fails and is counted once;
+/// the first one afterwards succeeds.
+void TstDao::causeThatGoesAway()
+{
+    QFETCH(bool, isThereFromTheStart);
+    QFETCH(int, calls);
+    const int id = database->put(u"spasibo"_s, u"{}"_s);
+    queue::DAO dao;
+    if (!isThereFromTheStart) {
+        dao.connect();
+        QCOMPARE(dao.getMessage(u"spasibo"_s, -1, false, QString()).id, id);
+        dao.updateStatusCode(id, u"1"_s);
+    }
+    change(u"ALTER TABLE message RENAME COLUMN statuscode TO gone"_s);
+    if (isThereFromTheStart)
+        dao.connect();
+    const LogCapture log(u"dao"_s);
+    for (int call = 0; call < calls; ++call) {
+        dao.updateStatusCode(id, u"2"_s);
+        QCOMPARE(dao.getErrorsCount(), 2 * call + 1);
+        QCOMPARE(dao.getMessage(u"spasibo"_s, -1, false, QString()).id, -1);
+        QCOMPARE(dao.getErrorsCount(), 2 * call + 2);
+    }
+    change(u"ALTER TABLE message RENAME COLUMN gone TO statuscode"_s);
+    dao.updateStatusCode(id, u"3"_s);
+    QCOMPARE(dao.getMessage(u"spasibo"_s, -1, false, QString()).statusCode, u"3"_s);
+    QCOMPARE(dao.getErrorsCount(), 2 * calls);
+
+    const QStringList errors = log.lines().filter(u"WARN "_s);
+    QCOMPARE(errors.size(), 2 * calls);
+    for (const QString &line : errors)
+        QVERIFY2(line.startsWith(u"WARN Ошибка при выполнении запроса: "_s)
+                     && line.contains(u"statuscode"),
+                 qPrintable(line));
+    QVERIFY(log.lines().filter(u"ERROR "_s).isEmpty());
+    QVERIFY2(!log.lines().contains(u"DEBUG Подключение к базе данных"_s), "it reconnected");
+}
+
 void TstDao::lostTableReconnects()
 {
     const int id = database->put(u"cardlab"_s, u"{}"_s);
@@ -528,6 +579,35 @@ void TstDao::queueInfoOfALostTable()
     QCOMPARE(log.lines().size(), 1);
     QVERIFY(log.lines().first().startsWith(u"WARN Ошибка при выполнении запроса: "_s));
     change(u"ALTER TABLE away RENAME TO message"_s);
+}
+
+/// The main thread is asked for it while the database is away.
+void TstDao::queueInfoWithoutConnection()
+{
+    change(u"ALTER TABLE message RENAME TO away"_s);
+    {
+        queue::DAO dao;
+        // No statement can be prepared.
+        dao.connect();
+        dao.hasMessages(u"cardlab"_s, QString());
+        QCOMPARE(dao.getErrorsCount(), 2);
+        change(u"ALTER TABLE away RENAME TO message"_s);
+        breakConnection();
+        dao.hasMessages(u"cardlab"_s, QString());
+        QCOMPARE(dao.getErrorsCount(), 3);
+
+        const LogCapture log(u"dao"_s);
+        QCOMPARE(dao.getQueueInfo().count, -1);
+        QCOMPARE(dao.getErrorsCount(), 4);
+        QCOMPARE(log.lines().size(), 1);
+        QVERIFY2(log.lines().first().startsWith(u"WARN Ошибка при выполнении запроса: "_s)
+                     && log.lines().first().size() > 50,
+                 qPrintable(log.lines().first()));
+        database->setSettings(server ? server->settings() : QString());
+        QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
+        QCOMPARE(dao.getQueueInfo().count, 0);
+        QCOMPARE(dao.getErrorsCount(), 4);
+    }
 }
 
 void TstDao::endRemovesTheConnection()

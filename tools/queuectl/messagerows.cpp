@@ -46,9 +46,12 @@ QSqlDatabase connection()
 
 [[noreturn]] void failStatement(const QSqlError &error)
 {
+    const QString reason = error.text().simplified();
     throw Failure(
-        Failed, text("The database refuses a statement: %1", "База данных не выполняет запрос: %1")
-                    .arg(error.text().simplified()));
+        Failed,
+        text("The database refuses a statement: %1", "База данных не выполняет запрос: %1")
+            .arg(reason.isEmpty() ? text("the driver gives no reason", "драйвер не назвал причину")
+                                  : reason));
 }
 
 void prepare(QSqlQuery &query, const QString &statement)
