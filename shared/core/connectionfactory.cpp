@@ -30,6 +30,8 @@ namespace {
 constexpr int busyTimeoutMs = 5000;
 /// A statement on a busy server may wait for a lock; a server that is gone must not hold a thread.
 constexpr int serverTimeoutSeconds = 30;
+/// Some servers end a session that is idle for less than the time between two polls.
+constexpr int sessionIdleSeconds = 24 * 60 * 60;
 
 Log4Qt::Logger *logger()
 {
@@ -341,4 +343,5 @@ void ConnectionFactory::openServer(QSqlDatabase &database)
     execute(database,
             u"SET SESSION sql_mode = REPLACE(@@SESSION.sql_mode, 'ONLY_FULL_GROUP_BY', '')"_s,
             what);
+    execute(database, u"SET SESSION wait_timeout = %1"_s.arg(sessionIdleSeconds), what);
 }

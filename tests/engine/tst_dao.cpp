@@ -82,6 +82,7 @@ private Q_SLOTS:
     void readOnlyFile();
     void fullDisk();
     void serverRestart();
+    void idleLongerThanTheServerAllows();
     void places();
 
 private:
@@ -761,6 +762,42 @@ void TstDao::serverRestart()
     server->start();
     QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, id);
     QCOMPARE(dao.getErrorsCount(), 2);
+}
+
+void TstDao::idleLongerThanTheServerAllows()
+{
+    if (!server)
+        QSKIP("a file has no sessions");
+    database->put(u"cardlab"_s, u"{}"_s);
+    dropConnection();
+    server->run(u"SET GLOBAL wait_timeout = 1; SET GLOBAL interactive_timeout = 1"_s);
+    const auto restore = qScopeGuard([this] {
+        server->run(
+            u"SET GLOBAL wait_timeout = DEFAULT; SET GLOBAL interactive_timeout = DEFAULT"_s);
+    });
+    queue::DAO dao;
+    dao.connect();
+    for (int poll = 0; poll < 2; ++poll) {
+        // Another session, begun later: when the server has ended it, that of the store has been
+        // idle for longer than the server allows by itself.
+        QSqlDatabase other = QSqlDatabase::addDatabase(u"QMYSQL"_s, u"other"_s);
+        other.setUserName(server->user());
+        other.setPassword(server->password());
+        other.setConnectOptions(u"UNIX_SOCKET="_s + server->socket());
+        QVERIFY(other.open());
+        QSqlQuery id(other);
+        QVERIFY(id.exec(u"SELECT CONNECTION_ID()"_s) && id.next());
+        const QString session =
+            u"SELECT id FROM information_schema.processlist WHERE id = %1"_s.arg(
+                id.value(0).toString());
+        id = QSqlQuery();
+        QTRY_COMPARE(server->run(session), QByteArray());
+        other = QSqlDatabase();
+        QSqlDatabase::removeDatabase(u"other"_s);
+
+        QCOMPARE(dao.getMessageTypeCounts().size(), 1);
+        QCOMPARE(dao.getErrorsCount(), 0);
+    }
 }
 
 void TstDao::places()
