@@ -13,10 +13,26 @@ pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)
 
 # A till's image that ships Log4Qt gets it; everywhere else the slice in shared/log4qt carries the
 # same interface over log4cplus.
-find_package(Log4Qt 1.6 QUIET)
+set(QUEUE_LOG4QT AUTO CACHE STRING 
+    "Log with Log4Qt: AUTO where it is found, ON only with it, OFF without it")
+set_property(CACHE QUEUE_LOG4QT PROPERTY STRINGS AUTO ON OFF)
+if(NOT QUEUE_LOG4QT MATCHES "^(AUTO|ON|OFF)$")
+    message(FATAL_ERROR "QUEUE_LOG4QT is '${QUEUE_LOG4QT}', and must be AUTO, ON or OFF")
+endif()
+set(Log4Qt_FOUND FALSE)
+if(NOT QUEUE_LOG4QT STREQUAL "OFF")
+    # An image keeps it out of the system's own folders.
+    find_package(Log4Qt 1.6 QUIET PATHS /opt/log4qt)
+endif()
 if(Log4Qt_FOUND)
-    message(STATUS "Logging: Log4Qt ${Log4Qt_VERSION}")
+    message(STATUS "Logging: Log4Qt ${Log4Qt_VERSION} from ${Log4Qt_DIR} "
+                   "(-DQUEUE_LOG4QT=OFF builds without it)")
+elseif(QUEUE_LOG4QT STREQUAL "ON")
+    message(FATAL_ERROR "QUEUE_LOG4QT is ON, but there is no Log4Qt 1.6 in CMAKE_PREFIX_PATH, the "
+                        "system's folders or /opt/log4qt")
 else()
     pkg_check_modules(LOG4CPLUS REQUIRED IMPORTED_TARGET log4cplus)
-    message(STATUS "Logging: shared/log4qt over log4cplus ${LOG4CPLUS_VERSION}")
+    pkg_get_variable(LOG4CPLUS_PLACE log4cplus libdir)
+    message(STATUS "Logging: shared/log4qt over log4cplus ${LOG4CPLUS_VERSION} from "
+                   "${LOG4CPLUS_PLACE}")
 endif()

@@ -72,6 +72,7 @@ build() {
     say "Configuring build/$preset"
     local log
     log=$(cmake --preset "$preset" "${options[@]}" 2>&1) || fail "$log"
+    sed -n 's/^-- Logging: /It logs with: /p' <<<"$log"
     say "Building build/$preset"
     if [ -t 1 ]; then
         cmake --build --preset "$preset" -j "$(nproc)" "${targets[@]}"

@@ -9,6 +9,29 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+/// Log4Qt gives the name of a level in the language of the user.
+QString nameOf(Log4Qt::Level level)
+{
+    switch (level.toInt()) {
+    case Log4Qt::Level::TRACE_INT:
+        return u"TRACE"_s;
+    case Log4Qt::Level::DEBUG_INT:
+        return u"DEBUG"_s;
+    case Log4Qt::Level::INFO_INT:
+        return u"INFO"_s;
+    case Log4Qt::Level::WARN_INT:
+        return u"WARN"_s;
+    case Log4Qt::Level::ERROR_INT:
+        return u"ERROR"_s;
+    default:
+        return QString::number(level.toInt());
+    }
+}
+
+} // namespace
+
 /// Holds the lines. An appender belongs to the logging, which may keep it beyond the capture.
 class LogCapture::Collector : public Log4Qt::AppenderSkeleton
 {
@@ -30,8 +53,11 @@ public:
 protected:
     void append(const Log4Qt::LoggingEvent &event) override
     {
+        // What Log4Qt tells of itself.
+        if (event.loggerName().startsWith(u"::"_s))
+            return;
         const std::lock_guard guard(mutex);
-        collected.append(event.level().toString() + u' ' + event.message());
+        collected.append(nameOf(event.level()) + u' ' + event.message());
     }
 
 private:
@@ -58,7 +84,7 @@ LogCapture::LogCapture(const QString &name)
                                                 collector, Log4Qt::AppenderSharedPtr(collector)});
     logger->addAppender(attachment->appender);
     logger->setAdditivity(false);
-    logger->setLevel(Log4Qt::Level::fromString(u"TRACE"_s));
+    logger->setLevel(Log4Qt::Level(Log4Qt::Level::TRACE_INT));
 }
 
 LogCapture::~LogCapture()

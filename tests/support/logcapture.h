@@ -5,8 +5,9 @@
 #include <memory>
 
 /// Collects the lines of the category `name`, from trace up, as they are logged by any thread; with
-/// an empty name those of every category that has no level or capture of its own. While it lives the
-/// lines of a named category go nowhere else. Captures of the same category end in reverse order.
+/// an empty name those of every category that has no level or capture of its own. While it lives
+/// the lines of a named category go nowhere else. Events of the logging library itself are left
+/// out. Captures of the same category end in reverse order.
 class LogCapture
 {
 public:

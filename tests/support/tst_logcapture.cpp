@@ -2,7 +2,9 @@
 
 #include <log4qt/logmanager.h>
 
+#include <QCoreApplication>
 #include <QTest>
+#include <QTranslator>
 
 #include <thread>
 
@@ -15,6 +17,8 @@ class TestLogCapture : public QObject
 private Q_SLOTS:
     void collectsItsCategoryFromTraceUp();
     void collectsEveryCategory();
+    void leavesOutTheLibrarysOwnEvents();
+    void namesLevelsInAnyLanguage();
     void leavesTheLoggerAsItWas();
     void threadsTakeTurns();
 };
@@ -43,6 +47,39 @@ void TestLogCapture::collectsEveryCategory()
     QCOMPARE(log.lines(), (QStringList{u"TRACE один"_s, u"TRACE два"_s}));
 }
 
+void TestLogCapture::leavesOutTheLibrarysOwnEvents()
+{
+    LogCapture log;
+    Log4Qt::LogManager::logger(u"::LoggerRepository"_s)->error(u"Shutting down Hierarchy"_s);
+    Log4Qt::LogManager::logger(u"cardlab"_s)->info(u"текст"_s);
+    QCOMPARE(log.lines(), QStringList{u"INFO текст"_s});
+}
+
+namespace {
+
+/// A user's language in which every text reads otherwise.
+struct Translation : QTranslator
+{
+    Translation() { QCoreApplication::installTranslator(this); }
+    ~Translation() override { QCoreApplication::removeTranslator(this); }
+    bool isEmpty() const override { return false; }
+    QString translate(const char *, const char *text, const char *, int) const override
+    {
+        return u"translated "_s + QString::fromUtf8(text);
+    }
+};
+
+} // namespace
+
+void TestLogCapture::namesLevelsInAnyLanguage()
+{
+    const Translation translation;
+    LogCapture log(u"cardlab"_s);
+    Log4Qt::LogManager::logger(u"cardlab"_s)->trace(u"текст"_s);
+    Log4Qt::LogManager::logger(u"cardlab"_s)->info(u"текст"_s);
+    QCOMPARE(log.lines(), (QStringList{u"TRACE текст"_s, u"INFO текст"_s}));
+}
+
 void TestLogCapture::leavesTheLoggerAsItWas()
 {
     Log4Qt::Logger *logger = Log4Qt::LogManager::logger(u"cardlab"_s);
@@ -57,7 +94,7 @@ void TestLogCapture::leavesTheLoggerAsItWas()
     logger->info(u"снаружи"_s);
     QCOMPARE(outer.lines(), QStringList{u"INFO снаружи"_s});
     QVERIFY(!wasTrace);
-    QCOMPARE(logger->level().toString(), u"NULL"_s);
+    QCOMPARE(logger->level().toInt(), int(Log4Qt::Level::NULL_INT));
 }
 
 void TestLogCapture::threadsTakeTurns()

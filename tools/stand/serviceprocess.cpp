@@ -17,13 +17,28 @@ namespace stand {
 
 namespace {
 
+/// Where in a line its time, level and category end at the latest, in bytes.
+constexpr qsizetype headLimit = 200;
+
 /// Everything to standard output, so that the end of a worker, a debug line, can be waited for.
-constexpr auto loggingProperties = "log4j.rootLogger=DEBUG, console\n"
+/// Log4Qt itself is told to be quiet about its own work.
+constexpr auto loggingProperties = "log4j.Debug=OFF\n"
+                                   "log4j.logger.\\:\\:LoggerRepository=OFF\n"
+                                   "log4j.rootLogger=DEBUG, console\n"
                                    "log4j.appender.console=org.apache.log4j.ConsoleAppender\n"
                                    "log4j.appender.console.target=STDOUT_TARGET\n"
                                    "log4j.appender.console.layout=org.apache.log4j.PatternLayout\n"
                                    "log4j.appender.console.layout.ConversionPattern="
                                    "%d{yyyy-MM-dd HH:mm:ss,zzz} %-5p [%c] %m%n\n";
+
+/// Whether the line is an event of Log4Qt's own, whose categories begin with "::". It may come when
+/// the process is nearly gone, with no time or in a layout that no settings name.
+bool isOfTheLibrary(const QByteArray &line)
+{
+    static const QRegularExpression event(
+        u"\\b(?:TRACE|DEBUG|INFO|WARN|ERROR|FATAL)\\b[\\s\\[\\](]+::\\w"_s);
+    return event.match(QString::fromUtf8(line.left(headLimit))).hasMatch();
+}
 
 } // namespace
 
@@ -139,7 +154,9 @@ QString ServiceProcess::logText() const
 
 QString ServiceProcess::errors() const
 {
-    return QString::fromUtf8(errorBytes);
+    QByteArrayList lines = errorBytes.split('\n');
+    lines.removeIf(isOfTheLibrary);
+    return QString::fromUtf8(lines.join('\n'));
 }
 
 int ServiceProcess::starts(const QString &type) const
@@ -182,13 +199,18 @@ void ServiceProcess::take(const QByteArray &line)
 {
     static const QRegularExpression head(
         u"\\A\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d[,.]\\d{3} ([A-Z]+) +\\[([^\\]]*)\\] "_s);
-    const QRegularExpressionMatch match = head.match(QString::fromUtf8(line.left(200)));
+    const QRegularExpressionMatch match = head.match(QString::fromUtf8(line.left(headLimit)));
+    if (match.hasMatch() ? match.captured(2).startsWith(u"::"_s) : isOfTheLibrary(line))
+        return;
     if (!match.hasMatch()) {
-        // The further lines of a text that has several.
+        // The further lines of a text that has several, which Log4Qt does not indent.
+        QString further = QString::fromUtf8(line);
+        if (further.startsWith(u"    "_s))
+            further.remove(0, 4);
         if (records.isEmpty())
-            records.append({u"????"_s, QString(), QString::fromUtf8(line)});
+            records.append({u"????"_s, QString(), further});
         else
-            records.last().text += u'\n' + QString::fromUtf8(line);
+            records.last().text += u'\n' + further;
         return;
     }
     const qsizetype headBytes = match.captured().toUtf8().size();

@@ -1,5 +1,6 @@
-// Just enough behind the declarations for the logging of a small program: levels, appenders, and a
-// root logger that writes to standard output.
+// Enough to log a scenario: levels, appenders, and a root logger that writes to standard output.
+// Two habits of Log4Qt are here too: names of levels are translated, and the end of the process is
+// logged.
 
 #include "log4qt/appenderskeleton.h"
 #include "log4qt/helpers/configuratorhelper.h"
@@ -8,23 +9,22 @@
 #include "log4qt/logmanager.h"
 #include "log4qt/propertyconfigurator.h"
 
-#include <QDateTime>
+#include <QCoreApplication>
 #include <QFile>
 #include <QHash>
 #include <QMutex>
 
 #include <cstdio>
+#include <ctime>
 
 namespace Log4Qt {
 
 namespace {
 
-const QList<QPair<Level::Value, QString>> levelNames{
-    {Level::NULL_INT, QStringLiteral("NULL")},   {Level::ALL_INT, QStringLiteral("ALL")},
-    {Level::TRACE_INT, QStringLiteral("TRACE")}, {Level::DEBUG_INT, QStringLiteral("DEBUG")},
-    {Level::INFO_INT, QStringLiteral("INFO")},   {Level::WARN_INT, QStringLiteral("WARN")},
-    {Level::ERROR_INT, QStringLiteral("ERROR")}, {Level::FATAL_INT, QStringLiteral("FATAL")},
-    {Level::OFF_INT, QStringLiteral("OFF")}};
+constexpr std::pair<Level::Value, const char *> levelNames[]{
+    {Level::NULL_INT, "NULL"},   {Level::ALL_INT, "ALL"},     {Level::TRACE_INT, "TRACE"},
+    {Level::DEBUG_INT, "DEBUG"}, {Level::INFO_INT, "INFO"},   {Level::WARN_INT, "WARN"},
+    {Level::ERROR_INT, "ERROR"}, {Level::FATAL_INT, "FATAL"}, {Level::OFF_INT, "OFF"}};
 
 QList<LoggingEvent> lastErrors;
 
@@ -36,13 +36,26 @@ public:
 protected:
     void append(const LoggingEvent &event) override
     {
-        const QString line = QStringLiteral("%1 %2 [%3] %4")
-                                 .arg(QDateTime::currentDateTime().toString(
-                                          QStringLiteral("yyyy-MM-dd HH:mm:ss,zzz")),
-                                      event.level().toString().leftJustified(5), event.loggerName(),
-                                      event.message());
-        std::puts(line.toUtf8().constData());
+        // Qt's dates are gone when the process ends.
+        timespec now = {};
+        clock_gettime(CLOCK_REALTIME, &now);
+        tm local = {};
+        localtime_r(&now.tv_sec, &local);
+        char time[32];
+        std::strftime(time, sizeof time, "%Y-%m-%d %H:%M:%S", &local);
+        std::printf("%s,%03d %s [%s] %s\n", time, static_cast<int>(now.tv_nsec / 1'000'000),
+                    event.level().toString().leftJustified(5).toUtf8().constData(),
+                    event.loggerName().toUtf8().constData(), event.message().toUtf8().constData());
         std::fflush(stdout);
+    }
+};
+
+struct Hierarchy
+{
+    ~Hierarchy()
+    {
+        LogManager::logger(QStringLiteral("::LoggerRepository"))
+            ->debug(QStringLiteral("Shutting down Hierarchy"));
     }
 };
 
@@ -52,7 +65,7 @@ QString Level::toString() const
 {
     for (const auto &[known, name] : levelNames) {
         if (known == value)
-            return name;
+            return QCoreApplication::translate("Level", name);
     }
     return QString();
 }
@@ -60,7 +73,7 @@ QString Level::toString() const
 Level Level::fromString(const QString &level, bool *ok)
 {
     for (const auto &[known, name] : levelNames) {
-        if (name == level) {
+        if (level == QLatin1String(name)) {
             if (ok)
                 *ok = true;
             return known;
@@ -288,6 +301,7 @@ void Logger::fatal(const QString &message) const
 Logger *LogManager::rootLogger()
 {
     static auto *root = new Logger(Level::DEBUG_INT, QStringLiteral("root"), nullptr);
+    static const Hierarchy hierarchy;
     return root;
 }
 
@@ -325,19 +339,34 @@ void Properties::setProperty(const QString &key, const QString &value)
 
 bool PropertyConfigurator::configure(const Properties &properties)
 {
-    const QString level =
-        properties.property(QStringLiteral("log4j.rootLogger")).section(u',', 0, 0);
-    LogManager::rootLogger()->setLevel(Level::fromString(level));
+    const QString root = QStringLiteral("log4j.rootLogger");
+    const QString logger = QStringLiteral("log4j.logger.");
+    LogManager::rootLogger()->setLevel(
+        Level::fromString(properties.property(root).section(u',', 0, 0)));
     LogManager::rootLogger()->addAppender(AppenderSharedPtr(new StandardOutput));
+    for (auto pair = properties.cbegin(); pair != properties.cend(); ++pair) {
+        if (pair.key().startsWith(logger))
+            LogManager::logger(pair.key().mid(logger.size()))
+                ->setLevel(Level::fromString(pair.value()));
+    }
     return true;
 }
 
 bool PropertyConfigurator::configure(const QString &configFilename)
 {
-    // Knows no file format: every file is refused.
-    lastErrors = {LoggingEvent(LogManager::logLogger(), Level::ERROR_INT,
-                               QStringLiteral("refused ") + configFilename)};
-    return false;
+    QFile file(configFilename);
+    if (!file.open(QIODevice::ReadOnly)) {
+        lastErrors = {LoggingEvent(LogManager::logLogger(), Level::ERROR_INT,
+                                   QStringLiteral("refused ") + configFilename)};
+        return false;
+    }
+    Properties properties;
+    const QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
+    for (const QString &line : lines)
+        properties.setProperty(
+            line.section(u'=', 0, 0).trimmed().replace(QStringLiteral("\\:"), QStringLiteral(":")),
+            line.section(u'=', 1).trimmed());
+    return configure(properties);
 }
 
 ConfiguratorHelper::ConfiguratorHelper() = default;
