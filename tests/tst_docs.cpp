@@ -126,7 +126,7 @@ void TestDocs::linksLeadToFiles()
 {
     static const QRegularExpression link(u"\\]\\(([^)#:]+)(#[^)]*)?\\)"_s);
     const QDir root(QStringLiteral(QUEUE_SOURCE_DIR));
-    QStringList pages{u"README.md"_s, u"CONTRIBUTING.md"_s, u"CHANGELOG.md"_s};
+    QStringList pages{u"README.md"_s, u"CONTRIBUTING.md"_s, u"CHANGELOG.md"_s, u"SECURITY.md"_s};
     QDirIterator docs(root.filePath(u"docs"_s), {u"*.md"_s}, QDir::Files,
                       QDirIterator::Subdirectories);
     while (docs.hasNext())

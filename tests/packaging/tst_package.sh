@@ -70,10 +70,12 @@ expected_files=(
     /usr/lib/systemd/system/queue.service
     /usr/lib/sysusers.d/queue.conf
     /usr/lib/tmpfiles.d/queue.conf
+    /usr/share/doc/queue/SECURITY.md
     /usr/share/doc/queue/changelog.gz
     /usr/share/doc/queue/copyright
     /usr/share/doc/queue/examples/log4qt.properties.sample
     /usr/share/doc/queue/examples/queue.ini.sample
+    /usr/share/doc/queue/examples/queue.nft
     /usr/share/man/man8/queue.8.gz
     /usr/share/queue/sql/mariadb.sql
     /usr/share/queue/sql/mysql.sql

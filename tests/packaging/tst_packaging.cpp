@@ -120,6 +120,7 @@ private Q_SLOTS:
     void sampleSettingsAreAllChecked();
     void sampleLoggingIsTheDefault();
     void sampleLogFileWorks();
+    void firewallSample();
 
 private:
     struct Result
@@ -196,10 +197,12 @@ void TestPackaging::everyFileInItsPlace()
         prefix + u"/share/doc/queue-stand/changelog.gz"_s,
         prefix + u"/share/doc/queue-stand/copyright"_s,
         prefix + u"/share/doc/queue-stand/scenarios.md"_s,
+        prefix + u"/share/doc/queue/SECURITY.md"_s,
         prefix + u"/share/doc/queue/changelog.gz"_s,
         prefix + u"/share/doc/queue/copyright"_s,
         prefix + u"/share/doc/queue/examples/log4qt.properties.sample"_s,
         prefix + u"/share/doc/queue/examples/queue.ini.sample"_s,
+        prefix + u"/share/doc/queue/examples/queue.nft"_s,
         prefix + u"/share/man/man1/queue-stand.1.gz"_s,
         prefix + u"/share/man/man8/queue.8.gz"_s,
         prefix + u"/share/queue/sql/mariadb.sql"_s,
@@ -431,6 +434,41 @@ void TestPackaging::sampleLogFileWorks()
     const Result probe = run(QStringLiteral(LOGPROBE), {u"levels"_s}, environment);
     QCOMPARE(probe.output.count(u'\n'), 5);
     QCOMPARE(QString::fromUtf8(read(folder.filePath(u"log/queue.log"_s))), probe.output);
+}
+
+void TestPackaging::firewallSample()
+{
+    QString rules = QString::fromUtf8(read(sample(u"queue.nft"_s)));
+    static const QRegularExpression comment(u"^#.*\n"_s, QRegularExpression::MultilineOption);
+    const QString active = QString(rules).remove(comment).simplified();
+    // Loopback alone, the port alone, and everything else goes its way.
+    QCOMPARE(active, u"define queue_accounts = { root, till } define queue_port = 28085 "
+                     "table inet queue_control delete table inet queue_control "
+                     "table inet queue_control { chain output { "
+                     "type filter hook output priority filter; policy accept; "
+                     "oifname \"lo\" tcp dport $queue_port meta skuid != $queue_accounts "
+                     "reject with tcp reset } }"_s);
+
+    const QString tool =
+        QStandardPaths::findExecutable(u"nft"_s, QString::fromLocal8Bit(qgetenv("PATH")).split(u':')
+                                                     + QStringList{u"/usr/sbin"_s, u"/sbin"_s});
+    // An account that every machine has.
+    rules.replace(u"{ root, till }"_s, u"{ root, daemon }"_s);
+    const QTemporaryDir folder;
+    const auto check = [&](const QString &text) {
+        QFile file(folder.filePath(u"rules"_s));
+        if (!file.open(QIODevice::WriteOnly) || file.write(text.toUtf8()) < 0)
+            qFatal("%s", qPrintable(file.errorString()));
+        file.close();
+        return run(tool, {u"-c"_s, u"-f"_s, file.fileName()});
+    };
+    if (tool.isEmpty() || check(u"table inet x\n"_s).exitCode != 0) {
+        qInfo("nft is missing or may not ask the kernel: the syntax of the rules was not checked");
+        return;
+    }
+    const Result accepted = check(rules);
+    QVERIFY2(accepted.exitCode == 0, qPrintable(accepted.output));
+    QVERIFY(check(rules.replace(u"skuid"_s, u"skuidd"_s)).exitCode != 0);
 }
 
 QTEST_GUILESS_MAIN(TestPackaging)
