@@ -218,22 +218,27 @@ void Config::refresh(State &state)
 QStringList Config::listFiles(State &state)
 {
     QStringList paths;
+    QStringList missing;
     for (const QDir &directory : std::as_const(state.directories)) {
         // A QDir remembers what it once found out of its folder.
         if (!QFileInfo(directory.path()).isReadable()) {
-            warnOnce(
-                state,
-                directory.exists()
-                    ? u"Каталог настроек '%1' недоступен для чтения, проверьте права"_s.arg(
-                        directory.path())
-                    : u"Каталог настроек '%1' не найден, создайте его или проверьте установку"_s
-                          .arg(directory.path()));
             // What its files gave stays in force.
+            const qsizetype count = paths.size();
             for (const QString &known : state.files.keys()) {
                 if (known.startsWith(directory.path() + u'/')
                     && known.indexOf(u'/', directory.path().size() + 1) < 0)
                     paths.append(known);
             }
+            if (directory.exists())
+                warnOnce(state,
+                         u"Каталог настроек '%1' недоступен для чтения, проверьте права"_s.arg(
+                             directory.path()));
+            else if (paths.size() > count)
+                warnOnce(state,
+                         u"Каталог настроек '%1' исчез, действуют последние значения из него"_s.arg(
+                             directory.path()));
+            else if (!state.missing.contains(directory.path()))
+                missing.append(directory.path());
             continue;
         }
         if (!state.fileNames.isEmpty()) {
@@ -250,6 +255,11 @@ QStringList Config::listFiles(State &state)
             if (name.endsWith(u".ini"))
                 paths.append(directory.filePath(name));
         }
+    }
+    if (!missing.isEmpty()) {
+        // A till without settings has none of them, and lacks nothing.
+        logger()->info(u"Каталогов настроек нет: %1"_s, missing.join(u", "_s));
+        state.missing += QSet<QString>(missing.cbegin(), missing.cend());
     }
     for (const QString &path : std::as_const(state.addedFiles)) {
         paths.removeAll(path);

@@ -11,15 +11,17 @@
 #include <optional>
 
 /// The settings of the till. Every `*.ini` file of the configured directories is read, directories
-/// in the given order and the files of one directory by name; a later value replaces an earlier one.
-/// Files are UTF-8 with `[section]` and `key = value` lines; `;` and `#` open a comment line.
+/// in the given order and the files of one directory by name; a later value replaces an earlier
+/// one. Files are UTF-8 with `[section]` and `key = value` lines; `;` and `#` open a comment line.
 ///
 /// A key is written `section:key` and split at its first colon; both halves are case-sensitive.
 /// Each getter returns `defaultValue` for a key that no file holds.
 ///
+/// No folder has to be there; one line at info level names those that are not.
+///
 /// A changed file is noticed by the first getter that runs 100 ms after the change. A file that has
-/// become unreadable or malformed keeps its last good values, and one warning names file and line. Of a
-/// file that never was good the lines that can be read count.
+/// become unreadable or malformed keeps its last good values, and one warning names file and line.
+/// Of a file that never was good the lines that can be read count.
 ///
 /// Reached through Singleton<Config>. Thread: any.
 class Config
@@ -27,8 +29,8 @@ class Config
 public:
     virtual ~Config();
 
-    /// From now on settings come from these directories or, when `files` is not empty, from the files
-    /// of these names in them alone. Sets up the singleton.
+    /// From now on settings come from these directories or, when `files` is not empty, from the
+    /// files of these names in them alone. Sets up the singleton.
     static void setConfigsPathList(const QList<QDir> &directories, const QStringList &files);
 
     /// Adds the file at `path` on top of the directories. Read again, it replaces what it gave
@@ -79,6 +81,8 @@ private:
         QHash<QString, File> files;
         Settings settings;
         QSet<QString> warned;
+        /// Folders of which the log has said that they are missing.
+        QSet<QString> missing;
     };
 
     std::optional<Setting> find(const QString &key);

@@ -351,14 +351,14 @@ void TestConfig::namedFilesAlone()
 void TestConfig::missingDirectory()
 {
     write(u"there/a.ini"_s, "[s]\nkey=1\n");
-    use({u"missing"_s, u"there"_s});
+    use({u"missing"_s, u"there"_s, u"missing too"_s});
     QCOMPARE(get(u"s:key"_s), u"1"_s);
-    use({u"missing"_s, u"there"_s});
-    QCOMPARE(
-        log->lines(),
-        QStringList{
-            u"WARN Каталог настроек '%1' не найден, создайте его или проверьте установку"_s.arg(
-                path(u"missing"_s))});
+    use({u"missing"_s, u"there"_s, u"missing too"_s});
+    QCOMPARE(log->lines(), QStringList{u"INFO Каталогов настроек нет: %1, %2"_s.arg(
+                               path(u"missing"_s), path(u"missing too"_s))});
+    write(u"missing/a.ini"_s, "[s]\nother=2\n");
+    QTRY_COMPARE(get(u"s:other"_s), u"2"_s);
+    QCOMPARE(log->lines().size(), 1);
 }
 
 void TestConfig::emptyFile()
@@ -504,6 +504,9 @@ void TestConfig::vanishedDirectoryKeepsItsValues()
     QVERIFY(QDir().rename(path(u"conf"_s), path(u"away"_s)));
     // One warning of the directory, one of the file.
     QTRY_COMPARE(0 * get(u"s:key"_s).size() + log->lines().size(), 2);
+    QCOMPARE(log->lines().at(0),
+             u"WARN Каталог настроек '%1' исчез, действуют последние значения из него"_s.arg(
+                 path(u"conf"_s)));
     QCOMPARE(get(u"s:key"_s), u"1"_s);
     write(u"conf/a.ini"_s, "[s]\nkey=2\n");
     QTRY_COMPARE(get(u"s:key"_s), u"2"_s);
