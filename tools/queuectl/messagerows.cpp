@@ -255,7 +255,7 @@ std::optional<int> MessageRows::requeue(int id)
         QSqlQuery copy(database);
         execute(
             copy,
-            u"INSERT INTO message (type, body, cardnumber, statuscode) SELECT type, body, cardnumber, statuscode FROM message WHERE messageid = ?"_s,
+            u"INSERT INTO message (type, body, cardnumber, statuscode, creationtime) SELECT type, body, cardnumber, statuscode, creationtime FROM message WHERE messageid = ?"_s,
             {id});
         if (copy.numRowsAffected() != 1)
             return;

@@ -60,8 +60,8 @@ public:
     QList<int> insert(const QList<Row> &rows, const std::function<void(int)> &written = {});
     /// Deletes the row; false when there is none.
     bool remove(int id);
-    /// Writes the row once more behind all others and deletes the old one, both or nothing. Returns the
-    /// new id; nothing when there is no such row.
+    /// Writes the row once more after all others, with its time, and deletes the old one, both or
+    /// nothing. Returns the new id; nothing when there is no such row.
     std::optional<int> requeue(int id);
 
 private:

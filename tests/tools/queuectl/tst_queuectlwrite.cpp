@@ -276,12 +276,21 @@ void TestQueuectlWrite::requeue()
     put(u"cardlab"_s);
     put();
     till->setAge(1, 3600);
+    const auto times = [this](int id) {
+        return till->database.query(u"SELECT creationtime FROM message WHERE messageid = ?"_s, {id})
+            .value(0)
+            .value(0);
+    };
+    const QVariant time = times(1);
     const Outcome outcome = till->run({u"requeue"_s, u"1"_s, u"--yes"_s, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QCOMPARE(outcome.json().value(u"id"_s).toInt(), 4);
     QCOMPARE(outcome.json().value(u"formerId"_s).toInt(), 1);
     QCOMPARE(till->database.ids(u"heineken"_s), (QList<int>{3, 4}));
     QCOMPARE(rows().last(), u"4 heineken %1 5"_s.arg(body));
+    // How long the sale has waited does not change by it.
+    QCOMPARE(times(4), time);
+    QVERIFY(time.isValid());
     QCOMPARE(till->run({u"requeue"_s, u"1"_s, u"--yes"_s}).exitCode, ExitCode::NotFound);
     QCOMPARE(rows().size(), 3);
 }
