@@ -69,8 +69,9 @@ Report listRows(const Call &call)
         QJsonObject record = rowRecord(row);
         const auto body = row.object();
         record.insert(u"bodyBytes"_s, row.body.size());
+        const QString destination = body ? destinationOf(row.type, *body) : QString();
         record.insert(u"destination"_s,
-                      body ? QJsonValue(destinationOf(row.type, *body)) : QJsonValue());
+                      destination.isEmpty() ? QJsonValue() : QJsonValue(destination));
         records.append(record);
     }
     report.data = {{u"type"_s, type},

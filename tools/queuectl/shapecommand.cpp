@@ -126,7 +126,8 @@ Report showShape(const Call & /*call*/)
     const Situation situation = Situation::read();
     MessageRows rows;
     QMap<std::tuple<QString, int, int>, Group> groups;
-    QMap<QString, Destination> destinations;
+    // By address; rows without one by their type, since nothing shows that they go to one place.
+    QMap<QPair<QString, QString>, Destination> destinations;
     int total = 0;
     int after = -1;
     while (true) {
@@ -135,8 +136,9 @@ Report showShape(const Call & /*call*/)
             const Cause cause = situation.cause(row);
             groups[{row.type, ageClassOf(row.ageSeconds()), static_cast<int>(cause)}].add(row);
             const auto body = row.object();
+            const QString address = destinationOf(row.type, body.value_or(QJsonObject()));
             Destination &destination =
-                destinations[destinationOf(row.type, body.value_or(QJsonObject()))];
+                destinations[{address, address.isEmpty() ? row.type : QString()}];
             destination.all.add(row);
             ++destination.causes[static_cast<int>(cause)];
             destination.types.insert(row.type);
@@ -164,8 +166,8 @@ Report showShape(const Call & /*call*/)
                                         {u"oldestAgeSeconds"_s, group.oldestSeconds}});
     }
     QList<QPair<QString, Destination>> sorted;
-    for (const auto &[name, destination] : destinations.asKeyValueRange())
-        sorted.append({name, destination});
+    for (const auto &[place, destination] : destinations.asKeyValueRange())
+        sorted.append({place.first, destination});
     std::stable_sort(sorted.begin(), sorted.end(), [](const auto &a, const auto &b) {
         return a.second.all.count > b.second.all.count;
     });
@@ -174,14 +176,18 @@ Report showShape(const Call & /*call*/)
     QJsonArray destinationRecords;
     for (const auto &[name, destination] : std::as_const(sorted)) {
         const Cause cause = mainCause(destination);
-        const QString line = text("%1: %2, rows: %3, oldest %4", "%1: %2, строк: %3, старшей %4")
-                                 .arg(name, stateText(cause, destination.since),
-                                      QString::number(destination.all.count),
-                                      durationText(destination.all.oldestSeconds));
         QStringList types(destination.types.cbegin(), destination.types.cend());
         types.sort();
+        const QString title = name.isEmpty()
+                                  ? text("%1 (no address in the row)", "%1 (в строке нет адреса)")
+                                        .arg(types.join(u", "_s))
+                                  : name;
+        const QString line = text("%1: %2, rows: %3, oldest %4", "%1: %2, строк: %3, старшей %4")
+                                 .arg(title, stateText(cause, destination.since),
+                                      QString::number(destination.all.count),
+                                      durationText(destination.all.oldestSeconds));
         destinationRecords.append(
-            QJsonObject{{u"destination"_s, name},
+            QJsonObject{{u"destination"_s, name.isEmpty() ? QJsonValue() : QJsonValue(name)},
                         {u"state"_s, stateName(cause)},
                         {u"cause"_s, causeName(cause)},
                         {u"since"_s, destination.since.isValid()

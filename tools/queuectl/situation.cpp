@@ -6,6 +6,7 @@
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/text.h"
 
+#include <QJsonArray>
 #include <QUrl>
 
 using namespace Qt::StringLiterals;
@@ -30,13 +31,48 @@ QString portText(const QJsonValue &port)
     return text.isEmpty() ? QString() : u':' + text;
 }
 
-/// The first address in the object, its own members before those of its parts.
-QString addressIn(const QJsonObject &object, int depth)
+QString addressIn(const QJsonValue &value, int depth);
+
+/// The hosts of a list, which are asked in turn, each once.
+QString hostsIn(const QJsonArray &list)
 {
+    QStringList hosts;
+    for (const QJsonValue &entry : list) {
+        const QString text = entry.toString();
+        const QString named = entry.isObject() ? addressIn(entry, maxDepth) : hostOf(text);
+        const QString host = named.isEmpty() ? text : named;
+        if (!host.isEmpty() && !hosts.contains(host))
+            hosts.append(host);
+    }
+    return hosts.join(u", "_s);
+}
+
+/// The first address in the object, its own members before those of its parts.
+QString addressIn(const QJsonValue &value, int depth)
+{
+    if (value.isArray()) {
+        for (const QJsonValue &entry : value.toArray()) {
+            const QString text = entry.toString();
+            const bool isAddress = text.startsWith(u"http://"_s) || text.startsWith(u"https://"_s);
+            const QString found = isAddress           ? hostOf(text)
+                                  : depth == maxDepth ? QString()
+                                                      : addressIn(entry, depth + 1);
+            if (!found.isEmpty())
+                return found;
+        }
+        return {};
+    }
+    const QJsonObject object = value.toObject();
     for (const QString &key : {u"url"_s, u"URL"_s, u"Url"_s, u"address"_s, u"endpoint"_s}) {
         const QString host = hostOf(object.value(key).toString());
         if (!host.isEmpty())
             return host;
+    }
+    for (const QString &key :
+         {u"urls"_s, u"hosts"_s, u"addresses"_s, u"url"_s, u"host"_s, u"address"_s}) {
+        const QString hosts = hostsIn(object.value(key).toArray());
+        if (!hosts.isEmpty())
+            return hosts;
     }
     const QJsonValue host = object.value(u"host"_s);
     if (host.isString() && !host.toString().isEmpty()) {
@@ -55,7 +91,7 @@ QString addressIn(const QJsonObject &object, int depth)
     if (depth == maxDepth)
         return {};
     for (const QJsonValue &member : object) {
-        const QString found = addressIn(member.toObject(), depth + 1);
+        const QString found = addressIn(member, depth + 1);
         if (!found.isEmpty())
             return found;
     }
@@ -135,7 +171,7 @@ QString destinationOf(const QString &type, const QJsonObject &body)
             hostOf(Singleton<Config>::instance()->getString(setting.key, setting.usual));
         return host.isEmpty() ? u"[%1]"_s.arg(setting.key) : host;
     }
-    return text("(no address in the row)", "(в строке нет адреса)");
+    return {};
 }
 
 } // namespace queuectl

@@ -26,8 +26,8 @@ struct Situation
     Cause cause(const Row &row) const;
 };
 
-/// Where a message goes: `host:port` of its address, or the setting that names the address, or a text
-/// that says that it is not known.
+/// Where a message goes: `host:port` of its address, those of a list with commas between them, or the
+/// setting that names the address. Empty when neither the row nor a setting tells.
 QString destinationOf(const QString &type, const QJsonObject &body);
 
 } // namespace queuectl

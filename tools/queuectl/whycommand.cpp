@@ -165,7 +165,10 @@ NextTry nextTry(const Row &row, Cause cause, const Situation &situation, Message
 QString actorText(const Row &row, Cause cause, PortState service)
 {
     const auto body = row.object();
-    const QString destination = destinationOf(row.type, body.value_or(QJsonObject()));
+    const QString address = destinationOf(row.type, body.value_or(QJsonObject()));
+    const QString destination =
+        address.isEmpty() ? text("the service of type %1", "сервиса типа %1").arg(row.type)
+                          : address;
     if (cause == Cause::NoHandler)
         return text(
                    "the till's integrator must correct the type (queuectl drop %1 takes the row away)",

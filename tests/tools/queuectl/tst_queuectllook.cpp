@@ -57,6 +57,7 @@ private Q_SLOTS:
     void shapeGroups();
     void shapeTellsSinceWhen();
     void shapeJoinsTypes();
+    void shapeKeepsTypesWithoutAddressApart();
     void shapeWithoutLog();
     void why_data();
     void why();
@@ -226,7 +227,21 @@ void TestQueuectlLook::destinations_data()
     QTest::newRow("by a setting") << u"atolpay"_s << u"{}"_s << u"pay.example"_s;
     QTest::newRow("by the default of a setting")
         << u"apmindbox"_s << u"{}"_s << u"api.mindbox.ru"_s;
-    QTest::newRow("nowhere") << u"heineken"_s << u"{\"a\":1}"_s << u"(no address in the row)"_s;
+    QTest::newRow("list of addresses")
+        << u"heineken"_s
+        << u"{\"urls\":[\"https://a.example/b\",\"https://a.example/c\",\"http://d.example:81\"]}"_s
+        << u"a.example, d.example:81"_s;
+    QTest::newRow("list of hosts")
+        << u"tallobonus"_s
+        << u"{\"settings\":{\"hosts\":[\"http://e.example\",\"192.0.2.9:81\"]}}"_s
+        << u"e.example, 192.0.2.9:81"_s;
+    QTest::newRow("in a list of parts")
+        << u"heineken"_s << u"{\"parts\":[{\"n\":1},{\"url\":\"https://f.example/\"}]}"_s
+        << u"f.example"_s;
+    QTest::newRow("in a list of texts")
+        << u"heineken"_s << u"{\"x\":[[\"a\"],[\"https://g.example/\"]]}"_s << u"g.example"_s;
+    QTest::newRow("nowhere") << u"heineken"_s << u"{\"a\":1}"_s << QString();
+    QTest::newRow("text that is no list") << u"heineken"_s << u"{\"urls\":\"no\"}"_s << QString();
 }
 
 void TestQueuectlLook::destinations()
@@ -529,6 +544,26 @@ void TestQueuectlLook::shapeJoinsTypes()
         QDateTime::fromString(destination.value(u"since"_s).toString(), Qt::ISODate);
     // The first of both to fail.
     QVERIFY(since.secsTo(QDateTime::currentDateTime()) >= 3600);
+}
+
+void TestQueuectlLook::shapeKeepsTypesWithoutAddressApart()
+{
+    put(u"heineken"_s, u"{}"_s);
+    put(u"cardlab"_s, u"{}"_s);
+    till->setFailIds("{\"heineken\":1}");
+    till->setLog({logLine(60, u"ERROR"_s, u"heineken"_s, refusal)});
+    const QJsonArray destinations =
+        till->run({u"shape"_s, u"--json"_s}).json().value(u"destinations"_s).toArray();
+    QCOMPARE(destinations.size(), 2);
+    for (const QJsonValue &destination : destinations) {
+        QVERIFY(destination[u"destination"_s].isNull());
+        QCOMPARE(destination[u"types"_s].toArray().size(), 1);
+    }
+    const QString out = till->run({u"shape"_s}).out;
+    QVERIFY2(out.contains(u"heineken (no address in the row): down"_s), qPrintable(out));
+    QVERIFY2(out.contains(u"cardlab (no address in the row): waits"_s), qPrintable(out));
+    const QString reason = till->run({u"why"_s, u"1"_s}).out;
+    QVERIFY2(!reason.contains(u"()"_s), qPrintable(reason));
 }
 
 void TestQueuectlLook::shapeWithoutLog()
