@@ -1,21 +1,35 @@
 #include "handlers/common/certificates.h"
 
+#include "shared/core/guarded.h"
 #include "shared/core/paths.h"
 
 #include <log4qt/logger.h>
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QHash>
+#include <QMutex>
 #include <QProcess>
 
 #include <algorithm>
+#include <memory>
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr QFile::Permissions ownerFile = QFile::ReadOwner | QFile::WriteOwner;
-constexpr QFile::Permissions ownerFolder = ownerFile | QFile::ExeOwner;
+/// A file that is still being written, or whose writing was cut off, has the owner's execute bit.
+constexpr mode_t unfinishedMode = S_IRWXU;
+constexpr mode_t finishedMode = S_IRUSR | S_IWUSR;
+constexpr mode_t folderMode = S_IRWXU;
+constexpr mode_t allRights = S_IRWXU | S_IRWXG | S_IRWXO;
+constexpr mode_t othersMayWrite = S_IWGRP | S_IWOTH;
 
 bool isConverted(const QString &path, const QStringList &endings)
 {
@@ -24,14 +38,174 @@ bool isConverted(const QString &path, const QStringList &endings)
            });
 }
 
-bool makeFolder(const QString &folder, Log4Qt::Logger &logger)
+QByteArray native(const QString &path)
 {
-    if (!QDir().mkpath(folder)) {
-        logger.error(u"Не удалось создать каталог для сертификатов %1"_s, folder);
-        return false;
+    return QFile::encodeName(path);
+}
+
+std::optional<struct stat> statusOf(const QString &path)
+{
+    struct stat status = {};
+    if (::lstat(native(path).constData(), &status) != 0)
+        return std::nullopt;
+    return status;
+}
+
+/// Anybody may put something into /tmp before the service does, and would then choose the certificate by
+/// which the till is known. Tells what speaks against using it; empty for nothing.
+QString objectionTo(const struct stat &status)
+{
+    if (S_ISLNK(status.st_mode))
+        return u"это символическая ссылка"_s;
+    if (status.st_uid != ::geteuid())
+        return u"принадлежит другому пользователю"_s;
+    if ((status.st_mode & othersMayWrite) != 0)
+        return u"открыт другим пользователям на запись"_s;
+    if (S_ISREG(status.st_mode) && status.st_nlink > 1)
+        return u"у файла есть второе имя (жёсткая ссылка)"_s;
+    return {};
+}
+
+bool refuse(const QString &path, const QString &objection, Log4Qt::Logger &logger)
+{
+    logger.error(
+        u"%1 не используется: %2. Выясните, кто его создал, и удалите: при следующей отправке служба создаст свой"_s
+            .arg(path, objection));
+    return false;
+}
+
+/// Whether only the owner of a file in the folder can replace it.
+bool protectsFiles(const QString &folder, Log4Qt::Logger &logger)
+{
+    const std::optional<struct stat> status = statusOf(folder);
+    if (!status || (status->st_mode & othersMayWrite) == 0 || (status->st_mode & S_ISVTX) != 0)
+        return true;
+    logger.error(
+        u"Каталог %1 не используется: файлы в нём могут заменить другие пользователи. Исправьте права: chmod 1777 %1"_s
+            .arg(folder));
+    return false;
+}
+
+enum class Usability
+{
+    Usable,
+    /// It could not be made.
+    Failed,
+    /// It is not ours alone.
+    Refused,
+};
+
+Usability makeFolder(const QString &folder, Log4Qt::Logger &logger)
+{
+    QDir().mkpath(QFileInfo(folder).path());
+    const bool isMade = ::mkdir(native(folder).constData(), folderMode) == 0;
+    const std::optional<struct stat> status = statusOf(folder);
+    if (!isMade && status) {
+        const QString objection = objectionTo(*status);
+        if (!objection.isEmpty()) {
+            refuse(folder, objection, logger);
+            return Usability::Refused;
+        }
     }
-    QFile::setPermissions(folder, ownerFolder);
+    if (!status || !S_ISDIR(status->st_mode)) {
+        logger.error(u"Не удалось создать каталог для сертификатов %1"_s, folder);
+        return Usability::Failed;
+    }
+    ::chmod(native(folder).constData(), folderMode);
+    return Usability::Usable;
+}
+
+Usability prepareFolder(const QString &folder, bool isPrivate, Log4Qt::Logger &logger)
+{
+    if (!protectsFiles(isPrivate ? QFileInfo(folder).path() : folder, logger))
+        return Usability::Refused;
+    return isPrivate ? makeFolder(folder, logger) : Usability::Usable;
+}
+
+enum class Found
+{
+    Nothing,
+    Ready,
+    Unfinished,
+    Refused,
+};
+
+Found lookAt(const QString &pem, Log4Qt::Logger &logger)
+{
+    const std::optional<struct stat> status = statusOf(pem);
+    if (!status)
+        return Found::Nothing;
+    const QString objection = objectionTo(*status);
+    if (!objection.isEmpty()) {
+        refuse(pem, objection, logger);
+        return Found::Refused;
+    }
+    return (status->st_mode & allRights) == unfinishedMode ? Found::Unfinished : Found::Ready;
+}
+
+/// One for each PEM file of the process. Two types with one certificate wait for each other's conversion,
+/// so that neither uses half a file.
+std::shared_ptr<QMutex> conversionLock(const QString &pem)
+{
+    static Guarded<QHash<QString, std::shared_ptr<QMutex>>> locks;
+    const QMutexLocker locker(&locks.mutex);
+    std::shared_ptr<QMutex> &lock = locks.value[pem];
+    if (!lock)
+        lock = std::make_shared<QMutex>();
+    return lock;
+}
+
+/// A file of ours for the tool to write into; false when there is something already, or no room.
+bool reserve(const QString &pem)
+{
+    const int file = ::open(native(pem).constData(),
+                            O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, unfinishedMode);
+    if (file < 0)
+        return false;
+    // The umask may have taken the mark away.
+    ::fchmod(file, unfinishedMode);
+    ::close(file);
     return true;
+}
+
+/// On a full disk the tool ends with exit code 0 and leaves the beginning.
+bool isCutOff(const QString &pem)
+{
+    QFile file(pem);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray content = file.readAll().trimmed();
+    const QByteArray lastLine = content.mid(content.lastIndexOf('\n') + 1);
+    return content.contains("-----BEGIN ")
+           && (!lastLine.startsWith("-----END ") || !lastLine.endsWith("-----")
+               || content.count("-----BEGIN ") != content.count("-----END "));
+}
+
+/// The file keeps its mark, or is gone when the tool has written nothing.
+void leaveUnfinished(const QString &pem)
+{
+    const std::optional<struct stat> status = statusOf(pem);
+    if (status && status->st_size == 0)
+        ::unlink(native(pem).constData());
+    else if (status && S_ISREG(status->st_mode))
+        ::chmod(native(pem).constData(), unfinishedMode);
+}
+
+/// Takes the mark away once the content is on the disk. Rights that the tool itself has given stay, unless
+/// the file is the service's alone.
+bool finish(const QString &pem, bool isPrivate)
+{
+    const int file = ::open(native(pem).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (file < 0)
+        return true;
+    struct stat status = {};
+    bool isDone = ::fstat(file, &status) == 0 && ::fsync(file) == 0;
+    if (isDone && status.st_size == 0)
+        ::unlink(native(pem).constData());
+    else if (isDone && (isPrivate || (status.st_mode & allRights) == unfinishedMode))
+        isDone = ::fchmod(file, finishedMode) == 0;
+    ::close(file);
+    return isDone;
 }
 
 /// Runs the tool without a shell and without a terminal to ask questions on. True when it ended by
@@ -62,13 +236,34 @@ bool runTool(const QString &path, const QString &pem, const QString &password,
     return tool.exitStatus() == QProcess::NormalExit && tool.exitCode() == 0;
 }
 
+ConvertedCertificate makePem(const QString &path, const QString &pem, const QString &password,
+                             const CertificateRules &rules, Log4Qt::Logger &logger)
+{
+    // A tool that outlived a crash of the service writes into the old file, not into this one.
+    ::unlink(native(pem).constData());
+    const bool isReserved = reserve(pem);
+    if (!isReserved && lookAt(pem, logger) == Found::Refused)
+        return {.isRefused = true};
+    if (isReserved && runTool(path, pem, password, rules) && !isCutOff(pem)
+        && finish(pem, rules.isPrivate))
+        return {.pem = pem};
+    if (rules.isPrivate) {
+        logger.error(u"Ошибка генерации PEM-сертификата из %1"_s, path);
+        ::unlink(native(pem).constData());
+    } else {
+        logger.error(u"Ошибка генерации сертификата"_s);
+        leaveUnfinished(pem);
+    }
+    return {};
+}
+
 } // namespace
 
-QString convertCertificate(Log4Qt::Logger &logger, const QString &path, const QString &password,
-                           const CertificateRules &rules)
+ConvertedCertificate convertCertificate(Log4Qt::Logger &logger, const QString &path,
+                                        const QString &password, const CertificateRules &rules)
 {
     if (!isConverted(path, rules.convertedEndings))
-        return path;
+        return {.pem = path};
 
     QFile source(path);
     // Qt complains on standard error about a file without a name.
@@ -80,22 +275,21 @@ QString convertCertificate(Log4Qt::Logger &logger, const QString &path, const QS
     source.close();
 
     const QString folder = rootedPath(rules.folder);
-    if (rules.isPrivate && !makeFolder(folder, logger))
-        return {};
+    const Usability usability = prepareFolder(folder, rules.isPrivate, logger);
+    if (usability != Usability::Usable)
+        return {.isRefused = usability == Usability::Refused};
     const QString pem = u"%1/%2.pem"_s.arg(
         folder, QString(rules.fileName).replace(u"%1"_s, QString::fromLatin1(digest)));
-    if (QFile::exists(pem))
-        return pem;
-    if (!runTool(path, pem, password, rules)) {
-        if (rules.isPrivate) {
-            logger.error(u"Ошибка генерации PEM-сертификата из %1"_s, path);
-            QFile::remove(pem);
-        } else {
-            logger.error(u"Ошибка генерации сертификата"_s);
-        }
-        return {};
+    Found found = lookAt(pem, logger);
+    if (found == Found::Nothing || found == Found::Unfinished) {
+        const std::shared_ptr<QMutex> lock = conversionLock(pem);
+        const QMutexLocker locker(lock.get());
+        // Another type may have made it in the meantime.
+        found = lookAt(pem, logger);
+        if (found == Found::Nothing || found == Found::Unfinished)
+            return makePem(path, pem, password, rules, logger);
     }
-    if (rules.isPrivate)
-        QFile::setPermissions(pem, ownerFile);
-    return pem;
+    if (found == Found::Refused)
+        return {.isRefused = true};
+    return {.pem = pem};
 }

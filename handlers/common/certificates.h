@@ -32,12 +32,26 @@ struct CertificateRules
     std::chrono::milliseconds timeLimit{30'000};
 };
 
+/// What became of a certificate file.
+struct ConvertedCertificate
+{
+    /// The PEM file with the certificate and the key; empty when there is none.
+    QString pem = {};
+    /// What lies in the place of the PEM file or its folder is not the service's alone, so the
+    /// certificate in it may be somebody else's: nothing may be sent.
+    bool isRefused = false;
+};
+
 /// The PEM file with the certificate and key of the PKCS#12 file at `path`, protected by the same
-/// `password`; empty, with a line in the log, when there is none.
+/// `password`. Without one there is a line in the log.
 ///
 /// The file is made by the `openssl` tool, once for each content: its name is a digest of it, so a changed
 /// certificate gets a new file. A file that is there already is not looked into, and the password is not
-/// tried. Two workers that convert the same content at once write the same file.
-/// Blocks for as long as the tool runs. Never throws.
-QString convertCertificate(Log4Qt::Logger &logger, const QString &path, const QString &password,
-                           const CertificateRules &rules);
+/// tried. Two workers with the same content wait for one conversion, and a file whose writing was cut off
+/// is made again.
+///
+/// Folder and file are used only if they belong to the service, are not links, and nobody else may write to
+/// them.
+/// Blocks for as long as the tool runs. Never throws. Thread: any.
+ConvertedCertificate convertCertificate(Log4Qt::Logger &logger, const QString &path,
+                                        const QString &password, const CertificateRules &rules);

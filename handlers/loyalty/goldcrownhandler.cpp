@@ -92,5 +92,5 @@ QString GoldCrownHandler::prepareCertificate(const QString &path, const QString 
 {
     // The name is older than this handler, and its files lie on the tills.
     static const CertificateRules rules{.fileName = u"queue_spasibo_%1"_s};
-    return convertCertificate(*logger(), path, password, rules);
+    return convertCertificate(*logger(), path, password, rules).pem;
 }

@@ -102,10 +102,14 @@ bool SpasiboHandler::sendMessage(const Message &message)
     const auto certificatePath = messageValue<QString>(message, u"certificatePath"_s);
     if (!certificatePath.isEmpty()) {
         const auto password = messageValue<QString>(message, u"certificatePassword"_s);
-        // Without a certificate the request goes out all the same: whether the service wants one is
-        // for the service to say.
-        client->setCertificatePath(
-            convertCertificate(*logger(), certificatePath, password, certificateRules()));
+        const ConvertedCertificate certificate =
+            convertCertificate(*logger(), certificatePath, password, certificateRules());
+        // A request without its certificate could be refused for good, and the purchase would be lost.
+        if (certificate.isRefused)
+            return false;
+        // Where there is none, the request goes out without one: whether the service wants it is for the
+        // service to say.
+        client->setCertificatePath(certificate.pem);
         client->setCertificatePassword(password);
         client->setPrivateKeyPath(messageValue<QString>(message, u"privateKeyPath"_s));
     }

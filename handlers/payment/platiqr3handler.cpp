@@ -41,7 +41,7 @@ QString PlatiQR3Handler::prepareCertificate(const QString &path, const QString &
     CertificateRules rules = platiqr::certificateRules();
     // Its certificates may be made with ciphers that the tool reads only when told so.
     rules.furtherArguments = {u"-legacy"_s};
-    return convertCertificate(*logger(), path, password, rules);
+    return convertCertificate(*logger(), path, password, rules).pem;
 }
 
 QString PlatiQR3Handler::requestToken(const QVariantMap &request, RestClient &client)

@@ -40,7 +40,7 @@ bool PlatiQRHandler::sendMessage(const Message &message)
 
 QString PlatiQRHandler::prepareCertificate(const QString &path, const QString &password)
 {
-    return convertCertificate(*logger(), path, password, platiqr::certificateRules());
+    return convertCertificate(*logger(), path, password, platiqr::certificateRules()).pem;
 }
 
 QString PlatiQRHandler::requestToken(const QVariantMap &request, RestClient &client)

@@ -182,7 +182,10 @@ void protectTree(const std::map<std::string, std::string> &unit)
     const std::string root = variable("QUEUE_ROOT");
     // The unit's paths become mounts of their own, which the rest does not touch.
     std::set<std::string> writable;
-    for (std::string path : words(unit.at("ReadWritePaths"))) {
+    std::vector<std::string> paths = words(unit.at("ReadWritePaths"));
+    if (words(unit.at("PrivateTmp")) == std::vector<std::string>{"yes"})
+        paths.emplace_back("/tmp");
+    for (std::string path : paths) {
         path = root + path.substr(path[0] == '-' ? 1 : 0);
         if (mount(path.c_str(), path.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0)
             fail(path);

@@ -82,10 +82,20 @@ std::set<NamedFile> filesOfRows()
 QStringList convertedFiles()
 {
     QStringList result;
-    const std::pair<QString, QString> places[] = {{u"/tmp"_s, u"queue_*.pem"_s},
-                                                  {u"/tmp/spasibo-certs"_s, u"*.pem"_s}};
-    for (const auto &[folder, pattern] : places) {
-        const QDir directory(rootedPath(folder));
+    QList<std::pair<QString, QString>> places;
+    // The unit gives the service a /tmp of its own.
+    const QString common = rootedPath(u"/tmp"_s);
+    QStringList temporaries{common};
+    const QStringList own =
+        QDir(common).entryList({u"systemd-private-*-queue.service-*"_s}, QDir::Dirs);
+    for (const QString &name : own)
+        temporaries.append(common + u'/' + name + u"/tmp"_s);
+    for (const QString &folder : std::as_const(temporaries)) {
+        places.append({folder, u"queue_*.pem"_s});
+        places.append({folder + u"/spasibo-certs"_s, u"*.pem"_s});
+    }
+    for (const auto &[folder, pattern] : std::as_const(places)) {
+        const QDir directory(folder);
         const QStringList names = directory.entryList({pattern}, QDir::Files);
         for (const QString &name : names)
             result.append(directory.filePath(name));

@@ -103,6 +103,7 @@ private Q_SLOTS:
     void certificate();
     void noCertificateStillSends_data();
     void noCertificateStillSends();
+    void plantedFolderSendsNothing();
     void convertsOnce();
     void passwordStaysOutOfTheArguments();
     void serviceAsksForTheCertificate_data();
@@ -500,6 +501,29 @@ void TstSpasiboHandler::noCertificateStillSends()
     QCOMPARE(net.lastRequest().settings.size(), 4);
     QCOMPARE(log.lines(), (QStringList{opening, line}));
     QCOMPARE(QDir(folder->filePath(u"tmp/spasibo-certs"_s)).entryList(QDir::Files), QStringList());
+}
+
+/// Without its own certificate the purchase could be refused for good, and it must not go out under that of
+/// a stranger.
+void TstSpasiboHandler::plantedFolderSendsNothing()
+{
+    QVERIFY(QDir().mkpath(folder->filePath(u"elsewhere"_s)));
+    QVERIFY(QDir(folder->path()).mkpath(u"tmp"_s));
+    QVERIFY(
+        QFile::link(folder->filePath(u"elsewhere"_s), folder->filePath(u"tmp/spasibo-certs"_s)));
+    const LogCapture log(u"spasibo"_s);
+    FakeRestClient net;
+    QVERIFY(!deliver(u"spasibo"_s, withCertificate(source, u"secret"_s)));
+    QCOMPARE(net.transcript(), QStringList());
+    QCOMPARE(log.lines().size(), 2);
+    QVERIFY2(
+        log.lines().last().startsWith(u"ERROR %1 не используется: это символическая ссылка."_s.arg(
+            folder->filePath(u"tmp/spasibo-certs"_s))),
+        qPrintable(log.lines().last()));
+    QVERIFY(QFile::remove(folder->filePath(u"tmp/spasibo-certs"_s)));
+    net.play({reply(200)});
+    QVERIFY(deliver(u"spasibo"_s, withCertificate(source, u"secret"_s)));
+    QCOMPARE(net.lastRequest().certificatePath, pemOf(source));
 }
 
 void TstSpasiboHandler::convertsOnce()

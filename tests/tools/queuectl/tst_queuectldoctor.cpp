@@ -246,6 +246,7 @@ void TestQueuectlDoctor::certificates()
     for (const QString &path : {good, expired, broken, u"/no/such.pem"_s})
         till->database.put(u"heineken"_s, u"{\"url\":\"https://a\",\"cert\":\"%1\"}"_s.arg(path));
     till->write(u"/tmp/queue_platiqr_x.pem"_s, "x");
+    till->write(u"/tmp/systemd-private-0-queue.service-a/tmp/spasibo-certs/y.pem"_s, "y");
     const QString packed = files.pkcs12(files.client(authority, u"other"_s), u"hush"_s);
     const QString locked = files.pkcs12(files.client(authority, u"third"_s), u"hush"_s);
     till->database.put(
@@ -262,6 +263,7 @@ void TestQueuectlDoctor::certificates()
     QVERIFY2(text.contains(u"error %1 holds no certificate"_s.arg(broken)), qPrintable(text));
     QVERIFY2(text.contains(u"error there is no certificate /no/such.pem"), qPrintable(text));
     QVERIFY2(text.contains(u"queue_platiqr_x.pem holds no certificate"), qPrintable(text));
+    QVERIFY2(text.contains(u"spasibo-certs/y.pem holds no certificate"), qPrintable(text));
     QVERIFY2(!text.contains(u"error %1 "_s.arg(good)) && text.contains(good), qPrintable(text));
     QVERIFY2(text.contains(packed + u" expires on"_s)
                  || text.contains(packed + u" is valid until"_s),
