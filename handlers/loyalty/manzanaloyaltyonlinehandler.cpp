@@ -126,9 +126,9 @@ QByteArray ManzanaLoyaltyOnlineHandler::completedReturn(const QDomDocument &requ
     try {
         card = findCardRecord(cheque, number);
     } catch (const BasicException &exception) {
-        logger()->error(u"Продажа не найдена из-за ошибки базы данных, возврат отправляется без "
-                        "изменений: %1"_s,
-                        exception.tr().ru());
+        logger()->error(
+            u"Продажа не найдена из-за ошибки базы данных, возврат отправляется без изменений: %1"_s,
+            exception.tr().ru());
     }
     // A return goes out also when the till does not know its sale any more.
     if (!card || card->getOperationInfo().isNull())
