@@ -121,9 +121,9 @@ void TestQueuectlService::errors()
     startService();
     QCOMPARE(json({u"errors"_s}).value(u"errorsCount"_s).toInt(), 0);
     // A table that is missing would be made.
-    till->database.query(u"ALTER TABLE queues.message RENAME COLUMN messageid TO away"_s);
+    till->database.query(u"ALTER TABLE queues.message RENAME COLUMN type TO away"_s);
     QVERIFY(waitUntil([this] { return json({u"errors"_s}).value(u"errorsCount"_s).toInt() > 0; }));
-    till->database.query(u"ALTER TABLE queues.message RENAME COLUMN away TO messageid"_s);
+    till->database.query(u"ALTER TABLE queues.message RENAME COLUMN away TO type"_s);
     const QJsonObject reset = json({u"errors"_s, u"--reset"_s});
     QCOMPARE(reset.value(u"reset"_s), QJsonValue(true));
     QVERIFY(reset.value(u"errorsCount"_s).toInt() > 0);
