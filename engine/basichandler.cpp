@@ -40,6 +40,7 @@ void BasicHandler::run()
     dao = std::make_shared<queue::DAO>();
     dao->connect();
     processMessages();
+    dao->onPassEnded();
     logger_->debug(u"Обработка сообщений завершена"_s);
 }
 

@@ -193,6 +193,12 @@ QueueInfo DAO::getQueueInfo()
     return info;
 }
 
+void DAO::onPassEnded()
+{
+    if (connected)
+        connectionFactory()->shrinkLog(connectionName);
+}
+
 int DAO::getErrorsCount() const
 {
     return errorsCount;

@@ -62,6 +62,9 @@ public:
     void updateStatusCode(int id, const QString &statusCode);
     /// Only for a store that has connected.
     QueueInfo getQueueInfo();
+    /// A worker's pass is over: gives the disk back that an SQLite file's log has taken beyond the
+    /// ordinary. Waits for nobody, is counted nowhere, and does nothing on a server.
+    void onPassEnded();
     /// How many errors this store has met since its start or the last reset.
     int getErrorsCount() const;
     void resetErrorsCount();

@@ -28,6 +28,10 @@ public:
     /// False when the file behind an SQLite connection has been deleted or replaced: its statements
     /// would go on succeeding on a file that nobody else sees.
     virtual bool isConnectionCurrent(const QString &name);
+    /// Empties the write-ahead log of the calling thread's SQLite connection when it has grown
+    /// beyond the ordinary and nobody needs it; what it holds goes into the file. Waits for
+    /// nobody.
+    void shrinkLog(const QString &name);
 
     /// Whether an open connection is tried with a statement before it is handed out; true at first.
     static void setWithCheck(bool check);

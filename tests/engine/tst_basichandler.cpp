@@ -4,6 +4,9 @@
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
 
+#include <QFileInfo>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QTest>
 
 #include <exception>
@@ -90,6 +93,7 @@ private Q_SLOTS:
     void snapshotIsNotDisturbed();
     void unreachableDatabaseLeavesRun();
     void linesOfAPass();
+    void endOfAPassShrinksTheLog();
     void places();
 
 private:
@@ -332,6 +336,29 @@ void TstBasicHandler::linesOfAPass()
         (QStringList{u"INFO Обработчик spasibo запущен"_s, u"DEBUG Обработка сообщений"_s,
                      uR"(INFO Обработка сообщения: {"body":"%1 %2","url":"http://x"})"_s,
                      u"INFO Удаление сообщения 7"_s, u"DEBUG Обработка сообщений завершена"_s}));
+}
+
+void TstBasicHandler::endOfAPassShrinksTheLog()
+{
+    put({5});
+    const QString log = database->file() + u"-wal"_s;
+    {
+        QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
+        till.setDatabaseName(database->file());
+        QVERIFY(till.open());
+        QSqlQuery reading(till);
+        QVERIFY(reading.exec(u"SELECT * FROM message"_s) && reading.next());
+        for (int id = 6; id <= 15; ++id)
+            put({id}, u"{\"a\":\"%1\"}"_s.arg(QString(1024 * 1024, u'x')));
+        QVERIFY(QFileInfo(log).size() > 10 * 1024 * 1024);
+        reading.finish();
+        // The till has the file open after the pass as well, or its last user would remove the log.
+        refuse(5);
+        QCOMPARE(pass(), u"5 kept"_s);
+        QCOMPARE(QFileInfo(log).size(), 0);
+        till = QSqlDatabase();
+    }
+    QSqlDatabase::removeDatabase(u"till"_s);
 }
 
 void TstBasicHandler::places()

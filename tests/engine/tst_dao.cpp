@@ -7,8 +7,11 @@
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
 
+#include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QSqlError>
+#include <QSqlRecord>
 #include <QTest>
 
 #include <csignal>
@@ -28,6 +31,43 @@ void collectQtWarnings(QtMsgType type, const QMessageLogContext & /*context*/, c
     else if (type == QtFatalMsg)
         fprintf(stderr, "%s\n", qPrintable(text));
 }
+
+/// The file as the till has it open: a connection of its own, with the file as its main database.
+class TillConnection
+{
+public:
+    explicit TillConnection(const QString &file)
+        : database(QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s))
+    {
+        database.setDatabaseName(file);
+        database.setConnectOptions(u"QSQLITE_BUSY_TIMEOUT=0"_s);
+        if (!database.open())
+            qFatal("%s", qPrintable(database.lastError().text()));
+    }
+    ~TillConnection()
+    {
+        database = QSqlDatabase();
+        QSqlDatabase::removeDatabase(u"till"_s);
+    }
+    TillConnection(const TillConnection &) = delete;
+
+    /// The first row of the result.
+    QVariantList run(const QString &statement)
+    {
+        QSqlQuery query(database);
+        if (!query.exec(statement))
+            qFatal("%s: %s", qPrintable(statement), qPrintable(query.lastError().text()));
+        QVariantList row;
+        if (query.next()) {
+            for (int column = 0; column < query.record().count(); ++column)
+                row.append(query.value(column));
+        }
+        return row;
+    }
+
+private:
+    QSqlDatabase database;
+};
 
 } // namespace
 
@@ -78,6 +118,10 @@ private Q_SLOTS:
     void endRemovesTheConnection();
     void deletedFile();
     void deletedFileOfABusyStore();
+    void noOperationHoldsTheLog();
+    void logShrinksWhenAPassEnds_data();
+    void logShrinksWhenAPassEnds();
+    void logShrinksByItself();
     void lockedByAnotherProgram();
     void readOnlyFile();
     void fullDisk();
@@ -86,6 +130,10 @@ private Q_SLOTS:
     void places();
 
 private:
+    qint64 logSize() const { return QFileInfo(database->file() + u"-wal"_s).size(); }
+    /// Has the log grow to more than `bytes` while `till` reads, which keeps it from beginning
+    /// again.
+    void growLog(TillConnection &till, qint64 bytes);
     void change(const QString &statement);
     void dropConnection();
     void breakConnection();
@@ -678,6 +726,133 @@ void TstDao::deletedFileOfABusyStore()
     removeFiles();
     QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
     QCOMPARE(dao.getErrorsCount(), 4);
+}
+
+/// A statement that is not over would be a reader for as long as the service runs, and the log
+/// would grow for as long.
+void TstDao::noOperationHoldsTheLog()
+{
+    if (server)
+        QSKIP("a server keeps its files to itself");
+    const int first = database->put(u"spasibo"_s, u"{}"_s, u"7"_s);
+    const int id = database->put(u"spasibo"_s, u"{}"_s, u"7"_s);
+    database->put(u"cardlab"_s, u"{}"_s, u"7"_s);
+    database->put(u"cardlab"_s, u"{}"_s, u"7"_s);
+    queue::DAO dao;
+    dao.connect();
+    TillConnection till(database->file());
+    const auto isFree = [&till] {
+        till.run(u"INSERT INTO message (type, body) VALUES ('heineken', '{}')"_s);
+        return till.run(u"PRAGMA wal_checkpoint(TRUNCATE)"_s).value(0) == 0;
+    };
+    QVERIFY(isFree());
+    dao.hasMessages(u"spasibo"_s, QString());
+    QVERIFY(isFree());
+    dao.hasMessages(u"spasibo"_s, u"7"_s);
+    QVERIFY(isFree());
+    for (const bool descending : {false, true}) {
+        for (const QString &card : {u""_s, u"7"_s}) {
+            QCOMPARE(dao.getMessages(u"spasibo"_s, -1, 1, descending, card).size(), 1);
+            QVERIFY(isFree());
+        }
+    }
+    QVERIFY(dao.hasEarlierMessage(u"spasibo"_s, id + 1, QString()));
+    QVERIFY(isFree());
+    dao.getMessageTypeCounts();
+    QVERIFY(isFree());
+    dao.updateStatusCode(id, u"1"_s);
+    QVERIFY(isFree());
+    dao.getQueueInfo();
+    QVERIFY(isFree());
+    dao.deleteMessage(first);
+    QVERIFY(isFree());
+    dao.onPassEnded();
+    QVERIFY(isFree());
+    QCOMPARE(dao.getErrorsCount(), 0);
+}
+
+void TstDao::growLog(TillConnection &till, qint64 bytes)
+{
+    till.run(u"BEGIN"_s);
+    till.run(u"SELECT COUNT(*) FROM message"_s);
+    while (logSize() <= bytes)
+        database->put(u"heineken"_s, QString(1024 * 1024, u'x'));
+}
+
+void TstDao::logShrinksWhenAPassEnds_data()
+{
+    QTest::addColumn<QString>("holding");
+    QTest::addColumn<bool>("isHeld");
+    // The till keeps it from shrinking, or lets it.
+    QTest::newRow("nobody") << QString() << false;
+    QTest::newRow("a reader of an old state") << u"SELECT 1 FROM message"_s << true;
+    QTest::newRow("a writer") << u"DELETE FROM message WHERE messageid = 1"_s << true;
+}
+
+void TstDao::logShrinksWhenAPassEnds()
+{
+    if (server)
+        QSKIP("a server keeps its files to itself");
+    QFETCH(QString, holding);
+    QFETCH(bool, isHeld);
+    constexpr qint64 size = 20 * 1024 * 1024;
+    database->put(u"heineken"_s, u"{}"_s);
+    TillConnection till(database->file());
+    growLog(till, size);
+    const bool isReader = holding.startsWith(u"SELECT"_s);
+    if (!isReader)
+        till.run(u"COMMIT"_s);
+    if (isHeld && !isReader) {
+        till.run(u"BEGIN IMMEDIATE"_s);
+        till.run(holding);
+    }
+    const QList<int> ids = database->ids();
+    queue::DAO dao;
+    dao.connect();
+    const LogCapture log(u"dao"_s);
+    QElapsedTimer time;
+    time.start();
+    dao.onPassEnded();
+    // The connection waits 5 s for a lock where it has to have it.
+    QVERIFY2(time.elapsed() < 4000, "it waited for the till");
+    QCOMPARE(logSize() > size, isHeld);
+    if (isHeld) {
+        till.run(u"COMMIT"_s);
+        dao.onPassEnded();
+    }
+    QCOMPARE(logSize(), 0);
+    QCOMPARE(database->query(u"PRAGMA busy_timeout"_s).value(0).value(0), 5000);
+    QCOMPARE(database->ids().size(), ids.size() - (isHeld && !isReader ? 1 : 0));
+    QCOMPARE(dao.getErrorsCount(), 0);
+    QCOMPARE(log.lines(), QStringList());
+
+    // An ordinary log is left alone.
+    database->put(u"heineken"_s, u"{}"_s);
+    const qint64 ordinary = logSize();
+    QVERIFY(ordinary > 0);
+    dao.onPassEnded();
+    QCOMPARE(logSize(), ordinary);
+}
+
+/// The service's own writes give the disk back, too, once the log begins again.
+void TstDao::logShrinksByItself()
+{
+    if (server)
+        QSKIP("a server keeps its files to itself");
+    constexpr qint64 size = 20 * 1024 * 1024;
+    const int first = database->put(u"cardlab"_s, u"{}"_s);
+    const int second = database->put(u"cardlab"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    {
+        TillConnection till(database->file());
+        growLog(till, size);
+        till.run(u"COMMIT"_s);
+    }
+    QVERIFY(logSize() > size);
+    dao.deleteMessage(first);
+    dao.deleteMessage(second);
+    QVERIFY2(logSize() <= size / 2, qPrintable(QString::number(logSize())));
 }
 
 void TstDao::lockedByAnotherProgram()

@@ -9,6 +9,7 @@
 #include "tools/queuectl/failids.h"
 #include "tools/queuectl/failure.h"
 #include "tools/queuectl/messagerows.h"
+#include "tools/queuectl/openfiles.h"
 #include "tools/queuectl/servicelog.h"
 #include "tools/queuectl/settingsfiles.h"
 #include "tools/queuectl/text.h"
@@ -29,6 +30,7 @@ namespace queuectl {
 namespace {
 
 constexpr qint64 lowSpaceBytes = 200LL * 1024 * 1024;
+constexpr qint64 largeLogBytes = 64LL * 1024 * 1024;
 constexpr int toolTimeoutMs = 10'000;
 constexpr int maxPort = 65535;
 
@@ -57,6 +59,7 @@ private:
     bool collation(const QSqlDatabase &connection, const QString &table,
                    const QString &comparedColumns);
     void integrity(const QSqlDatabase &connection);
+    void writeAheadLog();
     void grants(const QSqlDatabase &connection);
     QDateTime newestRow;
 };
@@ -115,10 +118,12 @@ void Examination::database()
     const QSqlDatabase connection = Singleton<ConnectionFactory>::instance()->getConnection();
     add(State::Ok, u"database"_s, text("%1 answers", "%1 отвечает").arg(place));
     schema(connection);
-    if (databaseFile().isEmpty())
+    if (databaseFile().isEmpty()) {
         grants(connection);
-    else
+    } else {
         integrity(connection);
+        writeAheadLog();
+    }
     QSqlQuery newest(connection);
     if (newest.exec(u"SELECT MAX(creationtime) FROM message"_s) && newest.next()) {
         const QDateTime time = newest.value(0).toDateTime();
@@ -235,6 +240,19 @@ void Examination::integrity(const QSqlDatabase &connection)
     else
         add(State::Error, u"database"_s,
             text("the file is damaged: %1", "файл повреждён: %1").arg(result.join(u' ')));
+}
+
+void Examination::writeAheadLog()
+{
+    const QFileInfo log(databaseFile() + u"-wal"_s);
+    if (log.size() <= largeLogBytes)
+        return;
+    add(State::Warning, u"database"_s,
+        text(
+            "%1 has grown to %2 MiB: a program keeps a read transaction open, and the file shrinks when that is over. Processes that have the database open: %3",
+            "%1 вырос до %2 МиБ: какая-то программа держит транзакцию чтения, файл уменьшится, когда она закончится. База данных открыта процессами: %3")
+            .arg(log.filePath(), QString::number(log.size() / 1024 / 1024),
+                 usersOf({databaseFile(), log.filePath()}).toText()));
 }
 
 void Examination::grants(const QSqlDatabase &connection)

@@ -9,6 +9,8 @@
 #include <QProcess>
 #include <QtTest>
 
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 using queuectl::ExitCode;
 
@@ -25,6 +27,7 @@ private Q_SLOTS:
     void noDatabase();
     void missingIndexesAndColumns();
     void damagedFile();
+    void largeLog();
     void serverWithoutRights();
     void tableOfAnOlderServer();
     void collationOfAnOlderServer();
@@ -152,6 +155,28 @@ void TestQueuectlDoctor::damagedFile()
     file.close();
     const QString text = checks(u"database"_s).join(u'\n');
     QVERIFY2(text.contains(u"error the file is damaged"), qPrintable(text));
+}
+
+void TestQueuectlDoctor::largeLog()
+{
+    const QString log = till->database.file() + u"-wal"_s;
+    const QString body = QString(1024 * 1024, u'x');
+    till->database.put(u"heineken"_s, u"{}"_s);
+    till->database.query(u"PRAGMA queues.wal_autocheckpoint = 0"_s);
+    till->database.query(u"PRAGMA queues.journal_size_limit = -1"_s);
+    while (QFileInfo(log).size() < 60 * 1024 * 1024)
+        till->database.put(u"heineken"_s, body);
+    QVERIFY(QFileInfo(log).size() <= 64 * 1024 * 1024);
+    QVERIFY(!checks(u"database"_s).join(u'\n').contains(log));
+    while (QFileInfo(log).size() <= 66 * 1024 * 1024)
+        till->database.put(u"heineken"_s, body);
+
+    // This program has it open, too.
+    const QStringList found = checks(u"database"_s).filter(log);
+    QCOMPARE(found.size(), 1);
+    QVERIFY2(found.first().startsWith(u"warning %1 has grown to "_s.arg(log))
+                 && found.first().contains(u"tst_queuectldoc (%1)"_s.arg(::getpid())),
+             qPrintable(found.first()));
 }
 
 void TestQueuectlDoctor::serverWithoutRights()
