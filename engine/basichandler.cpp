@@ -12,6 +12,12 @@ namespace {
 
 constexpr int noFailId = -1;
 
+/// A body may be large, and it need not be kept to be recognised.
+size_t fingerprint(const Message &message)
+{
+    return qHash(compactJson(message.body));
+}
+
 } // namespace
 
 BasicHandler::BasicHandler(const QString &type)
@@ -91,15 +97,17 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
 {
     logger_->debug(u"Обработка сообщений"_s);
     int doneId = noFailId;
+    size_t doneBody = 0;
     while (!isStopped()) {
         const Message message = nextMessage();
         if (message.id < 1) {
             onQueueEmpty();
             return;
         }
-        // A row that comes back right after its deletion sits in a database that takes no writes.
-        // Going on would deliver it again and again without a pause.
-        if (message.id == doneId) {
+        // The row is still there after its deletion: the database takes no writes, and going on
+        // would deliver it again and again without a pause. A table of the till's own may give
+        // the number of a deleted row to a new one, which has another body.
+        if (message.id == doneId && fingerprint(message) == doneBody) {
             logger_->error(
                 u"Сообщение %1 доставлено, но не удаляется из базы данных, повтор при следующем проходе"_s,
                 message.id);
@@ -111,6 +119,7 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
         if (turn == Turn::Now && deliver(message)) {
             onMessageDone(message.id);
             doneId = message.id;
+            doneBody = fingerprint(message);
             continue;
         }
         onSendFailed(message.id);

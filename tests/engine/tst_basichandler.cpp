@@ -1,5 +1,7 @@
 #include "engine/basichandler.h"
 #include "shared/core/basicexception.h"
+#include "shared/core/connectionfactory.h"
+#include "shared/core/singleton.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
@@ -88,6 +90,8 @@ private Q_SLOTS:
     void lostDatabaseForgetsTheFailId();
     void unreadableBodyReachesTheHandler();
     void rowThatDoesNotGoAway();
+    void numberGivenAgain_data();
+    void numberGivenAgain();
     void handlerThatThrows();
     void typeIsListedWhileItRuns();
     void snapshotIsNotDisturbed();
@@ -280,6 +284,52 @@ void TstBasicHandler::handlerThatThrows()
                           "std::bad_alloc"_s,
                           u"ERROR Ошибка при обработке сообщения 4, сообщение остаётся: причина "
                           "неизвестна"_s}));
+}
+
+void TstBasicHandler::numberGivenAgain_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QString>("events");
+    QTest::newRow("another message") << u"{\"sum\":2}"_s << u"1 deleted, 1 deleted, end"_s;
+    // The row cannot be told from one that is still there.
+    QTest::newRow("the same message") << u"{\"sum\":1}"_s << u"1 deleted, 1 kept"_s;
+}
+
+/// A table that the till has made without AUTOINCREMENT gives the number of a deleted row again.
+void TstBasicHandler::numberGivenAgain()
+{
+    QFETCH(QString, body);
+    QFETCH(QString, events);
+    database->query(u"DROP TABLE message"_s);
+    database->query(u"CREATE TABLE queues.message (messageid INTEGER PRIMARY KEY, type TEXT, "
+                    "body TEXT, cardnumber TEXT, statuscode TEXT, creationtime TEXT)"_s);
+    struct Till : ScriptedHandler
+    {
+        using ScriptedHandler::ScriptedHandler;
+        void onMessageDone(int id) override
+        {
+            ScriptedHandler::onMessageDone(id);
+            if (next.isEmpty())
+                return;
+            QSqlQuery insert(Singleton<ConnectionFactory>::instance()->getConnection());
+            insert.prepare(u"INSERT INTO message (type, body) VALUES ('spasibo', ?)"_s);
+            insert.addBindValue(std::exchange(next, QString()));
+            QVERIFY(insert.exec());
+            QCOMPARE(insert.lastInsertId().toInt(), id);
+        }
+        QString next;
+    } handler(u"spasibo"_s, script);
+    put({1}, u"{\"sum\":1}"_s);
+    handler.next = body;
+    handler.setState(state);
+    handler.run();
+    QCOMPARE(script.events.join(u", "_s), events);
+
+    // It is late, and not lost.
+    if (!database->ids().isEmpty()) {
+        QCOMPARE(pass(), u"end"_s);
+        QCOMPARE(pass(), u"1 deleted, end"_s);
+    }
 }
 
 void TstBasicHandler::typeIsListedWhileItRuns()
