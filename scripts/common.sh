@@ -4,6 +4,8 @@
 
 root=$(cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.." && pwd)
 cd "$root" || exit 1
+# shellcheck source=scripts/progress.sh
+source "$root/scripts/progress.sh"
 
 # Qt's tools complain of any locale that is not UTF-8.
 if [ "$(locale charmap 2>/dev/null)" != UTF-8 ]; then
@@ -47,13 +49,12 @@ own_folder() {
 # install_packages [LIST...]: lists of the folder scripts, "packages" when none is named.
 install_packages() {
     [ $# -gt 0 ] || set -- packages
-    say "Checking for the packages that ${*/#/scripts/} names"
+    say "Checking for the packages of ${*/#/scripts/}"
     "$root/scripts/install-packages" "$@"
 }
 
-# build PRESET [OPTION...] [-- TARGET...]: configures and builds, all targets when none is named.
-# A terminal shows ninja's line of progress; a file or a pipe gets a line every ten percent, and
-# every warning and error.
+# build PRESET [OPTION...] [-- TARGET...]: configures and builds, all targets when none is named. Says
+# beforehand how much there is to build.
 build() {
     local preset=$1 options=() targets=()
     shift
@@ -70,15 +71,34 @@ build() {
     trap give_back EXIT
     use_writable_ccache
     say "Configuring build/$preset"
-    local log
-    log=$(cmake --preset "$preset" "${options[@]}" 2>&1) || fail "$log"
-    sed -n 's/^-- Logging: /It logs with: /p' <<<"$log"
-    say "Building build/$preset"
-    if [ -t 1 ]; then
-        cmake --build --preset "$preset" -j "$(nproc)" "${targets[@]}"
-    else
-        cmake --build --preset "$preset" -j "$(nproc)" "${targets[@]}" 2>&1 | show_progress
+    local log=build/configure-$preset.log
+    if ! cmake --preset "$preset" "${options[@]}" >"$log" 2>&1 | with_signs_of_life "   configuring"; then
+        cat "$log" >&2
+        exit 1
     fi
+    sed -n 's/^-- Logging: /It logs with: /p' "$log"
+    say "Building build/$preset$(size_of_build "$preset" "${targets[@]:1}")"
+    compile "$preset" "${targets[@]}"
+}
+
+# size_of_build PRESET TARGET...: prints what is appended to the title of a first build. A step took 0.7 s of a
+# processor on average when it was measured, the first one ten seconds in which the others wait.
+size_of_build() {
+    local preset=$1 steps seconds
+    shift
+    [ ! -e "build/$preset/.ninja_log" ] || return 0
+    steps=$(ninja -C "build/$preset" -t commands "$@" | wc -l)
+    seconds=$((steps * 7 / 10 / $(nproc) + 10))
+    echo ": $steps steps, about $(((seconds + 59) / 60)) min with $(nproc) processors"
+}
+
+# compile PRESET [CMAKE-OPTION...]
+compile() {
+    local preset=$1
+    shift
+    # Its colours come through, although it does not see the terminal.
+    [ ! -t 1 ] || export CLICOLOR_FORCE=1
+    cmake --build --preset "$preset" -j "$(nproc)" "$@" 2>&1 | show_build
 }
 
 # ccache stops the build when it cannot write its folder.
@@ -87,22 +107,6 @@ use_writable_ccache() {
     if ! mkdir -p "$folder" 2>/dev/null || ! [ -w "$folder" ]; then
         export CCACHE_DIR=$root/build/ccache
     fi
-}
-
-show_progress() {
-    local line shown=0 tenth total
-    while IFS= read -r line; do
-        if [[ $line =~ ^\[([0-9]+)/([0-9]+)\]\  ]]; then
-            total=${BASH_REMATCH[2]}
-            tenth=$((10 * BASH_REMATCH[1] / total))
-            if [ "$tenth" -gt "$shown" ]; then
-                shown=$tenth
-                echo "   ${tenth}0% of $total steps"
-            fi
-        else
-            printf '%s\n' "$line"
-        fi
-    done
 }
 
 # with_duration TITLE COMMAND...: runs the command and says how long it took.

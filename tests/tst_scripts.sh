@@ -33,22 +33,30 @@ fake_machine() {
     mkdir "$work/bin"
     : >"$work/calls"
     local name
-    for name in bash cat chmod dirname grep mktemp readlink rm sed tee; do
+    for name in bash cat chmod dirname grep mktemp readlink rm sed sleep tee; do
         ln -s "$(command -v "$name")" "$work/bin/$name"
     done
     stand_in id "echo $1"
     stand_in dpkg-query 'exit 1'
+    stand_in dpkg "case \$* in --audit) ;; *) echo \"dpkg \$*\" >>'$work/calls' ;; esac"
     stand_in apt-get "echo \"apt-get \$*\" >>'$work/calls'
         echo \"frontend \$DEBIAN_FRONTEND\" >>'$work/calls'
-        case \$* in *install*) cat \"\$POLICY_RC_D\" >>'$work/calls'; echo 'Setting up sqlite3 (3.40) ...' ;; esac"
+        case \$* in
+        *--print-uris*)
+            echo '0 upgraded, 220 newly installed, 0 to remove and 0 not upgraded.'
+            echo 'Need to get 176 MB of archives.'
+            echo 'After this operation, 740 MB of additional disk space will be used.' ;;
+        *install*) cat \"\$POLICY_RC_D\" >>'$work/calls'; echo 'Setting up cmake (3.25) ...' ;;
+        esac"
 }
 
 install_packages() {
     run_command env -u DEBIAN_FRONTEND PATH="$work/bin" POLICY_RC_D="$work/policy-rc.d" \
+        DPKG_ADMINDIR="$work/dpkg" \
         "$work/bin/bash" "$root/scripts/install-packages" "$@"
 }
 
-for script in run test bench .ci/run scripts/fuzz scripts/install-packages scripts/common.sh tests/tst_scripts.sh benchmarks/plot; do
+for script in run test bench .ci/run scripts/fuzz scripts/install-packages scripts/common.sh scripts/progress.sh tests/tst_scripts.sh benchmarks/plot; do
     check "$script has no syntax error" bash -n "$root/$script"
 done
 
@@ -92,42 +100,116 @@ check "packages: nothing missing calls no apt-get" not_called apt-get
 fake_machine 0
 install_packages
 check "packages: root installs" exits_with 0
-check "packages: the lists are read first" [ "$(grep -o ' update$\| install ' "$work/calls" | tr '\n' ' ')" = " update  install  " ]
+check "packages: the lists are read first" [ "$(grep -o 'update$\|print-uris install \|Pty=0 install ' "$work/calls" | tr '\n' ,)" = "update,print-uris install ,Pty=0 install ," ]
 check "packages: no recommended packages" called 'install -y --no-install-recommends'
-check "packages: a missing package is installed" called ' sqlite3 '
+check "packages: a missing package is installed" called ' cmake '
+check "packages: the size is told before the installation" \
+    [ "$(grep -n -o '176 MB to fetch, 740 MB on disk\|^  cmake' <<<"$output" | cut -d: -f2 | tr '\n' ,)" = "176 MB to fetch, 740 MB on disk,  cmake," ]
+check "packages: how many they are is told" says "Installing 220 packages"
+check "packages: dpkg is left alone" not_called '^dpkg '
 check "packages: no question is asked" called 'frontend noninteractive'
-check "packages: says what it installs" says "missing packages with apt-get: "
-check "packages: shows each package" says "  sqlite3"
+check "packages: says what it installs" says "Packages are missing (packages): ca-certificates cmake "
+check "packages: shows each package" says "  cmake"
 check "packages: no service starts meanwhile" called 'exit 101'
 check "packages: the policy is gone afterwards" absent "$work/policy-rc.d"
 
 fake_machine 0
-stand_in dpkg-query "case \$* in *' sqlite3') exit 1 ;; *) printf installed ;; esac"
+stand_in dpkg-query "case \$* in *' cmake') exit 1 ;; *) printf installed ;; esac"
 install_packages
-check "packages: only what is missing is installed" called 'recommends sqlite3$'
+check "packages: only what is missing is installed" called 'recommends cmake$'
 
 fake_machine 0
 install_packages packages-bench
 check "packages: another list is installed when it is named" called ' gnuplot-nox '
-check "packages: a list that is not named is left alone" not_called ' sqlite3'
+check "packages: a list that is not named is left alone" not_called ' cmake'
 
 fake_machine 1000
 stand_in sudo "echo \"sudo \$*\" >>'$work/calls'"
 install_packages packages-fuzz
 check "packages: another list goes through sudo too" called 'install-packages packages-fuzz$'
 
+# plan_stand_in BODY: an apt-get that can tell the size, and otherwise does what the body says.
+plan_stand_in() {
+    stand_in apt-get "echo \"apt-get \$*\" >>'$work/calls'
+        case \$* in *--print-uris*) exit 0 ;; $1 esac"
+}
+
 fake_machine 0
-stand_in apt-get 'case $* in *install*) echo "E: disk is full"; exit 100 ;; esac'
+plan_stand_in '*install*) seq 2000; echo "E: disk is full"; exit 100 ;;'
 install_packages
 check "packages: a failed installation fails" exits_with 1
 check "packages: a failed installation says why" says "E: disk is full"
+check "packages: a failed installation says it in a few lines" [ "$(wc -l <<<"$output")" -lt 20 ]
+check "packages: a failed installation says where the rest is" \
+    [ -s "$(sed -n 's/^All that apt-get said is in //p' <<<"$output")" ]
+rm -f "$(sed -n 's/^All that apt-get said is in //p' <<<"$output")"
 check "packages: the policy is gone after a failure" absent "$work/policy-rc.d"
 
 fake_machine 0
-stand_in apt-get "case \$* in *update*) echo 'E: some other source'; exit 100 ;; esac; echo \"\$*\" >>'$work/calls'"
+plan_stand_in '*update*) echo "E: The repository of others is not signed."; exit 100 ;;'
 install_packages
-check "packages: a broken source elsewhere does not stop the installation" called install
-check "packages: a broken source elsewhere is told" says "E: some other source"
+check "packages: a broken source elsewhere does not stop the installation" called 'apt-get .* install -y'
+check "packages: a broken source elsewhere is told" says "going on with those that are there: The repository of others is not signed."
+
+# Without a network apt-get update succeeds with warnings, and finds no package afterwards.
+unreachable="W: Failed to fetch http://deb.debian.org/debian/dists/bookworm/InRelease  Temporary failure resolving 'deb.debian.org'"
+fake_machine 0
+stand_in apt-get "echo \"apt-get \$*\" >>'$work/calls'
+    case \$* in
+    *update*) echo \"$unreachable\"; echo \"$unreachable\"; echo 'W: Some index files failed to download.' ;;
+    *) for i in 1 2 3 4 5 6 7 8 9; do echo \"E: Unable to locate package p\$i\"; done; exit 100 ;;
+    esac"
+install_packages
+check "packages: without a network it fails" exits_with 1
+check "packages: without a network it names the cause once" \
+    [ "$(grep -c "could not be read: Temporary failure resolving 'deb.debian.org'\.$" <<<"$output")" = 1 ]
+check "packages: without a network it says what to do" says "Look at the machine's network"
+check "packages: without a network it says nothing else" [ "$(wc -l <<<"$output")" -le 4 ]
+
+fake_machine 0
+plan_stand_in "*update*) ;; *install*) echo \"E: Failed to fetch http://deb.debian.org/x.deb  Could not connect to deb.debian.org:80. [IP: 192.0.2.1 80]\"; exit 100 ;;"
+install_packages
+check "packages: a network that goes while packages are fetched is named" \
+    says "Packages could not be fetched: Could not connect to deb.debian.org:80."
+check "packages: a network that goes fails it" exits_with 1
+
+fake_machine 0
+stand_in dpkg "echo \"dpkg \$*\" >>'$work/calls'
+    case \$* in --audit) echo 'The following packages are only half configured'; exit 1 ;; *) echo 'Setting up g++ (12) ...' ;; esac"
+install_packages
+check "packages: an interrupted installation is completed first" \
+    [ "$(grep -o '^dpkg --configure -a\|^apt-get.* update' "$work/calls" | cut -d' ' -f1 | tr '\n' ' ')" = "dpkg apt-get " ]
+check "packages: an interrupted installation is told" says "An earlier installation was interrupted"
+check "packages: after that it installs" says "Packages are installed"
+
+fake_machine 0
+mkdir -p "$work/dpkg/updates" && touch "$work/dpkg/updates/0001"
+install_packages
+check "packages: a journal that dpkg has left is completed too" called '^dpkg --configure -a'
+rm -r "$work/dpkg"
+
+fake_machine 0
+stand_in dpkg 'case $* in --audit) echo half ;; *) exit 1 ;; esac'
+install_packages
+check "packages: what dpkg alone cannot complete is left to apt-get" called 'apt-get .*--fix-broken install$'
+
+fake_machine 0
+plan_stand_in '*update*) ;; *install*) sleep 10; echo "Setting up cmake (3.25) ..." ;;'
+install_packages
+check "packages: a long silence has a sign of life" says "  fetching and unpacking packages, 8 s"
+
+# The output of ninja as a pipe shows it.
+shown_build() {
+    run_command bash -c "source '$root/scripts/progress.sh'; quiet_limit=1; { $1; } | show_build"
+}
+shown_build 'for i in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20; do echo "[$i/20] Building x"; done'
+check "build: a pipe gets a line for every ten percent" [ "$(grep -c '0% of 20 steps' <<<"$output")" = 10 ]
+check "build: a pipe gets no line for every step" [ "$(wc -l <<<"$output")" = 10 ]
+shown_build 'echo "[1/100] Building x"; sleep 1.5; echo "[2/100] Building y"; echo "y.cpp:1: error: no"'
+check "build: a long step has a sign of life" [ "$(grep -c '^   1 of 100 steps, ' <<<"$output")" = 1 ]
+check "build: an error is shown" says "y.cpp:1: error: no"
+shown_build 'for i in 1 2 3 4 5; do echo "[$i/100] Building x"; sleep 0.5; done'
+check "build: many quick steps have one too" [ "$(grep -c 'of 100 steps' <<<"$output")" -ge 2 ]
 
 fake_machine 0
 printf '#!/bin/sh\nexit 104\n' >"$work/policy-rc.d"

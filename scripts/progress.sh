@@ -1,0 +1,79 @@
+# Functions that keep the reader of a long run informed. Sourced by scripts/common.sh and
+# scripts/install-packages.
+# shellcheck shell=bash
+
+# Longer than this nothing is silent, in seconds.
+quiet_limit=8
+
+# with_signs_of_life WHAT: passes its input on line by line, and says that WHAT goes on when no line has
+# come for a while.
+with_signs_of_life() {
+    local what=$1 start=$SECONDS line part='' status
+    while true; do
+        status=0
+        IFS= read -r -t "$quiet_limit" line || status=$?
+        # Read's status is above 128 when the time has run out; what it has read of a line is kept.
+        if [ "$status" -gt 128 ]; then
+            part+=$line
+            echo "$what, $((SECONDS - start)) s"
+            continue
+        fi
+        line=$part$line
+        part=''
+        if [ "$status" -eq 0 ]; then
+            printf '%s\n' "$line"
+        else
+            [ -z "$line" ] || printf '%s\n' "$line"
+            return 0
+        fi
+    done
+}
+
+# show_build: the output of ninja. A terminal gets one line that tells how far it is and for how long, anything
+# else a line for every ten percent and at least every few seconds; both get every warning and error.
+show_build() {
+    local start=$SECONDS line part='' status step='' shown=0 tenth total terminal='' limit=$quiet_limit
+    local spoken=$SECONDS
+    if [ -t 1 ]; then
+        terminal=yes
+        limit=1
+    fi
+    while true; do
+        status=0
+        IFS= read -r -t "$limit" line || status=$?
+        if [ "$status" -gt 128 ]; then
+            part+=$line
+            if [ -n "$terminal" ]; then
+                printf '\r\033[K   %s' "${step:+$step, }$((SECONDS - start)) s"
+            else
+                echo "   ${step:-no step is done yet}, $((SECONDS - start)) s"
+                spoken=$SECONDS
+            fi
+            continue
+        fi
+        line=$part$line
+        part=''
+        if [[ $line =~ ^\[([0-9]+)/([0-9]+)\]\  ]]; then
+            total=${BASH_REMATCH[2]}
+            step="${BASH_REMATCH[1]} of $total steps"
+            tenth=$((10 * BASH_REMATCH[1] / total))
+            if [ -n "$terminal" ]; then
+                printf '\r\033[K   %s' "$step, $((SECONDS - start)) s"
+            elif [ "$tenth" -gt "$shown" ]; then
+                shown=$tenth spoken=$SECONDS
+                echo "   ${tenth}0% of $total steps, $((SECONDS - start)) s"
+            elif [ $((SECONDS - spoken)) -ge "$quiet_limit" ]; then
+                spoken=$SECONDS
+                echo "   $step, $((SECONDS - start)) s"
+            fi
+        elif [ "$line" = "ninja: no work to do." ]; then
+            :
+        elif [ -n "$line" ] || [ "$status" -eq 0 ]; then
+            printf '%s%s\n' "${terminal:+$'\r\033[K'}" "$line"
+        fi
+        if [ "$status" -ne 0 ]; then
+            [ -z "$terminal" ] || printf '\r\033[K'
+            return 0
+        fi
+    done
+}
