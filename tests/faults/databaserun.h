@@ -76,6 +76,12 @@ public:
         return wait([&] { return traffic.counts().requests >= wanted; });
     }
 
+    /// Until a request waits for traffic.release(): what holdAfter() was told has been answered.
+    bool waitUntilHeld(int before = 0)
+    {
+        return wait([&] { return traffic.counts().held > before; });
+    }
+
     bool waitForPolls(int more)
     {
         const qsizetype wanted = service.log().count(pollLine) + more;

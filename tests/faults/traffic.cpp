@@ -38,6 +38,12 @@ Traffic::Traffic()
 {
 }
 
+Traffic::~Traffic()
+{
+    // Its thread cannot end while it waits.
+    release();
+}
+
 QString Traffic::body(int number) const
 {
     const QString type = typeOf(number);
@@ -89,6 +95,19 @@ void Traffic::setRefusing(bool on)
     refusing = on;
 }
 
+void Traffic::holdAfter(int requests)
+{
+    const std::scoped_lock lock(mutex);
+    holdFrom = counts_.requests + requests;
+}
+
+void Traffic::release()
+{
+    const std::scoped_lock lock(mutex);
+    holdFrom = -1;
+    released.notify_all();
+}
+
 void Traffic::beginLife()
 {
     receiver.settle();
@@ -134,7 +153,12 @@ bool Traffic::waitFor(const std::function<bool(const Counts &)> &condition,
 
 std::string Traffic::answer(const HttpReceiver::Request &request)
 {
-    const std::scoped_lock lock(mutex);
+    std::unique_lock lock(mutex);
+    if (holdFrom >= 0 && counts_.requests >= holdFrom) {
+        ++counts_.held;
+        changed.notify_all();
+        released.wait(lock, [this] { return holdFrom < 0; });
+    }
     ++counts_.requests;
     changed.notify_all();
     const QString type = text(request.target).section(u'/', 1, 1);

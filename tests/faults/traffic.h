@@ -36,6 +36,8 @@ public:
     struct Counts
     {
         int requests = 0;
+        /// Requests that have been held back.
+        int held = 0;
         /// Messages that are done.
         int messages = 0;
         int refusals = 0;
@@ -48,6 +50,7 @@ public:
     };
 
     Traffic();
+    ~Traffic();
 
     /// The type and the body of the message with this number.
     static QString typeOf(int number) { return types().at(number % types().size()); }
@@ -57,6 +60,11 @@ public:
 
     /// While it does, every seventh message is refused twice before it is taken.
     void setRefusing(bool on);
+    /// Answers that many more requests. All after them wait for release(), so that messages are under way,
+    /// and left, however slow the test is.
+    void holdAfter(int requests);
+    void release();
+
     /// A new life of the service: what is in the table may now be delivered once more.
     void beginLife();
 
@@ -83,6 +91,9 @@ private:
     QHash<int, Record> records_;
     QHash<QString, int> repeatsByType_;
     bool refusing = true;
+    /// The request from which on answers are held back; -1: none.
+    int holdFrom = -1;
+    std::condition_variable released;
     int life = 0;
     /// Last, so that its thread ends first.
     HttpReceiver receiver;

@@ -61,14 +61,16 @@ void TstDatabaseFaults::restartedUnderLoad()
     Run run(server.settings());
     const int restarts = faults::count(1, 20);
     for (int restart = 0; restart < restarts; ++restart) {
+        run.traffic.holdAfter(30);
         run.write(400);
         if (restart == 0)
             run.start();
-        QVERIFY(run.waitForRequests(30));
+        QVERIFY(run.waitUntilHeld(restart));
         if (isOrderly)
             server.stop();
         else
             server.kill();
+        run.traffic.release();
         server.start();
     }
     qInfo("%d restarts", restarts);

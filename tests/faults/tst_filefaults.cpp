@@ -61,19 +61,24 @@ void TstFileFaults::lockedByAnotherProcess()
 {
     Run run{QString()};
     run.write(faults::count(400, 4'000));
+    // Fewer than a type has rows. Without a hold the queue could be empty before the lock is there.
+    run.traffic.holdAfter(faults::count(45, 450));
     run.start();
-    QVERIFY(run.waitForRequests(50));
     const int rounds = faults::count(1, 5);
     for (int round = 0; round < rounds; ++round) {
+        QVERIFY(run.waitUntilHeld(round));
         run.database.query(u"BEGIN EXCLUSIVE"_s);
+        run.traffic.release();
         // One type after the other finds out; one of them fails at the till's card already.
         const qsizetype wanted =
             run.service.log().count(faults::failedStatement) + faults::Traffic::types().size() / 2;
         const bool isMet =
             run.wait([&] { return run.service.log().count(faults::failedStatement) >= wanted; });
+        if (round + 1 < rounds)
+            run.traffic.holdAfter(0);
         run.database.query(u"ROLLBACK"_s);
         QVERIFY(isMet);
-        run.write(100);
+        run.write(faults::count(100, 400));
     }
     QCOMPARE(run.errorsCount(), 0);
     run.finish("locked");
@@ -85,14 +90,16 @@ void TstFileFaults::readOnly()
     Run run{QString()};
     run.service.obeyFileRights();
     run.write(faults::count(400, 4'000));
+    run.traffic.holdAfter(45);
     run.start();
-    QVERIFY(run.waitForRequests(50));
+    QVERIFY(run.waitUntilHeld());
     const QDir folder = QFileInfo(run.database.file()).dir();
     QVERIFY(QFile::setPermissions(run.database.file(), QFile::ReadOwner));
     QVERIFY(QFile::setPermissions(folder.path(), QFile::ReadOwner | QFile::ExeOwner));
     // What is open stays open for writing, so only the next life feels it.
     run.service.kill();
     ++run.kills;
+    run.traffic.release();
     run.start();
     const bool isMet = run.wait(
         [&] { return run.service.log().count(faults::failedStatement) >= faults::count(8, 80); });
@@ -115,13 +122,15 @@ void TstFileFaults::diskFull()
     {
         Run run(u"[database]\nname = %1/queues.db\n"_s.arg(place.path()));
         run.write(faults::count(1'500, 5'000));
+        run.traffic.holdAfter(30);
         run.start();
-        QVERIFY(run.waitForRequests(30));
+        QVERIFY(run.waitUntilHeld());
         QFile filler(place.filePath(u"filler"_s));
         QVERIFY(filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
         const QByteArray page(4096, 'x');
         while (filler.write(page) == page.size()) {
         }
+        run.traffic.release();
         const qsizetype wanted = 2 * faults::Traffic::types().size();
         const bool isMet =
             run.wait([&] { return run.service.log().count(faults::failedStatement) >= wanted; });

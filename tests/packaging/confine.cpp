@@ -176,9 +176,14 @@ private:
 /// All mounts but the unit's own paths become read-only in a namespace of our own.
 void protectTree(const std::map<std::string, std::string> &unit)
 {
-    if (unshare(CLONE_NEWNS) != 0
-        || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    if (unshare(CLONE_NEWNS) != 0)
         fail("a mount namespace");
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        // In a chroot the root is no mount, and mounts made here would reach those outside.
+        if (errno == EINVAL)
+            return;
+        fail("private mounts");
+    }
     const std::string root = variable("QUEUE_ROOT");
     // The unit's paths become mounts of their own, which the rest does not touch.
     std::set<std::string> writable;

@@ -74,11 +74,15 @@ fi
 check "nothing was refused for its rights" same \
     "$(journalctl --no-pager -u queue.service | grep -c -i -E 'permission denied|read-only file system')" 0
 
-# What is outside its folders is not its own.
+# What is outside its folders is not its own. Its view of the files is taken from its own root folder:
+# nsenter would begin at the root of its mount namespace, which is outside of this machine where the machine
+# is started in a chroot.
 remember_process
+view=/proc/$former/root
+check "its view is this machine's" test -d "$view/trial"
 check "its tree is read-only" \
-    nsenter -t "$former" -m sh -c '! touch /etc/queue-was-here 2>/dev/null && ! touch /usr/queue-was-here 2>/dev/null'
-check "the homes are hidden from it" same "$(nsenter -t "$former" -m ls -A /root 2>&1 | grep -v 'ermission denied')" ""
+    sh -c '! touch "$1/etc/queue-was-here" 2>/dev/null && ! touch "$1/usr/queue-was-here" 2>/dev/null' sh "$view"
+check "the homes are hidden from it" same "$(ls -A "$view/root" 2>&1 | grep -v 'ermission denied')" ""
 
 # The pause before a restart is ten seconds on a till.
 set_unit RestartSec=1

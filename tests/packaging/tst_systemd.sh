@@ -21,6 +21,9 @@ done
 [ -x /lib/systemd/systemd ] || skip "systemd is not installed"
 [ "$(id -u)" -eq 0 ] || skip "without root rights no container can be started"
 
+# A container that is started in a chroot can reach the files outside of it.
+[ / -ef /proc/1/root ] || skip "this is a chroot, out of which a container could reach"
+
 # All mounts are those of a namespace that ends with this script.
 if [ "${OWN_MOUNTS:-}" != yes ]; then
     unshare --mount true 2>/dev/null || skip "no mount namespace can be made here"
@@ -35,7 +38,7 @@ end_container() {
         wait "$container" 2>/dev/null
     fi
     umount -R "$work/machine" "$work/memory" 2>/dev/null
-    rm -rf "$work"
+    rm -rf --one-file-system "$work"
 }
 trap end_container EXIT
 trap 'exit 130' INT
