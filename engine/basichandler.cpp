@@ -1,8 +1,11 @@
 #include "engine/basichandler.h"
 
 #include "shared/core/compactjson.h"
+#include "shared/core/largedocuments.h"
 
 #include <log4qt/logmanager.h>
+
+#include <QScopeGuard>
 
 #include <exception>
 
@@ -130,6 +133,7 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
 
 bool BasicHandler::deliver(const Message &message)
 {
+    const auto memory = qScopeGuard(returnLargeDocuments);
     // One row must not end the service: it would be the first one again after the restart.
     QString reason = u"причина неизвестна"_s;
     try {

@@ -79,7 +79,8 @@ OperationResult::OperationResult(const http::Response &reply, Log4Qt::Logger &lo
         logger.error(u"Статус: %1"_s, statusText);
         logger.error(u"Ошибка: %1"_s, response.value("errorMessage"_L1).toString());
         status = RequestStatus::Error;
-    } else if (reply.isNetworkError() || (response.isEmpty() && httpStatus != httpOk)) {
+    } else if (reply.isNetworkError() || reply.isTooLarge()
+               || (response.isEmpty() && httpStatus != httpOk)) {
         status = RequestStatus::Error;
         noConnection = true;
         error = tr::Tr(u"mindboxNoConnectionError"_s, u"Ошибка связи с сервером"_s);

@@ -91,8 +91,8 @@ public:
 
     qint32 httpStatus = 0;
     qint32 networkError = 0;
-    /// No whole answer came, whatever status was read before it broke off, or one that holds no JSON
-    /// member and whose status is not 200.
+    /// No whole answer came, whatever status was read before it broke off, or one that is too large to be
+    /// read, or one that holds no JSON member and whose status is not 200.
     bool noConnection = false;
     RequestStatus status = RequestStatus::Unknown;
     /// Empty also when the platform names an error: its text is for the log.

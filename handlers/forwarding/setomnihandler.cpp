@@ -18,14 +18,14 @@ SetOmniHandler::SetOmniHandler()
 
 bool SetOmniHandler::sendMessage(const Message &message)
 {
-    const QDomDocument request = xmlutils::parseXmlText(messageValue<QString>(message, u"body"_s));
-    if (request.isNull()) {
+    const QByteArray request = xmlutils::rewritten(messageValue<QString>(message, u"body"_s));
+    if (request.isEmpty()) {
         logger()->error(u"Некорректный xml-запрос"_s);
         return false;
     }
     const auto client = createClient(*logger());
     applyTimeout(message, *client, Timeout::fromMessage(0));
-    client->post(messageValue<QUrl>(message, u"url"_s), request.toByteArray(1),
+    client->post(messageValue<QUrl>(message, u"url"_s), request,
                  messageHeaders(messageValue<QVariantMap>(message, u"headers"_s)));
     if (client->errorCode() != 0) {
         logger()->info(u"Ошибка при отправке запроса: %1"_s, client->errorText().ru());
@@ -37,7 +37,7 @@ bool SetOmniHandler::sendMessage(const Message &message)
 bool SetOmniHandler::isWellFormed(const QByteArray &reply) const
 {
     xmlutils::ParseError error;
-    if (!xmlutils::parseXml(reply, &error).isNull())
+    if (!xmlutils::parseXml(reply, {}, &error).isNull())
         return true;
     logger()->error(u"Не удалось интерпретировать ответ от сервера([%1, %2] %3)"_s.arg(
         QString::number(error.line), QString::number(error.column), error.message));

@@ -23,6 +23,6 @@ bool WinelabCertificateHandler::sendMessage(const Message &message)
     const auto client = makeRequest(message, *logger(), forwarding);
     if (client->errorCode() > 0)
         return false;
-    const QDomDocument reply = xmlutils::parseXml(client->responseBody());
+    const QDomDocument reply = xmlutils::parseXml(client->responseBody(), {u"status"_s});
     return xmlutils::getValueByTag(reply, u"status"_s, 0).toLower() == u"create";
 }

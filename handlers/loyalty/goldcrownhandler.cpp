@@ -54,7 +54,8 @@ bool GoldCrownHandler::sendMessage(const Message &message)
 
 bool GoldCrownHandler::parseReply(const QByteArray &reply)
 {
-    const QDomDocument document = xmlutils::parseXml(reply);
+    const QDomDocument document =
+        xmlutils::parseXml(reply, {u"status"_s, u"code"_s, u"description"_s});
     const QDomElement status = document.elementsByTagName(u"status"_s).at(0).toElement();
     if (status.isNull()) {
         logger()->warn(u"Некорректный ответ от сервера, отсутствует поле status"_s);

@@ -19,18 +19,6 @@ namespace {
 /// The service does not take the price corrections of a request.
 constexpr int correctionRefused = 217;
 
-/// The request without its price corrections; empty when it is no XML.
-QByteArray withoutCorrections(const QString &request)
-{
-    const QDomDocument document = xmlutils::parseXmlText(request);
-    if (document.isNull())
-        return {};
-    const QDomNodeList lines = document.elementsByTagName(u"ChequeLine"_s);
-    for (int i = 0; i < lines.size(); ++i)
-        lines.at(i).toElement().removeAttribute(u"Correction"_s);
-    return document.toString(1).toUtf8();
-}
-
 QDomElement firstElement(const QDomDocument &document, const QString &name)
 {
     return document.elementsByTagName(name).at(0).toElement();
@@ -57,7 +45,8 @@ bool LoymaxHandler::sendMessage(const Message &message)
 
     if (reply.errorCode == correctionRefused) {
         logger()->info(u"Попытка отправки сообщения без атрибутов корректировки цены"_s);
-        const QByteArray uncorrected = withoutCorrections(QString::fromUtf8(body));
+        const QByteArray uncorrected =
+            xmlutils::rewritten(QString::fromUtf8(body), {u"ChequeLine"_s, u"Correction"_s});
         if (uncorrected.isEmpty()) {
             logger()->error(u"Некорректный xml-запрос"_s);
             return false;
@@ -77,7 +66,9 @@ LoymaxReply LoymaxHandler::parseReply(const http::Response &response)
         logSendError(*logger(), response.errorText);
         return reply;
     }
-    const QDomDocument document = xmlutils::parseXml(response.body);
+    const QDomDocument document = xmlutils::parseXml(
+        response.body, {u"CancelPurchaseResponse"_s, u"ConfirmPurchaseResponse"_s,
+                        u"DiscountResponse"_s, u"RefundResponse"_s});
     QDomElement element = firstElement(document, u"CancelPurchaseResponse"_s);
     if (element.isNull())
         element = firstElement(document, u"ConfirmPurchaseResponse"_s);

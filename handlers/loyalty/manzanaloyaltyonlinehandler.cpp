@@ -21,6 +21,14 @@ namespace {
 /// What the card's record remembers under the operation's information.
 const QString transactionDateKey = u"TransactionDate"_s;
 
+const QString updating = u"Обновление данных запроса на возврат"_s;
+
+QString transactionDate(const DocumentCardRecord &card)
+{
+    const QJsonObject info = QJsonDocument::fromVariant(card.getOperationInfo()).object();
+    return info.value(transactionDateKey).toString();
+}
+
 QDomElement chequeReference(const QDomDocument &request)
 {
     return request.elementsByTagName(u"ChequeReference"_s).at(0).toElement();
@@ -39,7 +47,10 @@ bool ManzanaLoyaltyOnlineHandler::sendMessage(const Message &message)
     const auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
     const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
     auto body = messageValue<QByteArray>(message, u"body"_s);
-    const QDomDocument request = xmlutils::parseXmlText(QString::fromUtf8(body));
+    const QDomDocument request = xmlutils::selectXml(
+        QString::fromUtf8(body),
+        {u"OperationType"_s, u"ChequeReference"_s, u"Number"_s, u"DateTime"_s, u"CardNumber"_s},
+        xmlutils::maxDocumentBytes);
     const QString operation = xmlutils::getValueByTag(request, u"OperationType"_s, 0);
     if (operation == u"Return" && !hasChequeDate(request))
         body = completedReturn(request, body);
@@ -61,7 +72,7 @@ bool ManzanaLoyaltyOnlineHandler::sendMessage(const Message &message)
 
 bool ManzanaLoyaltyOnlineHandler::parseReply(const QByteArray &reply)
 {
-    const QDomDocument document = xmlutils::parseXml(reply);
+    const QDomDocument document = xmlutils::parseXml(reply, {u"ReturnCode"_s, u"Message"_s});
     const QString code = xmlutils::getValueByTag(document, u"ReturnCode"_s, 0);
     // Whatever is there and is no number above 0 is success, and so is this one code.
     constexpr int alsoSuccess = 81301;
@@ -90,7 +101,7 @@ ManzanaLoyaltyOnlineHandler::findCardRecord(const QString &chequeNumber, const Q
 
 void ManzanaLoyaltyOnlineHandler::saveTransaction(int recordId, const QByteArray &reply)
 {
-    const QDomDocument document = xmlutils::parseXml(reply);
+    const QDomDocument document = xmlutils::parseXml(reply, {u"Processed"_s, u"TransactionID"_s});
     const QString processed = xmlutils::getValueByTag(document, u"Processed"_s, 0);
     DocumentCardRecord card;
     card.setId(recordId);
@@ -103,11 +114,10 @@ void ManzanaLoyaltyOnlineHandler::saveTransaction(int recordId, const QByteArray
 QByteArray ManzanaLoyaltyOnlineHandler::updateReturnRequest(const QDomDocument &request,
                                                             const DocumentCardRecord &card)
 {
-    logger()->info(u"Обновление данных запроса на возврат"_s);
+    logger()->info(updating);
     QDomDocument updated = request.cloneNode(true).toDocument();
     QDomElement reference = chequeReference(updated);
-    const QJsonObject info = QJsonDocument::fromVariant(card.getOperationInfo()).object();
-    const QString date = info.value(transactionDateKey).toString();
+    const QString date = transactionDate(card);
     if (!reference.isNull()) {
         const QDomElement former = reference.firstChildElement(u"DateTime"_s);
         if (!former.isNull())
@@ -133,7 +143,13 @@ QByteArray ManzanaLoyaltyOnlineHandler::completedReturn(const QDomDocument &requ
     // A return goes out also when the till does not know its sale any more.
     if (!card || card->getOperationInfo().isNull())
         return body;
-    return updateReturnRequest(request, *card);
+    // What was read above is not the whole request.
+    const QString whole = QString::fromUtf8(body);
+    if (xmlutils::fitsATree(whole))
+        return updateReturnRequest(xmlutils::parseXmlText(whole), *card);
+    logger()->info(updating);
+    return xmlutils::rewrittenInPieces(
+        whole, {}, {u"ChequeReference"_s, u"DateTime"_s, transactionDate(*card)});
 }
 
 void ManzanaLoyaltyOnlineHandler::rememberSale(const QDomDocument &request, const QByteArray &reply)

@@ -198,12 +198,12 @@ OperationResult::OperationResult(const http::Response &httpResponse, Log4Qt::Log
     response = httpResponse.responseObject();
     httpStatus = httpResponse.status;
     networkError = httpResponse.errorCode;
-    readStatus(httpResponse.isNetworkError(), logger);
+    readStatus(httpResponse.isNetworkError() || httpResponse.isTooLarge(), logger);
     if (response.contains(u"customer"_s))
         readCustomer();
 }
 
-void OperationResult::readStatus(bool isCutOff, Log4Qt::Logger *logger)
+void OperationResult::readStatus(bool isUnread, Log4Qt::Logger *logger)
 {
     const QString statusText = textAt(response, u"status"_s);
     status = requestStatus(statusText);
@@ -214,7 +214,7 @@ void OperationResult::readStatus(bool isCutOff, Log4Qt::Logger *logger)
         return;
     }
     // An order must not be dropped for half an answer about its customer.
-    if (isCutOff || (response.isEmpty() && httpStatus != 200)) {
+    if (isUnread || (response.isEmpty() && httpStatus != 200)) {
         status = RequestStatus::Error;
         noConnection = true;
         error_ = tr::Tr(u"mindboxNoConnectionError"_s, u"Ошибка связи с сервером"_s);

@@ -138,8 +138,8 @@ public:
     int httpStatus = 0;
     /// The client's error code, 0 for none.
     int networkError = 0;
-    /// No whole answer came, whatever status was read before it broke off, or an empty one with a status
-    /// other than 200. It alone tells a lost service from one that answered with an error.
+    /// No whole answer came, whatever status was read before it broke off, or one that is too large to be
+    /// read, or an empty one with a status other than 200. It alone tells a lost service from one that answered with an error.
     bool noConnection = false;
     RequestStatus status = RequestStatus::Unknown;
     tr::Tr error_;
@@ -161,7 +161,7 @@ public:
     QList<MindboxDiscountCard> discountCards;
 
 private:
-    void readStatus(bool isCutOff, Log4Qt::Logger *logger);
+    void readStatus(bool isUnread, Log4Qt::Logger *logger);
     void readCustomer();
 };
 

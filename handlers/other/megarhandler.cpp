@@ -34,7 +34,8 @@ bool MegarHandler::parseReply(const QByteArray &reply)
 {
     xmlutils::ParseError error;
     const QDomDocument document =
-        xmlutils::parseXmlText(QString::fromUtf8(reply), &error, xmlutils::Prefixes::Namespaces);
+        xmlutils::selectXml(QString::fromUtf8(reply), {u"Rspn"_s, u"RspnRsn"_s},
+                            xmlutils::maxReplyBytes, &error, xmlutils::Prefixes::Namespaces);
     if (document.isNull()) {
         logger()->warn(u"Не удалось интерпретировать ответ от сервера([%1, %2] %3)"_s.arg(
             QString::number(error.line), QString::number(error.column), error.message));

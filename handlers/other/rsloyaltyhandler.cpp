@@ -38,7 +38,8 @@ bool RSLoyaltyHandler::sendMessage(const Message &message)
 
 bool RSLoyaltyHandler::parseReply(const QString &request, int status, const QByteArray &reply)
 {
-    const QDomDocument document = xmlutils::parseXml(reply);
+    const QDomDocument document =
+        xmlutils::parseXml(reply, {request + u"Result"_s, u"faultstring"_s});
     if (status == 200)
         return xmlutils::getValueByTag(document, request + u"Result"_s, 0) == u"true";
 

@@ -1,6 +1,8 @@
 #include "shared/net/httpresponse.h"
 
-#include <algorithm>
+#include "shared/core/largedocuments.h"
+
+#include <log4qt/logmanager.h>
 
 using namespace Qt::StringLiterals;
 
@@ -43,13 +45,23 @@ QJsonObject Response::responseObject() const
 
 QJsonDocument parseReply(const QByteArray &body)
 {
-    // A value takes some fifty bytes however short its text is. A reply of 16 MiB of small numbers would
-    // take the memory of the whole till; one with long texts in it is harmless.
-    constexpr qsizetype maxValues = 500'000;
-    const auto values = std::count_if(body.cbegin(), body.cend(), [](char symbol) {
-        return symbol == ',' || symbol == '[' || symbol == '{';
-    });
-    return values > maxValues ? QJsonDocument() : QJsonDocument::fromJson(body);
+    const auto refused = [](const QString &reason) {
+        Log4Qt::LogManager::logger(u"http"_s)->error(u"Ответ JSON не принят: %1"_s, reason);
+        return QJsonDocument();
+    };
+    if (body.size() > maxReplyBytes)
+        return refused(
+            u"размер %1 байт, допускается не более %2"_s.arg(body.size()).arg(maxReplyBytes));
+    noteLargeDocument(body.size());
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(body, &error);
+    return error.error == QJsonParseError::DeepNesting ? refused(u"слишком глубокая вложенность"_s)
+                                                       : document;
+}
+
+bool Response::isTooLarge() const
+{
+    return body.size() > maxReplyBytes;
 }
 
 Response Response::answered(int status, const QByteArray &body)

@@ -8,6 +8,9 @@
 
 namespace http {
 
+/// The largest answer of which the content is read.
+constexpr qsizetype maxReplyBytes = 4 * 1024 * 1024;
+
 /// The outcome of one exchange as a value.
 struct Response
 {
@@ -22,7 +25,9 @@ struct Response
     /// No whole answer came.
     bool networkError = false;
 
-    /// The body as a JSON object; empty when it is none.
+    /// A whole answer came, and nobody will read what it says.
+    bool isTooLarge() const;
+    /// The body as a JSON object; empty when it is none, or too large.
     QJsonObject responseObject() const;
     bool isNetworkError() const { return networkError; }
 
@@ -32,7 +37,8 @@ struct Response
     static Response failed(int errorCode, const tr::Tr &errorText, int status = 0);
 };
 
-/// The document in the body of an answer; null when it is none, or has more than half a million values.
+/// The document in the body of an answer; null when it is none or larger than `maxReplyBytes`, of which the
+/// log is told. One of many small objects takes about thirty times the memory of its text.
 QJsonDocument parseReply(const QByteArray &body);
 
 } // namespace http

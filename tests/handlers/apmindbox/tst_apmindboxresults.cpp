@@ -209,6 +209,8 @@ void TstApMindboxResults::connection_data()
     QTest::newRow("200 without a body") << reply(200) << false;
     QTest::newRow("200 with an empty object") << reply(200, "{}") << false;
     QTest::newRow("cut off after a 200") << http::Response::failed(2, tr::Tr(u"x"_s), 200) << true;
+    QTest::newRow("200 that is too large")
+        << reply(200, QByteArray(4 * 1024 * 1024 + 1, ' ')) << true;
     QTest::newRow("stalled after a 200") << http::Response::failed(4, tr::Tr(u"x"_s), 200) << true;
     QTest::newRow("500 that says something else") << reply(500, R"({"a":1})") << false;
 }
@@ -406,7 +408,7 @@ void TstApMindboxResults::strangeReply()
 
 void TstApMindboxResults::hugeReply()
 {
-    constexpr qsizetype size = 5 * 1024 * 1024;
+    constexpr qsizetype size = 4'000'000;
     const QByteArray name(size, 'a');
     const OperationResult result =
         resultOf(R"({"status":"Success","order":{"processingStatus":"Processed"},"customer":{)"

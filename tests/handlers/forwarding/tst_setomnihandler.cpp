@@ -27,6 +27,7 @@ class TstSetOmniHandler : public QObject
 
 private Q_SLOTS:
     void sendsTheNormalisedDocument();
+    void largeDocuments();
     void malformedRequest_data();
     void malformedRequest();
     void failedExchange_data();
@@ -54,6 +55,34 @@ void TstSetOmniHandler::sendsTheNormalisedDocument()
     QCOMPARE(made.headers, (QMap<QString, QString>{{u"X-Till"_s, u"1"_s}}));
     QCOMPARE(made.timeoutMs.value_or(-1), 6000);
     QCOMPARE(log.lines(), QStringList());
+}
+
+/// A document of a whole shop is sent, and one that is larger still is refused in plain words.
+void TstSetOmniHandler::largeDocuments()
+{
+    constexpr qsizetype limit = 16 * 1024 * 1024;
+    const QString line = u"<item code=\"4607\"><name>bread</name></item>"_s;
+    const QString document = u"<sale>"_s + line.repeated((limit - 20) / line.size()) + u"</sale>"_s;
+    const QByteArray answer = "<ok>" + QByteArray(4 * 1024 * 1024 - 9, 'x') + "</ok>";
+    const LogCapture log(u"setomni"_s);
+    const LogCapture limits(u"xmlutils"_s);
+    FakeRestClient net({reply(200, answer), reply(200, answer + ' ')});
+    QVERIFY(deliver(u"setomni"_s, message(document)));
+    QVERIFY(net.lastRequest().body.size() > document.size());
+    QVERIFY(net.lastRequest().body.endsWith("</item>\n</sale>\n"));
+    QCOMPARE(limits.lines(), QStringList());
+
+    const QString tooLarge = document + QString(limit + 1 - document.size(), u' ');
+    QVERIFY(!deliver(u"setomni"_s, message(tooLarge)));
+    QCOMPARE(log.lines(), QStringList{u"ERROR Некорректный xml-запрос"_s});
+    QCOMPARE(
+        limits.lines(),
+        QStringList{u"ERROR Документ XML не принят: размер 16777217 байт, допускается не более "
+                    "16777216"_s});
+    net.nextDelivery();
+    QVERIFY(!deliver(u"setomni"_s, message(u"<a/>"_s)));
+    QCOMPARE(limits.lines().last(),
+             u"ERROR Документ XML не принят: размер 4194305 байт, допускается не более 4194304"_s);
 }
 
 void TstSetOmniHandler::malformedRequest_data()

@@ -6,6 +6,7 @@
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
 
+#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
@@ -69,6 +70,7 @@ private Q_SLOTS:
     void repeatedWithoutCorrections();
     void repetition_data();
     void repetition();
+    void largeRequestIsRepeated();
     void unreadableRequestIsNotRepeated_data();
     void unreadableRequestIsNotRepeated();
     void transaction_data();
@@ -284,6 +286,35 @@ void TstLoymaxHandler::repetition()
     QCOMPARE(deliver(u"loymax"_s, message(u"<r/>"_s)), finished);
     QCOMPARE(net.requests().size(), 2);
     QCOMPARE(log.lines(), QStringList{opening} + lines);
+}
+
+void TstLoymaxHandler::largeRequestIsRepeated()
+{
+    constexpr qsizetype limit = 16 * 1024 * 1024;
+    const QString line =
+        u"<ChequeLine Correction=\"1.50\" Sum=\"10.00\"><Name>b</Name></ChequeLine>"_s;
+    const QString request = u"<r>"_s + line.repeated((limit - 10) / line.size()) + u"</r>"_s;
+    const LogCapture limits(u"xmlutils"_s);
+    FakeRestClient net({discount("217"), discount("0")});
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(deliver(u"loymax"_s, message(request)));
+    QVERIFY2(timer.elapsed() < 60'000, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(!net.lastRequest().body.contains("Correction"));
+    QCOMPARE(net.lastRequest().body.count("<ChequeLine Sum=\"10.00\">"),
+             (limit - 10) / line.size());
+    QCOMPARE(limits.lines(), QStringList());
+
+    const QString tooLarge = request + QString(limit + 1 - request.size(), u' ');
+    const LogCapture log(u"loymax"_s);
+    net.nextDelivery();
+    net.play({discount("217")});
+    QVERIFY(!deliver(u"loymax"_s, message(tooLarge)));
+    QCOMPARE(log.lines().last(), u"ERROR Некорректный xml-запрос"_s);
+    QCOMPARE(
+        limits.lines(),
+        QStringList{u"ERROR Документ XML не принят: размер 16777217 байт, допускается не более "
+                    "16777216"_s});
 }
 
 void TstLoymaxHandler::unreadableRequestIsNotRepeated_data()

@@ -64,6 +64,7 @@ private Q_SLOTS:
     void chequeDate_data();
     void chequeDate();
     void saleAndItsReturn();
+    void largeSaleAndItsReturn();
     void originalRequestStaysAsItWas();
     void returnWithoutAReference();
     void brokenDocumentStore_data();
@@ -339,6 +340,44 @@ void TstManzanaLoyaltyOnlineHandler::saleAndItsReturn()
     QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(returning)));
     QVERIFY2(net.lastRequest().body.contains("<DateTime>2026-01-31T12:30:00.000</DateTime>"),
              net.lastRequest().body);
+}
+
+/// A whole shop in one cheque, answered at the same length.
+void TstManzanaLoyaltyOnlineHandler::largeSaleAndItsReturn()
+{
+    constexpr qsizetype limit = 16 * 1024 * 1024;
+    const QString line =
+        u"<Item><ArticleNumber>4607</ArticleNumber><Quantity>1</Quantity></Item>"_s;
+    const auto large = [&line](const QString &operation, const QString &rest) {
+        const QString small = ::request(operation, rest);
+        return ::request(operation, line.repeated((limit - small.size()) / line.size()) + rest);
+    };
+    const QByteArray item = "<Item><Id>7</Id></Item>";
+    const QByteArray answer = QByteArray(good).replace(
+        "<r>", "<r>" + item.repeated((4 * 1024 * 1024 - good.size()) / item.size()));
+    putCard(3, u""_s);
+    const LogCapture limits(u"xmlutils"_s);
+    FakeRestClient net({reply(200, answer), reply(200, answer), reply(200, good)});
+    QVERIFY(
+        deliver(u"manzanaloyaltyonline"_s, message(large(u"Sale"_s, u"<Number>17</Number>"_s))));
+    QCOMPARE(cards().first().at(1).toString(), u"t 1"_s);
+    net.nextDelivery();
+    const QString back =
+        large(u"Return"_s, u"<ChequeReference><Number>17</Number></ChequeReference>"_s);
+    QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(back)));
+    QVERIFY(net.lastRequest().body.contains("<DateTime>2026-01-31T12:30:00.000</DateTime>"));
+    QCOMPARE(net.lastRequest().body.count("<ArticleNumber>"), back.count(u"<ArticleNumber>"_s));
+    QCOMPARE(limits.lines(), QStringList());
+
+    // One that is larger goes out as it was written, and the log says why.
+    net.nextDelivery();
+    const QString larger = back + QString(limit + 1 - back.size(), u' ');
+    QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(larger)));
+    QCOMPARE(net.lastRequest().body, larger.toUtf8());
+    QCOMPARE(
+        limits.lines(),
+        QStringList{u"ERROR Документ XML не принят: размер 16777217 байт, допускается не более "
+                    "16777216"_s});
 }
 
 void TstManzanaLoyaltyOnlineHandler::originalRequestStaysAsItWas()

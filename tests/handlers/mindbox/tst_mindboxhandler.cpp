@@ -230,6 +230,7 @@ void TstMindboxHandler::customerCheck_data()
     row("200, empty: dropped",              card,      Script{reply(200)},                {checked}, unsent, true);
     row("lost, the order too",              card,      Script{noConnection(), noConnection()}, both, old,    false);
     row("lost, the order arrives",          card,      Script{timeout(), success()},      both,      old,    true);
+    row("too large: counts as lost",        card,      Script{reply(200, R"({"customer":{"processingStatus":"NotFound"}})" + QByteArray(4 * 1024 * 1024, ' ')), success()}, both, old, true);
     row("500, empty: counts as lost",       card,      Script{reply(500), reply(500)},    both,      old,    false);
     row("400, empty: counts as lost",       card,      Script{reply(400), success()},     both,      old,    true);
     // clang-format on

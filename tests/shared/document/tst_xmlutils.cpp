@@ -1,4 +1,5 @@
 #include "shared/document/xmlutils.h"
+#include "tests/support/logcapture.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -12,7 +13,18 @@ class TestXmlUtils : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void largeDocumentsAreRefused();
+    void selectionReadsLikeTheWhole_data();
+    void selectionReadsLikeTheWhole();
+    void selectionIsSmall();
+    void sizes_data();
+    void sizes();
+    void limits_data();
+    void limits();
+    void tooManyElementsForATree();
+    void rewrittenAlikeInBothWays_data();
+    void rewrittenAlikeInBothWays();
+    void replacedChild_data();
+    void replacedChild();
     void valueIsFoundByTag_data();
     void valueIsFoundByTag();
     void valueIsFoundInsideAnElement();
@@ -52,14 +64,14 @@ void TestXmlUtils::valueIsFoundByTag()
     QFETCH(QString, tag);
     QFETCH(int, index);
     const QDomDocument document =
-        xmlutils::parseXml("<a><b>один</b><c><b>два</b><d><![CDATA[&]]></d></c><e/></a>");
+        xmlutils::parseXmlText(u"<a><b>один</b><c><b>два</b><d><![CDATA[&]]></d></c><e/></a>"_s);
     QTEST(xmlutils::getValueByTag(document, tag, index), "value");
 }
 
 void TestXmlUtils::valueIsFoundInsideAnElement()
 {
     const QDomDocument document =
-        xmlutils::parseXml("<a><n>out</n><c><n>in</n></c><c><n>second</n></c></a>");
+        xmlutils::parseXmlText(u"<a><n>out</n><c><n>in</n></c><c><n>second</n></c></a>"_s);
     const QDomElement element = document.elementsByTagName(u"c"_s).at(0).toElement();
     QCOMPARE(xmlutils::getValueByTag(element, u"n"_s, 0), u"in"_s);
     QCOMPARE(xmlutils::getValueByTag(element, u"n"_s, 1), u""_s);
@@ -69,7 +81,7 @@ void TestXmlUtils::valueIsFoundInsideAnElement()
 
 void TestXmlUtils::textElementHoldsItsText()
 {
-    QDomDocument document = xmlutils::parseXml("<a/>");
+    QDomDocument document = xmlutils::parseXmlText(u"<a/>"_s);
     const QDomElement element =
         xmlutils::createTextElement(document, u"DateTime"_s, u"<5 & \"Щ\""_s);
     QCOMPARE(document.toString(-1), u"<a/>"_s);
@@ -107,7 +119,8 @@ void TestXmlUtils::wholeDocumentIsParsed_data()
 void TestXmlUtils::wholeDocumentIsParsed()
 {
     QFETCH(QByteArray, bytes);
-    QCOMPARE(xmlutils::getValueByTag(xmlutils::parseXml(bytes), u"r"_s, 0), u"Щука «ё»"_s);
+    QCOMPARE(xmlutils::getValueByTag(xmlutils::parseXml(bytes, {u"r"_s}), u"r"_s, 0),
+             u"Щука «ё»"_s);
 }
 
 void TestXmlUtils::anythingElseIsEmpty_data()
@@ -146,8 +159,12 @@ void TestXmlUtils::anythingElseIsEmpty_data()
 void TestXmlUtils::anythingElseIsEmpty()
 {
     QFETCH(QByteArray, bytes);
-    const QDomDocument document = xmlutils::parseXml(bytes);
-    QVERIFY2(document.isNull() || !document.hasChildNodes(), qPrintable(document.toString()));
+    QList<QDomDocument> documents{xmlutils::parseXml(bytes, {u"a"_s, u"code"_s})};
+    // A text has no encoding any more.
+    if (bytes.isValidUtf8() && !bytes.contains("klingon"))
+        documents.append(xmlutils::parseXmlText(QString::fromUtf8(bytes)));
+    for (const QDomDocument &document : std::as_const(documents))
+        QVERIFY2(document.isNull(), qPrintable(document.toString()));
 }
 
 void TestXmlUtils::prefixesAsNamespaces_data()
@@ -166,8 +183,8 @@ void TestXmlUtils::prefixesAsNamespaces()
     QFETCH(QString, text);
     QFETCH(bool, isRead);
     xmlutils::ParseError error;
-    const QDomDocument document =
-        xmlutils::parseXmlText(text, &error, xmlutils::Prefixes::Namespaces);
+    const QDomDocument document = xmlutils::selectXml(text, {u"a"_s}, xmlutils::maxReplyBytes,
+                                                      &error, xmlutils::Prefixes::Namespaces);
     QCOMPARE(xmlutils::getValueByTag(document, u"a"_s, 0), isRead ? u"1"_s : u""_s);
     QCOMPARE(error.message.isEmpty(), isRead);
 }
@@ -176,9 +193,9 @@ void TestXmlUtils::cutOffReplyIsEmpty()
 {
     const QByteArray reply =
         "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<reply><code>0</code><text>Щ</text></reply>";
-    QCOMPARE(xmlutils::getValueByTag(xmlutils::parseXml(reply), u"code"_s, 0), u"0"_s);
+    QCOMPARE(xmlutils::getValueByTag(xmlutils::parseXml(reply, {u"code"_s}), u"code"_s, 0), u"0"_s);
     for (qsizetype length = 0; length < reply.size(); ++length)
-        QVERIFY2(!xmlutils::parseXml(reply.left(length)).hasChildNodes(), reply.left(length));
+        QVERIFY2(xmlutils::parseXml(reply.left(length), {u"code"_s}).isNull(), reply.left(length));
 }
 
 void TestXmlUtils::nothingIsFetched()
@@ -189,24 +206,230 @@ void TestXmlUtils::nothingIsFetched()
     file.write("<!ENTITY b \"secret\">");
     file.close();
     const QDomDocument document = xmlutils::parseXml(
-        "<!DOCTYPE a SYSTEM \"file://" + file.fileName().toUtf8() + "\"><a><c>0</c></a>");
+        "<!DOCTYPE a SYSTEM \"file://" + file.fileName().toUtf8() + "\"><a><c>0</c></a>", {u"c"_s});
     QCOMPARE(xmlutils::getValueByTag(document, u"c"_s, 0), u"0"_s);
     QVERIFY(!document.toString().contains(u"secret\""_s));
 }
 
-void TestXmlUtils::largeDocumentsAreRefused()
+void TestXmlUtils::selectionReadsLikeTheWhole_data()
 {
-    const auto document = [](qsizetype size) {
-        return "<a>" + QByteArray(size - 7, 'x') + "</a>";
+    QTest::addColumn<QString>("text");
+    // clang-format off
+    QTest::newRow("at the root")          << u"<r><a>1</a><b>2</b></r>"_s;
+    QTest::newRow("deep and early")       << u"<r><x><y><b>1</b></y></x><a>2</a><b>3</b></r>"_s;
+    QTest::newRow("second of a name")     << u"<r><a>1</a><a>2</a><b/><b>3</b></r>"_s;
+    QTest::newRow("outside, then inside") << u"<r><b>out</b><a><x><b>in</b><b>second</b></x></a></r>"_s;
+    QTest::newRow("in the second only")   << u"<r><a/><a><b>1</b></a></r>"_s;
+    QTest::newRow("in itself")            << u"<r><a>1<a>2<b>3</b></a>4</a></r>"_s;
+    QTest::newRow("crossed")              << u"<r><b>1<a>2</a>3</b><a>4<b>5</b>6</a></r>"_s;
+    QTest::newRow("the root is wanted")   << u"<a>1<b>2</b><a>3</a></a>"_s;
+    QTest::newRow("the root alone")       << u"<a>1</a>"_s;
+    QTest::newRow("another root")         << u"<x>1</x>"_s;
+    QTest::newRow("text in strangers")    << u"<r><a>1<x>2<y>3</y></x>4</a>5</r>"_s;
+    QTest::newRow("blanks")               << u"<r>\n <a> \n </a>\n <b> x <c> </c> y </b></r>"_s;
+    QTest::newRow("CDATA and references") << u"<r><a>1<![CDATA[ & ]]>2&lt;&#x41;<![CDATA[]]></a><b><![CDATA[ ]]></b></r>"_s;
+    QTest::newRow("comments and pieces")  << u"<r><a>1<!-- <b>x</b> -->2<?p <b?>3</a><b> <!-- --> </b></r>"_s;
+    QTest::newRow("attributes")           << u"<r><a x='1' p:y='&lt;'/><b z=''>t</b></r>"_s;
+    QTest::newRow("prefixes")             << u"<p:r><p:a>1</p:a><a>2</a></p:r>"_s;
+    QTest::newRow("line ends")            << u"<r><a>1\r\n2\r3</a></r>"_s;
+    // clang-format on
+}
+
+/// For every tag that is asked for, at index 0: in the document, and inside the first of another.
+void TestXmlUtils::selectionReadsLikeTheWhole()
+{
+    QFETCH(QString, text);
+    const QStringList tags{u"a"_s, u"b"_s};
+    const QDomDocument whole = xmlutils::parseXmlText(text);
+    QVERIFY(!whole.isNull());
+    const QDomDocument selection = xmlutils::selectXml(text, tags, xmlutils::maxReplyBytes);
+    QCOMPARE(selection.documentElement().tagName(), whole.documentElement().tagName());
+    for (const QString &tag : tags) {
+        const QDomElement wanted = whole.elementsByTagName(tag).at(0).toElement();
+        const QDomElement found = selection.elementsByTagName(tag).at(0).toElement();
+        QCOMPARE(found.isNull(), wanted.isNull());
+        QCOMPARE(found.text(), wanted.text());
+        for (const QString &name : {u"x"_s, u"p:y"_s, u"z"_s})
+            QCOMPARE(found.attribute(name, u"none"_s), wanted.attribute(name, u"none"_s));
+        for (const QString &inner : tags)
+            QCOMPARE(xmlutils::getValueByTag(found, inner, 0),
+                     xmlutils::getValueByTag(wanted, inner, 0));
+    }
+    QCOMPARE(xmlutils::selectXml(text, {}, xmlutils::maxReplyBytes).isNull(), false);
+}
+
+void TestXmlUtils::selectionIsSmall()
+{
+    const QByteArray reply = "<r>" + QByteArray("<a><b/></a>").repeated(300'000) + "</r>";
+    const QDomDocument selection = xmlutils::parseXml(reply, {u"a"_s, u"b"_s});
+    QCOMPARE(selection.elementsByTagName(u"a"_s).size(), 1);
+    QCOMPARE(selection.elementsByTagName(u"b"_s).size(), 1);
+}
+
+void TestXmlUtils::sizes_data()
+{
+    QTest::addColumn<int>("limit");
+    QTest::addColumn<bool>("isReply");
+    QTest::newRow("a reply") << 4 * 1024 * 1024 << true;
+    QTest::newRow("a document of the till") << 16 * 1024 * 1024 << false;
+}
+
+void TestXmlUtils::sizes()
+{
+    QFETCH(int, limit);
+    QFETCH(bool, isReply);
+    const LogCapture log(u"xmlutils"_s);
+    const auto parse = [isReply](const QByteArray &document) {
+        xmlutils::ParseError error;
+        const QString text = QString::fromUtf8(document);
+        const QStringList tags{u"code"_s};
+        const QDomDocument tree =
+            isReply ? xmlutils::parseXml(document, tags, &error)
+                    : xmlutils::selectXml(text, tags, xmlutils::maxDocumentBytes, &error);
+        const QString code = xmlutils::getValueByTag(tree, u"code"_s, 0);
+        if (!isReply && xmlutils::rewritten(text).isEmpty() != error.isLimit)
+            return u"it is written again only if it is read"_s;
+        return error.isLimit ? error.message : code;
     };
-    constexpr qsizetype limit = 512 * 1024;
-    QVERIFY(!xmlutils::parseXml(document(limit)).isNull());
+    const QByteArray end = "<code>0</code></r>";
+    // Of two bytes each in UTF-8, with lines as a shop's documents have them, and one long text.
+    const QByteArray line = u"<Позиция><Товар>4607</Товар></Позиция>\n"_s.toUtf8();
+    const QByteArray lines = "<r>" + line.repeated((limit - 30) / line.size());
+    const QByteArray padding(limit - lines.size() - end.size(), ' ');
+    QCOMPARE(parse(lines + padding + end), u"0"_s);
+    const QByteArray text(limit - 3 - end.size(), 'x');
+    QCOMPARE(parse("<r>" + text + end), u"0"_s);
+    QCOMPARE(log.lines(), QStringList());
+
+    const QString message = u"размер %1 байт, допускается не более %2"_s.arg(limit + 1).arg(limit);
+    QCOMPARE(parse("<r>" + text + 'x' + end), message);
+    QCOMPARE(log.lines().first(), u"ERROR Документ XML не принят: "_s + message);
+}
+
+void TestXmlUtils::limits_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QString>("message");
+    const auto nested = [](int levels) {
+        return QByteArray("<a>").repeated(levels) + QByteArray("</a>").repeated(levels);
+    };
+    const auto attributes = [](int count) {
+        QByteArray text = "<a><!-- ' = --><b";
+        for (int i = 0; i < count; ++i)
+            text += " a" + QByteArray::number(i) + "='=\">='";
+        return text + "/></a>";
+    };
+    const QString deep = u"слишком глубокая вложенность, допускается не более 200"_s;
+    const QString many = u"больше 1000 атрибутов у одного элемента"_s;
+    QTest::newRow("200 levels") << nested(200) << QString();
+    QTest::newRow("201 levels") << nested(201) << deep;
+    QTest::newRow("as deep as it gets") << nested(2'300'000) << deep;
+    QTest::newRow("never closed") << QByteArray("<a>").repeated(1'300'000) << deep;
+    QTest::newRow("1,000 attributes") << attributes(1000) << QString();
+    QTest::newRow("1,001 attributes") << attributes(1001) << many;
+    QTest::newRow("100,000 attributes") << attributes(100'000) << many;
+    QTest::newRow("a thousand signs in texts")
+        << "<a><!--" + QByteArray("=").repeated(2000) + "--><![CDATA[<"
+               + QByteArray("=").repeated(2000) + "]]><?p " + QByteArray("=").repeated(2000) + "?>"
+               + QByteArray("=").repeated(2000) + "</a>"
+        << QString();
+    QTest::newRow("a comment that never ends") << "<a><!-- "_ba << QString();
+}
+
+void TestXmlUtils::limits()
+{
+    QFETCH(QByteArray, text);
+    QFETCH(QString, message);
+    const LogCapture log(u"xmlutils"_s);
     xmlutils::ParseError error;
-    QVERIFY(xmlutils::parseXml(document(limit + 1), &error).isNull());
-    QCOMPARE(error.message, u"документ больше 512 КиБ"_s);
-    error = {};
-    QVERIFY(xmlutils::parseXmlText(QString::fromUtf8(document(limit + 1)), &error).isNull());
-    QCOMPARE(error.message, u"документ больше 512 КиБ"_s);
+    const QDomDocument tree = xmlutils::parseXmlText(QString::fromUtf8(text), &error);
+    QCOMPARE(error.isLimit, !message.isEmpty());
+    if (error.isLimit) {
+        QVERIFY(tree.isNull());
+        QCOMPARE(error.message, message);
+    }
+    xmlutils::ParseError second;
+    xmlutils::selectXml(QString::fromUtf8(text), {u"a"_s}, xmlutils::maxDocumentBytes, &second);
+    QCOMPARE(second.message, error.message);
+    QCOMPARE(log.lines().count(u"ERROR Документ XML не принят: "_s + message),
+             message.isEmpty() ? 0 : 2);
+}
+
+/// A whole tree of them would take the till's memory; a selection and a new copy do not.
+void TestXmlUtils::tooManyElementsForATree()
+{
+    const QString element = u"<item code=\"4607\"><name>bread</name></item>"_s;
+    const auto document = [&element](int elements) -> QString {
+        return u"<r>"_s + element.repeated(elements) + u"</r>"_s;
+    };
+    QVERIFY(!xmlutils::parseXmlText(document(10'000)).isNull());
+    xmlutils::ParseError error;
+    const QString large = document(390'000);
+    QVERIFY(xmlutils::parseXmlText(large, &error).isNull());
+    QCOMPARE(error.message, u"слишком много элементов и атрибутов, чтобы изменить документ"_s);
+    QVERIFY(error.isLimit);
+    QVERIFY(!xmlutils::selectXml(large, {u"a"_s}, xmlutils::maxDocumentBytes).isNull());
+    QCOMPARE(
+        xmlutils::rewritten(large).count("\n <item code=\"4607\">\n  <name>bread</name>\n </item>"),
+        390'000);
+}
+
+void TestXmlUtils::rewrittenAlikeInBothWays_data()
+{
+    selectionReadsLikeTheWhole_data();
+    // clang-format off
+    QTest::newRow("declaration")      << u"<?xml version=\"1.0\" encoding=\"UTF-8\"?><r><a>1</a></r>"_s;
+    QTest::newRow("document type")    << u"<!DOCTYPE r><r/>"_s;
+    QTest::newRow("signs")            << u"<r a='&lt;&amp;&quot;&apos;&gt;&#9;&#10;&#13;'>&lt;&amp;&quot;'&gt; ]]&gt; &#13;\t</r>"_s;
+    QTest::newRow("empty elements")   << u"<r><a></a><b/> <c> </c></r>"_s;
+    QTest::newRow("mixed")            << u"<r>1<a/>2<a/><b>3</b>4<c><d/></c></r>"_s;
+    QTest::newRow("comments")         << u"<!-- 0 --><r><!-- 1 --><a/><!-- 2 -->t<!-- 3 --></r><!-- 4 -->"_s;
+    QTest::newRow("instructions")     << u"<?a b?><r><?c d?><a/><?e f?></r>"_s;
+    QTest::newRow("Russian")          << u"<чек ж='Щ'><товар>хлеб 🍞</товар></чек>"_s;
+    QTest::newRow("corrections")      << u"<r><ChequeLine Correction='1'/><x Correction='2'/><ChequeLine Sum='3'>t</ChequeLine></r>"_s;
+    // clang-format on
+}
+
+void TestXmlUtils::rewrittenAlikeInBothWays()
+{
+    QFETCH(QString, text);
+    const xmlutils::DroppedAttribute dropped{u"ChequeLine"_s, u"Correction"_s};
+    QVERIFY(!xmlutils::rewritten(text).isEmpty());
+    // The tree writes several attributes in any order.
+    if (text.contains(u"p:y"_s))
+        return;
+    QCOMPARE(QString::fromUtf8(xmlutils::rewrittenInPieces(text)),
+             QString::fromUtf8(xmlutils::rewritten(text)));
+    QCOMPARE(QString::fromUtf8(xmlutils::rewrittenInPieces(text, dropped)),
+             QString::fromUtf8(xmlutils::rewritten(text, dropped)));
+}
+
+void TestXmlUtils::replacedChild_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("rewritten");
+    const QString after = u"  <D>&lt;7</D>\n </p>\n"_s;
+    QTest::newRow("absent") << u"<r><p><n>1</n></p></r>"_s
+                            << u"<r>\n <p>\n  <n>1</n>\n"_s + after + u"</r>\n"_s;
+    QTest::newRow("empty parent") << u"<r><p/></r>"_s << u"<r>\n <p>\n"_s + after + u"</r>\n"_s;
+    QTest::newRow("replaced") << u"<r><p><D>old<x/></D><n>1</n></p></r>"_s
+                              << u"<r>\n <p>\n  <n>1</n>\n"_s + after + u"</r>\n"_s;
+    QTest::newRow("the first child alone")
+        << u"<r><p><D/><D>2</D></p></r>"_s << u"<r>\n <p>\n  <D>2</D>\n"_s + after + u"</r>\n"_s;
+    QTest::newRow("the first parent alone")
+        << u"<r><p/><p><D/></p></r>"_s
+        << u"<r>\n <p>\n"_s + after + u" <p>\n  <D/>\n </p>\n</r>\n"_s;
+    QTest::newRow("deeper and outside stay")
+        << u"<r><D/><p><n><D/></n></p><D/></r>"_s
+        << u"<r>\n <D/>\n <p>\n  <n>\n   <D/>\n  </n>\n"_s + after + u" <D/>\n</r>\n"_s;
+    QTest::newRow("no parent") << u"<r><D/></r>"_s << u"<r>\n <D/>\n</r>\n"_s;
+}
+
+void TestXmlUtils::replacedChild()
+{
+    QFETCH(QString, text);
+    QTEST(QString::fromUtf8(xmlutils::rewrittenInPieces(text, {}, {u"p"_s, u"D"_s, u"<7"_s})),
+          "rewritten");
 }
 
 QTEST_GUILESS_MAIN(TestXmlUtils)

@@ -643,10 +643,10 @@ void TestRestClient::jsonReplies_data()
     QTest::addColumn<QVariant>("variant");
     QTest::addColumn<QJsonObject>("object");
     const QJsonObject one{{u"a"_s, 1}};
-    const QJsonObject longText{{u"a"_s, QString(10 * mebibyte, u'x')}};
+    const QJsonObject longText{{u"a"_s, QString(4 * mebibyte - 8, u'x')}};
     const QByteArray longBody = QJsonDocument(longText).toJson(QJsonDocument::Compact);
-    constexpr qsizetype maxValues = 500'000;
-    const QByteArray most = '[' + QByteArray("1,").repeated(maxValues - 1) + "1]";
+    constexpr qsizetype maxValues = 2 * mebibyte - 1;
+    const QByteArray most = '[' + QByteArray("1,").repeated(maxValues - 1) + "1]\n";
     const QVariantList mostValues(maxValues, QVariant(1));
     // clang-format off
     QTest::newRow("object")       << QByteArray("{\"a\": 1}")              << QVariant(one.toVariantMap())           << one;
@@ -657,8 +657,9 @@ void TestRestClient::jsonReplies_data()
     QTest::newRow("number")       << QByteArray("5")                       << QVariant()                             << QJsonObject();
     QTest::newRow("cut off")      << QByteArray("{\"a\": 1")               << QVariant()                             << QJsonObject();
     QTest::newRow("long text")    << longBody                              << QVariant(longText.toVariantMap())      << longText;
+    QTest::newRow("longer text")  << longBody + ' '                        << QVariant()                             << QJsonObject();
     QTest::newRow("many values")  << most                                  << QVariant(mostValues)                   << QJsonObject();
-    QTest::newRow("too many")     << most.chopped(1) + ",1]"               << QVariant()                             << QJsonObject();
+    QTest::newRow("too many")     << most + '\n'                          << QVariant()                             << QJsonObject();
     QTest::newRow("XML")          << QByteArray("<a/>")                    << QVariant()                             << QJsonObject();
     // clang-format on
 }
@@ -667,6 +668,7 @@ void TestRestClient::jsonReplies()
 {
     QFETCH(QByteArray, body);
     QFETCH(QVariant, variant);
+    const LogCapture log(u"http"_s);
     LoopbackServer server;
     server.play({LoopbackServer::answer(200, body, "Content-Type: text/plain\r\n")});
     RestClient client;
@@ -677,6 +679,12 @@ void TestRestClient::jsonReplies()
     QCOMPARE(client.responseVariant().isValid(), variant.isValid());
     QCOMPARE(client.responseJson().isNull(), !variant.isValid());
     QTEST(client.response().responseObject(), "object");
+    const bool isTooLarge = body.size() > 4 * mebibyte;
+    QCOMPARE(client.response().isTooLarge(), isTooLarge);
+    QCOMPARE(
+        log.lines().contains(
+            u"ERROR Ответ JSON не принят: размер 4194305 байт, допускается не более 4194304"_s),
+        isTooLarge);
 }
 
 void TestRestClient::bodyLimit_data()
