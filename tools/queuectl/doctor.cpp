@@ -417,6 +417,14 @@ void Examination::certificates()
 void Examination::log()
 {
     const ServiceLog serviceLog = ServiceLog::read();
+    if (serviceLog.state() == ServiceLog::State::Denied) {
+        add(State::Warning, u"log"_s,
+            text("no rights: this account may not read the log or its settings %1",
+                 "нет прав: эта учётная запись не может читать журнал или его настройки %1")
+                .arg(serviceLog.file())
+                .trimmed());
+        return;
+    }
     if (!serviceLog.hasFile()) {
         add(State::Ok, u"log"_s,
             text(
@@ -428,11 +436,6 @@ void Examination::log()
     if (!info.exists())
         add(State::Warning, u"log"_s,
             text("there is no log file %1", "файла журнала %1 нет").arg(info.filePath()));
-    else if (!info.isReadable())
-        add(State::Warning, u"log"_s,
-            text("this account may not read the log %1",
-                 "эта учётная запись не может читать журнал %1")
-                .arg(info.filePath()));
     else if (serviceLog.lines().isEmpty() && info.size() > 0)
         add(State::Warning, u"log"_s,
             text("the lines of %1 do not follow its conversionPattern",

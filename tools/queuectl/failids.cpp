@@ -2,6 +2,7 @@
 
 #include "shared/core/fileutils.h"
 #include "shared/core/paths.h"
+#include "tools/queuectl/fileaccess.h"
 
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -19,7 +20,9 @@ FailIds readFailIds()
 {
     FailIds result;
     const QFileInfo info(startIdsFile());
-    if (!info.exists())
+    const FileAccess access = fileAccess(info.filePath());
+    result.isDenied = access == FileAccess::Denied;
+    if (access != FileAccess::Readable)
         return result;
     result.savedAt = info.lastModified();
     const QByteArray text = fileutils::readFromFile(info.filePath(), QIODevice::ReadOnly);

@@ -14,6 +14,8 @@ struct FailIds
     QMap<QString, int> byType;
     /// Invalid when there is no file.
     QDateTime savedAt;
+    /// The file may not be read.
+    bool isDenied = false;
 
     std::optional<int> of(const QString &type) const;
 };

@@ -5,6 +5,7 @@
 #include "shared/core/paths.h"
 #include "shared/core/singleton.h"
 #include "tools/queuectl/failure.h"
+#include "tools/queuectl/fileaccess.h"
 #include "tools/queuectl/text.h"
 
 #include <QFileInfo>
@@ -324,17 +325,20 @@ void requireDatabase()
     const QString file = databaseFile();
     if (file.isEmpty())
         return;
-    const QFileInfo info(file);
-    if (!info.exists())
+    const FileAccess access = fileAccess(file);
+    if (access == FileAccess::Missing)
         throw Failure(NoDatabase,
                       text("There is no database %1; the service makes it at its first start",
                            "Базы данных %1 нет; служба создаёт её при первом запуске")
                           .arg(file));
-    if (!info.isReadable())
-        throw Failure(NoDatabase, text("The database %1 may not be read by this account",
-                                       "У этой учётной записи нет права читать базу данных %1")
-                                      .arg(file));
-    if (info.size() == 0)
+    if (access == FileAccess::Denied)
+        throw Failure(
+            NoDatabase,
+            text("No rights: this account may not read the database %1 (run queuectl as root)",
+                 "Нет прав: эта учётная запись не может читать базу данных %1 (запустите queuectl "
+                 "от root)")
+                .arg(file));
+    if (QFileInfo(file).size() == 0)
         throw Failure(NoDatabase,
                       text("The database %1 is an empty file; the service makes its tables",
                            "База данных %1 — пустой файл; таблицы в нём создаёт служба")

@@ -2,6 +2,7 @@
 
 #include "shared/core/paths.h"
 #include "shared/text/escaping.h"
+#include "tools/queuectl/fileaccess.h"
 #include "tools/queuectl/text.h"
 
 #include <log4qt/helpers/properties.h>
@@ -26,6 +27,7 @@ const QString usualPattern = u"%d{yyyy-MM-dd HH:mm:ss,zzz} %-5p [%c] %m%n"_s;
 
 struct LogPlace
 {
+    ServiceLog::State state = ServiceLog::State::None;
     QString file;
     QString pattern;
 };
@@ -55,7 +57,10 @@ LogPlace findLog()
         path = rootedPath(u"/tallocash/cash/queue/config/log4qt.properties"_s);
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return {};
+        return {fileAccess(path) == FileAccess::Denied ? ServiceLog::State::Denied
+                                                       : ServiceLog::State::None,
+                {},
+                {}};
     Log4Qt::Properties properties;
     properties.load(&file);
 
@@ -79,7 +84,12 @@ LogPlace findLog()
                             properties);
         };
         const QString pattern = option(u"layout.conversionPattern"_s);
-        return {option(u"file"_s), pattern.isEmpty() ? usualPattern : pattern};
+        const QString logFile = option(u"file"_s);
+        const FileAccess access = fileAccess(logFile);
+        return {access == FileAccess::Readable ? ServiceLog::State::Read
+                : access == FileAccess::Denied ? ServiceLog::State::Denied
+                                               : ServiceLog::State::Missing,
+                logFile, pattern.isEmpty() ? usualPattern : pattern};
     }
     return {};
 }
@@ -186,6 +196,7 @@ ServiceLog ServiceLog::read()
 {
     ServiceLog log;
     const LogPlace place = findLog();
+    log.state_ = place.state;
     log.file_ = place.file;
     if (place.file.isEmpty())
         return log;
@@ -195,6 +206,16 @@ ServiceLog ServiceLog::read()
     log.learn();
     log.learnAttempts();
     return log;
+}
+
+bool ServiceLog::isCompleteSince(const QDateTime &time) const
+{
+    if (lines_.isEmpty() || !time.isValid())
+        return false;
+    // Attempts are announced at level info.
+    const bool hasInfo = std::any_of(lines_.cbegin(), lines_.cend(),
+                                     [](const LogLine &line) { return line.level == u"INFO"; });
+    return hasInfo && lines_.first().time.isValid() && lines_.first().time <= time;
 }
 
 std::optional<Attempt> ServiceLog::lastAttempt(const QString &type, const QString &body,
@@ -359,6 +380,8 @@ QString causeName(Cause cause)
         return u"service"_s;
     case Cause::Turn:
         return u"turn"_s;
+    case Cause::Unknown:
+        return u"unknown"_s;
     case Cause::NoHandler:
         return u"no-handler"_s;
     case Cause::Body:
@@ -384,6 +407,8 @@ QString causeText(Cause cause)
         return text("service in trouble", "сбой внешней службы");
     case Cause::Turn:
         return text("waits for its turn", "ждёт очереди");
+    case Cause::Unknown:
+        return text("not known", "неизвестно");
     case Cause::NoHandler:
         return text("nobody delivers this type", "тип никто не доставляет");
     case Cause::Body:

@@ -47,9 +47,22 @@ struct Attempt
 class ServiceLog
 {
 public:
+    enum class State
+    {
+        /// No log file is configured.
+        None,
+        Missing,
+        /// The file, or the settings of the log, may not be read.
+        Denied,
+        Read
+    };
+
     /// Reads the last megabytes, the file before the current one included when that is short.
     static ServiceLog read();
 
+    State state() const { return state_; }
+    /// Whether every attempt at a row that was written at `time` is in it.
+    bool isCompleteSince(const QDateTime &time) const;
     bool hasFile() const { return !file_.isEmpty(); }
     /// Empty when no log file is configured.
     QString file() const { return file_; }
@@ -67,6 +80,7 @@ private:
     void learn();
     void learnAttempts();
 
+    State state_ = State::None;
     QString file_;
     QList<LogLine> lines_;
     QHash<QString, TypeHistory> histories;
@@ -87,8 +101,10 @@ enum class Cause
     Request,
     /// The service has trouble of its own.
     Service,
-    /// No sign of a failure: its turn has not come.
+    /// It has not been tried, and its turn comes.
     Turn,
+    /// Nothing tells whether it has been tried.
+    Unknown,
     /// Nobody delivers messages of this type.
     NoHandler,
     /// The body is no JSON object.

@@ -68,12 +68,14 @@ struct Destination
 /// What most of the rows that have been tried wait for; their turn when none has been.
 Cause mainCause(const Destination &destination)
 {
-    Cause best = Cause::Turn;
+    Cause best = destination.causes.contains(static_cast<int>(Cause::Unknown)) ? Cause::Unknown
+                                                                               : Cause::Turn;
     int most = 0;
-    for (const auto &[cause, count] : destination.causes.asKeyValueRange()) {
-        if (static_cast<Cause>(cause) == Cause::Turn || count <= most)
+    for (const auto &[number, count] : destination.causes.asKeyValueRange()) {
+        const auto cause = static_cast<Cause>(number);
+        if (cause == Cause::Turn || cause == Cause::Unknown || count <= most)
             continue;
-        best = static_cast<Cause>(cause);
+        best = cause;
         most = count;
     }
     return best;
@@ -87,6 +89,9 @@ QString stateText(Cause cause, const QDateTime &since)
     switch (cause) {
     case Cause::Turn:
         return text("waits for its turn", "ждут очереди");
+    case Cause::Unknown:
+        return text("not known whether it was tried (no log of it)",
+                    "были ли попытки, неизвестно (нет журнала)");
     case Cause::Network:
     case Cause::Certificate:
     case Cause::Service:
@@ -107,6 +112,8 @@ QString stateName(Cause cause)
     switch (cause) {
     case Cause::Turn:
         return u"waiting"_s;
+    case Cause::Unknown:
+        return u"unknown"_s;
     case Cause::Network:
     case Cause::Certificate:
     case Cause::Service:
@@ -143,7 +150,7 @@ Report showShape(const Call & /*call*/)
             ++destination.causes[static_cast<int>(cause)];
             destination.types.insert(row.type);
             const QDateTime since = situation.log.history(row.type).failingSince;
-            if (cause != Cause::Turn && since.isValid()
+            if (cause != Cause::Turn && cause != Cause::Unknown && since.isValid()
                 && (!destination.since.isValid() || since < destination.since))
                 destination.since = since;
             ++total;
@@ -197,7 +204,9 @@ Report showShape(const Call & /*call*/)
                         {u"oldestAgeSeconds"_s, destination.all.oldestSeconds},
                         {u"types"_s, QJsonArray::fromStringList(types)},
                         {u"text"_s, line}});
-        report.line(line, cause == Cause::Turn ? Tone::Plain : Tone::Bad);
+        report.line(line, cause == Cause::Turn      ? Tone::Plain
+                          : cause == Cause::Unknown ? Tone::Careful
+                                                    : Tone::Bad);
     }
     report.data = {
         {u"waiting"_s, total}, {u"destinations"_s, destinationRecords}, {u"rows"_s, groupRecords}};

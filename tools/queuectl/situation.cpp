@@ -149,7 +149,7 @@ Cause Situation::cause(const Row &row) const
     if (!row.object())
         return Cause::Body;
     if (!wasRefused(row))
-        return Cause::Turn;
+        return log.isCompleteSince(row.creationTime) ? Cause::Turn : Cause::Unknown;
     const auto failure = lastFailure(row);
     return failure ? causeOf(failure->text) : Cause::Other;
 }

@@ -1,3 +1,4 @@
+#include "shared/core/paths.h"
 #include "shared/text/escaping.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/controlport.h"
@@ -95,6 +96,43 @@ QJsonObject askControl()
     return control;
 }
 
+QString logStateName(ServiceLog::State state)
+{
+    switch (state) {
+    case ServiceLog::State::None:
+        return u"none"_s;
+    case ServiceLog::State::Missing:
+        return u"missing"_s;
+    case ServiceLog::State::Denied:
+        return u"denied"_s;
+    case ServiceLog::State::Read:
+        break;
+    }
+    return u"read"_s;
+}
+
+/// Why the table tells of no failures although there may have been some.
+QString logGap(const ServiceLog &log)
+{
+    switch (log.state()) {
+    case ServiceLog::State::None:
+        return text(
+            "No log file is kept, so the last failures are not known (journalctl -u queue).",
+            "Файл журнала не ведётся, последние отказы неизвестны (journalctl -u queue).");
+    case ServiceLog::State::Missing:
+        return text("There is no log file %1, so the last failures are not known.",
+                    "Файла журнала %1 нет, последние отказы неизвестны.")
+            .arg(log.file());
+    case ServiceLog::State::Denied:
+        return text(
+            "No rights: this account may not read the log, so the last failures are not known.",
+            "Нет прав: эта учётная запись не может читать журнал, последние отказы неизвестны.");
+    case ServiceLog::State::Read:
+        break;
+    }
+    return {};
+}
+
 } // namespace
 
 Report showStatus(const Call & /*call*/)
@@ -109,6 +147,7 @@ Report showStatus(const Call & /*call*/)
     report.data.insert(u"control"_s, control);
     report.data.insert(u"log"_s,
                        situation.log.hasFile() ? QJsonValue(situation.log.file()) : QJsonValue());
+    report.data.insert(u"logState"_s, logStateName(situation.log.state()));
     report.data.insert(u"failIdsSaved"_s, isoTime(situation.failIds.savedAt));
 
     const bool hasDatabase = database.value(u"state"_s).toString() == u"ok";
@@ -133,7 +172,16 @@ Report showStatus(const Call & /*call*/)
                   {u"lastFailureTime"_s, text("At", "Когда"), Format::Time},
                   {u"lastFailure"_s, text("Last failure", "Последний отказ"), Format::Plain, false,
                    answerWidth}});
-    if (hasDatabase && report.data.value(u"waiting"_s).toInt() == 0)
+    const bool isWaiting = report.data.value(u"waiting"_s).toInt() > 0;
+    const QString gap = logGap(situation.log);
+    if (isWaiting && !gap.isEmpty())
+        report.line(gap, Tone::Careful);
+    if (situation.failIds.isDenied)
+        report.line(text("No rights: this account may not read %1, so the fail ids are not known.",
+                         "Нет прав: эта учётная запись не может читать %1, отказы неизвестны.")
+                        .arg(startIdsFile()),
+                    Tone::Careful);
+    if (hasDatabase && !isWaiting)
         report.line(text("Nothing waits.", "Очередь пуста."), Tone::Good);
     if (!hasDatabase)
         report.exitCode = NoDatabase;

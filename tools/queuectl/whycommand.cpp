@@ -25,7 +25,7 @@ int pollSeconds()
 }
 
 /// The last answer as a part of the sentence.
-QString answerText(const Row &row, const Situation &situation)
+QString answerText(const Row &row, Cause cause, const Situation &situation)
 {
     const auto failure = situation.lastFailure(row);
     if (failure)
@@ -42,7 +42,24 @@ QString answerText(const Row &row, const Situation &situation)
                    : text(
                        "it has been tried and refused, and there is no log file to tell how (journalctl -u queue)",
                        "попытка не удалась, а файл журнала не ведётся (journalctl -u queue)");
-    return text("it has not been tried yet", "попыток ещё не было");
+    if (cause == Cause::Turn)
+        return text("it has not been tried yet", "попыток ещё не было");
+    const QString unknown =
+        text("whether it has been tried is not known here: %1 (journalctl -u queue)",
+             "были ли попытки, здесь неизвестно: %1 (journalctl -u queue)");
+    switch (situation.log.state()) {
+    case ServiceLog::State::None:
+        return unknown.arg(text("no log file is kept", "файл журнала не ведётся"));
+    case ServiceLog::State::Missing:
+        return unknown.arg(text("there is no log file", "файла журнала нет"));
+    case ServiceLog::State::Denied:
+        return unknown.arg(
+            text("this account may not read the log", "эта учётная запись не может читать журнал"));
+    case ServiceLog::State::Read:
+        break;
+    }
+    return unknown.arg(text("the log file does not tell of that time",
+                            "в файле журнала нет записей за это время"));
 }
 
 /// Words by which the rules about such an answer are told in the catalogue.
@@ -98,6 +115,7 @@ QString ruleText(const Row &row, Cause cause)
         return text("its body is no JSON object, so its handler gets an empty one",
                     "тело не объект JSON, обработчик получает пустое");
     case Cause::Turn:
+    case Cause::Unknown:
         return text("rows of a type go one after another, oldest first",
                     "строки одного типа идут по одной, начиная со старшей");
     default:
@@ -211,6 +229,9 @@ QString actorText(const Row &row, Cause cause, PortState service)
             .arg(destination, QString::number(row.id));
     case Cause::Turn:
         return text("nobody has to act", "делать ничего не надо");
+    case Cause::Unknown:
+        return text("look into the service's log before you decide who must act",
+                    "прежде чем решать, кому действовать, посмотрите журнал службы");
     default:
         return text("the engineer must read the log around that time, then ask the owner of %1",
                     "инженеру надо прочесть журнал за это время и обратиться к владельцу %1")
@@ -233,7 +254,7 @@ Report explainRow(const Call &call)
     const PortState service = controlPortState();
     const Cause cause = situation.cause(*row);
     const NextTry next = nextTry(*row, cause, situation, rows, service);
-    const QString answer = answerText(*row, situation);
+    const QString answer = answerText(*row, cause, situation);
     const QString rule = ruleText(*row, cause);
     const QString actor = actorText(*row, cause, service);
     const QString sentence =

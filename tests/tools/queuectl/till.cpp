@@ -8,7 +8,9 @@
 #include <QProcess>
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <pty.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -68,6 +70,12 @@ Outcome Till::run(const QStringList &arguments, const QByteArray &input,
 {
     QProcess process;
     process.setProcessEnvironment(environmentWith(environment));
+    if (obeysFileRights) {
+        process.setChildProcessModifier([] {
+            ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
+            ::prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
+        });
+    }
     process.start(program(), arguments);
     process.write(input);
     process.closeWriteChannel();

@@ -36,6 +36,9 @@ public:
     Outcome runOnTerminal(const QStringList &arguments, const QByteArray &input = {},
                           const QMap<QString, QString> &environment = {});
 
+    /// Files that the account may not read are closed to the program for root too.
+    bool obeysFileRights = false;
+
     quint16 port() const { return reservation.port(); }
     /// `text` in place of the settings, the port put in front.
     void setSettings(const QString &text);

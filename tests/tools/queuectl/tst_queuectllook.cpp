@@ -11,6 +11,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -64,6 +65,11 @@ private Q_SLOTS:
     void whyNamesTheRule();
     void portOfAnotherProgram();
     void whyCountsRowsBefore();
+    void whatIsNotKnownIsSaid_data();
+    void whatIsNotKnownIsSaid();
+    void noRightsIsNotNoDatabase_data();
+    void noRightsIsNotNoDatabase();
+    void failIdsMayNotBeRead();
     void whyNamesTheAnswerToThisRow();
     void whyKnowsWhatTheLogHasOfABody_data();
     void whyKnowsWhatTheLogHasOfABody();
@@ -483,6 +489,7 @@ void TestQueuectlLook::unknownRow()
 
 void TestQueuectlLook::shapeGroups()
 {
+    till->setLog({logLine(7200, u"INFO"_s, u"queue"_s, u"Запуск обработчиков"_s)});
     put();
     till->setAge(put(), 1000);
     put(u"nosuch"_s);
@@ -551,7 +558,8 @@ void TestQueuectlLook::shapeKeepsTypesWithoutAddressApart()
     put(u"heineken"_s, u"{}"_s);
     put(u"cardlab"_s, u"{}"_s);
     till->setFailIds("{\"heineken\":1}");
-    till->setLog({logLine(60, u"ERROR"_s, u"heineken"_s, refusal)});
+    till->setLog({logLine(90, u"INFO"_s, u"queue"_s, u"Запуск обработчиков"_s),
+                  logLine(60, u"ERROR"_s, u"heineken"_s, refusal)});
     const QJsonArray destinations =
         till->run({u"shape"_s, u"--json"_s}).json().value(u"destinations"_s).toArray();
     QCOMPARE(destinations.size(), 2);
@@ -665,11 +673,106 @@ void TestQueuectlLook::whyCountsRowsBefore()
     const int nosuch = put(u"nosuch"_s);
     const int broken = put(u"cardlab"_s, u"broken"_s);
     const int fresh = put();
+    till->setLog({logLine(60, u"INFO"_s, u"queue"_s, u"Запуск обработчиков"_s)});
     QCOMPARE(why(nosuch).value(u"cause"_s).toString(), u"no-handler"_s);
     QCOMPARE(why(broken).value(u"cause"_s).toString(), u"body"_s);
     const QJsonObject reason = why(fresh);
     QCOMPARE(reason.value(u"cause"_s).toString(), u"turn"_s);
     QVERIFY(reason.value(u"lastAnswer"_s).toString().contains(u"not been tried"));
+}
+
+void TestQueuectlLook::whatIsNotKnownIsSaid_data()
+{
+    QTest::addColumn<QString>("log");
+    QTest::addColumn<QString>("answer");
+    QTest::addColumn<QString>("cause");
+    QTest::addColumn<QString>("logState");
+    const QString unknown = u"not known here: "_s;
+    QTest::newRow("default installation")
+        << u"none"_s << unknown + u"no log file is kept"_s << u"unknown"_s << u"none"_s;
+    QTest::newRow("file is missing")
+        << u"missing"_s << unknown + u"there is no log file"_s << u"unknown"_s << u"missing"_s;
+    QTest::newRow("file is closed")
+        << u"closed"_s << unknown + u"this account may not read the log"_s << u"unknown"_s
+        << u"denied"_s;
+    QTest::newRow("settings are closed")
+        << u"closed settings"_s << unknown + u"this account may not read the log"_s << u"unknown"_s
+        << u"denied"_s;
+    QTest::newRow("file begins later")
+        << u"later"_s << unknown + u"the log file does not tell of that time"_s << u"unknown"_s
+        << u"read"_s;
+    QTest::newRow("file has warnings only")
+        << u"warnings"_s << unknown + u"the log file does not tell of that time"_s << u"unknown"_s
+        << u"read"_s;
+    QTest::newRow("file tells") << u"whole"_s << u"it has not been tried yet"_s << u"turn"_s
+                                << u"read"_s;
+}
+
+void TestQueuectlLook::whatIsNotKnownIsSaid()
+{
+    QFETCH(const QString, log);
+    QFETCH(const QString, answer);
+    QFETCH(const QString, logState);
+    const int id = put();
+    till->setAge(id, 3000);
+    till->obeysFileRights = true;
+    if (log != u"none")
+        till->setLog(
+            {logLine(log == u"later" ? 60 : 7200, log == u"warnings" ? u"WARN"_s : u"INFO"_s,
+                     u"queue"_s, u"Запуск обработчиков"_s)});
+    const QString file = till->database.root() + u"/log/queue.log"_s;
+    if (log == u"missing")
+        QVERIFY(QFile::remove(file));
+    if (log == u"closed")
+        QVERIFY(QFile::setPermissions(file, {}));
+    if (log == u"closed settings")
+        QVERIFY(QFile::setPermissions(
+            till->database.root() + u"/tallocash/cash/queue/config/log4qt.properties"_s, {}));
+    const QJsonObject reason = why(id);
+    QVERIFY2(reason.value(u"lastAnswer"_s).toString().contains(answer),
+             qPrintable(reason.value(u"lastAnswer"_s).toString()));
+    QTEST(reason.value(u"cause"_s).toString(), "cause");
+    QCOMPARE(till->run({u"status"_s, u"--json"_s}).json().value(u"logState"_s).toString(),
+             logState);
+    const QString status = till->run({u"status"_s}).out;
+    QCOMPARE(status.contains(u"last failures are not known"_s), logState != u"read");
+    QCOMPARE(status.contains(u"No rights"_s), logState == u"denied");
+    QCOMPARE(
+        till->run({u"doctor"_s}).out.contains(u"no rights: this account may not read the log"_s),
+        logState == u"denied");
+}
+
+void TestQueuectlLook::noRightsIsNotNoDatabase_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::newRow("file") << u"/tallocash/cash/queue/queues.db"_s;
+    QTest::newRow("folder") << u"/tallocash/cash/queue"_s;
+}
+
+void TestQueuectlLook::noRightsIsNotNoDatabase()
+{
+    QFETCH(const QString, path);
+    put();
+    till->obeysFileRights = true;
+    const QString full = till->database.root() + path;
+    const QFile::Permissions before = QFile::permissions(full);
+    QVERIFY(QFile::setPermissions(full, {}));
+    const auto reset = qScopeGuard([&] { QFile::setPermissions(full, before); });
+    const Outcome list = till->run({u"list"_s, u"heineken"_s});
+    QCOMPARE(list.exitCode, ExitCode::NoDatabase);
+    QVERIFY2(list.err.startsWith(u"No rights: this account may not read the database"),
+             qPrintable(list.err));
+    QVERIFY(till->run({u"status"_s}).out.contains(u"No rights: this account may not read the"));
+}
+
+void TestQueuectlLook::failIdsMayNotBeRead()
+{
+    put();
+    till->setFailIds("{\"heineken\":1}");
+    till->obeysFileRights = true;
+    QVERIFY(QFile::setPermissions(till->database.root() + u"/tallocash/cash/queue/ids.json"_s, {}));
+    const QString status = till->run({u"status"_s}).out;
+    QVERIFY2(status.contains(u"ids.json, so the fail ids are not known"), qPrintable(status));
 }
 
 void TestQueuectlLook::whyNamesTheAnswerToThisRow()
