@@ -696,7 +696,7 @@ void TestNetworkFaults::largeDocuments()
         return;
     QVERIFY(till.peakMemory() < tillDocumentMemoryLimit);
     // The log keeps the buffers of its longest line, which has the whole message in it.
-    QVERIFY(stand::waitUntil([&] { return till.memory() < before + 48 * 1024; }));
+    QVERIFY(stand::waitUntil([&] { return till.memory() < before + 32 * 1024; }));
 }
 
 /// The two types that speak plain TCP. `dssl` only hands its bytes over, so it is done once it was connected;
