@@ -5,11 +5,13 @@
 #include "shared/core/paths.h"
 #include "shared/core/singleton.h"
 #include "tools/queuectl/certificatecheck.h"
+#include "tools/queuectl/concerns.h"
 #include "tools/queuectl/controlport.h"
 #include "tools/queuectl/failids.h"
 #include "tools/queuectl/failure.h"
 #include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/openfiles.h"
+#include "tools/queuectl/report.h"
 #include "tools/queuectl/servicelog.h"
 #include "tools/queuectl/settingsfiles.h"
 #include "tools/queuectl/text.h"
@@ -49,6 +51,7 @@ public:
     void port();
     void certificates();
     void log();
+    void rows();
 
 private:
     void add(State state, const QString &area, const QString &what)
@@ -445,6 +448,25 @@ void Examination::log()
         add(State::Ok, u"log"_s, info.filePath());
 }
 
+void Examination::rows()
+{
+    QList<Concern> concerns;
+    try {
+        MessageRows table;
+        concerns = concernsOf(table, Situation::read());
+    } catch (const BasicException &) {
+        // The database's own check has told.
+        return;
+    }
+    for (const Concern &concern : std::as_const(concerns))
+        add(State::Warning, u"rows"_s,
+            shortened(concern.type, usualWidth) + u": "_s + concern.text);
+    if (concerns.isEmpty())
+        add(State::Ok, u"rows"_s,
+            text("every type is delivered, and no row waits for more than an hour",
+                 "все типы доставляются, больше часа не ждёт ни одна строка"));
+}
+
 } // namespace
 
 QList<Check> runChecks()
@@ -458,6 +480,7 @@ QList<Check> runChecks()
     examination.port();
     examination.certificates();
     examination.log();
+    examination.rows();
     return examination.checks;
 }
 

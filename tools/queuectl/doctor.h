@@ -16,7 +16,7 @@ struct Check
         Warning,
         Error
     } state = State::Ok;
-    /// settings, database, rights, openssl, clock, port, certificates, log.
+    /// settings, database, rights, openssl, clock, port, certificates, log, rows.
     QString area;
     QString text;
     /// Where to look, for settings.

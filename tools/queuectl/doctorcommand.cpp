@@ -38,6 +38,7 @@ QString areaText(const QString &area)
         {u"port"_s, "port", "порт"},
         {u"certificates"_s, "certificates", "сертификаты"},
         {u"log"_s, "log", "журнал"},
+        {u"rows"_s, "rows", "строки"},
     };
     for (const Area &known : areas) {
         if (known.name == area)
@@ -54,6 +55,7 @@ Report examine(const Call & /*call*/)
     QJsonArray records;
     int errors = 0;
     int warnings = 0;
+    bool hasConcerns = false;
     for (const Check &check : checks) {
         QJsonObject record{{u"state"_s, stateName(check.state)},
                            {u"area"_s, check.area},
@@ -66,6 +68,7 @@ Report examine(const Call & /*call*/)
         records.append(record);
         errors += check.state == Check::State::Error ? 1 : 0;
         warnings += check.state == Check::State::Warning ? 1 : 0;
+        hasConcerns |= check.state == Check::State::Warning && check.area == u"rows";
     }
     Report report;
     report.data = {{u"checks"_s, records}, {u"errors"_s, errors}, {u"warnings"_s, warnings}};
@@ -78,7 +81,7 @@ Report examine(const Call & /*call*/)
                 errors > 0     ? Tone::Bad
                 : warnings > 0 ? Tone::Careful
                                : Tone::Good);
-    report.exitCode = errors > 0 ? Found : Done;
+    report.exitCode = errors > 0 || hasConcerns ? Found : Done;
     return report;
 }
 

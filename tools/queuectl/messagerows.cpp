@@ -148,11 +148,18 @@ MessageRows::MessageRows()
                                       .arg(databaseFile()));
 }
 
-QList<TypeRows> MessageRows::types()
+QList<TypeRows> MessageRows::types(const QDateTime &writtenBefore)
 {
     QList<TypeRows> result;
-    const auto rows = run(
-        u"SELECT type, COUNT(*), MIN(creationtime) FROM message GROUP BY type ORDER BY type"_s, {});
+    QString condition;
+    QVariantList values;
+    if (writtenBefore.isValid()) {
+        condition = u"WHERE creationtime < ? "_s;
+        values.append(writtenBefore.toString(u"yyyy-MM-dd HH:mm:ss"_s));
+    }
+    const auto rows = run(u"SELECT type, COUNT(*), MIN(creationtime) FROM message "_s + condition
+                              + u"GROUP BY type ORDER BY type"_s,
+                          values);
     for (const QVariantList &row : rows)
         result.append({row[0].toString(), row[1].toInt(), tillTime(row[2])});
     return result;

@@ -43,7 +43,8 @@ class MessageRows
 public:
     MessageRows();
 
-    QList<TypeRows> types();
+    /// What waits, by type; with a time, only rows that were written before.
+    QList<TypeRows> types(const QDateTime &writtenBefore = QDateTime());
     std::optional<Row> find(int id);
     /// Up to `limit` rows with an id above `after`, ascending; with a type or card, of that one.
     QList<Row> page(const QString &type, int after, int limit,

@@ -81,13 +81,8 @@ QString cellText(const QJsonValue &value, Format format)
 /// The value in its column, cut to the width that the column may have.
 QString tableCell(const QJsonValue &value, const Column &column)
 {
-    QString shown = cellText(value, column.format);
-    if (column.widest == anyWidth || shown.size() <= column.widest)
-        return shown;
-    shown.truncate(column.widest - 1);
-    if (shown.back().isHighSurrogate())
-        shown.chop(1);
-    return shown + u'…';
+    const QString shown = cellText(value, column.format);
+    return column.widest == anyWidth ? shown : shortened(shown, column.widest);
 }
 
 QString cell(const QString &text, qsizetype width, const Column &column, const QString &value,
@@ -216,6 +211,16 @@ QString Report::toText(bool withColours) const
 QByteArray Report::toJson() const
 {
     return escaping::escapedJson(QJsonDocument(data).toJson());
+}
+
+QString shortened(const QString &text, qsizetype widest)
+{
+    if (text.size() <= widest)
+        return text;
+    QString result = text.left(widest - 1);
+    if (result.back().isHighSurrogate())
+        result.chop(1);
+    return result + u'…';
 }
 
 QString coloured(const QString &text, Tone tone, bool withColours)

@@ -95,6 +95,9 @@ private:
     QList<Block> blocks;
 };
 
+/// `text`, cut with an ellipsis when it has more than `widest` characters.
+QString shortened(const QString &text, qsizetype widest);
+
 /// `text` in the colour of its tone.
 QString coloured(const QString &text, Tone tone, bool withColours);
 

@@ -1,6 +1,7 @@
 #include "shared/core/paths.h"
 #include "shared/text/escaping.h"
 #include "tools/queuectl/command.h"
+#include "tools/queuectl/concerns.h"
 #include "tools/queuectl/controlport.h"
 #include "tools/queuectl/masking.h"
 #include "tools/queuectl/situation.h"
@@ -59,7 +60,15 @@ QJsonObject readDatabase(QJsonObject &data, const Situation &situation, bool isS
     QJsonObject database = databasePlace();
     QList<TypeRows> types;
     try {
-        types = MessageRows().types();
+        MessageRows rows;
+        types = rows.types();
+        QJsonArray concerns;
+        for (const Concern &concern : concernsOf(rows, situation))
+            concerns.append(QJsonObject{{u"type"_s, concern.type},
+                                        {u"kind"_s, kindName(concern.kind)},
+                                        {u"rows"_s, concern.count},
+                                        {u"text"_s, concern.text}});
+        data.insert(u"concerns"_s, concerns);
     } catch (const BasicException &exception) {
         database.insert(u"state"_s, u"unreachable"_s);
         database.insert(u"text"_s, exception.tr().ru());
@@ -140,6 +149,7 @@ Report showStatus(const Call & /*call*/)
     const Situation situation = Situation::read();
     Report report;
     report.data.insert(u"types"_s, QJsonArray());
+    report.data.insert(u"concerns"_s, QJsonArray());
     const QJsonObject control = askControl();
     const QJsonObject database =
         readDatabase(report.data, situation, control.value(u"state"_s).toString() == u"ok");
@@ -172,6 +182,13 @@ Report showStatus(const Call & /*call*/)
                   {u"lastFailureTime"_s, text("At", "Когда"), Format::Time},
                   {u"lastFailure"_s, text("Last failure", "Последний отказ"), Format::Plain, false,
                    answerWidth}});
+    const QJsonArray concerns = report.data.value(u"concerns"_s).toArray();
+    if (!concerns.isEmpty()) {
+        report.line(QString());
+        report.table(u"concerns"_s,
+                     {{u"type"_s, text("Needs a look", "Требует внимания")},
+                      {u"text"_s, text("Why", "Почему"), Format::Plain, false, anyWidth}});
+    }
     const bool isWaiting = report.data.value(u"waiting"_s).toInt() > 0;
     const QString gap = logGap(situation.log);
     if (isWaiting && !gap.isEmpty())
@@ -187,6 +204,8 @@ Report showStatus(const Call & /*call*/)
         report.exitCode = NoDatabase;
     else if (!hasService)
         report.exitCode = NoService;
+    else if (!concerns.isEmpty())
+        report.exitCode = Found;
     return report;
 }
 

@@ -36,6 +36,8 @@ private Q_SLOTS:
     void init();
     void statusOfAnEmptyQueue();
     void statusShowsTypes();
+    void concerns_data();
+    void concerns();
     void statusWithoutDatabase_data();
     void statusWithoutDatabase();
     void listPages();
@@ -142,6 +144,49 @@ void TestQueuectlLook::statusShowsTypes()
     const QString text = till->run({u"status"_s}).out;
     QVERIFY2(text.contains(u"2 h 11 min"), qPrintable(text));
     QVERIFY2(text.contains(refusal), qPrintable(text));
+}
+
+void TestQueuectlLook::concerns_data()
+{
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<int>("age");
+    QTest::addColumn<QStringList>("words");
+    QTest::addColumn<QString>("concern");
+    const QString delivered = u"Удаление сообщения 7"_s;
+    QTest::newRow("new row") << u"heineken"_s << 3000 << QStringList{} << QString();
+    QTest::newRow("old row") << u"heineken"_s << 3700 << QStringList{}
+                             << u"old: rows that wait for more than an hour: 1"_s;
+    QTest::newRow("nobody delivers it")
+        << u"nosuch"_s << 0 << QStringList{} << u"no-handler: nobody delivers this type, rows: 1"_s;
+    QTest::newRow("has only failed") << u"heineken"_s << 0 << QStringList{refusal}
+                                     << u"only-failed: the log has refusals only, rows: 1"_s;
+    QTest::newRow("was delivered and failed")
+        << u"heineken"_s << 0 << QStringList{delivered, refusal} << QString();
+    QTest::newRow("failed and was delivered")
+        << u"heineken"_s << 0 << QStringList{refusal, delivered} << QString();
+}
+
+void TestQueuectlLook::concerns()
+{
+    QFETCH(const QString, type);
+    QFETCH(const int, age);
+    QFETCH(const QStringList, words);
+    QFETCH(const QString, concern);
+    till->setAge(put(type), age);
+    QStringList lines;
+    for (const QString &text : words)
+        lines.append(logLine(60, text == refusal ? u"ERROR"_s : u"INFO"_s, type, text));
+    till->setLog(lines);
+    QStringList found;
+    const QJsonObject status = till->run({u"status"_s, u"--json"_s}).json();
+    for (const QJsonValue &value : status.value(u"concerns"_s).toArray())
+        found.append(value[u"kind"_s].toString() + u": "_s + value[u"text"_s].toString());
+    QCOMPARE(found, concern.isEmpty() ? QStringList{} : QStringList{concern});
+    const QString text = concern.section(u": "_s, 1);
+    QVERIFY(till->run({u"status"_s}).out.contains(text));
+    const QString doctor = till->run({u"doctor"_s}).out;
+    QVERIFY2(doctor.contains(concern.isEmpty() ? u"every type is delivered"_s : text),
+             qPrintable(doctor));
 }
 
 void TestQueuectlLook::statusWithoutDatabase_data()

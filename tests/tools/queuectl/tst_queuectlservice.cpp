@@ -147,7 +147,12 @@ void TestQueuectlService::statusAndWhy()
             .value(u"lastFailure"_s)
             .isString();
     }));
-    QCOMPARE(till->run({u"status"_s}).exitCode, ExitCode::Done);
+    // The service runs, and its one type has only failed so far.
+    QCOMPARE(till->run({u"status"_s}).exitCode, ExitCode::Found);
+    const QJsonArray concerns = status.value(u"concerns"_s).toArray();
+    QCOMPARE(concerns.size(), 1);
+    QCOMPARE(concerns.at(0)[u"kind"_s].toString(), u"only-failed"_s);
+    QCOMPARE(till->run({u"doctor"_s}).exitCode, ExitCode::Found);
     const QJsonObject type = status.value(u"types"_s).toArray().at(0).toObject();
     QCOMPARE(type.value(u"waiting"_s).toInt(), 1);
     QVERIFY(type.value(u"lastFailure"_s).toString().contains(u"отклонил соединение"));

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "tools/queuectl/messagerows.h"
+#include "tools/queuectl/situation.h"
+
+#include <QList>
+#include <QString>
+
+namespace queuectl {
+
+/// Rows that somebody has to look after.
+struct Concern
+{
+    enum class Kind
+    {
+        /// Nobody delivers the type.
+        NoHandler,
+        /// The log knows of refusals of the type and of no delivery.
+        OnlyFailed,
+        /// Rows that have waited for more than an hour.
+        Old
+    } kind = Kind::Old;
+    QString type;
+    /// How many rows it is about.
+    int count = 0;
+    /// For the operator.
+    QString text;
+};
+
+/// What is wrong with the rows that wait, by type; each type is named once, by its gravest concern.
+/// Throws Failure.
+QList<Concern> concernsOf(MessageRows &rows, const Situation &situation);
+/// The name in the JSON form.
+QString kindName(Concern::Kind kind);
+
+} // namespace queuectl
