@@ -1,0 +1,133 @@
+#include "shared/core/writegate.h"
+
+#include "shared/core/guarded.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+/// The waiting removals that one turn carries out beside its own. However the turn ends, they go
+/// on: their rows are removed, or they have a turn each.
+class WriteGate::Group
+{
+public:
+    explicit Group(WriteGate &gate)
+        : gate(gate)
+    {
+        const std::scoped_lock lock(gate.mutex);
+        for (auto next = gate.line.begin(); next != gate.line.end();) {
+            const auto place = next++;
+            if (!(*place)->isRemoval)
+                continue;
+            (*place)->isLed = true;
+            led.splice(led.end(), gate.line, place);
+        }
+    }
+    ~Group()
+    {
+        const std::scoped_lock lock(gate.mutex);
+        for (Waiter *waiter : led) {
+            waiter->isRemoved = isRemoved;
+            waiter->isRemoval = false;
+            waiter->isLed = false;
+            // Its condition is gone as soon as it has the mutex.
+            waiter->wake.notify_one();
+        }
+        if (!isRemoved)
+            gate.line.splice(gate.line.begin(), led);
+    }
+    Group(const Group &) = delete;
+
+    WriteGate &gate;
+    std::list<Waiter *> led;
+    bool isRemoved = false;
+};
+
+WriteGate &WriteGate::of(dev_t device, ino_t inode)
+{
+    // Never destroyed: a worker may outlive main().
+    static auto *const gates = new Guarded<std::map<std::pair<dev_t, ino_t>, WriteGate>>;
+    const QMutexLocker locker(&gates->mutex);
+    return gates->value.try_emplace({device, inode}).first->second;
+}
+
+WriteGate::Turn WriteGate::enter(WriteGate *gate)
+{
+    if (!gate)
+        return {};
+    Waiter waiter;
+    return gate->await(waiter);
+}
+
+std::optional<WriteGate::Turn> WriteGate::remove(int id, const RemoveAll &removeAll)
+{
+    Waiter own;
+    own.id = id;
+    own.isRemoval = true;
+    Turn turn = await(own);
+    if (own.isRemoved)
+        return std::nullopt;
+    if (!turn || !own.isRemoval)
+        return turn;
+
+    Group group(*this);
+    if (group.led.empty())
+        return turn;
+    std::vector<int> ids{id};
+    for (const Waiter *waiter : group.led)
+        ids.push_back(waiter->id);
+    group.isRemoved = removeAll(ids);
+    return group.isRemoved ? std::nullopt : std::optional<Turn>(std::move(turn));
+}
+
+int WriteGate::waiting() const
+{
+    const std::scoped_lock lock(mutex);
+    return static_cast<int>(line.size());
+}
+
+WriteGate::Clock::duration WriteGate::opening(Clock::duration turn)
+{
+    // SQLite never sleeps longer between two tries of the till's.
+    constexpr Clock::duration longest = std::chrono::milliseconds(100);
+    return std::min(turn, longest);
+}
+
+WriteGate::Turn WriteGate::await(Waiter &waiter)
+{
+    std::unique_lock lock(mutex);
+    line.push_back(&waiter);
+    auto deadline = Clock::now() + patience;
+    while (!waiter.isRemoved) {
+        if (waiter.isLed) {
+            waiter.wake.wait(lock, [&waiter] { return !waiter.isLed; });
+            deadline = Clock::now() + patience;
+            continue;
+        }
+        const auto now = Clock::now();
+        const bool isNext = !isTaken && line.front() == &waiter;
+        if (isNext && now >= openUntil) {
+            line.pop_front();
+            isTaken = true;
+            turnBegin = now;
+            return Turn(this);
+        }
+        if (!isNext && now >= deadline) {
+            line.remove(&waiter);
+            break;
+        }
+        waiter.wake.wait_until(lock, isNext ? openUntil : deadline);
+    }
+    return {};
+}
+
+void WriteGate::leave()
+{
+    const std::scoped_lock lock(mutex);
+    isTaken = false;
+    if (line.empty())
+        return;
+    const auto now = Clock::now();
+    openUntil = now + opening(now - turnBegin);
+    line.front()->wake.notify_one();
+}
