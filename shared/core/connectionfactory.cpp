@@ -5,6 +5,7 @@
 #include "shared/core/databasevalues.h"
 #include "shared/core/paths.h"
 #include "shared/core/singleton.h"
+#include "shared/core/writegate.h"
 
 #include <log4qt/logmanager.h>
 
@@ -279,6 +280,15 @@ void ConnectionFactory::shrinkLog(const QString &name)
     query.exec(u"PRAGMA queues.wal_checkpoint(TRUNCATE)"_s);
     query.finish();
     query.exec(u"PRAGMA busy_timeout = %1"_s.arg(busyTimeoutMs));
+}
+
+WriteGate *ConnectionFactory::gateOf(const QSqlDatabase &database) const
+{
+    if (isServerDriver(database.driverName()))
+        return nullptr;
+    const QMutexLocker locker(&files.mutex);
+    const auto file = files.value.constFind(database.connectionName());
+    return file == files.value.constEnd() ? nullptr : &WriteGate::of(file->device, file->inode);
 }
 
 void ConnectionFactory::setWithCheck(bool check)

@@ -8,6 +8,8 @@
 
 #include <atomic>
 
+class WriteGate;
+
 /// Opens the till's database as the settings of section `database` say: an SQLite file by default, or
 /// a MariaDB or MySQL server.
 ///
@@ -32,6 +34,8 @@ public:
     /// beyond the ordinary and nobody needs it; what it holds goes into the file. Waits for
     /// nobody.
     void shrinkLog(const QString &name);
+    /// Where writers of the connection's file wait for their turn; null on a server.
+    WriteGate *gateOf(const QSqlDatabase &database) const;
 
     /// Whether an open connection is tried with a statement before it is handed out; true at first.
     static void setWithCheck(bool check);

@@ -4,6 +4,7 @@
 #include "shared/core/connectionfactory.h"
 #include "shared/core/databasevalues.h"
 #include "shared/core/singleton.h"
+#include "shared/core/writegate.h"
 
 #include <QJsonDocument>
 #include <QSqlError>
@@ -16,7 +17,9 @@ DBQueueBroker::~DBQueueBroker() = default;
 void DBQueueBroker::enqueue(const QString &type, const QJsonObject &message,
                             const QString &cardNumber)
 {
-    QSqlQuery query(Singleton<ConnectionFactory>::instance()->getConnection());
+    ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
+    const QSqlDatabase database = factory->getConnection();
+    QSqlQuery query(database);
     const bool isPrepared =
         query.prepare(u"INSERT INTO message (type, body, cardnumber, statuscode) "
                       "VALUES (:type, :body, :cardNumber, '')"_s);
@@ -24,6 +27,7 @@ void DBQueueBroker::enqueue(const QString &type, const QJsonObject &message,
     query.bindValue(u":body"_s,
                     QString::fromUtf8(QJsonDocument(message).toJson(QJsonDocument::Compact)));
     query.bindValue(u":cardNumber"_s, cardNumber.isNull() ? u""_s : cardNumber);
+    const WriteGate::Turn turn = WriteGate::enter(factory->gateOf(database));
     // A statement that was not prepared has its reason already; running it would hide that.
     if (!isPrepared || !query.exec())
         throw BasicException(u"Не удалось записать сообщение типа '%1' в очередь: %2"_s.arg(

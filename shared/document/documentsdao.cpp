@@ -4,6 +4,7 @@
 #include "shared/core/connectionfactory.h"
 #include "shared/core/databasevalues.h"
 #include "shared/core/singleton.h"
+#include "shared/core/writegate.h"
 
 #include <log4qt/logmanager.h>
 
@@ -35,6 +36,14 @@ QSqlQuery run(const QString &statement, const QVariantList &values, const QStrin
         throw BasicException(
             u"%1: %2"_s.arg(what, databaseErrorText(query.lastError(), query.lastQuery())));
     return query;
+}
+
+/// As run(), for a statement that writes.
+QSqlQuery write(const QString &statement, const QVariantList &values, const QString &what)
+{
+    ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
+    const WriteGate::Turn turn = WriteGate::enter(factory->gateOf(factory->getConnection()));
+    return run(statement, values, what);
 }
 
 /// Never null, as the columns are.
@@ -94,7 +103,7 @@ void DocumentsDao::updateCard(const DocumentCardRecord &card)
 
     const QString statement =
         u"UPDATE documentcard SET "_s + columns.join(u", "_s) + u" WHERE id = ?"_s;
-    const QSqlQuery update = run(statement, values + QVariantList{id}, what);
+    const QSqlQuery update = write(statement, values + QVariantList{id}, what);
     // A server does not count a row that had these values already.
     if (update.numRowsAffected() < 1
         && !run(u"SELECT 1 FROM documentcard WHERE id = ?"_s, {id}, what).next())

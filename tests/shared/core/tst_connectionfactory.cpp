@@ -4,6 +4,7 @@
 #include "shared/core/dbqueuebroker.h"
 #include "shared/core/paths.h"
 #include "shared/core/singleton.h"
+#include "shared/core/writegate.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mariadbserver.h"
 #include "tests/support/queuedatabase.h"
@@ -25,6 +26,7 @@
 #include <latch>
 #include <linux/capability.h>
 #include <sys/prctl.h>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -101,6 +103,7 @@ private Q_SLOTS:
     void sqliteFileThatIsGoneIsNoticed();
     void sqliteFileThatWasReplacedIsNoticed();
     void sqliteFileThatIsGoneTakesNoRows();
+    void sqliteFileHasOneGate();
 
     void serverIsReachedOverTheSocket();
     void serverConnectionLostAndReopened();
@@ -123,6 +126,8 @@ private Q_SLOTS:
     void removalIsSilent();
     void brokerWritesOneRow_data() { bothDatabases(); }
     void brokerWritesOneRow();
+    void brokerWaitsForItsTurn_data() { bothDatabases(); }
+    void brokerWaitsForItsTurn();
     void brokerThrowsWithoutTable_data() { bothDatabases(); }
     void brokerThrowsWithoutTable();
 
@@ -371,6 +376,27 @@ void TestConnectionFactory::sqliteFileThatIsGoneTakesNoRows()
     QCOMPARE(queue->ids().size(), 1);
 }
 
+/// By whatever path it is reached, and another one after it was replaced.
+void TestConnectionFactory::sqliteFileHasOneGate()
+{
+    const QString link = queue->root() + u"/link.db"_s;
+    WriteGate *const gate = factory->gateOf(factory->getConnection());
+    QVERIFY(gate);
+    QVERIFY(QFile::link(queue->file(), link));
+    onThreads(2, [&] {
+        queue->ids();
+        WriteGate *const own = factory->gateOf(factory->getConnection());
+        removeOwnConnection();
+        QCOMPARE(own, gate);
+    });
+    removeOwnConnection();
+    queue->setSettings(u"[database]\nname = %1\n"_s.arg(link));
+    QCOMPARE(factory->gateOf(factory->getConnection()), gate);
+    removeOwnConnection();
+    queue->setSettings(u"[database]\nname = %1/other.db\n"_s.arg(queue->root()));
+    QVERIFY(factory->gateOf(factory->getConnection()) != gate);
+}
+
 void TestConnectionFactory::serverIsReachedOverTheSocket()
 {
     queue->setSettings(server->settings());
@@ -538,6 +564,26 @@ void TestConnectionFactory::brokerWritesOneRow()
     QCOMPARE(rows[1][1].toByteArray(), "{}");
     QVERIFY(!rows[1][2].isNull());
     QCOMPARE(rows[1][2].toString(), u""_s);
+}
+
+void TestConnectionFactory::brokerWaitsForItsTurn()
+{
+    useDatabase();
+    WriteGate *gate = factory->gateOf(factory->getConnection());
+    QCOMPARE(gate == nullptr, QTest::currentDataTag() == "MariaDB"_ba);
+    WriteGate::Turn held = WriteGate::enter(gate);
+    std::thread writer([] {
+        Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, {}, QString());
+        removeOwnConnection();
+    });
+    if (gate) {
+        while (gate->waiting() == 0)
+            std::this_thread::yield();
+        QCOMPARE(queue->ids().size(), 0);
+    }
+    held.end();
+    writer.join();
+    QCOMPARE(queue->ids().size(), 1);
 }
 
 void TestConnectionFactory::brokerThrowsWithoutTable()

@@ -1,6 +1,7 @@
 #include "shared/core/basicexception.h"
 #include "shared/core/connectionfactory.h"
 #include "shared/core/singleton.h"
+#include "shared/core/writegate.h"
 #include "shared/document/documentsdao.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mariadbserver.h"
@@ -9,6 +10,8 @@
 
 #include <QJsonDocument>
 #include <QTest>
+
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -47,6 +50,7 @@ private Q_SLOTS:
     void sameValuesAreNoMissingCard();
     void failureIsABasicException_data() { bothDatabases(); }
     void failureIsABasicException();
+    void writesWaitForTheirTurn();
 
 private:
     static void bothDatabases();
@@ -285,6 +289,33 @@ void TestDocumentsDao::failureIsABasicException()
     for (int i = 0; i < texts.size(); ++i)
         QVERIFY2(texts[i].startsWith(openings[i]) && texts[i].contains(u"documentcard"_s),
                  qPrintable(texts[i]));
+}
+
+/// Reading does not.
+void TestDocumentsDao::writesWaitForTheirTurn()
+{
+    const int id = put(u"1"_s, u"77"_s, u"old"_s);
+    ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
+    WriteGate *gate = factory->gateOf(factory->getConnection());
+    QVERIFY(gate);
+    std::thread writer;
+    {
+        const WriteGate::Turn held = WriteGate::enter(gate);
+        writer = std::thread([id] {
+            DocumentCardRecord card;
+            card.setId(id);
+            card.setOperationId(u"new"_s);
+            DocumentsDao().updateCard(card);
+            ConnectionFactory *own = Singleton<ConnectionFactory>::instance();
+            const QString name = own->getConnection().connectionName();
+            own->removeConnection(name);
+        });
+        while (gate->waiting() == 0)
+            std::this_thread::yield();
+        QCOMPARE(dao.readCard(id, false)->getOperationId(), u"old"_s);
+    }
+    writer.join();
+    QCOMPARE(dao.readCard(id, false)->getOperationId(), u"new"_s);
 }
 
 void TestDocumentsDao::bothDatabases()
