@@ -12,6 +12,8 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace queue {
@@ -115,7 +117,15 @@ QList<Message> DAO::getMessages(const QString &type, int failId, int limit, bool
 void DAO::deleteMessage(int id)
 {
     logger->debug(u"Удаление сообщения с идентификатором '%1'"_s, id);
-    execQuery(removal, {{u":messageid"_s, id}});
+    if (!isReady())
+        return;
+    if (!gate)
+        return execQuery(removal, {{u":messageid"_s, id}});
+    const auto turn =
+        gate->remove(id, [this](const std::vector<int> &ids) { return removeAll(ids); });
+    // Without one the row went with those of other workers.
+    if (turn)
+        execQuery(removal, {{u":messageid"_s, id}});
 }
 
 void DAO::connect()
@@ -130,6 +140,7 @@ void DAO::connect()
     connectionName = connectionFactory()->getConnection().connectionName();
 
     const QSqlDatabase database = connectionFactory()->getConnection();
+    gate = connectionFactory()->gateOf(database);
     const std::pair<QSqlQuery &, QString> statements[] = {
         {typeCounts, typeCountsStatement},
         {countByType, countByTypeStatement},
@@ -177,6 +188,9 @@ QList<TypeCount> DAO::getMessageTypeCounts()
 
 void DAO::updateStatusCode(int id, const QString &statusCode)
 {
+    if (!isReady())
+        return;
+    const WriteGate::Turn turn = WriteGate::enter(gate);
     execQuery(statusUpdate, {{u":id"_s, id}, {u":statusCode"_s, statusCode}});
 }
 
@@ -209,17 +223,56 @@ void DAO::resetErrorsCount()
     errorsCount = 0;
 }
 
+bool DAO::isReady()
+{
+    if (connected)
+        return true;
+    try {
+        connect();
+        return true;
+    } catch (const BasicException &exception) {
+        logger->error(exception.tr().ru());
+        ++errorsCount;
+        return false;
+    }
+}
+
+bool DAO::removeAll(const std::vector<int> &ids)
+{
+    if (!isFileCurrentFor(removal))
+        return false;
+    QSqlQuery transaction(QSqlDatabase::database(connectionName, false));
+    // Immediate, so that the till's lock is waited for before anything has been read.
+    if (!transaction.exec(u"BEGIN IMMEDIATE"_s)) {
+        logger->debug(u"Сообщения удаляются по одному: %1"_s, transaction.lastError().text());
+        return false;
+    }
+    auto undo = qScopeGuard([&] {
+        removal.finish();
+        // SQLite may have ended the transaction already; it then refuses this and begins another
+        // one. What a connection writes into a transaction that cannot be ended never reaches the
+        // disk.
+        if (!transaction.exec(u"ROLLBACK"_s)
+            && !(transaction.exec(u"BEGIN"_s) && transaction.exec(u"ROLLBACK"_s)))
+            connected = false;
+    });
+    const auto remove = [this](int id) {
+        return run(removal, {{u":messageid"_s, id}});
+    };
+    const bool isEachRemoved = std::ranges::all_of(ids, remove);
+    if (isEachRemoved && transaction.exec(u"COMMIT"_s)) {
+        undo.dismiss();
+        return true;
+    }
+    const QSqlError error = isEachRemoved ? transaction.lastError() : removal.lastError();
+    logger->debug(u"Сообщения удаляются по одному: %1"_s, error.text());
+    return false;
+}
+
 void DAO::execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings)
 {
-    if (!connected) {
-        try {
-            connect();
-        } catch (const BasicException &exception) {
-            logger->error(exception.tr().ru());
-            ++errorsCount;
-            return;
-        }
-    }
+    if (!isReady())
+        return;
     if (execute(query, bindings))
         return;
 

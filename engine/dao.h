@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/message.h"
+#include "shared/core/writegate.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>
@@ -10,6 +11,7 @@
 #include <QString>
 
 #include <initializer_list>
+#include <vector>
 
 namespace Log4Qt {
 class Logger;
@@ -76,6 +78,11 @@ private:
         QVariant value;
     };
 
+    /// Connects if need be. False when that has failed, which is counted.
+    bool isReady();
+    /// Removes all of these rows in one transaction, or none of them. A failure is not counted:
+    /// each row's own store then runs its own statement.
+    bool removeAll(const std::vector<int> &ids);
     /// Leaves `query` without rows when it could not be run.
     void execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings);
     /// A failure is logged and counted.
@@ -106,6 +113,8 @@ private:
     /// Statements whose last preparation failed. They are prepared again before their next
     /// execution.
     QSet<const QSqlQuery *> unprepared;
+    /// Null before the first connection, and on a server.
+    WriteGate *gate = nullptr;
 };
 
 } // namespace queue

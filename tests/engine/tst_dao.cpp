@@ -123,6 +123,11 @@ private Q_SLOTS:
     void logShrinksWhenAPassEnds();
     void logShrinksByItself();
     void lockedByAnotherProgram();
+    void workersRemoveTogether();
+    void oneOfSeveralIsNotRemoved();
+    void fullDiskForSeveral();
+    void deletedFileOfSeveral();
+    void otherWritesWaitForTheirTurn();
     void readOnlyFile();
     void fullDisk();
     void serverRestart();
@@ -137,6 +142,7 @@ private:
     void change(const QString &statement);
     void dropConnection();
     void breakConnection();
+    WriteGate *gate();
 
     MariaDbServer *server;
     std::unique_ptr<QueueDatabase> database;
@@ -875,6 +881,140 @@ void TstDao::lockedByAnotherProgram()
     worker.join();
     QCOMPARE(errors.load(), 0);
     QCOMPARE(database->ids(), QList<int>());
+}
+
+WriteGate *TstDao::gate()
+{
+    ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
+    return factory->gateOf(factory->getConnection());
+}
+
+/// A store for each of `rows`, which it removes in a thread of its own, all at once where the file
+/// has a gate. Returns what each has counted. `fault` happens when all have come.
+QList<int> removeAtOnce(
+    WriteGate *gate, const QList<int> &rows, const std::function<void()> &fault = [] {})
+{
+    QList<int> errors(rows.size());
+    std::vector<std::thread> workers;
+    WriteGate::Turn held = WriteGate::enter(gate);
+    for (int i = 0; i < rows.size(); ++i) {
+        workers.emplace_back([&rows, &count = errors[i], i] {
+            queue::DAO dao;
+            dao.connect();
+            dao.deleteMessage(rows.at(i));
+            count = dao.getErrorsCount();
+        });
+        while (gate && gate->waiting() <= i)
+            std::this_thread::yield();
+    }
+    fault();
+    held.end();
+    for (std::thread &worker : workers)
+        worker.join();
+    return errors;
+}
+
+void TstDao::workersRemoveTogether()
+{
+    QCOMPARE(gate() == nullptr, server != nullptr);
+    QList<int> rows;
+    for (int i = 0; i < 8; ++i)
+        rows.append(database->put(u"type%1"_s.arg(i), u"{}"_s));
+    const int other = database->put(u"cardlab"_s, u"{}"_s);
+    QCOMPARE(removeAtOnce(gate(), rows), QList<int>(8, 0));
+    QCOMPARE(database->ids(), QList<int>{other});
+}
+
+/// One of them alone has an error, counted and logged as if nobody else had been there.
+void TstDao::oneOfSeveralIsNotRemoved()
+{
+    if (server)
+        QSKIP("a server has no gate");
+    QList<int> rows;
+    for (int i = 0; i < 3; ++i)
+        rows.append(database->put(u"type%1"_s.arg(i), u"{}"_s));
+    change(u"CREATE TRIGGER queues.refusal BEFORE DELETE ON message WHEN OLD.type = 'type1' "
+           "BEGIN SELECT RAISE(ABORT, 'refused'); END"_s);
+    const LogCapture log(u"dao"_s);
+    const QList<int> errors = removeAtOnce(gate(), rows);
+    change(u"DROP TRIGGER refusal"_s);
+
+    QCOMPARE(errors, (QList<int>{0, 1, 0}));
+    QCOMPARE(database->ids(), QList<int>{rows.at(1)});
+    const QStringList warnings = log.lines().filter(u"WARN "_s) + log.lines().filter(u"ERROR "_s);
+    QCOMPARE(warnings.size(), 1);
+    QVERIFY(warnings.first().startsWith(u"WARN Ошибка при выполнении запроса: "_s));
+    QVERIFY(warnings.first().contains(u"refused"_s));
+}
+
+/// SQLite ends the transaction by itself, and each worker finds the disk full.
+void TstDao::fullDiskForSeveral()
+{
+    if (server)
+        QSKIP("the server's disk is its own");
+    QList<int> rows;
+    for (int i = 0; i < 3; ++i)
+        rows.append(database->put(u"type%1"_s.arg(i), u"{}"_s));
+    rlimit former = {};
+    QCOMPARE(getrlimit(RLIMIT_FSIZE, &former), 0);
+    const auto formerAction = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit none{0, former.rlim_max};
+    const LogCapture log(u"dao"_s);
+    const QList<int> errors =
+        removeAtOnce(gate(), rows, [&none] { setrlimit(RLIMIT_FSIZE, &none); });
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &former), 0);
+    std::signal(SIGXFSZ, formerAction);
+
+    QCOMPARE(errors, QList<int>(3, 1));
+    QCOMPARE(log.lines().filter(u"WARN Ошибка при выполнении запроса: "_s).size(), 3);
+    QCOMPARE(log.lines().filter(u"DEBUG Подключение к базе данных"_s).size(), 3);
+    QCOMPARE(database->ids(), rows);
+    QCOMPARE(removeAtOnce(gate(), rows), QList<int>(3, 0));
+    QCOMPARE(database->ids(), QList<int>());
+}
+
+void TstDao::deletedFileOfSeveral()
+{
+    if (server)
+        QSKIP("a server keeps its files to itself");
+    QList<int> rows;
+    for (int i = 0; i < 3; ++i)
+        rows.append(database->put(u"type%1"_s.arg(i), u"{}"_s));
+    const auto removeFiles = [this] {
+        for (const QString &suffix : {u""_s, u"-wal"_s, u"-shm"_s})
+            QFile::remove(database->file() + suffix);
+    };
+    const LogCapture log(u"dao"_s);
+    // A failed statement and a lost database for each, as for one that is alone.
+    QCOMPARE(removeAtOnce(gate(), rows, removeFiles), QList<int>(3, 2));
+    QCOMPARE(
+        log.lines()
+            .filter(u"WARN Ошибка при выполнении запроса: файл базы данных удалён или заменён"_s)
+            .size(),
+        3);
+}
+
+void TstDao::otherWritesWaitForTheirTurn()
+{
+    if (server)
+        QSKIP("a server has no gate");
+    const int id = database->put(u"spasibo"_s, u"{}"_s);
+    std::vector<std::thread> writers;
+    {
+        const WriteGate::Turn held = WriteGate::enter(gate());
+        writers.emplace_back([id] {
+            queue::DAO dao;
+            dao.connect();
+            dao.updateStatusCode(id, u"4"_s);
+        });
+        while (gate()->waiting() != 1)
+            std::this_thread::yield();
+        QCOMPARE(database->query(u"SELECT statuscode FROM message"_s).first().first(),
+                 QVariant(u""_s));
+    }
+    writers.front().join();
+    QCOMPARE(database->query(u"SELECT statuscode FROM message"_s).first().first(),
+             QVariant(u"4"_s));
 }
 
 void TstDao::readOnlyFile()

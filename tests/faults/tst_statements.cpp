@@ -2,6 +2,8 @@
 #include "engine/basichandler.h"
 #include "handlers/handlertable.h"
 #include "shared/core/basicexception.h"
+#include "shared/core/connectionfactory.h"
+#include "shared/core/singleton.h"
 #include "tests/faults/faultydriver.h"
 #include "tests/faults/form.h"
 #include "tests/faults/memoryfolder.h"
@@ -14,6 +16,7 @@
 
 #include <QTest>
 
+#include <latch>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -187,6 +190,8 @@ private Q_SLOTS:
     void everyType();
     void documentStoreTookPart();
     void statementThatCouldNotBePrepared();
+    void groups_data();
+    void groups();
 
 private:
     void runOperations(queue::DAO &dao, int doomed);
@@ -481,6 +486,94 @@ void TstStatements::statementThatCouldNotBePrepared()
     QCOMPARE(dao.getErrorsCount(), 1);
     QCOMPARE(dao.getMessageTypeCounts().size(), 1);
     QCOMPARE(dao.getErrorsCount(), 1);
+}
+
+void TstStatements::groups_data()
+{
+    operations_data();
+}
+
+/// Three workers remove their rows in one transaction, each of whose statements fails in its turn.
+void TstStatements::groups()
+{
+    QFETCH(bool, isForEver);
+    constexpr int workers = 3;
+    const QStringList clean{u"BEGIN IMMEDIATE"_s, removalText, removalText, removalText,
+                            u"COMMIT"_s};
+    for (int chosen = 0; chosen <= clean.size(); ++chosen) {
+        faultydriver::arm(0, false);
+        QueueDatabase database;
+        QList<int> rows;
+        for (int i = 0; i < workers; ++i)
+            rows.append(database.put(u"type%1"_s.arg(i), u"{}"_s));
+        ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
+        WriteGate *gate = factory->gateOf(factory->getConnection());
+        QVERIFY(gate);
+
+        std::latch areConnected(workers + 1);
+        std::latch areRemoved(workers);
+        std::latch isWell(1);
+        std::vector<int> errors(workers);
+        std::vector<int> errorsAfterwards(workers);
+        std::vector<std::thread> threads;
+        WriteGate::Turn held = WriteGate::enter(gate);
+        for (int i = 0; i < workers; ++i) {
+            threads.emplace_back([&, i] {
+                queue::DAO dao;
+                dao.connect();
+                areConnected.count_down();
+                while (gate->waiting() != i)
+                    std::this_thread::yield();
+                dao.deleteMessage(rows.at(i));
+                errors[static_cast<size_t>(i)] = dao.getErrorsCount();
+                areRemoved.count_down();
+                isWell.wait();
+                dao.deleteMessage(rows.at(i));
+                errorsAfterwards[static_cast<size_t>(i)] = dao.getErrorsCount();
+            });
+        }
+        areConnected.arrive_and_wait();
+        faultydriver::arm(chosen, isForEver);
+        while (gate->waiting() != workers)
+            std::this_thread::yield();
+        held.end();
+        areRemoved.wait();
+        const QList<Step> steps = faultydriver::steps();
+        faultydriver::arm(0, false);
+        const QList<int> left = database.ids();
+        isWell.count_down();
+        for (std::thread &thread : threads)
+            thread.join();
+
+        const QByteArray which = u"statement %1"_s.arg(chosen).toUtf8();
+        QStringList seen;
+        for (const Step &step : steps)
+            seen.append(step.statement);
+        if (chosen == 0) {
+            QCOMPARE(seen, clean);
+        } else {
+            QVERIFY2(steps.at(chosen - 1).failed, which);
+            QCOMPARE(seen.first(chosen), clean.first(chosen));
+        }
+        if (chosen == 0 || !isForEver) {
+            QVERIFY2(left.isEmpty(), which);
+            QCOMPARE(errors, std::vector<int>(workers, 0));
+            const auto own = std::ranges::count_if(
+                steps.mid(chosen == 0 ? clean.size() : chosen),
+                [](const Step &step) { return step.statement == removalText && !step.failed; });
+            QVERIFY2(own == (chosen == 0 ? 0 : workers), which);
+        } else {
+            // Nothing is gone that was not committed.
+            QCOMPARE(left, rows);
+            // A statement and the probe fail. A transaction that could not be ended either is left
+            // by a new connection, which fails as well, before a statement is tried.
+            const bool isOpen = chosen > 1;
+            QCOMPARE(errors, (std::vector<int>{isOpen ? 1 : 2, 2, 2}));
+        }
+        // Nobody is left with a transaction or a lock.
+        QCOMPARE(database.ids(), QList<int>());
+        QCOMPARE(errorsAfterwards, errors);
+    }
 }
 
 QTEST_GUILESS_MAIN(TstStatements)
