@@ -1,4 +1,9 @@
+#include "engine/dao.h"
+#include "shared/core/config.h"
+#include "shared/core/connectionfactory.h"
 #include "shared/core/fileutils.h"
+#include "shared/core/paths.h"
+#include "shared/core/singleton.h"
 #include "tests/faults/feeder.h"
 #include "tests/faults/form.h"
 #include "tests/faults/service.h"
@@ -10,11 +15,14 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
+#include <cstring>
 #include <random>
+#include <string_view>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
@@ -212,12 +220,123 @@ void TstFailIdsFile::killedWhileItIsWritten()
     qInfo("%d kills while the file of fail ids was written, it was whole each time", kills);
 }
 
+constexpr int removers = 8;
+constexpr auto removerArgument = "--remove-rows";
+
+/// Removes the rows of the table as fast as it can, each of eight threads those of its own, and
+/// tells of each row once its removal has returned, and of how many others were waiting before it.
+/// Runs until it is killed.
+int removeRows()
+{
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    Config::setConfigsPathList({QDir(rootedPath(u"/tallocash/cash/conf"_s))}, {});
+    std::vector<std::thread> threads;
+    for (int number = 0; number < removers; ++number) {
+        threads.emplace_back([number] {
+            queue::DAO dao;
+            dao.connect();
+            ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
+            const WriteGate *gate = factory->gateOf(factory->getConnection());
+            const QString type = u"type%1"_s.arg(number);
+            for (;;) {
+                const Message message = dao.getMessage(type, -1, false, QString());
+                if (message.id < 1)
+                    return;
+                const int others = gate->waiting();
+                dao.deleteMessage(message.id);
+                if (dao.getErrorsCount() > 0)
+                    ::_exit(1);
+                const int told[2] = {message.id, others};
+                if (::write(STDOUT_FILENO, told, sizeof told) != sizeof told)
+                    ::_exit(2);
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    return 0;
+}
+
+/// Workers remove their rows in common transactions. A process that does nothing else is killed at
+/// random moments: a removal that has returned is in the file.
+class TstRemovals : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void killedWhileRowsAreRemoved();
+};
+
+void TstRemovals::killedWhileRowsAreRemoved()
+{
+    const int kills = faults::count(60, 1000);
+    constexpr int rowsOfAType = 2000;
+    const uint seed = seedOfThisRun();
+    std::mt19937 random(seed);
+    QueueDatabase database;
+    int last = 0;
+    int told = 0;
+    int toldTogether = 0;
+    int untold = 0;
+    int inTheMiddle = 0;
+    for (int kill = 0; kill < kills; ++kill) {
+        if (database.ids().size() < rowsOfAType) {
+            database.query(u"BEGIN"_s);
+            for (int i = 0; i < rowsOfAType * removers; ++i)
+                last = database.put(u"type%1"_s.arg(i % removers), u"{}"_s);
+            database.query(u"COMMIT"_s);
+        }
+        const QList<int> before = database.ids();
+        QProcess process;
+        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process.start(QCoreApplication::applicationFilePath(),
+                      {QString::fromLatin1(removerArgument)});
+        QVERIFY(process.waitForReadyRead());
+        // The moment is the fault: nothing is waited for.
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 20'000));
+        process.kill();
+        QVERIFY(process.waitForFinished());
+        QVERIFY(process.exitStatus() == QProcess::CrashExit || process.exitCode() == 0);
+
+        const QByteArray output = process.readAllStandardOutput();
+        const QList<int> left = database.ids();
+        const QSet<int> kept(left.begin(), left.end());
+        int removedNow = 0;
+        for (qsizetype at = 0; at + 8 <= output.size(); at += 8) {
+            int pair[2] = {};
+            std::memcpy(pair, output.constData() + at, sizeof pair);
+            QVERIFY2(!kept.contains(pair[0]), qPrintable(QString::number(pair[0])));
+            ++removedNow;
+            toldTogether += pair[1] > 0 ? 1 : 0;
+        }
+        told += removedNow;
+        // Each thread has one removal under way at most.
+        const qsizetype untoldNow = before.size() - left.size() - removedNow;
+        QVERIFY2(untoldNow >= 0 && untoldNow <= removers, qPrintable(QString::number(untoldNow)));
+        untold += static_cast<int>(untoldNow);
+        inTheMiddle += process.exitStatus() == QProcess::CrashExit ? 1 : 0;
+        QCOMPARE(database.query(u"PRAGMA queues.integrity_check"_s).value(0).value(0).toString(),
+                 u"ok"_s);
+    }
+    qInfo(
+        "%d kills, %d of them in the middle; %d removals returned, none of their rows is left, %d "
+        "found others waiting; %d rows were gone before their removal returned",
+        kills, inTheMiddle, told, toldTogether, untold);
+    QVERIFY(last > 0);
+    QVERIFY(inTheMiddle >= kills / 2);
+    QVERIFY(toldTogether > 0);
+}
+
 int main(int argc, char **argv)
 {
+    if (argc > 1 && argv[1] == std::string_view(removerArgument))
+        return removeRows();
     QCoreApplication application(argc, argv);
     // The first one, since it splits a process that must have one thread.
     TstFailIdsFile onFile;
     int failures = QTest::qExec(&onFile, argc, argv);
+    TstRemovals removals;
+    failures += QTest::qExec(&removals, argc, argv);
     TstCrashes onSqlite(nullptr);
     failures += QTest::qExec(&onSqlite, argc, argv);
     MariaDbServer server;
