@@ -2,13 +2,18 @@
 // deletes it, until there is none or enough were sent. The database has the settings of the service,
 // the request its headers; there is no log, no polling and no judgement.
 //
-// queue-bareloop sqlite FILE TYPE COUNT
-// queue-bareloop mariadb SOCKET USER PASSWORD TYPE COUNT
+// queue-bareloop sqlite FILE TYPES COUNT
+// queue-bareloop mariadb SOCKET USER PASSWORD TYPES COUNT
 //
-// With "qt-" before the database its statements go through Qt's driver, as those of the service do, which
-// shows what of the service's time is the driver's.
+// TYPES are comma-joined; each has a thread with a connection of its own, and COUNT messages. With
+// "gate-" before the database the threads delete their rows in common transactions, through the
+// service's own gate. With "qt-" before it the statements go through Qt's driver, as those of the
+// service do, which shows what of the service's time is the driver's.
 //
-// Ends after SIGTERM, so that its processor time can be read until then.
+// Ends after SIGTERM, so that its processor time can be read until then, and prints how many
+// deletions have failed for a lock. Their messages are sent again.
+
+#include "shared/core/writegate.h"
 
 #include <curl/curl.h>
 #include <mysql.h>
@@ -22,11 +27,14 @@
 #include <QSqlError>
 #include <QSqlQuery>
 
+#include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <thread>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -36,11 +44,14 @@ namespace {
 constexpr auto readStatement = "SELECT messageid, type, body, cardnumber, statuscode FROM message "
                                "WHERE type = ? AND messageid > -1 ORDER BY messageid asc LIMIT 1";
 constexpr auto removeStatement = "DELETE FROM message WHERE messageid = ?";
+constexpr auto beginStatement = "BEGIN IMMEDIATE";
+constexpr auto commitStatement = "COMMIT";
 
 [[noreturn]] void fail(const char *what, const char *why)
 {
     std::fprintf(stderr, "queue-bareloop: %s: %s\n", what, why);
-    std::exit(1);
+    // Other threads are at work.
+    std::_Exit(1);
 }
 
 struct Row
@@ -55,13 +66,16 @@ public:
     virtual ~Database() = default;
     /// False when there is no row.
     virtual bool read(Row &row) = 0;
-    virtual void remove(int id) = 0;
+    /// False when the database was locked.
+    virtual bool remove(int id) = 0;
+    /// In one transaction; false when none was removed.
+    virtual bool removeAll(const std::vector<int> &) { return false; }
 };
 
 class Sqlite final : public Database
 {
 public:
-    Sqlite(const std::string &path, const char *type)
+    Sqlite(const std::string &path, const std::string &type)
     {
         if (sqlite3_open(":memory:", &database) != SQLITE_OK)
             fail("open", sqlite3_errmsg(database));
@@ -70,13 +84,15 @@ public:
         execute("PRAGMA queues.journal_mode=WAL");
         execute("PRAGMA queues.synchronous=FULL");
         reading = prepare(readStatement);
-        sqlite3_bind_text(reading, 1, type, -1, SQLITE_STATIC);
+        sqlite3_bind_text(reading, 1, type.c_str(), -1, SQLITE_TRANSIENT);
         removing = prepare(removeStatement);
+        beginning = prepare(beginStatement);
+        committing = prepare(commitStatement);
     }
     ~Sqlite() override
     {
-        sqlite3_finalize(reading);
-        sqlite3_finalize(removing);
+        for (sqlite3_stmt *statement : {reading, removing, beginning, committing})
+            sqlite3_finalize(statement);
         sqlite3_close(database);
     }
 
@@ -91,12 +107,20 @@ public:
         sqlite3_reset(reading);
         return isThere;
     }
-    void remove(int id) override
+    bool remove(int id) override
     {
         sqlite3_bind_int(removing, 1, id);
-        if (sqlite3_step(removing) != SQLITE_DONE)
-            fail("delete", sqlite3_errmsg(database));
-        sqlite3_reset(removing);
+        return step(removing);
+    }
+    bool removeAll(const std::vector<int> &ids) override
+    {
+        if (!step(beginning))
+            return false;
+        for (const int id : ids) {
+            if (!remove(id))
+                fail("delete", "locked within a transaction");
+        }
+        return step(committing) || (fail("commit", sqlite3_errmsg(database)), false);
     }
 
 private:
@@ -104,6 +128,14 @@ private:
     {
         if (sqlite3_exec(database, statement.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
             fail(statement.c_str(), sqlite3_errmsg(database));
+    }
+    bool step(sqlite3_stmt *statement)
+    {
+        const int result = sqlite3_step(statement);
+        if (result != SQLITE_DONE && result != SQLITE_BUSY)
+            fail(sqlite3_sql(statement), sqlite3_errmsg(database));
+        sqlite3_reset(statement);
+        return result == SQLITE_DONE;
     }
     sqlite3_stmt *prepare(const char *text)
     {
@@ -117,12 +149,14 @@ private:
     sqlite3 *database = nullptr;
     sqlite3_stmt *reading = nullptr;
     sqlite3_stmt *removing = nullptr;
+    sqlite3_stmt *beginning = nullptr;
+    sqlite3_stmt *committing = nullptr;
 };
 
 class MariaDb final : public Database
 {
 public:
-    MariaDb(const char *socket, const char *user, const char *password, const char *type)
+    MariaDb(const char *socket, const char *user, const char *password, const std::string &type)
         : type(type)
         , database(mysql_init(nullptr))
     {
@@ -159,10 +193,11 @@ public:
         mysql_stmt_free_result(reading);
         return isThere;
     }
-    void remove(int rowId) override
+    bool remove(int rowId) override
     {
         id = rowId;
         check(removing, mysql_stmt_execute(removing) != 0);
+        return true;
     }
 
 private:
@@ -205,8 +240,8 @@ private:
 class QtDriver final : public Database
 {
 public:
-    QtDriver(const QString &driver, const QStringList &arguments)
-        : database(QSqlDatabase::addDatabase(driver))
+    QtDriver(const QString &driver, const QStringList &arguments, const QString &type)
+        : database(QSqlDatabase::addDatabase(driver, type))
     {
         const bool isServer = driver != u"QSQLITE";
         database.setDatabaseName(isServer ? u"queues"_s : u":memory:"_s);
@@ -227,7 +262,8 @@ public:
         reading.setForwardOnly(true);
         reading.prepare(QString::fromLatin1(readStatement));
         removing.prepare(QString::fromLatin1(removeStatement));
-        reading.bindValue(0, arguments.at(isServer ? 3 : 1));
+        reading.bindValue(0, type);
+        transaction = QSqlQuery(database);
     }
 
     bool read(Row &row) override
@@ -241,17 +277,34 @@ public:
         reading.finish();
         return isThere;
     }
-    void remove(int id) override
+    bool remove(int id) override
     {
         removing.bindValue(0, id);
-        check(removing.exec(), removing);
+        return isDone(removing.exec(), removing);
+    }
+    bool removeAll(const std::vector<int> &ids) override
+    {
+        if (!isDone(transaction.exec(QString::fromLatin1(beginStatement)), transaction))
+            return false;
+        for (const int id : ids) {
+            removing.bindValue(0, id);
+            check(removing.exec(), removing);
+        }
+        check(transaction.exec(QString::fromLatin1(commitStatement)), transaction);
+        return true;
     }
 
 private:
-    static void check(bool isDone, const QSqlQuery &query)
+    static void check(bool isGood, const QSqlQuery &query)
     {
-        if (!isDone)
+        if (!isGood)
             fail("statement", qPrintable(query.lastError().text()));
+    }
+    static bool isDone(bool isGood, const QSqlQuery &query)
+    {
+        const QString busy = QString::number(SQLITE_BUSY);
+        check(isGood || query.lastError().nativeErrorCode() == busy, query);
+        return isGood;
     }
     void execute(const QString &statement)
     {
@@ -262,6 +315,7 @@ private:
     QSqlDatabase database;
     QSqlQuery reading;
     QSqlQuery removing;
+    QSqlQuery transaction;
 };
 
 size_t ignoreReply(char *, size_t size, size_t count, void *)
@@ -299,34 +353,34 @@ void post(CURL *client, const QJsonObject &message)
     curl_slist_free_all(headers);
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+struct Place
 {
-    const std::string given = argc > 1 ? argv[1] : "";
-    const bool isQt = given.starts_with("qt-");
-    const std::string kind = isQt ? given.substr(3) : given;
-    const int expected = kind == "sqlite" ? 5 : 7;
-    if ((kind != "sqlite" && kind != "mariadb") || argc != expected)
-        fail("usage", "queue-bareloop [qt-]sqlite FILE TYPE COUNT | "
-                      "[qt-]mariadb SOCKET USER PASSWORD TYPE COUNT");
-    // Taken in main, at the end.
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    bool isGated = false;
+    bool isQt = false;
+    std::string kind;
+    QStringList arguments;
+};
 
-    const QCoreApplication application(argc, argv);
-    std::unique_ptr<Database> database;
-    if (isQt)
-        database = std::make_unique<QtDriver>(kind == "sqlite" ? u"QSQLITE"_s : u"QMYSQL"_s,
-                                              QCoreApplication::arguments().sliced(2));
-    else if (kind == "sqlite")
-        database = std::make_unique<Sqlite>(argv[2], argv[3]);
-    else
-        database = std::make_unique<MariaDb>(argv[2], argv[3], argv[4], argv[5]);
+std::unique_ptr<Database> connect(const Place &place, const QString &type)
+{
+    const QStringList &with = place.arguments;
+    const std::string name = type.toStdString();
+    if (place.isQt)
+        return std::make_unique<QtDriver>(place.kind == "sqlite" ? u"QSQLITE"_s : u"QMYSQL"_s, with,
+                                          type);
+    if (place.kind == "sqlite")
+        return std::make_unique<Sqlite>(with.at(0).toStdString(), name);
+    return std::make_unique<MariaDb>(qPrintable(with.at(0)), qPrintable(with.at(1)),
+                                     qPrintable(with.at(2)), name);
+}
 
-    curl_global_init(CURL_GLOBAL_DEFAULT);
+std::atomic<bool> isStopped = false;
+std::atomic<int> failures = 0;
+WriteGate gate;
+
+void drain(const Place &place, const QString &type, int count)
+{
+    const std::unique_ptr<Database> database = connect(place, type);
     CURL *client = curl_easy_init();
     curl_easy_setopt(client, CURLOPT_USERAGENT, "queue/" QUEUE_VERSION);
     curl_easy_setopt(client, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
@@ -334,15 +388,64 @@ int main(int argc, char **argv)
     curl_easy_setopt(client, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(client, CURLOPT_PROXY, "");
 
+    const auto remove = [&](int id) {
+        if (!place.isGated)
+            return database->remove(id);
+        const auto turn =
+            gate.remove(id, [&](const std::vector<int> &ids) { return database->removeAll(ids); });
+        return !turn || database->remove(id);
+    };
     Row row;
-    for (int left = std::atoi(argv[expected - 1]); left > 0 && database->read(row); --left) {
+    for (int left = count; !isStopped && left > 0 && database->read(row); --left) {
         post(client, QJsonDocument::fromJson(row.body).object());
-        database->remove(row.id);
+        failures += remove(row.id) ? 0 : 1;
     }
+    curl_easy_cleanup(client);
+}
+
+/// Takes `prefix` off, where it is there.
+bool takePrefix(std::string &text, const std::string &prefix)
+{
+    const bool isThere = text.starts_with(prefix);
+    if (isThere)
+        text.erase(0, prefix.size());
+    return isThere;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    Place place;
+    place.kind = argc > 1 ? argv[1] : "";
+    place.isGated = takePrefix(place.kind, "gate-");
+    place.isQt = takePrefix(place.kind, "qt-");
+    const int expected = place.kind == "sqlite" ? 5 : 7;
+    if ((place.kind != "sqlite" && place.kind != "mariadb") || argc != expected)
+        fail("usage", "queue-bareloop [gate-][qt-]sqlite FILE TYPES COUNT | "
+                      "[qt-]mariadb SOCKET USER PASSWORD TYPES COUNT");
+    // Taken in main, at the end, and by no thread.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+
+    const QCoreApplication application(argc, argv);
+    place.arguments = QCoreApplication::arguments().sliced(2);
+    const int count = place.arguments.takeLast().toInt();
+    const QStringList types = place.arguments.takeLast().split(u',');
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    mysql_library_init(0, nullptr, nullptr);
+    std::vector<std::thread> threads;
+    for (const QString &type : types)
+        threads.emplace_back([&place, type, count] { drain(place, type, count); });
 
     int signal = 0;
     sigwait(&signals, &signal);
-    curl_easy_cleanup(client);
+    isStopped = true;
+    for (std::thread &thread : threads)
+        thread.join();
+    std::printf("%d\n", failures.load());
     curl_global_cleanup();
     return 0;
 }

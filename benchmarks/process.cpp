@@ -114,6 +114,12 @@ double Process::residentMb() const
     fail(u"%1 does not say how much memory it has"_s.arg(status.fileName()));
 }
 
+bool Process::isRunning()
+{
+    process.waitForFinished(0);
+    return process.state() != QProcess::NotRunning;
+}
+
 bool Process::end()
 {
     if (process.state() == QProcess::NotRunning)

@@ -40,6 +40,7 @@ public:
     double residentMb() const;
     /// True when it ended with 0 in time, after SIGTERM.
     bool end();
+    bool isRunning();
 
 private:
     QProcess process;

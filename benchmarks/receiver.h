@@ -29,6 +29,8 @@ public:
     Receiver();
 
     int port() const { return peer.port(); }
+    /// Answers from now on are given `delay` after their request.
+    void setDelay(std::chrono::milliseconds delay) { peer.setDelay(delay); }
 
     /// Forgets what came before. A drain has `requests` of them; more may come.
     void expect(int requests);

@@ -2,6 +2,9 @@
 
 #include "benchmarks/statistics.h"
 
+#include <QDir>
+#include <QFileInfo>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -54,6 +57,24 @@ void Report::note(const QString &text)
 {
     out << "    " << text << '\n';
     out.flush();
+}
+
+void Report::columns(const QString &text, const QString &header)
+{
+    const QFileInfo beside(file.fileName());
+    open(columnsFile, beside.dir().filePath(u"till.csv"_s), header.toUtf8());
+    note(text);
+}
+
+void Report::values(const QStringList &texts, const QString &line)
+{
+    out << "      " << texts.first().leftJustified(28);
+    for (const QString &text : texts.sliced(1))
+        out << "  " << text;
+    out << '\n';
+    out.flush();
+    columnsFile.write(line.toUtf8() + '\n');
+    columnsFile.flush();
 }
 
 void Report::figure(const QString &what, const QString &database, double value, const QString &unit,

@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QString>
+#include <QStringList>
 #include <QTextStream>
 
 /// What a figure has to be.
@@ -30,6 +31,10 @@ public:
 
     void heading(const QString &text);
     void note(const QString &text);
+    /// Heads figures that have columns of their own, and a file of their own beside the other.
+    void columns(const QString &text, const QString &header);
+    /// One line of them: as it is printed, and as it is in the file.
+    void values(const QStringList &texts, const QString &line);
     /// A figure taken from the service alone.
     void figure(const QString &what, const QString &database, double value, const QString &unit,
                 Target target = {});
@@ -44,6 +49,7 @@ private:
 
     QTextStream out;
     QFile file;
+    QFile columnsFile;
 };
 
 /// Points of one plot, in a file of comma-separated values that benchmarks/plot reads.

@@ -26,6 +26,7 @@ public:
     /// Tells a planner that counts rows how many of them there are. A server does so by itself in a while.
     virtual void analyze() = 0;
     virtual int count() = 0;
+    virtual bool has(const QString &type) = 0;
     /// The largest id, 0 without rows.
     virtual int lastId() = 0;
     /// How the database would carry out `statement`, one step a line.

@@ -7,6 +7,7 @@
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <array>
@@ -69,8 +70,10 @@ HttpReceiver::HttpReceiver(Answer answer)
 
     poller = checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1");
     wakeUp = checked(eventfd(0, EFD_CLOEXEC), "eventfd");
+    timer = checked(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC), "timerfd_create");
     watch(poller, listener);
     watch(poller, wakeUp);
+    watch(poller, timer);
     thread = std::thread(&HttpReceiver::run, this);
 }
 
@@ -82,6 +85,7 @@ HttpReceiver::~HttpReceiver()
         close(connection);
     close(listener);
     close(poller);
+    close(timer);
     close(wakeUp);
 }
 
@@ -121,11 +125,10 @@ void HttpReceiver::run()
                 return;
             if (descriptor == listener) {
                 accept();
+            } else if (descriptor == timer) {
+                sendLate();
             } else if (!read(descriptor)) {
-                connections.erase(descriptor);
-                close(descriptor);
-                --openConnections;
-                openConnections.notify_all();
+                forget(descriptor);
             }
         }
     }
@@ -171,8 +174,51 @@ bool HttpReceiver::read(int connection)
         const std::string bytes = request.target == "/settle" ? reply(200) : answer(request);
         pending.erase(0, headSize + 4 + bodySize);
 
+        const std::chrono::milliseconds delay = answerDelay;
+        if (delay.count() > 0 && !bytes.empty()) {
+            late.push_back({request.time + delay, connection, bytes});
+            if (late.size() == 1)
+                setTimer();
+            continue;
+        }
         // So short an answer always fits into the socket's buffer.
         if (!bytes.empty() && send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0)
             return false;
     }
+}
+
+void HttpReceiver::sendLate()
+{
+    uint64_t expirations = 0;
+    // Not blocking, and what it says does not matter.
+    [[maybe_unused]] const ssize_t size = ::read(timer, &expirations, sizeof expirations);
+    while (!late.empty() && late.front().due <= Clock::now()) {
+        const Late answered = std::move(late.front());
+        late.pop_front();
+        // One whose peer is gone is closed when that is read.
+        send(answered.connection, answered.bytes.data(), answered.bytes.size(), MSG_NOSIGNAL);
+    }
+    setTimer();
+}
+
+void HttpReceiver::forget(int connection)
+{
+    std::erase_if(late,
+                  [connection](const Late &answer) { return answer.connection == connection; });
+    connections.erase(connection);
+    close(connection);
+    --openConnections;
+    openConnections.notify_all();
+}
+
+void HttpReceiver::setTimer()
+{
+    if (late.empty())
+        return;
+    const auto due = late.front().due.time_since_epoch();
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(due);
+    itimerspec time = {};
+    time.it_value.tv_sec = seconds.count();
+    time.it_value.tv_nsec = std::chrono::nanoseconds(due - seconds).count();
+    timerfd_settime(timer, TFD_TIMER_ABSTIME, &time, nullptr);
 }

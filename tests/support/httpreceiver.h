@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <map>
 #include <string>
@@ -37,6 +38,8 @@ public:
     HttpReceiver &operator=(const HttpReceiver &) = delete;
 
     int port() const { return portNumber; }
+    /// Answers from now on go out `delay` after their request.
+    void setDelay(std::chrono::milliseconds delay) { answerDelay = delay; }
 
     /// Once the peers are gone: returns when everything that they had sent was answered.
     void settle();
@@ -49,6 +52,10 @@ private:
     void accept();
     /// False when the connection is over.
     bool read(int connection);
+    /// Sends what is due.
+    void sendLate();
+    void forget(int connection);
+    void setTimer();
 
     const Answer answer;
     int listener = -1;
@@ -58,5 +65,16 @@ private:
     /// What has arrived of a request that is not whole yet. Touched by the receiver's thread alone.
     std::map<int, std::string> connections;
     std::atomic<int> openConnections = 0;
+    std::atomic<std::chrono::milliseconds> answerDelay{};
+    /// Answers that are not due yet, in the order of their times. Touched by the receiver's thread
+    /// alone.
+    struct Late
+    {
+        Clock::time_point due;
+        int connection = -1;
+        std::string bytes;
+    };
+    std::deque<Late> late;
+    int timer = -1;
     std::thread thread;
 };

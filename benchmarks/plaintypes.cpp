@@ -1,0 +1,40 @@
+// The service with plain forwarders for all its types, plain1 to plain57, so that as many types as
+// it has can drain at once without a message of its own for each.
+
+#include "engine/basichandler.h"
+#include "handlers/forwarding/forwarding.h"
+#include "handlers/handlertable.h"
+
+#include <deque>
+#include <string>
+
+namespace {
+
+constexpr int typeCount = 57;
+
+class PlainHandler : public BasicHandler
+{
+public:
+    using BasicHandler::BasicHandler;
+
+    bool sendMessage(const Message &message) override
+    {
+        return forwardMessage(message, *logger(), Forwarding{});
+    }
+};
+
+} // namespace
+
+std::span<const HandlerRow> handlerTable()
+{
+    static std::deque<std::u16string> names;
+    static const std::vector<HandlerRow> rows = [] {
+        std::vector<HandlerRow> plain;
+        for (int number = 1; number <= typeCount; ++number) {
+            names.push_back(u"plain" + QString::number(number).toStdU16String());
+            plain.push_back(typedRow<PlainHandler>(names.back().c_str()));
+        }
+        return plain;
+    }();
+    return rows;
+}
