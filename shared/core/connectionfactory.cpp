@@ -275,6 +275,8 @@ void ConnectionFactory::shrinkLog(const QString &name)
     // holds up a writer for as long as the file system takes, which was 0.2 s for 124 MiB.
     if (!copyLog(query))
         return;
+    // Our own writers come one after the other. In SQLite's busy handler they would sleep.
+    const WriteGate::Turn turn = WriteGate::enter(&WriteGate::of(file.device, file.inode));
     query.exec(u"PRAGMA busy_timeout = 0"_s);
     query.finish();
     query.exec(u"PRAGMA queues.wal_checkpoint(TRUNCATE)"_s);

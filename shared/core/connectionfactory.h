@@ -31,8 +31,8 @@ public:
     /// would go on succeeding on a file that nobody else sees.
     virtual bool isConnectionCurrent(const QString &name);
     /// Empties the write-ahead log of the calling thread's SQLite connection when it has grown
-    /// beyond the ordinary and nobody needs it; what it holds goes into the file. Waits for
-    /// nobody.
+    /// beyond the ordinary and nobody needs it; what it holds goes into the file. Waits for its turn
+    /// among this process's writers, and for no other program.
     void shrinkLog(const QString &name);
     /// Where writers of the connection's file wait for their turn; null on a server.
     WriteGate *gateOf(const QSqlDatabase &database) const;

@@ -121,6 +121,7 @@ private Q_SLOTS:
     void noOperationHoldsTheLog();
     void logShrinksWhenAPassEnds_data();
     void logShrinksWhenAPassEnds();
+    void logShrinksInATurnOfItsOwn();
     void logShrinksByItself();
     void lockedByAnotherProgram();
     void workersRemoveTogether();
@@ -838,6 +839,31 @@ void TstDao::logShrinksWhenAPassEnds()
     QVERIFY(ordinary > 0);
     dao.onPassEnded();
     QCOMPARE(logSize(), ordinary);
+}
+
+void TstDao::logShrinksInATurnOfItsOwn()
+{
+    if (server)
+        QSKIP("a server keeps its files to itself");
+    constexpr qint64 size = 20 * 1024 * 1024;
+    {
+        TillConnection till(database->file());
+        growLog(till, size);
+        till.run(u"COMMIT"_s);
+    }
+    WriteGate::Turn held = WriteGate::enter(gate());
+    std::thread worker([] {
+        queue::DAO dao;
+        dao.connect();
+        dao.onPassEnded();
+    });
+    while (gate()->waiting() == 0)
+        std::this_thread::yield();
+    const bool isWaiting = logSize() > size;
+    held.end();
+    worker.join();
+    QVERIFY(isWaiting);
+    QCOMPARE(logSize(), 0);
 }
 
 /// The service's own writes give the disk back, too, once the log begins again.
