@@ -199,9 +199,7 @@ QueueInfo DAO::getQueueInfo()
     QueueInfo info;
     if (execute(probe, {}) && probe.next()) {
         info.count = probe.value(0).toInt();
-        // The server's time is the till's, which newer drivers of Qt's take for UTC.
-        const QDateTime time = probe.value(1).toDateTime();
-        info.firstMessageTime = QDateTime(time.date(), time.time());
+        info.firstMessageTime = databaseTime(probe.value(1));
     }
     probe.finish();
     return info;

@@ -16,3 +16,15 @@ QString databaseErrorText(const QSqlError &error, const QString &statement)
         known += u", запрос: "_s + statement;
     return known;
 }
+
+QDateTime databaseTime(const QVariant &value)
+{
+    const bool isText =
+        value.typeId() == QMetaType::QString || value.typeId() == QMetaType::QByteArray;
+    const QDateTime time =
+        isText ? QDateTime::fromString(value.toString().trimmed(), Qt::ISODateWithMs)
+               : value.toDateTime();
+    if (!time.isValid())
+        return QDateTime();
+    return isText ? time.toLocalTime() : QDateTime(time.date(), time.time());
+}

@@ -106,6 +106,8 @@ private Q_SLOTS:
     void earlierMessage_data();
     void earlierMessage();
     void queueInfo();
+    void timeWithAZone_data();
+    void timeWithAZone();
     void traceOfARead();
     void failedStatementKeepsTheConnection();
     void causeThatGoesAway_data();
@@ -473,6 +475,36 @@ void TstDao::queueInfo()
     const QueueInfo info = dao.getQueueInfo();
     QCOMPARE(info.count, 3);
     QCOMPARE(info.firstMessageTime, QDateTime(QDate(2026, 2, 3), QTime(4, 5, 6)));
+}
+
+void TstDao::timeWithAZone_data()
+{
+    QTest::addColumn<QString>("time");
+    QTest::addColumn<QTime>("shown");
+    // The test's zone is five hours ahead of Greenwich.
+    QTest::newRow("none") << u"2026-02-03 04:05:06"_s << QTime(4, 5, 6);
+    QTest::newRow("Greenwich") << u"2026-02-03T04:05:06Z"_s << QTime(9, 5, 6);
+    QTest::newRow("Moscow") << u"2026-02-03T04:05:06.500+03:00"_s << QTime(6, 5, 6, 500);
+}
+
+/// A till writes it as text where the column lets it.
+void TstDao::timeWithAZone()
+{
+    QFETCH(QString, time);
+    QFETCH(QTime, shown);
+    if (server)
+        change(u"ALTER TABLE message MODIFY creationtime VARCHAR(40) NOT NULL DEFAULT ''"_s);
+    database->query(u"INSERT INTO message (type, body, cardnumber, statuscode, creationtime) "
+                    "VALUES ('cardlab', '{}', '', '', ?)"_s,
+                    {time});
+    {
+        queue::DAO dao;
+        dao.connect();
+        QCOMPARE(dao.getQueueInfo().firstMessageTime, QDateTime(QDate(2026, 2, 3), shown));
+    }
+    if (server)
+        change(u"DELETE FROM message; ALTER TABLE message MODIFY creationtime DATETIME NOT NULL "
+               "DEFAULT CURRENT_TIMESTAMP"_s);
 }
 
 void TstDao::traceOfARead()

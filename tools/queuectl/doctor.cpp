@@ -2,6 +2,7 @@
 
 #include "shared/core/config.h"
 #include "shared/core/connectionfactory.h"
+#include "shared/core/databasevalues.h"
 #include "shared/core/paths.h"
 #include "shared/core/singleton.h"
 #include "tools/queuectl/certificatecheck.h"
@@ -128,10 +129,8 @@ void Examination::database()
         writeAheadLog();
     }
     QSqlQuery newest(connection);
-    if (newest.exec(u"SELECT MAX(creationtime) FROM message"_s) && newest.next()) {
-        const QDateTime time = newest.value(0).toDateTime();
-        newestRow = time.isValid() ? QDateTime(time.date(), time.time()) : QDateTime();
-    }
+    if (newest.exec(u"SELECT MAX(creationtime) FROM message"_s) && newest.next())
+        newestRow = databaseTime(newest.value(0));
 }
 
 void Examination::schema(const QSqlDatabase &connection)

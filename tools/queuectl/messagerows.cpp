@@ -2,6 +2,7 @@
 
 #include "shared/core/config.h"
 #include "shared/core/connectionfactory.h"
+#include "shared/core/databasevalues.h"
 #include "shared/core/paths.h"
 #include "shared/core/singleton.h"
 #include "tools/queuectl/failure.h"
@@ -75,13 +76,6 @@ void execute(QSqlQuery &query, const QString &statement, const QVariantList &val
     bindAndRun(query, values);
 }
 
-/// The till's own time, which newer drivers of Qt's take for UTC.
-QDateTime tillTime(const QVariant &value)
-{
-    const QDateTime time = value.toDateTime();
-    return time.isValid() ? QDateTime(time.date(), time.time()) : QDateTime();
-}
-
 Row toRow(const QVariantList &values)
 {
     Row row;
@@ -90,7 +84,7 @@ Row toRow(const QVariantList &values)
     row.body = values[2].toByteArray();
     row.cardNumber = values[3].toString();
     row.statusCode = values[4].toString();
-    row.creationTime = tillTime(values[5]);
+    row.creationTime = databaseTime(values[5]);
     return row;
 }
 
@@ -161,7 +155,7 @@ QList<TypeRows> MessageRows::types(const QDateTime &writtenBefore)
                               + u"GROUP BY type ORDER BY type"_s,
                           values);
     for (const QVariantList &row : rows)
-        result.append({row[0].toString(), row[1].toInt(), tillTime(row[2])});
+        result.append({row[0].toString(), row[1].toInt(), databaseTime(row[2])});
     return result;
 }
 
