@@ -56,6 +56,8 @@ const QSet<QString> ordinaryTexts{
     u"Удаление соединения с базой данных: %1"_s,
     u"Сообщения удаляются по одному: %1"_s,
     u"В базе данных '%1' созданы таблицы %2"_s,
+    // Why a log was not put aside.
+    u"файл уже открыт другой программой"_s,
     // What a line on a statement ends with.
     u", код ошибки "_s,
     u", запрос: "_s,

@@ -5,6 +5,7 @@
 #include "shared/core/databasevalues.h"
 #include "shared/core/paths.h"
 #include "shared/core/singleton.h"
+#include "shared/core/sqlitefilelock.h"
 #include "shared/core/writegate.h"
 
 #include <log4qt/logmanager.h>
@@ -15,8 +16,12 @@
 #include <QSqlQuery>
 #include <QStringList>
 
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
 #include <optional>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -213,11 +218,50 @@ bool isServerDriver(const QString &driver)
 
 } // namespace
 
+/// Keeps a file's number from being given to another one after the file has been deleted.
+class FilePin
+{
+public:
+    explicit FilePin(const QString &path)
+        // Such a descriptor reads nothing, and its end drops no lock of this process.
+        : file(::open(QFile::encodeName(path).constData(), O_PATH | O_CLOEXEC))
+    {
+    }
+    ~FilePin()
+    {
+        if (file >= 0)
+            ::close(file);
+    }
+    FilePin(const FilePin &) = delete;
+    FilePin &operator=(const FilePin &) = delete;
+
+    bool isAt(const QString &path) const
+    {
+        struct stat own = {};
+        struct stat there = {};
+        return ::fstat(file, &own) == 0 && ::stat(QFile::encodeName(path).constData(), &there) == 0
+               && own.st_dev == there.st_dev && own.st_ino == there.st_ino;
+    }
+
+private:
+    const int file;
+};
+
 ConnectionFactory::~ConnectionFactory() = default;
 
 void ConnectionFactory::removeConnection(const QString &name)
 {
     {
+        const QMutexLocker opener(&opening);
+        QString path;
+        {
+            const QMutexLocker locker(&files.mutex);
+            path = files.value.value(name).path;
+        }
+        // Already now: a service that ends leaves the new file to the next one, which cannot know
+        // what is left of the former.
+        if (!path.isEmpty())
+            putFormerLogAside(path);
         const QMutexLocker locker(&files.mutex);
         files.value.remove(name);
     }
@@ -242,6 +286,11 @@ QSqlDatabase ConnectionFactory::getConnection()
         removeConnection(name);
         throw;
     }
+}
+
+bool ConnectionFactory::isSameFile(const FileIdentity &one, const FileIdentity &other)
+{
+    return one.device == other.device && one.inode == other.inode;
 }
 
 bool ConnectionFactory::isConnectionCurrent(const QString &name)
@@ -332,16 +381,26 @@ void ConnectionFactory::openSqlite(QSqlDatabase &database, const QString &path)
     if (!database.open())
         fail(what, database.lastError());
 
-    // Attached under the schema's name, the file answers to `message` and to `queues.message` alike.
     QSqlQuery query(database);
-    query.prepare(u"ATTACH DATABASE ? AS queues"_s);
-    query.addBindValue(path);
-    if (!query.exec())
-        fail(what, query.lastError());
-    query.finish();
-    const auto tables = readTables(query, u"queues"_s);
-    if (!tables)
-        fail(what, query.lastError());
+    std::optional<Tables> tables;
+    {
+        const QMutexLocker opener(&opening);
+        const QString reason = putFormerLogAside(path);
+        if (!reason.isEmpty())
+            throw BasicException(reason);
+        // Attached under the schema's name, the file answers to `message` and to `queues.message`
+        // alike.
+        query.prepare(u"ATTACH DATABASE ? AS queues"_s);
+        query.addBindValue(path);
+        if (!query.exec())
+            fail(what, query.lastError());
+        query.finish();
+        tables = readTables(query, u"queues"_s);
+        if (!tables)
+            fail(what, query.lastError());
+        noteFile(database.connectionName(), path);
+        reported = {};
+    }
     if (!tables->missing.isEmpty() && createsTables) {
         try {
             createTables(path, tables->isEmpty);
@@ -366,11 +425,139 @@ void ConnectionFactory::openSqlite(QSqlDatabase &database, const QString &path)
     // Texts compare by their bytes, as on the server.
     execute(database, u"PRAGMA case_sensitive_like=ON"_s, what);
 
+    // A new file has its log only now.
+    noteFile(database.connectionName(), path);
+}
+
+void ConnectionFactory::noteFile(const QString &name, const QString &path)
+{
     struct stat status = {};
-    if (::stat(QFile::encodeName(path).constData(), &status) == 0) {
-        const QMutexLocker locker(&files.mutex);
-        files.value.insert(database.connectionName(), {path, status.st_dev, status.st_ino});
+    if (::stat(QFile::encodeName(path).constData(), &status) != 0)
+        return;
+    FileIdentity identity{path, status.st_dev, status.st_ino, {}};
+    const QStringList endings = SqliteFileLock::companions();
+    for (qsizetype i = 0; i < endings.size(); ++i) {
+        if (::stat(QFile::encodeName(path + endings[i]).constData(), &status) == 0)
+            identity.companions.at(i) = status.st_ino;
     }
+    const QMutexLocker locker(&files.mutex);
+    const FileIdentity noted = files.value.value(name);
+    // Replaced since it was opened: what is there now belongs to another file.
+    if (noted.inode == 0 || isSameFile(noted, identity))
+        files.value.insert(name, identity);
+}
+
+/// SQLite finds a write-ahead log by its name. It would apply what is left of the former file to
+/// the new one, and damage it. Rows may be in it, so it is kept under another name. Returns why
+/// the file in place must not be opened; an empty text when it may be.
+QString ConnectionFactory::putFormerLogAside(const QString &path)
+{
+    struct stat status = {};
+    FileIdentity current{path, 0, 0, {}};
+    if (::stat(QFile::encodeName(path).constData(), &status) == 0) {
+        current.device = status.st_dev;
+        current.inode = status.st_ino;
+    }
+    bool isReplaced = false;
+    {
+        const QMutexLocker locker(&files.mutex);
+        for (const FileIdentity &file : std::as_const(files.value)) {
+            if (file.path != path)
+                continue;
+            // This one was opened after the replacement, and what is beside it is its own.
+            if (isSameFile(file, current))
+                return QString();
+            isReplaced = true;
+        }
+    }
+    const QStringList left = companionsLeft(current);
+    if (!left.isEmpty())
+        return moveAside(current, left);
+    if (isReplaced)
+        report(
+            current,
+            u"Файл базы данных '%1' удалён или заменён во время работы службы, перезапустите программы кассы, у которых он открыт"_s
+                .arg(path));
+    return QString();
+}
+
+/// The files beside `current` that belong to a file which was there before.
+QStringList ConnectionFactory::companionsLeft(const FileIdentity &current)
+{
+    QStringList left;
+    const QStringList endings = SqliteFileLock::companions();
+    for (qsizetype i = 0; i < endings.size(); ++i) {
+        const QString companion = current.path + endings[i];
+        struct stat status = {};
+        const bool isThere = ::stat(QFile::encodeName(companion).constData(), &status) == 0;
+        const std::shared_ptr<FilePin> pin = unmoved.value(companion);
+        bool isLeft = false;
+        if (isThere && pin) {
+            isLeft = pin->isAt(companion);
+        } else if (isThere) {
+            // A connection has it open, so its number cannot have been given to another file.
+            const QMutexLocker locker(&files.mutex);
+            isLeft = std::ranges::any_of(std::as_const(files.value), [&](const FileIdentity &file) {
+                return file.path == current.path && file.device == status.st_dev
+                       && file.companions.at(i) == status.st_ino;
+            });
+        }
+        if (isLeft)
+            left.append(companion);
+        else
+            unmoved.remove(companion);
+    }
+    return left;
+}
+
+QString ConnectionFactory::moveAside(const FileIdentity &current, const QStringList &left)
+{
+    const QString path = current.path;
+    QString reason;
+    std::unique_ptr<SqliteFileLock> lock;
+    if (current.inode != 0) {
+        // Somebody who has opened the new file already has begun to use the log of the former.
+        lock = std::make_unique<SqliteFileLock>(path);
+        if (!lock->isTaken())
+            reason = lock->isInUse() ? u"файл уже открыт другой программой"_s : lock->reason();
+    }
+    const QString keptName = SqliteFileLock::keptName(path, u"replaced"_s);
+    for (const QString &companion : left) {
+        const QString kept = keptName + companion.mid(path.size());
+        if (reason.isEmpty()
+            && ::rename(QFile::encodeName(companion).constData(),
+                        QFile::encodeName(kept).constData())
+                   != 0)
+            reason = qt_error_string(errno);
+    }
+    if (reason.isEmpty()) {
+        for (const QString &companion : left)
+            unmoved.remove(companion);
+        report(
+            current,
+            u"Файл базы данных '%1' удалён или заменён во время работы службы, его журнал сохранён как '%2', перезапустите программы кассы, у которых он открыт"_s
+                .arg(path, keptName + left.first().mid(path.size())));
+        return QString();
+    }
+    // Its connections may be closed before the next attempt.
+    for (const QString &companion : left) {
+        if (!unmoved.contains(companion))
+            unmoved.insert(companion, std::make_shared<FilePin>(companion));
+    }
+    const QString text =
+        u"Файл базы данных '%1' заменён во время работы службы, рядом остался журнал '%2' прежнего файла (%3), вместе они повредят базу данных: остановите службу и программы кассы и восстановите файл командой queuectl restore"_s
+            .arg(path, left.first(), reason);
+    report(current, text);
+    return text;
+}
+
+/// Once for each file that is found in place of another.
+void ConnectionFactory::report(const FileIdentity &current, const QString &text)
+{
+    if (reported.path == current.path && isSameFile(reported, current))
+        return;
+    reported = current;
+    logger()->error(text);
 }
 
 void ConnectionFactory::openServer(QSqlDatabase &database)

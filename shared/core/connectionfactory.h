@@ -3,10 +3,16 @@
 #include "shared/core/guarded.h"
 
 #include <QHash>
+#include <QMutex>
 #include <QSqlDatabase>
 #include <QString>
+#include <QStringList>
 
+#include <array>
 #include <atomic>
+#include <memory>
+
+class FilePin;
 
 class WriteGate;
 
@@ -16,6 +22,10 @@ class WriteGate;
 /// Each thread has one connection under a name of its own, which only that thread may use and remove.
 /// Nobody keeps a QSqlDatabase beyond the call that needs it, or the removal draws a warning of Qt's;
 /// prepared statements may outlive it.
+///
+/// When the SQLite file is deleted or replaced while connections have it open, the log says so
+/// once, and the write-ahead log that is left of the former file is put aside before the new one
+/// is opened.
 ///
 /// Reached through Singleton<ConnectionFactory>. Thread: any.
 class ConnectionFactory
@@ -44,18 +54,34 @@ public:
     static void setCreatesTables(bool creates);
 
 private:
+    /// The file that a connection has open, as it was named and numbered when it was opened.
     struct FileIdentity
     {
         QString path;
         quint64 device = 0;
         quint64 inode = 0;
+        /// Of the files beside it, in the order of SqliteFileLock::companions(); 0 for none.
+        std::array<quint64, 2> companions = {};
     };
 
+    static bool isSameFile(const FileIdentity &one, const FileIdentity &other);
     QSqlDatabase open(const QString &name);
     void openSqlite(QSqlDatabase &database, const QString &path);
+    void noteFile(const QString &name, const QString &path);
+    QString putFormerLogAside(const QString &path);
+    QStringList companionsLeft(const FileIdentity &current);
+    QString moveAside(const FileIdentity &current, const QStringList &left);
+    void report(const FileIdentity &current, const QString &text);
     static void openServer(QSqlDatabase &database);
 
     Guarded<QHash<QString, FileIdentity>> files;
+    /// Held while a file is opened, and while what is left of a former file is put aside; taken
+    /// before the mutex of `files`. It guards the two below as well.
+    QMutex opening;
+    /// What is left of former files and could not be put aside, by its path.
+    QHash<QString, std::shared_ptr<FilePin>> unmoved;
+    /// The file that the last line about a replacement was about.
+    FileIdentity reported;
     static inline std::atomic<bool> withCheck{true};
     static inline std::atomic<bool> createsTables{true};
 };

@@ -120,6 +120,7 @@ private Q_SLOTS:
     void endRemovesTheConnection();
     void deletedFile();
     void deletedFileOfABusyStore();
+    void replacedFile();
     void noOperationHoldsTheLog();
     void logShrinksWhenAPassEnds_data();
     void logShrinksWhenAPassEnds();
@@ -765,6 +766,35 @@ void TstDao::deletedFileOfABusyStore()
     removeFiles();
     QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
     QCOMPARE(dao.getErrorsCount(), 4);
+}
+
+/// A backup is moved into place, and the write-ahead log of the former file stays beside it.
+void TstDao::replacedFile()
+{
+    if (server)
+        QSKIP("a server keeps its files to itself");
+    const QString backup = database->root() + u"/backup.db"_s;
+    const int id = database->put(u"cardlab"_s, u"{}"_s);
+    database->query(u"VACUUM queues INTO ?"_s, {backup});
+    for (int i = 0; i < 100; ++i)
+        database->put(u"heineken"_s, QString(1000, u'x'));
+    QVERIFY(logSize() > 100'000);
+    queue::DAO dao;
+    dao.connect();
+    QCOMPARE(::rename(QFile::encodeName(backup).constData(),
+                      QFile::encodeName(database->file()).constData()),
+             0);
+    const LogCapture log(u"database"_s);
+    QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
+    QCOMPARE(dao.getErrorsCount(), 2);
+
+    QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, id);
+    QVERIFY(!dao.hasMessages(u"heineken"_s, QString()));
+    dao.deleteMessage(id);
+    QCOMPARE(database->ids(), QList<int>());
+    QCOMPARE(database->query(u"PRAGMA queues.integrity_check"_s).value(0).value(0), u"ok"_s);
+    QCOMPARE(dao.getErrorsCount(), 2);
+    QCOMPARE(log.lines().filter(u"ERROR Файл базы данных "_s).size(), 1);
 }
 
 /// A statement that is not over would be a reader for as long as the service runs, and the log

@@ -239,7 +239,8 @@ check "installed again, it finds its settings" same "$(cat "$settings")" "$setti
 # What others have put into the service's folders and beside them, and a trap in the folder of everybody.
 mkdir -p "$work/elsewhere"
 touch "$till/log/till.txt" "$work/elsewhere/certificate.pem" "$till/log/queue.log" "$till/log/queue.log.1.gz" \
-    "$till/queue.lock" "$till/ids.json" "$root/tmp/queue_spasibo_0123.pem"
+    "$till/queue.lock" "$till/queues.db.replaced-20260131-120000-wal" \
+    "$till/queues.db.before-restore-20260131-120000" "$till/ids.json" "$root/tmp/queue_spasibo_0123.pem"
 rm -rf "$root/tmp/spasibo-certs"
 ln -s "$work/elsewhere" "$root/tmp/spasibo-certs"
 package -P queue queue-stand || give_up "the packages can be purged" "$work/output"

@@ -58,6 +58,25 @@ int countRows()
     return 0;
 }
 
+/// Has it open the file of the next argument as a till does, until its input ends.
+const QString holdArgument = u"--hold"_s;
+
+int holdFile(const QString &path)
+{
+    {
+        QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s);
+        database.setDatabaseName(path);
+        if (!database.open() || !QSqlQuery(database).exec(u"SELECT * FROM message LIMIT 1"_s))
+            return 1;
+        std::puts("open");
+        std::fflush(stdout);
+        while (std::getchar() != EOF) {
+        }
+    }
+    QSqlDatabase::removeDatabase(QLatin1StringView(QSqlDatabase::defaultConnection));
+    return 0;
+}
+
 /// Runs `function` on `count` threads at once and waits for their end.
 void onThreads(int count, const std::function<void()> &function)
 {
@@ -104,6 +123,11 @@ private Q_SLOTS:
     void sqliteFileThatWasReplacedIsNoticed();
     void sqliteFileThatIsGoneTakesNoRows();
     void sqliteFileHasOneGate();
+    void formerLogIsNotMixedIn_data();
+    void formerLogIsNotMixedIn();
+    void formerLogIsPutAsideAtTheEnd();
+    void formerLogThatAnotherProgramUses();
+    void replacedFileWithoutALog();
 
     void serverIsReachedOverTheSocket();
     void serverConnectionLostAndReopened();
@@ -139,6 +163,13 @@ private:
     static void bothDatabases();
     /// Runs statements on the file as the till does, with the file as its main database.
     void asTill(const QStringList &statements);
+    /// A file with rows of type `backup`, while the database in use has others, most of them in
+    /// its log.
+    QString makeBackup();
+    /// As `mv` does: the file that was there has no name any more.
+    void moveIntoPlace(const QString &file);
+    /// The write-ahead logs that were put aside.
+    QStringList keptLogs();
     /// As in `message(message_card,message_type)`, in order.
     QStringList tablesWithIndexes();
     /// Leads the service to the database of the data row.
@@ -395,6 +426,136 @@ void TestConnectionFactory::sqliteFileHasOneGate()
     removeOwnConnection();
     queue->setSettings(u"[database]\nname = %1/other.db\n"_s.arg(queue->root()));
     QVERIFY(factory->gateOf(factory->getConnection()) != gate);
+}
+
+void TestConnectionFactory::formerLogIsNotMixedIn_data()
+{
+    QTest::addColumn<bool>("isReplaced");
+    QTest::newRow("replaced") << true;
+    QTest::newRow("deleted") << false;
+}
+
+/// Somebody moves a backup into place, or deletes the file, and leaves `-wal` and `-shm` where
+/// they are.
+void TestConnectionFactory::formerLogIsNotMixedIn()
+{
+    QFETCH(bool, isReplaced);
+    const QString backup = makeBackup();
+    const LogCapture log(u"database"_s);
+    std::latch isOpen(2);
+    std::latch isOver(2);
+    int readMeanwhile = -1;
+    const std::unique_ptr<QThread> worker(QThread::create([&] {
+        const QString name = factory->getConnection().connectionName();
+        queue->ids();
+        isOpen.arrive_and_wait();
+        isOver.arrive_and_wait();
+        // It has not noticed yet, and reads what it has open.
+        QSqlQuery query(QSqlDatabase::database(name, false));
+        if (query.exec(u"SELECT COUNT(*) FROM message WHERE type = 'former'"_s) && query.next())
+            readMeanwhile = query.value(0).toInt();
+        query = QSqlQuery();
+        factory->removeConnection(name);
+    }));
+    worker->start();
+    isOpen.arrive_and_wait();
+    if (isReplaced)
+        moveIntoPlace(backup);
+    else
+        QVERIFY(QFile::remove(queue->file()));
+
+    const auto restored = queue->ids(u"backup"_s).size();
+    const auto mixedIn = queue->ids(u"former"_s).size();
+    queue->put(u"later"_s, u"{}"_s);
+    isOver.arrive_and_wait();
+    worker->wait();
+    QCOMPARE(restored, isReplaced ? 50 : 0);
+    QCOMPARE(mixedIn, 0);
+    QCOMPARE(readMeanwhile, 500);
+    // What was in the former log is there still, and only once is it told.
+    const QStringList kept = keptLogs();
+    QCOMPARE(kept.size(), 1);
+    QVERIFY(QFileInfo(kept.first()).size() > 100'000);
+    QCOMPARE(log.lines().filter(u"ERROR "_s),
+             QStringList{u"ERROR Файл базы данных '%1' удалён или заменён во время работы службы, "
+                         "его журнал сохранён как '%2', перезапустите программы кассы, "
+                         "у которых он открыт"_s.arg(queue->file(), kept.first())});
+    removeOwnConnection();
+    QCOMPARE(queue->ids(u"later"_s).size(), 1);
+    QCOMPARE(queue->query(u"PRAGMA queues.integrity_check"_s).value(0).value(0), u"ok"_s);
+}
+
+/// The next service knows nothing of the former file.
+void TestConnectionFactory::formerLogIsPutAsideAtTheEnd()
+{
+    const QString backup = makeBackup();
+    const QString name = factory->getConnection().connectionName();
+    moveIntoPlace(backup);
+    const LogCapture log(u"database"_s);
+    factory->removeConnection(name);
+    QCOMPARE(keptLogs().size(), 1);
+    QVERIFY(!QFile::exists(queue->file() + u"-wal"_s));
+    QVERIFY(!QFile::exists(queue->file() + u"-shm"_s));
+    QCOMPARE(log.lines().filter(u"ERROR Файл базы данных"_s).size(), 1);
+
+    QProcess process;
+    process.start(QCoreApplication::applicationFilePath(), {countArgument});
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()), u"rows: 50\n"_s);
+}
+
+/// It has begun to mix the two. There is nothing left to save, but the service takes no part in it.
+void TestConnectionFactory::formerLogThatAnotherProgramUses()
+{
+    const QString backup = makeBackup();
+    const QString log = queue->file() + u"-wal"_s;
+    moveIntoPlace(backup);
+    QProcess other;
+    other.start(QCoreApplication::applicationFilePath(), {holdArgument, queue->file()});
+    QVERIFY(other.waitForReadyRead());
+    const qint64 logSize = QFileInfo(log).size();
+
+    const LogCapture lines(u"database"_s);
+    const QString text =
+        u"Файл базы данных '%1' заменён во время работы службы, рядом остался журнал '%2' прежнего "
+        "файла (файл уже открыт другой программой), вместе они повредят базу данных: остановите "
+        "службу и программы кассы и восстановите файл командой queuectl restore"_s.arg(
+            queue->file(), log);
+    QCOMPARE(connectError(), text);
+    QCOMPARE(connectError(), text);
+    QCOMPARE(lines.lines().filter(u"ERROR "_s), QStringList{u"ERROR "_s + text});
+    QCOMPARE(QFileInfo(log).size(), logSize);
+    QCOMPARE(keptLogs(), QStringList());
+
+    // The engineer does what the line says.
+    other.closeWriteChannel();
+    QVERIFY(other.waitForFinished());
+    for (const QString &ending : {u"-wal"_s, u"-shm"_s})
+        QFile::remove(queue->file() + ending);
+    QCOMPARE(connectError(), QString());
+}
+
+void TestConnectionFactory::replacedFileWithoutALog()
+{
+    const QString backup = makeBackup();
+    const LogCapture log(u"database"_s);
+    for (int round = 1; round <= 2; ++round) {
+        queue->ids();
+        for (const QString &ending : {u"-wal"_s, u"-shm"_s})
+            QVERIFY(QFile::remove(queue->file() + ending));
+        QVERIFY(QFile::copy(backup, backup + u".copy"_s));
+        moveIntoPlace(backup + u".copy"_s);
+        // Told once, however many connections are opened then.
+        for (int connection = 0; connection < 2; ++connection) {
+            QCOMPARE(queue->ids().size(), 50);
+            QCOMPARE(log.lines().filter(u"ERROR "_s).size(), round);
+            removeOwnConnection();
+        }
+    }
+    QCOMPARE(log.lines().filter(u"ERROR "_s).last(),
+             u"ERROR Файл базы данных '%1' удалён или заменён во время работы службы, "
+             "перезапустите программы кассы, у которых он открыт"_s.arg(queue->file()));
+    QCOMPARE(keptLogs(), QStringList());
 }
 
 void TestConnectionFactory::serverIsReachedOverTheSocket()
@@ -691,6 +852,42 @@ void TestConnectionFactory::asTill(const QStringList &statements)
     QSqlDatabase::removeDatabase(u"till"_s);
 }
 
+QString TestConnectionFactory::makeBackup()
+{
+    const QString backup = queue->root() + u"/backup.db"_s;
+    const auto fill = [this](const QString &type, int count) {
+        queue->query(
+            u"INSERT INTO message (type, body) WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
+            "SELECT i + 1 FROM n WHERE i < %1) SELECT '%2', hex(randomblob(200)) FROM n"_s.arg(
+                QString::number(count), type));
+    };
+    fill(u"backup"_s, 50);
+    queue->query(u"VACUUM queues INTO ?"_s, {backup});
+    queue->query(u"DELETE FROM message"_s);
+    fill(u"former"_s, 500);
+    if (QFileInfo(queue->file() + u"-wal"_s).size() < 100'000)
+        qFatal("the log is empty");
+    return backup;
+}
+
+void TestConnectionFactory::moveIntoPlace(const QString &file)
+{
+    if (::rename(QFile::encodeName(file).constData(), QFile::encodeName(queue->file()).constData())
+        != 0)
+        qFatal("%s", qPrintable(qt_error_string(errno)));
+}
+
+QStringList TestConnectionFactory::keptLogs()
+{
+    const QFileInfo file(queue->file());
+    QStringList result;
+    const QStringList names =
+        file.dir().entryList({file.fileName() + u".replaced-*-wal"_s}, QDir::Files);
+    for (const QString &name : names)
+        result.append(file.dir().filePath(name));
+    return result;
+}
+
 QStringList TestConnectionFactory::tablesWithIndexes()
 {
     QStringList result;
@@ -719,6 +916,8 @@ int main(int argc, char **argv)
     QCoreApplication application(argc, argv);
     if (QCoreApplication::arguments().value(1) == countArgument)
         return countRows();
+    if (QCoreApplication::arguments().value(1) == holdArgument)
+        return holdFile(QCoreApplication::arguments().value(2));
     TestConnectionFactory test;
     return QTest::qExec(&test, argc, argv);
 }
