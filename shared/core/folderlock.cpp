@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QScopeGuard>
@@ -36,6 +37,18 @@ bool isPlainFile(int file)
 {
     struct stat status = {};
     return ::fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// A file that root has made, say for a program that works while the service is stopped, belongs to
+/// whom the folder belongs to, or the service could not open it.
+void giveToFolder(int file, const QString &path)
+{
+    struct stat folder = {};
+    if (::geteuid() == 0
+        && ::stat(QFile::encodeName(QFileInfo(path).path()).constData(), &folder) == 0) {
+        // Failing that, it is as good as one that root has made by hand.
+        [[maybe_unused]] const int result = ::fchown(file, folder.st_uid, folder.st_gid);
+    }
 }
 
 FolderLock::Holder contentOf(int file)
@@ -109,7 +122,10 @@ std::optional<FolderLock::Holder> FolderLock::holder(const QString &path)
 FolderLock::Result FolderLock::open()
 {
     const QByteArray name = QFile::encodeName(path);
-    file = openFile(name, O_RDWR | O_CREAT);
+    file = openFile(name, O_RDWR | O_CREAT | O_EXCL);
+    const bool isNew = file >= 0;
+    if (!isNew)
+        file = openFile(name, O_RDWR | O_CREAT);
     // A file system that takes no writes has locks all the same.
     if (file < 0 && errno == EROFS)
         file = openFile(name, O_RDONLY);
@@ -127,6 +143,8 @@ FolderLock::Result FolderLock::open()
     if (::fstat(file, &status) == 0 && status.st_uid == ::geteuid()
         && (status.st_mode & 07777) != fileMode)
         ::fchmod(file, fileMode);
+    if (isNew)
+        giveToFolder(file, path);
     return Result::Taken;
 }
 

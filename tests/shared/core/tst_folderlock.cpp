@@ -31,6 +31,7 @@ private Q_SLOTS:
     void folderIsRefused();
     void withoutAFolder();
     void rightsOfTheFile();
+    void fileOfRootIsTheFolders();
 
 private:
     QString path() const { return folder->filePath(u"queue.lock"_s); }
@@ -180,6 +181,28 @@ void TestFolderLock::rightsOfTheFile()
     struct stat status = {};
     QCOMPARE(::stat(QFile::encodeName(path()).constData(), &status), 0);
     QCOMPARE(status.st_mode & 07777, mode_t{0660});
+}
+
+void TestFolderLock::fileOfRootIsTheFolders()
+{
+    if (::geteuid() != 0)
+        QSKIP("only root gives files away");
+    constexpr uid_t nobody = 65534;
+    const auto ownerOf = [](const QString &name) {
+        struct stat status = {};
+        return ::stat(QFile::encodeName(name).constData(), &status) == 0 ? status.st_uid : 1;
+    };
+    QCOMPARE(::chown(QFile::encodeName(folder->path()).constData(), nobody, nobody), 0);
+    {
+        FolderLock lock(path());
+        QCOMPARE(lock.take(u"restore"_s), Result::Taken);
+    }
+    QCOMPARE(ownerOf(path()), nobody);
+    // One that was there stays whose it was: it may be anything that goes by this name.
+    QCOMPARE(::chown(QFile::encodeName(path()).constData(), 0, 0), 0);
+    FolderLock lock(path());
+    QCOMPARE(lock.take(u"restore"_s), Result::Taken);
+    QCOMPARE(ownerOf(path()), uid_t{0});
 }
 
 QTEST_GUILESS_MAIN(TestFolderLock)
