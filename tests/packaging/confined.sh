@@ -10,7 +10,7 @@ if ! command -v systemd-analyze >/dev/null; then
     echo "SKIP: systemd-analyze is not installed, so nobody says which system calls the unit allows"
     exit 77
 fi
-if [ "$(id -u)" -ne 0 ] || ! [ / -ef /proc/1/root ]; then
+if [ "$(id -u)" -ne 0 ] || ischroot; then
     echo "Without root, and in a chroot, the tree is not made read-only; the rest is tried."
 fi
 # The search for leaks attaches to its own process, a call that the unit rightly refuses: a build with

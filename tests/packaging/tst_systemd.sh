@@ -15,17 +15,19 @@ skip() {
     exit 77
 }
 
-for tool in systemd-nspawn dpkg-deb unshare; do
+for tool in systemd-nspawn dpkg-deb unshare ischroot; do
     command -v "$tool" >/dev/null || skip "$tool is not installed, so there is no machine with systemd"
 done
 [ -x /lib/systemd/systemd ] || skip "systemd is not installed"
 [ "$(id -u)" -eq 0 ] || skip "without root rights no container can be started"
 
-# A container that is started in a chroot can reach the files outside of it.
-[ / -ef /proc/1/root ] || skip "this is a chroot, out of which a container could reach"
-
 # All mounts are those of a namespace that ends with this script.
 if [ "${OWN_MOUNTS:-}" != yes ]; then
+    # A container that is started in a chroot can reach the files outside of it. Asked before the mounts
+    # differ from those of the first process.
+    in_chroot=0
+    ischroot || in_chroot=$?
+    [ "$in_chroot" -eq 1 ] || skip "this is a chroot, or may be one, and a container could reach what is outside of it"
     unshare --mount true 2>/dev/null || skip "no mount namespace can be made here"
     OWN_MOUNTS=yes exec unshare --mount "$0" "$@"
 fi
