@@ -9,6 +9,7 @@
 
 #include <QJsonArray>
 #include <QTest>
+#include <QTimeZone>
 
 #include <type_traits>
 
@@ -379,7 +380,7 @@ void TstMindboxResults::fields()
         break;
     case Kind::Time:
         value = u"2026-01-31T12:34:56.789Z"_s;
-        expected = QDateTime({2026, 1, 31}, {12, 34, 56, 789}, Qt::UTC);
+        expected = QDateTime({2026, 1, 31}, {12, 34, 56, 789}, QTimeZone::utc());
         break;
     }
     const QStringList keys = path.split(u'.');
@@ -473,7 +474,8 @@ void TstMindboxResults::onlyActivatedCards()
         QCOMPARE(number(card.processingStatus), 0);
     }
     QCOMPARE(numbers, (QStringList{u"1"_s, u""_s, u""_s, u"8"_s}));
-    QCOMPARE(result.discountCards.at(0).date, QDateTime({2026, 1, 31}, {12, 0, 0, 250}, Qt::UTC));
+    QCOMPARE(result.discountCards.at(0).date,
+             QDateTime({2026, 1, 31}, {12, 0, 0, 250}, QTimeZone::utc()));
     QVERIFY(!result.discountCards.at(1).date.isValid());
     QVERIFY(!result.discountCards.at(2).date.isValid());
     QStringList ofCustomer;

@@ -10,6 +10,7 @@
 
 #include <QJsonDocument>
 #include <QTest>
+#include <QTimeZone>
 
 #include <thread>
 
@@ -199,7 +200,7 @@ void TestDocumentsDao::readCardChangesOnlyWhatIsSetAfterwards()
 void TestDocumentsDao::operationInfoComesBack()
 {
     const int id = put(u"1"_s, u"77"_s);
-    const QDateTime time(QDate(2026, 1, 31), QTime(12, 30, 15), Qt::UTC);
+    const QDateTime time(QDate(2026, 1, 31), QTime(12, 30, 15), QTimeZone::utc());
     DocumentCardRecord card;
     card.setId(id);
     card.setOperationInfo(QVariantMap{{u"TransactionDate"_s, time}, {u"sum"_s, 12.5}});
