@@ -10,9 +10,11 @@
 #include "tools/queuectl/controlport.h"
 #include "tools/queuectl/failids.h"
 #include "tools/queuectl/failure.h"
+#include "tools/queuectl/logsettings.h"
 #include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/openfiles.h"
 #include "tools/queuectl/report.h"
+#include "tools/queuectl/secretfiles.h"
 #include "tools/queuectl/servicelog.h"
 #include "tools/queuectl/settingsfiles.h"
 #include "tools/queuectl/text.h"
@@ -112,6 +114,18 @@ void Examination::settings()
 
 void Examination::database()
 {
+    const QString driver =
+        Singleton<Config>::instance()->getString(u"database:driver"_s, u"QSQLITE"_s);
+    const QMap<QString, QString> packages{{u"QSQLITE"_s, u"libqt6sql6-sqlite"_s},
+                                          {u"QMYSQL"_s, u"libqt6sql6-mysql"_s},
+                                          {u"QMARIADB"_s, u"libqt6sql6-mysql"_s}};
+    if (packages.contains(driver) && !QSqlDatabase::isDriverAvailable(driver)) {
+        add(State::Error, u"database"_s,
+            text("the settings ask for the driver %1, which is not installed (apt install %2)",
+                 "настройки требуют драйвер %1, он не установлен (apt install %2)")
+                .arg(driver, packages.value(driver)));
+        return;
+    }
     const QString place = databasePlace().value(u"place"_s).toString();
     try {
         MessageRows();
@@ -292,6 +306,10 @@ void Examination::rights()
             text("only %1 MiB are free on the disk of %2", "свободно всего %1 МиБ на диске с %2")
                 .arg(QString::number(storage.bytesAvailable() / 1024 / 1024), folder.filePath()));
 
+    const QList<SecretFinding> secrets = checkSettingsRights();
+    for (const SecretFinding &finding : secrets)
+        add(finding.isOutOfReach ? State::Error : State::Warning, u"rights"_s, finding.text);
+
     const QString file = databaseFile();
     const QFileInfo info(file);
     if (file.isEmpty() || !info.exists())
@@ -418,6 +436,24 @@ void Examination::certificates()
 
 void Examination::log()
 {
+    const QString settings = logSettingsFile();
+    if (QFileInfo::exists(settings)) {
+        const QStringList reasons = refusalsOfLogSettings(settings);
+        if (!reasons.isEmpty()) {
+            add(State::Error, u"log"_s,
+                text("%1 is refused, the service logs to the journal: %2",
+                     "%1 не принят, служба пишет в журнал systemd: %2")
+                    .arg(settings, reasons.join(u"; "_s)));
+            return;
+        }
+        const QStringList files = logFilesOutOfReach(settings);
+        for (const QString &file : files)
+            add(State::Error, u"log"_s,
+                text(
+                    "%1: the unit lets the service write below /tallocash and /tmp alone, not into %2",
+                    "%1: unit разрешает службе писать только в /tallocash и /tmp, но не в %2")
+                    .arg(settings, file));
+    }
     const ServiceLog serviceLog = ServiceLog::read();
     if (serviceLog.state() == ServiceLog::State::Denied) {
         add(State::Warning, u"log"_s,

@@ -160,7 +160,15 @@ SettingsFile readSettingsFile(const QString &path)
 {
     SettingsFile result{path, {}, {}};
     QFile file(path);
-    if (QFileInfo(path).isDir() || !file.open(QIODevice::ReadOnly)) {
+    const QFileInfo info(path);
+    if (info.isFile() && !info.isReadable()) {
+        // A file with passwords is for the service and root alone.
+        result.faults.append({Severity::Note, path, 0,
+                              text("this account may not read the file",
+                                   "у этой учётной записи нет права читать файл")});
+        return result;
+    }
+    if (info.isDir() || !file.open(QIODevice::ReadOnly)) {
         result.faults.append(
             {Severity::Error, path, 0,
              text("cannot be read: %1", "не читается: %1").arg(file.errorString())});

@@ -3,9 +3,11 @@
 #include "tests/tools/queuectl/till.h"
 
 #include "tools/queuectl/failure.h"
+#include "tools/queuectl/logsettings.h"
 
 #include <QFile>
 #include <QJsonArray>
+#include <QLibraryInfo>
 #include <QProcess>
 #include <QtTest>
 
@@ -36,6 +38,9 @@ private Q_SLOTS:
     void portOfAnother();
     void certificates();
     void logThatIsNotThere();
+    void refusedLogSettings();
+    void missingDriver();
+    void secretsThatOthersMayRead();
     void bundle();
     void bundleWithoutDatabase();
     void bundleWithoutTar();
@@ -306,6 +311,103 @@ void TestQueuectlDoctor::logThatIsNotThere()
     QVERIFY(checks(u"log"_s).first().startsWith(u"warning the lines of"));
     QVERIFY(QFile::remove(till->database.root() + u"/log/queue.log"_s));
     QVERIFY(checks(u"log"_s).first().startsWith(u"warning there is no log file"));
+}
+
+void TestQueuectlDoctor::refusedLogSettings()
+{
+    const QString settings = u"/tallocash/cash/queue/config/log4qt.properties"_s;
+    const QString root = till->database.root();
+    till->write(settings, "log4j.rootLogger=INFO, file\n"
+                          "log4j.appender.file=org.apache.log4j.NoSuchAppender\n");
+    QString text = checks(u"log"_s).join(u'\n');
+    QVERIFY2(text.startsWith(
+                 u"error %1%2 is refused, the service logs to the journal: "_s.arg(root, settings)),
+             qPrintable(text));
+    QVERIFY2(text.contains(u"NoSuchAppender"), qPrintable(text));
+
+    const auto write = [&](const QString &file) {
+        till->write(settings,
+                    u"log4j.rootLogger=INFO, file\n"
+                    "log4j.appender.file=org.apache.log4j.FileAppender\n"
+                    "log4j.appender.file.File=%1\n"
+                    "log4j.appender.file.layout=org.apache.log4j.SimpleLayout\n"_s.arg(file)
+                        .toUtf8());
+    };
+    const QString outside = u"/var/log/queue-doctor-test/queue.log"_s;
+    write(outside);
+    text = checks(u"log"_s).first();
+    QVERIFY2(text.startsWith(u"error"_s) && text.endsWith(u"alone, not into "_s + outside),
+             qPrintable(text));
+    // The same on a till, whose root is that of the machine.
+    qputenv("QUEUE_ROOT", "");
+    const QStringList outOfReach = queuectl::logFilesOutOfReach(root + settings);
+    qputenv("QUEUE_ROOT", root.toUtf8());
+    QCOMPARE(outOfReach, QStringList{outside});
+    // What the doctor tries is not what the service writes.
+    QVERIFY(!QFileInfo::exists(QFileInfo(outside).path()));
+    write(root + u"/queue.log"_s);
+    text = checks(u"log"_s).first();
+    QVERIFY2(text.startsWith(u"warning there is no log file"_s), qPrintable(text));
+    QVERIFY(!QFileInfo::exists(root + u"/queue.log"_s));
+}
+
+void TestQueuectlDoctor::missingDriver()
+{
+    // A copy of the program that finds no driver but that of SQLite.
+    const QString folder = till->database.root() + u"/bin"_s;
+    const QString drivers = QLibraryInfo::path(QLibraryInfo::PluginsPath) + u"/sqldrivers/"_s;
+    QVERIFY(QDir().mkpath(folder + u"/plugins/sqldrivers"_s));
+    QVERIFY(QFile::copy(QStringLiteral(QUEUECTL_PROGRAM), folder + u"/queuectl"_s));
+    QVERIFY(
+        QFile::link(drivers + u"libqsqlite.so"_s, folder + u"/plugins/sqldrivers/libqsqlite.so"_s));
+    till->write(u"/bin/qt.conf"_s, "[Paths]\nPlugins = plugins\n");
+    const auto examine = [&] {
+        QProcess program;
+        program.start(folder + u"/queuectl"_s, {u"doctor"_s});
+        if (!program.waitForFinished())
+            qFatal("%s", qPrintable(program.errorString()));
+        return QString::fromUtf8(program.readAllStandardOutput());
+    };
+    QVERIFY(!examine().contains(u"is not installed"));
+    till->setSettings(u"[database]\ndriver = QMYSQL\n"_s);
+    const QString text = examine();
+    QVERIFY2(text.contains(u"the settings ask for the driver QMYSQL, which is not installed (apt "
+                           "install libqt6sql6-mysql)"_s),
+             qPrintable(text));
+}
+
+void TestQueuectlDoctor::secretsThatOthersMayRead()
+{
+    till->database.ids();
+    const QString file =
+        till->write(u"/tallocash/cash/queue/config/local.ini"_s, "[Mindbox]\nsecretKey = hush\n");
+    const auto findings = [&](QFile::Permissions rights) {
+        if (!QFile::setPermissions(file, rights))
+            qFatal("%s", qPrintable(file));
+        return checks(u"rights"_s).filter(u"local.ini"_s).join(u'\n');
+    };
+    const QFile::Permissions own = QFile::ReadOwner | QFile::WriteOwner;
+    QCOMPARE(findings(own), QString());
+    QString text = findings(own | QFile::ReadGroup);
+    QVERIFY2(text.startsWith(u"warning "_s + file) && text.contains(u"that the members of group"_s),
+             qPrintable(text));
+    QVERIFY(!text.contains(u"hush"_s));
+    QVERIFY(
+        findings(own | QFile::ReadOther).contains(u"that everybody on this machine may read"_s));
+    // No secret, nothing to hide.
+    till->write(u"/tallocash/cash/queue/config/local.ini"_s,
+                "[Mindbox]\nsecretKey =\ntimeout = 3\n");
+    QCOMPARE(findings(own | QFile::ReadOther), QString());
+
+    // Root's own file that nobody else may read is none of the service's.
+    if (::geteuid() != 0)
+        QSKIP("only root can give the till's folder to another account");
+    QVERIFY(::chown(qPrintable(till->database.root() + u"/tallocash/cash/queue"_s), 65534, 65534)
+            == 0);
+    text = findings(own);
+    QVERIFY2(text.startsWith(u"error "_s + file)
+                 && text.contains(u"may not be read by the service"_s),
+             qPrintable(text));
 }
 
 void TestQueuectlDoctor::bundle()

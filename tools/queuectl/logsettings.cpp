@@ -1,0 +1,98 @@
+#include "tools/queuectl/logsettings.h"
+
+#include "shared/core/paths.h"
+#include "tools/queuectl/text.h"
+
+#include <log4qt/helpers/configuratorhelper.h>
+#include <log4qt/helpers/properties.h>
+#include <log4qt/loggingevent.h>
+#include <log4qt/logmanager.h>
+#include <log4qt/propertyconfigurator.h>
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace queuectl {
+
+namespace {
+
+/// The keys that name files: the appender's option may be written in two ways.
+bool namesFile(const QString &key)
+{
+    return key.startsWith(u"log4j.appender."_s) && key.count(u'.') == 3
+           && key.section(u'.', 3).compare(u"file"_s, Qt::CaseInsensitive) == 0;
+}
+
+} // namespace
+
+QString logSettingsFile()
+{
+    const QString named = qEnvironmentVariable("LOG4QT_CONFIGURATION");
+    return named.isEmpty() ? rootedPath(u"/tallocash/cash/queue/config/log4qt.properties"_s)
+                           : named;
+}
+
+QStringList refusalsOfLogSettings(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {file.errorString()};
+    Log4Qt::Properties properties;
+    properties.load(&file);
+    // The files of the trial are others than the service's.
+    const QTemporaryDir folder;
+    int number = 0;
+    const QStringList keys = properties.keys();
+    for (const QString &key : keys) {
+        if (namesFile(key))
+            properties.setProperty(key, folder.filePath(u"%1.log"_s.arg(++number)));
+    }
+    QStringList reasons;
+    if (!Log4Qt::PropertyConfigurator::configure(properties)) {
+        const auto errors = Log4Qt::ConfiguratorHelper::configureError();
+        for (const Log4Qt::LoggingEvent &error : errors)
+            reasons.append(error.message());
+        if (reasons.isEmpty())
+            reasons.append(text("the reason is not known", "причина неизвестна"));
+    }
+    // This program logs nothing, with or without them.
+    Log4Qt::LogManager::resetConfiguration();
+    Log4Qt::Properties silence;
+    silence.setProperty(u"log4j.rootLogger"_s, u"ERROR, nowhere"_s);
+    silence.setProperty(u"log4j.appender.nowhere"_s, u"org.apache.log4j.NullAppender"_s);
+    Log4Qt::PropertyConfigurator::configure(silence);
+    return reasons;
+}
+
+QStringList logFilesOutOfReach(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    Log4Qt::Properties properties;
+    properties.load(&file);
+    // A trial in a folder of its own has no unit.
+    const QString root = qEnvironmentVariable("QUEUE_ROOT");
+    QStringList reach{u"/tallocash/"_s, u"/tmp/"_s};
+    if (!root.isEmpty())
+        reach.append(QDir::cleanPath(root) + u'/');
+    QStringList result;
+    const QStringList keys = properties.keys();
+    for (const QString &key : keys) {
+        const QString place = QDir::cleanPath(properties.property(key));
+        const bool isReached =
+            std::any_of(reach.cbegin(), reach.cend(),
+                        [&](const QString &folder) { return place.startsWith(folder); });
+        if (namesFile(key) && place.startsWith(u'/') && !isReached)
+            result.append(place);
+    }
+    result.sort();
+    return result;
+}
+
+} // namespace queuectl
