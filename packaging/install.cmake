@@ -8,9 +8,9 @@ else()
     set(sysconf_dir ${CMAKE_INSTALL_PREFIX}/etc)
 endif()
 
-# install_compressed(FILE NAME FOLDER): the same bytes give the same file.
+# install_compressed(FILE NAME FOLDER): the same bytes give the same file. @version@ is replaced.
 function(install_compressed file name folder)
-    configure_file(${file} ${work_dir}/compressed/${component}/${name} COPYONLY)
+    configure_file(${file} ${work_dir}/compressed/${component}/${name} @ONLY)
     execute_process(COMMAND gzip -9nkf ${name} WORKING_DIRECTORY ${work_dir}/compressed/${component}
         COMMAND_ERROR_IS_FATAL ANY)
     file(INSTALL ${work_dir}/compressed/${component}/${name}.gz
@@ -20,6 +20,7 @@ endfunction()
 if(component STREQUAL "queue")
     set(package queue)
     set(bin_dir ${CMAKE_INSTALL_PREFIX}/bin)
+    set(doc_dir ${CMAKE_INSTALL_PREFIX}/share/doc/queue)
     configure_file(${source_dir}/queue.service.in ${work_dir}/queue.service @ONLY)
     file(INSTALL ${work_dir}/queue.service DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/system)
     file(INSTALL ${source_dir}/queue.logrotate DESTINATION ${sysconf_dir}/logrotate.d RENAME queue)

@@ -3,6 +3,8 @@
 set(CPACK_GENERATOR DEB)
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_SOURCE_DIR}/packagetools.cmake)
 set(CPACK_PACKAGE_NAME queue)
+# What the programs say of themselves; packagetools.cmake compares it with the version of the packages.
+set(CPACK_QUEUE_PROGRAM_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR queue)
 set(CPACK_PACKAGE_CONTACT "The makers of queue <queue@makers.tallo.example>" CACHE STRING
     "Who answers for the packages, as a name and an address")
@@ -35,8 +37,9 @@ and bank services, fiscal and retail back-ends, over HTTP and TCP.")
 # tools, which machines without systemd have as programs of their own.
 set(CPACK_DEBIAN_QUEUE_PACKAGE_DEPENDS
     "libqt6sql6-sqlite, openssl, systemd | systemd-standalone-sysusers, systemd | systemd-standalone-tmpfiles")
-set(CPACK_DEBIAN_QUEUE_PACKAGE_RECOMMENDS "libqt6sql6-mysql, logrotate")
-set(CPACK_DEBIAN_QUEUE_PACKAGE_SUGGESTS "mariadb-server, sqlite3")
+# Not recommended, which apt would install: logrotate brings cron and a mail server, and the driver is for tills
+# with a database server alone. `queuectl doctor` names it where the settings ask for it.
+set(CPACK_DEBIAN_QUEUE_PACKAGE_SUGGESTS "libqt6sql6-mysql, logrotate, mariadb-server, sqlite3")
 set(CPACK_DEBIAN_QUEUE_PACKAGE_CONTROL_EXTRA
     ${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles
     ${CMAKE_CURRENT_SOURCE_DIR}/debian/postinst

@@ -1,4 +1,5 @@
-# Read by cpack before it begins. Without dpkg-shlibdeps it would make packages that depend on no library,
+# Read by cpack before it begins. A package whose version differs from what its programs print would mislead
+# everybody who asks one of them. Without dpkg-shlibdeps it would make packages that depend on no library,
 # and say nothing.
 
 foreach(tool dpkg-shlibdeps file)
@@ -9,3 +10,9 @@ foreach(tool dpkg-shlibdeps file)
     endif()
     unset(tool_path)
 endforeach()
+
+if(NOT CPACK_PACKAGE_VERSION STREQUAL CPACK_QUEUE_PROGRAM_VERSION)
+    message(FATAL_ERROR "The programs are of version ${CPACK_QUEUE_PROGRAM_VERSION}, so a package of version "
+        "${CPACK_PACKAGE_VERSION} would not be true. Build them with that version first: "
+        "cmake --preset release -DQUEUE_VERSION=${CPACK_PACKAGE_VERSION} && cmake --build --preset release")
+endif()

@@ -70,9 +70,15 @@ expected_files=(
     /usr/lib/systemd/system/queue.service
     /usr/lib/sysusers.d/queue.conf
     /usr/lib/tmpfiles.d/queue.conf
+    /usr/share/doc/queue/README.md
     /usr/share/doc/queue/SECURITY.md
     /usr/share/doc/queue/changelog.gz
     /usr/share/doc/queue/copyright
+    /usr/share/doc/queue/docs/integration.md
+    /usr/share/doc/queue/docs/integration.ru.md
+    /usr/share/doc/queue/docs/message-types.md
+    /usr/share/doc/queue/docs/operations.md
+    /usr/share/doc/queue/docs/operations.ru.md
     /usr/share/doc/queue/examples/log4qt.properties.sample
     /usr/share/doc/queue/examples/queue.ini.sample
     /usr/share/doc/queue/examples/queue.nft
@@ -101,7 +107,11 @@ depends=$(dpkg-deb -f "$deb" Depends)
 for package in libqt6sql6-sqlite openssl libqt6core6 libcurl4 libinih1 "systemd | systemd-standalone-sysusers"; do
     check "the service needs $package" contains "$depends" "$package"
 done
-check "a database server's driver is recommended" contains "$(dpkg-deb -f "$deb" Recommends)" libqt6sql6-mysql
+# apt installs what is recommended, and logrotate brings cron and a mail server.
+check "nothing is recommended" same "$(dpkg-deb -f "$deb" Recommends)" ""
+for package in libqt6sql6-mysql logrotate; do
+    check "$package is suggested" contains "$(dpkg-deb -f "$deb" Suggests)" "$package"
+done
 dpkg-deb -e "$deb" "$work/control"
 check "the one file of settings that is installed belongs to the administrator" \
     same "$(cat "$work/control/conffiles")" /etc/logrotate.d/queue
@@ -114,11 +124,39 @@ check "the changelog tells of this version" contains \
     "queue ($version) "
 unit_text=$(dpkg-deb --fsys-tarfile "$deb" | tar -xO ./usr/lib/systemd/system/queue.service)
 check "the unit starts the installed program" lists "$unit_text" ExecStart=/usr/bin/queue
+check "the unit names its documents" contains "$unit_text" "Documentation=man:queue(8) man:queuectl(1) "
+
+dpkg-deb -x "$deb" "$work/unpacked"
+for page in man8/queue.8 man1/queuectl.1; do
+    check "$page is of this version" contains "$(zcat "$work/unpacked/usr/share/man/$page.gz" | head -n 1)" "queue $version\""
+done
+check "the pages lead to one another" same "$(zcat "$work"/unpacked/usr/share/man/man8/queue.8.gz | grep -c '^.BR queuectl (1)') \
+$(zcat "$work"/unpacked/usr/share/man/man1/queuectl.1.gz | sed -n '/SEE ALSO/,$p' | grep -c '^.BR queue (8)')" "1 1"
+if [ -x "$build/queuectl" ]; then
+    check "the program prints the version of the package" contains "$("$work/unpacked/usr/bin/queuectl" --version)" "$version"
+fi
+
+# What Debian's own packages are hardened with.
+for program in "$work"/unpacked/usr/bin/*; do
+    name=${program##*/}
+    dynamic=$(readelf -W -d "$program")
+    check "$name is loaded anywhere and bound at its start" contains "$dynamic" "NOW PIE"
+    check "$name has checked copies of the functions of libc" contains "$(readelf -W --dyn-syms "$program")" "_chk@"
+done
+
+# Programs that say one version in a package that says another would mislead whoever asks one of them.
+"$cpack" -D CPACK_PACKAGE_VERSION="$version.9" --config "$build/CPackConfig.cmake" -B "$work/other" \
+    >"$work/cpack.log" 2>&1
+check "a version that the programs do not have is refused" test $? -ne 0
+check "and how it is done is said" grep -q -e "-DQUEUE_VERSION=$version.9" "$work/cpack.log"
+check "and there is no such package" same "$(find "$work/other" -maxdepth 1 -name '*.deb' 2>/dev/null)" ""
 
 if command -v lintian >/dev/null; then
     root_too=()
     [ "$(id -u)" -ne 0 ] || root_too=(--allow-root)
     check "lintian finds no errors" lintian "${root_too[@]}" --profile debian --fail-on error "$deb" "$stand_deb"
+    check "lintian misses no hardening" same \
+        "$(lintian "${root_too[@]}" --profile debian -i -I "$deb" "$stand_deb" | grep hardening)" ""
 else
     echo "SKIP: lintian is not installed"
 fi
@@ -158,8 +196,18 @@ for row in ":2770" "config:2750" "config/queue.d:2750" "log:2770"; do
 done
 link=$root/etc/systemd/system/multi-user.target.wants/queue.service
 check "the unit is enabled" test -L "$link"
-check "no settings are there but the samples, and no rows" same "$(find "$root/tallocash" -type f -printf '%P %s\n')" \
-    "cash/queue/queues.db 0"
+check "no settings are there but the samples, and no rows" same \
+    "$(find "$root/tallocash" -type f -exec sh -c 'for f; do echo "${f##*/}: $(grep -c -v "^;" "$f")"; done' sh {} + | sort)" \
+    "$(printf '%s\n' 'queues.db: 0' 'secrets.ini: 0')"
+secrets=$till/config/queue.d/secrets.ini
+check "what is secret only the service reads" same "$(stat -c %a "$secrets")" 600
+if [ -n "$is_root" ]; then
+    check "it belongs to the service" same "$(stat -c %u:%g "$secrets")" "$uid:$gid"
+    # A member of the group, such as the till application.
+    member() { setpriv --reuid=65534 --regid=65534 --groups="$gid" "$@"; }
+    check "a member of the group may write rows" member test -w "$till/queues.db"
+    check "a member of the group may not read the secrets" member sh -c '! cat "$1" 2>/dev/null' sh "$secrets"
+fi
 
 # --- Deliveries
 
@@ -270,7 +318,8 @@ touch "$link_target/system.log" "$link_target/system.ini" "$link_target/queue.d/
 package -i "$deb" || give_up "the package can be installed where the till's user owns the folders" "$work/output"
 if [ -n "$is_root" ]; then
     account=$(grep '^queue:' "$root/etc/passwd" | cut -d: -f3,4)
-    for row in ":2770" "config:2750" "config/queue.d:2750" "log:2770" "queues.db:660"; do
+    for row in ":2770" "config:2750" "config/queue.d:2750" "config/queue.d/secrets.ini:600" "log:2770" \
+        "queues.db:660"; do
         check "below the till's own folder there is ${row%%:*} with its owner and rights" \
             same "$(stat -c '%u:%g %a' "$till/${row%%:*}" 2>&1)" "$account ${row##*:}"
     done

@@ -197,9 +197,15 @@ void TestPackaging::everyFileInItsPlace()
         prefix + u"/share/doc/queue-stand/changelog.gz"_s,
         prefix + u"/share/doc/queue-stand/copyright"_s,
         prefix + u"/share/doc/queue-stand/scenarios.md"_s,
+        prefix + u"/share/doc/queue/README.md"_s,
         prefix + u"/share/doc/queue/SECURITY.md"_s,
         prefix + u"/share/doc/queue/changelog.gz"_s,
         prefix + u"/share/doc/queue/copyright"_s,
+        prefix + u"/share/doc/queue/docs/integration.md"_s,
+        prefix + u"/share/doc/queue/docs/integration.ru.md"_s,
+        prefix + u"/share/doc/queue/docs/message-types.md"_s,
+        prefix + u"/share/doc/queue/docs/operations.md"_s,
+        prefix + u"/share/doc/queue/docs/operations.ru.md"_s,
         prefix + u"/share/doc/queue/examples/log4qt.properties.sample"_s,
         prefix + u"/share/doc/queue/examples/queue.ini.sample"_s,
         prefix + u"/share/doc/queue/examples/queue.nft"_s,
@@ -215,8 +221,10 @@ void TestPackaging::everyFileInItsPlace()
         expected.append(prefix + u"/share/bash-completion/completions/queuectl"_s);
         expected.append(prefix + u"/share/man/man1/queuectl.1.gz"_s);
     }
-    if (HAS_STAND)
+    if (HAS_STAND) {
         expected.append(prefix + u"/bin/queue-stand"_s);
+        expected.append(prefix + u"/share/lintian/overrides/queue-stand"_s);
+    }
     if (HAS_PROGRAM)
         expected.append(prefix + u"/bin/queue"_s);
     expected.sort();
