@@ -15,12 +15,6 @@ namespace {
 
 constexpr int noFailId = -1;
 
-/// A body may be large, and it need not be kept to be recognised.
-size_t fingerprint(const Message &message)
-{
-    return qHash(compactJson(message.body));
-}
-
 } // namespace
 
 BasicHandler::BasicHandler(const QString &type)
@@ -99,8 +93,7 @@ void BasicHandler::onQueueEmpty()
 void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
 {
     logger_->debug(u"Обработка сообщений"_s);
-    int doneId = noFailId;
-    size_t doneBody = 0;
+    Message done;
     while (!isStopped()) {
         const Message message = nextMessage();
         if (message.id < 1) {
@@ -110,7 +103,7 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
         // The row is still there after its deletion: the database takes no writes, and going on
         // would deliver it again and again without a pause. A table of the till's own may give
         // the number of a deleted row to a new one, which has another body.
-        if (message.id == doneId && fingerprint(message) == doneBody) {
+        if (message.id == done.id && message.body == done.body) {
             logger_->error(
                 u"Сообщение %1 доставлено, но не удаляется из базы данных, повтор при следующем проходе"_s,
                 message.id);
@@ -121,8 +114,7 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
         const Turn turn = turnOf(message);
         if (turn == Turn::Now && deliver(message)) {
             onMessageDone(message.id);
-            doneId = message.id;
-            doneBody = fingerprint(message);
+            done = message;
             continue;
         }
         onSendFailed(message.id);
