@@ -436,6 +436,15 @@ void Examination::certificates()
 
 void Examination::log()
 {
+    const ServiceLog serviceLog = ServiceLog::read();
+    if (serviceLog.state() == ServiceLog::State::Denied) {
+        add(State::Warning, u"log"_s,
+            text("no rights: this account may not read the log or its settings %1",
+                 "нет прав: эта учётная запись не может читать журнал или его настройки %1")
+                .arg(serviceLog.file())
+                .trimmed());
+        return;
+    }
     const QString settings = logSettingsFile();
     if (QFileInfo::exists(settings)) {
         const QStringList reasons = refusalsOfLogSettings(settings);
@@ -453,15 +462,6 @@ void Examination::log()
                     "%1: the unit lets the service write below /tallocash and /tmp alone, not into %2",
                     "%1: unit разрешает службе писать только в /tallocash и /tmp, но не в %2")
                     .arg(settings, file));
-    }
-    const ServiceLog serviceLog = ServiceLog::read();
-    if (serviceLog.state() == ServiceLog::State::Denied) {
-        add(State::Warning, u"log"_s,
-            text("no rights: this account may not read the log or its settings %1",
-                 "нет прав: эта учётная запись не может читать журнал или его настройки %1")
-                .arg(serviceLog.file())
-                .trimmed());
-        return;
     }
     if (!serviceLog.hasFile()) {
         add(State::Ok, u"log"_s,
