@@ -11,6 +11,7 @@
 #include <log4qt/logmanager.h>
 
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -211,6 +212,18 @@ bool copyLog(QSqlQuery &query)
     return false;
 }
 
+/// The file that a link leads to, whether it is there or not.
+QString realPathOf(const QString &path)
+{
+    const QFileInfo info(path);
+    const QString existing = info.canonicalFilePath();
+    if (!existing.isEmpty())
+        return existing;
+    const QFileInfo target(info.isSymLink() ? info.symLinkTarget() : path);
+    const QString folder = QFileInfo(target.path()).canonicalFilePath();
+    return folder.isEmpty() ? path : folder + u'/' + target.fileName();
+}
+
 bool isServerDriver(const QString &driver)
 {
     return driver == u"QMYSQL" || driver == u"QMARIADB";
@@ -316,7 +329,7 @@ void ConnectionFactory::shrinkLog(const QString &name)
     }
     struct stat status = {};
     if (file.path.isEmpty()
-        || ::stat(QFile::encodeName(file.path + u"-wal"_s).constData(), &status) != 0
+        || ::stat(QFile::encodeName(file.realPath + u"-wal"_s).constData(), &status) != 0
         || status.st_size <= ordinaryLogBytes || !isConnectionCurrent(name))
         return;
     QSqlQuery query(QSqlDatabase::database(name, false));
@@ -434,10 +447,10 @@ void ConnectionFactory::noteFile(const QString &name, const QString &path)
     struct stat status = {};
     if (::stat(QFile::encodeName(path).constData(), &status) != 0)
         return;
-    FileIdentity identity{path, status.st_dev, status.st_ino, {}};
+    FileIdentity identity{path, realPathOf(path), status.st_dev, status.st_ino, {}};
     const QStringList endings = SqliteFileLock::companions();
     for (qsizetype i = 0; i < endings.size(); ++i) {
-        if (::stat(QFile::encodeName(path + endings[i]).constData(), &status) == 0)
+        if (::stat(QFile::encodeName(identity.realPath + endings[i]).constData(), &status) == 0)
             identity.companions.at(i) = status.st_ino;
     }
     const QMutexLocker locker(&files.mutex);
@@ -453,7 +466,7 @@ void ConnectionFactory::noteFile(const QString &name, const QString &path)
 QString ConnectionFactory::putFormerLogAside(const QString &path)
 {
     struct stat status = {};
-    FileIdentity current{path, 0, 0, {}};
+    FileIdentity current{path, realPathOf(path), 0, 0, {}};
     if (::stat(QFile::encodeName(path).constData(), &status) == 0) {
         current.device = status.st_dev;
         current.inode = status.st_ino;
@@ -487,7 +500,7 @@ QStringList ConnectionFactory::companionsLeft(const FileIdentity &current)
     QStringList left;
     const QStringList endings = SqliteFileLock::companions();
     for (qsizetype i = 0; i < endings.size(); ++i) {
-        const QString companion = current.path + endings[i];
+        const QString companion = current.realPath + endings[i];
         struct stat status = {};
         const bool isThere = ::stat(QFile::encodeName(companion).constData(), &status) == 0;
         const std::shared_ptr<FilePin> pin = unmoved.value(companion);
@@ -498,7 +511,7 @@ QStringList ConnectionFactory::companionsLeft(const FileIdentity &current)
             // A connection has it open, so its number cannot have been given to another file.
             const QMutexLocker locker(&files.mutex);
             isLeft = std::ranges::any_of(std::as_const(files.value), [&](const FileIdentity &file) {
-                return file.path == current.path && file.device == status.st_dev
+                return file.realPath == current.realPath && file.device == status.st_dev
                        && file.companions.at(i) == status.st_ino;
             });
         }
@@ -512,7 +525,7 @@ QStringList ConnectionFactory::companionsLeft(const FileIdentity &current)
 
 QString ConnectionFactory::moveAside(const FileIdentity &current, const QStringList &left)
 {
-    const QString path = current.path;
+    const QString path = current.realPath;
     QString reason;
     std::unique_ptr<SqliteFileLock> lock;
     if (current.inode != 0) {

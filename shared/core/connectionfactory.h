@@ -58,6 +58,8 @@ private:
     struct FileIdentity
     {
         QString path;
+        /// The file itself, where the path is a link: the files beside it are there.
+        QString realPath;
         quint64 device = 0;
         quint64 inode = 0;
         /// Of the files beside it, in the order of SqliteFileLock::companions(); 0 for none.

@@ -65,6 +65,7 @@ Report startWorker(const Call &call);
 Report showErrors(const Call &call);
 Report exportRows(const Call &call);
 Report importRows(const Call &call);
+Report restoreDatabase(const Call &call);
 Report showShape(const Call &call);
 Report explainRow(const Call &call);
 Report examine(const Call &call);

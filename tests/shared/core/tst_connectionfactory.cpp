@@ -431,8 +431,11 @@ void TestConnectionFactory::sqliteFileHasOneGate()
 void TestConnectionFactory::formerLogIsNotMixedIn_data()
 {
     QTest::addColumn<bool>("isReplaced");
-    QTest::newRow("replaced") << true;
-    QTest::newRow("deleted") << false;
+    QTest::addColumn<bool>("isLinked");
+    QTest::newRow("replaced") << true << false;
+    QTest::newRow("deleted") << false << false;
+    QTest::newRow("replaced, below a link") << true << true;
+    QTest::newRow("deleted, below a link") << false << true;
 }
 
 /// Somebody moves a backup into place, or deletes the file, and leaves `-wal` and `-shm` where
@@ -440,6 +443,12 @@ void TestConnectionFactory::formerLogIsNotMixedIn_data()
 void TestConnectionFactory::formerLogIsNotMixedIn()
 {
     QFETCH(bool, isReplaced);
+    QFETCH(bool, isLinked);
+    if (isLinked) {
+        const QString link = queue->root() + u"/link"_s;
+        QVERIFY(QFile::link(QFileInfo(queue->file()).path(), link));
+        queue->setSettings(u"[database]\nname = %1/queues.db\n"_s.arg(link));
+    }
     const QString backup = makeBackup();
     const LogCapture log(u"database"_s);
     std::latch isOpen(2);

@@ -27,6 +27,7 @@ private Q_SLOTS:
     void start();
     void startOfUnknownType();
     void errors();
+    void restoreIsRefused();
     void statusAndWhy();
     void watch();
     void watchOnTerminal();
@@ -131,6 +132,20 @@ void TestQueuectlService::errors()
     QVERIFY(waitUntil([this] {
         return json({u"errors"_s, u"--reset"_s}).value(u"errorsCount"_s).toInt() == 0;
     }));
+}
+
+void TestQueuectlService::restoreIsRefused()
+{
+    till->database.put(u"nosuch"_s, u"{}"_s);
+    const QString backup = till->database.root() + u"/backup.db"_s;
+    till->database.query(u"VACUUM queues INTO ?"_s, {backup});
+    startService();
+    const Outcome outcome = till->run({u"restore"_s, backup, u"--yes"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::Failed);
+    QVERIFY2(outcome.err.contains(u"systemctl stop queue"), qPrintable(outcome.err));
+    const QDir folder = QFileInfo(till->database.file()).dir();
+    QCOMPARE(folder.entryList({u"queues.db.*"_s}), QStringList());
+    QCOMPARE(till->database.ids().size(), 1);
 }
 
 void TestQueuectlService::statusAndWhy()
