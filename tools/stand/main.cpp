@@ -1,9 +1,11 @@
 #include "tools/stand/samplestand.h"
 #include "tools/stand/scenarioerror.h"
+#include "tools/stand/typestand.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 
 #include <cstdio>
 
@@ -52,12 +54,17 @@ struct Options
     QCommandLineOption close{u"close"_s, u"Failure: connections end without an answer."_s};
     QCommandLineOption failing{u"failing"_s, u"The failure is that of this type's services alone; may be repeated."_s, u"type"_s};
     QCommandLineOption lasting{u"for"_s, u"How long the failure lasts, 10 by default; then all is delivered."_s, u"seconds"_s, u"10"_s};
+    QCommandLineOption port{u"port"_s, u"Play the service of one --type on this port of 127.0.0.1, for rows of your own, whatever they say."_s, u"port"_s};
+    QCommandLineOption state{u"state"_s, u"With --port: the state that the service tells, as in DECLINED or refundStatus=DECLINED."_s, u"state"_s};
+    QCommandLineOption answer{u"answer"_s, u"With --port: the body of every answer."_s, u"file"_s};
     // clang-format on
 
+    std::optional<stand::Failure> failure(const QCommandLineParser &parser) const;
+    stand::TypeOptions play(const QCommandLineParser &parser) const;
     stand::ShowOptions show(const QCommandLineParser &parser) const;
 };
 
-stand::ShowOptions Options::show(const QCommandLineParser &parser) const
+std::optional<stand::Failure> Options::failure(const QCommandLineParser &parser) const
 {
     using stand::Failure;
     QList<Failure> failures;
@@ -73,16 +80,59 @@ stand::ShowOptions Options::show(const QCommandLineParser &parser) const
         failures.append({.kind = Failure::Kind::Close});
     if (failures.size() > 1)
         throw UsageError(u"One failure at a time: --refuse, --status, --slow or --close"_s);
-    if (failures.isEmpty() && (parser.isSet(failing) || parser.isSet(lasting)))
+    return failures.isEmpty() ? std::nullopt : std::optional(failures.first());
+}
+
+stand::ShowOptions Options::show(const QCommandLineParser &parser) const
+{
+    for (const QCommandLineOption &option : {state, answer}) {
+        if (parser.isSet(option))
+            throw UsageError(u"--%1 needs --port"_s.arg(option.names().first()));
+    }
+    const std::optional<stand::Failure> chosen = failure(parser);
+    if (!chosen && (parser.isSet(failing) || parser.isSet(lasting)))
         throw UsageError(u"--failing and --for need --refuse, --status, --slow or --close"_s);
 
     stand::ShowOptions result;
     result.types = parser.values(type);
     result.isVerbose = parser.isSet(verbose);
     result.failingTypes = parser.values(failing);
-    if (!failures.isEmpty())
-        result.failure = failures.first();
+    result.failure = chosen;
     result.failingSeconds = numberOf(parser, lasting, 1, 86400);
+    return result;
+}
+
+stand::TypeOptions Options::play(const QCommandLineParser &parser) const
+{
+    for (const QCommandLineOption &option : {root, writeSettings, failing}) {
+        if (parser.isSet(option))
+            throw UsageError(u"--%1 does not go with --port"_s.arg(option.names().first()));
+    }
+    const QStringList types = parser.values(type);
+    if (types.size() != 1)
+        throw UsageError(u"--port plays the service of one --type"_s);
+    stand::TypeOptions result;
+    result.type = types.first();
+    result.port = static_cast<quint16>(numberOf(parser, port, 1, 65535));
+    result.state = parser.value(state);
+    if (parser.isSet(answer)) {
+        QFile file(parser.value(answer));
+        if (!file.open(QIODevice::ReadOnly))
+            throw UsageError(u"%1: %2"_s.arg(file.fileName(), file.errorString()));
+        result.answer = file.readAll();
+    }
+    result.failure = failure(parser);
+    if (result.failure && result.failure->kind == stand::Failure::Kind::Status
+        && !parser.isSet(lasting)) {
+        // An answer like any other, which may have a body.
+        result.status = result.failure->status;
+        result.failure.reset();
+    }
+    if (parser.isSet(lasting)) {
+        if (!result.failure)
+            throw UsageError(u"--for needs --refuse, --status, --slow or --close"_s);
+        result.failingSeconds = numberOf(parser, lasting, 1, 86400);
+    }
     return result;
 }
 
@@ -96,8 +146,13 @@ int work(const QCommandLineParser &parser, const Options &options)
         std::puts(qPrintable(stand::SampleStand::list(scenarios).join(u'\n')));
         return delivered;
     }
+    if (parser.isSet(options.port)) {
+        stand::TypeStand stand(scenarios, options.play(parser));
+        stand.start();
+        return QCoreApplication::exec();
+    }
     if (!parser.isSet(options.root))
-        throw UsageError(u"--root is missing"_s);
+        throw UsageError(u"--root is missing, or --port"_s);
     stand::SampleStand stand(parser.value(options.root), scenarios, options.show(parser));
     if (parser.isSet(options.writeSettings)) {
         stand.writeSettings();
@@ -122,7 +177,8 @@ int main(int argc, char **argv)
     parser.addVersionOption();
     parser.addOptions({options.root, options.scenarios, options.writeSettings, options.list,
                        options.type, options.verbose, options.refuse, options.status, options.slow,
-                       options.close, options.failing, options.lasting});
+                       options.close, options.failing, options.lasting, options.port, options.state,
+                       options.answer});
     if (!parser.parse(application.arguments())) {
         std::fputs(qPrintable(parser.errorText() + u'\n'), stderr);
         return wrongUsage;

@@ -149,6 +149,16 @@ void Peer::play(const PeerScript &newScript, const Authority *newAuthority)
         up();
 }
 
+void Peer::playFreely(PeerScript::Kind kind, const QByteArray &greeting,
+                      std::function<Reply(const ArrivedRequest &)> newChoose)
+{
+    choose = std::move(newChoose);
+    PeerScript open;
+    open.kind = kind;
+    open.greeting = greeting;
+    play(open);
+}
+
 void Peer::up()
 {
     if (server)
@@ -379,6 +389,11 @@ void Peer::receive(const ConnectionPointer &connection, const ArrivedRequest &re
 void Peer::judge(const ConnectionPointer &connection, const ArrivedRequest &request)
 {
     ++arrivedCount;
+    if (choose) {
+        connection->isAnswering = true;
+        reply(connection, {.request = request, .reply = choose(request)});
+        return;
+    }
     const Exchange *exchange = nextExchange(request);
     if (!exchange) {
         complaints.append(u"peer %1: request %2 was not expected:\n%3"_s.arg(script.name)
@@ -450,6 +465,10 @@ void Peer::endTcp(const ConnectionPointer &connection)
     const QString text = QString::fromUtf8(connection->buffer);
     ArrivedRequest request;
     request.body = connection->buffer;
+    if (choose) {
+        Q_EMIT exchanged({.request = request});
+        return;
+    }
     const Exchange *exchange = nextExchange(request);
     if (!exchange) {
         complaints.append(

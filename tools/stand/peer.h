@@ -66,6 +66,11 @@ public:
     /// for us and tells whose callers to trust; it must outlive the peer.
     void play(const PeerScript &script, const Authority *authority = nullptr);
 
+    /// Answers every request as `choose` says, from now on and without comparing it with a script. A Tcp peer
+    /// says its greeting and takes what comes.
+    void playFreely(PeerScript::Kind kind, const QByteArray &greeting,
+                    std::function<Reply(const ArrivedRequest &)> choose);
+
     void up();
     /// Refuses callers from now on and drops those that are there.
     void down();
@@ -115,6 +120,7 @@ private:
     QList<std::function<void()>> held;
     QList<bool> used;
     std::optional<Failure> failure;
+    std::function<Reply(const ArrivedRequest &)> choose;
     int arrivedCount = 0;
     QStringList complaints;
 };

@@ -2,6 +2,7 @@
 
 #include "tools/stand/authority.h"
 #include "tools/stand/scenarioerror.h"
+#include "tools/stand/screen.h"
 #include "tools/stand/waiting.h"
 
 #include <QCoreApplication>
@@ -9,43 +10,16 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLocale>
 #include <QSaveFile>
 #include <QSet>
 #include <QTime>
 #include <QTimer>
-
-#include <cstdio>
-
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace stand {
 
 namespace {
-
-/// The operator's language: Russian on a till, English elsewhere.
-QString say(const QString &russian, const QString &english)
-{
-    static const bool isRussian = QLocale::system().language() == QLocale::Russian;
-    return isRussian ? russian : english;
-}
-
-void print(const QString &text)
-{
-    std::fputs(qPrintable(text + u'\n'), stdout);
-    std::fflush(stdout);
-}
-
-QString coloured(const QString &text, bool isGood)
-{
-    static const bool isTerminal =
-        ::isatty(STDOUT_FILENO) == 1 && qEnvironmentVariableIsEmpty("NO_COLOR");
-    if (!isTerminal)
-        return text;
-    return u"\u001b[%1m%2\u001b[0m"_s.arg(isGood ? 32 : 31).arg(text);
-}
 
 void writeFile(const QString &path, const QByteArray &content)
 {
@@ -112,17 +86,6 @@ QString describe(const Failure &failure)
         break;
     }
     return say(u"соединения обрываются без ответа"_s, u"connections end without an answer"_s);
-}
-
-/// Indented, each line marked with its direction; a long body is cut.
-QString quoted(const QString &mark, const QString &text)
-{
-    constexpr qsizetype longest = 4096;
-    QString shown = text.left(longest);
-    if (text.size() > longest)
-        shown += u" ..."_s;
-    const QString begin = u"\n    "_s + mark;
-    return begin + shown.remove(u'\r').replace(u'\n', begin);
 }
 
 QString peerKey(const ScenarioSource &source, const PeerScript &peer)
@@ -444,27 +407,10 @@ void SampleStand::showExchange(Sample &sample, const PeerScript &script, const T
               ? sample.waitingLine + u" -> "_s + coloured(say(u"сбой"_s, u"failure"_s), false)
               : sample.waitingLine);
     sample.waitingLine.clear();
-    if (options.isVerbose)
-        showTraffic(traffic);
-}
-
-void SampleStand::showTraffic(const Traffic &traffic) const
-{
-    QString text;
-    for (const auto &[name, value] : traffic.request.headers)
-        text += quoted(u"> "_s, name + u": "_s + value);
-    if (!traffic.request.body.isEmpty())
-        text += quoted(u"> "_s, QString::fromUtf8(traffic.request.body));
-    if (traffic.status != 0) {
-        text += quoted(u"< "_s, QString::number(traffic.status));
-        for (auto header = traffic.reply.headers.begin(); header != traffic.reply.headers.end();
-             ++header)
-            text += quoted(u"< "_s, header.key() + u": "_s + header.value());
-        if (!traffic.reply.body.isEmpty())
-            text += quoted(u"< "_s, QString::fromUtf8(traffic.reply.body));
+    if (options.isVerbose) {
+        if (const QString text = quoted(traffic); !text.isEmpty())
+            print(text);
     }
-    if (!text.isEmpty())
-        print(text.mid(1));
 }
 
 void SampleStand::show(Sample &sample, const QString &fate, bool isGood)

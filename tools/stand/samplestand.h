@@ -77,7 +77,6 @@ private:
     void look();
     void show(Sample &sample, const QString &fate, bool isGood);
     void showExchange(Sample &sample, const PeerScript &script, const Traffic &traffic);
-    void showTraffic(const Traffic &traffic) const;
     bool sayEnd() const;
 
     QString root;

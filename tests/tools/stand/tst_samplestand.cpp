@@ -267,6 +267,11 @@ void TestSampleStand::program_data()
     QTest::newRow("status, a word")    << u"--root ROOT --status down"_s             << 2 << u"'down' is no number"_s;
     QTest::newRow("slow, but how")     << u"--root ROOT --slow 0"_s                  << 2 << u"--slow: '0'"_s;
     QTest::newRow("for no time")       << u"--root ROOT --refuse --for 0"_s          << 2 << u"--for: '0'"_s;
+    QTest::newRow("port, no type")     << u"--port 8000"_s                           << 2 << u"--port plays the service of one --type"_s;
+    QTest::newRow("port and root")     << u"--port 8000 --type loya --root ROOT"_s   << 2 << u"--root does not go with --port"_s;
+    QTest::newRow("no port")           << u"--port 0 --type loya"_s                  << 2 << u"'0' is no number from 1"_s;
+    QTest::newRow("state, no port")    << u"--root ROOT --state PAID"_s              << 2 << u"--state needs --port"_s;
+    QTest::newRow("answer, no file")   << u"--port 8000 --type loya --answer NOWHERE"_s << 2 << u"NOWHERE"_s;
     // clang-format on
 }
 
