@@ -19,6 +19,7 @@ namespace {
 
 constexpr int maxThreadCount = 100;
 constexpr qint64 saveIntervalSeconds = 120;
+constexpr int snapshotWaitMs = 1000;
 
 } // namespace
 
@@ -102,12 +103,18 @@ void QueueHandler::saveStartIds()
 {
     logger->trace(u"Запись стартовых идентификаторов в файл"_s);
     QMap<QString, int> snapshot;
-    {
-        const QMutexLocker locker(&state->startIds.mutex);
-        snapshot = state->startIds.value;
-        // A copy that shares its entries would be read while a worker changes them.
-        snapshot.detach();
+    // Workers hold the mutex while they read, one after another, and each may wait for a silent server. The
+    // watchdog would take a main thread that waits for them all for one that hangs.
+    if (!state->startIds.mutex.tryLock(snapshotWaitMs)) {
+        logger->debug(
+            u"Стартовые идентификаторы заняты обработчиками, запись при следующем опросе"_s);
+        lastSaveTime = 0;
+        return;
     }
+    snapshot = state->startIds.value;
+    // A copy that shares its entries would be read while a worker changes them.
+    snapshot.detach();
+    state->startIds.mutex.unlock();
     QJsonObject object;
     for (const auto &[type, id] : snapshot.asKeyValueRange())
         object.insert(type, id);

@@ -40,8 +40,9 @@ public:
     virtual int startHandler(const QString &type, const QString &cardNumber);
     /// The types that have rows, as the log now shows them.
     virtual QList<TypeCount> getStatus();
-    /// Saves the fail ids when the last time was 120 seconds ago or more.
+    /// Saves the fail ids when the last time was 120 seconds ago or more, or did not succeed.
     virtual void saveStartIdsIfDue();
+    /// Does not wait longer than a second for the workers, who have the fail ids while they read.
     virtual void saveStartIds();
     virtual void loadStartIds();
 

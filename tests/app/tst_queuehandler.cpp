@@ -13,6 +13,8 @@
 #include <QTest>
 #include <QThreadPool>
 
+#include <thread>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -101,6 +103,7 @@ private Q_SLOTS:
     void clockSetBack();
     void savesTheFailIds();
     void savesAnEmptyMap();
+    void heldFailIdsAreSavedLater();
     void unwritableFileIsSilent();
     void loads_data();
     void loads();
@@ -357,6 +360,35 @@ void TstQueueHandler::savesAnEmptyMap()
     state->startIds.value.clear();
     manager->saveStartIds();
     QCOMPARE(savedFile(), QByteArray("{}"));
+}
+
+/// A worker whose read waits for a silent server has the fail ids for as long.
+void TstQueueHandler::heldFailIdsAreSavedLater()
+{
+    manager->init();
+    state->startIds.value.insert(u"mindbox"_s, 7);
+    FixedTime time(1'000'000);
+    const LogCapture log(u"queue"_s);
+    QSemaphore isHeld;
+    QSemaphore release;
+    std::thread worker([&] {
+        const QMutexLocker locker(&state->startIds.mutex);
+        isHeld.release();
+        release.acquire();
+    });
+    isHeld.acquire();
+    manager->startHandlers();
+    release.release();
+    worker.join();
+    QVERIFY(log.lines().contains(
+        u"DEBUG Стартовые идентификаторы заняты обработчиками, запись при следующем опросе"_s));
+    QVERIFY(savedFile().isEmpty());
+
+    time.set(1'000'001);
+    manager->startHandlers();
+    QCOMPARE(savedFile(), QByteArray(R"({"mindbox":7})"));
+    manager->startHandlers();
+    QCOMPARE(countSaves(log), 2);
 }
 
 void TstQueueHandler::unwritableFileIsSilent()
