@@ -2,6 +2,7 @@
 #include "app/servicenotifier.h"
 #include "shared/core/basicexception.h"
 #include "shared/core/folderlock.h"
+#include "shared/core/inflight.h"
 #include "shared/core/logging.h"
 #include "shared/core/paths.h"
 #include "shared/core/signalhandler.h"
@@ -9,10 +10,14 @@
 #include <log4qt/logmanager.h>
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFileInfo>
 #include <QSettings>
 #include <QTextCodec>
 #include <QThreadPool>
+#include <QTimer>
 
 #include <cstdio>
 #include <cstdlib>
@@ -29,6 +34,15 @@ namespace {
 /// The start was refused, and nothing was done. systemd tries again all the same: the process that has
 /// the folder may end, and a till without a service is worse than a line every ten seconds.
 constexpr int refusedExitCode = 2;
+
+constexpr int awaitIntervalMs = 20;
+/// While a delivery is within its own timeouts, the service manager is asked for `extension` more, and
+/// asked again long before that is over.
+constexpr qint64 extensionIntervalMs = 1000;
+constexpr auto extension = std::chrono::seconds(10);
+/// A delivery whose partner lets it ask for a result again and again has no end of its own, and a till
+/// must be able to shut down. The longest that has one asks three silent hosts for 180 seconds each.
+constexpr auto maxStopTime = std::chrono::minutes(15);
 
 /// A connection to the database that cannot be opened, at the start or by a worker, is not caught: the
 /// process ends, and systemd starts it again. The log says why it ended.
@@ -117,19 +131,73 @@ bool lockFolder(FolderLock &lock)
     return false;
 }
 
-/// Lives from the start to the signal that ends the service. A delivery may then still be under way.
+/// The engineer does not wait for what is under way. What is cut off may have been delivered, and is
+/// delivered again after the next start.
+[[noreturn]] void endAtOnce()
+{
+    Log4Qt::Logger *logger = Log4Qt::LogManager::logger(u"queue"_s);
+    const QList<inflight::Delivery> deliveries = inflight::deliveries();
+    for (const inflight::Delivery &delivery : deliveries) {
+        logger->error(
+            u"Повторный сигнал завершения работы, доставка прервана: тип '%1', сообщение %2"_s.arg(
+                delivery.type, QString::number(delivery.messageId)));
+    }
+    if (deliveries.isEmpty())
+        logger->warn(u"Повторный сигнал завершения работы"_s);
+    std::_Exit(EXIT_FAILURE);
+}
+
+/// Qt closes all database connections before it waits for the workers of its pool, and a delivery that
+/// ends in between could not delete its message, which would go out once more.
+void awaitWorkers(ServiceNotifier &notifier)
+{
+    QThreadPool *pool = QThreadPool::globalInstance();
+    const QDeadlineTimer stopEnd(maxStopTime);
+    QElapsedTimer sinceExtension;
+    QEventLoop loop;
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
+        if (pool->waitForDone(0)) {
+            loop.quit();
+            return;
+        }
+        if (sinceExtension.isValid() && !sinceExtension.hasExpired(extensionIntervalMs))
+            return;
+        sinceExtension.start();
+        const auto deliveries = inflight::deliveriesInTime(inflight::Clock::now());
+        if (deliveries.isEmpty() || stopEnd.hasExpired())
+            return;
+        QStringList awaited;
+        for (const inflight::Delivery &delivery : deliveries)
+            awaited.append(u"%1 %2"_s.arg(delivery.type, QString::number(delivery.messageId)));
+        notifier.extend(extension);
+        notifier.status(u"Завершается, ждёт доставки: %1"_s.arg(awaited.join(u", "_s)));
+    });
+    timer.start(awaitIntervalMs);
+    if (!pool->waitForDone(0))
+        loop.exec();
+}
+
+/// Lives from the start to the end of the last delivery.
 int serve(FolderLock &lock)
 {
     ServiceNotifier notifier;
-    Queue queue;
-    signalhandler::setAddittionalHandler([&queue, &notifier] {
-        queue.stop();
-        notifier.stopping();
-    });
-    queue.start();
-    lock.setRole(u"active"_s);
-    notifier.ready();
-    return QCoreApplication::exec();
+    int result = 0;
+    {
+        Queue queue;
+        signalhandler::setAddittionalHandler([&queue, &notifier] {
+            queue.stop();
+            notifier.stopping();
+        });
+        queue.setServedHandler([&notifier] { notifier.alive(); });
+        queue.start();
+        lock.setRole(u"active"_s);
+        notifier.ready();
+        result = QCoreApplication::exec();
+        signalhandler::setAddittionalHandler(endAtOnce);
+    }
+    awaitWorkers(notifier);
+    return result;
 }
 
 } // namespace
@@ -159,9 +227,5 @@ int main(int argc, char **argv)
     signalhandler::initSignalHandlers();
     signalhandler::setNeedCheckExitCode(false);
 
-    const int result = serve(lock);
-    // Qt closes all database connections before it waits for the workers of its pool, and a delivery
-    // that ends in between could not delete its message, which would go out once more.
-    QThreadPool::globalInstance()->waitForDone();
-    return result;
+    return serve(lock);
 }

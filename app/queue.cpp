@@ -109,12 +109,14 @@ void Queue::dataReceived(const RequestHeader &header, const QByteArray & /*conte
     response.setContentType(u"application/json"_s);
     response.setContentLength(static_cast<int>(body.size()));
     server->sendResponse(response, body);
+    servedHandler();
 }
 
 void Queue::runHandlers()
 {
     handler->startHandlers();
     timer.start();
+    servedHandler();
 }
 
 void Queue::startServer()

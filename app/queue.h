@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 
 class QueueHandler;
@@ -31,6 +32,8 @@ public:
     /// Connects to the database, opens the control port and makes the first poll. Throws
     /// BasicException when the database cannot be reached.
     void start();
+    /// `handler` runs after each poll and each command: the main thread does not hang.
+    void setServedHandler(std::function<void()> handler) { servedHandler = std::move(handler); }
     /// Asks all workers to end after the message at hand. Thread: any.
     void stop();
 
@@ -54,5 +57,7 @@ private:
     std::shared_ptr<HttpServer> server;
     /// Holds the stop flag. Workers share it and may outlive this object.
     std::shared_ptr<SharedState> state = std::make_shared<SharedState>();
+    std::function<void()> servedHandler = [] {
+    };
     Log4Qt::Logger *logger;
 };

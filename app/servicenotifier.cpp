@@ -3,6 +3,9 @@
 #ifdef QUEUE_WITH_SYSTEMD
 #include <systemd/sd-daemon.h>
 
+/// More often says no more.
+static constexpr qint64 beatIntervalMs = 1000;
+
 void ServiceNotifier::ready()
 {
     sd_notify(0, "READY=1");
@@ -10,9 +13,25 @@ void ServiceNotifier::ready()
     std::uint64_t limitUs = 0;
     if (sd_watchdog_enabled(0, &limitUs) <= 0)
         return;
-    QObject::connect(&watchdogTimer, &QTimer::timeout, &watchdogTimer,
-                     [] { sd_notify(0, "WATCHDOG=1"); });
+    QObject::connect(&watchdogTimer, &QTimer::timeout, &watchdogTimer, [this] {
+        sinceBeat.start();
+        sd_notify(0, "WATCHDOG=1");
+    });
+    sinceBeat.start();
     watchdogTimer.start(std::chrono::milliseconds(limitUs / 1000 / 2));
+}
+
+void ServiceNotifier::alive()
+{
+    if (!watchdogTimer.isActive() || !sinceBeat.hasExpired(beatIntervalMs))
+        return;
+    sinceBeat.start();
+    sd_notify(0, "WATCHDOG=1");
+}
+
+void ServiceNotifier::status(const QString &text)
+{
+    sd_notify(0, ("STATUS=" + text.toUtf8()).constData());
 }
 
 void ServiceNotifier::stopping()
@@ -20,10 +39,22 @@ void ServiceNotifier::stopping()
     sd_notify(0, "STOPPING=1");
 }
 
+void ServiceNotifier::extend(std::chrono::seconds limit)
+{
+    const auto limitUs = std::chrono::microseconds(limit).count();
+    sd_notify(0, ("EXTEND_TIMEOUT_USEC=" + QByteArray::number(qint64{limitUs})).constData());
+}
+
 #else
 
 void ServiceNotifier::ready() {}
 
+void ServiceNotifier::alive() {}
+
+void ServiceNotifier::status(const QString & /*text*/) {}
+
 void ServiceNotifier::stopping() {}
+
+void ServiceNotifier::extend(std::chrono::seconds /*limit*/) {}
 
 #endif

@@ -1,6 +1,7 @@
 #include "engine/basichandler.h"
 
 #include "shared/core/compactjson.h"
+#include "shared/core/inflight.h"
 #include "shared/core/largedocuments.h"
 
 #include <log4qt/logmanager.h>
@@ -14,6 +15,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int noFailId = -1;
+/// A database server that has gone silent holds up a statement for this long, and its probe.
+constexpr auto recordLimit = std::chrono::seconds(60);
 
 } // namespace
 
@@ -112,7 +115,10 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
         }
 
         const Turn turn = turnOf(message);
+        // Until the outcome is recorded, too: a message whose row stays is delivered again.
+        const inflight::DeliveryGuard delivery(type_, message.id);
         if (turn == Turn::Now && deliver(message)) {
+            const inflight::CallGuard recording{recordLimit};
             onMessageDone(message.id);
             done = message;
             continue;

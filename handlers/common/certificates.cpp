@@ -1,6 +1,7 @@
 #include "handlers/common/certificates.h"
 
 #include "shared/core/guarded.h"
+#include "shared/core/inflight.h"
 #include "shared/core/paths.h"
 
 #include <log4qt/logger.h>
@@ -213,6 +214,7 @@ bool finish(const QString &pem, bool isPrivate)
 bool runTool(const QString &path, const QString &pem, const QString &password,
              const CertificateRules &rules)
 {
+    const inflight::CallGuard guard{rules.timeLimit};
     QProcess tool;
     QString source = u"pass:"_s + password;
     if (!rules.passwordVariable.isEmpty()) {

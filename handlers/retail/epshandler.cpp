@@ -1,6 +1,7 @@
 #include "handlers/retail/epshandler.h"
 
 #include "handlers/common/messagevalue.h"
+#include "shared/core/inflight.h"
 
 #include <log4qt/logger.h>
 
@@ -31,6 +32,8 @@ bool EpsHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
     const auto frame = messageValue<QByteArray>(message, u"message"_s);
+    // To connect, and to hand over the frame.
+    const inflight::CallGuard guard{std::chrono::milliseconds(2 * waitMs)};
     QTcpSocket socket;
     // The low 16 bits of a number that is no port are one.
     socket.connectToHost(messageValue<QString>(message, u"host"_s),

@@ -1,5 +1,6 @@
 #include "shared/net/restclient.h"
 
+#include "shared/core/inflight.h"
 #include "shared/net/curltransport.h"
 
 #include <log4qt/logger.h>
@@ -345,6 +346,7 @@ void RestClient::perform(Exchange exchange)
     QElapsedTimer timer;
     timer.start();
 
+    const inflight::CallGuard guard{std::chrono::milliseconds(exchange.timeoutMs)};
     const tr::Tr reason = refusal(exchange);
     const ExchangeOutcome outcome =
         reason.isEmpty()

@@ -1,5 +1,7 @@
 #include "shared/net/tcpclient.h"
 
+#include "shared/core/inflight.h"
+
 #include <QEventLoop>
 #include <QHostInfo>
 #include <QNetworkProxy>
@@ -53,6 +55,7 @@ bool TcpClient::connectToServer()
         return false;
 
     const QDeadlineTimer end = deadline();
+    const inflight::CallGuard guard{std::chrono::milliseconds(end.remainingTime())};
     const QList<QHostAddress> addresses = lookUp(end);
     for (const QHostAddress &address : addresses) {
         socket.connectToHost(address, static_cast<quint16>(port));
@@ -66,6 +69,7 @@ bool TcpClient::connectToServer()
 void TcpClient::disconnectFromServer()
 {
     const QDeadlineTimer end = deadline();
+    const inflight::CallGuard guard{std::chrono::milliseconds(end.remainingTime())};
     flush(end);
     if (socket.state() == QAbstractSocket::ConnectedState) {
         // The server is told that this was all, and closing waits for the bytes on their way: what
@@ -80,8 +84,10 @@ void TcpClient::write(const QByteArray &data)
 {
     if (socket.state() != QAbstractSocket::ConnectedState)
         return;
+    const QDeadlineTimer end = deadline();
+    const inflight::CallGuard guard{std::chrono::milliseconds(end.remainingTime())};
     socket.write(data);
-    flush(deadline());
+    flush(end);
 }
 
 QDeadlineTimer TcpClient::deadline() const

@@ -35,6 +35,7 @@ private Q_SLOTS:
     void statusOfTheTable();
     void lostDatabase();
     void deletedDatabaseComesBack();
+    void eachPieceOfWorkIsTold();
     void errorsAreCountedAndReset();
     void messagesOfACard();
     void startOfAType();
@@ -260,6 +261,19 @@ void TstQueue::deletedDatabaseComesBack()
     const QString found = ask(u"/status"_s);
     QVERIFY2(found.endsWith(u"\"messagesCount\":1}"), qPrintable(found));
     QCOMPARE(ask(u"/db_errors_count"_s), uR"({"errorsCount":3})"_s);
+}
+
+void TstQueue::eachPieceOfWorkIsTold()
+{
+    start(u"timeout = 1\n"_s);
+    int served = 0;
+    queue->setServedHandler([&served] { ++served; });
+    for (int command = 0; command < 3; ++command)
+        ask(u"/status"_s);
+    QVERIFY(served >= 3);
+    served = 0;
+    // A poll.
+    QVERIFY(QTest::qWaitFor([&served] { return served > 0; }, 30'000));
 }
 
 void TstQueue::errorsAreCountedAndReset()

@@ -104,6 +104,10 @@ kill -STOP "$former"
 until_restarted "hung, it is started again by the watchdog"
 
 # A delivery is under way for longer than the watchdog waits: the end of the service waits for it.
+# It is also longer than a stop may take, and the service asks for more time.
+set_unit RestartSec=1 WatchdogSec=3 TimeoutStopSec=3
+systemctl restart queue.service
+check "with a short stop it starts" wait_for 20 is_active
 queue-stand --root / --type heineken --slow 12 --for 60 >/trial/slow.log 2>&1 &
 stand=$!
 sending() { journalctl --no-pager -u queue.service -o cat -n 5 | grep -q -F '[heineken] Отправка сообщения'; }

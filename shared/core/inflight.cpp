@@ -1,0 +1,79 @@
+#include "shared/core/inflight.h"
+
+#include "shared/core/guarded.h"
+
+#include <algorithm>
+#include <map>
+#include <thread>
+
+namespace inflight {
+
+namespace {
+
+using Table = Guarded<std::map<std::thread::id, Delivery>>;
+
+/// A call begins a moment after the one before, unless the till's machine is very busy.
+constexpr auto grace = std::chrono::seconds(5);
+/// Further than any delivery goes, and near enough to be added to a point in time.
+constexpr auto maxLimit = std::chrono::milliseconds(std::chrono::hours(24 * 30));
+
+/// Never destroyed: a worker may outlive main().
+Table &table()
+{
+    static auto *const instance = new Table;
+    return *instance;
+}
+
+} // namespace
+
+DeliveryGuard::DeliveryGuard(const QString &type, int messageId)
+{
+    const Clock::time_point deadline = Clock::now() + grace;
+    const QMutexLocker locker(&table().mutex);
+    table().value.insert_or_assign(std::this_thread::get_id(), Delivery{type, messageId, deadline});
+}
+
+DeliveryGuard::~DeliveryGuard()
+{
+    const QMutexLocker locker(&table().mutex);
+    table().value.erase(std::this_thread::get_id());
+}
+
+CallGuard::CallGuard(std::chrono::milliseconds limit)
+{
+    // The call's own timer starts a little later and is not exact.
+    const Clock::time_point deadline = Clock::now() + std::min(limit, maxLimit) + grace;
+    const QMutexLocker locker(&table().mutex);
+    const auto delivery = table().value.find(std::this_thread::get_id());
+    if (delivery == table().value.end())
+        return;
+    outerDeadline = delivery->second.deadline;
+    delivery->second.deadline = std::max(deadline, outerDeadline);
+}
+
+CallGuard::~CallGuard()
+{
+    const Clock::time_point deadline = Clock::now() + grace;
+    const QMutexLocker locker(&table().mutex);
+    const auto delivery = table().value.find(std::this_thread::get_id());
+    if (delivery != table().value.end())
+        delivery->second.deadline = std::max(deadline, outerDeadline);
+}
+
+QList<Delivery> deliveries()
+{
+    const QMutexLocker locker(&table().mutex);
+    QList<Delivery> result;
+    for (const auto &[thread, delivery] : table().value)
+        result.append(delivery);
+    return result;
+}
+
+QList<Delivery> deliveriesInTime(Clock::time_point now)
+{
+    QList<Delivery> result = deliveries();
+    result.removeIf([now](const Delivery &delivery) { return delivery.deadline < now; });
+    return result;
+}
+
+} // namespace inflight
