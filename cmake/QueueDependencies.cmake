@@ -7,6 +7,8 @@ endif()
 find_package(CURL 7.88 REQUIRED)
 # What libcurl does TLS with; its state of a thread has to end with the thread.
 find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
+# Unpacks answers that a server has packed.
+find_package(ZLIB REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(INIH REQUIRED IMPORTED_TARGET inih)
 pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)

@@ -2,6 +2,7 @@
 
 #include "shared/core/config.h"
 #include "shared/core/singleton.h"
+#include "shared/net/contentcoding.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -38,7 +39,6 @@ constexpr long maxIdleSeconds = 29;
 constexpr long caCacheSeconds = 60;
 
 constexpr auto userAgent = "queue/" QUEUE_VERSION;
-constexpr auto acceptedEncodings = "gzip, deflate";
 
 // Values of QNetworkReply::NetworkError.
 constexpr int connectionRefusedError = 1;
@@ -128,6 +128,8 @@ struct Transfer
     bool isRepeatable = false;
 
     QByteArray body;
+    /// The values of Content-Encoding, comma-joined.
+    QByteArray contentCodings;
     QList<QByteArray> headerLines;
     qsizetype keptHeaderSize = 0;
     qsizetype omittedHeaderSize = 0;
@@ -160,6 +162,15 @@ std::size_t takeBody(char *data, std::size_t size, std::size_t count, void *cont
     return size * count;
 }
 
+constexpr QByteArrayView contentEncoding("content-encoding:");
+
+/// Not so a line that goes on with the one before, which begins with a blank.
+bool isContentEncoding(QByteArrayView line)
+{
+    return line.size() > contentEncoding.size() && (line.front() | 0x20) == contentEncoding.front()
+           && line.first(contentEncoding.size()).compare(contentEncoding, Qt::CaseInsensitive) == 0;
+}
+
 std::size_t takeHeader(char *data, std::size_t size, std::size_t count, void *context)
 {
     auto &transfer = *static_cast<Transfer *>(context);
@@ -175,8 +186,13 @@ std::size_t takeHeader(char *data, std::size_t size, std::size_t count, void *co
         transfer.keptHeaderSize = 0;
         transfer.omittedHeaderSize = 0;
         transfer.isHeadWhole = false;
+        transfer.contentCodings.clear();
     } else if (line.isEmpty()) {
         transfer.isHeadWhole = true;
+    } else if (!transfer.isHeadWhole && isContentEncoding(QByteArrayView(data, length))) {
+        if (!transfer.contentCodings.isEmpty())
+            transfer.contentCodings += ',';
+        transfer.contentCodings += line.sliced(contentEncoding.size());
     }
     if (!transfer.keepHeaders || line.isEmpty())
         return size * count;
@@ -352,8 +368,6 @@ CurlList headerList(const Exchange &exchange)
     // libcurl writes the lines anew for each request that come from options of their own.
     if (!exchange.hasHeader("User-Agent"))
         append(list, headerLine("User-Agent", userAgent));
-    if (!exchange.hasHeader("Accept-Encoding"))
-        append(list, headerLine("Accept-Encoding", acceptedEncodings));
     // What libcurl would add by itself: a wait before larger bodies, and a type that raw bytes do not
     // have.
     append(list, "Expect:");
@@ -440,8 +454,9 @@ void setUp(CURL *handle, const Exchange &exchange, const Connections::Setting &s
     curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
     // What a proxy is told that makes a tunnel; it does not see the headers of the request.
     curl_easy_setopt(handle, CURLOPT_USERAGENT, setting.proxy.isEmpty() ? nullptr : userAgent);
-    // Has libcurl unpack what comes.
-    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, acceptedEncodings);
+    // libcurl would make an answer that it cannot unpack a failure, and what was delivered would go out
+    // again. So it asks for no packing and leaves it alone.
+    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, nullptr);
     curl_easy_setopt(handle, CURLOPT_MAXAGE_CONN, maxIdleSeconds);
 
     // Signals would hit another thread, and a name lookup that hangs must not outlast the timeout.
@@ -676,6 +691,35 @@ http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, bo
     }
 }
 
+http::Response responseOf(CURLcode code, CURL *handle, const Exchange &exchange,
+                          const Connections::Setting &setting, Transfer &transfer)
+{
+    if (code != CURLE_OK)
+        return failure(code, handle, exchange, !setting.proxy.isEmpty(), transfer);
+
+    const auto status = static_cast<int>(longInfo(handle, CURLINFO_RESPONSE_CODE));
+    const auto unusable = [&] {
+        return failure(CURLE_PARTIAL_FILE, handle, exchange, false, transfer);
+    };
+    if (!transfer.isHeadWhole || status < 200)
+        return unusable();
+    if (!transfer.contentCodings.isEmpty()) {
+        switch (http::unpack(transfer.body, transfer.contentCodings, maxBodySize)) {
+        case http::Unpacking::Done:
+            break;
+        case http::Unpacking::Unknown:
+            // An answer is an answer: what was delivered must not go out again.
+            break;
+        case http::Unpacking::CutOff:
+            return unusable();
+        case http::Unpacking::TooLarge:
+            transfer.isBodyTooLarge = true;
+            return unusable();
+        }
+    }
+    return http::Response::answered(status, transfer.body);
+}
+
 } // namespace
 
 bool Exchange::hasHeader(const char *name) const
@@ -722,13 +766,7 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     }
 
     ExchangeOutcome outcome;
-    const auto status = static_cast<int>(longInfo(handle, CURLINFO_RESPONSE_CODE));
-    if (code != CURLE_OK)
-        outcome.response = failure(code, handle, exchange, !setting.proxy.isEmpty(), transfer);
-    else if (!transfer.isHeadWhole || status < 200)
-        outcome.response = failure(CURLE_PARTIAL_FILE, handle, exchange, false, transfer);
-    else
-        outcome.response = http::Response::answered(status, transfer.body);
+    outcome.response = responseOf(code, handle, exchange, setting, transfer);
     outcome.headerLines = transfer.headerLines;
     outcome.omittedHeaderBytes = transfer.omittedHeaderSize;
     const bool isHeadLarge = transfer.headerSize > largeHeaderSize;

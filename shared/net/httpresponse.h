@@ -20,7 +20,7 @@ struct Response
     tr::Tr errorText;
     /// 0 after an answer with a status of the 200s, else a value of QNetworkReply::NetworkError.
     int errorCode = 0;
-    /// The bytes of a whole answer, unpacked.
+    /// The bytes of a whole answer, unpacked where that is possible.
     QByteArray body;
     /// No whole answer came.
     bool networkError = false;

@@ -34,6 +34,9 @@ struct ExchangeOutcome;
 /// Transfer-Encoding and Expect, which follow from the body. Line breaks in a value become spaces; a
 /// header whose name HTTP does not allow is left out.
 ///
+/// No compression is asked for. An answer in gzip or deflate is unpacked; one that is packed in another
+/// way, or not as its head says, is handed on as it came.
+///
 /// Thread: the one that made it. Made through MockFactory.
 class RestClient : public QObject
 {
@@ -70,7 +73,7 @@ public:
     virtual QVariant responseVariant() const;
     /// The reply as JSON; null when it is none.
     virtual QJsonDocument responseJson() const;
-    /// The reply, unpacked; empty when no whole answer came.
+    /// The reply, unpacked where that is possible; empty when no whole answer came.
     virtual QByteArray responseBody() const;
 
     /// Bounds the whole exchange, from the name lookup to the last byte of the reply. 0, a negative
