@@ -2,6 +2,7 @@
 
 #include "shared/core/config.h"
 #include "shared/core/singleton.h"
+#include "shared/net/closinghosts.h"
 #include "shared/net/contentcoding.h"
 
 #include <QFile>
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <curl/curl.h>
 #include <malloc.h>
 #include <memory>
@@ -33,8 +35,10 @@ constexpr qsizetype largeHeaderSize = 64 * 1024;
 /// More than a log line shows. A server may send tens of thousands of short lines, and as many small
 /// blocks would stay with the thread's memory.
 constexpr qsizetype maxKeptHeaderSize = 8 * 1024;
-/// libcurl counts whole seconds and closes what is older.
-constexpr long maxIdleSeconds = 29;
+/// Servers keep an idle connection for 2 to 5 seconds, and a request that meets its end is lost.
+constexpr std::chrono::seconds maxIdle{4};
+/// libcurl cuts off the fraction of the seconds that a connection was idle before it compares.
+constexpr long maxWholeIdleSeconds = maxIdle.count() - 1;
 /// A bundle of trusted certificates that was replaced is seen after this time.
 constexpr long caCacheSeconds = 60;
 
@@ -88,15 +92,26 @@ struct Connections
         CurlAddress address;
         /// Borrows the lines and the address above, so it ends first.
         CurlHandle handle;
+        /// Scheme, host and port of the address.
+        QByteArray host;
         /// What the handle is set up for; nothing when it is not.
         std::optional<Setting> setting;
         QUrl url;
         QList<std::pair<QByteArray, QByteArray>> headers;
     };
 
+    struct Socket
+    {
+        curl_socket_t descriptor = CURL_SOCKET_BAD;
+        /// Whether it is kept for a further exchange with this host, and since when.
+        bool isIdle = false;
+        std::chrono::steady_clock::time_point idleSince;
+        QByteArray host;
+    };
+
     /// Before the handles, since libcurl may write into them while it closes those.
     std::array<char, CURL_ERROR_SIZE> errorBuffer = {};
-    QList<curl_socket_t> sockets;
+    QList<Socket> sockets;
     Client plain;
     Client certified;
     QByteArray certifiedIdentity;
@@ -121,6 +136,14 @@ Connections &connectionsOfThread()
     return storage.localData();
 }
 
+/// Those met by any thread: the worker of a type changes its thread from pass to pass.
+ClosingHosts &closingHosts()
+{
+    // Never destroyed, since a worker may outlive main().
+    static auto &hosts = *new ClosingHosts;
+    return hosts;
+}
+
 /// What an exchange brings in.
 struct Transfer
 {
@@ -141,8 +164,11 @@ struct Transfer
     bool isHeaderTooLarge = false;
     bool isRepeatRefused = false;
     CURL *handle = nullptr;
-    /// The server said something on the kept connection before it was asked, so nothing was sent there.
-    bool isOutOfStep = false;
+    /// The request went out on a kept connection.
+    bool isReused = false;
+    /// The server said something on the kept connection before it was asked, or closed it, so nothing was
+    /// sent there.
+    bool wasOutOfStep = false;
 };
 
 std::size_t takeBody(char *data, std::size_t size, std::size_t count, void *context)
@@ -205,19 +231,43 @@ std::size_t takeHeader(char *data, std::size_t size, std::size_t count, void *co
     return size * count;
 }
 
+/// What a kept connection shows before a request is sent on it.
+enum class Sign
+{
+    Quiet,
+    /// Bytes that wait to be read.
+    Input,
+    /// The server has closed it.
+    Closed,
+};
+
+Sign signOf(curl_socket_t socket)
+{
+    pollfd wait = {socket, POLLIN | POLLRDHUP, 0};
+    if (::poll(&wait, 1, 0) <= 0)
+        return Sign::Quiet;
+    return (wait.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0 ? Sign::Closed : Sign::Input;
+}
+
+void rememberClosing(const QByteArray &host)
+{
+    closingHosts().add(host, std::chrono::steady_clock::now());
+}
+
 curl_socket_t openSocket(void *context, curlsocktype, curl_sockaddr *address)
 {
     const curl_socket_t socket =
         ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
     if (socket >= 0)
-        static_cast<Connections *>(context)->sockets.append(socket);
+        static_cast<Connections *>(context)->sockets.append({socket, false, {}, {}});
     return socket;
 }
 
-int closeSocket(void *context, curl_socket_t socket)
+int closeSocket(void *context, curl_socket_t descriptor)
 {
-    static_cast<Connections *>(context)->sockets.removeAll(socket);
-    return ::close(socket);
+    static_cast<Connections *>(context)->sockets.removeIf(
+        [descriptor](const auto &socket) { return socket.descriptor == descriptor; });
+    return ::close(descriptor);
 }
 
 int localPort(curl_socket_t socket)
@@ -232,18 +282,40 @@ int localPort(curl_socket_t socket)
     return ntohs(port);
 }
 
-/// Whether something waits to be read on the connection with this port of ours. A thread mostly has but
-/// one, which needs no search.
-bool hasInput(int port)
+/// The connection with this port of ours. A thread mostly has but one, which needs no search.
+Connections::Socket *socketWithPort(Connections &connections, int port)
 {
-    const QList<curl_socket_t> &sockets = connectionsOfThread().sockets;
-    for (const curl_socket_t socket : sockets) {
-        if (sockets.size() > 1 && localPort(socket) != port)
-            continue;
-        pollfd wait = {socket, POLLIN, 0};
-        return ::poll(&wait, 1, 0) > 0;
+    for (Connections::Socket &socket : connections.sockets) {
+        if (connections.sockets.size() == 1 || localPort(socket.descriptor) == port)
+            return &socket;
     }
-    return false;
+    return nullptr;
+}
+
+/// libcurl replaces a kept connection that the server has closed, and tells nobody. The end of one that was
+/// idle for longer hurts nobody.
+void noteClosedByServer(Connections &connections, const QByteArray &host)
+{
+    for (Connections::Socket &socket : connections.sockets) {
+        if (socket.isIdle && socket.host == host
+            && std::chrono::steady_clock::now() - socket.idleSince < maxIdle
+            && signOf(socket.descriptor) == Sign::Closed) {
+            socket.isIdle = false;
+            rememberClosing(host);
+        }
+    }
+}
+
+/// Notes which connection the exchange leaves open, if it does.
+void noteKept(Connections &connections, const Connections::Client &client)
+{
+    curl_socket_t kept = CURL_SOCKET_BAD;
+    curl_easy_getinfo(client.handle.get(), CURLINFO_ACTIVESOCKET, &kept);
+    for (Connections::Socket &socket : connections.sockets) {
+        // One that was idle all the while is a former exchange's.
+        if (socket.descriptor == kept && !socket.isIdle)
+            socket = {kept, true, std::chrono::steady_clock::now(), client.host};
+    }
 }
 
 long longInfo(CURL *handle, CURLINFO info)
@@ -258,14 +330,24 @@ long longInfo(CURL *handle, CURLINFO info)
 /// would be made twice.
 ///
 /// On a kept connection the server has nothing to say before it is asked. What waits there all the same
-/// would be taken for the answer to this request: a message would be done that nobody has read.
+/// would be taken for the answer to this request: a message would be done that nobody has read. Where the
+/// server has closed it, the request would be lost.
 int beforeRequest(void *context, char *, char *, int, int ourPort)
 {
     auto &transfer = *static_cast<Transfer *>(context);
-    transfer.isOutOfStep =
-        longInfo(transfer.handle, CURLINFO_NUM_CONNECTS) == 0 && hasInput(ourPort);
-    if (transfer.isOutOfStep)
-        return CURL_PREREQFUNC_ABORT;
+    if (longInfo(transfer.handle, CURLINFO_NUM_CONNECTS) == 0) {
+        Connections &connections = connectionsOfThread();
+        Connections::Socket *const socket = socketWithPort(connections, ourPort);
+        const Sign sign = socket ? signOf(socket->descriptor) : Sign::Quiet;
+        if (sign == Sign::Closed)
+            rememberClosing(socket->host);
+        if (socket)
+            socket->isIdle = false;
+        transfer.wasOutOfStep = sign != Sign::Quiet;
+        if (transfer.wasOutOfStep)
+            return CURL_PREREQFUNC_ABORT;
+        transfer.isReused = true;
+    }
     ++transfer.attempts;
     if (transfer.attempts > 1 && !transfer.isRepeatable) {
         transfer.isRepeatRefused = true;
@@ -457,7 +539,7 @@ void setUp(CURL *handle, const Exchange &exchange, const Connections::Setting &s
     // libcurl would make an answer that it cannot unpack a failure, and what was delivered would go out
     // again. So it asks for no packing and leaves it alone.
     curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, nullptr);
-    curl_easy_setopt(handle, CURLOPT_MAXAGE_CONN, maxIdleSeconds);
+    curl_easy_setopt(handle, CURLOPT_MAXAGE_CONN, maxWholeIdleSeconds);
 
     // Signals would hit another thread, and a name lookup that hangs must not outlast the timeout.
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
@@ -493,6 +575,7 @@ void setAddress(Connections::Client &client, const QUrl &url)
     curl_easy_setopt(handle, CURLOPT_CURLU, isUsable ? address.get() : nullptr);
     client.address = std::move(address);
     client.url = url;
+    client.host = (url.scheme() + u' ' + url.host() + u' ' + QString::number(url.port())).toUtf8();
 }
 
 /// What is this exchange's own.
@@ -511,7 +594,13 @@ void setRequest(Connections::Client &client, const Exchange &exchange, Transfer 
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &transfer);
     curl_easy_setopt(handle, CURLOPT_HEADERDATA, &transfer);
     curl_easy_setopt(handle, CURLOPT_PREREQDATA, &transfer);
-    curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, 0L);
+}
+
+/// Whether the exchange may use a connection that is open, and leave its own open.
+void setReuse(CURL *handle, bool isAllowed)
+{
+    curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, isAllowed ? 0L : 1L);
+    curl_easy_setopt(handle, CURLOPT_FORBID_REUSE, isAllowed ? 0L : 1L);
 }
 
 QString hostText(const QUrl &url)
@@ -691,6 +780,35 @@ http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, bo
     }
 }
 
+/// Whether the kept connection that the request went out on was closed before a byte of the answer came.
+bool hasLostKeptConnection(CURLcode code, const Transfer &transfer)
+{
+    const bool isBroken =
+        code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR || code == CURLE_GOT_NOTHING;
+    return transfer.isReused && (transfer.attempts > 1 || (isBroken && transfer.headerSize == 0));
+}
+
+CURLcode carryOut(Connections::Client &client, Transfer &transfer)
+{
+    CURL *const handle = client.handle.get();
+    Connections &connections = connectionsOfThread();
+    const auto isReuseAllowed = [&client] {
+        return !closingHosts().contains(client.host, std::chrono::steady_clock::now());
+    };
+    noteClosedByServer(connections, client.host);
+    setReuse(handle, isReuseAllowed());
+    CURLcode code = curl_easy_perform(handle);
+    if (transfer.wasOutOfStep) {
+        setReuse(handle, isReuseAllowed());
+        curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, 1L);
+        code = curl_easy_perform(handle);
+    }
+    if (hasLostKeptConnection(code, transfer))
+        rememberClosing(client.host);
+    noteKept(connections, client);
+    return code;
+}
+
 http::Response responseOf(CURLcode code, CURL *handle, const Exchange &exchange,
                           const Connections::Setting &setting, Transfer &transfer)
 {
@@ -757,13 +875,7 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     connectionsOfThread().errorBuffer[0] = '\0';
     setRequest(client, exchange, transfer);
     setVerbAndBody(handle, exchange, mime);
-
-    CURLcode code = curl_easy_perform(handle);
-    const bool wasOutOfStep = transfer.isOutOfStep;
-    if (wasOutOfStep) {
-        curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, 1L);
-        code = curl_easy_perform(handle);
-    }
+    const CURLcode code = carryOut(client, transfer);
 
     ExchangeOutcome outcome;
     outcome.response = responseOf(code, handle, exchange, setting, transfer);
@@ -772,7 +884,7 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     const bool isHeadLarge = transfer.headerSize > largeHeaderSize;
     // libcurl counts the connections that broke under one set-up and gives up after five of them, and
     // parts must not be gone before it has let go of them.
-    if (mime || code != CURLE_OK || transfer.attempts > 1 || wasOutOfStep || isHeadLarge)
+    if (mime || code != CURLE_OK || transfer.attempts > 1 || transfer.wasOutOfStep || isHeadLarge)
         forget(client);
     if (isHeadLarge) {
         client.handle.reset();

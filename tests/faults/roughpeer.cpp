@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -101,6 +102,13 @@ bool RoughPeer::Line::send(const QByteArray &bytes)
         sent += written;
     }
     return true;
+}
+
+bool RoughPeer::Line::sendLast(const QByteArray &bytes)
+{
+    const int on = 1;
+    ::setsockopt(socket, IPPROTO_TCP, TCP_CORK, &on, sizeof(on));
+    return send(bytes) && ::shutdown(socket, SHUT_WR) == 0;
 }
 
 bool RoughPeer::Line::flood(const QByteArray &bytes, qint64 total)

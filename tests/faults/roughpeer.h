@@ -28,6 +28,8 @@ public:
         /// Waits for the first bytes of the other side, and reads none.
         bool awaitBytes();
         bool send(const QByteArray &bytes);
+        /// The bytes and the end of the connection in one packet, so that the other side sees both at once.
+        bool sendLast(const QByteArray &bytes);
         /// Sends the same bytes again and again until there are `total` or the other side has gone.
         bool flood(const QByteArray &bytes, qint64 total);
         /// One byte each `intervalMs`, and again from the start at the end.

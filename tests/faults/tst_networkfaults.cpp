@@ -403,6 +403,8 @@ private Q_SLOTS:
     void restClient();
     void service();
     void lateSecondAnswer();
+    void closesKeptConnections_data();
+    void closesKeptConnections();
     void strangeBodies_data();
     void strangeBodies();
     void largeDocuments();
@@ -586,6 +588,50 @@ void TestNetworkFaults::lateSecondAnswer()
     client.post(url, QByteArray("second"), {});
     QCOMPARE(client.statusCode(), 500);
     QCOMPARE(requests.load(), 2);
+}
+
+void TestNetworkFaults::closesKeptConnections_data()
+{
+    QTest::addColumn<int>("afterMs");
+    QTest::addColumn<int>("mostLost");
+    QTest::newRow("with the answer") << 0 << 0;
+    // The request that is on its way at that moment is lost, and teaches the service.
+    QTest::newRow("soon after it") << 1 << 1;
+    QTest::newRow("a little later") << 5 << 1;
+}
+
+/// A server that closes the connection after each answer without a word about it. The rows of a type go out
+/// all the same.
+void TestNetworkFaults::closesKeptConnections()
+{
+    QFETCH(int, afterMs);
+    QFETCH(int, mostLost);
+    constexpr int rows = 20;
+    std::atomic<int> answers{0};
+    RoughPeer peer([&answers, afterMs](Line &line) {
+        if (!line.readRequest())
+            return;
+        ++answers;
+        if (afterMs == 0) {
+            line.sendLast(okEmpty);
+            line.listen();
+        } else if (line.send(okEmpty)) {
+            line.idle(afterMs);
+        }
+    });
+    const QString type = u"heineken"_s;
+    faults::Till till;
+    for (int row = 0; row < rows; ++row)
+        till.put(type, request(QUrl(u"http://127.0.0.1:%1/"_s.arg(peer.port()))));
+    till.start();
+    QVERIFY(till.waitForEnds(type, 1));
+    const auto lost = [&] {
+        return till.lines(type).filter(u"Ошибка при отправке сообщения"_s);
+    };
+    QVERIFY2(mostLost > 0 || till.ids().isEmpty(), qPrintable(lost().join(u'\n')));
+    QVERIFY(stand::waitUntil([&till] { return till.ids().isEmpty(); }));
+    QVERIFY2(lost().size() <= mostLost, qPrintable(lost().join(u'\n')));
+    QCOMPARE(answers.load(), rows);
 }
 
 void TestNetworkFaults::strangeBodies_data()

@@ -46,6 +46,17 @@ bool takeRequest(QByteArray &buffer, bool headIsEnough, LoopbackServer::Request 
     return true;
 }
 
+/// Whether no server of this program has had the port: clients remember how a host has behaved.
+bool isNewPort(int port)
+{
+    static std::mutex mutex;
+    static QSet<int> used;
+    const std::lock_guard guard(mutex);
+    const bool isNew = !used.contains(port);
+    used.insert(port);
+    return isNew;
+}
+
 } // namespace
 
 /// Lives in the server's thread.
@@ -61,8 +72,11 @@ public:
     {
         server = new QTcpServer(this);
         connect(server, &QTcpServer::newConnection, this, &Worker::accept);
-        if (!server->listen(QHostAddress::LocalHost, 0))
-            qFatal("LoopbackServer: %s", qPrintable(server->errorString()));
+        do {
+            server->close();
+            if (!server->listen(QHostAddress::LocalHost, 0))
+                qFatal("LoopbackServer: %s", qPrintable(server->errorString()));
+        } while (!isNewPort(server->serverPort()));
         return server->serverPort();
     }
 

@@ -23,7 +23,7 @@ http {
     fastcgi_temp_path %1;
     uwsgi_temp_path %1;
     scgi_temp_path %1;
-    keepalive_timeout 300s;
+    keepalive_timeout %7;
     server {
         listen 127.0.0.1:%2 ssl;
         ssl_certificate %3;
@@ -61,7 +61,7 @@ NginxServer::NginxServer(const Setup &setup)
         qFatal("%s: %s", qPrintable(file.fileName()), qPrintable(file.errorString()));
     file.write(QString(configuration)
                    .arg(folder.path(), QString::number(port()), setup.identity.certificate,
-                        setup.identity.key, setup.protocols, clients + staple)
+                        setup.identity.key, setup.protocols, clients + staple, setup.keepAlive)
                    .toUtf8());
     file.close();
 

@@ -21,6 +21,8 @@ public:
         QString protocols = QStringLiteral("TLSv1.2 TLSv1.3");
         /// The authority's answer about the certificate (OCSP), handed out with it.
         QString staple = QString();
+        /// How long an idle connection is kept. Its end is not announced.
+        QString keepAlive = QStringLiteral("300s");
     };
 
     explicit NginxServer(const Setup &setup);

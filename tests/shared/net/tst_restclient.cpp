@@ -11,6 +11,7 @@
 #include <QNetworkReply>
 #include <QTest>
 
+#include <future>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -43,6 +44,14 @@ http::Params params(const QByteArray &method, const QUrl &url, const QByteArray 
 QByteArray deflated(const QByteArray &bytes)
 {
     return qCompress(bytes, 9).mid(4);
+}
+
+/// For tests that count connections: libcurl keeps five in a thread and closes one beyond that, which is
+/// any of those that were used within the same millisecond.
+template <typename Function>
+auto inThread(const Function &function)
+{
+    return std::async(std::launch::async, function).get();
 }
 
 /// "{\"text\":\"Чек\"}", as `gzip -n` packs it.
@@ -109,6 +118,9 @@ private Q_SLOTS:
     void repeatsOnlyWhatMayBeRepeated_data();
     void repeatsOnlyWhatMayBeRepeated();
     void threadsHaveTheirOwnConnections();
+    void hostThatClosesKeptConnections_data();
+    void hostThatClosesKeptConnections();
+    void announcedCloseIsNoReason();
 
     void proxyFromTheSettingsOnly();
     void tunnelIsAskedForByName();
@@ -876,11 +888,16 @@ void TestRestClient::keepsConnections()
     server.play({LoopbackServer::answer(200, "a"), LoopbackServer::answer(404, "b"),
                  LoopbackServer::raw("HTTP/1.1 204 No Content\r\n\r\n"),
                  LoopbackServer::raw("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n")});
-    for (const char *verb : {"POST", "PUT", "DELETE", "HEAD", "GET"}) {
-        RestClient client; // One for each delivery.
-        client.send(params(verb, server.url(u"/"_s), "x"));
-        QVERIFY2(!client.isNetworkError(), verb);
-    }
+    const int failures = inThread([&server] {
+        int count = 0;
+        for (const char *verb : {"POST", "PUT", "DELETE", "HEAD", "GET"}) {
+            RestClient client; // One for each delivery.
+            client.send(params(verb, server.url(u"/"_s), "x"));
+            count += client.isNetworkError() ? 1 : 0;
+        }
+        return count;
+    });
+    QCOMPARE(failures, 0);
     QCOMPARE(server.requests().size(), 5);
     QCOMPARE(server.connectionCount(), 1);
 }
@@ -976,6 +993,85 @@ void TestRestClient::threadsHaveTheirOwnConnections()
     QCOMPARE(server.connectionCount(), 2);
     // A thread that ends leaves nothing behind.
     QVERIFY(server.waitForOpenConnections(0));
+}
+
+void TestRestClient::hostThatClosesKeptConnections_data()
+{
+    QTest::addColumn<QByteArray>("verb");
+    QTest::addColumn<std::optional<LoopbackServer::Reply>>("reply");
+    QTest::addColumn<int>("errorCode");
+    const Reply closed = LoopbackServer::raw("").closing();
+    const Reply reset = LoopbackServer::raw("").resetting();
+    constexpr int lost = QNetworkReply::RemoteHostClosedError;
+    const auto row = [](const char *name, const char *verb, const std::optional<Reply> &reply,
+                        int errorCode) {
+        QTest::newRow(name) << QByteArray(verb) << reply << errorCode;
+    };
+    // clang-format off
+    row("ahead of a POST",   "POST",  {},     0);
+    row("ahead of a GET",    "GET",   {},     0);
+    row("under a POST",      "POST",  closed, lost);
+    row("reset by a POST",   "POST",  reset,  lost);
+    row("under a PATCH",     "PATCH", closed, lost);
+    row("under a GET",       "GET",   closed, 0);
+    row("reset by a PUT",    "PUT",   reset,  0);
+    // clang-format on
+}
+
+/// A request that meets such a close is lost, so from then on each has a connection of its own.
+void TestRestClient::hostThatClosesKeptConnections()
+{
+    QFETCH(QByteArray, verb);
+    QFETCH(std::optional<Reply>, reply);
+    QFETCH(int, errorCode);
+    LoopbackServer other;
+    LoopbackServer server;
+    RestClient client;
+    client.send(params(verb, server.url(u"/first"_s), "x"));
+    if (reply)
+        server.play({*reply});
+    else
+        server.closeConnections();
+    client.send(params(verb, server.url(u"/second"_s), "x"));
+    QCOMPARE(client.errorCode(), errorCode);
+
+    // Also where a second connection was in vain.
+    QTRY_COMPARE(server.connectionCount(), 2);
+
+    // The server keeps these open, but nobody relies on it.
+    for (const int connections : {3, 4, 5}) {
+        RestClient next;
+        next.post(server.url(u"/next"_s), QByteArray("x"), noHeaders);
+        QCOMPARE(next.errorCode(), 0);
+        QCOMPARE(server.connectionCount(), connections);
+    }
+    // None of them is left open; the one that replaced a lost one may be.
+    QTRY_VERIFY(server.openConnectionCount() <= 1);
+    // The next worker knows it, and has no doubts about another server.
+    inThread([&] {
+        for (LoopbackServer *const each : {&server, &server, &other, &other, &other})
+            RestClient().post(each->url(u"/thread"_s), QByteArray("x"), noHeaders);
+    });
+    QCOMPARE(server.connectionCount(), 7);
+    QCOMPARE(other.connectionCount(), 1);
+}
+
+void TestRestClient::announcedCloseIsNoReason()
+{
+    LoopbackServer server;
+    server.play({LoopbackServer::answer(200, "a"),
+                 LoopbackServer::answer(200, "b", "Connection: close\r\n").closing(),
+                 LoopbackServer::raw("HTTP/1.0 200 OK\r\n\r\nc").closing(),
+                 LoopbackServer::raw("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nd").closing()});
+    const QList<int> connections = inThread([&server] {
+        QList<int> counts;
+        for (const int open : {1, 0, 0, 0, 1, 1, 1}) {
+            RestClient().post(server.url(u"/"_s), QByteArray("x"), noHeaders);
+            counts.append(server.waitForOpenConnections(open) ? server.connectionCount() : -1);
+        }
+        return counts;
+    });
+    QCOMPARE(connections, (QList<int>{1, 1, 2, 3, 4, 4, 4}));
 }
 
 void TestRestClient::proxyFromTheSettingsOnly()

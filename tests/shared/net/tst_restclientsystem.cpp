@@ -86,7 +86,9 @@ private Q_SLOTS:
     void slowNameLookup();
     void timeoutWhenNoneIsSet_data();
     void timeoutWhenNoneIsSet();
-    void connectionsIdleForThirtySeconds();
+    void connectionsAreKeptForFourSeconds();
+    void lateCloseIsNoReason();
+    void closingHostIsForgottenAfterAnHour();
     void connectionThatIsResetAtOnce();
 };
 
@@ -174,20 +176,55 @@ void TestRestClientSystem::timeoutWhenNoneIsSet()
     QCOMPARE(exchange.get(), u"Сервер 127.0.0.1:%1 не ответил за 30 сек."_s.arg(server.port()));
 }
 
-void TestRestClientSystem::connectionsIdleForThirtySeconds()
+void TestRestClientSystem::connectionsAreKeptForFourSeconds()
 {
     followsTestClock = true;
     LoopbackServer server;
     RestClient client;
     client.get(server.url(u"/"_s), {}, noHeaders);
-    secondsAhead = 28;
+    secondsAhead = 2;
     client.get(server.url(u"/"_s), {}, noHeaders);
     QCOMPARE(server.connectionCount(), 1);
-    secondsAhead = 28 + 31;
+    secondsAhead = 2 + 4;
     client.get(server.url(u"/"_s), {}, noHeaders);
     QCOMPARE(client.errorCode(), 0);
     QCOMPARE(server.connectionCount(), 2);
     QVERIFY(server.waitForOpenConnections(1));
+}
+
+/// A server may close what has been idle for long. It is no reason to do without kept connections.
+void TestRestClientSystem::lateCloseIsNoReason()
+{
+    followsTestClock = true;
+    LoopbackServer server;
+    RestClient client;
+    client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
+    server.closeConnections();
+    secondsAhead = 5;
+    for (int count = 0; count < 3; ++count)
+        client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
+    QCOMPARE(client.errorCode(), 0);
+    QCOMPARE(server.connectionCount(), 2);
+}
+
+void TestRestClientSystem::closingHostIsForgottenAfterAnHour()
+{
+    followsTestClock = true;
+    LoopbackServer server;
+    RestClient client;
+    const auto connectionsOfTwo = [&] {
+        const int before = server.connectionCount();
+        for (int count = 0; count < 2; ++count)
+            client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
+        return server.connectionCount() - before;
+    };
+    client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
+    server.closeConnections();
+    QCOMPARE(connectionsOfTwo(), 2);
+    secondsAhead = 3500;
+    QCOMPARE(connectionsOfTwo(), 2);
+    secondsAhead = 3601;
+    QCOMPARE(connectionsOfTwo(), 1);
 }
 
 void TestRestClientSystem::connectionThatIsResetAtOnce()

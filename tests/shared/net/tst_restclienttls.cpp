@@ -70,6 +70,7 @@ private Q_SLOTS:
     void keepsTheConnectionOfOneClient();
     void neverSharesAConnectionBetweenClients();
     void seesAReplacedCertificateFile();
+    void hostThatClosesKeptConnections();
 
 private:
     RestClient &exchange(RestClient &client, const NginxServer &server);
@@ -412,6 +413,29 @@ void TestRestClientTls::seesAReplacedCertificateFile()
     QVERIFY(QFile::remove(path));
     QVERIFY(QFile::copy(certificates.joined(maria), path));
     QVERIFY(exchange(client, *closed).responseBody().startsWith("CN=maria|"));
+}
+
+/// A connection that the server has closed with the words that TLS has for it.
+void TestRestClientTls::hostThatClosesKeptConnections()
+{
+    const NginxServer brief(
+        NginxServer::Setup{.identity = server, .clientAuthority = {}, .keepAlive = u"300ms"_s});
+    const auto isClosedByServer = [&brief] {
+        QFile file(u"/proc/self/net/tcp"_s);
+        if (!file.open(QIODevice::ReadOnly))
+            qFatal("%s", qPrintable(file.errorString()));
+        const QString closeWait = u":%1 08"_s.arg(brief.port(), 4, 16, QChar(u'0')).toUpper();
+        return QString::fromLatin1(file.readAll()).contains(closeWait);
+    };
+    RestClient client;
+    QCOMPARE(exchange(client, brief).errorCode(), 0);
+    QTRY_VERIFY(isClosedByServer());
+    QSet<QByteArray> connections;
+    for (int count = 0; count < 4; ++count) {
+        QCOMPARE(exchange(client, brief).errorText().ru(), QString());
+        connections.insert(client.responseBody());
+    }
+    QCOMPARE(connections.size(), 4);
 }
 
 QTEST_GUILESS_MAIN(TestRestClientTls)
