@@ -4,6 +4,7 @@
 #include "shared/core/singleton.h"
 #include "shared/net/closinghosts.h"
 #include "shared/net/contentcoding.h"
+#include "shared/net/proxyrule.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -78,7 +79,8 @@ struct Connections
     struct Setting
     {
         bool isSecure = false;
-        QByteArray proxy;
+        QString proxy;
+        QString noProxy;
         QString caFile;
 
         bool operator==(const Setting &other) const = default;
@@ -393,6 +395,19 @@ void forget(Connections::Client &client)
     client.address.reset();
 }
 
+Connections::Setting settingFor(const Exchange &exchange)
+{
+    Config *const config = Singleton<Config>::instance();
+    Connections::Setting setting;
+    setting.isSecure = exchange.url.scheme() == u"https";
+    setting.proxy = config->getString(u"network:proxy"_s, QString());
+    if (!setting.proxy.isEmpty())
+        setting.noProxy = config->getString(u"network:noProxy"_s, QString());
+    if (setting.isSecure)
+        setting.caFile = config->getString(u"network:caFile"_s, QString());
+    return setting;
+}
+
 Connections::Client &clientFor(const Exchange &exchange)
 {
     initializeCurl();
@@ -413,22 +428,6 @@ Connections::Client &clientFor(const Exchange &exchange)
     if (!client.handle)
         client.handle.reset(curl_easy_init());
     return client;
-}
-
-/// The proxy for `url`, empty for none. Only the settings name one; the environment has no say.
-QByteArray proxyFor(const QUrl &url)
-{
-    Config *config = Singleton<Config>::instance();
-    const QString proxy = config->getString(u"network:proxy"_s, QString());
-    if (proxy.isEmpty())
-        return {};
-    const QStringList direct = config->getStringList(u"network:noProxy"_s, QString());
-    for (const QString &host : direct) {
-        if (url.host().compare(host, Qt::CaseInsensitive) == 0
-            || url.host().endsWith(u'.' + host, Qt::CaseInsensitive))
-            return {};
-    }
-    return proxy.toUtf8();
 }
 
 void append(CurlList &list, const QByteArray &line)
@@ -545,8 +544,9 @@ void setUp(CURL *handle, const Exchange &exchange, const Connections::Setting &s
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
 
-    curl_easy_setopt(handle, CURLOPT_PROXY, setting.proxy.constData());
-    curl_easy_setopt(handle, CURLOPT_NOPROXY, "");
+    // Set even when empty: the environment has no say.
+    curl_easy_setopt(handle, CURLOPT_PROXY, setting.proxy.toUtf8().constData());
+    curl_easy_setopt(handle, CURLOPT_NOPROXY, setting.noProxy.toUtf8().constData());
     curl_easy_setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
 
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, takeBody);
@@ -608,6 +608,14 @@ QString hostText(const QUrl &url)
     return url.port() < 0 ? url.host() : url.host() + u':' + QString::number(url.port());
 }
 
+/// The proxy that the exchange went through, as host:port; empty when it went straight to the server.
+QString proxyInUse(const Exchange &exchange, const Connections::Setting &setting)
+{
+    if (setting.proxy.isEmpty() || isReachedDirectly(exchange.url.host(), setting.noProxy))
+        return {};
+    return proxyName(setting.proxy);
+}
+
 http::Response failed(int errorCode, const QString &key, const QString &text, int status)
 {
     return http::Response::failed(errorCode, tr::Tr(key, text), status);
@@ -625,9 +633,17 @@ QString missingFile(const Exchange &exchange)
     return {};
 }
 
-/// What a failure between this side and the proxy was; 0 for one behind it.
-int proxyError(CURLcode code, CURL *handle, const Exchange &exchange)
+/// libcurl cannot read the address of the proxy, which it tells with another code each time.
+bool isUnsupportedProxy(const QString &detail)
 {
+    return detail.contains("Unsupported proxy"_L1);
+}
+
+/// What a failure between this side and the proxy was; 0 for one behind it.
+int proxyError(CURLcode code, CURL *handle, const Exchange &exchange, const QString &detail)
+{
+    if (isUnsupportedProxy(detail))
+        return proxyNotFoundError;
     const bool isTunnel = exchange.url.scheme() == u"https";
     const long tunnelStatus = longInfo(handle, CURLINFO_HTTP_CONNECTCODE);
     double connectSeconds = 0;
@@ -655,19 +671,31 @@ int proxyError(CURLcode code, CURL *handle, const Exchange &exchange)
     return 0;
 }
 
-QString proxyErrorText(int error)
+http::Response proxyFailure(int error, CURL *handle, const Exchange &exchange, const QString &proxy,
+                            const QString &detail, int status)
 {
+    const auto fail = [&](const QString &text) {
+        return failed(error, u"networkErrorProxy"_s, text, status);
+    };
+    const QString seconds = QString::number(exchange.timeoutMs / 1000.0);
     switch (error) {
     case proxyRefusedError:
-        return u"Прокси-сервер отклонил соединение"_s;
-    case proxyClosedError:
-        return u"Прокси-сервер не соединил с сервером"_s;
+        return fail(u"Прокси-сервер %1 отклонил соединение"_s.arg(proxy));
+    case proxyClosedError: {
+        const long tunnelStatus = longInfo(handle, CURLINFO_HTTP_CONNECTCODE);
+        const QString reason =
+            tunnelStatus > 0 ? u"код состояния %1"_s.arg(QString::number(tunnelStatus)) : detail;
+        return fail(u"Прокси-сервер %1 не соединил с сервером %2 (%3)"_s.arg(
+            proxy, hostText(exchange.url), reason));
+    }
     case proxyNotFoundError:
-        return u"Не найден адрес прокси-сервера"_s;
+        return fail(isUnsupportedProxy(detail)
+                        ? u"Прокси-сервер %1: недопустимый адрес в network:proxy"_s.arg(proxy)
+                        : u"Не найден адрес прокси-сервера %1"_s.arg(proxy));
     case proxyTimeoutError:
-        return u"Прокси-сервер не ответил вовремя"_s;
+        return fail(u"Прокси-сервер %1 не ответил за %2 сек."_s.arg(proxy, seconds));
     default:
-        return u"Прокси-сервер не принял имя и пароль"_s;
+        return fail(u"Прокси-сервер %1 не принял имя и пароль (код состояния 407)"_s.arg(proxy));
     }
 }
 
@@ -683,10 +711,12 @@ int brokenConnectionError(const QByteArray &detail)
     return detail.contains("SSL") ? tlsError : unknownNetworkError;
 }
 
-http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, bool viaProxy,
+http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, const QString &proxy,
                        const Transfer &transfer)
 {
-    const QString host = hostText(exchange.url);
+    const QString host = proxy.isEmpty()
+                             ? hostText(exchange.url)
+                             : u"%1 (через прокси-сервер %2)"_s.arg(hostText(exchange.url), proxy);
     const QByteArray errorBytes(connectionsOfThread().errorBuffer.data());
     const QString detail = errorBytes.isEmpty() ? QString::fromUtf8(curl_easy_strerror(code))
                                                 : QString::fromUtf8(errorBytes);
@@ -700,10 +730,10 @@ http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, bo
         return failed(unknownNetworkError, u"networkErrorTooLarge"_s,
                       u"Заголовки ответа сервера %1 больше 256 КиБ"_s.arg(host), status);
 
-    if (viaProxy && !transfer.isRepeatRefused) {
-        const int error = proxyError(code, handle, exchange);
+    if (!proxy.isEmpty() && !transfer.isRepeatRefused) {
+        const int error = proxyError(code, handle, exchange, detail);
         if (error != 0)
-            return failed(error, u"networkErrorProxy"_s, proxyErrorText(error), status);
+            return proxyFailure(error, handle, exchange, proxy, detail, status);
     }
 
     int error = unknownNetworkError;
@@ -813,14 +843,21 @@ http::Response responseOf(CURLcode code, CURL *handle, const Exchange &exchange,
                           const Connections::Setting &setting, Transfer &transfer)
 {
     if (code != CURLE_OK)
-        return failure(code, handle, exchange, !setting.proxy.isEmpty(), transfer);
+        return failure(code, handle, exchange, proxyInUse(exchange, setting), transfer);
 
     const auto status = static_cast<int>(longInfo(handle, CURLINFO_RESPONSE_CODE));
     const auto unusable = [&] {
-        return failure(CURLE_PARTIAL_FILE, handle, exchange, false, transfer);
+        return failure(CURLE_PARTIAL_FILE, handle, exchange, {}, transfer);
     };
     if (!transfer.isHeadWhole || status < 200)
         return unusable();
+    // What answers so is the proxy. The server has not seen the request.
+    constexpr int proxyAuthenticationStatus = 407;
+    if (status == proxyAuthenticationStatus && !setting.isSecure && isHttpProxy(setting.proxy)) {
+        const QString proxy = proxyInUse(exchange, setting);
+        if (!proxy.isEmpty())
+            return proxyFailure(proxyAuthenticationError, handle, exchange, proxy, {}, status);
+    }
     if (!transfer.contentCodings.isEmpty()) {
         switch (http::unpack(transfer.body, transfer.contentCodings, maxBodySize)) {
         case http::Unpacking::Done:
@@ -857,9 +894,7 @@ ExchangeOutcome performExchange(const Exchange &exchange)
 
     Connections::Client &client = clientFor(exchange);
     CURL *const handle = client.handle.get();
-    Connections::Setting setting = {exchange.url.scheme() == u"https", proxyFor(exchange.url), {}};
-    if (setting.isSecure)
-        setting.caFile = Singleton<Config>::instance()->getString(u"network:caFile"_s, QString());
+    const Connections::Setting setting = settingFor(exchange);
     if (client.setting != setting) {
         forget(client);
         setUp(handle, exchange, setting);

@@ -32,7 +32,7 @@ http {
         ssl_ciphers ALL:@SECLEVEL=0;
         ssl_session_cache shared:sessions:1m;
         %6
-        location / { return 200 "$ssl_client_s_dn|$connection"; }
+        location / { return %8 "$ssl_client_s_dn|$connection"; }
     }
 }
 )"_L1;
@@ -61,7 +61,8 @@ NginxServer::NginxServer(const Setup &setup)
         qFatal("%s: %s", qPrintable(file.fileName()), qPrintable(file.errorString()));
     file.write(QString(configuration)
                    .arg(folder.path(), QString::number(port()), setup.identity.certificate,
-                        setup.identity.key, setup.protocols, clients + staple, setup.keepAlive)
+                        setup.identity.key, setup.protocols, clients + staple, setup.keepAlive,
+                        QString::number(setup.status))
                    .toUtf8());
     file.close();
 

@@ -8,7 +8,7 @@
 #include <QUrl>
 
 /// A real nginx that speaks TLS on a free port of 127.0.0.1, from a temporary folder, for the object's
-/// life. It answers each request with 200 and a line that tells how it sees the client:
+/// life. It answers each request with 200, or another status, and a line that tells how it sees the client:
 /// "<subject of its certificate>|<number of the connection>".
 class NginxServer
 {
@@ -23,6 +23,7 @@ public:
         QString staple = QString();
         /// How long an idle connection is kept. Its end is not announced.
         QString keepAlive = QStringLiteral("300s");
+        int status = 200;
     };
 
     explicit NginxServer(const Setup &setup);

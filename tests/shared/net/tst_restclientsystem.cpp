@@ -116,7 +116,7 @@ void TestRestClientSystem::unknownProxy()
         RestClient client;
         client.get(QUrl(address), {}, noHeaders);
         QCOMPARE(client.errorCode(), int{QNetworkReply::ProxyNotFoundError});
-        QCOMPARE(client.errorText().ru(), u"Не найден адрес прокси-сервера"_s);
+        QCOMPARE(client.errorText().ru(), u"Не найден адрес прокси-сервера unknown.test:3128"_s);
         QVERIFY(client.isNetworkError());
     }
 }

@@ -10,7 +10,13 @@
 #include <QTcpSocket>
 #include <QTest>
 
+#include <arpa/inet.h>
 #include <dlfcn.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -28,6 +34,93 @@ struct Client
     QString password;
 
     bool operator==(const Client &) const = default;
+};
+
+/// A proxy on a free port of 127.0.0.1 that makes one tunnel to a port of this machine, whatever it is asked.
+class Tunnel
+{
+public:
+    explicit Tunnel(int target)
+        : relay([this, target] { serve(target); })
+    {
+    }
+    ~Tunnel()
+    {
+        ::shutdown(listener.socket, SHUT_RDWR);
+        relay.join();
+    }
+    Tunnel(const Tunnel &) = delete;
+
+    int port() const { return listener.port; }
+
+private:
+    struct Listener
+    {
+        Listener()
+        {
+            sockaddr_in address = loopback(0);
+            socklen_t size = sizeof(address);
+            auto *const plain = reinterpret_cast<sockaddr *>(&address);
+            if (::bind(socket, plain, size) != 0 || ::listen(socket, 1) != 0
+                || ::getsockname(socket, plain, &size) != 0)
+                qFatal("no socket to listen on");
+            port = ntohs(address.sin_port);
+        }
+        ~Listener() { ::close(socket); }
+
+        int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        int port = 0;
+    };
+
+    static sockaddr_in loopback(int port)
+    {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<in_port_t>(port));
+        return address;
+    }
+
+    void serve(int target) const
+    {
+        const int client = ::accept(listener.socket, nullptr, nullptr);
+        const int server = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const sockaddr_in address = loopback(target);
+        char piece[16384];
+        QByteArray head;
+        while (!head.endsWith("\r\n\r\n")) {
+            const ssize_t count = ::recv(client, piece, sizeof(piece), 0);
+            if (count <= 0)
+                break;
+            head.append(piece, count);
+        }
+        const QByteArray answer = "HTTP/1.1 200 Connection established\r\n\r\n";
+        bool isOpen =
+            head.startsWith("CONNECT ")
+            && ::connect(server, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0
+            && ::send(client, answer.constData(), static_cast<std::size_t>(answer.size()),
+                      MSG_NOSIGNAL)
+                   > 0;
+        while (isOpen) {
+            // The listener ends with the test.
+            pollfd ends[] = {
+                {client, POLLIN, 0}, {server, POLLIN, 0}, {listener.socket, POLLIN, 0}};
+            ::poll(ends, 3, -1);
+            const bool isFromClient = ends[0].revents != 0;
+            const ssize_t count = ends[2].revents != 0 ? 0
+                                                       : ::recv(isFromClient ? client : server,
+                                                                piece, sizeof(piece), 0);
+            isOpen = count > 0
+                     && ::send(isFromClient ? server : client, piece,
+                               static_cast<std::size_t>(count), MSG_NOSIGNAL)
+                            == count;
+        }
+        ::close(client);
+        ::close(server);
+    }
+
+    Listener listener;
+    std::thread relay;
 };
 
 } // namespace
@@ -71,6 +164,8 @@ private Q_SLOTS:
     void neverSharesAConnectionBetweenClients();
     void seesAReplacedCertificateFile();
     void hostThatClosesKeptConnections();
+    void answersThroughATunnel_data();
+    void answersThroughATunnel();
 
 private:
     RestClient &exchange(RestClient &client, const NginxServer &server);
@@ -436,6 +531,32 @@ void TestRestClientTls::hostThatClosesKeptConnections()
         connections.insert(client.responseBody());
     }
     QCOMPARE(connections.size(), 4);
+}
+
+void TestRestClientTls::answersThroughATunnel_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("errorCode");
+    QTest::newRow("success") << 200 << int{QNetworkReply::NoError};
+    // The proxy has done its part: who asks for a password here is the server.
+    QTest::newRow("the status of proxies")
+        << 407 << int{QNetworkReply::ProxyAuthenticationRequiredError};
+}
+
+void TestRestClientTls::answersThroughATunnel()
+{
+    QFETCH(int, status);
+    const NginxServer target(
+        NginxServer::Setup{.identity = server, .clientAuthority = {}, .status = status});
+    const Tunnel tunnel(target.port());
+    settings.set(u"[network]\ncaFile = %1\nproxy = 127.0.0.1:%2\n"_s.arg(
+        authority.certificate, QString::number(tunnel.port())));
+    RestClient client;
+    exchange(client, target);
+    QCOMPARE(client.statusCode(), status);
+    QTEST(client.errorCode(), "errorCode");
+    QVERIFY(client.hasResponse());
+    QVERIFY2(client.responseBody().startsWith('|'), client.responseBody().constData());
 }
 
 QTEST_GUILESS_MAIN(TestRestClientTls)

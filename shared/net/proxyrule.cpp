@@ -1,0 +1,74 @@
+#include "shared/net/proxyrule.h"
+
+#include <QUrl>
+
+#include <curl/curl.h>
+#include <memory>
+#include <netinet/in.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Where the question's proxy is, and where everything else is. Nothing is opened there.
+constexpr auto questionProxy = "http://127.0.0.1:1";
+constexpr int questionProxyPort = 1;
+constexpr auto questionTarget = "::127.0.0.1:2";
+
+/// Notes where libcurl would go, and keeps it from going there.
+curl_socket_t noteTarget(void *context, curlsocktype, curl_sockaddr *address)
+{
+    *static_cast<int *>(context) =
+        address->family == AF_INET
+            ? ntohs(reinterpret_cast<const sockaddr_in &>(address->addr).sin_port)
+            : 0;
+    return CURL_SOCKET_BAD;
+}
+
+} // namespace
+
+bool isReachedDirectly(const QString &host, const QString &noProxy)
+{
+    QUrl url;
+    url.setScheme(u"http"_s);
+    url.setHost(host);
+    if (noProxy.isEmpty() || url.host().isEmpty())
+        return false;
+    const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle(curl_easy_init(),
+                                                                     &curl_easy_cleanup);
+    const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> target(
+        curl_slist_append(nullptr, questionTarget), &curl_slist_free_all);
+    int port = questionProxyPort;
+    curl_easy_setopt(handle.get(), CURLOPT_URL, url.toEncoded().constData());
+    curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle.get(), CURLOPT_PROXY, questionProxy);
+    curl_easy_setopt(handle.get(), CURLOPT_NOPROXY, noProxy.toUtf8().constData());
+    curl_easy_setopt(handle.get(), CURLOPT_CONNECT_TO, target.get());
+    curl_easy_setopt(handle.get(), CURLOPT_OPENSOCKETFUNCTION, noteTarget);
+    curl_easy_setopt(handle.get(), CURLOPT_OPENSOCKETDATA, &port);
+    curl_easy_perform(handle.get());
+    return port != questionProxyPort;
+}
+
+QString proxyName(const QString &proxy)
+{
+    if (proxy.isEmpty())
+        return {};
+    // An account may hold any sign, unescaped ones too, so whatever is in front of the last @ goes.
+    const bool hasAccount = proxy.contains(u'@');
+    const qsizetype scheme = proxy.indexOf("://"_L1);
+    QString name = hasAccount    ? proxy.mid(proxy.lastIndexOf(u'@') + 1)
+                   : scheme >= 0 ? proxy.mid(scheme + 3)
+                                 : proxy;
+    name.truncate(name.indexOf(u'/') < 0 ? name.size() : name.indexOf(u'/'));
+    const bool hasPort = name.lastIndexOf(u':') > name.lastIndexOf(u']');
+    if (hasPort)
+        return name;
+    // libcurl's own.
+    return name + (proxy.startsWith("https://"_L1, Qt::CaseInsensitive) ? u":443"_s : u":1080"_s);
+}
+
+bool isHttpProxy(const QString &proxy)
+{
+    return !proxy.isEmpty() && !proxy.startsWith("socks"_L1, Qt::CaseInsensitive);
+}

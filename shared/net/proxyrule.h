@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+/// Whether libcurl goes to `host` without a proxy when `network:noProxy` holds `noProxy`.
+///
+/// libcurl itself is asked: its versions differ in what they know, and after an exchange it does not tell
+/// which way it went. Nothing is sent and no name is looked up. Takes about ten microseconds.
+/// Thread: any.
+bool isReachedDirectly(const QString &host, const QString &noProxy);
+
+/// The proxy that `network:proxy` names, as host:port without the account; empty for none.
+QString proxyName(const QString &proxy);
+/// Whether requests go to it in HTTP, not in SOCKS.
+bool isHttpProxy(const QString &proxy);
