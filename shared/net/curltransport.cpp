@@ -711,6 +711,15 @@ int brokenConnectionError(const QByteArray &detail)
     return detail.contains("SSL") ? tlsError : unknownNetworkError;
 }
 
+/// A line of a head that libcurl does not take comes as a lack of memory, or by the code that has its
+/// name only in newer versions.
+bool isHeadTooLong(CURLcode code, const QByteArray &detail)
+{
+    constexpr int tooLarge = 100;
+    return code == CURLE_OUT_OF_MEMORY || int{code} == tooLarge
+           || detail.contains("Out of memory in chunked") || detail.contains("response headers");
+}
+
 http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, const QString &proxy,
                        const Transfer &transfer)
 {
@@ -729,6 +738,15 @@ http::Response failure(CURLcode code, CURL *handle, const Exchange &exchange, co
     if (transfer.isHeaderTooLarge)
         return failed(unknownNetworkError, u"networkErrorTooLarge"_s,
                       u"Заголовки ответа сервера %1 больше 256 КиБ"_s.arg(host), status);
+
+    if (isHeadTooLong(code, errorBytes) && transfer.attempts > 0) {
+        const bool isRequest = longInfo(handle, CURLINFO_REQUEST_SIZE) == 0;
+        return failed(
+            unknownNetworkError, u"networkErrorTooLarge"_s,
+            isRequest ? u"Слишком длинный адрес или заголовок в запросе к серверу %1"_s.arg(host)
+                      : u"Слишком длинный заголовок в ответе сервера %1"_s.arg(host),
+            status);
+    }
 
     if (!proxy.isEmpty() && !transfer.isRepeatRefused) {
         const int error = proxyError(code, handle, exchange, detail);

@@ -12,6 +12,8 @@ struct Exchange
     /// An absolute http or https address.
     QUrl url;
     QList<std::pair<QByteArray, QByteArray>> headers;
+    /// The names of headers that HTTP does not allow, which are not among the others.
+    QByteArrayList refusedHeaders;
     QByteArray body;
     QList<http::Part> parts;
     int timeoutMs = 0;

@@ -1,6 +1,7 @@
 #include "shared/net/restclient.h"
 
 #include "shared/core/inflight.h"
+#include "shared/net/addressfault.h"
 #include "shared/net/curltransport.h"
 
 #include <log4qt/logger.h>
@@ -18,7 +19,12 @@ constexpr qint64 defaultTimeoutMs = 30'000;
 constexpr qsizetype maxLoggedSize = 4096;
 constexpr int protocolUnknownError = 301;
 
-using HeaderList = QList<std::pair<QByteArray, QByteArray>>;
+/// The headers of a request as they go out, and the names of those that must not.
+struct HeaderList
+{
+    QList<std::pair<QByteArray, QByteArray>> lines;
+    QByteArrayList refused;
+};
 
 bool isSame(const QByteArray &name, const char *other)
 {
@@ -53,11 +59,12 @@ bool followsFromBody(const QByteArray &name)
            || isSame(name, "Expect");
 }
 
-/// Adds what may go out.
 void append(HeaderList &list, const QByteArray &name, const QByteArray &value)
 {
-    if (isToken(name) && !followsFromBody(name))
-        list.append({name, oneLine(value)});
+    if (!isToken(name))
+        list.refused.append(name);
+    else if (!followsFromBody(name))
+        list.lines.append({name, oneLine(value)});
 }
 
 /// Most requests of a worker have the headers of the one before.
@@ -66,7 +73,7 @@ HeaderList headerList(const RestClient::Headers &headers)
     static thread_local RestClient::Headers lastHeaders;
     static thread_local HeaderList lastList;
     if (headers != lastHeaders) {
-        lastList.clear();
+        lastList = {};
         for (auto it = headers.cbegin(); it != headers.cend(); ++it)
             append(lastList, it.key().toUtf8(), it.value().toUtf8());
         lastHeaders = headers;
@@ -82,13 +89,14 @@ HeaderList headerList(const QMap<QByteArray, QByteArray> &headers)
     return list;
 }
 
-http::Part sendable(http::Part part)
+/// Leaves what may go out; the names of other headers are added to `refused`.
+void makeSendable(http::Part &part, QByteArrayList &refused)
 {
     part.contentType = oneLine(part.contentType);
     const HeaderList list = headerList(std::exchange(part.headers, {}));
-    for (const auto &[name, value] : list)
+    for (const auto &[name, value] : list.lines)
         part.headers.insert(name, value);
-    return part;
+    refused += list.refused;
 }
 
 Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
@@ -97,7 +105,8 @@ Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
     Exchange exchange;
     exchange.verb = verb;
     exchange.url = url;
-    exchange.headers = std::move(headers);
+    exchange.headers = std::move(headers.lines);
+    exchange.refusedHeaders = std::move(headers.refused);
     exchange.body = body;
     return exchange;
 }
@@ -174,17 +183,37 @@ QString loggedUrl(const QUrl &url)
     return QString::fromUtf8(withoutSecrets(url).toEncoded());
 }
 
+/// The name of a header that HTTP does not allow, as the log may show it: up to where a value may begin,
+/// since a till may have put a whole line into the name.
+QString shownName(const QByteArray &name)
+{
+    constexpr qsizetype maxShownSize = 64;
+    const QString text = QString::fromUtf8(name);
+    qsizetype size = 0;
+    while (size < std::min(text.size(), maxShownSize) && text.at(size).isPrint()
+           && !u" :;=,"_s.contains(text.at(size)))
+        ++size;
+    return size < text.size() ? text.first(size) + u'…' : text;
+}
+
+QString refusedHeadersText(const QByteArrayList &names)
+{
+    constexpr qsizetype maxShown = 10;
+    QStringList shown;
+    for (const QByteArray &name : names.first(std::min(names.size(), maxShown)))
+        shown.append(u'\'' + shownName(name) + u'\'');
+    if (names.size() > maxShown)
+        shown.append(u"…"_s);
+    return u"Заголовки с недопустимыми именами не отправлены (%1): %2"_s.arg(
+        QString::number(names.size()), shown.join(u", "_s));
+}
+
 /// Why the request cannot go out as it is; nothing when it can.
 tr::Tr refusal(const Exchange &exchange)
 {
-    const QUrl &url = exchange.url;
-    if (url.isEmpty())
-        return {u"networkErrorAddress"_s, u"Не указан адрес запроса"_s};
-    if (!url.isValid() || url.host().isEmpty()
-        || (url.scheme() != u"http" && url.scheme() != u"https"))
-        return {u"networkErrorAddress"_s,
-                u"Недопустимый адрес запроса '%1'"_s.arg(
-                    url.toDisplayString(QUrl::RemoveUserInfo | QUrl::RemoveQuery))};
+    const tr::Tr fault = addressFault(exchange.url);
+    if (!fault.isEmpty())
+        return fault;
     if (!isToken(exchange.verb))
         return {u"networkErrorVerb"_s, u"Недопустимый метод запроса"_s};
     return {};
@@ -337,10 +366,12 @@ void RestClient::perform(Exchange exchange)
     exchange.certificatePassword = certificatePassword;
     exchange.privateKeyPath = privateKeyPath;
     for (http::Part &part : exchange.parts)
-        part = sendable(part);
+        makeSendable(part, exchange.refusedHeaders);
     const bool isLogged = logger_ && logger_->isDebugEnabled();
     exchange.keepHeaders = isLogged && !compactLogs;
 
+    if (logger_ && !exchange.refusedHeaders.isEmpty())
+        logger_->warn(refusedHeadersText(exchange.refusedHeaders));
     if (isLogged)
         logRequest(exchange);
     QElapsedTimer timer;

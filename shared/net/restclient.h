@@ -33,7 +33,7 @@ struct ExchangeOutcome;
 ///
 /// Headers: those given replace what the client would send by itself, except Content-Length,
 /// Transfer-Encoding and Expect, which follow from the body. Line breaks in a value become spaces; a
-/// header whose name HTTP does not allow is left out.
+/// header whose name HTTP does not allow is left out, and a warning names it.
 ///
 /// No compression is asked for. An answer in gzip or deflate is unpacked; one that is packed in another
 /// way, or not as its head says, is handed on as it came.
@@ -100,7 +100,8 @@ public:
     /// regard to case.
     virtual void setSecretHeaders(const QStringList &names);
 
-    /// Each exchange is logged here at debug level; null, as at first, logs nothing.
+    /// Each exchange is logged here at debug level, headers that are left out at level warn; null, as at
+    /// first, logs nothing.
     void setLogger(Log4Qt::Logger *logger);
     /// Leaves headers and bodies out of the log.
     void setCompactLogs(bool compact);

@@ -81,10 +81,10 @@ private Q_SLOTS:
     void headersOfItsOwn();
     void nothingIsLeftOfTheRequestBefore();
     void headersCannotBeInjected();
+    void warnsOfHeadersThatAreLeftOut();
     void framingFollowsFromTheBody();
     void addresses_data();
     void addresses();
-    void unusableAddresses_data();
     void unusableAddresses();
     void unusableVerbs_data();
     void unusableVerbs();
@@ -111,6 +111,9 @@ private Q_SLOTS:
     void codingsOutsideTheHead();
     void largeHeaders_data();
     void largeHeaders();
+    void longTrailer();
+    void longRequestHead_data();
+    void longRequestHead();
 
     void keepsConnections();
     void reconnectsAfterAFailure();
@@ -345,6 +348,55 @@ void TestRestClient::headersCannotBeInjected()
         QVERIFY2(!name.contains("Injected") && !name.contains("Bad") && !name.isEmpty(), name);
 }
 
+/// A header that is missing at the service would be looked for there.
+void TestRestClient::warnsOfHeadersThatAreLeftOut()
+{
+    LoopbackServer server;
+    const LogCapture log(u"cardlab"_s);
+    RestClient client;
+    client.setLogger(Log4Qt::LogManager::logger(u"cardlab"_s));
+    client.setCompactLogs(true);
+    const auto warnings = [&log] {
+        return log.lines().filter(QRegularExpression(u"^WARN"_s));
+    };
+    client.post(server.url(u"/"_s), QByteArray("x"),
+                {{u"X-Good"_s, u"1"_s}, {u"Content-Length"_s, u"7"_s}});
+    QCOMPARE(warnings(), QStringList());
+
+    client.post(server.url(u"/"_s), QByteArray("x"), {{u"Касса"_s, u"hidden"_s}});
+    client.post(server.url(u"/"_s), QByteArray("x"), {{u"Касса"_s, u"hidden"_s}});
+    const QString line = u"WARN Заголовки с недопустимыми именами не отправлены (1): 'Касса'"_s;
+    QCOMPARE(warnings(), (QStringList{line, line}));
+    QCOMPARE(client.errorCode(), 0);
+
+    http::Params request = params("POST", server.url(u"/"_s));
+    request.headers = {{"", "hidden"},
+                       {"Authorization: Bearer hidden", "1"},
+                       {"Authorization Bearer hidden", "2"},
+                       {"X-Key=hidden", "3"},
+                       {"X-Two\r\nX-Three: hidden", "hidden"}};
+    http::Part part;
+    part.headers = {{"X-Part\t", "hidden"}};
+    request.parts = {part};
+    client.send(request);
+    QCOMPARE(warnings().size(), 3);
+    QCOMPARE(warnings().last(),
+             u"WARN Заголовки с недопустимыми именами не отправлены (6): '', 'Authorization…', "
+             "'Authorization…', 'X-Key…', 'X-Two…', 'X-Part…'"_s);
+
+    request.headers.clear();
+    for (int i = 0; i < 1000; ++i)
+        request.headers.insert("X" + QByteArray(1000, '(') + QByteArray::number(i), "1");
+    client.send(request);
+    QVERIFY(warnings().last().contains(u"(1001): 'X(((("_s));
+    QVERIFY(warnings().last().size() < 1000);
+    QVERIFY(!log.lines().join(u'\n').contains(u"hidden"));
+
+    client.setLogger(nullptr);
+    client.send(request);
+    QCOMPARE(warnings().size(), 4);
+}
+
 void TestRestClient::framingFollowsFromTheBody()
 {
     LoopbackServer server;
@@ -394,29 +446,31 @@ void TestRestClient::addresses()
     QTEST(proxy.requests().constFirst().target, "target");
 }
 
-void TestRestClient::unusableAddresses_data()
-{
-    QTest::addColumn<QUrl>("url");
-    QTest::newRow("none") << QUrl();
-    QTest::newRow("ftp") << QUrl(u"ftp://127.0.0.1/file"_s);
-    QTest::newRow("file") << QUrl(u"file:///etc/hostname"_s);
-    QTest::newRow("no scheme") << QUrl(u"127.0.0.1/path"_s);
-    QTest::newRow("no host") << QUrl(u"http:///path"_s);
-    QTest::newRow("scheme only") << QUrl(u"http:"_s);
-    QTest::newRow("bad port") << QUrl(u"http://127.0.0.1:99999/"_s);
-    QTest::newRow("words") << QUrl(u"не адрес"_s);
-}
-
 void TestRestClient::unusableAddresses()
 {
-    QFETCH(QUrl, url);
-    RestClient client;
-    client.post(url, QByteArray("x"), noHeaders);
-    QCOMPARE(client.errorCode(), int{QNetworkReply::ProtocolUnknownError});
-    QVERIFY(client.errorText().ru().contains(u"адрес"));
-    QVERIFY(client.isNetworkError());
-    QVERIFY(!client.hasResponse());
-    QCOMPARE(client.statusCode(), 0);
+    const QString port = u"порт должен быть числом от 1 до 65535"_s;
+    struct Row
+    {
+        QUrl url;
+        QString text;
+    };
+    const Row rows[] = {
+        {QUrl(), u"Не указан адрес запроса"_s},
+        {QUrl(u"http://127.0.0.1:99999/a"_s),
+         u"Недопустимый адрес запроса 'http://127.0.0.1:99999/a': %1"_s.arg(port)},
+        {QUrl(u"ftp://127.0.0.1/file"_s),
+         u"Недопустимый адрес запроса 'ftp://127.0.0.1/file': адрес должен начинаться с http:// или "
+         "https://"_s},
+    };
+    for (const auto &[url, text] : rows) {
+        RestClient client;
+        client.post(url, QByteArray("x"), noHeaders);
+        QCOMPARE(client.errorCode(), int{QNetworkReply::ProtocolUnknownError});
+        QCOMPARE(client.errorText().ru(), text);
+        QVERIFY(client.isNetworkError());
+        QVERIFY(!client.hasResponse());
+        QCOMPARE(client.statusCode(), 0);
+    }
 }
 
 void TestRestClient::unusableVerbs_data()
@@ -861,30 +915,78 @@ void TestRestClient::codingsOutsideTheHead()
 void TestRestClient::largeHeaders_data()
 {
     QTest::addColumn<QByteArray>("headers");
-    QTest::addColumn<bool>("isTaken");
+    QTest::addColumn<QString>("text");
     const auto many = [](int count) {
         QByteArray headers;
         for (int index = 0; index < count; ++index)
             headers += "X-" + QByteArray::number(index) + ": y\r\n";
         return headers;
     };
-    QTest::newRow("a thousand") << many(1000) << true;
-    QTest::newRow("one of 64 KiB") << "X-Long: " + QByteArray(65'536, 'x') + "\r\n" << true;
-    QTest::newRow("a hundred thousand") << many(100'000) << false;
-    QTest::newRow("one of 4 MiB") << "X-Long: " + QByteArray(4 * mebibyte, 'x') + "\r\n" << false;
+    const auto line = [](qsizetype size) {
+        return "X-Long: " + QByteArray(size, 'x') + "\r\n";
+    };
+    const QString tooLong = u"Слишком длинный заголовок в ответе сервера %1"_s;
+    const QString tooMuch = u"Заголовки ответа сервера %1 больше 256 КиБ"_s;
+    // clang-format off
+    QTest::newRow("a thousand")         << many(1000)        << QString();
+    QTest::newRow("one of 64 KiB")      << line(65'536)      << QString();
+    QTest::newRow("a hundred thousand") << many(100'000)     << tooMuch;
+    QTest::newRow("one of 110 KiB")     << line(110 * 1024)  << tooLong;
+    QTest::newRow("one of 4 MiB")       << line(4 * mebibyte) << tooLong;
+    // clang-format on
 }
 
 void TestRestClient::largeHeaders()
 {
     QFETCH(QByteArray, headers);
-    QFETCH(bool, isTaken);
+    QFETCH(QString, text);
     LoopbackServer server;
     server.play({LoopbackServer::answer(200, "ok", headers)});
     RestClient client;
     client.get(server.url(u"/"_s), {}, noHeaders);
+    const bool isTaken = text.isEmpty();
+    QCOMPARE(client.errorText().ru(),
+             isTaken ? QString() : text.arg(u"127.0.0.1:%1"_s.arg(server.port())));
     QCOMPARE(client.isNetworkError(), !isTaken);
     QCOMPARE(client.errorCode(), isTaken ? 0 : int{QNetworkReply::UnknownNetworkError});
     QCOMPARE(client.responseBody(), isTaken ? "ok" : "");
+    QCOMPARE(client.statusCode(), 200);
+}
+
+/// Lines behind the last chunk, which are headers to HTTP.
+void TestRestClient::longTrailer()
+{
+    LoopbackServer server;
+    server.play({LoopbackServer::raw("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nX: "
+                                     + QByteArray(mebibyte, 'x') + "\r\n\r\n")});
+    RestClient client;
+    client.get(server.url(u"/"_s), {}, noHeaders);
+    QCOMPARE(client.errorText().ru(),
+             u"Слишком длинный заголовок в ответе сервера 127.0.0.1:%1"_s.arg(server.port()));
+    QCOMPARE(client.errorCode(), int{QNetworkReply::UnknownNetworkError});
+}
+
+void TestRestClient::longRequestHead_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("header");
+    const QString large(2 * mebibyte, u'x');
+    QTest::newRow("header") << u"/"_s << large;
+    QTest::newRow("address") << u"/"_s + large << u"x"_s;
+}
+
+void TestRestClient::longRequestHead()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, header);
+    LoopbackServer server;
+    RestClient client;
+    client.post(server.url(path), QByteArray("x"), {{u"X-Long"_s, header}});
+    QCOMPARE(client.errorText().ru(),
+             u"Слишком длинный адрес или заголовок в запросе к серверу 127.0.0.1:%1"_s.arg(
+                 server.port()));
+    QCOMPARE(client.errorCode(), int{QNetworkReply::UnknownNetworkError});
+    QCOMPARE(server.received(), QByteArray());
 }
 
 void TestRestClient::keepsConnections()

@@ -1,0 +1,108 @@
+#include "shared/net/addressfault.h"
+
+#include <QUrl>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qsizetype maxShownSize = 200;
+
+/// What the till wrote. QUrl keeps no part of a text that it cannot read, but quotes it where it says what
+/// is wrong: `Invalid port ...; source was "http://host:99999/"; scheme = "http", host = ...`. Only a part
+/// of it is quoted when a part is what is wrong.
+QString writtenText(const QUrl &url)
+{
+    if (url.isValid())
+        return url.toString();
+    const QString message = url.errorString();
+    constexpr auto opening = "; source was \""_L1;
+    const qsizetype start = message.indexOf(opening);
+    if (start < 0)
+        return {};
+    QString text = message.mid(start + opening.size());
+    for (const QLatin1StringView next : {"\"; scheme = \""_L1, "\"; path = \""_L1}) {
+        const qsizetype end = text.lastIndexOf(next);
+        if (end >= 0)
+            return text.first(end);
+    }
+    if (text.endsWith("\";"_L1))
+        text.chop(2);
+    return text;
+}
+
+bool beginsWithBlank(const QString &text)
+{
+    // QUrl quotes some of them encoded.
+    static const QString encoded[] = {u"%09"_s, u"%0A"_s, u"%0D"_s, u"%20"_s};
+    return (!text.isEmpty() && text.front().isSpace())
+           || std::any_of(std::begin(encoded), std::end(encoded),
+                          [&text](const QString &code) { return text.startsWith(code); });
+}
+
+bool isWeb(const QUrl &url)
+{
+    return url.scheme() == u"http" || url.scheme() == u"https";
+}
+
+bool isUsable(const QUrl &url)
+{
+    return url.isValid() && isWeb(url) && !url.host().isEmpty() && url.port() != 0;
+}
+
+QString reason(const QUrl &url, const QString &text)
+{
+    if (!isWeb(url))
+        return beginsWithBlank(text) ? u"перед адресом пробел"_s
+                                     : u"адрес должен начинаться с http:// или https://"_s;
+    // Of an address that it cannot read QUrl keeps the host when the port is what is wrong.
+    if (!url.host().isEmpty())
+        return u"порт должен быть числом от 1 до 65535"_s;
+    if (url.isValid())
+        return u"нет имени сервера"_s;
+    return text.count(u'@') > 1 ? u"знак @ в имени или пароле пишется как %40"_s
+                                : u"недопустимое имя сервера"_s;
+}
+
+} // namespace
+
+QString maskedAddress(const QString &text)
+{
+    QString shown = text;
+    const qsizetype scheme = shown.indexOf("://"_L1);
+    const qsizetype start = scheme < 0 ? 0 : scheme + 3;
+    // A password may hold any sign, unescaped ones too. So everything in front of the last @ may be one, and
+    // what follows may be the rest of a query.
+    const qsizetype at = shown.lastIndexOf(u'@');
+    const auto queryStart = [&shown] {
+        const auto sign = std::find_if(shown.cbegin(), shown.cend(), [](QChar symbol) {
+            return symbol == u'?' || symbol == u'#';
+        });
+        return sign - shown.cbegin();
+    };
+    if (at >= start)
+        shown = shown.first(start) + u"***"_s + (queryStart() < at ? QString() : shown.mid(at));
+    const qsizetype query = queryStart();
+    if (query < shown.size() - 1)
+        shown = shown.first(query + 1) + u"***"_s;
+    if (shown.size() > maxShownSize)
+        shown = shown.first(maxShownSize) + u'…';
+    for (QChar &symbol : shown) {
+        if (symbol.category() == QChar::Other_Control)
+            symbol = u'.';
+    }
+    return shown;
+}
+
+tr::Tr addressFault(const QUrl &url)
+{
+    if (isUsable(url))
+        return {};
+    if (url.isEmpty() && url.errorString().isEmpty())
+        return {u"networkErrorAddress"_s, u"Не указан адрес запроса"_s};
+    const QString text = writtenText(url);
+    return {u"networkErrorAddress"_s,
+            u"Недопустимый адрес запроса '%1': %2"_s.arg(maskedAddress(text), reason(url, text))};
+}
