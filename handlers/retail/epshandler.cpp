@@ -2,9 +2,11 @@
 
 #include "handlers/common/messagevalue.h"
 #include "shared/core/inflight.h"
+#include "shared/net/tcpconnect.h"
 
 #include <log4qt/logger.h>
 
+#include <QDeadlineTimer>
 #include <QTcpSocket>
 
 using namespace Qt::StringLiterals;
@@ -36,10 +38,9 @@ bool EpsHandler::sendMessage(const Message &message)
     const inflight::CallGuard guard{std::chrono::milliseconds(2 * waitMs)};
     QTcpSocket socket;
     // The low 16 bits of a number that is no port are one.
-    socket.connectToHost(messageValue<QString>(message, u"host"_s),
-                         static_cast<quint16>(messageValue<int>(message, u"port"_s)),
-                         QIODevice::ReadWrite, QAbstractSocket::AnyIPProtocol);
-    if (!socket.waitForConnected(waitMs)) {
+    const auto port = static_cast<quint16>(messageValue<int>(message, u"port"_s));
+    if (!connectSocket(socket, messageValue<QString>(message, u"host"_s), port,
+                       QDeadlineTimer(waitMs))) {
         logger()->warn(u"Не удалось подключиться к серверу"_s);
         return false;
     }

@@ -1,11 +1,9 @@
 #include "shared/net/tcpclient.h"
 
 #include "shared/core/inflight.h"
+#include "shared/net/tcpconnect.h"
 
-#include <QEventLoop>
-#include <QHostInfo>
 #include <QNetworkProxy>
-#include <QTimer>
 
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
@@ -56,14 +54,7 @@ bool TcpClient::connectToServer()
 
     const QDeadlineTimer end = deadline();
     const inflight::CallGuard guard{std::chrono::milliseconds(end.remainingTime())};
-    const QList<QHostAddress> addresses = lookUp(end);
-    for (const QHostAddress &address : addresses) {
-        socket.connectToHost(address, static_cast<quint16>(port));
-        if (socket.waitForConnected(static_cast<int>(end.remainingTime())))
-            return true;
-        socket.abort();
-    }
-    return false;
+    return connectSocket(socket, host, static_cast<quint16>(port), end);
 }
 
 void TcpClient::disconnectFromServer()
@@ -94,26 +85,6 @@ QDeadlineTimer TcpClient::deadline() const
 {
     const int seconds = timeoutSeconds > 0 ? timeoutSeconds : defaultTimeoutSeconds;
     return QDeadlineTimer(std::min(seconds, maxTimeoutSeconds) * 1000);
-}
-
-QList<QHostAddress> TcpClient::lookUp(const QDeadlineTimer &end) const
-{
-    const QHostAddress literal(host);
-    if (!literal.isNull())
-        return {literal};
-
-    // The blocking lookup knows no timeout.
-    QList<QHostAddress> addresses;
-    QEventLoop loop;
-    const int lookup =
-        QHostInfo::lookupHost(host, &loop, [&addresses, &loop](const QHostInfo &info) {
-            addresses = info.addresses();
-            loop.quit();
-        });
-    QTimer::singleShot(static_cast<int>(end.remainingTime()), &loop, &QEventLoop::quit);
-    loop.exec(QEventLoop::ExcludeUserInputEvents);
-    QHostInfo::abortHostLookup(lookup);
-    return addresses;
 }
 
 void TcpClient::flush(const QDeadlineTimer &end)

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <QDeadlineTimer>
-#include <QHostAddress>
-#include <QList>
 #include <QObject>
 #include <QString>
 #include <QTcpSocket>
@@ -21,8 +19,8 @@ public:
     virtual void setPort(int port);
     /// Seconds that each of the operations below may take, name lookup included; 0 and less mean 5.
     virtual void setTimeout(int timeout);
-    /// False when there is no connection within the timeout, or the port is not one of 1 to 65535.
-    /// An open connection is closed first.
+    /// Tries each address of a name. False when there is no connection within the timeout, or the port is
+    /// not one of 1 to 65535. An open connection is closed first.
     virtual bool connectToServer();
     /// Sends what is left and closes in an orderly way, so that everything written arrives at a server
     /// that reads within the timeout.
@@ -33,7 +31,6 @@ public:
 
 private:
     QDeadlineTimer deadline() const;
-    QList<QHostAddress> lookUp(const QDeadlineTimer &deadline) const;
     /// Waits until no byte is left in this process.
     void flush(const QDeadlineTimer &deadline);
     /// Waits until the server's system has acknowledged every byte.

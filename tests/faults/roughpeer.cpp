@@ -187,26 +187,4 @@ void RoughPeer::accept()
     }
 }
 
-DeafPort::DeafPort()
-{
-    sockets.push_back(openListener(0, port_));
-    // The queue takes one more than it was told, and the system some on top.
-    for (;;) {
-        const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        const sockaddr_in address = loopback(port_);
-        ::connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
-        sockets.push_back(client);
-        pollfd wait = {client, POLLOUT, 0};
-        constexpr int longForLoopbackMs = 200;
-        if (::poll(&wait, 1, longForLoopbackMs) == 0)
-            return;
-    }
-}
-
-DeafPort::~DeafPort()
-{
-    for (const int socket : sockets)
-        ::close(socket);
-}
-
 } // namespace faults

@@ -80,20 +80,4 @@ private:
     std::thread acceptor;
 };
 
-/// A port whose queue of connections is full: the handshake of a further one gets no answer.
-class DeafPort
-{
-public:
-    DeafPort();
-    ~DeafPort();
-    DeafPort(const DeafPort &) = delete;
-    DeafPort &operator=(const DeafPort &) = delete;
-
-    int port() const { return port_; }
-
-private:
-    int port_ = 0;
-    std::vector<int> sockets;
-};
-
 } // namespace faults

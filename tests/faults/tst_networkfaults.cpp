@@ -3,6 +3,7 @@
 #include "tests/faults/roughpeer.h"
 #include "tests/faults/till.h"
 #include "tests/support/certificates.h"
+#include "tests/support/deafport.h"
 #include "tests/support/loopbackserver.h"
 #include "tests/support/nginxserver.h"
 #include "tests/support/testsettings.h"
@@ -87,7 +88,7 @@ struct Scene
     explicit Scene(const Fault &fault);
 
     std::unique_ptr<RoughPeer> peer;
-    std::unique_ptr<faults::DeafPort> deaf;
+    std::unique_ptr<DeafPort> deaf;
     std::unique_ptr<NginxServer> nginx;
     QUrl url;
 };
@@ -107,7 +108,7 @@ Scene::Scene(const Fault &fault)
         nginx = std::make_unique<NginxServer>(*tls);
         url = nginx->url();
     } else if (std::holds_alternative<Deaf>(fault.manner)) {
-        deaf = std::make_unique<faults::DeafPort>();
+        deaf = std::make_unique<DeafPort>();
         url = plain(deaf->port());
     } else {
         url = plain(LoopbackServer::unusedPort());

@@ -1,6 +1,8 @@
 #include "shared/core/mockfactory.h"
 #include "shared/net/tcpclient.h"
 #include "tests/handlers/support/delivery.h"
+#include "tests/support/deafport.h"
+#include "tests/support/hostnames.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/loopbackserver.h"
 
@@ -137,6 +139,7 @@ private Q_SLOTS:
     void epsShortFrame();
     void epsReset();
     void epsSendsTheFrameAsItStands();
+    void epsTriesEachAddress();
     void dsslDelivers();
     void dsslSteps();
     void dsslWithoutABody();
@@ -144,6 +147,7 @@ private Q_SLOTS:
     void dsslRefused();
     void dsslDoesNotWaitForAnAnswer();
     void dsslLargeBody();
+    void dsslTriesEachAddress();
 };
 
 void TstTcpHandlers::epsRefused_data()
@@ -290,6 +294,18 @@ void TstTcpHandlers::epsSendsTheFrameAsItStands()
     QTRY_COMPARE(server.received(), u"абв %1\r\n\u0001"_s.toUtf8());
 }
 
+void TstTcpHandlers::epsTriesEachAddress()
+{
+    LoopbackServer server;
+    server.play({LoopbackServer::silence()});
+    const DeafPort deaf("127.0.0.2", server.port());
+    setAddressesOf("eps.test", {"127.0.0.2", "127.0.0.1"});
+    const LogCapture log(u"eps"_s);
+    QVERIFY(deliver(u"eps"_s, eps(u"abc"_s, server.port(), u"eps.test"_s)));
+    QCOMPARE(log.lines(), (QStringList{opening, strange}));
+    QTRY_COMPARE(server.received(), "abc");
+}
+
 void TstTcpHandlers::dsslDelivers()
 {
     LoopbackServer server;
@@ -378,6 +394,16 @@ void TstTcpHandlers::dsslLargeBody()
                                      {u"port"_s, server.port()},
                                      {u"timeout"_s, 30}})));
     QTRY_COMPARE_WITH_TIMEOUT(server.received().size(), 2'000'000, 30'000);
+}
+
+void TstTcpHandlers::dsslTriesEachAddress()
+{
+    LoopbackServer server;
+    server.play({LoopbackServer::silence()});
+    const DeafPort deaf("127.0.0.2", server.port());
+    setAddressesOf("dssl.test", {"127.0.0.2", "127.0.0.1"});
+    QVERIFY(deliver(u"dssl"_s, dssl(server.port(), u"dssl.test"_s)));
+    QTRY_COMPARE(server.received(), u"<к %1>"_s.toUtf8());
 }
 
 QTEST_GUILESS_MAIN(TstTcpHandlers)

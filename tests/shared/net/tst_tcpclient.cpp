@@ -1,4 +1,6 @@
 #include "shared/net/tcpclient.h"
+#include "tests/support/deafport.h"
+#include "tests/support/hostnames.h"
 #include "tests/support/vtable.h"
 
 #include <QElapsedTimer>
@@ -105,6 +107,9 @@ private Q_SLOTS:
     void portOutOfRangeFails();
     void connectingIsBounded_data();
     void connectingIsBounded();
+    void eachAddressIsTried_data();
+    void eachAddressIsTried();
+    void allAddressesTogetherAreBounded();
     void largeWriteReachesASlowReader();
     void writeToADeafServerIsBounded();
     void talkativeServerGetsAllTheSame();
@@ -222,6 +227,54 @@ void TestTcpClient::connectingIsBounded()
     QVERIFY(!client->connectToServer());
     const qint64 elapsed = clock.elapsed();
     QVERIFY2(elapsed >= limitMs - 50 && elapsed < limitMs + 3000, QByteArray::number(elapsed));
+}
+
+void TestTcpClient::eachAddressIsTried_data()
+{
+    QTest::addColumn<QList<QByteArray>>("addresses");
+    const auto row = [](const char *name, const QList<QByteArray> &addresses) {
+        QTest::newRow(name) << addresses;
+    };
+    // clang-format off
+    row("refuses",            {"127.0.0.4", "127.0.0.1"});
+    row("does not answer",    {"127.0.0.2", "127.0.0.1"});
+    row("two do not answer",  {"127.0.0.2", "127.0.0.3", "127.0.0.1"});
+    row("the other protocol", {"::1", "127.0.0.2", "127.0.0.1"});
+    row("not needed",         {"127.0.0.1", "127.0.0.2"});
+    // clang-format on
+}
+
+void TestTcpClient::eachAddressIsTried()
+{
+    QFETCH(QList<QByteArray>, addresses);
+    Server server;
+    const DeafPort second("127.0.0.2", server.port);
+    const DeafPort third("127.0.0.3", server.port);
+    const QByteArray name = "tried" + QByteArray::number(server.port) + ".test";
+    setAddressesOf(name, addresses);
+    const auto client = clientOf(server, 2);
+    client->setHost(QString::fromLatin1(name));
+    QVERIFY(client->connectToServer());
+    client->write("a");
+    client->disconnectFromServer();
+    server.accept();
+    QCOMPARE(server.readAll(), "a");
+}
+
+void TestTcpClient::allAddressesTogetherAreBounded()
+{
+    Server server;
+    const DeafPort second("127.0.0.2", server.port);
+    const DeafPort third("127.0.0.3", server.port);
+    const QByteArray name = "bounded" + QByteArray::number(server.port) + ".test";
+    setAddressesOf(name, {"127.0.0.2", "127.0.0.3"});
+    const auto client = clientOf(server, 2);
+    client->setHost(QString::fromLatin1(name));
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(!client->connectToServer());
+    const qint64 elapsed = clock.elapsed();
+    QVERIFY2(elapsed >= 1950 && elapsed < 5000, QByteArray::number(elapsed));
 }
 
 void TestTcpClient::largeWriteReachesASlowReader()
