@@ -165,7 +165,10 @@ OperationResult Interface::execute(const QString &operationName, const QJsonObje
     addQueryItem(query, u"operation"_s, operationName);
     if (!transactionId.isEmpty())
         addQueryItem(query, u"transactionId"_s, transactionId);
-    url.setQuery(query);
+    // Whatever is set in an address that cannot be read makes a readable one of what is left of it, which
+    // may be another server's.
+    if (url.isValid())
+        url.setQuery(query);
 
     QJsonObject request = body;
     request.insert(u"pointOfContact"_s, pointOfContact);

@@ -257,7 +257,10 @@ OperationResult Interface::request(const QString &operationName, const QJsonObje
                       queryItem(u"operation"_s, operationName)};
     if (!transactionId.isEmpty())
         query.append(queryItem(u"transactionId"_s, transactionId));
-    url.setQuery(query.join(u'&'));
+    // Whatever is set in an address that cannot be read makes a readable one of what is left of it, which
+    // may be another server's.
+    if (url.isValid())
+        url.setQuery(query.join(u'&'));
 
     client->setCompactLogs(false);
     client->post(url, QJsonDocument(content),

@@ -35,8 +35,12 @@ bool CountersHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
     QUrl url(messageValue<QString>(message, u"url"_s));
-    url.setUserName(messageValue<QString>(message, u"user"_s), QUrl::DecodedMode);
-    url.setPassword(messageValue<QString>(message, u"password"_s), QUrl::DecodedMode);
+    // Whatever is set in an address that cannot be read makes a readable one of what is left of it, which
+    // may be another server's.
+    if (url.isValid()) {
+        url.setUserName(messageValue<QString>(message, u"user"_s), QUrl::DecodedMode);
+        url.setPassword(messageValue<QString>(message, u"password"_s), QUrl::DecodedMode);
+    }
     const auto operation = messageValue<QByteArray>(message, u"message"_s);
     const auto client = createClient(*logger());
     client->setTimeout(timeoutSeconds);

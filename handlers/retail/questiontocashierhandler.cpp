@@ -24,8 +24,12 @@ bool QuestionToCashierHandler::sendMessage(const Message &message)
         // The service wants the name alone here, without the colon and the password behind it.
         headers.insert(u"Authorization"_s,
                        u"Basic %1"_s.arg(QString::fromLatin1(user.toLocal8Bit().toBase64())));
-        url.setUserName(user, QUrl::DecodedMode);
-        url.setPassword(messageValue<QString>(message, u"password"_s), QUrl::DecodedMode);
+        // Whatever is set in an address that cannot be read makes a readable one of what is left of it, which
+        // may be another server's.
+        if (url.isValid()) {
+            url.setUserName(user, QUrl::DecodedMode);
+            url.setPassword(messageValue<QString>(message, u"password"_s), QUrl::DecodedMode);
+        }
     }
     const auto client = createClient(*logger());
     client->setTimeout(messageValue<int>(message, u"timeout"_s));

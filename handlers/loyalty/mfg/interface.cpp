@@ -100,6 +100,10 @@ QJsonObject orderLine(const GoodsItem &item, const LineDiscounts &discounts, boo
 QUrl urlOf(const QString &host, const std::filesystem::path &folder, const QString &operation)
 {
     QUrl url(host, QUrl::TolerantMode);
+    // Whatever is set in an address that cannot be read makes a readable one of what is left of it, which
+    // may be another server's.
+    if (!url.isValid())
+        return url;
     url.setPath(QString::fromStdString((folder / pathOf(operation)).string()), QUrl::DecodedMode);
     return url;
 }
@@ -286,7 +290,8 @@ void Interface::checkResponse(const http::Response &response, bool tolerant)
 QUrl Interface::operationUrl(const QString &operation, const QUrlQuery &query)
 {
     QUrl url = urlOf(host, path, operation);
-    url.setQuery(query);
+    if (url.isValid())
+        url.setQuery(query);
     return url;
 }
 

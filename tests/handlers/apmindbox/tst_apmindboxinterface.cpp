@@ -106,6 +106,7 @@ private Q_SLOTS:
     void request();
     void transactionId();
     void queryOfTheAddressIsReplaced();
+    void unreadableAddress();
     void textsInTheQuery();
     void placeholdersInTexts();
     void pointOfContact_data();
@@ -414,6 +415,16 @@ void TstApMindboxInterface::queryOfTheAddressIsReplaced()
     Interface().execute(u"Offline.Any"_s, {}, QString());
     QCOMPARE(net.transcript(),
              QStringList{u"POST http://mind.test/sync?endpointId=&operation=Offline.Any"_s});
+}
+
+/// It must not become the address of another server.
+void TstApMindboxInterface::unreadableAddress()
+{
+    QueueDatabase till;
+    till.setSettings(u"[ApMindbox]\nurl = http://mind.test:99999/sync\n"_s);
+    FakeRestClient net({noConnection()});
+    Interface().execute(u"Offline.Any"_s, {}, QString());
+    QVERIFY(net.lastRequest().url.errorString().contains(u"http://mind.test:99999/sync"));
 }
 
 void TstApMindboxInterface::textsInTheQuery()

@@ -125,6 +125,7 @@ private Q_SLOTS:
     void wholeRequest();
     void queryArrivesAsItIs();
     void addressWithAPassword();
+    void unreadableAddress();
     void operations_data();
     void operations();
     void throughRequestAlone_data() { operations_data(); }
@@ -264,6 +265,15 @@ void TstMindboxInterface::addressWithAPassword()
     mindbox.request(u"X"_s, {}, QString());
     QCOMPARE(net.requestAt(0).url.password(), u"secret"_s);
     QCOMPARE(log.lines(), QStringList{u"INFO  адрес сервера: http://till@mindbox.test/sync"_s});
+}
+
+/// It must not become the address of another server.
+void TstMindboxInterface::unreadableAddress()
+{
+    const TestSettings config(u"[Mindbox]\nurl = http://mindbox.test:99999/sync\n"_s);
+    FakeRestClient net({noConnection()});
+    Interface().request(u"X"_s, {}, QString());
+    QVERIFY(net.lastRequest().url.errorString().contains(u"http://mindbox.test:99999/sync"));
 }
 
 void TstMindboxInterface::operations_data()

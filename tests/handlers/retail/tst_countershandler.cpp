@@ -45,6 +45,7 @@ private Q_SLOTS:
     void question_data();
     void question();
     void withoutCredentials();
+    void unreadableAddress();
     void questionIsVirtual();
     void slots_();
 };
@@ -138,6 +139,14 @@ void TstCountersHandler::withoutCredentials()
     FakeRestClient net({reply(200)});
     QVERIFY(deliver(u"counterchange"_s, u"{\"url\":\"http://counters.test/a\"}"_s));
     QCOMPARE(net.transcript(), QStringList{u"POST http://counters.test/a"_s});
+}
+
+/// It must not become the address of another server.
+void TstCountersHandler::unreadableAddress()
+{
+    FakeRestClient net({noConnection()});
+    QVERIFY(!deliver(u"counterchange"_s, message(u"{}"_s, u"https://counters.test:99999/a"_s)));
+    QVERIFY(net.lastRequest().url.errorString().contains(u"https://counters.test:99999/a"));
 }
 
 void TstCountersHandler::questionIsVirtual()

@@ -42,6 +42,7 @@ private Q_SLOTS:
     void toleratedMarkdown();
     void credentials_data();
     void credentials();
+    void unreadableAddress();
     void certificate_data();
     void certificate();
 };
@@ -215,6 +216,15 @@ void TstRetailRequests::credentials()
     QCOMPARE(QString::fromLatin1(net.lastRequest().url.toEncoded()), url);
     QCOMPARE(net.lastRequest().header(u"Authorization"_s), authorization);
     QCOMPARE(net.lastRequest().headers.size(), authorization.isEmpty() ? 1 : 2);
+}
+
+/// It must not become the address of another server.
+void TstRetailRequests::unreadableAddress()
+{
+    FakeRestClient net({noConnection()});
+    QVERIFY(!deliver(u"questiontocashier"_s, u"{\"url\":\"http://retail.test:99999/a\","
+                                             "\"user\":\"till\",\"password\":\"p\"}"_s));
+    QVERIFY(net.lastRequest().url.errorString().contains(u"http://retail.test:99999/a"));
 }
 
 void TstRetailRequests::certificate_data()

@@ -140,6 +140,7 @@ private Q_SLOTS:
     void operationUrl_data();
     void operationUrl();
     void verificationUrl();
+    void unreadableHost();
     void lookUps_data();
     void lookUps();
     void orders_data();
@@ -292,6 +293,16 @@ void TstMfgInterface::verificationUrl()
     settings.set(u"[Mfg]\nhost = http://h.test/own\nverificationPath = /sms\n"_s);
     QCOMPARE(mfg::Interface().verificationUrl(u"send"_s).toString(), u"http://h.test/sms/send"_s);
     QCOMPARE(mfg::Interface().verificationUrl(u"/send"_s).toString(), u"http://h.test/send"_s);
+}
+
+/// It must not become the address of another server.
+void TstMfgInterface::unreadableHost()
+{
+    settings.set(u"[Mfg]\nhost = http://h.test:99999\n"_s);
+    mfg::Interface interface;
+    for (const QUrl &url : {interface.operationUrl(u"op"_s, QUrlQuery(u"a=1"_s)),
+                            interface.verificationUrl(u"send"_s)})
+        QVERIFY(url.errorString().contains(u"http://h.test:99999"));
 }
 
 void TstMfgInterface::lookUps_data()
