@@ -68,6 +68,24 @@ QString proxyName(const QString &proxy)
     return name + (proxy.startsWith("https://"_L1, Qt::CaseInsensitive) ? u":443"_s : u":1080"_s);
 }
 
+bool isUsableProxy(const QString &proxy)
+{
+    const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> address(curl_url(),
+                                                                      &curl_url_cleanup);
+    char *scheme = nullptr;
+    if (curl_url_set(address.get(), CURLUPART_URL, proxy.toUtf8().constData(),
+                     CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME)
+            != CURLUE_OK
+        || curl_url_get(address.get(), CURLUPART_SCHEME, &scheme, 0) != CURLUE_OK)
+        return false;
+    static const QByteArrayList known = {"http",    "https",  "socks",  "socks4",
+                                         "socks4a", "socks5", "socks5h"};
+    const bool isKnown = known.contains(QByteArray(scheme).toLower());
+    curl_free(scheme);
+    // Of a text without a scheme libcurl takes HTTP, whatever the name of the host begins with.
+    return isKnown || !proxy.contains("://"_L1);
+}
+
 bool isHttpProxy(const QString &proxy)
 {
     return !proxy.isEmpty() && !proxy.startsWith("socks"_L1, Qt::CaseInsensitive);

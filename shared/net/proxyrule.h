@@ -12,5 +12,7 @@ bool isReachedDirectly(const QString &host, const QString &noProxy);
 
 /// The proxy that `network:proxy` names, as host:port without the account; empty for none.
 QString proxyName(const QString &proxy);
+/// Whether libcurl can read it; nobody is asked.
+bool isUsableProxy(const QString &proxy);
 /// Whether requests go to it in HTTP, not in SOCKS.
 bool isHttpProxy(const QString &proxy);

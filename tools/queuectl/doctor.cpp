@@ -12,6 +12,7 @@
 #include "tools/queuectl/failure.h"
 #include "tools/queuectl/logsettings.h"
 #include "tools/queuectl/messagerows.h"
+#include "tools/queuectl/networkchecks.h"
 #include "tools/queuectl/openfiles.h"
 #include "tools/queuectl/report.h"
 #include "tools/queuectl/secretfiles.h"
@@ -94,7 +95,7 @@ QStringList missing(const QStringList &wanted, const QStringList &present)
 
 void Examination::settings()
 {
-    const QList<SettingFault> faults = checkSettings();
+    const QList<SettingFault> faults = checkSettings() + checkNetworkSettings();
     bool isGood = true;
     for (const SettingFault &fault : faults) {
         const State state = fault.severity == SettingFault::Severity::Error     ? State::Error

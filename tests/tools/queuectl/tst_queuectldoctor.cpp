@@ -26,6 +26,7 @@ private Q_SLOTS:
     void everyAreaIsLookedAt();
     void settingsWithLineNumbers();
     void settingsOfEveryFolder();
+    void proxySettings();
     void noDatabase();
     void missingIndexesAndColumns();
     void damagedFile();
@@ -113,6 +114,24 @@ void TestQueuectlDoctor::settingsOfEveryFolder()
                 .removeRecursively());
     const QString text = checks(u"settings"_s).join(u'\n');
     QVERIFY2(text.contains(u"puppet: there is no such folder"), qPrintable(text));
+}
+
+void TestQueuectlDoctor::proxySettings()
+{
+    const QString first = till->write(u"/tallocash/cash/queue/config/a.ini"_s,
+                                      "[network]\nproxy = http://hush@x:1\nnoProxy = *.shop\n");
+    const QString last =
+        till->write(u"/tallocash/cash/queue/config/b.ini"_s,
+                    "; the till's own\n[network]\nproxy = http://till:hu@sh@x:1\nnoProxy = "
+                    "shop, 10.0.0.0/8, shop:80\n");
+    const QString text = checks(u"settings"_s).join(u'\n');
+    QVERIFY2(text.contains(u"error %1:3: network:proxy: the user or the password"_s.arg(last)),
+             qPrintable(text));
+    QVERIFY2(text.contains(u"warning %1:4: network:noProxy: 'shop:80' matches no host"_s.arg(last)),
+             qPrintable(text));
+    // What the second file replaces does not count.
+    QVERIFY2(!text.contains(first + u':') && !text.contains(u"hu"), qPrintable(text));
+    QCOMPARE(text.count(u"network:"), 2);
 }
 
 void TestQueuectlDoctor::noDatabase()
