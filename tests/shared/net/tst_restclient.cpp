@@ -915,38 +915,38 @@ void TestRestClient::codingsOutsideTheHead()
 void TestRestClient::largeHeaders_data()
 {
     QTest::addColumn<QByteArray>("headers");
-    QTest::addColumn<QString>("text");
-    const auto many = [](int count) {
+    QTest::addColumn<QStringList>("texts");
+    const auto many = [](int count, qsizetype size) {
         QByteArray headers;
         for (int index = 0; index < count; ++index)
-            headers += "X-" + QByteArray::number(index) + ": y\r\n";
+            headers += "X-" + QByteArray::number(index) + ": " + QByteArray(size, 'y') + "\r\n";
         return headers;
-    };
-    const auto line = [](qsizetype size) {
-        return "X-Long: " + QByteArray(size, 'x') + "\r\n";
     };
     const QString tooLong = u"Слишком длинный заголовок в ответе сервера %1"_s;
     const QString tooMuch = u"Заголовки ответа сервера %1 больше 256 КиБ"_s;
+    // Newer libcurl takes no more than 5,000 lines.
+    const QStringList either{tooMuch, tooLong};
     // clang-format off
-    QTest::newRow("a thousand")         << many(1000)        << QString();
-    QTest::newRow("one of 64 KiB")      << line(65'536)      << QString();
-    QTest::newRow("a hundred thousand") << many(100'000)     << tooMuch;
-    QTest::newRow("one of 110 KiB")     << line(110 * 1024)  << tooLong;
-    QTest::newRow("one of 4 MiB")       << line(4 * mebibyte) << tooLong;
+    QTest::newRow("a thousand")         << many(1000, 1)        << QStringList();
+    QTest::newRow("one of 64 KiB")      << many(1, 65'536)      << QStringList();
+    QTest::newRow("290 of 1 KiB")       << many(290, 1024)      << QStringList{tooMuch};
+    QTest::newRow("a hundred thousand") << many(100'000, 1)     << either;
+    QTest::newRow("one of 4 MiB")       << many(1, 4 * mebibyte) << QStringList{tooLong};
     // clang-format on
 }
 
 void TestRestClient::largeHeaders()
 {
     QFETCH(QByteArray, headers);
-    QFETCH(QString, text);
+    QFETCH(QStringList, texts);
     LoopbackServer server;
     server.play({LoopbackServer::answer(200, "ok", headers)});
     RestClient client;
     client.get(server.url(u"/"_s), {}, noHeaders);
-    const bool isTaken = text.isEmpty();
-    QCOMPARE(client.errorText().ru(),
-             isTaken ? QString() : text.arg(u"127.0.0.1:%1"_s.arg(server.port())));
+    const bool isTaken = texts.isEmpty();
+    const QString shown =
+        client.errorText().ru().replace(u"127.0.0.1:%1"_s.arg(server.port()), u"%1"_s);
+    QVERIFY2(isTaken ? shown.isEmpty() : texts.contains(shown), qPrintable(shown));
     QCOMPARE(client.isNetworkError(), !isTaken);
     QCOMPARE(client.errorCode(), isTaken ? 0 : int{QNetworkReply::UnknownNetworkError});
     QCOMPARE(client.responseBody(), isTaken ? "ok" : "");
