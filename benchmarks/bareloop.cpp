@@ -383,7 +383,6 @@ void drain(const Place &place, const QString &type, int count)
     const std::unique_ptr<Database> database = connect(place, type);
     CURL *client = curl_easy_init();
     curl_easy_setopt(client, CURLOPT_USERAGENT, "queue/" QUEUE_VERSION);
-    curl_easy_setopt(client, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
     curl_easy_setopt(client, CURLOPT_WRITEFUNCTION, ignoreReply);
     curl_easy_setopt(client, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(client, CURLOPT_PROXY, "");
