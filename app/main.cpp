@@ -1,4 +1,5 @@
 #include "app/queue.h"
+#include "app/servicelock.h"
 #include "app/servicenotifier.h"
 #include "shared/core/basicexception.h"
 #include "shared/core/folderlock.h"
@@ -131,6 +132,31 @@ bool lockFolder(FolderLock &lock)
     return false;
 }
 
+/// For queuectl and for systemctl.
+void tellRole(const ServiceLock &serviceLock, FolderLock &lock, ServiceNotifier &notifier)
+{
+    QString role;
+    QString status;
+    switch (serviceLock.role()) {
+    case ServiceRole::Active:
+        role = u"active"_s;
+        status = u"Обслуживает очередь"_s;
+        break;
+    case ServiceRole::StandBy:
+        role = u"standby"_s;
+        status = u"В резерве, очередь обслуживает другая служба"_s;
+        break;
+    case ServiceRole::Undecided:
+        role = u"undecided"_s;
+        status = u"Нет блокировки очереди на сервере базы данных, доставка не идёт"_s;
+        break;
+    }
+    lock.setRole(role);
+    // Nobody asks for the role of a service that has its table for itself.
+    if (serviceLock.isShared())
+        notifier.status(status);
+}
+
 /// The engineer does not wait for what is under way. What is cut off may have been delivered, and is
 /// delivered again after the next start.
 [[noreturn]] void endAtOnce()
@@ -182,16 +208,19 @@ void awaitWorkers(ServiceNotifier &notifier)
 int serve(FolderLock &lock)
 {
     ServiceNotifier notifier;
+    ServiceLock serviceLock;
+    QObject::connect(&serviceLock, &ServiceLock::roleChanged, &serviceLock,
+                     [&] { tellRole(serviceLock, lock, notifier); });
     int result = 0;
     {
-        Queue queue;
+        Queue queue(&serviceLock);
         signalhandler::setAddittionalHandler([&queue, &notifier] {
             queue.stop();
             notifier.stopping();
         });
         queue.setServedHandler([&notifier] { notifier.alive(); });
         queue.start();
-        lock.setRole(u"active"_s);
+        tellRole(serviceLock, lock, notifier);
         notifier.ready();
         result = QCoreApplication::exec();
         signalhandler::setAddittionalHandler(endAtOnce);

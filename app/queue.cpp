@@ -1,6 +1,7 @@
 #include "app/queue.h"
 
 #include "app/queuehandler.h"
+#include "app/servicelock.h"
 #include "handlers/handlertable.h"
 #include "shared/core/config.h"
 #include "shared/core/paths.h"
@@ -26,8 +27,9 @@ QJsonObject description(const QString &text)
 
 } // namespace
 
-Queue::Queue()
-    : logger(Log4Qt::LogManager::logger(u"queue"_s))
+Queue::Queue(ServiceLock *serviceLock)
+    : serviceLock(serviceLock)
+    , logger(Log4Qt::LogManager::logger(u"queue"_s))
 {
     Config::setConfigsPathList(settingsFolders(), {});
 }
@@ -39,6 +41,7 @@ void Queue::start()
     logger->info(u"Запуск обработчика очередей сообщений"_s);
     handler = std::make_shared<QueueHandler>(handlerTable(), state);
     handler->init();
+    agreeOnRole();
     startServer();
 
     timer.setSingleShot(true);
@@ -124,6 +127,23 @@ void Queue::startServer()
     const int port = Singleton<Config>::instance()->getInt(u"queue:port"_s, defaultPort);
     server = std::make_shared<HttpServer>(port);
     connect(server.get(), &HttpServer::requestReceived, this, &Queue::dataReceived);
+}
+
+void Queue::agreeOnRole()
+{
+    if (!serviceLock)
+        return;
+    connect(serviceLock, &ServiceLock::roleChanged, this, &Queue::followRole);
+    serviceLock->start(state);
+    wasActive = state->role == ServiceRole::Active;
+}
+
+void Queue::followRole()
+{
+    const bool isActive = state->role == ServiceRole::Active;
+    if (isActive && !wasActive)
+        runHandlers();
+    wasActive = isActive;
 }
 
 QJsonObject Queue::answer(const QStringList &parts)

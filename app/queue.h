@@ -13,6 +13,7 @@
 #include <memory>
 
 class QueueHandler;
+class ServiceLock;
 
 namespace Log4Qt {
 class Logger;
@@ -25,8 +26,9 @@ class Queue : public QObject
     Q_OBJECT
 
 public:
-    /// Says where the settings lie.
-    Queue();
+    /// Says where the settings lie. `serviceLock` says whether this service delivers and must outlive
+    /// the object; without one it does.
+    explicit Queue(ServiceLock *serviceLock = nullptr);
     ~Queue() override;
 
     /// Connects to the database, opens the control port and makes the first poll. Throws
@@ -49,6 +51,9 @@ private Q_SLOTS:
 
 private:
     void startServer();
+    void agreeOnRole();
+    /// A service that has got the queue does not wait for its timer.
+    void followRole();
     QJsonObject answer(const QStringList &parts);
     bool hasTypeAndCard(const QStringList &parts);
 
@@ -57,6 +62,8 @@ private:
     std::shared_ptr<HttpServer> server;
     /// Holds the stop flag. Workers share it and may outlive this object.
     std::shared_ptr<SharedState> state = std::make_shared<SharedState>();
+    ServiceLock *const serviceLock;
+    bool wasActive = true;
     std::function<void()> servedHandler = [] {
     };
     Log4Qt::Logger *logger;

@@ -34,6 +34,8 @@ QueueHandler::~QueueHandler() = default;
 
 int QueueHandler::startHandler(const QString &type, const QString &cardNumber)
 {
+    if (state->role != ServiceRole::Active)
+        return NotStarted;
     const QMutexLocker startLocker(&startLock);
     if (!enterType(type))
         return AlreadyRunning;
@@ -145,6 +147,8 @@ void QueueHandler::init()
 
 void QueueHandler::startHandlers()
 {
+    if (state->role == ServiceRole::StandBy)
+        return;
     logger->info(u"Запуск обработчиков"_s);
     const QList<TypeCount> counts = getStatus();
     for (const auto &[type, count] : counts)

@@ -36,7 +36,8 @@ public:
     QueueHandler(const QueueHandler &) = delete;
     QueueHandler &operator=(const QueueHandler &) = delete;
 
-    /// Starts a worker for the whole type; the card is a note for it.
+    /// Starts a worker for the whole type; the card is a note for it. Only the active service starts
+    /// one.
     virtual int startHandler(const QString &type, const QString &cardNumber);
     /// The types that have rows, as the log now shows them.
     virtual QList<TypeCount> getStatus();
@@ -49,7 +50,7 @@ public:
     /// Connects to the database and loads the fail ids. Call once. Throws BasicException when the
     /// database cannot be reached.
     void init();
-    /// One poll.
+    /// One poll, unless this service is a stand-by.
     void startHandlers();
 
     bool hasMessages(const QString &type, const QString &cardNumber);

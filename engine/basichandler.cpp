@@ -46,6 +46,8 @@ void BasicHandler::run()
     dao = std::make_shared<queue::DAO>();
     dao->connect();
     processMessages();
+    // Before the type counts as free, or its next worker would still find it taken.
+    dao->releaseType(type_);
     dao->onPassEnded();
     logger_->debug(u"Обработка сообщений завершена"_s);
 }
@@ -98,7 +100,19 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
     logger_->debug(u"Обработка сообщений"_s);
     Message done;
     while (!isStopped()) {
-        const Message message = nextMessage();
+        // No fail id changes here: what was not tried is not refused, and the next pass goes on from here.
+        if (state->role != ServiceRole::Active) {
+            logger_->info(u"Служба больше не обслуживает очередь, обработчик завершается"_s);
+            return;
+        }
+        const std::optional<Message> next = nextMessage();
+        if (!next) {
+            logger_->warn(
+                u"Сообщения типа '%1' доставляет другая служба (соединение %2), повтор при следующем опросе"_s
+                    .arg(type_, dao->holderOfType(type_)));
+            return;
+        }
+        const Message &message = *next;
         if (message.id < 1) {
             onQueueEmpty();
             return;
@@ -115,6 +129,9 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
         }
 
         const Turn turn = turnOf(message);
+        // The question may have met a new connection.
+        if (!isOurs())
+            return;
         // Until the outcome is recorded, too: a message whose row stays is delivered again.
         const inflight::DeliveryGuard delivery(type_, message.id);
         if (turn == Turn::Now && deliver(message)) {
@@ -145,10 +162,22 @@ bool BasicHandler::deliver(const Message &message)
     return false;
 }
 
-Message BasicHandler::nextMessage()
+std::optional<Message> BasicHandler::nextMessage()
 {
     // Held across the read, so that no snapshot of the fail ids is taken halfway through it.
     const QMutexLocker locker(&state->startIds.mutex);
     const int failId = state->startIds.value.value(type_, noFailId);
-    return dao->getMessage(type_, failId, false, QString());
+    for (;;) {
+        if (state->claimsTypes && !dao->claimType(type_))
+            return {};
+        const Message message = dao->getMessage(type_, failId, false, QString());
+        // A row that was read over a new connection may be in another service's hands already.
+        if (message.id < 1 || isOurs())
+            return message;
+    }
+}
+
+bool BasicHandler::isOurs() const
+{
+    return !state->claimsTypes || dao->hasClaim();
 }

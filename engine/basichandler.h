@@ -10,6 +10,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace Log4Qt {
 class Logger;
@@ -73,8 +74,10 @@ protected:
 private:
     /// sendMessage(), and no exception.
     bool deliver(const Message &message);
-    /// The oldest message behind the type's fail id.
-    Message nextMessage();
+    /// The oldest message behind the type's fail id; nothing when another service has the type.
+    std::optional<Message> nextMessage();
+    /// Whether what was read is this worker's to deliver.
+    bool isOurs() const;
 
     QString type_;
     QString cardNumber;

@@ -3,6 +3,7 @@
 #include "shared/core/basicexception.h"
 #include "shared/core/connectionfactory.h"
 #include "shared/core/databasevalues.h"
+#include "shared/core/serverlock.h"
 #include "shared/core/singleton.h"
 
 #include <log4qt/logmanager.h>
@@ -137,6 +138,7 @@ void DAO::connect()
     // A connection that has failed would be handed out again.
     if (!connectionName.isEmpty())
         connectionFactory()->removeConnection(connectionName);
+    isClaimed = false;
     connectionName = connectionFactory()->getConnection().connectionName();
 
     const QSqlDatabase database = connectionFactory()->getConnection();
@@ -211,6 +213,36 @@ void DAO::onPassEnded()
         connectionFactory()->shrinkLog(connectionName);
 }
 
+bool DAO::claimType(const QString &type)
+{
+    // The statement that connects is the one that would read, and its row does not count without a claim.
+    if (isClaimed || !connected)
+        return true;
+    isClaimed = askLock(u"GET_LOCK('%1', 0)"_s, type).toInt() == 1;
+    return isClaimed || !connected;
+}
+
+void DAO::releaseType(const QString &type)
+{
+    if (isClaimed && connected)
+        askLock(u"RELEASE_LOCK('%1')"_s, type);
+    isClaimed = false;
+}
+
+QString DAO::holderOfType(const QString &type)
+{
+    return askLock(u"IS_USED_LOCK('%1')"_s, type).toString();
+}
+
+QVariant DAO::askLock(const QString &function, const QString &type)
+{
+    const QSqlDatabase database = QSqlDatabase::database(connectionName, false);
+    QSqlQuery query(database);
+    query.prepare(u"SELECT "_s + function.arg(serverlock::typeLock(database.databaseName(), type)));
+    execQuery(query, {});
+    return query.next() ? query.value(0) : QVariant();
+}
+
 int DAO::getErrorsCount() const
 {
     return errorsCount;
@@ -282,6 +314,7 @@ void DAO::execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings)
     logger->error(u"База данных недоступна"_s);
     ++errorsCount;
     connected = false;
+    isClaimed = false;
 }
 
 bool DAO::execute(QSqlQuery &query, std::initializer_list<Binding> bindings)

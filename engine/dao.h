@@ -67,6 +67,14 @@ public:
     /// A worker's pass is over: gives the disk back that an SQLite file's log has taken beyond the
     /// ordinary. Waits for nobody, is counted nowhere, and does nothing on a server.
     void onPassEnded();
+    /// On a server, has the type for this connection until releaseType() or its end; does nothing while
+    /// it has the type already. False when another connection has it, or the server does not tell.
+    bool claimType(const QString &type);
+    /// Whether the connection has the claimed type still: one that was opened later has not.
+    bool hasClaim() const { return isClaimed; }
+    void releaseType(const QString &type);
+    /// The server's number of the connection that has the type; empty when it does not tell.
+    QString holderOfType(const QString &type);
     /// How many errors this store has met since its start or the last reset.
     int getErrorsCount() const;
     void resetErrorsCount();
@@ -83,6 +91,8 @@ private:
     /// Removes all of these rows in one transaction, or none of them. A failure is not counted:
     /// each row's own store then runs its own statement.
     bool removeAll(const std::vector<int> &ids);
+    /// What one of the server's functions on locks says of the lock of the type.
+    QVariant askLock(const QString &function, const QString &type);
     /// Leaves `query` without rows when it could not be run.
     void execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings);
     /// A failure is logged and counted.
@@ -106,6 +116,7 @@ private:
     QSqlQuery probe;
     QSqlQuery marker;
     bool connected = false;
+    bool isClaimed = false;
     int errorsCount = 0;
     Log4Qt::Logger *logger;
     /// Expired at first.

@@ -8,6 +8,17 @@
 
 #include <atomic>
 
+/// What a service does for a table that several services can reach.
+enum class ServiceRole
+{
+    /// It delivers.
+    Active,
+    /// It does not know whether another service delivers.
+    Undecided,
+    /// Another service delivers.
+    StandBy,
+};
+
 /// What the main thread and the workers know of each other. Both hold it by shared pointer, so a
 /// delivery that ends while the service shuts down still finds it alive.
 /// The two mutexes are never held together, and never across a delivery.
@@ -15,6 +26,10 @@ struct SharedState
 {
     /// 1 asks all workers to end after the message at hand.
     std::atomic<quint8> stopFlag{0};
+    /// No delivery begins but by the active service.
+    std::atomic<ServiceRole> role{ServiceRole::Active};
+    /// Whether other services may read the same table, so that a worker must have its type for itself.
+    std::atomic<bool> claimsTypes{false};
     /// The types with a live worker, from the moment at which its start is decided.
     Guarded<QSet<QString>> runningTypes;
     /// The fail id of each type that has one: the message that was last refused. The next read starts

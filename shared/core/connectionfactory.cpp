@@ -38,7 +38,7 @@ constexpr int busyTimeoutMs = 5000;
 /// The write-ahead log begins again at about 4 MiB, unless a reader holds it or a row is large.
 constexpr qint64 ordinaryLogBytes = 8 * 1024 * 1024;
 /// A statement on a busy server may wait for a lock; a server that is gone must not hold a thread.
-constexpr int serverTimeoutSeconds = 30;
+constexpr auto serverTimeout = std::chrono::seconds(30);
 /// Some servers end a session that is idle for less than the time between two polls.
 constexpr int sessionIdleSeconds = 24 * 60 * 60;
 
@@ -229,6 +229,20 @@ bool isServerDriver(const QString &driver)
     return driver == u"QMYSQL" || driver == u"QMARIADB";
 }
 
+QString configuredDriver()
+{
+    return Singleton<Config>::instance()->getString(u"database:driver"_s, u"QSQLITE"_s);
+}
+
+QSqlDatabase addDatabase(const QString &driver, const QString &name)
+{
+    const QSqlDatabase database = QSqlDatabase::addDatabase(driver, name);
+    if (!database.isValid())
+        throw BasicException(u"Драйвер базы данных %1 не установлен (пакет libqt6sql6-%2)"_s.arg(
+            driver, isServerDriver(driver) ? u"mysql"_s : u"sqlite"_s));
+    return database;
+}
+
 } // namespace
 
 /// Keeps a file's number from being given to another one after the file has been deleted.
@@ -355,6 +369,18 @@ WriteGate *ConnectionFactory::gateOf(const QSqlDatabase &database) const
     return file == files.value.constEnd() ? nullptr : &WriteGate::of(file->device, file->inode);
 }
 
+bool ConnectionFactory::usesServer()
+{
+    return isServerDriver(configuredDriver());
+}
+
+QSqlDatabase ConnectionFactory::connectToServer(const QString &name, std::chrono::seconds timeout)
+{
+    QSqlDatabase database = addDatabase(configuredDriver(), name);
+    openServer(database, timeout);
+    return database;
+}
+
 void ConnectionFactory::setWithCheck(bool check)
 {
     withCheck = check;
@@ -368,18 +394,15 @@ void ConnectionFactory::setCreatesTables(bool creates)
 QSqlDatabase ConnectionFactory::open(const QString &name)
 {
     Config *config = Singleton<Config>::instance();
-    const QString driver = config->getString(u"database:driver"_s, u"QSQLITE"_s);
+    const QString driver = configuredDriver();
     if (driver != u"QSQLITE" && !isServerDriver(driver))
         throw BasicException(
             u"Неизвестный драйвер базы данных '%1' в параметре database:driver, допустимы QSQLITE, QMYSQL и QMARIADB"_s
                 .arg(driver));
 
-    QSqlDatabase database = QSqlDatabase::addDatabase(driver, name);
-    if (!database.isValid())
-        throw BasicException(u"Драйвер базы данных %1 не установлен (пакет libqt6sql6-%2)"_s.arg(
-            driver, isServerDriver(driver) ? u"mysql"_s : u"sqlite"_s));
+    QSqlDatabase database = addDatabase(driver, name);
     if (isServerDriver(driver))
-        openServer(database);
+        openServer(database, serverTimeout);
     else
         openSqlite(database, config->getString(u"database:name"_s,
                                                rootedPath(u"/tallocash/cash/queue/queues.db"_s)));
@@ -573,7 +596,7 @@ void ConnectionFactory::report(const FileIdentity &current, const QString &text)
     logger()->error(text);
 }
 
-void ConnectionFactory::openServer(QSqlDatabase &database)
+void ConnectionFactory::openServer(QSqlDatabase &database, std::chrono::seconds timeout)
 {
     Config *config = Singleton<Config>::instance();
     const QString schema = config->getString(u"database:name"_s, u"queues"_s);
@@ -591,7 +614,7 @@ void ConnectionFactory::openServer(QSqlDatabase &database)
     QString options =
         u"MYSQL_OPT_CONNECT_TIMEOUT=%1;MYSQL_OPT_READ_TIMEOUT=%2;MYSQL_OPT_WRITE_TIMEOUT=%2"_s
             .arg(connectTimeout)
-            .arg(serverTimeoutSeconds);
+            .arg(timeout.count());
     if (!socket.isEmpty())
         options += u";UNIX_SOCKET="_s + socket;
     database.setConnectOptions(options);

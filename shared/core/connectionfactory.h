@@ -15,6 +15,7 @@
 class FilePin;
 
 class WriteGate;
+#include <chrono>
 
 /// Opens the till's database as the settings of section `database` say: an SQLite file by default, or
 /// a MariaDB or MySQL server.
@@ -47,6 +48,13 @@ public:
     /// Where writers of the connection's file wait for their turn; null on a server.
     WriteGate *gateOf(const QSqlDatabase &database) const;
 
+    /// Whether the settings name a database server.
+    static bool usesServer();
+    /// Opens a further connection of the calling thread to that server. It is QSqlDatabase's under `name`,
+    /// and none of the others. A call on it waits for the server for `timeout` at most.
+    /// Throws BasicException as getConnection() does.
+    static QSqlDatabase connectToServer(const QString &name, std::chrono::seconds timeout);
+
     /// Whether an open connection is tried with a statement before it is handed out; true at first.
     static void setWithCheck(bool check);
     /// Whether those of our tables that an SQLite file lacks are created when it is opened; true at
@@ -74,7 +82,7 @@ private:
     QStringList companionsLeft(const FileIdentity &current);
     QString moveAside(const FileIdentity &current, const QStringList &left);
     void report(const FileIdentity &current, const QString &text);
-    static void openServer(QSqlDatabase &database);
+    static void openServer(QSqlDatabase &database, std::chrono::seconds timeout);
 
     Guarded<QHash<QString, FileIdentity>> files;
     /// Held while a file is opened, and while what is left of a former file is put aside; taken

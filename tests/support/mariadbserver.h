@@ -35,6 +35,8 @@ public:
     /// Ends the server as a power cut would.
     void kill();
 
+    /// 0 while it does not run.
+    qint64 processId() const { return server.processId(); }
     QString socket() const;
     QString user() const;
     QString password() const;

@@ -33,6 +33,11 @@ QString stateText(const QString &state)
         {u"silent"_s, "does not answer", "не отвечает"},
         {u"other"_s, "another program has its port, or it hangs",
          "порт занят другой программой, или служба зависла"},
+        {u"active"_s, "delivers", "обслуживает очередь"},
+        {u"standby"_s, "stand-by, another service delivers", "в резерве, доставляет другая служба"},
+        {u"undecided"_s, "waits for its lock on the database server",
+         "ждёт блокировки на сервере базы данных"},
+        {u"starting"_s, "starts", "запускается"},
     };
     for (const State &known : states) {
         if (known.name == state)
@@ -43,9 +48,11 @@ QString stateText(const QString &state)
 
 Tone stateTone(const QString &state)
 {
-    if (state == u"ok")
+    if (state == u"ok" || state == u"active")
         return Tone::Good;
-    return state == u"warning" || state == u"unknown" ? Tone::Careful : Tone::Bad;
+    return state == u"warning" || state == u"standby" || state == u"starting" || state == u"unknown"
+               ? Tone::Careful
+               : Tone::Bad;
 }
 
 QString cellText(const QJsonValue &value, Format format)

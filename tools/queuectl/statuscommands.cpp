@@ -1,3 +1,4 @@
+#include "shared/core/folderlock.h"
 #include "shared/core/paths.h"
 #include "shared/text/escaping.h"
 #include "tools/queuectl/command.h"
@@ -86,6 +87,15 @@ QJsonObject readDatabase(QJsonObject &data, const Situation &situation, bool isS
     return database;
 }
 
+/// The process that has the service's folder, as far as this account may see it.
+QJsonObject serviceProcess()
+{
+    const auto holder = FolderLock::holder(serviceLockFile());
+    if (!holder)
+        return {{u"pid"_s, QJsonValue()}, {u"role"_s, QJsonValue()}};
+    return {{u"pid"_s, holder->processId}, {u"role"_s, holder->role}};
+}
+
 QJsonObject askControl()
 {
     QJsonObject control{{u"port"_s, controlPort()}};
@@ -155,6 +165,7 @@ Report showStatus(const Call & /*call*/)
         readDatabase(report.data, situation, control.value(u"state"_s).toString() == u"ok");
     report.data.insert(u"database"_s, database);
     report.data.insert(u"control"_s, control);
+    report.data.insert(u"process"_s, serviceProcess());
     report.data.insert(u"log"_s,
                        situation.log.hasFile() ? QJsonValue(situation.log.file()) : QJsonValue());
     report.data.insert(u"logState"_s, logStateName(situation.log.state()));
@@ -165,6 +176,8 @@ Report showStatus(const Call & /*call*/)
     report.facts({{u"database.state"_s, text("Database", "База данных"), Format::State},
                   {u"database.place"_s, text("Place", "Место")},
                   {u"control.state"_s, text("Service", "Служба"), Format::State},
+                  {u"process.role"_s, text("Role", "Роль"), Format::State},
+                  {u"process.pid"_s, text("Process", "Процесс")},
                   {u"control.port"_s, text("Port", "Порт")},
                   {u"control.errorsCount"_s, text("Database errors", "Ошибок базы")},
                   {u"log"_s, text("Log file", "Файл журнала")},

@@ -1,4 +1,6 @@
 #include "shared/core/compactjson.h"
+#include "shared/core/folderlock.h"
+#include "shared/core/paths.h"
 #include "shared/text/escaping.h"
 #include "tests/support/loopbackserver.h"
 #include "tests/tools/queuectl/till.h"
@@ -38,6 +40,7 @@ private Q_SLOTS:
     void statusShowsTypes();
     void concerns_data();
     void concerns();
+    void statusShowsTheRole();
     void statusWithoutDatabase_data();
     void statusWithoutDatabase();
     void listPages();
@@ -187,6 +190,23 @@ void TestQueuectlLook::concerns()
     const QString doctor = till->run({u"doctor"_s}).out;
     QVERIFY2(doctor.contains(concern.isEmpty() ? u"every type is delivered"_s : text),
              qPrintable(doctor));
+}
+
+void TestQueuectlLook::statusShowsTheRole()
+{
+    const auto process = [this] {
+        return till->run({u"status"_s, u"--json"_s}).json().value(u"process"_s).toObject();
+    };
+    QCOMPARE(process(), (QJsonObject{{u"pid"_s, QJsonValue()}, {u"role"_s, QJsonValue()}}));
+    FolderLock service(serviceLockFile());
+    QCOMPARE(service.take(u"standby"_s), FolderLock::Result::Taken);
+    QCOMPARE(process(), (QJsonObject{{u"pid"_s, QCoreApplication::applicationPid()},
+                                     {u"role"_s, u"standby"_s}}));
+    QVERIFY(till->run({u"status"_s}).out.contains(u"stand-by, another service delivers"_s));
+    QVERIFY(till->run({u"status"_s}, {}, russian)
+                .out.contains(u"в резерве, доставляет другая служба"_s));
+    service.setRole(u"active"_s);
+    QVERIFY(till->run({u"status"_s}, {}, russian).out.contains(u"обслуживает очередь"_s));
 }
 
 void TestQueuectlLook::statusWithoutDatabase_data()

@@ -1,0 +1,444 @@
+#include "shared/core/folderlock.h"
+#include "shared/core/serverlock.h"
+#include "tests/faults/serverfaults.h"
+#include "tests/faults/service.h"
+#include "tests/support/loopbackserver.h"
+#include "tests/support/mariadbserver.h"
+
+#include <QDir>
+#include <QFile>
+#include <QHash>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int limitMs = 90'000;
+
+const QByteArray standByLine = u"эта остаётся в резерве"_s.toUtf8();
+const QByteArray takeOverLine =
+    u"Служба выходит из резерва и принимает очередь 'queues'"_s.toUtf8();
+const QByteArray lossLine = u"Нет блокировки очереди 'queues' на сервере базы данных"_s.toUtf8();
+const QByteArray returnLine = u"Блокировка очереди 'queues' возвращена"_s.toUtf8();
+const QByteArray deliveryLine = u"Обработка сообщения: "_s.toUtf8();
+const QByteArray pollLine = u"Запуск обработчиков"_s.toUtf8();
+const QByteArray otherHasTypeLine =
+    u"Сообщения типа 'heineken' доставляет другая служба"_s.toUtf8();
+
+/// A service on a machine of its own: its folder, its settings, its log.
+class Node
+{
+public:
+    explicit Node(MariaDbServer &server)
+        : service(folder.filePath(u"service.log"_s), folder.path())
+    {
+        for (const QString &path : {u"tallocash/cash/conf/tcash.ini.d/puppet"_s,
+                                    u"tallocash/cash/queue/config/queue.d"_s, u"tmp"_s}) {
+            if (!QDir(folder.path()).mkpath(path))
+                qFatal("%s cannot be made", qPrintable(path));
+        }
+        QFile settings(folder.filePath(u"tallocash/cash/conf/tcash.ini"_s));
+        const QString text =
+            u"[queue]\ntimeout = 1\nport = %1\n"_s.arg(service.controlPort()) + server.settings();
+        if (!settings.open(QIODevice::WriteOnly) || settings.write(text.toUtf8()) < 0)
+            qFatal("%s", qPrintable(settings.errorString()));
+    }
+
+    QString role() const
+    {
+        const auto holder =
+            FolderLock::holder(folder.filePath(u"tallocash/cash/queue/queue.lock"_s));
+        return holder ? holder->role : QString();
+    }
+    bool waitForRole(const QString &wanted)
+    {
+        return QTest::qWaitFor([&] { return role() == wanted; }, limitMs);
+    }
+    /// How often a line stands in the log.
+    qsizetype count(const QByteArray &line) const { return service.log().count(line); }
+    bool waitForLine(const QByteArray &line, qsizetype times = 1)
+    {
+        return QTest::qWaitFor([&] { return count(line) >= times; }, limitMs);
+    }
+    /// As systemd does.
+    void keepUp()
+    {
+        if (!service.isRunning())
+            service.start();
+    }
+
+    QTemporaryDir folder;
+    faults::Service service;
+};
+
+} // namespace
+
+/// Two real services that name one schema on one real server.
+class TstTwoServices : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit TstTwoServices(MariaDbServer &server)
+        : server(server)
+    {
+    }
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void oneDelivers();
+    void endHandsOver();
+    void killHandsOver();
+    void stoppedOneKeepsTheQueue();
+    void silentOneLosesTheQueueAndKeepsItsDelivery();
+    void cutLockComesBack();
+    void silentServer();
+    void restartedServer_data();
+    void restartedServer();
+
+private:
+    /// The first one delivers, the second one is its stand-by.
+    void startBoth();
+    void write(const QString &type, int count);
+    int rows() { return server.run(u"SELECT COUNT(*) FROM queues.message"_s).trimmed().toInt(); }
+    bool waitUntilEmpty();
+    QByteArray lockHolder();
+    /// Until the services have asked the server so many more things.
+    bool waitForQuestions(int count);
+    /// How often each row arrived, by its number.
+    QHash<QByteArray, int> arrivals() const;
+    /// Arrivals beyond the first of each row.
+    int repeats() const;
+
+    MariaDbServer &server;
+    std::unique_ptr<LoopbackServer> peer;
+    std::unique_ptr<Node> first;
+    std::unique_ptr<Node> second;
+    int written = 0;
+};
+
+void TstTwoServices::init()
+{
+    server.run(u"DELETE FROM queues.message"_s);
+    peer = std::make_unique<LoopbackServer>();
+    first = std::make_unique<Node>(server);
+    second = std::make_unique<Node>(server);
+    written = 0;
+}
+
+void TstTwoServices::cleanup()
+{
+    if (QTest::currentTestFailed())
+        qInfo("first:\n%s\nsecond:\n%s", first->service.log().right(4000).constData(),
+              second->service.log().right(4000).constData());
+    first.reset();
+    second.reset();
+    peer.reset();
+}
+
+void TstTwoServices::startBoth()
+{
+    first->service.start();
+    if (!first->waitForRole(u"active"_s))
+        qFatal("the first service does not become active");
+    second->service.start();
+    if (!second->waitForRole(u"standby"_s))
+        qFatal("the second service does not become a stand-by");
+}
+
+void TstTwoServices::write(const QString &type, int count)
+{
+    QString statements;
+    for (const int end = written + count; written < end; ++written) {
+        const QJsonObject body{{u"url"_s, peer->url(u"/"_s).toString()},
+                               {u"body"_s, u"%1"_s.arg(written)},
+                               {u"timeout"_s, 120}};
+        statements += u"INSERT INTO queues.message (type, body) VALUES ('%1', '%2');\n"_s.arg(
+            type, QString::fromUtf8(QJsonDocument(body).toJson(QJsonDocument::Compact)));
+    }
+    server.run(statements);
+}
+
+bool TstTwoServices::waitUntilEmpty()
+{
+    return QTest::qWaitFor([this] { return rows() == 0; }, limitMs);
+}
+
+QByteArray TstTwoServices::lockHolder()
+{
+    return server
+        .run(u"SELECT IFNULL(IS_USED_LOCK('%1'), '')"_s.arg(serverlock::serviceLock(u"queues"_s)))
+        .trimmed();
+}
+
+bool TstTwoServices::waitForQuestions(int count)
+{
+    const auto asked = [this] {
+        return server.run(u"SHOW GLOBAL STATUS LIKE 'Com_select'"_s).split('\t').value(1).toInt();
+    };
+    const int before = asked();
+    return QTest::qWaitFor([&] { return asked() - before >= count; }, limitMs);
+}
+
+QHash<QByteArray, int> TstTwoServices::arrivals() const
+{
+    QHash<QByteArray, int> counts;
+    const QList<LoopbackServer::Request> requests = peer->requests();
+    for (const LoopbackServer::Request &request : requests)
+        ++counts[request.body];
+    return counts;
+}
+
+int TstTwoServices::repeats() const
+{
+    return static_cast<int>(peer->requests().size() - arrivals().size());
+}
+
+void TstTwoServices::oneDelivers()
+{
+    startBoth();
+    write(u"heineken"_s, 100);
+    write(u"abmloyalty"_s, 100);
+    QVERIFY(waitUntilEmpty());
+    QCOMPARE(arrivals().size(), 200);
+    QCOMPARE(repeats(), 0);
+
+    // The stand-by's control interface answers from the table, and starts nothing.
+    peer->play({LoopbackServer::answer(200).held()});
+    write(u"heineken"_s, 2);
+    QVERIFY(peer->waitForRequests(201));
+    QCOMPARE(second->service.ask(u"/start/heineken/-"_s)[u"description"].toString(),
+             u"Не удалось запустить обработчик"_s);
+    QCOMPARE(second->service.ask(u"/status"_s)[u"messagesCount"].toInt(), 2);
+    QCOMPARE(second->service.ask(u"/messages/heineken/"_s)[u"result"].toBool(), true);
+    QCOMPARE(second->service.ask(u"/db_errors_count"_s)[u"errorsCount"].toInt(-1), 0);
+    peer->release();
+    QVERIFY(waitUntilEmpty());
+
+    QCOMPARE(second->count(standByLine), 1);
+    QVERIFY(
+        second->service.log().contains(u"(соединение "_s.toUtf8() + lockHolder() + ", localhost)"));
+    QCOMPARE(second->count(pollLine), 0);
+    QCOMPARE(first->count(standByLine), 0);
+    QCOMPARE(repeats(), 0);
+    // Nothing that anybody must look at.
+    QCOMPARE(first->count(" WARN ") + first->count(" ERROR "), 0);
+    QVERIFY(second->service.stop());
+    QVERIFY(first->service.stop());
+}
+
+/// The delivery in hand ends before the stand-by begins.
+void TstTwoServices::endHandsOver()
+{
+    startBoth();
+    peer->play({LoopbackServer::answer(200).held()});
+    write(u"heineken"_s, 10);
+    QVERIFY(peer->waitForRequests(1));
+    first->service.signal(SIGTERM);
+    QVERIFY(first->waitForLine(u"Получен сигнал завершения работы"_s.toUtf8()));
+    QVERIFY(!lockHolder().isEmpty());
+    QCOMPARE(second->role(), u"standby"_s);
+    peer->release();
+    QVERIFY(first->service.waitForEnd(limitMs));
+    QCOMPARE(first->service.end(), u"exit 0"_s);
+    QVERIFY(second->waitForRole(u"active"_s));
+    QVERIFY(waitUntilEmpty());
+    QCOMPARE(arrivals().size(), 10);
+    QCOMPARE(repeats(), 0);
+    QCOMPARE(second->count(takeOverLine), 1);
+    QVERIFY(second->service.stop());
+}
+
+void TstTwoServices::killHandsOver()
+{
+    startBoth();
+    write(u"heineken"_s, 500);
+    QVERIFY(peer->waitForRequests(20));
+    first->service.kill();
+    QVERIFY(second->waitForRole(u"active"_s));
+    QVERIFY(waitUntilEmpty());
+    QCOMPARE(arrivals().size(), 500);
+    // The one in hand may have been taken without its row being deleted.
+    QVERIFY2(repeats() <= 1, qPrintable(QString::number(repeats())));
+
+    // The one that comes back is the stand-by now.
+    first->service.start();
+    QVERIFY(first->waitForRole(u"standby"_s));
+    QCOMPARE(second->role(), u"active"_s);
+    QVERIFY(first->service.stop());
+    QVERIFY(second->service.stop());
+}
+
+void TstTwoServices::stoppedOneKeepsTheQueue()
+{
+    startBoth();
+    peer->play({LoopbackServer::answer(200).held()});
+    write(u"heineken"_s, 10);
+    QVERIFY(peer->waitForRequests(1));
+    const QByteArray holder = lockHolder();
+    first->service.signal(SIGSTOP);
+    // Of the two, only the stand-by asks the server something now, once a second.
+    QVERIFY(waitForQuestions(8));
+    QCOMPARE(lockHolder(), holder);
+    QCOMPARE(second->role(), u"standby"_s);
+    first->service.signal(SIGCONT);
+    peer->release();
+    QVERIFY(waitUntilEmpty());
+    QCOMPARE(arrivals().size(), 10);
+    QCOMPARE(repeats(), 0);
+    QCOMPARE(second->count(pollLine), 0);
+    QVERIFY(first->service.stop());
+    QVERIFY(second->service.stop());
+}
+
+/// The server closes the connection of a service that it has heard nothing of; here that is done by hand.
+void TstTwoServices::silentOneLosesTheQueueAndKeepsItsDelivery()
+{
+    startBoth();
+    peer->play({LoopbackServer::answer(200).held()});
+    write(u"heineken"_s, 10);
+    QVERIFY(peer->waitForRequests(1));
+    first->service.signal(SIGSTOP);
+    faults::killConnection(server, lockHolder());
+    QVERIFY(second->waitForRole(u"active"_s));
+    write(u"abmloyalty"_s, 10);
+    // The stand-by delivers all but the type of which a delivery may be under way.
+    QVERIFY(QTest::qWaitFor([this] { return rows() == 10; }, limitMs));
+    QVERIFY(second->waitForLine(otherHasTypeLine));
+    QCOMPARE(repeats(), 0);
+
+    first->service.signal(SIGCONT);
+    QVERIFY(first->waitForRole(u"standby"_s));
+    QCOMPARE(first->count(lossLine), 1);
+    peer->release();
+    QVERIFY(waitUntilEmpty());
+    QCOMPARE(arrivals().size(), 20);
+    QCOMPARE(repeats(), 0);
+    // It ends the delivery that it has, and begins no other.
+    QCOMPARE(first->count(deliveryLine), 1);
+    QCOMPARE(second->count(deliveryLine), 19);
+    QVERIFY(first->service.stop());
+    QVERIFY(second->service.stop());
+}
+
+void TstTwoServices::cutLockComesBack()
+{
+    startBoth();
+    peer->play({LoopbackServer::answer(200).held()});
+    write(u"heineken"_s, 10);
+    QVERIFY(peer->waitForRequests(1));
+    for (int cut = 1; cut <= 3; ++cut) {
+        faults::killConnection(server, lockHolder());
+        QVERIFY(first->waitForLine(returnLine, cut));
+        QVERIFY(first->waitForRole(u"active"_s));
+        QCOMPARE(second->role(), u"standby"_s);
+        // Both look once a second; the stand-by must have seen that the lock is held again.
+        QVERIFY(waitForQuestions(4));
+    }
+    // The stand-by sees a free lock and leaves it to the one that had it.
+    first->service.signal(SIGSTOP);
+    faults::killConnection(server, lockHolder());
+    const bool isSeen = waitForQuestions(2);
+    first->service.signal(SIGCONT);
+    QVERIFY(isSeen);
+    QVERIFY(first->waitForLine(returnLine, 4));
+    QCOMPARE(second->role(), u"standby"_s);
+    peer->release();
+    QVERIFY(waitUntilEmpty());
+    QCOMPARE(first->count(lossLine), 4);
+    QCOMPARE(second->count(takeOverLine), 0);
+    QCOMPARE(arrivals().size(), 10);
+    QCOMPARE(repeats(), 0);
+    QVERIFY(first->service.stop());
+    QVERIFY(second->service.stop());
+}
+
+/// The server goes on with the connection that the service has given up, and lets the lock go with it.
+void TstTwoServices::silentServer()
+{
+    startBoth();
+    peer->play({LoopbackServer::answer(200).held()});
+    write(u"heineken"_s, 10);
+    QVERIFY(peer->waitForRequests(1));
+    QCOMPARE(::kill(static_cast<pid_t>(server.processId()), SIGSTOP), 0);
+    const bool isNoticed = first->waitForLine(lossLine);
+    QCOMPARE(::kill(static_cast<pid_t>(server.processId()), SIGCONT), 0);
+    QVERIFY(isNoticed);
+    QVERIFY(first->waitForLine(returnLine));
+    peer->release();
+    QVERIFY(QTest::qWaitFor(
+        [this] {
+            first->keepUp();
+            return rows() == 0;
+        },
+        limitMs));
+    QCOMPARE(first->count(standByLine), 0);
+    QCOMPARE(second->count(takeOverLine), 0);
+    QCOMPARE(arrivals().size(), 10);
+    QCOMPARE(repeats(), 0);
+    QVERIFY(first->service.stop());
+    QVERIFY(second->service.stop());
+}
+
+void TstTwoServices::restartedServer_data()
+{
+    QTest::addColumn<bool>("isOrderly");
+    QTest::newRow("orderly") << true;
+    QTest::newRow("power cut") << false;
+}
+
+void TstTwoServices::restartedServer()
+{
+    QFETCH(bool, isOrderly);
+    startBoth();
+    peer->play({LoopbackServer::answer(200).held()});
+    write(u"heineken"_s, 10);
+    QVERIFY(peer->waitForRequests(1));
+    if (isOrderly)
+        server.stop();
+    else
+        server.kill();
+    QVERIFY(first->waitForLine(lossLine));
+    server.start();
+    peer->release();
+    QVERIFY(QTest::qWaitFor(
+        [this] {
+            first->keepUp();
+            second->keepUp();
+            return rows() == 0;
+        },
+        limitMs));
+    QCOMPARE(arrivals().size(), 10);
+    // Its row could not be deleted while the server was away.
+    QVERIFY2(repeats() <= 1, qPrintable(QString::number(repeats())));
+    const auto roles = [this] {
+        QStringList both{first->role(), second->role()};
+        both.sort();
+        return both;
+    };
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            return roles() == QStringList{u"active"_s, u"standby"_s};
+        },
+        limitMs));
+    QVERIFY(first->service.stop());
+    QVERIFY(second->service.stop());
+}
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    MariaDbServer server;
+    TstTwoServices test(server);
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_twoservices.moc"
