@@ -459,9 +459,8 @@ void Examination::log()
         const QStringList files = logFilesOutOfReach(settings);
         for (const QString &file : files)
             add(State::Error, u"log"_s,
-                text(
-                    "%1: the unit lets the service write below /tallocash and /tmp alone, not into %2",
-                    "%1: unit разрешает службе писать только в /tallocash и /tmp, но не в %2")
+                text("%1: the unit lets the service write below /tallocash alone, not into %2",
+                     "%1: unit разрешает службе писать только в /tallocash, но не в %2")
                     .arg(settings, file));
     }
     if (!serviceLog.hasFile()) {
