@@ -89,7 +89,7 @@ size_of_build() {
     [ ! -e "build/$preset/.ninja_log" ] || return 0
     steps=$(ninja -C "build/$preset" -t commands "$@" | wc -l)
     seconds=$((steps * 7 / 10 / $(nproc) + 10))
-    echo ": $steps steps, about $(((seconds + 59) / 60)) min with $(nproc) processors"
+    echo ": $steps steps, about $(((seconds + 59) / 60)) min on $(nproc) processors that have nothing else to do"
 }
 
 # compile PRESET [CMAKE-OPTION...]
