@@ -547,7 +547,7 @@ private:
     {
         const bool isMany = with.types > types.size();
         QList<std::pair<QString, TillProgram>> programs{
-            {u"bare loops, each for itself"_s, TillProgram::BareLoops},
+            {u"bare loops without the gate"_s, TillProgram::BareLoops},
             {u"bare loops with the gate"_s, TillProgram::GatedBareLoops}};
         if (!options.former.isEmpty() && !isMany)
             programs.append({u"the service's former build"_s, TillProgram::Former});
