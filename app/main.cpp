@@ -20,6 +20,7 @@
 #include <QThreadPool>
 #include <QTimer>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -27,6 +28,7 @@
 #include <malloc.h>
 #include <optional>
 #include <string_view>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -49,6 +51,14 @@ constexpr auto maxStopTime = std::chrono::minutes(15);
 /// process ends, and systemd starts it again. The log says why it ended.
 [[noreturn]] void endWithReason()
 {
+    // Several workers may lose the database at once. One line tells of one end.
+    static std::atomic_flag isEnding = ATOMIC_FLAG_INIT;
+    static thread_local bool isOurs = false;
+    if (isOurs)
+        std::abort();
+    while (isEnding.test_and_set())
+        ::pause();
+    isOurs = true;
     QString reason = u"причина неизвестна"_s;
     if (const std::exception_ptr current = std::current_exception()) {
         try {
