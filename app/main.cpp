@@ -34,7 +34,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The start was refused, and nothing was done. systemd tries again all the same: the process that has
+/// The start was refused, and nothing was done. systemd tries again nevertheless: the process that has
 /// the folder may end, and a till without a service is worse than a line every ten seconds.
 constexpr int refusedExitCode = 2;
 

@@ -74,7 +74,7 @@ protected:
 private:
     /// sendMessage(), and no exception.
     bool deliver(const Message &message);
-    /// The oldest message behind the type's fail id; nothing when another service has the type.
+    /// The oldest message after the type's fail id; nothing when another service has the type.
     std::optional<Message> nextMessage();
     /// Whether what was read is this worker's to deliver.
     bool isOurs() const;

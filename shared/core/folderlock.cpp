@@ -126,7 +126,7 @@ FolderLock::Result FolderLock::open()
     const bool isNew = file >= 0;
     if (!isNew)
         file = openFile(name, O_RDWR | O_CREAT);
-    // A file system that takes no writes has locks all the same.
+    // A read-only file system has locks too.
     if (file < 0 && errno == EROFS)
         file = openFile(name, O_RDONLY);
     if (file < 0) {

@@ -174,7 +174,7 @@ bool Inflater::begin()
     return result == Z_OK;
 }
 
-/// Hands back what is left behind the end of the stream.
+/// Returns the bytes after the end of the stream.
 QByteArrayView Inflater::inflatePiece(QByteArrayView bytes)
 {
     std::array<char, pieceSize> piece;

@@ -12,7 +12,7 @@
 /// are written by their number: `\x1b`, `\u202e`, `\U000e0041`. These are C0, DEL and C1, direction
 /// marks, overrides and isolates, line and paragraph separators, and characters without width. A
 /// backslash stays as it is, so JSON and paths remain readable; it is doubled only where the text
-/// would otherwise read like one of these numbers, so each result stands for one text.
+/// would otherwise read like one of these numbers, so each result means one text only.
 /// Thread: any.
 namespace escaping {
 
@@ -24,7 +24,7 @@ enum class Newlines
 
 QString escaped(const QString &text, Newlines newlines = Newlines::Escaped);
 
-/// The text that `shown` stands for, which escaped() or logText() made of it.
+/// The text that `shown` was made of, which escaped() or logText() made of it.
 QString unescaped(const QString &shown);
 
 /// The text of an event as the log has it: escaped, the lines after the first one indented by four

@@ -14,7 +14,7 @@ namespace faults {
 class Service
 {
 public:
-    /// `logPath`: where its output goes, one run behind the other. `root`: its folder, if it is not that
+    /// `logPath`: where its output goes, one run after the other. `root`: its folder, if it is not that
     /// of QUEUE_ROOT.
     explicit Service(const QString &logPath, const QString &root = QString());
     ~Service();

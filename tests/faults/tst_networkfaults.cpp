@@ -688,7 +688,7 @@ void TestNetworkFaults::strangeBodies_data()
     }
 }
 
-/// Whole answers of a length that is read, or allowed, whose contents are made to break whoever reads them.
+/// Whole answers of a length that is read, or allowed, whose contents are made to break their reader.
 void TestNetworkFaults::strangeBodies()
 {
     QFETCH(QString, type);

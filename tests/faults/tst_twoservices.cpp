@@ -60,7 +60,7 @@ public:
     {
         return QTest::qWaitFor([&] { return role() == wanted; }, limitMs);
     }
-    /// How often a line stands in the log.
+    /// How often a line is in the log.
     qsizetype count(const QByteArray &line) const { return service.log().count(line); }
     bool waitForLine(const QByteArray &line, qsizetype times = 1)
     {
@@ -111,7 +111,7 @@ private:
     int rows() { return server.run(u"SELECT COUNT(*) FROM queues.message"_s).trimmed().toInt(); }
     bool waitUntilEmpty();
     QByteArray lockHolder();
-    /// Until the services have asked the server so many more things.
+    /// Until the services have asked the server this many more questions.
     bool waitForQuestions(int count);
     /// How often each row arrived, by its number.
     QHash<QByteArray, int> arrivals() const;

@@ -953,7 +953,7 @@ void TestRestClient::largeHeaders()
     QCOMPARE(client.statusCode(), 200);
 }
 
-/// Lines behind the last chunk, which are headers to HTTP.
+/// Lines after the last chunk, which are headers to HTTP.
 void TestRestClient::longTrailer()
 {
     LoopbackServer server;
