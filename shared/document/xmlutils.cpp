@@ -255,7 +255,7 @@ std::optional<ParseError> refusal(const QString &text, Prefixes prefixes, Select
     return std::nullopt;
 }
 
-/// Always an empty document. A limit of ours has its line in the log whoever asked: without one, a document
+/// Always an empty document. A limit of ours has its line in the log for every caller: without one, a document
 /// that is well formed would be turned down for no visible reason.
 QDomDocument refused(const ParseError &reason, ParseError *error)
 {

@@ -91,7 +91,7 @@ private:
         /// Waits for the bytes that tell the stream.
         Start,
         Inflating,
-        /// Behind the last stream.
+        /// After the last stream.
         Ended,
         Broken,
         TooLarge,

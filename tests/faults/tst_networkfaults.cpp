@@ -602,7 +602,7 @@ void TestNetworkFaults::closesKeptConnections_data()
 }
 
 /// A server that closes the connection after each answer without a word about it. The rows of a type go out
-/// all the same.
+/// nevertheless.
 void TestNetworkFaults::closesKeptConnections()
 {
     QFETCH(int, afterMs);

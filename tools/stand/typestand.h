@@ -30,7 +30,7 @@ struct TypeOptions
 };
 
 /// Plays the outside service of one message type on a port of 127.0.0.1 for rows of the caller's own: whatever
-/// their addresses and bodies are, each request is answered as the scenario's exchange that it stands for.
+/// their addresses and bodies are, each request is answered as the scenario's exchange that it matches.
 /// Which one that is, is told from the verb, the order, and what else the request has in common with it.
 /// All operations throw ScenarioError. Thread: the one that has the application's event loop.
 class TypeStand
