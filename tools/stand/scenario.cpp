@@ -242,12 +242,16 @@ Step readStep(ObjectReader reader, const QJsonValue &messageTemplate, const Outc
         case Step::Kind::Terminate:
             if (!reader.flag(name))
                 reader.complain(name, u"only true makes sense here"_s);
+            if (step.kind != Step::Kind::Terminate && reader.has(u"write"_s))
+                step.files = readFiles(reader.object(u"write"_s));
             break;
         default:
             step.subject = reader.neededText(name);
         }
+        const bool startsAgain = kind == Step::Kind::Restart || kind == Step::Kind::Crash;
         const QString companion = kind == Step::Kind::Ask        ? u"answer"_s
                                   : kind == Step::Kind::AwaitLog ? u"count"_s
+                                  : startsAgain                  ? u"write"_s
                                                                  : QString();
         if (kind == Step::Kind::Ask)
             step.answer = reader.value(companion);

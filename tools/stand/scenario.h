@@ -120,6 +120,7 @@ struct Step
     int count = 1;
     QueuedMessage message;
     QJsonValue answer;
+    /// What a step `write` writes, and what a restart or a crash finds when the service starts again.
     QMap<QString, QString> files;
 };
 

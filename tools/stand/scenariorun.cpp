@@ -192,9 +192,8 @@ bool ScenarioRun::perform(const Step &step)
         put(step.message);
         return true;
     case Step::Kind::Restart:
-        return restart(true);
     case Step::Kind::Crash:
-        return restart(false);
+        return restart(step);
     case Step::Kind::Up:
         peers.at(step.subject)->up();
         return true;
@@ -292,9 +291,9 @@ QByteArray ScenarioRun::request(const QString &path)
     return reply.mid(head + 4);
 }
 
-bool ScenarioRun::restart(bool orderly)
+bool ScenarioRun::restart(const Step &step)
 {
-    if (orderly) {
+    if (step.kind == Step::Kind::Restart) {
         if (!stopService())
             return false;
     } else {
@@ -305,6 +304,8 @@ bool ScenarioRun::restart(bool orderly)
             peer->dropCallers();
         }
     }
+    // The service writes files of its own after its first poll, so only now nothing overwrites these.
+    writeFiles(step.files);
     return startService();
 }
 

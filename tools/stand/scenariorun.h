@@ -69,7 +69,7 @@ private:
     bool pass(const QString &type);
     bool ask(const QString &path, const QJsonValue &expected);
     QByteArray request(const QString &path);
-    bool restart(bool orderly);
+    bool restart(const Step &step);
     bool stopService();
     bool settle();
     bool fail(const QString &what);

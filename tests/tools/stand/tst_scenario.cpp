@@ -160,7 +160,8 @@ void TestScenario::everythingIsRead()
                                             "held": true}}}},
         "message": {"type": "t", "outcome": {"keptWithStatuscode": "4"}},
         "steps": [{"put": {"type": "u"}}, {"ask": "/status", "answer": {"a": 1}},
-                  {"awaitLog": "x", "count": 2}, {"restart": true}]})");
+                  {"awaitLog": "x", "count": 2},
+                  {"restart": true, "write": {"/ids.json": {}}}]})");
     QCOMPARE(scenario.files.value(u"/a.ini"_s), u"[a]\nb = <root>\n"_s);
     QCOMPARE(scenario.files.value(u"/b.json"_s), u"{\"c\":1}"_s);
     QCOMPARE(scenario.certificates.value(u"/c.p12"_s), u"secret"_s);
@@ -186,6 +187,7 @@ void TestScenario::everythingIsRead()
     QCOMPARE(scenario.steps[1].answer.toObject().value(u"a"_s).toInt(), 1);
     QCOMPARE(scenario.steps[2].count, 2);
     QCOMPARE(scenario.steps[3].kind, Step::Kind::Restart);
+    QCOMPARE(scenario.steps[3].files.value(u"/ids.json"_s), u"{}"_s);
 }
 
 void TestScenario::filesOfAFolderInOrder()
