@@ -609,7 +609,7 @@ private:
             with.types > types.size() ? plainTypes() : types.first(with.types);
         // More than can be delivered, so that no type comes to its end.
         const int seconds = options.tillSeconds + warmUpSeconds + 2;
-        const int each = with.replyMs > 0 ? 1000 / with.replyMs * seconds : 1500 * seconds;
+        const int each = with.replyMs > 0 ? 1000 / with.replyMs * seconds : 3000 * seconds;
         table.clear();
         table.fill(names, each * static_cast<int>(names.size()), receiver.port());
         receiver.setDelay(std::chrono::milliseconds(with.replyMs));

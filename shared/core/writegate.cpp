@@ -22,6 +22,7 @@ public:
             (*place)->isLed = true;
             led.splice(led.end(), gate.line, place);
         }
+        gate.served += led.size();
     }
     ~Group()
     {
@@ -97,6 +98,8 @@ WriteGate::Turn WriteGate::await(Waiter &waiter)
 {
     std::unique_lock lock(mutex);
     line.push_back(&waiter);
+    if (line.size() == expected && !isTaken)
+        line.front()->wake.notify_one();
     auto deadline = Clock::now() + patience;
     while (!waiter.isRemoved) {
         if (waiter.isLed) {
@@ -106,28 +109,38 @@ WriteGate::Turn WriteGate::await(Waiter &waiter)
         }
         const auto now = Clock::now();
         const bool isNext = !isTaken && line.front() == &waiter;
-        if (isNext && now >= openUntil) {
+        if (isNext && now >= nextTurn()) {
             line.pop_front();
             isTaken = true;
             turnBegin = now;
+            served = 1;
             return Turn(this);
         }
         if (!isNext && now >= deadline) {
             line.remove(&waiter);
             break;
         }
-        waiter.wake.wait_until(lock, isNext ? openUntil : deadline);
+        waiter.wake.wait_until(lock, isNext ? nextTurn() : deadline);
     }
     return {};
+}
+
+WriteGate::Clock::time_point WriteGate::nextTurn() const
+{
+    return line.front()->isRemoval && line.size() < expected ? gatherUntil : openUntil;
 }
 
 void WriteGate::leave()
 {
     const std::scoped_lock lock(mutex);
     isTaken = false;
-    if (line.empty())
+    // Those of this turn come back when they have their next replies.
+    expected = served + line.size();
+    if (expected < 2)
         return;
     const auto now = Clock::now();
     openUntil = now + opening(now - turnBegin);
-    line.front()->wake.notify_one();
+    gatherUntil = now + opening(2 * (now - turnBegin));
+    if (!line.empty())
+        line.front()->wake.notify_one();
 }

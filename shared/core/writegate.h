@@ -94,6 +94,8 @@ private:
 
     Turn await(Waiter &waiter);
     void leave();
+    /// When the first in line may write.
+    Clock::time_point nextTurn() const;
 
     const Clock::duration patience;
     mutable std::mutex mutex;
@@ -102,4 +104,9 @@ private:
     bool isTaken = false;
     Clock::time_point turnBegin;
     Clock::time_point openUntil;
+    /// A removal waits until then, or until as many as `expected` wait.
+    Clock::time_point gatherUntil;
+    std::size_t expected = 0;
+    /// How many writers the turn at hand serves.
+    std::size_t served = 0;
 };

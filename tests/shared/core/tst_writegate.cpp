@@ -86,6 +86,8 @@ private Q_SLOTS:
     void openings();
     void openForTheTillWhileOthersWait();
     void noOpeningWithoutOthers();
+    void openForTheTillAfterAGroup();
+    void removalsWaitForTheLastGroup();
     void impatientWriter();
     void ledWriterIsPatient();
     void anythingAtAnyTime_data();
@@ -325,6 +327,62 @@ void TestWriteGate::noOpeningWithoutOthers()
         shortest = std::min(shortest, Clock::now() - left);
     }
     QVERIFY(shortest < WriteGate::opening(20ms));
+}
+
+namespace {
+
+/// Two removals in one transaction, which takes `duration`.
+void removeTwo(WriteGate &gate, Clock::duration duration)
+{
+    std::list<Writer> writers;
+    const WriteGate::Turn held = WriteGate::enter(&gate);
+    for (int id = 1; id <= 2; ++id) {
+        writers.emplace_back([&gate, id, duration] {
+            const auto turn = gate.remove(id, [duration](const Ids &) {
+                work(duration);
+                return true;
+            });
+        });
+        waitFor([&] { return gate.waiting() == id; });
+    }
+}
+
+} // namespace
+
+void TestWriteGate::openForTheTillAfterAGroup()
+{
+    WriteGate gate;
+    removeTwo(gate, 20ms);
+    // The group is over when its writers are, so a little of the opening has passed.
+    const auto left = Clock::now();
+    const WriteGate::Turn turn = WriteGate::enter(&gate);
+    QVERIFY(Clock::now() - left > 10ms);
+}
+
+void TestWriteGate::removalsWaitForTheLastGroup()
+{
+    bool wentTogether = false;
+    // The second one of a round may be held up by the machine.
+    for (int round = 0; round < 20 && !wentTogether; ++round) {
+        WriteGate gate;
+        removeTwo(gate, 40ms);
+        const auto left = Clock::now();
+        Ids removed;
+        std::list<Writer> writers;
+        writers.emplace_back([&] {
+            const auto turn = gate.remove(3, [&](const Ids &ids) {
+                removed = ids;
+                return true;
+            });
+        });
+        // The opening is over, and the other writer of the last group is not back.
+        while (Clock::now() < left + 50ms)
+            work(1ms);
+        const auto turn = gate.remove(4, [](const Ids &) { return false; });
+        writers.clear();
+        wentTogether = removed == Ids{3, 4};
+    }
+    QVERIFY(wentTogether);
 }
 
 /// A writer that cannot be told when its turn comes meets SQLite's own lock instead.
