@@ -1,5 +1,6 @@
 #include "engine/basichandler.h"
 
+#include "engine/attempt.h"
 #include "shared/core/compactjson.h"
 #include "shared/core/inflight.h"
 #include "shared/core/largedocuments.h"
@@ -149,6 +150,23 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
 bool BasicHandler::deliver(const Message &message)
 {
     const auto memory = qScopeGuard(returnLargeDocuments);
+    const Outcome outcome = attempt(message);
+    if (state->outcomes)
+        state->outcomes->take(outcome);
+    return outcome.verdict != Verdict::Kept;
+}
+
+Outcome BasicHandler::attempt(const Message &message)
+{
+    Attempt current(message);
+    attemptAtHand = &current;
+    const bool isFinished = send(message);
+    attemptAtHand = nullptr;
+    return current.outcome(isFinished);
+}
+
+bool BasicHandler::send(const Message &message)
+{
     // One row must not end the service: it would be the first one again after the restart.
     QString reason = u"причина неизвестна"_s;
     try {
@@ -159,7 +177,29 @@ bool BasicHandler::deliver(const Message &message)
     }
     logger_->error(u"Ошибка при обработке сообщения %1, сообщение остаётся: %2"_s.arg(
         QString::number(message.id), reason));
-    return false;
+    return keep(reason, http::FailureKind::Request);
+}
+
+bool BasicHandler::giveUp(const QString &reason)
+{
+    return say(Verdict::Dropped, reason, http::FailureKind::None);
+}
+
+bool BasicHandler::doneBefore(const QString &reason)
+{
+    return say(Verdict::Delivered, reason, http::FailureKind::None);
+}
+
+bool BasicHandler::keep(const QString &reason, http::FailureKind kind)
+{
+    return say(Verdict::Kept, reason, kind);
+}
+
+bool BasicHandler::say(Verdict verdict, const QString &reason, http::FailureKind kind)
+{
+    if (attemptAtHand)
+        attemptAtHand->say(verdict, reason, kind);
+    return verdict != Verdict::Kept;
 }
 
 std::optional<Message> BasicHandler::nextMessage()

@@ -2,6 +2,7 @@
 
 #include "engine/dao.h"
 #include "engine/message.h"
+#include "engine/outcome.h"
 #include "engine/sharedstate.h"
 
 #include <QRunnable>
@@ -15,6 +16,8 @@
 namespace Log4Qt {
 class Logger;
 }
+
+class Attempt;
 
 /// The worker of one message type: one pass through the type's messages, oldest first, then its end.
 /// A handler says by the result of sendMessage() what becomes of a message; everything that follows
@@ -57,6 +60,20 @@ public:
     /// Writes under the name of the type.
     Log4Qt::Logger *logger() const { return logger_; }
 
+    /// Calls sendMessage() and says what became of the message. An exception is logged and keeps it.
+    Outcome attempt(const Message &message);
+
+    /// What a handler says of the message at hand beyond the result of sendMessage(), each for
+    /// `return`: the reason is kept with the message's outcome, so it is in Russian and for people, and
+    /// has no secret in it. The last word counts.
+    ///
+    /// True: finished with, although the service did not do what was asked.
+    bool giveUp(const QString &reason);
+    /// True: there was nothing left to do, since it was done before.
+    bool doneBefore(const QString &reason);
+    /// False: it stays because of what the reply itself says.
+    bool keep(const QString &reason, http::FailureKind kind = http::FailureKind::Service);
+
     /// The card of a forced start. Kept as a note; the worker serves the whole type.
     void setCardNumber(const QString &number) { cardNumber = number; }
     /// Must be set before the worker runs, and last: the worker's thread sees what was set before.
@@ -72,8 +89,11 @@ protected:
     std::shared_ptr<queue::DAO> dao;
 
 private:
-    /// sendMessage(), and no exception.
+    /// sendMessage(); an exception is logged and counts as false.
+    bool send(const Message &message);
+    /// Delivers the message and tells what became of it. True: finished with.
     bool deliver(const Message &message);
+    bool say(Verdict verdict, const QString &reason, http::FailureKind kind);
     /// The oldest message after the type's fail id; nothing when another service has the type.
     std::optional<Message> nextMessage();
     /// Whether what was read is this worker's to deliver.
@@ -82,5 +102,7 @@ private:
     QString type_;
     QString cardNumber;
     Log4Qt::Logger *logger_;
+    /// There while attempt() runs.
+    Attempt *attemptAtHand = nullptr;
     std::atomic<bool> isHandedOver = false;
 };

@@ -7,6 +7,9 @@
 #include <QString>
 
 #include <atomic>
+#include <memory>
+
+class OutcomeSink;
 
 /// What a service does for a table that several services can reach.
 enum class ServiceRole
@@ -35,4 +38,6 @@ struct SharedState
     /// The fail id of each type that has one: the message that was last refused. The next read starts
     /// behind it, and the entry goes when that read finds nothing. Held across the read of a message.
     Guarded<QMap<QString, int>> startIds;
+    /// Is told what becomes of each message that is tried; null: nobody is. Set before the first worker.
+    std::shared_ptr<OutcomeSink> outcomes;
 };

@@ -6,36 +6,6 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-/// The value of QNetworkReply::NetworkError that stands for an answer of this status.
-int errorCodeOfStatus(int status)
-{
-    switch (status) {
-    // clang-format off
-    case 400: return 302;
-    case 401: return 204;
-    case 403: return 201;
-    case 404: return 203;
-    case 405: return 202;
-    case 407: return 105;
-    case 409: return 206;
-    case 410: return 207;
-    case 418: return 302;
-    case 500: return 401;
-    case 501: return 402;
-    case 503: return 403;
-    // clang-format on
-    default:
-        break;
-    }
-    if (status >= 200 && status < 300)
-        return 0;
-    return status < 500 ? 299 : 499;
-}
-
-} // namespace
-
 namespace http {
 
 QJsonObject Response::responseObject() const
@@ -68,7 +38,7 @@ Response Response::answered(int status, const QByteArray &body)
 {
     Response response;
     response.status = status;
-    response.errorCode = errorCodeOfStatus(status);
+    response.errorCode = errorOfStatus(status);
     if (response.errorCode != 0)
         response.errorText = tr::Tr(u"networkErrorStatus"_s,
                                     u"Сервер ответил ошибкой, код состояния HTTP %1"_s.arg(status));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "shared/core/tr.h"
+#include "shared/net/exchangeerror.h"
 
 #include <QByteArray>
 #include <QJsonDocument>
@@ -18,7 +19,7 @@ struct Response
     int status = 0;
     /// What went wrong, in a sentence without secrets; empty after a clean exchange.
     tr::Tr errorText;
-    /// 0 after an answer with a status of the 200s, else a value of QNetworkReply::NetworkError.
+    /// 0 after an answer with a status of the 200s, else one of the numbers in exchangeerror.h.
     int errorCode = 0;
     /// The bytes of a whole answer, unpacked where that is possible.
     QByteArray body;
@@ -30,6 +31,7 @@ struct Response
     /// The body as a JSON object; empty when it is none, or too large.
     QJsonObject responseObject() const;
     bool isNetworkError() const { return networkError; }
+    FailureKind kind() const { return failureKind(errorCode); }
 
     /// A whole answer. A status outside the 200s is an error.
     static Response answered(int status, const QByteArray &body);

@@ -3,6 +3,7 @@
 #include "shared/core/inflight.h"
 #include "shared/net/addressfault.h"
 #include "shared/net/curltransport.h"
+#include "shared/net/exchangeobserver.h"
 
 #include <log4qt/logger.h>
 
@@ -383,10 +384,16 @@ void RestClient::perform(Exchange exchange)
         reason.isEmpty()
             ? performExchange(exchange)
             : ExchangeOutcome{http::Response::failed(protocolUnknownError, reason), {}};
-    response_ = outcome.response;
+    endExchange(outcome.response, exchange.url);
 
     if (isLogged)
         logOutcome(outcome, timer.elapsed());
+}
+
+void RestClient::endExchange(const http::Response &response, const QUrl &url)
+{
+    response_ = response;
+    http::tellObserver({response.kind(), response.status, response.errorText.ru(), url.path()});
 }
 
 void RestClient::logRequest(const Exchange &exchange) const

@@ -111,6 +111,8 @@ protected:
     Log4Qt::Logger *logger() const { return logger_; }
     bool isCompactLogs() const { return compactLogs; }
     void setResponse(const http::Response &response) { response_ = response; }
+    /// Makes it the last result, and tells the observer of the thread.
+    void endExchange(const http::Response &response, const QUrl &url);
 
 private:
     void perform(Exchange exchange);

@@ -1,6 +1,7 @@
 #include "shared/net/tcpclient.h"
 
 #include "shared/core/inflight.h"
+#include "shared/net/exchangeobserver.h"
 #include "shared/net/tcpconnect.h"
 
 #include <QNetworkProxy>
@@ -54,7 +55,12 @@ bool TcpClient::connectToServer()
 
     const QDeadlineTimer end = deadline();
     const inflight::CallGuard guard{std::chrono::milliseconds(end.remainingTime())};
-    return connectSocket(socket, host, static_cast<quint16>(port), end);
+    const bool isConnected = connectSocket(socket, host, static_cast<quint16>(port), end);
+    if (isConnected)
+        http::tellObserver({});
+    else
+        http::tellObserver({http::FailureKind::Network, 0, socket.errorString(), {}});
+    return isConnected;
 }
 
 void TcpClient::disconnectFromServer()

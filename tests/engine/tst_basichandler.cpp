@@ -22,6 +22,7 @@ namespace {
 struct Script
 {
     QSet<int> refused;
+    QSet<int> givenUp;
     /// What the delivery of a message throws.
     QMap<int, std::exception_ptr> thrown;
     /// The service is asked to stop during this message's delivery.
@@ -45,6 +46,8 @@ public:
             state->stopFlag = 1;
         if (const std::exception_ptr exception = script.thrown.value(message.id))
             std::rethrow_exception(exception);
+        if (script.givenUp.contains(message.id))
+            return giveUp(u"отказ"_s);
         return !script.refused.contains(message.id);
     }
     void onSendFailed(int id) override
@@ -67,6 +70,18 @@ public:
 
 private:
     Script &script;
+};
+
+class RecordingSink : public OutcomeSink
+{
+public:
+    void take(const Outcome &outcome) override
+    {
+        lines.append(
+            u"%1 %2 %3"_s.arg(QString::number(outcome.id), nameOf(outcome.verdict), outcome.text));
+    }
+
+    QStringList lines;
 };
 
 } // namespace
@@ -93,6 +108,7 @@ private Q_SLOTS:
     void numberGivenAgain_data();
     void numberGivenAgain();
     void handlerThatThrows();
+    void outcomesAreTold();
     void typeIsListedWhileItRuns();
     void snapshotIsNotDisturbed();
     void unreachableDatabaseLeavesRun();
@@ -330,6 +346,20 @@ void TstBasicHandler::numberGivenAgain()
         QCOMPARE(pass(), u"end"_s);
         QCOMPARE(pass(), u"1 deleted, end"_s);
     }
+}
+
+void TstBasicHandler::outcomesAreTold()
+{
+    const auto sink = std::make_shared<RecordingSink>();
+    state->outcomes = sink;
+    put({1, 2, 3, 4});
+    script.givenUp.insert(2);
+    refuse(3);
+    pass();
+    script.thrown.insert(4, std::make_exception_ptr(std::runtime_error("no table")));
+    pass();
+    QCOMPARE(sink->lines, (QStringList{u"1 delivered "_s, u"2 dropped отказ"_s, u"3 kept "_s,
+                                       u"4 kept no table"_s}));
 }
 
 void TstBasicHandler::typeIsListedWhileItRuns()

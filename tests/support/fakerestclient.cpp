@@ -281,10 +281,10 @@ void FakeRestClient::exchange(const QByteArray &verb, const QUrl &url, const QBy
     allSteps.append(line);
     if (script.isEmpty()) {
         surplus.append(line);
-        setResponse(noConnection());
+        endExchange(noConnection(), url);
         return;
     }
-    setResponse(script.takeFirst());
+    endExchange(script.takeFirst(), url);
 }
 
 void FakeRestClient::record(const QString &setting)

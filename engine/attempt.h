@@ -1,0 +1,39 @@
+#pragma once
+
+#include "engine/outcome.h"
+#include "shared/net/exchangeobserver.h"
+
+#include <QElapsedTimer>
+
+#include <optional>
+
+struct Message;
+
+/// One attempt in the making: what the exchanges of the thread came to, and what the handler said of it.
+/// The last word counts. On the stack of the worker.
+class Attempt : public http::ExchangeObserver
+{
+public:
+    explicit Attempt(const Message &message);
+
+    void exchangeEnded(const http::ExchangeReport &report) override;
+    /// The handler's own word, with its reason. `kind` matters for a kept message only.
+    void say(Verdict verdict, const QString &reason, http::FailureKind kind);
+
+    /// `isFinished`: the result of the delivery. It decides: a word that does not go with it is not used.
+    Outcome outcome(bool isFinished) const;
+
+private:
+    struct Word
+    {
+        Verdict verdict;
+        QString reason;
+        http::FailureKind kind;
+    };
+
+    http::ExchangeObservation observation;
+    Outcome begin;
+    QElapsedTimer timer;
+    std::optional<Word> word;
+    std::optional<http::ExchangeReport> lastExchange;
+};

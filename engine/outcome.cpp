@@ -1,0 +1,16 @@
+#include "engine/outcome.h"
+
+using namespace Qt::StringLiterals;
+
+QLatin1StringView nameOf(Verdict verdict)
+{
+    switch (verdict) {
+    case Verdict::Delivered:
+        return "delivered"_L1;
+    case Verdict::Dropped:
+        return "dropped"_L1;
+    case Verdict::Kept:
+        return "kept"_L1;
+    }
+    Q_UNREACHABLE();
+}

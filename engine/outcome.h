@@ -1,0 +1,51 @@
+#pragma once
+
+#include "shared/net/exchangeerror.h"
+
+#include <QDateTime>
+#include <QLatin1StringView>
+#include <QString>
+
+#include <chrono>
+
+/// What became of a message when it was tried.
+enum class Verdict
+{
+    /// The service did what was asked, now or before.
+    Delivered,
+    /// Finished with, although the service did not do what was asked.
+    Dropped,
+    /// It stays for a later pass.
+    Kept,
+};
+
+/// `delivered`, `dropped` or `kept`.
+QLatin1StringView nameOf(Verdict verdict);
+
+/// One attempt to deliver one message.
+struct Outcome
+{
+    int id = 0;
+    QString type = {};
+    QString card = {};
+    /// What a person searches by: a receipt, an order, a refund; else the path of the last request.
+    QString reference = {};
+    Verdict verdict = Verdict::Kept;
+    /// None unless the message was kept.
+    http::FailureKind kind = http::FailureKind::None;
+    /// HTTP status of the last answer; 0 when none came.
+    int status = 0;
+    /// The reason in words for people, in Russian; empty for a plain delivery.
+    QString text = {};
+    /// UTC.
+    QDateTime begun = {};
+    std::chrono::milliseconds took{0};
+};
+
+/// Takes the outcomes of all workers. Thread: any; must return at once.
+class OutcomeSink
+{
+public:
+    virtual ~OutcomeSink() = default;
+    virtual void take(const Outcome &outcome) = 0;
+};
