@@ -18,8 +18,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int maxThreadCount = 100;
-constexpr qint64 saveIntervalSeconds = 120;
-constexpr int snapshotWaitMs = 1000;
+constexpr auto saveInterval = std::chrono::seconds(120);
+constexpr auto snapshotPatience = std::chrono::seconds(1);
 
 } // namespace
 
@@ -62,16 +62,15 @@ int QueueHandler::startHandler(const QString &type, const QString &cardNumber)
 
 bool QueueHandler::enterType(const QString &type)
 {
-    const QMutexLocker locker(&state->runningTypes.mutex);
-    const qsizetype former = state->runningTypes.value.size();
-    state->runningTypes.value.insert(type);
-    return state->runningTypes.value.size() != former;
+    const auto types = state->runningTypes.lock();
+    const qsizetype former = types->size();
+    types->insert(type);
+    return types->size() != former;
 }
 
 void QueueHandler::withdrawType(const QString &type)
 {
-    const QMutexLocker locker(&state->runningTypes.mutex);
-    state->runningTypes.value.remove(type);
+    state->runningTypes.lock()->remove(type);
 }
 
 QList<TypeCount> QueueHandler::getStatus()
@@ -83,8 +82,7 @@ QList<TypeCount> QueueHandler::getStatus()
     }
     logger->info(u"Статус очереди сообщений:"_s);
     for (const auto &[type, count] : counts) {
-        const QMutexLocker locker(&state->runningTypes.mutex);
-        const bool isRunning = state->runningTypes.value.contains(type);
+        const bool isRunning = state->runningTypes.lock()->contains(type);
         logger->info(u"  %1: %2 сообщ. (обработчик %3активен)"_s.arg(
             type, QString::number(count), isRunning ? QString() : u"не "_s));
     }
@@ -95,7 +93,7 @@ void QueueHandler::saveStartIdsIfDue()
 {
     const qint64 now = MockFactory<CurrentTime>::create()->currentDateTime().toSecsSinceEpoch();
     // A clock that was set back counts as time that has passed.
-    if (qAbs(now - lastSaveTime) < saveIntervalSeconds)
+    if (std::chrono::seconds(qAbs(now - lastSaveTime)) < saveInterval)
         return;
     lastSaveTime = now;
     saveStartIds();
@@ -104,19 +102,19 @@ void QueueHandler::saveStartIdsIfDue()
 void QueueHandler::saveStartIds()
 {
     logger->trace(u"Запись стартовых идентификаторов в файл"_s);
-    QMap<QString, int> snapshot;
     // Workers hold the mutex while they read, one after another, and each may wait for a silent server. The
     // watchdog would take a main thread that waits for them all for one that hangs.
-    if (!state->startIds.mutex.tryLock(snapshotWaitMs)) {
+    auto ids = state->startIds.tryLock(snapshotPatience);
+    if (!ids) {
         logger->debug(
             u"Стартовые идентификаторы заняты обработчиками, запись при следующем опросе"_s);
         lastSaveTime = 0;
         return;
     }
-    snapshot = state->startIds.value;
+    QMap<QString, int> snapshot = **ids;
     // A copy that shares its entries would be read while a worker changes them.
     snapshot.detach();
-    state->startIds.mutex.unlock();
+    ids.reset();
     QJsonObject object;
     for (const auto &[type, id] : snapshot.asKeyValueRange())
         object.insert(type, id);
@@ -132,8 +130,7 @@ void QueueHandler::loadStartIds()
         const int id = entry.value().toInt();
         logger->debug(
             u" стартовый идентификатор для %1: %2"_s.arg(entry.key(), QString::number(id)));
-        const QMutexLocker locker(&state->startIds.mutex);
-        state->startIds.value.insert(entry.key(), id);
+        state->startIds.lock()->insert(entry.key(), id);
     }
 }
 

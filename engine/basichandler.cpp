@@ -40,10 +40,7 @@ void BasicHandler::run()
     if (!isHandedOver.load(std::memory_order_acquire))
         qFatal("A worker runs without its state");
     logger_->info(u"Обработчик %1 запущен"_s, type_);
-    {
-        const QMutexLocker locker(&state->runningTypes.mutex);
-        state->runningTypes.value.insert(type_);
-    }
+    state->runningTypes.lock()->insert(type_);
     dao = std::make_shared<queue::DAO>();
     dao->connect();
     processMessages();
@@ -55,10 +52,8 @@ void BasicHandler::run()
 
 BasicHandler::~BasicHandler()
 {
-    if (state) {
-        const QMutexLocker locker(&state->runningTypes.mutex);
-        state->runningTypes.value.remove(type_);
-    }
+    if (state)
+        state->runningTypes.lock()->remove(type_);
     dao.reset();
 }
 
@@ -80,8 +75,7 @@ bool BasicHandler::isStopped()
 
 void BasicHandler::onSendFailed(int id)
 {
-    const QMutexLocker locker(&state->startIds.mutex);
-    state->startIds.value.insert(type_, id);
+    state->startIds.lock()->insert(type_, id);
 }
 
 void BasicHandler::onMessageDone(int id)
@@ -92,8 +86,7 @@ void BasicHandler::onMessageDone(int id)
 
 void BasicHandler::onQueueEmpty()
 {
-    const QMutexLocker locker(&state->startIds.mutex);
-    state->startIds.value.remove(type_);
+    state->startIds.lock()->remove(type_);
 }
 
 void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
@@ -205,8 +198,8 @@ bool BasicHandler::say(Verdict verdict, const QString &reason, http::FailureKind
 std::optional<Message> BasicHandler::nextMessage()
 {
     // Held across the read, so that no snapshot of the fail ids is taken halfway through it.
-    const QMutexLocker locker(&state->startIds.mutex);
-    const int failId = state->startIds.value.value(type_, noFailId);
+    const auto startIds = state->startIds.lock();
+    const int failId = startIds->value(type_, noFailId);
     for (;;) {
         if (state->claimsTypes && !dao->claimType(type_))
             return {};

@@ -149,8 +149,8 @@ Found lookAt(const QString &pem, Log4Qt::Logger &logger)
 std::shared_ptr<QMutex> conversionLock(const QString &pem)
 {
     static Guarded<QHash<QString, std::shared_ptr<QMutex>>> locks;
-    const QMutexLocker locker(&locks.mutex);
-    std::shared_ptr<QMutex> &lock = locks.value[pem];
+    const auto table = locks.lock();
+    std::shared_ptr<QMutex> &lock = (*table)[pem];
     if (!lock)
         lock = std::make_shared<QMutex>();
     return lock;

@@ -2,6 +2,7 @@
 
 #include "handlers/common/messagevalue.h"
 #include "handlers/common/restcalls.h"
+#include "shared/core/guarded.h"
 
 #include <log4qt/logger.h>
 
@@ -13,11 +14,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Failed attempts by message. No lock: only the worker of this type comes here, and a type has one
-/// worker at a time.
-QHash<int, int> &tries()
+/// Failed attempts by message. They outlast the worker that counts them.
+Guarded<QHash<int, int>> &tries()
 {
-    static QHash<int, int> table;
+    static Guarded<QHash<int, int>> table;
     return table;
 }
 
@@ -56,11 +56,12 @@ bool NspkEcHandler::sendMessage(const Message &message)
 /// Counts one more failed attempt. False: that was the last one.
 bool NspkEcHandler::keepsTrying(const Message &message)
 {
-    const int failed = ++tries()[message.id];
+    const auto table = tries().lock();
+    const int failed = ++(*table)[message.id];
     if (failed < messageValue<int>(message, u"numberOfTries"_s))
         return true;
     logger()->warn(
         u"Количество попыток повторной отправки достигло максимального значения. Сообщение удалено"_s);
-    tries().remove(message.id);
+    table->remove(message.id);
     return false;
 }

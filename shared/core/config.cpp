@@ -108,8 +108,8 @@ Config::~Config() = default;
 void Config::setConfigsPathList(const QList<QDir> &directories, const QStringList &files)
 {
     Config *config = Singleton<Config>::instance();
-    const QMutexLocker locker(&config->state.mutex);
-    State &state = config->state.value;
+    const auto locked = config->state.lock();
+    State &state = *locked;
     state.directories = directories;
     state.fileNames = files;
     state.files.clear();
@@ -119,11 +119,11 @@ void Config::setConfigsPathList(const QList<QDir> &directories, const QStringLis
 
 void Config::readFile(const QString &path, const QString & /*group*/)
 {
-    const QMutexLocker locker(&state.mutex);
+    const auto locked = state.lock();
     // The file read last is the one on top.
-    state.value.addedFiles.removeAll(path);
-    state.value.addedFiles.append(path);
-    refresh(state.value);
+    locked->addedFiles.removeAll(path);
+    locked->addedFiles.append(path);
+    refresh(*locked);
 }
 
 QString Config::getString(const QString &key, const QString &defaultValue)
@@ -172,13 +172,13 @@ std::optional<Config::Setting> Config::find(const QString &key)
     const qint64 now = steadyMs();
     const bool isDue = now >= nextCheckMs.load(std::memory_order_relaxed);
 
-    const QMutexLocker locker(&state.mutex);
+    const auto locked = state.lock();
     if (isDue && now >= nextCheckMs.load(std::memory_order_relaxed)) {
-        refresh(state.value);
+        refresh(*locked);
         nextCheckMs.store(steadyMs() + checkIntervalMs, std::memory_order_relaxed);
     }
-    const auto found = state.value.settings.constFind(storedKey(key));
-    if (found == state.value.settings.constEnd())
+    const auto found = locked->settings.constFind(storedKey(key));
+    if (found == locked->settings.constEnd())
         return std::nullopt;
     return *found;
 }
@@ -187,9 +187,9 @@ template <typename T>
 T Config::rejected(const QString &key, const Setting &setting, const QString &expected,
                    const T &defaultValue)
 {
-    const QMutexLocker locker(&state.mutex);
+    const auto locked = state.lock();
     warnOnce(
-        state.value,
+        *locked,
         u"Файл настроек '%1', строка %2: значение '%3' параметра %4 %5, взято значение по умолчанию %6"_s
             .arg(setting.file, QString::number(setting.line), setting.text, key, expected,
                  QVariant(defaultValue).toString()));

@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
 #include <optional>
 #include <sys/stat.h>
@@ -34,13 +35,13 @@ static void initSchemaResource()
 
 namespace {
 
-constexpr int busyTimeoutMs = 5000;
+constexpr auto busyTimeout = std::chrono::milliseconds(5000);
 /// The write-ahead log begins again at about 4 MiB, unless a reader holds it or a row is large.
 constexpr qint64 ordinaryLogBytes = 8 * 1024 * 1024;
 /// A statement on a busy server may wait for a lock; a server that is gone must not hold a thread.
 constexpr auto serverTimeout = std::chrono::seconds(30);
 /// Some servers end a session that is idle for less than the time between two polls.
-constexpr int sessionIdleSeconds = 24 * 60 * 60;
+constexpr auto longestIdle = std::chrono::seconds(24 * 60 * 60);
 
 Log4Qt::Logger *logger()
 {
@@ -168,7 +169,7 @@ void createTables(const QString &path, bool isNew)
     {
         QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s, name);
         database.setDatabaseName(path);
-        database.setConnectOptions(u"QSQLITE_BUSY_TIMEOUT=%1"_s.arg(busyTimeoutMs));
+        database.setConnectOptions(u"QSQLITE_BUSY_TIMEOUT=%1"_s.arg(busyTimeout.count()));
         if (!database.open()) {
             error = database.lastError();
         } else {
@@ -280,17 +281,12 @@ void ConnectionFactory::removeConnection(const QString &name)
 {
     {
         const QMutexLocker opener(&opening);
-        QString path;
-        {
-            const QMutexLocker locker(&files.mutex);
-            path = files.value.value(name).path;
-        }
+        const QString path = files.lock()->value(name).path;
         // Already now: a service that ends leaves the new file to the next one, which cannot know
         // what is left of the former.
         if (!path.isEmpty())
             putFormerLogAside(path);
-        const QMutexLocker locker(&files.mutex);
-        files.value.remove(name);
+        files.lock()->remove(name);
     }
     if (QSqlDatabase::contains(name))
         QSqlDatabase::removeDatabase(name);
@@ -322,11 +318,7 @@ bool ConnectionFactory::isSameFile(const FileIdentity &one, const FileIdentity &
 
 bool ConnectionFactory::isConnectionCurrent(const QString &name)
 {
-    FileIdentity file;
-    {
-        const QMutexLocker locker(&files.mutex);
-        file = files.value.value(name);
-    }
+    const FileIdentity file = files.lock()->value(name);
     if (file.path.isEmpty())
         return true;
     struct stat status = {};
@@ -336,11 +328,7 @@ bool ConnectionFactory::isConnectionCurrent(const QString &name)
 
 void ConnectionFactory::shrinkLog(const QString &name)
 {
-    FileIdentity file;
-    {
-        const QMutexLocker locker(&files.mutex);
-        file = files.value.value(name);
-    }
+    const FileIdentity file = files.lock()->value(name);
     struct stat status = {};
     if (file.path.isEmpty()
         || ::stat(QFile::encodeName(file.realPath + u"-wal"_s).constData(), &status) != 0
@@ -357,16 +345,15 @@ void ConnectionFactory::shrinkLog(const QString &name)
     query.finish();
     query.exec(u"PRAGMA queues.wal_checkpoint(TRUNCATE)"_s);
     query.finish();
-    query.exec(u"PRAGMA busy_timeout = %1"_s.arg(busyTimeoutMs));
+    query.exec(u"PRAGMA busy_timeout = %1"_s.arg(busyTimeout.count()));
 }
 
 WriteGate *ConnectionFactory::gateOf(const QSqlDatabase &database) const
 {
     if (isServerDriver(database.driverName()))
         return nullptr;
-    const QMutexLocker locker(&files.mutex);
-    const auto file = files.value.constFind(database.connectionName());
-    return file == files.value.constEnd() ? nullptr : &WriteGate::of(file->device, file->inode);
+    const FileIdentity file = files.lock()->value(database.connectionName());
+    return file.path.isEmpty() ? nullptr : &WriteGate::of(file.device, file.inode);
 }
 
 bool ConnectionFactory::usesServer()
@@ -413,7 +400,7 @@ void ConnectionFactory::openSqlite(QSqlDatabase &database, const QString &path)
 {
     const QString what = u"Не удалось открыть базу данных '%1'"_s.arg(path);
     database.setDatabaseName(u":memory:"_s);
-    database.setConnectOptions(u"QSQLITE_BUSY_TIMEOUT=%1"_s.arg(busyTimeoutMs));
+    database.setConnectOptions(u"QSQLITE_BUSY_TIMEOUT=%1"_s.arg(busyTimeout.count()));
     if (!database.open())
         fail(what, database.lastError());
 
@@ -476,11 +463,11 @@ void ConnectionFactory::noteFile(const QString &name, const QString &path)
         if (::stat(QFile::encodeName(identity.realPath + endings[i]).constData(), &status) == 0)
             identity.companions.at(i) = status.st_ino;
     }
-    const QMutexLocker locker(&files.mutex);
-    const FileIdentity noted = files.value.value(name);
+    const auto known = files.lock();
+    const FileIdentity noted = known->value(name);
     // Replaced since it was opened: what is there now belongs to another file.
     if (noted.inode == 0 || isSameFile(noted, identity))
-        files.value.insert(name, identity);
+        known->insert(name, identity);
 }
 
 /// SQLite finds a write-ahead log by its name. It would apply what is left of the former file to
@@ -496,8 +483,8 @@ QString ConnectionFactory::putFormerLogAside(const QString &path)
     }
     bool isReplaced = false;
     {
-        const QMutexLocker locker(&files.mutex);
-        for (const FileIdentity &file : std::as_const(files.value)) {
+        const auto known = files.lock();
+        for (const FileIdentity &file : std::as_const(*known)) {
             if (file.path != path)
                 continue;
             // This one was opened after the replacement, and what is beside it is its own.
@@ -532,8 +519,8 @@ QStringList ConnectionFactory::companionsLeft(const FileIdentity &current)
             isLeft = pin->isAt(companion);
         } else if (isThere) {
             // A connection has it open, so its number cannot have been given to another file.
-            const QMutexLocker locker(&files.mutex);
-            isLeft = std::ranges::any_of(std::as_const(files.value), [&](const FileIdentity &file) {
+            const auto known = files.lock();
+            isLeft = std::ranges::any_of(std::as_const(*known), [&](const FileIdentity &file) {
                 return file.realPath == current.realPath && file.device == status.st_dev
                        && file.companions.at(i) == status.st_ino;
             });
@@ -629,5 +616,5 @@ void ConnectionFactory::openServer(QSqlDatabase &database, std::chrono::seconds 
     execute(database,
             u"SET SESSION sql_mode = REPLACE(@@SESSION.sql_mode, 'ONLY_FULL_GROUP_BY', '')"_s,
             what);
-    execute(database, u"SET SESSION wait_timeout = %1"_s.arg(sessionIdleSeconds), what);
+    execute(database, u"SET SESSION wait_timeout = %1"_s.arg(longestIdle.count()), what);
 }

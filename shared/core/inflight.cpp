@@ -29,23 +29,22 @@ Table &table()
 DeliveryGuard::DeliveryGuard(const QString &type, int messageId)
 {
     const Clock::time_point deadline = Clock::now() + grace;
-    const QMutexLocker locker(&table().mutex);
-    table().value.insert_or_assign(std::this_thread::get_id(), Delivery{type, messageId, deadline});
+    table().lock()->insert_or_assign(std::this_thread::get_id(),
+                                     Delivery{type, messageId, deadline});
 }
 
 DeliveryGuard::~DeliveryGuard()
 {
-    const QMutexLocker locker(&table().mutex);
-    table().value.erase(std::this_thread::get_id());
+    table().lock()->erase(std::this_thread::get_id());
 }
 
 CallGuard::CallGuard(std::chrono::milliseconds limit)
 {
     // The call's own timer starts a little later and is not exact.
     const Clock::time_point deadline = Clock::now() + std::min(limit, maxLimit) + grace;
-    const QMutexLocker locker(&table().mutex);
-    const auto delivery = table().value.find(std::this_thread::get_id());
-    if (delivery == table().value.end())
+    const auto deliveries = table().lock();
+    const auto delivery = deliveries->find(std::this_thread::get_id());
+    if (delivery == deliveries->end())
         return;
     outerDeadline = delivery->second.deadline;
     delivery->second.deadline = std::max(deadline, outerDeadline);
@@ -54,17 +53,17 @@ CallGuard::CallGuard(std::chrono::milliseconds limit)
 CallGuard::~CallGuard()
 {
     const Clock::time_point deadline = Clock::now() + grace;
-    const QMutexLocker locker(&table().mutex);
-    const auto delivery = table().value.find(std::this_thread::get_id());
-    if (delivery != table().value.end())
+    const auto deliveries = table().lock();
+    const auto delivery = deliveries->find(std::this_thread::get_id());
+    if (delivery != deliveries->end())
         delivery->second.deadline = std::max(deadline, outerDeadline);
 }
 
 QList<Delivery> deliveries()
 {
-    const QMutexLocker locker(&table().mutex);
+    const auto known = table().lock();
     QList<Delivery> result;
-    for (const auto &[thread, delivery] : table().value)
+    for (const auto &[thread, delivery] : *known)
         result.append(delivery);
     return result;
 }

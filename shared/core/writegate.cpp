@@ -48,8 +48,7 @@ WriteGate &WriteGate::of(dev_t device, ino_t inode)
 {
     // Never destroyed: a worker may outlive main().
     static auto *const gates = new Guarded<std::map<std::pair<dev_t, ino_t>, WriteGate>>;
-    const QMutexLocker locker(&gates->mutex);
-    return gates->value.try_emplace({device, inode}).first->second;
+    return gates->lock()->try_emplace({device, inode}).first->second;
 }
 
 WriteGate::Turn WriteGate::enter(WriteGate *gate)

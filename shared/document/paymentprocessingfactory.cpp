@@ -35,8 +35,7 @@ std::shared_ptr<PaymentProcessing> processingFromSettings(const Valut &valut)
 
 void PaymentProcessingFactory::prepare()
 {
-    const QMutexLocker locker(&processings.mutex);
-    processings.value.clear();
+    processings.lock()->clear();
 }
 
 PaymentProcessingFactory::~PaymentProcessingFactory() = default;
@@ -45,12 +44,12 @@ std::shared_ptr<PaymentProcessing> PaymentProcessingFactory::getProcessing(const
 {
     if (valut.isEmpty())
         return nullptr;
-    const QMutexLocker locker(&processings.mutex);
-    std::shared_ptr<PaymentProcessing> known = processings.value.value(valut.getCode());
+    const auto table = processings.lock();
+    std::shared_ptr<PaymentProcessing> known = table->value(valut.getCode());
     if (known)
         return known;
     const auto fresh = processingFromSettings(valut);
     if (fresh)
-        processings.value.insert(valut.getCode(), fresh);
+        table->insert(valut.getCode(), fresh);
     return fresh;
 }

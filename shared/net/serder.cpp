@@ -98,8 +98,8 @@ std::shared_ptr<const Strategy> Strategy::create(const QMetaObject *metaObject)
 {
     static Guarded<QHash<const QMetaObject *, std::shared_ptr<const Strategy>>> strategies;
 
-    const QMutexLocker locker(&strategies.mutex);
-    auto &known = strategies.value[metaObject];
+    const auto table = strategies.lock();
+    auto &known = (*table)[metaObject];
     if (!known) {
         const auto strategy = std::make_shared<Strategy>();
         for (int index = 0; index < metaObject->propertyCount(); ++index) {

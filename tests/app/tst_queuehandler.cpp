@@ -176,7 +176,7 @@ void TstQueueHandler::startsAWorker()
     QThreadPool::globalInstance()->waitForDone();
     QCOMPARE(log.lines(), QStringList{u"INFO Запуск обработчика типа 'spasibo'"_s});
     QCOMPARE(database->ids(), QList<int>());
-    QVERIFY(state->runningTypes.value.isEmpty());
+    QVERIFY(state->runningTypes.lock()->isEmpty());
 }
 
 void TstQueueHandler::unknownType()
@@ -226,7 +226,7 @@ void TstQueueHandler::typeWithoutAWorkerIsNotEntered()
     BrokenHandler::isBroken = true;
     QVERIFY_EXCEPTION_THROWN(manager->startHandler(u"broken"_s, QString()), std::runtime_error);
     BrokenHandler::isBroken = false;
-    QVERIFY(state->runningTypes.value.isEmpty());
+    QVERIFY(state->runningTypes.lock()->isEmpty());
 
     const LogCapture log(u"queue"_s);
     manager->getStatus();
@@ -250,7 +250,7 @@ void TstQueueHandler::fullPoolStartsNobody()
     manager->startHandlers();
     manager->startHandlers();
     QCOMPARE(log.lines().count(refusal), 3);
-    QCOMPARE(state->runningTypes.value, QSet<QString>{u"slow"_s});
+    QCOMPARE(state->runningTypes.copy(), QSet<QString>{u"slow"_s});
     QCOMPARE(built.load(), 1);
 
     held.release();
@@ -342,7 +342,7 @@ void TstQueueHandler::savesTheFailIds()
 {
     manager->init();
     const int refused = database->put(u"spasibo"_s, uR"({"keep":1})"_s);
-    state->startIds.value.insert(u"mindbox"_s, 7);
+    state->startIds.lock()->insert(u"mindbox"_s, 7);
     FixedTime time(1'000'000);
     pollAndWait();
     time.set(1'000'200);
@@ -354,10 +354,10 @@ void TstQueueHandler::savesTheFailIds()
 void TstQueueHandler::savesAnEmptyMap()
 {
     manager->init();
-    state->startIds.value.insert(u"mindbox"_s, 7);
+    state->startIds.lock()->insert(u"mindbox"_s, 7);
     manager->saveStartIds();
     QCOMPARE(savedFile(), QByteArray(R"({"mindbox":7})"));
-    state->startIds.value.clear();
+    state->startIds.lock()->clear();
     manager->saveStartIds();
     QCOMPARE(savedFile(), QByteArray("{}"));
 }
@@ -366,13 +366,13 @@ void TstQueueHandler::savesAnEmptyMap()
 void TstQueueHandler::heldFailIdsAreSavedLater()
 {
     manager->init();
-    state->startIds.value.insert(u"mindbox"_s, 7);
+    state->startIds.lock()->insert(u"mindbox"_s, 7);
     FixedTime time(1'000'000);
     const LogCapture log(u"queue"_s);
     QSemaphore isHeld;
     QSemaphore release;
     std::thread worker([&] {
-        const QMutexLocker locker(&state->startIds.mutex);
+        const auto held = state->startIds.lock();
         isHeld.release();
         release.acquire();
     });
@@ -430,7 +430,8 @@ void TstQueueHandler::loads()
     const LogCapture log(u"queue"_s);
     manager->init();
     QVariantMap loaded;
-    for (const auto &[type, id] : state->startIds.value.asKeyValueRange())
+    const QMap<QString, int> failIds = state->startIds.copy();
+    for (const auto &[type, id] : failIds.asKeyValueRange())
         loaded.insert(type, id);
     QCOMPARE(loaded, ids);
     QCOMPARE(log.lines().size(), ids.size());

@@ -120,7 +120,7 @@ private:
     void put(const QList<int> &ids, const QString &body = u"{}"_s);
     void refuse(int id) { script.refused.insert(id); }
     QString pass(const QString &type = u"spasibo"_s);
-    int failId() const { return state->startIds.value.value(u"spasibo"_s, -1); }
+    int failId() const { return state->startIds.lock()->value(u"spasibo"_s, -1); }
 
     std::unique_ptr<QueueDatabase> database;
     std::shared_ptr<SharedState> state;
@@ -153,9 +153,9 @@ QString TstBasicHandler::pass(const QString &type)
 
 void TstBasicHandler::emptyQueue()
 {
-    state->startIds.value.insert(u"spasibo"_s, 3);
+    state->startIds.lock()->insert(u"spasibo"_s, 3);
     QCOMPARE(pass(), u"end"_s);
-    QVERIFY(!state->startIds.value.contains(u"spasibo"_s));
+    QVERIFY(!state->startIds.lock()->contains(u"spasibo"_s));
 }
 
 void TstBasicHandler::failureIsSteppedOver()
@@ -176,7 +176,7 @@ void TstBasicHandler::failureIsSteppedOver()
 void TstBasicHandler::failIdAtTheEnd()
 {
     put({5});
-    state->startIds.value.insert(u"spasibo"_s, 5);
+    state->startIds.lock()->insert(u"spasibo"_s, 5);
     QCOMPARE(pass(), u"end"_s);
     QCOMPARE(failId(), -1);
     QCOMPARE(pass(), u"5 deleted, end"_s);
@@ -197,10 +197,10 @@ void TstBasicHandler::typesDoNotMix()
 {
     put({1});
     const int other = database->put(u"mindbox"_s, u"{}"_s);
-    state->startIds.value.insert(u"mindbox"_s, 77);
+    state->startIds.lock()->insert(u"mindbox"_s, 77);
     QCOMPARE(pass(), u"1 deleted, end"_s);
     QCOMPARE(database->ids(), QList<int>{other});
-    QCOMPARE(state->startIds.value, (QMap<QString, int>{{u"mindbox"_s, 77}}));
+    QCOMPARE(state->startIds.copy(), (QMap<QString, int>{{u"mindbox"_s, 77}}));
 }
 
 void TstBasicHandler::forcedStartServesTheWholeType()
@@ -219,7 +219,7 @@ void TstBasicHandler::forcedStartServesTheWholeType()
 void TstBasicHandler::stopBeforeTheFirstRead()
 {
     put({5});
-    state->startIds.value.insert(u"spasibo"_s, 5);
+    state->startIds.lock()->insert(u"spasibo"_s, 5);
     state->stopFlag = 1;
     const LogCapture log(u"spasibo"_s);
     QCOMPARE(pass(), u""_s);
@@ -246,7 +246,7 @@ void TstBasicHandler::idZeroIsNeverProcessed()
 void TstBasicHandler::lostDatabaseForgetsTheFailId()
 {
     put({5, 6});
-    state->startIds.value.insert(u"spasibo"_s, 5);
+    state->startIds.lock()->insert(u"spasibo"_s, 5);
     // A table that is missing would be made.
     database->query(u"ALTER TABLE message RENAME COLUMN messageid TO away"_s);
     QCOMPARE(pass(), u"end"_s);
@@ -373,28 +373,27 @@ void TstBasicHandler::typeIsListedWhileItRuns()
             bool *listed = nullptr;
             bool sendMessage(const Message & /*message*/) override
             {
-                const QMutexLocker locker(&state->runningTypes.mutex);
-                *listed = state->runningTypes.value.contains(type());
+                *listed = state->runningTypes.lock()->contains(type());
                 return true;
             }
         } handler(u"spasibo"_s, script);
         handler.listed = &wasListed;
         handler.setState(state);
-        QVERIFY(state->runningTypes.value.isEmpty());
+        QVERIFY(state->runningTypes.lock()->isEmpty());
         handler.run();
-        QVERIFY(state->runningTypes.value.contains(u"spasibo"_s));
+        QVERIFY(state->runningTypes.lock()->contains(u"spasibo"_s));
     }
     QVERIFY(wasListed);
-    QVERIFY(state->runningTypes.value.isEmpty());
+    QVERIFY(state->runningTypes.lock()->isEmpty());
 }
 
 void TstBasicHandler::snapshotIsNotDisturbed()
 {
-    state->startIds.value = {{u"spasibo"_s, 3}, {u"mindbox"_s, 4}};
-    const QMap<QString, int> snapshot = state->startIds.value;
+    state->startIds.lock()->insert({{u"spasibo"_s, 3}, {u"mindbox"_s, 4}});
+    const QMap<QString, int> snapshot = state->startIds.copy();
     QCOMPARE(pass(), u"end"_s);
     QCOMPARE(snapshot.size(), 2);
-    QCOMPARE(state->startIds.value, (QMap<QString, int>{{u"mindbox"_s, 4}}));
+    QCOMPARE(state->startIds.copy(), (QMap<QString, int>{{u"mindbox"_s, 4}}));
 }
 
 void TstBasicHandler::unreachableDatabaseLeavesRun()

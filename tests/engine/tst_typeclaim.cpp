@@ -160,7 +160,7 @@ void TstTypeClaim::typeOfAnotherServiceIsLeftAlone()
 {
     OtherService other(server);
     put({1, 2, 3});
-    state->startIds.value.insert(u"spasibo"_s, 1);
+    state->startIds.lock()->insert(u"spasibo"_s, 1);
     QVERIFY(other.takeType());
     const LogCapture log(u"spasibo"_s);
     QCOMPARE(pass(), QList<int>());
@@ -168,7 +168,7 @@ void TstTypeClaim::typeOfAnotherServiceIsLeftAlone()
         u"WARN Сообщения типа 'spasibo' доставляет другая служба (соединение %1), повтор при следующем опросе"_s
             .arg(other.connection())));
     // The next pass goes on where this one would have begun.
-    QCOMPARE(state->startIds.value.value(u"spasibo"_s), 1);
+    QCOMPARE(state->startIds.lock()->value(u"spasibo"_s), 1);
     other.releaseType();
     QCOMPARE(pass(), (QList<int>{2, 3}));
 }
@@ -183,7 +183,7 @@ void TstTypeClaim::claimThatAnotherServiceTookMeanwhile()
         QVERIFY(QTest::qWaitFor([&] { return other.takeType(); }));
     });
     QCOMPARE(delivered, QList<int>{1});
-    QVERIFY(!state->startIds.value.contains(u"spasibo"_s));
+    QVERIFY(!state->startIds.lock()->contains(u"spasibo"_s));
     QCOMPARE(rows(), "1 2");
     other.releaseType();
 }
@@ -192,7 +192,7 @@ void TstTypeClaim::claimIsTakenAgainAfterAReconnect()
 {
     OtherService other(server);
     put({1, 2, 3});
-    state->startIds.value.insert(u"spasibo"_s, 1);
+    state->startIds.lock()->insert(u"spasibo"_s, 1);
     QList<bool> wasFree;
     bool isFirst = true;
     const QList<int> delivered = pass([&](const Message &message) {
@@ -201,7 +201,7 @@ void TstTypeClaim::claimIsTakenAgainAfterAReconnect()
             cutWorker();
             QVERIFY(QTest::qWaitFor([&] { return other.isTypeFree(); }));
             // So that the row that was just delivered does not come back.
-            state->startIds.value.insert(u"spasibo"_s, message.id);
+            state->startIds.lock()->insert(u"spasibo"_s, message.id);
         }
     });
     QCOMPARE(delivered, (QList<int>{2, 3}));

@@ -255,9 +255,9 @@ void TstPolicyModel::step()
 void TstPolicyModel::compare()
 {
     QCOMPARE(peers.asked, model.asked);
-    QCOMPARE(toMap(state->startIds.value), model.failIds);
+    QCOMPARE(toMap(state->startIds.copy()), model.failIds);
     QCOMPARE(state->stopFlag == 1, model.isStopped);
-    QCOMPARE(state->runningTypes.value, QSet<QString>());
+    QCOMPARE(state->runningTypes.copy(), QSet<QString>());
 }
 
 void TstPolicyModel::randomWalk()

@@ -19,22 +19,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     fuzz::writeFile(path,
                     QByteArray(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size)));
-    state->startIds.value.clear();
+    state->startIds.lock()->clear();
     handler.loadStartIds();
-    const QMap<QString, int> loaded = std::exchange(state->startIds.value, {});
+    const QMap<QString, int> loaded = state->startIds.copy();
+    state->startIds.lock()->clear();
 
     if (loaded.isEmpty())
         return 0;
     // What one run of the service saves, the next one loads.
-    state->startIds.value = loaded;
+    state->startIds.lock()->insert(loaded);
     handler.saveStartIds();
     QFile file(path);
     fuzz::check(file.open(QIODevice::ReadOnly)
                     && QJsonDocument::fromJson(file.readAll()).isObject(),
                 "the saved file is no JSON object");
-    state->startIds.value.clear();
+    state->startIds.lock()->clear();
     handler.loadStartIds();
-    fuzz::check(state->startIds.value == loaded,
+    fuzz::check(state->startIds.copy() == loaded,
                 "the fail ids changed on their way through the file");
     return 0;
 }

@@ -183,7 +183,7 @@ void TstOrderedHandlers::delivered()
     put(type, {u"A"_s});
     pass(type, {reply(200), reply(200), reply(200)});
     QCOMPARE(database->ids(), QList<int>());
-    QVERIFY(state->startIds.value.isEmpty());
+    QVERIFY(state->startIds.lock()->isEmpty());
 }
 
 void TstOrderedHandlers::youngerOneWaits_data()
@@ -201,17 +201,17 @@ void TstOrderedHandlers::youngerOneWaits()
 
     pass(type, {noConnection()});
     QCOMPARE(database->ids(), (QList<int>{older, younger, other}));
-    QCOMPARE(state->startIds.value.value(type), older);
+    QCOMPARE(state->startIds.lock()->value(type), older);
 
     if (endsThePass(type)) {
         // The next pass ends at the younger one, and only the one after it gets to the third.
         pass(type, {});
         QCOMPARE(database->ids(), (QList<int>{older, younger, other}));
-        QCOMPARE(state->startIds.value.value(type), younger);
+        QCOMPARE(state->startIds.lock()->value(type), younger);
     }
     pass(type, {reply(200)});
     QCOMPARE(database->ids(), (QList<int>{older, younger}));
-    QVERIFY(!state->startIds.value.contains(type));
+    QVERIFY(!state->startIds.lock()->contains(type));
 }
 
 void TstOrderedHandlers::passedOverComesBackWhenTheQueueIsEmpty_data()
@@ -250,16 +250,16 @@ void TstOrderedHandlers::orderOutlastsARestart()
     const int younger = put(type, {thing});
     pass(type, {noConnection()});
     // A new process with the fail ids of the old one.
-    const auto former = state->startIds.value;
+    const QMap<QString, int> former = state->startIds.copy();
     state = std::make_shared<SharedState>();
-    state->startIds.value = former;
+    state->startIds.lock()->insert(former);
     pass(type, {});
     QCOMPARE(database->ids(), (QList<int>{older, younger}));
     // And one that has lost them begins with the older one again.
     state = std::make_shared<SharedState>();
     pass(type, {noConnection()});
     QCOMPARE(database->ids(), (QList<int>{older, younger}));
-    QCOMPARE(state->startIds.value.value(type), older);
+    QCOMPARE(state->startIds.lock()->value(type), older);
 }
 
 void TstOrderedHandlers::markers_data()
@@ -325,7 +325,7 @@ void TstOrderedHandlers::markers()
 
     const int olderId = database->put(type, older);
     const int youngerId = database->put(type, younger);
-    state->startIds.value.insert(type, olderId);
+    state->startIds.lock()->insert(type, olderId);
     pass(type, waits ? Script() : Script{reply(200)});
     QCOMPARE(database->ids(), waits ? (QList<int>{olderId, youngerId}) : QList<int>{olderId});
 }
@@ -378,7 +378,7 @@ void TstOrderedHandlers::linesOfAPass()
     const int older = put(u"onlinecheck"_s, {u"A"_s});
     const int younger = put(u"onlinecheck"_s, {u"A"_s});
     const int other = put(u"onlinecheck"_s, {u"B"_s});
-    state->startIds.value.insert(u"onlinecheck"_s, older);
+    state->startIds.lock()->insert(u"onlinecheck"_s, older);
     const LogCapture log(u"onlinecheck"_s);
     pass(u"onlinecheck"_s, {reply(200)});
     const auto announced = [](const QString &thing) {
@@ -411,11 +411,11 @@ void TstOrderedHandlers::stopBetweenTwoMessages()
 {
     put(u"onlinecheck"_s, {u"A"_s});
     const int younger = put(u"onlinecheck"_s, {u"A"_s});
-    state->startIds.value.insert(u"onlinecheck"_s, younger - 1);
+    state->startIds.lock()->insert(u"onlinecheck"_s, younger - 1);
     state->stopFlag = 1;
     pass(u"onlinecheck"_s, {});
     QCOMPARE(database->ids().size(), 2);
-    QCOMPARE(state->startIds.value.value(u"onlinecheck"_s), younger - 1);
+    QCOMPARE(state->startIds.lock()->value(u"onlinecheck"_s), younger - 1);
 }
 
 void TstOrderedHandlers::rowThatDoesNotGoAway()
@@ -427,7 +427,7 @@ void TstOrderedHandlers::rowThatDoesNotGoAway()
         u"CREATE TRIGGER queues.stay BEFORE DELETE ON message BEGIN SELECT RAISE(IGNORE); END"_s);
     const LogCapture log(u"excisemark"_s);
     pass(u"excisemark"_s, {reply(200)});
-    QCOMPARE(state->startIds.value.value(u"excisemark"_s), id);
+    QCOMPARE(state->startIds.lock()->value(u"excisemark"_s), id);
     QVERIFY(log.lines().contains(
         u"ERROR Сообщение %1 доставлено, но не удаляется из базы данных, повтор при следующем проходе"_s
             .arg(id)));

@@ -263,10 +263,9 @@ void TestConnectionFactory::sqliteTablesAreMadeOnceByManyThreads()
     onThreads(16, [&] {
         const QString error = connectError();
         removeOwnConnection();
-        const QMutexLocker locker(&errors.mutex);
-        errors.value.append(error);
+        errors.lock()->append(error);
     });
-    QCOMPARE(errors.value, QStringList(16, QString()));
+    QCOMPARE(errors.copy(), QStringList(16, QString()));
     QCOMPARE(tablesWithIndexes(),
              (QStringList{u"documentcard(documentcard_cheque)"_s, u"message()"_s}));
 }
@@ -368,11 +367,10 @@ void TestConnectionFactory::sqliteFileIsOpenedByManyAtOnce()
             Singleton<DBQueueBroker>::instance()->enqueue(u"cardlab"_s, {}, u""_s);
             removeOwnConnection();
         } catch (const BasicException &exception) {
-            const QMutexLocker locker(&errors.mutex);
-            errors.value.append(exception.tr().ru());
+            errors.lock()->append(exception.tr().ru());
         }
     });
-    QCOMPARE(errors.value, QStringList());
+    QCOMPARE(errors.copy(), QStringList());
     QCOMPARE(queue->ids().size(), count);
 }
 
@@ -691,15 +689,14 @@ void TestConnectionFactory::eachThreadHasItsConnection()
     const auto note = [&] {
         const QString name = factory->getConnection().connectionName();
         QCOMPARE(factory->getConnection().connectionName(), name);
-        const QMutexLocker locker(&names.mutex);
-        names.value.insert(name);
+        names.lock()->insert(name);
     };
     note();
     onThreads(8, [&] {
         note();
         removeOwnConnection();
     });
-    QCOMPARE(names.value.size(), 9);
+    QCOMPARE(names.lock()->size(), 9);
     QCOMPARE(QSqlDatabase::connectionNames().size(), 1);
 }
 
