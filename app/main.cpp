@@ -12,7 +12,6 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QSettings>
@@ -21,6 +20,7 @@
 #include <QTimer>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -38,10 +38,10 @@ namespace {
 /// the folder may end, and a till without a service is worse than a line every ten seconds.
 constexpr int refusedExitCode = 2;
 
-constexpr int awaitIntervalMs = 20;
+constexpr auto awaitInterval = std::chrono::milliseconds(20);
 /// While a delivery is within its own timeouts, the service manager is asked for `extension` more, and
 /// asked again long before that is over.
-constexpr qint64 extensionIntervalMs = 1000;
+constexpr auto extensionInterval = std::chrono::seconds(1);
 constexpr auto extension = std::chrono::seconds(10);
 /// A delivery whose partner lets it ask for a result again and again has no end of its own, and a till
 /// must be able to shut down. The longest that has one asks three silent hosts for 180 seconds each.
@@ -189,7 +189,7 @@ void awaitWorkers(ServiceNotifier &notifier)
 {
     QThreadPool *pool = QThreadPool::globalInstance();
     const QDeadlineTimer stopEnd(maxStopTime);
-    QElapsedTimer sinceExtension;
+    QDeadlineTimer nextExtension;
     QEventLoop loop;
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
@@ -197,9 +197,9 @@ void awaitWorkers(ServiceNotifier &notifier)
             loop.quit();
             return;
         }
-        if (sinceExtension.isValid() && !sinceExtension.hasExpired(extensionIntervalMs))
+        if (!nextExtension.hasExpired())
             return;
-        sinceExtension.start();
+        nextExtension.setRemainingTime(extensionInterval);
         const auto deliveries = inflight::deliveriesInTime(inflight::Clock::now());
         if (deliveries.isEmpty() || stopEnd.hasExpired())
             return;
@@ -209,7 +209,7 @@ void awaitWorkers(ServiceNotifier &notifier)
         notifier.extend(extension);
         notifier.status(u"Завершается, ждёт доставки: %1"_s.arg(awaited.join(u", "_s)));
     });
-    timer.start(awaitIntervalMs);
+    timer.start(awaitInterval);
     if (!pool->waitForDone(0))
         loop.exec();
 }

@@ -25,7 +25,7 @@ constexpr auto answerTimeout = std::chrono::seconds(5);
 constexpr auto precedence = std::chrono::seconds(5);
 /// After this silence the server closes the connection and frees the lock. It hears nothing of a machine
 /// that has lost its power or its network, and would keep the lock for hours.
-constexpr int silenceSeconds = 60;
+constexpr auto longestSilence = std::chrono::seconds(60);
 /// The start does not wait longer for the first answer; polls then do nothing until it is there.
 constexpr auto firstAnswerTimeout = std::chrono::seconds(15);
 
@@ -83,7 +83,7 @@ void ServiceLock::openConnection()
     const QSqlDatabase database = ConnectionFactory::connectToServer(connectionName, answerTimeout);
     schema = database.databaseName();
     name = serverlock::serviceLock(schema);
-    QSqlQuery(database).exec(u"SET SESSION wait_timeout = %1"_s.arg(silenceSeconds));
+    QSqlQuery(database).exec(u"SET SESSION wait_timeout = %1"_s.arg(longestSilence.count()));
     freeSince.reset();
 }
 
@@ -148,8 +148,7 @@ void ServiceLock::take()
 bool ServiceLock::isFormerConnection(const QString &holder) const
 {
     // Later it is another one: a server that was restarted counts its connections from the start.
-    return hadLock && holder == lockConnection
-           && Clock::now() - lostAt < std::chrono::seconds(silenceSeconds);
+    return hadLock && holder == lockConnection && Clock::now() - lostAt < longestSilence;
 }
 
 bool ServiceLock::isHeld()

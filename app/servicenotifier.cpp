@@ -1,10 +1,12 @@
 #include "app/servicenotifier.h"
 
+#include <chrono>
+
 #ifdef QUEUE_WITH_SYSTEMD
 #include <systemd/sd-daemon.h>
 
 /// More often says no more.
-static constexpr qint64 beatIntervalMs = 1000;
+static constexpr auto beatInterval = std::chrono::seconds(1);
 
 void ServiceNotifier::ready()
 {
@@ -13,19 +15,20 @@ void ServiceNotifier::ready()
     std::uint64_t limitUs = 0;
     if (sd_watchdog_enabled(0, &limitUs) <= 0)
         return;
-    QObject::connect(&watchdogTimer, &QTimer::timeout, &watchdogTimer, [this] {
-        sinceBeat.start();
-        sd_notify(0, "WATCHDOG=1");
-    });
-    sinceBeat.start();
+    QObject::connect(&watchdogTimer, &QTimer::timeout, &watchdogTimer, [this] { beat(); });
+    nextBeat.setRemainingTime(beatInterval);
     watchdogTimer.start(std::chrono::milliseconds(limitUs / 1000 / 2));
 }
 
 void ServiceNotifier::alive()
 {
-    if (!watchdogTimer.isActive() || !sinceBeat.hasExpired(beatIntervalMs))
-        return;
-    sinceBeat.start();
+    if (watchdogTimer.isActive() && nextBeat.hasExpired())
+        beat();
+}
+
+void ServiceNotifier::beat()
+{
+    nextBeat.setRemainingTime(beatInterval);
     sd_notify(0, "WATCHDOG=1");
 }
 
@@ -50,6 +53,8 @@ void ServiceNotifier::extend(std::chrono::seconds limit)
 void ServiceNotifier::ready() {}
 
 void ServiceNotifier::alive() {}
+
+void ServiceNotifier::beat() {}
 
 void ServiceNotifier::status(const QString & /*text*/) {}
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QString>
 #include <QTimer>
 
@@ -26,6 +26,9 @@ public:
     void extend(std::chrono::seconds limit);
 
 private:
+    void beat();
+
     QTimer watchdogTimer;
-    QElapsedTimer sinceBeat;
+    /// Expired at first.
+    QDeadlineTimer nextBeat;
 };

@@ -14,6 +14,7 @@
 #include <QSqlError>
 
 #include <algorithm>
+#include <chrono>
 
 using namespace Qt::StringLiterals;
 
@@ -22,7 +23,7 @@ namespace queue {
 namespace {
 
 /// Looking costs as much as a small statement, and a worker runs thousands of these a second.
-constexpr qint64 fileCheckIntervalMs = 100;
+constexpr auto fileCheckInterval = std::chrono::milliseconds(100);
 
 constexpr auto typeCountsStatement =
     "SELECT type, COUNT(*) FROM message GROUP BY type ORDER BY type ASC"_L1;
@@ -355,7 +356,7 @@ bool DAO::isFileCurrentFor(const QSqlQuery &query)
         return true;
     if (!connectionFactory()->isConnectionCurrent(connectionName))
         return false;
-    nextFileCheck.setRemainingTime(fileCheckIntervalMs);
+    nextFileCheck.setRemainingTime(fileCheckInterval);
     return true;
 }
 

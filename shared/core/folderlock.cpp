@@ -6,12 +6,13 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QScopeGuard>
-#include <QThread>
 
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -22,7 +23,7 @@ namespace {
 constexpr mode_t fileMode = 0660;
 /// holder() has the lock for a moment, which must not turn a service away.
 constexpr int attempts = 10;
-constexpr unsigned long attemptIntervalMs = 20;
+constexpr auto attemptInterval = std::chrono::milliseconds(20);
 /// Of one size always, so that a role replaces another in one write.
 constexpr qsizetype contentSize = 128;
 
@@ -77,7 +78,7 @@ FolderLock::Result FolderLock::take(const QString &role)
 {
     for (int attempt = 0; attempt < attempts; ++attempt) {
         if (attempt > 0)
-            QThread::msleep(attemptIntervalMs);
+            std::this_thread::sleep_for(attemptInterval);
         const Result opened = open();
         if (opened != Result::Taken)
             return opened;
