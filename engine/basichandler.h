@@ -24,6 +24,9 @@ class Attempt;
 /// from it is decided here.
 ///
 /// Made by HandlerFactory, wired by QueueHandler, run and destroyed by the thread pool.
+///
+/// The order of virtual operations and of fields is part of the interface: compiled code finds them by their
+/// place. The destructor's place is after run(), and new ones come last.
 class BasicHandler : public QRunnable
 {
 public:

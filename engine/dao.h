@@ -28,9 +28,10 @@ struct QueueInfo
 
 namespace queue {
 
-/// The only way to the table `message`, which the till creates and fills. A failed statement is
-/// logged, counted and read as an empty queue; when the database does not answer a probe either, the
-/// next call connects anew. Only connect() throws.
+/// Reads, changes and deletes rows of the table `message`, which the till creates and fills; rows of the
+/// service's own are added by DBQueueBroker. A failed statement is logged, counted and read as an empty
+/// queue; when the database does not answer a probe either, the next call connects again. Only connect()
+/// throws.
 ///
 /// Thread: one store per thread, never shared, since the prepared statements are members.
 class DAO
