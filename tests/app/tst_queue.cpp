@@ -41,7 +41,7 @@ private Q_SLOTS:
     void startOfAType();
     void linesOfACommand();
     void takenPort();
-    void places();
+    void operationsKeepTheirPlaces();
 
 private:
     void start(const QString &settings = QString());
@@ -339,7 +339,7 @@ void TstQueue::takenPort()
     QVERIFY(queue->findChild<QTimer *>()->isActive());
 }
 
-void TstQueue::places()
+void TstQueue::operationsKeepTheirPlaces()
 {
     constexpr int ofQObject = 12;
     QCOMPARE(slotOf(&Queue::messages), ofQObject);

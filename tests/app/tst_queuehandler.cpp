@@ -111,7 +111,7 @@ private Q_SLOTS:
     void resumesBehindTheStoredId();
     void forwardsToTheStore();
     void deliveryOutlivesTheManager();
-    void places();
+    void operationsKeepTheirPlaces();
 
 private:
     void pollAndWait();
@@ -488,7 +488,7 @@ void TstQueueHandler::deliveryOutlivesTheManager()
     QCOMPARE(database->ids(), QList<int>());
 }
 
-void TstQueueHandler::places()
+void TstQueueHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&QueueHandler::startHandler), 2);
     QCOMPARE(slotOf(&QueueHandler::getStatus), 3);

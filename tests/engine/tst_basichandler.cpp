@@ -114,7 +114,7 @@ private Q_SLOTS:
     void unreachableDatabaseLeavesRun();
     void linesOfAPass();
     void endOfAPassShrinksTheLog();
-    void places();
+    void operationsKeepTheirPlaces();
 
 private:
     void put(const QList<int> &ids, const QString &body = u"{}"_s);
@@ -440,7 +440,7 @@ void TstBasicHandler::endOfAPassShrinksTheLog()
     QSqlDatabase::removeDatabase(u"till"_s);
 }
 
-void TstBasicHandler::places()
+void TstBasicHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&BasicHandler::run), 0);
     QCOMPARE(slotOf(&BasicHandler::processMessages), 3);

@@ -136,7 +136,7 @@ private Q_SLOTS:
     void fullDisk();
     void serverRestart();
     void idleLongerThanTheServerAllows();
-    void places();
+    void operationsKeepTheirPlaces();
 
 private:
     qint64 logSize() const { return QFileInfo(database->file() + u"-wal"_s).size(); }
@@ -1204,7 +1204,7 @@ void TstDao::idleLongerThanTheServerAllows()
     }
 }
 
-void TstDao::places()
+void TstDao::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&queue::DAO::hasMessages), 2);
     QCOMPARE(slotOf(&queue::DAO::getMessage), 3);

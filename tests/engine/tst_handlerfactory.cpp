@@ -46,7 +46,7 @@ private Q_SLOTS:
     void everyCallBuildsANewObject();
     void typesDifferByCase();
     void unknownType();
-    void places();
+    void operationsKeepTheirPlaces();
 };
 
 void TstHandlerFactory::buildsTheClassOfTheRow()
@@ -95,7 +95,7 @@ void TstHandlerFactory::unknownType()
              QStringList{u"WARN Не найден обработчик для сообщений типа 'nosuch %1'"_s});
 }
 
-void TstHandlerFactory::places()
+void TstHandlerFactory::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&HandlerFactory::create), 2);
 }

@@ -53,7 +53,7 @@ private Q_SLOTS:
     void forgetsTheSettingsOfADelivery();
     void complains();
     void failsTheTestByItself();
-    void placesInATable();
+    void operationsKeepTheirPlaces();
 };
 
 void TestFakeRestClient::standsInTheFactory()
@@ -222,7 +222,7 @@ void TestFakeRestClient::failsTheTestByItself()
         QVERIFY2(output.contains(text), output);
 }
 
-void TestFakeRestClient::placesInATable()
+void TestFakeRestClient::operationsKeepTheirPlaces()
 {
     class Base
     {

@@ -93,7 +93,7 @@ class TstApMindboxInterface : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void slotsOfTheOperations();
+    void operationsKeepTheirPlaces();
     void settingsByDefault();
     void settingsOfTheTill();
     void passwordInTheAddressIsNotLogged();
@@ -127,7 +127,7 @@ void TstApMindboxInterface::initTestCase()
     qputenv("TZ", "Asia/Kamchatka");
 }
 
-void TstApMindboxInterface::slotsOfTheOperations()
+void TstApMindboxInterface::operationsKeepTheirPlaces()
 {
     // The destructor takes the first two.
     QVERIFY(std::has_virtual_destructor_v<Interface>);

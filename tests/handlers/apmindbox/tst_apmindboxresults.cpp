@@ -65,7 +65,7 @@ class TstApMindboxResults : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void slotsOfTheClasses();
+    void operationsKeepTheirPlaces();
     void defaults();
     void status_data();
     void status();
@@ -88,7 +88,7 @@ private Q_SLOTS:
     void furtherResultsKeepTheBase();
 };
 
-void TstApMindboxResults::slotsOfTheClasses()
+void TstApMindboxResults::operationsKeepTheirPlaces()
 {
     // The destructor takes the first two.
     QCOMPARE(slotOf(&OperationResult::isSuccess), 2);

@@ -77,7 +77,7 @@ private Q_SLOTS:
     void allowedErrors_data();
     void allowedErrors();
     void nothingIsAllowedAtFirst();
-    void slots_();
+    void operationsKeepTheirPlaces();
 
 private:
     int runsOfTheTool() const;
@@ -368,7 +368,7 @@ void TstGoldCrownHandler::nothingIsAllowedAtFirst()
     QCOMPARE(Look().codes(), QList<int>());
 }
 
-void TstGoldCrownHandler::slots_()
+void TstGoldCrownHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&GoldCrownHandler::sendMessage), 5);
     QCOMPARE(slotOf(&GoldCrownHandler::parseReply), 9);

@@ -77,7 +77,7 @@ private Q_SLOTS:
     void transaction();
     void brokenDocumentStore();
     void operationsAreVirtual();
-    void slots_();
+    void operationsKeepTheirPlaces();
 
 private:
     std::unique_ptr<QueueDatabase> till;
@@ -414,7 +414,7 @@ void TstLoymaxHandler::operationsAreVirtual()
     QCOMPARE(handler.seen, (QStringList{u"r"_s, u"5 t"_s}));
 }
 
-void TstLoymaxHandler::slots_()
+void TstLoymaxHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&LoymaxHandler::sendMessage), 5);
     QCOMPARE(slotOf(&LoymaxHandler::parseReply), 9);

@@ -28,7 +28,7 @@ private Q_SLOTS:
     void judgement_data();
     void judgement();
     void replyDecides();
-    void slots_();
+    void operationsKeepTheirPlaces();
 };
 
 void TstManzanaHandler::request_data()
@@ -133,7 +133,7 @@ void TstManzanaHandler::replyDecides()
     QVERIFY(!deliver(u"manzana2019"_s, message));
 }
 
-void TstManzanaHandler::slots_()
+void TstManzanaHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&ManzanaHandler::sendMessage), 5);
     QCOMPARE(slotOf(&ManzanaHandler::parseReply), 9);

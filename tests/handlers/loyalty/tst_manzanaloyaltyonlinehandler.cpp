@@ -69,7 +69,7 @@ private Q_SLOTS:
     void returnWithoutAReference();
     void brokenDocumentStore_data();
     void brokenDocumentStore();
-    void slots_();
+    void operationsKeepTheirPlaces();
 
 private:
     void putCard(int id, const QString &info, const QString &cheque = u"17"_s);
@@ -441,7 +441,7 @@ void TstManzanaLoyaltyOnlineHandler::brokenDocumentStore()
     QVERIFY(!deliver(u"manzanaloyaltyonline"_s, message(xml)));
 }
 
-void TstManzanaLoyaltyOnlineHandler::slots_()
+void TstManzanaLoyaltyOnlineHandler::operationsKeepTheirPlaces()
 {
     using Handler = ManzanaLoyaltyOnlineHandler;
     QCOMPARE(slotOf(&Handler::sendMessage), 5);

@@ -108,7 +108,7 @@ private Q_SLOTS:
     void passwordStaysOutOfTheArguments();
     void serviceAsksForTheCertificate_data();
     void serviceAsksForTheCertificate();
-    void slots_();
+    void operationsKeepTheirPlaces();
 
 private:
     int runsOfTheTool() const;
@@ -591,7 +591,7 @@ void TstSpasiboHandler::serviceAsksForTheCertificate()
     QCOMPARE(lines, expected);
 }
 
-void TstSpasiboHandler::slots_()
+void TstSpasiboHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&SpasiboHandler::sendMessage), 5);
 }

@@ -170,7 +170,7 @@ class TstTalloBonusHandler : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void methodNames();
     void methods_data();
     void methods();
@@ -192,7 +192,7 @@ private Q_SLOTS:
     void outcome();
 };
 
-void TstTalloBonusHandler::operationsStandInTheirOrder()
+void TstTalloBonusHandler::operationsKeepTheirPlaces()
 {
     const QList<int> places = {
         slotOf(&BasicHandler::onQueueEmpty),

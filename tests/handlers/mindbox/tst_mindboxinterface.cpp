@@ -119,8 +119,8 @@ class TstMindboxInterface : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void places_data();
-    void places();
+    void operationsKeepTheirPlaces_data();
+    void operationsKeepTheirPlaces();
     void defaults();
     void wholeRequest();
     void queryArrivesAsItIs();
@@ -152,7 +152,7 @@ void TstMindboxInterface::initTestCase()
     ::tzset();
 }
 
-void TstMindboxInterface::places_data()
+void TstMindboxInterface::operationsKeepTheirPlaces_data()
 {
     QTest::addColumn<int>("place");
     QTest::addColumn<int>("expected");
@@ -194,7 +194,7 @@ void TstMindboxInterface::places_data()
 #undef PLACE
 }
 
-void TstMindboxInterface::places()
+void TstMindboxInterface::operationsKeepTheirPlaces()
 {
     QFETCH(int, place);
     QTEST(place, "expected");

@@ -104,7 +104,7 @@ class TstMindboxResults : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void places();
+    void operationsKeepTheirPlaces();
     void requestStatus_data();
     void requestStatus();
     void processingStatus_data();
@@ -139,7 +139,7 @@ private Q_SLOTS:
     void almostFourMebibytes();
 };
 
-void TstMindboxResults::places()
+void TstMindboxResults::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&RequestResult::isSuccess), 0);
     QCOMPARE(slotOf(&RequestResult::error), 1);

@@ -29,7 +29,7 @@ private Q_SLOTS:
     void judgement();
     void unreadable_data();
     void unreadable();
-    void slots_();
+    void operationsKeepTheirPlaces();
 };
 
 void TstMegarHandler::request_data()
@@ -150,7 +150,7 @@ void TstMegarHandler::unreadable()
     QVERIFY2(line.match(log.lines().first()).hasMatch(), qPrintable(log.lines().first()));
 }
 
-void TstMegarHandler::slots_()
+void TstMegarHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&MegarHandler::sendMessage), 5);
     QCOMPARE(slotOf(&MegarHandler::parseReply), 9);

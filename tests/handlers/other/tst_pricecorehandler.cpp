@@ -32,7 +32,7 @@ private Q_SLOTS:
     void otherSubtypeIsDropped_data();
     void otherSubtypeIsDropped();
     void eachSubtypeHasItsOperation();
-    void slots_();
+    void operationsKeepTheirPlaces();
 };
 
 void TstPriceCoreHandler::request_data()
@@ -127,7 +127,7 @@ void TstPriceCoreHandler::eachSubtypeHasItsOperation()
     }
 }
 
-void TstPriceCoreHandler::slots_()
+void TstPriceCoreHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&PriceCoreHandler::sendMessage), 5);
     QCOMPARE(slotOf(&PriceCoreHandler::sendPrizeApi), 9);

@@ -38,7 +38,7 @@ private Q_SLOTS:
     void judgement();
     void delivery_data();
     void delivery();
-    void slots_();
+    void operationsKeepTheirPlaces();
 };
 
 void TstRSLoyaltyHandler::request()
@@ -144,7 +144,7 @@ void TstRSLoyaltyHandler::delivery()
     QCOMPARE(log.lines(), QStringList{opening} + lines);
 }
 
-void TstRSLoyaltyHandler::slots_()
+void TstRSLoyaltyHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&RSLoyaltyHandler::sendMessage), 5);
     QCOMPARE(slotOf(&RSLoyaltyHandler::parseReply), 9);

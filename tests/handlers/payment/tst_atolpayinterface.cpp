@@ -32,7 +32,7 @@ class TestAtolPayInterface : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void address_data();
     void address();
     void timeout_data();
@@ -54,7 +54,7 @@ private Q_SLOTS:
     void registerReply();
 };
 
-void TestAtolPayInterface::operationsStandInTheirOrder()
+void TestAtolPayInterface::operationsKeepTheirPlaces()
 {
     // Two places of the table are those of the destructor.
     QCOMPARE(slotOf(&atolpay::Interface::register_), 2);

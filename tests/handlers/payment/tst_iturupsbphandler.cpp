@@ -73,7 +73,7 @@ class TstIturupSbpHandler : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void responseCode_data();
     void responseCode();
     void fill_data();
@@ -89,7 +89,7 @@ private Q_SLOTS:
     void everyReplyLostOnce();
 };
 
-void TstIturupSbpHandler::operationsStandInTheirOrder()
+void TstIturupSbpHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&IturupSbpHandler::sendMessage), 5);
     QCOMPARE(slotOf(&IturupSbpHandler::sendDescription), 9);

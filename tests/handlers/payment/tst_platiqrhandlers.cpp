@@ -142,7 +142,7 @@ class TestPlatiQrHandlers : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void requestsOfACancellation_data() { bothTypes(); }
     void requestsOfACancellation();
     void outcome_data();
@@ -204,7 +204,7 @@ void TestPlatiQrHandlers::initTestCase()
     write(pemPath(certificate), "PEM");
 }
 
-void TestPlatiQrHandlers::operationsStandInTheirOrder()
+void TestPlatiQrHandlers::operationsKeepTheirPlaces()
 {
     const int first = slotOf(&BasicHandler::onQueueEmpty) + 1;
     const QList<int> expected{first, first + 1, first + 2, first + 3, first + 4};

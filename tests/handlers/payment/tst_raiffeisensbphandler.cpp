@@ -98,7 +98,7 @@ class TstRaiffeisenSbpHandler : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void members_data();
     void members();
     void classification_data();
@@ -115,7 +115,7 @@ private Q_SLOTS:
     void everyReplyLostOnce();
 };
 
-void TstRaiffeisenSbpHandler::operationsStandInTheirOrder()
+void TstRaiffeisenSbpHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&RaiffeisenSbpHandler::sendMessage), 5);
     QCOMPARE(slotOf(&RaiffeisenSbpHandler::memberFromReply), 9);

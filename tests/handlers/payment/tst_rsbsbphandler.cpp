@@ -121,7 +121,7 @@ class TstRsbSbpHandler : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void requests();
     void emptyMessage();
     void statusBody_data();
@@ -140,7 +140,7 @@ private Q_SLOTS:
     void everyReplyLostOnce();
 };
 
-void TstRsbSbpHandler::operationsStandInTheirOrder()
+void TstRsbSbpHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&RsbSbpHandler::sendMessage), 5);
     QCOMPARE(slotOf(&RsbSbpHandler::pollRefundStatus), 9);

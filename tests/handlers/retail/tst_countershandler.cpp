@@ -47,7 +47,7 @@ private Q_SLOTS:
     void withoutCredentials();
     void unreadableAddress();
     void questionIsVirtual();
-    void slots_();
+    void operationsKeepTheirPlaces();
 };
 
 void TstCountersHandler::requests()
@@ -168,7 +168,7 @@ void TstCountersHandler::questionIsVirtual()
     QCOMPARE(handler.seen, u"http://counters.test/a 7"_s);
 }
 
-void TstCountersHandler::slots_()
+void TstCountersHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&CountersHandler::sendMessage), 5);
     QCOMPARE(slotOf(&CountersHandler::operationExists), 9);

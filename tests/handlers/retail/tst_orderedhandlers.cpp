@@ -115,8 +115,8 @@ private Q_SLOTS:
     void bodyIsAnnouncedIndented();
     void stopBetweenTwoMessages();
     void rowThatDoesNotGoAway();
-    void places_data();
-    void places();
+    void operationsKeepTheirPlaces_data();
+    void operationsKeepTheirPlaces();
 
 private:
     int put(const QString &type, const QStringList &things)
@@ -433,7 +433,7 @@ void TstOrderedHandlers::rowThatDoesNotGoAway()
             .arg(id)));
 }
 
-void TstOrderedHandlers::places_data()
+void TstOrderedHandlers::operationsKeepTheirPlaces_data()
 {
     QTest::addColumn<int>("processMessages");
     QTest::addColumn<int>("sendMessage");
@@ -450,7 +450,7 @@ void TstOrderedHandlers::places_data()
                                  << slotOf(&DsslHandler::sendMessage);
 }
 
-void TstOrderedHandlers::places()
+void TstOrderedHandlers::operationsKeepTheirPlaces()
 {
     QFETCH(int, processMessages);
     QFETCH(int, sendMessage);

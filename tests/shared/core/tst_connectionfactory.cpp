@@ -106,7 +106,7 @@ private Q_SLOTS:
     void cleanup();
     void cleanupTestCase();
 
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void sqliteFileIsCreatedWithTables();
     void sqliteMissingTablesAreCreated_data();
     void sqliteMissingTablesAreCreated();
@@ -204,7 +204,7 @@ void TestConnectionFactory::cleanupTestCase()
     server.reset();
 }
 
-void TestConnectionFactory::operationsStandInTheirOrder()
+void TestConnectionFactory::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&ConnectionFactory::removeConnection), 0);
     QCOMPARE(slotOf(&ConnectionFactory::getConnection), 3);

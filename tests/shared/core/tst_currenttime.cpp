@@ -11,7 +11,7 @@ class TestCurrentTime : public QObject
 
 private Q_SLOTS:
     void isNow();
-    void placesInTheTables();
+    void operationsKeepTheirPlaces();
 };
 
 void TestCurrentTime::isNow()
@@ -22,7 +22,7 @@ void TestCurrentTime::isNow()
     QCOMPARE(now.timeSpec(), Qt::LocalTime);
 }
 
-void TestCurrentTime::placesInTheTables()
+void TestCurrentTime::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&CurrentTime::currentDateTime), 2);
     QCOMPARE(slotOf(&ConnectionFactory::removeConnection), 0);

@@ -26,7 +26,7 @@ private Q_SLOTS:
     void cleanup();
     void cleanupTestCase();
 
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void recordKnowsWhatWasSet();
 
     void cardIsFoundByChequeAndNumber_data() { bothDatabases(); }
@@ -90,7 +90,7 @@ void TestDocumentsDao::cleanupTestCase()
     server.reset();
 }
 
-void TestDocumentsDao::operationsStandInTheirOrder()
+void TestDocumentsDao::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&DocumentsDao::findCardId), slotOf(&DocumentsDao::updateCard) + 1);
     QCOMPARE(slotOf(&DocumentsDao::readCard), slotOf(&DocumentsDao::findCardId) + 1);

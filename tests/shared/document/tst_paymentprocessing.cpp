@@ -16,7 +16,7 @@ class TestPaymentProcessing : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void currencies_data();
     void currencies();
     void processingIsThatOfTheCurrency();
@@ -35,7 +35,7 @@ private:
         u"[processing]\n643 = http://rub.test/pay\n840 = https://usd.test/pay\n"_s};
 };
 
-void TestPaymentProcessing::operationsStandInTheirOrder()
+void TestPaymentProcessing::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&PaymentProcessingFactory::prepare), 0);
     QVERIFY(slotOf(&PaymentProcessingFactory::getProcessing) > 0);

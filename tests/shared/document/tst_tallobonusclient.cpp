@@ -91,7 +91,7 @@ class TestTalloBonusClient : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void operations_data();
     void operations();
     void dates_data();
@@ -117,7 +117,7 @@ void TestTalloBonusClient::initTestCase()
     tzset();
 }
 
-void TestTalloBonusClient::operationsStandInTheirOrder()
+void TestTalloBonusClient::operationsKeepTheirPlaces()
 {
     // clang-format off
     const QList<int> places = {

@@ -83,7 +83,7 @@ class TestHttpServer : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void sendResponseIsTheFirstOwnOperation();
+    void operationsKeepTheirPlaces();
 
     void answerIsSentLetterByLetter();
     void everyVerbArrives_data();
@@ -128,7 +128,7 @@ private Q_SLOTS:
     void curlReusesItsConnection();
 };
 
-void TestHttpServer::sendResponseIsTheFirstOwnOperation()
+void TestHttpServer::operationsKeepTheirPlaces()
 {
     // Behind the destructors and the five operations for events of QObject.
     struct Next : QObject

@@ -74,7 +74,7 @@ class TestRestClient : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void operations_data();
     void operations();
     void callersHeadersWin();
@@ -144,7 +144,7 @@ private Q_SLOTS:
     void errorTextsHoldNoSecret();
 };
 
-void TestRestClient::operationsStandInTheirOrder()
+void TestRestClient::operationsKeepTheirPlaces()
 {
     using Client = RestClient;
     using Url = const QUrl &;

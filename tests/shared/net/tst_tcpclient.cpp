@@ -98,7 +98,7 @@ class TestTcpClient : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void bytesArrive();
     void hostIsFound_data();
     void hostIsFound();
@@ -119,7 +119,7 @@ private Q_SLOTS:
     void worksInAThreadWithoutEventLoop();
 };
 
-void TestTcpClient::operationsStandInTheirOrder()
+void TestTcpClient::operationsKeepTheirPlaces()
 {
     struct Next : QObject
     {

@@ -130,7 +130,7 @@ class TstMfgInterface : public QObject
 private Q_SLOTS:
     void init() { settings.set(someSettings); }
 
-    void operationsStandInTheirOrder();
+    void operationsKeepTheirPlaces();
     void settingsAreReadInTheirOrder();
     void verificationBrandFollowsTheBrand();
     void configIsMadeWhenThereIsNone();
@@ -163,7 +163,7 @@ private:
     TestSettings settings;
 };
 
-void TstMfgInterface::operationsStandInTheirOrder()
+void TstMfgInterface::operationsKeepTheirPlaces()
 {
     // Two places in front are the destructor's.
     using mfg::Interface;
