@@ -1,7 +1,7 @@
 #include "benchmarks/receiver.h"
 
 Receiver::Receiver()
-    : peer([this, ok = HttpReceiver::reply(200)](const HttpReceiver::Request &request) {
+    : peer([this, ok = rig::FastPeer::reply(200)](const rig::FastPeer::Request &request) {
         count(request);
         return ok;
     })
@@ -29,7 +29,7 @@ Receiver::Drain Receiver::drain() const
     return current;
 }
 
-void Receiver::count(const HttpReceiver::Request &request)
+void Receiver::count(const rig::FastPeer::Request &request)
 {
     const std::scoped_lock lock(mutex);
     if (current.requests++ == 0) {

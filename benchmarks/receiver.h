@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/support/httpreceiver.h"
+#include "rig/fastpeer.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -13,7 +13,7 @@
 class Receiver
 {
 public:
-    using Clock = HttpReceiver::Clock;
+    using Clock = rig::FastPeer::Clock;
 
     struct Drain
     {
@@ -39,7 +39,7 @@ public:
     Drain drain() const;
 
 private:
-    void count(const HttpReceiver::Request &request);
+    void count(const rig::FastPeer::Request &request);
 
     mutable std::mutex mutex;
     std::condition_variable arrived;
@@ -47,5 +47,5 @@ private:
     int awaited = 0;
     Drain current;
     /// Calls from a thread of its own, so it ends before the rest.
-    HttpReceiver peer;
+    rig::FastPeer peer;
 };

@@ -125,7 +125,7 @@ class MariaDbTable final : public Table
 {
 public:
     explicit MariaDbTable(const QString &folder)
-        : server(MariaDbServer::Durability::OfTills, folder)
+        : server(rig::MariaDbServer::Durability::OfTills, folder)
         , connection(mysql_init(nullptr))
     {
         if (!mysql_real_connect(connection, nullptr, "root", nullptr, "queues", 0,
@@ -188,7 +188,7 @@ private:
 
     [[noreturn]] void failOnServer() { fail(QString::fromUtf8(mysql_error(connection))); }
 
-    MariaDbServer server;
+    rig::MariaDbServer server;
     MYSQL *const connection;
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/support/mariadbserver.h"
+#include "rig/mariadbserver.h"
 
 #include <QString>
 #include <QStringList>

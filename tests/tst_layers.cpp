@@ -55,12 +55,33 @@ const QList<Layer> house{
 };
 // clang-format on
 
-/// Programs beside the service look into it; nothing in it looks at them.
-const QStringList besideTheHouse{u"tools"_s, u"tests"_s, u"benchmarks"_s};
+const QStringList wholeHouse{u"app"_s, u"handlers"_s, u"engine"_s, u"shared"_s};
 
-bool isBeside(const QString &folder)
+// clang-format off
+/// What is beside the house: nothing in the house knows it. Here a name stands for the folder and those below it.
+const QList<Layer> besideTheHouse{
+    {u"tests"_s,           wholeHouse + QStringList{u"rig"_s, u"tools"_s}},
+    {u"benchmarks"_s,      wholeHouse + QStringList{u"rig"_s}},
+    {u"tools/queuectl"_s,  {u"handlers"_s, u"engine"_s, u"shared"_s, u"tools/catalogue"_s}},
+    {u"tools/stand"_s,     {u"rig"_s}},
+    {u"tools/catalogue"_s, {}},
+    {u"rig"_s,             {u"shared"_s}},
+};
+// clang-format on
+
+bool isIn(const QString &folder, const QString &top)
 {
-    return besideTheHouse.contains(folder.section(u'/', 0, 0));
+    return folder == top || folder.startsWith(top + u'/');
+}
+
+/// The row of `folder`; null for one of the house.
+const Layer *besideLayerOf(const QString &folder)
+{
+    for (const Layer &layer : besideTheHouse) {
+        if (isIn(folder, layer.folder))
+            return &layer;
+    }
+    return nullptr;
 }
 
 QString folderOf(const QString &file)
@@ -107,14 +128,11 @@ QString fault(const QString &file, const QString &included, bool inQuotes)
     const QString target = folderOf(included);
     if (target == folder)
         return {};
-    if (isBeside(folder)) {
-        const QString own = folder.section(u'/', 0, 0);
-        const QString other = target.section(u'/', 0, 0);
-        // Tests try the tools, and the benchmarks borrow the servers of the tests.
-        return !isBeside(target) || other == own || (own == u"tests" && other == u"tools")
-                       || (own == u"benchmarks" && target == u"tests/support")
-                   ? QString()
-                   : u"%1 does not know %2"_s.arg(own, other);
+    if (const Layer *beside = besideLayerOf(folder)) {
+        const QStringList known = beside->below + QStringList{beside->folder};
+        const bool isKnown = std::any_of(known.begin(), known.end(),
+                                         [&](const QString &top) { return isIn(target, top); });
+        return isKnown ? QString() : u"%1 does not know %2"_s.arg(beside->folder, target);
     }
     const Layer *layer = layerOf(folder);
     if (!layer)
@@ -151,8 +169,8 @@ QList<Include> includesOf(const QString &path)
 QStringList sources()
 {
     QStringList result;
-    const QStringList tops{u"app"_s,   u"handlers"_s, u"engine"_s,    u"shared"_s,
-                           u"tools"_s, u"tests"_s,    u"benchmarks"_s};
+    const QStringList tops{u"app"_s,   u"handlers"_s, u"engine"_s, u"shared"_s,
+                           u"tools"_s, u"rig"_s,      u"tests"_s,  u"benchmarks"_s};
     for (const QString &top : tops) {
         QDirIterator files(sourceDir() + u'/' + top, {u"*.h"_s, u"*.cpp"_s}, QDir::Files,
                            QDirIterator::Subdirectories);
@@ -201,9 +219,19 @@ void TestLayers::rule_data()
     QTest::newRow("up to the engine") << u"shared/net/x.cpp"_s    << u"engine/dao.h"_s        << quotes << u"shared/net does not know engine"_s;
     QTest::newRow("inside the slice") << u"shared/log4qt/helpers/x.cpp"_s << u"log4qt/logger.h"_s << quotes << QString();
     QTest::newRow("to the tests")    << u"shared/core/x.cpp"_s    << u"tests/support/queuedatabase.h"_s << quotes << u"shared/core does not know tests/support"_s;
-    QTest::newRow("tool to tests")   << u"tools/stand/x.cpp"_s    << u"tests/support/queuedatabase.h"_s << quotes << u"tools does not know tests"_s;
-    QTest::newRow("bench to servers") << u"benchmarks/x.cpp"_s    << u"tests/support/mariadbserver.h"_s << quotes << QString();
-    QTest::newRow("bench to a test") << u"benchmarks/x.cpp"_s     << u"tests/faults/form.h"_s << quotes << u"benchmarks does not know tests"_s;
+    QTest::newRow("tool to tests")   << u"tools/stand/x.cpp"_s    << u"tests/support/queuedatabase.h"_s << quotes << u"tools/stand does not know tests/support"_s;
+    QTest::newRow("test to a tool")  << u"tests/tools/stand/x.cpp"_s << u"tools/stand/scenario.h"_s << quotes << QString();
+    QTest::newRow("test to the rig") << u"tests/engine/x.cpp"_s   << u"rig/mariadbserver.h"_s << quotes << QString();
+    QTest::newRow("bench to the rig") << u"benchmarks/x.cpp"_s    << u"rig/mariadbserver.h"_s << quotes << QString();
+    QTest::newRow("bench to a test") << u"benchmarks/x.cpp"_s     << u"tests/faults/form.h"_s << quotes << u"benchmarks does not know tests/faults"_s;
+    QTest::newRow("bench to a tool") << u"benchmarks/x.cpp"_s     << u"tools/stand/scenario.h"_s << quotes << u"benchmarks does not know tools/stand"_s;
+    QTest::newRow("stand to the rig") << u"tools/stand/x.cpp"_s   << u"rig/scriptedpeer.h"_s << quotes << QString();
+    QTest::newRow("stand to the service") << u"tools/stand/x.cpp"_s << u"engine/dao.h"_s << quotes << u"tools/stand does not know engine"_s;
+    QTest::newRow("rig to the ground") << u"rig/x.cpp"_s          << u"shared/core/tr.h"_s << quotes << QString();
+    QTest::newRow("rig to the engine") << u"rig/x.cpp"_s          << u"engine/dao.h"_s << quotes << u"rig does not know engine"_s;
+    QTest::newRow("rig to the stand") << u"rig/x.cpp"_s           << u"tools/stand/scenario.h"_s << quotes << u"rig does not know tools/stand"_s;
+    QTest::newRow("tool to a tool")  << u"tools/catalogue/x.cpp"_s << u"tools/stand/scenario.h"_s << quotes << u"tools/catalogue does not know tools/stand"_s;
+    QTest::newRow("service to the rig") << u"app/x.cpp"_s         << u"rig/messagetable.h"_s << quotes << u"app does not know rig"_s;
     QTest::newRow("new folder")      << u"shared/new/x.cpp"_s     << u"shared/core/tr.h"_s    << quotes << u"the folder shared/new has no place in the house"_s;
     QTest::newRow("not from root")   << u"shared/core/x.cpp"_s    << u"tr.h"_s                << quotes << u"no such file from the root of the project"_s;
     QTest::newRow("angle brackets")  << u"shared/net/x.cpp"_s     << u"shared/core/tr.h"_s    << angles << u"a header of ours is included in quotes"_s;

@@ -1,8 +1,8 @@
 #include "app/queue.h"
+#include "rig/portreservation.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
-#include "tools/stand/portreservation.h"
 
 #include <QFile>
 #include <QJsonDocument>
@@ -50,14 +50,14 @@ private:
 
     std::unique_ptr<QueueDatabase> database;
     std::unique_ptr<Queue> queue;
-    std::unique_ptr<stand::PortReservation> reservation;
+    std::unique_ptr<rig::PortReservation> reservation;
     quint16 port = 0;
 };
 
 void TstQueue::init()
 {
     database = std::make_unique<QueueDatabase>();
-    reservation = std::make_unique<stand::PortReservation>();
+    reservation = std::make_unique<rig::PortReservation>();
     reservation->lend();
     port = reservation->port();
 }

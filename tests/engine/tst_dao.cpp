@@ -1,9 +1,9 @@
 #include "engine/dao.h"
+#include "rig/mariadbserver.h"
 #include "shared/core/basicexception.h"
 #include "shared/core/connectionfactory.h"
 #include "shared/core/singleton.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/mariadbserver.h"
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
 
@@ -19,6 +19,7 @@
 #include <thread>
 
 using namespace Qt::StringLiterals;
+using rig::MariaDbServer;
 
 namespace {
 

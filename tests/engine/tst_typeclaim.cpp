@@ -1,7 +1,7 @@
 #include "engine/basichandler.h"
+#include "rig/mariadbserver.h"
 #include "shared/core/serverlock.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/mariadbserver.h"
 #include "tests/support/queuedatabase.h"
 
 #include <QSqlDatabase>
@@ -9,6 +9,7 @@
 #include <QTest>
 
 using namespace Qt::StringLiterals;
+using rig::MariaDbServer;
 
 namespace {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/support/mariadbserver.h"
+#include "rig/mariadbserver.h"
 
 #include <QFile>
 
@@ -9,7 +9,7 @@ namespace faults {
 using namespace Qt::StringLiterals;
 
 /// Ends one connection, if it is still there.
-inline void killConnection(MariaDbServer &server, const QByteArray &id)
+inline void killConnection(rig::MariaDbServer &server, const QByteArray &id)
 {
     server.run(
         u"DELIMITER //\nBEGIN NOT ATOMIC DECLARE CONTINUE HANDLER FOR 1094 BEGIN END; KILL %1; END//\n"_s
@@ -17,7 +17,7 @@ inline void killConnection(MariaDbServer &server, const QByteArray &id)
 }
 
 /// The connections that the till has, by their ids.
-inline QByteArrayList connections(MariaDbServer &server)
+inline QByteArrayList connections(rig::MariaDbServer &server)
 {
     QByteArrayList ids =
         server
@@ -29,7 +29,7 @@ inline QByteArrayList connections(MariaDbServer &server)
 }
 
 /// Aside, so that nobody new finds the server, or back.
-inline bool moveSocket(const MariaDbServer &server, bool away)
+inline bool moveSocket(const rig::MariaDbServer &server, bool away)
 {
     const QString aside = server.socket() + u".aside"_s;
     return away ? QFile::rename(server.socket(), aside) : QFile::rename(aside, server.socket());

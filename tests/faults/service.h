@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/stand/portreservation.h"
+#include "rig/portreservation.h"
 
 #include <QJsonObject>
 #include <QProcess>
@@ -50,7 +50,7 @@ private:
     QProcess process;
     QString logPath;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    stand::PortReservation port;
+    rig::PortReservation port;
     bool obeysFileRights = false;
 };
 

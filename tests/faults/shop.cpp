@@ -2,7 +2,7 @@
 
 #include "engine/basichandler.h"
 #include "handlers/handlertable.h"
-#include "tools/stand/authority.h"
+#include "rig/authority.h"
 
 #include <QDir>
 #include <QEventLoop>
@@ -12,8 +12,8 @@
 #include <thread>
 
 using namespace Qt::StringLiterals;
-using stand::Peer;
-using stand::PeerScript;
+using rig::PeerScript;
+using rig::ScriptedPeer;
 
 namespace faults {
 
@@ -24,7 +24,7 @@ int lastId = 0;
 
 QString nobodysAddress(quint16 port)
 {
-    return Peer::address(PeerScript::Kind::Http, port);
+    return ScriptedPeer::address(PeerScript::Kind::Http, port);
 }
 
 } // namespace
@@ -45,13 +45,13 @@ stand::Scenario scenarioOf(const stand::ScenarioSource &source)
 Shop::Shop(const stand::ScenarioSource &source)
     : factory(handlerTable())
 {
-    const stand::PortReservation nobody;
+    const rig::PortReservation nobody;
     stand::Places places{{u"root"_s, database.root()},
                          {u"nobody"_s, nobodysAddress(nobody.port())},
                          {u"nobody.port"_s, QString::number(nobody.port())}};
     for (const PeerScript &script : source.peers()) {
-        auto peer = std::make_unique<Peer>();
-        places.insert(script.name, Peer::address(script.kind, peer->port()));
+        auto peer = std::make_unique<ScriptedPeer>();
+        places.insert(script.name, ScriptedPeer::address(script.kind, peer->port()));
         places.insert(script.name + u".host"_s, u"127.0.0.1"_s);
         places.insert(script.name + u".port"_s, QString::number(peer->port()));
         peers.emplace(script.name, std::move(peer));
@@ -65,7 +65,7 @@ void Shop::fill()
 {
     database.query(u"DELETE FROM message"_s);
     database.query(u"DELETE FROM queues.documentcard"_s);
-    for (const stand::CardRow &card : std::as_const(scenario.cards)) {
+    for (const rig::CardRow &card : std::as_const(scenario.cards)) {
         const QStringList columns = card.keys();
         QVariantList values;
         for (const QString &value : card)
@@ -86,7 +86,7 @@ void Shop::fill()
 bool Shop::runPass()
 {
     for (const PeerScript &script : std::as_const(scenario.peers))
-        peers.at(script.name)->play(script, &stand::Authority::shared());
+        peers.at(script.name)->play(script, &rig::Authority::shared());
     bool hasThrown = false;
     QEventLoop loop;
     std::thread worker([&] {
@@ -137,14 +137,14 @@ void Shop::writeFiles()
     }
     for (auto entry = scenario.certificates.cbegin(); entry != scenario.certificates.cend();
          ++entry)
-        stand::Authority::shared().writeClientCertificate(place(entry.key()), entry.value());
+        rig::Authority::shared().writeClientCertificate(place(entry.key()), entry.value());
 }
 
 void Shop::writeSettings()
 {
     auto settings = scenario.settings;
     if (scenario.hasTls())
-        settings[u"network"_s].insert(u"caFile"_s, stand::Authority::shared().file());
+        settings[u"network"_s].insert(u"caFile"_s, rig::Authority::shared().file());
     QString text;
     for (auto section = settings.cbegin(); section != settings.cend(); ++section) {
         text += u"[%1]\n"_s.arg(section.key());

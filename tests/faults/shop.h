@@ -2,8 +2,8 @@
 
 #include "engine/handlerfactory.h"
 #include "engine/sharedstate.h"
+#include "rig/scriptedpeer.h"
 #include "tests/support/queuedatabase.h"
-#include "tools/stand/peer.h"
 #include "tools/stand/scenario.h"
 
 #include <map>
@@ -37,14 +37,14 @@ public:
     /// The requests so far, in all passes.
     int arrived() const;
     /// What the peers play from the next pass on.
-    QList<stand::PeerScript> &scripts() { return scenario.peers; }
+    QList<rig::PeerScript> &scripts() { return scenario.peers; }
 
 private:
     void writeFiles();
     void writeSettings();
 
     QueueDatabase database;
-    std::map<QString, std::unique_ptr<stand::Peer>> peers;
+    std::map<QString, std::unique_ptr<rig::ScriptedPeer>> peers;
     stand::Scenario scenario;
     HandlerFactory factory;
     std::shared_ptr<SharedState> state;

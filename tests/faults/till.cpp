@@ -1,7 +1,7 @@
 #include "tests/faults/till.h"
 
-#include "tools/stand/scenarioerror.h"
-#include "tools/stand/waiting.h"
+#include "rig/error.h"
+#include "rig/waiting.h"
 
 #include <QDir>
 #include <QEventLoop>
@@ -48,13 +48,13 @@ Till::Till(const QString &settings, const QMap<QString, QString> &environment)
     write(path(u"tallocash/cash/conf/tcash.ini"_s),
           u"[queue]\ntimeout = 1\nport = %1\n"_s.arg(port.port()) + settings);
     try {
-        stand::DatabasePlace place;
+        rig::DatabasePlace place;
         place.file = path(u"tallocash/cash/queue/queues.db"_s);
-        table = std::make_unique<stand::MessageTable>(place);
+        table = std::make_unique<rig::MessageTable>(place);
         table->createTables();
-        process = std::make_unique<stand::ServiceProcess>(QStringLiteral(QUEUE_PROGRAM),
-                                                          folder.path(), environment);
-    } catch (const stand::ScenarioError &error) {
+        process = std::make_unique<rig::ServiceProcess>(QStringLiteral(QUEUE_PROGRAM),
+                                                        folder.path(), environment);
+    } catch (const rig::Error &error) {
         qFatal("%s", qPrintable(error.text()));
     }
 }
@@ -65,10 +65,10 @@ void Till::start()
 {
     try {
         process->start();
-    } catch (const stand::ScenarioError &error) {
+    } catch (const rig::Error &error) {
         qFatal("%s", qPrintable(error.text()));
     }
-    const bool isUp = stand::waitUntil(
+    const bool isUp = rig::waitUntil(
         [this] { return process->hasEnded() || ask("/status").contains("messagesCount"); });
     if (!isUp || process->hasEnded())
         qFatal("the service does not start:\n%s%s", qPrintable(process->logText()),
@@ -77,13 +77,13 @@ void Till::start()
 
 int Till::put(const QString &type, const QJsonObject &body, const QString &cardNumber)
 {
-    stand::QueuedMessage message;
-    message.type = type;
-    message.body = QString::fromUtf8(QJsonDocument(body).toJson(QJsonDocument::Compact));
-    message.cardNumber = cardNumber;
+    rig::TableRow row;
+    row.type = type;
+    row.body = QString::fromUtf8(QJsonDocument(body).toJson(QJsonDocument::Compact));
+    row.cardNumber = cardNumber;
     try {
-        return table->put(message);
-    } catch (const stand::ScenarioError &error) {
+        return table->put(row);
+    } catch (const rig::Error &error) {
         qFatal("%s", qPrintable(error.text()));
     }
 }
@@ -92,10 +92,10 @@ QList<int> Till::ids()
 {
     QList<int> result;
     try {
-        const QList<stand::TableRow> rows = table->rows();
-        for (const stand::TableRow &row : rows)
+        const QList<rig::TableRow> rows = table->rows();
+        for (const rig::TableRow &row : rows)
             result.append(row.id);
-    } catch (const stand::ScenarioError &error) {
+    } catch (const rig::Error &error) {
         qFatal("%s", qPrintable(error.text()));
     }
     return result;
@@ -105,26 +105,26 @@ void Till::remove(int id)
 {
     try {
         table->remove(id);
-    } catch (const stand::ScenarioError &error) {
+    } catch (const rig::Error &error) {
         qFatal("%s", qPrintable(error.text()));
     }
 }
 
 bool Till::waitUntilRemoved(int id)
 {
-    return stand::waitUntil([this, id] { return !isIn(id); });
+    return rig::waitUntil([this, id] { return !isIn(id); });
 }
 
 bool Till::waitForEnds(const QString &type, int count)
 {
-    return stand::waitUntil([&] { return process->hasEnded() || process->ends(type) >= count; })
+    return rig::waitUntil([&] { return process->hasEnded() || process->ends(type) >= count; })
            && !process->hasEnded();
 }
 
 QStringList Till::lines(const QString &category) const
 {
     QStringList result;
-    for (const stand::LogRecord &record : process->log()) {
+    for (const rig::LogRecord &record : process->log()) {
         if (record.category == category)
             result.append(record.text);
     }

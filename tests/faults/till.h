@@ -1,8 +1,8 @@
 #pragma once
 
-#include "tools/stand/messagetable.h"
-#include "tools/stand/portreservation.h"
-#include "tools/stand/serviceprocess.h"
+#include "rig/messagetable.h"
+#include "rig/portreservation.h"
+#include "rig/serviceprocess.h"
 
 #include <QJsonObject>
 #include <QList>
@@ -28,7 +28,7 @@ public:
 
     /// Returns when the control interface answers.
     void start();
-    stand::ServiceProcess &service() { return *process; }
+    rig::ServiceProcess &service() { return *process; }
     /// A file below the till's folder.
     QString path(const QString &name) const { return folder.filePath(name); }
     int controlPort() const { return port.port(); }
@@ -38,7 +38,7 @@ public:
     QList<int> ids();
     bool isIn(int id) { return ids().contains(id); }
     void remove(int id);
-    /// False when the row does not go within the patience of stand::waitUntil().
+    /// False when the row does not go within the patience of rig::waitUntil().
     bool waitUntilRemoved(int id);
     /// Until at least so many workers of the type have ended since the start.
     bool waitForEnds(const QString &type, int count);
@@ -61,9 +61,9 @@ private:
     qint64 statusField(const QByteArray &name) const;
 
     QTemporaryDir folder;
-    stand::PortReservation port;
-    std::unique_ptr<stand::ServiceProcess> process;
-    std::unique_ptr<stand::MessageTable> table;
+    rig::PortReservation port;
+    std::unique_ptr<rig::ServiceProcess> process;
+    std::unique_ptr<rig::MessageTable> table;
 };
 
 /// The promise of memory is for the program as it is delivered: a sanitizer's own bookkeeping takes many

@@ -7,6 +7,7 @@
 #include <charconv>
 
 using namespace Qt::StringLiterals;
+using rig::FastPeer;
 
 namespace faults {
 
@@ -34,7 +35,7 @@ const QStringList &Traffic::types()
 }
 
 Traffic::Traffic()
-    : receiver([this](const HttpReceiver::Request &request) { return answer(request); })
+    : receiver([this](const FastPeer::Request &request) { return answer(request); })
 {
 }
 
@@ -151,7 +152,7 @@ bool Traffic::waitFor(const std::function<bool(const Counts &)> &condition,
     return changed.wait_for(lock, limit, [&] { return condition(counts_); });
 }
 
-std::string Traffic::answer(const HttpReceiver::Request &request)
+std::string Traffic::answer(const FastPeer::Request &request)
 {
     std::unique_lock lock(mutex);
     if (holdFrom >= 0 && counts_.requests >= holdFrom) {
@@ -176,27 +177,27 @@ std::string Traffic::judge(const QString &type, int number, std::string_view tar
 {
     if (type == u"raiffeisensbp") {
         if (target.find("/code") != std::string::npos)
-            return refuse(number) ? HttpReceiver::reply(503)
-                                  : HttpReceiver::reply(200, R"({"qrStatus":"PAID"})");
+            return refuse(number) ? FastPeer::reply(503)
+                                  : FastPeer::reply(200, R"({"qrStatus":"PAID"})");
         if (target.find("/refund") != std::string::npos)
-            return HttpReceiver::reply(200, "{}");
+            return FastPeer::reply(200, "{}");
         finish(type, number);
-        return HttpReceiver::reply(200, R"({"refundStatus":"COMPLETED"})");
+        return FastPeer::reply(200, R"({"refundStatus":"COMPLETED"})");
     }
 
     const bool isRefused = refuse(number);
     if (!isRefused)
         finish(type, number);
     if (type == u"megar")
-        return HttpReceiver::reply(200, isRefused ? "<Trn><Rspn>DECL</Rspn></Trn>"
-                                                  : "<Trn><Rspn>APPR</Rspn></Trn>");
+        return FastPeer::reply(200, isRefused ? "<Trn><Rspn>DECL</Rspn></Trn>"
+                                              : "<Trn><Rspn>APPR</Rspn></Trn>");
     if (type == u"loymax") {
-        return HttpReceiver::reply(
-            200, isRefused ? "<r><DiscountResponse ErrorCode=\"1\"/></r>"
-                           : "<r><DiscountResponse ErrorCode=\"0\" TransactionID=\"t-"
-                                 + std::to_string(number) + "\"/></r>");
+        return FastPeer::reply(200, isRefused
+                                        ? "<r><DiscountResponse ErrorCode=\"1\"/></r>"
+                                        : "<r><DiscountResponse ErrorCode=\"0\" TransactionID=\"t-"
+                                              + std::to_string(number) + "\"/></r>");
     }
-    return HttpReceiver::reply(isRefused ? 503 : 200);
+    return FastPeer::reply(isRefused ? 503 : 200);
 }
 
 bool Traffic::refuse(int number)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/support/httpreceiver.h"
+#include "rig/fastpeer.h"
 
 #include <QHash>
 #include <QSet>
@@ -80,7 +80,7 @@ public:
                  std::chrono::microseconds limit) const;
 
 private:
-    std::string answer(const HttpReceiver::Request &request);
+    std::string answer(const rig::FastPeer::Request &request);
     std::string judge(const QString &type, int number, std::string_view target);
     bool refuse(int number);
     void finish(const QString &type, int number);
@@ -96,7 +96,7 @@ private:
     std::condition_variable released;
     int life = 0;
     /// Last, so that its thread ends first.
-    HttpReceiver receiver;
+    rig::FastPeer receiver;
 };
 
 } // namespace faults

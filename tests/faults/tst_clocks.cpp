@@ -1,7 +1,7 @@
+#include "rig/roughpeer.h"
+#include "rig/waiting.h"
 #include "tests/faults/form.h"
-#include "tests/faults/roughpeer.h"
 #include "tests/faults/till.h"
-#include "tools/stand/waiting.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -12,7 +12,7 @@
 #include <chrono>
 
 using namespace Qt::StringLiterals;
-using faults::RoughPeer;
+using rig::RoughPeer;
 
 namespace {
 
@@ -222,14 +222,14 @@ void TestClocks::clockIsSet()
 
     // A clock that was set counts as time that has passed: the fail ids are on the disk.
     if (qAbs(seconds) >= 3600) {
-        QVERIFY(stand::waitUntil([this] {
+        QVERIFY(rig::waitUntil([this] {
             QFile file(till->path(u"tallocash/cash/queue/ids.json"_s));
             return file.open(QIODevice::ReadOnly)
                    && QJsonDocument::fromJson(file.readAll()).isObject();
         }));
     }
     till->remove(refused);
-    QVERIFY(stand::waitUntil([this] { return till->service().isIdle(); }));
+    QVERIFY(rig::waitUntil([this] { return till->service().isIdle(); }));
 
     // Idle, the service hardly takes any time of the processor. This is watched for some ticks.
     const double before = till->processorSeconds();
@@ -237,7 +237,7 @@ void TestClocks::clockIsSet()
     QElapsedTimer timer;
     timer.start();
     const int watchMs = faults::count(1, 20) * tickMs;
-    QVERIFY(stand::waitUntil([&] { return timer.hasExpired(watchMs); }));
+    QVERIFY(rig::waitUntil([&] { return timer.hasExpired(watchMs); }));
     const double load =
         (till->processorSeconds() - before) * 1000 / static_cast<double>(timer.elapsed());
     constexpr double tolerable = 0.1;
@@ -280,9 +280,9 @@ void TestClocks::clockIsSetWithinAPoll()
                                 {u"timeout"_s, 1},
                                 {u"duration"_s, durationMs},
                                 {u"interval"_s, intervalMs}});
-    QVERIFY(stand::waitUntil([&refunds] { return refunds > 0; }));
+    QVERIFY(rig::waitUntil([&refunds] { return refunds > 0; }));
     setClock(offset);
-    QVERIFY(stand::waitUntil([&questions] { return questions > 2; }));
+    QVERIFY(rig::waitUntil([&questions] { return questions > 2; }));
     setClock(u"+0"_s);
     QVERIFY(till->waitUntilRemoved(id));
     const qint64 elapsed = timer.elapsed();

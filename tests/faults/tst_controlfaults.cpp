@@ -1,7 +1,7 @@
+#include "rig/roughpeer.h"
+#include "rig/waiting.h"
 #include "tests/faults/form.h"
-#include "tests/faults/roughpeer.h"
 #include "tests/faults/till.h"
-#include "tools/stand/waiting.h"
 
 #include <QElapsedTimer>
 #include <QJsonDocument>
@@ -18,7 +18,7 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
-using faults::RoughPeer;
+using rig::RoughPeer;
 
 namespace {
 
@@ -255,7 +255,7 @@ void TestControlFaults::slowRequests()
     constexpr int requestMs = 10'000;
     const bool isLong = faults::longForm();
     if (isLong) {
-        QVERIFY(stand::waitUntil([&clients] {
+        QVERIFY(rig::waitUntil([&clients] {
             return std::all_of(clients.cbegin(), clients.cend(),
                                [](const auto &client) { return client->isClosed(); });
         }));
@@ -289,7 +289,7 @@ void TestControlFaults::manyConnections()
             return std::count_if(clients.cbegin(), clients.cend(),
                                  [](const auto &client) { return !client->isClosed(); });
         };
-        QVERIFY2(stand::waitUntil([&] { return countOpen() <= kept; }),
+        QVERIFY2(rig::waitUntil([&] { return countOpen() <= kept; }),
                  QByteArray::number(qint64{countOpen()}));
     }
     qInfo("connections: %d times %d at once", rounds, connections);
@@ -341,7 +341,7 @@ void TestControlFaults::pipelining()
     QVERIFY(till->ask("/status").contains("messagesCount"));
     QVERIFY(!deaf.isClosed());
     if (faults::longForm())
-        QVERIFY(stand::waitUntil([&deaf] { return deaf.fill("x") < 0; }));
+        QVERIFY(rig::waitUntil([&deaf] { return deaf.fill("x") < 0; }));
     qInfo("pipelining: %d requests answered in turn; a client that never reads asked %lld times%s",
           answered, static_cast<long long>(taken / get("/status").size()),
           faults::longForm() ? " before it was ended" : "");
@@ -457,7 +457,7 @@ void TestControlFaults::onlyTheTillItselfIsAnswered()
     QVERIFY(inShop({u"link"_s, u"set"_s, u"till"_s, u"up"_s}));
 
     // The cable carries what is meant for everybody.
-    QVERIFY(stand::waitUntil([&open] { return connects(u"192.0.2.1"_s, open.serverPort()); }));
+    QVERIFY(rig::waitUntil([&open] { return connects(u"192.0.2.1"_s, open.serverPort()); }));
     QVERIFY(!connects(u"192.0.2.1"_s, shop.controlPort()));
     // Nor by the loopback address, sent over the cable.
     QVERIFY(run(u"ip"_s, {u"addr"_s, u"del"_s, u"127.0.0.1/8"_s, u"dev"_s, u"lo"_s}));

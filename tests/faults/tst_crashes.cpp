@@ -1,4 +1,5 @@
 #include "engine/dao.h"
+#include "rig/mariadbserver.h"
 #include "shared/core/config.h"
 #include "shared/core/connectionfactory.h"
 #include "shared/core/fileutils.h"
@@ -8,7 +9,6 @@
 #include "tests/faults/form.h"
 #include "tests/faults/service.h"
 #include "tests/faults/traffic.h"
-#include "tests/support/mariadbserver.h"
 #include "tests/support/queuedatabase.h"
 
 #include <QDir>
@@ -29,6 +29,7 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using rig::MariaDbServer;
 using namespace std::chrono_literals;
 
 namespace {

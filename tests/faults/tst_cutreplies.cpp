@@ -8,7 +8,7 @@
 #include <QTest>
 
 using namespace Qt::StringLiterals;
-using stand::PeerScript;
+using rig::PeerScript;
 
 namespace {
 
@@ -74,7 +74,7 @@ void TstCutReplies::everyType()
     for (PeerScript &script : shop.scripts()) {
         if (script.name != peer)
             continue;
-        stand::Reply &reply = script.exchanges[index].reply;
+        rig::Reply &reply = script.exchanges[index].reply;
         reply = {};
         reply.status = status;
         reply.headers.insert(u"Content-Length"_s, u"1000"_s);

@@ -1,7 +1,7 @@
+#include "rig/mariadbserver.h"
 #include "tests/faults/databaserun.h"
 #include "tests/faults/form.h"
 #include "tests/faults/serverfaults.h"
-#include "tests/support/mariadbserver.h"
 
 #include <QTest>
 
@@ -9,6 +9,7 @@
 
 using namespace Qt::StringLiterals;
 using faults::Run;
+using rig::MariaDbServer;
 
 /// What a database server can do to the service while eight types drain.
 class TstDatabaseFaults : public QObject

@@ -2,10 +2,10 @@
 #include "engine/basichandler.h"
 #include "handlers/forwarding/forwarding.h"
 #include "handlers/handlertable.h"
+#include "rig/fastpeer.h"
 #include "tests/faults/form.h"
 #include "tests/faults/memoryfolder.h"
 #include "tests/faults/traffic.h"
-#include "tests/support/httpreceiver.h"
 #include "tests/support/queuedatabase.h"
 
 #include <log4qt/level.h>
@@ -23,7 +23,8 @@
 #include <random>
 
 using namespace Qt::StringLiterals;
-using Clock = HttpReceiver::Clock;
+using rig::FastPeer;
+using Clock = FastPeer::Clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
 namespace {
@@ -54,7 +55,7 @@ class Peer
 {
 public:
     Peer()
-        : receiver([this](const HttpReceiver::Request &request) { return answer(request); })
+        : receiver([this](const FastPeer::Request &request) { return answer(request); })
     {
     }
 
@@ -80,7 +81,7 @@ public:
     }
 
 private:
-    std::string answer(const HttpReceiver::Request &request)
+    std::string answer(const FastPeer::Request &request)
     {
         const std::scoped_lock lock(mutex);
         if (request.target == "/dead") {
@@ -88,13 +89,13 @@ private:
             return {};
         }
         times.try_emplace(faults::Traffic::numberIn(request.body), request.time);
-        return HttpReceiver::reply(request.target == "/refused" ? 503 : 200);
+        return FastPeer::reply(request.target == "/refused" ? 503 : 200);
     }
 
     mutable std::mutex mutex;
     std::map<int, Clock::time_point> times;
     int dead = 0;
-    HttpReceiver receiver;
+    FastPeer receiver;
 };
 
 /// From the row's writing to its request, in milliseconds.

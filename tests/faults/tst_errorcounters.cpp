@@ -6,6 +6,7 @@
 
 using namespace Qt::StringLiterals;
 using faults::Run;
+using rig::MariaDbServer;
 
 /// The error counter of the control interface while the database server is away. With no rows there are no
 /// workers, so each error in the log is one of the store that the counter tells of.

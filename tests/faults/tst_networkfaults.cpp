@@ -1,13 +1,13 @@
+#include "rig/certificates.h"
+#include "rig/deafport.h"
+#include "rig/loopbackserver.h"
+#include "rig/nginxserver.h"
+#include "rig/roughpeer.h"
+#include "rig/waiting.h"
 #include "shared/net/restclient.h"
 #include "tests/faults/form.h"
-#include "tests/faults/roughpeer.h"
 #include "tests/faults/till.h"
-#include "tests/support/certificates.h"
-#include "tests/support/deafport.h"
-#include "tests/support/loopbackserver.h"
-#include "tests/support/nginxserver.h"
 #include "tests/support/testsettings.h"
-#include "tools/stand/waiting.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
@@ -18,7 +18,11 @@
 #include <variant>
 
 using namespace Qt::StringLiterals;
-using faults::RoughPeer;
+using rig::Certificates;
+using rig::DeafPort;
+using rig::LoopbackServer;
+using rig::NginxServer;
+using rig::RoughPeer;
 
 namespace {
 
@@ -525,7 +529,7 @@ void TestNetworkFaults::wave(faults::Till &till, const QList<Fault> &wave)
                      (label + ": " + QByteArray::number(time)).constData());
     }
     // What is still under way must not run into the next wave.
-    QVERIFY(stand::waitUntil([&till] { return till.service().isIdle(); }));
+    QVERIFY(rig::waitUntil([&till] { return till.service().isIdle(); }));
     if (faults::isMemoryJudged())
         QVERIFY2(
             till.peakMemory() < faults::memoryLimit,
@@ -630,7 +634,7 @@ void TestNetworkFaults::closesKeptConnections()
         return till.lines(type).filter(u"Ошибка при отправке сообщения"_s);
     };
     QVERIFY2(mostLost > 0 || till.ids().isEmpty(), qPrintable(lost().join(u'\n')));
-    QVERIFY(stand::waitUntil([&till] { return till.ids().isEmpty(); }));
+    QVERIFY(rig::waitUntil([&till] { return till.ids().isEmpty(); }));
     QVERIFY2(lost().size() <= mostLost, qPrintable(lost().join(u'\n')));
     QCOMPARE(answers.load(), rows);
 }
@@ -760,7 +764,7 @@ void TestNetworkFaults::largeDocuments()
         return;
     QVERIFY(till.peakMemory() < tillDocumentMemoryLimit);
     // The log keeps the buffers of its longest line, which has the whole message in it.
-    QVERIFY(stand::waitUntil([&] { return till.memory() < before + 32 * 1024; }));
+    QVERIFY(rig::waitUntil([&] { return till.memory() < before + 32 * 1024; }));
 }
 
 /// The two types that speak plain TCP. `dssl` only hands its bytes over, so it is done once it was connected;
@@ -817,7 +821,7 @@ void TestNetworkFaults::tcpPeers()
         attempt.till->start();
         attempt.timer.start();
     }
-    QVERIFY(stand::waitUntil([&attempts] {
+    QVERIFY(rig::waitUntil([&attempts] {
         bool isDone = true;
         for (Attempt &attempt : attempts) {
             if (attempt.dsslMs == 0 && attempt.till->service().ends(u"dssl"_s) > 0)
@@ -879,8 +883,8 @@ void TestNetworkFaults::certificatesStayApart()
     }
     till.start();
     QVERIFY(till.waitForEnds(u"heineken"_s, 1));
-    QVERIFY(stand::waitUntil(
-        [&] { return till.exchangeTimes(u"spasibo"_s).size() >= expected.size(); }));
+    QVERIFY(
+        rig::waitUntil([&] { return till.exchangeTimes(u"spasibo"_s).size() >= expected.size(); }));
 
     static const QRegularExpression seen(u"CN=\\w+|400"_s);
     QStringList subjects;

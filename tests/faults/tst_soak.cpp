@@ -1,6 +1,7 @@
+#include "rig/authority.h"
+#include "rig/messagetable.h"
+#include "rig/textpattern.h"
 #include "tests/faults/form.h"
-#include "tools/stand/authority.h"
-#include "tools/stand/messagetable.h"
 #include "tools/stand/placeholders.h"
 #include "tools/stand/scenario.h"
 
@@ -82,10 +83,10 @@ public:
 
     quint16 portNumber() const { return port; }
 
-    void play(const stand::PeerScript &told, const stand::Authority &authority)
+    void play(const rig::PeerScript &told, const rig::Authority &authority)
     {
         script = told;
-        if (script.kind != stand::PeerScript::Kind::Https)
+        if (script.kind != rig::PeerScript::Kind::Https)
             return;
         tls = QSslConfiguration::defaultConfiguration();
         tls.setLocalCertificate(QSslCertificate(authority.serverCertificate()));
@@ -106,7 +107,7 @@ protected:
             return;
         }
         connect(socket, &QAbstractSocket::disconnected, socket, &QObject::deleteLater);
-        if (script.kind == stand::PeerScript::Kind::Tcp) {
+        if (script.kind == rig::PeerScript::Kind::Tcp) {
             socket->write(script.greeting);
             connect(socket, &QIODevice::readyRead, socket, [this, socket] {
                 socket->readAll();
@@ -114,7 +115,7 @@ protected:
             });
             return;
         }
-        if (script.kind == stand::PeerScript::Kind::Https) {
+        if (script.kind == rig::PeerScript::Kind::Https) {
             socket->setSslConfiguration(tls);
             socket->startServerEncryption();
         }
@@ -175,8 +176,8 @@ private:
 
     void send(QSslSocket &socket, const QString &request)
     {
-        for (const stand::Exchange &exchange : std::as_const(script.exchanges)) {
-            if (!stand::TextPattern(exchange.request).matches(request))
+        for (const rig::Exchange &exchange : std::as_const(script.exchanges)) {
+            if (!rig::TextPattern(exchange.request).matches(request))
                 continue;
             QByteArray head = "HTTP/1.1 " + QByteArray::number(exchange.reply.status) + " OK\r\n";
             for (const auto &[name, value] : exchange.reply.headers.asKeyValueRange())
@@ -194,7 +195,7 @@ private:
     Counts &counts;
     QRandomGenerator &random;
     quint16 port = 0;
-    stand::PeerScript script;
+    rig::PeerScript script;
     QSslConfiguration tls;
 };
 
@@ -275,10 +276,10 @@ private:
     QTemporaryDir root;
     Counts counts;
     QRandomGenerator random{QRandomGenerator::securelySeeded()};
-    std::unique_ptr<stand::Authority> authority;
+    std::unique_ptr<rig::Authority> authority;
     std::vector<std::unique_ptr<FaultyPeer>> peers;
     QList<stand::QueuedMessage> messages;
-    std::unique_ptr<stand::MessageTable> table;
+    std::unique_ptr<rig::MessageTable> table;
     QProcess service;
     int put = 0;
 };
@@ -290,10 +291,10 @@ void TestSoak::initTestCase()
                                 u"/tallocash/cash/queue/config/queue.d"_s, u"/tmp"_s})
         QDir().mkpath(root.path() + path);
     QDir().mkpath(root.filePath(u"authority"_s));
-    authority = std::make_unique<stand::Authority>(root.filePath(u"authority"_s));
-    stand::DatabasePlace place;
+    authority = std::make_unique<rig::Authority>(root.filePath(u"authority"_s));
+    rig::DatabasePlace place;
     place.file = root.path() + u"/tallocash/cash/queue/queues.db"_s;
-    table = std::make_unique<stand::MessageTable>(place);
+    table = std::make_unique<rig::MessageTable>(place);
     table->createTables();
     startPeers();
     startService();
@@ -312,19 +313,19 @@ void TestSoak::startPeers()
             continue;
         stand::Places places{{u"root"_s, root.path()}};
         QMap<QString, FaultyPeer *> byName;
-        for (const stand::PeerScript &script : source.peers()) {
+        for (const rig::PeerScript &script : source.peers()) {
             peers.push_back(std::make_unique<FaultyPeer>(counts, random));
             byName.insert(script.name, peers.back().get());
             const QString port = QString::number(peers.back()->portNumber());
-            const QString scheme = script.kind == stand::PeerScript::Kind::Http    ? u"http://"_s
-                                   : script.kind == stand::PeerScript::Kind::Https ? u"https://"_s
-                                                                                   : QString();
+            const QString scheme = script.kind == rig::PeerScript::Kind::Http    ? u"http://"_s
+                                   : script.kind == rig::PeerScript::Kind::Https ? u"https://"_s
+                                                                                 : QString();
             places.insert(script.name, scheme + u"127.0.0.1:"_s + port);
             places.insert(script.name + u".host"_s, u"127.0.0.1"_s);
             places.insert(script.name + u".port"_s, port);
         }
         const stand::Scenario scenario = source.scenario(places);
-        for (const stand::PeerScript &script : scenario.peers) {
+        for (const rig::PeerScript &script : scenario.peers) {
             if (FaultyPeer *peer = byName.value(script.name))
                 peer->play(script, *authority);
         }
@@ -334,7 +335,7 @@ void TestSoak::startPeers()
             writeFile(root.path() + path, text.toUtf8());
         for (const auto &[path, password] : scenario.certificates.asKeyValueRange())
             authority->writeClientCertificate(root.path() + path, password);
-        for (const stand::CardRow &card : scenario.cards)
+        for (const rig::CardRow &card : scenario.cards)
             table->putCard(card);
         messages.append(scenario.messages.first());
     }
@@ -370,7 +371,7 @@ void TestSoak::putWhatIsDue(qint64 elapsedMs)
     // What a moment of a busy machine held up follows in small portions.
     const qint64 due = std::min<qint64>(elapsedMs * messagesPerSecond / 1000, put + 20);
     for (; put < due; ++put)
-        table->put(messages[put % messages.size()]);
+        table->put(messages[put % messages.size()].row());
 }
 
 void TestSoak::nothingGrows()

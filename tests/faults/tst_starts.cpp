@@ -1,6 +1,6 @@
+#include "rig/fastpeer.h"
 #include "tests/faults/form.h"
 #include "tests/faults/service.h"
-#include "tests/support/httpreceiver.h"
 #include "tests/support/queuedatabase.h"
 
 #include <QJsonDocument>
@@ -14,6 +14,7 @@
 #include <thread>
 
 using namespace Qt::StringLiterals;
+using rig::FastPeer;
 
 namespace {
 
@@ -22,12 +23,12 @@ class Peer
 {
 public:
     Peer()
-        : receiver([this](const HttpReceiver::Request &request) {
+        : receiver([this](const FastPeer::Request &request) {
             int number = 0;
             std::from_chars(request.body.data(), request.body.data() + request.body.size(), number);
             const std::scoped_lock lock(mutex);
             ++arrivals_[number];
-            return HttpReceiver::reply(200);
+            return FastPeer::reply(200);
         })
     {
     }
@@ -48,7 +49,7 @@ public:
 private:
     mutable std::mutex mutex;
     std::map<int, int> arrivals_;
-    HttpReceiver receiver;
+    FastPeer receiver;
 };
 
 /// Forces starts over one connection, always two in one packet, until it is told to end.

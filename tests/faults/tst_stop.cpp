@@ -1,5 +1,5 @@
+#include "rig/loopbackserver.h"
 #include "tests/faults/service.h"
-#include "tests/support/loopbackserver.h"
 #include "tests/support/queuedatabase.h"
 
 #include <QElapsedTimer>
@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using rig::LoopbackServer;
 
 namespace {
 

@@ -1,9 +1,9 @@
+#include "rig/loopbackserver.h"
+#include "rig/mariadbserver.h"
 #include "shared/core/folderlock.h"
 #include "shared/core/serverlock.h"
 #include "tests/faults/serverfaults.h"
 #include "tests/faults/service.h"
-#include "tests/support/loopbackserver.h"
-#include "tests/support/mariadbserver.h"
 
 #include <QDir>
 #include <QFile>
@@ -16,6 +16,8 @@
 #include <csignal>
 
 using namespace Qt::StringLiterals;
+using rig::LoopbackServer;
+using rig::MariaDbServer;
 
 namespace {
 

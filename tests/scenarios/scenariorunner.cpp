@@ -1,5 +1,5 @@
+#include "rig/mariadbserver.h"
 #include "tests/scenarios/secrets.h"
-#include "tests/support/mariadbserver.h"
 #include "tools/stand/scenarioerror.h"
 #include "tools/stand/scenariorun.h"
 
@@ -12,6 +12,7 @@
 #include <memory>
 
 using namespace Qt::StringLiterals;
+using rig::MariaDbServer;
 
 namespace {
 

@@ -81,8 +81,8 @@ Secrets::Secrets(const stand::Scenario &scenario)
         take(password);
     for (auto it = scenario.environment.cbegin(); it != scenario.environment.cend(); ++it)
         takeNamed(it.key(), it.value());
-    for (const stand::PeerScript &peer : scenario.peers) {
-        for (const stand::Exchange &exchange : peer.exchanges) {
+    for (const rig::PeerScript &peer : scenario.peers) {
+        for (const rig::Exchange &exchange : peer.exchanges) {
             const auto sent = exchange.headers.value_or(QMap<QString, QString>());
             for (auto header = sent.cbegin(); header != sent.cend(); ++header)
                 takeNamed(header.key(), header.value());
@@ -95,7 +95,7 @@ Secrets::Secrets(const stand::Scenario &scenario)
     }
 }
 
-QStringList Secrets::leaks(const QList<stand::LogRecord> &log) const
+QStringList Secrets::leaks(const QList<rig::LogRecord> &log) const
 {
     static const QList<QRegularExpression> places = [] {
         QList<QRegularExpression> result;
@@ -105,7 +105,7 @@ QStringList Secrets::leaks(const QList<stand::LogRecord> &log) const
         return result;
     }();
     QStringList result;
-    for (const stand::LogRecord &record : log) {
+    for (const rig::LogRecord &record : log) {
         QString line = record.line();
         for (const QRegularExpression &place : places) {
             const QRegularExpressionMatch match = place.match(line);

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "rig/serviceprocess.h"
 #include "tools/stand/scenario.h"
-#include "tools/stand/serviceprocess.h"
 
 #include <QList>
 #include <QSet>
@@ -28,7 +28,7 @@ public:
 
     const QSet<QString> &values() const { return found; }
     /// The log's records that hold one of them elsewhere than in a place for it; a line for each.
-    QStringList leaks(const QList<stand::LogRecord> &log) const;
+    QStringList leaks(const QList<rig::LogRecord> &log) const;
 
 private:
     void take(const QString &value);

@@ -68,8 +68,8 @@ void TestSecrets::fromOtherPlaces()
     scenario.files.insert(u"/a.ini"_s, u"[atolpay]\ntoken = from-file\n"_s);
     scenario.certificates.insert(u"/a.p12"_s, u"from-certificate"_s);
     scenario.environment.insert(u"TILL_PASSWORD"_s, u"from-environment"_s);
-    stand::PeerScript peer;
-    stand::Exchange exchange;
+    rig::PeerScript peer;
+    rig::Exchange exchange;
     exchange.headers = QMap<QString, QString>{{u"Authorization"_s, u"from-request"_s}};
     exchange.reply.headers.insert(u"Set-Cookie"_s, u"from-reply"_s);
     exchange.reply.body = R"({"access_token": "from-body"})";

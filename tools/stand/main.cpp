@@ -59,14 +59,14 @@ struct Options
     QCommandLineOption answer{u"answer"_s, u"With --port: the body of every answer."_s, u"file"_s};
     // clang-format on
 
-    std::optional<stand::Failure> failure(const QCommandLineParser &parser) const;
+    std::optional<rig::Failure> failure(const QCommandLineParser &parser) const;
     stand::TypeOptions play(const QCommandLineParser &parser) const;
     stand::ShowOptions show(const QCommandLineParser &parser) const;
 };
 
-std::optional<stand::Failure> Options::failure(const QCommandLineParser &parser) const
+std::optional<rig::Failure> Options::failure(const QCommandLineParser &parser) const
 {
-    using stand::Failure;
+    using rig::Failure;
     QList<Failure> failures;
     if (parser.isSet(refuse))
         failures.append({.kind = Failure::Kind::Refuse});
@@ -89,7 +89,7 @@ stand::ShowOptions Options::show(const QCommandLineParser &parser) const
         if (parser.isSet(option))
             throw UsageError(u"--%1 needs --port"_s.arg(option.names().first()));
     }
-    const std::optional<stand::Failure> chosen = failure(parser);
+    const std::optional<rig::Failure> chosen = failure(parser);
     if (!chosen && (parser.isSet(failing) || parser.isSet(lasting)))
         throw UsageError(u"--failing and --for need --refuse, --status, --slow or --close"_s);
 
@@ -122,7 +122,7 @@ stand::TypeOptions Options::play(const QCommandLineParser &parser) const
         result.answer = file.readAll();
     }
     result.failure = failure(parser);
-    if (result.failure && result.failure->kind == stand::Failure::Kind::Status
+    if (result.failure && result.failure->kind == rig::Failure::Kind::Status
         && !parser.isSet(lasting)) {
         // An answer like any other, which may have a body.
         result.status = result.failure->status;
@@ -192,7 +192,7 @@ int main(int argc, char **argv)
     } catch (const UsageError &error) {
         std::fputs(qPrintable(error.text() + u'\n'), stderr);
         return wrongUsage;
-    } catch (const stand::ScenarioError &error) {
+    } catch (const rig::Error &error) {
         std::fputs(qPrintable(error.text() + u'\n'), stderr);
         return notDelivered;
     }

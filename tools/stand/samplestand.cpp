@@ -1,9 +1,9 @@
 #include "tools/stand/samplestand.h"
 
-#include "tools/stand/authority.h"
+#include "rig/authority.h"
+#include "rig/waiting.h"
 #include "tools/stand/scenarioerror.h"
 #include "tools/stand/screen.h"
-#include "tools/stand/waiting.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -73,22 +73,22 @@ void checkTypes(const QStringList &types, const QList<ScenarioSource> &samples)
     }
 }
 
-QString describe(const Failure &failure)
+QString describe(const rig::Failure &failure)
 {
     switch (failure.kind) {
-    case Failure::Kind::Refuse:
+    case rig::Failure::Kind::Refuse:
         return say(u"соединения отклоняются"_s, u"connections are refused"_s);
-    case Failure::Kind::Status:
+    case rig::Failure::Kind::Status:
         return say(u"ответ на всё: %1"_s, u"everything is answered with %1"_s).arg(failure.status);
-    case Failure::Kind::Slow:
+    case rig::Failure::Kind::Slow:
         return say(u"ответы опаздывают на %1 с"_s, u"answers are %1 s late"_s).arg(failure.seconds);
-    case Failure::Kind::Close:
+    case rig::Failure::Kind::Close:
         break;
     }
     return say(u"соединения обрываются без ответа"_s, u"connections end without an answer"_s);
 }
 
-QString peerKey(const ScenarioSource &source, const PeerScript &peer)
+QString peerKey(const ScenarioSource &source, const rig::PeerScript &peer)
 {
     return source.title() + u", "_s + peer.name;
 }
@@ -97,10 +97,10 @@ Places placesOf(const ScenarioSource &source, const QString &root,
                 const QMap<QString, quint16> &ports)
 {
     Places places{{u"root"_s, root}};
-    const QList<PeerScript> peers = source.peers();
-    for (const PeerScript &peer : peers) {
+    const QList<rig::PeerScript> peers = source.peers();
+    for (const rig::PeerScript &peer : peers) {
         const quint16 port = ports.value(peerKey(source, peer));
-        places.insert(peer.name, Peer::address(peer.kind, port));
+        places.insert(peer.name, rig::ScriptedPeer::address(peer.kind, port));
         places.insert(peer.name + u".host"_s, u"127.0.0.1"_s);
         places.insert(peer.name + u".port"_s, QString::number(port));
     }
@@ -151,11 +151,11 @@ QStringList SampleStand::list(const QString &scenarios)
     QStringList result;
     for (const ScenarioSource &sample : samples) {
         QStringList kinds;
-        const QList<PeerScript> peers = sample.peers();
-        for (const PeerScript &peer : peers) {
-            const QString kind = peer.kind == PeerScript::Kind::Tcp     ? u"TCP"_s
-                                 : peer.kind == PeerScript::Kind::Https ? u"HTTPS"_s
-                                                                        : u"HTTP"_s;
+        const QList<rig::PeerScript> peers = sample.peers();
+        for (const rig::PeerScript &peer : peers) {
+            const QString kind = peer.kind == rig::PeerScript::Kind::Tcp     ? u"TCP"_s
+                                 : peer.kind == rig::PeerScript::Kind::Https ? u"HTTPS"_s
+                                                                             : u"HTTP"_s;
             if (!kinds.contains(kind))
                 kinds.append(kind);
         }
@@ -169,13 +169,13 @@ QStringList SampleStand::list(const QString &scenarios)
 void SampleStand::writeSettings()
 {
     // All ports are held until the last one is chosen, so that no two are the same.
-    std::vector<std::unique_ptr<PortReservation>> held;
+    std::vector<std::unique_ptr<rig::PortReservation>> held;
     QMap<QString, quint16> ports;
     QJsonObject portsObject;
     for (const ScenarioSource &source : std::as_const(sources)) {
-        const QList<PeerScript> peers = source.peers();
-        for (const PeerScript &peer : peers) {
-            held.push_back(std::make_unique<PortReservation>());
+        const QList<rig::PeerScript> peers = source.peers();
+        for (const rig::PeerScript &peer : peers) {
+            held.push_back(std::make_unique<rig::PortReservation>());
             ports.insert(peerKey(source, peer), held.back()->port());
             portsObject.insert(peerKey(source, peer), held.back()->port());
         }
@@ -212,10 +212,10 @@ void SampleStand::writeSettings()
     writeFile(portsFile(root), QJsonDocument(portsObject).toJson());
 }
 
-const Authority &SampleStand::openAuthority()
+const rig::Authority &SampleStand::openAuthority()
 {
     if (!authority)
-        authority = std::make_unique<Authority>(root + u"/stand-authority"_s);
+        authority = std::make_unique<rig::Authority>(root + u"/stand-authority"_s);
     return *authority;
 }
 
@@ -236,28 +236,28 @@ void SampleStand::startPeers()
     const QMap<QString, quint16> ports = readPorts();
     for (const ScenarioSource &source : std::as_const(sources)) {
         auto sample = std::make_unique<Sample>();
-        const QList<PeerScript> peers = source.peers();
-        for (const PeerScript &peer : peers) {
+        const QList<rig::PeerScript> peers = source.peers();
+        for (const rig::PeerScript &peer : peers) {
             if (!ports.contains(peerKey(source, peer)))
                 throw ScenarioError(say(u"%1 не описывает образец '%2', сначала нужен вызов с "
                                         "--write-settings"_s,
                                         u"%1 does not know the sample '%2'; call with "
                                         "--write-settings first"_s)
                                         .arg(portsFile(root), source.title()));
-            sample->peers.emplace(peer.name,
-                                  std::make_unique<Peer>(ports.value(peerKey(source, peer))));
+            sample->peers.emplace(
+                peer.name, std::make_unique<rig::ScriptedPeer>(ports.value(peerKey(source, peer))));
         }
         sample->scenario = source.scenario(placesOf(source, root, ports));
         if (sample->scenario.messages.isEmpty() || !sample->scenario.steps.isEmpty())
             throw ScenarioError(u"%1: a sample has messages and no steps"_s.arg(source.title()));
-        for (const PeerScript &script : std::as_const(sample->scenario.peers)) {
-            Peer *peer = sample->peers.at(script.name).get();
+        for (const rig::PeerScript &script : std::as_const(sample->scenario.peers)) {
+            rig::ScriptedPeer *peer = sample->peers.at(script.name).get();
             Sample *shown = sample.get();
-            QObject::connect(peer, &Peer::exchanged, peer,
-                             [this, shown, script](const Traffic &traffic) {
+            QObject::connect(peer, &rig::ScriptedPeer::exchanged, peer,
+                             [this, shown, script](const rig::Traffic &traffic) {
                                  showExchange(*shown, script, traffic);
                              });
-            const bool hasTls = script.kind == PeerScript::Kind::Https;
+            const bool hasTls = script.kind == rig::PeerScript::Kind::Https;
             peer->play(script, hasTls ? &openAuthority() : nullptr);
         }
         sample->isFailing =
@@ -274,30 +274,30 @@ void SampleStand::startPeers()
 
 void SampleStand::putMessages()
 {
-    DatabasePlace place;
+    rig::DatabasePlace place;
     place.file = root + u"/tallocash/cash/queue/queues.db"_s;
     // The service makes the file and its tables at its start.
     const auto isReady = [&] {
         if (!QFile::exists(place.file))
             return false;
         try {
-            table = std::make_unique<MessageTable>(place);
+            table = std::make_unique<rig::MessageTable>(place);
             table->rows();
             return true;
-        } catch (const ScenarioError &) {
+        } catch (const rig::Error &) {
             table.reset();
             return false;
         }
     };
-    if (!waitUntil(isReady))
+    if (!rig::waitUntil(isReady))
         throw ScenarioError(say(u"Служба не создала базу данных %1"_s,
                                 u"The service has not made its database %1"_s)
                                 .arg(place.file));
     for (const auto &sample : samples) {
-        for (const CardRow &card : std::as_const(sample->scenario.cards))
+        for (const rig::CardRow &card : std::as_const(sample->scenario.cards))
             table->putCard(card);
         for (const QueuedMessage &message : std::as_const(sample->scenario.messages))
-            sample->ids.append(table->put(message));
+            sample->ids.append(table->put(message.row()));
     }
 }
 
@@ -310,7 +310,7 @@ bool SampleStand::run()
     putMessages();
     if (options.failure)
         playFailure();
-    const bool isAllDone = waitUntil([this] {
+    const bool isAllDone = rig::waitUntil([this] {
         look();
         return std::all_of(samples.begin(), samples.end(),
                            [](const auto &sample) { return sample->isDone; });
@@ -346,8 +346,8 @@ void SampleStand::playFailure()
 void SampleStand::look()
 {
     QSet<int> left;
-    const QList<TableRow> rows = table->rows();
-    for (const TableRow &row : rows)
+    const QList<rig::TableRow> rows = table->rows();
+    for (const rig::TableRow &row : rows)
         left.insert(row.id);
     for (const auto &sample : samples) {
         if (sample->isDone)
@@ -385,15 +385,17 @@ void SampleStand::look()
     }
 }
 
-void SampleStand::showExchange(Sample &sample, const PeerScript &script, const Traffic &traffic)
+void SampleStand::showExchange(Sample &sample, const rig::PeerScript &script,
+                               const rig::Traffic &traffic)
 {
     // One message may take several requests; only the last line tells what became of it.
     if (!sample.waitingLine.isEmpty())
         print(sample.waitingLine);
-    const QString address = Peer::address(script.kind, sample.peers.at(script.name)->port());
+    const QString address =
+        rig::ScriptedPeer::address(script.kind, sample.peers.at(script.name)->port());
     QString line =
-        u"TCP    %1  %2"_s.arg(address, shortened(QString::fromUtf8(traffic.request.body)));
-    if (script.kind != PeerScript::Kind::Tcp) {
+        u"TCP    %1  %2"_s.arg(address, rig::shortened(QString::fromUtf8(traffic.request.body)));
+    if (script.kind != rig::PeerScript::Kind::Tcp) {
         line = u"%1 %2%3  %4"_s
                    .arg(traffic.request.verb.leftJustified(6), address, traffic.request.target)
                    .arg(traffic.status);

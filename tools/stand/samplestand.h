@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/stand/messagetable.h"
-#include "tools/stand/peer.h"
+#include "rig/messagetable.h"
+#include "rig/scriptedpeer.h"
 #include "tools/stand/scenario.h"
 
 #include <QMap>
@@ -19,7 +19,7 @@ struct ShowOptions
     /// Message types to show; none: all.
     QStringList types = {};
     /// How the services fail before they come to their senses.
-    std::optional<Failure> failure = {};
+    std::optional<rig::Failure> failure = {};
     /// The types whose services fail; none: all that are shown.
     QStringList failingTypes = {};
     int failingSeconds = 10;
@@ -51,7 +51,7 @@ private:
     struct Sample
     {
         Scenario scenario;
-        std::map<QString, std::unique_ptr<Peer>> peers;
+        std::map<QString, std::unique_ptr<rig::ScriptedPeer>> peers;
         /// Rows of this sample that are still in the table.
         QList<int> ids;
         /// An exchange whose line waits for the fate of its message.
@@ -70,21 +70,21 @@ private:
 
     QMap<QString, quint16> readPorts() const;
     /// Made at its first use: most samples need none.
-    const Authority &openAuthority();
+    const rig::Authority &openAuthority();
     void startPeers();
     void putMessages();
     void playFailure();
     void look();
     void show(Sample &sample, const QString &fate, bool isGood);
-    void showExchange(Sample &sample, const PeerScript &script, const Traffic &traffic);
+    void showExchange(Sample &sample, const rig::PeerScript &script, const rig::Traffic &traffic);
     bool sayEnd() const;
 
     QString root;
     ShowOptions options;
     QList<ScenarioSource> sources;
-    std::unique_ptr<Authority> authority;
+    std::unique_ptr<rig::Authority> authority;
     std::vector<std::unique_ptr<Sample>> samples;
-    std::unique_ptr<MessageTable> table;
+    std::unique_ptr<rig::MessageTable> table;
     qsizetype typeWidth = 0;
 };
 

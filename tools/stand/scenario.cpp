@@ -99,9 +99,9 @@ QueuedMessage readMessage(ObjectReader reader, const Outcome &defaultOutcome)
     return message;
 }
 
-Reply readReply(ObjectReader &exchange)
+rig::Reply readReply(ObjectReader &exchange)
 {
-    Reply reply;
+    rig::Reply reply;
     const QString key = u"reply"_s;
     const QJsonValue value = exchange.value(key);
     if (value.isUndefined())
@@ -112,9 +112,9 @@ Reply readReply(ObjectReader &exchange)
     }
     if (value.isString()) {
         const QString manner = exchange.choice(key, {u"close"_s, u"reset"_s, u"silence"_s});
-        reply.manner = manner == u"close"   ? Reply::Manner::Close
-                       : manner == u"reset" ? Reply::Manner::Reset
-                                            : Reply::Manner::Silence;
+        reply.manner = manner == u"close"   ? rig::Reply::Manner::Close
+                       : manner == u"reset" ? rig::Reply::Manner::Reset
+                                            : rig::Reply::Manner::Silence;
         return reply;
     }
     ObjectReader reader = exchange.object(key);
@@ -125,7 +125,7 @@ Reply readReply(ObjectReader &exchange)
         && !reply.headers.contains(u"Content-Type"_s))
         reply.headers.insert(u"Content-Type"_s, u"application/json"_s);
     if (reader.has(u"raw"_s)) {
-        reply.manner = Reply::Manner::Raw;
+        reply.manner = rig::Reply::Manner::Raw;
         reply.body = reader.text(u"raw"_s).toUtf8();
     }
     reply.cutAfter = reader.number(u"cutAfter"_s, -1);
@@ -135,10 +135,10 @@ Reply readReply(ObjectReader &exchange)
     return reply;
 }
 
-Exchange readExchange(ObjectReader reader, PeerScript::Kind kind)
+rig::Exchange readExchange(ObjectReader reader, rig::PeerScript::Kind kind)
 {
-    Exchange exchange;
-    if (kind == PeerScript::Kind::Tcp) {
+    rig::Exchange exchange;
+    if (kind == rig::PeerScript::Kind::Tcp) {
         exchange.body = QString::fromUtf8(readBytes(reader, u"received"_s));
         reader.end();
         return exchange;
@@ -167,8 +167,8 @@ QJsonArray withTemplate(const QJsonObject &content, const QString &single, const
     return result;
 }
 
-QList<Exchange> readExchanges(ObjectReader &reader, const QJsonObject &content,
-                              PeerScript::Kind kind)
+QList<rig::Exchange> readExchanges(ObjectReader &reader, const QJsonObject &content,
+                                   rig::PeerScript::Kind kind)
 {
     const QString single = u"exchange"_s;
     const QString plural = u"exchanges"_s;
@@ -176,7 +176,7 @@ QList<Exchange> readExchanges(ObjectReader &reader, const QJsonObject &content,
         reader.object(single);
     reader.objects(plural);
     const bool isList = content.contains(plural);
-    QList<Exchange> result;
+    QList<rig::Exchange> result;
     const QJsonArray entries = withTemplate(content, single, plural);
     for (const QJsonValue &entry : entries) {
         const QString place = isList ? u"%1[%2]"_s.arg(reader.place(plural)).arg(result.size())
@@ -186,23 +186,23 @@ QList<Exchange> readExchanges(ObjectReader &reader, const QJsonObject &content,
     return result;
 }
 
-PeerScript::Kind kindOf(const QString &kind)
+rig::PeerScript::Kind kindOf(const QString &kind)
 {
-    return kind == u"tcp"     ? PeerScript::Kind::Tcp
-           : kind == u"https" ? PeerScript::Kind::Https
-                              : PeerScript::Kind::Http;
+    return kind == u"tcp"     ? rig::PeerScript::Kind::Tcp
+           : kind == u"https" ? rig::PeerScript::Kind::Https
+                              : rig::PeerScript::Kind::Http;
 }
 
-PeerScript readPeer(const QString &name, ObjectReader reader, const QJsonObject &content)
+rig::PeerScript readPeer(const QString &name, ObjectReader reader, const QJsonObject &content)
 {
-    PeerScript peer;
+    rig::PeerScript peer;
     peer.name = name;
     peer.kind = kindOf(reader.choice(u"kind"_s, {u"http"_s, u"https"_s, u"tcp"_s}));
     peer.listening = reader.flag(u"listening"_s, true);
     peer.anyOrder = reader.flag(u"anyOrder"_s);
-    if (peer.kind == PeerScript::Kind::Https)
+    if (peer.kind == rig::PeerScript::Kind::Https)
         peer.wantsClientCertificate = reader.flag(u"clientCertificate"_s);
-    if (peer.kind == PeerScript::Kind::Tcp)
+    if (peer.kind == rig::PeerScript::Kind::Tcp)
         peer.greeting = readBytes(reader, u"greeting"_s);
     peer.exchanges = readExchanges(reader, content, peer.kind);
     reader.end();
@@ -267,14 +267,14 @@ Step readStep(ObjectReader reader, const QJsonValue &messageTemplate, const Outc
     reader.complain(u"(step)"_s, u"one of %1 is wanted here"_s.arg(names.join(u", "_s)));
 }
 
-QList<CardRow> readCards(ObjectReader &reader, const QString &key)
+QList<rig::CardRow> readCards(ObjectReader &reader, const QString &key)
 {
     static const QStringList columns{u"id"_s, u"chequenumber"_s, u"cardnumber"_s, u"operationid"_s,
                                      u"operationinfo"_s};
-    QList<CardRow> result;
+    QList<rig::CardRow> result;
     const QList<ObjectReader> rows = reader.objects(key);
     for (ObjectReader row : rows) {
-        CardRow card;
+        rig::CardRow card;
         for (const QString &column : columns) {
             const QJsonValue value = row.value(column);
             card.insert(column, value.isObject() ? QString::fromUtf8(bytesOf(value))
@@ -356,14 +356,15 @@ QJsonValue merged(const QJsonValue &base, const QJsonValue &patch)
 
 bool Scenario::hasTls() const
 {
-    return std::any_of(peers.cbegin(), peers.cend(),
-                       [](const PeerScript &peer) { return peer.kind == PeerScript::Kind::Https; });
+    return std::any_of(peers.cbegin(), peers.cend(), [](const rig::PeerScript &peer) {
+        return peer.kind == rig::PeerScript::Kind::Https;
+    });
 }
 
-QStringList placeNames(const QList<PeerScript> &peers)
+QStringList placeNames(const QList<rig::PeerScript> &peers)
 {
     QStringList result{u"root"_s, u"nobody"_s, u"nobody.port"_s};
-    for (const PeerScript &peer : peers)
+    for (const rig::PeerScript &peer : peers)
         result += {peer.name, peer.name + u".host"_s, peer.name + u".port"_s};
     return result;
 }
@@ -400,19 +401,19 @@ QString ScenarioSource::type() const
     return first.toObject().value(u"type"_s).toString();
 }
 
-QList<PeerScript> ScenarioSource::peers() const
+QList<rig::PeerScript> ScenarioSource::peers() const
 {
-    QList<PeerScript> result;
+    QList<rig::PeerScript> result;
     ObjectReader peers = ObjectReader(content, where).object(u"peers"_s);
     const QStringList names = peers.keys();
     for (const QString &name : names) {
-        PeerScript peer;
+        rig::PeerScript peer;
         peer.name = name;
         peer.kind = kindOf(peers.object(name).text(u"kind"_s, u"http"_s));
         result.append(peer);
     }
     if (!names.contains(httpPeer)) {
-        PeerScript peer;
+        rig::PeerScript peer;
         peer.name = httpPeer;
         result.append(peer);
     }
@@ -461,9 +462,9 @@ Scenario ScenarioSource::parse(const QJsonObject &expandedContent) const
         result.peers.append(
             readPeer(name, peers.object(name), peerContents.value(name).toObject()));
     if (!names.contains(httpPeer)) {
-        PeerScript peer;
+        rig::PeerScript peer;
         peer.name = httpPeer;
-        peer.exchanges = readExchanges(reader, expandedContent, PeerScript::Kind::Http);
+        peer.exchanges = readExchanges(reader, expandedContent, rig::PeerScript::Kind::Http);
         result.peers.append(peer);
     } else if (expandedContent.contains(u"exchange"_s)
                || expandedContent.contains(u"exchanges"_s)) {

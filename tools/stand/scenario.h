@@ -1,5 +1,7 @@
 #pragma once
 
+#include "rig/messagetable.h"
+#include "rig/peerscript.h"
 #include "tools/stand/placeholders.h"
 
 #include <QJsonObject>
@@ -34,65 +36,8 @@ struct QueuedMessage
     QString cardNumber;
     QString statusCode;
     Outcome outcome;
-};
 
-/// What a peer does once a request is there.
-struct Reply
-{
-    /// Close and Reset end the connection without an answer, Silence leaves it open, Raw sends `body`
-    /// as it stands, status line included, and closes.
-    enum class Manner
-    {
-        Answer,
-        Close,
-        Reset,
-        Silence,
-        Raw
-    };
-
-    Manner manner = Manner::Answer;
-    int status = 200;
-    QMap<QString, QString> headers;
-    QByteArray body;
-    /// The connection ends behind that many bytes of the body; -1: it does not.
-    int cutAfter = -1;
-    double delaySeconds = 0;
-    /// The reply waits for the step `release`.
-    bool held = false;
-};
-
-/// A request that must arrive, and the answer to it. What is absent is not compared.
-struct Exchange
-{
-    /// Verb and target, `PUT /cards?till=7`; for TCP empty.
-    QString request;
-    /// All headers but those that the transport itself adds.
-    std::optional<QMap<QString, QString>> headers;
-    /// A text is compared byte by byte, anything else as JSON.
-    QJsonValue body = QJsonValue(QJsonValue::Undefined);
-    Reply reply;
-};
-
-/// An outside service, played from a script.
-struct PeerScript
-{
-    enum class Kind
-    {
-        Http,
-        Https,
-        Tcp
-    };
-
-    QString name;
-    Kind kind = Kind::Http;
-    bool listening = true;
-    /// Requests may come in any order; each takes the first exchange that it fits.
-    bool anyOrder = false;
-    /// For Https: a caller must show a certificate of the scenario's authority.
-    bool wantsClientCertificate = false;
-    /// For Tcp: what the peer says first.
-    QByteArray greeting;
-    QList<Exchange> exchanges;
+    rig::TableRow row() const { return {0, type, body, cardNumber, statusCode}; }
 };
 
 /// Something that happens after the service has walked its queue for the first time.
@@ -124,9 +69,6 @@ struct Step
     QMap<QString, QString> files;
 };
 
-/// A row of the table `documentcard`.
-using CardRow = QMap<QString, QString>;
-
 /// One story of the service: what it finds, what must happen, what must be left.
 struct Scenario
 {
@@ -139,9 +81,9 @@ struct Scenario
     /// Client certificates of the stand's authority: passwords by path.
     QMap<QString, QString> certificates;
     QMap<QString, QString> environment;
-    QList<CardRow> cards;
-    std::optional<QList<CardRow>> cardsAfter;
-    QList<PeerScript> peers;
+    QList<rig::CardRow> cards;
+    std::optional<QList<rig::CardRow>> cardsAfter;
+    QList<rig::PeerScript> peers;
     QList<QueuedMessage> messages;
     QList<Step> steps;
     /// Records that must appear in the log, `ERROR [cardlab] text`. Warnings and errors that are not
@@ -166,7 +108,7 @@ public:
     /// The type of its first message.
     QString type() const;
     /// Names and kinds of the peers that a run must set up.
-    QList<PeerScript> peers() const;
+    QList<rig::PeerScript> peers() const;
     /// The scenario with its places filled in. Throws ScenarioError.
     Scenario scenario(const Places &places) const;
 
@@ -180,7 +122,7 @@ private:
 
 /// The names that a run must give places for: for each peer `name`, `name.host` and `name.port`, and
 /// `root`, `nobody`, `nobody.port`.
-QStringList placeNames(const QList<PeerScript> &peers);
+QStringList placeNames(const QList<rig::PeerScript> &peers);
 
 /// Reads a scenario file, or all files of a folder and the folders below it, in the order of their
 /// names. Every scenario is checked in full. Throws ScenarioError.

@@ -1,20 +1,13 @@
 #pragma once
 
-#include <QString>
-
-#include <stdexcept>
+#include "rig/error.h"
 
 namespace stand {
 
 /// A scenario file that cannot be used. The text names the file, the place in it and what is wrong.
-class ScenarioError : public std::runtime_error
+class ScenarioError : public rig::Error
 {
-public:
-    explicit ScenarioError(const QString &text)
-        : std::runtime_error(text.toStdString())
-    {
-    }
-    QString text() const { return QString::fromUtf8(what()); }
+    using rig::Error::Error;
 };
 
 /// A wrong choice of whoever called the stand.

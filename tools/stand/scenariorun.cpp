@@ -1,8 +1,9 @@
 #include "tools/stand/scenariorun.h"
 
-#include "tools/stand/authority.h"
+#include "rig/authority.h"
+#include "rig/textpattern.h"
+#include "rig/waiting.h"
 #include "tools/stand/scenarioerror.h"
-#include "tools/stand/waiting.h"
 
 #include <QDir>
 #include <QFile>
@@ -47,7 +48,7 @@ RunResult ScenarioRun::run()
         else
             for (const auto &[name, peer] : peers)
                 findings += peer->findings();
-    } catch (const ScenarioError &error) {
+    } catch (const rig::Error &error) {
         findings.append(error.text());
     }
     RunResult result;
@@ -65,24 +66,25 @@ void ScenarioRun::setUp()
 {
     if (!folder.isValid())
         throw ScenarioError(folder.errorString());
-    Places places{{u"root"_s, folder.path()},
-                  {u"nobody"_s, Peer::address(PeerScript::Kind::Http, nobody.port())},
-                  {u"nobody.port"_s, QString::number(nobody.port())}};
-    const QList<PeerScript> scripts = source.peers();
-    for (const PeerScript &script : scripts) {
-        auto peer = std::make_unique<Peer>();
-        places.insert(script.name, Peer::address(script.kind, peer->port()));
+    Places places{
+        {u"root"_s, folder.path()},
+        {u"nobody"_s, rig::ScriptedPeer::address(rig::PeerScript::Kind::Http, nobody.port())},
+        {u"nobody.port"_s, QString::number(nobody.port())}};
+    const QList<rig::PeerScript> scripts = source.peers();
+    for (const rig::PeerScript &script : scripts) {
+        auto peer = std::make_unique<rig::ScriptedPeer>();
+        places.insert(script.name, rig::ScriptedPeer::address(script.kind, peer->port()));
         places.insert(script.name + u".host"_s, u"127.0.0.1"_s);
         places.insert(script.name + u".port"_s, QString::number(peer->port()));
         peers.emplace(script.name, std::move(peer));
     }
     scenario = source.scenario(places);
-    const Authority *authority = nullptr;
+    const rig::Authority *authority = nullptr;
     if (scenario.hasTls() || !scenario.certificates.isEmpty())
-        authority = &Authority::shared();
+        authority = &rig::Authority::shared();
     if (scenario.hasTls() && !scenario.settings[u"network"_s].contains(u"caFile"_s))
         scenario.settings[u"network"_s].insert(u"caFile"_s, authority->file());
-    for (const PeerScript &script : std::as_const(scenario.peers))
+    for (const rig::PeerScript &script : std::as_const(scenario.peers))
         peers.at(script.name)->play(script, authority);
 
     for (const QString &path : {u"/tallocash/cash/conf/tcash.ini.d/puppet"_s,
@@ -94,21 +96,21 @@ void ScenarioRun::setUp()
          ++entry)
         authority->writeClientCertificate(folder.path() + entry.key(), entry.value());
 
-    DatabasePlace place = options.server;
+    rig::DatabasePlace place = options.server;
     place.file = folder.path() + u"/tallocash/cash/queue/queues.db"_s;
     if (!place.socket.isEmpty())
         place.file.clear();
-    table = std::make_unique<MessageTable>(place);
+    table = std::make_unique<rig::MessageTable>(place);
     if (place.socket.isEmpty())
         table->createTables();
     else
         options.clearServer();
-    for (const CardRow &card : std::as_const(scenario.cards))
+    for (const rig::CardRow &card : std::as_const(scenario.cards))
         table->putCard(card);
     for (const QueuedMessage &message : std::as_const(scenario.messages))
         put(message);
     service =
-        std::make_unique<ServiceProcess>(options.program, folder.path(), scenario.environment);
+        std::make_unique<rig::ServiceProcess>(options.program, folder.path(), scenario.environment);
     controlPort.lend();
 }
 
@@ -141,7 +143,7 @@ void ScenarioRun::writeFiles(const QMap<QString, QString> &files)
 
 void ScenarioRun::put(const QueuedMessage &message)
 {
-    written.append({table->put(message), message});
+    written.append({table->put(message.row()), message});
 }
 
 bool ScenarioRun::startService()
@@ -149,14 +151,14 @@ bool ScenarioRun::startService()
     const QStringList types = table->types();
     const qsizetype formerRecords = service->log().size();
     service->start();
-    const bool isSettled = waitUntil([&] {
+    const bool isSettled = rig::waitUntil([&] {
         if (service->hasEnded() || isReplyHeld())
             return true;
         if (types.isEmpty()) {
-            const QList<LogRecord> &log = service->log();
-            return std::any_of(log.cbegin() + formerRecords, log.cend(), [](const LogRecord &it) {
-                return it.text == u"В очереди нет сообщений";
-            });
+            const QList<rig::LogRecord> &log = service->log();
+            return std::any_of(
+                log.cbegin() + formerRecords, log.cend(),
+                [](const rig::LogRecord &it) { return it.text == u"В очереди нет сообщений"; });
         }
         return service->isIdle()
                && std::all_of(types.cbegin(), types.cend(), [&](const QString &type) {
@@ -208,14 +210,15 @@ bool ScenarioRun::perform(const Step &step)
     case Step::Kind::Ask:
         return ask(step.subject, step.answer);
     case Step::Kind::AwaitLog: {
-        const TextPattern wanted(step.subject);
+        const rig::TextPattern wanted(step.subject);
         const auto hasCome = [&] {
-            const QList<LogRecord> &log = service->log();
-            return std::count_if(log.cbegin(), log.cend(),
-                                 [&](const LogRecord &it) { return wanted.matches(it.line()); })
+            const QList<rig::LogRecord> &log = service->log();
+            return std::count_if(
+                       log.cbegin(), log.cend(),
+                       [&](const rig::LogRecord &it) { return wanted.matches(it.line()); })
                    >= step.count;
         };
-        waitUntil([&] { return service->hasEnded() || hasCome(); });
+        rig::waitUntil([&] { return service->hasEnded() || hasCome(); });
         return hasCome() || fail(u"the log never said: %1"_s.arg(step.subject));
     }
     case Step::Kind::Write:
@@ -225,12 +228,12 @@ bool ScenarioRun::perform(const Step &step)
         service->terminate();
         isTerminated = true;
         const auto isSeen = [&] {
-            const QList<LogRecord> &log = service->log();
-            return std::any_of(log.cbegin(), log.cend(), [](const LogRecord &it) {
+            const QList<rig::LogRecord> &log = service->log();
+            return std::any_of(log.cbegin(), log.cend(), [](const rig::LogRecord &it) {
                 return it.category == u"queue" && it.text == stopText;
             });
         };
-        waitUntil([&] { return service->hasEnded() || isSeen(); });
+        rig::waitUntil([&] { return service->hasEnded() || isSeen(); });
         return isSeen() || fail(u"the service did not notice the signal"_s);
     }
     }
@@ -243,13 +246,13 @@ bool ScenarioRun::pass(const QString &type)
     const QString path = u"/start/%1/0"_s.arg(type);
     // A worker that has said its last word still counts as running for a moment.
     QString answer;
-    const bool isAnswered = waitUntil([&] {
+    const bool isAnswered = rig::waitUntil([&] {
         answer = QJsonDocument::fromJson(request(path)).object().value(u"description"_s).toString();
         return service->hasEnded() || answer != u"Обработчик уже запущен";
     });
     if (!isAnswered || answer != u"Обработчик успешно запущен")
         return fail(u"%1 was answered: %2"_s.arg(path, answer));
-    const bool isDone = waitUntil(
+    const bool isDone = rig::waitUntil(
         [&] { return service->hasEnded() || isReplyHeld() || service->ends(type) > formerEnds; });
     return isDone || fail(u"the worker of type %1 did not come to its end"_s.arg(type));
 }
@@ -261,8 +264,8 @@ bool ScenarioRun::ask(const QString &path, const QJsonValue &expected)
         return true;
     const QJsonDocument document = QJsonDocument::fromJson(body);
     if (!document.isObject())
-        return fail(u"%1 was answered: %2"_s.arg(path, shortened(QString::fromUtf8(body))));
-    findings += differences(expected, document.object(), path);
+        return fail(u"%1 was answered: %2"_s.arg(path, rig::shortened(QString::fromUtf8(body))));
+    findings += rig::differences(expected, document.object(), path);
     return true;
 }
 
@@ -273,7 +276,7 @@ QByteArray ScenarioRun::request(const QString &path)
     socket.write("GET " + path.toUtf8() + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
     QByteArray reply;
     qsizetype head = -1;
-    waitUntil([&] {
+    rig::waitUntil([&] {
         reply += socket.readAll();
         head = reply.indexOf("\r\n\r\n");
         if (socket.state() == QAbstractSocket::UnconnectedState)
@@ -298,7 +301,7 @@ bool ScenarioRun::restart(const Step &step)
             return false;
     } else {
         service->kill();
-        waitUntil([&] { return service->hasEnded(); });
+        rig::waitUntil([&] { return service->hasEnded(); });
         for (const auto &[name, peer] : peers) {
             peer->drain();
             peer->dropCallers();
@@ -314,7 +317,7 @@ bool ScenarioRun::stopService()
     if (!service->hasEnded() && !isTerminated)
         service->terminate();
     isTerminated = false;
-    if (!waitUntil([&] { return service->hasEnded(); }))
+    if (!rig::waitUntil([&] { return service->hasEnded(); }))
         return fail(u"the service did not end after the signal to do so"_s);
     const QString fault = service->endFault();
     return fault.isEmpty() || fail(fault);
@@ -323,7 +326,7 @@ bool ScenarioRun::stopService()
 bool ScenarioRun::settle()
 {
     const bool isSettled =
-        waitUntil([&] { return service->hasEnded() || isReplyHeld() || service->isIdle(); });
+        rig::waitUntil([&] { return service->hasEnded() || isReplyHeld() || service->isIdle(); });
     return isSettled || fail(u"the workers did not come to their end"_s);
 }
 
@@ -354,15 +357,15 @@ void ScenarioRun::compare()
 
 void ScenarioRun::compareTable()
 {
-    QMap<int, TableRow> rows;
-    const QList<TableRow> left = table->rows();
-    for (const TableRow &row : left)
+    QMap<int, rig::TableRow> rows;
+    const QList<rig::TableRow> left = table->rows();
+    for (const rig::TableRow &row : left)
         rows.insert(row.id, row);
     for (const Written &entry : std::as_const(written)) {
         const QueuedMessage &message = entry.message;
         const QString name = u"message %1 of type %2"_s.arg(entry.id).arg(message.type);
         const bool isThere = rows.contains(entry.id);
-        const TableRow row = rows.take(entry.id);
+        const rig::TableRow row = rows.take(entry.id);
         if (isThere != (message.outcome.fate == Outcome::Fate::Kept)) {
             findings.append(isThere ? name + u" is still in the table"_s
                                     : name + u" is gone from the table"_s);
@@ -372,24 +375,24 @@ void ScenarioRun::compareTable()
             continue;
         if (row.type != message.type || row.body != message.body
             || row.cardNumber != message.cardNumber)
-            findings.append(name + u" was changed: "_s + shortened(row.body));
+            findings.append(name + u" was changed: "_s + rig::shortened(row.body));
         const QString statusCode = message.outcome.statusCode.value_or(message.statusCode);
         if (row.statusCode != statusCode)
             findings.append(
                 u"%1: statuscode\n  - %2\n  + %3"_s.arg(name, statusCode, row.statusCode));
     }
-    for (const TableRow &row : std::as_const(rows))
+    for (const rig::TableRow &row : std::as_const(rows))
         findings.append(u"the table has a row that nobody put there: %1 of type %2, %3"_s.arg(
-            QString::number(row.id), row.type, shortened(row.body)));
+            QString::number(row.id), row.type, rig::shortened(row.body)));
 }
 
 void ScenarioRun::compareCards()
 {
     if (!scenario.cardsAfter)
         return;
-    const auto lines = [](const QList<CardRow> &cards) {
+    const auto lines = [](const QList<rig::CardRow> &cards) {
         QStringList result;
-        for (const CardRow &card : cards) {
+        for (const rig::CardRow &card : cards) {
             QStringList columns;
             for (auto column = card.begin(); column != card.end(); ++column) {
                 if (!column->isEmpty())
@@ -407,11 +410,11 @@ void ScenarioRun::compareCards()
 
 void ScenarioRun::compareLog()
 {
-    const QList<LogRecord> &log = service->log();
-    QList<TextPattern> wanted;
+    const QList<rig::LogRecord> &log = service->log();
+    QList<rig::TextPattern> wanted;
     QList<bool> isUsed(log.size(), false);
     for (const QString &line : std::as_const(scenario.log)) {
-        wanted.append(TextPattern(line));
+        wanted.append(rig::TextPattern(line));
         qsizetype at = 0;
         while (at < log.size() && (isUsed[at] || !wanted.last().matches(log[at].line())))
             ++at;
@@ -420,21 +423,21 @@ void ScenarioRun::compareLog()
         else
             findings.append(u"the log does not say: "_s + line);
     }
-    for (const LogRecord &record : log) {
+    for (const rig::LogRecord &record : log) {
         const bool isTrouble = record.level != u"INFO" && record.level != u"DEBUG"
                                && record.level != u"TRACE" && record.text != stopText;
-        if (isTrouble && std::none_of(wanted.cbegin(), wanted.cend(), [&](const TextPattern &it) {
-                return it.matches(record.line());
-            }))
+        if (isTrouble
+            && std::none_of(wanted.cbegin(), wanted.cend(),
+                            [&](const rig::TextPattern &it) { return it.matches(record.line()); }))
             findings.append(u"the log says what the scenario does not tell: "_s
-                            + shortened(record.line()));
+                            + rig::shortened(record.line()));
     }
     for (const QString &text : std::as_const(scenario.logNever)) {
-        const TextPattern banned(text);
-        for (const LogRecord &record : log) {
+        const rig::TextPattern banned(text);
+        for (const rig::LogRecord &record : log) {
             if (banned.occursIn(record.line()))
                 findings.append(u"the log must not say '%1', but says: %2"_s.arg(
-                    text, shortened(record.line())));
+                    text, rig::shortened(record.line())));
         }
     }
 }

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "tools/stand/messagetable.h"
-#include "tools/stand/peer.h"
+#include "rig/messagetable.h"
+#include "rig/scriptedpeer.h"
+#include "rig/serviceprocess.h"
 #include "tools/stand/scenario.h"
-#include "tools/stand/serviceprocess.h"
 
 #include <QStringList>
 #include <QTemporaryDir>
@@ -20,7 +20,7 @@ struct RunOptions
     /// The service's program.
     QString program;
     /// A database server that is up and has the schema; without a socket each run has an SQLite file.
-    DatabasePlace server;
+    rig::DatabasePlace server;
     /// The settings that lead the service there.
     QString serverSettings;
     /// Empties the server's tables and lets their numbers begin at 1 again.
@@ -34,7 +34,7 @@ struct RunResult
     /// The service's log and standard error.
     QString log;
     /// The same log, each record whole.
-    QList<LogRecord> records;
+    QList<rig::LogRecord> records;
 };
 
 /// Runs one scenario against the real service in a folder of its own: peers first, then rows and
@@ -83,12 +83,12 @@ private:
     const ScenarioSource &source;
     RunOptions options;
     QTemporaryDir folder;
-    PortReservation controlPort;
-    PortReservation nobody;
-    std::map<QString, std::unique_ptr<Peer>> peers;
+    rig::PortReservation controlPort;
+    rig::PortReservation nobody;
+    std::map<QString, std::unique_ptr<rig::ScriptedPeer>> peers;
     Scenario scenario;
-    std::unique_ptr<MessageTable> table;
-    std::unique_ptr<ServiceProcess> service;
+    std::unique_ptr<rig::MessageTable> table;
+    std::unique_ptr<rig::ServiceProcess> service;
     QList<Written> written;
     /// The signal to end has been sent and is not to be sent twice.
     bool isTerminated = false;

@@ -1,6 +1,6 @@
 #include "tools/stand/screen.h"
 
-#include "tools/stand/peer.h"
+#include "rig/scriptedpeer.h"
 
 #include <QLocale>
 
@@ -48,7 +48,7 @@ QString coloured(const QString &text, bool isGood)
     return u"\u001b[%1m%2\u001b[0m"_s.arg(isGood ? 32 : 31).arg(text);
 }
 
-QString quoted(const Traffic &traffic)
+QString quoted(const rig::Traffic &traffic)
 {
     QString text;
     for (const auto &[name, value] : traffic.request.headers)

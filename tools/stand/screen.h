@@ -2,9 +2,11 @@
 
 #include <QString>
 
-namespace stand {
-
+namespace rig {
 struct Traffic;
+}
+
+namespace stand {
 
 /// The operator's language: Russian on a till, English elsewhere.
 QString say(const QString &russian, const QString &english);
@@ -17,6 +19,6 @@ QString coloured(const QString &text, bool isGood);
 
 /// Headers and body of the request (>), and of the answer (<) where there was one, indented; empty when there
 /// is nothing to show. Long bodies are cut.
-QString quoted(const Traffic &traffic);
+QString quoted(const rig::Traffic &traffic);
 
 } // namespace stand

@@ -76,7 +76,7 @@ QSet<QString> placesIn(const QByteArray &body)
     return places;
 }
 
-QByteArray bodyOf(const Exchange &exchange)
+QByteArray bodyOf(const rig::Exchange &exchange)
 {
     if (exchange.body.isString())
         return exchange.body.toString().toUtf8();
@@ -85,7 +85,7 @@ QByteArray bodyOf(const Exchange &exchange)
     return QJsonDocument(exchange.body.toObject()).toJson();
 }
 
-QString verbOf(const Exchange &exchange)
+QString verbOf(const rig::Exchange &exchange)
 {
     return exchange.request.section(u' ', 0, 0);
 }
@@ -95,7 +95,7 @@ QString lastPartOf(const QString &target)
     return target.section(u'?', 0, 0).section(u'/', -1);
 }
 
-QByteArray identityOf(const ArrivedRequest &request)
+QByteArray identityOf(const rig::ArrivedRequest &request)
 {
     return request.line().toUtf8() + '\n' + request.body;
 }
@@ -109,20 +109,20 @@ double likeness(const QByteArray &one, const QByteArray &other)
     return all == 0 ? 0 : double((left & right).size()) / double(all);
 }
 
-bool isPlain(const Reply &reply)
+bool isPlain(const rig::Reply &reply)
 {
-    return reply.manner == Reply::Manner::Answer && reply.cutAfter < 0 && !reply.held
+    return reply.manner == rig::Reply::Manner::Answer && reply.cutAfter < 0 && !reply.held
            && reply.delaySeconds == 0;
 }
 
-bool isPlain(const QList<Exchange> &exchanges)
+bool isPlain(const QList<rig::Exchange> &exchanges)
 {
     return std::all_of(exchanges.begin(), exchanges.end(),
-                       [](const Exchange &exchange) { return isPlain(exchange.reply); });
+                       [](const rig::Exchange &exchange) { return isPlain(exchange.reply); });
 }
 
 /// The first step that tells the state; -1: none does.
-qsizetype stepThatTells(const QList<Exchange> &exchanges, const QString &state)
+qsizetype stepThatTells(const QList<rig::Exchange> &exchanges, const QString &state)
 {
     for (qsizetype index = 0; index < exchanges.size(); ++index) {
         const QList<Leaf> leaves = leavesOf(exchanges[index].reply.body);
@@ -134,10 +134,10 @@ qsizetype stepThatTells(const QList<Exchange> &exchanges, const QString &state)
 }
 
 /// Whether the answers tell the state last at some place, and not another one after it.
-bool staysAt(const QList<Exchange> &exchanges, const QString &state)
+bool staysAt(const QList<rig::Exchange> &exchanges, const QString &state)
 {
     QMap<QString, QString> last;
-    for (const Exchange &exchange : exchanges) {
+    for (const rig::Exchange &exchange : exchanges) {
         const QList<Leaf> leaves = leavesOf(exchange.reply.body);
         for (const auto &[place, value] : leaves)
             last.insert(place, value);
@@ -145,10 +145,11 @@ bool staysAt(const QList<Exchange> &exchanges, const QString &state)
     return last.values().contains(state);
 }
 
-qsizetype refusalsIn(const QList<Exchange> &exchanges)
+qsizetype refusalsIn(const QList<rig::Exchange> &exchanges)
 {
-    return std::count_if(exchanges.begin(), exchanges.end(),
-                         [](const Exchange &exchange) { return exchange.reply.status >= 400; });
+    return std::count_if(exchanges.begin(), exchanges.end(), [](const rig::Exchange &exchange) {
+        return exchange.reply.status >= 400;
+    });
 }
 
 QJsonValue replaced(const QJsonValue &value, const QString &at, const QString &place,
@@ -233,20 +234,20 @@ TypeStand::Exchanges TypeStand::exchangesOf(const ScenarioSource &source) const
     const QString number = QString::number(peer.port());
     Places places{
         {u"root"_s, u"/"_s}, {u"nobody"_s, u"http://127.0.0.1:9"_s}, {u"nobody.port"_s, u"9"_s}};
-    const QList<PeerScript> scripts = source.peers();
-    for (const PeerScript &script : scripts) {
-        const auto kind =
-            script.kind == PeerScript::Kind::Tcp ? PeerScript::Kind::Tcp : PeerScript::Kind::Http;
-        places.insert(script.name, Peer::address(kind, peer.port()));
+    const QList<rig::PeerScript> scripts = source.peers();
+    for (const rig::PeerScript &script : scripts) {
+        const auto kind = script.kind == rig::PeerScript::Kind::Tcp ? rig::PeerScript::Kind::Tcp
+                                                                    : rig::PeerScript::Kind::Http;
+        places.insert(script.name, rig::ScriptedPeer::address(kind, peer.port()));
         places.insert(script.name + u".host"_s, u"127.0.0.1"_s);
         places.insert(script.name + u".port"_s, number);
     }
     const Scenario scenario = source.scenario(places);
     Exchanges result;
     result.title = source.title();
-    for (const PeerScript &script : scenario.peers) {
-        if (script.kind == PeerScript::Kind::Tcp)
-            result.kind = PeerScript::Kind::Tcp;
+    for (const rig::PeerScript &script : scenario.peers) {
+        if (script.kind == rig::PeerScript::Kind::Tcp)
+            result.kind = rig::PeerScript::Kind::Tcp;
         if (result.greeting.isEmpty())
             result.greeting = script.greeting;
         result.list += script.exchanges;
@@ -264,7 +265,7 @@ void TypeStand::chooseStory(const QList<ScenarioSource> &sources)
         stories.append(exchangesOf(source));
     }
     for (const Exchanges &told : std::as_const(stories)) {
-        for (const Exchange &exchange : told.list) {
+        for (const rig::Exchange &exchange : told.list) {
             if (!isPlain(exchange.reply))
                 continue;
             others.append(exchange);
@@ -281,8 +282,8 @@ void TypeStand::chooseStory(const QList<ScenarioSource> &sources)
     if (const qsizetype sign = options.state.indexOf(u'='); sign > 0) {
         const QString place = options.state.left(sign);
         if (states.contains(place)) {
-            const auto change = [&](QList<Exchange> &exchanges) {
-                for (Exchange &exchange : exchanges)
+            const auto change = [&](QList<rig::Exchange> &exchanges) {
+                for (rig::Exchange &exchange : exchanges)
                     exchange.reply.body =
                         withValue(exchange.reply.body, place, options.state.mid(sign + 1));
             };
@@ -327,10 +328,10 @@ void TypeStand::chooseStory(const QList<ScenarioSource> &sources)
 
 void TypeStand::start()
 {
-    QObject::connect(&peer, &Peer::exchanged, &peer,
-                     [this](const Traffic &traffic) { show(traffic); });
+    QObject::connect(&peer, &rig::ScriptedPeer::exchanged, &peer,
+                     [this](const rig::Traffic &traffic) { show(traffic); });
     peer.playFreely(story.kind, story.greeting,
-                    [this](const ArrivedRequest &request) { return choose(request); });
+                    [this](const rig::ArrivedRequest &request) { return choose(request); });
     showPlan();
     if (!options.failure)
         return;
@@ -343,12 +344,12 @@ void TypeStand::start()
     }
 }
 
-int TypeStand::stepOf(const ArrivedRequest &request) const
+int TypeStand::stepOf(const rig::ArrivedRequest &request) const
 {
     int best = -1;
     double highest = 0;
     for (qsizetype index = 0; index < story.list.size(); ++index) {
-        const Exchange &exchange = story.list[index];
+        const rig::Exchange &exchange = story.list[index];
         if (verbOf(exchange) != request.verb)
             continue;
         double score = 1;
@@ -373,17 +374,17 @@ int TypeStand::stepOf(const ArrivedRequest &request) const
     return best;
 }
 
-Reply TypeStand::choose(const ArrivedRequest &request)
+rig::Reply TypeStand::choose(const rig::ArrivedRequest &request)
 {
     step = stepOf(request);
-    Reply reply;
+    rig::Reply reply;
     if (step >= 0) {
         reply = story.list[step].reply;
         met[step] = identityOf(request);
         next = (step + 1) % static_cast<int>(story.list.size());
     } else {
         // As some other scenario of the type has it, and without one a success.
-        for (const Exchange &exchange : std::as_const(others)) {
+        for (const rig::Exchange &exchange : std::as_const(others)) {
             if (verbOf(exchange) == request.verb && exchange.reply.status < 300) {
                 reply = exchange.reply;
                 break;
@@ -391,7 +392,7 @@ Reply TypeStand::choose(const ArrivedRequest &request)
         }
     }
     if (options.status) {
-        reply = Reply();
+        reply = rig::Reply();
         reply.status = *options.status;
     }
     if (options.answer)
@@ -403,25 +404,25 @@ void TypeStand::showPlan() const
 {
     print(say(u"Стенд изображает службу типа %1 по адресу %2, сценарий: %3"_s,
               u"The stand plays the service of type %1 at %2, scenario: %3"_s)
-              .arg(options.type, Peer::address(story.kind, peer.port()), story.title));
+              .arg(options.type, rig::ScriptedPeer::address(story.kind, peer.port()), story.title));
     for (qsizetype index = 0; index < story.list.size(); ++index) {
-        const Exchange &exchange = story.list[index];
+        const rig::Exchange &exchange = story.list[index];
         QString line = u"  %1. "_s.arg(index + 1);
-        if (story.kind == PeerScript::Kind::Tcp)
-            line += shortened(exchange.body.toString());
+        if (story.kind == rig::PeerScript::Kind::Tcp)
+            line += rig::shortened(exchange.body.toString());
         else
             line += u"%1 -> %2 %3"_s.arg(exchange.request, QString::number(exchange.reply.status),
-                                         shortened(QString::fromUtf8(exchange.reply.body)));
+                                         rig::shortened(QString::fromUtf8(exchange.reply.body)));
         print(line);
     }
     print(say(u"Адреса и тела в строках могут быть любыми. Ctrl+C завершает"_s,
               u"Addresses and bodies of the rows may be any. Ctrl+C ends it"_s));
 }
 
-void TypeStand::show(const Traffic &traffic) const
+void TypeStand::show(const rig::Traffic &traffic) const
 {
     QString line = QTime::currentTime().toString(u"HH:mm:ss"_s) + u"  "_s;
-    if (story.kind == PeerScript::Kind::Tcp) {
+    if (story.kind == rig::PeerScript::Kind::Tcp) {
         line += u"TCP"_s;
     } else {
         line += u"%1 %2 -> "_s.arg(traffic.request.verb, traffic.request.target);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/stand/peer.h"
+#include "rig/scriptedpeer.h"
 #include "tools/stand/scenario.h"
 
 #include <QMap>
@@ -25,7 +25,7 @@ struct TypeOptions
     /// The body of every answer.
     std::optional<QByteArray> answer = {};
     /// Played for `failingSeconds`, or all the time when that is 0.
-    std::optional<Failure> failure = {};
+    std::optional<rig::Failure> failure = {};
     int failingSeconds = 0;
 };
 
@@ -46,24 +46,24 @@ public:
 private:
     struct Exchanges
     {
-        QList<Exchange> list;
-        PeerScript::Kind kind = PeerScript::Kind::Http;
+        QList<rig::Exchange> list;
+        rig::PeerScript::Kind kind = rig::PeerScript::Kind::Http;
         QByteArray greeting;
         QString title;
     };
 
     Exchanges exchangesOf(const ScenarioSource &source) const;
     void chooseStory(const QList<ScenarioSource> &sources);
-    Reply choose(const ArrivedRequest &request);
-    int stepOf(const ArrivedRequest &request) const;
+    rig::Reply choose(const rig::ArrivedRequest &request);
+    int stepOf(const rig::ArrivedRequest &request) const;
     void showPlan() const;
-    void show(const Traffic &traffic) const;
+    void show(const rig::Traffic &traffic) const;
 
     TypeOptions options;
-    Peer peer;
+    rig::ScriptedPeer peer;
     Exchanges story;
     /// Those of the type's other scenarios, for requests that the story does not have.
-    QList<Exchange> others;
+    QList<rig::Exchange> others;
     /// The values that the answers of all scenarios have by the place in the body.
     QMap<QString, QSet<QString>> states;
     /// The request that each step was last met with.

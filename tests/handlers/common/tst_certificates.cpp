@@ -1,6 +1,6 @@
 #include "handlers/common/certificates.h"
+#include "rig/certificates.h"
 #include "shared/core/paths.h"
-#include "tests/support/certificates.h"
 #include "tests/support/logcapture.h"
 
 #include <log4qt/logmanager.h>
@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using rig::Certificates;
 using namespace std::chrono_literals;
 
 namespace {

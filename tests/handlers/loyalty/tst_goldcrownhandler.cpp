@@ -1,9 +1,9 @@
 #include "handlers/loyalty/goldcrownhandler.h"
+#include "rig/certificates.h"
+#include "rig/nginxserver.h"
 #include "tests/handlers/support/delivery.h"
-#include "tests/support/certificates.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/nginxserver.h"
 #include "tests/support/testsettings.h"
 #include "tests/support/vtable.h"
 
@@ -16,6 +16,8 @@
 #include <QTextCodec>
 
 using namespace Qt::StringLiterals;
+using rig::Certificates;
+using rig::NginxServer;
 
 namespace {
 

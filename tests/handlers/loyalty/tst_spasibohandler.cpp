@@ -1,9 +1,9 @@
 #include "handlers/loyalty/spasibohandler.h"
+#include "rig/certificates.h"
+#include "rig/nginxserver.h"
 #include "tests/handlers/support/delivery.h"
-#include "tests/support/certificates.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/nginxserver.h"
 #include "tests/support/queuedatabase.h"
 #include "tests/support/testsettings.h"
 #include "tests/support/vtable.h"
@@ -17,6 +17,8 @@
 #include <QTest>
 
 using namespace Qt::StringLiterals;
+using rig::Certificates;
+using rig::NginxServer;
 
 namespace {
 

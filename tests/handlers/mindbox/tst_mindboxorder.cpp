@@ -1,18 +1,19 @@
 #include "handlers/mindbox/interface.h"
+#include "rig/loopbackserver.h"
+#include "rig/portreservation.h"
+#include "rig/serviceprocess.h"
+#include "rig/waiting.h"
 #include "tests/support/fixedtime.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/loopbackserver.h"
 #include "tests/support/queuedatabase.h"
-#include "tools/stand/portreservation.h"
-#include "tools/stand/serviceprocess.h"
-#include "tools/stand/waiting.h"
 
 #include <QDir>
 #include <QJsonArray>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
-using stand::waitUntil;
+using rig::LoopbackServer;
+using rig::waitUntil;
 
 namespace {
 
@@ -88,7 +89,7 @@ public:
     QStringList errorLines() const
     {
         QStringList lines;
-        for (const stand::LogRecord &record : service.log()) {
+        for (const rig::LogRecord &record : service.log()) {
             if (record.level == "ERROR"_L1)
                 lines.append(record.line());
         }
@@ -97,8 +98,8 @@ public:
 
     QueueDatabase database;
     LoopbackServer platform;
-    stand::PortReservation controlPort;
-    stand::ServiceProcess service;
+    rig::PortReservation controlPort;
+    rig::ServiceProcess service;
 };
 
 } // namespace

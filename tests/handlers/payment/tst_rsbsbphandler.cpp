@@ -1,11 +1,11 @@
 #include "handlers/payment/rsbsbphandler.h"
 
 #include "handlers/payment/steadytime.h"
+#include "rig/loopbackserver.h"
 #include "shared/core/mockfactory.h"
 #include "tests/handlers/support/delivery.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/loopbackserver.h"
 #include "tests/support/vtable.h"
 
 #include <QJsonDocument>
@@ -13,6 +13,7 @@
 #include <QTest>
 
 using namespace Qt::StringLiterals;
+using rig::LoopbackServer;
 
 namespace {
 

@@ -7,11 +7,11 @@
 #include "handlers/retail/onlinecheckhandler.h"
 #include "handlers/retail/ordering.h"
 #include "handlers/retail/partialreservationhandler.h"
+#include "rig/mariadbserver.h"
 #include "shared/core/mockfactory.h"
 #include "shared/net/tcpclient.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/mariadbserver.h"
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
 
@@ -23,6 +23,7 @@
 #include <QTest>
 
 using namespace Qt::StringLiterals;
+using rig::MariaDbServer;
 
 namespace {
 

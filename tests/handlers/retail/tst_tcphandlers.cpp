@@ -1,10 +1,10 @@
+#include "rig/deafport.h"
+#include "rig/loopbackserver.h"
 #include "shared/core/mockfactory.h"
 #include "shared/net/tcpclient.h"
 #include "tests/handlers/support/delivery.h"
-#include "tests/support/deafport.h"
 #include "tests/support/hostnames.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/loopbackserver.h"
 
 #include <QElapsedTimer>
 #include <QJsonDocument>
@@ -20,6 +20,8 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using rig::DeafPort;
+using rig::LoopbackServer;
 
 namespace {
 

@@ -1,3 +1,4 @@
+#include "rig/mariadbserver.h"
 #include "shared/core/basicexception.h"
 #include "shared/core/config.h"
 #include "shared/core/connectionfactory.h"
@@ -6,7 +7,6 @@
 #include "shared/core/singleton.h"
 #include "shared/core/writegate.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/mariadbserver.h"
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
 
@@ -29,6 +29,7 @@
 #include <thread>
 
 using namespace Qt::StringLiterals;
+using rig::MariaDbServer;
 
 namespace {
 

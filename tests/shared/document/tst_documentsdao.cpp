@@ -1,10 +1,10 @@
+#include "rig/mariadbserver.h"
 #include "shared/core/basicexception.h"
 #include "shared/core/connectionfactory.h"
 #include "shared/core/singleton.h"
 #include "shared/core/writegate.h"
 #include "shared/document/documentsdao.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/mariadbserver.h"
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
 
@@ -15,6 +15,7 @@
 #include <thread>
 
 using namespace Qt::StringLiterals;
+using rig::MariaDbServer;
 
 class TestDocumentsDao : public QObject
 {

@@ -1,8 +1,8 @@
+#include "rig/loopbackserver.h"
 #include "shared/core/basicexception.h"
 #include "shared/document/tallobonusclient.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/loopbackserver.h"
 #include "tests/support/vtable.h"
 
 #include <QJsonDocument>
@@ -12,6 +12,7 @@
 #include <ctime>
 
 using namespace Qt::StringLiterals;
+using rig::LoopbackServer;
 
 namespace {
 

@@ -1,7 +1,7 @@
+#include "rig/loopbackserver.h"
 #include "shared/core/mockfactory.h"
 #include "shared/net/restclient.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/loopbackserver.h"
 #include "tests/support/testsettings.h"
 #include "tests/support/vtable.h"
 
@@ -15,6 +15,7 @@
 #include <thread>
 
 using namespace Qt::StringLiterals;
+using rig::LoopbackServer;
 using Reply = LoopbackServer::Reply;
 
 using Call = std::function<void(RestClient &, const QUrl &)>;

@@ -1,5 +1,5 @@
+#include "rig/loopbackserver.h"
 #include "shared/net/restclient.h"
-#include "tests/support/loopbackserver.h"
 #include "tests/support/testsettings.h"
 
 #include <QNetworkReply>
@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 
 using namespace Qt::StringLiterals;
+using rig::LoopbackServer;
 
 // What RestClient asks of the system, with the system's part played by this program: libcurl finds
 // the functions below before those of the libraries.

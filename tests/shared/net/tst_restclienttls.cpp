@@ -1,7 +1,7 @@
+#include "rig/certificates.h"
+#include "rig/loopbackserver.h"
+#include "rig/nginxserver.h"
 #include "shared/net/restclient.h"
-#include "tests/support/certificates.h"
-#include "tests/support/loopbackserver.h"
-#include "tests/support/nginxserver.h"
 #include "tests/support/testsettings.h"
 
 #include <QFile>
@@ -19,6 +19,9 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using rig::Certificates;
+using rig::LoopbackServer;
+using rig::NginxServer;
 
 namespace {
 

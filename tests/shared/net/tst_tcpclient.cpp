@@ -1,5 +1,5 @@
+#include "rig/deafport.h"
 #include "shared/net/tcpclient.h"
-#include "tests/support/deafport.h"
 #include "tests/support/hostnames.h"
 #include "tests/support/vtable.h"
 
@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using rig::DeafPort;
 
 namespace {
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "rig/portreservation.h"
 #include "tests/support/queuedatabase.h"
-#include "tools/stand/portreservation.h"
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -51,7 +51,7 @@ public:
     void setAge(int id, int seconds);
 
 private:
-    stand::PortReservation reservation;
+    rig::PortReservation reservation;
 };
 
 /// A line of the log as the service writes it, so many seconds ago.

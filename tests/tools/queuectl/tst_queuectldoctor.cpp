@@ -1,5 +1,5 @@
-#include "tests/support/certificates.h"
-#include "tests/support/mariadbserver.h"
+#include "rig/certificates.h"
+#include "rig/mariadbserver.h"
 #include "tests/tools/queuectl/till.h"
 
 #include "tools/queuectl/failure.h"
@@ -15,6 +15,8 @@
 
 using namespace Qt::StringLiterals;
 using queuectl::ExitCode;
+using rig::Certificates;
+using rig::MariaDbServer;
 
 /// The examination of an installation, and the archive for support.
 class TestQueuectlDoctor : public QObject

@@ -1,8 +1,8 @@
+#include "rig/loopbackserver.h"
 #include "shared/core/compactjson.h"
 #include "shared/core/folderlock.h"
 #include "shared/core/paths.h"
 #include "shared/text/escaping.h"
-#include "tests/support/loopbackserver.h"
 #include "tests/tools/queuectl/till.h"
 
 #include "tools/catalogue/catalogue.h"
@@ -18,6 +18,7 @@
 
 using namespace Qt::StringLiterals;
 using queuectl::ExitCode;
+using rig::LoopbackServer;
 
 namespace {
 

@@ -1,9 +1,9 @@
 #include "tests/tools/queuectl/till.h"
 
+#include "rig/portreservation.h"
+#include "rig/serviceprocess.h"
+#include "rig/waiting.h"
 #include "tools/queuectl/failure.h"
-#include "tools/stand/portreservation.h"
-#include "tools/stand/serviceprocess.h"
-#include "tools/stand/waiting.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -14,7 +14,7 @@
 
 using namespace Qt::StringLiterals;
 using queuectl::ExitCode;
-using stand::waitUntil;
+using rig::waitUntil;
 
 /// The program beside the real service.
 class TestQueuectlService : public QObject
@@ -48,8 +48,8 @@ private:
 
     std::unique_ptr<Till> till;
     /// Where nobody listens, so that each delivery is refused.
-    std::unique_ptr<stand::PortReservation> peer;
-    std::unique_ptr<stand::ServiceProcess> service;
+    std::unique_ptr<rig::PortReservation> peer;
+    std::unique_ptr<rig::ServiceProcess> service;
 };
 
 void TestQueuectlService::init()
@@ -60,7 +60,7 @@ void TestQueuectlService::init()
     till = std::make_unique<Till>();
     till->setSettings(u"timeout = 1\n"_s);
     till->setLog({});
-    peer = std::make_unique<stand::PortReservation>();
+    peer = std::make_unique<rig::PortReservation>();
 }
 
 void TestQueuectlService::startService()
@@ -69,8 +69,8 @@ void TestQueuectlService::startService()
     const QMap<QString, QString> environment{
         {u"LOG4QT_CONFIGURATION"_s,
          till->database.root() + u"/tallocash/cash/queue/config/log4qt.properties"_s}};
-    service = std::make_unique<stand::ServiceProcess>(QStringLiteral(QUEUE_PROGRAM),
-                                                      till->database.root(), environment);
+    service = std::make_unique<rig::ServiceProcess>(QStringLiteral(QUEUE_PROGRAM),
+                                                    till->database.root(), environment);
     service->start();
     QVERIFY(waitUntil([this] { return till->run({u"errors"_s}).exitCode == ExitCode::Done; }));
 }

@@ -1,4 +1,4 @@
-#include "tests/support/mariadbserver.h"
+#include "rig/mariadbserver.h"
 #include "tests/tools/queuectl/till.h"
 
 #include "tools/queuectl/failure.h"
@@ -10,6 +10,7 @@
 
 using namespace Qt::StringLiterals;
 using queuectl::ExitCode;
+using rig::MariaDbServer;
 
 namespace {
 

@@ -15,9 +15,6 @@ class TestPlaceholders : public QObject
 private Q_SLOTS:
     void placesAreFilledIn();
     void unknownPlaceIsNamed();
-    void patterns_data();
-    void patterns();
-    void patternsOccurWithinTexts();
 };
 
 void TestPlaceholders::placesAreFilledIn()
@@ -45,45 +42,6 @@ void TestPlaceholders::unknownPlaceIsNamed()
         QCOMPARE(error.text(),
                  u"x.json: unknown placeholder {{htpp}}; there are http, and the patterns"_s);
     }
-}
-
-void TestPlaceholders::patterns_data()
-{
-    QTest::addColumn<QString>("pattern");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("matches");
-
-    // clang-format off
-    QTest::newRow("no pattern: equal")         << u"a.c"_s               << u"a.c"_s       << true;
-    QTest::newRow("no pattern: a dot is one")  << u"a.c"_s               << u"abc"_s       << false;
-    QTest::newRow("text around is exact")      << u"a.{{any}}"_s         << u"abc"_s       << false;
-    QTest::newRow("any: nothing")              << u"a{{any}}b"_s         << u"ab"_s        << true;
-    QTest::newRow("any: several lines")        << u"a{{any}}b"_s         << u"a\n1\nb"_s   << true;
-    QTest::newRow("any: not beyond the end")   << u"a{{any}}b"_s         << u"a1bc"_s      << false;
-    QTest::newRow("digits")                    << u"{{digits}}"_s        << u"042"_s       << true;
-    QTest::newRow("digits: not none")          << u"n{{digits}}"_s       << u"n"_s         << false;
-    QTest::newRow("uuid")                      << u"{{uuid}}"_s          << u"01234567-89ab-cdef-0123-456789abcdef"_s << true;
-    QTest::newRow("uuid: braces are no part")  << u"{{uuid}}"_s          << u"{01234567-89ab-cdef-0123-456789abcdef}"_s << false;
-    QTest::newRow("datetime")                  << u"{{datetime}}"_s      << u"2026-01-31T12:00:00.123+03:00"_s << true;
-    QTest::newRow("datetime: no date")         << u"{{datetime}}"_s      << u"12:00:00"_s  << false;
-    QTest::newRow("match")                     << u"-{{match:[a-c]+}}-"_s << u"-abc-"_s    << true;
-    QTest::newRow("match: other letters")      << u"-{{match:[a-c]+}}-"_s << u"-abd-"_s    << false;
-    QTest::newRow("match: alternatives stay inside") << u"-{{match:a|b}}-"_s << u"-b-"_s   << true;
-    // clang-format on
-}
-
-void TestPlaceholders::patterns()
-{
-    QFETCH(QString, pattern);
-    QFETCH(QString, text);
-    QTEST(TextPattern(pattern).matches(text), "matches");
-}
-
-void TestPlaceholders::patternsOccurWithinTexts()
-{
-    QVERIFY(TextPattern(u"key: {{digits}}"_s).occursIn(u"the key: 42, and more"_s));
-    QVERIFY(!TextPattern(u"key: {{digits}}"_s).occursIn(u"the key: ***"_s));
-    QVERIFY(TextPattern(u"key: k"_s).occursIn(u"the key: k."_s));
 }
 
 QTEST_GUILESS_MAIN(TestPlaceholders)

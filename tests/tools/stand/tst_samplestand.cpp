@@ -1,7 +1,7 @@
+#include "rig/serviceprocess.h"
+#include "rig/waiting.h"
 #include "tools/stand/samplestand.h"
 #include "tools/stand/scenarioerror.h"
-#include "tools/stand/serviceprocess.h"
-#include "tools/stand/waiting.h"
 
 #include <QProcess>
 #include <QRegularExpression>
@@ -10,6 +10,7 @@
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
+using namespace rig;
 using namespace stand;
 
 /// The demo with the real service, below a folder of its own.

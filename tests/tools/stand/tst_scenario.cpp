@@ -6,6 +6,7 @@
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
+using namespace rig;
 using namespace stand;
 
 /// Scenario files are written by hand: a slip must be named with its place.

@@ -1,9 +1,9 @@
-#include "tools/stand/authority.h"
-#include "tools/stand/messagetable.h"
+#include "rig/authority.h"
+#include "rig/messagetable.h"
+#include "rig/serviceprocess.h"
+#include "rig/waiting.h"
 #include "tools/stand/scenarioerror.h"
-#include "tools/stand/serviceprocess.h"
 #include "tools/stand/typestand.h"
-#include "tools/stand/waiting.h"
 
 #include <QProcess>
 #include <QTcpSocket>
@@ -11,6 +11,7 @@
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
+using namespace rig;
 using namespace stand;
 
 /// A stand for rows of the caller's own, with the real service.
@@ -105,15 +106,15 @@ void TestTypeStand::putSample(const ScenarioSource &source, quint16 port)
     for (const CardRow &card : scenario.cards)
         table->putCard(card);
     for (const QueuedMessage &message : scenario.messages)
-        table->put(message);
+        table->put(message.row());
 }
 
 void TestTypeStand::put(const QString &type, const QByteArray &body)
 {
-    QueuedMessage message;
-    message.type = type;
-    message.body = QString::fromUtf8(body);
-    table->put(message);
+    TableRow row;
+    row.type = type;
+    row.body = QString::fromUtf8(body);
+    table->put(row);
 }
 
 void TestTypeStand::startService()
@@ -249,7 +250,7 @@ void TestTypeStand::unknownStates()
 void TestTypeStand::portInUse()
 {
     const PortReservation taken;
-    QVERIFY_THROWS_EXCEPTION(ScenarioError,
+    QVERIFY_THROWS_EXCEPTION(Error,
                              TypeStand(scenarios, {.type = u"loya"_s, .port = taken.port()}));
 }
 

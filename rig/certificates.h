@@ -1,0 +1,56 @@
+#pragma once
+
+#include <QStringList>
+#include <QTemporaryDir>
+
+namespace rig {
+
+/// Certificates and keys for one test, made by the openssl tool in a temporary folder.
+class Certificates
+{
+public:
+    /// Two PEM files.
+    struct Identity
+    {
+        QString certificate;
+        QString key;
+    };
+
+    Certificates();
+
+    /// A certificate authority that signs itself.
+    Identity authority(const QString &name);
+    /// An authority that another one vouches for.
+    Identity intermediate(const Identity &authority, const QString &name);
+    /// A server's certificate for `hosts`, such as "IP:127.0.0.1" or "DNS:localhost".
+    Identity server(const Identity &authority, const QStringList &hosts);
+    /// A server's certificate that ended years ago.
+    Identity expiredServer(const Identity &authority, const QStringList &hosts);
+    Identity client(const Identity &authority, const QString &name);
+    /// Takes a certificate back. Returns the file of the authority's signed answer (OCSP) that says so,
+    /// which a server can staple.
+    QString revoke(const Identity &authority, const Identity &identity);
+
+    /// Certificate and key in one PEM file.
+    QString joined(const Identity &identity);
+    /// Several certificates in one PEM file, in this order.
+    QString chain(const QStringList &certificates);
+    /// Certificate and key in one PKCS#12 file; `ending` is that of its name.
+    QString pkcs12(const Identity &identity, const QString &password,
+                   const QString &ending = QStringLiteral("p12"));
+    /// The key, encrypted, in a PEM file.
+    QString encryptedKey(const Identity &identity, const QString &password);
+    /// A file with this content.
+    QString file(const QByteArray &content);
+
+private:
+    Identity issue(const Identity &authority, const QString &name, const QStringList &hosts,
+                   const QStringList &options);
+    void run(const QStringList &arguments);
+    QString newPath(const QString &ending);
+
+    QTemporaryDir folder;
+    int count = 0;
+};
+
+} // namespace rig

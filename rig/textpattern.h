@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QRegularExpression>
+#include <QString>
+
+namespace rig {
+
+/// A text that is compared letter by letter but for the patterns in it: `{{any}}` (any text, an empty
+/// one included), `{{digits}}`, `{{uuid}}`, `{{datetime}}` (as in 2026-01-31T12:00:00, with what may
+/// follow), `{{match:...}}` (a regular expression of one's own).
+class TextPattern
+{
+public:
+    explicit TextPattern(const QString &text);
+
+    bool matches(const QString &candidate) const;
+    /// Whether the pattern occurs anywhere in the text.
+    bool occursIn(const QString &candidate) const;
+
+    /// `{{name}}` or `{{name:argument}}`, whether a pattern or not; captures name and argument.
+    static const QRegularExpression &placeholder();
+    /// Whether a placeholder with this name and argument is a pattern.
+    static bool isPattern(const QString &name, const QString &argument);
+
+private:
+    QString plain;
+    bool isPlain = true;
+    QRegularExpression whole;
+    QRegularExpression part;
+};
+
+} // namespace rig
