@@ -5,6 +5,7 @@
 #include "shared/core/basicexception.h"
 #include "shared/core/config.h"
 #include "shared/core/singleton.h"
+#include "shared/net/urlquery.h"
 
 #include <log4qt/logmanager.h>
 
@@ -42,12 +43,6 @@ struct Discounts
 std::filesystem::path pathOf(const QString &text)
 {
     return {text.toStdString()};
-}
-
-/// A value of a query: QUrlQuery would let a `+` pass, which reads as a blank at the other end.
-QString encoded(const QString &value)
-{
-    return QString::fromLatin1(QUrl::toPercentEncoding(value));
 }
 
 QString amount(double value)
@@ -138,8 +133,9 @@ QJsonObject Interface::searchCustomer(const QString &key, SearchKind kind)
 {
     logger->debug(u"Получение информации о клиенте"_s);
     QUrlQuery query;
-    query.addQueryItem(u"Brand"_s, encoded(brand));
-    query.addQueryItem(kind == SearchKind::Phone ? u"Phone"_s : u"CardNumber"_s, encoded(key));
+    query.addQueryItem(u"Brand"_s, http::queryValue(brand));
+    query.addQueryItem(kind == SearchKind::Phone ? u"Phone"_s : u"CardNumber"_s,
+                       http::queryValue(key));
     return requestData(u"searchCustomer"_s, query);
 }
 
@@ -290,8 +286,7 @@ void Interface::checkResponse(const http::Response &response, bool tolerant)
 QUrl Interface::operationUrl(const QString &operation, const QUrlQuery &query)
 {
     QUrl url = urlOf(host, path, operation);
-    if (url.isValid())
-        url.setQuery(query);
+    http::setQuery(url, query);
     return url;
 }
 
@@ -309,9 +304,9 @@ QJsonObject Interface::requestData(const QString &operation, const QUrlQuery &qu
 QUrlQuery Interface::customerQuery(const QString &cardNumber, const QString &custAccountNum) const
 {
     QUrlQuery query;
-    query.addQueryItem(u"Brand"_s, encoded(brand));
-    query.addQueryItem(u"CardNumber"_s, encoded(cardNumber));
-    query.addQueryItem(u"CustAccountNum"_s, encoded(custAccountNum));
+    query.addQueryItem(u"Brand"_s, http::queryValue(brand));
+    query.addQueryItem(u"CardNumber"_s, http::queryValue(cardNumber));
+    query.addQueryItem(u"CustAccountNum"_s, http::queryValue(custAccountNum));
     return query;
 }
 

@@ -143,6 +143,7 @@ private Q_SLOTS:
     void unreadableHost();
     void lookUps_data();
     void lookUps();
+    void emptyValuesKeepTheirEqualsSign();
     void orders_data();
     void orders();
     void failedOrderLeavesTheCard_data();
@@ -365,6 +366,18 @@ void TstMfgInterface::lookUps()
     QCOMPARE(net.lastRequest().headers, sentHeaders);
     QCOMPARE(net.lastRequest().body, QByteArray());
     QCOMPARE(log.lines(), QStringList{line});
+}
+
+void TstMfgInterface::emptyValuesKeepTheirEqualsSign()
+{
+    settings.set(u"[Mfg]\nhost = http://mfg.test:8080\n"_s);
+    FakeRestClient net({reply(200), reply(200)});
+    mfg::Interface interface;
+    interface.searchCustomer(QString(), mfg::SearchKind::Phone);
+    interface.cardInfo(QString(), u""_s);
+    QCOMPARE(net.transcript(),
+             (QStringList{u"GET "_s + api + u"searchCustomer?Brand=&Phone="_s,
+                          u"GET "_s + api + u"cardInfo?Brand=&CardNumber=&CustAccountNum="_s}));
 }
 
 void TstMfgInterface::orders_data()
