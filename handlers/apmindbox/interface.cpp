@@ -6,12 +6,15 @@
 #include "shared/core/dbqueuebroker.h"
 #include "shared/core/mockfactory.h"
 #include "shared/core/singleton.h"
+#include "shared/net/restclient.h"
+#include "shared/net/urlquery.h"
 
 #include <log4qt/logger.h>
 #include <log4qt/logmanager.h>
 
 #include <QJsonDocument>
-#include <QUrlQuery>
+
+#include <chrono>
 
 using namespace Qt::StringLiterals;
 
@@ -19,40 +22,40 @@ namespace apmindbox {
 
 namespace {
 
-constexpr int defaultTimeoutSeconds = 5;
-constexpr qint64 msInSecond = 1000;
+constexpr std::chrono::seconds defaultTimeout{5};
 
-QJsonObject customerWith(const QString &key, const QString &value)
+QDateTime now()
 {
-    return {{u"customer"_s, QJsonObject{{key, value}}}};
+    return MockFactory<CurrentTime>::create()->currentDateTime();
 }
 
-QJsonObject customerBody(const ApMindboxCustomerData &data)
+/// The present time as the platform takes it for an order that reaches it later.
+QString executionTime()
 {
-    QJsonObject customer{
-        {u"mobilePhone"_s, data.mobilePhone},
-        {u"sex"_s, data.sex == 0 ? u"male"_s : u"female"_s},
-        {u"firstName"_s, data.firstName},
-    };
+    return now().toUTC().toString(u"dd.MM.yyyy HH:mm:ss"_s);
+}
+
+QJsonObject customerWithPhone(const QString &mobilePhone)
+{
+    return {{u"mobilePhone"_s, mobilePhone}};
+}
+
+QJsonObject customerWithData(const ApMindboxCustomerData &data)
+{
+    QJsonObject customer = customerWithPhone(data.mobilePhone);
+    customer.insert(u"sex"_s, data.sex == 0 ? u"male"_s : u"female"_s);
+    customer.insert(u"firstName"_s, data.firstName);
     if (data.birthDate.isValid())
         customer.insert(u"birthDate"_s, data.birthDate.toString(u"dd.MM.yyyy"_s));
     if (!data.email.isEmpty())
         customer.insert(u"email"_s, data.email);
-    return {{u"customer"_s, customer}};
+    return customer;
 }
 
 void enqueue(const QString &method, const QJsonObject &payload)
 {
-    Singleton<DBQueueBroker>::instance()->enqueue(
-        u"apmindbox"_s, {{u"method"_s, method}, {u"payload"_s, payload}}, QString());
-}
-
-void addQueryItem(QUrlQuery &query, const QString &key, const QString &value)
-{
-    // QUrlQuery takes a plus or a per cent sign for something that is encoded already, and leaves the
-    // equals sign out before a null text.
-    query.addQueryItem(key, value.isEmpty() ? u""_s
-                                            : QString::fromLatin1(QUrl::toPercentEncoding(value)));
+    const QJsonObject message{{u"method"_s, method}, {u"payload"_s, payload}};
+    Singleton<DBQueueBroker>::instance()->enqueue(u"apmindbox"_s, message, QString());
 }
 
 } // namespace
@@ -67,9 +70,11 @@ Interface::Interface()
     brand = config.getString(u"ApMindbox:brand"_s, u"Trekraip"_s);
     url =
         QUrl(config.getString(u"ApMindbox:url"_s, u"https://api.mindbox.ru/v3/operations/sync"_s));
+    const std::chrono::seconds timeout(
+        config.getInt(u"ApMindbox:timeout"_s, static_cast<int>(defaultTimeout.count())));
     logger->info(u" адрес сервера: %1"_s, url.toDisplayString());
     client = createClient(*logger);
-    client->setTimeoutMs(config.getInt(u"ApMindbox:timeout"_s, defaultTimeoutSeconds) * msInSecond);
+    client->setTimeoutMs(std::chrono::milliseconds(timeout).count());
 }
 
 Interface::~Interface() = default;
@@ -77,53 +82,56 @@ Interface::~Interface() = default;
 GetCustomerResult Interface::getCustomer(const QString &mobilePhone)
 {
     logger->info(u"Получение данных клиента"_s);
-    return GetCustomerResult(
-        execute(u"Offline.GetCustomer"_s, customerWith(u"mobilePhone"_s, mobilePhone), QString()));
+    return GetCustomerResult(execute(u"Offline.GetCustomer"_s,
+                                     {{u"customer"_s, customerWithPhone(mobilePhone)}}, QString()));
 }
 
 RegisterCustomerResult Interface::registerCustomer(const ApMindboxCustomerData &customer)
 {
     logger->info(u"Регистрация клиента"_s);
-    return RegisterCustomerResult(
-        execute(u"Offline.RegisterCustomer"_s, customerBody(customer), QString()));
+    return RegisterCustomerResult(execute(
+        u"Offline.RegisterCustomer"_s, {{u"customer"_s, customerWithData(customer)}}, QString()));
 }
 
 OperationResult Interface::editCustomer(const ApMindboxCustomerData &customer)
 {
     logger->info(u"Изменение данных клиента"_s);
-    return execute(u"Offline.EditCustomer"_s, customerBody(customer), QString());
+    return execute(u"Offline.EditCustomer"_s, {{u"customer"_s, customerWithData(customer)}},
+                   QString());
 }
 
 OperationResult Interface::resendMobilePhoneConfirmationCode(const QString &mobilePhone)
 {
     logger->info(u"Отправка кода для подтверждения номера '%1'"_s, mobilePhone);
     return execute(u"Offline.ResendMobilePhoneConfirmationCode"_s,
-                   customerWith(u"mobilePhone"_s, mobilePhone), QString());
+                   {{u"customer"_s, customerWithPhone(mobilePhone)}}, QString());
 }
 
 OperationResult Interface::confirmMobilePhone(const QString &mobilePhone, const QString &code)
 {
     logger->info(u"Подтверждение телефона '%1' кодом '%2'"_s.arg(mobilePhone, code));
-    QJsonObject body = customerWith(u"mobilePhone"_s, mobilePhone);
-    body.insert(u"smsConfirmation"_s, QJsonObject{{u"code"_s, code}});
-    return execute(u"Offline.ConfirmMobilePhone"_s, body, QString());
+    return execute(u"Offline.ConfirmMobilePhone"_s,
+                   {{u"customer"_s, customerWithPhone(mobilePhone)},
+                    {u"smsConfirmation"_s, QJsonObject{{u"code"_s, code}}}},
+                   QString());
 }
 
 OperationResult Interface::checkMobilePhoneAuthorizationCode(const QString &mobilePhone,
                                                              const QString &code)
 {
     logger->info(u"Проверка кода авторизации для номера '%1'"_s, mobilePhone);
-    QJsonObject body = customerWith(u"mobilePhone"_s, mobilePhone);
-    // The platform's own spelling.
-    body.insert(u"authentificationCode"_s, code);
-    return execute(u"Offline.CheckMobilePhoneAuthorizationCode"_s, body, QString());
+    // The platform spells this key so.
+    return execute(
+        u"Offline.CheckMobilePhoneAuthorizationCode"_s,
+        {{u"customer"_s, customerWithPhone(mobilePhone)}, {u"authentificationCode"_s, code}},
+        QString());
 }
 
 OperationResult Interface::confirmEmail(const QString &email)
 {
     logger->info(u"Подтверждение электронной почты"_s);
-    return execute(u"Offline.EmailConfirmationLetter"_s, customerWith(u"email"_s, email),
-                   QString());
+    return execute(u"Offline.EmailConfirmationLetter"_s,
+                   {{u"customer"_s, QJsonObject{{u"email"_s, email}}}}, QString());
 }
 
 CreateOrderResult Interface::createAuthorizedOrder(const QJsonObject &order, bool fromQueue)
@@ -133,8 +141,7 @@ CreateOrderResult Interface::createAuthorizedOrder(const QJsonObject &order, boo
     if (!fromQueue && result.noConnection) {
         logger->info(u"Отправка сообщения создания заказа в очередь"_s);
         QJsonObject payload = order;
-        const QDateTime now = MockFactory<CurrentTime>::create()->currentDateTime().toUTC();
-        payload.insert(u"executionDateTimeUtc"_s, now.toString(u"dd.MM.yyyy HH:mm:ss"_s));
+        payload.insert(u"executionDateTimeUtc"_s, executionTime());
         enqueue(u"create"_s, payload);
     }
     return result;
@@ -161,19 +168,16 @@ OperationResult Interface::execute(const QString &operationName, const QJsonObje
         operationName, redirected == operationName ? QString() : u" -> '%1'"_s.arg(redirected)));
 
     QUrlQuery query;
-    addQueryItem(query, u"endpointId"_s, endpoint);
-    addQueryItem(query, u"operation"_s, operationName);
+    query.addQueryItem(u"endpointId"_s, http::queryValue(endpoint));
+    query.addQueryItem(u"operation"_s, http::queryValue(operationName));
     if (!transactionId.isEmpty())
-        addQueryItem(query, u"transactionId"_s, transactionId);
-    // Whatever is set in an address that cannot be read makes a readable one of what is left of it, which
-    // may be another server's.
-    if (url.isValid())
-        url.setQuery(query);
+        query.addQueryItem(u"transactionId"_s, http::queryValue(transactionId));
+    http::setQuery(url, query);
 
-    QJsonObject request = body;
-    request.insert(u"pointOfContact"_s, pointOfContact);
+    QJsonObject content = body;
+    content.insert(u"pointOfContact"_s, pointOfContact);
     client->setCompactLogs(false);
-    client->post(url, QJsonDocument(request),
+    client->post(url, QJsonDocument(content),
                  {{u"Content-Type"_s, u"application/json; charset=utf-8"_s},
                   {u"Accept"_s, u"application/json"_s},
                   {u"Authorization"_s, u"Mindbox secretKey=\"%1\""_s.arg(secretKey)}});

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "handlers/apmindbox/results.h"
-#include "shared/net/restclient.h"
 
 #include <QJsonObject>
 #include <QString>
@@ -9,14 +8,17 @@
 
 #include <memory>
 
+class RestClient;
+
 namespace Log4Qt {
 class Logger;
 }
 
 namespace apmindbox {
 
-/// The brand's client of the Mindbox operations API. Each operation makes one request, waits for its
-/// end and tells the outcome by its result.
+/// One brand's client of the Mindbox loyalty platform. Each operation is one POST of JSON to one address,
+/// with the operation's name in the query, and tells the outcome by its result; a failed request is a
+/// result like any other. All of them go through execute(), so a subclass can replace the transport alone.
 ///
 /// Settings: section `ApMindbox`, read when the object is made, so make one for each piece of work.
 /// Logs on `apmindbox`.
@@ -28,8 +30,8 @@ class Interface
 {
 public:
     Interface();
-
     virtual ~Interface();
+
     virtual GetCustomerResult getCustomer(const QString &mobilePhone);
     virtual RegisterCustomerResult registerCustomer(const ApMindboxCustomerData &customer);
     virtual OperationResult editCustomer(const ApMindboxCustomerData &customer);
@@ -45,12 +47,13 @@ public:
     /// Without `sendNow` the change goes into the queue instead; the result is at its defaults and no
     /// success.
     virtual OperationResult changeOrderStatus(const QJsonObject &body, bool sendNow);
-    /// The one way to the platform, which all other operations take. `transactionId` is left out of the
-    /// request when empty. A `pointOfContact` in `body` gives way to the one of the settings.
+    /// The one way to the platform. `transactionId` is left out of the query when empty. A
+    /// `pointOfContact` in `body` gives way to the one of the settings.
     virtual OperationResult execute(const QString &operationName, const QJsonObject &body,
                                     const QString &transactionId);
 
 private:
+    /// Its query is that of the latest request.
     QUrl url;
     /// Whose customers these are. No operation sends it.
     QString brand;

@@ -1,6 +1,7 @@
 #include "handlers/apmindbox/results.h"
 
 #include "shared/core/jsonvalue.h"
+#include "shared/net/httpresponse.h"
 
 #include <log4qt/logger.h>
 
@@ -14,7 +15,7 @@ namespace {
 
 constexpr int httpOk = 200;
 
-RequestStatus requestStatus(const QString &text)
+RequestStatus requestStatusOf(const QString &text)
 {
     // clang-format off
     static const QHash<QString, RequestStatus> known{
@@ -26,7 +27,7 @@ RequestStatus requestStatus(const QString &text)
     return known.value(text, RequestStatus::Unknown);
 }
 
-ProcessingStatus processingStatusAt(const QJsonObject &reply, const QString &path)
+ProcessingStatus processingStatusOf(const QString &text)
 {
     // clang-format off
     static const QHash<QString, ProcessingStatus> known{
@@ -42,54 +43,15 @@ ProcessingStatus processingStatusAt(const QJsonObject &reply, const QString &pat
         {u"IncorrectConfirmationCode"_s, ProcessingStatus::IncorrectConfirmationCode},
     };
     // clang-format on
-    return known.value(jsonValueByPath(reply, path).toString(), ProcessingStatus::Unknown);
+    return known.value(text, ProcessingStatus::Unknown);
 }
 
-ApMindboxCustomer customerFrom(const QJsonObject &reply)
+ProcessingStatus statusAt(const QJsonObject &object, const QString &path)
 {
-    const auto value = [&reply](const QString &path) {
-        return jsonValueByPath(reply, path);
-    };
-    ApMindboxCustomer customer;
-    customer.isMobilePhoneConfirmed = value(u"customer.isMobilePhoneConfirmed"_s).toBool();
-    customer.consentToElectronicChecks =
-        value(u"customer.customFields.consentToElectronicChecks"_s).toBool();
-    customer.email = value(u"customer.email"_s).toString();
-    customer.firstName = value(u"customer.firstName"_s).toString();
-    customer.lastName = value(u"customer.lastName"_s).toString();
-    customer.mobilePhone = value(u"customer.mobilePhone"_s).toVariant().toString();
-    // The platform tells a birth date in another format than the one it is told.
-    customer.birthDate =
-        QDate::fromString(value(u"customer.birthDate"_s).toString(), u"yyyy-MM-dd"_s);
-    customer.sex = value(u"customer.sex"_s).toString();
-    customer.processingStatus = processingStatusAt(reply, u"customer.processingStatus"_s);
-    return customer;
+    return processingStatusOf(jsonTextByPath(object, path));
 }
 
 } // namespace
-
-OperationResult::OperationResult(const http::Response &reply, Log4Qt::Logger &logger)
-    : httpStatus(reply.status)
-    , networkError(reply.errorCode)
-    , response(reply.responseObject())
-{
-    const QString statusText = response.value("status"_L1).toString();
-    status = requestStatus(statusText);
-    if (response.contains("errorMessage"_L1)) {
-        logger.error(u"Статус: %1"_s, statusText);
-        logger.error(u"Ошибка: %1"_s, response.value("errorMessage"_L1).toString());
-        status = RequestStatus::Error;
-    } else if (reply.isNetworkError() || reply.isTooLarge()
-               || (response.isEmpty() && httpStatus != httpOk)) {
-        status = RequestStatus::Error;
-        noConnection = true;
-        error = tr::Tr(u"mindboxNoConnectionError"_s, u"Ошибка связи с сервером"_s);
-    }
-    if (response.contains("customer"_L1))
-        customer = customerFrom(response);
-}
-
-OperationResult::~OperationResult() = default;
 
 bool OperationResult::isSuccess() const
 {
@@ -101,13 +63,57 @@ tr::Tr OperationResult::errorOr(const tr::Tr &defaultText) const
     return error.isEmpty() ? defaultText : error;
 }
 
-CreateOrderResult::CreateOrderResult(const OperationResult &result)
-    : OperationResult(result)
-    , processingStatus(processingStatusAt(response, u"order.processingStatus"_s))
+OperationResult::OperationResult(const http::Response &reply, Log4Qt::Logger &logger)
 {
+    httpStatus = reply.status;
+    networkError = reply.errorCode;
+    response = reply.responseObject();
+    readStatus(reply, logger);
+    if (response.contains(u"customer"_s))
+        readCustomer();
 }
 
-CreateOrderResult::~CreateOrderResult() = default;
+void OperationResult::readStatus(const http::Response &reply, Log4Qt::Logger &logger)
+{
+    const QString text = jsonTextByPath(response, u"status"_s);
+    status = requestStatusOf(text);
+    if (response.contains(u"errorMessage"_s)) {
+        logger.error(u"Статус: %1"_s, text);
+        logger.error(u"Ошибка: %1"_s, jsonTextByPath(response, u"errorMessage"_s));
+        status = RequestStatus::Error;
+        return;
+    }
+    // An order of the till must not be lost for half an answer: it goes into the queue.
+    const bool isUnread = reply.isNetworkError() || reply.isTooLarge();
+    if (isUnread || (response.isEmpty() && httpStatus != httpOk)) {
+        status = RequestStatus::Error;
+        noConnection = true;
+        error = tr::Tr(u"mindboxNoConnectionError"_s, u"Ошибка связи с сервером"_s);
+    }
+}
+
+void OperationResult::readCustomer()
+{
+    customer.isMobilePhoneConfirmed =
+        jsonValueByPath(response, u"customer.isMobilePhoneConfirmed"_s).toBool();
+    customer.consentToElectronicChecks =
+        jsonValueByPath(response, u"customer.customFields.consentToElectronicChecks"_s).toBool();
+    customer.email = jsonTextByPath(response, u"customer.email"_s);
+    customer.firstName = jsonTextByPath(response, u"customer.firstName"_s);
+    customer.lastName = jsonTextByPath(response, u"customer.lastName"_s);
+    customer.mobilePhone = jsonLooseTextByPath(response, u"customer.mobilePhone"_s);
+    // The platform tells a birth date in another format than the one it is told.
+    customer.birthDate =
+        QDate::fromString(jsonTextByPath(response, u"customer.birthDate"_s), u"yyyy-MM-dd"_s);
+    customer.sex = jsonTextByPath(response, u"customer.sex"_s);
+    customer.processingStatus = statusAt(response, u"customer.processingStatus"_s);
+}
+
+CreateOrderResult::CreateOrderResult(const OperationResult &result)
+    : OperationResult(result)
+    , processingStatus(statusAt(response, u"order.processingStatus"_s))
+{
+}
 
 bool CreateOrderResult::isSuccess() const
 {
@@ -119,8 +125,6 @@ GetCustomerResult::GetCustomerResult(const OperationResult &result)
     : OperationResult(result)
 {
 }
-
-GetCustomerResult::~GetCustomerResult() = default;
 
 bool GetCustomerResult::isSuccess() const
 {
@@ -135,12 +139,9 @@ RegisterCustomerResult::RegisterCustomerResult(const OperationResult &result)
 {
 }
 
-RegisterCustomerResult::~RegisterCustomerResult() = default;
-
 bool RegisterCustomerResult::isSuccess() const
 {
-    return processingStatusAt(response, u"customer.processingStatus"_s)
-           == ProcessingStatus::Created;
+    return statusAt(response, u"customer.processingStatus"_s) == ProcessingStatus::Created;
 }
 
 } // namespace apmindbox

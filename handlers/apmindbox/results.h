@@ -1,11 +1,14 @@
 #pragma once
 
 #include "shared/core/tr.h"
-#include "shared/net/httpresponse.h"
 
 #include <QDate>
 #include <QJsonObject>
 #include <QString>
+
+namespace http {
+struct Response;
+}
 
 namespace Log4Qt {
 class Logger;
@@ -82,15 +85,14 @@ public:
     OperationResult() = default;
     /// Logs the error that the reply names.
     OperationResult(const http::Response &reply, Log4Qt::Logger &logger);
-    OperationResult(const OperationResult &) = default;
-    OperationResult &operator=(const OperationResult &) = default;
+    virtual ~OperationResult() = default;
 
-    virtual ~OperationResult();
     virtual bool isSuccess() const;
     virtual tr::Tr errorOr(const tr::Tr &defaultText) const;
 
-    qint32 httpStatus = 0;
-    qint32 networkError = 0;
+    int httpStatus = 0;
+    /// The client's error code, 0 for none.
+    int networkError = 0;
     /// No whole answer came, whatever status was read before it broke off, or one that is too large to be
     /// read, or one that holds no JSON member and whose status is not 200.
     bool noConnection = false;
@@ -100,16 +102,17 @@ public:
     /// The whole reply; empty when it is no JSON object.
     QJsonObject response;
     ApMindboxCustomer customer;
+
+private:
+    void readStatus(const http::Response &reply, Log4Qt::Logger &logger);
+    void readCustomer();
 };
 
 class CreateOrderResult : public OperationResult
 {
 public:
     explicit CreateOrderResult(const OperationResult &result);
-    CreateOrderResult(const CreateOrderResult &) = default;
-    CreateOrderResult &operator=(const CreateOrderResult &) = default;
 
-    ~CreateOrderResult() override;
     /// The order was processed or calculated, whatever `status` says.
     bool isSuccess() const override;
 
@@ -120,10 +123,7 @@ class GetCustomerResult : public OperationResult
 {
 public:
     explicit GetCustomerResult(const OperationResult &result);
-    GetCustomerResult(const GetCustomerResult &) = default;
-    GetCustomerResult &operator=(const GetCustomerResult &) = default;
 
-    ~GetCustomerResult() override;
     /// The platform knows whether there is such a customer.
     bool isSuccess() const override;
 };
@@ -132,10 +132,7 @@ class RegisterCustomerResult : public OperationResult
 {
 public:
     explicit RegisterCustomerResult(const OperationResult &result);
-    RegisterCustomerResult(const RegisterCustomerResult &) = default;
-    RegisterCustomerResult &operator=(const RegisterCustomerResult &) = default;
 
-    ~RegisterCustomerResult() override;
     /// `response` says that the customer was created, whatever `status` says.
     bool isSuccess() const override;
 };

@@ -7,9 +7,14 @@
 #include "shared/core/mockfactory.h"
 #include "shared/core/singleton.h"
 #include "shared/net/restclient.h"
+#include "shared/net/urlquery.h"
 
 #include <log4qt/logger.h>
 #include <log4qt/logmanager.h>
+
+#include <QJsonDocument>
+
+#include <chrono>
 
 using namespace Qt::StringLiterals;
 
@@ -17,12 +22,18 @@ namespace mindbox {
 
 namespace {
 
-constexpr int defaultTimeoutSeconds = 5;
-constexpr qint64 resendIntervalSeconds = 31;
+constexpr std::chrono::seconds defaultTimeout{5};
+constexpr std::chrono::seconds resendInterval{31};
 
 QDateTime now()
 {
     return MockFactory<CurrentTime>::create()->currentDateTime();
+}
+
+/// The present time as the platform takes it for an order that reaches it later.
+QString executionTime()
+{
+    return now().toUTC().toString(u"dd.MM.yyyy HH:mm:ss"_s);
 }
 
 QJsonObject customerWithPhone(const QString &mobilePhone)
@@ -49,12 +60,6 @@ QString externalId(const QJsonObject &body)
     return object.value(u"externalId"_s).toString();
 }
 
-/// A query item of which every letter arrives as it is.
-QString queryItem(const QString &key, const QString &value)
-{
-    return key + u'=' + QString::fromLatin1(QUrl::toPercentEncoding(value));
-}
-
 void enqueue(const QString &method, const QJsonObject &payload,
              const QString &cardNumber = QString())
 {
@@ -75,10 +80,12 @@ Interface::Interface()
     pointOfContact = config.getString(u"Mindbox:pointOfContact"_s, QString());
     useIdempotencyKey = config.getBool(u"Mindbox:useIdempotencyKey"_s, false);
     readOperationNames();
-    client = createClient(*logger);
-    client->setTimeoutMs(qint64(config.getInt(u"Mindbox:timeout"_s, defaultTimeoutSeconds)) * 1000);
     url = QUrl(config.getString(u"Mindbox:url"_s, u"https://api.mindbox.ru/v3/operations/sync"_s));
-    logger->info(u" адрес сервера: %1"_s, url.toString(QUrl::RemovePassword));
+    const std::chrono::seconds timeout(
+        config.getInt(u"Mindbox:timeout"_s, static_cast<int>(defaultTimeout.count())));
+    logger->info(u" адрес сервера: %1"_s, url.toDisplayString());
+    client = createClient(*logger);
+    client->setTimeoutMs(std::chrono::milliseconds(timeout).count());
 }
 
 Interface::~Interface() = default;
@@ -102,9 +109,9 @@ OperationResult Interface::editCustomer(const MindboxCustomer &customer,
 OperationResult Interface::sendMobilePhoneAuthorizationCode(const QString &mobilePhone)
 {
     const QJsonObject body{{u"customer"_s, customerWithPhone(mobilePhone)}};
-    const qint64 currentTime = now().toSecsSinceEpoch();
+    const std::chrono::seconds sinceFirstCode(now().toSecsSinceEpoch() - authorizationCodeTime);
     if (mobilePhone == authorizationCodePhone) {
-        if (currentTime - authorizationCodeTime < resendIntervalSeconds) {
+        if (sinceFirstCode < resendInterval) {
             OperationResult refused;
             refused.error_ = tr::Tr(u"Повторная отправка кода временно недоступна"_s);
             return refused;
@@ -122,7 +129,7 @@ OperationResult Interface::sendMobilePhoneAuthorizationCode(const QString &mobil
 OperationResult Interface::checkMobilePhoneAuthorizationCode(const MindboxCustomer &customer,
                                                              const QString &code)
 {
-    // The service spells this key so.
+    // The platform spells this key so.
     return request(checkMobilePhoneAuthorizationCodeOperation,
                    {{u"customer"_s, customerWithIds(customer.mindboxId, customer.mobilePhone)},
                     {u"authentificationCode"_s, code}},
@@ -225,7 +232,7 @@ void Interface::queueRollback(const QJsonObject &body)
 void Interface::queueSaveOfflineOrder(QJsonObject &body, const QString &cardNumber)
 {
     logger->info(u"Отправка отложенной обработки чека в очередь"_s);
-    body.insert(u"executionDateTimeUtc"_s, now().toUTC().toString(u"dd.MM.yyyy HH:mm:ss"_s));
+    body.insert(u"executionDateTimeUtc"_s, executionTime());
     enqueue(u"saveOfflineOrder"_s, body, cardNumber);
 }
 
@@ -250,24 +257,21 @@ void Interface::resetAuthorizationCodeState()
 OperationResult Interface::request(const QString &operationName, const QJsonObject &body,
                                    const QString &transactionId)
 {
+    QUrlQuery query;
+    query.addQueryItem(u"endpointId"_s, http::queryValue(endpoint));
+    query.addQueryItem(u"operation"_s, http::queryValue(operationName));
+    if (!transactionId.isEmpty())
+        query.addQueryItem(u"transactionId"_s, http::queryValue(transactionId));
+    http::setQuery(url, query);
+
     QJsonObject content = body;
     content.insert(u"pointOfContact"_s, pointOfContact);
-
-    QStringList query{queryItem(u"endpointId"_s, endpoint),
-                      queryItem(u"operation"_s, operationName)};
-    if (!transactionId.isEmpty())
-        query.append(queryItem(u"transactionId"_s, transactionId));
-    // Whatever is set in an address that cannot be read makes a readable one of what is left of it, which
-    // may be another server's.
-    if (url.isValid())
-        url.setQuery(query.join(u'&'));
-
     client->setCompactLogs(false);
     client->post(url, QJsonDocument(content),
                  {{u"Content-Type"_s, u"application/json; charset=utf-8"_s},
                   {u"Accept"_s, u"application/json"_s},
                   {u"Authorization"_s, u"Mindbox secretKey=\"%1\""_s.arg(secretKey)}});
-    return OperationResult(client->response(), logger);
+    return OperationResult(client->response(), *logger);
 }
 
 BeginResult Interface::beginOrderTransaction(const QString &operationName, const QJsonObject &order)

@@ -17,11 +17,15 @@ class Logger;
 namespace mindbox {
 
 /// The client of the Mindbox loyalty platform. Each operation is one POST of JSON to one address, with
-/// the operation's name in the query; all of them go through request(), so a subclass can replace the
-/// transport alone. A failed request is a result like any other.
+/// the operation's name in the query, and tells the outcome by its result; a failed request is a result
+/// like any other. All of them go through request(), so a subclass can replace the transport alone.
 ///
-/// The settings of section `Mindbox` are read by the constructor and hold for the object's life.
-/// Thread: one, with one request at a time.
+/// Settings: section `Mindbox`, read when the object is made, so make one for each piece of work.
+/// Logs on `mindbox`.
+///
+/// Throws BasicException where an operation writes into the queue and the row could not be written;
+/// nothing else throws.
+/// Thread: the one that made it, one request at a time.
 class Interface
 {
 public:
@@ -53,8 +57,7 @@ public:
     virtual BeginResult beginAuthorizedOrderTransaction(const QJsonObject &order);
     virtual BeginResult beginUnauthorizedOrderTransaction(const QJsonObject &order);
     virtual RollbackResult rollbackOrderTransaction(const QJsonObject &body);
-    /// The queue forms write a message that MindboxHandler delivers, and send nothing. They throw
-    /// BasicException when the row could not be written.
+    /// The queue forms write a message that MindboxHandler delivers, and send nothing.
     virtual void queueRollback(const QJsonObject &body);
     /// Stamps the time of this call into `body`, as `executionDateTimeUtc`. An empty `cardNumber` is
     /// left out of the message.
@@ -63,12 +66,12 @@ public:
     virtual ReturnResult returnOrder(const QJsonObject &body);
     /// The next code for any phone number is a first one again.
     virtual void resetAuthorizationCodeState();
-    /// The one way to the service. `pointOfContact` is put into the body; an empty `transactionId`
-    /// stays out of the query.
+    /// The one way to the platform. `transactionId` is left out of the query when empty. A
+    /// `pointOfContact` in `body` gives way to the one of the settings.
     virtual OperationResult request(const QString &operationName, const QJsonObject &body,
                                     const QString &transactionId);
     /// With `Mindbox:useIdempotencyKey` the order's external id goes along as the transaction's id, so
-    /// that the service knows a repeated beginning.
+    /// that the platform knows a repeated beginning.
     virtual BeginResult beginOrderTransaction(const QString &operationName,
                                               const QJsonObject &order);
 

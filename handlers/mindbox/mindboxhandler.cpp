@@ -16,11 +16,11 @@ bool isFinished(const mindbox::OperationResult &result)
            || result.networkError == mindbox::badRequestError;
 }
 
-bool saveOfflineOrder(mindbox::Interface &mindbox, QJsonObject payload, const QString &cardNumber,
+bool saveOfflineOrder(mindbox::Interface &interface, QJsonObject payload, const QString &cardNumber,
                       Log4Qt::Logger &logger)
 {
     if (!cardNumber.isEmpty()) {
-        const mindbox::OperationResult check = mindbox.checkCustomer(cardNumber, false);
+        const mindbox::OperationResult check = interface.checkCustomer(cardNumber, false);
         if (check.customer.isFound()) {
             payload.insert(u"customer"_s,
                            QJsonObject{{u"mobilePhone"_s, check.customer.mobilePhone}});
@@ -29,7 +29,7 @@ bool saveOfflineOrder(mindbox::Interface &mindbox, QJsonObject payload, const QS
             return true;
         }
     }
-    return isFinished(mindbox.saveOfflineOrder(payload));
+    return isFinished(interface.saveOfflineOrder(payload));
 }
 
 } // namespace
@@ -42,17 +42,17 @@ MindboxHandler::MindboxHandler()
 bool MindboxHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
+    mindbox::Interface interface;
 
-    mindbox::Interface mindbox;
     const auto payload =
         QJsonObject::fromVariantMap(messageValue<QVariantMap>(message, u"payload"_s));
-    const QString method = messageValue<QString>(message, u"method"_s);
-    if (method == "commit"_L1)
-        return isFinished(mindbox.commitOrderTransaction(payload));
-    if (method == "saveOfflineOrder"_L1)
-        return saveOfflineOrder(mindbox, payload, messageValue<QString>(message, u"cardNumber"_s),
+    const auto method = messageValue<QString>(message, u"method"_s);
+    if (method == u"commit")
+        return isFinished(interface.commitOrderTransaction(payload));
+    if (method == u"saveOfflineOrder")
+        return saveOfflineOrder(interface, payload, messageValue<QString>(message, u"cardNumber"_s),
                                 *logger());
-    if (method == "rollback"_L1)
-        return isFinished(mindbox.rollbackOrderTransaction(payload));
+    if (method == u"rollback")
+        return isFinished(interface.rollbackOrderTransaction(payload));
     return false;
 }

@@ -7,6 +7,7 @@
 
 #include <log4qt/logger.h>
 
+#include <QHash>
 #include <QJsonArray>
 
 using namespace Qt::StringLiterals;
@@ -15,57 +16,45 @@ namespace mindbox {
 
 namespace {
 
-RequestStatus requestStatus(const QString &text)
+constexpr int httpOk = 200;
+
+RequestStatus requestStatusOf(const QString &text)
 {
-    if (text == "Success"_L1)
-        return RequestStatus::Success;
-    if (text == "ValidationError"_L1)
-        return RequestStatus::ValidationError;
-    if (text == "ProtocolError"_L1)
-        return RequestStatus::ProtocolError;
-    return RequestStatus::Unknown;
+    // clang-format off
+    static const QHash<QString, RequestStatus> known{
+        {u"Success"_s,         RequestStatus::Success},
+        {u"ValidationError"_s, RequestStatus::ValidationError},
+        {u"ProtocolError"_s,   RequestStatus::ProtocolError},
+    };
+    // clang-format on
+    return known.value(text, RequestStatus::Unknown);
 }
 
 ProcessingStatus processingStatusOf(const QString &text)
 {
-    struct Row
-    {
-        QLatin1StringView text;
-        ProcessingStatus status;
-    };
     // clang-format off
-    static constexpr Row rows[] = {
-        {"NotFound"_L1,                      ProcessingStatus::NotFound},
-        {"Found"_L1,                         ProcessingStatus::Found},
-        {"Changed"_L1,                       ProcessingStatus::Changed},
-        {"Created"_L1,                       ProcessingStatus::Created},
-        {"MobilePhoneConfirmed"_L1,          ProcessingStatus::MobilePhoneConfirmed},
-        {"AlreadyConfirmed"_L1,              ProcessingStatus::AlreadyConfirmed},
-        {"Processed"_L1,                     ProcessingStatus::Processed},
-        {"NotProcessed"_L1,                  ProcessingStatus::NotProcessed},
-        {"AlreadyBoundToCurrentCustomer"_L1, ProcessingStatus::AlreadyBoundToCurrentCustomer},
-        {"Bound"_L1,                         ProcessingStatus::Bound},
-        {"PriceHasBeenChanged"_L1,           ProcessingStatus::PriceHasBeenChanged},
-        {"Calculated"_L1,                    ProcessingStatus::Calculated},
-        {"IncorrectConfirmationCode"_L1,     ProcessingStatus::IncorrectConfirmationCode},
+    static const QHash<QString, ProcessingStatus> known{
+        {u"NotFound"_s,                      ProcessingStatus::NotFound},
+        {u"Found"_s,                         ProcessingStatus::Found},
+        {u"Changed"_s,                       ProcessingStatus::Changed},
+        {u"Created"_s,                       ProcessingStatus::Created},
+        {u"MobilePhoneConfirmed"_s,          ProcessingStatus::MobilePhoneConfirmed},
+        {u"AlreadyConfirmed"_s,              ProcessingStatus::AlreadyConfirmed},
+        {u"Processed"_s,                     ProcessingStatus::Processed},
+        {u"NotProcessed"_s,                  ProcessingStatus::NotProcessed},
+        {u"AlreadyBoundToCurrentCustomer"_s, ProcessingStatus::AlreadyBoundToCurrentCustomer},
+        {u"Bound"_s,                         ProcessingStatus::Bound},
+        {u"PriceHasBeenChanged"_s,           ProcessingStatus::PriceHasBeenChanged},
+        {u"Calculated"_s,                    ProcessingStatus::Calculated},
+        {u"IncorrectConfirmationCode"_s,     ProcessingStatus::IncorrectConfirmationCode},
     };
     // clang-format on
-    for (const Row &row : rows) {
-        if (text == row.text)
-            return row.status;
-    }
-    return ProcessingStatus::Unknown;
+    return known.value(text, ProcessingStatus::Unknown);
 }
 
-QString textAt(const QJsonObject &object, const QString &path)
+ProcessingStatus statusAt(const QJsonObject &object, const QString &path)
 {
-    return jsonValueByPath(object, path).toString();
-}
-
-/// A number counts as its text, too.
-QString looseTextAt(const QJsonObject &object, const QString &path)
-{
-    return jsonValueByPath(object, path).toVariant().toString();
+    return processingStatusOf(jsonTextByPath(object, path));
 }
 
 double numberAt(const QJsonObject &object, const QString &path)
@@ -76,11 +65,6 @@ double numberAt(const QJsonObject &object, const QString &path)
 QJsonArray listAt(const QJsonObject &object, const QString &path)
 {
     return jsonValueByPath(object, path).toArray();
-}
-
-ProcessingStatus statusAt(const QJsonObject &object, const QString &path)
-{
-    return processingStatusOf(textAt(object, path));
 }
 
 QDateTime timeOf(const QJsonValue &text)
@@ -103,10 +87,10 @@ QList<MindboxDiscountCard> activatedCards(const QJsonArray &elements)
     QList<MindboxDiscountCard> cards;
     for (const auto &element : elements) {
         const QJsonObject object = element.toObject();
-        if (textAt(object, u"status.ids.systemName"_s) != "Activated"_L1)
+        if (jsonTextByPath(object, u"status.ids.systemName"_s) != "Activated"_L1)
             continue;
         MindboxDiscountCard card;
-        card.number = textAt(object, u"ids.number"_s);
+        card.number = jsonTextByPath(object, u"ids.number"_s);
         card.date = timeOf(jsonValueByPath(object, u"status.dateTimeUtc"_s));
         cards.append(card);
     }
@@ -116,7 +100,7 @@ QList<MindboxDiscountCard> activatedCards(const QJsonArray &elements)
 MindboxBalance customerBalance(const QJsonObject &object)
 {
     MindboxBalance balance;
-    balance.name = textAt(object, u"name"_s);
+    balance.name = jsonTextByPath(object, u"name"_s);
     balance.amount = numberAt(object, u"available"_s);
     return balance;
 }
@@ -124,8 +108,8 @@ MindboxBalance customerBalance(const QJsonObject &object)
 MindboxBalance earnedBalance(const QJsonObject &line)
 {
     MindboxBalance balance;
-    balance.systemName = textAt(line, u"balanceType.ids.systemName"_s);
-    balance.name = textAt(line, u"balanceType.name"_s);
+    balance.systemName = jsonTextByPath(line, u"balanceType.ids.systemName"_s);
+    balance.name = jsonTextByPath(line, u"balanceType.name"_s);
     balance.amount = numberAt(line, u"earnedAmount"_s);
     return balance;
 }
@@ -133,22 +117,22 @@ MindboxBalance earnedBalance(const QJsonObject &line)
 MindboxPlaceholder placeholderOf(const QJsonObject &object)
 {
     MindboxPlaceholder placeholder;
-    placeholder.id = textAt(object, u"ids.externalId"_s);
+    placeholder.id = jsonTextByPath(object, u"ids.externalId"_s);
     const QJsonArray content = listAt(object, u"content"_s);
     for (const auto &part : content)
-        placeholder.messages.append(textAt(part.toObject(), u"message"_s));
+        placeholder.messages.append(jsonTextByPath(part.toObject(), u"message"_s));
     return placeholder;
 }
 
 MindboxAppliedPromotion promotionOf(const QJsonObject &object)
 {
     MindboxAppliedPromotion promotion;
-    promotion.name = textAt(object, u"promotion.name"_s);
-    promotion.type = textAt(object, u"type"_s);
+    promotion.name = jsonTextByPath(object, u"promotion.name"_s);
+    promotion.type = jsonTextByPath(object, u"type"_s);
     promotion.amount = numberAt(object, u"amount"_s);
-    promotion.promotionType = textAt(object, u"promotion.type"_s);
-    promotion.balanceType = textAt(object, u"balanceType.ids.systemName"_s);
-    promotion.couponCode = textAt(object, u"coupon.ids.code"_s);
+    promotion.promotionType = jsonTextByPath(object, u"promotion.type"_s);
+    promotion.balanceType = jsonTextByPath(object, u"balanceType.ids.systemName"_s);
+    promotion.couponCode = jsonTextByPath(object, u"coupon.ids.code"_s);
     return promotion;
 }
 
@@ -157,7 +141,7 @@ MindboxLine lineOf(const QJsonObject &object)
     MindboxLine line;
     line.discountedPrice = numberAt(object, u"discountedPriceOfLine"_s);
     line.lineNumber = jsonValueByPath(object, u"lineNumber"_s).toInt();
-    line.lineId = textAt(object, u"lineId"_s).toInt();
+    line.lineId = jsonTextByPath(object, u"lineId"_s).toInt();
     line.appliedPromotions = listOf(listAt(object, u"appliedPromotions"_s), promotionOf);
     line.placeholders = listOf(listAt(object, u"placeholders"_s), placeholderOf);
     return line;
@@ -169,8 +153,8 @@ QMap<QString, MindboxCoupon> couponsOf(const QJsonArray &elements)
     for (const auto &element : elements) {
         const QJsonObject object = element.toObject();
         MindboxCoupon coupon;
-        coupon.code = textAt(object, u"coupon.ids.code"_s);
-        coupon.status = textAt(object, u"coupon.status"_s);
+        coupon.code = jsonTextByPath(object, u"coupon.ids.code"_s);
+        coupon.status = jsonTextByPath(object, u"coupon.status"_s);
         coupons.insert(coupon.code, coupon);
     }
     return coupons;
@@ -193,28 +177,29 @@ tr::Tr RequestResult::errorOr(const tr::Tr &defaultText) const
     return error_.isEmpty() ? defaultText : error_;
 }
 
-OperationResult::OperationResult(const http::Response &httpResponse, Log4Qt::Logger *logger)
+OperationResult::OperationResult(const http::Response &reply, Log4Qt::Logger &logger)
 {
-    response = httpResponse.responseObject();
-    httpStatus = httpResponse.status;
-    networkError = httpResponse.errorCode;
-    readStatus(httpResponse.isNetworkError() || httpResponse.isTooLarge(), logger);
+    httpStatus = reply.status;
+    networkError = reply.errorCode;
+    response = reply.responseObject();
+    readStatus(reply, logger);
     if (response.contains(u"customer"_s))
         readCustomer();
 }
 
-void OperationResult::readStatus(bool isUnread, Log4Qt::Logger *logger)
+void OperationResult::readStatus(const http::Response &reply, Log4Qt::Logger &logger)
 {
-    const QString statusText = textAt(response, u"status"_s);
-    status = requestStatus(statusText);
+    const QString text = jsonTextByPath(response, u"status"_s);
+    status = requestStatusOf(text);
     if (response.contains(u"errorMessage"_s)) {
-        logger->error(u"Статус: %1"_s, statusText);
-        logger->error(u"Ошибка: %1"_s, textAt(response, u"errorMessage"_s));
+        logger.error(u"Статус: %1"_s, text);
+        logger.error(u"Ошибка: %1"_s, jsonTextByPath(response, u"errorMessage"_s));
         status = RequestStatus::Error;
         return;
     }
     // An order must not be dropped for half an answer about its customer.
-    if (isUnread || (response.isEmpty() && httpStatus != 200)) {
+    const bool isUnread = reply.isNetworkError() || reply.isTooLarge();
+    if (isUnread || (response.isEmpty() && httpStatus != httpOk)) {
         status = RequestStatus::Error;
         noConnection = true;
         error_ = tr::Tr(u"mindboxNoConnectionError"_s, u"Ошибка связи с сервером"_s);
@@ -227,11 +212,11 @@ void OperationResult::readCustomer()
         jsonValueByPath(response, u"customer.isMobilePhoneConfirmed"_s).toBool();
     customer.consentToElectronicChecks =
         jsonValueByPath(response, u"customer.customFields.consentToElectronicChecks"_s).toBool();
-    customer.email = textAt(response, u"customer.email"_s);
-    customer.mindboxId = looseTextAt(response, u"customer.ids.mindboxId"_s);
-    customer.firstName = textAt(response, u"customer.firstName"_s);
-    customer.lastName = textAt(response, u"customer.lastName"_s);
-    customer.mobilePhone = looseTextAt(response, u"customer.mobilePhone"_s);
+    customer.email = jsonTextByPath(response, u"customer.email"_s);
+    customer.mindboxId = jsonLooseTextByPath(response, u"customer.ids.mindboxId"_s);
+    customer.firstName = jsonTextByPath(response, u"customer.firstName"_s);
+    customer.lastName = jsonTextByPath(response, u"customer.lastName"_s);
+    customer.mobilePhone = jsonLooseTextByPath(response, u"customer.mobilePhone"_s);
     // A customer of whom nothing is told is not found, while an unknown word is an unknown status.
     customer.processingStatus = processingStatusOf(
         jsonValueByPath(response, u"customer.processingStatus"_s).toString(u"NotFound"_s));
@@ -280,7 +265,7 @@ BeginResult::BeginResult(const OperationResult &result)
     const QString idName = Singleton<Config>::instance()->getString(
         u"Mindbox:responseTransactionIdName"_s, u"offlineTransactionIdTallo"_s);
     // The id stands beside an inner order, not in it.
-    transactionId = textAt(outerOrder, u"ids.%1"_s.arg(idName));
+    transactionId = jsonTextByPath(outerOrder, u"ids.%1"_s.arg(idName));
 }
 
 bool BeginResult::isSuccess() const
@@ -308,7 +293,7 @@ ActivateCardResult::ActivateCardResult(const OperationResult &result)
     : OperationResult(result)
 {
     const QJsonObject object = response.value(u"discountCard"_s).toObject();
-    card.number = textAt(object, u"ids.number"_s);
+    card.number = jsonTextByPath(object, u"ids.number"_s);
     card.processingStatus = statusAt(object, u"processingStatus"_s);
     card.date = timeOf(object.value(u"status"_s).toObject().value(u"dateTimeUtc"_s));
 }

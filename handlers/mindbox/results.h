@@ -25,15 +25,16 @@ namespace mindbox {
 /// would be refused the same way, so such a request counts as finished with.
 constexpr int badRequestError = 302;
 
-/// The status of a reply as a whole.
+/// The top-level status of a reply.
 enum class RequestStatus : qint32
 {
+    /// Any text that is none of the others, or no text at all.
     Unknown = 0,
-    /// The reply names an error, or there is none.
+    /// The reply names an error, or there was no connection.
     Error = 1,
     Success = 2,
     ValidationError = 3,
-    ProtocolError = 4
+    ProtocolError = 4,
 };
 
 /// What Mindbox did with a customer, an order or a card, in Mindbox's own numbers, gaps included.
@@ -52,7 +53,7 @@ enum class ProcessingStatus : qint32
     Bound = 12,
     PriceHasBeenChanged = 13,
     Calculated = 14,
-    IncorrectConfirmationCode = 15
+    IncorrectConfirmationCode = 15,
 };
 
 } // namespace mindbox
@@ -139,11 +140,12 @@ public:
     /// The client's error code, 0 for none.
     int networkError = 0;
     /// No whole answer came, whatever status was read before it broke off, or one that is too large to be
-    /// read, or an empty one with a status other than 200. It alone tells a lost service from one that answered with an error.
+    /// read, or one that holds no JSON member and whose status is not 200. It alone tells a lost service from
+    /// one that answered with an error.
     bool noConnection = false;
     RequestStatus status = RequestStatus::Unknown;
     tr::Tr error_;
-    /// The whole reply; empty when it was no JSON object.
+    /// The whole reply; empty when it is no JSON object.
     QJsonObject response;
 };
 
@@ -152,8 +154,8 @@ class OperationResult : public RequestResult
 {
 public:
     OperationResult() = default;
-    /// `logger` is told of an error that the reply names.
-    OperationResult(const http::Response &httpResponse, Log4Qt::Logger *logger);
+    /// Logs the error that the reply names.
+    OperationResult(const http::Response &reply, Log4Qt::Logger &logger);
     virtual ~OperationResult() = default;
 
     MindboxCustomer customer;
@@ -161,7 +163,7 @@ public:
     QList<MindboxDiscountCard> discountCards;
 
 private:
-    void readStatus(bool isUnread, Log4Qt::Logger *logger);
+    void readStatus(const http::Response &reply, Log4Qt::Logger &logger);
     void readCustomer();
 };
 

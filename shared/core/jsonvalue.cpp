@@ -16,3 +16,13 @@ QJsonValue jsonValueByPath(const QJsonObject &object, const QString &path)
 {
     return jsonValueByPath(object, path.split(u'.'));
 }
+
+QString jsonTextByPath(const QJsonObject &object, const QString &path)
+{
+    return jsonValueByPath(object, path).toString();
+}
+
+QString jsonLooseTextByPath(const QJsonObject &object, const QString &path)
+{
+    return jsonValueByPath(object, path).toVariant().toString();
+}

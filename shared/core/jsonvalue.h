@@ -12,3 +12,9 @@ QJsonValue jsonValueByPath(const QJsonObject &object, const QStringList &keys);
 
 /// The same for a dotted path, as in `order.processingStatus`. Empty parts are keys, too.
 QJsonValue jsonValueByPath(const QJsonObject &object, const QString &path);
+
+/// The text at a dotted path; empty for anything else.
+QString jsonTextByPath(const QJsonObject &object, const QString &path);
+
+/// The same for a value that services write as a text or as a number, such as a telephone number.
+QString jsonLooseTextByPath(const QJsonObject &object, const QString &path);

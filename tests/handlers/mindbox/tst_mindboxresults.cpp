@@ -35,7 +35,7 @@ enum class Kind
 
 OperationResult resultOf(const http::Response &response)
 {
-    return OperationResult(response, Log4Qt::LogManager::logger(u"mindbox"_s));
+    return OperationResult(response, *Log4Qt::LogManager::logger(u"mindbox"_s));
 }
 
 OperationResult resultOf(const QByteArray &body, int status = 200)

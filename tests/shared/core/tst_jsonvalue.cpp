@@ -34,6 +34,8 @@ private Q_SLOTS:
     void path();
     void noKeys();
     void deep();
+    void text_data();
+    void text();
 };
 
 void TestJsonValue::path_data()
@@ -87,6 +89,31 @@ void TestJsonValue::deep()
         keys.prepend(u"a"_s);
     }
     QCOMPARE(jsonValueByPath(object, keys), QJsonValue(7));
+}
+
+void TestJsonValue::text_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("looseText");
+
+    QTest::newRow("text") << R"("7900")"_ba << u"7900"_s << u"7900"_s;
+    QTest::newRow("number") << "79001234567"_ba << QString() << u"79001234567"_s;
+    QTest::newRow("true") << "true"_ba << QString() << u"true"_s;
+    QTest::newRow("null") << "null"_ba << QString() << QString();
+    QTest::newRow("array") << R"(["7900"])"_ba << QString() << QString();
+    QTest::newRow("object") << R"({"a":"7900"})"_ba << QString() << QString();
+}
+
+void TestJsonValue::text()
+{
+    QFETCH(QByteArray, json);
+    const QJsonObject object =
+        QJsonDocument::fromJson(R"({"customer":{"phone":)" + json + "}}").object();
+    QTEST(jsonTextByPath(object, u"customer.phone"_s), "text");
+    QTEST(jsonLooseTextByPath(object, u"customer.phone"_s), "looseText");
+    QCOMPARE(jsonTextByPath(object, u"customer.absent"_s), QString());
+    QCOMPARE(jsonLooseTextByPath(object, u"customer.absent"_s), QString());
 }
 
 QTEST_GUILESS_MAIN(TestJsonValue)
