@@ -85,29 +85,15 @@ bool RsbSbpHandler::sendMessage(const Message &message)
     repairSignature(refund, *logger());
     client->post(messageValue<QUrl>(message, u"urlRefund"_s), QJsonDocument::fromVariant(refund),
                  headers);
+    if (client->errorCode() != timeoutError)
+        return judgeRefund(*client);
 
-    const int code = codeFromReply(*client);
-    if (client->errorCode() == 0 && code == doneCode)
-        return true;
-    if (client->errorCode() == timeoutError) {
-        // The partner may have read the request, so it is asked before the refund is sent once more.
-        logger()->info(u"Запрашиваем статус возврата"_s);
-        return pollRefundStatus(*client, messageValue<QUrl>(message, u"urlStatus"_s),
-                                QJsonDocument::fromVariant(message.body.value(u"bodyStatus"_s)),
-                                headers, messageValue<int>(message, u"duration"_s),
-                                messageValue<int>(message, u"interval"_s));
-    }
-    if (client->isNetworkError()) {
-        logger()->error(client->errorText().ru());
-        return false;
-    }
-    const QString text = textFromReply(*client);
-    if (contains(finalCodes, code)) {
-        logger()->warn(text);
-        return true;
-    }
-    logger()->error(text);
-    return false;
+    // The partner may have read the request, so it is asked before the refund is sent once more.
+    logger()->info(u"Запрашиваем статус возврата"_s);
+    return pollRefundStatus(*client, messageValue<QUrl>(message, u"urlStatus"_s),
+                            QJsonDocument::fromVariant(message.body.value(u"bodyStatus"_s)),
+                            headers, messageValue<int>(message, u"duration"_s),
+                            messageValue<int>(message, u"interval"_s));
 }
 
 bool RsbSbpHandler::pollRefundStatus(RestClient &client, const QUrl &url, const QJsonDocument &body,
@@ -128,4 +114,22 @@ bool RsbSbpHandler::pollRefundStatus(RestClient &client, const QUrl &url, const 
         if (now - start >= std::chrono::milliseconds(duration))
             return contains(lastCodesOfSuccess, code);
     }
+}
+
+bool RsbSbpHandler::judgeRefund(const RestClient &client)
+{
+    const int code = codeFromReply(client);
+    if (client.errorCode() == 0 && code == doneCode)
+        return true;
+    if (client.isNetworkError()) {
+        logger()->error(client.errorText().ru());
+        return false;
+    }
+    const QString text = textFromReply(client);
+    if (contains(finalCodes, code)) {
+        logger()->warn(text);
+        return true;
+    }
+    logger()->error(text);
+    return false;
 }

@@ -15,4 +15,8 @@ public:
     /// True when the last answer says that the money is on its way back.
     virtual bool pollRefundStatus(RestClient &client, const QUrl &url, const QJsonDocument &body,
                                   const RestClient::Headers &headers, int duration, int interval);
+
+private:
+    /// Judges an answer to the refund itself, and its failure.
+    bool judgeRefund(const RestClient &client);
 };

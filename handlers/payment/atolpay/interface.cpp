@@ -11,13 +11,15 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <chrono>
+
 using namespace Qt::StringLiterals;
 
 namespace atolpay {
 
 namespace {
 
-constexpr qint64 defaultTimeoutSeconds = 10;
+constexpr std::chrono::seconds defaultTimeout{10};
 
 AtolPayTransactionStatus transactionStatus(const QString &text)
 {
@@ -58,7 +60,7 @@ QString failureMessage(const QJsonObject &reply)
 } // namespace
 
 Interface::Interface()
-    : timeout(defaultTimeoutSeconds)
+    : timeout(defaultTimeout.count())
     , logger(Log4Qt::LogManager::logger(u"atolpay"_s))
 {
 }
@@ -148,7 +150,7 @@ QJsonObject Interface::exchange(Operation operation, const QJsonObject &request)
         return u"status"_s;
     };
     const auto client = createClient(*logger);
-    client->setTimeoutMs(timeout * 1000);
+    client->setTimeoutMs(std::chrono::milliseconds(std::chrono::seconds(timeout)).count());
     client->post(url.resolved(QUrl(path())), QJsonDocument(request),
                  {{u"Authorization"_s, u"Bearer %1"_s.arg(token)},
                   {u"Content-Type"_s, u"application/json"_s}});
