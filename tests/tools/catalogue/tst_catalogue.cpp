@@ -26,7 +26,6 @@
 using namespace Qt::StringLiterals;
 using catalogue::Fault;
 using catalogue::Key;
-using catalogue::Outcome;
 using catalogue::Type;
 
 namespace {
@@ -422,7 +421,7 @@ void TestCatalogue::outcomesAreShown()
 {
     static const QStringList shared = sharedPatterns();
     const QList<Story> own = storiesOf(type());
-    for (const Outcome &outcome : type().outcomes) {
+    for (const catalogue::Outcome &outcome : type().outcomes) {
         int count = 0;
         for (QString pattern : outcome.scenarios) {
             // A type that shares its handler may leave a case to the scenarios of the other.
@@ -458,7 +457,7 @@ void TestCatalogue::scenariosAreCovered()
     for (const Story &story : stories) {
         for (const QString &result : story.results) {
             bool isCovered = false;
-            for (const Outcome &outcome : type().outcomes) {
+            for (const catalogue::Outcome &outcome : type().outcomes) {
                 const QString end = outcome.result == u"kept" ? u"kept"_s : u"removed"_s;
                 for (const QString &pattern : outcome.scenarios)
                     isCovered = isCovered || (end == result && fits(pattern, story.name));
