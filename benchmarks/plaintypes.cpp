@@ -2,8 +2,10 @@
 // it has can drain at once without a message of its own for each.
 
 #include "engine/basichandler.h"
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
 #include "handlers/handlertable.h"
+
+#include <log4qt/logger.h>
 
 #include <deque>
 #include <string>
@@ -19,7 +21,8 @@ public:
 
     bool sendMessage(const Message &message) override
     {
-        return forwardMessage(message, *logger(), Forwarding{});
+        logger()->info(QStringLiteral("Отправка сообщения %1"), message.id);
+        return deliverRequest(*logger(), readRequest(message));
     }
 };
 

@@ -22,28 +22,28 @@ const QStringList net = core + QStringList{u"shared/net"_s};
 const QStringList ground = net + QStringList{u"shared/document"_s};
 const QStringList common = ground + QStringList{u"engine"_s};
 const QStringList handler = common + QStringList{u"handlers/common"_s};
-const QStringList forwarding = handler + QStringList{u"handlers/forwarding"_s};
-const QStringList service = forwarding
-                            + QStringList{
-                                u"handlers"_s,         u"handlers/apmindbox"_s,
-                                u"handlers/loyalty"_s, u"handlers/loyalty/mfg"_s,
-                                u"handlers/mindbox"_s, u"handlers/other"_s,
-                                u"handlers/payment"_s, u"handlers/payment/atolpay"_s,
-                                u"handlers/retail"_s,
-                            };
+const QStringList service =
+    handler
+    + QStringList{
+        u"handlers"_s,         u"handlers/apmindbox"_s,   u"handlers/forwarding"_s,
+        u"handlers/loyalty"_s, u"handlers/loyalty/mfg"_s, u"handlers/mindbox"_s,
+        u"handlers/other"_s,   u"handlers/payment"_s,     u"handlers/payment/atolpay"_s,
+        u"handlers/retail"_s,
+    };
 
 // clang-format off
 const QList<Layer> house{
     {u"app"_s,                      service},
     {u"handlers"_s,                 service},
-    {u"handlers/mindbox"_s,         forwarding},
-    {u"handlers/apmindbox"_s,       forwarding},
-    {u"handlers/loyalty"_s,         forwarding + QStringList{u"handlers/loyalty/mfg"_s}},
-    {u"handlers/loyalty/mfg"_s,     forwarding},
-    {u"handlers/payment"_s,         forwarding + QStringList{u"handlers/payment/atolpay"_s}},
-    {u"handlers/payment/atolpay"_s, forwarding},
-    {u"handlers/retail"_s,          forwarding},
-    {u"handlers/other"_s,           forwarding},
+    // A group knows its own subfolders and no other group; what several need lies in common.
+    {u"handlers/mindbox"_s,         handler},
+    {u"handlers/apmindbox"_s,       handler},
+    {u"handlers/loyalty"_s,         handler + QStringList{u"handlers/loyalty/mfg"_s}},
+    {u"handlers/loyalty/mfg"_s,     handler},
+    {u"handlers/payment"_s,         handler + QStringList{u"handlers/payment/atolpay"_s}},
+    {u"handlers/payment/atolpay"_s, handler},
+    {u"handlers/retail"_s,          handler},
+    {u"handlers/other"_s,           handler},
     {u"handlers/forwarding"_s,      handler},
     {u"handlers/common"_s,          common},
     {u"engine"_s,                   ground},
@@ -217,6 +217,9 @@ void TestLayers::rule_data()
     QTest::newRow("test of a class") << u"tests/shared/x.cpp"_s   << u"shared/core/tr.h"_s    << quotes << QString();
     QTest::newRow("up")              << u"shared/log4qt/x.cpp"_s  << u"shared/core/tr.h"_s    << quotes << u"shared/log4qt does not know shared/core"_s;
     QTest::newRow("up to the engine") << u"shared/net/x.cpp"_s    << u"engine/dao.h"_s        << quotes << u"shared/net does not know engine"_s;
+    QTest::newRow("another group")   << u"handlers/retail/x.cpp"_s << u"handlers/forwarding/heinekenhandler.h"_s << quotes << u"handlers/retail does not know handlers/forwarding"_s;
+    QTest::newRow("own subfolder")   << u"handlers/loyalty/x.cpp"_s << u"handlers/loyalty/mfg/interface.h"_s << quotes << QString();
+    QTest::newRow("up to the group") << u"handlers/loyalty/mfg/x.cpp"_s << u"handlers/loyalty/mfghandler.h"_s << quotes << u"handlers/loyalty/mfg does not know handlers/loyalty"_s;
     QTest::newRow("inside the slice") << u"shared/log4qt/helpers/x.cpp"_s << u"log4qt/logger.h"_s << quotes << QString();
     QTest::newRow("to the tests")    << u"shared/core/x.cpp"_s    << u"tests/support/queuedatabase.h"_s << quotes << u"shared/core does not know tests/support"_s;
     QTest::newRow("tool to tests")   << u"tools/stand/x.cpp"_s    << u"tests/support/queuedatabase.h"_s << quotes << u"tools/stand does not know tests/support"_s;

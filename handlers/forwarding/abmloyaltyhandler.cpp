@@ -1,17 +1,11 @@
 #include "handlers/forwarding/abmloyaltyhandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+#include "handlers/common/messagevalue.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-constexpr Forwarding forwarding{
-    .opening = Opening::Plain,
-    .verb = Verb::PutOrPost,
-};
-
-} // namespace
 
 AbmLoyaltyHandler::AbmLoyaltyHandler()
     : BasicHandler(u"abmloyalty"_s)
@@ -20,5 +14,9 @@ AbmLoyaltyHandler::AbmLoyaltyHandler()
 
 bool AbmLoyaltyHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения"_s);
+    PreparedRequest request = readRequest(message);
+    if (messageValue<QString>(message, u"method"_s) == u"PUT")
+        request.verb = Verb::Put;
+    return deliverRequest(*logger(), request);
 }

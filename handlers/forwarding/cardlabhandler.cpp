@@ -1,13 +1,14 @@
 #include "handlers/forwarding/cardlabhandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr Forwarding forwarding{
-    .opening = Opening::Plain,
+constexpr RequestRules rules{
     .verb = Verb::Put,
     .headers = Headers::JsonContentType,
     .timeout = Timeout::fixed(10),
@@ -22,5 +23,6 @@ CardLabHandler::CardLabHandler()
 
 bool CardLabHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения"_s);
+    return deliverRequest(*logger(), readRequest(message, rules));
 }

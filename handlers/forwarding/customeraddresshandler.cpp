@@ -1,13 +1,14 @@
 #include "handlers/forwarding/customeraddresshandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr Forwarding forwarding{
-    .opening = Opening::Plain,
+constexpr RequestRules rules{
     .payload = Payload::Object,
     .headers = Headers::FromMessageObject,
 };
@@ -21,5 +22,6 @@ CustomerAddressHandler::CustomerAddressHandler()
 
 bool CustomerAddressHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения"_s);
+    return deliverRequest(*logger(), readRequest(message, rules));
 }

@@ -1,12 +1,14 @@
 #include "handlers/forwarding/estesishandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr Forwarding forwarding{
+constexpr RequestRules rules{
     .payload = Payload::EmptyDocument,
     .timeout = Timeout::unset(),
 };
@@ -20,5 +22,6 @@ EstesisHandler::EstesisHandler()
 
 bool EstesisHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    return deliverRequest(*logger(), readRequest(message, rules));
 }

@@ -1,7 +1,7 @@
 #include "handlers/forwarding/greenwichparkingtickethandler.h"
 
-#include "handlers/common/restcalls.h"
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+#include "handlers/common/messagevalue.h"
 #include "shared/net/httpparams.h"
 #include "shared/net/httpresponse.h"
 #include "shared/net/serder.h"
@@ -40,7 +40,7 @@ bool GreenwichParkingTicketHandler::sendMessage(const Message &message)
     logger()->info(u"Отправка сообщения"_s);
     const auto client = createClient(*logger());
     client->setSecretHeaders({u"x-api-key"_s});
-    applyTimeout(message, *client, Timeout::fromMessage(0));
+    client->setTimeout(messageValue<int>(message, u"timeout"_s));
     client->send(serder::deserialize<http::Params>(message.body));
 
     const http::Response response = client->response();

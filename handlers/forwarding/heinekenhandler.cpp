@@ -1,14 +1,10 @@
 #include "handlers/forwarding/heinekenhandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-constexpr Forwarding forwarding{};
-
-} // namespace
 
 HeinekenHandler::HeinekenHandler()
     : BasicHandler(u"heineken"_s)
@@ -17,5 +13,6 @@ HeinekenHandler::HeinekenHandler()
 
 bool HeinekenHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    return deliverRequest(*logger(), readRequest(message));
 }

@@ -1,18 +1,10 @@
 #include "handlers/forwarding/nochangehandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-constexpr Forwarding forwarding{
-    .opening = Opening::Silent,
-    .payload = Payload::Map,
-    .failureLine = FailureLine::RequestInfo,
-};
-
-} // namespace
 
 NoChangeHandler::NoChangeHandler()
     : BasicHandler(u"nochange"_s)
@@ -21,5 +13,9 @@ NoChangeHandler::NoChangeHandler()
 
 bool NoChangeHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    const auto client = sendRequest(*logger(), readRequest(message, {.payload = Payload::Map}));
+    if (succeeded(*client))
+        return true;
+    logger()->info(u"Ошибка при отправке запроса: %1"_s, client->errorText().ru());
+    return false;
 }

@@ -1,13 +1,10 @@
 #include "handlers/forwarding/setomnihandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
-#include "handlers/forwarding/forwarding.h"
 #include "shared/document/xmlutils.h"
 
 #include <log4qt/logger.h>
-
-#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -18,16 +15,15 @@ SetOmniHandler::SetOmniHandler()
 
 bool SetOmniHandler::sendMessage(const Message &message)
 {
-    const QByteArray request = xmlutils::rewritten(messageValue<QString>(message, u"body"_s));
-    if (request.isEmpty()) {
+    const QByteArray document = xmlutils::rewritten(messageValue<QString>(message, u"body"_s));
+    if (document.isEmpty()) {
         logger()->error(u"Некорректный xml-запрос"_s);
         return false;
     }
-    const auto client = createClient(*logger());
-    applyTimeout(message, *client, Timeout::fromMessage(0));
-    client->post(messageValue<QUrl>(message, u"url"_s), request,
-                 messageHeaders(messageValue<QVariantMap>(message, u"headers"_s)));
-    if (client->errorCode() != 0) {
+    PreparedRequest request = readRequest(message);
+    request.body = document;
+    const auto client = sendRequest(*logger(), request);
+    if (!succeeded(*client)) {
         logger()->info(u"Ошибка при отправке запроса: %1"_s, client->errorText().ru());
         return false;
     }

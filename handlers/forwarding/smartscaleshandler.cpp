@@ -1,16 +1,10 @@
 #include "handlers/forwarding/smartscaleshandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-constexpr Forwarding forwarding{
-    .timeout = Timeout::unset(),
-};
-
-} // namespace
 
 SmartScalesHandler::SmartScalesHandler()
     : BasicHandler(u"smartscales"_s)
@@ -19,5 +13,6 @@ SmartScalesHandler::SmartScalesHandler()
 
 bool SmartScalesHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    return deliverRequest(*logger(), readRequest(message, {.timeout = Timeout::unset()}));
 }

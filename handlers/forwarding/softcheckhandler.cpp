@@ -1,15 +1,16 @@
 #include "handlers/forwarding/softcheckhandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr Forwarding forwarding{
+constexpr RequestRules rules{
     .payload = Payload::Array,
     .timeout = Timeout::fromMessage(10),
-    .failureLine = FailureLine::Silent,
 };
 
 } // namespace
@@ -21,5 +22,6 @@ SoftCheckHandler::SoftCheckHandler()
 
 bool SoftCheckHandler::sendMessage(const Message &message)
 {
-    return !makeRequest(message, *logger(), forwarding)->isNetworkError();
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    return !sendRequest(*logger(), readRequest(message, rules))->isNetworkError();
 }

@@ -1,12 +1,14 @@
 #include "handlers/forwarding/waybillnumberhandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr Forwarding forwarding{
+constexpr RequestRules rules{
     .verb = Verb::Put,
     .headers = Headers::JsonContentType,
     .timeout = Timeout::fixed(10),
@@ -21,5 +23,6 @@ WaybillNumberHandler::WaybillNumberHandler()
 
 bool WaybillNumberHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    return deliverRequest(*logger(), readRequest(message, rules));
 }

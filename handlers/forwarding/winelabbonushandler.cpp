@@ -1,16 +1,10 @@
 #include "handlers/forwarding/winelabbonushandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-constexpr Forwarding forwarding{
-    .payload = Payload::Object,
-};
-
-} // namespace
 
 WinelabBonusHandler::WinelabBonusHandler()
     : BasicHandler(u"winelabbonus"_s)
@@ -19,5 +13,6 @@ WinelabBonusHandler::WinelabBonusHandler()
 
 bool WinelabBonusHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    return deliverRequest(*logger(), readRequest(message, {.payload = Payload::Object}));
 }

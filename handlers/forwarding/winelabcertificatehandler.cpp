@@ -1,17 +1,11 @@
 #include "handlers/forwarding/winelabcertificatehandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
 #include "shared/document/xmlutils.h"
 
+#include <log4qt/logger.h>
+
 using namespace Qt::StringLiterals;
-
-namespace {
-
-constexpr Forwarding forwarding{
-    .headers = Headers::Empty,
-};
-
-} // namespace
 
 WinelabCertificateHandler::WinelabCertificateHandler()
     : BasicHandler(u"winelabcertificate"_s)
@@ -20,8 +14,9 @@ WinelabCertificateHandler::WinelabCertificateHandler()
 
 bool WinelabCertificateHandler::sendMessage(const Message &message)
 {
-    const auto client = makeRequest(message, *logger(), forwarding);
-    if (client->errorCode() > 0)
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    const auto client = sendRequest(*logger(), readRequest(message, {.headers = Headers::Empty}));
+    if (!succeeded(*client, *logger()))
         return false;
     const QDomDocument reply = xmlutils::parseXml(client->responseBody(), {u"status"_s});
     return xmlutils::getValueByTag(reply, u"status"_s, 0).toLower() == u"create";

@@ -1,12 +1,14 @@
 #include "handlers/forwarding/winelabsoftchequehandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr Forwarding forwarding{
+constexpr RequestRules rules{
     .verb = Verb::WholePatch,
     .payload = Payload::Object,
 };
@@ -20,5 +22,6 @@ WinelabSoftChequeHandler::WinelabSoftChequeHandler()
 
 bool WinelabSoftChequeHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    return deliverRequest(*logger(), readRequest(message, rules));
 }

@@ -1,19 +1,15 @@
 #include "handlers/loyalty/goldcrownhandler.h"
 
 #include "handlers/common/certificates.h"
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 #include "shared/document/xmlutils.h"
 
 #include <log4qt/logger.h>
 
-#include <QUrl>
-
 using namespace Qt::StringLiterals;
 
 namespace {
-
-constexpr int timeoutSeconds = 10;
 
 QDomElement firstInside(const QDomElement &element, const QString &tag)
 {
@@ -30,12 +26,8 @@ GoldCrownHandler::GoldCrownHandler(const QString &type)
 bool GoldCrownHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
-    const auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
-    const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
-    const auto body = messageValue<QByteArray>(message, u"body"_s);
-
-    const auto client = createClient(*logger());
-    client->setTimeout(timeoutSeconds);
+    const PreparedRequest request = readRequest(message, {.timeout = Timeout::fixed(10)});
+    const auto client = createClient(*logger(), request);
     const auto password = messageValue<QString>(message, u"certificatePassword"_s);
     const QString pem =
         prepareCertificate(messageValue<QString>(message, u"certificatePath"_s), password);
@@ -44,12 +36,8 @@ bool GoldCrownHandler::sendMessage(const Message &message)
     client->setCertificatePath(pem);
     client->setCertificatePassword(password);
 
-    client->post(url, body, headers);
-    if (client->errorCode() > 0) {
-        logSendError(*logger(), client->errorText());
-        return false;
-    }
-    return parseReply(client->responseBody());
+    sendRequest(*client, request);
+    return succeeded(*client, *logger()) && parseReply(client->responseBody());
 }
 
 bool GoldCrownHandler::parseReply(const QByteArray &reply)

@@ -1,7 +1,7 @@
 #include "handlers/loyalty/loymaxhandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 #include "shared/core/basicexception.h"
 #include "shared/core/config.h"
 #include "shared/core/singleton.h"
@@ -9,8 +9,6 @@
 #include "shared/document/xmlutils.h"
 
 #include <log4qt/logger.h>
-
-#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -35,23 +33,20 @@ LoymaxHandler::LoymaxHandler()
 bool LoymaxHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения"_s);
-    const auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
-    const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
-    const auto body = messageValue<QByteArray>(message, u"body"_s);
-    const auto client = createClient(*logger());
-    client->setTimeout(timeout);
-    client->post(url, body, headers);
+    PreparedRequest request = readRequest(message, {.timeout = Timeout::fixed(timeout)});
+    const auto client = sendRequest(*logger(), request);
     LoymaxReply reply = parseReply(client->response());
 
     if (reply.errorCode == correctionRefused) {
         logger()->info(u"Попытка отправки сообщения без атрибутов корректировки цены"_s);
-        const QByteArray uncorrected =
-            xmlutils::rewritten(QString::fromUtf8(body), {u"ChequeLine"_s, u"Correction"_s});
+        const QByteArray uncorrected = xmlutils::rewritten(QString::fromUtf8(request.content()),
+                                                           {u"ChequeLine"_s, u"Correction"_s});
         if (uncorrected.isEmpty()) {
             logger()->error(u"Некорректный xml-запрос"_s);
             return false;
         }
-        client->post(url, uncorrected, headers);
+        request.body = uncorrected;
+        sendRequest(*client, request);
         reply = parseReply(client->response());
     }
     if (!reply.transactionId.isEmpty())
@@ -62,10 +57,8 @@ bool LoymaxHandler::sendMessage(const Message &message)
 LoymaxReply LoymaxHandler::parseReply(const http::Response &response)
 {
     LoymaxReply reply;
-    if (response.errorCode > 0) {
-        logSendError(*logger(), response.errorText);
+    if (!succeeded(response, *logger()))
         return reply;
-    }
     const QDomDocument document = xmlutils::parseXml(
         response.body, {u"CancelPurchaseResponse"_s, u"ConfirmPurchaseResponse"_s,
                         u"DiscountResponse"_s, u"RefundResponse"_s});

@@ -1,6 +1,6 @@
 #include "handlers/loyalty/manzanahandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
 #include "shared/document/xmlutils.h"
 
 #include <log4qt/logger.h>
@@ -8,8 +8,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-constexpr Forwarding forwarding{.timeout = Timeout::fixed(15)};
 
 constexpr int success = 0;
 /// The service does not say what this one means, but the work is done.
@@ -26,8 +24,10 @@ ManzanaHandler::ManzanaHandler(const QString &type)
 
 bool ManzanaHandler::sendMessage(const Message &message)
 {
-    const auto client = makeRequest(message, *logger(), forwarding);
-    return client->errorCode() < 1 && parseReply(client->responseBody());
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    const auto client =
+        sendRequest(*logger(), readRequest(message, {.timeout = Timeout::fixed(15)}));
+    return succeeded(*client, *logger()) && parseReply(client->responseBody());
 }
 
 bool ManzanaHandler::parseReply(const QByteArray &reply)

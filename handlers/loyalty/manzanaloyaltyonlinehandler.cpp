@@ -1,7 +1,6 @@
 #include "handlers/loyalty/manzanaloyaltyonlinehandler.h"
 
-#include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
+#include "handlers/common/delivery.h"
 #include "shared/core/basicexception.h"
 #include "shared/core/singleton.h"
 #include "shared/document/documentsdao.h"
@@ -12,7 +11,6 @@
 #include <QDateTime>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -44,29 +42,24 @@ ManzanaLoyaltyOnlineHandler::ManzanaLoyaltyOnlineHandler()
 bool ManzanaLoyaltyOnlineHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
-    const auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
-    const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
-    auto body = messageValue<QByteArray>(message, u"body"_s);
-    const QDomDocument request = xmlutils::selectXml(
+    PreparedRequest request = readRequest(message, {.timeout = Timeout::fixed(15)});
+    const QByteArray body = request.content();
+    const QDomDocument document = xmlutils::selectXml(
         QString::fromUtf8(body),
         {u"OperationType"_s, u"ChequeReference"_s, u"Number"_s, u"DateTime"_s, u"CardNumber"_s},
         xmlutils::maxDocumentBytes);
-    const QString operation = xmlutils::getValueByTag(request, u"OperationType"_s, 0);
-    if (operation == u"Return" && !hasChequeDate(request))
-        body = completedReturn(request, body);
+    const QString operation = xmlutils::getValueByTag(document, u"OperationType"_s, 0);
+    if (operation == u"Return" && !hasChequeDate(document))
+        request.body = completedReturn(document, body);
 
-    const auto client = createClient(*logger());
-    client->setTimeout(15);
-    client->post(url, body, headers);
-    if (client->errorCode() > 0) {
-        logSendError(*logger(), client->errorText());
+    const auto client = sendRequest(*logger(), request);
+    if (!succeeded(*client, *logger()))
         return false;
-    }
     const QByteArray reply = client->responseBody();
     if (!parseReply(reply))
         return false;
     if (operation == u"Sale")
-        rememberSale(request, reply);
+        rememberSale(document, reply);
     return true;
 }
 

@@ -1,8 +1,8 @@
 #include "handlers/loyalty/spasibohandler.h"
 
 #include "handlers/common/certificates.h"
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 #include "shared/core/config.h"
 #include "shared/core/singleton.h"
 #include "shared/net/httpparams.h"

@@ -1,6 +1,6 @@
 #include "handlers/mindbox/interface.h"
 
-#include "handlers/common/restcalls.h"
+#include "handlers/common/delivery.h"
 #include "shared/core/config.h"
 #include "shared/core/currenttime.h"
 #include "shared/core/dbqueuebroker.h"

@@ -1,11 +1,8 @@
 #include "handlers/other/giftomanhandler.h"
 
-#include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
+#include "handlers/common/delivery.h"
 
 #include <log4qt/logger.h>
-
-#include <QUrl>
 
 #include <algorithm>
 
@@ -35,18 +32,12 @@ GiftomanHandler::GiftomanHandler()
 bool GiftomanHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
-    const auto client = createClient(*logger());
-    client->setTimeout(messageValue<int>(message, u"timeout"_s));
-
-    const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
-    const auto body = messageValue<QByteArray>(message, u"body"_s);
-    const auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
+    const PreparedRequest request = readRequest(message);
+    const auto client = createClient(*logger(), request);
     for (int attempt = 1;; ++attempt) {
-        client->post(url, body, headers);
-        if (client->errorCode() > 0) {
-            logSendError(*logger(), client->errorText());
+        sendRequest(*client, request);
+        if (!succeeded(*client, *logger()))
             return false;
-        }
         const QVariantMap reply = client->responseVariant().toMap();
         if (isInternalError(reply)) {
             logger()->error(u"Внутрення ошибка сервера"_s);

@@ -1,13 +1,12 @@
 #include "handlers/other/ituruphandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 
 #include <log4qt/logger.h>
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -20,14 +19,15 @@ bool IturupHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения"_s);
     const auto body = QJsonObject::fromVariantMap(messageValue<QVariantMap>(message, u"body"_s));
-    const QJsonObject request{{u"id"_s, body.value(u"id"_s).toString()},
-                              {u"check"_s, body.value(u"check"_s).toString()}};
-    const auto client = createClient(*logger());
-    client->setTimeout(10);
-    client->post(QUrl(body.value(u"url"_s).toString(), QUrl::TolerantMode), QJsonDocument(request),
-                 {{u"Content-Type"_s, u"application/json"_s}});
-
-    const http::Response response = client->response();
+    const QJsonObject check{{u"id"_s, body.value(u"id"_s).toString()},
+                            {u"check"_s, body.value(u"check"_s).toString()}};
+    const PreparedRequest request{
+        .url = addressOf(body.value(u"url"_s).toString()),
+        .headers = {{u"Content-Type"_s, u"application/json"_s}},
+        .body = QJsonDocument(check),
+        .timeoutSeconds = 10,
+    };
+    const http::Response response = sendRequest(*logger(), request)->response();
     if (response.isNetworkError()) {
         logger()->error(u"Нет связи с сервером"_s);
         return false;

@@ -1,6 +1,6 @@
 #include "handlers/other/megarhandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
 #include "shared/document/xmlutils.h"
 
 #include <log4qt/logger.h>
@@ -8,8 +8,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-constexpr Forwarding forwarding{.opening = Opening::Plain};
 
 /// The reasons of a refusal that mean: the transaction was handled before.
 bool isHandledBefore(int reason)
@@ -26,8 +24,9 @@ MegarHandler::MegarHandler(const QString &type)
 
 bool MegarHandler::sendMessage(const Message &message)
 {
-    const auto client = makeRequest(message, *logger(), forwarding);
-    return client->errorCode() < 1 && parseReply(client->responseBody());
+    logger()->info(u"Отправка сообщения"_s);
+    const auto client = sendRequest(*logger(), readRequest(message));
+    return succeeded(*client, *logger()) && parseReply(client->responseBody());
 }
 
 bool MegarHandler::parseReply(const QByteArray &reply)

@@ -1,12 +1,11 @@
 #include "handlers/other/plaziushandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 
 #include <log4qt/logger.h>
 
 #include <QJsonDocument>
-#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -22,22 +21,19 @@ bool PlaziusHandler::sendMessage(const Message &message)
     client->setTimeout(10);
 
     const auto opening = messageValue<QVariantMap>(message, u"sessionId"_s);
-    client->get(QUrl(opening.value(u"url"_s).toString()), QJsonDocument(), {});
-    if (client->errorCode() > 0) {
-        logSendError(*logger(), client->errorText());
+    client->get(addressOf(opening.value(u"url"_s).toString()), QJsonDocument(), {});
+    if (!succeeded(*client, *logger()))
         return false;
-    }
     // The service answers with a JSON text, as a rule.
     const QString session = QString::fromUtf8(client->responseBody()).remove(u'"');
 
-    const auto request = messageValue<QVariantMap>(message, u"request"_s);
-    QHash<QString, QString> headers = messageHeaders(request.value(u"requestHeaders"_s).toMap());
-    headers.insert(u"Session"_s, session);
-    client->post(QUrl(request.value(u"requestUrl"_s).toString()),
-                 request.value(u"requestData"_s).toByteArray(), headers);
-    if (client->errorCode() > 0) {
-        logSendError(*logger(), client->errorText());
-        return false;
-    }
-    return true;
+    const auto described = messageValue<QVariantMap>(message, u"request"_s);
+    PreparedRequest request{
+        .url = addressOf(described.value(u"requestUrl"_s).toString()),
+        .headers = messageHeaders(described.value(u"requestHeaders"_s).toMap()),
+        .body = described.value(u"requestData"_s).toByteArray(),
+    };
+    request.headers.insert(u"Session"_s, session);
+    sendRequest(*client, request);
+    return succeeded(*client, *logger());
 }

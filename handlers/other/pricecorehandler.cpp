@@ -1,7 +1,7 @@
 #include "handlers/other/pricecorehandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/forwarding/forwarding.h"
 
 #include <log4qt/logger.h>
 
@@ -9,16 +9,14 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr Forwarding forwarding{
-    .opening = Opening::Silent,
+constexpr RequestRules rules{
     .payload = Payload::Object,
     .timeout = Timeout::unset(),
-    .failureLine = FailureLine::Silent,
 };
 
 bool sendObject(const Message &message, Log4Qt::Logger &logger)
 {
-    const auto client = makeRequest(message, logger, forwarding);
+    const auto client = sendRequest(logger, readRequest(message, rules));
     // Only now, when the request is made, as everywhere in the till: it holds for what the client may still
     // log. The line of the request masks such a name by itself.
     client->setSecretHeaders({u"X-Api-Auth-Token"_s});

@@ -1,6 +1,6 @@
 #include "handlers/other/priorityapihandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
 
 #include <log4qt/logger.h>
 
@@ -13,13 +13,14 @@ PriorityApiHandler::PriorityApiHandler()
 
 bool PriorityApiHandler::sendMessage(const Message &message)
 {
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
     const bool isText = message.body.value(u"body"_s).metaType() == QMetaType::fromType<QString>();
-    const Forwarding forwarding{
+    const RequestRules rules{
         .payload = isText ? Payload::Bytes : Payload::Object,
         .timeout = Timeout::fixed(10),
     };
-    const auto client = makeRequest(message, *logger(), forwarding);
-    if (client->errorCode() > 0)
+    const auto client = sendRequest(*logger(), readRequest(message, rules));
+    if (!succeeded(*client, *logger()))
         return false;
     const QVariantMap reply = client->responseVariant().toMap();
     if (!reply.contains(u"code"_s)) {

@@ -1,23 +1,12 @@
 #include "handlers/other/rsloyaltyhandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
-#include "handlers/forwarding/forwarding.h"
 #include "shared/document/xmlutils.h"
 
 #include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-constexpr Forwarding forwarding{
-    .opening = Opening::Plain,
-    .timeout = Timeout::fixed(10),
-    .failureLine = FailureLine::Silent,
-};
-
-} // namespace
 
 RSLoyaltyHandler::RSLoyaltyHandler()
     : BasicHandler(u"rsloyalty"_s)
@@ -26,12 +15,14 @@ RSLoyaltyHandler::RSLoyaltyHandler()
 
 bool RSLoyaltyHandler::sendMessage(const Message &message)
 {
-    const auto client = makeRequest(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения"_s);
+    const auto client =
+        sendRequest(*logger(), readRequest(message, {.timeout = Timeout::fixed(10)}));
     // A fault comes with an error status, so a reply is judged before the exchange is.
     if (parseReply(messageValue<QString>(message, u"request"_s), client->statusCode(),
                    client->responseBody()))
         return true;
-    if (client->errorCode() > 0)
+    if (!succeeded(*client))
         logSendError(*logger(), client->errorText());
     return false;
 }

@@ -1,8 +1,8 @@
 #include "handlers/payment/cftsbphandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
 #include "shared/core/mockfactory.h"
-#include "shared/net/restclient.h"
 
 #include <log4qt/logger.h>
 
@@ -47,14 +47,13 @@ bool CftSbpHandler::sendMessage(const Message &message)
     logger()->info(u"Отправка сообщения"_s);
     // The client gets no logger, so the exchange with the bank is logged at no level.
     const auto client = MockFactory<RestClient>::create();
-    client->setTimeout(messageValue<int>(message, u"timeout"_s));
+    const PreparedRequest request = readRequest(message, {.payload = Payload::Map});
+    applyTimeout(*client, request);
     client->setCertificatePath(messageValue<QString>(message, u"tlsPath"_s));
     client->setCertificatePassword(messageValue<QString>(message, u"tlsPass"_s));
-    client->post(messageValue<QUrl>(message, u"url"_s),
-                 QJsonDocument::fromVariant(messageValue<QVariantMap>(message, u"body"_s)),
-                 messageHeaders(messageValue<QVariantMap>(message, u"headers"_s)));
+    sendRequest(*client, request);
 
     const QVariantMap reply = client->responseVariant().toMap();
-    return client->errorCode() > 0 ? judgeFailure(*client, reply, *logger())
-                                   : judgeReply(reply, *logger());
+    return succeeded(*client) ? judgeReply(reply, *logger())
+                              : judgeFailure(*client, reply, *logger());
 }

@@ -1,14 +1,12 @@
 #include "handlers/payment/nspkechandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 #include "shared/core/guarded.h"
 
 #include <log4qt/logger.h>
 
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -39,15 +37,11 @@ NspkEcHandler::NspkEcHandler()
 bool NspkEcHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
-    const auto client = createClient(*logger());
-    client->setTimeout(messageValue<int>(message, u"timeout"_s));
-    client->post(messageValue<QUrl>(message, u"url"_s),
-                 QJsonDocument(messageValue<QJsonObject>(message, u"body"_s)),
-                 messageHeaders(messageValue<QVariantMap>(message, u"headers"_s)));
+    const auto client = sendRequest(*logger(), readRequest(message, {.payload = Payload::Object}));
 
     const QJsonObject result = client->response().responseObject().value(u"result"_s).toObject();
     // A success leaves the count as it is: the row goes, and its id is never given again.
-    if (client->errorCode() <= 0 && result.value(u"code"_s).toString() == u"0")
+    if (succeeded(*client) && result.value(u"code"_s).toString() == u"0")
         return true;
     logger()->error(u"Ошибка при отправке сообщения: %1"_s, failureText(result));
     return !keepsTrying(message);

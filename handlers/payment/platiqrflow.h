@@ -1,8 +1,8 @@
 #pragma once
 
 #include "handlers/common/certificates.h"
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 
 #include <log4qt/logger.h>
 

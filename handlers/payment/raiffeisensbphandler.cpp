@@ -1,7 +1,7 @@
 #include "handlers/payment/raiffeisensbphandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 
 #include <log4qt/logger.h>
 

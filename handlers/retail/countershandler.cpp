@@ -1,7 +1,7 @@
 #include "handlers/retail/countershandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 
 #include <log4qt/logger.h>
 
@@ -17,13 +17,6 @@ constexpr int timeoutSeconds = 10;
 /// The service refuses the operation, perhaps because it has it already.
 constexpr int badRequestError = 302;
 
-const QHash<QString, QString> &jsonContent()
-{
-    static const QHash<QString, QString> headers{
-        {u"Content-Type"_s, u"application/json; charset=UTF-8"_s}};
-    return headers;
-}
-
 } // namespace
 
 CountersHandler::CountersHandler()
@@ -34,24 +27,23 @@ CountersHandler::CountersHandler()
 bool CountersHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
-    QUrl url(messageValue<QString>(message, u"url"_s));
-    // Whatever is set in an address that cannot be read makes a readable one of what is left of it, which
-    // may be another server's.
-    if (url.isValid()) {
-        url.setUserName(messageValue<QString>(message, u"user"_s), QUrl::DecodedMode);
-        url.setPassword(messageValue<QString>(message, u"password"_s), QUrl::DecodedMode);
-    }
     const auto operation = messageValue<QByteArray>(message, u"message"_s);
-    const auto client = createClient(*logger());
-    client->setTimeout(timeoutSeconds);
-    client->post(url, operation, jsonContent());
-    if (client->errorCode() == 0)
+    PreparedRequest request{
+        .url = messageAddress(message, u"url"_s),
+        .headers = jsonContentType(),
+        .body = operation,
+        .timeoutSeconds = timeoutSeconds,
+    };
+    setCredentials(request.url, messageValue<QString>(message, u"user"_s),
+                   messageValue<QString>(message, u"password"_s));
+    const auto client = sendRequest(*logger(), request);
+    if (succeeded(*client))
         return true;
     // The question may go out by another client; what is logged is the refusal of this one.
     const tr::Tr errorText = client->errorText();
     if (client->errorCode() == badRequestError) {
         const QJsonObject object = QJsonDocument::fromJson(operation).object();
-        if (operationExists(url, object.value(u"operationId"_s).toString()))
+        if (operationExists(request.url, object.value(u"operationId"_s).toString()))
             return true;
     }
     logSendError(*logger(), errorText);
@@ -68,8 +60,6 @@ bool CountersHandler::operationExists(const QUrl &url, const QString &operationI
     question.setPath(u"/v1/operations/%1/exists"_s.arg(
                          QString::fromLatin1(QUrl::toPercentEncoding(operationId))),
                      QUrl::TolerantMode);
-    client->get(question, QJsonDocument(), jsonContent());
-    if (client->errorCode() > 0)
-        return false;
-    return client->response().responseObject().value(u"result"_s).toBool();
+    client->get(question, QJsonDocument(), jsonContentType());
+    return succeeded(*client) && client->response().responseObject().value(u"result"_s).toBool();
 }

@@ -1,16 +1,17 @@
 #include "handlers/retail/deferredcheckhandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr Forwarding forwarding{
+constexpr RequestRules rules{
     .verb = Verb::WholePut,
     .payload = Payload::Object,
     .timeout = Timeout::fromMessage(10),
-    .failureLine = FailureLine::Silent,
 };
 
 } // namespace
@@ -22,5 +23,6 @@ DeferredCheckHandler::DeferredCheckHandler()
 
 bool DeferredCheckHandler::sendMessage(const Message &message)
 {
-    return !makeRequest(message, *logger(), forwarding)->isNetworkError();
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    return !sendRequest(*logger(), readRequest(message, rules))->isNetworkError();
 }

@@ -1,7 +1,9 @@
 #include "handlers/retail/excisemarkhandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
 #include "handlers/retail/ordering.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
 
@@ -17,7 +19,7 @@ constexpr Ordering ordering{
     .onHit = BasicHandler::Turn::EndOfPass,
 };
 
-constexpr Forwarding forwarding{
+constexpr RequestRules rules{
     .verb = Verb::Put,
     .headers = Headers::JsonContentType,
     .timeout = Timeout::fromMessage(10),
@@ -38,5 +40,6 @@ void ExciseMarkHandler::processMessages()
 
 bool ExciseMarkHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    return deliverRequest(*logger(), readRequest(message, rules));
 }

@@ -1,12 +1,11 @@
 #include "handlers/retail/frcashboxhandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 
 #include <log4qt/logger.h>
 
 #include <QJsonObject>
-#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -14,21 +13,27 @@ namespace {
 
 constexpr int unauthorizedStatus = 401;
 
+constexpr RequestRules rules{
+    .payload = Payload::Map,
+    .timeout = Timeout::unset(),
+};
+
 /// The id of a new session; empty when there is none.
 QString logIn(RestClient &client, const QString &url, const QString &credentials)
 {
-    client.post(QUrl(url + u"login"_s), QByteArray(),
-                {{u"Content-Type"_s, u"application/json"_s}, {u"Authorization"_s, credentials}});
+    const PreparedRequest request{
+        .url = addressOf(url + u"login"_s),
+        .headers = {{u"Content-Type"_s, u"application/json"_s}, {u"Authorization"_s, credentials}},
+    };
+    sendRequest(client, request);
     return client.responseJson().object().value(u"sessionId"_s).toString();
 }
 
 /// Judges the client's last exchange.
 bool isDone(const RestClient &client, Log4Qt::Logger &logger)
 {
-    if (client.errorCode() > 0) {
-        logSendError(logger, client.errorText());
+    if (!succeeded(client, logger))
         return false;
-    }
     const QJsonDocument reply = client.responseJson();
     if (reply.isEmpty()) {
         logger.error(u"Нет связи с сервисом"_s);
@@ -55,18 +60,15 @@ bool FrCashboxHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
     const auto base = messageValue<QString>(message, u"url"_s);
-    const QUrl url(base + messageValue<QString>(message, u"path"_s));
-    const auto body = QJsonDocument::fromVariant(messageValue<QVariantMap>(message, u"body"_s));
-    auto headers = messageHeaders(messageValue<QVariantMap>(message, u"headers"_s));
-
-    const auto client = createClient(*logger());
-    client->post(url, body, headers);
+    PreparedRequest request = readRequest(message, rules);
+    request.url = addressOf(base + messageValue<QString>(message, u"path"_s));
+    const auto client = sendRequest(*logger(), request);
     if (client->statusCode() == unauthorizedStatus) {
         logger()->warn(u"Требуется авторизация"_s);
         // A login that failed leaves the session empty; the answer to the request then says so.
-        headers.insert(u"SessionId"_s,
-                       logIn(*client, base, messageValue<QString>(message, u"auth"_s)));
-        client->post(url, body, headers);
+        request.headers.insert(u"SessionId"_s,
+                               logIn(*client, base, messageValue<QString>(message, u"auth"_s)));
+        sendRequest(*client, request);
     }
     return isDone(*client, *logger());
 }

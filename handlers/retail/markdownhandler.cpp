@@ -1,6 +1,6 @@
 #include "handlers/retail/markdownhandler.h"
 
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
 #include "handlers/retail/ordering.h"
 
 #include <log4qt/logger.h>
@@ -21,7 +21,7 @@ constexpr Ordering ordering{
     .onHit = BasicHandler::Turn::EndOfPass,
 };
 
-constexpr Forwarding forwarding{
+constexpr RequestRules rules{
     .verb = Verb::Put,
     .headers = Headers::JsonContentType,
     .timeout = Timeout::fromMessage(10),
@@ -45,8 +45,9 @@ void MarkdownHandler::processMessages()
 
 bool MarkdownHandler::sendMessage(const Message &message)
 {
-    const auto client = makeRequest(message, *logger(), forwarding);
-    if (client->errorCode() < 1)
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    const auto client = sendRequest(*logger(), readRequest(message, rules));
+    if (succeeded(*client, *logger()))
         return true;
     if (!client->hasResponse())
         return false;

@@ -1,8 +1,10 @@
 #include "handlers/retail/onlinecheckhandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/forwarding/forwarding.h"
 #include "handlers/retail/ordering.h"
+
+#include <log4qt/logger.h>
 
 using namespace Qt::StringLiterals;
 
@@ -18,11 +20,10 @@ constexpr Ordering ordering{
     .onHit = BasicHandler::Turn::Later,
 };
 
-constexpr Forwarding forwarding{
+constexpr RequestRules rules{
     .verb = Verb::WholePut,
     .payload = Payload::Object,
     .timeout = Timeout::fromMessage(20),
-    .failureLine = FailureLine::Silent,
 };
 
 } // namespace
@@ -40,5 +41,6 @@ void OnlinecheckHandler::processMessages()
 
 bool OnlinecheckHandler::sendMessage(const Message &message)
 {
-    return !makeRequest(message, *logger(), forwarding)->isNetworkError();
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    return !sendRequest(*logger(), readRequest(message, rules))->isNetworkError();
 }

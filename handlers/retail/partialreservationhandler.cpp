@@ -1,8 +1,10 @@
 #include "handlers/retail/partialreservationhandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/forwarding/forwarding.h"
 #include "handlers/retail/ordering.h"
+
+#include <log4qt/logger.h>
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -25,8 +27,7 @@ constexpr Ordering ordering{
     .onHit = BasicHandler::Turn::EndOfPass,
 };
 
-constexpr Forwarding forwarding{
-    .verb = Verb::Post,
+constexpr RequestRules rules{
     .headers = Headers::JsonContentType,
     .timeout = Timeout::fromMessage(10),
 };
@@ -46,5 +47,6 @@ void PartialReservationHandler::processMessages()
 
 bool PartialReservationHandler::sendMessage(const Message &message)
 {
-    return forwardMessage(message, *logger(), forwarding);
+    logger()->info(u"Отправка сообщения %1"_s, message.id);
+    return deliverRequest(*logger(), readRequest(message, rules));
 }

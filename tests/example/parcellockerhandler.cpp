@@ -1,13 +1,12 @@
 #include "tests/example/parcellockerhandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 
 #include <log4qt/logger.h>
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -19,16 +18,15 @@ ParcelLockerHandler::ParcelLockerHandler()
 bool ParcelLockerHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
-    const QUrl url(messageValue<QString>(message, u"url"_s), QUrl::TolerantMode);
-    const QJsonObject request{{u"cell"_s, messageValue<QString>(message, u"cell"_s)}};
-
-    const auto client = createClient(*logger());
-    client->setTimeout(messageValue<int>(message, u"timeout"_s, 10));
-    client->post(url, QJsonDocument(request), {});
-    if (client->errorCode() > 0) {
-        logSendError(*logger(), client->errorText());
+    const QJsonObject opening{{u"cell"_s, messageValue<QString>(message, u"cell"_s)}};
+    const PreparedRequest request{
+        .url = messageAddress(message, u"url"_s),
+        .body = QJsonDocument(opening),
+        .timeoutSeconds = messageValue<int>(message, u"timeout"_s, 10),
+    };
+    const auto client = sendRequest(*logger(), request);
+    if (!succeeded(*client, *logger()))
         return false;
-    }
 
     const QJsonObject reply = client->responseJson().object();
     if (reply.value(u"opened"_s).toBool())

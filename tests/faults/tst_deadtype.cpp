@@ -1,6 +1,6 @@
 #include "app/queuehandler.h"
 #include "engine/basichandler.h"
-#include "handlers/forwarding/forwarding.h"
+#include "handlers/common/delivery.h"
 #include "handlers/handlertable.h"
 #include "rig/fastpeer.h"
 #include "tests/faults/form.h"
@@ -38,7 +38,8 @@ public:
 
     bool sendMessage(const Message &message) override
     {
-        return forwardMessage(message, *logger(), Forwarding{});
+        logger()->info(u"Отправка сообщения %1"_s, message.id);
+        return deliverRequest(*logger(), readRequest(message));
     }
 };
 

@@ -1,7 +1,7 @@
 #include "handlers/loyalty/mfg/interface.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "handlers/common/restcalls.h"
 #include "shared/core/basicexception.h"
 #include "shared/core/config.h"
 #include "shared/core/singleton.h"

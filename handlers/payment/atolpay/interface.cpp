@@ -1,6 +1,6 @@
 #include "handlers/payment/atolpay/interface.h"
 
-#include "handlers/common/restcalls.h"
+#include "handlers/common/delivery.h"
 #include "shared/core/config.h"
 #include "shared/core/currenttime.h"
 #include "shared/core/mockfactory.h"

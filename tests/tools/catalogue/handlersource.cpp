@@ -51,6 +51,10 @@ void collect(const QString &text, const QString &pattern, QMap<QString, QString>
 void collectDirect(const QString &text, QMap<QString, QString> &keys)
 {
     collect(text, u"messageValue<(?<type>[^>]+)>\\(\\s*message,\\s*u\"(?<key>\\w+)\"_s"_s, keys);
+    QMap<QString, QString> addresses;
+    collect(text, u"messageAddress\\(\\s*message,\\s*u\"(?<key>\\w+)\"_s"_s, addresses);
+    for (const QString &key : addresses.keys())
+        keys.insert(key, kindsOf(u"QUrl"_s));
     collect(text, u"message\\.body\\.(?:value|contains)\\(u\"(?<key>\\w+)\"_s"_s, keys);
 }
 
@@ -66,13 +70,8 @@ HandlerSource::HandlerSource(const QString &sourceDir, const QString &group,
 void HandlerSource::add(const QString &path)
 {
     static const QRegularExpression include(u"#include \"(handlers/[^\"]+)\\.h\""_s);
-    static const QStringList shared{u"handlers/common/"_s, u"handlers/forwarding/forwarding.h"_s};
-    if (files.contains(path))
+    if (files.contains(path) || path.startsWith(u"handlers/common/"))
         return;
-    for (const QString &folder : shared) {
-        if (path.startsWith(folder))
-            return;
-    }
     QFile file(sourceDir + u'/' + path);
     if (!file.open(QIODevice::ReadOnly))
         return;
@@ -96,10 +95,10 @@ bool HandlerSource::contains(const QString &part) const
     return text.contains(part);
 }
 
-QString HandlerSource::forwarding() const
+QString HandlerSource::requestRules() const
 {
-    return piece(text, u"const Forwarding forwarding{"_s, u"};"_s)
-           + piece(text, u"constexpr Forwarding forwarding{"_s, u"};"_s);
+    return piece(text, u" RequestRules rules{"_s, u"};"_s)
+           + piece(text, u"readRequest(message, {"_s, u"})"_s);
 }
 
 QMap<QString, QString> HandlerSource::readKeys() const
@@ -122,9 +121,9 @@ QMap<QString, QString> HandlerSource::readKeys() const
     if (text.contains(u"Timeout::fromMessage("))
         keys.insert(u"timeout"_s, u"integer"_s);
 
-    const QString record = forwarding();
-    if (record.isEmpty())
+    if (!text.contains(u"readRequest(message"))
         return keys;
+    const QString record = requestRules();
     keys.insert(u"url"_s, u"url"_s);
     if (record.contains(u"isText ?"))
         keys.insert(u"body"_s, QString());
@@ -138,8 +137,6 @@ QMap<QString, QString> HandlerSource::readKeys() const
         keys.insert(u"headers"_s, u"object"_s);
     if (!record.contains(u".timeout"))
         keys.insert(u"timeout"_s, u"integer"_s);
-    if (record.contains(u"Verb::PutOrPost"))
-        keys.insert(u"method"_s, u"text"_s);
     return keys;
 }
 

@@ -30,7 +30,8 @@ public:
 
 private:
     void add(const QString &path);
-    QString forwarding() const;
+    /// What a handler says of its request; empty when it is read by the common rules.
+    QString requestRules() const;
 
     QString sourceDir;
     QStringList files;

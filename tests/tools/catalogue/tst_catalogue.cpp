@@ -180,7 +180,7 @@ private Q_SLOTS:
     void exampleIsGood();
     void keysAreThoseThatAreRead_data() { eachType(); }
     void keysAreThoseThatAreRead();
-    void forwardingReadsItsKeys();
+    void preparedRequestReadsItsKeys();
     void keyIsFoundByPath();
     void secretsAreMarked_data() { eachType(); }
     void secretsAreMarked();
@@ -349,13 +349,13 @@ void TestCatalogue::keysAreThoseThatAreRead()
         QCOMPARE(timeout->defaultValue.toInt(-1), source.defaultTimeout());
 }
 
-void TestCatalogue::forwardingReadsItsKeys()
+void TestCatalogue::preparedRequestReadsItsKeys()
 {
-    // What a record of forwarding means for the keys is told by HandlerSource, by these names.
+    // What the rules of a request mean for the keys is told by HandlerSource, by these names.
     const QMap<QString, QString> read =
-        HandlerSource::keysIn(sourceDir() + u"/handlers/forwarding/forwarding.cpp"_s);
+        HandlerSource::keysIn(sourceDir() + u"/handlers/common/preparedrequest.cpp"_s);
     QCOMPARE(QStringList(read.keys()),
-             (QStringList{u"body"_s, u"headers"_s, u"method"_s, u"timeout"_s, u"url"_s}));
+             (QStringList{u"body"_s, u"headers"_s, u"timeout"_s, u"url"_s}));
 }
 
 void TestCatalogue::keyIsFoundByPath()
