@@ -113,6 +113,7 @@ void Config::setConfigsPathList(const QList<QDir> &directories, const QStringLis
     state.directories = directories;
     state.fileNames = files;
     state.files.clear();
+    state.settings.clear();
     refresh(state);
     config->nextCheckMs = steadyMs() + checkIntervalMs;
 }

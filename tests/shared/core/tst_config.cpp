@@ -59,6 +59,7 @@ private Q_SLOTS:
     void laterFilesWin();
     void onlyIniFilesAreRead();
     void namedFilesAlone();
+    void otherFoldersReplaceTheFormer();
     void missingDirectory();
     void emptyFile();
     void longLines_data();
@@ -346,6 +347,17 @@ void TestConfig::namedFilesAlone()
     QCOMPARE(get(u"s:b"_s), u"default"_s);
     QCOMPARE(get(u"s:c"_s), u"2"_s);
     QCOMPARE(log->lines(), QStringList());
+}
+
+void TestConfig::otherFoldersReplaceTheFormer()
+{
+    write(u"one/a.ini"_s, "[s]\nkey=1\n");
+    QVERIFY(QDir().mkpath(path(u"two"_s)));
+    use({u"one"_s});
+    QCOMPARE(get(u"s:key"_s), u"1"_s);
+    // Nothing is read there, which must not look like nothing having changed.
+    use({u"two"_s});
+    QCOMPARE(get(u"s:key"_s), u"default"_s);
 }
 
 void TestConfig::missingDirectory()
