@@ -79,6 +79,7 @@ expected_files=(
     /usr/share/doc/queue/docs/message-types.md
     /usr/share/doc/queue/docs/operations.md
     /usr/share/doc/queue/docs/operations.ru.md
+    /usr/share/doc/queue/docs/settings.md
     /usr/share/doc/queue/examples/log4qt.properties.sample
     /usr/share/doc/queue/examples/queue.ini.sample
     /usr/share/doc/queue/examples/queue.nft

@@ -1,6 +1,7 @@
 #include "shared/core/config.h"
 #include "shared/core/singleton.h"
 #include "tests/support/logcapture.h"
+#include "tools/settings/settingslist.h"
 
 #include <QDirIterator>
 #include <QFile>
@@ -17,89 +18,6 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-/// What the service itself passes as the default of each setting.
-struct Setting
-{
-    const char *key;
-    QStringView value;
-};
-
-// clang-format off
-constexpr Setting sampleSettings[] = {
-    {"queue:timeout", u"20"},
-    {"queue:port", u"28085"},
-    {"database:driver", u"QSQLITE"},
-    {"database:name", u"/tallocash/cash/queue/queues.db"},
-    {"database:socket", u""},
-    {"database:host", u"localhost"},
-    {"database:port", u"0"},
-    {"database:user", u""},
-    {"database:password", u""},
-    {"database:connectTimeout", u"5"},
-    {"network:proxy", u""},
-    {"network:noProxy", u""},
-    {"network:caFile", u""},
-    {"ApMindbox:url", u"https://api.mindbox.ru/v3/operations/sync"},
-    {"ApMindbox:endpoint", u""},
-    {"ApMindbox:secretKey", u""},
-    {"ApMindbox:pointOfContact", u"Offline"},
-    {"ApMindbox:brand", u"Trekraip"},
-    {"ApMindbox:timeout", u"5"},
-    {"ApMindbox.Redirect:Offline.GetCustomer", u"Offline.GetCustomer"},
-    {"Loymax:timeout", u"20"},
-    {"Loymax:uncriticalErrors", u"2, 101, 102, 103, 110, 111, 201, 202, 203, 204, 205, 206, 208, 209, 210, 211, 214, 215, 216, 218, 220,221, 222, 223, 224, 225"},
-    {"Mfg:host", u"http://localhost"},
-    {"Mfg:path", u"/api/ax/xpp/v1"},
-    {"Mfg:verificationPath", u"/api/twofa/msg/v1"},
-    {"Mfg:user", u""},
-    {"Mfg:password", u""},
-    {"Mfg:timeout", u"10000"},
-    {"Mfg:brand", u""},
-    {"Mfg:verificationBrand", u""},
-    {"Mfg:onlineStore", u""},
-    {"Mfg:terminal", u""},
-    {"atolpay:url", u""},
-    {"atolpay:token", u""},
-    {"atolpay:timeout", u"10"},
-    {"atolpay:currency", u"RUB"},
-    {"atolpay:rmkId", u""},
-    {"Spasibo:restRetryErrors", u"500,503,504,422 IDENTITY_NOT_FOUND,422 CARD_NOT_FOUND,422 REG_ID_IS_BUSY,422 PURCHASE_STATUS_NOT_VALID"},
-    {"Spasibo:sendLimit", u"20"},
-    {"Spasibo:timeout", u"30"},
-    {"Mindbox:url", u"https://api.mindbox.ru/v3/operations/sync"},
-    {"Mindbox:endpoint", u""},
-    {"Mindbox:secretKey", u""},
-    {"Mindbox:pointOfContact", u""},
-    {"Mindbox:timeout", u"5"},
-    {"Mindbox:useIdempotencyKey", u"false"},
-    {"Mindbox:responseTransactionIdName", u"offlineTransactionIdTallo"},
-    {"Mindbox:sendMobilePhoneAuthorizationCodeOperation", u"Offline.SendMobilePhoneAuthorizationCodeOperation"},
-    {"Mindbox:resendMobilePhoneAuthorizationCodeOperation", u"Offline.ResendMobilePhoneAuthorizationCodeOperation"},
-    {"Mindbox:registerCustomerOperation", u"Offline.RegisterCustomerKliograk"},
-    {"Mindbox:returnOperation", u"Offline.Return"},
-    {"Mindbox:activateDiscountCardOperation", u"Offline.ActivateDiscountCard"},
-    {"Mindbox:activateVirtualDiscountCardOperation", u"Offline.ActivateVirtualDiscountCard"},
-    {"Mindbox:anonymousPreorderOperation", u"Offline.AnonymousPreorder"},
-    {"Mindbox:authorizedPreorderOperation", u"Offline.AuthorizedPreorder"},
-    {"Mindbox:beginAnonymousOrderTransactionOperation", u"Offline.BeginAnonymousOrderTransaction"},
-    {"Mindbox:beginAuthorizedOrderTransactionOperation", u"Offline.BeginAuthorizedOrderTransaction"},
-    {"Mindbox:beginUnauthorizedOrderTransactionOperation", u"Offline.BeginUnauthorizedOrderTransaction"},
-    {"Mindbox:checkCustomerOperation", u"Offline.CheckCustomer"},
-    {"Mindbox:checkMobilePhoneAuthorizationCodeOperation", u"Offline.CheckMobilePhoneAuthorizationCode"},
-    {"Mindbox:commitOrderTransactionOperation", u"Offline.CommitOrderTransaction"},
-    {"Mindbox:confirmMobilePhoneOperation", u"Offline.ConfirmMobilePhone"},
-    {"Mindbox:editCustomerOperation", u"Offline.EditCustomer"},
-    {"Mindbox:replaceCardsOperation", u"Offline.ReplaceCards"},
-    {"Mindbox:rollbackOrderTransactionOperation", u"Offline.RollbackOrderTransaction"},
-    {"Mindbox:saveOfflineOrderOperation", u"Offline.SaveOfflineOrder"},
-    {"Mindbox:unauthorizedPreorderOperation", u"Offline.UnauthorizedPreorder"},
-};
-// clang-format on
-
-} // namespace
 
 class TestPackaging : public QObject
 {
@@ -206,6 +124,7 @@ void TestPackaging::everyFileInItsPlace()
         prefix + u"/share/doc/queue/docs/message-types.md"_s,
         prefix + u"/share/doc/queue/docs/operations.md"_s,
         prefix + u"/share/doc/queue/docs/operations.ru.md"_s,
+        prefix + u"/share/doc/queue/docs/settings.md"_s,
         prefix + u"/share/doc/queue/examples/log4qt.properties.sample"_s,
         prefix + u"/share/doc/queue/examples/queue.ini.sample"_s,
         prefix + u"/share/doc/queue/examples/queue.nft"_s,
@@ -385,8 +304,10 @@ void TestPackaging::sampleSettingsChangeNothing()
 void TestPackaging::sampleSettingsHoldTheDefaults_data()
 {
     QTest::addColumn<QString>("value");
-    for (const Setting &setting : sampleSettings)
-        QTest::newRow(setting.key) << setting.value.toString();
+    for (const settings::Section &section : settings::sections()) {
+        for (const settings::Entry &entry : section.entries)
+            QTest::newRow(qPrintable(section.name + u':' + entry.key)) << entry.defaultText;
+    }
 }
 
 void TestPackaging::sampleSettingsHoldTheDefaults()
@@ -406,10 +327,12 @@ void TestPackaging::sampleSettingsHoldTheDefaults()
 
 void TestPackaging::sampleSettingsAreAllChecked()
 {
-    const QByteArray settings = activeSettings();
+    qsizetype listed = 0;
+    for (const settings::Section &section : settings::sections())
+        listed += section.entries.size();
     static const QRegularExpression setting(u"^[A-Za-z.]+ ="_s,
                                             QRegularExpression::MultilineOption);
-    QCOMPARE(QString::fromUtf8(settings).count(setting), std::ssize(sampleSettings));
+    QCOMPARE(QString::fromUtf8(activeSettings()).count(setting), listed);
 }
 
 void TestPackaging::sampleLoggingIsTheDefault()

@@ -4,11 +4,11 @@
 #include "shared/net/preparedrequestbase.h"
 #include "tests/tools/catalogue/handlersource.h"
 #include "tools/catalogue/catalogue.h"
+#include "tools/settings/settingslist.h"
 #include "tools/stand/scenario.h"
 #include "tools/stand/scenarioerror.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -469,39 +469,27 @@ void TestCatalogue::scenariosAreCovered()
 
 void TestCatalogue::settingsAreThoseThatAreRead()
 {
-    static const QRegularExpression literal(u"u\"([A-Za-z.]+):(?!//)([^\" ]*)\"_s"_s);
-    QStringList listed;
-    for (const Type &type : catalogue::types())
-        listed += type.settings;
-    listed.removeDuplicates();
-
     QStringList read;
-    QDirIterator files(sourceDir() + u"/handlers"_s, {u"*.cpp"_s}, QDir::Files,
-                       QDirIterator::Subdirectories);
-    QStringList paths{sourceDir() + u"/shared/document/paymentprocessingfactory.cpp"_s};
-    while (files.hasNext())
-        paths.append(files.next());
-    for (const QString &path : paths) {
-        const QString text = QString::fromUtf8(contentOf(path));
-        if (!text.contains(u"Singleton<Config>"))
+    for (const settings::Section &section : settings::sections()) {
+        if (section.scope == settings::Scope::Service)
             continue;
-        QRegularExpressionMatchIterator matches = literal.globalMatch(text);
-        while (matches.hasNext()) {
-            const QRegularExpressionMatch match = matches.next();
-            QString key = match.captured(2);
-            // A name is put behind the section: each of them is a setting.
-            if (key.isEmpty() || key == u"%1")
-                key = u'*';
-            read.append(match.captured(1) + u':' + key);
-        }
+        if (section.pattern)
+            read.append(section.name + u":*"_s);
+        for (const settings::Entry &entry : section.entries)
+            read.append(section.name + u':' + entry.key);
     }
-    // The operations of Mindbox have a setting each, whose names are a table.
-    read.replaceInStrings(u"Mindbox:*"_s, u"Mindbox:*Operation"_s);
-    const QSet<QString> all(read.begin(), read.end());
-    const QSet<QString> known(listed.begin(), listed.end());
-    QVERIFY(all.contains(u"Loymax:timeout"_s));
-    QCOMPARE((all - known).values().join(u' '), QString());
-    QCOMPARE((known - all).values().join(u' '), QString());
+    QStringList named;
+    for (const Type &type : catalogue::types())
+        named += type.settings;
+    named.removeDuplicates();
+
+    QStringList unnamed = read;
+    for (const QString &name : std::as_const(named)) {
+        const qsizetype hits =
+            unnamed.removeIf([&](const QString &key) { return fits(name, key); });
+        QVERIFY2(hits > 0, qPrintable(u"no setting '%1'"_s.arg(name)));
+    }
+    QCOMPARE(unnamed.join(u' '), QString());
 }
 
 void TestCatalogue::bodyIsChecked_data()

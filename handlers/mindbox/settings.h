@@ -1,0 +1,98 @@
+#pragma once
+
+#include "shared/core/setting.h"
+
+/// Section `Mindbox`: read by each client of the platform when it is made, but for the name of the
+/// transaction's id, which each reply is read with.
+namespace settings::mindbox {
+
+inline constexpr Setting<QString> url{
+    .key = u"Mindbox:url",
+    .defaultValue = u"https://api.mindbox.ru/v3/operations/sync",
+    .about = u"Address of the loyalty platform, for all its operations.",
+};
+inline constexpr Setting<QString> endpoint{
+    .key = u"Mindbox:endpoint",
+    .about = u"Name of the till's endpoint at the platform.",
+};
+inline constexpr Setting<QString> secretKey{
+    .key = u"Mindbox:secretKey",
+    .about = u"Secret key of the endpoint.",
+};
+inline constexpr Setting<QString> pointOfContact{
+    .key = u"Mindbox:pointOfContact",
+    .about = u"Point of contact that every request names.",
+};
+inline constexpr Setting<int> timeout{
+    .key = u"Mindbox:timeout",
+    .defaultValue = 5,
+    .unit = SettingUnit::Seconds,
+    .about = u"Time that a request may take.",
+};
+inline constexpr Setting<bool> useIdempotencyKey{
+    .key = u"Mindbox:useIdempotencyKey",
+    .about = u"Whether an order that is begun again carries its external id, by which the platform "
+             u"knows it.",
+};
+inline constexpr Setting<QString> responseTransactionIdName{
+    .key = u"Mindbox:responseTransactionIdName",
+    .defaultValue = u"offlineTransactionIdTallo",
+    .about = u"Name under which the platform returns the id of a transaction that has begun.",
+};
+
+/// An operation goes by the name that it has at the platform.
+constexpr Setting<QString> operation(QStringView key, QStringView defaultName)
+{
+    return {
+        .key = key,
+        .defaultValue = defaultName,
+        .about = u"Name of the operation at the platform.",
+    };
+}
+
+inline constexpr auto sendMobilePhoneAuthorizationCodeOperation =
+    operation(u"Mindbox:sendMobilePhoneAuthorizationCodeOperation",
+              u"Offline.SendMobilePhoneAuthorizationCodeOperation");
+inline constexpr auto resendMobilePhoneAuthorizationCodeOperation =
+    operation(u"Mindbox:resendMobilePhoneAuthorizationCodeOperation",
+              u"Offline.ResendMobilePhoneAuthorizationCodeOperation");
+inline constexpr auto registerCustomerOperation =
+    operation(u"Mindbox:registerCustomerOperation", u"Offline.RegisterCustomerKliograk");
+inline constexpr auto returnOperation = operation(u"Mindbox:returnOperation", u"Offline.Return");
+inline constexpr auto activateDiscountCardOperation =
+    operation(u"Mindbox:activateDiscountCardOperation", u"Offline.ActivateDiscountCard");
+inline constexpr auto activateVirtualDiscountCardOperation = operation(
+    u"Mindbox:activateVirtualDiscountCardOperation", u"Offline.ActivateVirtualDiscountCard");
+inline constexpr auto anonymousPreorderOperation =
+    operation(u"Mindbox:anonymousPreorderOperation", u"Offline.AnonymousPreorder");
+inline constexpr auto authorizedPreorderOperation =
+    operation(u"Mindbox:authorizedPreorderOperation", u"Offline.AuthorizedPreorder");
+inline constexpr auto beginAnonymousOrderTransactionOperation = operation(
+    u"Mindbox:beginAnonymousOrderTransactionOperation", u"Offline.BeginAnonymousOrderTransaction");
+inline constexpr auto beginAuthorizedOrderTransactionOperation =
+    operation(u"Mindbox:beginAuthorizedOrderTransactionOperation",
+              u"Offline.BeginAuthorizedOrderTransaction");
+inline constexpr auto beginUnauthorizedOrderTransactionOperation =
+    operation(u"Mindbox:beginUnauthorizedOrderTransactionOperation",
+              u"Offline.BeginUnauthorizedOrderTransaction");
+inline constexpr auto checkCustomerOperation =
+    operation(u"Mindbox:checkCustomerOperation", u"Offline.CheckCustomer");
+inline constexpr auto checkMobilePhoneAuthorizationCodeOperation =
+    operation(u"Mindbox:checkMobilePhoneAuthorizationCodeOperation",
+              u"Offline.CheckMobilePhoneAuthorizationCode");
+inline constexpr auto commitOrderTransactionOperation =
+    operation(u"Mindbox:commitOrderTransactionOperation", u"Offline.CommitOrderTransaction");
+inline constexpr auto confirmMobilePhoneOperation =
+    operation(u"Mindbox:confirmMobilePhoneOperation", u"Offline.ConfirmMobilePhone");
+inline constexpr auto editCustomerOperation =
+    operation(u"Mindbox:editCustomerOperation", u"Offline.EditCustomer");
+inline constexpr auto replaceCardsOperation =
+    operation(u"Mindbox:replaceCardsOperation", u"Offline.ReplaceCards");
+inline constexpr auto rollbackOrderTransactionOperation =
+    operation(u"Mindbox:rollbackOrderTransactionOperation", u"Offline.RollbackOrderTransaction");
+inline constexpr auto saveOfflineOrderOperation =
+    operation(u"Mindbox:saveOfflineOrderOperation", u"Offline.SaveOfflineOrder");
+inline constexpr auto unauthorizedPreorderOperation =
+    operation(u"Mindbox:unauthorizedPreorderOperation", u"Offline.UnauthorizedPreorder");
+
+} // namespace settings::mindbox

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "shared/core/setting.h"
+
+/// Section `database`: they hold for connections opened from then on.
+namespace settings::database {
+
+inline constexpr Setting<QString> driver{
+    .key = u"database:driver",
+    .defaultValue = u"QSQLITE",
+    .about = u"`QSQLITE`, or `QMYSQL` or `QMARIADB` for a server.",
+};
+/// Use fileName() and schemaName(), which know the default of each.
+inline constexpr Setting<QString> name{
+    .key = u"database:name",
+    .defaultValue = u"/tallocash/cash/queue/queues.db",
+    .about = u"SQLite: path of the file, which is made when it is missing. Server: the schema, by "
+             u"default `queues`.",
+};
+inline constexpr Setting<QString> socket{
+    .key = u"database:socket",
+    .about = u"Server: its unix socket, preferred to host and port.",
+};
+inline constexpr Setting<QString> host{
+    .key = u"database:host",
+    .defaultValue = u"localhost",
+    .about = u"Server: its host.",
+};
+inline constexpr Setting<int> port{
+    .key = u"database:port",
+    .smallest = 0,
+    .about = u"Server: its port; 0 for the server's usual one.",
+};
+inline constexpr Setting<QString> user{
+    .key = u"database:user",
+    .about = u"Server: the account.",
+};
+inline constexpr Setting<QString> password{
+    .key = u"database:password",
+    .about = u"Server: the password of the account.",
+};
+inline constexpr Setting<int> connectTimeout{
+    .key = u"database:connectTimeout",
+    .defaultValue = 5,
+    .unit = SettingUnit::Seconds,
+    .smallest = 1,
+    .about = u"Server: time that opening a connection may take.",
+};
+
+/// The SQLite file, which only the driver QSQLITE has.
+QString fileName();
+/// The schema on a server.
+QString schemaName();
+
+} // namespace settings::database

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "shared/core/setting.h"
+
+namespace settings {
+
+/// Read once by each pass.
+inline constexpr SettingPattern processing{
+    .section = u"processing",
+    .names = u"currency, by its code",
+    .example = u"643 = https://processing.example/operations",
+    .about = u"Addresses that messages of type `processing` are posted to. Read by each pass.",
+};
+
+} // namespace settings

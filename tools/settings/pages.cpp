@@ -1,0 +1,173 @@
+#include "tools/settings/pages.h"
+
+#include "shared/core/paths.h"
+#include "tools/settings/settingslist.h"
+
+using namespace Qt::StringLiterals;
+
+namespace settings {
+
+namespace {
+
+constexpr qsizetype sampleWidth = 100;
+
+const QString sampleIntro =
+    uR"(; Settings of `queue`. Each line that is commented out shows the default. Copy what differs into
+; /tallocash/cash/queue/config/queue.d/local.ini; a file there is read last, and a change holds at
+; once where nothing else is said. Passwords, keys and tokens go into secrets.ini beside it, with
+; their [section]: only the service and root read that file.
+; (Written by `build/dev/setting-pages sample` from the program's own constants.)
+)"_s;
+
+const QString pageIntro = uR"(# Settings
+
+<!-- Written by `build/dev/setting-pages markdown > docs/settings.md` from the constants beside the readers. Change them there. -->
+
+Settings are read from every `*.ini` file of these directories, in this order, the files of one directory by
+name. A later value replaces an earlier one.
+
+%1
+Files are UTF-8: `[section]`, `key = value`, and `;` or `#` in front of a comment line. A key that is not
+listed is not read; `queuectl doctor` names such keys, and values that are not what they should be, by file and line.
+A changed file is noticed without a restart, except where a setting is read at the start. No setting is
+required: the sample, `/usr/share/doc/queue/examples/queue.ini.sample`, holds all of them with their defaults,
+commented out.
+
+Passwords, keys and tokens belong into a file that only the service and root may read
+([SECURITY.md](../SECURITY.md)).
+)"_s;
+
+/// "seconds, at least 1"; empty when there is nothing to say.
+QString range(const Entry &entry)
+{
+    QStringList parts;
+    if (entry.unit == SettingUnit::Seconds)
+        parts.append(u"seconds"_s);
+    if (entry.unit == SettingUnit::Milliseconds)
+        parts.append(u"milliseconds"_s);
+    if (entry.smallest)
+        parts.append(u"at least %1"_s.arg(*entry.smallest));
+    return parts.join(u", "_s);
+}
+
+/// A comment of a settings file, no line of it longer than others of ours.
+QString comment(const QString &text)
+{
+    QString result;
+    QString line;
+    const QStringList words = text.split(u' ');
+    for (const QString &word : words) {
+        if (!line.isEmpty() && line.size() + word.size() + 3 > sampleWidth) {
+            result += u';' + line + u'\n';
+            line.clear();
+        }
+        line += u' ' + word;
+    }
+    return result + u';' + line + u'\n';
+}
+
+QString sampleEntry(const Entry &entry)
+{
+    return u";%1 = %2"_s.arg(entry.key, entry.defaultText).trimmed() + u'\n';
+}
+
+QString sampleComment(const Entry &entry)
+{
+    if (entry.unit != SettingUnit::None)
+        return comment(u"%1 In %2."_s.arg(entry.about, range(entry)));
+    if (entry.smallest)
+        return comment(u"%1 At least %2."_s.arg(entry.about, QString::number(*entry.smallest)));
+    return comment(entry.about);
+}
+
+QString sampleSection(const Section &section)
+{
+    QString result = u"\n[%1]\n"_s.arg(section.name);
+    if (!section.about.isEmpty())
+        result += comment(section.about) + u'\n';
+    if (section.pattern)
+        return result + comment(section.pattern->about.toString())
+               + comment(u"One line for each %1, as in"_s.arg(section.pattern->names))
+               + comment(section.pattern->example.toString());
+    QString former;
+    for (const Entry &entry : section.entries) {
+        const QString about = sampleComment(entry);
+        // One comment above neighbours of which the same is said.
+        if (about != former)
+            result += about;
+        former = about;
+        result += sampleEntry(entry);
+    }
+    return result;
+}
+
+QString cell(QString text)
+{
+    return text.replace(u'|', u"\\|"_s);
+}
+
+QString markdownEntry(const Entry &entry)
+{
+    QStringList usual;
+    if (!entry.defaultText.isEmpty())
+        usual.append(u"`%1`"_s.arg(entry.defaultText));
+    const QString unit = range(entry);
+    if (!unit.isEmpty())
+        usual.append(unit);
+    return u"| `%1` | %2 | %3 |\n"_s.arg(
+        entry.key, cell(usual.join(entry.unit == SettingUnit::None ? u", "_s : u" "_s)),
+        cell(entry.about));
+}
+
+QString markdownSection(const Section &section)
+{
+    QString result = u"\n### [%1]\n\n"_s.arg(section.name);
+    if (!section.about.isEmpty())
+        result += section.about + u"\n\n"_s;
+    if (section.pattern)
+        return result
+               + u"%1 One line for each %2, as in `%3`.\n"_s.arg(
+                   section.pattern->about, section.pattern->names, section.pattern->example);
+    result += u"| Key | Default | Meaning |\n| --- | --- | --- |\n"_s;
+    for (const Entry &entry : section.entries)
+        result += markdownEntry(entry);
+    return result;
+}
+
+QString markdownPart(const QString &heading, Scope scope)
+{
+    QString result = u"\n## %1\n"_s.arg(heading);
+    for (const Section &section : sections()) {
+        if (section.scope == scope)
+            result += markdownSection(section);
+    }
+    return result;
+}
+
+QString folderList()
+{
+    QString result;
+    int number = 0;
+    const QList<QDir> folders = settingsFolders();
+    for (const QDir &folder : folders)
+        result += u"%1. `%2`\n"_s.arg(QString::number(++number), folder.path());
+    return result;
+}
+
+} // namespace
+
+QString sampleFile()
+{
+    QString result = sampleIntro;
+    for (const Section &section : sections())
+        result += sampleSection(section);
+    return result;
+}
+
+QString markdownPage()
+{
+    return pageIntro.arg(folderList()) + markdownPart(u"The service"_s, Scope::Service)
+           + markdownPart(u"Message types"_s, Scope::Types);
+}
+
+} // namespace settings
