@@ -3,6 +3,7 @@
 #include "shared/core/paths.h"
 #include "tools/queuectl/masking.h"
 #include "tools/queuectl/text.h"
+#include "tools/settings/settingslist.h"
 
 #include <QDir>
 #include <QFile>
@@ -11,12 +12,6 @@
 #include <QStringDecoder>
 
 using namespace Qt::StringLiterals;
-
-/// A static library's resources are linked in only where somebody asks for them.
-static void initSampleResource()
-{
-    Q_INIT_RESOURCE(queuectl);
-}
 
 namespace queuectl {
 
@@ -38,13 +33,6 @@ bool isBoolean(const QString &value)
     return known.contains(value.toLower());
 }
 
-bool isNumber(const QString &value)
-{
-    bool isOk = false;
-    value.toInt(&isOk);
-    return isOk;
-}
-
 /// A folder of the service alone. The others belong to the till, whose other programs have settings
 /// there too.
 bool isOwnFolder(const QString &file)
@@ -58,7 +46,32 @@ QString hint(const QString &word, const QStringList &known)
     return meant.isEmpty() ? QString() : text("; is %1 meant?", "; имелось в виду %1?").arg(meant);
 }
 
-void checkLine(const SettingLine &line, const KnownSettings &known, QList<SettingFault> &faults)
+/// What is wrong with the value of a line, if anything.
+void checkValue(const SettingLine &line, const settings::Entry &entry, QList<SettingFault> &faults)
+{
+    const auto report = [&](Severity severity, const QString &what) {
+        faults.append({severity, line.file, line.line,
+                       what.arg(line.section, line.key, line.value, entry.defaultText)});
+    };
+    bool isNumber = false;
+    const int number = line.value.toInt(&isNumber);
+    if (entry.kind == settings::Kind::Number && !isNumber)
+        report(Severity::Error,
+               text("%1:%2 = '%3' is no whole number, the default %4 holds",
+                    "%1:%2 = '%3' — не целое число, действует значение по умолчанию %4"));
+    else if (entry.kind == settings::Kind::Boolean && !isBoolean(line.value))
+        report(Severity::Error,
+               text("%1:%2 = '%3' is neither yes nor no, the default %4 holds",
+                    "%1:%2 = '%3' — не «да» и не «нет», действует значение по умолчанию %4"));
+    else if (entry.kind == settings::Kind::Number && entry.smallest && number < *entry.smallest)
+        faults.append(
+            {Severity::Warning, line.file, line.line,
+             text("%1:%2 = %3 is below the smallest value, %4 holds",
+                  "%1:%2 = %3 меньше наименьшего значения, действует %4")
+                 .arg(line.section, line.key, line.value, QString::number(*entry.smallest))});
+}
+
+void checkLine(const SettingLine &line, QList<SettingFault> &faults)
 {
     const auto report = [&](Severity severity, const QString &what) {
         faults.append({severity, line.file, line.line, what});
@@ -69,8 +82,9 @@ void checkLine(const SettingLine &line, const KnownSettings &known, QList<Settin
                                       .arg(line.key));
         return;
     }
-    if (!known.hasSection(line.section)) {
-        const QString meant = hint(line.section, known.sections());
+    const settings::Section *section = settings::findSection(line.section);
+    if (!section) {
+        const QString meant = hint(line.section, settings::sectionNames());
         // The till's other programs have sections of their own in the shared folders.
         if (isOwnFolder(line.file) || !meant.isEmpty())
             report(Severity::Warning,
@@ -78,65 +92,19 @@ void checkLine(const SettingLine &line, const KnownSettings &known, QList<Settin
                        .arg(line.section, meant));
         return;
     }
-    if (KnownSettings::isOpen(line.section))
+    if (section->pattern)
         return;
-    if (!known.contains(line.section, line.key)) {
+    const settings::Entry *entry = settings::findEntry(*section, line.key);
+    if (!entry) {
         report(Severity::Warning,
                text("nobody reads %1:%2%3", "параметр %1:%2 никто не читает%3")
-                   .arg(line.section, line.key, hint(line.key, known.keys(line.section))));
+                   .arg(line.section, line.key, hint(line.key, settings::keys(*section))));
         return;
     }
-    const QString usual = known.defaultValue(line.section, line.key);
-    if (isNumber(usual) && !isNumber(line.value))
-        report(Severity::Error,
-               text("%1:%2 = '%3' is no whole number, the default %4 holds",
-                    "%1:%2 = '%3' — не целое число, действует значение по умолчанию %4")
-                   .arg(line.section, line.key, line.value, usual));
-    else if ((usual == u"true" || usual == u"false") && !isBoolean(line.value))
-        report(Severity::Error,
-               text("%1:%2 = '%3' is neither yes nor no, the default %4 holds",
-                    "%1:%2 = '%3' — не «да» и не «нет», действует значение по умолчанию %4")
-                   .arg(line.section, line.key, line.value, usual));
+    checkValue(line, *entry, faults);
 }
 
 } // namespace
-
-KnownSettings::KnownSettings()
-{
-    initSampleResource();
-    QFile sample(u":/queuectl/queue.ini.sample"_s);
-    if (!sample.open(QIODevice::ReadOnly))
-        qFatal("The sample of the settings is not compiled in");
-    static const QRegularExpression section(uR"(^\[(.+)\]$)"_s);
-    // A setting that is commented out has no blank behind the sign, a sentence has one.
-    static const QRegularExpression setting(uR"(^;?([^\s;=][^\s=]*) =\s*(.*)$)"_s);
-    QString current;
-    const QStringList lines = QString::fromUtf8(sample.readAll()).split(u'\n');
-    for (const QString &line : lines) {
-        QRegularExpressionMatch match = section.match(line);
-        if (match.hasMatch()) {
-            current = match.captured(1);
-            defaults[current];
-        } else if ((match = setting.match(line)).hasMatch()) {
-            defaults[current].insert(match.captured(1), match.captured(2).trimmed());
-        }
-    }
-}
-
-bool KnownSettings::contains(const QString &section, const QString &key) const
-{
-    return defaults.value(section).contains(key);
-}
-
-QString KnownSettings::defaultValue(const QString &section, const QString &key) const
-{
-    return defaults.value(section).value(key);
-}
-
-bool KnownSettings::isOpen(const QString &section)
-{
-    return section == u"ApMindbox.Redirect" || section == u"processing";
-}
 
 QStringList settingsFilePaths()
 {
@@ -226,7 +194,6 @@ QList<SettingFault> checkSettings()
                                ? text("the folder may not be read", "нет права читать каталог")
                                : text("there is no such folder", "каталога нет")});
     }
-    const KnownSettings known;
     const QStringList paths = settingsFilePaths();
     for (const QString &path : paths) {
         const SettingsFile file = readSettingsFile(path);
@@ -234,12 +201,12 @@ QList<SettingFault> checkSettings()
         QString reported;
         for (const SettingLine &line : file.settings) {
             // One line for a section that nobody reads, not one for each of its keys.
-            if (!known.hasSection(line.section) && !line.section.isEmpty()) {
+            if (!settings::findSection(line.section) && !line.section.isEmpty()) {
                 if (line.section == reported)
                     continue;
                 reported = line.section;
             }
-            checkLine(line, known, faults);
+            checkLine(line, faults);
         }
     }
     return faults;
