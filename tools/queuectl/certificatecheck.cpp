@@ -1,8 +1,7 @@
-#include "tools/queuectl/certificatecheck.h"
+#include "tools/queuectl/checks.h"
 
-#include "shared/core/config.h"
 #include "shared/core/paths.h"
-#include "shared/core/singleton.h"
+#include "shared/net/networksettings.h"
 #include "tools/queuectl/failure.h"
 #include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/text.h"
@@ -27,9 +26,17 @@ constexpr qint64 soonDays = 30;
 constexpr int pageRows = 500;
 constexpr int maxDepth = 4;
 
-CertificateFinding bad(const QString &what)
+using State = Check::State;
+
+Check finding(State state, const QString &what)
 {
-    return {false, true, what};
+    return {state, u"certificates"_s, what};
+}
+
+/// Deliveries fail with it.
+Check bad(const QString &what)
+{
+    return finding(State::Error, what);
 }
 
 /// The path of a certificate as rows name it, and the password beside it.
@@ -104,7 +111,7 @@ QStringList convertedFiles()
 }
 
 /// Whether all of them hold now, and until when.
-CertificateFinding judge(const QString &path, const QList<QSslCertificate> &chain)
+Check judge(const QString &path, const QList<QSslCertificate> &chain)
 {
     const QDateTime now = QDateTime::currentDateTime();
     QDateTime end;
@@ -120,15 +127,13 @@ CertificateFinding judge(const QString &path, const QList<QSslCertificate> &chai
     if (end < now)
         return bad(text("%1 expired on %2", "срок %1 истёк %2").arg(path, date));
     if (now.daysTo(end) < soonDays)
-        return {false, false,
-                text("%1 expires on %2, in %3 days", "срок %1 истекает %2, через %3 дн.")
-                    .arg(path, date, QString::number(now.daysTo(end)))};
-    return {true, false, text("%1 is valid until %2", "%1 действует до %2").arg(path, date)};
+        return finding(State::Warning,
+                       text("%1 expires on %2, in %3 days", "срок %1 истекает %2, через %3 дн.")
+                           .arg(path, date, QString::number(now.daysTo(end))));
+    return finding(State::Ok, text("%1 is valid until %2", "%1 действует до %2").arg(path, date));
 }
 
-} // namespace
-
-CertificateFinding checkPemFile(const QString &path)
+Check checkPemFile(const QString &path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
@@ -140,7 +145,8 @@ CertificateFinding checkPemFile(const QString &path)
     return judge(path, chain);
 }
 
-CertificateFinding checkPkcs12File(const QString &path, const QString &password)
+/// With a wrong password, or an old cipher, the end of the certificate cannot be told.
+Check checkPkcs12File(const QString &path, const QString &password)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
@@ -151,34 +157,39 @@ CertificateFinding checkPkcs12File(const QString &path, const QString &password)
     QList<QSslCertificate> authorities;
     // The service has the openssl tool do it, which may know older ciphers.
     if (!QSslCertificate::importPkcs12(&file, &key, &certificate, &authorities, password.toUtf8()))
-        return {false, false,
-                text("%1 does not open with the password of the rows that name it",
-                     "%1 не открывается паролем из строк, которые его называют")
-                    .arg(path)};
+        return finding(State::Warning,
+                       text("%1 does not open with the password of the rows that name it",
+                            "%1 не открывается паролем из строк, которые его называют")
+                           .arg(path));
     return judge(path, {certificate});
 }
 
-QList<CertificateFinding> checkCertificates()
+} // namespace
+
+QList<Check> examineCertificates()
 {
-    QList<CertificateFinding> findings;
-    const QString caFile = Singleton<Config>::instance()->getString(u"network:caFile"_s, QString());
+    QList<Check> checks;
+    const QString caFile = settings::network::caFile.value();
     if (!caFile.isEmpty())
-        findings.append(checkPemFile(caFile));
+        checks.append(checkPemFile(caFile));
     const std::set<NamedFile> files = filesOfRows();
     for (const auto &[path, password] : files) {
         const bool isPkcs12 = path.endsWith(u".p12"_s, Qt::CaseInsensitive)
                               || path.endsWith(u".pfx"_s, Qt::CaseInsensitive);
         if (!QFileInfo(path).isFile())
-            findings.append(bad(text("there is no certificate %1, waiting rows need it",
-                                     "нет сертификата %1, он нужен строкам очереди")
-                                    .arg(path)));
+            checks.append(bad(text("there is no certificate %1, waiting rows need it",
+                                   "нет сертификата %1, он нужен строкам очереди")
+                                  .arg(path)));
         else
-            findings.append(isPkcs12 ? checkPkcs12File(path, password) : checkPemFile(path));
+            checks.append(isPkcs12 ? checkPkcs12File(path, password) : checkPemFile(path));
     }
     const QStringList converted = convertedFiles();
     for (const QString &path : converted)
-        findings.append(checkPemFile(path));
-    return findings;
+        checks.append(checkPemFile(path));
+    if (checks.isEmpty())
+        checks.append(finding(State::Ok, text("no waiting row and no setting names a certificate",
+                                              "ни строки, ни настройки не называют сертификатов")));
+    return checks;
 }
 
 } // namespace queuectl
