@@ -1,10 +1,8 @@
 #include "shared/core/connectionfactory.h"
 
 #include "shared/core/basicexception.h"
-#include "shared/core/config.h"
+#include "shared/core/databasesettings.h"
 #include "shared/core/databasevalues.h"
-#include "shared/core/paths.h"
-#include "shared/core/singleton.h"
 #include "shared/core/sqlitefilelock.h"
 #include "shared/core/writegate.h"
 
@@ -232,7 +230,7 @@ bool isServerDriver(const QString &driver)
 
 QString configuredDriver()
 {
-    return Singleton<Config>::instance()->getString(u"database:driver"_s, u"QSQLITE"_s);
+    return settings::database::driver.value();
 }
 
 QSqlDatabase addDatabase(const QString &driver, const QString &name)
@@ -380,7 +378,6 @@ void ConnectionFactory::setCreatesTables(bool creates)
 
 QSqlDatabase ConnectionFactory::open(const QString &name)
 {
-    Config *config = Singleton<Config>::instance();
     const QString driver = configuredDriver();
     if (driver != u"QSQLITE" && !isServerDriver(driver))
         throw BasicException(
@@ -391,8 +388,7 @@ QSqlDatabase ConnectionFactory::open(const QString &name)
     if (isServerDriver(driver))
         openServer(database, serverTimeout);
     else
-        openSqlite(database, config->getString(u"database:name"_s,
-                                               rootedPath(u"/tallocash/cash/queue/queues.db"_s)));
+        openSqlite(database, settings::database::fileName());
     return database;
 }
 
@@ -585,22 +581,20 @@ void ConnectionFactory::report(const FileIdentity &current, const QString &text)
 
 void ConnectionFactory::openServer(QSqlDatabase &database, std::chrono::seconds timeout)
 {
-    Config *config = Singleton<Config>::instance();
-    const QString schema = config->getString(u"database:name"_s, u"queues"_s);
-    const QString socket = config->getString(u"database:socket"_s, QString());
-    const QString host = config->getString(u"database:host"_s, u"localhost"_s);
-    const int connectTimeout = std::max(1, config->getInt(u"database:connectTimeout"_s, 5));
+    const QString schema = settings::database::schemaName();
+    const QString socket = settings::database::socket.value();
+    const QString host = settings::database::host.value();
 
     database.setDatabaseName(schema);
     database.setHostName(host);
-    const int port = config->getInt(u"database:port"_s, 0);
+    const int port = settings::database::port.value();
     if (port > 0)
         database.setPort(port);
-    database.setUserName(config->getString(u"database:user"_s, QString()));
-    database.setPassword(config->getString(u"database:password"_s, QString()));
+    database.setUserName(settings::database::user.value());
+    database.setPassword(settings::database::password.value());
     QString options =
         u"MYSQL_OPT_CONNECT_TIMEOUT=%1;MYSQL_OPT_READ_TIMEOUT=%2;MYSQL_OPT_WRITE_TIMEOUT=%2"_s
-            .arg(connectTimeout)
+            .arg(settings::database::connectTimeout.value())
             .arg(timeout.count());
     if (!socket.isEmpty())
         options += u";UNIX_SOCKET="_s + socket;
