@@ -1,9 +1,8 @@
 #include "shared/net/curltransport.h"
 
-#include "shared/core/config.h"
-#include "shared/core/singleton.h"
 #include "shared/net/closinghosts.h"
 #include "shared/net/contentcoding.h"
+#include "shared/net/networksettings.h"
 #include "shared/net/proxyrule.h"
 
 #include <QFile>
@@ -397,14 +396,13 @@ void forget(Connections::Client &client)
 
 Connections::Setting settingFor(const Exchange &exchange)
 {
-    Config *const config = Singleton<Config>::instance();
     Connections::Setting setting;
     setting.isSecure = exchange.url.scheme() == u"https";
-    setting.proxy = config->getString(u"network:proxy"_s, QString());
+    setting.proxy = settings::network::proxy.value();
     if (!setting.proxy.isEmpty())
-        setting.noProxy = config->getString(u"network:noProxy"_s, QString());
+        setting.noProxy = settings::network::noProxy.value();
     if (setting.isSecure)
-        setting.caFile = config->getString(u"network:caFile"_s, QString());
+        setting.caFile = settings::network::caFile.value();
     return setting;
 }
 
