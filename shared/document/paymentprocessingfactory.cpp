@@ -1,9 +1,8 @@
 #include "shared/document/paymentprocessingfactory.h"
 
 #include "shared/core/basicexception.h"
-#include "shared/core/config.h"
-#include "shared/core/singleton.h"
 #include "shared/document/httppaymentprocessing.h"
+#include "shared/document/processingsettings.h"
 
 using namespace Qt::StringLiterals;
 
@@ -18,15 +17,16 @@ bool isHttpAddress(const QUrl &url)
 /// Null when nothing is set up.
 std::shared_ptr<PaymentProcessing> processingFromSettings(const Valut &valut)
 {
-    const QString key = u"processing:%1"_s.arg(valut.getCode());
-    const QString address = Singleton<Config>::instance()->getString(key, QString());
+    const QString code = QString::number(valut.getCode());
+    const QString address = settings::processing.value(code, QString());
     if (address.isEmpty())
         return nullptr;
     const QUrl url(address);
     if (!isHttpAddress(url)) {
         // The address itself may hold a password.
         throw BasicException(
-            u"Параметр %1 не является адресом http или https, исправьте настройки"_s.arg(key));
+            u"Параметр %1 не является адресом http или https, исправьте настройки"_s.arg(
+                settings::processing.key(code)));
     }
     return std::make_shared<HttpPaymentProcessing>(url);
 }
