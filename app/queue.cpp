@@ -2,23 +2,24 @@
 
 #include "app/queuehandler.h"
 #include "app/servicelock.h"
+#include "app/settings.h"
 #include "handlers/handlertable.h"
 #include "shared/core/config.h"
 #include "shared/core/paths.h"
-#include "shared/core/singleton.h"
 
 #include <log4qt/logmanager.h>
 
 #include <QJsonDocument>
 
+#include <algorithm>
+#include <limits>
+
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int defaultPeriodSeconds = 20;
 /// The longest interval that the timer can count in milliseconds.
 constexpr int maxPeriodSeconds = std::numeric_limits<int>::max() / 1000;
-constexpr int defaultPort = 28085;
 
 QJsonObject description(const QString &text)
 {
@@ -45,9 +46,7 @@ void Queue::start()
     startServer();
 
     timer.setSingleShot(true);
-    const int configured =
-        Singleton<Config>::instance()->getInt(u"queue:timeout"_s, defaultPeriodSeconds);
-    const int period = qBound(1, configured, maxPeriodSeconds);
+    const int period = std::min(settings::queue::timeout.value(), maxPeriodSeconds);
     logger->info(u"Период обработки сообщений: %1 сек."_s, period);
     handler->startHandlers();
     timer.setInterval(period * 1000);
@@ -124,8 +123,7 @@ void Queue::runHandlers()
 
 void Queue::startServer()
 {
-    const int port = Singleton<Config>::instance()->getInt(u"queue:port"_s, defaultPort);
-    server = std::make_shared<HttpServer>(port);
+    server = std::make_shared<HttpServer>(settings::queue::port.value());
     connect(server.get(), &HttpServer::requestReceived, this, &Queue::dataReceived);
 }
 
