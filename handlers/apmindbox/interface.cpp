@@ -1,7 +1,7 @@
 #include "handlers/apmindbox/interface.h"
 
+#include "handlers/apmindbox/settings.h"
 #include "handlers/common/delivery.h"
-#include "shared/core/config.h"
 #include "shared/core/currenttime.h"
 #include "shared/core/dbqueuebroker.h"
 #include "shared/core/mockfactory.h"
@@ -22,7 +22,6 @@ namespace apmindbox {
 
 namespace {
 
-constexpr std::chrono::seconds defaultTimeout{5};
 
 QDateTime now()
 {
@@ -63,15 +62,12 @@ void enqueue(const QString &method, const QJsonObject &payload)
 Interface::Interface()
     : logger(Log4Qt::LogManager::logger(u"apmindbox"_s))
 {
-    Config &config = *Singleton<Config>::instance();
-    endpoint = config.getString(u"ApMindbox:endpoint"_s, QString());
-    secretKey = config.getString(u"ApMindbox:secretKey"_s, QString());
-    pointOfContact = config.getString(u"ApMindbox:pointOfContact"_s, u"Offline"_s);
-    brand = config.getString(u"ApMindbox:brand"_s, u"Trekraip"_s);
-    url =
-        QUrl(config.getString(u"ApMindbox:url"_s, u"https://api.mindbox.ru/v3/operations/sync"_s));
-    const std::chrono::seconds timeout(
-        config.getInt(u"ApMindbox:timeout"_s, static_cast<int>(defaultTimeout.count())));
+    endpoint = settings::apmindbox::endpoint.value();
+    secretKey = settings::apmindbox::secretKey.value();
+    pointOfContact = settings::apmindbox::pointOfContact.value();
+    brand = settings::apmindbox::brand.value();
+    url = QUrl(settings::apmindbox::url.value());
+    const std::chrono::seconds timeout(settings::apmindbox::timeout.value());
     logger->info(u" адрес сервера: %1"_s, url.toDisplayString());
     client = createClient(*logger);
     client->setTimeoutMs(std::chrono::milliseconds(timeout).count());
@@ -161,8 +157,7 @@ OperationResult Interface::changeOrderStatus(const QJsonObject &body, bool sendN
 OperationResult Interface::execute(const QString &operationName, const QJsonObject &body,
                                    const QString &transactionId)
 {
-    const QString redirected = Singleton<Config>::instance()->getString(
-        u"ApMindbox.Redirect:%1"_s.arg(operationName), operationName);
+    const QString redirected = settings::apmindbox::redirect.value(operationName, operationName);
     // The redirected name is for the log alone; the platform is asked by the operation's own one.
     logger->debug(u" выполнение метода '%1'%2"_s.arg(
         operationName, redirected == operationName ? QString() : u" -> '%1'"_s.arg(redirected)));

@@ -1,7 +1,7 @@
 #include "handlers/mindbox/interface.h"
 
 #include "handlers/common/delivery.h"
-#include "shared/core/config.h"
+#include "handlers/mindbox/settings.h"
 #include "shared/core/currenttime.h"
 #include "shared/core/dbqueuebroker.h"
 #include "shared/core/mockfactory.h"
@@ -22,7 +22,6 @@ namespace mindbox {
 
 namespace {
 
-constexpr std::chrono::seconds defaultTimeout{5};
 constexpr std::chrono::seconds resendInterval{31};
 
 QDateTime now()
@@ -74,15 +73,13 @@ void enqueue(const QString &method, const QJsonObject &payload,
 Interface::Interface()
     : logger(Log4Qt::LogManager::logger(u"mindbox"_s))
 {
-    Config &config = *Singleton<Config>::instance();
-    endpoint = config.getString(u"Mindbox:endpoint"_s, QString());
-    secretKey = config.getString(u"Mindbox:secretKey"_s, QString());
-    pointOfContact = config.getString(u"Mindbox:pointOfContact"_s, QString());
-    useIdempotencyKey = config.getBool(u"Mindbox:useIdempotencyKey"_s, false);
+    endpoint = settings::mindbox::endpoint.value();
+    secretKey = settings::mindbox::secretKey.value();
+    pointOfContact = settings::mindbox::pointOfContact.value();
+    useIdempotencyKey = settings::mindbox::useIdempotencyKey.value();
     readOperationNames();
-    url = QUrl(config.getString(u"Mindbox:url"_s, u"https://api.mindbox.ru/v3/operations/sync"_s));
-    const std::chrono::seconds timeout(
-        config.getInt(u"Mindbox:timeout"_s, static_cast<int>(defaultTimeout.count())));
+    url = QUrl(settings::mindbox::url.value());
+    const std::chrono::seconds timeout(settings::mindbox::timeout.value());
     logger->info(u" адрес сервера: %1"_s, url.toDisplayString());
     client = createClient(*logger);
     client->setTimeoutMs(std::chrono::milliseconds(timeout).count());
@@ -296,36 +293,34 @@ void Interface::readOperationNames()
     struct OperationName
     {
         QString Interface::*field;
-        QLatin1StringView key;
-        QLatin1StringView defaultName;
+        Setting<QString> setting;
     };
     // clang-format off
     static constexpr OperationName names[] = {
-        {&Interface::sendMobilePhoneAuthorizationCodeOperation,   "sendMobilePhoneAuthorizationCodeOperation"_L1,   "Offline.SendMobilePhoneAuthorizationCodeOperation"_L1},
-        {&Interface::resendMobilePhoneAuthorizationCodeOperation, "resendMobilePhoneAuthorizationCodeOperation"_L1, "Offline.ResendMobilePhoneAuthorizationCodeOperation"_L1},
-        {&Interface::registerCustomerOperation,                   "registerCustomerOperation"_L1,                   "Offline.RegisterCustomerKliograk"_L1},
-        {&Interface::returnOperation,                             "returnOperation"_L1,                             "Offline.Return"_L1},
-        {&Interface::activateDiscountCardOperation,               "activateDiscountCardOperation"_L1,               "Offline.ActivateDiscountCard"_L1},
-        {&Interface::activateVirtualDiscountCardOperation,        "activateVirtualDiscountCardOperation"_L1,        "Offline.ActivateVirtualDiscountCard"_L1},
-        {&Interface::anonymousPreorderOperation,                  "anonymousPreorderOperation"_L1,                  "Offline.AnonymousPreorder"_L1},
-        {&Interface::authorizedPreorderOperation,                 "authorizedPreorderOperation"_L1,                 "Offline.AuthorizedPreorder"_L1},
-        {&Interface::beginAnonymousOrderTransactionOperation,     "beginAnonymousOrderTransactionOperation"_L1,     "Offline.BeginAnonymousOrderTransaction"_L1},
-        {&Interface::beginAuthorizedOrderTransactionOperation,    "beginAuthorizedOrderTransactionOperation"_L1,    "Offline.BeginAuthorizedOrderTransaction"_L1},
-        {&Interface::beginUnauthorizedOrderTransactionOperation,  "beginUnauthorizedOrderTransactionOperation"_L1,  "Offline.BeginUnauthorizedOrderTransaction"_L1},
-        {&Interface::checkCustomerOperation,                      "checkCustomerOperation"_L1,                      "Offline.CheckCustomer"_L1},
-        {&Interface::checkMobilePhoneAuthorizationCodeOperation,  "checkMobilePhoneAuthorizationCodeOperation"_L1,  "Offline.CheckMobilePhoneAuthorizationCode"_L1},
-        {&Interface::commitOrderTransactionOperation,             "commitOrderTransactionOperation"_L1,             "Offline.CommitOrderTransaction"_L1},
-        {&Interface::confirmMobilePhoneOperation,                 "confirmMobilePhoneOperation"_L1,                 "Offline.ConfirmMobilePhone"_L1},
-        {&Interface::editCustomerOperation,                       "editCustomerOperation"_L1,                       "Offline.EditCustomer"_L1},
-        {&Interface::replaceCardsOperation,                       "replaceCardsOperation"_L1,                       "Offline.ReplaceCards"_L1},
-        {&Interface::rollbackOrderTransactionOperation,           "rollbackOrderTransactionOperation"_L1,           "Offline.RollbackOrderTransaction"_L1},
-        {&Interface::saveOfflineOrderOperation,                   "saveOfflineOrderOperation"_L1,                   "Offline.SaveOfflineOrder"_L1},
-        {&Interface::unauthorizedPreorderOperation,               "unauthorizedPreorderOperation"_L1,               "Offline.UnauthorizedPreorder"_L1},
+        {&Interface::sendMobilePhoneAuthorizationCodeOperation,   settings::mindbox::sendMobilePhoneAuthorizationCodeOperation},
+        {&Interface::resendMobilePhoneAuthorizationCodeOperation, settings::mindbox::resendMobilePhoneAuthorizationCodeOperation},
+        {&Interface::registerCustomerOperation,                   settings::mindbox::registerCustomerOperation},
+        {&Interface::returnOperation,                             settings::mindbox::returnOperation},
+        {&Interface::activateDiscountCardOperation,               settings::mindbox::activateDiscountCardOperation},
+        {&Interface::activateVirtualDiscountCardOperation,        settings::mindbox::activateVirtualDiscountCardOperation},
+        {&Interface::anonymousPreorderOperation,                  settings::mindbox::anonymousPreorderOperation},
+        {&Interface::authorizedPreorderOperation,                 settings::mindbox::authorizedPreorderOperation},
+        {&Interface::beginAnonymousOrderTransactionOperation,     settings::mindbox::beginAnonymousOrderTransactionOperation},
+        {&Interface::beginAuthorizedOrderTransactionOperation,    settings::mindbox::beginAuthorizedOrderTransactionOperation},
+        {&Interface::beginUnauthorizedOrderTransactionOperation,  settings::mindbox::beginUnauthorizedOrderTransactionOperation},
+        {&Interface::checkCustomerOperation,                      settings::mindbox::checkCustomerOperation},
+        {&Interface::checkMobilePhoneAuthorizationCodeOperation,  settings::mindbox::checkMobilePhoneAuthorizationCodeOperation},
+        {&Interface::commitOrderTransactionOperation,             settings::mindbox::commitOrderTransactionOperation},
+        {&Interface::confirmMobilePhoneOperation,                 settings::mindbox::confirmMobilePhoneOperation},
+        {&Interface::editCustomerOperation,                       settings::mindbox::editCustomerOperation},
+        {&Interface::replaceCardsOperation,                       settings::mindbox::replaceCardsOperation},
+        {&Interface::rollbackOrderTransactionOperation,           settings::mindbox::rollbackOrderTransactionOperation},
+        {&Interface::saveOfflineOrderOperation,                   settings::mindbox::saveOfflineOrderOperation},
+        {&Interface::unauthorizedPreorderOperation,               settings::mindbox::unauthorizedPreorderOperation},
     };
     // clang-format on
     for (const OperationName &name : names)
-        this->*name.field =
-            Singleton<Config>::instance()->getString(u"Mindbox:"_s + name.key, name.defaultName);
+        this->*name.field = name.setting.value();
 }
 
 } // namespace mindbox

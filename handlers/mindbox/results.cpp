@@ -1,8 +1,7 @@
 #include "handlers/mindbox/results.h"
 
-#include "shared/core/config.h"
+#include "handlers/mindbox/settings.h"
 #include "shared/core/jsonvalue.h"
-#include "shared/core/singleton.h"
 #include "shared/net/httpresponse.h"
 
 #include <log4qt/logger.h>
@@ -262,8 +261,7 @@ BeginResult::BeginResult(const OperationResult &result)
     const QJsonObject outerOrder = response.value(u"order"_s).toObject();
     const QJsonValue innerOrder = outerOrder.value(u"order"_s);
     order = innerOrder.isUndefined() ? outerOrder : innerOrder.toObject();
-    const QString idName = Singleton<Config>::instance()->getString(
-        u"Mindbox:responseTransactionIdName"_s, u"offlineTransactionIdTallo"_s);
+    const QString idName = settings::mindbox::responseTransactionIdName.value();
     // The id stands beside an inner order, not in it.
     transactionId = jsonTextByPath(outerOrder, u"ids.%1"_s.arg(idName));
 }
