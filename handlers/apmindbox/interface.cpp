@@ -22,7 +22,6 @@ namespace apmindbox {
 
 namespace {
 
-
 QDateTime now()
 {
     return MockFactory<CurrentTime>::create()->currentDateTime();

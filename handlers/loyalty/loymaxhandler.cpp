@@ -2,8 +2,8 @@
 
 #include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
+#include "handlers/loyalty/loymaxsettings.h"
 #include "shared/core/basicexception.h"
-#include "shared/core/config.h"
 #include "shared/core/singleton.h"
 #include "shared/document/documentsdao.h"
 #include "shared/document/xmlutils.h"
@@ -26,7 +26,7 @@ QDomElement firstElement(const QDomDocument &document, const QString &name)
 
 LoymaxHandler::LoymaxHandler()
     : BasicHandler(u"loymax"_s)
-    , timeout(Singleton<Config>::instance()->getInt(u"Loymax:timeout"_s, 20))
+    , timeout(settings::loymax::timeout.value())
 {
 }
 
@@ -92,10 +92,7 @@ LoymaxReply LoymaxHandler::parseReply(const http::Response &response)
     const QString text = element.attribute(u"ErrorMessage"_s);
     if (!text.isEmpty())
         logger()->warn(u"Сообщение об ошибке: %1"_s, text);
-    const QStringList uncritical = Singleton<Config>::instance()->getStringList(
-        u"Loymax:uncriticalErrors"_s,
-        u"2, 101, 102, 103, 110, 111, 201, 202, 203, 204, 205, 206, 208, 209, 210, 211, 214, 215, 216, 218, 220,221, 222, 223, 224, 225"_s);
-    if (uncritical.contains(code)) {
+    if (settings::loymax::uncriticalErrors.value().contains(code)) {
         logger()->warn(
             u"Метод выполнен с допустимой ошибкой, сообщение будет удалено из очереди"_s);
         reply.done = true;

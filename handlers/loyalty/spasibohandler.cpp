@@ -3,8 +3,7 @@
 #include "handlers/common/certificates.h"
 #include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
-#include "shared/core/config.h"
-#include "shared/core/singleton.h"
+#include "handlers/loyalty/spasibosettings.h"
 #include "shared/net/httpparams.h"
 #include "shared/net/httpresponse.h"
 #include "shared/net/serder.h"
@@ -19,18 +18,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-QString defaultRetryErrors()
-{
-    return QStringList{u"500"_s,
-                       u"503"_s,
-                       u"504"_s,
-                       u"422 IDENTITY_NOT_FOUND"_s,
-                       u"422 CARD_NOT_FOUND"_s,
-                       u"422 REG_ID_IS_BUSY"_s,
-                       u"422 PURCHASE_STATUS_NOT_VALID"_s}
-        .join(u',');
-}
 
 /// Entries such as "503" or "422 CARD_NOT_FOUND"; those that begin with no number are left out.
 QList<RetryRule> parseRetryRules(const QStringList &entries)
@@ -61,7 +48,7 @@ CertificateRules certificateRules()
 int timeoutSeconds(const Message &message)
 {
     const int seconds = messageValue<int>(message, u"timeout"_s);
-    return seconds < 1 ? Singleton<Config>::instance()->getInt(u"Spasibo:timeout"_s, 30) : seconds;
+    return seconds < 1 ? settings::spasibo::timeout.value() : seconds;
 }
 
 /// The number of this answered attempt.
@@ -82,9 +69,8 @@ QString errorCodeOf(const QByteArray &reply)
 
 SpasiboHandler::SpasiboHandler()
     : BasicHandler(u"spasibo"_s)
-    , retryRules(parseRetryRules(Singleton<Config>::instance()->getStringList(
-          u"Spasibo:restRetryErrors"_s, defaultRetryErrors())))
-    , sendLimit(Singleton<Config>::instance()->getInt(u"Spasibo:sendLimit"_s, 20))
+    , retryRules(parseRetryRules(settings::spasibo::restRetryErrors.value()))
+    , sendLimit(settings::spasibo::sendLimit.value())
 {
 }
 

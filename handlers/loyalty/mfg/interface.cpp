@@ -2,9 +2,8 @@
 
 #include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
+#include "handlers/loyalty/mfg/settings.h"
 #include "shared/core/basicexception.h"
-#include "shared/core/config.h"
-#include "shared/core/singleton.h"
 #include "shared/net/urlquery.h"
 
 #include <log4qt/logmanager.h>
@@ -108,17 +107,16 @@ QUrl urlOf(const QString &host, const std::filesystem::path &folder, const QStri
 Interface::Interface()
     : logger(Log4Qt::LogManager::logger(u"mfg"_s))
 {
-    Config *config = Singleton<Config>::instance();
-    host = config->getString(u"Mfg:host"_s, u"http://localhost"_s);
-    path = pathOf(config->getString(u"Mfg:path"_s, u"/api/ax/xpp/v1"_s));
-    verificationPath = pathOf(config->getString(u"Mfg:verificationPath"_s, u"/api/twofa/msg/v1"_s));
-    const QString user = config->getString(u"Mfg:user"_s, QString());
-    const QString password = config->getString(u"Mfg:password"_s, QString());
-    timeout = config->getInt(u"Mfg:timeout"_s, 10'000);
-    brand = config->getString(u"Mfg:brand"_s, QString());
-    verificationBrand = config->getString(u"Mfg:verificationBrand"_s, brand);
-    onlineStore = config->getString(u"Mfg:onlineStore"_s, QString());
-    terminal = config->getString(u"Mfg:terminal"_s, QString());
+    host = settings::mfg::host.value();
+    path = pathOf(settings::mfg::path.value());
+    verificationPath = pathOf(settings::mfg::verificationPath.value());
+    const QString user = settings::mfg::user.value();
+    const QString password = settings::mfg::password.value();
+    timeout = settings::mfg::timeout.value();
+    brand = settings::mfg::brand.value();
+    verificationBrand = settings::mfg::verificationBrand.valueOr(brand);
+    onlineStore = settings::mfg::onlineStore.value();
+    terminal = settings::mfg::terminal.value();
 
     const QByteArray account = (user + u':' + password).toLocal8Bit();
     headers = {

@@ -1,10 +1,9 @@
 #include "handlers/payment/atolpay/interface.h"
 
 #include "handlers/common/delivery.h"
-#include "shared/core/config.h"
+#include "handlers/payment/atolpay/settings.h"
 #include "shared/core/currenttime.h"
 #include "shared/core/mockfactory.h"
-#include "shared/core/singleton.h"
 
 #include <log4qt/logmanager.h>
 
@@ -18,8 +17,6 @@ using namespace Qt::StringLiterals;
 namespace atolpay {
 
 namespace {
-
-constexpr std::chrono::seconds defaultTimeout{10};
 
 AtolPayTransactionStatus transactionStatus(const QString &text)
 {
@@ -60,7 +57,7 @@ QString failureMessage(const QJsonObject &reply)
 } // namespace
 
 Interface::Interface()
-    : timeout(defaultTimeout.count())
+    : timeout(settings::atolpay::timeout.defaultValue)
     , logger(Log4Qt::LogManager::logger(u"atolpay"_s))
 {
 }
@@ -128,12 +125,11 @@ AtolPayStatusResult Interface::status(const QString &transactionId)
 
 void Interface::loadSettings()
 {
-    Config *config = Singleton<Config>::instance();
-    url = QUrl(config->getString(u"atolpay:url"_s, QString()));
-    token = config->getString(u"atolpay:token"_s, QString());
-    currency = config->getString(u"atolpay:currency"_s, u"RUB"_s);
-    rmkId = config->getString(u"atolpay:rmkId"_s, QString());
-    timeout = config->getInt(u"atolpay:timeout"_s, static_cast<int>(timeout));
+    url = QUrl(settings::atolpay::url.value());
+    token = settings::atolpay::token.value();
+    currency = settings::atolpay::currency.value();
+    rmkId = settings::atolpay::rmkId.value();
+    timeout = settings::atolpay::timeout.valueOr(static_cast<int>(timeout));
 }
 
 QJsonObject Interface::exchange(Operation operation, const QJsonObject &request)
