@@ -1,7 +1,6 @@
 #include "tools/queuectl/controlport.h"
 
-#include "shared/core/config.h"
-#include "shared/core/singleton.h"
+#include "app/settings.h"
 #include "tools/queuectl/failure.h"
 #include "tools/queuectl/text.h"
 
@@ -18,7 +17,6 @@ namespace queuectl {
 
 namespace {
 
-constexpr int defaultPort = 28085;
 constexpr int timeoutMs = 5000;
 constexpr int connectTimeoutMs = 2000;
 constexpr int maxPort = 65535;
@@ -27,7 +25,7 @@ constexpr int maxPort = 65535;
 
 int controlPort()
 {
-    return Singleton<Config>::instance()->getInt(u"queue:port"_s, defaultPort);
+    return settings::queue::port.value();
 }
 
 PortState controlPortState()

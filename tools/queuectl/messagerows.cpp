@@ -1,9 +1,8 @@
 #include "tools/queuectl/messagerows.h"
 
-#include "shared/core/config.h"
 #include "shared/core/connectionfactory.h"
+#include "shared/core/databasesettings.h"
 #include "shared/core/databasevalues.h"
-#include "shared/core/paths.h"
 #include "shared/core/singleton.h"
 #include "tools/queuectl/failure.h"
 #include "tools/queuectl/fileaccess.h"
@@ -301,24 +300,22 @@ int MessageRows::number(const QString &statement, const QVariantList &values)
 
 QJsonObject databasePlace()
 {
-    Config *config = Singleton<Config>::instance();
-    const QString driver = config->getString(u"database:driver"_s, u"QSQLITE"_s);
+    const QString driver = settings::database::driver.value();
     const QString file = databaseFile();
     if (!file.isEmpty())
         return {{u"driver"_s, driver}, {u"place"_s, file}};
-    const QString socket = config->getString(u"database:socket"_s, QString());
-    const QString host = config->getString(u"database:host"_s, u"localhost"_s);
-    const QString schema = config->getString(u"database:name"_s, u"queues"_s);
+    const QString socket = settings::database::socket.value();
+    const QString host = settings::database::host.value();
+    const QString schema = settings::database::schemaName();
     return {{u"driver"_s, driver},
             {u"place"_s, schema + u" @ "_s + (socket.isEmpty() ? host : socket)}};
 }
 
 QString databaseFile()
 {
-    Config *config = Singleton<Config>::instance();
-    if (config->getString(u"database:driver"_s, u"QSQLITE"_s) != u"QSQLITE")
+    if (settings::database::driver.value() != u"QSQLITE")
         return {};
-    return config->getString(u"database:name"_s, rootedPath(u"/tallocash/cash/queue/queues.db"_s));
+    return settings::database::fileName();
 }
 
 void requireDatabase()

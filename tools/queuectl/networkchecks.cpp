@@ -1,6 +1,7 @@
 #include "tools/queuectl/networkchecks.h"
 
 #include "shared/net/addressfault.h"
+#include "shared/net/networksettings.h"
 #include "shared/net/proxyrule.h"
 #include "tools/queuectl/text.h"
 
@@ -17,14 +18,14 @@ namespace queuectl {
 namespace {
 
 /// The line that counts: of several the last one.
-std::optional<SettingLine> settingLine(const QString &key)
+std::optional<SettingLine> settingLine(const Setting<QString> &setting)
 {
     std::optional<SettingLine> found;
     const QStringList paths = settingsFilePaths();
     for (const QString &path : paths) {
         const SettingsFile file = readSettingsFile(path);
         for (const SettingLine &line : file.settings) {
-            if (line.section == u"network" && line.key == key)
+            if (line.section + u':' + line.key == setting.key)
                 found = line;
         }
     }
@@ -146,12 +147,12 @@ QList<SettingFault> checkNetworkSettings()
                                   const QString &what) {
         faults.append({severity, line.file, line.line, what});
     };
-    if (const auto line = settingLine(u"proxy"_s)) {
+    if (const auto line = settingLine(settings::network::proxy)) {
         const QString fault = proxyFault(line->value);
         if (!fault.isEmpty())
             report(SettingFault::Severity::Error, *line, fault);
     }
-    if (const auto line = settingLine(u"noProxy"_s)) {
+    if (const auto line = settingLine(settings::network::noProxy)) {
         const QStringList found = noProxyFaults(line->value);
         for (const QString &fault : found)
             report(SettingFault::Severity::Warning, *line, fault);

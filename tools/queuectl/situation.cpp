@@ -1,8 +1,9 @@
 #include "tools/queuectl/situation.h"
 
+#include "handlers/apmindbox/settings.h"
+#include "handlers/mindbox/settings.h"
+#include "handlers/payment/atolpay/settings.h"
 #include "shared/core/compactjson.h"
-#include "shared/core/config.h"
-#include "shared/core/singleton.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/text.h"
 
@@ -98,12 +99,11 @@ QString addressIn(const QJsonValue &value, int depth)
     return {};
 }
 
-/// The setting with the address of a type whose messages carry none, and its default.
+/// The setting with the address of a type whose messages carry none.
 struct AddressSetting
 {
     QString typePrefix;
-    QString key;
-    QString usual;
+    Setting<QString> setting;
 };
 
 } // namespace
@@ -159,16 +159,15 @@ QString destinationOf(const QString &type, const QJsonObject &body)
     const QString address = addressIn(body, 0);
     if (!address.isEmpty())
         return address;
-    static const AddressSetting settings[] = {
-        {u"apmindbox"_s, u"ApMindbox:url"_s, u"https://api.mindbox.ru/v3/operations/sync"_s},
-        {u"mindbox"_s, u"Mindbox:url"_s, u"https://api.mindbox.ru/v3/operations/sync"_s},
-        {u"atolpay"_s, u"atolpay:url"_s, QString()},
+    static const AddressSetting addresses[] = {
+        {u"apmindbox"_s, settings::apmindbox::url},
+        {u"mindbox"_s, settings::mindbox::url},
+        {u"atolpay"_s, settings::atolpay::url},
     };
-    for (const AddressSetting &setting : settings) {
-        if (!type.startsWith(setting.typePrefix, Qt::CaseInsensitive))
+    for (const auto &[typePrefix, setting] : addresses) {
+        if (!type.startsWith(typePrefix, Qt::CaseInsensitive))
             continue;
-        const QString host =
-            hostOf(Singleton<Config>::instance()->getString(setting.key, setting.usual));
+        const QString host = hostOf(setting.value());
         return host.isEmpty() ? u"[%1]"_s.arg(setting.key) : host;
     }
     return {};

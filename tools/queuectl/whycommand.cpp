@@ -1,5 +1,4 @@
-#include "shared/core/config.h"
-#include "shared/core/singleton.h"
+#include "app/settings.h"
 #include "tools/catalogue/catalogue.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/controlport.h"
@@ -15,14 +14,6 @@ using namespace Qt::StringLiterals;
 namespace queuectl {
 
 namespace {
-
-constexpr int defaultPeriodSeconds = 20;
-
-int pollSeconds()
-{
-    return std::max(
-        1, Singleton<Config>::instance()->getInt(u"queue:timeout"_s, defaultPeriodSeconds));
-}
 
 /// The last answer as a part of the sentence.
 QString answerText(const Row &row, Cause cause, const Situation &situation)
@@ -146,7 +137,7 @@ NextTry nextTry(const Row &row, Cause cause, const Situation &situation, Message
                 "когда она пойдёт, сказать нельзя: на 127.0.0.1:%1 отвечает не служба, или служба зависла")
                 .arg(controlPort()),
             {}};
-    const int period = pollSeconds();
+    const int period = settings::queue::timeout.value();
     const auto failId = situation.failIds.of(row.type);
     const auto in = [&](int polls) {
         return QDateTime::currentDateTime().addSecs(qint64(polls) * period);
