@@ -79,6 +79,8 @@ private Q_SLOTS:
     void entries();
     void sectionsFromOutside();
     void everyDeclarationIsListed();
+    void keysAreWrittenOnce();
+    void onlyDeclaredSettingsAreRead();
     void entriesAreWhole();
 };
 
@@ -157,6 +159,40 @@ void TestSettingsList::everyDeclarationIsListed()
             QVERIFY2(sections.contains(section), qPrintable(section));
         }
     }
+}
+
+void TestSettingsList::keysAreWrittenOnce()
+{
+    QStringList repeated;
+    const QStringList listed = listedKeys();
+    const QMap<QString, QString> files = sources();
+    for (auto file = files.begin(); file != files.end(); ++file) {
+        if (isDeclaring(file.key()))
+            continue;
+        for (const QString &key : keysIn(file.value())) {
+            if (listed.contains(key))
+                repeated.append(file.key() + u": "_s + key);
+        }
+    }
+    QVERIFY2(repeated.isEmpty(), qPrintable(repeated.join(u'\n')));
+}
+
+void TestSettingsList::onlyDeclaredSettingsAreRead()
+{
+    static const QRegularExpression getter(uR"(\bget(String|Int|Bool|StringList)\s*\()"_s);
+    // What reads for all others, and what is read.
+    const QStringList readers{u"shared/core/config.cpp"_s, u"shared/core/config.h"_s,
+                              u"shared/core/setting.cpp"_s};
+    QStringList others;
+    const QMap<QString, QString> files = sources();
+    for (auto file = files.begin(); file != files.end(); ++file) {
+        const bool isReading = file.value().contains(getter);
+        if (readers.contains(file.key()))
+            QVERIFY2(isReading, qPrintable(file.key()));
+        else if (isReading)
+            others.append(file.key());
+    }
+    QVERIFY2(others.isEmpty(), qPrintable(others.join(u'\n')));
 }
 
 void TestSettingsList::entriesAreWhole()
