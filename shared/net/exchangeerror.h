@@ -44,27 +44,34 @@ constexpr int unavailableError = 403;
 /// Any other status of 500 and more.
 constexpr int otherServerError = 499;
 
-/// What has to be put right before an exchange can succeed.
+/// What has to be put right before an exchange can succeed. It is decided where the failure arises: an answer
+/// by its status (kindOfStatus()), what libcurl gives by its table (curlfailure.cpp).
 enum class FailureKind
 {
     /// Nothing: it succeeded.
     None,
-    /// The way to the service: the name, the connection, the proxy, the time.
+    /// The way to the service: the name, the connection, the proxy, the time. No whole answer came, but for
+    /// a gateway's own, status 511.
     Network,
-    /// A certificate, its file, its password, or the trust in the server's.
+    /// A certificate, its file, its password, or the trust in the server's; TLS as a whole.
     Certificate,
-    /// Who we are, or what we may do.
+    /// Who we are, or what we may do: status 401, 402, 403 and 407.
     Credentials,
-    /// What the till wrote: an address that is none, a body that the service does not take.
+    /// What the till wrote: an address that is none, a request too long to be sent, or a status of the 400s
+    /// by which the same request will not pass later either.
     Request,
-    /// The service itself.
+    /// The service itself: a status of 500 and more or of the 300s, one of the 400s by which the same request
+    /// may pass later (408, 421, 423 to 425, 429, 451), or an answer larger than any may be.
     Service,
 };
 
 /// The number for an answer of this status.
 int errorOfStatus(int status);
 
-/// The kind of a failure whose number is known; None for 0.
+/// The kind for an answer of this status.
+FailureKind kindOfStatus(int status);
+
+/// The kind of a failure of which only the number is known; None for 0.
 FailureKind failureKind(int errorCode);
 
 /// `none`, `network`, `certificate`, `credentials`, `request` or `service`.

@@ -39,6 +39,7 @@ Response Response::answered(int status, const QByteArray &body)
     Response response;
     response.status = status;
     response.errorCode = errorOfStatus(status);
+    response.failure = kindOfStatus(status);
     if (response.errorCode != 0)
         response.errorText = tr::Tr(u"networkErrorStatus"_s,
                                     u"Сервер ответил ошибкой, код состояния HTTP %1"_s.arg(status));
@@ -48,10 +49,16 @@ Response Response::answered(int status, const QByteArray &body)
 
 Response Response::failed(int errorCode, const tr::Tr &errorText, int status)
 {
+    return failed(errorCode, errorText, status, failureKind(errorCode));
+}
+
+Response Response::failed(int errorCode, const tr::Tr &errorText, int status, FailureKind kind)
+{
     Response response;
     response.status = status;
     response.errorText = errorText;
     response.errorCode = errorCode;
+    response.failure = kind;
     response.networkError = true;
     return response;
 }

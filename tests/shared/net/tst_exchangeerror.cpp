@@ -41,28 +41,64 @@ void TestExchangeError::statuses_data()
 {
     QTest::addColumn<int>("status");
     QTest::addColumn<int>("error");
+    QTest::addColumn<QString>("kind");
+    const auto row = [](const char *name, int status, int error, FailureKind kind) {
+        QTest::newRow(name) << status << error << QString(http::nameOf(kind));
+    };
+    constexpr auto none = FailureKind::None;
+    constexpr auto network = FailureKind::Network;
+    constexpr auto credentials = FailureKind::Credentials;
+    constexpr auto request = FailureKind::Request;
+    constexpr auto service = FailureKind::Service;
     // clang-format off
-    QTest::newRow("100: none of ours") << 100 << http::otherContentError;
-    QTest::newRow("200: success")      << 200 << http::noError;
-    QTest::newRow("299: success")      << 299 << http::noError;
-    QTest::newRow("300: not followed") << 300 << http::otherContentError;
-    QTest::newRow("307: not followed") << 307 << http::otherContentError;
-    QTest::newRow("400")               << 400 << http::badRequestError;
-    QTest::newRow("401")               << 401 << http::authenticationError;
-    QTest::newRow("402: other")        << 402 << http::otherContentError;
-    QTest::newRow("403")               << 403 << http::accessDeniedError;
-    QTest::newRow("404")               << 404 << http::notFoundError;
-    QTest::newRow("405")               << 405 << http::methodNotAllowedError;
-    QTest::newRow("407")               << 407 << http::proxyAuthenticationError;
-    QTest::newRow("409")               << 409 << http::conflictError;
-    QTest::newRow("410")               << 410 << http::goneError;
-    QTest::newRow("418")               << 418 << http::badRequestError;
-    QTest::newRow("499: other")        << 499 << http::otherContentError;
-    QTest::newRow("500")               << 500 << http::internalServerError;
-    QTest::newRow("501")               << 501 << http::notImplementedError;
-    QTest::newRow("502: other")        << 502 << http::otherServerError;
-    QTest::newRow("503")               << 503 << http::unavailableError;
-    QTest::newRow("599: other")        << 599 << http::otherServerError;
+    row("0: none of ours",        0,   http::otherContentError,        service);
+    row("100: none of ours",      100, http::otherContentError,        service);
+    row("199: none of ours",      199, http::otherContentError,        service);
+    row("200: success",           200, http::noError,                  none);
+    row("299: success",           299, http::noError,                  none);
+    row("300: not followed",      300, http::otherContentError,        service);
+    row("307: not followed",      307, http::otherContentError,        service);
+    row("399: not followed",      399, http::otherContentError,        service);
+    row("400: bad request",       400, http::badRequestError,          request);
+    row("401: unauthorized",      401, http::authenticationError,      credentials);
+    row("402: not paid",          402, http::otherContentError,        credentials);
+    row("403: forbidden",         403, http::accessDeniedError,        credentials);
+    row("404: not found",         404, http::notFoundError,            request);
+    row("405: verb",              405, http::methodNotAllowedError,    request);
+    row("406: not acceptable",    406, http::otherContentError,        request);
+    row("407: proxy's name",      407, http::proxyAuthenticationError, credentials);
+    row("408: request timeout",   408, http::otherContentError,        service);
+    row("409: conflict",          409, http::conflictError,            request);
+    row("410: gone",              410, http::goneError,                request);
+    row("411: no length",         411, http::otherContentError,        request);
+    row("412: precondition",      412, http::otherContentError,        request);
+    row("413: too large",         413, http::otherContentError,        request);
+    row("414: address too long",  414, http::otherContentError,        request);
+    row("415: content type",      415, http::otherContentError,        request);
+    row("416: range",             416, http::otherContentError,        request);
+    row("417: expectation",       417, http::otherContentError,        request);
+    row("418",                    418, http::badRequestError,          request);
+    row("421: misdirected",       421, http::otherContentError,        service);
+    row("422: not processable",   422, http::otherContentError,        request);
+    row("423: locked",            423, http::otherContentError,        service);
+    row("424: another failed",    424, http::otherContentError,        service);
+    row("425: too early",         425, http::otherContentError,        service);
+    row("426: upgrade",           426, http::otherContentError,        request);
+    row("428: no precondition",   428, http::otherContentError,        request);
+    row("429: too many",          429, http::otherContentError,        service);
+    row("430: unknown",           430, http::otherContentError,        request);
+    row("431: headers too large", 431, http::otherContentError,        request);
+    row("451: legal reasons",     451, http::otherContentError,        service);
+    row("499: unknown",           499, http::otherContentError,        request);
+    row("500",                    500, http::internalServerError,      service);
+    row("501",                    501, http::notImplementedError,      service);
+    row("502: gateway",           502, http::otherServerError,         service);
+    row("503",                    503, http::unavailableError,         service);
+    row("504: gateway",           504, http::otherServerError,         service);
+    row("511: hotspot's login",   511, http::otherServerError,         network);
+    row("599: unknown",           599, http::otherServerError,         service);
+    row("600: unknown",           600, http::otherServerError,         service);
+    row("999: unknown",           999, http::otherServerError,         service);
     // clang-format on
 }
 
@@ -70,6 +106,7 @@ void TestExchangeError::statuses()
 {
     QFETCH(int, status);
     QTEST(http::errorOfStatus(status), "error");
+    QTEST(QString(http::nameOf(http::kindOfStatus(status))), "kind");
 }
 
 void TestExchangeError::kinds_data()
