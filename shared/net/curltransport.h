@@ -1,41 +1,6 @@
 #pragma once
 
-#include "shared/net/httpparams.h"
-#include "shared/net/httpresponse.h"
-
-#include <QString>
-
-/// One request, checked and complete, as it goes out.
-struct Exchange
-{
-    QByteArray verb;
-    /// An absolute http or https address.
-    QUrl url;
-    QList<std::pair<QByteArray, QByteArray>> headers;
-    /// The names of headers that HTTP does not allow, which are not among the others.
-    QByteArrayList refusedHeaders;
-    QByteArray body;
-    QList<http::Part> parts;
-    int timeoutMs = 0;
-    QString certificatePath;
-    QString certificatePassword;
-    QString privateKeyPath;
-    /// Whether the caller wants the header lines of the answer.
-    bool keepHeaders = false;
-
-    /// In whatever case it is written.
-    bool hasHeader(const char *name) const;
-};
-
-struct ExchangeOutcome
-{
-    http::Response response;
-    /// The header lines of the answer, status line first, when they were to be kept: the first 8 KiB of
-    /// them, in whole lines.
-    QList<QByteArray> headerLines;
-    /// The bytes of the lines behind these.
-    qsizetype omittedHeaderBytes = 0;
-};
+#include "shared/net/exchange.h"
 
 /// Carries out one exchange over the connections that libcurl keeps for the calling thread.
 ExchangeOutcome performExchange(const Exchange &exchange);

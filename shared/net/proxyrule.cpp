@@ -1,9 +1,9 @@
 #include "shared/net/proxyrule.h"
 
+#include "shared/net/curlhandles.h"
+
 #include <QUrl>
 
-#include <curl/curl.h>
-#include <memory>
 #include <netinet/in.h>
 
 using namespace Qt::StringLiterals;
@@ -34,10 +34,8 @@ bool isReachedDirectly(const QString &host, const QString &noProxy)
     url.setHost(host);
     if (noProxy.isEmpty() || url.host().isEmpty())
         return false;
-    const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle(curl_easy_init(),
-                                                                     &curl_easy_cleanup);
-    const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> target(
-        curl_slist_append(nullptr, questionTarget), &curl_slist_free_all);
+    const curl::Handle handle(curl_easy_init());
+    const curl::List target(curl_slist_append(nullptr, questionTarget));
     int port = questionProxyPort;
     curl_easy_setopt(handle.get(), CURLOPT_URL, url.toEncoded().constData());
     curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
@@ -48,6 +46,11 @@ bool isReachedDirectly(const QString &host, const QString &noProxy)
     curl_easy_setopt(handle.get(), CURLOPT_OPENSOCKETDATA, &port);
     curl_easy_perform(handle.get());
     return port != questionProxyPort;
+}
+
+QString proxyInUse(const QString &host, const QString &proxy, const QString &noProxy)
+{
+    return proxy.isEmpty() || isReachedDirectly(host, noProxy) ? QString() : proxyName(proxy);
 }
 
 QString proxyName(const QString &proxy)
@@ -70,8 +73,7 @@ QString proxyName(const QString &proxy)
 
 bool isUsableProxy(const QString &proxy)
 {
-    const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> address(curl_url(),
-                                                                      &curl_url_cleanup);
+    const curl::Address address(curl_url());
     char *scheme = nullptr;
     if (curl_url_set(address.get(), CURLUPART_URL, proxy.toUtf8().constData(),
                      CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME)

@@ -10,6 +10,10 @@
 /// Thread: any.
 bool isReachedDirectly(const QString &host, const QString &noProxy);
 
+/// The proxy that an exchange with `host` goes through under these values of `network:proxy` and
+/// `network:noProxy`, as host:port without the account; empty when it goes straight to the server.
+QString proxyInUse(const QString &host, const QString &proxy, const QString &noProxy);
+
 /// The proxy that `network:proxy` names, as host:port without the account; empty for none.
 QString proxyName(const QString &proxy);
 /// Whether libcurl can read it; nobody is asked.

@@ -7,18 +7,18 @@
 
 #include <log4qt/logger.h>
 
-#include <QElapsedTimer>
 #include <QUrlQuery>
 
+#include <algorithm>
+#include <chrono>
 #include <limits>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 defaultTimeoutMs = 30'000;
+constexpr std::chrono::seconds defaultTimeout{30};
 constexpr qsizetype maxLoggedSize = 4096;
-constexpr int protocolUnknownError = 301;
 
 /// The headers of a request as they go out, and the names of those that must not.
 struct HeaderList
@@ -311,7 +311,7 @@ void RestClient::setTimeout(int seconds)
 
 void RestClient::setTimeoutMs(qint64 milliseconds)
 {
-    timeoutMs = milliseconds;
+    timeout = std::chrono::milliseconds(milliseconds);
 }
 
 void RestClient::setCertificatePath(const QString &path)
@@ -361,8 +361,9 @@ void RestClient::setCompactLogs(bool compact)
 
 void RestClient::perform(Exchange exchange)
 {
-    exchange.timeoutMs = static_cast<int>(std::min<qint64>(
-        timeoutMs > 0 ? timeoutMs : defaultTimeoutMs, std::numeric_limits<int>::max()));
+    using std::chrono::milliseconds;
+    constexpr milliseconds longest{std::numeric_limits<int>::max()};
+    exchange.timeout = timeout > milliseconds::zero() ? std::min(timeout, longest) : defaultTimeout;
     exchange.certificatePath = certificatePath;
     exchange.certificatePassword = certificatePassword;
     exchange.privateKeyPath = privateKeyPath;
@@ -375,19 +376,19 @@ void RestClient::perform(Exchange exchange)
         logger_->warn(refusedHeadersText(exchange.refusedHeaders));
     if (isLogged)
         logRequest(exchange);
-    QElapsedTimer timer;
-    timer.start();
+    const auto begin = std::chrono::steady_clock::now();
 
-    const inflight::CallGuard guard{std::chrono::milliseconds(exchange.timeoutMs)};
+    const inflight::CallGuard guard{exchange.timeout};
     const tr::Tr reason = refusal(exchange);
-    const ExchangeOutcome outcome =
-        reason.isEmpty()
-            ? performExchange(exchange)
-            : ExchangeOutcome{http::Response::failed(protocolUnknownError, reason), {}};
+    const ExchangeOutcome outcome = reason.isEmpty()
+                                        ? performExchange(exchange)
+                                        : ExchangeOutcome{.response = http::Response::failed(
+                                                              http::unusableRequestError, reason)};
     endExchange(outcome.response, exchange.url);
 
     if (isLogged)
-        logOutcome(outcome, timer.elapsed());
+        logOutcome(outcome, std::chrono::duration_cast<milliseconds>(
+                                std::chrono::steady_clock::now() - begin));
 }
 
 void RestClient::endExchange(const http::Response &response, const QUrl &url)
@@ -414,13 +415,13 @@ void RestClient::logRequest(const Exchange &exchange) const
                                                           excerpt(exchange.body)));
 }
 
-void RestClient::logOutcome(const ExchangeOutcome &outcome, qint64 elapsedMs) const
+void RestClient::logOutcome(const ExchangeOutcome &outcome, std::chrono::milliseconds elapsed) const
 {
     const http::Response &response = outcome.response;
     const QString status =
         response.networkError ? response.errorText.ru() : QString::number(response.status);
     const QString line = u"Ответ: %1, мс: %2, байт: %3"_s.arg(
-        status, QString::number(elapsedMs), QString::number(response.body.size()));
+        status, QString::number(elapsed.count()), QString::number(response.body.size()));
     if (compactLogs) {
         logger_->debug(line);
         return;

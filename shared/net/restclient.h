@@ -9,6 +9,8 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <chrono>
+
 namespace Log4Qt {
 class Logger;
 }
@@ -61,11 +63,8 @@ public:
     virtual void post(const QUrl &url, const QJsonDocument &body, const Headers &headers);
     virtual void put(const QUrl &url, const QByteArray &body, const Headers &headers);
 
-    /// 0 for an answer with a status of the 200s. Other answers: the value of QNetworkReply::NetworkError
-    /// for their status, 299 for a redirect, which is not followed. No whole answer: refused 1, closed
-    /// early 2, unknown host 3, timeout 4, TLS or a certificate file 6, no usable URL or verb 301,
-    /// proxy 101 to 105, anything else 99. An answer 407 to a request over a proxy is the proxy's, and
-    /// none of the server: 105.
+    /// 0 for an answer with a status of the 200s, else one of the numbers in exchangeerror.h. A redirect
+    /// is not followed. An answer 407 to a request over a proxy is the proxy's, and none of the server.
     virtual int errorCode() const;
     /// The status that arrived, also when the body behind it was cut off; 0 when none did.
     virtual int statusCode() const;
@@ -117,12 +116,12 @@ protected:
 private:
     void perform(Exchange exchange);
     void logRequest(const Exchange &exchange) const;
-    void logOutcome(const ExchangeOutcome &outcome, qint64 elapsedMs) const;
+    void logOutcome(const ExchangeOutcome &outcome, std::chrono::milliseconds elapsed) const;
     QString loggedHeaders(const QList<QByteArray> &lines, qsizetype omittedBytes) const;
 
     Log4Qt::Logger *logger_ = nullptr;
     bool compactLogs = false;
-    qint64 timeoutMs = 0;
+    std::chrono::milliseconds timeout{0};
     QString certificatePath;
     QString certificatePassword;
     QString privateKeyPath;

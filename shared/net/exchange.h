@@ -1,0 +1,43 @@
+#pragma once
+
+#include "shared/net/httpparams.h"
+#include "shared/net/httpresponse.h"
+
+#include <QString>
+#include <QUrl>
+
+#include <chrono>
+
+/// One request, checked and complete, as it goes out.
+struct Exchange
+{
+    QByteArray verb;
+    /// An absolute http or https address.
+    QUrl url;
+    QList<std::pair<QByteArray, QByteArray>> headers;
+    /// The names of headers that HTTP does not allow, which are not among the others.
+    QByteArrayList refusedHeaders;
+    QByteArray body;
+    QList<http::Part> parts;
+    /// Bounds the whole exchange.
+    std::chrono::milliseconds timeout{0};
+    QString certificatePath;
+    QString certificatePassword;
+    QString privateKeyPath;
+    /// Whether the caller wants the header lines of the answer.
+    bool keepHeaders = false;
+
+    /// In whatever case it is written.
+    bool hasHeader(const char *name) const;
+    bool isSecure() const;
+};
+
+struct ExchangeOutcome
+{
+    http::Response response;
+    /// The header lines of the answer, status line first, when they were to be kept: the first 8 KiB of
+    /// them, in whole lines.
+    QList<QByteArray> headerLines = {};
+    /// The size of the lines that were left out after these.
+    qsizetype omittedHeaderBytes = 0;
+};

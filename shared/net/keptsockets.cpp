@@ -1,0 +1,118 @@
+#include "shared/net/keptsockets.h"
+
+#include "shared/net/closinghosts.h"
+
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace {
+
+/// Those met by any thread: the worker of a type changes its thread from pass to pass.
+ClosingHosts &closingHosts()
+{
+    // Never destroyed, since a worker may outlive main().
+    static auto &hosts = *new ClosingHosts;
+    return hosts;
+}
+
+/// What a kept connection shows before a request is sent on it.
+enum class Sign
+{
+    Quiet,
+    /// Bytes that wait to be read.
+    Input,
+    /// The server has closed it.
+    Closed,
+};
+
+Sign signOf(curl_socket_t socket)
+{
+    pollfd wait = {socket, POLLIN | POLLRDHUP, 0};
+    if (::poll(&wait, 1, 0) <= 0)
+        return Sign::Quiet;
+    return (wait.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0 ? Sign::Closed : Sign::Input;
+}
+
+int localPort(curl_socket_t socket)
+{
+    sockaddr_storage address = {};
+    socklen_t size = sizeof(address);
+    if (::getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size) != 0)
+        return -1;
+    const auto port = address.ss_family == AF_INET6
+                          ? reinterpret_cast<const sockaddr_in6 &>(address).sin6_port
+                          : reinterpret_cast<const sockaddr_in &>(address).sin_port;
+    return ntohs(port);
+}
+
+} // namespace
+
+namespace curl {
+
+void KeptSockets::opened(curl_socket_t descriptor)
+{
+    sockets.append({descriptor, false, {}, {}});
+}
+
+void KeptSockets::closed(curl_socket_t descriptor)
+{
+    sockets.removeIf(
+        [descriptor](const Socket &socket) { return socket.descriptor == descriptor; });
+}
+
+bool KeptSockets::take(int ourPort)
+{
+    Socket *const socket = withPort(ourPort);
+    if (!socket)
+        return true;
+    socket->isIdle = false;
+    const Sign sign = signOf(socket->descriptor);
+    if (sign == Sign::Closed)
+        rememberClosingHost(socket->host);
+    return sign == Sign::Quiet;
+}
+
+void KeptSockets::noteKept(curl_socket_t descriptor, const QByteArray &host)
+{
+    for (Socket &socket : sockets) {
+        // One that was idle all the while is a former exchange's.
+        if (socket.descriptor == descriptor && !socket.isIdle)
+            socket = {descriptor, true, std::chrono::steady_clock::now(), host};
+    }
+}
+
+void KeptSockets::noteClosedByServer(const QByteArray &host)
+{
+    for (Socket &socket : sockets) {
+        // The end of one that was idle for longer costs no request.
+        if (socket.isIdle && socket.host == host
+            && std::chrono::steady_clock::now() - socket.idleSince < maxIdle
+            && signOf(socket.descriptor) == Sign::Closed) {
+            socket.isIdle = false;
+            rememberClosingHost(host);
+        }
+    }
+}
+
+/// A thread mostly has but one connection, which needs no search.
+KeptSockets::Socket *KeptSockets::withPort(int ourPort)
+{
+    for (Socket &socket : sockets) {
+        if (sockets.size() == 1 || localPort(socket.descriptor) == ourPort)
+            return &socket;
+    }
+    return nullptr;
+}
+
+bool isReuseAllowed(const QByteArray &host)
+{
+    return !closingHosts().contains(host, std::chrono::steady_clock::now());
+}
+
+void rememberClosingHost(const QByteArray &host)
+{
+    closingHosts().add(host, std::chrono::steady_clock::now());
+}
+
+} // namespace curl
