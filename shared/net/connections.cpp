@@ -1,5 +1,6 @@
 #include "shared/net/connections.h"
 
+#include "shared/net/clientcertificate.h"
 #include "shared/net/exchange.h"
 
 #include <QFile>
@@ -69,9 +70,12 @@ Client &Connections::clientFor(const Exchange &exchange)
         const QByteArray identity = fileIdentity(exchange.certificatePath) + '\n'
                                     + fileIdentity(exchange.privateKeyPath) + '\n'
                                     + exchange.certificatePassword.toUtf8();
-        if (identity != certifiedIdentity)
+        if (identity != certifiedIdentity) {
             client.close();
-        certifiedIdentity = identity;
+            certifiedIdentity = identity;
+            certifiedEnd =
+                http::certificateEnd(exchange.certificatePath, exchange.certificatePassword);
+        }
     }
     if (!client.handle)
         client.handle.reset(curl_easy_init());

@@ -4,6 +4,7 @@
 #include "shared/net/keptsockets.h"
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QList>
 #include <QString>
 #include <QUrl>
@@ -58,6 +59,9 @@ struct Connections
 
     /// The client for this exchange; its handle is there.
     Client &clientFor(const Exchange &exchange);
+    /// When the certificate of the last exchange that had one ends, in UTC; invalid when its file does not
+    /// tell.
+    QDateTime certificateEnd() const { return certifiedEnd; }
 
     /// Before the handles, since libcurl may write into it while it closes those.
     std::array<char, CURL_ERROR_SIZE> errorBuffer = {};
@@ -66,7 +70,9 @@ struct Connections
 private:
     Client plain;
     Client certified;
+    /// The files and the password that the client was made with, and what they say.
     QByteArray certifiedIdentity;
+    QDateTime certifiedEnd;
 };
 
 /// Those of the calling thread, which end with it.

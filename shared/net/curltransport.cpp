@@ -142,6 +142,11 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     outcome.response = responseOf(code, exchange, setting, transfer);
     outcome.headerLines = transfer.headerLines;
     outcome.omittedHeaderBytes = transfer.omittedHeaderSize;
+    outcome.clockDifference = transfer.clockDifference;
+    if (exchange.isSecure() && !exchange.certificatePath.isEmpty()) {
+        outcome.certificatePath = exchange.certificatePath;
+        outcome.certificateEnd = connections.certificateEnd();
+    }
     // libcurl counts the connections that broke under one set-up and gives up after five of them, and
     // parts must not be gone before it has let go of them.
     const bool isHeadLarge = transfer.headerSize > largeHeaderSize;

@@ -3,10 +3,12 @@
 #include "shared/net/httpparams.h"
 #include "shared/net/httpresponse.h"
 
+#include <QDateTime>
 #include <QString>
 #include <QUrl>
 
 #include <chrono>
+#include <optional>
 
 /// One request, checked and complete, as it goes out.
 struct Exchange
@@ -40,4 +42,10 @@ struct ExchangeOutcome
     QList<QByteArray> headerLines = {};
     /// The size of the lines that were left out after these.
     qsizetype omittedHeaderBytes = 0;
+    /// The client certificate that was used, empty for none, and when it ends, in UTC; invalid when the
+    /// file does not tell.
+    QString certificatePath = {};
+    QDateTime certificateEnd = {};
+    /// The clock of this machine minus the Date of the answer; nothing when it has no readable one.
+    std::optional<std::chrono::seconds> clockDifference = {};
 };

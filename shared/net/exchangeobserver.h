@@ -2,7 +2,11 @@
 
 #include "shared/net/exchangeerror.h"
 
+#include <QDateTime>
 #include <QString>
+
+#include <chrono>
+#include <optional>
 
 namespace http {
 
@@ -16,6 +20,14 @@ struct ExchangeReport
     QString text = {};
     /// The path of the request's address, without its query; empty for plain TCP.
     QString path = {};
+    /// The name or the address of the server, without the port; empty for plain TCP.
+    QString host = {};
+    /// The file of the client certificate that was used; empty for none.
+    QString certificatePath = {};
+    /// When that certificate ends, in UTC; invalid when the file does not tell.
+    QDateTime certificateEnd = {};
+    /// The till's clock minus the Date of the answer, to the second; nothing when no readable Date came.
+    std::optional<std::chrono::seconds> clockDifference = {};
 };
 
 /// Is told of the exchanges that a thread makes, in their order, as each has ended.

@@ -384,7 +384,7 @@ void RestClient::perform(Exchange exchange)
                                         ? performExchange(exchange)
                                         : ExchangeOutcome{.response = http::Response::failed(
                                                               http::unusableRequestError, reason)};
-    endExchange(outcome.response, exchange.url);
+    endExchange(outcome, exchange.url);
 
     if (isLogged)
         logOutcome(outcome, std::chrono::duration_cast<milliseconds>(
@@ -393,8 +393,20 @@ void RestClient::perform(Exchange exchange)
 
 void RestClient::endExchange(const http::Response &response, const QUrl &url)
 {
-    response_ = response;
-    http::tellObserver({response.kind(), response.status, response.errorText.ru(), url.path()});
+    endExchange(ExchangeOutcome{.response = response}, url);
+}
+
+void RestClient::endExchange(const ExchangeOutcome &outcome, const QUrl &url)
+{
+    response_ = outcome.response;
+    http::tellObserver({.kind = response_.kind(),
+                        .status = response_.status,
+                        .text = response_.errorText.ru(),
+                        .path = url.path(),
+                        .host = url.host(),
+                        .certificatePath = outcome.certificatePath,
+                        .certificateEnd = outcome.certificateEnd,
+                        .clockDifference = outcome.clockDifference});
 }
 
 void RestClient::logRequest(const Exchange &exchange) const

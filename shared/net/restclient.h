@@ -115,6 +115,7 @@ protected:
 
 private:
     void perform(Exchange exchange);
+    void endExchange(const ExchangeOutcome &outcome, const QUrl &url);
     void logRequest(const Exchange &exchange) const;
     void logOutcome(const ExchangeOutcome &outcome, std::chrono::milliseconds elapsed) const;
     QString loggedHeaders(const QList<QByteArray> &lines, qsizetype omittedBytes) const;

@@ -1,9 +1,9 @@
 #include "shared/net/transfer.h"
 
 #include "shared/net/connections.h"
+#include "shared/net/httpdate.h"
 
 #include <algorithm>
-#include <optional>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -23,6 +23,14 @@ std::optional<QByteArrayView> valueOf(QByteArrayView line, QByteArrayView name)
     return line.sliced(name.size()).trimmed();
 }
 
+std::optional<std::chrono::seconds> differenceToClock(QByteArrayView date)
+{
+    const auto time = http::parseDate(date);
+    if (!time)
+        return std::nullopt;
+    return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) - *time;
+}
+
 /// A head begins, and what belonged to the one before is not the answer's.
 void beginHead(curl::Transfer &transfer)
 {
@@ -31,6 +39,7 @@ void beginHead(curl::Transfer &transfer)
     transfer.omittedHeaderSize = 0;
     transfer.isHeadWhole = false;
     transfer.contentCodings.clear();
+    transfer.clockDifference.reset();
 }
 
 /// `line` as it came, with the blanks in front that continue the line before.
@@ -40,6 +49,8 @@ void readHeader(curl::Transfer &transfer, QByteArrayView line)
         if (!transfer.contentCodings.isEmpty())
             transfer.contentCodings += ',';
         transfer.contentCodings += *codings;
+    } else if (const auto date = valueOf(line, "date:")) {
+        transfer.clockDifference = differenceToClock(*date);
     }
 }
 

@@ -3,8 +3,10 @@
 #include <QByteArray>
 #include <QList>
 
+#include <chrono>
 #include <cstddef>
 #include <curl/curl.h>
+#include <optional>
 
 namespace curl {
 
@@ -27,6 +29,8 @@ struct Transfer
     qsizetype headerSize = 0;
     /// The empty line at the end of the headers came. libcurl lets an answer pass that ends before it.
     bool isHeadWhole = false;
+    /// The clock of this machine minus the Date of the answer; nothing when it has no readable one.
+    std::optional<std::chrono::seconds> clockDifference;
     int attempts = 0;
 
     bool isBodyTooLarge = false;

@@ -2,6 +2,7 @@
 #include "rig/loopbackserver.h"
 #include "rig/nginxserver.h"
 #include "shared/net/restclient.h"
+#include "tests/shared/net/recordingobserver.h"
 #include "tests/support/testsettings.h"
 
 #include <QFile>
@@ -166,6 +167,8 @@ private Q_SLOTS:
     void keepsTheConnectionOfOneClient();
     void neverSharesAConnectionBetweenClients();
     void seesAReplacedCertificateFile();
+    void tellsWhenTheCertificateEnds();
+    void tellsNoEndOfAnUnusableCertificate();
     void hostThatClosesKeptConnections();
     void answersThroughATunnel_data();
     void answersThroughATunnel();
@@ -511,6 +514,57 @@ void TestRestClientTls::seesAReplacedCertificateFile()
     QVERIFY(QFile::remove(path));
     QVERIFY(QFile::copy(certificates.joined(maria), path));
     QVERIFY(exchange(client, *closed).responseBody().startsWith("CN=maria|"));
+}
+
+void TestRestClientTls::tellsWhenTheCertificateEnds()
+{
+    // The server does not ask for it, so it may have ended.
+    const auto expired = certificates.expiredServer(authority, {u"DNS:till"_s});
+    const QDateTime end(QDate(2021, 1, 1), QTime(0, 0), Qt::UTC);
+    const QString path = certificates.joined(expired);
+    const QString pkcs12 = certificates.pkcs12(expired, u"secret"_s);
+    const QList<Client> clients = {{path, {}, {}},
+                                   {path, {}, {}},
+                                   {expired.certificate, expired.key, {}},
+                                   {pkcs12, {}, u"secret"_s}};
+    for (const Client &client : clients) {
+        const RecordingObserver observer;
+        RestClient restClient;
+        use(restClient, client);
+        QCOMPARE(exchange(restClient, *open).errorText().ru(), QString());
+        QCOMPARE(observer.only().certificatePath, client.certificate);
+        QCOMPARE(observer.only().certificateEnd, end);
+    }
+
+    const RecordingObserver observer;
+    RestClient anonymous;
+    exchange(anonymous, *open);
+    QCOMPARE(observer.only().certificatePath, QString());
+    QVERIFY(!observer.only().certificateEnd.isValid());
+
+    QVERIFY(QFile::remove(path));
+    QVERIFY(QFile::copy(certificates.joined(ivan), path));
+    const RecordingObserver later;
+    RestClient replaced;
+    use(replaced, {path, {}, {}});
+    exchange(replaced, *open);
+    QVERIFY(later.only().certificateEnd > QDateTime::currentDateTimeUtc());
+}
+
+void TestRestClientTls::tellsNoEndOfAnUnusableCertificate()
+{
+    const RecordingObserver observer;
+    RestClient client;
+    use(client, {certificates.file("no certificate"), {}, {}});
+    exchange(client, *open);
+    QCOMPARE(observer.only().kind, http::FailureKind::Certificate);
+    QVERIFY(!observer.only().certificateEnd.isValid());
+
+    const RecordingObserver second;
+    use(client, {u"/nowhere/till.pem"_s, {}, {}});
+    exchange(client, *open);
+    QCOMPARE(second.only().kind, http::FailureKind::Certificate);
+    QCOMPARE(second.only().certificatePath, QString());
 }
 
 /// A connection that the server has closed with the words that TLS has for it.
