@@ -6,16 +6,21 @@
 
 #include <QNetworkProxy>
 
+#include <algorithm>
+#include <utility>
+
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
-constexpr int defaultTimeoutSeconds = 5;
-constexpr int maxTimeoutSeconds = 24 * 60 * 60;
+constexpr std::chrono::seconds defaultTimeout{5};
+constexpr std::chrono::seconds maxTimeout = std::chrono::hours(24);
 /// The system does not tell when the last byte was acknowledged, it has to be asked.
-constexpr int arrivalCheckMs = 5;
+constexpr std::chrono::milliseconds arrivalCheck{5};
 
 } // namespace
 
@@ -29,7 +34,11 @@ TcpClient::TcpClient(QObject *parent)
             [this] { socket.skip(socket.bytesAvailable()); });
 }
 
-TcpClient::~TcpClient() = default;
+TcpClient::~TcpClient()
+{
+    hasSentAll = hasSentAll && socket.bytesToWrite() == 0;
+    endExchange();
+}
 
 void TcpClient::setHost(const QString &newHost)
 {
@@ -41,26 +50,26 @@ void TcpClient::setPort(int newPort)
     port = newPort;
 }
 
-void TcpClient::setTimeout(int timeout)
+void TcpClient::setTimeout(int seconds)
 {
-    timeoutSeconds = timeout;
+    timeout = std::chrono::seconds(seconds);
 }
 
 bool TcpClient::connectToServer()
 {
     disconnectFromServer();
     // The low 16 bits of any other number would be somebody else's port.
-    if (port < 1 || port > 65535)
+    if (port < 1 || port > 65535) {
+        http::tellObserver(
+            {.kind = http::FailureKind::Request,
+             .text = u"Недопустимый порт %1, нужно число от 1 до 65535"_s.arg(port)});
         return false;
-
+    }
     const QDeadlineTimer end = deadline();
     const inflight::CallGuard guard{std::chrono::milliseconds(end.remainingTime())};
-    const bool isConnected = connectSocket(socket, host, static_cast<quint16>(port), end);
-    if (isConnected)
-        http::tellObserver({});
-    else
-        http::tellObserver({http::FailureKind::Network, 0, socket.errorString(), {}});
-    return isConnected;
+    hasSentAll = true;
+    isExchangeOpen = connectSocket(socket, host, static_cast<quint16>(port), end);
+    return isExchangeOpen;
 }
 
 void TcpClient::disconnectFromServer()
@@ -75,12 +84,15 @@ void TcpClient::disconnectFromServer()
         awaitArrival(end);
     }
     socket.abort();
+    endExchange();
 }
 
 void TcpClient::write(const QByteArray &data)
 {
-    if (socket.state() != QAbstractSocket::ConnectedState)
+    if (socket.state() != QAbstractSocket::ConnectedState) {
+        hasSentAll = false;
         return;
+    }
     const QDeadlineTimer end = deadline();
     const inflight::CallGuard guard{std::chrono::milliseconds(end.remainingTime())};
     socket.write(data);
@@ -89,27 +101,45 @@ void TcpClient::write(const QByteArray &data)
 
 QDeadlineTimer TcpClient::deadline() const
 {
-    const int seconds = timeoutSeconds > 0 ? timeoutSeconds : defaultTimeoutSeconds;
-    return QDeadlineTimer(std::min(seconds, maxTimeoutSeconds) * 1000);
+    return QDeadlineTimer(std::min(timeout.count() > 0 ? timeout : defaultTimeout, maxTimeout));
 }
 
 void TcpClient::flush(const QDeadlineTimer &end)
 {
-    while (socket.bytesToWrite() > 0
-           && socket.waitForBytesWritten(static_cast<int>(end.remainingTime()))) {
+    while (socket.bytesToWrite() > 0) {
+        if (!socket.waitForBytesWritten(static_cast<int>(end.remainingTime()))) {
+            hasSentAll = false;
+            return;
+        }
     }
 }
 
 void TcpClient::awaitArrival(const QDeadlineTimer &end)
 {
-    while (socket.state() == QAbstractSocket::ConnectedState && !end.hasExpired()) {
+    while (socket.state() == QAbstractSocket::ConnectedState) {
         int unacknowledged = 0;
         // The end of the stream counts as one.
         if (::ioctl(static_cast<int>(socket.socketDescriptor()), SIOCOUTQ, &unacknowledged) != 0
             || unacknowledged <= 1)
             break;
-        socket.waitForReadyRead(arrivalCheckMs);
+        if (end.hasExpired()) {
+            hasSentAll = false;
+            break;
+        }
+        socket.waitForReadyRead(static_cast<int>(arrivalCheck.count()));
     }
     // Closing with unread bytes would be a reset, too.
     socket.waitForReadyRead(0);
+}
+
+void TcpClient::endExchange()
+{
+    if (!std::exchange(isExchangeOpen, false))
+        return;
+    if (hasSentAll)
+        http::tellObserver({});
+    else
+        http::tellObserver({.kind = http::FailureKind::Network,
+                            .text = u"Сервер %1:%2 не принял всё отправленное"_s.arg(
+                                host, QString::number(port))});
 }

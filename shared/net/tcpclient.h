@@ -5,7 +5,10 @@
 #include <QString>
 #include <QTcpSocket>
 
-/// A plain TCP connection whose operations block until they are done or the timeout has passed.
+#include <chrono>
+
+/// A plain TCP connection whose operations block until they are done or the timeout has passed. From
+/// connecting to closing is one exchange; the thread's observer is told at its end (exchangeobserver.h).
 /// Thread: the one that made it; it need not run an event loop.
 class TcpClient : public QObject
 {
@@ -18,7 +21,7 @@ public:
     virtual void setHost(const QString &host);
     virtual void setPort(int port);
     /// Seconds that each of the operations below may take, name lookup included; 0 and less mean 5.
-    virtual void setTimeout(int timeout);
+    virtual void setTimeout(int seconds);
     /// Tries each address of a name. False when there is no connection within the timeout, or the port is
     /// not one of 1 to 65535. An open connection is closed first.
     virtual bool connectToServer();
@@ -35,9 +38,14 @@ private:
     void flush(const QDeadlineTimer &deadline);
     /// Waits until the server's system has acknowledged every byte.
     void awaitArrival(const QDeadlineTimer &deadline);
+    /// Tells the observer, if a connection was made since the last time.
+    void endExchange();
 
     QTcpSocket socket;
     QString host;
     int port = 0;
-    int timeoutSeconds = 0;
+    std::chrono::seconds timeout{0};
+    bool isExchangeOpen = false;
+    /// Nothing that was written since the connection was made is known to be lost.
+    bool hasSentAll = true;
 };

@@ -1,5 +1,6 @@
 #include "rig/deafport.h"
 #include "shared/net/tcpclient.h"
+#include "tests/shared/net/recordingobserver.h"
 #include "tests/support/hostnames.h"
 #include "tests/support/vtable.h"
 
@@ -118,6 +119,12 @@ private Q_SLOTS:
     void withoutAConnectionNothingHappens();
     void clientConnectsAgain();
     void worksInAThreadWithoutEventLoop();
+
+    void reportsOfConnecting_data();
+    void reportsOfConnecting();
+    void reportsAreMadeAtTheEnd();
+    void reportsOfAServerThatTakesNothing();
+    void reportsOfALostConnection();
 };
 
 void TestTcpClient::operationsKeepTheirPlaces()
@@ -401,6 +408,93 @@ void TestTcpClient::worksInAThreadWithoutEventLoop()
     QVERIFY(isConnected);
     server.accept();
     QCOMPARE(server.readAll(), "from a worker");
+}
+
+void TestTcpClient::reportsOfConnecting_data()
+{
+    QTest::addColumn<QString>("host");
+    QTest::addColumn<int>("port");
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("text");
+    const Server closed(0, -1);
+    const QString name = u"127.0.0.1"_s;
+    const QString outside = u"Недопустимый порт %1, нужно число от 1 до 65535"_s;
+    // clang-format off
+    QTest::newRow("refused")      << name           << closed.port << u"network"_s << u"Сервер 127.0.0.1:%1 отклонил соединение"_s.arg(closed.port);
+    QTest::newRow("no such name") << u"till..shop"_s << 80         << u"network"_s << u"Не найден адрес сервера till..shop"_s;
+    QTest::newRow("no name")      << QString()      << 80          << u"network"_s << u"Не найден адрес сервера "_s;
+    QTest::newRow("no port")      << name           << 0           << u"request"_s << outside.arg(0);
+    QTest::newRow("port too high") << name          << 65536       << u"request"_s << outside.arg(65536);
+    // clang-format on
+}
+
+void TestTcpClient::reportsOfConnecting()
+{
+    QFETCH(QString, host);
+    QFETCH(int, port);
+    const RecordingObserver observer;
+    {
+        TcpClient client;
+        client.setHost(host);
+        client.setPort(port);
+        QVERIFY(!client.connectToServer());
+        client.disconnectFromServer();
+    }
+    const http::ExchangeReport report = observer.only();
+    QTEST(QString(http::nameOf(report.kind)), "kind");
+    QTEST(report.text, "text");
+    QCOMPARE(report.status, 0);
+    QCOMPARE(report.path, QString());
+}
+
+void TestTcpClient::reportsAreMadeAtTheEnd()
+{
+    Server server;
+    const RecordingObserver observer;
+    const auto client = clientOf(server);
+    QVERIFY(client->connectToServer());
+    client->write("a");
+    QCOMPARE(observer.kinds(), QStringList());
+    client->disconnectFromServer();
+    client->disconnectFromServer();
+    QCOMPARE(observer.kinds(), QStringList{u"none"_s});
+
+    // Connecting again ends the exchange before, and so does the end of the object.
+    {
+        const auto twice = clientOf(server);
+        QVERIFY(twice->connectToServer());
+        QVERIFY(twice->connectToServer());
+        QCOMPARE(observer.reports.size(), 2);
+    }
+    QCOMPARE(observer.kinds(), (QStringList{u"none"_s, u"none"_s, u"none"_s}));
+}
+
+void TestTcpClient::reportsOfAServerThatTakesNothing()
+{
+    const Server server(4096);
+    const RecordingObserver observer;
+    const auto client = clientOf(server, 1);
+    QVERIFY(client->connectToServer());
+    client->write(QByteArray(32 * 1024 * 1024, 'x'));
+    client->disconnectFromServer();
+    QCOMPARE(observer.only().kind, http::FailureKind::Network);
+    QCOMPARE(observer.only().text,
+             u"Сервер 127.0.0.1:%1 не принял всё отправленное"_s.arg(server.port));
+}
+
+void TestTcpClient::reportsOfALostConnection()
+{
+    Server server;
+    const RecordingObserver observer;
+    const auto client = clientOf(server, 5);
+    QVERIFY(client->connectToServer());
+    server.accept();
+    server.reset();
+    // The first bytes may go out before the reset is seen.
+    for (int count = 0; count < 100; ++count)
+        client->write("more");
+    client->disconnectFromServer();
+    QCOMPARE(observer.only().kind, http::FailureKind::Network);
 }
 
 QTEST_GUILESS_MAIN(TestTcpClient)
