@@ -123,8 +123,16 @@ void Queue::runHandlers()
 
 void Queue::startServer()
 {
-    server = std::make_shared<HttpServer>(settings::queue::port.value());
+    const int port = settings::queue::port.value();
+    server = std::make_shared<HttpServer>(port);
     connect(server.get(), &HttpServer::requestReceived, this, &Queue::dataReceived);
+    if (!HttpServer::isPort(port))
+        logger->error(u"Порт управления %1 вне пределов 1-65535, исправьте параметр queue:port"_s,
+                      port);
+    else if (!server->listenError().isEmpty())
+        logger->error(
+            u"Не удалось занять порт управления %1 (%2), остановите занявшую его программу или задайте другой порт в параметре queue:port и перезапустите службу"_s
+                .arg(QString::number(port), server->listenError()));
 }
 
 void Queue::agreeOnRole()

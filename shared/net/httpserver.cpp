@@ -152,7 +152,7 @@ HttpServer::Connection::Connection(QTcpSocket *socket, const std::shared_ptr<Cli
     connect(socket, &QTcpSocket::readyRead, this, &Connection::watch);
     connect(&timer, &QTimer::timeout, this, &Connection::drop);
     timer.setSingleShot(true);
-    timer.start(clients->limits.requestSeconds * 1000);
+    timer.start(clients->limits.requestTime);
 }
 
 HttpServer::Connection::~Connection()
@@ -170,7 +170,7 @@ void HttpServer::Connection::watch()
     clients->connections.remove(this);
     clients->connections.push_back(this);
     if (receivedBytes == 0)
-        timer.start(clients->limits.requestSeconds * 1000);
+        timer.start(clients->limits.requestTime);
 
     if (!isLineWhole)
         readRequestLine();
@@ -218,7 +218,7 @@ RequestHeader HttpServer::Connection::finishRequest()
     receivedBytes = 0;
     isAnswered = isClosing;
     isHead = header.getMethod() == "HEAD";
-    timer.start(clients->limits.idleSeconds * 1000);
+    timer.start(clients->limits.idleTime);
     return header;
 }
 
@@ -279,15 +279,13 @@ HttpServer::HttpServer(int port, const Limits &limits, QObject *parent)
     , engine(std::make_unique<Engine>(*this))
 {
     auto candidate = std::make_unique<Listener>(limits);
-    if (port < 0 || port > 65535) {
-        logger()->error(u"Порт управления %1 вне пределов 1-65535, исправьте параметр queue:port"_s,
-                        port);
+    // The low 16 bits of any other number would be somebody else's port.
+    if (!isPort(port)) {
+        listenError_ = u"no port has the number %1"_s.arg(port);
         return;
     }
     if (!candidate->listen(QHostAddress::LocalHost, static_cast<quint16>(port))) {
-        logger()->error(
-            u"Не удалось занять порт управления %1 (%2), остановите занявшую его программу или задайте другой порт в параметре queue:port и перезапустите службу"_s
-                .arg(QString::number(port), candidate->errorString()));
+        listenError_ = candidate->errorString();
         return;
     }
     listener = candidate.release();

@@ -4,6 +4,7 @@
 
 #include <QObject>
 
+#include <chrono>
 #include <memory>
 
 /// A small HTTP server for the programs of this machine: it listens on 127.0.0.1 and hands out one
@@ -22,13 +23,13 @@ public:
         /// When one more comes, the connection that has been silent longest is closed.
         int connections = 200;
         /// From the first byte, or the beginning of the connection, to the end of the request.
-        int requestSeconds = 10;
+        std::chrono::seconds requestTime{10};
         /// Between two requests.
-        int idleSeconds = 30;
+        std::chrono::seconds idleTime{30};
     };
 
-    /// Listens at once; port 0 takes a free one. When that fails, one line of the log says so and the
-    /// object stays without clients.
+    /// Listens at once; port 0 takes a free one. When that fails, port() is 0 and the object stays without
+    /// clients.
     explicit HttpServer(int port, QObject *parent = nullptr);
     HttpServer(int port, const Limits &limits, QObject *parent = nullptr);
     ~HttpServer() override;
@@ -39,6 +40,11 @@ public:
 
     /// The port that the server listens on, or 0.
     int port() const;
+    /// Why it does not listen, in the system's words; empty when it does.
+    QString listenError() const { return listenError_; }
+
+    /// Whether a server can be asked to listen there.
+    static bool isPort(int number) { return number >= 0 && number <= 65535; }
 
 Q_SIGNALS:
     /// A request has come in, with any verb. It is answered before the slot returns, by
@@ -56,4 +62,5 @@ private:
     std::unique_ptr<Engine> engine;
     Listener *listener = nullptr;
     Connection *current = nullptr;
+    QString listenError_;
 };

@@ -41,6 +41,7 @@ private Q_SLOTS:
     void startOfAType();
     void linesOfACommand();
     void takenPort();
+    void portOutOfRange();
     void operationsKeepTheirPlaces();
 
 private:
@@ -332,10 +333,23 @@ void TstQueue::takenPort()
 {
     QTcpServer other;
     QVERIFY(other.listen(QHostAddress::LocalHost, port));
-    const LogCapture log(u"httpserver"_s);
+    const LogCapture log(u"queue"_s);
     start();
-    QCOMPARE(log.lines().filter(u"ERROR"_s).size(), 1);
-    QVERIFY(log.lines().first().contains(QString::number(port)));
+    const QStringList errors = log.lines().filter(u"ERROR"_s);
+    QCOMPARE(errors.size(), 1);
+    const QString opening = u"ERROR Не удалось занять порт управления %1 ("_s.arg(port);
+    QVERIFY2(errors.first().startsWith(opening), qPrintable(errors.first()));
+    QVERIFY2(errors.first().contains(u"queue:port"), qPrintable(errors.first()));
+    QVERIFY(queue->findChild<QTimer *>()->isActive());
+}
+
+void TstQueue::portOutOfRange()
+{
+    const LogCapture log(u"queue"_s);
+    start(u"port = 65536\n"_s);
+    QCOMPARE(log.lines().filter(u"ERROR"_s),
+             QStringList{u"ERROR Порт управления 65536 вне пределов 1-65535, исправьте параметр "
+                         "queue:port"_s});
     QVERIFY(queue->findChild<QTimer *>()->isActive());
 }
 
