@@ -1,7 +1,6 @@
 #include "handlers/loyalty/tallobonushandler.h"
 
 #include "handlers/common/messagevalue.h"
-#include "shared/core/basicexception.h"
 
 #include <log4qt/logger.h>
 

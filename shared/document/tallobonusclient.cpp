@@ -1,6 +1,5 @@
 #include "shared/document/tallobonusclient.h"
 
-#include "shared/core/basicexception.h"
 #include "shared/core/mockfactory.h"
 #include "shared/net/restclient.h"
 
@@ -101,7 +100,7 @@ TalloBonusClient::~TalloBonusClient() = default;
 
 void TalloBonusClient::setTimeout(int seconds)
 {
-    timeoutSeconds = seconds;
+    timeout = std::chrono::seconds(seconds);
 }
 
 void TalloBonusClient::setTerminalId(const QString &id)
@@ -188,7 +187,7 @@ void TalloBonusClient::perform(const QString &operation, QJsonObject arguments)
 
     const auto client = MockFactory<RestClient>::create();
     client->setLogger(logger());
-    client->setTimeout(timeoutSeconds);
+    client->setTimeout(static_cast<int>(timeout.count()));
     for (const QUrl &host : hosts) {
         client->post(addressOf(host, operation), QJsonDocument(arguments),
                      headersFor(user, password));

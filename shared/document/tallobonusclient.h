@@ -2,12 +2,15 @@
 
 #include "shared/document/bonusassetgroup.h"
 #include "shared/document/bonuscard.h"
+#include "shared/document/bonussystemerror.h"
 #include "shared/document/sessioninfo.h"
 
 #include <QJsonObject>
 #include <QList>
 #include <QString>
 #include <QUrl>
+
+#include <chrono>
 
 namespace http {
 struct Response;
@@ -71,7 +74,7 @@ private:
     QUrl addressOf(const QUrl &host, const QString &operation) const;
     static void judge(const QString &operation, const http::Response &response);
 
-    int timeoutSeconds = 0;
+    std::chrono::seconds timeout{0};
     QString terminalId;
     QList<QUrl> hosts;
     QString endPoint;

@@ -1,5 +1,4 @@
 #include "handlers/loyalty/tallobonushandler.h"
-#include "shared/core/basicexception.h"
 #include "tests/handlers/support/delivery.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"

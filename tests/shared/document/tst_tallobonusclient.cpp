@@ -1,5 +1,4 @@
 #include "rig/loopbackserver.h"
-#include "shared/core/basicexception.h"
 #include "shared/document/tallobonusclient.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
@@ -93,6 +92,7 @@ class TestTalloBonusClient : public QObject
 private Q_SLOTS:
     void initTestCase();
     void operationsKeepTheirPlaces();
+    void errorsAreOneFamily();
     void operations_data();
     void operations();
     void dates_data();
@@ -140,6 +140,18 @@ void TestTalloBonusClient::operationsKeepTheirPlaces()
         QCOMPARE(places.at(i), places.first() + i);
     QCOMPARE(slotOf(&TalloBonusClient::setUser), -1);
     QCOMPARE(slotOf(&TalloBonusClient::setPassword), -1);
+}
+
+void TestTalloBonusClient::errorsAreOneFamily()
+{
+    QVERIFY_THROWS_EXCEPTION(BonusSystemError, throw BonusUncriticalException(u"а"_s));
+    QVERIFY_THROWS_EXCEPTION(BasicException, throw BonusSystemError(u"а"_s));
+    try {
+        throw BonusUncriticalException(u"Карта заблокирована"_s);
+    } catch (const BasicException &error) {
+        QCOMPARE(error.tr().ru(), u"Карта заблокирована"_s);
+        QVERIFY(dynamic_cast<const BonusSystemError *>(&error));
+    }
 }
 
 void TestTalloBonusClient::operations_data()
