@@ -1,10 +1,10 @@
 #include "rig/mariadbserver.h"
 
+#include "rig/childprocess.h"
+
 #include <QFile>
 #include <QStandardPaths>
 
-#include <csignal>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -76,12 +76,7 @@ MariaDbServer::MariaDbServer(Durability durability, const QString &parent)
                    + userOption() + storageOptions(durability));
 
     server.setProcessChannelMode(QProcess::MergedChannels);
-    const pid_t test = ::getpid();
-    server.setChildProcessModifier([test] {
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (::getppid() != test)
-            ::_exit(1);
-    });
+    server.setChildProcessModifier(dyingWithThisProcess());
     start();
 
     QFile schema(QStringLiteral(RIG_SCHEMAS "/mariadb.sql"));

@@ -14,10 +14,10 @@ struct DatabasePlace
     /// `QSQLITE` or `QMYSQL`.
     QString driver = QStringLiteral("QSQLITE");
     /// SQLite: the file.
-    QString file;
-    QString socket;
-    QString user;
-    QString password;
+    QString file = {};
+    QString socket = {};
+    QString user = {};
+    QString password = {};
 };
 
 /// A row of the table `message`. A new one has no id yet.

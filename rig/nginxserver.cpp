@@ -1,11 +1,10 @@
 #include "rig/nginxserver.h"
 
+#include "rig/childprocess.h"
+
 #include <QFile>
 #include <QStandardPaths>
 #include <QTcpSocket>
-
-#include <csignal>
-#include <sys/prctl.h>
 
 using namespace Qt::StringLiterals;
 
@@ -68,8 +67,7 @@ NginxServer::NginxServer(const Setup &setup)
                    .toUtf8());
     file.close();
 
-    // Also when the test crashes.
-    process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+    process.setChildProcessModifier(dyingWithThisProcess());
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process.start(program(),
                   {u"-e"_s, u"stderr"_s, u"-p"_s, folder.path(), u"-c"_s, file.fileName()});

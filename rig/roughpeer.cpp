@@ -162,8 +162,8 @@ RoughPeer::~RoughPeer()
 {
     ::eventfd_write(ending, 1);
     acceptor.join();
-    for (std::thread &line : lines)
-        line.join();
+    for (Served &line : lines)
+        line.thread.join();
     ::close(listener);
     ::close(ending);
 }
@@ -179,10 +179,17 @@ void RoughPeer::accept()
         if (socket < 0)
             continue;
         ++connections_;
-        lines.emplace_back([this, socket] {
+        lines.remove_if([](Served &line) {
+            if (line.isOver)
+                line.thread.join();
+            return !line.thread.joinable();
+        });
+        Served &served = lines.emplace_back();
+        served.thread = std::thread([this, socket, &served] {
             Line line(socket, ending, sent);
             conduct(line);
             ::close(socket);
+            served.isOver = true;
         });
     }
 }

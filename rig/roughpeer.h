@@ -4,9 +4,8 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
+#include <list>
 #include <thread>
-#include <vector>
 
 namespace rig {
 
@@ -76,7 +75,12 @@ private:
     int ending = -1;
     std::atomic<int> connections_{0};
     std::atomic<qint64> sent{0};
-    std::vector<std::thread> lines;
+    struct Served
+    {
+        std::thread thread;
+        std::atomic<bool> isOver{false};
+    };
+    std::list<Served> lines;
     std::thread acceptor;
 };
 

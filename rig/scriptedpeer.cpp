@@ -150,13 +150,14 @@ void ScriptedPeer::play(const PeerScript &newScript, const Authority *newAuthori
 }
 
 void ScriptedPeer::playFreely(PeerScript::Kind kind, const QByteArray &greeting,
-                              std::function<Reply(const ArrivedRequest &)> newChoose)
+                              std::function<Reply(const ArrivedRequest &)> newChoose,
+                              const Authority *newAuthority)
 {
     choose = std::move(newChoose);
     PeerScript open;
     open.kind = kind;
     open.greeting = greeting;
-    play(open);
+    play(open, newAuthority);
 }
 
 void ScriptedPeer::up()
@@ -271,6 +272,8 @@ void ScriptedPeer::accept(qintptr descriptor)
         const ConnectionPointer ended = weak.lock();
         if (ended && script.kind == PeerScript::Kind::Tcp)
             endTcp(ended);
+        else if (ended && ended->buffer.isEmpty())
+            connections.removeOne(ended);
     });
     if (script.kind == PeerScript::Kind::Https) {
         QSslConfiguration configuration = socket->sslConfiguration();
@@ -390,8 +393,7 @@ void ScriptedPeer::judge(const ConnectionPointer &connection, const ArrivedReque
 {
     ++arrivedCount;
     if (choose) {
-        connection->isAnswering = true;
-        reply(connection, {.request = request, .reply = choose(request)});
+        answer(connection, request, choose(request));
         return;
     }
     const Exchange *exchange = nextExchange(request);
@@ -410,17 +412,23 @@ void ScriptedPeer::judge(const ConnectionPointer &connection, const ArrivedReque
         complaints.append(
             u"peer %1, request %2: %3"_s.arg(script.name).arg(arrivedCount).arg(difference));
 
+    answer(connection, request, exchange->reply);
+    Q_EMIT progressed();
+}
+
+void ScriptedPeer::answer(const ConnectionPointer &connection, const ArrivedRequest &request,
+                          const Reply &what)
+{
     connection->isAnswering = true;
-    const auto answer = [this, connection, request, what = exchange->reply] {
+    const auto send = [this, connection, request, what] {
         reply(connection, {.request = request, .reply = what});
     };
-    if (exchange->reply.held)
-        held.append(answer);
-    else if (exchange->reply.delaySeconds > 0)
-        QTimer::singleShot(milliseconds(exchange->reply.delaySeconds), this, answer);
+    if (what.held)
+        held.append(send);
+    else if (what.delaySeconds > 0)
+        QTimer::singleShot(milliseconds(what.delaySeconds), this, send);
     else
-        answer();
-    Q_EMIT progressed();
+        send();
 }
 
 void ScriptedPeer::reply(const ConnectionPointer &connection, const Traffic &traffic)

@@ -66,10 +66,11 @@ public:
     /// for us and tells whose callers to trust; it must outlive the peer.
     void play(const PeerScript &script, const Authority *authority = nullptr);
 
-    /// Answers every request as `choose` says, from now on and without comparing it with a script. A Tcp peer
-    /// says its greeting and takes what comes.
+    /// Answers every request as `choose` says, from now on and without comparing it with a script. A Tcp
+    /// peer says its greeting and takes what comes. `authority` as for play().
     void playFreely(PeerScript::Kind kind, const QByteArray &greeting,
-                    std::function<Reply(const ArrivedRequest &)> choose);
+                    std::function<Reply(const ArrivedRequest &)> choose,
+                    const Authority *authority = nullptr);
 
     void up();
     /// Refuses callers from now on and drops those that are there.
@@ -109,6 +110,9 @@ private:
     void receive(const ConnectionPointer &connection, const ArrivedRequest &request);
     void judge(const ConnectionPointer &connection, const ArrivedRequest &request);
     const Exchange *nextExchange(const ArrivedRequest &request);
+    /// At once, or when the reply is due.
+    void answer(const ConnectionPointer &connection, const ArrivedRequest &request,
+                const Reply &what);
     void reply(const ConnectionPointer &connection, const Traffic &traffic);
     void endTcp(const ConnectionPointer &connection);
 

@@ -1,74 +1,58 @@
 #pragma once
 
-#include <QHash>
+#include "rig/childprocess.h"
+#include "rig/servicelog.h"
+
+#include <QJsonObject>
 #include <QMap>
-#include <QProcess>
 #include <QString>
-#include <QStringList>
 
 namespace rig {
 
-/// One event of the service's log.
-struct LogRecord
-{
-    /// `INFO`, `WARN` and so on.
-    QString level;
-    QString category;
-    QString text;
+class Till;
 
-    /// `WARN [queue] text`.
-    QString line() const;
-};
-
-/// The program `queue`, started below a folder of its own with its log on standard output. It dies
-/// with the test. Thread: the one that made it, whose event loop must run.
-class ServiceProcess
+/// The program `queue` on a till. Thread: the one that made it.
+class ServiceProcess : public ChildProcess
 {
 public:
-    /// `root` becomes QUEUE_ROOT. The environment is ours with `environment` put over it.
-    ServiceProcess(const QString &program, const QString &root,
-                   const QMap<QString, QString> &environment);
-    ~ServiceProcess();
-    ServiceProcess(const ServiceProcess &) = delete;
+    enum class Log
+    {
+        /// Read as it comes, at level debug. The event loop must run, or the service waits with its log.
+        Records,
+        /// Goes to logFile(), one run after the other, as the till's own settings have it.
+        File
+    };
 
-    void start();
-    void terminate();
-    void kill();
-    bool isRunning() const;
-    /// 0 while it does not run.
-    qint64 processId() const;
-    /// The process has ended, and everything that it wrote is here.
-    bool hasEnded() const;
+    /// The environment is ours without what would lead the service elsewhere, and `environment` put over
+    /// it. Throws Error when the till's folder cannot be written.
+    ServiceProcess(const QString &program, const Till &till,
+                   const QMap<QString, QString> &environment = {}, Log log = Log::Records);
+
+    void start() override;
     /// How it ended: empty for exit code 0.
     QString endFault() const;
+    /// The answer of the control interface; empty when it gave none.
+    QJsonObject ask(const QString &path,
+                    std::chrono::milliseconds limit = std::chrono::seconds(10)) const;
+    quint16 controlPort() const { return port; }
 
-    /// Everything since the first start.
-    const QList<LogRecord> &log() const;
-    /// The log as text, for a report.
-    QString logText() const;
-    /// What came on standard error since the first start; there should be nothing.
+    // With Log::Records, everything since the first start.
+
+    const ServiceLog &log() const { return log_; }
+    /// What came on standard error; there should be nothing.
     QString errors() const;
 
-    /// Since the latest start: how often workers of the type were set going, how often they ended,
-    /// and how often the type was found to be unknown.
-    int starts(const QString &type) const;
-    int ends(const QString &type) const;
-    int refusals(const QString &type) const;
-    /// No worker that was set going is still at work.
-    bool isIdle() const;
+    // With Log::File.
+
+    QString logFile() const { return logFile_; }
+    /// Everything written there so far.
+    QByteArray output() const;
 
 private:
-    void read();
-    void take(const QByteArray &line);
-
-    QProcess process;
-    QByteArray rest;
-    QList<LogRecord> records;
+    ServiceLog log_;
     QByteArray errorBytes;
-    bool wasStarted = false;
-    QHash<QString, int> started;
-    QHash<QString, int> ended;
-    QHash<QString, int> refused;
+    QString logFile_;
+    quint16 port = 0;
 };
 
 } // namespace rig

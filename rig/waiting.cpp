@@ -6,13 +6,16 @@
 
 namespace rig {
 
-bool waitUntil(const std::function<bool()> &condition)
+std::chrono::seconds patience()
 {
     bool isNumber = false;
-    int seconds = qEnvironmentVariableIntValue("STAND_PATIENCE", &isNumber);
-    if (!isNumber)
-        seconds = 60;
-    const QDeadlineTimer deadline(seconds * 1000LL);
+    const int seconds = qEnvironmentVariableIntValue("STAND_PATIENCE", &isNumber);
+    return std::chrono::seconds(isNumber ? seconds : 60);
+}
+
+bool waitUntil(const std::function<bool()> &condition)
+{
+    const QDeadlineTimer deadline(patience());
     QTimer wake;
     wake.start(100); // for the deadline, and for what tells nobody when it changes
     while (!condition()) {

@@ -1,11 +1,15 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 
 namespace rig {
 
-/// Runs the event loop until the condition holds. False when it still does not after the patience of
-/// a minute (environment variable STAND_PATIENCE, in seconds), which only a fault can use up.
+/// How long to wait for what only a fault can keep from happening: a minute, or what the environment
+/// variable STAND_PATIENCE says, in seconds.
+std::chrono::seconds patience();
+
+/// Runs the event loop until the condition holds. False when it still does not after patience().
 bool waitUntil(const std::function<bool()> &condition);
 
 } // namespace rig

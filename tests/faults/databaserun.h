@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/faults/service.h"
+#include "rig/serviceprocess.h"
 #include "tests/faults/traffic.h"
 #include "tests/support/queuedatabase.h"
 
@@ -25,10 +25,10 @@ class Run
 {
 public:
     explicit Run(const QString &databaseSettings)
-        : service(database.root() + u"/service.log"_s)
+        : service(QStringLiteral(QUEUE_PROGRAM), database.till(), {},
+                  rig::ServiceProcess::Log::File)
     {
-        database.setSettings(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(service.controlPort())
-                             + databaseSettings);
+        database.setSettings(database.till().queueSettings() + databaseSettings);
         database.query(u"DELETE FROM message"_s);
         database.query(u"DELETE FROM documentcard"_s);
         database.query(u"INSERT INTO documentcard (id, operationinfo) VALUES (1, '')"_s);
@@ -84,8 +84,8 @@ public:
 
     bool waitForPolls(int more)
     {
-        const qsizetype wanted = service.log().count(pollLine) + more;
-        return wait([&] { return service.log().count(pollLine) >= wanted; });
+        const qsizetype wanted = service.output().count(pollLine) + more;
+        return wait([&] { return service.output().count(pollLine) >= wanted; });
     }
 
     bool drain()
@@ -98,7 +98,7 @@ public:
     QByteArrayList storeErrors() const
     {
         QByteArrayList result;
-        const QByteArrayList lines = service.log().split('\n');
+        const QByteArrayList lines = service.output().split('\n');
         for (const QByteArray &line : lines) {
             if (line.contains(" [dao] ") && (line.contains(" WARN ") || line.contains(" ERROR ")))
                 result.append(line);
@@ -116,10 +116,10 @@ public:
                  qPrintable(u"%1 of %2 messages are done, %3 in the table\n"_s.arg(
                                 QString::number(traffic.counts().messages),
                                 QString::number(written), QString::number(database.ids().size()))
-                            + QString::fromUtf8(service.log().right(3000))));
+                            + QString::fromUtf8(service.output().right(3000))));
         QVERIFY(service.isRunning());
         QVERIFY(service.stop());
-        const QByteArray log = service.log();
+        const QByteArray log = service.output();
         const Traffic::Counts counts = traffic.counts();
         const qsizetype failures = log.count(failedStatement);
         qInfo("%s: %d messages, %d received, %d repeats, %d failed statements, %d ends "
@@ -134,7 +134,7 @@ public:
 
     QueueDatabase database;
     Traffic traffic;
-    Service service;
+    rig::ServiceProcess service;
     int written = 0;
     int ends = 0;
     /// By the test.

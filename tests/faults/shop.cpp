@@ -142,16 +142,10 @@ void Shop::writeFiles()
 
 void Shop::writeSettings()
 {
-    auto settings = scenario.settings;
+    rig::Settings settings = scenario.settings;
     if (scenario.hasTls())
         settings[u"network"_s].insert(u"caFile"_s, rig::Authority::shared().file());
-    QString text;
-    for (auto section = settings.cbegin(); section != settings.cend(); ++section) {
-        text += u"[%1]\n"_s.arg(section.key());
-        for (auto setting = section->cbegin(); setting != section->cend(); ++setting)
-            text += u"%1 = %2\n"_s.arg(setting.key(), setting.value());
-    }
-    database.setSettings(text);
+    database.setSettings(rig::settingsText(settings));
 }
 
 } // namespace faults

@@ -1,20 +1,17 @@
 #pragma once
 
 #include "rig/messagetable.h"
-#include "rig/portreservation.h"
 #include "rig/serviceprocess.h"
+#include "rig/till.h"
 
 #include <QJsonObject>
 #include <QList>
 #include <QMap>
-#include <QTemporaryDir>
-
-#include <memory>
 
 namespace faults {
 
-/// A till in a temporary folder with the real service on it, which polls each second and tells
-/// everything at debug level. What cannot be set up ends the test with a message.
+/// A till with the real service on it, which polls each second and tells everything at debug level.
+/// What cannot be set up ends the test with a message.
 /// Thread: the one that made it, whose event loop must run.
 class Till
 {
@@ -22,25 +19,22 @@ public:
     /// `settings` are further sections of the service's settings, `environment` further variables.
     explicit Till(const QString &settings = QString(),
                   const QMap<QString, QString> &environment = {});
-    ~Till();
-    Till(const Till &) = delete;
-    Till &operator=(const Till &) = delete;
 
     /// Returns when the control interface answers.
     void start();
-    rig::ServiceProcess &service() { return *process; }
+    rig::ServiceProcess &service() { return process; }
     /// A file below the till's folder.
-    QString path(const QString &name) const { return folder.filePath(name); }
-    int controlPort() const { return port.port(); }
+    QString path(const QString &name) const { return place.path(u'/' + name); }
+    int controlPort() const { return place.controlPort(); }
 
     int put(const QString &type, const QJsonObject &body, const QString &cardNumber = QString());
     /// The ids of the rows that are left.
     QList<int> ids();
     bool isIn(int id) { return ids().contains(id); }
-    void remove(int id);
+    void remove(int id) { table.remove(id); }
     /// False when the row does not go within the patience of rig::waitUntil().
     bool waitUntilRemoved(int id);
-    /// Until at least so many workers of the type have ended since the start.
+    /// Until at least that many workers of the type have ended since the start.
     bool waitForEnds(const QString &type, int count);
 
     /// The texts of one category, in their order.
@@ -52,18 +46,15 @@ public:
     QByteArray ask(const QByteArray &target) const;
 
     /// The most memory that the service has had resident since its start, in KiB.
-    qint64 peakMemory() const;
-    qint64 memory() const;
+    qint64 peakMemory() const { return process.use().peakMemory(); }
+    qint64 memory() const { return process.use().memory(); }
     /// Processor time that the service has taken, of all its threads.
     double processorSeconds() const;
 
 private:
-    qint64 statusField(const QByteArray &name) const;
-
-    QTemporaryDir folder;
-    rig::PortReservation port;
-    std::unique_ptr<rig::ServiceProcess> process;
-    std::unique_ptr<rig::MessageTable> table;
+    rig::Till place;
+    rig::MessageTable table;
+    rig::ServiceProcess process;
 };
 
 /// The promise of memory is for the program as it is delivered: a sanitizer's own bookkeeping takes many

@@ -209,11 +209,13 @@ void TestClocks::clockIsSet()
     QFETCH(qint64, seconds);
     // Refused again and again: a row that comes round on the ticks before and behind the change.
     const int refused = till->put(u"winelabbonus"_s, {{u"url"_s, u"http://127.0.0.1:1/"_s}});
-    QVERIFY(till->waitForEnds(u"winelabbonus"_s, till->service().ends(u"winelabbonus"_s) + 1));
+    QVERIFY(
+        till->waitForEnds(u"winelabbonus"_s, till->service().log().ends(u"winelabbonus"_s) + 1));
 
     setClock(offset);
     deliver();
-    QVERIFY(till->waitForEnds(u"winelabbonus"_s, till->service().ends(u"winelabbonus"_s) + 1));
+    QVERIFY(
+        till->waitForEnds(u"winelabbonus"_s, till->service().log().ends(u"winelabbonus"_s) + 1));
 
     // The service has seen the clock change, and the log goes on.
     const qint64 off = QDateTime::currentDateTime().secsTo(lastLogTime()) - seconds;
@@ -229,7 +231,7 @@ void TestClocks::clockIsSet()
         }));
     }
     till->remove(refused);
-    QVERIFY(rig::waitUntil([this] { return till->service().isIdle(); }));
+    QVERIFY(rig::waitUntil([this] { return till->service().log().isIdle(); }));
 
     // Idle, the service hardly takes any time of the processor. This is watched for some ticks.
     const double before = till->processorSeconds();

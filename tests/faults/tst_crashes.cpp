@@ -1,5 +1,6 @@
 #include "engine/dao.h"
 #include "rig/mariadbserver.h"
+#include "rig/serviceprocess.h"
 #include "shared/core/config.h"
 #include "shared/core/connectionfactory.h"
 #include "shared/core/fileutils.h"
@@ -7,7 +8,6 @@
 #include "shared/core/singleton.h"
 #include "tests/faults/feeder.h"
 #include "tests/faults/form.h"
-#include "tests/faults/service.h"
 #include "tests/faults/traffic.h"
 #include "tests/support/queuedatabase.h"
 
@@ -99,8 +99,9 @@ void TstCrashes::killedAtRandomMoments()
     std::mt19937 random(seed);
 
     QueueDatabase database;
-    faults::Service service(database.root() + u"/service.log"_s);
-    database.setSettings(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(service.controlPort())
+    rig::ServiceProcess service(QStringLiteral(QUEUE_PROGRAM), database.till(), {},
+                                rig::ServiceProcess::Log::File);
+    database.setSettings(database.till().queueSettings()
                          + (server ? server->settings() : QString()));
     if (server)
         server->run(u"TRUNCATE queues.message; TRUNCATE queues.documentcard"_s);
@@ -127,7 +128,7 @@ void TstCrashes::killedAtRandomMoments()
             traffic.waitFor([](const auto &) { return false; },
                             std::chrono::microseconds(random() % 3000));
         }
-        QVERIFY2(service.isRunning(), service.log().right(2000).constData());
+        QVERIFY2(service.isRunning(), service.output().right(2000).constData());
         service.kill();
         inDelivery += traffic.counts().requests > before ? 1 : 0;
         const QStringList found = findings(database, traffic, feeder.written());
@@ -141,7 +142,7 @@ void TstCrashes::killedAtRandomMoments()
     service.start();
     QVERIFY2(
         traffic.waitFor([written](const auto &counts) { return counts.messages == written; }, 120s),
-        service.log().right(2000).constData());
+        service.output().right(2000).constData());
     QTRY_COMPARE_WITH_TIMEOUT(database.ids(), QList<int>(), 60'000);
     QVERIFY(service.stop());
     const QStringList found = findings(database, traffic, written);

@@ -42,7 +42,7 @@ void TstDatabaseFaults::stoppedForAWhile()
     QVERIFY(run.waitForRequests(50));
     server.stop();
     const bool isNoticed = run.wait([&] {
-        return run.ends > 0 || run.service.log().contains(faults::lostDatabase);
+        return run.ends > 0 || run.service.output().contains(faults::lostDatabase);
     }) && run.waitForPolls(2);
     server.start();
     QVERIFY(isNoticed);
@@ -76,7 +76,7 @@ void TstDatabaseFaults::restartedUnderLoad()
     }
     qInfo("%d restarts", restarts);
     run.finish(isOrderly ? "restarted in good order" : "restarted after a power cut");
-    QVERIFY(run.ends + run.service.log().count(faults::failedStatement) > 0);
+    QVERIFY(run.ends + run.service.output().count(faults::failedStatement) > 0);
 }
 
 /// Connections that are there stay; those that begin now are refused.
@@ -112,7 +112,7 @@ void TstDatabaseFaults::connectionsKilledOneByOne()
     }
     qInfo("%d connections killed", kills);
     run.finish("connections killed");
-    QVERIFY(run.service.log().count(faults::failedStatement) > 0);
+    QVERIFY(run.service.output().count(faults::failedStatement) > 0);
 }
 
 /// Longer than any statement takes, shorter than the time after which a server counts as gone.

@@ -70,10 +70,10 @@ void TstFileFaults::lockedByAnotherProcess()
         run.database.query(u"BEGIN EXCLUSIVE"_s);
         run.traffic.release();
         // One type after the other finds out; one of them fails at the till's card already.
-        const qsizetype wanted =
-            run.service.log().count(faults::failedStatement) + faults::Traffic::types().size() / 2;
+        const qsizetype wanted = run.service.output().count(faults::failedStatement)
+                                 + faults::Traffic::types().size() / 2;
         const bool isMet =
-            run.wait([&] { return run.service.log().count(faults::failedStatement) >= wanted; });
+            run.wait([&] { return run.service.output().count(faults::failedStatement) >= wanted; });
         if (round + 1 < rounds)
             run.traffic.holdAfter(0);
         run.database.query(u"ROLLBACK"_s);
@@ -101,8 +101,9 @@ void TstFileFaults::readOnly()
     ++run.kills;
     run.traffic.release();
     run.start();
-    const bool isMet = run.wait(
-        [&] { return run.service.log().count(faults::failedStatement) >= faults::count(8, 80); });
+    const bool isMet = run.wait([&] {
+        return run.service.output().count(faults::failedStatement) >= faults::count(8, 80);
+    });
     QVERIFY(QFile::setPermissions(folder.path(),
                                   QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     QVERIFY(QFile::setPermissions(run.database.file(), QFile::ReadOwner | QFile::WriteOwner));
@@ -137,7 +138,7 @@ void TstFileFaults::diskFull()
         run.traffic.release();
         const qsizetype wanted = 2 * faults::Traffic::types().size();
         const bool isMet =
-            run.wait([&] { return run.service.log().count(faults::failedStatement) >= wanted; });
+            run.wait([&] { return run.service.output().count(faults::failedStatement) >= wanted; });
         QVERIFY(filler.remove());
         run.database.query(u"COMMIT"_s);
         QVERIFY(isMet);

@@ -497,7 +497,7 @@ void TestNetworkFaults::wave(faults::Till &till, const QList<Fault> &wave)
     QList<qsizetype> exchangesBefore;
     for (qsizetype i = 0; i < wave.size(); ++i) {
         stage.push_back(std::make_unique<Scene>(wave.at(i)));
-        ends.append(till.service().ends(types.at(i)));
+        ends.append(till.service().log().ends(types.at(i)));
         exchangesBefore.append(till.exchangeTimes(types.at(i)).size());
         ids.append(till.put(types.at(i), request(stage.back()->url, wave.at(i).timeout(),
                                                  wave.at(i).requestBytes)));
@@ -529,7 +529,7 @@ void TestNetworkFaults::wave(faults::Till &till, const QList<Fault> &wave)
                      (label + ": " + QByteArray::number(time)).constData());
     }
     // What is still under way must not run into the next wave.
-    QVERIFY(rig::waitUntil([&till] { return till.service().isIdle(); }));
+    QVERIFY(rig::waitUntil([&till] { return till.service().log().isIdle(); }));
     if (faults::isMemoryJudged())
         QVERIFY2(
             till.peakMemory() < faults::memoryLimit,
@@ -705,7 +705,7 @@ void TestNetworkFaults::strangeBodies()
         bodiesTill->start();
     }
     faults::Till &till = *bodiesTill;
-    const int endsBefore = till.service().ends(type);
+    const int endsBefore = till.service().log().ends(type);
     const int id = till.put(type, request(QUrl(u"http://127.0.0.1:%1/"_s.arg(peer.port()))));
     till.ask("/start/" + type.toUtf8() + "/0");
     QVERIFY(till.waitForEnds(type, endsBefore + 1));
@@ -713,7 +713,7 @@ void TestNetworkFaults::strangeBodies()
     QVERIFY(peer.sentBytes() > body.size());
     till.remove(id);
     QVERIFY(till.ask("/status").contains("messagesCount"));
-    QVERIFY(!till.service().logText().contains(u"root:"));
+    QVERIFY(!till.service().log().text().contains(u"root:"));
     qInfo("at most %lld KiB so far, now %lld KiB", till.peakMemory(), till.memory());
     if (faults::isMemoryJudged()) {
         QVERIFY2(till.peakMemory() < documentMemoryLimit,
@@ -742,7 +742,7 @@ void TestNetworkFaults::largeDocuments()
     const auto deliver = [&till](const QString &type, const QString &xml,
                                  const QByteArray &answer) {
         const RoughPeer peer(says(answer));
-        const int endsBefore = till.service().ends(type);
+        const int endsBefore = till.service().log().ends(type);
         const int id = till.put(type, {{u"url"_s, u"http://127.0.0.1:%1/"_s.arg(peer.port())},
                                        {u"headers"_s, QJsonObject()},
                                        {u"body"_s, xml},
@@ -824,9 +824,9 @@ void TestNetworkFaults::tcpPeers()
     QVERIFY(rig::waitUntil([&attempts] {
         bool isDone = true;
         for (Attempt &attempt : attempts) {
-            if (attempt.dsslMs == 0 && attempt.till->service().ends(u"dssl"_s) > 0)
+            if (attempt.dsslMs == 0 && attempt.till->service().log().ends(u"dssl"_s) > 0)
                 attempt.dsslMs = attempt.timer.elapsed();
-            if (attempt.epsMs == 0 && attempt.till->service().ends(u"eps"_s) > 0)
+            if (attempt.epsMs == 0 && attempt.till->service().log().ends(u"eps"_s) > 0)
                 attempt.epsMs = attempt.timer.elapsed();
             isDone &= attempt.dsslMs > 0 && attempt.epsMs > 0;
         }

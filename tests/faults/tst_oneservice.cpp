@@ -1,6 +1,6 @@
+#include "rig/serviceprocess.h"
 #include "shared/core/folderlock.h"
 #include "shared/core/paths.h"
-#include "tests/faults/service.h"
 #include "tests/support/queuedatabase.h"
 
 #include <QDir>
@@ -57,7 +57,8 @@ private Q_SLOTS:
     void roleIsTold();
 
 private:
-    void start(faults::Service &service);
+    rig::ServiceProcess newService() const;
+    void start(rig::ServiceProcess &service);
 
     std::unique_ptr<QueueDatabase> database;
 };
@@ -68,17 +69,22 @@ void TstOneService::init()
     database = std::make_unique<QueueDatabase>();
 }
 
-void TstOneService::start(faults::Service &service)
+rig::ServiceProcess TstOneService::newService() const
 {
-    database->setSettings(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(service.controlPort()));
+    return {QStringLiteral(QUEUE_PROGRAM), database->till(), {}, rig::ServiceProcess::Log::File};
+}
+
+void TstOneService::start(rig::ServiceProcess &service)
+{
+    database->setSettings(database->till().queueSettings());
     service.start();
     if (!QTest::qWaitFor([&] { return !service.ask(u"/status"_s).isEmpty(); }, 60'000))
-        qFatal("the service does not start: %s", service.log().constData());
+        qFatal("the service does not start: %s", service.output().constData());
 }
 
 void TstOneService::secondOneIsRefused()
 {
-    faults::Service service(database->root() + u"/service.log"_s);
+    rig::ServiceProcess service = newService();
     start(service);
     const Outcome second = runProgram({});
     const QString sentence =
@@ -95,7 +101,7 @@ void TstOneService::secondOneIsRefused()
 
 void TstOneService::killedOneLeavesNothing()
 {
-    faults::Service service(database->root() + u"/service.log"_s);
+    rig::ServiceProcess service = newService();
     start(service);
     service.kill();
     QVERIFY(QFile::exists(serviceLockFile()));
@@ -162,12 +168,12 @@ void TstOneService::unusableFileIsRefused()
     QVERIFY(foreign.open(QIODevice::WriteOnly));
     foreign.close();
     QVERIFY(foreign.setPermissions(QFile::Permissions()));
-    faults::Service service(database->root() + u"/service.log"_s);
+    rig::ServiceProcess service = newService();
     service.obeyFileRights();
     service.start();
     QVERIFY(service.waitForEnd());
     QCOMPARE(service.end(), u"exit 2"_s);
-    QVERIFY(service.log().contains("queue.lock' недоступен (Permission denied)"));
+    QVERIFY(service.output().contains("queue.lock' недоступен (Permission denied)"));
 }
 
 void TstOneService::withoutAFileItDelivers()
@@ -176,24 +182,23 @@ void TstOneService::withoutAFileItDelivers()
     const QString folder = QFileInfo(serviceLockFile()).path();
     const QByteArray name = QFile::encodeName(folder);
     database->put(u"nosuch"_s, u"{}"_s);
-    faults::Service service(database->root() + u"/service.log"_s);
+    rig::ServiceProcess service = newService();
     service.obeyFileRights();
-    database->setSettings(
-        u"[queue]\nport = %1\ntimeout = 1\n[database]\nname = %2/queues.db\n"_s.arg(
-            QString::number(service.controlPort()), database->root()));
+    database->setSettings(database->till().queueSettings()
+                          + u"[database]\nname = %1/queues.db\n"_s.arg(database->root()));
     QCOMPARE(::chmod(name.constData(), 0555), 0);
     service.start();
     const bool isUp = QTest::qWaitFor([&] { return !service.ask(u"/status"_s).isEmpty(); }, 60'000);
     QCOMPARE(::chmod(name.constData(), 0755), 0);
-    QVERIFY2(isUp, service.log().constData());
+    QVERIFY2(isUp, service.output().constData());
     QVERIFY(!QFile::exists(serviceLockFile()));
-    QCOMPARE(service.log().count("служба работает без защиты от второго запуска"), 1);
+    QCOMPARE(service.output().count("служба работает без защиты от второго запуска"), 1);
     QVERIFY(service.stop());
 }
 
 void TstOneService::roleIsTold()
 {
-    faults::Service service(database->root() + u"/service.log"_s);
+    rig::ServiceProcess service = newService();
     start(service);
     const auto holder = FolderLock::holder(serviceLockFile());
     QVERIFY(holder);

@@ -1,27 +1,18 @@
 #include "rig/authority.h"
 #include "rig/messagetable.h"
+#include "rig/scriptedpeer.h"
+#include "rig/serviceprocess.h"
 #include "rig/textpattern.h"
+#include "rig/till.h"
 #include "tests/faults/form.h"
 #include "tools/stand/placeholders.h"
 #include "tools/stand/scenario.h"
 
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QProcess>
 #include <QRandomGenerator>
-#include <QSslCertificate>
-#include <QSslConfiguration>
-#include <QSslKey>
-#include <QSslSocket>
-#include <QTcpServer>
-#include <QTemporaryDir>
 #include <QTimer>
 #include <QtTest>
-
-#include <csignal>
-#include <sys/prctl.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -30,7 +21,7 @@ namespace {
 constexpr int messagesPerSecond = 50;
 /// One request in so many meets a fault.
 constexpr quint32 oneFaultIn = 8;
-constexpr int slowMs = 400;
+constexpr double slowSeconds = 0.4;
 constexpr int refusalMs = 300;
 
 #ifdef __SANITIZE_ADDRESS__
@@ -59,144 +50,83 @@ struct Counts
     int unknown = 0;
 };
 
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
-        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
-}
-
 /// An outside service that answers each request as its sample tells, again and again, but for the faults
 /// that chance puts in. It needs no body to know a request: no sample asks twice for the same.
-class FaultyPeer : public QTcpServer
+class FaultyPeer
 {
 public:
     FaultyPeer(Counts &counts, QRandomGenerator &random)
         : counts(counts)
         , random(random)
     {
-        if (!listen(QHostAddress::LocalHost))
-            qFatal("%s", qPrintable(errorString()));
-        port = serverPort();
     }
 
-    quint16 portNumber() const { return port; }
+    quint16 port() const { return peer.port(); }
 
     void play(const rig::PeerScript &told, const rig::Authority &authority)
     {
         script = told;
-        if (script.kind != rig::PeerScript::Kind::Https)
-            return;
-        tls = QSslConfiguration::defaultConfiguration();
-        tls.setLocalCertificate(QSslCertificate(authority.serverCertificate()));
-        tls.setPrivateKey(QSslKey(authority.serverKey(), QSsl::Rsa));
-        if (tls.privateKey().isNull())
-            tls.setPrivateKey(QSslKey(authority.serverKey(), QSsl::Ec));
-        tls.setPeerVerifyMode(QSslSocket::VerifyNone);
+        if (script.kind == rig::PeerScript::Kind::Tcp)
+            QObject::connect(&peer, &rig::ScriptedPeer::exchanged, &peer,
+                             [this] { ++counts.requests; });
+        peer.playFreely(
+            script.kind, script.greeting,
+            [this](const rig::ArrivedRequest &request) { return answer(request.line()); },
+            &authority);
     }
 
     bool hasFaults = true;
 
-protected:
-    void incomingConnection(qintptr descriptor) override
-    {
-        auto *socket = new QSslSocket(this);
-        if (!socket->setSocketDescriptor(descriptor)) {
-            delete socket;
-            return;
-        }
-        connect(socket, &QAbstractSocket::disconnected, socket, &QObject::deleteLater);
-        if (script.kind == rig::PeerScript::Kind::Tcp) {
-            socket->write(script.greeting);
-            connect(socket, &QIODevice::readyRead, socket, [this, socket] {
-                socket->readAll();
-                ++counts.requests;
-            });
-            return;
-        }
-        if (script.kind == rig::PeerScript::Kind::Https) {
-            socket->setSslConfiguration(tls);
-            socket->startServerEncryption();
-        }
-        connect(socket, &QIODevice::readyRead, socket, [this, socket] { read(*socket); });
-    }
-
 private:
-    void read(QSslSocket &socket)
-    {
-        QByteArray all = socket.property("rest").toByteArray() + socket.readAll();
-        const qsizetype head = all.indexOf("\r\n\r\n");
-        if (head >= 0) {
-            static const QRegularExpression length(u"\r\ncontent-length: *(\\d+)"_s,
-                                                   QRegularExpression::CaseInsensitiveOption);
-            const qsizetype size =
-                head + 4 + length.match(QString::fromLatin1(all.left(head))).captured(1).toInt();
-            if (all.size() >= size) {
-                const QString line = QString::fromUtf8(all.left(all.indexOf('\r')));
-                all = all.mid(size);
-                answer(socket, line.section(u' ', 0, 1));
-            }
-        }
-        socket.setProperty("rest", all);
-    }
-
-    void answer(QSslSocket &socket, const QString &request)
+    rig::Reply answer(const QString &request)
     {
         ++counts.requests;
         const quint32 chance = random.bounded(oneFaultIn * faultKinds);
-        if (!hasFaults || chance >= faultKinds) {
-            send(socket, request);
-            return;
-        }
+        if (!hasFaults || chance >= faultKinds)
+            return toldReply(request);
         ++counts.faults[int(chance)];
+        rig::Reply reply;
         switch (Fault(chance)) {
         case Fault::Refused:
             // This one is cut off, and the next ones are not even let in.
-            close();
-            QTimer::singleShot(refusalMs, this, [this] {
-                if (!isListening() && !listen(QHostAddress::LocalHost, port))
-                    qFatal("%s", qPrintable(errorString()));
-            });
-            socket.abort();
+            QTimer::singleShot(0, &peer, [this] { peer.down(); });
+            QTimer::singleShot(refusalMs, &peer, [this] { peer.up(); });
+            reply.manner = rig::Reply::Manner::Reset;
             break;
         case Fault::Status503:
-            socket.write("HTTP/1.1 503 Busy\r\nContent-Length: 4\r\n\r\nbusy");
+            reply.status = 503;
+            reply.body = "busy";
             break;
         case Fault::Slow:
-            QTimer::singleShot(slowMs, &socket,
-                               [this, &socket, request] { send(socket, request); });
+            reply = toldReply(request);
+            reply.delaySeconds = slowSeconds;
             break;
         case Fault::Closed:
-            socket.write("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{\"cut");
-            socket.disconnectFromHost();
+            reply.headers.insert(u"Content-Length"_s, u"1000"_s);
+            reply.body = "{\"cut";
+            reply.cutAfter = static_cast<int>(reply.body.size());
             break;
         }
+        return reply;
     }
 
-    void send(QSslSocket &socket, const QString &request)
+    rig::Reply toldReply(const QString &request)
     {
         for (const rig::Exchange &exchange : std::as_const(script.exchanges)) {
-            if (!rig::TextPattern(exchange.request).matches(request))
-                continue;
-            QByteArray head = "HTTP/1.1 " + QByteArray::number(exchange.reply.status) + " OK\r\n";
-            for (const auto &[name, value] : exchange.reply.headers.asKeyValueRange())
-                head += name.toUtf8() + ": " + value.toUtf8() + "\r\n";
-            const QByteArray &body = exchange.reply.body;
-            socket.write(head + "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n"
-                         + body);
-            return;
+            if (rig::TextPattern(exchange.request).matches(request))
+                return exchange.reply;
         }
         // A delivery that met a fault may take a way that its sample does not tell.
         ++counts.unknown;
-        socket.write("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n");
+        rig::Reply reply;
+        reply.status = 404;
+        return reply;
     }
 
     Counts &counts;
     QRandomGenerator &random;
-    quint16 port = 0;
     rig::PeerScript script;
-    QSslConfiguration tls;
+    rig::ScriptedPeer peer;
 };
 
 /// What the service takes of the machine.
@@ -208,31 +138,9 @@ struct Use
     int connections = 0;
 };
 
-Use useOf(qint64 pid)
+Use useOf(const rig::ProcessUse &process)
 {
-    Use use;
-    QFile status(u"/proc/%1/status"_s.arg(pid));
-    if (!status.open(QIODevice::ReadOnly))
-        return use;
-    const QByteArrayList lines = status.readAll().split('\n');
-    for (const QByteArray &line : lines) {
-        if (line.startsWith("VmRSS:"))
-            use.memoryKb = line.simplified().split(' ').value(1).toLongLong();
-        if (line.startsWith("Threads:"))
-            use.threads = line.simplified().split(' ').value(1).toInt();
-    }
-    const QDir folder(u"/proc/%1/fd"_s.arg(pid));
-    const QStringList names =
-        folder.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
-    use.descriptors = static_cast<int>(names.size());
-    for (const QString &name : names) {
-        char target[64] = {};
-        const QByteArray path = QFile::encodeName(folder.filePath(name));
-        if (::readlink(path.constData(), target, sizeof target - 1) > 0
-            && QByteArray(target).startsWith("socket:"))
-            ++use.connections;
-    }
-    return use;
+    return {process.memory(), process.threads(), process.descriptors(), process.sockets()};
 }
 
 /// The most that was seen of each.
@@ -273,28 +181,21 @@ private:
     void startService();
     void putWhatIsDue(qint64 elapsedMs);
 
-    QTemporaryDir root;
+    rig::Till till;
     Counts counts;
     QRandomGenerator random{QRandomGenerator::securelySeeded()};
     std::unique_ptr<rig::Authority> authority;
     std::vector<std::unique_ptr<FaultyPeer>> peers;
     QList<stand::QueuedMessage> messages;
     std::unique_ptr<rig::MessageTable> table;
-    QProcess service;
+    std::unique_ptr<rig::ServiceProcess> service;
     int put = 0;
 };
 
 void TestSoak::initTestCase()
 {
-    qputenv("QUEUE_ROOT", root.path().toUtf8());
-    for (const QString &path : {u"/tallocash/cash/conf/tcash.ini.d/puppet"_s,
-                                u"/tallocash/cash/queue/config/queue.d"_s, u"/tmp"_s})
-        QDir().mkpath(root.path() + path);
-    QDir().mkpath(root.filePath(u"authority"_s));
-    authority = std::make_unique<rig::Authority>(root.filePath(u"authority"_s));
-    rig::DatabasePlace place;
-    place.file = root.path() + u"/tallocash/cash/queue/queues.db"_s;
-    table = std::make_unique<rig::MessageTable>(place);
+    authority = std::make_unique<rig::Authority>(till.path(u"/authority"_s));
+    table = std::make_unique<rig::MessageTable>(rig::DatabasePlace{.file = till.databaseFile()});
     table->createTables();
     startPeers();
     startService();
@@ -302,27 +203,21 @@ void TestSoak::initTestCase()
 
 void TestSoak::startPeers()
 {
-    QMap<QString, QMap<QString, QString>> settings{
-        {u"queue"_s, {{u"timeout"_s, u"1"_s}, {u"port"_s, u"0"_s}}},
-        {u"network"_s, {{u"caFile"_s, authority->file()}}},
-    };
+    rig::Settings settings{{u"network"_s, {{u"caFile"_s, authority->file()}}}};
     const QList<stand::ScenarioSource> sources =
         stand::loadScenarios(QStringLiteral(QUEUE_SCENARIOS));
     for (const stand::ScenarioSource &source : sources) {
         if (!source.isSample())
             continue;
-        stand::Places places{{u"root"_s, root.path()}};
+        stand::Places places{{u"root"_s, till.root()}};
         QMap<QString, FaultyPeer *> byName;
         for (const rig::PeerScript &script : source.peers()) {
             peers.push_back(std::make_unique<FaultyPeer>(counts, random));
             byName.insert(script.name, peers.back().get());
-            const QString port = QString::number(peers.back()->portNumber());
-            const QString scheme = script.kind == rig::PeerScript::Kind::Http    ? u"http://"_s
-                                   : script.kind == rig::PeerScript::Kind::Https ? u"https://"_s
-                                                                                 : QString();
-            places.insert(script.name, scheme + u"127.0.0.1:"_s + port);
+            const quint16 port = peers.back()->port();
+            places.insert(script.name, rig::ScriptedPeer::address(script.kind, port));
             places.insert(script.name + u".host"_s, u"127.0.0.1"_s);
-            places.insert(script.name + u".port"_s, port);
+            places.insert(script.name + u".port"_s, QString::number(port));
         }
         const stand::Scenario scenario = source.scenario(places);
         for (const rig::PeerScript &script : scenario.peers) {
@@ -331,39 +226,24 @@ void TestSoak::startPeers()
         }
         for (const auto &[section, entries] : scenario.settings.asKeyValueRange())
             settings[section].insert(entries);
-        for (const auto &[path, text] : scenario.files.asKeyValueRange())
-            writeFile(root.path() + path, text.toUtf8());
+        till.write(scenario.files);
         for (const auto &[path, password] : scenario.certificates.asKeyValueRange())
-            authority->writeClientCertificate(root.path() + path, password);
+            authority->writeClientCertificate(till.path(path), password);
         for (const rig::CardRow &card : scenario.cards)
             table->putCard(card);
         messages.append(scenario.messages.first());
     }
-    QByteArray text;
-    for (const auto &[section, entries] : settings.asKeyValueRange()) {
-        text += '[' + section.toUtf8() + "]\n";
-        for (const auto &[key, value] : entries.asKeyValueRange())
-            text += key.toUtf8() + " = " + value.toUtf8() + '\n';
-    }
-    writeFile(root.path() + u"/tallocash/cash/conf/tcash.ini"_s, text);
+    till.setSettings(till.queueSettings() + rig::settingsText(settings));
 }
 
 void TestSoak::startService()
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const QString &name : {u"NOTIFY_SOCKET"_s, u"LOG4QT_CONFIGURATION"_s})
-        environment.remove(name);
-    environment.insert(u"QT_FORCE_STDERR_LOGGING"_s, u"1"_s);
-    service.setProcessEnvironment(environment);
-    service.setStandardOutputFile(QProcess::nullDevice());
-    service.setStandardErrorFile(root.filePath(u"errors"_s));
-    service.setChildProcessModifier([parent = ::getpid()] {
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (::getppid() != parent)
-            ::_exit(1);
-    });
-    service.start(QStringLiteral(QUEUE_PROGRAM), {});
-    QVERIFY2(service.waitForStarted(), qPrintable(service.errorString()));
+    service = std::make_unique<rig::ServiceProcess>(QStringLiteral(QUEUE_PROGRAM), till,
+                                                    QMap<QString, QString>(),
+                                                    rig::ServiceProcess::Log::File);
+    service->setOutputFile(QProcess::nullDevice());
+    service->setErrorFile(till.path(u"/errors"_s));
+    service->start();
 }
 
 void TestSoak::putWhatIsDue(qint64 elapsedMs)
@@ -395,17 +275,18 @@ void TestSoak::nothingGrows()
     QTimer watcher;
     connect(&watcher, &QTimer::timeout, this, [&] {
         const qint64 second = clock.elapsed() / 1000;
-        const Use use = useOf(service.processId());
+        if (!service->isRunning())
+            return;
+        const Use use = useOf(service->use());
         if (second >= warmUpSeconds)
             (second < (warmUpSeconds + seconds) / 2 ? early : late).append(use);
         if (second % 60 == 0)
             qInfo("%lld s: %s; %d messages", second, qPrintable(told(use)), put);
     });
     watcher.start(1000);
-    QTRY_VERIFY_WITH_TIMEOUT(service.state() != QProcess::Running
-                                 || clock.elapsed() >= seconds * 1000LL,
+    QTRY_VERIFY_WITH_TIMEOUT(!service->isRunning() || clock.elapsed() >= seconds * 1000LL,
                              seconds * 1000 + 600'000);
-    QCOMPARE(service.state(), QProcess::Running);
+    QVERIFY(service->isRunning());
     feeder.stop();
     watcher.stop();
 
@@ -445,16 +326,13 @@ void TestSoak::nothingGrows()
     };
     QTRY_COMPARE_WITH_TIMEOUT(left(false), 0, 120'000);
     qInfo("of %d messages %lld of the ordered types are left; at rest %s", put,
-          static_cast<long long>(left(true)), qPrintable(told(useOf(service.processId()))));
+          static_cast<long long>(left(true)), qPrintable(told(useOf(service->use()))));
 }
 
 void TestSoak::cleanupTestCase()
 {
-    service.terminate();
-    QVERIFY(service.waitForFinished(60'000));
-    QCOMPARE(service.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(service.exitCode(), 0);
-    QFile errors(root.filePath(u"errors"_s));
+    QVERIFY(service->stop());
+    QFile errors(till.path(u"/errors"_s));
     QVERIFY(errors.open(QIODevice::ReadOnly));
     QCOMPARE(QString::fromUtf8(errors.readAll()), QString());
 }

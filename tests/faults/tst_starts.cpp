@@ -1,6 +1,6 @@
 #include "rig/fastpeer.h"
+#include "rig/serviceprocess.h"
 #include "tests/faults/form.h"
-#include "tests/faults/service.h"
 #include "tests/support/queuedatabase.h"
 
 #include <QJsonDocument>
@@ -113,8 +113,9 @@ void TstStarts::floodOfStarts()
     constexpr int callers = 8;
     QueueDatabase database;
     Peer peer;
-    faults::Service service(database.root() + u"/service.log"_s);
-    database.setSettings(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(service.controlPort()));
+    rig::ServiceProcess service(QStringLiteral(QUEUE_PROGRAM), database.till(), {},
+                                rig::ServiceProcess::Log::File);
+    database.setSettings(database.till().queueSettings());
     service.start();
     QVERIFY(QTest::qWaitFor([&] { return !service.ask(u"/status"_s).isEmpty(); }, 60'000));
 
@@ -141,7 +142,7 @@ void TstStarts::floodOfStarts()
         if (count != 1)
             repeated.append(u"%1: %2 times"_s.arg(number).arg(count));
     }
-    const qsizetype started = service.log().count(u"Обработчик cardlab запущен"_s.toUtf8());
+    const qsizetype started = service.output().count(u"Обработчик cardlab запущен"_s.toUtf8());
     qInfo("%d rows, %d answers to forced starts, %d workers", rows, answers,
           static_cast<int>(started));
     QCOMPARE(arrivals.size(), static_cast<size_t>(rows));

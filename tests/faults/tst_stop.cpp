@@ -1,5 +1,5 @@
 #include "rig/loopbackserver.h"
-#include "tests/faults/service.h"
+#include "rig/serviceprocess.h"
 #include "tests/support/queuedatabase.h"
 
 #include <QElapsedTimer>
@@ -94,7 +94,7 @@ private:
     std::unique_ptr<QueueDatabase> database;
     std::unique_ptr<LoopbackServer> peer;
     std::unique_ptr<Manager> manager;
-    std::unique_ptr<faults::Service> service;
+    std::unique_ptr<rig::ServiceProcess> service;
 };
 
 void TstStop::init()
@@ -102,14 +102,16 @@ void TstStop::init()
     database = std::make_unique<QueueDatabase>();
     peer = std::make_unique<LoopbackServer>();
     manager = std::make_unique<Manager>(database->root() + u"/notify"_s);
-    service = std::make_unique<faults::Service>(database->root() + u"/service.log"_s);
-    service->setVariable(u"NOTIFY_SOCKET"_s, manager->path);
+    service = std::make_unique<rig::ServiceProcess>(
+        QStringLiteral(QUEUE_PROGRAM), database->till(),
+        QMap<QString, QString>{{u"NOTIFY_SOCKET"_s, manager->path}},
+        rig::ServiceProcess::Log::File);
 }
 
 void TstStop::cleanup()
 {
     if (QTest::currentTestFailed())
-        qInfo("%s\n%s", service->log().right(3000).constData(),
+        qInfo("%s\n%s", service->output().right(3000).constData(),
               manager->words().join('\n').constData());
     service.reset();
     manager.reset();
@@ -119,10 +121,10 @@ void TstStop::cleanup()
 
 void TstStop::start()
 {
-    database->setSettings(u"[queue]\nport = %1\ntimeout = 1\n"_s.arg(service->controlPort()));
+    database->setSettings(database->till().queueSettings());
     service->start();
     if (!manager->waitFor("READY=1"))
-        qFatal("the service does not start: %s", service->log().constData());
+        qFatal("the service does not start: %s", service->output().constData());
 }
 
 int TstStop::put(const QString &type, QJsonObject body)
@@ -154,7 +156,7 @@ void TstStop::deliveryInTimeIsWaitedFor()
     QCOMPARE(service->end(), u"exit 0"_s);
     QVERIFY(!database->ids().contains(id));
     QCOMPARE(database->ids().size(), 1);
-    QCOMPARE(service->log().count(cutLine), 0);
+    QCOMPARE(service->output().count(cutLine), 0);
 }
 
 /// Its second request, too, is answered with "not done yet"; then it sleeps for a quarter of an hour.
@@ -208,9 +210,9 @@ void TstStop::secondSignalEndsAtOnce()
     service->signal(second);
     QVERIFY(service->waitForEnd());
     QCOMPARE(service->end(), u"exit 1"_s);
-    QCOMPARE(service->log().count(" ERROR [queue] " + cutLine), 2);
+    QCOMPARE(service->output().count(" ERROR [queue] " + cutLine), 2);
     for (const auto &[type, id] : {std::pair(u"softcheck"_s, softcheck), {u"heineken"_s, heineken}})
-        QVERIFY(service->log().contains(
+        QVERIFY(service->output().contains(
             cutLine + u"тип '%1', сообщение %2\n"_s.arg(type, QString::number(id)).toUtf8()));
     QCOMPARE(database->ids(), (QList<int>{softcheck, heineken}));
 }

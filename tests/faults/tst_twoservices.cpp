@@ -1,16 +1,14 @@
 #include "rig/loopbackserver.h"
 #include "rig/mariadbserver.h"
+#include "rig/serviceprocess.h"
+#include "rig/till.h"
 #include "shared/core/folderlock.h"
 #include "shared/core/serverlock.h"
 #include "tests/faults/serverfaults.h"
-#include "tests/faults/service.h"
 
-#include <QDir>
-#include <QFile>
 #include <QHash>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
@@ -38,24 +36,14 @@ class Node
 {
 public:
     explicit Node(MariaDbServer &server)
-        : service(folder.filePath(u"service.log"_s), folder.path())
+        : service(QStringLiteral(QUEUE_PROGRAM), till, {}, rig::ServiceProcess::Log::File)
     {
-        for (const QString &path : {u"tallocash/cash/conf/tcash.ini.d/puppet"_s,
-                                    u"tallocash/cash/queue/config/queue.d"_s, u"tmp"_s}) {
-            if (!QDir(folder.path()).mkpath(path))
-                qFatal("%s cannot be made", qPrintable(path));
-        }
-        QFile settings(folder.filePath(u"tallocash/cash/conf/tcash.ini"_s));
-        const QString text =
-            u"[queue]\ntimeout = 1\nport = %1\n"_s.arg(service.controlPort()) + server.settings();
-        if (!settings.open(QIODevice::WriteOnly) || settings.write(text.toUtf8()) < 0)
-            qFatal("%s", qPrintable(settings.errorString()));
+        till.setSettings(till.queueSettings() + server.settings());
     }
 
     QString role() const
     {
-        const auto holder =
-            FolderLock::holder(folder.filePath(u"tallocash/cash/queue/queue.lock"_s));
+        const auto holder = FolderLock::holder(till.path(u"/tallocash/cash/queue/queue.lock"_s));
         return holder ? holder->role : QString();
     }
     bool waitForRole(const QString &wanted)
@@ -63,7 +51,7 @@ public:
         return QTest::qWaitFor([&] { return role() == wanted; }, limitMs);
     }
     /// How often a line is in the log.
-    qsizetype count(const QByteArray &line) const { return service.log().count(line); }
+    qsizetype count(const QByteArray &line) const { return service.output().count(line); }
     bool waitForLine(const QByteArray &line, qsizetype times = 1)
     {
         return QTest::qWaitFor([&] { return count(line) >= times; }, limitMs);
@@ -75,8 +63,8 @@ public:
             service.start();
     }
 
-    QTemporaryDir folder;
-    faults::Service service;
+    rig::Till till;
+    rig::ServiceProcess service;
 };
 
 } // namespace
@@ -139,8 +127,8 @@ void TstTwoServices::init()
 void TstTwoServices::cleanup()
 {
     if (QTest::currentTestFailed())
-        qInfo("first:\n%s\nsecond:\n%s", first->service.log().right(4000).constData(),
-              second->service.log().right(4000).constData());
+        qInfo("first:\n%s\nsecond:\n%s", first->service.output().right(4000).constData(),
+              second->service.output().right(4000).constData());
     first.reset();
     second.reset();
     peer.reset();
@@ -226,8 +214,8 @@ void TstTwoServices::oneDelivers()
     QVERIFY(waitUntilEmpty());
 
     QCOMPARE(second->count(standByLine), 1);
-    QVERIFY(
-        second->service.log().contains(u"(соединение "_s.toUtf8() + lockHolder() + ", localhost)"));
+    QVERIFY(second->service.output().contains(u"(соединение "_s.toUtf8() + lockHolder()
+                                              + ", localhost)"));
     QCOMPARE(second->count(pollLine), 0);
     QCOMPARE(first->count(standByLine), 0);
     QCOMPARE(repeats(), 0);
@@ -249,7 +237,7 @@ void TstTwoServices::endHandsOver()
     QVERIFY(!lockHolder().isEmpty());
     QCOMPARE(second->role(), u"standby"_s);
     peer->release();
-    QVERIFY(first->service.waitForEnd(limitMs));
+    QVERIFY(first->service.waitForEnd(std::chrono::milliseconds(limitMs)));
     QCOMPARE(first->service.end(), u"exit 0"_s);
     QVERIFY(second->waitForRole(u"active"_s));
     QVERIFY(waitUntilEmpty());

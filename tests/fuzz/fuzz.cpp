@@ -1,6 +1,7 @@
 #include "tests/fuzz/fuzz.h"
 
-#include "shared/core/paths.h"
+#include "rig/till.h"
+#include "tests/faults/memoryfolder.h"
 
 #include <log4qt/logmanager.h>
 
@@ -8,10 +9,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QTemporaryDir>
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -21,29 +22,18 @@ namespace fuzz {
 
 namespace {
 
-/// In memory where the system offers that: some programs write a file for each input.
-QString folderTemplate()
+struct Process
 {
-    const QString memory = u"/dev/shm"_s;
-    return (QFileInfo(memory).isWritable() ? memory : QDir::tempPath()) + u"/queue-fuzz-XXXXXX"_s;
-}
-
-struct Till
-{
-    Till()
-        : folder(folderTemplate())
+    Process()
     {
-        if (!folder.isValid())
-            fail(folder.errorString());
-        qputenv("QUEUE_ROOT", folder.path().toUtf8());
-        for (const QString &path : {u"/tallocash/cash/conf"_s, u"/tallocash/cash/queue/config"_s,
-                                    u"/tallocash/cash/conf/tcash.ini.d/puppet"_s,
-                                    u"/tallocash/cash/queue/config/queue.d"_s, u"/tmp"_s})
-            QDir().mkpath(rootedPath(path));
+        // Some programs write a file for each input.
+        faults::useMemoryForTemporaryFolders();
+        till = std::make_unique<rig::Till>();
+        qputenv("QUEUE_ROOT", till->root().toUtf8());
         Log4Qt::LogManager::setThreshold(Log4Qt::Level::OFF_INT);
     }
 
-    QTemporaryDir folder;
+    std::unique_ptr<rig::Till> till;
     int argumentCount = 1;
     char name[5] = "fuzz";
     char *arguments[2] = {name, nullptr};
@@ -61,8 +51,8 @@ void fail(const QString &what)
 
 QString till()
 {
-    static const Till instance;
-    return instance.folder.path();
+    static const Process instance;
+    return instance.till->root();
 }
 
 void writeFile(const QString &path, const QByteArray &content)

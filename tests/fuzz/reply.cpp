@@ -1,6 +1,8 @@
 #include "engine/basichandler.h"
 #include "handlers/handlertable.h"
 #include "handlers/payment/steadytime.h"
+#include "rig/roughpeer.h"
+#include "rig/till.h"
 #include "shared/core/config.h"
 #include "shared/core/mockfactory.h"
 #include "shared/core/paths.h"
@@ -9,13 +11,14 @@
 #include "shared/net/tcpclient.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/playedclient.h"
-#include "tests/fuzz/playedpeer.h"
 #include "tools/stand/scenario.h"
 
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+
+#include <mutex>
 
 using namespace Qt::StringLiterals;
 
@@ -59,6 +62,34 @@ public:
     void write(const QByteArray &) override {}
 };
 
+/// Greets every caller with the same bytes and reads what the caller says to its end.
+class GreetingPeer
+{
+public:
+    int port() const { return peer.port(); }
+    /// What the next caller is greeted with.
+    void play(const QByteArray &bytes)
+    {
+        const std::lock_guard lock(mutex);
+        greeting = bytes;
+    }
+
+private:
+    QByteArray nextGreeting()
+    {
+        const std::lock_guard lock(mutex);
+        return greeting;
+    }
+
+    std::mutex mutex;
+    QByteArray greeting;
+    /// Last, so that its threads end first.
+    rig::RoughPeer peer{[this](rig::RoughPeer::Line &line) {
+        line.send(nextGreeting());
+        line.listen();
+    }};
+};
+
 struct Adapter
 {
     QString type;
@@ -78,7 +109,7 @@ public:
     }
 
     fuzz::PlayedClient client;
-    fuzz::PlayedPeer peer;
+    GreetingPeer peer;
     HandlerFactory factory{handlerTable()};
 
 private:
@@ -87,7 +118,7 @@ private:
     void standInForOpenssl();
 
     QList<Adapter> list;
-    QMap<QString, QMap<QString, QString>> settings;
+    rig::Settings settings;
 };
 
 Adapters::Adapters()
@@ -130,13 +161,8 @@ void Adapters::readScenarios()
             }
         }
     }
-    QByteArray text;
-    for (auto section = settings.cbegin(); section != settings.cend(); ++section) {
-        text += '[' + section.key().toUtf8() + "]\n";
-        for (auto setting = section->cbegin(); setting != section->cend(); ++setting)
-            text += setting.key().toUtf8() + " = " + setting.value().toUtf8() + '\n';
-    }
-    fuzz::writeFile(rootedPath(u"/tallocash/cash/conf/tcash.ini"_s), text);
+    fuzz::writeFile(rootedPath(u"/tallocash/cash/conf/tcash.ini"_s),
+                    rig::settingsText(settings).toUtf8());
     Config::setConfigsPathList({QDir(rootedPath(u"/tallocash/cash/conf"_s))}, {});
 }
 

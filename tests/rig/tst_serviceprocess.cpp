@@ -1,8 +1,8 @@
 #include "rig/serviceprocess.h"
+#include "rig/till.h"
 #include "rig/waiting.h"
 
 #include <QFile>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -29,8 +29,8 @@ private:
 TestServiceProcess::Result TestServiceProcess::run(const QByteArray &output,
                                                    const QByteArray &errors)
 {
-    const QTemporaryDir folder;
-    QFile script(folder.filePath(u"service"_s));
+    const rig::Till till;
+    QFile script(till.path(u"/service"_s));
     if (!script.open(QIODevice::WriteOnly)
         || script.write("#!/bin/sh\ncat <<'END'\n" + output + "END\ncat >&2 <<'END'\n" + errors
                         + "END\n")
@@ -38,12 +38,12 @@ TestServiceProcess::Result TestServiceProcess::run(const QByteArray &output,
         qFatal("%s", qPrintable(script.errorString()));
     script.setPermissions(script.permissions() | QFile::ExeOwner);
     script.close();
-    rig::ServiceProcess service(script.fileName(), folder.path(), {});
+    rig::ServiceProcess service(script.fileName(), till);
     service.start();
     if (!rig::waitUntil([&] { return service.hasEnded(); }))
         qFatal("the script does not end");
     Result result;
-    for (const rig::LogRecord &record : service.log())
+    for (const rig::LogRecord &record : service.log().records())
         result.lines.append(record.line());
     result.errors = service.errors();
     return result;

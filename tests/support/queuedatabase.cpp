@@ -2,10 +2,9 @@
 
 #include "shared/core/config.h"
 #include "shared/core/connectionfactory.h"
-#include "shared/core/paths.h"
 #include "shared/core/singleton.h"
 
-#include <QFile>
+#include <QDir>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
@@ -15,9 +14,7 @@ using namespace Qt::StringLiterals;
 QueueDatabase::QueueDatabase()
     : formerRoot(qgetenv("QUEUE_ROOT"))
 {
-    qputenv("QUEUE_ROOT", folder.path().toUtf8());
-    for (const QString &path : {u"/tallocash/cash/conf"_s, u"/tallocash/cash/queue/config"_s})
-        QDir().mkpath(rootedPath(path));
+    qputenv("QUEUE_ROOT", root().toUtf8());
     setSettings(QString());
 }
 
@@ -29,24 +26,10 @@ QueueDatabase::~QueueDatabase()
     qputenv("QUEUE_ROOT", formerRoot);
 }
 
-QString QueueDatabase::root() const
-{
-    return folder.path();
-}
-
-QString QueueDatabase::file() const
-{
-    return folder.path() + u"/tallocash/cash/queue/queues.db"_s;
-}
-
 void QueueDatabase::setSettings(const QString &text)
 {
-    QFile settings(rootedPath(u"/tallocash/cash/conf/tcash.ini"_s));
-    if (!settings.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        qFatal("%s: %s", qPrintable(settings.fileName()), qPrintable(settings.errorString()));
-    settings.write(text.toUtf8());
-    settings.close();
-    Config::setConfigsPathList({QDir(rootedPath(u"/tallocash/cash/conf"_s))}, {});
+    till_.setSettings(text);
+    Config::setConfigsPathList({QDir(till_.path(u"/tallocash/cash/conf"_s))}, {});
 }
 
 int QueueDatabase::put(const QString &type, const QString &body, const QString &cardNumber)

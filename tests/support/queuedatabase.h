@@ -1,10 +1,11 @@
 #pragma once
 
-#include <QSqlDatabase>
-#include <QTemporaryDir>
+#include "rig/till.h"
 
-/// The till's files in a temporary folder, which QUEUE_ROOT names for the object's life: the folders
-/// that an installation has, and the service's SQLite database with empty tables.
+#include <QSqlDatabase>
+
+/// A till in a temporary folder, which QUEUE_ROOT names for the object's life, and the service's SQLite
+/// database there, with empty tables, over the service's own connections.
 /// The settings are those of `tcash.ini` as setSettings() wrote it.
 class QueueDatabase
 {
@@ -14,9 +15,11 @@ public:
     QueueDatabase(const QueueDatabase &) = delete;
 
     /// The temporary folder; paths of the till lie below it.
-    QString root() const;
+    QString root() const { return till_.root(); }
     /// The SQLite file.
-    QString file() const;
+    QString file() const { return till_.databaseFile(); }
+    rig::Till &till() { return till_; }
+    const rig::Till &till() const { return till_; }
 
     /// Replaces the settings; they hold at once.
     void setSettings(const QString &text);
@@ -30,6 +33,6 @@ public:
     QList<QVariantList> query(const QString &statement, const QVariantList &values = {});
 
 private:
-    QTemporaryDir folder;
+    rig::Till till_;
     QByteArray formerRoot;
 };

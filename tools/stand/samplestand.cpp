@@ -181,7 +181,7 @@ void SampleStand::writeSettings()
         }
     }
 
-    QMap<QString, QMap<QString, QString>> settings;
+    rig::Settings settings;
     for (const ScenarioSource &source : std::as_const(sources)) {
         Scenario scenario = source.scenario(placesOf(source, root, ports));
         if (scenario.hasTls())
@@ -202,12 +202,8 @@ void SampleStand::writeSettings()
              ++entry)
             openAuthority().writeClientCertificate(root + entry.key(), entry.value());
     }
-    QString text = u"; Where the stand plays the outside services.\n"_s;
-    for (auto section = settings.cbegin(); section != settings.cend(); ++section) {
-        text += u"\n[%1]\n"_s.arg(section.key());
-        for (auto setting = section->cbegin(); setting != section->cend(); ++setting)
-            text += u"%1 = %2\n"_s.arg(setting.key(), setting.value());
-    }
+    const QString text =
+        u"; Where the stand plays the outside services.\n"_s + rig::settingsText(settings);
     writeFile(root + u"/tallocash/cash/conf/10-stand.ini"_s, text.toUtf8());
     writeFile(portsFile(root), QJsonDocument(portsObject).toJson());
 }

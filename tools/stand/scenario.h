@@ -2,6 +2,7 @@
 
 #include "rig/messagetable.h"
 #include "rig/peerscript.h"
+#include "rig/till.h"
 #include "tools/stand/placeholders.h"
 
 #include <QJsonObject>
@@ -75,7 +76,7 @@ struct Scenario
     /// File and name, for reports.
     QString title;
     QString name;
-    QMap<QString, QMap<QString, QString>> settings;
+    rig::Settings settings;
     /// Files of the till by path, as the service names them.
     QMap<QString, QString> files;
     /// Client certificates of the stand's authority: passwords by path.

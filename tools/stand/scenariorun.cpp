@@ -1,6 +1,7 @@
 #include "tools/stand/scenariorun.h"
 
 #include "rig/authority.h"
+#include "rig/controlport.h"
 #include "rig/textpattern.h"
 #include "rig/waiting.h"
 #include "tools/stand/scenarioerror.h"
@@ -54,8 +55,8 @@ RunResult ScenarioRun::run()
     RunResult result;
     result.findings = findings;
     if (service) {
-        result.log = service->logText();
-        result.records = service->log();
+        result.log = service->log().text();
+        result.records = service->log().records();
         if (!service->errors().isEmpty())
             result.log += u"standard error:\n"_s + service->errors();
     }
@@ -64,10 +65,8 @@ RunResult ScenarioRun::run()
 
 void ScenarioRun::setUp()
 {
-    if (!folder.isValid())
-        throw ScenarioError(folder.errorString());
     Places places{
-        {u"root"_s, folder.path()},
+        {u"root"_s, till.root()},
         {u"nobody"_s, rig::ScriptedPeer::address(rig::PeerScript::Kind::Http, nobody.port())},
         {u"nobody.port"_s, QString::number(nobody.port())}};
     const QList<rig::PeerScript> scripts = source.peers();
@@ -87,19 +86,15 @@ void ScenarioRun::setUp()
     for (const rig::PeerScript &script : std::as_const(scenario.peers))
         peers.at(script.name)->play(script, authority);
 
-    for (const QString &path : {u"/tallocash/cash/conf/tcash.ini.d/puppet"_s,
-                                u"/tallocash/cash/queue/config/queue.d"_s, u"/tmp"_s})
-        QDir().mkpath(folder.path() + path);
     writeSettings();
-    writeFiles(scenario.files);
+    till.write(scenario.files);
     for (auto entry = scenario.certificates.cbegin(); entry != scenario.certificates.cend();
          ++entry)
-        authority->writeClientCertificate(folder.path() + entry.key(), entry.value());
+        authority->writeClientCertificate(till.path(entry.key()), entry.value());
 
     rig::DatabasePlace place = options.server;
-    place.file = folder.path() + u"/tallocash/cash/queue/queues.db"_s;
-    if (!place.socket.isEmpty())
-        place.file.clear();
+    if (place.socket.isEmpty())
+        place.file = till.databaseFile();
     table = std::make_unique<rig::MessageTable>(place);
     if (place.socket.isEmpty())
         table->createTables();
@@ -109,36 +104,18 @@ void ScenarioRun::setUp()
         table->putCard(card);
     for (const QueuedMessage &message : std::as_const(scenario.messages))
         put(message);
-    service =
-        std::make_unique<rig::ServiceProcess>(options.program, folder.path(), scenario.environment);
-    controlPort.lend();
+    service = std::make_unique<rig::ServiceProcess>(options.program, till, scenario.environment);
 }
 
 void ScenarioRun::writeSettings()
 {
-    QMap<QString, QMap<QString, QString>> settings = scenario.settings;
+    rig::Settings settings = scenario.settings;
     QMap<QString, QString> &queue = settings[u"queue"_s];
     if (!queue.contains(u"timeout"_s))
         queue.insert(u"timeout"_s, QString::number(noPollSeconds));
     if (!queue.contains(u"port"_s))
-        queue.insert(u"port"_s, QString::number(controlPort.port()));
-    QString text = options.serverSettings;
-    for (auto section = settings.cbegin(); section != settings.cend(); ++section) {
-        text += u"\n[%1]\n"_s.arg(section.key());
-        for (auto setting = section->cbegin(); setting != section->cend(); ++setting)
-            text += u"%1 = %2\n"_s.arg(setting.key(), setting.value());
-    }
-    writeFiles({{u"/tallocash/cash/conf/tcash.ini"_s, text}});
-}
-
-void ScenarioRun::writeFiles(const QMap<QString, QString> &files)
-{
-    for (auto entry = files.begin(); entry != files.end(); ++entry) {
-        QFile file(folder.path() + entry.key());
-        QDir().mkpath(QFileInfo(file).path());
-        if (!file.open(QIODevice::WriteOnly) || file.write(entry->toUtf8()) < 0)
-            throw ScenarioError(u"%1: %2"_s.arg(file.fileName(), file.errorString()));
-    }
+        queue.insert(u"port"_s, QString::number(till.controlPort()));
+    till.setSettings(options.serverSettings + rig::settingsText(settings));
 }
 
 void ScenarioRun::put(const QueuedMessage &message)
@@ -149,20 +126,20 @@ void ScenarioRun::put(const QueuedMessage &message)
 bool ScenarioRun::startService()
 {
     const QStringList types = table->types();
-    const qsizetype formerRecords = service->log().size();
+    const qsizetype formerRecords = service->log().records().size();
     service->start();
     const bool isSettled = rig::waitUntil([&] {
         if (service->hasEnded() || isReplyHeld())
             return true;
         if (types.isEmpty()) {
-            const QList<rig::LogRecord> &log = service->log();
+            const QList<rig::LogRecord> &log = service->log().records();
             return std::any_of(
                 log.cbegin() + formerRecords, log.cend(),
                 [](const rig::LogRecord &it) { return it.text == u"В очереди нет сообщений"; });
         }
-        return service->isIdle()
+        return service->log().isIdle()
                && std::all_of(types.cbegin(), types.cend(), [&](const QString &type) {
-                      return service->ends(type) > 0 || service->refusals(type) > 0;
+                      return service->log().ends(type) > 0 || service->log().refusals(type) > 0;
                   });
     });
     if (!isSettled)
@@ -212,7 +189,7 @@ bool ScenarioRun::perform(const Step &step)
     case Step::Kind::AwaitLog: {
         const rig::TextPattern wanted(step.subject);
         const auto hasCome = [&] {
-            const QList<rig::LogRecord> &log = service->log();
+            const QList<rig::LogRecord> &log = service->log().records();
             return std::count_if(
                        log.cbegin(), log.cend(),
                        [&](const rig::LogRecord &it) { return wanted.matches(it.line()); })
@@ -222,13 +199,13 @@ bool ScenarioRun::perform(const Step &step)
         return hasCome() || fail(u"the log never said: %1"_s.arg(step.subject));
     }
     case Step::Kind::Write:
-        writeFiles(step.files);
+        till.write(step.files);
         return true;
     case Step::Kind::Terminate: {
         service->terminate();
         isTerminated = true;
         const auto isSeen = [&] {
-            const QList<rig::LogRecord> &log = service->log();
+            const QList<rig::LogRecord> &log = service->log().records();
             return std::any_of(log.cbegin(), log.cend(), [](const rig::LogRecord &it) {
                 return it.category == u"queue" && it.text == stopText;
             });
@@ -242,24 +219,27 @@ bool ScenarioRun::perform(const Step &step)
 
 bool ScenarioRun::pass(const QString &type)
 {
-    const int formerEnds = service->ends(type);
+    const int formerEnds = service->log().ends(type);
     const QString path = u"/start/%1/0"_s.arg(type);
     // A worker that has said its last word still counts as running for a moment.
     QString answer;
     const bool isAnswered = rig::waitUntil([&] {
-        answer = QJsonDocument::fromJson(request(path)).object().value(u"description"_s).toString();
+        answer = service->ask(path).value(u"description"_s).toString();
         return service->hasEnded() || answer != u"Обработчик уже запущен";
     });
     if (!isAnswered || answer != u"Обработчик успешно запущен")
         return fail(u"%1 was answered: %2"_s.arg(path, answer));
-    const bool isDone = rig::waitUntil(
-        [&] { return service->hasEnded() || isReplyHeld() || service->ends(type) > formerEnds; });
+    const bool isDone = rig::waitUntil([&] {
+        return service->hasEnded() || isReplyHeld() || service->log().ends(type) > formerEnds;
+    });
     return isDone || fail(u"the worker of type %1 did not come to its end"_s.arg(type));
 }
 
 bool ScenarioRun::ask(const QString &path, const QJsonValue &expected)
 {
-    const QByteArray body = request(path);
+    const QByteArray body = rig::askControl(till.controlPort(), path.toUtf8(), rig::patience());
+    if (body.isNull())
+        return fail(u"the control interface did not answer %1"_s.arg(path));
     if (expected.isUndefined())
         return true;
     const QJsonDocument document = QJsonDocument::fromJson(body);
@@ -267,31 +247,6 @@ bool ScenarioRun::ask(const QString &path, const QJsonValue &expected)
         return fail(u"%1 was answered: %2"_s.arg(path, rig::shortened(QString::fromUtf8(body))));
     findings += rig::differences(expected, document.object(), path);
     return true;
-}
-
-QByteArray ScenarioRun::request(const QString &path)
-{
-    QTcpSocket socket;
-    socket.connectToHost(u"127.0.0.1"_s, controlPort.port());
-    socket.write("GET " + path.toUtf8() + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
-    QByteArray reply;
-    qsizetype head = -1;
-    rig::waitUntil([&] {
-        reply += socket.readAll();
-        head = reply.indexOf("\r\n\r\n");
-        if (socket.state() == QAbstractSocket::UnconnectedState)
-            return true;
-        if (head < 0)
-            return false;
-        const QByteArray name = "content-length:";
-        const qsizetype at = reply.left(head).toLower().indexOf(name);
-        const qsizetype from = at + name.size();
-        const qsizetype end = reply.indexOf('\r', from);
-        return at >= 0 && reply.size() >= head + 4 + reply.mid(from, end - from).trimmed().toInt();
-    });
-    if (head < 0)
-        fail(u"the control interface did not answer %1: %2"_s.arg(path, socket.errorString()));
-    return reply.mid(head + 4);
 }
 
 bool ScenarioRun::restart(const Step &step)
@@ -308,7 +263,7 @@ bool ScenarioRun::restart(const Step &step)
         }
     }
     // The service writes files of its own after its first poll, so only now nothing overwrites these.
-    writeFiles(step.files);
+    till.write(step.files);
     return startService();
 }
 
@@ -325,8 +280,8 @@ bool ScenarioRun::stopService()
 
 bool ScenarioRun::settle()
 {
-    const bool isSettled =
-        rig::waitUntil([&] { return service->hasEnded() || isReplyHeld() || service->isIdle(); });
+    const bool isSettled = rig::waitUntil(
+        [&] { return service->hasEnded() || isReplyHeld() || service->log().isIdle(); });
     return isSettled || fail(u"the workers did not come to their end"_s);
 }
 
@@ -410,7 +365,7 @@ void ScenarioRun::compareCards()
 
 void ScenarioRun::compareLog()
 {
-    const QList<rig::LogRecord> &log = service->log();
+    const QList<rig::LogRecord> &log = service->log().records();
     QList<rig::TextPattern> wanted;
     QList<bool> isUsed(log.size(), false);
     for (const QString &line : std::as_const(scenario.log)) {

@@ -3,10 +3,10 @@
 #include "rig/messagetable.h"
 #include "rig/scriptedpeer.h"
 #include "rig/serviceprocess.h"
+#include "rig/till.h"
 #include "tools/stand/scenario.h"
 
 #include <QStringList>
-#include <QTemporaryDir>
 
 #include <functional>
 #include <map>
@@ -61,14 +61,12 @@ private:
 
     void setUp();
     void writeSettings();
-    void writeFiles(const QMap<QString, QString> &files);
     void put(const QueuedMessage &message);
     bool startService();
     bool performSteps();
     bool perform(const Step &step);
     bool pass(const QString &type);
     bool ask(const QString &path, const QJsonValue &expected);
-    QByteArray request(const QString &path);
     bool restart(const Step &step);
     bool stopService();
     bool settle();
@@ -82,8 +80,7 @@ private:
 
     const ScenarioSource &source;
     RunOptions options;
-    QTemporaryDir folder;
-    rig::PortReservation controlPort;
+    rig::Till till;
     rig::PortReservation nobody;
     std::map<QString, std::unique_ptr<rig::ScriptedPeer>> peers;
     Scenario scenario;

@@ -397,6 +397,9 @@ rig::Reply TypeStand::choose(const rig::ArrivedRequest &request)
     }
     if (options.answer)
         reply.body = *options.answer;
+    // Nobody is there to release it, and who waits is a person.
+    reply.held = false;
+    reply.delaySeconds = 0;
     return reply;
 }
 

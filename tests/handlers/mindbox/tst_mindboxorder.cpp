@@ -1,13 +1,11 @@
 #include "handlers/mindbox/interface.h"
 #include "rig/loopbackserver.h"
-#include "rig/portreservation.h"
 #include "rig/serviceprocess.h"
 #include "rig/waiting.h"
 #include "tests/support/fixedtime.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/queuedatabase.h"
 
-#include <QDir>
 #include <QJsonArray>
 #include <QTest>
 
@@ -38,15 +36,13 @@ class Shop
 {
 public:
     Shop()
-        : service(QStringLiteral(QUEUE_PROGRAM), database.root(), {})
+        : service(QStringLiteral(QUEUE_PROGRAM), database.till())
     {
-        controlPort.lend();
-        QDir().mkpath(database.root() + u"/tmp"_s);
         database.setSettings(
-            u"[queue]\ntimeout = 1\nport = %1\n"
-            "[Mindbox]\nurl = %2\nendpoint = till-7\nsecretKey = k\n"
-            "pointOfContact = shop-7\ntimeout = 60\nuseIdempotencyKey = true\n"_s.arg(
-                QString::number(controlPort.port()), platform.url(u"/sync"_s).toString()));
+            database.till().queueSettings()
+            + u"[Mindbox]\nurl = %1\nendpoint = till-7\nsecretKey = k\n"
+              "pointOfContact = shop-7\ntimeout = 60\nuseIdempotencyKey = true\n"_s.arg(
+                  platform.url(u"/sync"_s).toString()));
     }
 
     /// What the platform was asked, such as "Offline.CheckCustomer", with the id of a transaction
@@ -89,7 +85,7 @@ public:
     QStringList errorLines() const
     {
         QStringList lines;
-        for (const rig::LogRecord &record : service.log()) {
+        for (const rig::LogRecord &record : service.log().records()) {
             if (record.level == "ERROR"_L1)
                 lines.append(record.line());
         }
@@ -98,7 +94,6 @@ public:
 
     QueueDatabase database;
     LoopbackServer platform;
-    rig::PortReservation controlPort;
     rig::ServiceProcess service;
 };
 

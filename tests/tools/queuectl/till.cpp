@@ -1,16 +1,13 @@
 #include "tests/tools/queuectl/till.h"
 
+#include "rig/childprocess.h"
+
 #include <QDateTime>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QJsonDocument>
 #include <QProcess>
 
 #include <fcntl.h>
-#include <linux/capability.h>
 #include <pty.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -58,10 +55,6 @@ QJsonObject Outcome::json() const
 
 Till::Till()
 {
-    reservation.lend();
-    for (const QString &path :
-         {u"/tallocash/cash/conf/tcash.ini.d/puppet"_s, u"/tallocash/cash/queue/config/queue.d"_s})
-        QDir().mkpath(database.root() + path);
     setSettings(QString());
 }
 
@@ -71,10 +64,7 @@ Outcome Till::run(const QStringList &arguments, const QByteArray &input,
     QProcess process;
     process.setProcessEnvironment(environmentWith(environment));
     if (obeysFileRights) {
-        process.setChildProcessModifier([] {
-            ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
-            ::prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
-        });
+        process.setChildProcessModifier(rig::giveUpFileCapabilities);
     }
     process.start(program(), arguments);
     process.write(input);
@@ -127,13 +117,7 @@ void Till::setSettings(const QString &text)
 
 QString Till::write(const QString &path, const QByteArray &content)
 {
-    const QString full = database.root() + path;
-    QDir().mkpath(QFileInfo(full).path());
-    QFile file(full);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)
-        || file.write(content) != content.size())
-        qFatal("%s: %s", qPrintable(full), qPrintable(file.errorString()));
-    return full;
+    return database.till().write(path, content);
 }
 
 void Till::setLog(const QStringList &lines)

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "rig/portreservation.h"
 #include "tests/support/queuedatabase.h"
 
 #include <QByteArray>
@@ -39,7 +38,7 @@ public:
     /// Files that the account may not read are closed to the program for root too.
     bool obeysFileRights = false;
 
-    quint16 port() const { return reservation.port(); }
+    quint16 port() const { return database.till().controlPort(); }
     /// `text` in place of the settings, the port put in front.
     void setSettings(const QString &text);
     /// The path of a new file below the root; `path` is a till's.
@@ -49,9 +48,6 @@ public:
     void setFailIds(const QByteArray &json);
     /// Makes the time of a row so many seconds ago.
     void setAge(int id, int seconds);
-
-private:
-    rig::PortReservation reservation;
 };
 
 /// A line of the log as the service writes it, so many seconds ago.

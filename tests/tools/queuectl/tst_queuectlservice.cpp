@@ -70,7 +70,7 @@ void TestQueuectlService::startService()
         {u"LOG4QT_CONFIGURATION"_s,
          till->database.root() + u"/tallocash/cash/queue/config/log4qt.properties"_s}};
     service = std::make_unique<rig::ServiceProcess>(QStringLiteral(QUEUE_PROGRAM),
-                                                    till->database.root(), environment);
+                                                    till->database.till(), environment);
     service->start();
     QVERIFY(waitUntil([this] { return till->run({u"errors"_s}).exitCode == ExitCode::Done; }));
 }

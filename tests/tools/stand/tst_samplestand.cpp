@@ -1,4 +1,5 @@
 #include "rig/serviceprocess.h"
+#include "rig/till.h"
 #include "rig/waiting.h"
 #include "tools/stand/samplestand.h"
 #include "tools/stand/scenarioerror.h"
@@ -94,13 +95,13 @@ bool TestSampleStand::show(const ShowOptions &options)
 {
     SampleStand(root, scenarios, options).writeSettings();
     ServiceProcess service(qEnvironmentVariable("QUEUE_PROGRAM", QStringLiteral(QUEUE_PROGRAM)),
-                           root, {});
+                           Till(root), {});
     service.start();
     const bool isDelivered = SampleStand(root, scenarios, options).run();
-    log = service.logText();
+    log = service.log().text();
     service.terminate();
     if (!waitUntil([&] { return service.hasEnded(); }) || !service.endFault().isEmpty())
-        qFatal("%s\n%s", qPrintable(service.endFault()), qPrintable(service.logText()));
+        qFatal("%s\n%s", qPrintable(service.endFault()), qPrintable(service.log().text()));
     return isDelivered;
 }
 
@@ -298,7 +299,7 @@ void TestSampleStand::showsBodies()
     const QStringList arguments{
         u"--root"_s, root, u"--scenarios"_s, QStringLiteral(SCENARIOS), u"--type"_s, u"heineken"_s};
     QCOMPARE(runStand(arguments + QStringList{u"--write-settings"_s}).exitCode, 0);
-    ServiceProcess service(QStringLiteral(QUEUE_PROGRAM), root, {});
+    ServiceProcess service(QStringLiteral(QUEUE_PROGRAM), Till(root));
     service.start();
     const Run run = runStand(arguments + QStringList{u"--verbose"_s});
     service.terminate();

@@ -1,6 +1,7 @@
 #include "rig/authority.h"
 #include "rig/messagetable.h"
 #include "rig/serviceprocess.h"
+#include "rig/till.h"
 #include "rig/waiting.h"
 #include "tools/stand/scenarioerror.h"
 #include "tools/stand/typestand.h"
@@ -42,10 +43,10 @@ private:
     /// Until no row is left; false when rows stay although every type was tried twice.
     bool isDelivered();
 
-    std::unique_ptr<QTemporaryDir> folder;
+    std::unique_ptr<Till> till;
     std::unique_ptr<MessageTable> table;
     std::unique_ptr<ServiceProcess> service;
-    QByteArray settings;
+    QString settings;
 };
 
 namespace {
@@ -56,31 +57,18 @@ const QString scenarios = QStringLiteral(SCENARIOS);
 
 void TestTypeStand::init()
 {
-    // Its end before that of its folder.
+    // Its end before that of its till.
     service.reset();
     table.reset();
-    folder = std::make_unique<QTemporaryDir>();
-    const PortReservation port;
-    settings = "[queue]\ntimeout = 1\nport = " + QByteArray::number(port.port()) + '\n';
-    for (const QString &path : {u"tmp"_s, u"tallocash/cash/queue"_s, u"tallocash/cash/conf"_s})
-        QDir(folder->path()).mkpath(path);
-    DatabasePlace place;
-    place.file = folder->filePath(u"tallocash/cash/queue/queues.db"_s);
-    table = std::make_unique<MessageTable>(place);
+    till = std::make_unique<Till>();
+    settings = till->queueSettings();
+    table = std::make_unique<MessageTable>(DatabasePlace{.file = till->databaseFile()});
     table->createTables();
-}
-
-void TestTypeStand::write(const QString &path, const QByteArray &content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) < 0)
-        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
 }
 
 void TestTypeStand::putSample(const ScenarioSource &source, quint16 port)
 {
-    Places places{{u"root"_s, folder->path()},
+    Places places{{u"root"_s, till->root()},
                   {u"nobody"_s, u"http://127.0.0.1:9"_s},
                   {u"nobody.port"_s, u"9"_s}};
     const QList<PeerScript> peers = source.peers();
@@ -93,16 +81,11 @@ void TestTypeStand::putSample(const ScenarioSource &source, quint16 port)
         places.insert(peer.name + u".port"_s, QString::number(port));
     }
     const Scenario scenario = source.scenario(places);
-    for (auto section = scenario.settings.begin(); section != scenario.settings.end(); ++section) {
-        settings += '[' + section.key().toUtf8() + "]\n";
-        for (auto setting = section->begin(); setting != section->end(); ++setting)
-            settings += setting.key().toUtf8() + " = " + setting.value().toUtf8() + '\n';
-    }
-    for (auto file = scenario.files.begin(); file != scenario.files.end(); ++file)
-        write(folder->path() + file.key(), file->toUtf8());
+    settings += settingsText(scenario.settings);
+    till->write(scenario.files);
     for (auto entry = scenario.certificates.cbegin(); entry != scenario.certificates.cend();
          ++entry)
-        Authority::shared().writeClientCertificate(folder->path() + entry.key(), entry.value());
+        Authority::shared().writeClientCertificate(till->path(entry.key()), entry.value());
     for (const CardRow &card : scenario.cards)
         table->putCard(card);
     for (const QueuedMessage &message : scenario.messages)
@@ -119,10 +102,9 @@ void TestTypeStand::put(const QString &type, const QByteArray &body)
 
 void TestTypeStand::startService()
 {
-    write(folder->filePath(u"tallocash/cash/conf/tcash.ini"_s), settings);
+    till->setSettings(settings);
     service = std::make_unique<ServiceProcess>(
-        qEnvironmentVariable("QUEUE_PROGRAM", QStringLiteral(QUEUE_PROGRAM)), folder->path(),
-        QMap<QString, QString>());
+        qEnvironmentVariable("QUEUE_PROGRAM", QStringLiteral(QUEUE_PROGRAM)), *till);
     service->start();
 }
 
@@ -132,7 +114,7 @@ bool TestTypeStand::isDelivered()
     waitUntil([&] {
         left = typesLeft();
         return std::all_of(left.cbegin(), left.cend(),
-                           [&](const QString &type) { return service->ends(type) >= 2; });
+                           [&](const QString &type) { return service->log().ends(type) >= 2; });
     });
     return typesLeft().isEmpty();
 }
@@ -154,7 +136,7 @@ void TestTypeStand::everyTypeIsTaken()
     QVERIFY(types.size() >= 58);
     QVERIFY(typesLeft().size() >= 58);
     startService();
-    QVERIFY2(isDelivered(), qPrintable(typesLeft().join(u", "_s) + u'\n' + service->logText()));
+    QVERIFY2(isDelivered(), qPrintable(typesLeft().join(u", "_s) + u'\n' + service->log().text()));
 }
 
 void TestTypeStand::statesDecide_data()
@@ -195,8 +177,8 @@ void TestTypeStand::statesDecide()
             putSample(source, stand.port());
     }
     startService();
-    QVERIFY2(isDelivered() == isRemoved, qPrintable(service->logText()));
-    QVERIFY2(service->logText().contains(inLog), qPrintable(service->logText()));
+    QVERIFY2(isDelivered() == isRemoved, qPrintable(service->log().text()));
+    QVERIFY2(service->log().text().contains(inLog), qPrintable(service->log().text()));
 }
 
 void TestTypeStand::rowsOfSeveralAddresses()
@@ -231,8 +213,8 @@ void TestTypeStand::rowsOfSeveralAddresses()
     QVERIFY(count >= 4);
     putWith([] { return u"/gate"_s; });
     startService();
-    QVERIFY2(isDelivered(), qPrintable(service->logText()));
-    QCOMPARE(service->starts(type), 1);
+    QVERIFY2(isDelivered(), qPrintable(service->log().text()));
+    QCOMPARE(service->log().starts(type), 1);
 }
 
 void TestTypeStand::unknownStates()
