@@ -42,10 +42,25 @@ struct Outcome
     std::chrono::milliseconds took{0};
 };
 
+/// What an exchange has shown of the surroundings, beside its outcome.
+struct Fact
+{
+    /// `certificate`: the subject is the path of a client certificate in use, the value the end of its
+    /// validity in milliseconds since 1970. `clock`: the subject is a host, the value by how many seconds
+    /// the till's clock is ahead of the time in its answer.
+    QString name = {};
+    QString subject = {};
+    QString value = {};
+    /// UTC.
+    QDateTime time = {};
+};
+
 /// Takes the outcomes of all workers. Thread: any; must return at once.
 class OutcomeSink
 {
 public:
     virtual ~OutcomeSink() = default;
     virtual void take(const Outcome &outcome) = 0;
+    /// Facts come before the outcome of their attempt. By default they are not used.
+    virtual void note(const Fact & /*fact*/) {}
 };

@@ -26,6 +26,11 @@ QString startIdsFile()
     return rootedPath(u"/tallocash/cash/queue/ids.json"_s);
 }
 
+QString journalFile()
+{
+    return rootedPath(u"/tallocash/cash/queue/journal.db"_s);
+}
+
 QString serviceLockFile()
 {
     return rootedPath(u"/tallocash/cash/queue/queue.lock"_s);

@@ -16,6 +16,9 @@ QList<QDir> settingsFolders();
 /// The file in which the service keeps its fail ids, a JSON object by type.
 QString startIdsFile();
 
+/// The SQLite file in which the service keeps what became of each message.
+QString journalFile();
+
 /// The file that a process locks while it works on the service's folder: the service, and a program that
 /// replaces the database.
 QString serviceLockFile();

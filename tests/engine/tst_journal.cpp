@@ -1,0 +1,288 @@
+#include "engine/journal.h"
+#include "tests/engine/journalreader.h"
+#include "tests/support/logcapture.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <thread>
+#include <vector>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using http::FailureKind;
+
+namespace {
+
+/// Far beyond the length of a test.
+constexpr auto never = std::chrono::milliseconds(std::chrono::hours(1));
+constexpr JournalTiming soon{10ms, 20ms};
+
+Outcome attempt(int id, Verdict verdict = Verdict::Delivered)
+{
+    Outcome outcome;
+    outcome.id = id;
+    outcome.type = u"cardlab"_s;
+    outcome.verdict = verdict;
+    outcome.kind = verdict == Verdict::Kept ? FailureKind::Network : FailureKind::None;
+    outcome.begun = QDateTime::currentDateTimeUtc();
+    return outcome;
+}
+
+} // namespace
+
+class TestJournal : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void firstOutcomeIsWrittenAtOnce();
+    void othersComeTogether();
+    void manyAreWrittenEarlier();
+    void rowsAreLimited();
+    void endWritesWhatIsLeft();
+    void endWithoutOutcomesLeavesNoFile();
+    void manyWorkers();
+    void factsAreWrittenNowAndThen();
+    void fileThatCannotBeWrittenIsToldOnce();
+    void memoryIsBounded();
+    void attemptsOfOneMessageNeedTheRoomOfOne();
+    void lossIsToldAtTheEnd();
+    void damagedFileIsPutAside();
+    void damagedFileThatCannotBePutAsideIsLeft();
+
+private:
+    void begin(const JournalTiming &timing, const JournalLimits &limits = {})
+    {
+        journal = std::make_unique<Journal>(path, limits, timing);
+    }
+    QStringList rows(const QString &statement) const { return rowsOf(path, statement); }
+    qint64 count() const
+    {
+        return QFile::exists(path) ? rows(u"SELECT COUNT(*) FROM outcome"_s).value(0).toLongLong()
+                                   : 0;
+    }
+
+    std::unique_ptr<QTemporaryDir> folder;
+    QString path;
+    std::unique_ptr<Journal> journal;
+};
+
+void TestJournal::init()
+{
+    journal.reset();
+    folder = std::make_unique<QTemporaryDir>();
+    path = folder->filePath(u"journal.db"_s);
+}
+
+void TestJournal::firstOutcomeIsWrittenAtOnce()
+{
+    begin({never, never});
+    journal->take(attempt(1));
+    QTRY_COMPARE(count(), 1);
+}
+
+/// One transaction a second, however many messages there are.
+void TestJournal::othersComeTogether()
+{
+    begin({never, never});
+    journal->take(attempt(1));
+    QTRY_COMPARE(count(), 1);
+    for (int id = 2; id < 900; ++id)
+        journal->take(attempt(id));
+    // Had they been awaited, they would be there with the next ones.
+    QCOMPARE(count(), 1);
+    journal.reset();
+    QCOMPARE(count(), 899);
+}
+
+void TestJournal::manyAreWrittenEarlier()
+{
+    begin({never, never});
+    journal->take(attempt(0));
+    QTRY_COMPARE(count(), 1);
+    for (int id = 1; id <= 1000; ++id)
+        journal->take(attempt(id));
+    QTRY_VERIFY(count() >= 1001);
+}
+
+void TestJournal::rowsAreLimited()
+{
+    begin(soon, {.rows = 5});
+    for (int id = 1; id <= 20; ++id)
+        journal->take(attempt(id));
+    QTRY_COMPARE(rows(u"SELECT MIN(messageid), MAX(messageid) FROM outcome"_s),
+                 QStringList{u"16 20"_s});
+}
+
+void TestJournal::endWritesWhatIsLeft()
+{
+    begin({never, never});
+    journal->take(attempt(1));
+    QTRY_COMPARE(count(), 1);
+    journal->take(attempt(2));
+    journal.reset();
+    QCOMPARE(count(), 2);
+    QCOMPARE(QDir(folder->path()).entryList(QDir::Files), QStringList{u"journal.db"_s});
+}
+
+void TestJournal::endWithoutOutcomesLeavesNoFile()
+{
+    begin(soon);
+    journal.reset();
+    QVERIFY(QDir(folder->path()).isEmpty());
+}
+
+void TestJournal::manyWorkers()
+{
+    constexpr int workers = 8;
+    constexpr int messages = 100;
+    begin(soon);
+    std::vector<std::thread> threads;
+    for (int worker = 0; worker < workers; ++worker) {
+        threads.emplace_back([this, worker] {
+            for (int i = 0; i < messages; ++i) {
+                const int id = worker * messages + i;
+                journal->take(attempt(id, Verdict::Kept));
+                journal->note({u"clock"_s, QString::number(worker), u"0"_s, {}});
+                journal->take(attempt(id));
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    journal.reset();
+    QCOMPARE(rows(u"SELECT COUNT(*), MIN(attempts), MAX(attempts) FROM outcome"_s),
+             QStringList{u"800 2 2"_s});
+    QCOMPARE(rows(u"SELECT count FROM total"_s), (QStringList{u"800"_s, u"800"_s}));
+    QCOMPARE(rows(u"SELECT COUNT(*) FROM fact"_s), QStringList{u"8"_s});
+}
+
+void TestJournal::factsAreWrittenNowAndThen()
+{
+    begin(soon);
+    journal->note({u"clock"_s, u"a"_s, u"1"_s, {}});
+    QTRY_VERIFY(QFile::exists(path) && !rows(u"SELECT value FROM fact"_s).isEmpty());
+    journal->note({u"clock"_s, u"a"_s, u"2"_s, {}});
+    journal->note({u"certificate"_s, u"a"_s, u"3"_s, {}});
+    journal.reset();
+    QCOMPARE(rows(u"SELECT name, value FROM fact ORDER BY name"_s),
+             (QStringList{u"certificate 3"_s, u"clock 1"_s}));
+}
+
+/// A folder in place of the file: nobody can write it, root included.
+void TestJournal::fileThatCannotBeWrittenIsToldOnce()
+{
+    const LogCapture log(u"journal"_s);
+    QVERIFY(QDir().mkdir(path));
+    begin(soon);
+    journal->take(attempt(1));
+    QTRY_COMPARE(log.lines().size(), 1);
+    QCOMPARE(log.lines().first(),
+             u"WARN Журнал доставки '%1' не записывается (это не обычный файл), доставка "
+             "продолжается, запись повторяется каждые 0 сек."_s.arg(path));
+    journal->take(attempt(2));
+    QTest::qWait(200);
+    QCOMPARE(log.lines().size(), 1);
+    QVERIFY(QDir().rmdir(path));
+    QTRY_COMPARE(count(), 2);
+    QTRY_COMPARE(log.lines().size(), 2);
+    QCOMPARE(log.lines().last(), u"INFO Журнал доставки '%1' снова записывается"_s.arg(path));
+}
+
+void TestJournal::memoryIsBounded()
+{
+    const LogCapture log(u"journal"_s);
+    QVERIFY(QDir().mkdir(path));
+    begin(soon);
+    constexpr int messages = 50'000;
+    for (int id = 1; id <= messages; ++id)
+        journal->take(attempt(id));
+    QTRY_VERIFY(!log.lines().isEmpty());
+    QVERIFY(QDir().rmdir(path));
+    QTRY_COMPARE(log.lines().size(), 3);
+    const qint64 written = count();
+    QVERIFY2(written <= 4000, qPrintable(QString::number(written)));
+    QCOMPARE(log.lines().last(),
+             u"WARN Попыток доставки, не попавших в журнал доставки: %1"_s.arg(messages - written));
+    // The totals hold them all.
+    QCOMPARE(rows(u"SELECT count FROM total"_s), QStringList{QString::number(messages)});
+}
+
+void TestJournal::attemptsOfOneMessageNeedTheRoomOfOne()
+{
+    const LogCapture log(u"journal"_s);
+    QVERIFY(QDir().mkdir(path));
+    begin(soon);
+    for (int round = 0; round < 40; ++round) {
+        for (int id = 1; id <= 100; ++id)
+            journal->take(attempt(id, Verdict::Kept));
+        QTest::qWait(5);
+    }
+    QVERIFY(QDir().rmdir(path));
+    QTRY_COMPARE(count(), 100);
+    QTRY_COMPARE(log.lines().size(), 2);
+    QCOMPARE(rows(u"SELECT MIN(attempts), MAX(attempts) FROM outcome"_s), QStringList{u"40 40"_s});
+}
+
+void TestJournal::lossIsToldAtTheEnd()
+{
+    const LogCapture log(u"journal"_s);
+    QVERIFY(QDir().mkdir(path));
+    begin(soon);
+    for (int id = 1; id <= 3; ++id)
+        journal->take(attempt(id));
+    journal.reset();
+    QCOMPARE(log.lines().size(), 2);
+    QCOMPARE(log.lines().last(), u"WARN Попыток доставки, не попавших в журнал доставки: 3"_s);
+}
+
+void TestJournal::damagedFileIsPutAside()
+{
+    const LogCapture log(u"journal"_s);
+    QFile content(path);
+    QVERIFY(content.open(QIODevice::WriteOnly));
+    content.write(QByteArray(8192, 'x'));
+    content.close();
+    begin(soon);
+    journal->take(attempt(1));
+    QTRY_VERIFY(QDir(folder->path()).entryList({u"*.damaged-*"_s}).size() == 1);
+    journal.reset();
+    QCOMPARE(count(), 1);
+    QCOMPARE(log.lines().size(), 1);
+    const QString kept =
+        folder->filePath(QDir(folder->path()).entryList({u"*.damaged-*"_s}).first());
+    QVERIFY2(log.lines().first().startsWith(u"WARN Журнал доставки '%1' повреждён ("_s.arg(path))
+                 && log.lines().first().endsWith(
+                     u"), он сохранён под именем '%1', начат новый"_s.arg(kept)),
+             qPrintable(log.lines().first()));
+}
+
+/// A disk that damages each file is not filled with them.
+void TestJournal::damagedFileThatCannotBePutAsideIsLeft()
+{
+    const LogCapture log(u"journal"_s);
+    begin(soon);
+    const auto damage = [this] {
+        QFile content(path);
+        QVERIFY(content.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        content.write(QByteArray(8192, 'x'));
+    };
+    damage();
+    journal->take(attempt(1));
+    QTRY_COMPARE(log.lines().size(), 1);
+    QTRY_COMPARE(count(), 1);
+    QVERIFY(QFile::remove(path));
+    damage();
+    journal->take(attempt(2));
+    QTRY_COMPARE(log.lines().size(), 2);
+    QVERIFY2(log.lines().last().contains(u"не записывается"_s), qPrintable(log.lines().last()));
+    QCOMPARE(QDir(folder->path()).entryList({u"*.damaged-*"_s}).size(), 1);
+}
+
+QTEST_GUILESS_MAIN(TestJournal)
+#include "tst_journal.moc"
