@@ -21,9 +21,10 @@ constexpr auto recordLimit = std::chrono::seconds(60);
 
 } // namespace
 
-BasicHandler::BasicHandler(const QString &type)
+BasicHandler::BasicHandler(const QString &type, TurnRule turnRule)
     : type_(type)
     , logger_(Log4Qt::LogManager::logger(u"%1"_s.arg(type)))
+    , turnRule(std::move(turnRule))
 {
 }
 
@@ -57,12 +58,11 @@ BasicHandler::~BasicHandler()
     dao.reset();
 }
 
-void BasicHandler::processMessages()
+BasicHandler::Turn BasicHandler::everyMessage(const Message &message, queue::DAO &,
+                                              Log4Qt::Logger &logger)
 {
-    walkQueue([this](const Message &message) {
-        logger_->info(u"Обработка сообщения: %1"_s, compactJson(message.body));
-        return Turn::Now;
-    });
+    logger.info(u"Обработка сообщения: %1"_s, compactJson(message.body));
+    return Turn::Now;
 }
 
 bool BasicHandler::isStopped()
@@ -89,7 +89,7 @@ void BasicHandler::onQueueEmpty()
     state->startIds.lock()->remove(type_);
 }
 
-void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
+void BasicHandler::processMessages()
 {
     logger_->debug(u"Обработка сообщений"_s);
     Message done;
@@ -122,7 +122,7 @@ void BasicHandler::walkQueue(const std::function<Turn(const Message &)> &turnOf)
             return;
         }
 
-        const Turn turn = turnOf(message);
+        const Turn turn = turnRule(message, *dao, *logger_);
         // The question may have met a new connection.
         if (!isOurs())
             return;

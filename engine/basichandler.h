@@ -40,12 +40,18 @@ public:
         EndOfPass,
     };
 
-    explicit BasicHandler(const QString &type);
+    /// Says of each message as it comes up whether it goes out now, and writes the line that announces
+    /// it.
+    using TurnRule = std::function<Turn(const Message &, queue::DAO &, Log4Qt::Logger &)>;
+
+    /// By itself, every message goes out when it comes up.
+    explicit BasicHandler(const QString &type, TurnRule turnRule = everyMessage);
 
     /// Works through the messages of the type. Throws what DAO::connect() throws, and that ends the
     /// service.
     void run() override;
     ~BasicHandler() override;
+    /// One pass through the type's messages, each of which the turn rule is asked about.
     virtual void processMessages();
     virtual bool isStopped();
     /// Delivers one message. True: finished with, whether delivered or given up for good with a
@@ -83,15 +89,12 @@ public:
     void setState(const std::shared_ptr<SharedState> &shared);
 
 protected:
-    /// One pass for a handler that chooses among its messages. `turnOf` is asked about each of them as it
-    /// comes up, and writes the line that announces it.
-    void walkQueue(const std::function<Turn(const Message &)> &turnOf);
-
     std::shared_ptr<SharedState> state;
     /// The worker's own store, there while it runs.
     std::shared_ptr<queue::DAO> dao;
 
 private:
+    static Turn everyMessage(const Message &message, queue::DAO &dao, Log4Qt::Logger &logger);
     /// sendMessage(); an exception is logged and counts as false.
     bool send(const Message &message);
     /// Delivers the message and tells what became of it. True: finished with.
@@ -107,5 +110,6 @@ private:
     Log4Qt::Logger *logger_;
     /// There while attempt() runs.
     Attempt *attemptAtHand = nullptr;
+    TurnRule turnRule;
     std::atomic<bool> isHandedOver = false;
 };

@@ -24,14 +24,8 @@ constexpr Ordering ordering{
 } // namespace
 
 DsslHandler::DsslHandler()
-    : BasicHandler(u"dssl"_s)
+    : BasicHandler(u"dssl"_s, inOrder(ordering))
 {
-}
-
-void DsslHandler::processMessages()
-{
-    walkQueue(
-        [this](const Message &message) { return turnOf(message, *dao, *logger(), ordering); });
 }
 
 bool DsslHandler::sendMessage(const Message &message)

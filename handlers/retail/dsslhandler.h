@@ -8,6 +8,5 @@ class DsslHandler : public BasicHandler
 {
 public:
     DsslHandler();
-    void processMessages() override;
     bool sendMessage(const Message &message) override;
 };

@@ -28,14 +28,8 @@ constexpr RequestRules rules{
 } // namespace
 
 ExciseMarkHandler::ExciseMarkHandler()
-    : BasicHandler(u"excisemark"_s)
+    : BasicHandler(u"excisemark"_s, inOrder(ordering))
 {
-}
-
-void ExciseMarkHandler::processMessages()
-{
-    walkQueue(
-        [this](const Message &message) { return turnOf(message, *dao, *logger(), ordering); });
 }
 
 bool ExciseMarkHandler::sendMessage(const Message &message)

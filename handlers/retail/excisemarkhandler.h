@@ -8,6 +8,5 @@ class ExciseMarkHandler : public BasicHandler
 {
 public:
     ExciseMarkHandler();
-    void processMessages() override;
     bool sendMessage(const Message &message) override;
 };

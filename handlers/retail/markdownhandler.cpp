@@ -33,14 +33,8 @@ constexpr int doneBeforeError = -2;
 } // namespace
 
 MarkdownHandler::MarkdownHandler()
-    : BasicHandler(u"markdown"_s)
+    : BasicHandler(u"markdown"_s, inOrder(ordering))
 {
-}
-
-void MarkdownHandler::processMessages()
-{
-    walkQueue(
-        [this](const Message &message) { return turnOf(message, *dao, *logger(), ordering); });
 }
 
 bool MarkdownHandler::sendMessage(const Message &message)

@@ -8,6 +8,5 @@ class MarkdownHandler : public BasicHandler
 {
 public:
     MarkdownHandler();
-    void processMessages() override;
     bool sendMessage(const Message &message) override;
 };

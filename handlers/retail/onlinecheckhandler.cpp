@@ -29,14 +29,8 @@ constexpr RequestRules rules{
 } // namespace
 
 OnlinecheckHandler::OnlinecheckHandler()
-    : BasicHandler(u"onlinecheck"_s)
+    : BasicHandler(u"onlinecheck"_s, inOrder(ordering))
 {
-}
-
-void OnlinecheckHandler::processMessages()
-{
-    walkQueue(
-        [this](const Message &message) { return turnOf(message, *dao, *logger(), ordering); });
 }
 
 bool OnlinecheckHandler::sendMessage(const Message &message)

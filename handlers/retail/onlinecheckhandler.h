@@ -8,6 +8,5 @@ class OnlinecheckHandler : public BasicHandler
 {
 public:
     OnlinecheckHandler();
-    void processMessages() override;
     bool sendMessage(const Message &message) override;
 };

@@ -12,6 +12,13 @@
 
 using namespace Qt::StringLiterals;
 
+BasicHandler::TurnRule inOrder(const Ordering &ordering)
+{
+    return [ordering](const Message &message, queue::DAO &dao, Log4Qt::Logger &logger) {
+        return turnOf(message, dao, logger, ordering);
+    };
+}
+
 BasicHandler::Turn turnOf(const Message &message, queue::DAO &dao, Log4Qt::Logger &logger,
                           const Ordering &ordering)
 {

@@ -16,6 +16,9 @@ struct Ordering
     BasicHandler::Turn onHit;
 };
 
+/// The rule of a worker that keeps this order.
+BasicHandler::TurnRule inOrder(const Ordering &ordering);
+
 /// Announces the message in the log and says whether it goes out now. Markers are looked for in their order,
 /// up to the first one that is found.
 BasicHandler::Turn turnOf(const Message &message, queue::DAO &dao, Log4Qt::Logger &logger,

@@ -35,14 +35,8 @@ constexpr RequestRules rules{
 } // namespace
 
 PartialReservationHandler::PartialReservationHandler()
-    : BasicHandler(u"partialreservation"_s)
+    : BasicHandler(u"partialreservation"_s, inOrder(ordering))
 {
-}
-
-void PartialReservationHandler::processMessages()
-{
-    walkQueue(
-        [this](const Message &message) { return turnOf(message, *dao, *logger(), ordering); });
 }
 
 bool PartialReservationHandler::sendMessage(const Message &message)

@@ -8,6 +8,5 @@ class PartialReservationHandler : public BasicHandler
 {
 public:
     PartialReservationHandler();
-    void processMessages() override;
     bool sendMessage(const Message &message) override;
 };
