@@ -9,15 +9,6 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-QDomElement firstInside(const QDomElement &element, const QString &tag)
-{
-    return element.elementsByTagName(tag).at(0).toElement();
-}
-
-} // namespace
-
 GoldCrownHandler::GoldCrownHandler(const QString &type)
     : BasicHandler(type)
 {
@@ -44,12 +35,12 @@ bool GoldCrownHandler::parseReply(const QByteArray &reply)
 {
     const QDomDocument document =
         xmlutils::parseXml(reply, {u"status"_s, u"code"_s, u"description"_s});
-    const QDomElement status = document.elementsByTagName(u"status"_s).at(0).toElement();
+    const QDomElement status = xmlutils::firstElement(document, u"status"_s);
     if (status.isNull()) {
         logger()->warn(u"Некорректный ответ от сервера, отсутствует поле status"_s);
         return false;
     }
-    const QDomElement code = firstInside(status, u"code"_s);
+    const QDomElement code = xmlutils::firstElement(status, u"code"_s);
     if (code.isNull()) {
         logger()->warn(u"Некорректный ответ от сервера, отсутствует поле code"_s);
         return false;
@@ -59,7 +50,7 @@ bool GoldCrownHandler::parseReply(const QByteArray &reply)
     if (value == 0)
         return true;
 
-    const QDomElement description = firstInside(status, u"description"_s);
+    const QDomElement description = xmlutils::firstElement(status, u"description"_s);
     const bool isAllowed = allowedErrors.contains(value);
     if (isAllowed) {
         logger()->warn(

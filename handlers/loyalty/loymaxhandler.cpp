@@ -17,11 +17,6 @@ namespace {
 /// The service does not take the price corrections of a request.
 constexpr int correctionRefused = 217;
 
-QDomElement firstElement(const QDomDocument &document, const QString &name)
-{
-    return document.elementsByTagName(name).at(0).toElement();
-}
-
 } // namespace
 
 LoymaxHandler::LoymaxHandler()
@@ -62,15 +57,15 @@ LoymaxReply LoymaxHandler::parseReply(const http::Response &response)
     const QDomDocument document = xmlutils::parseXml(
         response.body, {u"CancelPurchaseResponse"_s, u"ConfirmPurchaseResponse"_s,
                         u"DiscountResponse"_s, u"RefundResponse"_s});
-    QDomElement element = firstElement(document, u"CancelPurchaseResponse"_s);
+    QDomElement element = xmlutils::firstElement(document, u"CancelPurchaseResponse"_s);
     if (element.isNull())
-        element = firstElement(document, u"ConfirmPurchaseResponse"_s);
+        element = xmlutils::firstElement(document, u"ConfirmPurchaseResponse"_s);
     if (element.isNull()) {
-        element = firstElement(document, u"DiscountResponse"_s);
+        element = xmlutils::firstElement(document, u"DiscountResponse"_s);
         reply.transactionId = element.attribute(u"TransactionID"_s);
     }
     if (element.isNull())
-        element = firstElement(document, u"RefundResponse"_s);
+        element = xmlutils::firstElement(document, u"RefundResponse"_s);
     if (element.isNull()) {
         logger()->warn(u"Некорректный ответ от сервера"_s);
         return reply;

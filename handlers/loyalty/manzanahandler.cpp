@@ -33,7 +33,7 @@ bool ManzanaHandler::sendMessage(const Message &message)
 bool ManzanaHandler::parseReply(const QByteArray &reply)
 {
     const QDomDocument document = xmlutils::parseXml(reply, {u"ReturnCode"_s, u"Message"_s});
-    const QDomElement element = document.elementsByTagName(u"ReturnCode"_s).at(0).toElement();
+    const QDomElement element = xmlutils::firstElement(document, u"ReturnCode"_s);
     if (element.isNull()) {
         logger()->warn(u"Некорректный ответ от сервера, отсутствует поле ReturnCode"_s);
         return false;

@@ -29,7 +29,7 @@ QString transactionDate(const DocumentCardRecord &card)
 
 QDomElement chequeReference(const QDomDocument &request)
 {
-    return request.elementsByTagName(u"ChequeReference"_s).at(0).toElement();
+    return xmlutils::firstElement(request, u"ChequeReference"_s);
 }
 
 } // namespace

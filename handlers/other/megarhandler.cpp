@@ -41,7 +41,7 @@ bool MegarHandler::parseReply(const QByteArray &reply)
         return false;
     }
     const QDomElement root = document.documentElement();
-    const QDomElement result = root.elementsByTagName(u"Rspn"_s).at(0).toElement();
+    const QDomElement result = xmlutils::firstElement(root, u"Rspn"_s);
     if (result.isNull()) {
         logger()->warn(u"Не найден результат обработки транзакции"_s);
         return false;

@@ -535,6 +535,16 @@ QString valueByTag(const Node &node, const QString &tag, int index)
 
 } // namespace
 
+QDomElement firstElement(const QDomDocument &document, const QString &tag)
+{
+    return document.elementsByTagName(tag).at(0).toElement();
+}
+
+QDomElement firstElement(const QDomElement &element, const QString &tag)
+{
+    return element.elementsByTagName(tag).at(0).toElement();
+}
+
 QString getValueByTag(const QDomDocument &document, const QString &tag, int index)
 {
     return valueByTag(document, tag, index);

@@ -7,6 +7,11 @@
 
 namespace xmlutils {
 
+/// The first element `tag` anywhere in the document, in its order; null when there is none.
+QDomElement firstElement(const QDomDocument &document, const QString &tag);
+/// The same among those inside `element`.
+QDomElement firstElement(const QDomElement &element, const QString &tag);
+
 /// The text of the element `tag` at `index` among those of that name anywhere in the document, in its
 /// order; empty when there is none.
 QString getValueByTag(const QDomDocument &document, const QString &tag, int index);

@@ -28,6 +28,7 @@ private Q_SLOTS:
     void valueIsFoundByTag_data();
     void valueIsFoundByTag();
     void valueIsFoundInsideAnElement();
+    void firstElementIsFound();
     void textElementHoldsItsText();
 
     void wholeDocumentIsParsed_data();
@@ -77,6 +78,20 @@ void TestXmlUtils::valueIsFoundInsideAnElement()
     QCOMPARE(xmlutils::getValueByTag(element, u"n"_s, 1), u""_s);
     QCOMPARE(xmlutils::getValueByTag(QDomElement(), u"n"_s, 0), u""_s);
     QCOMPARE(xmlutils::getValueByTag(QDomDocument(), u"n"_s, 0), u""_s);
+}
+
+void TestXmlUtils::firstElementIsFound()
+{
+    const QDomDocument document =
+        xmlutils::parseXmlText(u"<a><c><n>in</n><n>next</n></c><n>out</n></a>"_s);
+    const QDomElement outer = xmlutils::firstElement(document, u"c"_s);
+    QCOMPARE(outer.tagName(), u"c"_s);
+    QCOMPARE(xmlutils::firstElement(document, u"n"_s).text(), u"in"_s);
+    QCOMPARE(xmlutils::firstElement(outer, u"n"_s).text(), u"in"_s);
+    QVERIFY(xmlutils::firstElement(outer, u"c"_s).isNull());
+    QVERIFY(xmlutils::firstElement(document, u"N"_s).isNull());
+    QVERIFY(xmlutils::firstElement(QDomDocument(), u"n"_s).isNull());
+    QVERIFY(xmlutils::firstElement(QDomElement(), u"n"_s).isNull());
 }
 
 void TestXmlUtils::textElementHoldsItsText()
