@@ -109,10 +109,8 @@ bool SpasiboHandler::classifyReply(const Message &message, const http::Response 
         logger()->error(u"Сетевая ошибка/таймаут при отправке: %1"_s, response.errorText.ru());
         return false;
     }
-    if (response.errorCode > 0 && response.status == 0) {
-        logSendError(*logger(), response.errorText);
+    if (response.status == 0 && !succeeded(response, *logger()))
         return false;
-    }
 
     // Before the status is looked at: should the deletion of a delivered message fail, its row shows that
     // the service has answered.

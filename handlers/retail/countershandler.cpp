@@ -14,8 +14,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int timeoutSeconds = 10;
-/// The service refuses the operation, perhaps because it has it already.
-constexpr int badRequestError = 302;
 
 } // namespace
 
@@ -41,7 +39,8 @@ bool CountersHandler::sendMessage(const Message &message)
         return true;
     // The question may go out by another client; what is logged is the refusal of this one.
     const tr::Tr errorText = client->errorText();
-    if (client->errorCode() == badRequestError) {
+    // A refusal of an operation that the service may have already.
+    if (client->errorCode() == http::badRequestError) {
         const QJsonObject object = QJsonDocument::fromJson(operation).object();
         if (operationExists(request.url, object.value(u"operationId"_s).toString()))
             return true;
