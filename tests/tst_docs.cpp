@@ -77,6 +77,8 @@ const QSet<QString> ordinaryTexts{
     u"не является логическим значением"_s,
     u"действуют прежние значения"_s,
     u"строка пропущена"_s,
+    // What the reason of an outcome says for a state or a code that a reply lacks.
+    u"не указано"_s,
 };
 
 /// The files whose warnings are not those of a single message type.

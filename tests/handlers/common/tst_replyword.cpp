@@ -1,0 +1,36 @@
+#include "handlers/common/replyword.h"
+
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class TestReplyWord : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void shown_data();
+    void shown();
+};
+
+void TestReplyWord::shown_data()
+{
+    QTest::addColumn<QString>("word");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("a state") << u"IN_PROGRESS"_s << u"IN_PROGRESS"_s;
+    QTest::newRow("null") << QString() << u"не указано"_s;
+    QTest::newRow("empty") << u""_s << u"не указано"_s;
+    QTest::newRow("40 characters") << QString(40, u'ж') << QString(40, u'ж');
+    QTest::newRow("41 characters") << QString(41, u'ж') << QString(40, u'ж') + u'…';
+    QTest::newRow("a million") << QString(1'000'000, u'a') << QString(40, u'a') + u'…';
+}
+
+void TestReplyWord::shown()
+{
+    QFETCH(QString, word);
+    QTEST(shownWord(word), "expected");
+}
+
+QTEST_GUILESS_MAIN(TestReplyWord)
+#include "tst_replyword.moc"
