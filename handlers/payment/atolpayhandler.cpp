@@ -10,6 +10,32 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+QString reasonOf(AtolPayTransactionStatus status)
+{
+    switch (status) {
+    case AtolPayTransactionStatus::Refunded:
+        return u"оплата уже возвращена"_s;
+    case AtolPayTransactionStatus::RefundInProgress:
+        return u"возврат уже выполняется"_s;
+    case AtolPayTransactionStatus::PartialRefunded:
+        return u"оплата уже возвращена частично"_s;
+    case AtolPayTransactionStatus::InProgress:
+        return u"оплата ещё не завершена, возврата не было"_s;
+    case AtolPayTransactionStatus::Error:
+        return u"оплата завершилась ошибкой, возврата не было"_s;
+    case AtolPayTransactionStatus::Expired:
+        return u"срок оплаты истёк, возврата не было"_s;
+    case AtolPayTransactionStatus::Completed:
+    case AtolPayTransactionStatus::Unknown:
+        break;
+    }
+    return u"неизвестное состояние оплаты"_s;
+}
+
+} // namespace
+
 AtolPayHandler::AtolPayHandler()
     : BasicHandler(u"atolpay"_s)
 {
@@ -23,12 +49,13 @@ bool AtolPayHandler::sendMessage(const Message &message)
     atolpay::Interface service;
     service.loadSettings();
 
-    switch (service.status(messageValue<QString>(message, u"rrn"_s)).status) {
+    const AtolPayStatusResult payment = service.status(messageValue<QString>(message, u"rrn"_s));
+    switch (payment.status) {
     case AtolPayTransactionStatus::Refunded:
     case AtolPayTransactionStatus::RefundInProgress:
     case AtolPayTransactionStatus::PartialRefunded:
         logger()->info(u"Отмена оплаты выполнена"_s);
-        return true;
+        return doneBefore(reasonOf(payment.status));
     case AtolPayTransactionStatus::Completed:
         return refund(message, service);
     case AtolPayTransactionStatus::InProgress:
@@ -36,18 +63,20 @@ bool AtolPayHandler::sendMessage(const Message &message)
     case AtolPayTransactionStatus::Error:
     case AtolPayTransactionStatus::Expired:
         logger()->info(u"Отмена не требуется"_s);
-        return true;
+        return giveUp(reasonOf(payment.status));
     case AtolPayTransactionStatus::Unknown:
         break;
     }
     logger()->info(u"Не удалось получить ответ от сервера"_s);
-    return false;
+    return payment.noReply ? false : keep(reasonOf(payment.status));
 }
 
 bool AtolPayHandler::refund(const Message &message, atolpay::Interface &service)
 {
-    return service
-        .refund(messageValue<QString>(message, u"documentId"_s),
-                messageValue<QString>(message, u"rrn"_s), messageValue<int>(message, u"amount"_s))
-        .success;
+    const AtolPayRefundResult result = service.refund(
+        messageValue<QString>(message, u"documentId"_s), messageValue<QString>(message, u"rrn"_s),
+        messageValue<int>(message, u"amount"_s));
+    if (result.success || result.noReply)
+        return result.success;
+    return keep(u"в возврате отказано"_s);
 }

@@ -2,6 +2,7 @@
 
 #include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
+#include "handlers/common/replyword.h"
 #include "shared/core/mockfactory.h"
 
 #include <log4qt/logger.h>
@@ -13,27 +14,6 @@ namespace {
 constexpr int preconditionRequiredStatus = 428;
 /// With the status above: an error that ends the matter for good.
 constexpr int finalErrorCode = 202;
-
-bool judgeFailure(const RestClient &client, const QVariantMap &reply, Log4Qt::Logger &logger)
-{
-    logger.error(reply.value(u"message"_s, client.errorText().ru()).toString());
-    // Compared as values: the number of any kind and its text are equal.
-    return client.statusCode() == preconditionRequiredStatus
-           && reply.value(u"code"_s, 0) == QVariant(finalErrorCode);
-}
-
-bool judgeReply(const QVariantMap &reply, Log4Qt::Logger &logger)
-{
-    if (reply.contains(u"message"_s) && reply.contains(u"code"_s)) {
-        logger.error(reply.value(u"message"_s).toString());
-        return false;
-    }
-    if (reply.value(u"status"_s).toLongLong() < 0) {
-        logger.error(reply.value(u"message"_s, reply.value(u"infoMsg"_s)).toString());
-        return false;
-    }
-    return true;
-}
 
 } // namespace
 
@@ -54,6 +34,28 @@ bool CftSbpHandler::sendMessage(const Message &message)
     sendRequest(*client, request);
 
     const QVariantMap reply = client->responseVariant().toMap();
-    return succeeded(*client) ? judgeReply(reply, *logger())
-                              : judgeFailure(*client, reply, *logger());
+    return succeeded(*client) ? judgeReply(reply) : judgeFailure(*client, reply);
+}
+
+bool CftSbpHandler::judgeFailure(const RestClient &client, const QVariantMap &reply)
+{
+    logger()->error(reply.value(u"message"_s, client.errorText().ru()).toString());
+    // Compared as values: the number of any kind and its text are equal.
+    const bool isFinal = client.statusCode() == preconditionRequiredStatus
+                         && reply.value(u"code"_s, 0) == QVariant(finalErrorCode);
+    return isFinal && giveUp(u"банк отказал окончательно, код %1"_s.arg(finalErrorCode));
+}
+
+bool CftSbpHandler::judgeReply(const QVariantMap &reply)
+{
+    if (reply.contains(u"message"_s) && reply.contains(u"code"_s)) {
+        logger()->error(reply.value(u"message"_s).toString());
+        return keep(u"банк отказал, код: %1"_s.arg(shownWord(reply.value(u"code"_s).toString())));
+    }
+    const qint64 status = reply.value(u"status"_s).toLongLong();
+    if (status < 0) {
+        logger()->error(reply.value(u"message"_s, reply.value(u"infoMsg"_s)).toString());
+        return keep(u"банк отказал, статус %1"_s.arg(status));
+    }
+    return true;
 }

@@ -2,6 +2,7 @@
 
 #include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
+#include "handlers/common/replyword.h"
 
 #include <log4qt/logger.h>
 
@@ -35,15 +36,18 @@ bool IturupSbpHandler::sendMessage(const Message &message)
     const auto client = createClient(*logger());
     client->setTimeout(messageValue<int>(message, u"timeout"_s));
 
-    if (!sendDescription(messageValue<QVariantMap>(message, u"qrOperationStatus"_s), *client)
-        || responseCodeFromReply(client->responseVariant()) != doneCode)
+    if (!performStep(messageValue<QVariantMap>(message, u"qrOperationStatus"_s), *client))
         return false;
     const QString status = dataMember(*client, u"status"_s);
-    if (status == u"REJECTED" || status == u"NOT_STARTED")
-        return true;
+    if (status == u"ACCEPTED")
+        return refund(message, *client);
+    if (status == u"REJECTED")
+        return giveUp(u"операция отклонена, возврата не было"_s);
+    if (status == u"NOT_STARTED")
+        return doneBefore(u"операция не начата, возвращать нечего"_s);
     // RECEIVED and IN_PROGRESS may still become one of these, and a status that nobody knows is not taken
     // for an end.
-    return status == u"ACCEPTED" && refund(message, *client);
+    return keep(u"состояние операции: %1"_s.arg(shownWord(status)));
 }
 
 bool IturupSbpHandler::sendDescription(const QVariantMap &description, RestClient &client)
@@ -51,7 +55,7 @@ bool IturupSbpHandler::sendDescription(const QVariantMap &description, RestClien
     client.post(QUrl(description.value(u"url"_s).toString()),
                 description.value(u"data"_s).toByteArray(),
                 messageHeaders(description.value(u"headers"_s).toMap()));
-    if (client.errorCode() <= 0)
+    if (succeeded(client))
         return true;
     // In the operator's language, where the other types take the Russian text.
     logger()->error(u"Ошибка при отправке сообщения: %1"_s, client.errorText().ui());
@@ -74,23 +78,28 @@ QVariantMap IturupSbpHandler::fillDescription(const QString &key, const QString 
     return description;
 }
 
+bool IturupSbpHandler::performStep(const QVariantMap &description, RestClient &client)
+{
+    if (!sendDescription(description, client))
+        return false;
+    const int code = responseCodeFromReply(client.responseVariant());
+    if (code == doneCode)
+        return true;
+    return keep(code == nullReplyCode ? u"ответ не прочитан"_s : u"код ответа %1"_s.arg(code));
+}
+
 bool IturupSbpHandler::refund(const Message &message, RestClient &client)
 {
     const QString paymentId = dataMember(client, u"operId"_s);
-    if (!sendDescription(fillDescription(u"refId"_s, paymentId, u"refundPrepare"_s, message),
-                         client)
-        || responseCodeFromReply(client.responseVariant()) != doneCode)
+    if (!performStep(fillDescription(u"refId"_s, paymentId, u"refundPrepare"_s, message), client))
         return false;
     // The refund is an operation of its own, and from here on its identifier is the one in use.
     const QString refundId = dataMember(client, u"operId"_s);
     if (!sendDescription(fillDescription(u"operId"_s, refundId, u"refundCommit"_s, message),
                          client))
         return false;
-    // Any other answer ends the refund, an error or one that cannot be read included: the commit has
-    // been answered, and a second refund of the same payment would be worse than one to look after.
-    if (responseCodeFromReply(client.responseVariant()) != runningCode)
-        return true;
-    return awaitRefund(message, refundId, client);
+    const int code = responseCodeFromReply(client.responseVariant());
+    return code == runningCode ? awaitRefund(message, refundId, client) : endRefund(code);
 }
 
 bool IturupSbpHandler::awaitRefund(const Message &message, const QString &operationId,
@@ -100,9 +109,21 @@ bool IturupSbpHandler::awaitRefund(const Message &message, const QString &operat
         fillDescription(u"operId"_s, operationId, u"refundStatus"_s, message);
     // Without a pause and without a count: the partner says when the refund is over, and a request that
     // fails leaves the rest to the next attempt.
-    do {
+    int code = runningCode;
+    while (code == runningCode) {
         if (!sendDescription(status, client))
             return false;
-    } while (responseCodeFromReply(client.responseVariant()) == runningCode);
-    return true;
+        code = responseCodeFromReply(client.responseVariant());
+    }
+    return endRefund(code);
+}
+
+bool IturupSbpHandler::endRefund(int code)
+{
+    // Any answer ends the refund, an error or one that cannot be read included: the commit has been
+    // answered, and a second refund of the same payment would be worse than one to look after.
+    if (code == doneCode)
+        return true;
+    return giveUp(code == nullReplyCode ? u"ответ на возврат не прочитан"_s
+                                        : u"возврат завершён с кодом %1"_s.arg(code));
 }

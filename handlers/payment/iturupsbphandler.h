@@ -21,6 +21,10 @@ public:
                                 const Message &message) const;
 
 private:
+    /// Sends a description that has to be answered with the code for done.
+    bool performStep(const QVariantMap &description, RestClient &client);
     bool refund(const Message &message, RestClient &client);
     bool awaitRefund(const Message &message, const QString &operationId, RestClient &client);
+    /// Says what became of a refund that the service has ended with this code.
+    bool endRefund(int code);
 };

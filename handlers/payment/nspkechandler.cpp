@@ -2,6 +2,7 @@
 
 #include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
+#include "handlers/common/replyword.h"
 #include "shared/core/guarded.h"
 
 #include <log4qt/logger.h>
@@ -44,7 +45,12 @@ bool NspkEcHandler::sendMessage(const Message &message)
     if (succeeded(*client) && result.value(u"code"_s).toString() == u"0")
         return true;
     logger()->error(u"Ошибка при отправке сообщения: %1"_s, failureText(result));
-    return !keepsTrying(message);
+    if (!keepsTrying(message))
+        return giveUp(u"исчерпаны попытки отправки"_s);
+    // Of an exchange that failed the client itself says why.
+    if (!succeeded(*client))
+        return false;
+    return keep(u"сервис отказал, код: %1"_s.arg(shownWord(result.value(u"code"_s).toString())));
 }
 
 /// Counts one more failed attempt. False: that was the last one.

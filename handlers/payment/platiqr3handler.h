@@ -5,7 +5,7 @@
 class RestClient;
 
 /// Delivers `platiqr3` messages, which ask that an order at Плати QR be undone: see platiqrflow.h.
-/// Members of replies stand at the top, and a declined order counts as undone.
+/// Members of replies stand at the top, and a declined order is given up.
 class PlatiQR3Handler : public BasicHandler
 {
 public:

@@ -17,10 +17,7 @@ bool post(const QVariantMap &request, const QByteArray &data,
           const QHash<QString, QString> &headers, RestClient &client, Log4Qt::Logger &logger)
 {
     client.post(QUrl(request.value(u"url"_s).toString()), data, headers);
-    if (client.errorCode() <= 0)
-        return true;
-    logSendError(logger, client.errorText());
-    return false;
+    return succeeded(client, logger);
 }
 
 QByteArray requestData(const QVariantMap &request)
@@ -49,7 +46,7 @@ NextStep nextStep(const QString &state, const Dialect &dialect)
     if (state == u"REFUNDED" || state == u"REVERSED" || state == u"REVOKED")
         return NextStep::Nothing;
     if (state == u"DECLINED" && dialect.isDeclinedFinal)
-        return NextStep::Nothing;
+        return NextStep::GiveUp;
     return NextStep::Unknown;
 }
 

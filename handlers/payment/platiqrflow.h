@@ -3,6 +3,7 @@
 #include "handlers/common/certificates.h"
 #include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
+#include "handlers/common/replyword.h"
 
 #include <log4qt/logger.h>
 
@@ -27,7 +28,7 @@ struct Dialect
     /// Reads the payment from the status reply, the latest one that the client holds. What the reply
     /// does not tell is empty.
     PaidOperation (*paidOperation)(const RestClient &client);
-    /// A declined order counts as undone.
+    /// A declined order is given up.
     bool isDeclinedFinal;
 };
 
@@ -39,7 +40,10 @@ enum class NextStep
 {
     Revoke,
     Cancel,
+    /// The order is undone already.
     Nothing,
+    /// It was never paid and never will be.
+    GiveUp,
     Unknown,
 };
 
@@ -66,8 +70,10 @@ QString requestToken(Handler &handler, const QVariantMap &request, RestClient &c
     if (!post(request, client, *handler.logger()))
         return {};
     const QString token = handler.tokenFromReply(client.responseVariant());
-    if (token.isEmpty())
+    if (token.isEmpty()) {
         handler.logger()->error(u"Ошибка при авторизации в Плати QR"_s);
+        handler.keep(u"сервис не выдал токен"_s, http::FailureKind::Credentials);
+    }
     return token;
 }
 
@@ -104,7 +110,9 @@ bool revokeOrder(Handler &handler, const Message &message, RestClient &client)
     if (!performStep(handler, message, u"orderRevokeToken"_s,
                      messageValue<QVariantMap>(message, u"orderRevoke"_s), client))
         return false;
-    return handler.stateFromReply(u"order_state"_s, client.responseVariant()) == u"REVOKED";
+    const QString state = handler.stateFromReply(u"order_state"_s, client.responseVariant());
+    return state == u"REVOKED"
+           || handler.keep(u"заказ не отозван, его состояние: %1"_s.arg(shownWord(state)));
 }
 
 /// For an order that was paid.
@@ -119,10 +127,11 @@ bool cancelOrder(Handler &handler, const Message &message, const Dialect &dialec
         return false;
     // The service calls the state of a cancelled order `order_status`, everywhere else `order_state`.
     const QString status = handler.stateFromReply(u"order_status"_s, client.responseVariant());
-    return status == u"REFUNDED" || status == u"REVERSED";
+    return status == u"REFUNDED" || status == u"REVERSED"
+           || handler.keep(u"заказ не отменён, его состояние: %1"_s.arg(shownWord(status)));
 }
 
-/// One delivery. True when the order is undone or was undone before.
+/// One delivery. True when the order is undone, was undone before, or is given up.
 template <typename Handler>
 bool undoOrder(Handler &handler, const Message &message, const Dialect &dialect)
 {
@@ -142,12 +151,14 @@ bool undoOrder(Handler &handler, const Message &message, const Dialect &dialect)
     case NextStep::Cancel:
         return cancelOrder(handler, message, dialect, *client);
     case NextStep::Nothing:
-        return true;
+        return handler.doneBefore(u"заказ уже отменён, его состояние: %1"_s.arg(shownWord(state)));
+    case NextStep::GiveUp:
+        return handler.giveUp(u"заказ отклонён, отмены не было"_s);
     case NextStep::Unknown:
         break;
     }
     handler.logger()->error(u"Необрабатываемый статус заказа: %1"_s, state);
-    return false;
+    return handler.keep(u"необрабатываемое состояние заказа: %1"_s.arg(shownWord(state)));
 }
 
 } // namespace platiqr

@@ -23,7 +23,8 @@ bool ProcessingHandler::sendMessage(const Message &message)
     const auto processing = findProcessing(valutCode);
     if (!processing) {
         logger()->error(u"Не найден процессинг с кодом валюты %1"_s, valutCode);
-        return false;
+        return keep(u"не настроен процессинг для валюты %1"_s.arg(valutCode),
+                    http::FailureKind::Request);
     }
     return processing->process(message.body);
 }

@@ -2,6 +2,7 @@
 
 #include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
+#include "handlers/common/replyword.h"
 
 #include <log4qt/logger.h>
 
@@ -13,6 +14,7 @@ namespace {
 
 /// The number of addresses with which the state of the code is to be found out first.
 constexpr qsizetype addressesWithState = 3;
+constexpr QStringView completedRefund = u"COMPLETED";
 
 http::Params deleteRequest(const QString &url, const RestClient::Headers &headers)
 {
@@ -60,9 +62,8 @@ QString RaiffeisenSbpHandler::statusValueFromReply(const RestClient &client)
 
 RaiffeisenSbpHandler::ReplyClass RaiffeisenSbpHandler::classifyReply(const RestClient &client) const
 {
-    if (client.errorCode() <= 0)
+    if (succeeded(client, *logger()))
         return ReplyClass::Good;
-    logSendError(*logger(), client.errorText());
     const QString code = client.responseJson().object().value(u"code"_s).toString();
     return code == u"ORDER_NOT_FOUND" || code == u"ERROR.NOT_FOUND" ? ReplyClass::NotFound
                                                                     : ReplyClass::Failed;
@@ -88,22 +89,24 @@ bool RaiffeisenSbpHandler::undoByState(const Message &message, const QStringList
         break;
     case ReplyClass::NotFound:
         // What the service does not know needs no undoing. Only this first answer may say so.
-        return true;
+        return doneBefore(u"заказ или QR-код сервису неизвестен, отменять нечего"_s);
     case ReplyClass::Failed:
         return false;
     }
 
     const QString state = codeState(*delivery.client);
-    if (state == u"CANCELLED" || state == u"EXPIRED")
-        return true;
+    if (state == u"CANCELLED")
+        return doneBefore(u"QR-код или заказ уже отменён"_s);
+    if (state == u"EXPIRED")
+        return giveUp(u"срок действия QR-кода или заказа истёк, отмены не было"_s);
     if (state == u"NEW")
         return deleteCode(delivery, urls[0]);
     if (state == u"PAID") {
         logger()->info(u"Оформление возврата по платежу"_s);
         // The reply to the request itself is not looked at, even if it says that the refund is done.
-        return requestRefund(delivery, urls[1]) && isRefundOver(delivery, urls[2]);
+        return requestRefund(delivery, urls[1]) && judgeRefund(delivery, urls[2]);
     }
-    return false;
+    return keep(u"неизвестное состояние QR-кода или заказа: %1"_s.arg(shownWord(state)));
 }
 
 bool RaiffeisenSbpHandler::refundPaidOrder(const Message &message, const QStringList &urls)
@@ -116,9 +119,9 @@ bool RaiffeisenSbpHandler::refundPaidOrder(const Message &message, const QString
     // address, the request to it fails like any other, and the log says why.
     if (!requestRefund(delivery, urls.value(0)))
         return false;
-    if (memberFromReply(*delivery.client, u"refundStatus"_s) == u"COMPLETED")
+    if (memberFromReply(*delivery.client, u"refundStatus"_s) == completedRefund)
         return true;
-    return isRefundOver(delivery, urls.value(1));
+    return judgeRefund(delivery, urls.value(1));
 }
 
 bool RaiffeisenSbpHandler::deleteCode(const Delivery &delivery, const QString &url)
@@ -134,7 +137,9 @@ bool RaiffeisenSbpHandler::deleteCode(const Delivery &delivery, const QString &u
     // The code may have been paid at the last moment, so only its own state says that it is gone. Unlike
     // codeState() this looks at both members, whatever the first one holds.
     return memberFromReply(client, u"qrStatus"_s) == u"CANCELLED"
-           || statusValueFromReply(client) == u"CANCELLED";
+           || statusValueFromReply(client) == u"CANCELLED"
+           || keep(
+               u"QR-код или заказ не отменён, состояние: %1"_s.arg(shownWord(codeState(client))));
 }
 
 bool RaiffeisenSbpHandler::requestRefund(const Delivery &delivery, const QString &url)
@@ -143,13 +148,19 @@ bool RaiffeisenSbpHandler::requestRefund(const Delivery &delivery, const QString
     return isGood(*delivery.client);
 }
 
-bool RaiffeisenSbpHandler::isRefundOver(const Delivery &delivery, const QString &url)
+bool RaiffeisenSbpHandler::judgeRefund(const Delivery &delivery, const QString &url)
 {
     logger()->info(u"Получение информации по возврату"_s);
     delivery.client->get(QUrl(url), {}, delivery.headers);
+    if (!isGood(*delivery.client))
+        return false;
+    const QString state = memberFromReply(*delivery.client, u"refundStatus"_s);
+    if (state == completedRefund)
+        return true;
     // Only a running refund is waited for. Every other state is an end, one that reports a failure too.
-    return isGood(*delivery.client)
-           && memberFromReply(*delivery.client, u"refundStatus"_s) != u"IN_PROGRESS";
+    if (state == u"IN_PROGRESS")
+        return keep(u"возврат ещё выполняется"_s);
+    return giveUp(u"возврат не подтверждён, его состояние: %1"_s.arg(shownWord(state)));
 }
 
 bool RaiffeisenSbpHandler::isGood(const RestClient &client) const

@@ -38,7 +38,8 @@ private:
     bool refundPaidOrder(const Message &message, const QStringList &urls);
     bool deleteCode(const Delivery &delivery, const QString &url);
     bool requestRefund(const Delivery &delivery, const QString &url);
-    bool isRefundOver(const Delivery &delivery, const QString &url);
+    /// Asks for the refund's state and says what became of it.
+    bool judgeRefund(const Delivery &delivery, const QString &url);
     bool isGood(const RestClient &client) const;
     QString codeState(const RestClient &client);
 };

@@ -1,5 +1,6 @@
 #include "handlers/payment/rsbsbphandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
 #include "handlers/payment/steadytime.h"
 #include "shared/core/mockfactory.h"
@@ -15,8 +16,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-constexpr int timeoutError = 4;
 
 constexpr int doneCode = 0;
 constexpr int missingCode = -999;
@@ -49,7 +48,7 @@ QString textFromReply(const RestClient &client)
     const auto text = reply.constFind(u"message"_s);
     if (text != reply.constEnd())
         return text->toVariant().toString();
-    return client.errorCode() > 0 ? client.errorText().ru() : u"Неизвестная ошибка"_s;
+    return succeeded(client) ? u"Неизвестная ошибка"_s : client.errorText().ru();
 }
 
 /// Cuts off what follows the Base64 block of the signature; the partner takes nothing else.
@@ -85,7 +84,7 @@ bool RsbSbpHandler::sendMessage(const Message &message)
     repairSignature(refund, *logger());
     client->post(messageValue<QUrl>(message, u"urlRefund"_s), QJsonDocument::fromVariant(refund),
                  headers);
-    if (client->errorCode() != timeoutError)
+    if (client->errorCode() != http::timeoutError)
         return judgeRefund(*client);
 
     // The partner may have read the request, so it is asked before the refund is sent once more.
@@ -106,20 +105,22 @@ bool RsbSbpHandler::pollRefundStatus(RestClient &client, const QUrl &url, const 
     for (;;) {
         client.post(url, body, headers);
         const int code = codeFromReply(client);
-        if (code == doneCode || code == refusedCode)
-            return code == doneCode;
+        if (code == doneCode)
+            return true;
+        if (code == refusedCode)
+            return keepByCode(client, code);
         time->sleepUntil(wakeUp);
         const SteadyTime::Moment now = time->now();
         wakeUp = now + std::chrono::milliseconds(interval);
         if (now - start >= std::chrono::milliseconds(duration))
-            return contains(lastCodesOfSuccess, code);
+            return contains(lastCodesOfSuccess, code) || keepByCode(client, code);
     }
 }
 
 bool RsbSbpHandler::judgeRefund(const RestClient &client)
 {
     const int code = codeFromReply(client);
-    if (client.errorCode() == 0 && code == doneCode)
+    if (succeeded(client) && code == doneCode)
         return true;
     if (client.isNetworkError()) {
         logger()->error(client.errorText().ru());
@@ -128,8 +129,17 @@ bool RsbSbpHandler::judgeRefund(const RestClient &client)
     const QString text = textFromReply(client);
     if (contains(finalCodes, code)) {
         logger()->warn(text);
-        return true;
+        return giveUp(u"окончательный код банка %1, возврат не подтверждён"_s.arg(code));
     }
     logger()->error(text);
-    return false;
+    return keepByCode(client, code);
+}
+
+bool RsbSbpHandler::keepByCode(const RestClient &client, int code)
+{
+    // Of an exchange that failed the client itself says why.
+    if (!succeeded(client))
+        return false;
+    return keep(code == missingCode ? u"в ответе банка нет кода"_s
+                                    : u"банк не сделал возврат, код %1"_s.arg(code));
 }

@@ -19,4 +19,6 @@ public:
 private:
     /// Judges an answer to the refund itself, and its failure.
     bool judgeRefund(const RestClient &client);
+    /// False: the bank has answered, and its code does not say that the refund is made.
+    bool keepByCode(const RestClient &client, int code);
 };

@@ -105,6 +105,7 @@ AtolPayRefundResult Interface::refund(const QString &documentId, const QString &
                  });
     AtolPayRefundResult result;
     result.success = isSuccess(reply);
+    result.noReply = reply.isEmpty();
     if (result.success)
         result.transactionId = dataText(reply, u"transactionId"_s);
     else
@@ -150,9 +151,7 @@ QJsonObject Interface::exchange(Operation operation, const QJsonObject &request)
     client->post(url.resolved(QUrl(path())), QJsonDocument(request),
                  {{u"Authorization"_s, u"Bearer %1"_s.arg(token)},
                   {u"Content-Type"_s, u"application/json"_s}});
-    if (client->errorCode() > 0)
-        return {};
-    return client->responseJson().object();
+    return succeeded(*client) ? client->responseJson().object() : QJsonObject();
 }
 
 } // namespace atolpay

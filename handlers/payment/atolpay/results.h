@@ -31,6 +31,8 @@ struct AtolPayRefundResult
     /// Why it failed.
     QString message;
     QString transactionId;
+    /// The exchange failed, or its reply holds nothing at all.
+    bool noReply = false;
 };
 
 struct AtolPayRegisterResult

@@ -65,7 +65,7 @@ void TestAtolPayHandler::init()
 void TestAtolPayHandler::outcome_data()
 {
     QTest::addColumn<Script>("script");
-    QTest::addColumn<bool>("finished");
+    QTest::addColumn<QString>("outcome");
     QTest::addColumn<QString>("line");
 
     const QString done = u"INFO Отмена оплаты выполнена"_s;
@@ -75,36 +75,35 @@ void TestAtolPayHandler::outcome_data()
     const http::Response refusal =
         json(200, {{u"status"_s, u"error"_s}, {u"errorMessage"_s, u"Отказ"_s}});
     // clang-format off
-    QTest::newRow("completed: refunded")           << Script{state(u"COMPLETED"_s), refunded()}     << true  << silent;
-    QTest::newRow("completed: refund refused")     << Script{state(u"COMPLETED"_s), refusal}        << false << silent;
-    QTest::newRow("completed: refund not reached") << Script{state(u"COMPLETED"_s), noConnection()} << false << silent;
-    QTest::newRow("completed: refund says 500")    << Script{state(u"COMPLETED"_s), reply(500, R"({"status":"success"})")} << false << silent;
-    QTest::newRow("completed, in lower case")      << Script{state(u"completed"_s), refunded()}     << true  << silent;
-    QTest::newRow("refunded: done already")        << Script{state(u"REFUNDED"_s)}                  << true  << done;
+    QTest::newRow("completed: refunded")           << Script{state(u"COMPLETED"_s), refunded()}     << u"delivered"_s  << silent;
+    QTest::newRow("completed: refund refused")     << Script{state(u"COMPLETED"_s), refusal}        << u"kept service: в возврате отказано"_s << silent;
+    QTest::newRow("completed: refund not reached") << Script{state(u"COMPLETED"_s), noConnection()} << keptBy(noConnection()) << silent;
+    QTest::newRow("completed: refund says 500")    << Script{state(u"COMPLETED"_s), reply(500, R"({"status":"success"})")} << keptBy(reply(500)) << silent;
+    QTest::newRow("completed, in lower case")      << Script{state(u"completed"_s), refunded()}     << u"delivered"_s  << silent;
+    QTest::newRow("refunded: done already")        << Script{state(u"REFUNDED"_s)}                  << u"delivered: оплата уже возвращена"_s  << done;
     // The till relies on a refund that is under way not being asked for again.
-    QTest::newRow("refund in progress: done")      << Script{state(u"REFUND_IN_PROGRESS"_s)}        << true  << done;
-    QTest::newRow("partly refunded: done")         << Script{state(u"PARTIAL_REFUNDED"_s)}          << true  << done;
+    QTest::newRow("refund in progress: done")      << Script{state(u"REFUND_IN_PROGRESS"_s)}        << u"delivered: возврат уже выполняется"_s  << done;
+    QTest::newRow("partly refunded: done")         << Script{state(u"PARTIAL_REFUNDED"_s)}          << u"delivered: оплата уже возвращена частично"_s  << done;
     // The till relies on a payment that is still under way not being waited for.
-    QTest::newRow("in progress: dropped")          << Script{state(u"IN_PROGRESS"_s)}               << true  << needless;
-    QTest::newRow("error: nothing to undo")        << Script{state(u"ERROR"_s)}                     << true  << needless;
-    QTest::newRow("expired: nothing to undo")      << Script{state(u"EXPIRED"_s)}                   << true  << needless;
-    QTest::newRow("unknown state: stays")          << Script{state(u"PAID"_s)}                      << false << noReply;
-    QTest::newRow("no state: stays")               << Script{json(200, {})}                         << false << noReply;
-    QTest::newRow("state is misplaced: stays")     << Script{json(200, {{u"data"_s, u"COMPLETED"_s}})} << false << noReply;
-    QTest::newRow("status says 500: stays")        << Script{reply(500, R"({"data":{"status":"COMPLETED"}})")} << false << noReply;
-    QTest::newRow("status not reached: stays")     << Script{noConnection()}                        << false << noReply;
+    QTest::newRow("in progress: dropped")          << Script{state(u"IN_PROGRESS"_s)}               << u"dropped: оплата ещё не завершена, возврата не было"_s  << needless;
+    QTest::newRow("error: dropped")        << Script{state(u"ERROR"_s)}                     << u"dropped: оплата завершилась ошибкой, возврата не было"_s  << needless;
+    QTest::newRow("expired: dropped")      << Script{state(u"EXPIRED"_s)}                   << u"dropped: срок оплаты истёк, возврата не было"_s  << needless;
+    QTest::newRow("unknown state: stays")          << Script{state(u"PAID"_s)}                      << u"kept service: неизвестное состояние оплаты"_s << noReply;
+    QTest::newRow("no state: stays")               << Script{json(200, {})}                         << u"kept service"_s << noReply;
+    QTest::newRow("state is misplaced: stays")     << Script{json(200, {{u"data"_s, u"COMPLETED"_s}})} << u"kept service: неизвестное состояние оплаты"_s << noReply;
+    QTest::newRow("status says 500: stays")        << Script{reply(500, R"({"data":{"status":"COMPLETED"}})")} << keptBy(reply(500)) << noReply;
+    QTest::newRow("status not reached: stays")     << Script{noConnection()}                        << keptBy(noConnection()) << noReply;
     // clang-format on
 }
 
 void TestAtolPayHandler::outcome()
 {
     QFETCH(Script, script);
-    QFETCH(bool, finished);
     QFETCH(QString, line);
 
     const LogCapture log(u"atolpay"_s);
     FakeRestClient net(script);
-    QCOMPARE(deliver(u"atolpay"_s, message), finished);
+    QTEST(outcomeOf(u"atolpay"_s, message), "outcome");
     QCOMPARE(net.transcript(), (QStringList{askStatus, askRefund}.mid(0, script.size())));
     QStringList expected{u"INFO Отправка сообщения"_s, u"INFO Получение статуса транакции: T-1"_s};
     if (!line.isEmpty())

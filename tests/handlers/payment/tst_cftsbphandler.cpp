@@ -64,88 +64,105 @@ void TstCftSbpHandler::emptyMessage()
 void TstCftSbpHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
-    QTest::addColumn<bool>("finished");
+    QTest::addColumn<QString>("outcome");
     QTest::addColumn<QString>("logged");
 
     const QString nothing;
+    const QString done = u"delivered"_s;
+    const QString ended = u"dropped: банк отказал окончательно, код 202"_s;
     const QString http428 = u"ERROR Сервер ответил ошибкой, код состояния HTTP 428"_s;
 
     // An error that ends the matter: logged as one, and yet the message goes. The till relies on it, or
     // its cancellation would come round for ever.
-    QTest::newRow("428 with 202") << reply(428, R"({"code":202,"message":"%1 done"})") << true
+    QTest::newRow("428 with 202") << reply(428, R"({"code":202,"message":"%1 done"})") << ended
                                   << u"ERROR %1 done"_s;
-    QTest::newRow("428 with 202, no text") << reply(428, R"({"code":202})") << true << http428;
-    QTest::newRow("428 with 202.0") << reply(428, R"({"code":202.0})") << true << http428;
-    QTest::newRow("428 with 2.02e2") << reply(428, R"({"code":2.02e2})") << true << http428;
-    QTest::newRow("428 with \"202\"") << reply(428, R"({"code":"202"})") << true << http428;
-    QTest::newRow("428 with a text") << reply(428, R"({"code":"x"})") << false << http428;
-    QTest::newRow("428 with an empty text") << reply(428, R"({"code":""})") << false << http428;
-    QTest::newRow("428 with 202.5") << reply(428, R"({"code":202.5})") << false << http428;
-    QTest::newRow("428 with true") << reply(428, R"({"code":true})") << false << http428;
-    QTest::newRow("428 with null") << reply(428, R"({"code":null})") << false << http428;
-    QTest::newRow("428 with [202]") << reply(428, R"({"code":[202]})") << false << http428;
-    QTest::newRow("428 with 203") << reply(428, R"({"code":203,"message":"no"})") << false
-                                  << u"ERROR no"_s;
+    QTest::newRow("428 with 202, no text") << reply(428, R"({"code":202})") << ended << http428;
+    QTest::newRow("428 with 202.0") << reply(428, R"({"code":202.0})") << ended << http428;
+    QTest::newRow("428 with 2.02e2") << reply(428, R"({"code":2.02e2})") << ended << http428;
+    QTest::newRow("428 with \"202\"") << reply(428, R"({"code":"202"})") << ended << http428;
+    QTest::newRow("428 with a text")
+        << reply(428, R"({"code":"x"})") << keptBy(reply(428)) << http428;
+    QTest::newRow("428 with an empty text")
+        << reply(428, R"({"code":""})") << keptBy(reply(428)) << http428;
+    QTest::newRow("428 with 202.5")
+        << reply(428, R"({"code":202.5})") << keptBy(reply(428)) << http428;
+    QTest::newRow("428 with true")
+        << reply(428, R"({"code":true})") << keptBy(reply(428)) << http428;
+    QTest::newRow("428 with null")
+        << reply(428, R"({"code":null})") << keptBy(reply(428)) << http428;
+    QTest::newRow("428 with [202]")
+        << reply(428, R"({"code":[202]})") << keptBy(reply(428)) << http428;
+    QTest::newRow("428 with 203") << reply(428, R"({"code":203,"message":"no"})")
+                                  << keptBy(reply(428)) << u"ERROR no"_s;
     QTest::newRow("428 without code")
-        << reply(428, R"({"message":"no"})") << false << u"ERROR no"_s;
-    QTest::newRow("428, empty") << reply(428) << false << http428;
-    QTest::newRow("428, array") << reply(428, R"([{"code":202}])") << false << http428;
-    QTest::newRow("400 with 202") << reply(400, R"({"code":202,"message":"no"})") << false
-                                  << u"ERROR no"_s;
-    QTest::newRow("500, good status") << reply(500, R"({"status":0})") << false
+        << reply(428, R"({"message":"no"})") << keptBy(reply(428)) << u"ERROR no"_s;
+    QTest::newRow("428, empty") << reply(428) << keptBy(reply(428)) << http428;
+    QTest::newRow("428, array") << reply(428, R"([{"code":202}])") << keptBy(reply(428)) << http428;
+    QTest::newRow("400 with 202") << reply(400, R"({"code":202,"message":"no"})")
+                                  << keptBy(reply(400)) << u"ERROR no"_s;
+    QTest::newRow("500, good status") << reply(500, R"({"status":0})") << keptBy(reply(500))
                                       << u"ERROR Сервер ответил ошибкой, код состояния HTTP 500"_s;
-    QTest::newRow("500, empty text") << reply(500, R"({"message":""})") << false << u"ERROR "_s;
+    QTest::newRow("500, empty text")
+        << reply(500, R"({"message":""})") << keptBy(reply(500)) << u"ERROR "_s;
     QTest::newRow("no connection")
-        << noConnection() << false << u"ERROR Сервер отклонил соединение"_s;
-    QTest::newRow("timeout") << timeout() << false << u"ERROR Сервер не ответил вовремя"_s;
-    QTest::newRow("428 cut off") << http::Response::failed(2, tr::Tr(u"Обрыв"_s), 428) << false
-                                 << u"ERROR Обрыв"_s;
+        << noConnection() << keptBy(noConnection()) << u"ERROR Сервер отклонил соединение"_s;
+    QTest::newRow("timeout") << timeout() << keptBy(timeout())
+                             << u"ERROR Сервер не ответил вовремя"_s;
+    QTest::newRow("428 cut off") << http::Response::failed(2, tr::Tr(u"Обрыв"_s), 428)
+                                 << u"kept network: Обрыв"_s << u"ERROR Обрыв"_s;
 
     // The pair is a refusal whatever the status says beside it.
-    QTest::newRow("refused") << reply(200, R"({"message":"no %1","code":1})") << false
-                             << u"ERROR no %1"_s;
+    QTest::newRow("refused") << reply(200, R"({"message":"no %1","code":1})")
+                             << u"kept service: банк отказал, код: 1"_s << u"ERROR no %1"_s;
     QTest::newRow("refused beside a good status")
-        << reply(200, R"({"message":"no","code":0,"status":0})") << false << u"ERROR no"_s;
-    QTest::newRow("refused with 202")
-        << reply(200, R"({"message":"no","code":202})") << false << u"ERROR no"_s;
+        << reply(200, R"({"message":"no","code":0,"status":0})")
+        << u"kept service: банк отказал, код: 0"_s << u"ERROR no"_s;
+    QTest::newRow("refused with 202") << reply(200, R"({"message":"no","code":202})")
+                                      << u"kept service: банк отказал, код: 202"_s << u"ERROR no"_s;
     QTest::newRow("refused beside a bad status")
-        << reply(200, R"({"message":"no","code":5,"status":-1,"infoMsg":"i"})") << false
-        << u"ERROR no"_s;
+        << reply(200, R"({"message":"no","code":5,"status":-1,"infoMsg":"i"})")
+        << u"kept service: банк отказал, код: 5"_s << u"ERROR no"_s;
     QTest::newRow("refused, null members")
-        << reply(200, R"({"message":null,"code":null})") << false << u"ERROR "_s;
+        << reply(200, R"({"message":null,"code":null})")
+        << u"kept service: банк отказал, код: не указано"_s << u"ERROR "_s;
 
     QTest::newRow("negative, message")
-        << reply(200, R"({"status":-1,"message":"m","infoMsg":"i"})") << false << u"ERROR m"_s;
+        << reply(200, R"({"status":-1,"message":"m","infoMsg":"i"})")
+        << u"kept service: банк отказал, статус -1"_s << u"ERROR m"_s;
     QTest::newRow("negative, infoMsg")
-        << reply(200, R"({"status":-1,"infoMsg":"i"})") << false << u"ERROR i"_s;
-    QTest::newRow("negative, no text") << reply(200, R"({"status":-7})") << false << u"ERROR "_s;
+        << reply(200, R"({"status":-1,"infoMsg":"i"})")
+        << u"kept service: банк отказал, статус -1"_s << u"ERROR i"_s;
+    QTest::newRow("negative, no text") << reply(200, R"({"status":-7})")
+                                       << u"kept service: банк отказал, статус -7"_s << u"ERROR "_s;
     QTest::newRow("negative, code alone")
-        << reply(200, R"({"status":-1,"code":3})") << false << u"ERROR "_s;
+        << reply(200, R"({"status":-1,"code":3})") << u"kept service: банк отказал, статус -1"_s
+        << u"ERROR "_s;
     QTest::newRow("negative as a text")
-        << reply(200, R"({"status":"-1","infoMsg":"i"})") << false << u"ERROR i"_s;
+        << reply(200, R"({"status":"-1","infoMsg":"i"})")
+        << u"kept service: банк отказал, статус -1"_s << u"ERROR i"_s;
     QTest::newRow("very negative")
-        << reply(200, R"({"status":-4294967295,"infoMsg":"i"})") << false << u"ERROR i"_s;
+        << reply(200, R"({"status":-4294967295,"infoMsg":"i"})")
+        << u"kept service: банк отказал, статус -4294967295"_s << u"ERROR i"_s;
 
-    QTest::newRow("0") << reply(200, R"({"status":0})") << true << nothing;
-    QTest::newRow("positive") << reply(200, R"({"status":5,"message":"m"})") << true << nothing;
-    QTest::newRow("code alone") << reply(200, R"({"code":5})") << true << nothing;
-    QTest::newRow("message alone") << reply(200, R"({"message":"m"})") << true << nothing;
-    QTest::newRow("text for a status") << reply(200, R"({"status":"bad"})") << true << nothing;
+    QTest::newRow("0") << reply(200, R"({"status":0})") << done << nothing;
+    QTest::newRow("positive") << reply(200, R"({"status":5,"message":"m"})") << done << nothing;
+    QTest::newRow("code alone") << reply(200, R"({"code":5})") << done << nothing;
+    QTest::newRow("message alone") << reply(200, R"({"message":"m"})") << done << nothing;
+    QTest::newRow("text for a status") << reply(200, R"({"status":"bad"})") << done << nothing;
     // An absent status reads as 0.
-    QTest::newRow("empty object") << reply(200, "{}") << true << nothing;
-    QTest::newRow("empty") << reply(200) << true << nothing;
-    QTest::newRow("no JSON") << reply(200, "ok") << true << nothing;
-    QTest::newRow("array") << reply(200, R"([{"status":-1}])") << true << nothing;
+    QTest::newRow("empty object") << reply(200, "{}") << done << nothing;
+    QTest::newRow("empty") << reply(200) << done << nothing;
+    QTest::newRow("no JSON") << reply(200, "ok") << done << nothing;
+    QTest::newRow("array") << reply(200, R"([{"status":-1}])") << done << nothing;
 }
 
 void TstCftSbpHandler::outcome()
 {
     QFETCH(http::Response, answer);
-    QFETCH(bool, finished);
     QFETCH(QString, logged);
     const LogCapture log(u"cftsbp"_s);
     FakeRestClient net({answer});
-    QCOMPARE(deliver(u"cftsbp"_s, message), finished);
+    QTEST(outcomeOf(u"cftsbp"_s, message), "outcome");
     QStringList lines{u"INFO Отправка сообщения"_s};
     if (!logged.isNull())
         lines.append(logged);

@@ -196,65 +196,76 @@ void TstIturupSbpHandler::requests()
 void TstIturupSbpHandler::outcome_data()
 {
     QTest::addColumn<Script>("script");
-    QTest::addColumn<bool>("finished");
+    QTest::addColumn<QString>("outcome");
 
-    const auto row = [](const char *name, const Script &script, bool finished) {
-        QTest::newRow(name) << script << finished;
+    const auto row = [](const char *name, const Script &script, const QString &outcome) {
+        QTest::newRow(name) << script << outcome;
     };
     const http::Response accepted = operation(u"ACCEPTED"_s);
     const http::Response noReply = reply(200);
     const http::Response running = code(2);
 
-    row("status: no connection", {noConnection()}, false);
-    row("status: 500", {reply(500, R"({"data":{"status":"REJECTED"}})")}, false);
-    row("status: code 1", {code(1)}, false);
+    row("status: no connection", {noConnection()}, keptBy(noConnection()));
+    row("status: 500", {reply(500, R"({"data":{"status":"REJECTED"}})")}, keptBy(reply(500)));
+    row("status: code 1", {code(1)}, u"kept service: код ответа 1"_s);
     row("status: code 1 with a state",
         {json(200,
               {{u"responseCode"_s, 1}, {u"data"_s, QJsonObject{{u"status"_s, u"REJECTED"_s}}}})},
-        false);
+        u"kept service: код ответа 1"_s);
     // A null reply is -1, and 0 is required here.
-    row("status: null", {noReply}, false);
-    row("status: no state", {code(0)}, false);
-    row("rejected: done", {operation(u"REJECTED"_s)}, true);
-    row("not started: done", {operation(u"NOT_STARTED"_s)}, true);
-    row("rejected, code absent: done",
-        {json(200, {{u"data"_s, QJsonObject{{u"status"_s, u"REJECTED"_s}}}})}, true);
-    row("received: later", {operation(u"RECEIVED"_s)}, false);
-    row("in progress: later", {operation(u"IN_PROGRESS"_s)}, false);
-    row("unknown state: later", {operation(u"REFUNDED"_s)}, false);
-    row("another case: later", {operation(u"rejected"_s)}, false);
+    row("status: null", {noReply}, u"kept service: ответ не прочитан"_s);
+    row("status: no state", {code(0)}, u"kept service: состояние операции: не указано"_s);
+    row("rejected: dropped", {operation(u"REJECTED"_s)},
+        u"dropped: операция отклонена, возврата не было"_s);
+    row("not started: done", {operation(u"NOT_STARTED"_s)},
+        u"delivered: операция не начата, возвращать нечего"_s);
+    row("rejected, code absent: dropped",
+        {json(200, {{u"data"_s, QJsonObject{{u"status"_s, u"REJECTED"_s}}}})},
+        u"dropped: операция отклонена, возврата не было"_s);
+    row("received: later", {operation(u"RECEIVED"_s)},
+        u"kept service: состояние операции: RECEIVED"_s);
+    row("in progress: later", {operation(u"IN_PROGRESS"_s)},
+        u"kept service: состояние операции: IN_PROGRESS"_s);
+    row("unknown state: later", {operation(u"REFUNDED"_s)},
+        u"kept service: состояние операции: REFUNDED"_s);
+    row("another case: later", {operation(u"rejected"_s)},
+        u"kept service: состояние операции: rejected"_s);
 
-    row("prepare: no connection", {accepted, noConnection()}, false);
-    row("prepare: 400", {accepted, reply(400)}, false);
-    row("prepare: code 2", {accepted, running}, false);
-    row("prepare: null", {accepted, noReply}, false);
+    row("prepare: no connection", {accepted, noConnection()}, keptBy(noConnection()));
+    row("prepare: 400", {accepted, reply(400)}, keptBy(reply(400)));
+    row("prepare: code 2", {accepted, running}, u"kept service: код ответа 2"_s);
+    row("prepare: null", {accepted, noReply}, u"kept service: ответ не прочитан"_s);
 
-    row("commit: no connection", {accepted, prepared(), noConnection()}, false);
-    row("commit: 500", {accepted, prepared(), reply(500, R"({"responseCode":0})")}, false);
-    row("commit: 0", {accepted, prepared(), code(0)}, true);
+    row("commit: no connection", {accepted, prepared(), noConnection()}, keptBy(noConnection()));
+    row("commit: 500", {accepted, prepared(), reply(500, R"({"responseCode":0})")},
+        keptBy(reply(500)));
+    row("commit: 0", {accepted, prepared(), code(0)}, u"delivered"_s);
     // Every answer but 2 is the end of the refund, an error and one that cannot be read too: the commit
     // has reached the partner, and the till relies on it not being sent once more.
-    row("commit: 1", {accepted, prepared(), code(1)}, true);
-    row("commit: -7", {accepted, prepared(), code(-7)}, true);
-    row("commit: absent", {accepted, prepared(), json(200, {})}, true);
-    row("commit: null", {accepted, prepared(), noReply}, true);
+    row("commit: 1", {accepted, prepared(), code(1)}, u"dropped: возврат завершён с кодом 1"_s);
+    row("commit: -7", {accepted, prepared(), code(-7)}, u"dropped: возврат завершён с кодом -7"_s);
+    row("commit: absent", {accepted, prepared(), json(200, {})}, u"delivered"_s);
+    row("commit: null", {accepted, prepared(), noReply},
+        u"dropped: ответ на возврат не прочитан"_s);
 
-    row("running: 0", {accepted, prepared(), running, code(0)}, true);
-    row("running: 1", {accepted, prepared(), running, code(1)}, true);
-    row("running: null", {accepted, prepared(), running, noReply}, true);
+    row("running: 0", {accepted, prepared(), running, code(0)}, u"delivered"_s);
+    row("running: 1", {accepted, prepared(), running, code(1)},
+        u"dropped: возврат завершён с кодом 1"_s);
+    row("running: null", {accepted, prepared(), running, noReply},
+        u"dropped: ответ на возврат не прочитан"_s);
     row("running: asked until it ends",
-        {accepted, prepared(), running, running, running, running, code(0)}, true);
-    row("running: no connection", {accepted, prepared(), running, running, noConnection()}, false);
-    row("running: 500", {accepted, prepared(), running, reply(500)}, false);
+        {accepted, prepared(), running, running, running, running, code(0)}, u"delivered"_s);
+    row("running: no connection", {accepted, prepared(), running, running, noConnection()},
+        keptBy(noConnection()));
+    row("running: 500", {accepted, prepared(), running, reply(500)}, keptBy(reply(500)));
 }
 
 void TstIturupSbpHandler::outcome()
 {
     QFETCH(Script, script);
-    QFETCH(bool, finished);
     const LogCapture log(u"iturupsbp"_s);
     FakeRestClient net(script);
-    QCOMPARE(deliver(u"iturupsbp"_s, message()), finished);
+    QTEST(outcomeOf(u"iturupsbp"_s, message()), "outcome");
     QStringList expected = chain.first(std::min(script.size(), chain.size()));
     while (expected.size() < script.size())
         expected.append(chain.last());

@@ -1,5 +1,6 @@
 #include "engine/basichandler.h"
 #include "handlers/handlertable.h"
+#include "tests/handlers/support/delivery.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 
@@ -27,7 +28,7 @@ QVariantMap message(const QVariantMap &more = {})
 
 /// Each attempt is that of a worker of its own, and the counts outlive it: so every test has messages of
 /// its own.
-bool attempt(int id, const QVariantMap &body)
+QString outcomeOf(int id, const QVariantMap &body)
 {
     HandlerFactory factory(handlerTable());
     const std::unique_ptr<BasicHandler> handler(factory.create(u"nspkec"_s));
@@ -35,7 +36,13 @@ bool attempt(int id, const QVariantMap &body)
     queued.id = id;
     queued.type = u"nspkec"_s;
     queued.body = body;
-    return handler->sendMessage(queued);
+    return told(handler->attempt(queued));
+}
+
+/// True: the message is finished with.
+bool attempt(int id, const QVariantMap &body)
+{
+    return !outcomeOf(id, body).startsWith(u"kept"_s);
 }
 
 int nextId()
@@ -96,32 +103,36 @@ void TestNspkEcHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<QString>("failure");
+    QTest::addColumn<QString>("outcome");
 
     const QString unknown = u"Неизвестная ошибка"_s;
     const QString none;
+    const QString done = u"delivered"_s;
+    const QString code17 = u"kept service: сервис отказал, код: 17"_s;
+    const QString noCode = u"kept service: сервис отказал, код: не указано"_s;
     const auto result = [](const QByteArray &value) {
         return "{\"result\":" + value + "}";
     };
     // clang-format off
-    QTest::newRow("0")                        << reply(200, accepted)                       << none;
-    QTest::newRow("0 and nothing else")       << reply(200, result(R"({"code":"0"})"))      << none;
-    QTest::newRow("refused")                  << reply(200, refused)                        << u"Отказ %1"_s;
-    QTest::newRow("refused without a reason") << reply(200, result(R"({"code":"17"})"))     << unknown;
-    QTest::newRow("reason is no text")        << reply(200, result(R"({"code":"17","description":5})")) << unknown;
-    QTest::newRow("reason is empty")          << reply(200, result(R"({"code":"17","description":""})")) << u""_s;
+    QTest::newRow("0")                        << reply(200, accepted)                       << none << done;
+    QTest::newRow("0 and nothing else")       << reply(200, result(R"({"code":"0"})"))      << none << done;
+    QTest::newRow("refused")                  << reply(200, refused)                        << u"Отказ %1"_s << code17;
+    QTest::newRow("refused without a reason") << reply(200, result(R"({"code":"17"})"))     << unknown << code17;
+    QTest::newRow("reason is no text")        << reply(200, result(R"({"code":"17","description":5})")) << unknown << code17;
+    QTest::newRow("reason is empty")          << reply(200, result(R"({"code":"17","description":""})")) << u""_s << code17;
     // The service writes the code as a text; anything else is not its word for success.
-    QTest::newRow("0 as a number")            << reply(200, result(R"({"code":0})"))        << unknown;
-    QTest::newRow("00")                       << reply(200, result(R"({"code":"00"})"))     << unknown;
-    QTest::newRow("no code")                  << reply(200, result("{}"))                   << unknown;
-    QTest::newRow("code at the top")          << reply(200, R"({"code":"0"})")              << unknown;
-    QTest::newRow("result is no object")      << reply(200, result("\"0\""))                << unknown;
-    QTest::newRow("no JSON")                  << reply(200, "0")                            << unknown;
-    QTest::newRow("empty")                    << reply(204)                                 << unknown;
-    QTest::newRow("500 with 0")               << reply(500, accepted)                       << u"OK"_s;
-    QTest::newRow("400 with a reason")        << reply(400, refused)                        << u"Отказ %1"_s;
-    QTest::newRow("404")                      << reply(404)                                 << unknown;
-    QTest::newRow("no connection")            << noConnection()                             << unknown;
-    QTest::newRow("no answer in time")        << timeout()                                  << unknown;
+    QTest::newRow("0 as a number")            << reply(200, result(R"({"code":0})"))        << unknown << noCode;
+    QTest::newRow("00")                       << reply(200, result(R"({"code":"00"})"))     << unknown << u"kept service: сервис отказал, код: 00"_s;
+    QTest::newRow("no code")                  << reply(200, result("{}"))                   << unknown << noCode;
+    QTest::newRow("code at the top")          << reply(200, R"({"code":"0"})")              << unknown << noCode;
+    QTest::newRow("result is no object")      << reply(200, result("\"0\""))                << unknown << noCode;
+    QTest::newRow("no JSON")                  << reply(200, "0")                            << unknown << noCode;
+    QTest::newRow("empty")                    << reply(204)                                 << unknown << noCode;
+    QTest::newRow("500 with 0")               << reply(500, accepted)                       << u"OK"_s << keptBy(reply(500));
+    QTest::newRow("400 with a reason")        << reply(400, refused)                        << u"Отказ %1"_s << keptBy(reply(400));
+    QTest::newRow("404")                      << reply(404)                                 << unknown << keptBy(reply(404));
+    QTest::newRow("no connection")            << noConnection()                             << unknown << keptBy(noConnection());
+    QTest::newRow("no answer in time")        << timeout()                                  << unknown << keptBy(timeout());
     // clang-format on
 }
 
@@ -133,7 +144,7 @@ void TestNspkEcHandler::outcome()
     const LogCapture log(u"nspkec"_s);
     FakeRestClient net({answer});
     const int id = nextId();
-    QCOMPARE(attempt(id, tries(2)), failure.isNull());
+    QTEST(outcomeOf(id, tries(2)), "outcome");
     QStringList expected{u"INFO Отправка сообщения %1"_s.arg(id)};
     if (!failure.isNull())
         expected.append(u"ERROR Ошибка при отправке сообщения: "_s + failure);
@@ -165,7 +176,9 @@ void TestNspkEcHandler::limit()
     // Refused, and not reached: both count.
     for (int i = 1; i <= attempts; ++i) {
         FakeRestClient net({i % 2 ? reply(200, refused) : noConnection()});
-        QCOMPARE(attempt(id, body), i == attempts);
+        const QString outcome = outcomeOf(id, body);
+        QCOMPARE(outcome == u"dropped: исчерпаны попытки отправки"_s, i == attempts);
+        QCOMPARE(outcome.startsWith(u"kept "_s), i < attempts);
         QCOMPARE(log.lines().contains(givenUp), i == attempts);
     }
     QCOMPARE(log.lines().last(), givenUp);

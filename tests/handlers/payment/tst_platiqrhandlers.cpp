@@ -75,9 +75,14 @@ QJsonObject withData(const QString &request, const QString &data)
     return with(request, changed);
 }
 
+QString text(const QJsonObject &body)
+{
+    return QString::fromUtf8(QJsonDocument(body).toJson());
+}
+
 bool deliverMessage(const QString &type, const QJsonObject &body = message())
 {
-    return deliver(type, QString::fromUtf8(QJsonDocument(body).toJson()));
+    return deliver(type, text(body));
 }
 
 http::Response token(const QString &text = u"t1"_s)
@@ -256,19 +261,20 @@ void TestPlatiQrHandlers::outcome_data()
 {
     QTest::addColumn<QString>("type");
     QTest::addColumn<Script>("script");
-    QTest::addColumn<bool>("finished");
+    QTest::addColumn<QString>("outcome");
     QTest::addColumn<QStringList>("requests");
     QTest::addColumn<QString>("line");
 
     const QStringList revocation = asking + revoking;
     const QStringList cancellation = asking + cancelling;
     const QString none;
+    const QString tokenless = u"kept credentials: сервис не выдал токен"_s;
     const http::Response refusal = reply(403, R"({"access_token":"t1"})");
     for (const QString &type : {newer, older}) {
-        const auto row = [&type](const char *name, const Script &script, bool finished,
+        const auto row = [&type](const char *name, const Script &script, const QString &outcome,
                                  const QStringList &requests, const QString &line) {
             QTest::addRow("%s, %s", qPrintable(type), name)
-                << type << script << finished << requests.mid(0, script.size()) << line;
+                << type << script << outcome << requests.mid(0, script.size()) << line;
         };
         const auto order = [&type](const QString &text) {
             return state(type, text);
@@ -277,54 +283,58 @@ void TestPlatiQrHandlers::outcome_data()
             return answer(type, u"order_status"_s, text);
         };
         // clang-format off
-        row("created: revoked",                {token(), order(u"CREATED"_s), token(), order(u"REVOKED"_s)},    true,  revocation,   none);
-        row("created: revocation not made",    {token(), order(u"CREATED"_s), token(), order(u"CREATED"_s)},    false, revocation,   none);
-        row("created: paid in between",        {token(), order(u"CREATED"_s), token(), order(u"PAID"_s)},       false, revocation,   none);
-        row("created: revoked under another name", {token(), order(u"CREATED"_s), token(), ended(u"REVOKED"_s)}, false, revocation,  none);
-        row("created: no token",               {token(), order(u"CREATED"_s), json(200, {})},                   false, revocation,   noToken);
-        row("created: token not reached",      {token(), order(u"CREATED"_s), noConnection()},                  false, revocation,   failure(noConnection()));
-        row("created: revocation not reached", {token(), order(u"CREATED"_s), token(), noConnection()},         false, revocation,   failure(noConnection()));
-        row("paid: refunded",                  {token(), paid(type), token(), ended(u"REFUNDED"_s)},            true,  cancellation, none);
-        row("paid: reversed",                  {token(), paid(type), token(), ended(u"REVERSED"_s)},            true,  cancellation, none);
-        row("paid: revoked is not refunded",   {token(), paid(type), token(), ended(u"REVOKED"_s)},             false, cancellation, none);
-        row("paid: refused",                   {token(), paid(type), token(), ended(u"DECLINED"_s)},            false, cancellation, none);
+        row("created: revoked",                {token(), order(u"CREATED"_s), token(), order(u"REVOKED"_s)},    u"delivered"_s,  revocation,   none);
+        row("created: revocation not made",    {token(), order(u"CREATED"_s), token(), order(u"CREATED"_s)},    u"kept service: заказ не отозван, его состояние: CREATED"_s, revocation,   none);
+        row("created: paid in between",        {token(), order(u"CREATED"_s), token(), order(u"PAID"_s)},       u"kept service: заказ не отозван, его состояние: PAID"_s, revocation,   none);
+        row("created: revoked under another name", {token(), order(u"CREATED"_s), token(), ended(u"REVOKED"_s)}, u"kept service: заказ не отозван, его состояние: не указано"_s, revocation,  none);
+        row("created: no token",               {token(), order(u"CREATED"_s), json(200, {})},                   tokenless, revocation,   noToken);
+        row("created: token not reached",      {token(), order(u"CREATED"_s), noConnection()},                  keptBy(noConnection()), revocation,   failure(noConnection()));
+        row("created: revocation not reached", {token(), order(u"CREATED"_s), token(), noConnection()},         keptBy(noConnection()), revocation,   failure(noConnection()));
+        row("paid: refunded",                  {token(), paid(type), token(), ended(u"REFUNDED"_s)},            u"delivered"_s,  cancellation, none);
+        row("paid: reversed",                  {token(), paid(type), token(), ended(u"REVERSED"_s)},            u"delivered"_s,  cancellation, none);
+        row("paid: revoked is not refunded",   {token(), paid(type), token(), ended(u"REVOKED"_s)},             u"kept service: заказ не отменён, его состояние: REVOKED"_s, cancellation, none);
+        row("paid: refused",                   {token(), paid(type), token(), ended(u"DECLINED"_s)},            u"kept service: заказ не отменён, его состояние: DECLINED"_s, cancellation, none);
         // The service tells a cancelled order's state under a name of its own.
-        row("paid: refunded under another name", {token(), paid(type), token(), order(u"REFUNDED"_s)},          false, cancellation, none);
-        row("paid: no token",                  {token(), paid(type), json(200, {})},                            false, cancellation, noToken);
-        row("paid: token not reached",         {token(), paid(type), noConnection()},                           false, cancellation, failure(noConnection()));
-        row("paid: cancellation not reached",  {token(), paid(type), token(), noConnection()},                  false, cancellation, failure(noConnection()));
-        row("refunded: done already",          {token(), order(u"REFUNDED"_s)},                                 true,  asking,       none);
-        row("reversed: done already",          {token(), order(u"REVERSED"_s)},                                 true,  asking,       none);
-        row("revoked: done already",           {token(), order(u"REVOKED"_s)},                                  true,  asking,       none);
-        row("another state",                   {token(), order(u"EXPIRED %1"_s)},                               false, asking,       unknownState(u"EXPIRED %1"_s));
-        row("compared exactly",                {token(), order(u"paid"_s)},                                     false, asking,       unknownState(u"paid"_s));
-        row("no state",                        {token(), json(200, {})},                                        false, asking,       unknownState(u""_s));
-        row("status is no JSON",               {token(), reply(200, "PAID")},                                   false, asking,       unknownState(u""_s));
-        row("status not reached",              {token(), timeout()},                                            false, asking,       failure(timeout()));
-        row("status: HTTP error",              {token(), reply(500, R"({"order_state":"REFUNDED"})")},          false, asking,       failure(reply(500)));
-        row("token not reached",               {noConnection()},                                                false, asking,       failure(noConnection()));
-        row("token: HTTP error",               {refusal},                                                       false, asking,       failure(refusal));
-        row("no token",                        {json(200, {{u"token"_s, u"t1"_s}})},                            false, asking,       noToken);
-        row("empty token",                     {token(u""_s)},                                                  false, asking,       noToken);
-        row("token in an array",               {reply(200, R"(["t1"])")},                                       false, asking,       noToken);
-        row("no reply to the token request",   {reply(204)},                                                    false, asking,       noToken);
+        row("paid: refunded under another name", {token(), paid(type), token(), order(u"REFUNDED"_s)},          u"kept service: заказ не отменён, его состояние: не указано"_s, cancellation, none);
+        row("paid: no token",                  {token(), paid(type), json(200, {})},                            tokenless, cancellation, noToken);
+        row("paid: token not reached",         {token(), paid(type), noConnection()},                           keptBy(noConnection()), cancellation, failure(noConnection()));
+        row("paid: cancellation not reached",  {token(), paid(type), token(), noConnection()},                  keptBy(noConnection()), cancellation, failure(noConnection()));
+        row("refunded: done already",          {token(), order(u"REFUNDED"_s)},                                 u"delivered: заказ уже отменён, его состояние: REFUNDED"_s,  asking,       none);
+        row("reversed: done already",          {token(), order(u"REVERSED"_s)},                                 u"delivered: заказ уже отменён, его состояние: REVERSED"_s,  asking,       none);
+        row("revoked: done already",           {token(), order(u"REVOKED"_s)},                                  u"delivered: заказ уже отменён, его состояние: REVOKED"_s,  asking,       none);
+        row("another state",                   {token(), order(u"EXPIRED %1"_s)},                               u"kept service: необрабатываемое состояние заказа: EXPIRED %1"_s, asking,       unknownState(u"EXPIRED %1"_s));
+        row("compared exactly",                {token(), order(u"paid"_s)},                                     u"kept service: необрабатываемое состояние заказа: paid"_s, asking,       unknownState(u"paid"_s));
+        row("no state",                        {token(), json(200, {})},                                        u"kept service: необрабатываемое состояние заказа: не указано"_s, asking,       unknownState(u""_s));
+        row("status is no JSON",               {token(), reply(200, "PAID")},                                   u"kept service: необрабатываемое состояние заказа: не указано"_s, asking,       unknownState(u""_s));
+        row("status not reached",              {token(), timeout()},                                            keptBy(timeout()), asking,       failure(timeout()));
+        row("status: HTTP error",              {token(), reply(500, R"({"order_state":"REFUNDED"})")},          keptBy(reply(500)), asking,       failure(reply(500)));
+        row("token not reached",               {noConnection()},                                                keptBy(noConnection()), asking,       failure(noConnection()));
+        row("token: HTTP error",               {refusal},                                                       keptBy(reply(403)), asking,       failure(refusal));
+        row("no token",                        {json(200, {{u"token"_s, u"t1"_s}})},                            tokenless, asking,       noToken);
+        row("empty token",                     {token(u""_s)},                                                  tokenless, asking,       noToken);
+        row("token in an array",               {reply(200, R"(["t1"])")},                                       tokenless, asking,       noToken);
+        row("no reply to the token request",   {reply(204)},                                                    tokenless, asking,       noToken);
         // Both find the token at the top, wherever they find everything else.
-        row("token inside the status",         {json(200, {{u"status"_s, QJsonObject{{u"access_token"_s, u"t1"_s}}}})}, false, asking, noToken);
+        row("token inside the status",         {json(200, {{u"status"_s, QJsonObject{{u"access_token"_s, u"t1"_s}}}})}, tokenless, asking, noToken);
         // clang-format on
     }
-    // The till relies on both: a declined order is done with at the newer service, and stays to be seen
+    // The till relies on both: a declined order is given up at the newer service, and stays to be seen
     // at the older one.
-    QTest::newRow("platiqr3, declined: done")
-        << newer << Script{token(), state(newer, u"DECLINED"_s)} << true << asking << none;
+    QTest::newRow("platiqr3, declined: dropped")
+        << newer << Script{token(), state(newer, u"DECLINED"_s)}
+        << u"dropped: заказ отклонён, отмены не было"_s << asking << none;
     QTest::newRow("platiqr, declined: unknown there")
-        << older << Script{token(), state(older, u"DECLINED"_s)} << false << asking
+        << older << Script{token(), state(older, u"DECLINED"_s)}
+        << u"kept service: необрабатываемое состояние заказа: DECLINED"_s << asking
         << unknownState(u"DECLINED"_s);
     // Each looks for the state in its own place only.
     QTest::newRow("platiqr3, state inside the status")
-        << newer << Script{token(), state(older, u"REFUNDED"_s)} << false << asking
+        << newer << Script{token(), state(older, u"REFUNDED"_s)}
+        << u"kept service: необрабатываемое состояние заказа: не указано"_s << asking
         << unknownState(u""_s);
     QTest::newRow("platiqr, state at the top")
-        << older << Script{token(), state(newer, u"REFUNDED"_s)} << false << asking
+        << older << Script{token(), state(newer, u"REFUNDED"_s)}
+        << u"kept service: необрабатываемое состояние заказа: не указано"_s << asking
         << unknownState(u""_s);
 }
 
@@ -332,13 +342,12 @@ void TestPlatiQrHandlers::outcome()
 {
     QFETCH(QString, type);
     QFETCH(Script, script);
-    QFETCH(bool, finished);
     QFETCH(QStringList, requests);
     QFETCH(QString, line);
 
     const LogCapture log(type);
     FakeRestClient net(script);
-    QCOMPARE(deliverMessage(type), finished);
+    QTEST(outcomeOf(type, text(message())), "outcome");
     QCOMPARE(net.transcript(), requests);
     QCOMPARE(log.lines(), line.isEmpty() ? QStringList{opening} : (QStringList{opening, line}));
 }

@@ -138,7 +138,8 @@ void TestProcessingHandler::noProcessing()
     Factory factory;
     const Substitute<PaymentProcessingFactory> substitute(&factory);
     const LogCapture log(u"processing"_s);
-    QVERIFY(!deliver(u"processing"_s, body));
+    QCOMPARE(outcomeOf(u"processing"_s, body),
+             u"kept request: не настроен процессинг для валюты "_s + code);
     QCOMPARE(log.lines(),
              (QStringList{opening, u"ERROR Не найден процессинг с кодом валюты "_s + code}));
 }
@@ -162,7 +163,8 @@ void TestProcessingHandler::failedLookup()
     factory.failure = u"Нет связи с %1"_s;
     const Substitute<PaymentProcessingFactory> substitute(&factory);
     const LogCapture log(u"processing"_s);
-    QVERIFY(!deliver(u"processing"_s, roubles));
+    QCOMPARE(outcomeOf(u"processing"_s, roubles),
+             u"kept request: не настроен процессинг для валюты 643"_s);
     QCOMPARE(log.lines(), (QStringList{opening, u"ERROR Критическая ошибка: "_s + text,
                                        u"ERROR Не найден процессинг с кодом валюты 643"_s}));
 }
@@ -182,10 +184,10 @@ void TestProcessingHandler::settingsToRequest()
 {
     TestSettings settings(u"[processing]\n643 = http://old.test/pay\n"_s);
     FakeRestClient net({json(200, {{u"success"_s, true}}), json(200, {{u"success"_s, false}})});
-    QVERIFY(deliver(u"processing"_s, roubles));
+    QCOMPARE(outcomeOf(u"processing"_s, roubles), u"delivered"_s);
     // A change holds from the next worker on.
     settings.set(u"[processing]\n643 = http://new.test/pay\n"_s);
-    QVERIFY(!deliver(u"processing"_s, roubles));
+    QCOMPARE(outcomeOf(u"processing"_s, roubles), u"kept service"_s);
     QCOMPARE(net.transcript(),
              (QStringList{u"POST http://old.test/pay"_s, u"POST http://new.test/pay"_s}));
     QCOMPARE(net.lastRequest().body, QByteArray(R"({"order":"42","valutCode":643})"));

@@ -280,69 +280,78 @@ void TstRsbSbpHandler::missingSignatureIsNotAdded()
 void TstRsbSbpHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
-    QTest::addColumn<bool>("finished");
+    QTest::addColumn<QString>("outcome");
     QTest::addColumn<QString>("logged");
 
     const QString nothing;
+    const QString noCode = u"kept service: в ответе банка нет кода"_s;
     const QString unknown = u"ERROR Неизвестная ошибка"_s;
     const QString http500 = u"Сервер ответил ошибкой, код состояния HTTP 500"_s;
 
-    QTest::newRow("0") << code(0) << true << nothing;
-    QTest::newRow("0 as a number") << reply(200, R"({"code":0})") << true << nothing;
+    QTest::newRow("0") << code(0) << u"delivered"_s << nothing;
+    QTest::newRow("0 as a number") << reply(200, R"({"code":0})") << u"delivered"_s << nothing;
     QTest::newRow("0 with a text")
-        << reply(200, R"({"code":"0","message":"m"})") << true << nothing;
+        << reply(200, R"({"code":"0","message":"m"})") << u"delivered"_s << nothing;
     // What is no integer reads as 0, and 0 is success.
-    QTest::newRow("no integer") << reply(200, R"({"code":"ok"})") << true << nothing;
-    QTest::newRow("a fraction") << reply(200, R"({"code":"5.5"})") << true << nothing;
-    QTest::newRow("hexadecimal") << reply(200, R"({"code":"0x5"})") << true << nothing;
-    QTest::newRow("null") << reply(200, R"({"code":null})") << true << nothing;
+    QTest::newRow("no integer") << reply(200, R"({"code":"ok"})") << u"delivered"_s << nothing;
+    QTest::newRow("a fraction") << reply(200, R"({"code":"5.5"})") << u"delivered"_s << nothing;
+    QTest::newRow("hexadecimal") << reply(200, R"({"code":"0x5"})") << u"delivered"_s << nothing;
+    QTest::newRow("null") << reply(200, R"({"code":null})") << u"delivered"_s << nothing;
 
     // A reply must carry its code to be a success.
-    QTest::newRow("no code") << json(200, {}) << false << unknown;
+    QTest::newRow("no code") << json(200, {}) << noCode << unknown;
     QTest::newRow("no code, a text")
-        << reply(200, R"({"message":"m %1"})") << false << u"ERROR m %1"_s;
-    QTest::newRow("empty") << reply(200) << false << unknown;
-    QTest::newRow("no JSON") << reply(200, "0") << false << unknown;
-    QTest::newRow("array") << reply(200, R"([{"code":"0"}])") << false << unknown;
+        << reply(200, R"({"message":"m %1"})") << noCode << u"ERROR m %1"_s;
+    QTest::newRow("empty") << reply(200) << noCode << unknown;
+    QTest::newRow("no JSON") << reply(200, "0") << noCode << unknown;
+    QTest::newRow("array") << reply(200, R"([{"code":"0"}])") << noCode << unknown;
 
     for (const int final : {-54, -33, -32, -31, -30, -24, -23, -13, -5, 1}) {
         QTest::addRow("final code %d", final)
-            << json(200, {{u"code"_s, QString::number(final)}, {u"message"_s, u"m %1"_s}}) << true
+            << json(200, {{u"code"_s, QString::number(final)}, {u"message"_s, u"m %1"_s}})
+            << u"dropped: окончательный код банка %1, возврат не подтверждён"_s.arg(final)
             << u"WARN m %1"_s;
     }
     for (const int other : {-999, -55, -53, -34, -29, -25, -22, -14, -12, -6, -4, -1, 2, 5}) {
         QTest::addRow("code %d", other)
-            << json(200, {{u"code"_s, QString::number(other)}, {u"message"_s, u"m"_s}}) << false
+            << json(200, {{u"code"_s, QString::number(other)}, {u"message"_s, u"m"_s}})
+            << (other == -999 ? noCode
+                              : u"kept service: банк не сделал возврат, код %1"_s.arg(other))
             << u"ERROR m"_s;
     }
     QTest::newRow("final code as a number")
-        << reply(200, R"({"code":-13})") << true << u"WARN Неизвестная ошибка"_s;
-    QTest::newRow("code as a number") << reply(200, R"({"code":7})") << false << unknown;
-    QTest::newRow("empty text") << reply(200, R"({"code":"7","message":""})") << false
-                                << u"ERROR "_s;
+        << reply(200, R"({"code":-13})")
+        << u"dropped: окончательный код банка -13, возврат не подтверждён"_s
+        << u"WARN Неизвестная ошибка"_s;
+    QTest::newRow("code as a number")
+        << reply(200, R"({"code":7})") << u"kept service: банк не сделал возврат, код 7"_s
+        << unknown;
+    QTest::newRow("empty text") << reply(200, R"({"code":"7","message":""})")
+                                << u"kept service: банк не сделал возврат, код 7"_s << u"ERROR "_s;
 
-    QTest::newRow("500 with 0") << reply(500, R"({"code":"0"})") << false << u"ERROR "_s + http500;
+    QTest::newRow("500 with 0") << reply(500, R"({"code":"0"})") << keptBy(reply(500))
+                                << u"ERROR "_s + http500;
     QTest::newRow("500 with 0 and a text")
-        << reply(500, R"({"code":"0","message":"m"})") << false << u"ERROR m"_s;
+        << reply(500, R"({"code":"0","message":"m"})") << keptBy(reply(500)) << u"ERROR m"_s;
     QTest::newRow("500 with a final code")
-        << reply(500, R"({"code":"-5"})") << true << u"WARN "_s + http500;
+        << reply(500, R"({"code":"-5"})")
+        << u"dropped: окончательный код банка -5, возврат не подтверждён"_s << u"WARN "_s + http500;
     QTest::newRow("500 with another code")
-        << reply(500, R"({"code":"9","message":"m"})") << false << u"ERROR m"_s;
-    QTest::newRow("500, empty") << reply(500) << false << u"ERROR "_s + http500;
+        << reply(500, R"({"code":"9","message":"m"})") << keptBy(reply(500)) << u"ERROR m"_s;
+    QTest::newRow("500, empty") << reply(500) << keptBy(reply(500)) << u"ERROR "_s + http500;
     QTest::newRow("no connection")
-        << noConnection() << false << u"ERROR Сервер отклонил соединение"_s;
-    QTest::newRow("cut off") << http::Response::failed(2, tr::Tr(u"Обрыв %1"_s), 200) << false
-                             << u"ERROR Обрыв %1"_s;
+        << noConnection() << keptBy(noConnection()) << u"ERROR Сервер отклонил соединение"_s;
+    QTest::newRow("cut off") << http::Response::failed(2, tr::Tr(u"Обрыв %1"_s), 200)
+                             << u"kept network: Обрыв %1"_s << u"ERROR Обрыв %1"_s;
 }
 
 void TstRsbSbpHandler::outcome()
 {
     QFETCH(http::Response, answer);
-    QFETCH(bool, finished);
     QFETCH(QString, logged);
     const LogCapture log(u"rsbsbp"_s);
     FakeRestClient net({answer});
-    QCOMPARE(deliver(u"rsbsbp"_s, message(block, 1000, 100)), finished);
+    QTEST(outcomeOf(u"rsbsbp"_s, message(block, 1000, 100)), "outcome");
     QCOMPARE(net.transcript(), QStringList{refundLine});
     QStringList lines{opening};
     if (!logged.isNull())
@@ -353,31 +362,30 @@ void TstRsbSbpHandler::outcome()
 void TstRsbSbpHandler::pollOutcome_data()
 {
     QTest::addColumn<http::Response>("last");
-    QTest::addColumn<bool>("finished");
-    QTest::newRow("0") << code(0) << true;
+    QTest::addColumn<QString>("outcome");
+    QTest::newRow("0") << code(0) << u"delivered"_s;
     // 1 and -24 are no end of the poll, yet the till counts them as success when they come last: the
     // refund is on its way, or was made before.
-    QTest::newRow("1") << code(1) << true;
-    QTest::newRow("-24") << code(-24) << true;
+    QTest::newRow("1") << code(1) << u"delivered"_s;
+    QTest::newRow("-24") << code(-24) << u"delivered"_s;
     // -23 removes the message as an answer to the refund itself, but not here: the refund is then sent
     // once more, and that answer decides.
-    QTest::newRow("-23") << code(-23) << false;
-    QTest::newRow("-5") << code(-5) << false;
-    QTest::newRow("5") << code(5) << false;
-    QTest::newRow("0 with 500") << reply(500, R"({"code":"0"})") << true;
-    QTest::newRow("no code") << json(200, {}) << false;
-    QTest::newRow("no connection") << noConnection() << false;
-    QTest::newRow("timeout") << timeout() << false;
+    QTest::newRow("-23") << code(-23) << u"kept service: банк не сделал возврат, код -23"_s;
+    QTest::newRow("-5") << code(-5) << u"kept service: банк не сделал возврат, код -5"_s;
+    QTest::newRow("5") << code(5) << u"kept service: банк не сделал возврат, код 5"_s;
+    QTest::newRow("0 with 500") << reply(500, R"({"code":"0"})") << u"delivered"_s;
+    QTest::newRow("no code") << json(200, {}) << u"kept service: в ответе банка нет кода"_s;
+    QTest::newRow("no connection") << noConnection() << keptBy(noConnection());
+    QTest::newRow("timeout") << timeout() << keptBy(timeout());
 }
 
 void TstRsbSbpHandler::pollOutcome()
 {
     QFETCH(http::Response, last);
-    QFETCH(bool, finished);
     const LogCapture log(u"rsbsbp"_s);
     // With a duration of 0 the state is asked for exactly once.
     SlowPartner net({timeout(), last}, {});
-    QCOMPARE(deliver(u"rsbsbp"_s, message(block)), finished);
+    QTEST(outcomeOf(u"rsbsbp"_s, message(block)), "outcome");
     QCOMPARE(net.transcript(), (QStringList{refundLine, statusLine}));
     QCOMPARE(log.lines(), (QStringList{opening, polling}));
 }
