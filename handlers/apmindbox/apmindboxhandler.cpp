@@ -23,11 +23,21 @@ bool ApMindboxHandler::sendMessage(const Message &message)
     // A delivery never writes into the queue: the message that lies there is enough.
     if (method == u"create") {
         constexpr bool fromQueue = true;
-        return interface.createAuthorizedOrder(payload, fromQueue).isSuccess();
+        return judge(interface.createAuthorizedOrder(payload, fromQueue));
     }
     if (method == u"change") {
         constexpr bool sendNow = true;
-        return interface.changeOrderStatus(payload, sendNow).isSuccess();
+        return judge(interface.changeOrderStatus(payload, sendNow));
     }
-    return false;
+    return keep(u"неизвестный метод сообщения"_s, http::FailureKind::Request);
+}
+
+bool ApMindboxHandler::judge(const apmindbox::OperationResult &result)
+{
+    if (result.isSuccess())
+        return true;
+    // Of an exchange that failed the client itself says why.
+    if (result.networkError != http::noError)
+        return false;
+    return keep(apmindbox::refusalReason(result.status));
 }

@@ -53,6 +53,22 @@ ProcessingStatus statusAt(const QJsonObject &object, const QString &path)
 
 } // namespace
 
+QString refusalReason(RequestStatus status)
+{
+    switch (status) {
+    case RequestStatus::Error:
+        return u"платформа ответила ошибкой"_s;
+    case RequestStatus::ValidationError:
+        return u"платформа не приняла данные (ValidationError)"_s;
+    case RequestStatus::ProtocolError:
+        return u"платформа не приняла запрос (ProtocolError)"_s;
+    case RequestStatus::Unknown:
+    case RequestStatus::Success:
+        break;
+    }
+    return u"платформа не подтвердила операцию"_s;
+}
+
 bool OperationResult::isSuccess() const
 {
     return status == RequestStatus::Success;

@@ -28,6 +28,9 @@ enum class RequestStatus : qint32
     ProtocolError = 4,
 };
 
+/// Why the platform has not done what it was asked, in Russian and for people: its answer had this status.
+QString refusalReason(RequestStatus status);
+
 /// What the platform has done with a customer or an order. The numbers are those of this client alone.
 enum class ProcessingStatus : qint32
 {

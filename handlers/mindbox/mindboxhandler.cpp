@@ -7,33 +7,6 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-/// Goes by the reply's own status. What an order result calls its success plays no part here.
-bool isFinished(const mindbox::OperationResult &result)
-{
-    return result.status == mindbox::RequestStatus::Success
-           || result.networkError == mindbox::badRequestError;
-}
-
-bool saveOfflineOrder(mindbox::Interface &interface, QJsonObject payload, const QString &cardNumber,
-                      Log4Qt::Logger &logger)
-{
-    if (!cardNumber.isEmpty()) {
-        const mindbox::OperationResult check = interface.checkCustomer(cardNumber, false);
-        if (check.customer.isFound()) {
-            payload.insert(u"customer"_s,
-                           QJsonObject{{u"mobilePhone"_s, check.customer.mobilePhone}});
-        } else if (!check.noConnection) {
-            logger.error(u"Клиент не найден"_s);
-            return true;
-        }
-    }
-    return isFinished(interface.saveOfflineOrder(payload));
-}
-
-} // namespace
-
 MindboxHandler::MindboxHandler()
     : BasicHandler(u"mindbox"_s)
 {
@@ -48,11 +21,42 @@ bool MindboxHandler::sendMessage(const Message &message)
         QJsonObject::fromVariantMap(messageValue<QVariantMap>(message, u"payload"_s));
     const auto method = messageValue<QString>(message, u"method"_s);
     if (method == u"commit")
-        return isFinished(interface.commitOrderTransaction(payload));
+        return judge(interface.commitOrderTransaction(payload));
     if (method == u"saveOfflineOrder")
-        return saveOfflineOrder(interface, payload, messageValue<QString>(message, u"cardNumber"_s),
-                                *logger());
+        return saveOfflineOrder(interface, payload,
+                                messageValue<QString>(message, u"cardNumber"_s));
     if (method == u"rollback")
-        return isFinished(interface.rollbackOrderTransaction(payload));
-    return false;
+        return judge(interface.rollbackOrderTransaction(payload));
+    return keep(u"неизвестный метод сообщения"_s, http::FailureKind::Request);
+}
+
+bool MindboxHandler::saveOfflineOrder(mindbox::Interface &interface, QJsonObject payload,
+                                      const QString &cardNumber)
+{
+    if (!cardNumber.isEmpty()) {
+        const mindbox::OperationResult check = interface.checkCustomer(cardNumber, false);
+        if (check.customer.isFound()) {
+            payload.insert(u"customer"_s,
+                           QJsonObject{{u"mobilePhone"_s, check.customer.mobilePhone}});
+        } else if (!check.noConnection) {
+            logger()->error(u"Клиент не найден"_s);
+            return giveUp(check.networkError == http::noError
+                              ? u"клиент с этой картой не найден, заказ не отправлен"_s
+                              : u"карта клиента не проверена, заказ не отправлен"_s);
+        }
+    }
+    return judge(interface.saveOfflineOrder(payload));
+}
+
+bool MindboxHandler::judge(const mindbox::OperationResult &result)
+{
+    // Goes by the reply's own status. What an order result calls its success plays no part here.
+    if (result.status == mindbox::RequestStatus::Success)
+        return true;
+    if (result.networkError == http::badRequestError)
+        return giveUp(u"платформа отклонила запрос"_s);
+    // Of an exchange that failed the client itself says why.
+    if (result.networkError != http::noError)
+        return false;
+    return keep(mindbox::refusalReason(result.status));
 }

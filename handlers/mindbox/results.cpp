@@ -161,9 +161,26 @@ QMap<QString, MindboxCoupon> couponsOf(const QJsonArray &elements)
 
 } // namespace
 
+QString refusalReason(RequestStatus status)
+{
+    switch (status) {
+    case RequestStatus::Error:
+        return u"платформа ответила ошибкой"_s;
+    case RequestStatus::ValidationError:
+        return u"платформа не приняла данные (ValidationError)"_s;
+    case RequestStatus::ProtocolError:
+        return u"платформа не приняла запрос (ProtocolError)"_s;
+    case RequestStatus::Unknown:
+    case RequestStatus::Success:
+        break;
+    }
+    return u"платформа не подтвердила операцию"_s;
+}
+
 bool RequestResult::isSuccess() const
 {
-    return networkError == badRequestError || status == RequestStatus::Success;
+    // Another attempt would be refused in the same way.
+    return networkError == http::badRequestError || status == RequestStatus::Success;
 }
 
 tr::Tr RequestResult::error() const

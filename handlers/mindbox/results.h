@@ -21,10 +21,6 @@ class Logger;
 /// another type, is empty, zero or the default told here.
 namespace mindbox {
 
-/// The client's error code for an answer that refuses the request itself, HTTP 400. Another attempt
-/// would be refused the same way, so such a request counts as finished with.
-constexpr int badRequestError = 302;
-
 /// The top-level status of a reply.
 enum class RequestStatus : qint32
 {
@@ -36,6 +32,9 @@ enum class RequestStatus : qint32
     ValidationError = 3,
     ProtocolError = 4,
 };
+
+/// Why the platform has not done what it was asked, in Russian and for people: its answer had this status.
+QString refusalReason(RequestStatus status);
 
 /// What Mindbox did with a customer, an order or a card, in Mindbox's own numbers, gaps included.
 enum class ProcessingStatus : qint32

@@ -90,50 +90,53 @@ void TstApMindboxHandler::changedStatus()
 void TstApMindboxHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
-    QTest::addColumn<bool>("isCreated");
-    QTest::addColumn<bool>("isChanged");
+    QTest::addColumn<QString>("created");
+    QTest::addColumn<QString>("changed");
 
-    const auto row = [](const char *name, const http::Response &answer, bool isCreated,
-                        bool isChanged) {
-        QTest::newRow(name) << answer << isCreated << isChanged;
+    const auto row = [](const char *name, const http::Response &answer, const QString &created,
+                        const QString &changed) {
+        QTest::newRow(name) << answer << created << changed;
     };
-    row("processed", reply(200, R"({"order":{"processingStatus":"Processed"}})"), true, false);
-    row("calculated", reply(200, R"({"order":{"processingStatus":"Calculated"}})"), true, false);
-    row("success", reply(200, R"({"status":"Success"})"), false, true);
-    row("both", reply(200, R"({"status":"Success","order":{"processingStatus":"Processed"}})"),
-        true, true);
-    row("success, order not processed",
-        reply(200, R"({"status":"Success","order":{"processingStatus":"NotProcessed"}})"), false,
-        true);
-    row("processed beside an error",
-        reply(200, R"({"errorMessage":"x","order":{"processingStatus":"Processed"}})"), true,
-        false);
-    row("success beside an error", reply(200, R"({"status":"Success","errorMessage":"x"})"), false,
-        false);
-    row("validation error", reply(200, R"({"status":"ValidationError"})"), false, false);
-    row("protocol error", reply(200, R"({"status":"ProtocolError"})"), false, false);
-    row("400 with an error", reply(400, R"({"status":"ProtocolError","errorMessage":"x"})"), false,
-        false);
-    row("400 without a body", reply(400), false, false);
-    row("403", reply(403, R"({"errorMessage":"x"})"), false, false);
-    row("500", reply(500), false, false);
-    row("200 without a body", reply(200), false, false);
-    row("200 with an array", reply(200, R"([{"status":"Success"}])"), false, false);
-    row("no connection", noConnection(), false, false);
-    row("no answer in time", timeout(), false, false);
+    const auto rowOfBoth = [row](const char *name, const http::Response &answer,
+                                 const QString &outcome) {
+        row(name, answer, outcome, outcome);
+    };
+    const QString done = u"delivered"_s;
+    const QString error = u"kept service: платформа ответила ошибкой"_s;
+    const QString noWord = u"kept service: платформа не подтвердила операцию"_s;
+    const QString badRequest = keptBy(reply(400));
+    const QByteArray refused = R"({"status":"ProtocolError","errorMessage":"x"})";
+
+    // clang-format off
+    row("processed",  reply(200, R"({"order":{"processingStatus":"Processed"}})"),  done, noWord);
+    row("calculated", reply(200, R"({"order":{"processingStatus":"Calculated"}})"), done, noWord);
+    row("success",    reply(200, R"({"status":"Success"})"), noWord, done);
+    row("both",       reply(200, R"({"status":"Success","order":{"processingStatus":"Processed"}})"), done, done);
+    row("success, order not processed", reply(200, R"({"status":"Success","order":{"processingStatus":"NotProcessed"}})"), noWord, done);
+    row("processed beside an error", reply(200, R"({"errorMessage":"x","order":{"processingStatus":"Processed"}})"), done, error);
+    rowOfBoth("success beside an error", reply(200, R"({"status":"Success","errorMessage":"x"})"), error);
+    rowOfBoth("validation error",   reply(200, R"({"status":"ValidationError"})"), u"kept service: платформа не приняла данные (ValidationError)"_s);
+    rowOfBoth("protocol error",     reply(200, R"({"status":"ProtocolError"})"),   u"kept service: платформа не приняла запрос (ProtocolError)"_s);
+    rowOfBoth("400 with an error",  reply(400, refused), badRequest);
+    rowOfBoth("400 without a body", reply(400), badRequest);
+    rowOfBoth("403",                reply(403, R"({"errorMessage":"x"})"), keptBy(reply(403)));
+    rowOfBoth("500",                reply(500), keptBy(reply(500)));
+    rowOfBoth("200 without a body", reply(200), noWord);
+    rowOfBoth("200 with an array",  reply(200, R"([{"status":"Success"}])"), noWord);
+    rowOfBoth("no connection",      noConnection(), keptBy(noConnection()));
+    rowOfBoth("no answer in time",  timeout(), keptBy(timeout()));
+    // clang-format on
 }
 
 void TstApMindboxHandler::outcome()
 {
     QFETCH(http::Response, answer);
-    QFETCH(bool, isCreated);
-    QFETCH(bool, isChanged);
 
     QueueDatabase till;
     FakeRestClient net({answer, answer});
-    QCOMPARE(deliver(u"apmindbox"_s, createMessage), isCreated);
+    QTEST(outcomeOf(u"apmindbox"_s, createMessage), "created");
     net.nextDelivery();
-    QCOMPARE(deliver(u"apmindbox"_s, changeMessage), isChanged);
+    QTEST(outcomeOf(u"apmindbox"_s, changeMessage), "changed");
     // The message that stays is the only one.
     QCOMPARE(till.ids(), QList<int>());
 }
@@ -160,7 +163,7 @@ void TstApMindboxHandler::otherMethod()
     till.setSettings(settings);
     const LogCapture log(u"apmindbox"_s);
     const FakeRestClient net;
-    QVERIFY(!deliver(u"apmindbox"_s, body));
+    QCOMPARE(outcomeOf(u"apmindbox"_s, body), u"kept request: неизвестный метод сообщения"_s);
     QCOMPARE(net.transcript(), QStringList());
     QCOMPARE(log.lines(),
              (QStringList{u"INFO Отправка сообщения 7"_s,

@@ -67,36 +67,36 @@ void TstMindboxHandler::outcome_data()
 {
     QTest::addColumn<QString>("method");
     QTest::addColumn<http::Response>("answer");
-    QTest::addColumn<bool>("finished");
+    QTest::addColumn<QString>("outcome");
     QTest::addColumn<QStringList>("trouble");
 
     for (const QString &method : {u"commit"_s, u"saveOfflineOrder"_s, u"rollback"_s}) {
-        const auto row = [&method](const char *name, const http::Response &answer, bool finished,
-                                   const QStringList &trouble = {}) {
+        const auto row = [&method](const char *name, const http::Response &answer,
+                                   const QString &outcome, const QStringList &trouble = {}) {
             QTest::addRow("%s, %s", qPrintable(method), name)
-                << method << answer << finished << trouble;
+                << method << answer << outcome << trouble;
         };
         // clang-format off
-        row("success",                        success(),                                                true);
-        row("success, order not processed",   reply(200, R"({"status":"Success","order":{"processingStatus":"NotProcessed"}})"), true);
-        row("500 that says success",          reply(500, R"({"status":"Success"})"),                    true);
-        row("400 with an error: dropped",     reply(400, R"({"status":"ProtocolError","errorMessage":"x"})"), true, errorLines(u"ProtocolError"_s, u"x"_s));
-        row("400 without an error: dropped",  reply(400, R"({"status":"ProtocolError"})"),              true);
-        row("400, empty: dropped",            reply(400),                                               true);
-        row("success with an error",          reply(200, R"({"status":"Success","errorMessage":"y"})"), false, errorLines(u"Success"_s, u"y"_s));
-        row("500 with an error",              reply(500, R"({"status":"InternalServerError","errorMessage":"%1"})"), false, errorLines(u"InternalServerError"_s, u"%1"_s));
-        row("validation error",               reply(200, R"({"status":"ValidationError"})"),            false);
-        row("protocol error",                 reply(404, R"({"status":"ProtocolError"})"),              false);
-        row("another status",                 reply(200, R"({"status":"Accepted"})"),                   false);
-        row("order processed, no status",     reply(200, R"({"order":{"processingStatus":"Processed"}})"), false);
-        row("401",                            reply(401),                                               false);
-        row("429",                            reply(429),                                               false);
-        row("500, empty",                     reply(500),                                               false);
-        row("503, a page",                    reply(503, "<html/>"),                                    false);
-        row("200, empty",                     reply(200),                                               false);
-        row("200, no JSON",                   reply(200, "OK"),                                         false);
-        row("no connection",                  noConnection(),                                           false);
-        row("too late",                       timeout(),                                                false);
+        row("success",                        success(),                                                u"delivered"_s);
+        row("success, order not processed",   reply(200, R"({"status":"Success","order":{"processingStatus":"NotProcessed"}})"), u"delivered"_s);
+        row("500 that says success",          reply(500, R"({"status":"Success"})"),                    u"delivered"_s);
+        row("400 with an error: dropped",     reply(400, R"({"status":"ProtocolError","errorMessage":"x"})"), u"dropped: платформа отклонила запрос"_s, errorLines(u"ProtocolError"_s, u"x"_s));
+        row("400 without an error: dropped",  reply(400, R"({"status":"ProtocolError"})"),              u"dropped: платформа отклонила запрос"_s);
+        row("400, empty: dropped",            reply(400),                                               u"dropped: платформа отклонила запрос"_s);
+        row("success with an error",          reply(200, R"({"status":"Success","errorMessage":"y"})"), u"kept service: платформа ответила ошибкой"_s, errorLines(u"Success"_s, u"y"_s));
+        row("500 with an error",              reply(500, R"({"status":"InternalServerError","errorMessage":"%1"})"), keptBy(reply(500)), errorLines(u"InternalServerError"_s, u"%1"_s));
+        row("validation error",               reply(200, R"({"status":"ValidationError"})"),            u"kept service: платформа не приняла данные (ValidationError)"_s);
+        row("protocol error",                 reply(404, R"({"status":"ProtocolError"})"),              keptBy(reply(404)));
+        row("another status",                 reply(200, R"({"status":"Accepted"})"),                   u"kept service: платформа не подтвердила операцию"_s);
+        row("order processed, no status",     reply(200, R"({"order":{"processingStatus":"Processed"}})"), u"kept service: платформа не подтвердила операцию"_s);
+        row("401",                            reply(401),                                               keptBy(reply(401)));
+        row("429",                            reply(429),                                               keptBy(reply(429)));
+        row("500, empty",                     reply(500),                                               keptBy(reply(500)));
+        row("503, a page",                    reply(503, "<html/>"),                                    keptBy(reply(503)));
+        row("200, empty",                     reply(200),                                               u"kept service: платформа не подтвердила операцию"_s);
+        row("200, no JSON",                   reply(200, "OK"),                                         u"kept service: платформа не подтвердила операцию"_s);
+        row("no connection",                  noConnection(),                                           keptBy(noConnection()));
+        row("too late",                       timeout(),                                                keptBy(timeout()));
         // clang-format on
     }
 }
@@ -109,7 +109,7 @@ void TstMindboxHandler::outcome()
     const TestSettings config(settings);
     const LogCapture log(u"mindbox"_s);
     FakeRestClient net({answer});
-    QTEST(deliver(u"mindbox"_s, message(method)), "finished");
+    QTEST(outcomeOf(u"mindbox"_s, message(method)), "outcome");
 
     const QHash<QString, QString> operations{{u"commit"_s, u"CommitOrderTransaction"_s},
                                              {u"saveOfflineOrder"_s, u"SaveOfflineOrder"_s},
@@ -191,7 +191,7 @@ void TstMindboxHandler::unknownMethod()
     const TestSettings config(settings);
     const LogCapture log(u"mindbox"_s);
     const FakeRestClient net;
-    QVERIFY(!deliver(u"mindbox"_s, body));
+    QCOMPARE(outcomeOf(u"mindbox"_s, body), u"kept request: неизвестный метод сообщения"_s);
     QCOMPARE(net.transcript(), QStringList());
     QCOMPARE(log.lines(), (QStringList{u"INFO Отправка сообщения 7"_s, address}));
 }
@@ -202,7 +202,7 @@ void TstMindboxHandler::customerCheck_data()
     QTest::addColumn<Script>("replies");
     QTest::addColumn<QStringList>("transcript");
     QTest::addColumn<QJsonValue>("customer");
-    QTest::addColumn<bool>("finished");
+    QTest::addColumn<QString>("outcome");
 
     const QString card = u"9643 17"_s;
     const QJsonValue old(u"old"_s);
@@ -210,29 +210,32 @@ void TstMindboxHandler::customerCheck_data()
     const QJsonValue unsent(QJsonValue::Undefined);
     const QStringList both{checked, saved};
     const auto row = [](const char *name, const QString &cardNumber, const Script &replies,
-                        const QStringList &transcript, const QJsonValue &customer, bool finished) {
-        QTest::newRow(name) << cardNumber << replies << transcript << customer << finished;
+                        const QStringList &transcript, const QJsonValue &customer,
+                        const QString &outcome) {
+        QTest::newRow(name) << cardNumber << replies << transcript << customer << outcome;
     };
     // clang-format off
-    row("no card: no check",                QString(), Script{success()},                 {saved},   old,    true);
-    row("an empty card: no check",          u""_s,     Script{success()},                 {saved},   old,    true);
-    row("found",                            card,      Script{found(), success()},        both,      phone,  true);
-    row("found, the order is lost",         card,      Script{found(), noConnection()},   both,      phone,  false);
-    row("found, the order is refused",      card,      Script{found(), reply(400)},       both,      phone,  true);
-    row("found, the order is an error",     card,      Script{found(), reply(200, R"({"status":"ValidationError"})")}, both, phone, false);
+    row("no card: no check",                QString(), Script{success()},                 {saved},   old,    u"delivered"_s);
+    row("an empty card: no check",          u""_s,     Script{success()},                 {saved},   old,    u"delivered"_s);
+    row("found",                            card,      Script{found(), success()},        both,      phone,  u"delivered"_s);
+    row("found, the order is lost",         card,      Script{found(), noConnection()},   both,      phone,  keptBy(noConnection()));
+    row("found, the order is refused",      card,      Script{found(), reply(400)},       both,      phone,  u"dropped: платформа отклонила запрос"_s);
+    row("found, the order is an error",     card,      Script{found(), reply(200, R"({"status":"ValidationError"})")}, both, phone, u"kept service: платформа не приняла данные (ValidationError)"_s);
     row("found without a phone",            card,      Script{reply(200, R"({"customer":{"processingStatus":"Found"}})"), success()}, both,
-        QJsonValue(QJsonObject{{u"mobilePhone"_s, u""_s}}), true);
-    row("found in a reply of 500",          card,      Script{reply(500, R"({"customer":{"processingStatus":"Found","mobilePhone":"79990000001"}})"), success()}, both, phone, true);
-    row("not found: dropped",               card,      Script{reply(200, R"({"status":"Success","customer":{"processingStatus":"NotFound"}})")}, {checked}, unsent, true);
-    row("another status: dropped",          card,      Script{reply(200, R"({"customer":{"processingStatus":"Created"}})")}, {checked}, unsent, true);
-    row("no customer: dropped",             card,      Script{success()},                 {checked}, unsent, true);
-    row("an error of the service: dropped", card,      Script{reply(500, R"({"status":"ProtocolError"})")}, {checked}, unsent, true);
-    row("200, empty: dropped",              card,      Script{reply(200)},                {checked}, unsent, true);
-    row("lost, the order too",              card,      Script{noConnection(), noConnection()}, both, old,    false);
-    row("lost, the order arrives",          card,      Script{timeout(), success()},      both,      old,    true);
-    row("too large: counts as lost",        card,      Script{reply(200, R"({"customer":{"processingStatus":"NotFound"}})" + QByteArray(4 * 1024 * 1024, ' ')), success()}, both, old, true);
-    row("500, empty: counts as lost",       card,      Script{reply(500), reply(500)},    both,      old,    false);
-    row("400, empty: counts as lost",       card,      Script{reply(400), success()},     both,      old,    true);
+        QJsonValue(QJsonObject{{u"mobilePhone"_s, u""_s}}), u"delivered"_s);
+    row("found in a reply of 500",          card,      Script{reply(500, R"({"customer":{"processingStatus":"Found","mobilePhone":"79990000001"}})"), success()}, both, phone, u"delivered"_s);
+    row("not found: dropped",               card,      Script{reply(200, R"({"status":"Success","customer":{"processingStatus":"NotFound"}})")}, {checked}, unsent, u"dropped: клиент с этой картой не найден, заказ не отправлен"_s);
+    row("another status: dropped",          card,      Script{reply(200, R"({"customer":{"processingStatus":"Created"}})")}, {checked}, unsent, u"dropped: клиент с этой картой не найден, заказ не отправлен"_s);
+    row("no customer: dropped",             card,      Script{success()},                 {checked}, unsent, u"dropped: клиент с этой картой не найден, заказ не отправлен"_s);
+    row("an error of the service: dropped", card,      Script{reply(500, R"({"status":"ProtocolError"})")}, {checked}, unsent, u"dropped: карта клиента не проверена, заказ не отправлен"_s);
+    row("200, empty: dropped",              card,      Script{reply(200)},                {checked}, unsent, u"dropped: клиент с этой картой не найден, заказ не отправлен"_s);
+    row("lost, the order too",              card,      Script{noConnection(), noConnection()}, both, old,    keptBy(noConnection()));
+    row("lost, the order arrives",          card,      Script{timeout(), success()},      both,      old,    u"delivered"_s);
+    row("too large: counts as lost",        card,      Script{reply(200, R"({"customer":{"processingStatus":"NotFound"}})" + QByteArray(4 * 1024 * 1024, ' ')), success()}, both, old, u"delivered"_s);
+    row("500, empty: counts as lost",       card,      Script{reply(500), reply(500)},    both,      old,    keptBy(reply(500)));
+    row("lost, the order is refused",       card,      Script{timeout(), reply(400)},     both,      old,    u"dropped: платформа отклонила запрос"_s);
+    row("lost, the order is an error",      card,      Script{timeout(), reply(200, R"({"status":"ValidationError"})")}, both, old, u"kept service: платформа не приняла данные (ValidationError)"_s);
+    row("400, empty: counts as lost",       card,      Script{reply(400), success()},     both,      old,    u"delivered"_s);
     // clang-format on
 }
 
@@ -245,7 +248,7 @@ void TstMindboxHandler::customerCheck()
     const TestSettings config(settings);
     const LogCapture log(u"mindbox"_s);
     FakeRestClient net(replies);
-    QTEST(deliver(u"mindbox"_s, message(u"saveOfflineOrder"_s, cardNumber)), "finished");
+    QTEST(outcomeOf(u"mindbox"_s, message(u"saveOfflineOrder"_s, cardNumber)), "outcome");
     QCOMPARE(net.transcript(), transcript);
 
     QStringList lines{u"INFO Отправка сообщения 7"_s, address};
