@@ -23,7 +23,8 @@ bool MfgHandler::sendMessage(const Message &message)
         interface.sendFromQueue(QJsonObject::fromVariantMap(message.body));
     } catch (const BasicException &error) {
         logger()->error(error.tr().ru());
-        return false;
+        // Of an exchange that failed the client itself says why.
+        return interface.refusal() ? keep(*interface.refusal()) : false;
     }
-    return true;
+    return interface.refusal() ? giveUp(*interface.refusal()) : true;
 }

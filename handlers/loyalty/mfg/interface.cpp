@@ -262,13 +262,12 @@ http::Response Interface::execute(const Request &request, bool tolerant)
 
 void Interface::checkResponse(const http::Response &response, bool tolerant)
 {
+    refusal_.reset();
     const QJsonObject object = response.responseObject();
     const bool isRefused =
         object.contains("success"_L1) && !object.value("success"_L1).toBool(false);
-    if (response.errorCode < 1 && !isRefused) {
-        const QJsonObject error = object.value("error"_L1).toObject();
-        if (error.value("errorCode"_L1).toInt(0) > 0)
-            throw BasicException(error.value("description"_L1).toString());
+    if (response.errorCode == http::noError && !isRefused) {
+        checkError(object.value("error"_L1).toObject());
         return;
     }
 
@@ -276,7 +275,10 @@ void Interface::checkResponse(const http::Response &response, bool tolerant)
     const tr::Tr failure = message.isEmpty() ? response.errorText : tr::Tr(message);
     // The service has seen the request and will not think better of it.
     const bool isFinal = response.status == 200 || response.status == 400 || response.status == 500;
-    if (!tolerant || !isFinal)
+    const bool isTolerated = tolerant && isFinal;
+    if (isTolerated || response.errorCode == http::noError)
+        refusal_ = isRefused ? u"сервис отказал в операции"_s : response.errorText.ru();
+    if (!isTolerated)
         throw BasicException(failure);
     logger->error(failure.ru());
 }
@@ -291,6 +293,15 @@ QUrl Interface::operationUrl(const QString &operation, const QUrlQuery &query)
 QUrl Interface::verificationUrl(const QString &operation)
 {
     return urlOf(host, verificationPath, operation);
+}
+
+void Interface::checkError(const QJsonObject &error)
+{
+    const int code = error.value("errorCode"_L1).toInt(0);
+    if (code <= 0)
+        return;
+    refusal_ = u"сервис ответил кодом ошибки %1"_s.arg(code);
+    throw BasicException(error.value("description"_L1).toString());
 }
 
 QJsonObject Interface::requestData(const QString &operation, const QUrlQuery &query)

@@ -9,6 +9,7 @@
 #include <QUrlQuery>
 
 #include <filesystem>
+#include <optional>
 
 namespace Log4Qt {
 class Logger;
@@ -89,6 +90,11 @@ public:
     virtual QUrl operationUrl(const QString &operation, const QUrlQuery &query);
     virtual QUrl verificationUrl(const QString &operation);
 
+    /// Why the service refused the latest request, in Russian, for people, and without its own words, which
+    /// may name a card; empty when it did not, or when the exchange failed in a way that another attempt may
+    /// change.
+    const std::optional<QString> &refusal() const { return refusal_; }
+
 protected:
     QString host;
     std::filesystem::path path;
@@ -103,6 +109,8 @@ protected:
     Log4Qt::Logger *logger;
 
 private:
+    /// Throws BasicException for the member `error` of a reply if its code says so.
+    void checkError(const QJsonObject &error);
     QJsonObject requestData(const QString &operation, const QUrlQuery &query);
     QUrlQuery customerQuery(const QString &cardNumber, const QString &custAccountNum) const;
     OrderResult sendOrder(const QString &operation, const Document &document,
@@ -110,6 +118,8 @@ private:
     Request postRequest(const QUrl &url, const QJsonObject &payload) const;
     Request orderRequest(const QString &operation, const QJsonObject &payload);
     QJsonObject orderReference(const DocumentCardRecord &card) const;
+
+    std::optional<QString> refusal_;
 };
 
 } // namespace mfg

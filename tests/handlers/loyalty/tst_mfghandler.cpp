@@ -132,12 +132,12 @@ void TstMfgHandler::settingsAreReadForEachMessage()
 void TstMfgHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
-    QTest::addColumn<bool>("finished");
+    QTest::addColumn<QString>("outcome");
     QTest::addColumn<QString>("failure");
 
-    const auto row = [](const char *name, const http::Response &answer, bool finished,
+    const auto row = [](const char *name, const http::Response &answer, const QString &outcome,
                         const QString &failure = QString()) {
-        QTest::newRow(name) << answer << finished << failure;
+        QTest::newRow(name) << answer << outcome << failure;
     };
     const QByteArray no = R"({"success":false,"message":"Карта %1 закрыта"})";
     const QString closed = u"Карта %1 закрыта"_s;
@@ -145,36 +145,35 @@ void TstMfgHandler::outcome_data()
         http::Response::failed(2, tr::Tr(u"Соединение закрыто раньше времени"_s), 200);
     const QString status500 = u"Сервер ответил ошибкой, код состояния HTTP 500"_s;
     // clang-format off
-    row("success",                   reply(200, R"({"success":true})"),                  true);
-    row("success absent",            reply(200, "{}"),                                   true);
-    row("no JSON",                   reply(200, "<html/>"),                              true);
-    row("error 0",                   reply(200, R"({"error":{"errorCode":0}})"),         true);
-    row("error below 0",             reply(200, R"({"error":{"errorCode":-1}})"),        true);
-    row("error without code",        reply(200, R"({"error":{}})"),                      true);
-    row("error 5",                   reply(200, R"({"success":true,"error":{"errorCode":5,"description":"Нет %1"}})"), false, u"Нет %1"_s);
-    row("no success",                reply(200, no),                                     true,  closed);
-    row("no success under 400",      reply(400, no),                                     true,  closed);
-    row("no success under 500",      reply(500, no),                                     true,  closed);
-    row("no success under 201",      reply(201, no),                                     false, closed);
-    row("no success under 404",      reply(404, no),                                     false, closed);
-    row("500",                       reply(500),                                         true,  status500);
-    row("500 with error 5",          reply(500, R"({"error":{"errorCode":5,"description":"x"}})"), true, status500);
-    row("401",                       reply(401),                                         false, u"Сервер ответил ошибкой, код состояния HTTP 401"_s);
-    row("200 that breaks off",       cutOff,                                             true,  u"Соединение закрыто раньше времени"_s);
-    row("no connection",             noConnection(),                                     false, u"Сервер отклонил соединение"_s);
-    row("no answer in time",         timeout(),                                          false, u"Сервер не ответил вовремя"_s);
+    row("success",                   reply(200, R"({"success":true})"),                  u"delivered"_s);
+    row("success absent",            reply(200, "{}"),                                   u"delivered"_s);
+    row("no JSON",                   reply(200, "<html/>"),                              u"delivered"_s);
+    row("error 0",                   reply(200, R"({"error":{"errorCode":0}})"),         u"delivered"_s);
+    row("error below 0",             reply(200, R"({"error":{"errorCode":-1}})"),        u"delivered"_s);
+    row("error without code",        reply(200, R"({"error":{}})"),                      u"delivered"_s);
+    row("error 5",                   reply(200, R"({"success":true,"error":{"errorCode":5,"description":"Нет %1"}})"), u"kept service: сервис ответил кодом ошибки 5"_s, u"Нет %1"_s);
+    row("no success",                reply(200, no),                                     u"dropped: сервис отказал в операции"_s,  closed);
+    row("no success under 400",      reply(400, no),                                     u"dropped: сервис отказал в операции"_s,  closed);
+    row("no success under 500",      reply(500, no),                                     u"dropped: сервис отказал в операции"_s,  closed);
+    row("no success under 201",      reply(201, no),                                     u"kept service: сервис отказал в операции"_s, closed);
+    row("no success under 404",      reply(404, no),                                     keptBy(reply(404)), closed);
+    row("500",                       reply(500),                                         u"dropped: Сервер ответил ошибкой, код состояния HTTP 500"_s,  status500);
+    row("500 with error 5",          reply(500, R"({"error":{"errorCode":5,"description":"x"}})"), u"dropped: Сервер ответил ошибкой, код состояния HTTP 500"_s, status500);
+    row("401",                       reply(401),                                         keptBy(reply(401)), u"Сервер ответил ошибкой, код состояния HTTP 401"_s);
+    row("200 that breaks off",       cutOff,                                             u"dropped: Соединение закрыто раньше времени"_s,  u"Соединение закрыто раньше времени"_s);
+    row("no connection",             noConnection(),                                     keptBy(noConnection()), u"Сервер отклонил соединение"_s);
+    row("no answer in time",         timeout(),                                          keptBy(timeout()), u"Сервер не ответил вовремя"_s);
     // clang-format on
 }
 
 void TstMfgHandler::outcome()
 {
     QFETCH(http::Response, answer);
-    QFETCH(bool, finished);
     QFETCH(QString, failure);
 
     const LogCapture log(type);
     FakeRestClient net({answer});
-    QCOMPARE(deliver(type, message), finished);
+    QTEST(outcomeOf(type, message), "outcome");
     QStringList expected{opening, fromQueue};
     if (!failure.isEmpty())
         expected.append(u"ERROR "_s + failure);

@@ -157,6 +157,7 @@ private Q_SLOTS:
     void exchange();
     void envelope_data();
     void envelope();
+    void refusalIsThatOfTheLatestRequest();
     void callersGetTheFailure_data();
     void callersGetTheFailure();
 
@@ -675,6 +676,22 @@ void TstMfgInterface::envelope()
     };
     QCOMPARE(executed(false), strict);
     QCOMPARE(executed(true), tolerant);
+}
+
+void TstMfgInterface::refusalIsThatOfTheLatestRequest()
+{
+    const QJsonObject queued{{u"op"_s, 4}, {u"url"_s, u"http://mfg.test/x"_s}};
+    FakeRestClient net({reply(200, R"({"success":false,"message":"Карта 2200 закрыта"})"),
+                        reply(200, R"({"success":true})"), noConnection()});
+    mfg::Interface interface;
+    QVERIFY(!interface.refusal());
+    interface.sendFromQueue(queued);
+    // The service's own words may name a card, so they are left to the log.
+    QCOMPARE(interface.refusal().value_or(QString()), u"сервис отказал в операции"_s);
+    interface.sendFromQueue(queued);
+    QVERIFY(!interface.refusal());
+    QVERIFY_EXCEPTION_THROWN(interface.sendFromQueue(queued), BasicException);
+    QVERIFY(!interface.refusal());
 }
 
 void TstMfgInterface::callersGetTheFailure_data()
