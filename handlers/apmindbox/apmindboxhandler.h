@@ -6,8 +6,8 @@ namespace apmindbox {
 class OperationResult;
 }
 
-/// Delivers `apmindbox` messages: an order to create, or a change of an order's status. No answer drops
-/// a message undelivered; it stays until the platform has taken it.
+/// Delivers `apmindbox` messages: an order to create, or a change of an order's status. No answer
+/// drops a message undelivered; it stays until the platform has taken it.
 class ApMindboxHandler : public BasicHandler
 {
 public:

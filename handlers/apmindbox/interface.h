@@ -16,9 +16,10 @@ class Logger;
 
 namespace apmindbox {
 
-/// One brand's client of the Mindbox loyalty platform. Each operation is one POST of JSON to one address,
-/// with the operation's name in the query, and tells the outcome by its result; a failed request is a
-/// result like any other. All of them go through execute(), so a subclass can replace the transport alone.
+/// One brand's client of the Mindbox loyalty platform. Each operation is one POST of JSON to one
+/// address, with the operation's name in the query, and tells the outcome by its result; a failed
+/// request is a result like any other. All of them go through execute(), so a subclass can replace
+/// the transport alone.
 ///
 /// Settings: section `ApMindbox`, read when the object is made, so make one for each piece of work.
 /// Logs on `apmindbox`.
@@ -41,11 +42,12 @@ public:
     virtual OperationResult checkMobilePhoneAuthorizationCode(const QString &mobilePhone,
                                                               const QString &code);
     virtual OperationResult confirmEmail(const QString &email);
-    /// An order that found no connection goes into the queue, with the time of this attempt, unless it
-    /// comes from there (`fromQueue`). `noConnection` of the result then says that it lies there.
+    /// An order that found no connection goes into the queue, with the time of this attempt, unless
+    /// it comes from there (`fromQueue`). `noConnection` of the result then says that it lies
+    /// there.
     virtual CreateOrderResult createAuthorizedOrder(const QJsonObject &order, bool fromQueue);
-    /// Without `sendNow` the change goes into the queue instead; the result is at its defaults and no
-    /// success.
+    /// Without `sendNow` the change goes into the queue instead; the result is at its defaults and
+    /// no success.
     virtual OperationResult changeOrderStatus(const QJsonObject &body, bool sendNow);
     /// The one way to the platform. `transactionId` is left out of the query when empty. A
     /// `pointOfContact` in `body` gives way to the one of the settings.

@@ -28,10 +28,12 @@ enum class RequestStatus : qint32
     ProtocolError = 4,
 };
 
-/// Why the platform has not done what it was asked, in Russian and for people: its answer had this status.
+/// Why the platform has not done what it was asked, in Russian and for people: its answer had this
+/// status.
 QString refusalReason(RequestStatus status);
 
-/// What the platform has done with a customer or an order. The numbers are those of this client alone.
+/// What the platform has done with a customer or an order. The numbers are those of this client
+/// alone.
 enum class ProcessingStatus : qint32
 {
     Unknown = 0,
@@ -49,8 +51,8 @@ enum class ProcessingStatus : qint32
 
 } // namespace apmindbox
 
-/// A customer as the platform tells it. A member that the reply does not hold, or holds as something
-/// else, keeps its default.
+/// A customer as the platform tells it. A member that the reply does not hold, or holds as
+/// something else, keeps its default.
 struct ApMindboxCustomer
 {
     bool isMobilePhoneConfirmed = false;
@@ -96,8 +98,8 @@ public:
     int httpStatus = 0;
     /// The client's error code, 0 for none.
     int networkError = 0;
-    /// No whole answer came, whatever status was read before it broke off, or one that is too large to be
-    /// read, or one that holds no JSON member and whose status is not 200.
+    /// No whole answer came, whatever status was read before it broke off, or one that is too large
+    /// to be read, or one that holds no JSON member and whose status is not 200.
     bool noConnection = false;
     RequestStatus status = RequestStatus::Unknown;
     /// Empty also when the platform names an error: its text is for the log.

@@ -117,7 +117,8 @@ OperationResult Interface::sendMobilePhoneAuthorizationCode(const QString &mobil
         return request(resendMobilePhoneAuthorizationCodeOperation, body, QString());
     }
     logger->info(u"Отправка кода подтверждения на номер %1"_s, mobilePhone);
-    // Stored before the request: one whose reply is lost may have reached the customer all the same.
+    // Stored before the request: one whose reply is lost may have reached the customer all the
+    // same.
     authorizationCodePhone = mobilePhone;
     authorizationCodeTime = static_cast<quint32>(now().toSecsSinceEpoch());
     return request(sendMobilePhoneAuthorizationCodeOperation, body, QString());

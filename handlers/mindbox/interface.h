@@ -16,9 +16,10 @@ class Logger;
 
 namespace mindbox {
 
-/// The client of the Mindbox loyalty platform. Each operation is one POST of JSON to one address, with
-/// the operation's name in the query, and tells the outcome by its result; a failed request is a result
-/// like any other. All of them go through request(), so a subclass can replace the transport alone.
+/// The client of the Mindbox loyalty platform. Each operation is one POST of JSON to one address,
+/// with the operation's name in the query, and tells the outcome by its result; a failed request is
+/// a result like any other. All of them go through request(), so a subclass can replace the
+/// transport alone.
 ///
 /// Settings: section `Mindbox`, read when the object is made, so make one for each piece of work.
 /// Logs on `mindbox`.
@@ -37,8 +38,9 @@ public:
     /// Gives the customer the phone number of `changes`.
     virtual OperationResult editCustomer(const MindboxCustomer &customer,
                                          const MindboxCustomer &changes);
-    /// The first code of a phone number goes out at once. Another one for the same number is refused,
-    /// without a request, until 31 seconds after the first, and is a resending from then on.
+    /// The first code of a phone number goes out at once. Another one for the same number is
+    /// refused, without a request, until 31 seconds after the first, and is a resending from then
+    /// on.
     virtual OperationResult sendMobilePhoneAuthorizationCode(const QString &mobilePhone);
     virtual OperationResult checkMobilePhoneAuthorizationCode(const MindboxCustomer &customer,
                                                               const QString &code);
@@ -59,8 +61,8 @@ public:
     virtual RollbackResult rollbackOrderTransaction(const QJsonObject &body);
     /// The queue forms write a message that MindboxHandler delivers, and send nothing.
     virtual void queueRollback(const QJsonObject &body);
-    /// Stamps the time of this call into `body`, as `executionDateTimeUtc`. An empty `cardNumber` is
-    /// left out of the message.
+    /// Stamps the time of this call into `body`, as `executionDateTimeUtc`. An empty `cardNumber`
+    /// is left out of the message.
     virtual void queueSaveOfflineOrder(QJsonObject &body, const QString &cardNumber);
     virtual void queueCommit(const QJsonObject &body);
     virtual ReturnResult returnOrder(const QJsonObject &body);
@@ -70,8 +72,8 @@ public:
     /// `pointOfContact` in `body` gives way to the one of the settings.
     virtual OperationResult request(const QString &operationName, const QJsonObject &body,
                                     const QString &transactionId);
-    /// With `Mindbox:useIdempotencyKey` the order's external id goes along as the transaction's id, so
-    /// that the platform knows a repeated beginning.
+    /// With `Mindbox:useIdempotencyKey` the order's external id goes along as the transaction's id,
+    /// so that the platform knows a repeated beginning.
     virtual BeginResult beginOrderTransaction(const QString &operationName,
                                               const QJsonObject &order);
 

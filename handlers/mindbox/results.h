@@ -17,8 +17,8 @@ namespace Log4Qt {
 class Logger;
 }
 
-/// What Mindbox says to a request, as values. Reading a reply never throws: what it lacks, or holds in
-/// another type, is empty, zero or the default told here.
+/// What Mindbox says to a request, as values. Reading a reply never throws: what it lacks, or holds
+/// in another type, is empty, zero or the default told here.
 namespace mindbox {
 
 /// The top-level status of a reply.
@@ -33,7 +33,8 @@ enum class RequestStatus : qint32
     ProtocolError = 4,
 };
 
-/// Why the platform has not done what it was asked, in Russian and for people: its answer had this status.
+/// Why the platform has not done what it was asked, in Russian and for people: its answer had this
+/// status.
 QString refusalReason(RequestStatus status);
 
 /// What Mindbox did with a customer, an order or a card, in Mindbox's own numbers, gaps included.
@@ -123,8 +124,8 @@ struct MindboxLine
 
 namespace mindbox {
 
-/// What every result tells. A value, never owned through a pointer to this class, so it has no virtual
-/// destructor.
+/// What every result tells. A value, never owned through a pointer to this class, so it has no
+/// virtual destructor.
 class RequestResult
 {
 public:
@@ -138,9 +139,9 @@ public:
     int httpStatus = 0;
     /// The client's error code, 0 for none.
     int networkError = 0;
-    /// No whole answer came, whatever status was read before it broke off, or one that is too large to be
-    /// read, or one that holds no JSON member and whose status is not 200. It alone tells a lost service from
-    /// one that answered with an error.
+    /// No whole answer came, whatever status was read before it broke off, or one that is too large
+    /// to be read, or one that holds no JSON member and whose status is not 200. It alone tells a
+    /// lost service from one that answered with an error.
     bool noConnection = false;
     RequestStatus status = RequestStatus::Unknown;
     tr::Tr error_;

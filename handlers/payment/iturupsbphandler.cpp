@@ -45,8 +45,8 @@ bool IturupSbpHandler::sendMessage(const Message &message)
         return giveUp(u"операция отклонена, возврата не было"_s);
     if (status == u"NOT_STARTED")
         return doneBefore(u"операция не начата, возвращать нечего"_s);
-    // RECEIVED and IN_PROGRESS may still become one of these, and a status that nobody knows is not taken
-    // for an end.
+    // RECEIVED and IN_PROGRESS may still become one of these, and a status that nobody knows is not
+    // taken for an end.
     return keep(u"состояние операции: %1"_s.arg(shownWord(status)));
 }
 
@@ -107,8 +107,8 @@ bool IturupSbpHandler::awaitRefund(const Message &message, const QString &operat
 {
     const QVariantMap status =
         fillDescription(u"operId"_s, operationId, u"refundStatus"_s, message);
-    // Without a pause and without a count: the partner says when the refund is over, and a request that
-    // fails leaves the rest to the next attempt.
+    // Without a pause and without a count: the partner says when the refund is over, and a request
+    // that fails leaves the rest to the next attempt.
     int code = runningCode;
     while (code == runningCode) {
         if (!sendDescription(status, client))

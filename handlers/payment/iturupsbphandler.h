@@ -3,9 +3,9 @@
 #include "engine/basichandler.h"
 #include "shared/net/restclient.h"
 
-/// Delivers `iturupsbp` messages: looks up the operation and, when it was accepted, refunds it in two
-/// halves. Every request is described in the message, a map with `url`, `headers` and `data`, a JSON
-/// text; the handler fills in the identifiers that the replies give.
+/// Delivers `iturupsbp` messages: looks up the operation and, when it was accepted, refunds it in
+/// two halves. Every request is described in the message, a map with `url`, `headers` and `data`, a
+/// JSON text; the handler fills in the identifiers that the replies give.
 class IturupSbpHandler : public BasicHandler
 {
 public:

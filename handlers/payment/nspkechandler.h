@@ -6,8 +6,8 @@
 /// `result.code` is the text "0". Failed attempts are counted for each message, and one that has
 /// failed `numberOfTries` times is given up.
 ///
-/// The counts are those of the process: they outlive a worker, and a restart of the service begins them
-/// anew.
+/// The counts are those of the process: they outlive a worker, and a restart of the service begins
+/// them anew.
 class NspkEcHandler : public BasicHandler
 {
 public:

@@ -12,8 +12,8 @@ public:
     PlatiQR3Handler();
     bool sendMessage(const Message &message) override;
 
-    /// The PEM file made of the PKCS#12 file at `path`; empty, with a line in the log, when it cannot
-    /// be made.
+    /// The PEM file made of the PKCS#12 file at `path`; empty, with a line in the log, when it
+    /// cannot be made.
     virtual QString prepareCertificate(const QString &path, const QString &password);
     /// The access token that `request` obtains; empty, with a line in the log, without one.
     virtual QString requestToken(const QVariantMap &request, RestClient &client);

@@ -7,9 +7,9 @@
 
 #include <log4qt/logger.h>
 
-/// How an order at Плати QR is undone. The till has prepared every request that may be needed and put
-/// them into the message, each as a map of `url`, `headers` and `data`; the order's state decides which
-/// of them go out, each under a token of its own.
+/// How an order at Плати QR is undone. The till has prepared every request that may be needed and
+/// put them into the message, each as a map of `url`, `headers` and `data`; the order's state
+/// decides which of them go out, each under a token of its own.
 ///
 /// The order's state at the service is all there is to know: every attempt begins with it, so a
 /// cancellation whose reply was lost is seen to have been made, and is not made twice.
@@ -25,15 +25,15 @@ struct PaidOperation
 /// Where the versions of the service's interface differ.
 struct Dialect
 {
-    /// Reads the payment from the status reply, the latest one that the client holds. What the reply
-    /// does not tell is empty.
+    /// Reads the payment from the status reply, the latest one that the client holds. What the
+    /// reply does not tell is empty.
     PaidOperation (*paidOperation)(const RestClient &client);
     /// A declined order is given up.
     bool isDeclinedFinal;
 };
 
-/// How certificates for the service are converted. The file's name is the same for both handlers, so a
-/// certificate is converted once.
+/// How certificates for the service are converted. The file's name is the same for both handlers,
+/// so a certificate is converted once.
 CertificateRules certificateRules();
 
 enum class NextStep
@@ -125,7 +125,8 @@ bool cancelOrder(Handler &handler, const Message &message, const Dialect &dialec
     const QVariantMap request = cancelRequest(message, dialect.paidOperation(client));
     if (!performStep(handler, message, u"orderCancelToken"_s, request, client))
         return false;
-    // The service calls the state of a cancelled order `order_status`, everywhere else `order_state`.
+    // The service calls the state of a cancelled order `order_status`, everywhere else
+    // `order_state`.
     const QString status = handler.stateFromReply(u"order_status"_s, client.responseVariant());
     return status == u"REFUNDED" || status == u"REVERSED"
            || handler.keep(u"заказ не отменён, его состояние: %1"_s.arg(shownWord(status)));

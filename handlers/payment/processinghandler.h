@@ -5,7 +5,8 @@
 class PaymentProcessing;
 
 /// Hands `processing` messages, all fields of them, to the payment processing of the message's
-/// currency, which says whether the message is finished with. Without a processing the message stays.
+/// currency, which says whether the message is finished with. Without a processing the message
+/// stays.
 class ProcessingHandler : public BasicHandler
 {
 public:

@@ -103,7 +103,8 @@ bool RaiffeisenSbpHandler::undoByState(const Message &message, const QStringList
         return deleteCode(delivery, urls[0]);
     if (state == u"PAID") {
         logger()->info(u"Оформление возврата по платежу"_s);
-        // The reply to the request itself is not looked at, even if it says that the refund is done.
+        // The reply to the request itself is not looked at, even if it says that the refund is
+        // done.
         return requestRefund(delivery, urls[1]) && judgeRefund(delivery, urls[2]);
     }
     return keep(u"неизвестное состояние QR-кода или заказа: %1"_s.arg(shownWord(state)));
@@ -114,9 +115,9 @@ bool RaiffeisenSbpHandler::refundPaidOrder(const Message &message, const QString
     logger()->info(u"Оформление возврата по платежу"_s);
     const Delivery delivery = prepare(message);
     logger()->info(u"Оформление возврата по платежу"_s);
-    // The number of addresses is not checked anywhere: a till that sends too few has a fault that no
-    // retry mends, but its message must neither end the service nor be lost. value() gives an empty
-    // address, the request to it fails like any other, and the log says why.
+    // The number of addresses is not checked anywhere: a till that sends too few has a fault that
+    // no retry mends, but its message must neither end the service nor be lost. value() gives an
+    // empty address, the request to it fails like any other, and the log says why.
     if (!requestRefund(delivery, urls.value(0)))
         return false;
     if (memberFromReply(*delivery.client, u"refundStatus"_s) == completedRefund)
@@ -134,8 +135,8 @@ bool RaiffeisenSbpHandler::deleteCode(const Delivery &delivery, const QString &u
     client.get(QUrl(url), {}, delivery.headers);
     if (!isGood(client))
         return false;
-    // The code may have been paid at the last moment, so only its own state says that it is gone. Unlike
-    // codeState() this looks at both members, whatever the first one holds.
+    // The code may have been paid at the last moment, so only its own state says that it is gone.
+    // Unlike codeState() this looks at both members, whatever the first one holds.
     return memberFromReply(client, u"qrStatus"_s) == u"CANCELLED"
            || statusValueFromReply(client) == u"CANCELLED"
            || keep(
@@ -157,7 +158,8 @@ bool RaiffeisenSbpHandler::judgeRefund(const Delivery &delivery, const QString &
     const QString state = memberFromReply(*delivery.client, u"refundStatus"_s);
     if (state == completedRefund)
         return true;
-    // Only a running refund is waited for. Every other state is an end, one that reports a failure too.
+    // Only a running refund is waited for. Every other state is an end, one that reports a failure
+    // too.
     if (state == u"IN_PROGRESS")
         return keep(u"возврат ещё выполняется"_s);
     return giveUp(u"возврат не подтверждён, его состояние: %1"_s.arg(shownWord(state)));

@@ -3,11 +3,11 @@
 #include "engine/basichandler.h"
 #include "shared/net/restclient.h"
 
-/// Delivers `raiffeisensbp` messages: undoes a payment by QR code. Addresses, headers and the body of
-/// the refund are prepared by the till; the handler decides what the answers mean.
+/// Delivers `raiffeisensbp` messages: undoes a payment by QR code. Addresses, headers and the body
+/// of the refund are prepared by the till; the handler decides what the answers mean.
 ///
-/// With three addresses nobody knows yet whether the code was paid: an unpaid code is deleted, a paid
-/// one refunded. With any other number the payment is known to be complete and is refunded.
+/// With three addresses nobody knows yet whether the code was paid: an unpaid code is deleted, a
+/// paid one refunded. With any other number the payment is known to be complete and is refunded.
 class RaiffeisenSbpHandler : public BasicHandler
 {
 public:

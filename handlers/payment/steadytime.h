@@ -12,6 +12,7 @@ public:
     virtual ~SteadyTime();
 
     virtual Moment now() const;
-    /// Blocks the calling thread; returns at once when `moment` is past. A signal does not shorten it.
+    /// Blocks the calling thread; returns at once when `moment` is past. A signal does not shorten
+    /// it.
     virtual void sleepUntil(Moment moment) const;
 };

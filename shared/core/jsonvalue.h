@@ -5,9 +5,10 @@
 #include <QString>
 #include <QStringList>
 
-/// Walks `keys` down from `object`. The first value on the way that is no object, an absent one included,
-/// is the result, however many keys remain; a walk that ends on an object gives JSON null.
-/// So a reply of any shape can be read: each of QJsonValue's conversions of the result has its default.
+/// Walks `keys` down from `object`. The first value on the way that is no object, an absent one
+/// included, is the result, however many keys remain; a walk that ends on an object gives JSON
+/// null. So a reply of any shape can be read: each of QJsonValue's conversions of the result has
+/// its default.
 QJsonValue jsonValueByPath(const QJsonObject &object, const QStringList &keys);
 
 /// The same for a dotted path, as in `order.processingStatus`. Empty parts are keys, too.

@@ -94,8 +94,8 @@ QJsonObject orderLine(const GoodsItem &item, const LineDiscounts &discounts, boo
 QUrl urlOf(const QString &host, const std::filesystem::path &folder, const QString &operation)
 {
     QUrl url(host, QUrl::TolerantMode);
-    // Whatever is set in an address that cannot be read makes a readable one of what is left of it, which
-    // may be another server's.
+    // Whatever is set in an address that cannot be read makes a readable one of what is left of it,
+    // which may be another server's.
     if (!url.isValid())
         return url;
     url.setPath(QString::fromStdString((folder / pathOf(operation)).string()), QUrl::DecodedMode);

@@ -7,8 +7,8 @@
 
 namespace mfg {
 
-/// One request to the Mfg service. A message of type `mfg` holds these four as its body, `payload` as an
-/// object.
+/// One request to the Mfg service. A message of type `mfg` holds these four as its body, `payload`
+/// as an object.
 struct Request
 {
     /// The verb as a value of QNetworkAccessManager::Operation: 2 is GET, 4 is POST.

@@ -93,8 +93,8 @@ AtolPayRegisterResult Interface::register_(const QString &purpose, qint64 amount
 AtolPayRefundResult Interface::refund(const QString &documentId, const QString &transactionId,
                                       qint64 amount)
 {
-    // The system's own clock: two attempts must not share an identifier, wherever a clock that can be
-    // set stands.
+    // The system's own clock: two attempts must not share an identifier, wherever a clock that can
+    // be set stands.
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     const QJsonObject reply =
         exchange(Operation::Refund,

@@ -21,11 +21,11 @@ public:
     Interface();
     virtual ~Interface();
 
-    /// Has the service prepare a payment of `amount` for a customer's QR code. The operation is called
-    /// "register", which C++ keeps for itself.
+    /// Has the service prepare a payment of `amount` for a customer's QR code. The operation is
+    /// called "register", which C++ keeps for itself.
     virtual AtolPayRegisterResult register_(const QString &purpose, qint64 amount);
-    /// Gives back `amount` of a completed transaction. Every call is a refund of its own to the service,
-    /// so ask for the status first.
+    /// Gives back `amount` of a completed transaction. Every call is a refund of its own to the
+    /// service, so ask for the status first.
     virtual AtolPayRefundResult refund(const QString &documentId, const QString &transactionId,
                                        qint64 amount);
     virtual AtolPayStatusResult status(const QString &transactionId);

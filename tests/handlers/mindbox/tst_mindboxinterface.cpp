@@ -483,7 +483,8 @@ void TstMindboxInterface::onlyBeginningCarriesTheKey()
 
 void TstMindboxInterface::authorizationCode_data()
 {
-    // Seconds since the first code, the phone, and what goes out: a first code, another one, nothing.
+    // Seconds since the first code, the phone, and what goes out: a first code, another one,
+    // nothing.
     using Calls = QList<std::tuple<int, QString, QString>>;
     QTest::addColumn<Calls>("calls");
     const QString a = u"A"_s;

@@ -30,8 +30,8 @@ const QByteArray success = R"({"status":"Success"})";
 const QByteArray found =
     R"({"status":"Success","customer":{"processingStatus":"Found","mobilePhone":79990000001}})";
 
-/// One shop: a loyalty platform that plays a script, a till, which is the test, and the service, both
-/// on the same table and the same settings. The service looks at the table once a second.
+/// One shop: a loyalty platform that plays a script, a till, which is the test, and the service,
+/// both on the same table and the same settings. The service looks at the table once a second.
 class Shop
 {
 public:

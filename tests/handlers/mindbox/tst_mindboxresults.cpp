@@ -413,7 +413,8 @@ void TstMindboxResults::wrongTypes()
 
 void TstMindboxResults::textOnTheWay()
 {
-    // The walk along a path ends at the first value that is no object, and that value is the result.
+    // The walk along a path ends at the first value that is no object, and that value is the
+    // result.
     const OperationResult result = resultOf(
         QJsonObject{{u"customer"_s, u"Found"_s}, {u"order"_s, QJsonObject{{u"ids"_s, u"tx"_s}}}});
     QCOMPARE(result.customer.email, u"Found"_s);

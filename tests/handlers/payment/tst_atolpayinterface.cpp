@@ -237,8 +237,8 @@ void TestAtolPayInterface::refundRequest()
 
 void TestAtolPayInterface::refundTakesItsTimeFromTheSystem()
 {
-    // The service knows a refund by its identifier. A clock that stands still must not make two of them
-    // one, so the clock that tests and tills can set is not asked.
+    // The service knows a refund by its identifier. A clock that stands still must not make two of
+    // them one, so the clock that tests and tills can set is not asked.
     const FixedTime clock(clockSeconds);
     atolpay::Interface service = withSettings(base);
     FakeRestClient net({reply(200), reply(200)});

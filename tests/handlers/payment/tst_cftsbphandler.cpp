@@ -72,8 +72,8 @@ void TstCftSbpHandler::outcome_data()
     const QString ended = u"dropped: банк отказал окончательно, код 202"_s;
     const QString http428 = u"ERROR Сервер ответил ошибкой, код состояния HTTP 428"_s;
 
-    // An error that ends the matter: logged as one, and yet the message goes. The till relies on it, or
-    // its cancellation would come round for ever.
+    // An error that ends the matter: logged as one, and yet the message goes. The till relies on
+    // it, or its cancellation would come round for ever.
     QTest::newRow("428 with 202") << reply(428, R"({"code":202,"message":"%1 done"})") << ended
                                   << u"ERROR %1 done"_s;
     QTest::newRow("428 with 202, no text") << reply(428, R"({"code":202})") << ended << http428;

@@ -161,7 +161,8 @@ void TstIturupSbpHandler::fill()
 
 void TstIturupSbpHandler::failureIsToldInTheInterfaceLanguage()
 {
-    // All other types take the Russian text; whoever watches this type reads the operator's language.
+    // All other types take the Russian text; whoever watches this type reads the operator's
+    // language.
     const KeysAsTexts translator;
     const LogCapture log(u"iturupsbp"_s);
     FakeRestClient net({reply(500)});
@@ -240,8 +241,8 @@ void TstIturupSbpHandler::outcome_data()
     row("commit: 500", {accepted, prepared(), reply(500, R"({"responseCode":0})")},
         keptBy(reply(500)));
     row("commit: 0", {accepted, prepared(), code(0)}, u"delivered"_s);
-    // Every answer but 2 is the end of the refund, an error and one that cannot be read too: the commit
-    // has reached the partner, and the till relies on it not being sent once more.
+    // Every answer but 2 is the end of the refund, an error and one that cannot be read too: the
+    // commit has reached the partner, and the till relies on it not being sent once more.
     row("commit: 1", {accepted, prepared(), code(1)}, u"dropped: возврат завершён с кодом 1"_s);
     row("commit: -7", {accepted, prepared(), code(-7)}, u"dropped: возврат завершён с кодом -7"_s);
     row("commit: absent", {accepted, prepared(), json(200, {})}, u"delivered"_s);
@@ -314,7 +315,8 @@ void TstIturupSbpHandler::everyReplyLostOnce_data()
 
     const http::Response lost = http::Response::failed(2, tr::Tr(u"Обрыв"_s));
     const http::Response accepted = operation(u"ACCEPTED"_s);
-    // Each attempt begins with the state, so a payment that is undone meanwhile is not refunded again.
+    // Each attempt begins with the state, so a payment that is undone meanwhile is not refunded
+    // again.
     QTest::newRow("state") << Script{lost} << Script{operation(u"REJECTED"_s)};
     QTest::newRow("prepare") << Script{accepted, lost} << Script{accepted, prepared(), code(0)};
     QTest::newRow("commit, undone by now")

@@ -26,8 +26,8 @@ QVariantMap message(const QVariantMap &more = {})
     return body;
 }
 
-/// Each attempt is that of a worker of its own, and the counts outlive it: so every test has messages of
-/// its own.
+/// Each attempt is that of a worker of its own, and the counts outlive it: so every test has
+/// messages of its own.
 QString outcomeOf(int id, const QVariantMap &body)
 {
     HandlerFactory factory(handlerTable());
@@ -212,7 +212,8 @@ void TestNspkEcHandler::successLeavesTheCount()
     QVERIFY(!attempt(id, tries(3)));
     QVERIFY(!attempt(id, tries(3)));
     QVERIFY(attempt(id, tries(3)));
-    // Only giving up forgets a count. The row is gone by now; were it not, it would have one attempt left.
+    // Only giving up forgets a count. The row is gone by now; were it not, it would have one
+    // attempt left.
     QVERIFY(attempt(id, tries(3)));
 }
 

@@ -318,8 +318,8 @@ void TestPlatiQrHandlers::outcome_data()
         row("token inside the status",         {json(200, {{u"status"_s, QJsonObject{{u"access_token"_s, u"t1"_s}}}})}, tokenless, asking, noToken);
         // clang-format on
     }
-    // The till relies on both: a declined order is given up at the newer service, and stays to be seen
-    // at the older one.
+    // The till relies on both: a declined order is given up at the newer service, and stays to be
+    // seen at the older one.
     QTest::newRow("platiqr3, declined: dropped")
         << newer << Script{token(), state(newer, u"DECLINED"_s)}
         << u"dropped: заказ отклонён, отмены не было"_s << asking << none;

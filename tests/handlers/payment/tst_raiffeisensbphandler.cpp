@@ -240,8 +240,8 @@ void TstRaiffeisenSbpHandler::deliveryByState_data()
     row("new: deleted", {qr(u"NEW"_s), reply(200), qr(u"CANCELLED"_s)}, deleted, done);
     row("new order: deleted", {order(u"NEW"_s), reply(204), order(u"CANCELLED"_s)}, deleted, done);
     row("new: delete refused", {qr(u"NEW"_s), reply(409)}, deleting, keptBy(reply(409)));
-    // A code that is gone behind our back is no code that we know to be deleted: the next attempt sees
-    // that it is not found, and only its first answer removes the message.
+    // A code that is gone behind our back is no code that we know to be deleted: the next attempt
+    // sees that it is not found, and only its first answer removes the message.
     row("new: not found when deleting", {qr(u"NEW"_s), notFound}, deleting, keptBy(reply(404)));
     row("new: not found when deleted", {qr(u"NEW"_s), reply(200), codeNotFound}, deleted,
         keptBy(reply(404)));
@@ -266,14 +266,15 @@ void TstRaiffeisenSbpHandler::deliveryByState_data()
         refunded, done);
     row("paid order: refunded", {order(u"PAID"_s), reply(200), refundIs(u"COMPLETED"_s)}, refunded,
         done);
-    // With the state unknown the refund is always looked up, even if its own reply says that it is done.
+    // With the state unknown the refund is always looked up, even if its own reply says that it is
+    // done.
     row("paid: completed at once, asked all the same",
         {qr(u"PAID"_s), refundIs(u"COMPLETED"_s), refundIs(u"IN_PROGRESS"_s)}, refunded,
         stillRunning);
     row("paid: refund is running", {qr(u"PAID"_s), reply(200), refundIs(u"IN_PROGRESS"_s)},
         refunded, stillRunning);
-    // Only a running refund is waited for: the till learns of a declined one elsewhere, and a message
-    // that came round for ever would ask for the money again and again.
+    // Only a running refund is waited for: the till learns of a declined one elsewhere, and a
+    // message that came round for ever would ask for the money again and again.
     row("paid: refund declined: dropped", {qr(u"PAID"_s), reply(200), refundIs(u"DECLINED"_s)},
         refunded, u"dropped: возврат не подтверждён, его состояние: DECLINED"_s);
     row("paid: no word of the refund", {qr(u"PAID"_s), reply(200), reply(200)}, refunded,
@@ -342,7 +343,8 @@ void TstRaiffeisenSbpHandler::deliveryOfPaid()
     FakeRestClient net(script);
     QTEST(outcomeOf(u"raiffeisensbp"_s, paid()), "outcome");
     QCOMPARE(net.transcript(), (QStringList{askRefund, refundState}.first(requests)));
-    // Twice, before and behind the preparation: whoever reads the log tells the two forms apart by it.
+    // Twice, before and behind the preparation: whoever reads the log tells the two forms apart by
+    // it.
     QStringList lines{opening, refund, refund};
     if (requests == 2)
         lines.append(refundInfo);
@@ -452,8 +454,8 @@ void TstRaiffeisenSbpHandler::everyReplyLostOnce_data()
                               << Script{qr(u"CANCELLED"_s)} << QStringList{askCode};
     QTest::newRow("check of the deletion") << withState() << Script{qr(u"NEW"_s), reply(200), lost}
                                            << Script{qr(u"CANCELLED"_s)} << QStringList{askCode};
-    // The state is asked anew. As long as it says "paid" the refund goes out once more, with the same
-    // body, by whose identifiers the service knows it again.
+    // The state is asked anew. As long as it says "paid" the refund goes out once more, with the
+    // same body, by whose identifiers the service knows it again.
     QTest::newRow("refund, still paid")
         << withState() << Script{qr(u"PAID"_s), lost} << Script{qr(u"PAID"_s), done, done}
         << QStringList{askCode, askRefund, refundState};

@@ -364,11 +364,11 @@ void TstRsbSbpHandler::pollOutcome_data()
     QTest::addColumn<http::Response>("last");
     QTest::addColumn<QString>("outcome");
     QTest::newRow("0") << code(0) << u"delivered"_s;
-    // 1 and -24 are no end of the poll, yet the till counts them as success when they come last: the
-    // refund is on its way, or was made before.
+    // 1 and -24 are no end of the poll, yet the till counts them as success when they come last:
+    // the refund is on its way, or was made before.
     QTest::newRow("1") << code(1) << u"delivered"_s;
     QTest::newRow("-24") << code(-24) << u"delivered"_s;
-    // -23 removes the message as an answer to the refund itself, but not here: the refund is then sent
+    // As an answer to the refund itself -23 ends the message, but not here: the refund is then sent
     // once more, and that answer decides.
     QTest::newRow("-23") << code(-23) << u"kept service: банк не сделал возврат, код -23"_s;
     QTest::newRow("-5") << code(-5) << u"kept service: банк не сделал возврат, код -5"_s;
@@ -409,8 +409,8 @@ void TstRsbSbpHandler::pollSteps_data()
     QTest::newRow("negative duration and interval: one request")
         << Script{open} << QList<int>{0} << -1 << -1
         << QStringList{u"0 ask"_s, u"0 sleep until 0"_s} << false;
-    // The second request follows at once, the pause begins with the third, and what a request takes is
-    // part of the interval. The time is looked at behind the pause.
+    // The second request follows at once, the pause begins with the third, and what a request takes
+    // is part of the interval. The time is looked at behind the pause.
     QTest::newRow("until the time is over")
         << Script{open, open, open, open} << QList<int>{100, 100, 100, 100} << 1000 << 400
         << QStringList{u"0 ask"_s,   u"100 sleep until 0"_s,
