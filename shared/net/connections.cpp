@@ -38,7 +38,7 @@ namespace curl {
 void Client::forget()
 {
     curl_easy_reset(handle.get());
-    setting.reset();
+    setup.reset();
     url.clear();
     headers.clear();
     headerLines.reset();

@@ -17,14 +17,14 @@ struct Exchange;
 namespace curl {
 
 /// What the exchanges of a client mostly have in common.
-struct Setting
+struct Setup
 {
     bool isSecure = false;
     QString proxy;
     QString noProxy;
     QString caFile;
 
-    bool operator==(const Setting &other) const = default;
+    bool operator==(const Setup &other) const = default;
 };
 
 /// A handle of libcurl and what it is set up for. Most exchanges of a worker go where the one before went,
@@ -38,7 +38,7 @@ struct Client
     /// Scheme, host and port of the address.
     QByteArray host;
     /// What the handle is set up for; nothing when it is not.
-    std::optional<Setting> setting;
+    std::optional<Setup> setup;
     QUrl url;
     QList<std::pair<QByteArray, QByteArray>> headers;
 

@@ -214,7 +214,8 @@ QString filled(QStringView text, const QHash<QStringView, QString> &values)
     QString result;
     for (qsizetype open = text.indexOf(u'{'); open >= 0; open = text.indexOf(u'{')) {
         const qsizetype close = text.indexOf(u'}', open);
-        result += text.first(open).toString() + values.value(text.sliced(open + 1, close - open - 1));
+        result +=
+            text.first(open).toString() + values.value(text.sliced(open + 1, close - open - 1));
         text = text.sliced(close + 1);
     }
     return result + text.toString();

@@ -74,14 +74,14 @@ void setTls(CURL *handle, const Exchange &exchange, const QString &caFile)
     setClientCertificate(handle, exchange);
 }
 
-void setProxy(CURL *handle, const curl::Setting &setting)
+void setProxy(CURL *handle, const curl::Setup &setup)
 {
     // Set even when empty: the environment has no say.
-    curl_easy_setopt(handle, CURLOPT_PROXY, setting.proxy.toUtf8().constData());
-    curl_easy_setopt(handle, CURLOPT_NOPROXY, setting.noProxy.toUtf8().constData());
+    curl_easy_setopt(handle, CURLOPT_PROXY, setup.proxy.toUtf8().constData());
+    curl_easy_setopt(handle, CURLOPT_NOPROXY, setup.noProxy.toUtf8().constData());
     curl_easy_setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     // What a proxy is told that makes a tunnel; it does not see the headers of the request.
-    curl_easy_setopt(handle, CURLOPT_USERAGENT, setting.proxy.isEmpty() ? nullptr : userAgent);
+    curl_easy_setopt(handle, CURLOPT_USERAGENT, setup.proxy.isEmpty() ? nullptr : userAgent);
 }
 
 void setCallbacks(CURL *handle, curl::Connections &connections)
@@ -137,21 +137,21 @@ void setVerbAndBody(CURL *handle, const Exchange &exchange, const curl::Mime &pa
 
 namespace curl {
 
-Setting settingFor(const Exchange &exchange)
+Setup setupFor(const Exchange &exchange)
 {
-    Setting setting;
-    setting.isSecure = exchange.isSecure();
-    setting.proxy = settings::network::proxy.value();
-    if (!setting.proxy.isEmpty())
-        setting.noProxy = settings::network::noProxy.value();
-    if (setting.isSecure)
-        setting.caFile = settings::network::caFile.value();
-    return setting;
+    Setup setup;
+    setup.isSecure = exchange.isSecure();
+    setup.proxy = settings::network::proxy.value();
+    if (!setup.proxy.isEmpty())
+        setup.noProxy = settings::network::noProxy.value();
+    if (setup.isSecure)
+        setup.caFile = settings::network::caFile.value();
+    return setup;
 }
 
-void setUp(Client &client, const Exchange &exchange, const Setting &setting)
+void setUp(Client &client, const Exchange &exchange, const Setup &setup)
 {
-    if (client.setting == setting)
+    if (client.setup == setup)
         return;
     client.forget();
     CURL *const handle = client.handle.get();
@@ -165,11 +165,11 @@ void setUp(Client &client, const Exchange &exchange, const Setting &setting)
     // Signals would hit another thread, and a name lookup that hangs must not outlast the timeout.
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
-    setProxy(handle, setting);
+    setProxy(handle, setup);
     setCallbacks(handle, connectionsOfThread());
-    if (setting.isSecure)
-        setTls(handle, exchange, setting.caFile);
-    client.setting = setting;
+    if (setup.isSecure)
+        setTls(handle, exchange, setup.caFile);
+    client.setup = setup;
 }
 
 void setRequest(Client &client, const Exchange &exchange, Transfer &transfer, const Mime &parts)

@@ -9,10 +9,10 @@ struct Exchange;
 namespace curl {
 
 /// What the settings say for this exchange.
-Setting settingFor(const Exchange &exchange);
+Setup setupFor(const Exchange &exchange);
 
 /// What all exchanges of a client have in common. Does nothing when the client is set up so.
-void setUp(Client &client, const Exchange &exchange, const Setting &setting);
+void setUp(Client &client, const Exchange &exchange, const Setup &setup);
 
 /// What is this exchange's own. `transfer` and `parts` must live until it has ended.
 void setRequest(Client &client, const Exchange &exchange, Transfer &transfer, const Mime &parts);

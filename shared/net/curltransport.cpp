@@ -14,7 +14,7 @@
 namespace {
 
 using curl::Client;
-using curl::Setting;
+using curl::Setup;
 using curl::Transfer;
 
 /// libcurl keeps each line of a head in a block of its own, and a thread its memory after that.
@@ -86,27 +86,27 @@ bool unpackBody(Transfer &transfer)
 }
 
 /// Asks libcurl's own rule, so only when it is needed.
-QString proxyFor(const Exchange &exchange, const Setting &setting)
+QString proxyFor(const Exchange &exchange, const Setup &setup)
 {
-    return proxyInUse(exchange.url.host(), setting.proxy, setting.noProxy);
+    return proxyInUse(exchange.url.host(), setup.proxy, setup.noProxy);
 }
 
-http::Response responseOf(CURLcode code, const Exchange &exchange, const Setting &setting,
+http::Response responseOf(CURLcode code, const Exchange &exchange, const Setup &setup,
                           Transfer &transfer)
 {
     const auto failed = [&](CURLcode failure, const QString &proxy) {
         return curl::failureFor(curl::circumstancesOf(failure, transfer, exchange, proxy));
     };
     if (code != CURLE_OK)
-        return failed(code, proxyFor(exchange, setting));
+        return failed(code, proxyFor(exchange, setup));
 
     const auto status = static_cast<int>(curl::longInfo(transfer.handle, CURLINFO_RESPONSE_CODE));
     if (!transfer.isHeadWhole || status < 200)
         return failed(CURLE_PARTIAL_FILE, {});
     // What answers so is the proxy. The server has not seen the request.
     constexpr int proxyAuthenticationStatus = 407;
-    if (status == proxyAuthenticationStatus && !setting.isSecure && isHttpProxy(setting.proxy)) {
-        const QString proxy = proxyFor(exchange, setting);
+    if (status == proxyAuthenticationStatus && !setup.isSecure && isHttpProxy(setup.proxy)) {
+        const QString proxy = proxyFor(exchange, setup);
         transfer.isProxyRefusal = !proxy.isEmpty();
         if (transfer.isProxyRefusal)
             return failed(CURLE_PARTIAL_FILE, proxy);
@@ -126,8 +126,8 @@ ExchangeOutcome performExchange(const Exchange &exchange)
 
     curl::Connections &connections = curl::connectionsOfThread();
     Client &client = connections.clientFor(exchange);
-    const Setting setting = curl::settingFor(exchange);
-    curl::setUp(client, exchange, setting);
+    const Setup setup = curl::setupFor(exchange);
+    curl::setUp(client, exchange, setup);
 
     Transfer transfer;
     transfer.handle = client.handle.get();
@@ -139,7 +139,7 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     const CURLcode code = carryOut(client, transfer);
 
     ExchangeOutcome outcome;
-    outcome.response = responseOf(code, exchange, setting, transfer);
+    outcome.response = responseOf(code, exchange, setup, transfer);
     outcome.headerLines = transfer.headerLines;
     outcome.omittedHeaderBytes = transfer.omittedHeaderSize;
     outcome.clockDifference = transfer.clockDifference;
