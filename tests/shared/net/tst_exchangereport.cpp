@@ -1,6 +1,7 @@
 #include "rig/loopbackserver.h"
 #include "shared/net/restclient.h"
 #include "tests/shared/net/recordingobserver.h"
+#include "tests/shared/net/restclientrequests.h"
 
 #include <QTest>
 
@@ -9,8 +10,6 @@ using http::FailureKind;
 using rig::LoopbackServer;
 
 namespace {
-
-const RestClient::Headers noHeaders;
 
 /// The head of an answer from a server whose clock is this far from that of the till.
 QByteArray dateOf(std::chrono::seconds distance)

@@ -6,7 +6,7 @@
 
 using namespace Qt::StringLiterals;
 
-class TstPreparedRequestBase : public QObject
+class TestPreparedRequestBase : public QObject
 {
     Q_OBJECT
 
@@ -18,7 +18,7 @@ private Q_SLOTS:
     void failureIsAnException();
 };
 
-void TstPreparedRequestBase::isFilledByItsNames()
+void TestPreparedRequestBase::isFilledByItsNames()
 {
     const auto request = serder::deserialize<tsum::PreparedRequestBase>(
         QVariantMap{{u"method"_s, u"PUT"_s},
@@ -33,7 +33,7 @@ void TstPreparedRequestBase::isFilledByItsNames()
     QCOMPARE(request.timeout, 9);
 }
 
-void TstPreparedRequestBase::wrongKindsAreEmpty()
+void TestPreparedRequestBase::wrongKindsAreEmpty()
 {
     const auto request = serder::deserialize<tsum::PreparedRequestBase>(QVariantMap{
         {u"url"_s, QVariantList{1}}, {u"headers"_s, u"A: 5"_s}, {u"timeout"_s, u"soon"_s}});
@@ -42,7 +42,7 @@ void TstPreparedRequestBase::wrongKindsAreEmpty()
     QCOMPARE(request.timeout, 0);
 }
 
-void TstPreparedRequestBase::reply_data()
+void TestPreparedRequestBase::reply_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QVariant>("value");
@@ -52,7 +52,7 @@ void TstPreparedRequestBase::reply_data()
     QTest::newRow("empty") << ""_ba << QVariant();
 }
 
-void TstPreparedRequestBase::reply()
+void TestPreparedRequestBase::reply()
 {
     QFETCH(QByteArray, body);
     QFETCH(QVariant, value);
@@ -63,7 +63,7 @@ void TstPreparedRequestBase::reply()
     QCOMPARE(net.steps(), (QStringList{u"setTimeout 0"_s, u"GET http://tsum.test/"_s}));
 }
 
-void TstPreparedRequestBase::failureIsAnException()
+void TestPreparedRequestBase::failureIsAnException()
 {
     FakeRestClient net({noConnection(), ::reply(500, "{}")});
     const tsum::PreparedRequestBase request;
@@ -78,5 +78,5 @@ void TstPreparedRequestBase::failureIsAnException()
     }
 }
 
-QTEST_GUILESS_MAIN(TstPreparedRequestBase)
+QTEST_GUILESS_MAIN(TestPreparedRequestBase)
 #include "tst_preparedrequestbase.moc"

@@ -1,5 +1,6 @@
 #include "rig/loopbackserver.h"
 #include "shared/net/restclient.h"
+#include "tests/shared/net/restclientrequests.h"
 #include "tests/support/testsettings.h"
 
 #include <QNetworkReply>
@@ -20,8 +21,6 @@ using rig::LoopbackServer;
 // the functions below before those of the libraries.
 
 namespace {
-
-const RestClient::Headers noHeaders;
 
 /// Seconds by which the clock is ahead for the threads that follow it.
 std::atomic<int> secondsAhead{0};

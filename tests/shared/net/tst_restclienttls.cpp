@@ -3,6 +3,7 @@
 #include "rig/nginxserver.h"
 #include "shared/net/restclient.h"
 #include "tests/shared/net/recordingobserver.h"
+#include "tests/shared/net/restclientrequests.h"
 #include "tests/support/testsettings.h"
 
 #include <QFile>
@@ -25,8 +26,6 @@ using rig::LoopbackServer;
 using rig::NginxServer;
 
 namespace {
-
-const RestClient::Headers noHeaders;
 
 QList<QByteArray> trustedFolders;
 
