@@ -56,6 +56,12 @@ Circumstances unsent(Circumstances failed)
     return failed;
 }
 
+Circumstances notBegun(Circumstances failed)
+{
+    failed.transfer.attempts = 0;
+    return failed;
+}
+
 Circumstances marked(Circumstances failed, bool curl::Transfer::*mark)
 {
     failed.transfer.*mark = true;
@@ -153,6 +159,7 @@ void TestCurlFailure::failures_data()
     row("client's certificate",    direct(CURLE_SSL_CERTPROBLEM, "no key"),                             http::tlsError, certificate, u"Сертификат клиента '/certs/till.pem' не подходит, проверьте файл, ключ и пароль (no key)"_s);
     row("trusted certificates",    direct(CURLE_SSL_CACERT_BADFILE, "no file"),                         http::tlsError, certificate, u"Не удалось прочитать доверенные сертификаты (no file)"_s);
 
+    row("no memory, not begun",    notBegun(direct(CURLE_OUT_OF_MEMORY, "no memory")),                 unknown,        network,     unclear.arg(u"no memory"_s));
     row("anything else",           direct(CURLE_WEIRD_SERVER_REPLY, "no status"),                       unknown,        network,     unclear.arg(u"no status"_s));
     // clang-format on
 }

@@ -51,6 +51,12 @@ public:
         if (::send(connection, bytes.data(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL) < 0)
             sendError = errno;
     }
+    /// This many bytes.
+    void read(char *bytes, size_t size)
+    {
+        if (::recv(connection, bytes, size, MSG_WAITALL) != static_cast<ssize_t>(size))
+            readError = errno;
+    }
     /// Everything up to the client's end; what ended it stands in readError.
     QByteArray readAll(size_t step = 65536)
     {
@@ -125,6 +131,7 @@ private Q_SLOTS:
     void reportsAreMadeAtTheEnd();
     void reportsOfAServerThatTakesNothing();
     void reportsOfALostConnection();
+    void reportsOfAConnectionThatTheServerCloses();
 };
 
 void TestTcpClient::operationsKeepTheirPlaces()
@@ -495,6 +502,29 @@ void TestTcpClient::reportsOfALostConnection()
         client->write("more");
     client->disconnectFromServer();
     QCOMPARE(observer.only().kind, http::FailureKind::Network);
+}
+
+/// It may do so when it has all; what is written afterwards is lost.
+void TestTcpClient::reportsOfAConnectionThatTheServerCloses()
+{
+    for (const bool isWrittenAfterwards : {false, true}) {
+        Server server;
+        const RecordingObserver observer;
+        const auto client = clientOf(server);
+        QVERIFY(client->connectToServer());
+        client->write("all");
+        server.accept();
+        char piece[3];
+        server.read(piece, sizeof piece);
+        server.closeConnection();
+        const auto *const socket = client->findChild<QTcpSocket *>();
+        QTRY_COMPARE(socket->state(), QAbstractSocket::UnconnectedState);
+        if (isWrittenAfterwards)
+            client->write("more");
+        client->disconnectFromServer();
+        QCOMPARE(observer.only().kind,
+                 isWrittenAfterwards ? http::FailureKind::Network : http::FailureKind::None);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestTcpClient)
