@@ -12,6 +12,7 @@
 #include <dlfcn.h>
 #include <future>
 #include <netdb.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 using namespace Qt::StringLiterals;
@@ -28,6 +29,9 @@ thread_local bool followsTestClock = false;
 
 /// What the connections of this thread come to; 0: what they really do.
 thread_local int connectError = 0;
+
+/// What the next looks at a kept connection show, first look first; none: what there is.
+thread_local QList<short> signs;
 
 /// Lookups of slow.test wait for this.
 QSemaphore slowLookup;
@@ -57,6 +61,17 @@ extern "C" int getsockopt(int socket, int level, int name, void *value, socklen_
     if (connectError != 0 && level == SOL_SOCKET && name == SO_ERROR)
         *static_cast<int *>(value) = connectError;
     return result;
+}
+
+extern "C" int poll(pollfd *sockets, nfds_t count, int milliseconds)
+{
+    static const auto next = original<int(pollfd *, nfds_t, int)>("poll");
+    const int result = next(sockets, count, milliseconds);
+    const bool isLook = count == 1 && milliseconds == 0 && sockets->events == (POLLIN | POLLRDHUP);
+    if (!isLook || signs.isEmpty())
+        return result;
+    sockets->revents = signs.takeFirst();
+    return sockets->revents != 0 ? 1 : 0;
 }
 
 extern "C" int getaddrinfo(const char *name, const char *service, const addrinfo *hints,
@@ -90,6 +105,8 @@ private Q_SLOTS:
     void lateCloseIsNoReason();
     void closingHostIsForgottenAfterAnHour();
     void connectionThatIsResetAtOnce();
+    void keptConnectionOutOfStep_data();
+    void keptConnectionOutOfStep();
 };
 
 void TestRestClientSystem::cleanup()
@@ -97,6 +114,7 @@ void TestRestClientSystem::cleanup()
     followsTestClock = false;
     secondsAhead = 0;
     connectError = 0;
+    signs.clear();
 }
 
 void TestRestClientSystem::unknownHost()
@@ -239,6 +257,35 @@ void TestRestClientSystem::connectionThatIsResetAtOnce()
     client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
     QCOMPARE(client.errorCode(), int{QNetworkReply::UnknownNetworkError});
     QVERIFY(server.requests().isEmpty());
+}
+
+void TestRestClientSystem::keptConnectionOutOfStep_data()
+{
+    QTest::addColumn<short>("sign");
+    QTest::addColumn<int>("connections");
+    QTest::newRow("quiet") << short(0) << 1;
+    QTest::newRow("bytes that nobody asked for") << short(POLLIN) << 2;
+    // The host is known for it from then on.
+    QTest::newRow("closed") << short(POLLIN | POLLRDHUP) << 3;
+    QTest::newRow("broken") << short(POLLERR) << 3;
+}
+
+/// libcurl has found the connection usable, and a moment later it is not. Nothing must go out on it, not
+/// even a POST that would be lost.
+void TestRestClientSystem::keptConnectionOutOfStep()
+{
+    QFETCH(short, sign);
+    LoopbackServer server;
+    RestClient client;
+    client.post(server.url(u"/1"_s), QByteArray("x"), noHeaders);
+    // The first look is ahead of libcurl's choice, the second ahead of the request.
+    signs = {0, sign};
+    client.post(server.url(u"/2"_s), QByteArray("x"), noHeaders);
+    QCOMPARE(signs, QList<short>());
+    QCOMPARE(client.errorText().ru(), QString());
+    client.post(server.url(u"/3"_s), QByteArray("x"), noHeaders);
+    QCOMPARE(server.requests().size(), 3);
+    QTEST(server.connectionCount(), "connections");
 }
 
 QTEST_GUILESS_MAIN(TestRestClientSystem)
