@@ -2,6 +2,7 @@
 
 #include "shared/net/closinghosts.h"
 
+#include <cstddef>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -36,14 +37,12 @@ Sign signOf(curl_socket_t socket)
 
 int localPort(curl_socket_t socket)
 {
-    sockaddr_storage address = {};
+    // The port has one place in the addresses of both families. It stays 0 when there is none.
+    static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
+    sockaddr_in6 address = {};
     socklen_t size = sizeof(address);
-    if (::getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size) != 0)
-        return -1;
-    const auto port = address.ss_family == AF_INET6
-                          ? reinterpret_cast<const sockaddr_in6 &>(address).sin6_port
-                          : reinterpret_cast<const sockaddr_in &>(address).sin_port;
-    return ntohs(port);
+    ::getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size);
+    return ntohs(address.sin6_port);
 }
 
 } // namespace

@@ -18,10 +18,9 @@ constexpr auto questionTarget = "::127.0.0.1:2";
 /// Notes where libcurl would go, and keeps it from going there.
 curl_socket_t noteTarget(void *context, curlsocktype, curl_sockaddr *address)
 {
+    // Both are addresses of IPv4.
     *static_cast<int *>(context) =
-        address->family == AF_INET
-            ? ntohs(reinterpret_cast<const sockaddr_in &>(address->addr).sin_port)
-            : 0;
+        ntohs(reinterpret_cast<const sockaddr_in &>(address->addr).sin_port);
     return CURL_SOCKET_BAD;
 }
 
