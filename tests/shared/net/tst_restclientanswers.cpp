@@ -45,6 +45,7 @@ private Q_SLOTS:
     void resetsResultsAtEachExchange();
     void jsonReplies_data();
     void jsonReplies();
+    void deepReplies();
     void bodyLimit_data();
     void bodyLimit();
     void unpacks_data();
@@ -278,6 +279,22 @@ void TestRestClientAnswers::jsonReplies()
         log.lines().contains(
             u"ERROR Ответ JSON не принят: размер 4194305 байт, допускается не более 4194304"_s),
         isTooLarge);
+}
+
+/// Qt reads no JSON that is nested so deep, and the log tells it from rubbish.
+void TestRestClientAnswers::deepReplies()
+{
+    const LogCapture log(u"http"_s);
+    constexpr int depth = 2000;
+    LoopbackServer server;
+    server.play({LoopbackServer::answer(200, QByteArray("[").repeated(depth)
+                                                 + QByteArray("]").repeated(depth))});
+    RestClient client;
+    client.get(server.url(u"/"_s), {}, noHeaders);
+    QCOMPARE(client.errorCode(), 0);
+    QVERIFY(client.responseJson().isNull());
+    QCOMPARE(log.lines(),
+             QStringList{u"ERROR Ответ JSON не принят: слишком глубокая вложенность"_s});
 }
 
 void TestRestClientAnswers::bodyLimit_data()

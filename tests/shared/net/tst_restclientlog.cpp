@@ -25,6 +25,7 @@ private Q_SLOTS:
     void masksSecretsInTheLog();
     void cutsLongTextsInTheLog();
     void cutsManyHeaderLinesInTheLog();
+    void keepsAnExchangeOnItsLines();
     void errorTextsHoldNoSecret();
 };
 
@@ -214,6 +215,22 @@ void TestRestClientLog::cutsManyHeaderLinesInTheLog()
     // Nothing is carried over to the next answer.
     QVERIFY2(log.lines().at(3).contains(u"B: last"_s), qPrintable(log.lines().at(3)));
     QVERIFY(!log.lines().at(3).contains(u"всего байт"_s));
+}
+
+void TestRestClientLog::keepsAnExchangeOnItsLines()
+{
+    LoopbackServer server;
+    server.play({LoopbackServer::answer(200, "a\r\nb\nc\rd\te\x1b[0m")});
+    const LogCapture log(u"cardlab"_s);
+    RestClient client;
+    client.setLogger(Log4Qt::LogManager::logger(u"cardlab"_s));
+    http::Params request = params("", server.url(u"/"_s));
+    http::Part part;
+    part.name = "a";
+    request.parts = {part, part};
+    client.send(request);
+    QVERIFY2(log.lines().at(0).contains(u"байт: 0, частей: 2;"), qPrintable(log.lines().at(0)));
+    QVERIFY2(log.lines().at(1).endsWith(u"тело: a\\nb\\nc.d.e.[0m"), qPrintable(log.lines().at(1)));
 }
 
 void TestRestClientLog::errorTextsHoldNoSecret()
