@@ -4,7 +4,7 @@
 #include "engine/sharedstate.h"
 #include "rig/scriptedpeer.h"
 #include "tests/support/queuedatabase.h"
-#include "tools/stand/scenario.h"
+#include "tools/stand/scenariofile.h"
 
 #include <map>
 #include <memory>

@@ -6,7 +6,7 @@
 #include "rig/till.h"
 #include "tests/faults/form.h"
 #include "tools/stand/placeholders.h"
-#include "tools/stand/scenario.h"
+#include "tools/stand/scenariofile.h"
 
 #include <QElapsedTimer>
 #include <QFile>

@@ -11,7 +11,7 @@
 #include "shared/net/tcpclient.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/playedclient.h"
-#include "tools/stand/scenario.h"
+#include "tools/stand/scenariofile.h"
 
 #include <QDir>
 #include <QFile>

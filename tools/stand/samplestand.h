@@ -2,7 +2,7 @@
 
 #include "rig/messagetable.h"
 #include "rig/scriptedpeer.h"
-#include "tools/stand/scenario.h"
+#include "tools/stand/scenariofile.h"
 
 #include <QMap>
 #include <QString>

@@ -3,9 +3,8 @@
 #include "rig/messagetable.h"
 #include "rig/peerscript.h"
 #include "rig/till.h"
-#include "tools/stand/placeholders.h"
 
-#include <QJsonObject>
+#include <QJsonValue>
 #include <QList>
 #include <QMap>
 #include <QString>
@@ -95,42 +94,5 @@ struct Scenario
 
     bool hasTls() const;
 };
-
-/// A scenario as it stands in its file, the defaults put in, before a run gives it its places.
-class ScenarioSource
-{
-public:
-    ScenarioSource(const QJsonObject &content, const QString &where, const QString &title);
-
-    QString title() const;
-    /// Whether the scenario is told for `sqlite` or `mariadb`.
-    bool isFor(const QString &database) const;
-    bool isSample() const;
-    /// The type of its first message.
-    QString type() const;
-    /// Names and kinds of the peers that a run must set up.
-    QList<rig::PeerScript> peers() const;
-    /// The scenario with its places filled in. Throws ScenarioError.
-    Scenario scenario(const Places &places) const;
-
-private:
-    Scenario parse(const QJsonObject &expandedContent) const;
-
-    QJsonObject content;
-    QString where;
-    QString title_;
-};
-
-/// The names that a run must give places for: for each peer `name`, `name.host` and `name.port`, and
-/// `root`, `nobody`, `nobody.port`.
-QStringList placeNames(const QList<rig::PeerScript> &peers);
-
-/// Reads a scenario file, or all files of a folder and the folders below it, in the order of their
-/// names. Every scenario is checked in full. Throws ScenarioError.
-QList<ScenarioSource> loadScenarios(const QString &path);
-
-/// `patch` put over `base`: objects are merged member by member, null takes a member away, anything
-/// else replaces.
-QJsonValue merged(const QJsonValue &base, const QJsonValue &patch);
 
 } // namespace stand

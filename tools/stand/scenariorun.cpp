@@ -22,12 +22,6 @@ namespace {
 
 /// Once a day is never within a scenario.
 constexpr int noPollSeconds = 86400;
-const QString stopText = u"Получен сигнал завершения работы"_s;
-
-QString folded(const QStringList &lines)
-{
-    return lines.isEmpty() ? u"(none)"_s : lines.join(u"\n    "_s);
-}
 
 } // namespace
 
@@ -303,98 +297,11 @@ void ScenarioRun::compare()
         peer->drain();
         findings += peer->findings();
     }
-    compareTable();
-    compareCards();
-    compareLog();
+    findings += tableFindings(written, table->rows());
+    findings += cardFindings(scenario, table->cards());
+    findings += logFindings(scenario, service->log().records());
     if (!service->errors().isEmpty())
         findings.append(u"the service wrote to standard error:\n"_s + service->errors());
-}
-
-void ScenarioRun::compareTable()
-{
-    QMap<int, rig::TableRow> rows;
-    const QList<rig::TableRow> left = table->rows();
-    for (const rig::TableRow &row : left)
-        rows.insert(row.id, row);
-    for (const Written &entry : std::as_const(written)) {
-        const QueuedMessage &message = entry.message;
-        const QString name = u"message %1 of type %2"_s.arg(entry.id).arg(message.type);
-        const bool isThere = rows.contains(entry.id);
-        const rig::TableRow row = rows.take(entry.id);
-        if (isThere != (message.outcome.fate == Outcome::Fate::Kept)) {
-            findings.append(isThere ? name + u" is still in the table"_s
-                                    : name + u" is gone from the table"_s);
-            continue;
-        }
-        if (!isThere)
-            continue;
-        if (row.type != message.type || row.body != message.body
-            || row.cardNumber != message.cardNumber)
-            findings.append(name + u" was changed: "_s + rig::shortened(row.body));
-        const QString statusCode = message.outcome.statusCode.value_or(message.statusCode);
-        if (row.statusCode != statusCode)
-            findings.append(
-                u"%1: statuscode\n  - %2\n  + %3"_s.arg(name, statusCode, row.statusCode));
-    }
-    for (const rig::TableRow &row : std::as_const(rows))
-        findings.append(u"the table has a row that nobody put there: %1 of type %2, %3"_s.arg(
-            QString::number(row.id), row.type, rig::shortened(row.body)));
-}
-
-void ScenarioRun::compareCards()
-{
-    if (!scenario.cardsAfter)
-        return;
-    const auto lines = [](const QList<rig::CardRow> &cards) {
-        QStringList result;
-        for (const rig::CardRow &card : cards) {
-            QStringList columns;
-            for (auto column = card.begin(); column != card.end(); ++column) {
-                if (!column->isEmpty())
-                    columns.append(column.key() + u'=' + *column);
-            }
-            result.append(columns.join(u", "_s));
-        }
-        return result;
-    };
-    const QStringList expected = lines(*scenario.cardsAfter);
-    const QStringList found = lines(table->cards());
-    if (expected != found)
-        findings.append(u"documentcard\n  - %1\n  + %2"_s.arg(folded(expected), folded(found)));
-}
-
-void ScenarioRun::compareLog()
-{
-    const QList<rig::LogRecord> &log = service->log().records();
-    QList<rig::TextPattern> wanted;
-    QList<bool> isUsed(log.size(), false);
-    for (const QString &line : std::as_const(scenario.log)) {
-        wanted.append(rig::TextPattern(line));
-        qsizetype at = 0;
-        while (at < log.size() && (isUsed[at] || !wanted.last().matches(log[at].line())))
-            ++at;
-        if (at < log.size())
-            isUsed[at] = true;
-        else
-            findings.append(u"the log does not say: "_s + line);
-    }
-    for (const rig::LogRecord &record : log) {
-        const bool isTrouble = record.level != u"INFO" && record.level != u"DEBUG"
-                               && record.level != u"TRACE" && record.text != stopText;
-        if (isTrouble
-            && std::none_of(wanted.cbegin(), wanted.cend(),
-                            [&](const rig::TextPattern &it) { return it.matches(record.line()); }))
-            findings.append(u"the log says what the scenario does not tell: "_s
-                            + rig::shortened(record.line()));
-    }
-    for (const QString &text : std::as_const(scenario.logNever)) {
-        const rig::TextPattern banned(text);
-        for (const rig::LogRecord &record : log) {
-            if (banned.occursIn(record.line()))
-                findings.append(u"the log must not say '%1', but says: %2"_s.arg(
-                    text, rig::shortened(record.line())));
-        }
-    }
 }
 
 } // namespace stand

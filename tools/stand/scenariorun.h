@@ -4,7 +4,8 @@
 #include "rig/scriptedpeer.h"
 #include "rig/serviceprocess.h"
 #include "rig/till.h"
-#include "tools/stand/scenario.h"
+#include "tools/stand/scenariocheck.h"
+#include "tools/stand/scenariofile.h"
 
 #include <QStringList>
 
@@ -53,12 +54,6 @@ public:
     RunResult run();
 
 private:
-    struct Written
-    {
-        int id = 0;
-        QueuedMessage message;
-    };
-
     void setUp();
     void writeSettings();
     void put(const QueuedMessage &message);
@@ -74,9 +69,6 @@ private:
 
     bool isReplyHeld() const;
     void compare();
-    void compareTable();
-    void compareCards();
-    void compareLog();
 
     const ScenarioSource &source;
     RunOptions options;
@@ -86,7 +78,7 @@ private:
     Scenario scenario;
     std::unique_ptr<rig::MessageTable> table;
     std::unique_ptr<rig::ServiceProcess> service;
-    QList<Written> written;
+    QList<WrittenMessage> written;
     /// The signal to end has been sent and is not to be sent twice.
     bool isTerminated = false;
     QStringList findings;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "rig/scriptedpeer.h"
-#include "tools/stand/scenario.h"
+#include "tools/stand/scenariofile.h"
 
 #include <QMap>
 #include <QSet>

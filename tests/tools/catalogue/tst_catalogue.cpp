@@ -5,8 +5,8 @@
 #include "tests/tools/catalogue/handlersource.h"
 #include "tools/catalogue/catalogue.h"
 #include "tools/settings/settingslist.h"
-#include "tools/stand/scenario.h"
 #include "tools/stand/scenarioerror.h"
+#include "tools/stand/scenariofile.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "tools/stand/scenario.h"
+#include "tools/stand/scenariofile.h"
 #include "tools/stand/scenarioerror.h"
 
 #include <QJsonArray>

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "rig/messagetable.h"
+#include "rig/servicelog.h"
+#include "tools/stand/scenario.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+namespace stand {
+
+/// A message of a scenario and the id that its row was given.
+struct WrittenMessage
+{
+    int id = 0;
+    QueuedMessage message;
+};
+
+/// The service's own line about the signal to end, a warning that every run may have.
+extern const QString stopText;
+
+// What is not as the scenario tells it, one readable entry for each difference; empty when all is.
+
+/// `rows`: what is left in the table.
+QStringList tableFindings(const QList<WrittenMessage> &written, const QList<rig::TableRow> &rows);
+/// `cards`: the rows of `documentcard` at the end.
+QStringList cardFindings(const Scenario &scenario, const QList<rig::CardRow> &cards);
+QStringList logFindings(const Scenario &scenario, const QList<rig::LogRecord> &log);
+
+} // namespace stand
