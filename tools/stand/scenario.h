@@ -14,6 +14,19 @@
 
 namespace stand {
 
+/// What the service's journal must say of a message.
+struct RecordedOutcome
+{
+    /// `delivered`, `dropped` or `kept`.
+    QString verdict;
+    // What is absent is not compared.
+    std::optional<QString> kind = {};
+    std::optional<int> status = {};
+    /// Both may hold patterns.
+    std::optional<QString> reason = {};
+    std::optional<QString> reference = {};
+};
+
 /// What becomes of a message.
 struct Outcome
 {
@@ -26,6 +39,7 @@ struct Outcome
     Fate fate = Fate::Removed;
     /// The column of a kept message where it differs from what was put.
     std::optional<QString> statusCode;
+    std::optional<RecordedOutcome> recorded;
 };
 
 /// A row for the table `message`.

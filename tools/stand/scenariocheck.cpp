@@ -25,6 +25,29 @@ QString nameOf(const WrittenMessage &entry)
     return u"message %1 of type %2"_s.arg(entry.id).arg(entry.message.type);
 }
 
+QString told(const QString &what, const QString &expected, const QString &found)
+{
+    return u"%1\n  - %2\n  + %3"_s.arg(what, expected, found);
+}
+
+QStringList rowFindings(const QString &name, const RecordedOutcome &expected,
+                        const rig::JournalRow &found)
+{
+    QStringList findings;
+    const auto compare = [&](const QString &what, const std::optional<QString> &wanted,
+                             const QString &value) {
+        if (wanted && !rig::TextPattern(*wanted).matches(value))
+            findings.append(told(name + what, *wanted, value));
+    };
+    compare(u"verdict"_s, expected.verdict, found.verdict);
+    compare(u"kind"_s, expected.kind, found.kind);
+    if (expected.status)
+        compare(u"status"_s, QString::number(*expected.status), QString::number(found.status));
+    compare(u"reason"_s, expected.reason, found.text);
+    compare(u"reference"_s, expected.reference, found.reference);
+    return findings;
+}
+
 } // namespace
 
 QStringList tableFindings(const QList<WrittenMessage> &written, const QList<rig::TableRow> &left)
@@ -56,6 +79,27 @@ QStringList tableFindings(const QList<WrittenMessage> &written, const QList<rig:
     for (const rig::TableRow &row : std::as_const(rows))
         findings.append(u"the table has a row that nobody put there: %1 of type %2, %3"_s.arg(
             QString::number(row.id), row.type, rig::shortened(row.body)));
+    return findings;
+}
+
+QStringList journalFindings(const QList<WrittenMessage> &written,
+                            const QList<rig::JournalRow> &rows)
+{
+    QStringList findings;
+    for (const WrittenMessage &entry : written) {
+        if (!entry.message.outcome.recorded)
+            continue;
+        // A message whose reference changes between two attempts has a row for each; the last one tells.
+        const auto row =
+            std::find_if(rows.crbegin(), rows.crend(), [&](const rig::JournalRow &candidate) {
+                return candidate.messageId == entry.id && candidate.type == entry.message.type;
+            });
+        if (row == rows.crend())
+            findings.append(nameOf(entry) + u" is not in the journal"_s);
+        else
+            findings += rowFindings(nameOf(entry) + u", journal: "_s,
+                                    *entry.message.outcome.recorded, *row);
+    }
     return findings;
 }
 

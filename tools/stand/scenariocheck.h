@@ -1,5 +1,6 @@
 #pragma once
 
+#include "rig/journalrows.h"
 #include "rig/messagetable.h"
 #include "rig/servicelog.h"
 #include "tools/stand/scenario.h"
@@ -24,6 +25,8 @@ extern const QString stopText;
 
 /// `rows`: what is left in the table.
 QStringList tableFindings(const QList<WrittenMessage> &written, const QList<rig::TableRow> &rows);
+QStringList journalFindings(const QList<WrittenMessage> &written,
+                            const QList<rig::JournalRow> &rows);
 /// `cards`: the rows of `documentcard` at the end.
 QStringList cardFindings(const Scenario &scenario, const QList<rig::CardRow> &cards);
 QStringList logFindings(const Scenario &scenario, const QList<rig::LogRecord> &log);

@@ -298,6 +298,11 @@ void ScenarioRun::compare()
         findings += peer->findings();
     }
     findings += tableFindings(written, table->rows());
+    if (std::any_of(written.cbegin(), written.cend(), [](const WrittenMessage &entry) {
+            return entry.message.outcome.recorded.has_value();
+        }))
+        findings += journalFindings(
+            written, rig::readJournal(till.path(u"/tallocash/cash/queue/journal.db"_s)));
     findings += cardFindings(scenario, table->cards());
     findings += logFindings(scenario, service->log().records());
     if (!service->errors().isEmpty())

@@ -1,5 +1,5 @@
-#include "tools/stand/scenariofile.h"
 #include "tools/stand/scenarioerror.h"
+#include "tools/stand/scenariofile.h"
 
 #include <QJsonArray>
 #include <QTemporaryDir>
@@ -19,6 +19,7 @@ private Q_SLOTS:
     void complaints();
     void defaultsAndTemplates();
     void everythingIsRead();
+    void recordedOutcomes();
     void filesOfAFolderInOrder();
 
 private:
@@ -79,6 +80,18 @@ void TestScenario::complaints_data()
         u"messages[1].type: is missing or empty"_s);
     row("outcome that does not exist", R"("outcome": "gone")",
         u"outcome: 'gone' is none of removed, kept"_s);
+    row("outcome object that says nothing", R"("outcome": {"kind": "network"})",
+        u"outcome.verdict: is missing; 'keptWithStatuscode' may do without it"_s);
+    row("verdict that does not exist", R"("outcome": {"verdict": "lost"})",
+        u"outcome.verdict: 'lost' is none of delivered, dropped, kept"_s);
+    row("kind that does not exist", R"("outcome": {"verdict": "kept", "kind": "tls"})",
+        u"outcome.kind: 'tls' is none of none, network, certificate, credentials, request, service"_s);
+    row("status code of a message that is gone",
+        R"("outcome": {"verdict": "dropped", "keptWithStatuscode": "1"})",
+        u"outcome.keptWithStatuscode: only a message that is kept has one"_s);
+    row("unknown key of an outcome", R"("outcome": {"verdict": "kept", "text": ""})",
+        u"outcome.text: unknown key; known here are keptWithStatuscode, kind, reason, reference, "
+        "status, verdict"_s);
     row("request without path", R"("exchange": {"request": "POST"})",
         u"exchange.request: verb and path are wanted here, as in 'POST /cards'"_s);
     row("reply that does not exist", R"("exchanges": [{"request": "GET /", "reply": "never"}])",
@@ -189,6 +202,32 @@ void TestScenario::everythingIsRead()
     QCOMPARE(scenario.steps[2].count, 2);
     QCOMPARE(scenario.steps[3].kind, Step::Kind::Restart);
     QCOMPARE(scenario.steps[3].files.value(u"/ids.json"_s), u"{}"_s);
+}
+
+void TestScenario::recordedOutcomes()
+{
+    const Scenario scenario = load(R"({"name": "n", "message": {"type": "t"}, "messages": [
+        {"outcome": {"verdict": "delivered"}},
+        {"outcome": {"verdict": "dropped", "kind": "request", "status": 400, "reason": "r {{any}}",
+                     "reference": "4711"}},
+        {"outcome": {"verdict": "kept", "keptWithStatuscode": "2"}},
+        {"outcome": {"keptWithStatuscode": "2"}}]})");
+    const Outcome delivered = scenario.messages[0].outcome;
+    QVERIFY(delivered.fate == Outcome::Fate::Removed && delivered.recorded);
+    QCOMPARE(delivered.recorded->verdict, u"delivered"_s);
+    QVERIFY(!delivered.recorded->kind && !delivered.recorded->status && !delivered.recorded->reason
+            && !delivered.recorded->reference);
+    const Outcome dropped = scenario.messages[1].outcome;
+    QVERIFY(dropped.fate == Outcome::Fate::Removed && dropped.recorded);
+    QCOMPARE(*dropped.recorded->kind, u"request"_s);
+    QCOMPARE(*dropped.recorded->status, 400);
+    QCOMPARE(*dropped.recorded->reason, u"r {{any}}"_s);
+    QCOMPARE(*dropped.recorded->reference, u"4711"_s);
+    const Outcome kept = scenario.messages[2].outcome;
+    QVERIFY(kept.fate == Outcome::Fate::Kept && kept.recorded);
+    QCOMPARE(*kept.statusCode, u"2"_s);
+    const Outcome untold = scenario.messages[3].outcome;
+    QVERIFY(untold.fate == Outcome::Fate::Kept && !untold.recorded);
 }
 
 void TestScenario::filesOfAFolderInOrder()
