@@ -67,6 +67,10 @@ const QSet<QString> ordinaryTexts{
     u"Удаление соединения с базой данных: %1"_s,
     u"Сообщения удаляются по одному: %1"_s,
     u"В базе данных '%1' созданы таблицы %2"_s,
+    u"Журнал доставки '%1' снова записывается"_s,
+    // Why the journal is not written.
+    u"это не обычный файл"_s,
+    u"файл создан более новой версией службы"_s,
     // Why a log was not put aside.
     u"файл уже открыт другой программой"_s,
     // What a line on a statement ends with.
