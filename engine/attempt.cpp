@@ -1,13 +1,22 @@
 #include "engine/attempt.h"
 
+#include "engine/cardmask.h"
 #include "engine/message.h"
+#include "engine/reference.h"
 
-Attempt::Attempt(const Message &message)
+namespace {
+
+constexpr qsizetype longestText = 500;
+
+} // namespace
+
+Attempt::Attempt(const Message &message, const QStringList &references)
     : observation(*this)
 {
     begin.id = message.id;
     begin.type = message.type;
-    begin.card = message.cardNumber;
+    begin.card = maskedCard(message.cardNumber);
+    begin.reference = referenceOf(message.body, references);
     begin.begun = QDateTime::currentDateTimeUtc();
     timer.start();
 }
@@ -15,6 +24,8 @@ Attempt::Attempt(const Message &message)
 void Attempt::exchangeEnded(const http::ExchangeReport &report)
 {
     lastExchange = report;
+    if (firstPath.isEmpty())
+        firstPath = report.path;
 }
 
 void Attempt::say(Verdict verdict, const QString &reason, http::FailureKind kind)
@@ -24,14 +35,22 @@ void Attempt::say(Verdict verdict, const QString &reason, http::FailureKind kind
 
 Outcome Attempt::outcome(bool isFinished) const
 {
+    Outcome outcome = judge(isFinished);
+    outcome.took = std::chrono::milliseconds(timer.elapsed());
+    if (lastExchange)
+        outcome.status = lastExchange->status;
+    if (outcome.reference.isEmpty())
+        outcome.reference = referenceText(firstPath);
+    // A reason may quote the answer.
+    outcome.text = maskCardNumbers(outcome.text).left(longestText);
+    return outcome;
+}
+
+Outcome Attempt::judge(bool isFinished) const
+{
     using http::FailureKind;
 
     Outcome outcome = begin;
-    outcome.took = std::chrono::milliseconds(timer.elapsed());
-    if (lastExchange) {
-        outcome.status = lastExchange->status;
-        outcome.reference = lastExchange->path;
-    }
     const bool wordCounts = word && (word->verdict != Verdict::Kept) == isFinished;
     if (wordCounts)
         outcome.text = word->reason;

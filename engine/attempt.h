@@ -4,6 +4,8 @@
 #include "shared/net/exchangeobserver.h"
 
 #include <QElapsedTimer>
+#include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -14,7 +16,8 @@ struct Message;
 class Attempt : public http::ExchangeObserver
 {
 public:
-    explicit Attempt(const Message &message);
+    /// `references`: the keys of what a person searches the message by.
+    explicit Attempt(const Message &message, const QStringList &references = {});
 
     void exchangeEnded(const http::ExchangeReport &report) override;
     /// The handler's own word, with its reason. `kind` matters for a kept message only.
@@ -31,9 +34,13 @@ private:
         http::FailureKind kind;
     };
 
+    Outcome judge(bool isFinished) const;
+
     http::ExchangeObservation observation;
     Outcome begin;
     QElapsedTimer timer;
     std::optional<Word> word;
     std::optional<http::ExchangeReport> lastExchange;
+    /// The first request of a message is the same one at each attempt; how far the others come differs.
+    QString firstPath;
 };

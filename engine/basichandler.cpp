@@ -144,6 +144,10 @@ bool BasicHandler::deliver(const Message &message)
 {
     const auto memory = qScopeGuard(returnLargeDocuments);
     const Outcome outcome = attempt(message);
+    if (outcome.verdict == Verdict::Dropped)
+        logDrop(outcome);
+    // Before the row goes: a crash in between leaves a message that is recorded twice, and not one that is
+    // gone without a word.
     if (state->outcomes)
         state->outcomes->take(outcome);
     return outcome.verdict != Verdict::Kept;
@@ -151,7 +155,7 @@ bool BasicHandler::deliver(const Message &message)
 
 Outcome BasicHandler::attempt(const Message &message)
 {
-    Attempt current(message);
+    Attempt current(message, references);
     attemptAtHand = &current;
     const bool isFinished = send(message);
     attemptAtHand = nullptr;
@@ -171,6 +175,18 @@ bool BasicHandler::send(const Message &message)
     logger_->error(u"Ошибка при обработке сообщения %1, сообщение остаётся: %2"_s.arg(
         QString::number(message.id), reason));
     return keep(reason, http::FailureKind::Request);
+}
+
+void BasicHandler::logDrop(const Outcome &outcome)
+{
+    const QString what = outcome.reference.isEmpty()
+                             ? outcome.type
+                             : u"%1, %2"_s.arg(outcome.type, outcome.reference);
+    const QString status =
+        outcome.status > 0 ? u", код ответа %1"_s.arg(outcome.status) : QString();
+    Log4Qt::LogManager::logger(u"outcome"_s)
+        ->info(u"Сообщение %1 (%2) снято с доставки%3: %4"_s.arg(QString::number(outcome.id), what,
+                                                                 status, outcome.text));
 }
 
 bool BasicHandler::giveUp(const QString &reason)

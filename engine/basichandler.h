@@ -7,6 +7,7 @@
 
 #include <QRunnable>
 #include <QString>
+#include <QStringList>
 
 #include <atomic>
 #include <functional>
@@ -85,6 +86,8 @@ public:
 
     /// The card of a forced start. Kept as a note; the worker serves the whole type.
     void setCardNumber(const QString &number) { cardNumber = number; }
+    /// The keys of what a person searches a message of this type by, as for referenceOf().
+    void setReferences(const QStringList &keys) { references = keys; }
     /// Must be set before the worker runs, and last: the worker's thread sees what was set before.
     void setState(const std::shared_ptr<SharedState> &shared);
 
@@ -99,6 +102,8 @@ private:
     bool send(const Message &message);
     /// Delivers the message and tells what became of it. True: finished with.
     bool deliver(const Message &message);
+    /// A drop leaves a line even where the handler is silent.
+    static void logDrop(const Outcome &outcome);
     bool say(Verdict verdict, const QString &reason, http::FailureKind kind);
     /// The oldest message after the type's fail id; nothing when another service has the type.
     std::optional<Message> nextMessage();
@@ -112,4 +117,5 @@ private:
     Attempt *attemptAtHand = nullptr;
     TurnRule turnRule;
     std::atomic<bool> isHandedOver = false;
+    QStringList references;
 };

@@ -1,5 +1,7 @@
 #include "engine/handlerfactory.h"
 
+#include "engine/basichandler.h"
+
 #include <log4qt/logmanager.h>
 
 using namespace Qt::StringLiterals;
@@ -9,7 +11,13 @@ HandlerFactory::HandlerFactory(std::span<const HandlerRow> rows)
 {
     for (const HandlerRow &row : rows) {
         const QString type = QString::fromUtf16(row.type);
-        builders.insert(type, [type, build = row.build] { return build(type); });
+        const QStringList references =
+            QString::fromUtf16(row.references).split(u' ', Qt::SkipEmptyParts);
+        builders.insert(type, [type, build = row.build, references] {
+            BasicHandler *handler = build(type);
+            handler->setReferences(references);
+            return handler;
+        });
     }
 }
 

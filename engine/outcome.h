@@ -27,8 +27,10 @@ struct Outcome
 {
     int id = 0;
     QString type = {};
+    /// Its last four characters, as maskedCard() has it.
     QString card = {};
-    /// What a person searches by: a receipt, an order, a refund; else the path of the last request.
+    /// What a person searches by: a receipt, an order, a refund; else the path of the first request. Without
+    /// numbers of payment cards, as the text.
     QString reference = {};
     Verdict verdict = Verdict::Kept;
     /// None unless the message was kept.

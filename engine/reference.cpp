@@ -69,5 +69,10 @@ QString referenceOf(const QVariantMap &body, const QStringList &keys)
         if (!text.isEmpty() && !texts.contains(text))
             texts.append(text);
     }
-    return maskCardNumbers(texts.join(u' ')).left(longestReference);
+    return referenceText(texts.join(u' '));
+}
+
+QString referenceText(const QString &text)
+{
+    return maskCardNumbers(text).left(longestReference);
 }

@@ -9,3 +9,6 @@
 /// a text that is a JSON object; a part of digits counts the elements of a list from 0. What is not there
 /// is left out, and so are objects. Card numbers are masked.
 QString referenceOf(const QVariantMap &body, const QStringList &keys);
+
+/// The same for a text from elsewhere, such as the path of an address.
+QString referenceText(const QString &text);

@@ -45,6 +45,10 @@ private Q_SLOTS:
     void outcomes_data();
     void outcomes();
     void messageIsNamed();
+    void keysNameTheMessage();
+    void firstPathNamesTheMessage();
+    void cardNumbersAreMasked();
+    void longReasonsAreCut();
 };
 
 void TestAttempt::outcomes_data()
@@ -99,9 +103,48 @@ void TestAttempt::messageIsNamed()
     const Outcome outcome = attempt.outcome(true);
     QCOMPARE(outcome.id, 7);
     QCOMPARE(outcome.type, u"nspkec"_s);
-    QCOMPARE(outcome.card, u"0017"_s);
+    QCOMPARE(outcome.card, u"****0017"_s);
     QCOMPARE(outcome.reference, u"/v1/refunds"_s);
     QVERIFY(outcome.begun >= before && outcome.begun <= QDateTime::currentDateTimeUtc());
+}
+
+void TestAttempt::keysNameTheMessage()
+{
+    Message refund = message(7);
+    refund.body = {{u"order"_s, QVariantMap{{u"id"_s, u"A-1"_s}}}, {u"receipt"_s, 4711}};
+    const Attempt named(refund, {u"receipt"_s, u"order.id"_s});
+    http::tellObserver(answered);
+    QCOMPARE(named.outcome(true).reference, u"4711 A-1"_s);
+    // A message without its keys is found by the address at least.
+    const Attempt nameless(message(7), {u"receipt"_s});
+    http::tellObserver(answered);
+    QCOMPARE(nameless.outcome(true).reference, u"/v1/refunds"_s);
+}
+
+/// How far an attempt of several steps comes differs, and the message is the same.
+void TestAttempt::firstPathNamesTheMessage()
+{
+    const Attempt attempt(message(7));
+    http::tellObserver({FailureKind::None, 200, {}, u"/v1/token"_s});
+    http::tellObserver(broken);
+    QCOMPARE(attempt.outcome(false).reference, u"/v1/token"_s);
+}
+
+void TestAttempt::cardNumbersAreMasked()
+{
+    Attempt attempt(message(7));
+    http::tellObserver({FailureKind::None, 200, {}, u"/cards/4111111111111111"_s});
+    attempt.say(Verdict::Dropped, u"карты 4111111111111111 нет"_s, FailureKind::None);
+    const Outcome outcome = attempt.outcome(true);
+    QCOMPARE(outcome.reference, u"/cards/****1111"_s);
+    QCOMPARE(outcome.text, u"карты ****1111 нет"_s);
+}
+
+void TestAttempt::longReasonsAreCut()
+{
+    Attempt attempt(message(7));
+    attempt.say(Verdict::Dropped, QString(5000, u'x'), FailureKind::None);
+    QCOMPARE(attempt.outcome(true).text, QString(500, u'x'));
 }
 
 QTEST_GUILESS_MAIN(TestAttempt)

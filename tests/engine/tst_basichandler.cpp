@@ -109,6 +109,7 @@ private Q_SLOTS:
     void numberGivenAgain();
     void handlerThatThrows();
     void outcomesAreTold();
+    void dropLeavesALine();
     void typeIsListedWhileItRuns();
     void snapshotIsNotDisturbed();
     void unreachableDatabaseLeavesRun();
@@ -360,6 +361,17 @@ void TstBasicHandler::outcomesAreTold()
     pass();
     QCOMPARE(sink->lines, (QStringList{u"1 delivered "_s, u"2 dropped отказ"_s, u"3 kept "_s,
                                        u"4 kept no table"_s}));
+}
+
+/// Also where nobody takes the outcomes.
+void TstBasicHandler::dropLeavesALine()
+{
+    const LogCapture log(u"outcome"_s);
+    put({1, 2, 3});
+    script.givenUp.insert(2);
+    refuse(3);
+    pass();
+    QCOMPARE(log.lines(), QStringList{u"INFO Сообщение 2 (spasibo) снято с доставки: отказ"_s});
 }
 
 void TstBasicHandler::typeIsListedWhileItRuns()

@@ -29,8 +29,8 @@ public:
 };
 
 constexpr HandlerRow rows[] = {
-    row<PlainHandler>(u"plain"),
-    typedRow<SharedHandler>(u"sharedBatch"),
+    row<PlainHandler>(u"plain", u"order.id receipt"),
+    typedRow<SharedHandler>(u"sharedBatch", u"receipt"),
     typedRow<SharedHandler>(u"sharedReverse"),
 };
 
@@ -44,6 +44,7 @@ private Q_SLOTS:
     void buildsTheClassOfTheRow();
     void tellsTheTypeToASharedClass();
     void everyCallBuildsANewObject();
+    void rowSaysWhatNamesItsMessages();
     void typesDifferByCase();
     void unknownType();
     void operationsKeepTheirPlaces();
@@ -76,6 +77,20 @@ void TstHandlerFactory::everyCallBuildsANewObject()
     const std::unique_ptr<BasicHandler> second(factory.create(u"plain"_s));
     QVERIFY(first && second);
     QVERIFY(first != second);
+}
+
+void TstHandlerFactory::rowSaysWhatNamesItsMessages()
+{
+    HandlerFactory factory(rows);
+    Message message;
+    message.body = {{u"receipt"_s, 4711}, {u"order"_s, QVariantMap{{u"id"_s, u"A-1"_s}}}};
+    const auto referenceOf = [&](const QString &type) {
+        const std::unique_ptr<BasicHandler> handler(factory.create(type));
+        return handler->attempt(message).reference;
+    };
+    QCOMPARE(referenceOf(u"plain"_s), u"A-1 4711"_s);
+    QCOMPARE(referenceOf(u"sharedBatch"_s), u"4711"_s);
+    QCOMPARE(referenceOf(u"sharedReverse"_s), QString());
 }
 
 void TstHandlerFactory::typesDifferByCase()
