@@ -1,6 +1,9 @@
+#include "app/dailyreport.h"
 #include "app/queue.h"
 #include "app/servicelock.h"
 #include "app/servicenotifier.h"
+#include "engine/journal.h"
+#include "engine/journalsettings.h"
 #include "shared/core/basicexception.h"
 #include "shared/core/folderlock.h"
 #include "shared/core/inflight.h"
@@ -26,6 +29,7 @@
 #include <exception>
 #include <ios>
 #include <malloc.h>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <unistd.h>
@@ -214,6 +218,19 @@ void awaitWorkers(ServiceNotifier &notifier)
         loop.exec();
 }
 
+/// Takes what becomes of the messages. The settings must be known.
+std::shared_ptr<DailyReport> makeReport()
+{
+    namespace journal = settings::journal;
+    std::shared_ptr<OutcomeSink> file;
+    if (journal::enabled.value()) {
+        file = std::make_shared<Journal>(
+            journalFile(), JournalLimits{.rows = journal::rows.value(),
+                                         .age = std::chrono::days(journal::days.value())});
+    }
+    return std::make_shared<DailyReport>(file);
+}
+
 /// Lives from the start to the end of the last delivery.
 int serve(FolderLock &lock)
 {
@@ -221,14 +238,21 @@ int serve(FolderLock &lock)
     ServiceLock serviceLock;
     QObject::connect(&serviceLock, &ServiceLock::roleChanged, &serviceLock,
                      [&] { tellRole(serviceLock, lock, notifier); });
+    // Ends after the last delivery: the journal then writes what it has in memory.
+    std::shared_ptr<DailyReport> report;
     int result = 0;
     {
         Queue queue(&serviceLock);
+        report = makeReport();
+        queue.setOutcomes(report);
         signalhandler::setAddittionalHandler([&queue, &notifier] {
             queue.stop();
             notifier.stopping();
         });
-        queue.setServedHandler([&notifier] { notifier.alive(); });
+        queue.setServedHandler([&notifier, &report] {
+            notifier.alive();
+            report->reportIfDue();
+        });
         queue.start();
         tellRole(serviceLock, lock, notifier);
         notifier.ready();
@@ -236,6 +260,7 @@ int serve(FolderLock &lock)
         signalhandler::setAddittionalHandler(endAtOnce);
     }
     awaitWorkers(notifier);
+    report->reportRest();
     return result;
 }
 

@@ -36,6 +36,8 @@ public:
     void start();
     /// `handler` runs after each poll and each command: the main thread does not hang.
     void setServedHandler(std::function<void()> handler) { servedHandler = std::move(handler); }
+    /// `sink` is told what becomes of each message, also after this object's end. Before start().
+    void setOutcomes(const std::shared_ptr<OutcomeSink> &sink) { state->outcomes = sink; }
     /// Asks all workers to end after the message at hand. Thread: any.
     void stop();
 

@@ -296,6 +296,8 @@ check "installed again, it finds its settings" same "$(cat "$settings")" "$setti
 mkdir -p "$work/elsewhere"
 touch "$till/log/till.txt" "$work/elsewhere/certificate.pem" "$till/log/queue.log" "$till/log/queue.log.1.gz" \
     "$till/queue.lock" "$till/queues.db.replaced-20260131-120000-wal" \
+    "$till/journal.db" "$till/journal.db-wal" "$till/journal.db-shm" "$till/journal.db.damaged-20260131-120000" \
+    "$till/journal.db.damaged-20260131-120000-wal" \
     "$till/queues.db.before-restore-20260131-120000" "$till/ids.json" "$root/tmp/queue_spasibo_0123.pem"
 rm -rf "$root/tmp/spasibo-certs"
 ln -s "$work/elsewhere" "$root/tmp/spasibo-certs"

@@ -1,6 +1,7 @@
 #include "tools/settings/settingslist.h"
 
 #include "app/settings.h"
+#include "engine/journalsettings.h"
 #include "handlers/apmindbox/settings.h"
 #include "handlers/loyalty/loymaxsettings.h"
 #include "handlers/loyalty/mfg/settings.h"
@@ -136,6 +137,7 @@ const QList<Section> &sections()
     static const QList<Section> all{
         section(Scope::Service, QString(), queue::timeout, queue::port),
         databaseSection(),
+        section(Scope::Service, QString(), journal::enabled, journal::days, journal::rows),
         section(Scope::Service, QString(), network::proxy, network::noProxy, network::caFile),
         apmindboxSection(),
         section(Scope::Types, apmindbox::redirect),
