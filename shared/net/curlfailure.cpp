@@ -72,9 +72,9 @@ bool isProxySilent(const Circumstances &failed)
 
 bool isNameRefused(const Circumstances &failed)
 {
-    constexpr int proxyAuthenticationStatus = 407;
     return isByProxy(failed)
-           && (failed.transfer.isProxyRefusal || failed.tunnelStatus == proxyAuthenticationStatus);
+           && (failed.transfer.isProxyRefusal
+               || failed.tunnelStatus == curl::proxyAuthenticationStatus);
 }
 
 bool isTunnelRefused(const Circumstances &failed)

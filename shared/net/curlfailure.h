@@ -13,6 +13,9 @@ struct Exchange;
 /// Why no whole answer came.
 namespace curl {
 
+/// What a proxy answers that wants other credentials.
+constexpr int proxyAuthenticationStatus = 407;
+
 /// What is known of an exchange that failed.
 struct Circumstances
 {

@@ -104,8 +104,7 @@ http::Response responseOf(CURLcode code, const Exchange &exchange, const Setup &
     if (!transfer.isHeadWhole || status < 200)
         return failed(CURLE_PARTIAL_FILE, {});
     // What answers so is the proxy. The server has not seen the request.
-    constexpr int proxyAuthenticationStatus = 407;
-    if (status == proxyAuthenticationStatus && !setup.isSecure && isHttpProxy(setup.proxy)) {
+    if (status == curl::proxyAuthenticationStatus && !setup.isSecure && isHttpProxy(setup.proxy)) {
         const QString proxy = proxyFor(exchange, setup);
         transfer.isProxyRefusal = !proxy.isEmpty();
         if (transfer.isProxyRefusal)
