@@ -1,4 +1,5 @@
 #include "shared/core/mockfactory.h"
+#include "tests/shared/net/recordingobserver.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/vtable.h"
 
@@ -49,6 +50,7 @@ private Q_SLOTS:
     void standsInTheFactory();
     void receivesEveryRequestOperation();
     void playsItsScript();
+    void tellsTheObserver();
     void recordsTheSettingsOfEachRequest();
     void forgetsTheSettingsOfADelivery();
     void complains();
@@ -136,6 +138,23 @@ void TestFakeRestClient::playsItsScript()
     QCOMPARE(client->errorCode(), 4);
     QVERIFY(client->response().isNetworkError());
     QCOMPARE(net.repliesLeft(), 0);
+}
+
+/// As RestClient does: once for each request, and for nothing else.
+void TestFakeRestClient::tellsTheObserver()
+{
+    const RecordingObserver observer;
+    FakeRestClient net({reply(200), reply(403), timeout()});
+    const auto client = MockFactory<RestClient>::create();
+    client->setTimeout(5);
+    client->post(url, QByteArray("x"), {});
+    net.nextDelivery();
+    client->get(url, {}, {});
+    client->put(url, "x", {});
+    QCOMPARE(observer.kinds(), (QStringList{u"none"_s, u"credentials"_s, u"network"_s}));
+    QCOMPARE(observer.reports.at(1).status, 403);
+    QCOMPARE(observer.reports.at(1).path, u"/path"_s);
+    QCOMPARE(observer.reports.at(1).host, u"host.test"_s);
 }
 
 void TestFakeRestClient::recordsTheSettingsOfEachRequest()
