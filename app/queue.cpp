@@ -12,6 +12,7 @@
 #include <QJsonDocument>
 
 #include <algorithm>
+#include <chrono>
 #include <limits>
 
 using namespace Qt::StringLiterals;
@@ -19,7 +20,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// The longest interval that the timer can count in milliseconds.
-constexpr int maxPeriodSeconds = std::numeric_limits<int>::max() / 1000;
+constexpr std::chrono::seconds maxPeriod{std::numeric_limits<int>::max() / 1000};
 
 QJsonObject description(const QString &text)
 {
@@ -46,10 +47,10 @@ void Queue::start()
     startServer();
 
     timer.setSingleShot(true);
-    const int period = std::min(settings::queue::timeout.value(), maxPeriodSeconds);
-    logger->info(u"Период обработки сообщений: %1 сек."_s, period);
+    const std::chrono::seconds period = std::min(settings::queue::timeout.value(), maxPeriod);
+    logger->info(u"Период обработки сообщений: %1 сек."_s, static_cast<int>(period.count()));
     handler->startHandlers();
-    timer.setInterval(period * 1000);
+    timer.setInterval(period);
     connect(&timer, &QTimer::timeout, this, &Queue::runHandlers);
     timer.start();
 }

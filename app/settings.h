@@ -5,10 +5,9 @@
 /// Section `queue`.
 namespace settings::queue {
 
-inline constexpr Setting<int> timeout{
+inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"queue:timeout",
     .defaultValue = 20,
-    .unit = SettingUnit::Seconds,
     .smallest = 1,
     .about = u"Time between two polls of the table `message`. Read at the start.",
 };

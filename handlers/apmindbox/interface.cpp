@@ -66,10 +66,10 @@ Interface::Interface()
     pointOfContact = settings::apmindbox::pointOfContact.value();
     brand = settings::apmindbox::brand.value();
     url = QUrl(settings::apmindbox::url.value());
-    const std::chrono::seconds timeout(settings::apmindbox::timeout.value());
+    const std::chrono::milliseconds timeout = settings::apmindbox::timeout.value();
     logger->info(u" адрес сервера: %1"_s, url.toDisplayString());
     client = createClient(*logger);
-    client->setTimeoutMs(std::chrono::milliseconds(timeout).count());
+    client->setTimeoutMs(timeout.count());
 }
 
 Interface::~Interface() = default;

@@ -28,10 +28,9 @@ inline constexpr Setting<QString> brand{
     .defaultValue = u"Trekraip",
     .about = u"The brand; no request holds it.",
 };
-inline constexpr Setting<int> timeout{
+inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"ApMindbox:timeout",
     .defaultValue = 5,
-    .unit = SettingUnit::Seconds,
     .about = u"Time that a request may take.",
 };
 inline constexpr SettingPattern redirect{

@@ -21,7 +21,7 @@ constexpr int correctionRefused = 217;
 
 LoymaxHandler::LoymaxHandler()
     : BasicHandler(u"loymax"_s)
-    , timeout(settings::loymax::timeout.value())
+    , timeout(static_cast<int>(settings::loymax::timeout.value().count()))
 {
 }
 

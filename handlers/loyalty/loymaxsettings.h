@@ -5,10 +5,9 @@
 /// Section `Loymax`.
 namespace settings::loymax {
 
-inline constexpr Setting<int> timeout{
+inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"Loymax:timeout",
     .defaultValue = 20,
-    .unit = SettingUnit::Seconds,
     .about = u"Time that one exchange may take. Read by each pass.",
 };
 /// Read for every reply.

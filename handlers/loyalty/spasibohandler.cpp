@@ -48,7 +48,7 @@ CertificateRules certificateRules()
 int timeoutSeconds(const Message &message)
 {
     const int seconds = messageValue<int>(message, u"timeout"_s);
-    return seconds < 1 ? settings::spasibo::timeout.value() : seconds;
+    return seconds < 1 ? static_cast<int>(settings::spasibo::timeout.value().count()) : seconds;
 }
 
 /// The number of this answered attempt.

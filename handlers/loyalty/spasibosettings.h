@@ -17,10 +17,9 @@ inline constexpr Setting<int> sendLimit{
     .defaultValue = 20,
     .about = u"Answered attempts after which such a message is given up. Read by each pass.",
 };
-inline constexpr Setting<int> timeout{
+inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"Spasibo:timeout",
     .defaultValue = 30,
-    .unit = SettingUnit::Seconds,
     .about = u"Time that a request may take when its message names no timeout.",
 };
 

@@ -79,10 +79,10 @@ Interface::Interface()
     useIdempotencyKey = settings::mindbox::useIdempotencyKey.value();
     readOperationNames();
     url = QUrl(settings::mindbox::url.value());
-    const std::chrono::seconds timeout(settings::mindbox::timeout.value());
+    const std::chrono::milliseconds timeout = settings::mindbox::timeout.value();
     logger->info(u" адрес сервера: %1"_s, url.toDisplayString());
     client = createClient(*logger);
-    client->setTimeoutMs(std::chrono::milliseconds(timeout).count());
+    client->setTimeoutMs(timeout.count());
 }
 
 Interface::~Interface() = default;

@@ -23,10 +23,9 @@ inline constexpr Setting<QString> pointOfContact{
     .key = u"Mindbox:pointOfContact",
     .about = u"Point of contact that every request names.",
 };
-inline constexpr Setting<int> timeout{
+inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"Mindbox:timeout",
     .defaultValue = 5,
-    .unit = SettingUnit::Seconds,
     .about = u"Time that a request may take.",
 };
 inline constexpr Setting<bool> useIdempotencyKey{

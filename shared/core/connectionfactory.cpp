@@ -594,7 +594,7 @@ void ConnectionFactory::openServer(QSqlDatabase &database, std::chrono::seconds 
     database.setPassword(settings::database::password.value());
     QString options =
         u"MYSQL_OPT_CONNECT_TIMEOUT=%1;MYSQL_OPT_READ_TIMEOUT=%2;MYSQL_OPT_WRITE_TIMEOUT=%2"_s
-            .arg(settings::database::connectTimeout.value())
+            .arg(settings::database::connectTimeout.value().count())
             .arg(timeout.count());
     if (!socket.isEmpty())
         options += u";UNIX_SOCKET="_s + socket;

@@ -39,10 +39,9 @@ inline constexpr Setting<QString> password{
     .key = u"database:password",
     .about = u"Server: the password of the account.",
 };
-inline constexpr Setting<int> connectTimeout{
+inline constexpr Setting<std::chrono::seconds> connectTimeout{
     .key = u"database:connectTimeout",
     .defaultValue = 5,
-    .unit = SettingUnit::Seconds,
     .smallest = 1,
     .about = u"Server: time that opening a connection may take.",
 };

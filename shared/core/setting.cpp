@@ -5,49 +5,42 @@
 
 #include <algorithm>
 
-template <>
-int Setting<int>::valueOr(const int &otherDefault) const
+template <typename T>
+T Setting<T>::value() const
 {
-    return std::max(smallest,
-                    Singleton<Config>::instance()->getInt(textOfLiteral(key), otherDefault));
+    if constexpr (std::is_same_v<T, QString>)
+        return valueOr(textOfLiteral(defaultValue));
+    else if constexpr (std::is_same_v<T, QStringList>)
+        return Singleton<Config>::instance()->getStringList(textOfLiteral(key),
+                                                            textOfLiteral(defaultValue));
+    else
+        return valueOr(T(defaultValue));
 }
 
-template <>
-int Setting<int>::value() const
+template <typename T>
+T Setting<T>::valueOr(const T &otherDefault) const
 {
-    return valueOr(defaultValue);
+    Config *config = Singleton<Config>::instance();
+    const QString keyText = textOfLiteral(key);
+    if constexpr (std::is_same_v<T, QString>)
+        return config->getString(keyText, otherDefault);
+    else if constexpr (std::is_same_v<T, QStringList>)
+        return config->getStringList(keyText, otherDefault.join(u','));
+    else if constexpr (std::is_same_v<T, bool>)
+        return config->getBool(keyText, otherDefault);
+    else if constexpr (isTime)
+        return T(
+            std::max(smallest, config->getInt(keyText, static_cast<int>(otherDefault.count()))));
+    else
+        return std::max(smallest, config->getInt(keyText, otherDefault));
 }
 
-template <>
-bool Setting<bool>::valueOr(const bool &otherDefault) const
-{
-    return Singleton<Config>::instance()->getBool(textOfLiteral(key), otherDefault);
-}
-
-template <>
-bool Setting<bool>::value() const
-{
-    return valueOr(defaultValue);
-}
-
-template <>
-QString Setting<QString>::valueOr(const QString &otherDefault) const
-{
-    return Singleton<Config>::instance()->getString(textOfLiteral(key), otherDefault);
-}
-
-template <>
-QString Setting<QString>::value() const
-{
-    return valueOr(textOfLiteral(defaultValue));
-}
-
-template <>
-QStringList Setting<QStringList>::value() const
-{
-    return Singleton<Config>::instance()->getStringList(textOfLiteral(key),
-                                                        textOfLiteral(defaultValue));
-}
+template struct Setting<int>;
+template struct Setting<bool>;
+template struct Setting<QString>;
+template struct Setting<QStringList>;
+template struct Setting<std::chrono::seconds>;
+template struct Setting<std::chrono::milliseconds>;
 
 QString SettingPattern::key(const QString &name) const
 {

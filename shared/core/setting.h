@@ -4,42 +4,36 @@
 #include <QStringList>
 #include <QStringView>
 
+#include <chrono>
 #include <limits>
 #include <type_traits>
-
-/// What a number of the settings counts.
-enum class SettingUnit
-{
-    None,
-    Seconds,
-    Milliseconds,
-};
 
 /// One setting: its key, its default and what it means. The only place that says so is a constant in
 /// the header beside its reader, and tools/settings lists all of them:
 ///
-///     inline constexpr Setting<int> pause{
+///     inline constexpr Setting<std::chrono::seconds> pause{
 ///         .key = u"scanner:pause",
 ///         .defaultValue = 20,
-///         .unit = SettingUnit::Seconds,
 ///         .smallest = 1,
 ///         .about = u"Time between two readings.",
 ///     };
 ///
-/// T is int, bool, QString or QStringList. The views refer to literals, which live as long as the
+/// T is int, bool, QString, QStringList, or std::chrono::seconds or milliseconds: the unit in which a
+/// file gives a time is part of the type. The views refer to literals, which live as long as the
 /// program.
 template <typename T>
 struct Setting
 {
     static constexpr bool isText = std::is_same_v<T, QString> || std::is_same_v<T, QStringList>;
-    using Default = std::conditional_t<isText, QStringView, T>;
+    static constexpr bool isTime =
+        std::is_same_v<T, std::chrono::seconds> || std::is_same_v<T, std::chrono::milliseconds>;
+    using Default = std::conditional_t<isText, QStringView, std::conditional_t<isTime, int, T>>;
 
     /// Written `section:key`.
     QStringView key;
-    /// Holds when no file has the key. Of a list it is the text, entries joined by commas.
+    /// Holds when no file has the key. Of a list it is the text, entries joined by commas; of a time
+    /// it is the number, as in a file.
     Default defaultValue = {};
-    /// Of a number.
-    SettingUnit unit = SettingUnit::None;
     /// Any lower number counts as this one.
     int smallest = std::numeric_limits<int>::min();
     /// English, for people: a sentence with its full stop.
@@ -48,24 +42,9 @@ struct Setting
     /// What the settings say now. A text that is not a number, or neither true nor false, gives the
     /// default and one warning. Thread: any.
     T value() const;
-    /// The same with another default, which the reader knows only at run time. Not for lists.
+    /// The same with another default, which the reader knows only at run time.
     T valueOr(const T &otherDefault) const;
 };
-
-template <>
-int Setting<int>::value() const;
-template <>
-int Setting<int>::valueOr(const int &otherDefault) const;
-template <>
-bool Setting<bool>::value() const;
-template <>
-bool Setting<bool>::valueOr(const bool &otherDefault) const;
-template <>
-QString Setting<QString>::value() const;
-template <>
-QString Setting<QString>::valueOr(const QString &otherDefault) const;
-template <>
-QStringList Setting<QStringList>::value() const;
 
 /// A section whose keys are names from outside, such as codes of currencies. All values are texts.
 /// Declared and listed as a Setting is.

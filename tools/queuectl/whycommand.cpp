@@ -137,7 +137,7 @@ NextTry nextTry(const Row &row, Cause cause, const Situation &situation, Message
                 "когда она пойдёт, сказать нельзя: на 127.0.0.1:%1 отвечает не служба, или служба зависла")
                 .arg(controlPort()),
             {}};
-    const int period = settings::queue::timeout.value();
+    const auto period = settings::queue::timeout.value().count();
     const auto failId = situation.failIds.of(row.type);
     const auto in = [&](int polls) {
         return QDateTime::currentDateTime().addSecs(qint64(polls) * period);

@@ -41,9 +41,9 @@ Passwords, keys and tokens belong into a file that only the service and root may
 QString range(const Entry &entry)
 {
     QStringList parts;
-    if (entry.unit == SettingUnit::Seconds)
+    if (entry.unit == Unit::Seconds)
         parts.append(u"seconds"_s);
-    if (entry.unit == SettingUnit::Milliseconds)
+    if (entry.unit == Unit::Milliseconds)
         parts.append(u"milliseconds"_s);
     if (entry.smallest)
         parts.append(u"at least %1"_s.arg(*entry.smallest));
@@ -73,7 +73,7 @@ QString sampleEntry(const Entry &entry)
 
 QString sampleComment(const Entry &entry)
 {
-    if (entry.unit != SettingUnit::None)
+    if (entry.unit != Unit::None)
         return comment(u"%1 In %2."_s.arg(entry.about, range(entry)));
     if (entry.smallest)
         return comment(u"%1 At least %2."_s.arg(entry.about, QString::number(*entry.smallest)));
@@ -115,7 +115,7 @@ QString markdownEntry(const Entry &entry)
     if (!unit.isEmpty())
         usual.append(unit);
     return u"| `%1` | %2 | %3 |\n"_s.arg(
-        entry.key, cell(usual.join(entry.unit == SettingUnit::None ? u", "_s : u" "_s)),
+        entry.key, cell(usual.join(entry.unit == Unit::None ? u", "_s : u" "_s)),
         cell(entry.about));
 }
 

@@ -21,7 +21,7 @@ namespace {
 template <typename T>
 constexpr Kind kindOf()
 {
-    if constexpr (std::is_same_v<T, int>)
+    if constexpr (std::is_same_v<T, int> || Setting<T>::isTime)
         return Kind::Number;
     else if constexpr (std::is_same_v<T, bool>)
         return Kind::Boolean;
@@ -29,6 +29,17 @@ constexpr Kind kindOf()
         return Kind::List;
     else
         return Kind::Text;
+}
+
+template <typename T>
+constexpr Unit unitOf()
+{
+    if constexpr (std::is_same_v<T, std::chrono::seconds>)
+        return Unit::Seconds;
+    else if constexpr (std::is_same_v<T, std::chrono::milliseconds>)
+        return Unit::Milliseconds;
+    else
+        return Unit::None;
 }
 
 QString defaultText(int value)
@@ -58,7 +69,7 @@ Entry entry(const Setting<T> &setting)
     entry.key = setting.key.sliced(sectionOf(setting.key).size() + 1).toString();
     entry.kind = kindOf<T>();
     entry.defaultText = defaultText(setting.defaultValue);
-    entry.unit = setting.unit;
+    entry.unit = unitOf<T>();
     if (setting.smallest > std::numeric_limits<int>::min())
         entry.smallest = setting.smallest;
     entry.about = setting.about.toString();

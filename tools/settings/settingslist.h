@@ -20,6 +20,14 @@ enum class Kind
     List,
 };
 
+/// What a number counts.
+enum class Unit
+{
+    None,
+    Seconds,
+    Milliseconds,
+};
+
 /// One setting. The key of its section is not repeated.
 struct Entry
 {
@@ -27,7 +35,7 @@ struct Entry
     Kind kind = Kind::Text;
     /// As a settings file writes it.
     QString defaultText;
-    SettingUnit unit = SettingUnit::None;
+    Unit unit = Unit::None;
     /// Of a number that has one.
     std::optional<int> smallest;
     QString about;

@@ -112,7 +112,7 @@ Interface::Interface()
     verificationPath = pathOf(settings::mfg::verificationPath.value());
     const QString user = settings::mfg::user.value();
     const QString password = settings::mfg::password.value();
-    timeout = settings::mfg::timeout.value();
+    timeout = static_cast<int>(settings::mfg::timeout.value().count());
     brand = settings::mfg::brand.value();
     verificationBrand = settings::mfg::verificationBrand.valueOr(brand);
     onlineStore = settings::mfg::onlineStore.value();

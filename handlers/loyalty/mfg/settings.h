@@ -28,10 +28,9 @@ inline constexpr Setting<QString> password{
     .key = u"Mfg:password",
     .about = u"Password of the account.",
 };
-inline constexpr Setting<int> timeout{
+inline constexpr Setting<std::chrono::milliseconds> timeout{
     .key = u"Mfg:timeout",
     .defaultValue = 10'000,
-    .unit = SettingUnit::Milliseconds,
     .about = u"Time that one exchange may take.",
 };
 inline constexpr Setting<QString> brand{

@@ -130,7 +130,7 @@ void Interface::loadSettings()
     token = settings::atolpay::token.value();
     currency = settings::atolpay::currency.value();
     rmkId = settings::atolpay::rmkId.value();
-    timeout = settings::atolpay::timeout.valueOr(static_cast<int>(timeout));
+    timeout = settings::atolpay::timeout.valueOr(std::chrono::seconds(timeout)).count();
 }
 
 QJsonObject Interface::exchange(Operation operation, const QJsonObject &request)

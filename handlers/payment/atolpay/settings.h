@@ -15,10 +15,9 @@ inline constexpr Setting<QString> token{
     .about = u"Token for that address.",
 };
 /// The interface holds on to the value that it read last.
-inline constexpr Setting<int> timeout{
+inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"atolpay:timeout",
     .defaultValue = 10,
-    .unit = SettingUnit::Seconds,
     .about = u"Time that one request may take.",
 };
 inline constexpr Setting<QString> currency{

@@ -8,15 +8,20 @@
 #include <QTest>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
-constexpr Setting<int> period{
+constexpr Setting<std::chrono::seconds> period{
     .key = u"till:period",
     .defaultValue = 20,
-    .unit = SettingUnit::Seconds,
     .smallest = 1,
     .about = u"Time between two polls.",
+};
+constexpr Setting<std::chrono::milliseconds> patience{
+    .key = u"till:patience",
+    .defaultValue = 1500,
+    .about = u"Time to wait.",
 };
 constexpr Setting<int> offset{.key = u"till:offset", .defaultValue = 5, .about = u"A."};
 constexpr Setting<bool> isOpen{.key = u"till:open", .defaultValue = true, .about = u"A."};
@@ -71,7 +76,9 @@ void TestSetting::init()
 
 void TestSetting::defaultsHoldWithoutAFile()
 {
-    QCOMPARE(period.value(), 20);
+    QCOMPARE(period.value(), 20s);
+    QCOMPARE(patience.value(), 1500ms);
+    QCOMPARE(offset.value(), 5);
     QCOMPARE(isOpen.value(), true);
     QCOMPARE(name.value(), u"first"_s);
     QCOMPARE(codes.value(), (QStringList{u"1"_s, u"2"_s, u"3"_s}));
@@ -87,30 +94,39 @@ void TestSetting::anEmptyDefaultIsNull()
 
 void TestSetting::filesHold()
 {
-    write("[till]\nperiod = 7\nopen = no\nname = second\ncodes = 4,5\naddress = http://a\n");
-    QCOMPARE(period.value(), 7);
+    write(
+        "[till]\nperiod = 7\npatience = 20\noffset = 6\nopen = no\nname = second\ncodes = 4,5\naddress = http://a\n");
+    QCOMPARE(period.value(), 7s);
+    QCOMPARE(patience.value(), 20ms);
+    QCOMPARE(offset.value(), 6);
+    QCOMPARE(offset.valueOr(3), 6);
     QCOMPARE(isOpen.value(), false);
     QCOMPARE(name.value(), u"second"_s);
     QCOMPARE(codes.value(), (QStringList{u"4"_s, u"5"_s}));
     QCOMPARE(address.value(), u"http://a"_s);
-    QCOMPARE(period.valueOr(3), 7);
+    QCOMPARE(period.valueOr(3s), 7s);
     QCOMPARE(name.valueOr(u"third"_s), u"second"_s);
     QCOMPARE(isOpen.valueOr(true), false);
 }
 
 void TestSetting::anotherDefault()
 {
-    QCOMPARE(period.valueOr(3), 3);
+    QCOMPARE(period.valueOr(3s), 3s);
+    QCOMPARE(offset.valueOr(3), 3);
     QCOMPARE(isOpen.valueOr(false), false);
+    QCOMPARE(patience.valueOr(2ms), 2ms);
     QCOMPARE(name.valueOr(u"third"_s), u"third"_s);
+    QCOMPARE(codes.valueOr({u"8"_s, u"9"_s}), (QStringList{u"8"_s, u"9"_s}));
 }
 
 void TestSetting::noNumberGivesTheDefault()
 {
     LogCapture log(u"config"_s);
     write("[till]\nperiod = soon\nopen = perhaps\n");
-    QCOMPARE(period.value(), 20);
-    QCOMPARE(period.value(), 20);
+    QCOMPARE(period.value(), 20s);
+    QCOMPARE(period.value(), 20s);
+    QCOMPARE(patience.value(), 1500ms);
+    QCOMPARE(offset.value(), 5);
     QCOMPARE(isOpen.value(), true);
     QCOMPARE(log.lines().size(), 2);
     QVERIFY2(log.lines().first().contains(u"till:period"_s), qPrintable(log.lines().first()));
@@ -131,7 +147,7 @@ void TestSetting::smallest()
 {
     QFETCH(const QByteArray, text);
     write("[till]\nperiod = " + text + "\noffset = " + text + "\n");
-    QTEST(period.value(), "expectedPeriod");
+    QTEST(int(period.value().count()), "expectedPeriod");
     // A number without a smallest value is taken as it is.
     QTEST(offset.value(), "expectedOffset");
 }

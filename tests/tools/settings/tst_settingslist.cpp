@@ -113,7 +113,7 @@ void TestSettingsList::entries()
     const settings::Entry *timeout = settings::findEntry(*queue, u"timeout"_s);
     QVERIFY(timeout);
     QVERIFY(timeout->kind == settings::Kind::Number);
-    QVERIFY(timeout->unit == SettingUnit::Seconds);
+    QVERIFY(timeout->unit == settings::Unit::Seconds);
     QCOMPARE(timeout->defaultText, u"20"_s);
     QCOMPARE(timeout->smallest, 1);
     QVERIFY(!settings::findEntry(*queue, u"port"_s)->smallest);
