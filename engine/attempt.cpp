@@ -4,6 +4,8 @@
 #include "engine/message.h"
 #include "engine/reference.h"
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 constexpr qsizetype longestText = 500;
@@ -26,6 +28,13 @@ void Attempt::exchangeEnded(const http::ExchangeReport &report)
     lastExchange = report;
     if (firstPath.isEmpty())
         firstPath = report.path;
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    if (report.certificateEnd.isValid())
+        facts_.append({u"certificate"_s, report.certificatePath,
+                       QString::number(report.certificateEnd.toMSecsSinceEpoch()), now});
+    if (report.clockDifference)
+        facts_.append(
+            {u"clock"_s, report.host, QString::number(report.clockDifference->count()), now});
 }
 
 void Attempt::say(Verdict verdict, const QString &reason, http::FailureKind kind)

@@ -4,6 +4,7 @@
 #include "shared/net/exchangeobserver.h"
 
 #include <QElapsedTimer>
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -25,6 +26,8 @@ public:
 
     /// `isFinished`: the result of the delivery. It decides: a word that does not go with it is not used.
     Outcome outcome(bool isFinished) const;
+    /// What the exchanges have shown beside the outcome.
+    const QList<Fact> &facts() const { return facts_; }
 
 private:
     struct Word
@@ -43,4 +46,5 @@ private:
     std::optional<http::ExchangeReport> lastExchange;
     /// The first request of a message is the same one at each attempt; how far the others come differs.
     QString firstPath;
+    QList<Fact> facts_;
 };

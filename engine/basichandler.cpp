@@ -159,6 +159,10 @@ Outcome BasicHandler::attempt(const Message &message)
     attemptAtHand = &current;
     const bool isFinished = send(message);
     attemptAtHand = nullptr;
+    if (state && state->outcomes) {
+        for (const Fact &fact : current.facts())
+            state->outcomes->note(fact);
+    }
     return current.outcome(isFinished);
 }
 

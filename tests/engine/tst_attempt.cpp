@@ -49,6 +49,7 @@ private Q_SLOTS:
     void firstPathNamesTheMessage();
     void cardNumbersAreMasked();
     void longReasonsAreCut();
+    void exchangesShowFacts();
 };
 
 void TestAttempt::outcomes_data()
@@ -145,6 +146,25 @@ void TestAttempt::longReasonsAreCut()
     Attempt attempt(message(7));
     attempt.say(Verdict::Dropped, QString(5000, u'x'), FailureKind::None);
     QCOMPARE(attempt.outcome(true).text, QString(500, u'x'));
+}
+
+void TestAttempt::exchangesShowFacts()
+{
+    const Attempt attempt(message(7));
+    http::tellObserver(answered);
+    QVERIFY(attempt.facts().isEmpty());
+    http::ExchangeReport report = answered;
+    report.host = u"bank.example"_s;
+    report.certificatePath = u"/certs/till.p12"_s;
+    report.certificateEnd = QDateTime::fromMSecsSinceEpoch(1'800'000'000'000, Qt::UTC);
+    report.clockDifference = std::chrono::seconds(-7);
+    http::tellObserver(report);
+    QStringList facts;
+    for (const Fact &fact : attempt.facts())
+        facts.append(u"%1 %2 %3"_s.arg(fact.name, fact.subject, fact.value));
+    QCOMPARE(facts, (QStringList{u"certificate /certs/till.p12 1800000000000"_s,
+                                 u"clock bank.example -7"_s}));
+    QVERIFY(attempt.facts().first().time <= QDateTime::currentDateTimeUtc());
 }
 
 QTEST_GUILESS_MAIN(TestAttempt)

@@ -2,6 +2,7 @@
 #include "shared/core/basicexception.h"
 #include "shared/core/connectionfactory.h"
 #include "shared/core/singleton.h"
+#include "shared/net/exchangeobserver.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
@@ -81,6 +82,11 @@ public:
             u"%1 %2 %3"_s.arg(QString::number(outcome.id), nameOf(outcome.verdict), outcome.text));
     }
 
+    void note(const Fact &fact) override
+    {
+        lines.append(u"%1 %2 %3"_s.arg(fact.name, fact.subject, fact.value));
+    }
+
     QStringList lines;
 };
 
@@ -110,6 +116,7 @@ private Q_SLOTS:
     void handlerThatThrows();
     void outcomesAreTold();
     void dropLeavesALine();
+    void factsAreTold();
     void typeIsListedWhileItRuns();
     void snapshotIsNotDisturbed();
     void unreachableDatabaseLeavesRun();
@@ -372,6 +379,28 @@ void TstBasicHandler::dropLeavesALine()
     refuse(3);
     pass();
     QCOMPARE(log.lines(), QStringList{u"INFO Сообщение 2 (spasibo) снято с доставки: отказ"_s});
+}
+
+void TstBasicHandler::factsAreTold()
+{
+    struct Exchanging : ScriptedHandler
+    {
+        using ScriptedHandler::ScriptedHandler;
+        bool sendMessage(const Message & /*message*/) override
+        {
+            http::ExchangeReport report;
+            report.host = u"bank.example"_s;
+            report.clockDifference = std::chrono::seconds(3);
+            http::tellObserver(report);
+            return true;
+        }
+    } handler(u"spasibo"_s, script);
+    const auto sink = std::make_shared<RecordingSink>();
+    state->outcomes = sink;
+    put({1});
+    handler.setState(state);
+    handler.run();
+    QCOMPARE(sink->lines, (QStringList{u"clock bank.example 3"_s, u"1 delivered "_s}));
 }
 
 void TstBasicHandler::typeIsListedWhileItRuns()
