@@ -42,9 +42,9 @@ QByteArray runProgram(const QString &name, const QStringList &arguments,
     return process.readAllStandardOutput();
 }
 
-QStringList storageOptions(MariaDbServer::Durability durability)
+QStringList storageOptions(Durability durability)
 {
-    if (durability == MariaDbServer::Durability::OfTills)
+    if (durability == Durability::OfTills)
         return {};
     // A redo log of a few megabytes, to start quickly, and no waiting for the disk.
     return {u"--innodb-log-file-size=4M"_s, u"--innodb-buffer-pool-size=16M"_s,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "rig/durability.h"
+
 #include <QDir>
 #include <QProcess>
 #include <QString>
@@ -15,14 +17,6 @@ namespace rig {
 class MariaDbServer
 {
 public:
-    enum class Durability
-    {
-        /// What was committed outlives the process, which is all that a test can end.
-        OfTests,
-        /// The server's own settings, as a till runs it: what was committed outlives a power cut.
-        OfTills,
-    };
-
     /// Makes the data folder below `parent`, starts the server and loads the schema. Takes about a
     /// second. A path below a deep folder is too long for a socket.
     explicit MariaDbServer(Durability durability = Durability::OfTests,

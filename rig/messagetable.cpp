@@ -51,7 +51,7 @@ MessageTable::~MessageTable()
     QSqlDatabase::removeDatabase(connection);
 }
 
-void MessageTable::createTables()
+void MessageTable::createTables(Durability durability)
 {
     QFile schema(QStringLiteral(RIG_SCHEMAS "/sqlite.sql"));
     if (!schema.open(QIODevice::ReadOnly))
@@ -62,8 +62,8 @@ void MessageTable::createTables()
         if (!line.trimmed().startsWith("--"))
             script += line + '\n';
     }
-    // What we write here ends with the test; the service's connections have their own settings.
-    query(u"PRAGMA synchronous=OFF"_s);
+    if (durability == Durability::OfTests)
+        query(u"PRAGMA synchronous=OFF"_s);
     query(u"PRAGMA journal_mode=WAL"_s);
     const QList<QByteArray> statements = script.split(';');
     for (const QByteArray &statement : statements) {
@@ -108,6 +108,21 @@ QStringList MessageTable::types()
     return result;
 }
 
+int MessageTable::count()
+{
+    return query(u"SELECT COUNT(*) FROM message"_s).value(0).value(0).toInt();
+}
+
+bool MessageTable::has(const QString &type)
+{
+    return !query(u"SELECT 1 FROM message WHERE type = ? LIMIT 1"_s, {type}).isEmpty();
+}
+
+int MessageTable::lastId()
+{
+    return query(u"SELECT COALESCE(MAX(messageid), 0) FROM message"_s).value(0).value(0).toInt();
+}
+
 void MessageTable::putCard(const CardRow &card)
 {
     query(u"INSERT INTO documentcard (id, chequenumber, cardnumber, operationid, operationinfo) "
@@ -135,10 +150,17 @@ QList<CardRow> MessageTable::cards()
 QList<QVariantList> MessageTable::query(const QString &statement, const QVariantList &values)
 {
     QSqlQuery query(QSqlDatabase::database(connection, false));
-    query.prepare(statement);
-    for (const QVariant &value : values)
-        query.addBindValue(value);
-    if (!query.exec())
+    // A server prepares no BEGIN.
+    bool isDone = false;
+    if (values.isEmpty()) {
+        isDone = query.exec(statement);
+    } else {
+        query.prepare(statement);
+        for (const QVariant &value : values)
+            query.addBindValue(value);
+        isDone = query.exec();
+    }
+    if (!isDone)
         throw Error(u"%1: %2"_s.arg(statement, query.lastError().text()));
     QList<QVariantList> rows;
     while (query.next()) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "rig/durability.h"
+
 #include <QList>
 #include <QMap>
 #include <QSqlDatabase>
@@ -42,20 +44,26 @@ public:
     ~MessageTable();
     MessageTable(const MessageTable &) = delete;
 
-    /// Runs the schema for SQLite, for a file that the service has not made yet.
-    void createTables();
+    /// Runs the schema for SQLite, for a file that the service has not made yet. The durability is that
+    /// of this connection; the service's have their own.
+    void createTables(Durability durability = Durability::OfTests);
 
     /// Writes a new row and returns its id.
     int put(const TableRow &row);
     void remove(int id);
     QList<TableRow> rows();
     QStringList types();
+    int count();
+    bool has(const QString &type);
+    /// The largest id, 0 without rows. A server leaves gaps between the ids of rows that were copied.
+    int lastId();
     void putCard(const CardRow &card);
     QList<CardRow> cards();
 
-private:
+    /// Runs one statement, with `values` for its question marks, and returns the rows.
     QList<QVariantList> query(const QString &statement, const QVariantList &values = {});
 
+private:
     DatabasePlace place;
     QString connection;
 };

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "benchmarks/options.h"
+#include "benchmarks/process.h"
+#include "benchmarks/receiver.h"
+#include "benchmarks/table.h"
+#include "rig/till.h"
+
+#include <QMap>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+/// One till on one database, the programs that drain its table, and the receiver that they send to.
+/// What goes wrong is thrown as std::runtime_error.
+class Scene
+{
+public:
+    using Variables = QMap<QString, QString>;
+
+    Scene(const Options &options, Table &table, Receiver &receiver);
+
+    const Options &options;
+    Table &table;
+    Receiver &receiver;
+
+    /// A file below the till's folder.
+    QString path(const QString &name) const { return till.path(u'/' + name); }
+    QString settingsFile() const;
+    QString serviceLog() const { return path(QStringLiteral("service.log")); }
+    QString bareLog() const { return path(QStringLiteral("bare.log")); }
+
+    /// Starts the service, or another build of it, its log begun again.
+    std::unique_ptr<Process> startService(Processors processors = Processors::All,
+                                          const Variables &environment = {},
+                                          const QString &program = QString()) const;
+    /// `each`: how many messages of each type it sends. A gate is for SQLite alone.
+    std::unique_ptr<Process> startBareLoop(const QStringList &names, int each, bool isQt,
+                                           bool isGated, Processors processors,
+                                           const Variables &environment = {}) const;
+    /// Another program, its output in a new file. The till's folder is in its environment.
+    std::unique_ptr<Process> start(const QString &program, const QStringList &arguments,
+                                   const QString &output, const Variables &environment = {},
+                                   Processors processors = Processors::All) const;
+
+    /// Until that many have arrived since Receiver::expect().
+    void awaitRequests(int requests);
+    /// Until the service's control interface takes connections.
+    void awaitControl() const;
+    /// Milliseconds from the connection to the end of the answer.
+    double askStatus() const;
+
+private:
+    rig::Till till;
+};
