@@ -115,6 +115,43 @@ http::Response responseOf(CURLcode code, const Exchange &exchange, const Setup &
     return http::Response::answered(status, transfer.body);
 }
 
+Transfer transferOf(const Exchange &exchange, const Client &client)
+{
+    Transfer transfer;
+    transfer.handle = client.handle.get();
+    transfer.keepHeaders = exchange.keepHeaders;
+    transfer.isRepeatable = isRepeatable(exchange.verb);
+    return transfer;
+}
+
+ExchangeOutcome outcomeOf(const Exchange &exchange, const http::Response &response,
+                          const Transfer &transfer)
+{
+    ExchangeOutcome outcome{.response = response};
+    outcome.headerLines = transfer.headerLines;
+    outcome.omittedHeaderBytes = transfer.omittedHeaderSize;
+    outcome.clockDifference = transfer.clockDifference;
+    if (exchange.isSecure() && !exchange.certificatePath.isEmpty()) {
+        outcome.certificatePath = exchange.certificatePath;
+        outcome.certificateEnd = curl::connectionsOfThread().certificateEnd();
+    }
+    return outcome;
+}
+
+/// Leaves the client fit for the next exchange. libcurl counts the connections that broke under one set-up
+/// and gives up after five of them, and parts must not be gone before it has let go of them.
+void letGo(Client &client, CURLcode code, const Transfer &transfer, bool hasParts)
+{
+    const bool isHeadLarge = transfer.headerSize > largeHeaderSize;
+    if (hasParts || code != CURLE_OK || transfer.attempts > 1 || transfer.wasOutOfStep
+        || isHeadLarge)
+        client.forget();
+    if (isHeadLarge) {
+        client.handle.reset();
+        ::malloc_trim(0);
+    }
+}
+
 } // namespace
 
 ExchangeOutcome performExchange(const Exchange &exchange)
@@ -128,32 +165,12 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     const Setup setup = curl::setupFor(exchange);
     curl::setUp(client, exchange, setup);
 
-    Transfer transfer;
-    transfer.handle = client.handle.get();
-    transfer.keepHeaders = exchange.keepHeaders;
-    transfer.isRepeatable = isRepeatable(exchange.verb);
+    Transfer transfer = transferOf(exchange, client);
     const curl::Mime parts = curl::partsOf(transfer.handle, exchange);
     connections.errorBuffer[0] = '\0';
     curl::setRequest(client, exchange, transfer, parts);
     const CURLcode code = carryOut(client, transfer);
-
-    ExchangeOutcome outcome;
-    outcome.response = responseOf(code, exchange, setup, transfer);
-    outcome.headerLines = transfer.headerLines;
-    outcome.omittedHeaderBytes = transfer.omittedHeaderSize;
-    outcome.clockDifference = transfer.clockDifference;
-    if (exchange.isSecure() && !exchange.certificatePath.isEmpty()) {
-        outcome.certificatePath = exchange.certificatePath;
-        outcome.certificateEnd = connections.certificateEnd();
-    }
-    // libcurl counts the connections that broke under one set-up and gives up after five of them, and
-    // parts must not be gone before it has let go of them.
-    const bool isHeadLarge = transfer.headerSize > largeHeaderSize;
-    if (parts || code != CURLE_OK || transfer.attempts > 1 || transfer.wasOutOfStep || isHeadLarge)
-        client.forget();
-    if (isHeadLarge) {
-        client.handle.reset();
-        ::malloc_trim(0);
-    }
-    return outcome;
+    const http::Response response = responseOf(code, exchange, setup, transfer);
+    letGo(client, code, transfer, parts != nullptr);
+    return outcomeOf(exchange, response, transfer);
 }
