@@ -17,24 +17,25 @@ struct Response;
 }
 
 /// Speaks to the maker's bonus server: JSON over HTTP, one POST for an operation to
-/// `<host>/<endPoint>/<operation>`, such as `http://bonus:8080/shop/add`. Without an endpoint its part
-/// of the path is left out; slashes too many at either end of it do no harm.
+/// `<host>/<endPoint>/<operation>`, such as `http://bonus:8080/shop/add`. Without an endpoint its
+/// part of the path is left out; slashes too many at either end of it do no harm.
 ///
-/// The request is an object with the operation's arguments under the names of the parameters below (the
-/// flag of a last step is `final`), and with `terminalId`. A card is `{"number", "amount"}`, an asset
-/// group `{"id", "beginDate", "endDate", "weight"}`, its dates as `2026-01-31T00:00:00+03:00` or null.
-/// With a user or a password set, both go along as basic authentication in UTF-8.
+/// The request is an object with the operation's arguments under the names of the parameters below
+/// (the flag of a last step is `final`), and with `terminalId`. A card is `{"number", "amount"}`,
+/// an asset group `{"id", "beginDate", "endDate", "weight"}`, its dates as
+/// `2026-01-31T00:00:00+03:00` or null. With a user or a password set, both go along as basic
+/// authentication in UTF-8.
 ///
 /// The hosts are tried in their order, and the next one after a failure of the network only, an
 /// unusable address included: an answer, whatever it says, ends the operation.
 ///
-/// The reply is an object. `{"result": 0}` with a status of the 200s is success. A `result` above 0 with
-/// `"critical": false` throws BonusUncriticalException with the reply's `message`, whatever the status,
-/// since another attempt would be refused again. All else throws BonusSystemError: another result, no
-/// `critical`, a `result` that is no number, a reply that cannot be read, a result 0 under an error
-/// status, no host that answers, and no hosts at all. Its text is the reply's `message`, or what is known
-/// without one. Such a failure is logged, in the category `tallobonusclient`; an uncritical one is left
-/// to the caller.
+/// The reply is an object. `{"result": 0}` with a status of the 200s is success. A `result` above 0
+/// with `"critical": false` throws BonusUncriticalException with the reply's `message`, whatever
+/// the status, since another attempt would be refused again. All else throws BonusSystemError:
+/// another result, no `critical`, a `result` that is no number, a reply that cannot be read, a
+/// result 0 under an error status, no host that answers, and no hosts at all. Its text is the
+/// reply's `message`, or what is known without one. Such a failure is logged, in the category
+/// `tallobonusclient`; an uncritical one is left to the caller.
 ///
 /// Settings hold for all operations that follow.
 /// Thread: the one that made it.

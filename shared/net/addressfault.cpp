@@ -10,9 +10,9 @@ namespace {
 
 constexpr qsizetype maxShownSize = 200;
 
-/// What the till wrote. QUrl keeps no part of a text that it cannot read, but quotes it where it says what
-/// is wrong: `Invalid port ...; source was "http://host:99999/"; scheme = "http", host = ...`. Only a part
-/// of it is quoted when a part is what is wrong.
+/// What the till wrote. QUrl keeps no part of a text that it cannot read, but quotes it where it
+/// says what is wrong: `Invalid port ...; source was "http://host:99999/"; scheme = "http", host =
+/// ...`. Only a part of it is quoted when a part is what is wrong.
 QString writtenText(const QUrl &url)
 {
     if (url.isValid())
@@ -73,8 +73,8 @@ QString maskedAddress(const QString &text)
     QString shown = text;
     const qsizetype scheme = shown.indexOf("://"_L1);
     const qsizetype start = scheme < 0 ? 0 : scheme + 3;
-    // A password may hold any sign, unescaped ones too. So everything in front of the last @ may be one, and
-    // what follows may be the rest of a query.
+    // A password may hold any sign, unescaped ones too. So everything in front of the last @ may be
+    // one, and what follows may be the rest of a query.
     const qsizetype at = shown.lastIndexOf(u'@');
     const auto queryStart = [&shown] {
         const auto sign = std::find_if(shown.cbegin(), shown.cend(), [](QChar symbol) {

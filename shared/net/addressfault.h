@@ -4,8 +4,8 @@
 
 class QUrl;
 
-/// Why no request can go to `url`, with the address as the till wrote it; empty when one can. Account and
-/// query are masked.
+/// Why no request can go to `url`, with the address as the till wrote it; empty when one can.
+/// Account and query are masked.
 tr::Tr addressFault(const QUrl &url);
 
 /// The text of an address, good or not, without account and query, on one line.

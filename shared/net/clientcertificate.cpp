@@ -71,7 +71,8 @@ QDateTime certificateEnd(const QString &path, const QString &password)
     const Bytes bytes(BIO_new_mem_buf(content.constData(), static_cast<int>(content.size())));
     const Certificate certificate =
         isPkcs12(path) ? fromPkcs12(bytes.get(), password) : fromPem(bytes.get());
-    // What OpenSSL says of a file that it cannot read must not pass for a fault of the next exchange.
+    // What OpenSSL says of a file that it cannot read must not pass for a fault of the next
+    // exchange.
     ERR_clear_error();
     return endOf(certificate.get());
 }

@@ -8,13 +8,12 @@
 #include <atomic>
 #include <chrono>
 
-/// The hosts that have closed a kept connection without announcing it. A request that is on its way when
-/// that happens is lost, and nobody can tell whether it was read. So each request to such a host gets a
-/// connection of its own.
+/// The hosts that have closed a kept connection without announcing it. A request that is on its way
+/// when that happens is lost, and nobody can tell whether it was read. So each request to such a
+/// host gets a connection of its own.
 ///
-/// A host is remembered for an hour, since a service that was restarted once is no such host for ever, and
-/// forgotten earlier when more than 64 others have come after it.
-/// Thread: any.
+/// A host is remembered for an hour, since a service that was restarted once is no such host for
+/// ever, and forgotten earlier when more than 64 others have come after it. Thread: any.
 class ClosingHosts
 {
 public:

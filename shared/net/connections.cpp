@@ -84,9 +84,9 @@ Client &Connections::clientFor(const Exchange &exchange)
 
 Connections &connectionsOfThread()
 {
-    // Qt ends what it stores for a thread before it says that the thread has ended, so the service does
-    // not leave main() while a worker still closes connections, which needs OpenSSL. The storage itself
-    // is never destroyed, like the threads of others that it may outlive.
+    // Qt ends what it stores for a thread before it says that the thread has ended, so the service
+    // does not leave main() while a worker still closes connections, which needs OpenSSL. The
+    // storage itself is never destroyed, like the threads of others that it may outlive.
     static auto &storage = *new QThreadStorage<Connections>;
     return storage.localData();
 }

@@ -27,8 +27,8 @@ struct Setup
     bool operator==(const Setup &other) const = default;
 };
 
-/// A handle of libcurl and what it is set up for. Most exchanges of a worker go where the one before went,
-/// with the same headers, so these are kept in the form that libcurl takes.
+/// A handle of libcurl and what it is set up for. Most exchanges of a worker go where the one
+/// before went, with the same headers, so these are kept in the form that libcurl takes.
 struct Client
 {
     List headerLines;
@@ -59,8 +59,8 @@ struct Connections
 
     /// The client for this exchange; its handle is there.
     Client &clientFor(const Exchange &exchange);
-    /// When the certificate of the last exchange that had one ends, in UTC; invalid when its file does not
-    /// tell.
+    /// When the certificate of the last exchange that had one ends, in UTC; invalid when its file
+    /// does not tell.
     QDateTime certificateEnd() const { return certifiedEnd; }
 
     /// Before the handles, since libcurl may write into it while it closes those.

@@ -57,8 +57,8 @@ public:
     }
 };
 
-/// Undoes one coding and passes on what comes out, so that of several codings only the last result is
-/// kept in memory.
+/// Undoes one coding and passes on what comes out, so that of several codings only the last result
+/// is kept in memory.
 class Inflater : public Receiver
 {
 public:
@@ -160,8 +160,8 @@ bool Inflater::begin()
         constexpr int withGzipWrapping = 16;
         window += withGzipWrapping;
     } else {
-        // The method deflate, a window of at most 32 KiB, no dictionary, and a check digit. No bare stream
-        // begins so, and hardly a text.
+        // The method deflate, a window of at most 32 KiB, no dictionary, and a check digit. No bare
+        // stream begins so, and hardly a text.
         constexpr int dictionary = 0x20;
         isBare = (first & 0x0f) != Z_DEFLATED || (first >> 4) > MAX_WBITS - 8
                  || (second & dictionary) != 0 || (first * 256 + second) % 31 != 0;

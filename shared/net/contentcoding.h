@@ -14,10 +14,10 @@ enum class Unpacking
     TooLarge,
 };
 
-/// Takes `body` out of `codings`, the comma-joined values of `Content-Encoding` in the order in which they
-/// were applied, or leaves it as it is. gzip and deflate are known, the latter with and without the
-/// wrapping of zlib. Each of the codings may unpack to `maxSize` bytes. Of a large body hardly more is in
-/// memory than the larger of both forms.
+/// Takes `body` out of `codings`, the comma-joined values of `Content-Encoding` in the order in
+/// which they were applied, or leaves it as it is. gzip and deflate are known, the latter with and
+/// without the wrapping of zlib. Each of the codings may unpack to `maxSize` bytes. Of a large body
+/// hardly more is in memory than the larger of both forms.
 Unpacking unpack(QByteArray &body, const QByteArray &codings, qsizetype maxSize);
 
 } // namespace http

@@ -37,8 +37,8 @@ bool isHeaderTooLarge(const Circumstances &failed)
     return failed.transfer.isHeaderTooLarge;
 }
 
-/// A line of a head that libcurl does not take comes as a lack of memory, or by the code that has its
-/// name only in newer versions.
+/// A line of a head that libcurl does not take comes as a lack of memory, or by the code that has
+/// its name only in newer versions.
 bool isLineTooLong(const Circumstances &failed)
 {
     constexpr int tooLarge = 100;
@@ -208,7 +208,8 @@ bool applies(const Failure &failure, const Circumstances &failed)
            && failure.condition(failed);
 }
 
-/// Puts the values in the place of the names in braces. In one pass, since a value may have braces too.
+/// Puts the values in the place of the names in braces. In one pass, since a value may have braces
+/// too.
 QString filled(QStringView text, const QHash<QStringView, QString> &values)
 {
     QString result;

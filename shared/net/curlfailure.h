@@ -19,7 +19,8 @@ constexpr int proxyAuthenticationStatus = 407;
 /// What is known of an exchange that failed.
 struct Circumstances
 {
-    /// What libcurl gives for it. CURLE_PARTIAL_FILE for an answer that libcurl took and that is not whole.
+    /// What libcurl gives for it. CURLE_PARTIAL_FILE for an answer that libcurl took and that is
+    /// not whole.
     CURLcode code = CURLE_OK;
     /// libcurl's own words, which alone tell some causes apart.
     QByteArray detail;
@@ -44,7 +45,8 @@ struct Circumstances
     Transfer transfer;
 };
 
-/// `proxy` is the one in use, empty for none. After curl_easy_perform(), before the handle is reset.
+/// `proxy` is the one in use, empty for none. After curl_easy_perform(), before the handle is
+/// reset.
 Circumstances circumstancesOf(CURLcode code, const Transfer &transfer, const Exchange &exchange,
                               const QString &proxy);
 

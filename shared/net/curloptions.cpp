@@ -34,8 +34,8 @@ curl::List headerList(const Exchange &exchange)
     // A line that comes from an option of its own is written again for each request.
     if (!exchange.hasHeader("User-Agent"))
         append(list, headerLine("User-Agent", userAgent));
-    // What libcurl would add by itself: a wait before larger bodies, and a type that raw bytes do not
-    // have.
+    // What libcurl would add by itself: a wait before larger bodies, and a type that raw bytes do
+    // not have.
     append(list, "Expect:");
     if (!exchange.hasHeader("Content-Type") && exchange.parts.isEmpty())
         append(list, "Content-Type:");
@@ -101,8 +101,8 @@ void setAddress(curl::Client &client, const QUrl &url)
     CURL *const handle = client.handle.get();
     const QByteArray text = url.toEncoded(QUrl::RemoveFragment | QUrl::FullyEncoded);
     curl_easy_setopt(handle, CURLOPT_URL, text.constData());
-    // Taken apart once; from the text libcurl would do it for each request. What it cannot take apart
-    // it tells of when it is asked to go there.
+    // Taken apart once; from the text libcurl would do it for each request. What it cannot take
+    // apart it tells of when it is asked to go there.
     curl::Address address(curl_url());
     const bool isUsable =
         curl_url_set(address.get(), CURLUPART_URL, text.constData(), CURLU_PATH_AS_IS) == CURLUE_OK;
@@ -158,8 +158,8 @@ void setUp(Client &client, const Exchange &exchange, const Setup &setup)
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
-    // libcurl would make an answer that it cannot unpack a failure, and what was delivered would go out
-    // again. So it asks for no packing and leaves it alone.
+    // libcurl would make an answer that it cannot unpack a failure, and what was delivered would go
+    // out again. So it asks for no packing and leaves it alone.
     curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, nullptr);
     curl_easy_setopt(handle, CURLOPT_MAXAGE_CONN, maxWholeIdleSeconds);
     // Signals would hit another thread, and a name lookup that hangs must not outlast the timeout.

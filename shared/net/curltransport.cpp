@@ -38,7 +38,8 @@ bool isRepeatable(const QByteArray &verb)
     return repeatable.contains(verb);
 }
 
-/// Whether the kept connection that the request went out on was closed before a byte of the answer came.
+/// Whether the kept connection that the request went out on was closed before a byte of the answer
+/// came.
 bool hasLostKeptConnection(CURLcode code, const Transfer &transfer)
 {
     const bool isBroken =
@@ -138,8 +139,8 @@ ExchangeOutcome outcomeOf(const Exchange &exchange, const http::Response &respon
     return outcome;
 }
 
-/// Leaves the client fit for the next exchange. libcurl counts the connections that broke under one set-up
-/// and gives up after five of them, and parts must not be gone before it has let go of them.
+/// Leaves the client fit for the next exchange. libcurl counts the connections that broke under one
+/// set-up and gives up after five of them, and parts must not be gone before it has let go of them.
 void letGo(Client &client, CURLcode code, const Transfer &transfer, bool hasParts)
 {
     const bool isHeadLarge = transfer.headerSize > largeHeaderSize;

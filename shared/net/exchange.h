@@ -37,13 +37,13 @@ struct Exchange
 struct ExchangeOutcome
 {
     http::Response response;
-    /// The header lines of the answer, status line first, when they were to be kept: the first 8 KiB of
-    /// them, in whole lines.
+    /// The header lines of the answer, status line first, when they were to be kept: the first 8
+    /// KiB of them, in whole lines.
     QList<QByteArray> headerLines = {};
     /// The size of the lines that were left out after these.
     qsizetype omittedHeaderBytes = 0;
-    /// The client certificate that was used, empty for none, and when it ends, in UTC; invalid when the
-    /// file does not tell.
+    /// The client certificate that was used, empty for none, and when it ends, in UTC; invalid when
+    /// the file does not tell.
     QString certificatePath = {};
     QDateTime certificateEnd = {};
     /// The clock of this machine minus the Date of the answer; nothing when it has no readable one.

@@ -4,8 +4,8 @@
 
 /// Every way in which an exchange with an outside service can end.
 ///
-/// Error numbers are those of QNetworkReply::NetworkError; 0 is success. An answer of status 2xx is a
-/// success, every other answer has the number that Qt gives for its status.
+/// Error numbers are those of QNetworkReply::NetworkError; 0 is success. An answer of status 2xx is
+/// a success, every other answer has the number that Qt gives for its status.
 namespace http {
 
 constexpr int noError = 0;
@@ -44,24 +44,25 @@ constexpr int unavailableError = 403;
 /// Any other status of 500 and more.
 constexpr int otherServerError = 499;
 
-/// What has to be put right before an exchange can succeed. It is decided where the failure arises: an answer
-/// by its status (kindOfStatus()), what libcurl gives by its table (curlfailure.cpp).
+/// What has to be put right before an exchange can succeed. It is decided where the failure arises:
+/// an answer by its status (kindOfStatus()), what libcurl gives by its table (curlfailure.cpp).
 enum class FailureKind
 {
     /// Nothing: it succeeded.
     None,
-    /// The way to the service: the name, the connection, the proxy, the time. No whole answer came, but for
-    /// a gateway's own, status 511.
+    /// The way to the service: the name, the connection, the proxy, the time. No whole answer came,
+    /// but for a gateway's own, status 511.
     Network,
     /// A certificate, its file, its password, or the trust in the server's; TLS as a whole.
     Certificate,
     /// Who we are, or what we may do: status 401, 402, 403 and 407.
     Credentials,
-    /// What the till wrote: an address that is none, a request too long to be sent, or a status of the 400s
-    /// by which the same request will not pass later either.
+    /// What the till wrote: an address that is none, a request too long to be sent, or a status of
+    /// the 400s by which the same request will not pass later either.
     Request,
-    /// The service itself: a status of 500 and more or of the 300s, one of the 400s by which the same request
-    /// may pass later (408, 421, 423 to 425, 429, 451), or an answer larger than any may be.
+    /// The service itself: a status of 500 and more or of the 300s, one of the 400s by which the
+    /// same request may pass later (408, 421, 423 to 425, 429, 451), or an answer larger than any
+    /// may be.
     Service,
 };
 

@@ -26,7 +26,8 @@ struct ExchangeReport
     QString certificatePath = {};
     /// When that certificate ends, in UTC; invalid when the file does not tell.
     QDateTime certificateEnd = {};
-    /// The till's clock minus the Date of the answer, to the second; nothing when no readable Date came.
+    /// The till's clock minus the Date of the answer, to the second; nothing when no readable Date
+    /// came.
     std::optional<std::chrono::seconds> clockDifference = {};
 };
 

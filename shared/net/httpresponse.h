@@ -21,8 +21,8 @@ struct Response
     tr::Tr errorText;
     /// 0 after an answer with a status of the 200s, else one of the numbers in exchangeerror.h.
     int errorCode = 0;
-    /// What has to be put right; None when errorCode is 0. Decided where the failure arises, since one
-    /// error number may have several causes.
+    /// What has to be put right; None when errorCode is 0. Decided where the failure arises, since
+    /// one error number may have several causes.
     FailureKind failure = FailureKind::None;
     /// The bytes of a whole answer, unpacked where that is possible.
     QByteArray body;
@@ -38,13 +38,15 @@ struct Response
 
     /// A whole answer. A status outside the 200s is an error.
     static Response answered(int status, const QByteArray &body);
-    /// No whole answer; `status` is that of an answer that was cut off. The kind is that of the number.
+    /// No whole answer; `status` is that of an answer that was cut off. The kind is that of the
+    /// number.
     static Response failed(int errorCode, const tr::Tr &errorText, int status = 0);
     static Response failed(int errorCode, const tr::Tr &errorText, int status, FailureKind kind);
 };
 
-/// The document in the body of an answer; null when it is none or larger than `maxReplyBytes`, of which the
-/// log is told. One of many small objects takes about thirty times the memory of its text.
+/// The document in the body of an answer; null when it is none or larger than `maxReplyBytes`, of
+/// which the log is told. One of many small objects takes about thirty times the memory of its
+/// text.
 QJsonDocument parseReply(const QByteArray &body);
 
 } // namespace http

@@ -8,8 +8,8 @@
 #include <memory>
 
 /// A small HTTP server for the programs of this machine: it listens on 127.0.0.1 and hands out one
-/// request after another. A client that is slow, silent or sends rubbish takes nothing from the others.
-/// Thread: the one that made it, which must run an event loop.
+/// request after another. A client that is slow, silent or sends rubbish takes nothing from the
+/// others. Thread: the one that made it, which must run an event loop.
 class HttpServer : public QObject
 {
     Q_OBJECT
@@ -28,14 +28,14 @@ public:
         std::chrono::seconds idleTime{30};
     };
 
-    /// Listens at once; port 0 takes a free one. When that fails, port() is 0 and the object stays without
-    /// clients.
+    /// Listens at once; port 0 takes a free one. When that fails, port() is 0 and the object stays
+    /// without clients.
     explicit HttpServer(int port, QObject *parent = nullptr);
     HttpServer(int port, const Limits &limits, QObject *parent = nullptr);
     ~HttpServer() override;
 
-    /// Answers the current request. A content length that is missing is added; the body is held back
-    /// from a HEAD request. To be called once, while requestReceived() is being emitted.
+    /// Answers the current request. A content length that is missing is added; the body is held
+    /// back from a HEAD request. To be called once, while requestReceived() is being emitted.
     virtual void sendResponse(const ResponseHeader &header, const QByteArray &body);
 
     /// The port that the server listens on, or 0.

@@ -21,8 +21,8 @@ public:
     using BasicException::BasicException;
 };
 
-/// A whole request, prepared as data. The property names are the keys under which a message holds it;
-/// `serder` fills it.
+/// A whole request, prepared as data. The property names are the keys under which a message holds
+/// it; `serder` fills it.
 class PreparedRequestBase
 {
     Q_GADGET
@@ -33,8 +33,8 @@ class PreparedRequestBase
     Q_PROPERTY(int timeout MEMBER timeout)
 
 public:
-    /// Makes the exchange. The JSON object or array of the reply, invalid when it holds neither. Throws
-    /// Exception when no whole answer came or its status is not one of the 200s.
+    /// Makes the exchange. The JSON object or array of the reply, invalid when it holds neither.
+    /// Throws Exception when no whole answer came or its status is not one of the 200s.
     QVariant getResponseVariant() const;
 
     /// The exchange is logged there. Borrowed; null, as at first, logs nothing.

@@ -5,9 +5,9 @@
 
 /// Whether libcurl goes to `host` without a proxy when `network:noProxy` holds `noProxy`.
 ///
-/// libcurl itself is asked: its versions differ in what they know, and after an exchange it does not tell
-/// which way it went. Nothing is sent and no name is looked up. Takes about ten microseconds.
-/// Thread: any.
+/// libcurl itself is asked: its versions differ in what they know, and after an exchange it does
+/// not tell which way it went. Nothing is sent and no name is looked up. Takes about ten
+/// microseconds. Thread: any.
 bool isReachedDirectly(const QString &host, const QString &noProxy);
 
 /// The proxy that an exchange with `host` goes through under these values of `network:proxy` and

@@ -123,8 +123,8 @@ Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
     return exchange;
 }
 
-/// The first bytes as a text on one line, since a log has one line for one event. `omitted` bytes were
-/// left out behind them before.
+/// The first bytes as a text on one line, since a log has one line for one event. `omitted` bytes
+/// were left out behind them before.
 QString excerpt(const QByteArray &bytes, qsizetype omitted = 0)
 {
     QByteArray start = bytes.left(maxLoggedSize);
@@ -143,8 +143,8 @@ QString excerpt(const QByteArray &bytes, qsizetype omitted = 0)
     return start.size() == total ? text : text + u"… (всего байт: %1)"_s.arg(total);
 }
 
-/// A till's message may bring a header or a query of its own with the key of a service in it; the name
-/// gives it away.
+/// A till's message may bring a header or a query of its own with the key of a service in it; the
+/// name gives it away.
 bool isSecretName(const QString &name)
 {
     static const QStringList marks = {u"password"_s, u"passwd"_s,        u"token"_s,
@@ -184,8 +184,8 @@ QString loggedUrl(const QUrl &url)
     return QString::fromUtf8(withoutSecrets(url).toEncoded());
 }
 
-/// The name of a header that HTTP does not allow, as the log may show it: up to where a value may begin,
-/// since a till may have put a whole line into the name.
+/// The name of a header that HTTP does not allow, as the log may show it: up to where a value may
+/// begin, since a till may have put a whole line into the name.
 QString shownName(const QByteArray &name)
 {
     constexpr qsizetype maxShownSize = 64;

@@ -9,12 +9,12 @@
 
 namespace {
 
-/// More than a log line shows. A server may send tens of thousands of short lines, and as many small
-/// blocks would stay with the thread's memory.
+/// More than a log line shows. A server may send tens of thousands of short lines, and as many
+/// small blocks would stay with the thread's memory.
 constexpr qsizetype maxKeptHeaderSize = 8 * 1024;
 
-/// The value of a header line when it has this name, in lower case and with its colon; nothing else. A line
-/// that goes on with the one before begins with a blank and has no name.
+/// The value of a header line when it has this name, in lower case and with its colon; nothing
+/// else. A line that goes on with the one before begins with a blank and has no name.
 std::optional<QByteArrayView> valueOf(QByteArrayView line, QByteArrayView name)
 {
     if (line.size() <= name.size() || (line.front() | 0x20) != name.front()
@@ -110,9 +110,9 @@ std::size_t takeHeader(char *data, std::size_t size, std::size_t count, void *co
 /// connection broke before an answer came. The server may have read the request, so a payment, say,
 /// would be made twice.
 ///
-/// On a kept connection the server has nothing to say before it is asked. Bytes that are there would be
-/// taken for the answer to this request: a message would be done that nobody has read. Where the server
-/// has closed it, the request would be lost.
+/// On a kept connection the server has nothing to say before it is asked. Bytes that are there
+/// would be taken for the answer to this request: a message would be done that nobody has read.
+/// Where the server has closed it, the request would be lost.
 int beforeRequest(void *context, char *, char *, int, int ourPort)
 {
     auto &transfer = *static_cast<Transfer *>(context);

@@ -27,7 +27,8 @@ struct Transfer
     qsizetype keptHeaderSize = 0;
     qsizetype omittedHeaderSize = 0;
     qsizetype headerSize = 0;
-    /// The empty line at the end of the headers came. libcurl lets an answer pass that ends before it.
+    /// The empty line at the end of the headers came. libcurl lets an answer pass that ends before
+    /// it.
     bool isHeadWhole = false;
     /// The clock of this machine minus the Date of the answer; nothing when it has no readable one.
     std::optional<std::chrono::seconds> clockDifference;
@@ -40,13 +41,13 @@ struct Transfer
     bool isProxyRefusal = false;
     /// The request went out on a kept connection.
     bool isReused = false;
-    /// The server said something on the kept connection before it was asked, or closed it, so nothing was
-    /// sent there.
+    /// The server said something on the kept connection before it was asked, or closed it, so
+    /// nothing was sent there.
     bool wasOutOfStep = false;
 };
 
-// What libcurl calls during an exchange. `context` is the exchange's Transfer, of the socket's functions the
-// thread's KeptSockets.
+// What libcurl calls during an exchange. `context` is the exchange's Transfer, of the socket's
+// functions the thread's KeptSockets.
 
 std::size_t takeBody(char *data, std::size_t size, std::size_t count, void *context);
 std::size_t takeHeader(char *data, std::size_t size, std::size_t count, void *context);

@@ -18,7 +18,8 @@ private Q_SLOTS:
     void proxyOfAnExchange();
 };
 
-/// What libcurl does to requests is tried with requests; here are hosts that this machine does not have.
+/// What libcurl does to requests is tried with requests; here are hosts that this machine does not
+/// have.
 void TestProxyRule::hostsWithoutProxy_data()
 {
     QTest::addColumn<QString>("host");

@@ -16,8 +16,8 @@ Q_DECLARE_METATYPE(LoopbackServer::Reply)
 
 namespace {
 
-/// For tests that count connections: libcurl keeps five in a thread and closes one beyond that, which is
-/// any of those that were used within the same millisecond.
+/// For tests that count connections: libcurl keeps five in a thread and closes one beyond that,
+/// which is any of those that were used within the same millisecond.
 template <typename Function>
 auto inThread(const Function &function)
 {

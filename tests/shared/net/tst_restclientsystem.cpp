@@ -270,8 +270,8 @@ void TestRestClientSystem::keptConnectionOutOfStep_data()
     QTest::newRow("broken") << short(POLLERR) << 3;
 }
 
-/// libcurl has found the connection usable, and a moment later it is not. Nothing must go out on it, not
-/// even a POST that would be lost.
+/// libcurl has found the connection usable, and a moment later it is not. Nothing must go out on
+/// it, not even a POST that would be lost.
 void TestRestClientSystem::keptConnectionOutOfStep()
 {
     QFETCH(short, sign);

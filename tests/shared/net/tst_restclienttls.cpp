@@ -39,7 +39,8 @@ struct Client
     bool operator==(const Client &) const = default;
 };
 
-/// A proxy on a free port of 127.0.0.1 that makes one tunnel to a port of this machine, whatever it is asked.
+/// A proxy on a free port of 127.0.0.1 that makes one tunnel to a port of this machine, whatever it
+/// is asked.
 class Tunnel
 {
 public:
