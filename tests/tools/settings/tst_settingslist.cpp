@@ -82,6 +82,8 @@ private Q_SLOTS:
     void keysAreWrittenOnce();
     void onlyDeclaredSettingsAreRead();
     void entriesAreWhole();
+    void filesThatNameThePort_data();
+    void filesThatNameThePort();
 };
 
 void TestSettingsList::files_data()
@@ -207,6 +209,27 @@ void TestSettingsList::entriesAreWhole()
         for (const settings::Entry &entry : section.entries)
             check(section.name + u':' + entry.key, entry.about);
     }
+}
+
+/// What cannot ask the program for its default port.
+void TestSettingsList::filesThatNameThePort_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::newRow("run") << u"\ndefault_port=%1\n"_s;
+    QTest::newRow("packaging/queue.nft") << u"\ndefine queue_port = %1\n"_s;
+    QTest::newRow("packaging/queue.8") << u"port %1 unless"_s;
+    QTest::newRow("docs/operations.md") << u"http://127.0.0.1:%1/status"_s;
+    QTest::newRow("docs/operations.ru.md") << u"http://127.0.0.1:%1/status"_s;
+    QTest::newRow("docs/integration.md") << u"http://127.0.0.1:%1/start/"_s;
+    QTest::newRow("docs/integration.ru.md") << u"http://127.0.0.1:%1/start/"_s;
+}
+
+void TestSettingsList::filesThatNameThePort()
+{
+    QFETCH(const QString, line);
+    const settings::Section *queue = settings::findSection(u"queue"_s);
+    const QString port = settings::findEntry(*queue, u"port"_s)->defaultText;
+    QVERIFY(read(QString::fromLatin1(QTest::currentDataTag())).contains(line.arg(port)));
 }
 
 QTEST_GUILESS_MAIN(TestSettingsList)
