@@ -1,5 +1,5 @@
 #include "engine/journal.h"
-#include "tests/engine/journalreader.h"
+#include "tests/support/journalreader.h"
 #include "tests/support/logcapture.h"
 
 #include <QDir>

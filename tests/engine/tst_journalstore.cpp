@@ -1,5 +1,5 @@
 #include "engine/journalstore.h"
-#include "tests/engine/journalreader.h"
+#include "tests/support/journalreader.h"
 
 #include <QDir>
 #include <QFile>

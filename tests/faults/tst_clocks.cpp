@@ -1,5 +1,6 @@
 #include "rig/roughpeer.h"
 #include "rig/waiting.h"
+#include "tests/faults/clocklibrary.h"
 #include "tests/faults/form.h"
 #include "tests/faults/till.h"
 
@@ -19,28 +20,6 @@ namespace {
 constexpr int tickMs = 1000;
 /// What anything may take on top on a machine that does other things as well.
 constexpr int slackMs = 5000;
-
-/// The library that shows the service another time of day than the machine has; empty where there is none.
-QString clockLibrary()
-{
-    const QStringList folders =
-        QDir(u"/usr/lib"_s).entryList({u"*-linux-gnu*"_s}, QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString &folder : folders) {
-        const QString path = u"/usr/lib/%1/faketime/libfaketimeMT.so.1"_s.arg(folder);
-        if (QFile::exists(path))
-            return path;
-    }
-    return {};
-}
-
-constexpr bool isSanitized()
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return true;
-#else
-    return false;
-#endif
-}
 
 /// A reply to every request; what else is said on the line is not looked at.
 RoughPeer::Conduct answers(const QByteArray &body, std::atomic<int> &count)
@@ -92,10 +71,10 @@ private:
 
 void TestClocks::initTestCase()
 {
-    const QString library = clockLibrary();
+    const QString library = faults::clockLibrary();
     if (library.isEmpty())
         QSKIP("libfaketime is not installed (scripts/install-packages): clocks were not set");
-    if (isSanitized())
+    if (faults::isSanitized())
         QSKIP("A sanitizer and libfaketime cannot share a process: clocks were not set");
 
     setClock(u"+0"_s);

@@ -1,45 +1,18 @@
 #include "tests/faults/databaserun.h"
 #include "tests/faults/form.h"
+#include "tests/faults/privatemounts.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTest>
 
 #include <cstring>
-#include <fcntl.h>
-#include <sched.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using faults::Run;
 
 namespace {
-
-/// Mounts of this process are its own from here on. False where the system allows neither root nor an
-/// ordinary user that.
-bool separateMounts()
-{
-    const uid_t user = ::getuid();
-    const gid_t group = ::getgid();
-    if (user == 0)
-        return ::unshare(CLONE_NEWNS) == 0
-               && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-        return false;
-    const std::pair<const char *, QByteArray> maps[] = {
-        {"/proc/self/setgroups", "deny"},
-        {"/proc/self/uid_map", QByteArray::number(user) + ' ' + QByteArray::number(user) + " 1"},
-        {"/proc/self/gid_map", QByteArray::number(group) + ' ' + QByteArray::number(group) + " 1"},
-    };
-    for (const auto &[path, text] : maps) {
-        const int file = ::open(path, O_WRONLY | O_CLOEXEC);
-        if (file < 0 || ::write(file, text.constData(), static_cast<size_t>(text.size())) < 0)
-            return false;
-        ::close(file);
-    }
-    return true;
-}
 
 bool canMount = false;
 
@@ -153,8 +126,7 @@ void TstFileFaults::diskFull()
 
 int main(int argc, char **argv)
 {
-    // While there is one thread alone.
-    canMount = separateMounts();
+    canMount = faults::separateMounts();
     QCoreApplication application(argc, argv);
     TstFileFaults test;
     return QTest::qExec(&test, argc, argv);

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QDir>
+#include <QFile>
+#include <QString>
+#include <QStringList>
+
+namespace faults {
+
+/// The library that shows a process another time of day than the machine has; empty where there is none.
+inline QString clockLibrary()
+{
+    using namespace Qt::StringLiterals;
+    const QStringList folders =
+        QDir(u"/usr/lib"_s).entryList({u"*-linux-gnu*"_s}, QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString &folder : folders) {
+        const QString path = u"/usr/lib/%1/faketime/libfaketimeMT.so.1"_s.arg(folder);
+        if (QFile::exists(path))
+            return path;
+    }
+    return {};
+}
+
+/// A sanitizer and that library cannot share a process.
+constexpr bool isSanitized()
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return true;
+#else
+    return false;
+#endif
+}
+
+} // namespace faults
