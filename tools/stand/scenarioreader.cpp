@@ -314,6 +314,86 @@ QList<rig::CardRow> readCards(ObjectReader &reader, const QString &key)
     return result;
 }
 
+rig::Settings readSettings(ObjectReader reader)
+{
+    rig::Settings result;
+    const QStringList sections = reader.keys();
+    for (const QString &section : sections)
+        result.insert(section, readTexts(reader.object(section)));
+    return result;
+}
+
+QMap<QString, QString> readCertificates(ObjectReader reader)
+{
+    QMap<QString, QString> result;
+    const QStringList paths = reader.keys();
+    for (const QString &path : paths) {
+        if (!path.startsWith(u'/'))
+            reader.complain(path, u"the path of a file begins with a slash"_s);
+        ObjectReader certificate = reader.object(path);
+        result.insert(path, certificate.text(u"password"_s));
+        certificate.end();
+    }
+    return result;
+}
+
+/// The peer `http` is always there; its script is at the scenario's own level or in `peers`.
+QList<rig::PeerScript> readPeers(ObjectReader &reader, const QJsonObject &content)
+{
+    QList<rig::PeerScript> result;
+    ObjectReader peers = reader.object(u"peers"_s);
+    const QJsonObject peerContents = content.value(u"peers"_s).toObject();
+    const QStringList names = peers.keys();
+    for (const QString &name : names)
+        result.append(readPeer(name, peers.object(name), peerContents.value(name).toObject()));
+    if (!names.contains(httpPeer)) {
+        rig::PeerScript peer;
+        peer.name = httpPeer;
+        peer.exchanges = readExchanges(reader, content, rig::PeerScript::Kind::Http);
+        result.append(peer);
+    } else if (content.contains(u"exchange"_s) || content.contains(u"exchanges"_s)) {
+        reader.complain(u"exchanges"_s, u"the peer 'http' of 'peers' has its own"_s);
+    }
+    return result;
+}
+
+QList<QueuedMessage> readMessages(ObjectReader &reader, const QJsonObject &content,
+                                  const Outcome &defaultOutcome)
+{
+    const QString single = u"message"_s;
+    const QString plural = u"messages"_s;
+    if (reader.has(single))
+        reader.object(single);
+    reader.objects(plural);
+    const bool isList = content.contains(plural);
+    QList<QueuedMessage> result;
+    const QJsonArray messages = withTemplate(content, single, plural);
+    for (const QJsonValue &message : messages) {
+        const QString place = isList ? u"%1[%2]"_s.arg(reader.place(plural)).arg(result.size())
+                                     : reader.place(single);
+        result.append(readMessage(ObjectReader(message, place), defaultOutcome));
+    }
+    return result;
+}
+
+QList<Step> readSteps(ObjectReader &reader, const QJsonObject &content,
+                      const Outcome &defaultOutcome)
+{
+    const QStringList peerNames =
+        content.value(u"peers"_s).toObject().keys() + QStringList{httpPeer};
+    QList<Step> result;
+    const QList<ObjectReader> steps = reader.objects(u"steps"_s);
+    for (const ObjectReader &entry : steps) {
+        const Step step = readStep(entry, content.value(u"message"_s), defaultOutcome);
+        const bool namesPeer = step.kind == Step::Kind::Up || step.kind == Step::Kind::Down
+                               || step.kind == Step::Kind::Release;
+        if (namesPeer && !peerNames.contains(step.subject))
+            reader.complain(u"steps"_s, u"there is no peer '%1'"_s.arg(step.subject));
+        result.append(step);
+    }
+    return result;
+}
+
 } // namespace
 
 QJsonValue merged(const QJsonValue &base, const QJsonValue &patch)
@@ -360,64 +440,18 @@ Scenario readScenario(const QJsonObject &content, const QString &where, const QS
     reader.flag(u"sample"_s);
     reader.choice(u"database"_s, {u"any"_s, u"sqlite"_s, u"mariadb"_s});
 
-    ObjectReader settings = reader.object(u"settings"_s);
-    const QStringList sections = settings.keys();
-    for (const QString &section : sections)
-        result.settings.insert(section, readTexts(settings.object(section)));
+    result.settings = readSettings(reader.object(u"settings"_s));
     result.files = readFiles(reader.object(u"files"_s));
-    ObjectReader certificates = reader.object(u"certificates"_s);
-    const QStringList paths = certificates.keys();
-    for (const QString &path : paths) {
-        if (!path.startsWith(u'/'))
-            certificates.complain(path, u"the path of a file begins with a slash"_s);
-        ObjectReader certificate = certificates.object(path);
-        result.certificates.insert(path, certificate.text(u"password"_s));
-        certificate.end();
-    }
+    result.certificates = readCertificates(reader.object(u"certificates"_s));
     result.environment = readTexts(reader.object(u"environment"_s));
     result.cards = readCards(reader, u"cards"_s);
     if (reader.has(u"cardsAfter"_s))
         result.cardsAfter = readCards(reader, u"cardsAfter"_s);
 
-    // The peer `http` is always there; its script stands at the scenario's own level or in `peers`.
-    ObjectReader peers = reader.object(u"peers"_s);
-    const QJsonObject peerContents = content.value(u"peers"_s).toObject();
-    const QStringList names = peers.keys();
-    for (const QString &name : names)
-        result.peers.append(
-            readPeer(name, peers.object(name), peerContents.value(name).toObject()));
-    if (!names.contains(httpPeer)) {
-        rig::PeerScript peer;
-        peer.name = httpPeer;
-        peer.exchanges = readExchanges(reader, content, rig::PeerScript::Kind::Http);
-        result.peers.append(peer);
-    } else if (content.contains(u"exchange"_s) || content.contains(u"exchanges"_s)) {
-        reader.complain(u"exchanges"_s, u"the peer 'http' of 'peers' has its own"_s);
-    }
-
+    result.peers = readPeers(reader, content);
     const Outcome defaultOutcome = readOutcome(reader, {});
-    if (reader.has(u"message"_s))
-        reader.object(u"message"_s);
-    reader.objects(u"messages"_s);
-    const QJsonArray messages = withTemplate(content, u"message"_s, u"messages"_s);
-    const bool isList = content.contains(u"messages"_s);
-    for (const QJsonValue &message : messages) {
-        const QString place = isList ? u"%1messages[%2]"_s.arg(where).arg(result.messages.size())
-                                     : reader.place(u"message"_s);
-        result.messages.append(readMessage(ObjectReader(message, place), defaultOutcome));
-    }
-
-    const QList<ObjectReader> steps = reader.objects(u"steps"_s);
-    for (const ObjectReader &step : steps)
-        result.steps.append(readStep(step, content.value(u"message"_s), defaultOutcome));
-    const QStringList peerNames = peers.keys() + QStringList{httpPeer};
-    for (const Step &step : std::as_const(result.steps)) {
-        const bool namesPeer = step.kind == Step::Kind::Up || step.kind == Step::Kind::Down
-                               || step.kind == Step::Kind::Release;
-        if (namesPeer && !peerNames.contains(step.subject))
-            reader.complain(u"steps"_s, u"there is no peer '%1'"_s.arg(step.subject));
-    }
-
+    result.messages = readMessages(reader, content, defaultOutcome);
+    result.steps = readSteps(reader, content, defaultOutcome);
     result.log = reader.texts(u"log"_s);
     result.logNever = reader.texts(u"logNever"_s);
     reader.end();

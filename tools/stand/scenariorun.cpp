@@ -2,15 +2,11 @@
 
 #include "rig/authority.h"
 #include "rig/controlport.h"
+#include "rig/error.h"
 #include "rig/textpattern.h"
 #include "rig/waiting.h"
-#include "tools/stand/scenarioerror.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QJsonDocument>
-#include <QTcpSocket>
 
 #include <algorithm>
 
