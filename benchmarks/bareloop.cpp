@@ -1,6 +1,6 @@
-// What the machine allows: reads the oldest row of a type, posts it over one kept-alive connection and
-// deletes it, until there is none or enough were sent. The database has the settings of the service,
-// the request its headers; there is no log, no polling and no judgement.
+// What the machine allows: reads the oldest row of a type, posts it over one kept-alive connection
+// and deletes it, until there is none or enough were sent. The database has the settings of the
+// service, the request its headers; there is no log, no polling and no judgement.
 //
 // queue-bareloop sqlite FILE TYPES COUNT
 // queue-bareloop mariadb SOCKET USER PASSWORD TYPES COUNT

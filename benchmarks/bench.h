@@ -15,7 +15,8 @@ public:
 
     /// One worker, and what it costs beside the bare loop.
     void oneType();
-    /// What of the service's time is that of Qt's driver, which the service's statements go through.
+    /// What of the service's time is that of Qt's driver, which the service's statements go
+    /// through.
     void driver();
     /// What of the service's time the log is.
     void log();
@@ -33,7 +34,8 @@ public:
     /// What the calls of the store that look at the whole table take when it is long.
     void longQueue();
     void workerStart();
-    /// Instructions are the same on a busy machine, so these can be compared with those of another day.
+    /// Instructions are the same on a busy machine, so these can be compared with those of another
+    /// day.
     void instructions();
     /// The till beside a program that drains.
     void tills();

@@ -39,7 +39,8 @@ public:
 
     /// The median cost of each of the first `measured` messages of `rows`, the two taking turns.
     Comparison compare(const QStringList &names, int rows, int measured, Program program = Service);
-    /// What each of `messages` takes that the service delivers, in microseconds. The rows are there.
+    /// What each of `messages` takes that the service delivers, in microseconds. The rows are
+    /// there.
     double timeOf(int messages);
     /// Instructions of a whole run, as valgrind counts them.
     double instructionsOf(int messages, bool isBare);

@@ -15,9 +15,9 @@ enum class Processors
 std::function<void()> keepingOn(Processors chosen);
 
 /// Leaves the last processor to programs that ask for it; while it lives, this process runs on the
-/// others. Left to the scheduler, a program and the receiver that it wakes run on one processor or on
-/// two, and a message takes up to a fifth more or less for it. On a machine with one processor it does
-/// nothing.
+/// others. Left to the scheduler, a program and the receiver that it wakes run on one processor or
+/// on two, and a message takes up to a fifth more or less for it. On a machine with one processor
+/// it does nothing.
 /// Thread: any; one object at a time.
 class ProcessorLeft
 {

@@ -1,8 +1,10 @@
-// What calls of the service's store cost. `connect` is a worker's start and end: a connection of its own,
-// the preparation of all statements, and the removal of both; `poll`, `status` and `read` are the three
-// statements that meet a long queue.
+// What calls of the service's store cost. `connect` is a worker's start and end: a connection of
+// its own, the preparation of all statements, and the removal of both; `poll`, `status` and `read`
+// are the three statements that meet a long queue.
 //
-// queue-storetimes SETTINGS-FILE connect|poll|status|read ROUNDS      prints the median in milliseconds
+// queue-storetimes SETTINGS-FILE connect|poll|status|read ROUNDS
+//
+// It prints the median in milliseconds.
 
 #include "benchmarks/statistics.h"
 #include "engine/dao.h"

@@ -20,7 +20,8 @@ public:
     virtual void clear() = 0;
     /// Adds `rows` rows, the types taking turns, each with the body that its type is given.
     void fill(const QStringList &types, int rows, int receiverPort);
-    /// Tells a planner that counts rows how many of them there are. A server does so by itself in a while.
+    /// Tells a planner that counts rows how many of them there are. A server does so by itself in a
+    /// while.
     virtual void analyze() = 0;
     int count() { return table->count(); }
     bool has(const QString &type) { return table->has(type); }
@@ -38,5 +39,6 @@ protected:
 
 /// A database file in `folder`, made anew.
 std::unique_ptr<Table> sqliteTable(const QString &folder);
-/// A server of its own, in a folder below `folder`, with its default settings; ended with the object.
+/// A server of its own, in a folder below `folder`, with its default settings; ended with the
+/// object.
 std::unique_ptr<Table> mariaDbTable(const QString &folder);

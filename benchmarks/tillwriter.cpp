@@ -1,6 +1,6 @@
 // The till's side of the SQLite file: writes a row, waits, writes the next one, with the till's own
-// settings, until SIGTERM. Then prints how long each INSERT took, in milliseconds, with "failed" after
-// those that did not succeed.
+// settings, until SIGTERM. Then prints how long each INSERT took, in milliseconds, with "failed"
+// after those that did not succeed.
 //
 // queue-tillwriter FILE TYPE PAUSE-MS
 

@@ -5,8 +5,8 @@
 
 namespace rig {
 
-/// A certificate authority of the stand's own, made by the `openssl` tool in a folder where it stays:
-/// its certificate, one for servers on 127.0.0.1 and one for clients. Throws Error when the
+/// A certificate authority of the stand's own, made by the `openssl` tool in a folder where it
+/// stays: its certificate, one for servers on 127.0.0.1 and one for clients. Throws Error when the
 /// tool fails. Thread: any.
 class Authority
 {

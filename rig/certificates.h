@@ -27,8 +27,8 @@ public:
     /// A server's certificate that ended years ago.
     Identity expiredServer(const Identity &authority, const QStringList &hosts);
     Identity client(const Identity &authority, const QString &name);
-    /// Takes a certificate back. Returns the file of the authority's signed answer (OCSP) that says so,
-    /// which a server can staple.
+    /// Takes a certificate back. Returns the file of the authority's signed answer (OCSP) that says
+    /// so, which a server can staple.
     QString revoke(const Identity &authority, const Identity &identity);
 
     /// Certificate and key in one PEM file.

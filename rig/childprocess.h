@@ -11,11 +11,13 @@
 
 namespace rig {
 
-/// For QProcess::setChildProcessModifier(): the program is killed when this process ends. `more` runs in
-/// the child too, between fork and exec, where only what is safe in a signal handler may be called.
+/// For QProcess::setChildProcessModifier(): the program is killed when this process ends. `more`
+/// runs in the child too, between fork and exec, where only what is safe in a signal handler may be
+/// called.
 std::function<void()> dyingWithThisProcess(std::function<void()> more = {});
 
-/// Gives up the capabilities by which root passes over the rights of files. For use as `more` above.
+/// Gives up the capabilities by which root passes over the rights of files. For use as `more`
+/// above.
 void giveUpFileCapabilities();
 
 /// A program that we start. It dies with this process. Works with and without an event loop.

@@ -25,8 +25,8 @@ struct ArrivedRequest
     QString header(const QString &name) const;
 };
 
-/// How the request differs from the expected one, one readable entry for each difference; empty when
-/// it does not.
+/// How the request differs from the expected one, one readable entry for each difference; empty
+/// when it does not.
 QStringList differences(const Exchange &expected, const ArrivedRequest &arrived);
 
 /// The same for two JSON values; `path` is where they stand. Texts of `expected` may hold patterns.

@@ -11,7 +11,8 @@
 
 namespace rig {
 
-/// A local HTTP peer for many thousand deliveries: plain sockets, one thread, kept-alive connections.
+/// A local HTTP peer for many thousand deliveries: plain sockets, one thread, kept-alive
+/// connections.
 /// Thread: any; the answers are asked for in the receiver's own thread.
 class FastPeer
 {

@@ -19,8 +19,8 @@ struct JournalRow
     int attempts = 0;
 };
 
-/// All rows of a journal in the order in which their messages were first tried; none without a file.
-/// Throws Error when the file cannot be read.
+/// All rows of a journal in the order in which their messages were first tried; none without a
+/// file. Throws Error when the file cannot be read.
 QList<JournalRow> readJournal(const QString &file);
 
 } // namespace rig

@@ -297,8 +297,8 @@ int LoopbackServer::unusedPort()
     return reservations.back()->port();
 }
 
-// The threads meet at a socket pair and a std::mutex, whose order ThreadSanitizer sees; that of Qt's
-// events it does not.
+// The threads meet at a socket pair and a std::mutex, whose order ThreadSanitizer sees; that of
+// Qt's events it does not.
 LoopbackServer::LoopbackServer()
 {
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, orders) != 0)

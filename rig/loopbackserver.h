@@ -12,9 +12,9 @@
 
 namespace rig {
 
-/// Listens on a free port of 127.0.0.1 in a thread of its own, records the HTTP requests that arrive
-/// and plays one scripted reply for each, byte for byte. Without a script it answers 200 with an empty
-/// body.
+/// Listens on a free port of 127.0.0.1 in a thread of its own, records the HTTP requests that
+/// arrive and plays one scripted reply for each, byte for byte. Without a script it answers 200
+/// with an empty body.
 /// Thread: any; the server's own work is done in its thread.
 class LoopbackServer
 {
@@ -51,7 +51,8 @@ public:
         Then then = Then::KeepOpen;
         /// Nothing is sent before release().
         bool isHeld = false;
-        /// The bytes behind this many go out one by one, a few milliseconds apart; below 0: all at once.
+        /// The bytes behind this many go out one by one, a few milliseconds apart; below 0: all at
+        /// once.
         qsizetype dripAfter = -1;
         /// Acts on the head, without waiting for the body.
         bool isEarly = false;

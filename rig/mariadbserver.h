@@ -9,10 +9,10 @@
 
 namespace rig {
 
-/// A real MariaDB server for one test: a process of its own in a temporary folder, reached over a unix
-/// socket alone, with the schema of packaging/sql/mariadb.sql and a user who has the till's rights.
-/// Works for root and for an ordinary user. The process ends with the object, and with the test should
-/// that die. What goes wrong ends the test with a message.
+/// A real MariaDB server for one test: a process of its own in a temporary folder, reached over a
+/// unix socket alone, with the schema of packaging/sql/mariadb.sql and a user who has the till's
+/// rights. Works for root and for an ordinary user. The process ends with the object, and with the
+/// test should that die. What goes wrong ends the test with a message.
 /// Thread: the one that made it.
 class MariaDbServer
 {

@@ -44,8 +44,8 @@ public:
     ~MessageTable();
     MessageTable(const MessageTable &) = delete;
 
-    /// Runs the schema for SQLite, for a file that the service has not made yet. The durability is that
-    /// of this connection; the service's have their own.
+    /// Runs the schema for SQLite, for a file that the service has not made yet. The durability is
+    /// that of this connection; the service's have their own.
     void createTables(Durability durability = Durability::OfTests);
 
     /// Writes a new row and returns its id.
@@ -55,7 +55,8 @@ public:
     QStringList types();
     int count();
     bool has(const QString &type);
-    /// The largest id, 0 without rows. A server leaves gaps between the ids of rows that were copied.
+    /// The largest id, 0 without rows. A server leaves gaps between the ids of rows that were
+    /// copied.
     int lastId();
     void putCard(const CardRow &card);
     QList<CardRow> cards();

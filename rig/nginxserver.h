@@ -9,9 +9,9 @@
 
 namespace rig {
 
-/// A real nginx that speaks TLS on a free port of 127.0.0.1, from a temporary folder, for the object's
-/// life. It answers each request with 200, or another status, and a line that tells how it sees the client:
-/// "<subject of its certificate>|<number of the connection>".
+/// A real nginx that speaks TLS on a free port of 127.0.0.1, from a temporary folder, for the
+/// object's life. It answers each request with 200, or another status, and a line that tells how it
+/// sees the client: "<subject of its certificate>|<number of the connection>".
 class NginxServer
 {
 public:

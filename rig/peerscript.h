@@ -13,8 +13,8 @@ namespace rig {
 /// What a peer does once a request is there.
 struct Reply
 {
-    /// Close and Reset end the connection without an answer, Silence leaves it open, Raw sends `body`
-    /// as it is, status line included, and closes.
+    /// Close and Reset end the connection without an answer, Silence leaves it open, Raw sends
+    /// `body` as it is, status line included, and closes.
     enum class Manner
     {
         Answer,

@@ -35,8 +35,8 @@ void setReuse(int descriptor, bool reuse)
         u"port %1 of 127.0.0.1: %2"_s.arg(port).arg(QString::fromUtf8(std::strerror(errno))));
 }
 
-/// Bound to the port; -1 where that is not possible. With `reuse` the port may be in use by a socket that
-/// allows it, and by connections of the past.
+/// Bound to the port; -1 where that is not possible. With `reuse` the port may be in use by a
+/// socket that allows it, and by connections of the past.
 int bindSocket(quint16 port, bool reuse)
 {
     const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -78,8 +78,8 @@ int firstPortOfCallers()
     return first > 0 ? first : usual;
 }
 
-/// A free port outside of those that the system gives out by itself, so that hardly anybody has it when
-/// it was let go and is asked for again, as between two runs of the stand.
+/// A free port outside of those that the system gives out by itself, so that hardly anybody has it
+/// when it was let go and is asked for again, as between two runs of the stand.
 int bindAnyPort(quint16 &port)
 {
     constexpr int first = 10240;

@@ -6,8 +6,8 @@
 
 namespace rig {
 
-/// What a running process takes of the machine, as the kernel tells it at each call. Throws Error once
-/// the process is gone. Thread: any.
+/// What a running process takes of the machine, as the kernel tells it at each call. Throws Error
+/// once the process is gone. Thread: any.
 class ProcessUse
 {
 public:

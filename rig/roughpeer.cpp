@@ -123,7 +123,8 @@ bool RoughPeer::Line::flood(const QByteArray &bytes, qint64 total)
 bool RoughPeer::Line::drip(const QByteArray &bytes, int intervalMs)
 {
     for (qsizetype i = 0;; i = (i + 1) % bytes.size()) {
-        // What the other side says while it waits is no reason to hurry; that it has gone shows in send().
+        // What the other side says while it waits is no reason to hurry; that it has gone shows in
+        // send().
         if (!send(bytes.mid(i, 1)) || !idle(intervalMs))
             return false;
     }

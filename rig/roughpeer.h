@@ -9,14 +9,14 @@
 
 namespace rig {
 
-/// A TCP peer on a free port of 127.0.0.1 that behaves as badly as it is told to. Every connection is
-/// served by a thread of its own; all of them end with the object.
+/// A TCP peer on a free port of 127.0.0.1 that behaves as badly as it is told to. Every connection
+/// is served by a thread of its own; all of them end with the object.
 /// Thread: any.
 class RoughPeer
 {
 public:
-    /// One connection, seen from the peer. Each operation returns false when the other side has gone or
-    /// the peer ends.
+    /// One connection, seen from the peer. Each operation returns false when the other side has
+    /// gone or the peer ends.
     class Line
     {
     public:
@@ -27,7 +27,8 @@ public:
         /// Waits for the first bytes of the other side, and reads none.
         bool awaitBytes();
         bool send(const QByteArray &bytes);
-        /// The bytes and the end of the connection in one packet, so that the other side sees both at once.
+        /// The bytes and the end of the connection in one packet, so that the other side sees both
+        /// at once.
         bool sendLast(const QByteArray &bytes);
         /// Sends the same bytes again and again until there are `total` or the other side has gone.
         bool flood(const QByteArray &bytes, qint64 total);

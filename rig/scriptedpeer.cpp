@@ -379,7 +379,8 @@ void ScriptedPeer::receive(const ConnectionPointer &connection, const ArrivedReq
     }
     case Failure::Kind::Slow:
         QTimer::singleShot(milliseconds(failure->seconds), this, [this, connection, request] {
-            // A request that its caller has given up comes again, and finds its place in the script.
+            // A request that its caller has given up comes again, and finds its place in the
+            // script.
             if (connection->socket->state() == QAbstractSocket::ConnectedState)
                 judge(connection, request);
             else

@@ -62,12 +62,12 @@ public:
     /// `http://127.0.0.1:port`, for TCP `127.0.0.1:port`.
     static QString address(PeerScript::Kind kind, quint16 port);
 
-    /// Takes the script and listens, unless the script says otherwise. For Https `authority` vouches
-    /// for us and tells whose callers to trust; it must outlive the peer.
+    /// Takes the script and listens, unless the script says otherwise. For Https `authority`
+    /// vouches for us and tells whose callers to trust; it must outlive the peer.
     void play(const PeerScript &script, const Authority *authority = nullptr);
 
-    /// Answers every request as `choose` says, from now on and without comparing it with a script. A Tcp
-    /// peer says its greeting and takes what comes. `authority` as for play().
+    /// Answers every request as `choose` says, from now on and without comparing it with a script.
+    /// A Tcp peer says its greeting and takes what comes. `authority` as for play().
     void playFreely(PeerScript::Kind kind, const QByteArray &greeting,
                     std::function<Reply(const ArrivedRequest &)> choose,
                     const Authority *authority = nullptr);

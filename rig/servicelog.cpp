@@ -59,8 +59,8 @@ bool ServiceLog::isIdle() const
 
 bool ServiceLog::isOfTheLibrary(const QByteArray &line)
 {
-    // Their categories begin with "::". They may come when the process is nearly gone, without a time or
-    // in a layout that no settings name.
+    // Their categories begin with "::". They may come when the process is nearly gone, without a
+    // time or in a layout that no settings name.
     static const QRegularExpression event(
         u"\\b(?:TRACE|DEBUG|INFO|WARN|ERROR|FATAL)\\b[\\s\\[\\](]+::\\w"_s);
     return event.match(QString::fromUtf8(line.left(headLimit))).hasMatch();

@@ -32,8 +32,8 @@ public:
     /// All records as text, for a report.
     QString text() const;
 
-    /// Since beginRun(): how often workers of the type were started, how often they ended, and how often
-    /// the type was found to be unknown.
+    /// Since beginRun(): how often workers of the type were started, how often they ended, and how
+    /// often the type was found to be unknown.
     int starts(const QString &type) const { return started.value(type); }
     int ends(const QString &type) const { return ended.value(type); }
     int refusals(const QString &type) const { return refused.value(type); }

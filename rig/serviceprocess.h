@@ -17,14 +17,15 @@ class ServiceProcess : public ChildProcess
 public:
     enum class Log
     {
-        /// Read as it comes, at level debug. The event loop must run, or the service waits with its log.
+        /// Read as it comes, at level debug. The event loop must run, or the service waits with its
+        /// log.
         Records,
         /// Goes to logFile(), one run after the other, as the till's own settings have it.
         File
     };
 
-    /// The environment is ours without what would lead the service elsewhere, and `environment` put over
-    /// it. Throws Error when the till's folder cannot be written.
+    /// The environment is ours without what would lead the service elsewhere, and `environment` put
+    /// over it. Throws Error when the till's folder cannot be written.
     ServiceProcess(const QString &program, const Till &till,
                    const QMap<QString, QString> &environment = {}, Log log = Log::Records);
 

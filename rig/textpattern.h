@@ -5,9 +5,9 @@
 
 namespace rig {
 
-/// A text that is compared letter by letter but for the patterns in it: `{{any}}` (any text, an empty
-/// one included), `{{digits}}`, `{{uuid}}`, `{{datetime}}` (as in 2026-01-31T12:00:00, with what may
-/// follow), `{{match:...}}` (a regular expression of one's own).
+/// A text that is compared letter by letter but for the patterns in it: `{{any}}` (any text, an
+/// empty one included), `{{digits}}`, `{{uuid}}`, `{{datetime}}` (as in 2026-01-31T12:00:00, with
+/// what may follow), `{{match:...}}` (a regular expression of one's own).
 class TextPattern
 {
 public:

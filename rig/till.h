@@ -17,8 +17,8 @@ using Settings = QMap<QString, QMap<QString, QString>>;
 /// The settings as a file of the till has them.
 QString settingsText(const Settings &settings);
 
-/// A till: the folders that an installation has, below a root of its own, its settings, and the port of
-/// the service's control interface. Throws Error when a file or a folder cannot be written.
+/// A till: the folders that an installation has, below a root of its own, its settings, and the
+/// port of the service's control interface. Throws Error when a file or a folder cannot be written.
 /// Thread: the one that made it.
 class Till
 {
@@ -35,8 +35,8 @@ public:
     /// The database of a till without a server.
     QString databaseFile() const;
 
-    /// The port for the service's control interface. Nobody else is given it, also while the service
-    /// is down.
+    /// The port for the service's control interface. Nobody else is given it, also while the
+    /// service is down.
     quint16 controlPort() const;
     /// Section `queue` of the settings, with the control port.
     QString queueSettings(int periodSeconds = 1) const;

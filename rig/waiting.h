@@ -5,8 +5,8 @@
 
 namespace rig {
 
-/// How long to wait for what only a fault can keep from happening: a minute, or what the environment
-/// variable STAND_PATIENCE says, in seconds.
+/// How long to wait for what only a fault can keep from happening: a minute, or what the
+/// environment variable STAND_PATIENCE says, in seconds.
 std::chrono::seconds patience();
 
 /// Runs the event loop until the condition holds. False when it still does not after patience().

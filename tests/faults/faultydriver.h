@@ -4,8 +4,8 @@
 #include <QSqlDriver>
 #include <QString>
 
-/// Qt's SQLite driver behind a counter: every opening, preparation and execution is a step, and a step that
-/// is told to fails with an error of its own instead of reaching SQLite.
+/// Qt's SQLite driver behind a counter: every opening, preparation and execution is a step, and a
+/// step that is told to fails with an error of its own instead of reaching SQLite.
 namespace faultydriver {
 
 struct Step

@@ -9,8 +9,8 @@ namespace faults {
 
 class Traffic;
 
-/// The till: writes the messages of a Traffic into the table, one type after the other, as long as fewer than
-/// `backlog` of them wait. Numbers begin at 0.
+/// The till: writes the messages of a Traffic into the table, one type after the other, as long as
+/// fewer than `backlog` of them wait. Numbers begin at 0.
 /// Thread: the one that made it; the writing is done in a thread of its own.
 class Feeder
 {

@@ -4,7 +4,8 @@
 
 namespace faults {
 
-/// True where the long form of the tests is asked for: `./test --faults=long` sets QUEUE_FAULTS=long.
+/// True where the long form of the tests is asked for: `./test --faults=long` sets
+/// QUEUE_FAULTS=long.
 inline bool longForm()
 {
     return qgetenv("QUEUE_FAULTS") == "long";

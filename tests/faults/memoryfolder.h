@@ -5,8 +5,9 @@
 
 namespace faults {
 
-/// Temporary folders lie in memory from here on where the system has such a place. For tests that write
-/// many thousand rows and whose faults have nothing to do with the disk, which would be waited for at each.
+/// Temporary folders lie in memory from here on where the system has such a place. For tests that
+/// write many thousand rows and whose faults have nothing to do with the disk, which would be
+/// waited for at each.
 inline void useMemoryForTemporaryFolders()
 {
     if (QFileInfo(QStringLiteral("/dev/shm")).isWritable())

@@ -57,8 +57,8 @@ private:
     rig::ServiceProcess process;
 };
 
-/// The promise of memory is for the program as it is delivered: a sanitizer's own bookkeeping takes many
-/// times as much.
+/// The promise of memory is for the program as it is delivered: a sanitizer's own bookkeeping takes
+/// many times as much.
 constexpr bool isMemoryJudged()
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -14,8 +14,8 @@
 
 namespace faults {
 
-/// Messages of eight types whose handlers differ, and the peer that they go to. A message bears a number
-/// in all its requests; the peer writes down what became of each number.
+/// Messages of eight types whose handlers differ, and the peer that they go to. A message bears a
+/// number in all its requests; the peer writes down what became of each number.
 /// Thread: any.
 class Traffic
 {
@@ -60,8 +60,8 @@ public:
 
     /// While it does, every seventh message is refused twice before it is taken.
     void setRefusing(bool on);
-    /// Answers that many more requests. All after them wait for release(), so that messages are under way,
-    /// and left, however slow the test is.
+    /// Answers that many more requests. All after them wait for release(), so that messages are
+    /// under way, and left, however slow the test is.
     void holdAfter(int requests);
     void release();
 
@@ -74,8 +74,8 @@ public:
     /// Deliveries of one type that were repeats.
     QHash<QString, int> repeatsByType() const;
 
-    /// Waits until `condition` holds, which is asked after every request. False when it did not within
-    /// `limit`.
+    /// Waits until `condition` holds, which is asked after every request. False when it did not
+    /// within `limit`.
     bool waitFor(const std::function<bool(const Counts &)> &condition,
                  std::chrono::microseconds limit) const;
 

@@ -233,8 +233,9 @@ void TestClocks::clockIsSetWithinAPoll_data()
     QTest::newRow("back") << u"-5y"_s;
 }
 
-/// A refund whose state is asked for at intervals: their length, and that of the whole, is not the clock's.
-/// The request that began it is still waiting for its timeout when the clock is set for the first time.
+/// A refund whose state is asked for at intervals: their length, and that of the whole, is not the
+/// clock's. The request that began it is still waiting for its timeout when the clock is set for
+/// the first time.
 void TestClocks::clockIsSetWithinAPoll()
 {
     QFETCH(QString, offset);

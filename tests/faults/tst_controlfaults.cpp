@@ -56,7 +56,8 @@ public:
         return true;
     }
 
-    /// Sends the same again and again until it would have to wait. Returns the bytes, -1 when the server has gone.
+    /// Sends the same again and again until it would have to wait. Returns the bytes, -1 when the
+    /// server has gone.
     qint64 fill(const QByteArray &bytes) const
     {
         constexpr int patienceMs = 500;
@@ -92,7 +93,8 @@ public:
         return bytes;
     }
 
-    /// Whether the server has closed the connection by now, and nothing that it said is left to read.
+    /// Whether the server has closed the connection by now, and nothing that it said is left to
+    /// read.
     bool isClosed() const
     {
         char byte = 0;
@@ -139,7 +141,8 @@ bool connects(const QString &address, int port)
     return socket.waitForConnected(5000);
 }
 
-/// The service's log, errors alone: it would fill the pipe to this test while the test waits for something else.
+/// The service's log, errors alone: it would fill the pipe to this test while the test waits for
+/// something else.
 constexpr auto quietLog = "log4j.rootLogger=ERROR, console\n"
                           "log4j.appender.console=org.apache.log4j.ConsoleAppender\n"
                           "log4j.appender.console.layout=org.apache.log4j.SimpleLayout\n";
@@ -152,8 +155,8 @@ int currentNetwork()
 
 } // namespace
 
-/// Programs on the till that use the control interface badly: it goes on answering, deliveries go on, and the
-/// service keeps within its memory.
+/// Programs on the till that use the control interface badly: it goes on answering, deliveries go
+/// on, and the service keeps within its memory.
 class TestControlFaults : public QObject
 {
     Q_OBJECT
@@ -215,7 +218,8 @@ void TestControlFaults::cleanup()
     till->ask("/start/heineken/0");
     QVERIFY(till->waitUntilRemoved(row));
     QVERIFY(till->service().isRunning());
-    // Qt's parser looks once more at a connection that was ended under it, and says so; a slow build shows it.
+    // Qt's parser looks once more at a connection that was ended under it, and says so; a slow
+    // build shows it.
     QCOMPARE(till->service().errors().remove(u"QIODevice::read (QTcpSocket): device not open\n"_s),
              QString());
     if (faults::isMemoryJudged())
@@ -251,7 +255,8 @@ void TestControlFaults::slowRequests()
             client->send(QByteArray(1, byte));
         QVERIFY(till->ask("/status").contains("messagesCount"));
     }
-    // A request that was never finished is ended after its ten seconds, measured from its beginning.
+    // A request that was never finished is ended after its ten seconds, measured from its
+    // beginning.
     constexpr int requestMs = 10'000;
     const bool isLong = faults::longForm();
     if (isLong) {
@@ -406,7 +411,8 @@ void TestControlFaults::strangeTypesAndCards_data()
     // clang-format on
 }
 
-/// What the request names is looked for as it stands: the row is found by it, and by nothing like it.
+/// What the request names is looked for as it stands: the row is found by it, and by nothing like
+/// it.
 void TestControlFaults::strangeTypesAndCards()
 {
     QFETCH(QString, type);

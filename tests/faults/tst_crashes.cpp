@@ -45,8 +45,8 @@ uint seedOfThisRun()
 
 } // namespace
 
-/// The service is killed at random moments while eight types drain and rows keep coming, some of which their
-/// peer refuses at first. QUEUE_FAULTS_SEED repeats a run's moments.
+/// The service is killed at random moments while eight types drain and rows keep coming, some of
+/// which their peer refuses at first. QUEUE_FAULTS_SEED repeats a run's moments.
 class TstCrashes : public QObject
 {
     Q_OBJECT
@@ -115,7 +115,8 @@ void TstCrashes::killedAtRandomMoments()
         const int before = traffic.counts().requests;
         service.start();
         if (random() % 4 == 0) {
-            // Somewhere on the way up: connecting, reading or writing the fail ids, the first requests.
+            // Somewhere on the way up: connecting, reading or writing the fail ids, the first
+            // requests.
             traffic.waitFor([](const auto &) { return false; },
                             std::chrono::milliseconds(random() % 80));
         } else {
@@ -172,8 +173,8 @@ void TstCrashes::killedAtRandomMoments()
     QVERIFY(counts.refusals > 0);
 }
 
-/// The file of fail ids takes a moment to write, which a random kill of the service hardly ever meets. So this
-/// process writes nothing else until it is killed, again and again.
+/// The file of fail ids takes a moment to write, which a random kill of the service hardly ever
+/// meets. So this process writes nothing else until it is killed, again and again.
 class TstFailIdsFile : public QObject
 {
     Q_OBJECT

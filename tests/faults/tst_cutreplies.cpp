@@ -21,7 +21,8 @@ bool isFinal(const QString &type, int status)
 
 } // namespace
 
-/// An answer that breaks off after its status is not an answer: the row stays, except where isFinal().
+/// An answer that breaks off after its status is not an answer: the row stays, except where
+/// isFinal().
 class TstCutReplies : public QObject
 {
     Q_OBJECT

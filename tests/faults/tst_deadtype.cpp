@@ -29,8 +29,8 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 
 namespace {
 
-/// What all 58 types do here: one prepared request, made by the service's own client. How a reply is judged
-/// differs from type to type, when it goes out does not.
+/// What all 58 types do here: one prepared request, made by the service's own client. How a reply
+/// is judged differs from type to type, when it goes out does not.
 class PlainHandler : public BasicHandler
 {
 public:
@@ -51,7 +51,8 @@ std::vector<HandlerRow> plainHandlers()
     return rows;
 }
 
-/// Takes every message, refuses those under /refused at once, and keeps silent about those under /dead.
+/// Takes every message, refuses those under /refused at once, and keeps silent about those under
+/// /dead.
 class Peer
 {
 public:
@@ -119,8 +120,8 @@ Latency latencyOf(std::vector<double> values)
 
 } // namespace
 
-/// What a type that is in trouble costs others: the service's manager, workers, store and client, polled as the
-/// service polls.
+/// What a type that is in trouble costs others: the service's manager, workers, store and client,
+/// polled as the service polls.
 class TstDeadType : public QObject
 {
     Q_OBJECT

@@ -8,8 +8,8 @@ using namespace Qt::StringLiterals;
 using faults::Run;
 using rig::MariaDbServer;
 
-/// The error counter of the control interface while the database server is away. With no rows there are no
-/// workers, so each error in the log is one of the store that the counter tells of.
+/// The error counter of the control interface while the database server is away. With no rows there
+/// are no workers, so each error in the log is one of the store that the counter tells of.
 class TstErrorCounters : public QObject
 {
     Q_OBJECT

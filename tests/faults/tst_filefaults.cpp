@@ -29,7 +29,8 @@ private Q_SLOTS:
     void diskFull();
 };
 
-/// Longer than a connection waits for the lock. Rows are read all the while, and none can be deleted.
+/// Longer than a connection waits for the lock. Rows are read all the while, and none can be
+/// deleted.
 void TstFileFaults::lockedByAnotherProcess()
 {
     Run run{QString()};

@@ -28,7 +28,8 @@ namespace {
 
 using Line = RoughPeer::Line;
 
-/// Of an exchange that is to run into it, and of one that is to end by itself, also on a busy machine.
+/// Of an exchange that is to run into it, and of one that is to end by itself, also on a busy
+/// machine.
 constexpr int timeoutSeconds = 1;
 constexpr int ampleSeconds = 10;
 /// What an exchange may take on top of its timeout on a machine that does other things as well.
@@ -41,8 +42,8 @@ constexpr qsizetype maxBodySize = 16 * 1024 * 1024;
 /// A little below what a handler reads of an answer, and below what the client takes.
 constexpr qsizetype readSize = 4 * 1024 * 1024 - 1024;
 constexpr qsizetype allowedSize = 15 * 1024 * 1024;
-/// The most that the service may have resident while it reads one answer, in KiB: one of small JSON objects
-/// takes about thirty times the memory of its text.
+/// The most that the service may have resident while it reads one answer, in KiB: one of small JSON
+/// objects takes about thirty times the memory of its text.
 constexpr qint64 documentMemoryLimit = 192 * 1024;
 /// The same for a document of the till of 16 MiB.
 constexpr qint64 tillDocumentMemoryLimit = 288 * 1024;
@@ -375,8 +376,8 @@ const QStringList types{
     u"partialreservation"_s, u"softcheck"_s,         u"onlinecheck"_s,     u"deferredcheck"_s,
 };
 
-/// Those of them that are done with a message when any whole answer came; the others keep it when the
-/// exchange has any fault.
+/// Those of them that are done with a message when any whole answer came; the others keep it when
+/// the exchange has any fault.
 const QStringList typesForAnyAnswer{u"softcheck"_s, u"onlinecheck"_s, u"deferredcheck"_s};
 
 QJsonObject request(const QUrl &url, int timeout = ampleSeconds, int bytes = 2)
@@ -395,8 +396,8 @@ bool isKept(const QString &type, const Fault &fault)
 
 } // namespace
 
-/// Peers that do everything wrong: each exchange ends within its timeout, is judged for what it was, and
-/// leaves the service in the memory that it may have.
+/// Peers that do everything wrong: each exchange ends within its timeout, is judged for what it
+/// was, and leaves the service in the memory that it may have.
 class TestNetworkFaults : public QObject
 {
     Q_OBJECT
@@ -503,7 +504,8 @@ void TestNetworkFaults::wave(faults::Till &till, const QList<Fault> &wave)
                                                  wave.at(i).requestBytes)));
         till.ask("/start/" + types.at(i).toUtf8() + "/0");
     }
-    // A refused row comes round again in every second pass: the one between finds nothing behind it.
+    // A refused row comes round again in every second pass: the one between finds nothing behind
+    // it.
     const int passes = faults::count(1, 5);
     for (qsizetype i = 0; i < wave.size(); ++i) {
         const Fault &fault = wave.at(i);
@@ -570,8 +572,8 @@ void TestNetworkFaults::service()
         qInfo("memory is not judged under a sanitizer");
 }
 
-/// A peer says more than it was asked, after the answer was read. The next delivery over this connection
-/// must not take that for its own answer.
+/// A peer says more than it was asked, after the answer was read. The next delivery over this
+/// connection must not take that for its own answer.
 void TestNetworkFaults::lateSecondAnswer()
 {
     std::atomic<int> requests{0};
@@ -605,8 +607,8 @@ void TestNetworkFaults::closesKeptConnections_data()
     QTest::newRow("a little later") << 5 << 1;
 }
 
-/// A server that closes the connection after each answer without a word about it. The rows of a type go out
-/// nevertheless.
+/// A server that closes the connection after each answer without a word about it. The rows of a
+/// type go out nevertheless.
 void TestNetworkFaults::closesKeptConnections()
 {
     QFETCH(int, afterMs);
@@ -692,7 +694,8 @@ void TestNetworkFaults::strangeBodies_data()
     }
 }
 
-/// Whole answers of a length that is read, or allowed, whose contents are made to break their reader.
+/// Whole answers of a length that is read, or allowed, whose contents are made to break their
+/// reader.
 void TestNetworkFaults::strangeBodies()
 {
     QFETCH(QString, type);
@@ -722,7 +725,8 @@ void TestNetworkFaults::strangeBodies()
     }
 }
 
-/// Documents as a large shop may have them, at the limits, are delivered, and the memory comes back.
+/// Documents as a large shop may have them, at the limits, are delivered, and the memory comes
+/// back.
 void TestNetworkFaults::largeDocuments()
 {
     constexpr qsizetype documentSize = 16 * 1024 * 1024;
@@ -767,8 +771,8 @@ void TestNetworkFaults::largeDocuments()
     QVERIFY(rig::waitUntil([&] { return till.memory() < before + 32 * 1024; }));
 }
 
-/// The two types that speak plain TCP. `dssl` only hands its bytes over, so it is done once it was connected;
-/// `eps` wants its mark back.
+/// The two types that speak plain TCP. `dssl` only hands its bytes over, so it is done once it was
+/// connected; `eps` wants its mark back.
 void TestNetworkFaults::tcpPeers()
 {
     struct TcpFault
@@ -854,8 +858,8 @@ void TestNetworkFaults::tcpPeers()
           static_cast<long long>(tcpFaults.size()), static_cast<long long>(mostMemory));
 }
 
-/// One worker delivers for two clients and for nobody in turn, another one beside it for nobody. The server
-/// tells whom it saw.
+/// One worker delivers for two clients and for nobody in turn, another one beside it for nobody.
+/// The server tells whom it saw.
 void TestNetworkFaults::certificatesStayApart()
 {
     const QString ivan =

@@ -61,8 +61,8 @@ const QStringList types{u"bonus"_s, u"check"_s, u"mark"_s};
 /// A type that nobody delivers.
 const QString unknownType = u"nosuch"_s;
 
-/// The policy once more, as one would tell it: the oldest message behind the refused one; done is deleted,
-/// refused is remembered and ends the pass; at the end of the queue the memory goes.
+/// The policy once more, as one would tell it: the oldest message behind the refused one; done is
+/// deleted, refused is remembered and ends the pass; at the end of the queue the memory goes.
 struct Model
 {
     std::map<int, QString> table;
@@ -138,10 +138,11 @@ std::map<QString, int> toMap(const QMap<QString, int> &ids)
 
 } // namespace
 
-/// The service's own workers and manager walk at random beside a model of a few lines: rows come and are taken
-/// back, peers refuse and change their mind, polls, forced starts, stops and restarts. After each step both
-/// have asked the peers in the same order, deleted the same rows and remember the same fail ids.
-/// QUEUE_FAULTS_SEED repeats a walk, QUEUE_FAULTS_STEPS sets its length.
+/// The service's own workers and manager walk at random beside a model of a few lines: rows come
+/// and are taken back, peers refuse and change their mind, polls, forced starts, stops and
+/// restarts. After each step both have asked the peers in the same order, deleted the same rows and
+/// remember the same fail ids. QUEUE_FAULTS_SEED repeats a walk, QUEUE_FAULTS_STEPS sets its
+/// length.
 class TstPolicyModel : public QObject
 {
     Q_OBJECT
@@ -183,8 +184,8 @@ int TstPolicyModel::anyRow()
     return std::next(model.table.begin(), anyOf(static_cast<int>(model.table.size())))->first;
 }
 
-/// The manager would save the fail ids while the workers still change them, so it is asked to do it once they
-/// are at rest; during the poll its time has not come.
+/// The manager would save the fail ids while the workers still change them, so it is asked to do it
+/// once they are at rest; during the poll its time has not come.
 void TstPolicyModel::poll()
 {
     clock->set(model.lastSave);

@@ -50,8 +50,9 @@ struct Counts
     int unknown = 0;
 };
 
-/// An outside service that answers each request as its sample tells, again and again, but for the faults
-/// that chance puts in. It needs no body to know a request: no sample asks twice for the same.
+/// An outside service that answers each request as its sample tells, again and again, but for the
+/// faults that chance puts in. It needs no body to know a request: no sample asks twice for the
+/// same.
 class FaultyPeer
 {
 public:
@@ -262,8 +263,8 @@ void TestSoak::nothingGrows()
     QCOMPARE(types.size(), 58);
 
     const int seconds = faults::count(15, 1800);
-    // By then every worker has run, every certificate is converted, and the pool has as many threads as
-    // the load asks for.
+    // By then every worker has run, every certificate is converted, and the pool has as many
+    // threads as the load asks for.
     const int warmUpSeconds = seconds / 3;
     QList<Use> early;
     QList<Use> late;
@@ -304,8 +305,8 @@ void TestSoak::nothingGrows()
     QVERIFY(counts.faults.size() == faultKinds);
     QVERIFY(counts.unknown < counts.requests / 100);
 
-    // Some come and go with the moment: each thread keeps connections for half a minute, which the short
-    // form does not see the end of. A leak grows with every message.
+    // Some come and go with the moment: each thread keeps connections for half a minute, which the
+    // short form does not see the end of. A leak grows with every message.
     const int slack = faults::longForm() ? before.connections / 10 + 50 : 150;
     QVERIFY2(after.threads <= before.threads + 20, "threads");
     QVERIFY2(after.descriptors <= before.descriptors + slack, "descriptors");
@@ -313,9 +314,9 @@ void TestSoak::nothingGrows()
     if (judgesMemory)
         QVERIFY2(after.memoryKb <= before.memoryKb * 115 / 100 + 4096, "memory");
 
-    // With healthy peers everything is delivered in the end. The samples of three types are all about the
-    // same mark or reservation, so each of their rows waits for all before it and takes polls of its own:
-    // of these the long form leaves some hundreds.
+    // With healthy peers everything is delivered in the end. The samples of three types are all
+    // about the same mark or reservation, so each of their rows waits for all before it and takes
+    // polls of its own: of these the long form leaves some hundreds.
     for (const auto &peer : peers)
         peer->hasFaults = false;
     const auto left = [this](bool ofOrderedTypes) {

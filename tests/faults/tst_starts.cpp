@@ -124,7 +124,8 @@ void TstStarts::floodOfStarts()
         std::vector<std::unique_ptr<Caller>> flood;
         for (int caller = 0; caller < callers; ++caller)
             flood.push_back(std::make_unique<Caller>(service.controlPort()));
-        // A few rows at a time, so that the worker comes to its end and is started again all the time.
+        // A few rows at a time, so that the worker comes to its end and is started again all the
+        // time.
         for (int number = 0; number < rows; ++number) {
             database.put(u"cardlab"_s, peer.body(number));
             if (number % 20 == 19)

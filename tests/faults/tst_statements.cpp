@@ -125,8 +125,8 @@ bool mayThrow(const QList<Step> &steps)
     return isLost && !hasPrepared;
 }
 
-/// The deletions that were tried in vain, be it for want of a connection: a handler that keeps its message
-/// asks nothing more of the store.
+/// The deletions that were tried in vain, be it for want of a connection: a handler that keeps its
+/// message asks nothing more of the store.
 int failedRemovals(const QList<Step> &steps)
 {
     const auto refused = std::ranges::count_if(steps, [](const Step &step) {
@@ -168,8 +168,8 @@ QList<stand::ScenarioSource> shopScenarios()
 
 } // namespace
 
-/// Every statement of the store fails in its turn, once and from then on, and nothing worse comes of it than
-/// an empty queue and a counted error.
+/// Every statement of the store fails in its turn, once and from then on, and nothing worse comes
+/// of it than an empty queue and a counted error.
 class TstStatements : public QObject
 {
     Q_OBJECT
@@ -349,7 +349,8 @@ void TstStatements::passes()
             if (!left.contains(id) && peer.deliveries.value(id) == 0)
                 findings.append(u"row %1 went away without a delivery"_s.arg(id));
         }
-        // The peer is well and so is the database: at most a pass for each refusal and one to find the end.
+        // The peer is well and so is the database: at most a pass for each refusal and one to find
+        // the end.
         peer.refused.clear();
         for (int pass = 0; pass < 4 && !database.ids().isEmpty(); ++pass)
             runPass(manager, state, peer);
@@ -395,8 +396,9 @@ void TstStatements::everyType_data()
     QVERIFY2(types == all, qPrintable((all - types).values().join(u' ')));
 }
 
-/// With the real handlers: whatever statement fails, no row ends the service, none goes away without a
-/// delivery, and what the outside service has taken is not sent again unless its row could not be deleted.
+/// With the real handlers: whatever statement fails, no row ends the service, none goes away
+/// without a delivery, and what the outside service has taken is not sent again unless its row
+/// could not be deleted.
 void TstStatements::everyType()
 {
     QFETCH(stand::ScenarioSource, source);

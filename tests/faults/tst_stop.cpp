@@ -72,7 +72,8 @@ const QByteArray cutLine = u"Повторный сигнал завершени�
 
 } // namespace
 
-/// What the service tells its manager at the end, and what a second signal does, shown with the real program.
+/// What the service tells its manager at the end, and what a second signal does, shown with the
+/// real program.
 class TstStop : public QObject
 {
     Q_OBJECT
@@ -159,7 +160,8 @@ void TstStop::deliveryInTimeIsWaitedFor()
     QCOMPARE(service->output().count(cutLine), 0);
 }
 
-/// Its second request, too, is answered with "not done yet"; then it sleeps for a quarter of an hour.
+/// Its second request, too, is answered with "not done yet"; then it sleeps for a quarter of an
+/// hour.
 void TstStop::pauseOfAPollIsWaitedFor()
 {
     const auto undone = LoopbackServer::answer(200, R"({"code":"1"})");

@@ -289,7 +289,8 @@ void TstTwoServices::stoppedOneKeepsTheQueue()
     QVERIFY(second->service.stop());
 }
 
-/// The server closes the connection of a service that it has heard nothing of; here that is done by hand.
+/// The server closes the connection of a service that it has heard nothing of; here that is done by
+/// hand.
 void TstTwoServices::silentOneLosesTheQueueAndKeepsItsDelivery()
 {
     startBoth();
@@ -351,7 +352,8 @@ void TstTwoServices::cutLockComesBack()
     QVERIFY(second->service.stop());
 }
 
-/// The server goes on with the connection that the service has given up, and lets the lock go with it.
+/// The server goes on with the connection that the service has given up, and lets the lock go with
+/// it.
 void TstTwoServices::silentServer()
 {
     startBoth();

@@ -37,7 +37,8 @@ struct Process
     int argumentCount = 1;
     char name[5] = "fuzz";
     char *arguments[2] = {name, nullptr};
-    /// Outlives the database drivers, which at the end of the process do not look whether it is there.
+    /// Outlives the database drivers, which at the end of the process do not look whether it is
+    /// there.
     QCoreApplication &application = *new QCoreApplication(argumentCount, arguments);
 };
 

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
-/// What is done with one input. Each program of this folder has one: libFuzzer calls it with inputs of
-/// its own making, and the replay program with those that the tree keeps.
+/// What is done with one input. Each program of this folder has one: libFuzzer calls it with inputs
+/// of its own making, and the replay program with those that the tree keeps.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
 namespace fuzz {

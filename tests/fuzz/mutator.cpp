@@ -93,8 +93,8 @@ QByteArray changedJson(const QByteArray &text, Random &random)
 
 } // namespace
 
-/// Half of the time a value in one of the input's JSON texts is changed, since a change of bytes hardly
-/// ever leaves JSON behind; else libFuzzer has its way.
+/// Half of the time a value in one of the input's JSON texts is changed, since a change of bytes
+/// hardly ever leaves JSON behind; else libFuzzer has its way.
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t size,
                                                std::size_t maxSize, unsigned seed)
 {

@@ -24,8 +24,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The statuses that a reply of an input can have, by its first letter: '0' and on. The first of them
-/// is no answer at all.
+/// The statuses that a reply of an input can have, by its first letter: '0' and on. The first of
+/// them is no answer at all.
 constexpr int statuses[] = {0, 200, 201, 204, 302, 400, 401, 404, 409, 422, 429, 500, 503};
 constexpr char firstLetter = '0';
 /// In the place of a message of the scenarios: the input brings its own.
@@ -202,17 +202,17 @@ http::Response replyOf(const QByteArray &part)
 /// Without an answer a message stays, except where the type has reasons of its own.
 bool mayFinishUnanswered(const Adapter &adapter, const fuzz::PlayedClient &client)
 {
-    // The first sends over TCP and awaits nothing, the second finds its answer there, and the third gives
-    // up after as many attempts as its message allows.
+    // The first sends over TCP and awaits nothing, the second finds its answer there, and the third
+    // gives up after as many attempts as its message allows.
     static const QStringList ownReasons{u"dssl"_s, u"eps"_s, u"nspkec"_s};
     return client.requests() == 0 || ownReasons.contains(adapter.type);
 }
 
 } // namespace
 
-/// The replies that one delivery gets. An input is the letter of the type, the letter of the message
-/// among those of the type's scenarios, and the replies, each with the letter of its status first. Where
-/// the second letter says so, the first of them is the message's body instead.
+/// The replies that one delivery gets. An input is the letter of the type, the letter of the
+/// message among those of the type's scenarios, and the replies, each with the letter of its status
+/// first. Where the second letter says so, the first of them is the message's body instead.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     static Adapters adapters;

@@ -27,8 +27,8 @@ struct ShowOptions
     bool isVerbose = false;
 };
 
-/// Shows the service at work: plays the outside services of all sample scenarios at once, puts their
-/// messages into the table of a service that runs below `root`, and prints every exchange.
+/// Shows the service at work: plays the outside services of all sample scenarios at once, puts
+/// their messages into the table of a service that runs below `root`, and prints every exchange.
 /// All operations throw ScenarioError. Thread: the one that has the application's event loop.
 class SampleStand
 {
@@ -40,8 +40,9 @@ public:
     /// root, where a service that starts afterwards finds them.
     void writeSettings();
     /// Delivers everything. With a failure the services play it first, for as long as the options
-    /// say, and deliver what is left then; a type that takes the failure for a final answer counts as
-    /// done. True when all messages have left the table as their scenarios, or the failure, tell.
+    /// say, and deliver what is left then; a type that takes the failure for a final answer counts
+    /// as done. True when all messages have left the table as their scenarios, or the failure,
+    /// tell.
     bool run();
 
     /// A line for each sample: type, kinds of its services, scenario.

@@ -79,7 +79,8 @@ struct Step
     int count = 1;
     QueuedMessage message;
     QJsonValue answer;
-    /// What a step `write` writes, and what a restart or a crash finds when the service starts again.
+    /// What a step `write` writes, and what a restart or a crash finds when the service starts
+    /// again.
     QMap<QString, QString> files;
 };
 
@@ -100,8 +101,8 @@ struct Scenario
     QList<rig::PeerScript> peers;
     QList<QueuedMessage> messages;
     QList<Step> steps;
-    /// Records that must appear in the log, `ERROR [cardlab] text`. Warnings and errors that are not
-    /// among them must not.
+    /// Records that must appear in the log, `ERROR [cardlab] text`. Warnings and errors that are
+    /// not among them must not.
     QStringList log;
     /// Texts that must appear nowhere in the log.
     QStringList logNever;

@@ -89,7 +89,8 @@ QStringList journalFindings(const QList<WrittenMessage> &written,
     for (const WrittenMessage &entry : written) {
         if (!entry.message.outcome.recorded)
             continue;
-        // A message whose reference changes between two attempts has a row for each; the last one tells.
+        // A message whose reference changes between two attempts has a row for each; the last one
+        // tells.
         const auto row =
             std::find_if(rows.crbegin(), rows.crend(), [&](const rig::JournalRow &candidate) {
                 return candidate.messageId == entry.id && candidate.type == entry.message.type;

@@ -33,8 +33,8 @@ private:
     QString title_;
 };
 
-/// The names that a run must give places for: for each peer `name`, `name.host` and `name.port`, and
-/// `root`, `nobody`, `nobody.port`.
+/// The names that a run must give places for: for each peer `name`, `name.host` and `name.port`,
+/// and `root`, `nobody`, `nobody.port`.
 QStringList placeNames(const QList<rig::PeerScript> &peers);
 
 /// Reads a scenario file, or all files of a folder and the folders below it, in the order of their

@@ -33,7 +33,8 @@ RunResult ScenarioRun::run()
 {
     try {
         setUp();
-        // A fault in the middle makes everything behind it meaningless, except the peers' view of it.
+        // A fault in the middle makes everything behind it meaningless, except the peers' view of
+        // it.
         if (startService() && performSteps() && stopService())
             compare();
         else
@@ -252,7 +253,8 @@ bool ScenarioRun::restart(const Step &step)
             peer->dropCallers();
         }
     }
-    // The service writes files of its own after its first poll, so only now nothing overwrites these.
+    // The service writes files of its own after its first poll, so only now nothing overwrites
+    // these.
     till.write(step.files);
     return startService();
 }

@@ -20,7 +20,8 @@ struct RunOptions
 {
     /// The service's program.
     QString program;
-    /// A database server that is up and has the schema; without a socket each run has an SQLite file.
+    /// A database server that is up and has the schema; without a socket each run has an SQLite
+    /// file.
     rig::DatabasePlace server;
     /// The settings that lead the service there.
     QString serverSettings;
@@ -41,9 +42,9 @@ struct RunResult
 /// Runs one scenario against the real service in a folder of its own: peers first, then rows and
 /// settings, then the service, the scenario's steps, and an orderly stop.
 ///
-/// The service polls only once, at its start; every further pass of a worker is asked for through the
-/// control interface. So the requests of a scenario can be counted exactly. Nothing is waited for but
-/// the service's own log lines, the peers and the end of the process.
+/// The service polls only once, at its start; every further pass of a worker is asked for through
+/// the control interface. So the requests of a scenario can be counted exactly. Nothing is waited
+/// for but the service's own log lines, the peers and the end of the process.
 /// Thread: the one that has the application's event loop.
 class ScenarioRun
 {

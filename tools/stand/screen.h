@@ -17,8 +17,8 @@ void print(const QString &text);
 /// Green or red on a terminal, unless NO_COLOR is set.
 QString coloured(const QString &text, bool isGood);
 
-/// Headers and body of the request (>), and of the answer (<) where there was one, indented; empty when there
-/// is nothing to show. Long bodies are cut.
+/// Headers and body of the request (>), and of the answer (<) where there was one, indented; empty
+/// when there is nothing to show. Long bodies are cut.
 QString quoted(const rig::Traffic &traffic);
 
 } // namespace stand

@@ -38,7 +38,8 @@ void collect(const QJsonValue &value, const QString &place, QList<Leaf> &leaves)
     }
 }
 
-/// The values of a JSON or XML body, or of a form. Numbers of an XML element's kind are texts like all else.
+/// The values of a JSON or XML body, or of a form. Numbers of an XML element's kind are texts like
+/// all else.
 QList<Leaf> leavesOf(const QByteArray &body)
 {
     QList<Leaf> leaves;
@@ -293,8 +294,8 @@ void TypeStand::chooseStory(const QList<ScenarioSource> &sources)
         }
     }
 
-    // What goes well comes first, then what begins like the sample and stays in the state, then what tells it
-    // soonest, then what is short.
+    // What goes well comes first, then what begins like the sample and stays in the state, then
+    // what tells it soonest, then what is short.
     const auto rank = [&](const Exchanges &told) {
         const bool beginsAlike =
             !told.list.isEmpty() && !stories[sample].list.isEmpty()
@@ -360,8 +361,8 @@ int TypeStand::stepOf(const rig::ArrivedRequest &request) const
         if (lastPartOf(exchange.request) == lastPartOf(request.target))
             score += 4;
         score += 4 * likeness(bodyOf(exchange), request.body);
-        // A request that comes once more is the same step of another attempt, unless the scenario itself has
-        // it more than once.
+        // A request that comes once more is the same step of another attempt, unless the scenario
+        // itself has it more than once.
         for (qsizetype other = 0; other < met.size(); ++other) {
             if (met[other] == identityOf(request) && story.list[other].request == exchange.request)
                 score += 5;

@@ -17,8 +17,8 @@ struct TypeOptions
 {
     QString type = {};
     quint16 port = 0;
-    /// The state that the service tells. `DECLINED` plays the scenario that tells it in place of the sample;
-    /// `refundStatus=DECLINED` has every answer that has this place tell it.
+    /// The state that the service tells. `DECLINED` plays the scenario that tells it in place of
+    /// the sample; `refundStatus=DECLINED` has every answer that has this place tell it.
     QString state = {};
     /// The status of every answer, with an empty body unless `answer` gives one.
     std::optional<int> status = {};
@@ -29,17 +29,19 @@ struct TypeOptions
     int failingSeconds = 0;
 };
 
-/// Plays the outside service of one message type on a port of 127.0.0.1 for rows of the caller's own: whatever
-/// their addresses and bodies are, each request is answered as the scenario's exchange that it matches.
-/// Which one that is, is told from the verb, the order, and what else the request has in common with it.
-/// All operations throw ScenarioError. Thread: the one that has the application's event loop.
+/// Plays the outside service of one message type on a port of 127.0.0.1 for rows of the caller's
+/// own: whatever their addresses and bodies are, each request is answered as the scenario's
+/// exchange that it matches. Which one that is, is told from the verb, the order, and what else the
+/// request has in common with it. All operations throw ScenarioError. Thread: the one that has the
+/// application's event loop.
 class TypeStand
 {
 public:
     TypeStand(const QString &scenarios, const TypeOptions &options);
     ~TypeStand();
 
-    /// Listens, and prints what is played and everything that arrives, as long as the event loop runs.
+    /// Listens, and prints what is played and everything that arrives, as long as the event loop
+    /// runs.
     void start();
     quint16 port() const;
 

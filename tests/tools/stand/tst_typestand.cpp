@@ -34,8 +34,8 @@ private Q_SLOTS:
 
 private:
     void write(const QString &path, const QByteArray &content);
-    /// The settings, files and rows of the type's sample, with addresses that no scenario has: all paths
-    /// begin with /own/place.
+    /// The settings, files and rows of the type's sample, with addresses that no scenario has: all
+    /// paths begin with /own/place.
     void putSample(const ScenarioSource &source, quint16 port);
     void put(const QString &type, const QByteArray &body);
     void startService();
@@ -183,8 +183,8 @@ void TestTypeStand::statesDecide()
 
 void TestTypeStand::rowsOfSeveralAddresses()
 {
-    // Four requests of one verb, told apart by their order alone: in one row by addresses of its own, in another
-    // one by nothing else.
+    // Four requests of one verb, told apart by their order alone: in one row by addresses of its
+    // own, in another one by nothing else.
     const QString type = u"platiqr"_s;
     TypeStand stand(scenarios, {.type = type});
     stand.start();
