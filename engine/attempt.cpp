@@ -25,6 +25,8 @@ Attempt::Attempt(const Message &message, const QStringList &references)
 
 void Attempt::exchangeEnded(const http::ExchangeReport &report)
 {
+    // A word is said on the way out, so this one was of an earlier step.
+    word.reset();
     lastExchange = report;
     if (firstPath.isEmpty())
         firstPath = report.path;

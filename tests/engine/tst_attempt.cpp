@@ -44,6 +44,7 @@ class TestAttempt : public QObject
 private Q_SLOTS:
     void outcomes_data();
     void outcomes();
+    void wordIsOfItsStep();
     void messageIsNamed();
     void keysNameTheMessage();
     void firstPathNamesTheMessage();
@@ -94,6 +95,21 @@ void TestAttempt::outcomes()
     const QString text = u"%1 %2 %3 %4"_s.arg(nameOf(outcome.verdict), nameOf(outcome.kind),
                                               QString::number(outcome.status), outcome.text);
     QTEST(text, "expected");
+}
+
+void TestAttempt::wordIsOfItsStep()
+{
+    Attempt attempt(message(7));
+    http::tellObserver(answered);
+    attempt.say(Verdict::Dropped, u"отказ"_s, FailureKind::Service);
+    http::tellObserver(answered);
+    QCOMPARE(attempt.outcome(true).verdict, Verdict::Delivered);
+    QCOMPARE(attempt.outcome(true).text, QString());
+
+    attempt.say(Verdict::Kept, u"код 217"_s, FailureKind::Service);
+    http::tellObserver(refused);
+    QCOMPARE(attempt.outcome(false).kind, FailureKind::Network);
+    QCOMPARE(attempt.outcome(false).text, u"нет соединения"_s);
 }
 
 void TestAttempt::messageIsNamed()
