@@ -89,6 +89,10 @@ const QSet<QString> ordinaryTexts{
     u"строка пропущена"_s,
     // What the reason of an outcome says for a state or a code that a reply lacks.
     u"не указано"_s,
+    // What the reason of an outcome says for a refusal.
+    u"сервис отказал"_s,
+    u"сервис отказал: %1"_s,
+    u"сервис отказал, повтор не предусмотрен"_s,
 };
 
 /// The files whose warnings are not those of a single message type.

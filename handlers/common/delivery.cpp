@@ -1,5 +1,6 @@
 #include "handlers/common/delivery.h"
 
+#include "engine/basichandler.h"
 #include "shared/core/mockfactory.h"
 #include "shared/net/httpparams.h"
 
@@ -95,6 +96,18 @@ bool succeeded(const http::Response &response, Log4Qt::Logger &logger)
         return true;
     logSendError(logger, response.errorText);
     return false;
+}
+
+bool finishedByAnyAnswer(BasicHandler &handler, const RestClient &client)
+{
+    if (succeeded(client))
+        return true;
+    return !client.isNetworkError() && handler.giveUp(u"сервис отказал, повтор не предусмотрен"_s);
+}
+
+QString refusalText(const QString &explanation)
+{
+    return explanation.isEmpty() ? u"сервис отказал"_s : u"сервис отказал: %1"_s.arg(explanation);
 }
 
 void logSendError(Log4Qt::Logger &logger, const tr::Tr &errorText)

@@ -6,6 +6,8 @@
 
 #include <memory>
 
+class BasicHandler;
+
 namespace Log4Qt {
 class Logger;
 }
@@ -33,6 +35,13 @@ bool succeeded(const RestClient &client);
 /// The same, and the failure line that most handlers write.
 bool succeeded(const RestClient &client, Log4Qt::Logger &logger);
 bool succeeded(const http::Response &response, Log4Qt::Logger &logger);
+
+/// The judgement of a type that any whole answer finishes: a refusal gives the message up. False: no whole
+/// answer came.
+bool finishedByAnyAnswer(BasicHandler &handler, const RestClient &client);
+
+/// That the service has refused, with its own explanation where there is one.
+QString refusalText(const QString &explanation);
 
 /// The line that most handlers log when a request has failed.
 void logSendError(Log4Qt::Logger &logger, const tr::Tr &errorText);

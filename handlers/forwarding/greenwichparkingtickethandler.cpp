@@ -44,8 +44,10 @@ bool GreenwichParkingTicketHandler::sendMessage(const Message &message)
     client->send(serder::deserialize<http::Params>(message.body));
 
     const http::Response response = client->response();
-    if (response.status == 200 || isExplainedRefusal(response))
+    if (response.status == 200)
         return true;
+    if (isExplainedRefusal(response))
+        return giveUp(refusalText(response.responseObject().value(u"message"_s).toString()));
     logSendError(*logger(), response.errorText);
-    return !response.isNetworkError();
+    return finishedByAnyAnswer(*this, *client);
 }

@@ -18,7 +18,7 @@ bool SetOmniHandler::sendMessage(const Message &message)
     const QByteArray document = xmlutils::rewritten(messageValue<QString>(message, u"body"_s));
     if (document.isEmpty()) {
         logger()->error(u"Некорректный xml-запрос"_s);
-        return false;
+        return keep(u"в сообщении нет правильного документа XML"_s, http::FailureKind::Request);
     }
     PreparedRequest request = readRequest(message);
     request.body = document;
@@ -27,7 +27,7 @@ bool SetOmniHandler::sendMessage(const Message &message)
         logger()->info(u"Ошибка при отправке запроса: %1"_s, client->errorText().ru());
         return false;
     }
-    return isWellFormed(client->responseBody());
+    return isWellFormed(client->responseBody()) || keep(u"ответ не прочитан"_s);
 }
 
 bool SetOmniHandler::isWellFormed(const QByteArray &reply) const

@@ -23,5 +23,5 @@ SoftCheckHandler::SoftCheckHandler()
 bool SoftCheckHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
-    return !sendRequest(*logger(), readRequest(message, rules))->isNetworkError();
+    return finishedByAnyAnswer(*this, *sendRequest(*logger(), readRequest(message, rules)));
 }

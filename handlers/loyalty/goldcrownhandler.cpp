@@ -23,7 +23,7 @@ bool GoldCrownHandler::sendMessage(const Message &message)
     const QString pem =
         prepareCertificate(messageValue<QString>(message, u"certificatePath"_s), password);
     if (pem.isEmpty())
-        return false;
+        return keep(u"нет сертификата для соединения"_s, http::FailureKind::Certificate);
     client->setCertificatePath(pem);
     client->setCertificatePassword(password);
 
@@ -38,12 +38,12 @@ bool GoldCrownHandler::parseReply(const QByteArray &reply)
     const QDomElement status = xmlutils::firstElement(document, u"status"_s);
     if (status.isNull()) {
         logger()->warn(u"Некорректный ответ от сервера, отсутствует поле status"_s);
-        return false;
+        return keep(u"в ответе нет поля status"_s);
     }
     const QDomElement code = xmlutils::firstElement(status, u"code"_s);
     if (code.isNull()) {
         logger()->warn(u"Некорректный ответ от сервера, отсутствует поле code"_s);
-        return false;
+        return keep(u"в ответе нет поля code"_s);
     }
     // A text that is no number reads as 0, and 0 is success.
     const int value = code.text().toInt();
@@ -60,7 +60,8 @@ bool GoldCrownHandler::parseReply(const QByteArray &reply)
     logger()->warn(u"Код ошибки: %1"_s, value);
     if (!description.isNull())
         logger()->warn(u"Сообщение об ошибке: %1"_s, description.text());
-    return isAllowed;
+    return isAllowed ? giveUp(u"допустимая ошибка, код %1"_s.arg(value))
+                     : keep(u"код ошибки %1"_s.arg(value));
 }
 
 void GoldCrownHandler::onAllowedError(const QString &description)

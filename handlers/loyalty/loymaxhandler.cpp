@@ -2,6 +2,7 @@
 
 #include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
+#include "handlers/common/replyword.h"
 #include "handlers/loyalty/loymaxsettings.h"
 #include "shared/core/basicexception.h"
 #include "shared/core/singleton.h"
@@ -38,7 +39,7 @@ bool LoymaxHandler::sendMessage(const Message &message)
                                                            {u"ChequeLine"_s, u"Correction"_s});
         if (uncorrected.isEmpty()) {
             logger()->error(u"Некорректный xml-запрос"_s);
-            return false;
+            return keep(u"в сообщении нет правильного документа XML"_s, http::FailureKind::Request);
         }
         request.body = uncorrected;
         sendRequest(*client, request);
@@ -68,6 +69,7 @@ LoymaxReply LoymaxHandler::parseReply(const http::Response &response)
         element = xmlutils::firstElement(document, u"RefundResponse"_s);
     if (element.isNull()) {
         logger()->warn(u"Некорректный ответ от сервера"_s);
+        reply.done = keep(u"в ответе нет известного элемента"_s);
         return reply;
     }
 
@@ -80,7 +82,7 @@ LoymaxReply LoymaxHandler::parseReply(const http::Response &response)
     if (code == u"207") {
         logger()->warn(
             u"Ранее запрос уже был успешно доставлен на сервер. Сообщение будет удалено из очереди"_s);
-        reply.done = true;
+        reply.done = doneBefore(u"запрос был доставлен ранее"_s);
         return reply;
     }
     logger()->warn(u"Код ошибки: %1"_s, code);
@@ -90,7 +92,9 @@ LoymaxReply LoymaxHandler::parseReply(const http::Response &response)
     if (settings::loymax::uncriticalErrors.value().contains(code)) {
         logger()->warn(
             u"Метод выполнен с допустимой ошибкой, сообщение будет удалено из очереди"_s);
-        reply.done = true;
+        reply.done = giveUp(u"допустимая ошибка, код %1"_s.arg(code));
+    } else {
+        reply.done = keep(u"код ошибки: %1"_s.arg(shownWord(code)));
     }
     return reply;
 }

@@ -36,7 +36,7 @@ bool ManzanaHandler::parseReply(const QByteArray &reply)
     const QDomElement element = xmlutils::firstElement(document, u"ReturnCode"_s);
     if (element.isNull()) {
         logger()->warn(u"Некорректный ответ от сервера, отсутствует поле ReturnCode"_s);
-        return false;
+        return keep(u"в ответе нет поля ReturnCode"_s);
     }
     const int code = element.text().toInt(); // no number reads as 0, and 0 is success
     if (code == success || code == alsoSuccess)
@@ -45,10 +45,10 @@ bool ManzanaHandler::parseReply(const QByteArray &reply)
     const QString text = xmlutils::getValueByTag(document, u"Message"_s, 0);
     if (code == operationForbidden && text == u"Операция запрещена по статусу карты") {
         logger()->warn(u"Сообщение об ошибке: %1, сообщение будет удалено"_s, text);
-        return true;
+        return giveUp(refusalText(text));
     }
     logger()->warn(u"Код ошибки: %1"_s, code);
     if (!text.isEmpty())
         logger()->warn(u"Сообщение об ошибке: %1"_s, text);
-    return false;
+    return keep(u"код ошибки %1"_s.arg(code));
 }

@@ -73,7 +73,8 @@ bool ManzanaLoyaltyOnlineHandler::parseReply(const QByteArray &reply)
     if (!code.isEmpty() && (value < 1 || value == alsoSuccess))
         return true;
     logger()->error(u"Ошибка %1"_s, xmlutils::getValueByTag(document, u"Message"_s, 0));
-    return false;
+    return code.isEmpty() ? keep(u"в ответе нет поля ReturnCode"_s)
+                          : keep(u"код ошибки %1"_s.arg(value));
 }
 
 bool ManzanaLoyaltyOnlineHandler::hasChequeDate(const QDomDocument &request)

@@ -3,6 +3,7 @@
 #include "handlers/common/certificates.h"
 #include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
+#include "handlers/common/replyword.h"
 #include "handlers/loyalty/spasibosettings.h"
 #include "shared/net/httpparams.h"
 #include "shared/net/httpresponse.h"
@@ -80,7 +81,7 @@ bool SpasiboHandler::sendMessage(const Message &message)
     const auto params = serder::deserialize<http::Params>(message.body);
     if (!params.url.isValid()) {
         logger()->error(u"Некорректный url в сообщении очереди"_s);
-        return true;
+        return giveUp(u"в сообщении нет правильного адреса"_s);
     }
 
     const auto client = createClient(*logger());
@@ -92,7 +93,7 @@ bool SpasiboHandler::sendMessage(const Message &message)
             convertCertificate(*logger(), certificatePath, password, certificateRules());
         // A request without its certificate could be refused for good, and the purchase would be lost.
         if (certificate.isRefused)
-            return false;
+            return keep(u"файл сертификата могут менять другие"_s, http::FailureKind::Certificate);
         // Where there is none, the request goes out without one: whether the service wants it is for the
         // service to say.
         client->setCertificatePath(certificate.pem);
@@ -125,16 +126,18 @@ bool SpasiboHandler::classifyReply(const Message &message, const http::Response 
     const QString label = errorCode.isEmpty() ? status : u"%1 (%2)"_s.arg(status, errorCode);
     if (!isRetried(response.status, errorCode)) {
         logger()->warn(u"HTTP %1 — сообщение будет удалено из очереди (не retry)"_s, label);
-        return true;
+        return giveUp(u"сервис отказал окончательно: HTTP %1"_s.arg(shownWord(label)));
     }
     if (attempt < sendLimit) {
         logger()->warn(u"HTTP %1 — сообщение останется в очереди для повтора (попытка %2/%3)"_s.arg(
             label, QString::number(attempt), QString::number(sendLimit)));
-        return false;
+        return keep(u"HTTP %1, попытка %2 из %3"_s.arg(shownWord(label), QString::number(attempt),
+                                                       QString::number(sendLimit)));
     }
     logger()->warn(u"HTTP %1 — достигнут send_limit=%2, сообщение будет удалено из очереди"_s.arg(
         label, QString::number(sendLimit)));
-    return true;
+    return giveUp(u"исчерпаны попытки отправки: %1, HTTP %2"_s.arg(QString::number(sendLimit),
+                                                                   shownWord(label)));
 }
 
 bool SpasiboHandler::isRetried(int httpStatus, const QString &errorCode) const

@@ -1,5 +1,6 @@
 #include "handlers/loyalty/tallobonushandler.h"
 
+#include "handlers/common/delivery.h"
 #include "handlers/common/messagevalue.h"
 
 #include <log4qt/logger.h>
@@ -43,7 +44,7 @@ bool TalloBonusHandler::sendMessage(const Message &message)
     const auto method = messageValue<QString>(message, u"method"_s);
     if (!methods.contains(method)) {
         logger()->warn(u"Неподдерживаемый метод '%1'"_s, method);
-        return false;
+        return keep(u"неизвестный метод сообщения"_s, http::FailureKind::Request);
     }
 
     const TalloBonusMessage bonusMessage(message);
@@ -52,6 +53,7 @@ bool TalloBonusHandler::sendMessage(const Message &message)
         methods.value(method)(bonusMessage);
     } catch (const BonusUncriticalException &error) {
         logger()->warn(error.tr().ru());
+        return giveUp(refusalText(error.tr().ru()));
     } catch (...) {
         // Whatever goes wrong on the way to the bonus server, the message gets another try.
         return false;

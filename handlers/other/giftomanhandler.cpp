@@ -41,14 +41,15 @@ bool GiftomanHandler::sendMessage(const Message &message)
         const QVariantMap reply = client->responseVariant().toMap();
         if (isInternalError(reply)) {
             logger()->error(u"Внутрення ошибка сервера"_s);
-            return false;
+            return keep(u"внутренняя ошибка сервиса"_s);
         }
         // The last reply is not asked for its id any more: the service has had its chances.
         if (attempt == attemptLimit) {
             logger()->error(u"Ошибочный ответ от сервера"_s);
-            return true;
+            return giveUp(u"исчерпаны попытки, третий ответ не рассматривается"_s);
         }
-        if (reply.value(u"result"_s).toMap().value(u"id"_s).toString() != u"0")
-            return true;
+        if (reply.value(u"result"_s).toMap().value(u"id"_s).toString() == u"0")
+            continue;
+        return !reply.contains(u"error"_s) || giveUp(u"сервис ответил ошибкой"_s);
     }
 }

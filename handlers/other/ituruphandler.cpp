@@ -33,7 +33,9 @@ bool IturupHandler::sendMessage(const Message &message)
         return false;
     }
     const QJsonObject reply = response.responseObject();
-    if (!reply.value(u"success"_s).toBool())
-        logger()->error(reply.value(u"message"_s).toString());
-    return true;
+    if (reply.value(u"success"_s).toBool())
+        return true;
+    const QString explanation = reply.value(u"message"_s).toString();
+    logger()->error(explanation);
+    return giveUp(refusalText(explanation));
 }

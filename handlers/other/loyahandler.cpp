@@ -37,7 +37,8 @@ bool LoyaHandler::sendMessage(const Message &message)
         .timeoutSeconds = 10,
     };
     const auto client = createClient(*logger(), request);
-    for (const QUrl &url : chainOf(messageValue<QVariantMap>(message, u"urls"_s))) {
+    const QList<QUrl> chain = chainOf(messageValue<QVariantMap>(message, u"urls"_s));
+    for (const QUrl &url : chain) {
         request.url = url;
         sendRequest(*client, request);
         if (!succeeded(*client, *logger()))
@@ -45,5 +46,5 @@ bool LoyaHandler::sendMessage(const Message &message)
         request.body = client->responseBody();
     }
     logger()->info(u"Последовательность запросов выполнена успешно"_s);
-    return true;
+    return !chain.isEmpty() || giveUp(u"в сообщении нет ни одного адреса"_s);
 }

@@ -38,21 +38,22 @@ bool MegarHandler::parseReply(const QByteArray &reply)
     if (document.isNull()) {
         logger()->warn(u"Не удалось интерпретировать ответ от сервера([%1, %2] %3)"_s.arg(
             QString::number(error.line), QString::number(error.column), error.message));
-        return false;
+        return keep(u"ответ не прочитан"_s);
     }
     const QDomElement root = document.documentElement();
     const QDomElement result = xmlutils::firstElement(root, u"Rspn"_s);
     if (result.isNull()) {
         logger()->warn(u"Не найден результат обработки транзакции"_s);
-        return false;
+        return keep(u"в ответе нет поля Rspn"_s);
     }
     if (result.text() == u"APPR")
         return true;
     // An absent reason reads as 0, and so does one that is no number: neither is on the list.
-    if (isHandledBefore(xmlutils::getValueByTag(root, u"RspnRsn"_s, 0).toInt())) {
+    const int reason = xmlutils::getValueByTag(root, u"RspnRsn"_s, 0).toInt();
+    if (isHandledBefore(reason)) {
         logger()->warn(u"Транзакция была обработана ранее, удаляем сообщение из очереди"_s);
-        return true;
+        return doneBefore(u"транзакция была обработана ранее"_s);
     }
     logger()->warn(u"Операция не выполнена"_s);
-    return false;
+    return keep(u"операция не выполнена, код %1"_s.arg(reason));
 }

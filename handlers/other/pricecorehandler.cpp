@@ -14,13 +14,13 @@ constexpr RequestRules rules{
     .timeout = Timeout::unset(),
 };
 
-bool sendObject(const Message &message, Log4Qt::Logger &logger)
+bool sendObject(BasicHandler &handler, const Message &message)
 {
-    const auto client = sendRequest(logger, readRequest(message, rules));
+    const auto client = sendRequest(*handler.logger(), readRequest(message, rules));
     // Only now, when the request is made, as everywhere in the till: it holds for what the client may still
     // log. The line of the request masks such a name by itself.
     client->setSecretHeaders({u"X-Api-Auth-Token"_s});
-    return !client->response().isNetworkError();
+    return finishedByAnyAnswer(handler, *client);
 }
 
 } // namespace
@@ -38,15 +38,15 @@ bool PriceCoreHandler::sendMessage(const Message &message)
         return sendPrizeApi(message);
     if (subtype == u"metropolia")
         return sendMetropolia(message);
-    return true;
+    return giveUp(u"неизвестный вид сообщения"_s);
 }
 
 bool PriceCoreHandler::sendPrizeApi(const Message &message)
 {
-    return sendObject(message, *logger());
+    return sendObject(*this, message);
 }
 
 bool PriceCoreHandler::sendMetropolia(const Message &message)
 {
-    return sendObject(message, *logger());
+    return sendObject(*this, message);
 }

@@ -25,7 +25,8 @@ bool PriorityApiHandler::sendMessage(const Message &message)
     const QVariantMap reply = client->responseVariant().toMap();
     if (!reply.contains(u"code"_s)) {
         logger()->warn(u"Некорректный ответ от сервера, отсутствует обязательное поле 'code'"_s);
-        return false;
+        return keep(u"в ответе нет поля code"_s);
     }
-    return reply.value(u"code"_s).toInt() == 0;
+    const int code = reply.value(u"code"_s).toInt();
+    return code == 0 || keep(u"код ошибки %1"_s.arg(code));
 }

@@ -22,9 +22,7 @@ bool RSLoyaltyHandler::sendMessage(const Message &message)
     if (parseReply(messageValue<QString>(message, u"request"_s), client->statusCode(),
                    client->responseBody()))
         return true;
-    if (!succeeded(*client))
-        logSendError(*logger(), client->errorText());
-    return false;
+    return succeeded(*client, *logger()) && keep(u"сервис не подтвердил операцию"_s);
 }
 
 bool RSLoyaltyHandler::parseReply(const QString &request, int status, const QByteArray &reply)
@@ -39,5 +37,5 @@ bool RSLoyaltyHandler::parseReply(const QString &request, int status, const QByt
     if (fault != u"Дисконтная карта не активирована" && fault != u"Дисконтная карта не найдена")
         return false;
     logger()->warn(u"Сообщение об ошибке: %1, сообщение будет удалено"_s, fault);
-    return true;
+    return giveUp(refusalText(fault));
 }

@@ -37,16 +37,16 @@ bool CountersHandler::sendMessage(const Message &message)
     const auto client = sendRequest(*logger(), request);
     if (succeeded(*client))
         return true;
-    // The question may go out by another client; what is logged is the refusal of this one.
-    const tr::Tr errorText = client->errorText();
+    // The question is an exchange of its own; what is told is the failure of this one.
+    const http::Response failure = client->response();
     // A refusal of an operation that the service may have already.
-    if (client->errorCode() == http::badRequestError) {
+    if (failure.errorCode == http::badRequestError) {
         const QJsonObject object = QJsonDocument::fromJson(operation).object();
         if (operationExists(request.url, object.value(u"operationId"_s).toString()))
-            return true;
+            return doneBefore(u"сервис уже принял операцию"_s);
     }
-    logSendError(*logger(), errorText);
-    return false;
+    logSendError(*logger(), failure.errorText);
+    return keep(failure.errorText.ru(), failure.kind());
 }
 
 bool CountersHandler::operationExists(const QUrl &url, const QString &operationId)

@@ -24,5 +24,5 @@ DeferredCheckHandler::DeferredCheckHandler()
 bool DeferredCheckHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
-    return !sendRequest(*logger(), readRequest(message, rules))->isNetworkError();
+    return finishedByAnyAnswer(*this, *sendRequest(*logger(), readRequest(message, rules)));
 }

@@ -42,7 +42,7 @@ bool EpsHandler::sendMessage(const Message &message)
     if (!connectSocket(socket, messageValue<QString>(message, u"host"_s), port,
                        QDeadlineTimer(waitMs))) {
         logger()->warn(u"Не удалось подключиться к серверу"_s);
-        return false;
+        return keep(u"нет соединения с сервером"_s, http::FailureKind::Network);
     }
     socket.write(frame);
     socket.waitForBytesWritten(waitMs);
@@ -50,7 +50,7 @@ bool EpsHandler::sendMessage(const Message &message)
     // whatever its words, belongs to exactly this end.
     const QByteArray answer = socket.readAll();
     if (markOf(answer) != markOf(frame))
-        return false;
+        return keep(answer.isEmpty() ? u"ответ ещё не пришёл"_s : u"метка в ответе не совпала"_s);
     logger()->warn(u"Некорректный ответ от сервера"_s);
     return true;
 }

@@ -30,14 +30,15 @@ QString logIn(RestClient &client, const QString &url, const QString &credentials
 }
 
 /// Judges the client's last exchange.
-bool isDone(const RestClient &client, Log4Qt::Logger &logger)
+bool isDone(BasicHandler &handler, const RestClient &client)
 {
+    Log4Qt::Logger &logger = *handler.logger();
     if (!succeeded(client, logger))
         return false;
     const QJsonDocument reply = client.responseJson();
     if (reply.isEmpty()) {
         logger.error(u"Нет связи с сервисом"_s);
-        return false;
+        return handler.keep(u"ответ пуст или не прочитан"_s);
     }
     if (!reply.object().contains(u"error"_s))
         return true;
@@ -46,7 +47,7 @@ bool isDone(const RestClient &client, Log4Qt::Logger &logger)
     const QString text = error.value(u"message"_s).toString(u"Ошибка при работе с ФР"_s);
     const QString code = QString::number(error.value(u"code"_s).toInt());
     logger.error(u"Код: %1, ошибка: %2"_s.arg(code, text));
-    return false;
+    return handler.keep(u"код ошибки %1: %2"_s.arg(code, text));
 }
 
 } // namespace
@@ -70,5 +71,5 @@ bool FrCashboxHandler::sendMessage(const Message &message)
                                logIn(*client, base, messageValue<QString>(message, u"auth"_s)));
         sendRequest(*client, request);
     }
-    return isDone(*client, *logger());
+    return isDone(*this, *client);
 }

@@ -27,8 +27,8 @@ constexpr RequestRules rules{
     .timeout = Timeout::fromMessage(10),
 };
 
-/// The service has marked these goods down already.
-constexpr int doneBeforeError = -2;
+/// Finishes the message although it is a failure.
+constexpr int allowedError = -2;
 
 } // namespace
 
@@ -46,8 +46,8 @@ bool MarkdownHandler::sendMessage(const Message &message)
     if (!client->hasResponse())
         return false;
     const QJsonObject reply = client->responseJson().object();
-    if (reply.value(u"errorCode"_s).toInt() != doneBeforeError)
+    if (reply.value(u"errorCode"_s).toInt() != allowedError)
         return false;
     logger()->warn(u"Метод выполнен с допустимой ошибкой, сообщение будет удалено из очереди"_s);
-    return true;
+    return giveUp(u"допустимая ошибка, код %1"_s.arg(allowedError));
 }

@@ -36,5 +36,5 @@ OnlinecheckHandler::OnlinecheckHandler()
 bool OnlinecheckHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
-    return !sendRequest(*logger(), readRequest(message, rules))->isNetworkError();
+    return finishedByAnyAnswer(*this, *sendRequest(*logger(), readRequest(message, rules)));
 }

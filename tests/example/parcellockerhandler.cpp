@@ -32,5 +32,6 @@ bool ParcelLockerHandler::sendMessage(const Message &message)
     if (reply.value(u"opened"_s).toBool())
         return true;
     logger()->warn(u"Ячейка не открыта"_s);
-    return !reply.value(u"retry"_s).toBool(true);
+    return reply.value(u"retry"_s).toBool(true) ? keep(u"ячейка не открыта"_s)
+                                                : giveUp(u"ячейка пуста"_s);
 }

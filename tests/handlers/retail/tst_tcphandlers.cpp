@@ -170,7 +170,7 @@ void TstTcpHandlers::epsRefused()
 {
     QFETCH(QString, message);
     const LogCapture log(u"eps"_s);
-    QVERIFY(!deliver(u"eps"_s, message));
+    QCOMPARE(outcomeOf(u"eps"_s, message), u"kept network: нет соединения с сервером"_s);
     QCOMPARE(log.lines(), (QStringList{opening, noServer}));
 }
 
@@ -197,7 +197,7 @@ void TstTcpHandlers::epsEqualMarks()
     bool isDone = false;
     while (!isDone && timer.elapsed() < 60'000) {
         const LogCapture log(u"eps"_s);
-        isDone = deliver(u"eps"_s, eps(frame, server.port));
+        isDone = outcomeOf(u"eps"_s, eps(frame, server.port)) == u"delivered";
         QCOMPARE(log.lines(), isDone ? (QStringList{opening, strange}) : QStringList{opening});
     }
     QVERIFY(isDone);
@@ -226,7 +226,8 @@ void TstTcpHandlers::epsOtherAnswers()
         QElapsedTimer timer;
         timer.start();
         while (!differs && timer.elapsed() < 60'000)
-            differs = !deliver(u"eps"_s, eps(frame, server.port));
+            differs = outcomeOf(u"eps"_s, eps(frame, server.port))
+                      == u"kept service: метка в ответе не совпала";
         QVERIFY(differs);
         return;
     }
@@ -253,7 +254,8 @@ void TstTcpHandlers::epsWithoutAnswer()
     LoopbackServer server;
     server.play({LoopbackServer::silence()});
     const LogCapture log(u"eps"_s);
-    QVERIFY(!deliver(u"eps"_s, eps(u"abc12345678"_s, server.port())));
+    QCOMPARE(outcomeOf(u"eps"_s, eps(u"abc12345678"_s, server.port())),
+             u"kept service: ответ ещё не пришёл"_s);
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
@@ -313,7 +315,7 @@ void TstTcpHandlers::dsslDelivers()
     LoopbackServer server;
     server.play({LoopbackServer::silence()});
     const LogCapture log(u"dssl"_s);
-    QVERIFY(deliver(u"dssl"_s, dssl(server.port())));
+    QCOMPARE(outcomeOf(u"dssl"_s, dssl(server.port())), u"delivered"_s);
     QTRY_COMPARE(server.received(), u"<к %1>"_s.toUtf8());
     QCOMPARE(log.lines(), QStringList{opening});
 }
@@ -359,21 +361,25 @@ void TstTcpHandlers::dsslWithoutABody()
 void TstTcpHandlers::dsslRefused_data()
 {
     QTest::addColumn<QString>("message");
-    QTest::newRow("nobody listens") << dssl(LoopbackServer::unusedPort());
-    QTest::newRow("no port") << text({{u"url"_s, u"127.0.0.1"_s}});
-    QTest::newRow("no address") << text({{u"port"_s, 9}});
-    QTest::newRow("unknown host") << dssl(9, u"no.such.host.invalid"_s);
-    QTest::newRow("a URL is no host") << dssl(9, u"http://127.0.0.1/"_s);
-    QTest::newRow("port above 65535") << dssl(65537);
-    QTest::newRow("port below 0") << dssl(-1);
-    QTest::newRow("port no number") << u"{\"url\":\"127.0.0.1\",\"port\":\"x\"}"_s;
+    QTest::addColumn<QString>("kind");
+    const QString network = u"kept network"_s;
+    const QString request = u"kept request"_s;
+    QTest::newRow("nobody listens") << dssl(LoopbackServer::unusedPort()) << network;
+    QTest::newRow("no port") << text({{u"url"_s, u"127.0.0.1"_s}}) << request;
+    QTest::newRow("no address") << text({{u"port"_s, 9}}) << network;
+    QTest::newRow("unknown host") << dssl(9, u"no.such.host.invalid"_s) << network;
+    QTest::newRow("a URL is no host") << dssl(9, u"http://127.0.0.1/"_s) << network;
+    QTest::newRow("port above 65535") << dssl(65537) << request;
+    QTest::newRow("port below 0") << dssl(-1) << request;
+    QTest::newRow("port no number") << u"{\"url\":\"127.0.0.1\",\"port\":\"x\"}"_s << request;
 }
 
 void TstTcpHandlers::dsslRefused()
 {
     QFETCH(QString, message);
+    QFETCH(QString, kind);
     const LogCapture log(u"dssl"_s);
-    QVERIFY(!deliver(u"dssl"_s, message));
+    QCOMPARE(outcomeOf(u"dssl"_s, message).section(u':', 0, 0), kind);
     QCOMPARE(log.lines(),
              (QStringList{opening, u"INFO Не удалось установить соединение с сервером"_s}));
 }
