@@ -3,7 +3,9 @@
 #include "engine/cardmask.h"
 
 #include <QJsonDocument>
-#include <QJsonObject>
+#include <QVariantList>
+
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -12,21 +14,24 @@ namespace {
 /// A text of the till's may be longer than anybody searches for.
 constexpr qsizetype longestReference = 200;
 
-QVariant elementOf(const QVariant &value, const QString &key)
+/// What a part of a path names in the value: one element, or each of them for `*`.
+QVariantList elementsOf(const QVariant &value, const QString &key)
 {
     switch (value.typeId()) {
-    case QMetaType::QVariantMap:
-        return value.toMap().value(key);
+    case QMetaType::QVariantMap: {
+        const QVariantMap map = value.toMap();
+        return key == u"*" ? map.values() : QVariantList{map.value(key)};
+    }
     case QMetaType::QVariantList: {
+        const QVariantList list = value.toList();
         bool isNumber = false;
         const int index = key.toInt(&isNumber);
-        return isNumber ? value.toList().value(index) : QVariant();
+        if (isNumber)
+            return {list.value(index)};
+        return key == u"*" ? list : QVariantList();
     }
     case QMetaType::QString:
-        return QJsonDocument::fromJson(value.toString().toUtf8())
-            .object()
-            .toVariantMap()
-            .value(key);
+        return elementsOf(QJsonDocument::fromJson(value.toString().toUtf8()).toVariant(), key);
     default:
         return {};
     }
@@ -61,11 +66,14 @@ QString referenceOf(const QVariantMap &body, const QStringList &keys)
 {
     QStringList texts;
     for (const QString &path : keys) {
-        QVariant value = body;
+        QVariantList found{body};
         const QStringList parts = path.split(u'.');
-        for (const QString &key : parts)
-            value = elementOf(value, key);
-        const QString text = textOf(value);
+        for (const QString &key : parts) {
+            const QVariantList values = std::exchange(found, {});
+            for (const QVariant &value : values)
+                found.append(elementsOf(value, key));
+        }
+        const QString text = textOf(found);
         if (!text.isEmpty() && !texts.contains(text))
             texts.append(text);
     }
