@@ -1,4 +1,5 @@
 #include "engine/basichandler.h"
+#include "engine/reference.h"
 #include "handlers/handlertable.h"
 #include "shared/net/httpparams.h"
 #include "shared/net/preparedrequestbase.h"
@@ -182,6 +183,8 @@ private Q_SLOTS:
     void keysAreThoseThatAreRead();
     void preparedRequestReadsItsKeys();
     void keyIsFoundByPath();
+    void referenceIsInTheExample_data() { eachType(); }
+    void referenceIsInTheExample();
     void secretsAreMarked_data() { eachType(); }
     void secretsAreMarked();
     void bodiesOfScenariosAreKnown_data() { eachType(); }
@@ -372,6 +375,29 @@ void TestCatalogue::keyIsFoundByPath()
              u"orderStatusToken.headers.Authorization"_s);
     QCOMPARE(nameAt(u"orderStatus.headers.rquid"_s), u"orderStatus.headers.*"_s);
     QCOMPARE(nameAt(u"orderStatus.rquid"_s), QString());
+}
+
+void TestCatalogue::referenceIsInTheExample()
+{
+    for (const HandlerRow &row : handlerTable()) {
+        if (type().name != QString::fromUtf16(row.type))
+            continue;
+        const QStringList keys = QString::fromUtf16(row.references).split(u' ', Qt::SkipEmptyParts);
+        if (keys.isEmpty())
+            return;
+        // A message of `processing` may hold more than its handler reads.
+        const auto isKnown = [](const QString &key) {
+            return catalogue::keyAt(type(), key) || type().example.contains(key);
+        };
+        for (const QString &key : keys)
+            QVERIFY2(isKnown(key.section(u'.', 0, 0)), qPrintable(key));
+        const QString reference = referenceOf(type().example.toVariantMap(), keys);
+        QVERIFY(!reference.isEmpty());
+        const QJsonObject shown = catalogue::masked(type(), type().example);
+        QCOMPARE(referenceOf(shown.toVariantMap(), keys), reference);
+        return;
+    }
+    QFAIL("The type has no handler");
 }
 
 void TestCatalogue::secretsAreMarked()
