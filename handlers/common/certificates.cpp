@@ -52,8 +52,8 @@ std::optional<struct stat> statusOf(const QString &path)
     return status;
 }
 
-/// Anybody may put something into /tmp before the service does, and would then choose the certificate by
-/// which the till is known. Tells what speaks against using it; empty for nothing.
+/// Anybody may put something into /tmp before the service does, and would then choose the
+/// certificate by which the till is known. Tells what speaks against using it; empty for nothing.
 QString objectionTo(const struct stat &status)
 {
     if (S_ISLNK(status.st_mode))
@@ -144,8 +144,8 @@ Found lookAt(const QString &pem, Log4Qt::Logger &logger)
     return (status->st_mode & allRights) == unfinishedMode ? Found::Unfinished : Found::Ready;
 }
 
-/// One for each PEM file of the process. Two types with one certificate wait for each other's conversion,
-/// so that neither uses half a file.
+/// One for each PEM file of the process. Two types with one certificate wait for each other's
+/// conversion, so that neither uses half a file.
 std::shared_ptr<QMutex> conversionLock(const QString &pem)
 {
     static Guarded<QHash<QString, std::shared_ptr<QMutex>>> locks;
@@ -192,8 +192,8 @@ void leaveUnfinished(const QString &pem)
         ::chmod(native(pem).constData(), unfinishedMode);
 }
 
-/// Takes the mark away once the content is on the disk. Rights that the tool itself has given stay, unless
-/// the file is the service's alone.
+/// Takes the mark away once the content is on the disk. Rights that the tool itself has given stay,
+/// unless the file is the service's alone.
 bool finish(const QString &pem, bool isPrivate)
 {
     const int file = ::open(native(pem).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);

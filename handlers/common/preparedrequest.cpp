@@ -76,7 +76,8 @@ PreparedRequest readRequest(const Message &message, const RequestRules &rules)
 
 QUrl addressOf(const QString &text)
 {
-    // The messages of a type mostly go to one address, and taking it apart costs more than the headers do.
+    // The messages of a type mostly go to one address, and taking it apart costs more than the
+    // headers do.
     static thread_local QString lastText;
     static thread_local QUrl lastUrl;
     if (text != lastText) {

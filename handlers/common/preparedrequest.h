@@ -82,8 +82,8 @@ struct PreparedRequest
     Verb verb = Verb::Post;
     QUrl url = {};
     QHash<QString, QString> headers = {};
-    /// Bytes go out as they are, a document as compact JSON; a null document is no content. A POST of a
-    /// document names its content type when `headers` do not.
+    /// Bytes go out as they are, a document as compact JSON; a null document is no content. A POST
+    /// of a document names its content type when `headers` do not.
     std::variant<QByteArray, QJsonDocument> body = {};
     /// Empty: RestClient's own.
     std::optional<int> timeoutSeconds = {};
@@ -92,8 +92,8 @@ struct PreparedRequest
     QByteArray content() const;
 };
 
-/// The request that the message holds under `url`, `headers`, `body` and `timeout`. What is absent or of
-/// the wrong type reads as empty; an address that cannot be used is the client's to refuse.
+/// The request that the message holds under `url`, `headers`, `body` and `timeout`. What is absent
+/// or of the wrong type reads as empty; an address that cannot be used is the client's to refuse.
 PreparedRequest readRequest(const Message &message, const RequestRules &rules = {});
 
 /// The address in a text, read tolerantly, as the till writes it.
@@ -105,6 +105,6 @@ QUrl messageAddress(const Message &message, const QString &key);
 /// The headers of a request whose content type alone is set, to JSON in UTF-8.
 QHash<QString, QString> jsonContentType();
 
-/// Sets user name and password of an address, each as it stands. An address that cannot be read stays
-/// so: with a user name it would become readable, and it may be another server's.
+/// Sets user name and password of an address, each as it stands. An address that cannot be read
+/// stays so: with a user name it would become readable, and it may be another server's.
 void setCredentials(QUrl &url, const QString &user, const QString &password);

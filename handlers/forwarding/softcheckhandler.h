@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `softcheck` messages: the prepared array as JSON, in one POST. Any reply, with any status,
-/// finishes the message.
+/// Delivers `softcheck` messages: the prepared array as JSON, in one POST. Any reply, with any
+/// status, finishes the message.
 class SoftCheckHandler : public BasicHandler
 {
 public:

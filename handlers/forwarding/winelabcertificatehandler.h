@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `winelabcertificate` messages: the prepared bytes, in one POST. Only a reply whose status is
-/// `create` finishes the message.
+/// Delivers `winelabcertificate` messages: the prepared bytes, in one POST. Only a reply whose
+/// status is `create` finishes the message.
 class WinelabCertificateHandler : public BasicHandler
 {
 public:

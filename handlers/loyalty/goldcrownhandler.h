@@ -6,8 +6,9 @@
 #include <QList>
 #include <QString>
 
-/// Delivers `goldcrown`, `spasiboBatch` and `spasiboReverse` messages: the prepared bytes in one POST, over TLS with the till's certificate.
-/// The code in the XML reply decides whether the message is finished with.
+/// Delivers `goldcrown`, `spasiboBatch` and `spasiboReverse` messages: the prepared bytes in one
+/// POST, over TLS with the till's certificate. The code in the XML reply decides whether the
+/// message is finished with.
 class GoldCrownHandler : public BasicHandler
 {
 public:

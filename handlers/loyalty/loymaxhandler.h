@@ -14,12 +14,12 @@ struct LoymaxReply
     int errorCode = 0;
 };
 
-/// Delivers `loymax` messages: a prepared XML document in one POST. The `ErrorCode` of the reply decides. A
-/// request whose price corrections are refused is repeated once without them, and the transaction that
-/// a reply names is written to the card of the till's document.
+/// Delivers `loymax` messages: a prepared XML document in one POST. The `ErrorCode` of the reply
+/// decides. A request whose price corrections are refused is repeated once without them, and the
+/// transaction that a reply names is written to the card of the till's document.
 ///
-/// Settings: `Loymax:timeout` in seconds, read at the construction, and `Loymax:uncriticalErrors`, the codes
-/// that finish a message all the same, read for every reply.
+/// Settings: `Loymax:timeout` in seconds, read at the construction, and `Loymax:uncriticalErrors`,
+/// the codes that finish a message all the same, read for every reply.
 class LoymaxHandler : public BasicHandler
 {
 public:

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers messages to the Manzana service: a prepared XML document in one POST. The `ReturnCode` of the
-/// reply decides.
+/// Delivers messages to the Manzana service: a prepared XML document in one POST. The `ReturnCode`
+/// of the reply decides.
 class ManzanaHandler : public BasicHandler
 {
 public:

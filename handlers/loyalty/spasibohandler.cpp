@@ -91,11 +91,12 @@ bool SpasiboHandler::sendMessage(const Message &message)
         const auto password = messageValue<QString>(message, u"certificatePassword"_s);
         const ConvertedCertificate certificate =
             convertCertificate(*logger(), certificatePath, password, certificateRules());
-        // A request without its certificate could be refused for good, and the purchase would be lost.
+        // A request without its certificate could be refused for good, and the purchase would be
+        // lost.
         if (certificate.isRefused)
             return keep(u"файл сертификата могут менять другие"_s, http::FailureKind::Certificate);
-        // Where there is none, the request goes out without one: whether the service wants it is for the
-        // service to say.
+        // Where there is none, the request goes out without one: whether the service wants it is
+        // for the service to say.
         client->setCertificatePath(certificate.pem);
         client->setCertificatePassword(password);
         client->setPrivateKeyPath(messageValue<QString>(message, u"privateKeyPath"_s));
@@ -113,8 +114,8 @@ bool SpasiboHandler::classifyReply(const Message &message, const http::Response 
     if (response.status == 0 && !succeeded(response, *logger()))
         return false;
 
-    // Before the status is looked at: should the deletion of a delivered message fail, its row shows that
-    // the service has answered.
+    // Before the status is looked at: should the deletion of a delivered message fail, its row
+    // shows that the service has answered.
     const qint64 attempt = attemptNumber(message);
     if (dao)
         dao->updateStatusCode(message.id, QString::number(attempt));

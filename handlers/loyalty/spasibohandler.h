@@ -19,9 +19,10 @@ struct RetryRule
     bool operator==(const RetryRule &) const = default;
 };
 
-/// Delivers `spasibo` messages: the whole request that the till has prepared. An answer that a retry rule names keeps the message, until the service has answered
-/// `Spasibo:sendLimit` attempts; any other finishes it. Answered attempts are counted in the row's status
-/// code. Without an answer the message stays, and nothing is counted.
+/// Delivers `spasibo` messages: the whole request that the till has prepared. An answer that a
+/// retry rule names keeps the message, until the service has answered `Spasibo:sendLimit` attempts;
+/// any other finishes it. Answered attempts are counted in the row's status code. Without an answer
+/// the message stays, and nothing is counted.
 class SpasiboHandler : public BasicHandler
 {
 public:

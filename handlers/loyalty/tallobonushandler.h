@@ -9,9 +9,9 @@
 #include <functional>
 #include <memory>
 
-/// Delivers `tallobonus`, `tallocertificate` and `tallocoupon` messages: each names a method, and the
-/// operation of that name is carried out at the bonus server. A refusal that another attempt would not
-/// change finishes the message; a method that nobody knows keeps it.
+/// Delivers `tallobonus`, `tallocertificate` and `tallocoupon` messages: each names a method, and
+/// the operation of that name is carried out at the bonus server. A refusal that another attempt
+/// would not change finishes the message; a method that nobody knows keeps it.
 class TalloBonusHandler : public BasicHandler
 {
 public:
@@ -28,8 +28,8 @@ public:
     virtual void setAdditionalCardStatus(const TalloBonusMessage &message);
     /// Takes back what a session has credited, without a look at what is left of it.
     virtual void revertEarnBySessionId(const TalloBonusMessage &message);
-    /// Gives the client the message's settings. An endpoint holds for the messages behind, too, until
-    /// one names another.
+    /// Gives the client the message's settings. An endpoint holds for the messages behind, too,
+    /// until one names another.
     virtual void prepareClient(const TalloBonusMessage &message);
 
 protected:

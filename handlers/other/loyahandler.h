@@ -2,8 +2,9 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `loya` messages: a chain of up to three PUTs, each with the answer to the one before. After a
-/// failure the whole chain is due again, so the service sees its first links more than once.
+/// Delivers `loya` messages: a chain of up to three PUTs, each with the answer to the one before.
+/// After a failure the whole chain is due again, so the service sees its first links more than
+/// once.
 class LoyaHandler : public BasicHandler
 {
 public:

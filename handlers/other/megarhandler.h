@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `megar` and `rrsocial` messages: the prepared bytes in one POST. The XML reply must say that the
-/// transaction is approved, or that it was handled before.
+/// Delivers `megar` and `rrsocial` messages: the prepared bytes in one POST. The XML reply must say
+/// that the transaction is approved, or that it was handled before.
 class MegarHandler : public BasicHandler
 {
 public:

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `priorityapi` messages: a prepared text or a JSON object in one POST. The member `code` of the
-/// answer says whether it was taken.
+/// Delivers `priorityapi` messages: a prepared text or a JSON object in one POST. The member `code`
+/// of the answer says whether it was taken.
 class PriorityApiHandler : public BasicHandler
 {
 public:

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `rsloyalty` messages: the prepared bytes in one POST. The XML reply decides, by a result of its
-/// own for each kind of request or by the text of a fault.
+/// Delivers `rsloyalty` messages: the prepared bytes in one POST. The XML reply decides, by a
+/// result of its own for each kind of request or by the text of a fault.
 class RSLoyaltyHandler : public BasicHandler
 {
 public:

@@ -46,8 +46,8 @@ bool EpsHandler::sendMessage(const Message &message)
     }
     socket.write(frame);
     socket.waitForBytesWritten(waitMs);
-    // What has come by now, and nothing that comes later. Equal marks finish the message, and the warning,
-    // whatever its words, belongs to exactly this end.
+    // What has come by now, and nothing that comes later. Equal marks finish the message, and the
+    // warning, whatever its words, belongs to exactly this end.
     const QByteArray answer = socket.readAll();
     if (markOf(answer) != markOf(frame))
         return keep(answer.isEmpty() ? u"ответ ещё не пришёл"_s : u"метка в ответе не совпала"_s);

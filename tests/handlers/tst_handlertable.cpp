@@ -13,7 +13,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// What the till may write into the column `type`, in the order in which the rows stand, and who delivers it.
+/// What the till may write into the column `type`, in the order in which the rows stand, and who
+/// delivers it.
 struct Row
 {
     QString type;

@@ -59,9 +59,9 @@ QString hex(const QByteArray &content, QCryptographicHash::Algorithm algorithm)
 
 } // namespace
 
-/// Below a folder of its own, with a stand-in for `openssl` that is first on PATH: it writes down its
-/// arguments and the password variable, and does what the test tells it. It calls the real tool for the
-/// tests that look at what it makes.
+/// Below a folder of its own, with a stand-in for `openssl` that is first on PATH: it writes down
+/// its arguments and the password variable, and does what the test tells it. It calls the real tool
+/// for the tests that look at what it makes.
 class TstCertificates : public QObject
 {
     Q_OBJECT

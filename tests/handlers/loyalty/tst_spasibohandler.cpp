@@ -122,8 +122,8 @@ private:
     QString otherSource;
     QByteArray formerPath;
     QByteArray formerTemporary;
-    /// Below it the converted files; on PATH a script that writes down its arguments and then runs the
-    /// real tool.
+    /// Below it the converted files; on PATH a script that writes down its arguments and then runs
+    /// the real tool.
     std::unique_ptr<QTemporaryDir> folder;
 };
 
@@ -505,8 +505,8 @@ void TstSpasiboHandler::noCertificateStillSends()
     QCOMPARE(QDir(folder->filePath(u"tmp/spasibo-certs"_s)).entryList(QDir::Files), QStringList());
 }
 
-/// Without its own certificate the purchase could be refused for good, and it must not go out under that of
-/// a stranger.
+/// Without its own certificate the purchase could be refused for good, and it must not go out under
+/// that of a stranger.
 void TstSpasiboHandler::plantedFolderSendsNothing()
 {
     QVERIFY(QDir().mkpath(folder->filePath(u"elsewhere"_s)));

@@ -83,8 +83,8 @@ bool endsThePass(const QString &type)
 
 } // namespace
 
-/// Which messages of a type may overtake which, on real tables. Every case runs on SQLite and on a real
-/// server.
+/// Which messages of a type may overtake which, on real tables. Every case runs on SQLite and on a
+/// real server.
 class TstOrderedHandlers : public QObject
 {
     Q_OBJECT

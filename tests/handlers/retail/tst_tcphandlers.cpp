@@ -44,8 +44,8 @@ QString dssl(int port, const QString &host = u"127.0.0.1"_s)
     return text({{u"body"_s, u"<к %1>"_s}, {u"url"_s, host}, {u"port"_s, port}, {u"timeout"_s, 1}});
 }
 
-/// Accepts callers on a free port of 127.0.0.1 without a pause between two looks, and at once does with
-/// them what the test wants.
+/// Accepts callers on a free port of 127.0.0.1 without a pause between two looks, and at once does
+/// with them what the test wants.
 class QuickServer
 {
 public:
@@ -190,8 +190,8 @@ void TstTcpHandlers::epsEqualMarks()
     QFETCH(QString, frame);
     QFETCH(QByteArray, answer);
     const QuickServer server(answer);
-    // Only what has come by the time that the frame is written counts, so it may take several deliveries
-    // until an answer is quick enough.
+    // Only what has come by the time that the frame is written counts, so it may take several
+    // deliveries until an answer is quick enough.
     QElapsedTimer timer;
     timer.start();
     bool isDone = false;
