@@ -29,6 +29,24 @@ QList<JournalRow> rowsOf(const QSqlDatabase &database)
     return rows;
 }
 
+QStringList textsOf(const QSqlDatabase &database)
+{
+    QStringList texts;
+    const QStringList tables = database.tables();
+    for (const QString &table : tables) {
+        QSqlQuery query(database);
+        if (!query.exec(u"SELECT * FROM "_s + table))
+            throw Error(u"%1: %2"_s.arg(database.databaseName(), query.lastError().text()));
+        while (query.next()) {
+            QStringList values{table};
+            for (int i = 0; query.value(i).isValid(); ++i)
+                values.append(query.value(i).toString());
+            texts.append(values.join(u' '));
+        }
+    }
+    return texts;
+}
+
 /// Its connection goes with it, also when reading throws.
 class JournalConnection
 {
@@ -53,6 +71,14 @@ QList<JournalRow> readJournal(const QString &file)
         return {};
     const JournalConnection connection(file);
     return rowsOf(QSqlDatabase::database(journalConnection, false));
+}
+
+QStringList journalTexts(const QString &file)
+{
+    if (!QFile::exists(file))
+        return {};
+    const JournalConnection connection(file);
+    return textsOf(QSqlDatabase::database(journalConnection, false));
 }
 
 } // namespace rig

@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 namespace rig {
 
@@ -22,5 +23,8 @@ struct JournalRow
 /// All rows of a journal in the order in which their messages were first tried; none without a
 /// file. Throws Error when the file cannot be read.
 QList<JournalRow> readJournal(const QString &file);
+
+/// Each row of each of its tables as one text, its values with blanks in between. As readJournal() otherwise.
+QStringList journalTexts(const QString &file);
 
 } // namespace rig

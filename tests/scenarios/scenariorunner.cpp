@@ -105,6 +105,7 @@ int main(int argc, char **argv)
         const Secrets secrets = secretsOf(source);
         secretCount += secrets.values().size();
         result.findings += secrets.leaks(result.records);
+        result.findings += secrets.journalLeaks(result.journal);
         const bool isPassed = result.findings.isEmpty();
         print(u"%1  %2 (%3 ms)"_s.arg(isPassed ? u"PASS"_s : u"FAIL"_s, source.title())
                   .arg(timer.elapsed()));
@@ -121,7 +122,7 @@ int main(int argc, char **argv)
               .arg(database)
               .arg(passed)
               .arg(failed.size()));
-    print(u"%1 secrets looked for in the logs"_s.arg(secretCount));
+    print(u"%1 secrets looked for in the logs and the journals"_s.arg(secretCount));
     for (const QString &title : std::as_const(failed))
         print(u"failed: "_s + title);
     if (passed + failed.size() == 0)

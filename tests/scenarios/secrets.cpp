@@ -120,6 +120,18 @@ QStringList Secrets::leaks(const QList<rig::LogRecord> &log) const
     return result;
 }
 
+QStringList Secrets::journalLeaks(const QStringList &journal) const
+{
+    QStringList result;
+    for (const QString &row : journal) {
+        for (const QString &secret : found) {
+            if (holds(row, secret))
+                result.append(u"the journal tells the secret '%1': %2"_s.arg(secret, row));
+        }
+    }
+    return result;
+}
+
 void Secrets::take(const QString &value)
 {
     const QString text = value.trimmed();

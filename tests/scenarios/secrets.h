@@ -29,6 +29,8 @@ public:
     const QSet<QString> &values() const { return found; }
     /// The log's records that hold one of them elsewhere than in a place for it; a line for each.
     QStringList leaks(const QList<rig::LogRecord> &log) const;
+    /// The rows of the delivery journal that hold one of them, which has no place for them.
+    QStringList journalLeaks(const QStringList &journal) const;
 
 private:
     void take(const QString &value);

@@ -17,6 +17,8 @@ private Q_SLOTS:
     void fromOtherPlaces();
     void leaks_data();
     void leaks();
+    void leaksInTheJournal_data();
+    void leaksInTheJournal();
     void placesHaveReasons();
 };
 
@@ -112,6 +114,24 @@ void TestSecrets::leaks()
 
     const Secrets secrets(scenarioWith(u"{\"password\": \"geheim\"}"_s));
     QCOMPARE(secrets.leaks({{level, u"cardlab"_s, text}}).size(), int(leaks));
+}
+
+void TestSecrets::leaksInTheJournal_data()
+{
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<bool>("leaks");
+    QTest::newRow("in a reference")
+        << u"outcome 1 17 cardlab **** /v1/geheim/send delivered"_s << true;
+    QTest::newRow("in a body") << u"outcome {\"password\":\"geheim\"}"_s << true;
+    QTest::newRow("in a longer word") << u"outcome geheimnis"_s << false;
+}
+
+void TestSecrets::leaksInTheJournal()
+{
+    QFETCH(QString, row);
+    QFETCH(bool, leaks);
+    const Secrets secrets(scenarioWith(u"{\"password\": \"geheim\"}"_s));
+    QCOMPARE(secrets.journalLeaks({row}).size(), int(leaks));
 }
 
 void TestSecrets::placesHaveReasons()

@@ -45,6 +45,7 @@ RunResult ScenarioRun::run()
     }
     RunResult result;
     result.findings = findings;
+    result.journal = journal;
     if (service) {
         result.log = service->log().text();
         result.records = service->log().records();
@@ -301,6 +302,7 @@ void ScenarioRun::compare()
         }))
         findings += journalFindings(
             written, rig::readJournal(till.path(u"/tallocash/cash/queue/journal.db"_s)));
+    journal = rig::journalTexts(till.path(u"/tallocash/cash/queue/journal.db"_s));
     findings += cardFindings(scenario, table->cards());
     findings += logFindings(scenario, service->log().records());
     if (!service->errors().isEmpty())

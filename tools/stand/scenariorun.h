@@ -37,6 +37,8 @@ struct RunResult
     QString log;
     /// The same log, each record whole.
     QList<rig::LogRecord> records;
+    /// All that its delivery journal holds, a text for each row.
+    QStringList journal;
 };
 
 /// Runs one scenario against the real service in a folder of its own: peers first, then rows and
@@ -83,6 +85,7 @@ private:
     /// The signal to end has been sent and is not to be sent twice.
     bool isTerminated = false;
     QStringList findings;
+    QStringList journal;
 };
 
 } // namespace stand
