@@ -1,5 +1,6 @@
 #include "benchmarks/bench.h"
 
+#include "benchmarks/journalcases.h"
 #include "benchmarks/statistics.h"
 #include "benchmarks/tillcases.h"
 
@@ -30,6 +31,11 @@ Bench::Bench(const Options &options, Table &table, Receiver &receiver, Report &r
 void Bench::tills()
 {
     TillCases(scene, report).run();
+}
+
+void Bench::journal()
+{
+    JournalCases(scene, report).run();
 }
 
 void Bench::oneType()

@@ -37,6 +37,8 @@ public:
     /// Instructions are the same on a busy machine, so these can be compared with those of another
     /// day.
     void instructions();
+    /// What the delivery journal costs.
+    void journal();
     /// The till beside a program that drains.
     void tills();
 

@@ -64,6 +64,8 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
             bench.control();
         if (wants(u"till"_s) && !isServer)
             bench.tills();
+        if (wants(u"journal"_s))
+            bench.journal();
         if (wants(u"memory"_s) && !isServer)
             bench.idleMemory();
         if (wants(u"memory"_s) && !isServer && !isQuick)
@@ -82,9 +84,9 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    const QStringList all{u"drain"_s, u"driver"_s, u"log"_s,         u"types"_s, u"backlog"_s,
-                          u"start"_s, u"worker"_s, u"control"_s,     u"till"_s,  u"memory"_s,
-                          u"long"_s,  u"idle"_s,   u"instructions"_s};
+    const QStringList all{u"drain"_s, u"driver"_s, u"log"_s,          u"types"_s,  u"backlog"_s,
+                          u"start"_s, u"worker"_s, u"control"_s,      u"till"_s,   u"memory"_s,
+                          u"long"_s,  u"idle"_s,   u"instructions"_s, u"journal"_s};
     const QStringList quick{u"drain"_s, u"types"_s, u"start"_s, u"worker"_s, u"memory"_s};
 
     QCommandLineParser parser;

@@ -26,6 +26,11 @@ double Process::residentMb() const
     return static_cast<double>(process->use().memory()) / 1024;
 }
 
+double Process::writtenBytes() const
+{
+    return static_cast<double>(process->use().writtenBytes());
+}
+
 bool Process::end()
 {
     if (process->isRunning() && !process->stop())

@@ -19,6 +19,8 @@ public:
     /// Processor time so far, all threads, in microseconds.
     double processorMicroseconds() const;
     double residentMb() const;
+    /// What it has written to files on a disk.
+    double writtenBytes() const;
     /// True when it ended with 0 in time, after SIGTERM.
     bool end();
     bool isRunning() { return process->isRunning(); }

@@ -40,6 +40,12 @@ QString Scene::settingsFile() const
     return path(u"tallocash/cash/conf/tcash.ini"_s);
 }
 
+void Scene::setJournal(bool isKept)
+{
+    till.write(u"/tallocash/cash/queue/config/queue.d/journal.ini"_s,
+               isKept ? "" : "[journal]\nenabled = false\n");
+}
+
 std::unique_ptr<Process> Scene::startService(Processors processors, const Variables &environment,
                                              const QString &program) const
 {

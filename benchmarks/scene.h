@@ -31,6 +31,8 @@ public:
     QString serviceLog() const { return path(QStringLiteral("service.log")); }
     QString bareLog() const { return path(QStringLiteral("bare.log")); }
 
+    /// Whether the service keeps its delivery journal from the next start on. It does at first.
+    void setJournal(bool isKept);
     /// Starts the service, or another build of it, its log begun again.
     std::unique_ptr<Process> startService(Processors processors = Processors::All,
                                           const Variables &environment = {},

@@ -82,6 +82,20 @@ std::chrono::nanoseconds ProcessUse::processorTime() const
     return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
+qint64 ProcessUse::writtenBytes() const
+{
+    QFile io(u"/proc/%1/io"_s.arg(processId));
+    const QByteArray name("write_bytes:");
+    if (io.open(QIODevice::ReadOnly)) {
+        const QByteArrayList fields = io.readAll().split('\n');
+        for (const QByteArray &field : fields) {
+            if (field.startsWith(name))
+                return field.mid(name.size()).trimmed().toLongLong();
+        }
+    }
+    failOnGone(processId);
+}
+
 qint64 ProcessUse::statusField(const QByteArray &name) const
 {
     QFile status(u"/proc/%1/status"_s.arg(processId));

@@ -20,6 +20,8 @@ public:
     int descriptors() const;
     /// Those of the descriptors that are sockets.
     int sockets() const;
+    /// Bytes of files that it has written and that had to go to a disk, since the start.
+    qint64 writtenBytes() const;
     /// Of all threads, since the start.
     std::chrono::nanoseconds processorTime() const;
 
