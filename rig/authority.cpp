@@ -5,25 +5,47 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTemporaryDir>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
 namespace rig {
 
+namespace {
+
+constexpr int validDays = 365;
+
+const QStringList identityFiles{u"authority.pem"_s, u"authority.key"_s, u"server.pem"_s,
+                                u"server.key"_s,    u"client.pem"_s,    u"client.key"_s};
+
+QByteArray fileContent(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        throw Error(u"%1: %2"_s.arg(path, file.errorString()));
+    return file.readAll();
+}
+
+void copyFile(const QString &from, const QString &to)
+{
+    QFile::remove(to);
+    QFile file(from);
+    if (!file.copy(to))
+        throw Error(u"%1: %2"_s.arg(to, file.errorString()));
+}
+
+} // namespace
+
 Authority::Authority(const QString &folder)
     : folder(folder)
 {
-    QDir().mkpath(folder);
-    issue(u"authority"_s, {u"-subj"_s, u"/CN=Stand authority"_s});
-    const QStringList issuer{u"-CA"_s,     folder + u"/authority.pem"_s,
-                             u"-CAkey"_s,  folder + u"/authority.key"_s,
-                             u"-addext"_s, u"basicConstraints=critical,CA:FALSE"_s};
-    issue(u"server"_s, issuer
-                           + QStringList{u"-subj"_s, u"/CN=127.0.0.1"_s, u"-addext"_s,
-                                         u"subjectAltName=IP:127.0.0.1"_s});
-    issue(u"client"_s, issuer + QStringList{u"-subj"_s, u"/CN=Stand client"_s});
+    const bool isMade =
+        std::all_of(identityFiles.cbegin(), identityFiles.cend(),
+                    [this](const QString &name) { return QFile::exists(path(name)); });
+    if (!isMade)
+        make();
 }
 
 const Authority &Authority::shared()
@@ -35,68 +57,57 @@ const Authority &Authority::shared()
 
 QString Authority::file() const
 {
-    return folder + u"/authority.pem"_s;
+    return path(u"authority.pem"_s);
 }
 
 QByteArray Authority::certificate() const
 {
-    return content(u"authority.pem"_s);
+    return fileContent(file());
 }
 
 QByteArray Authority::serverCertificate() const
 {
-    return content(u"server.pem"_s);
+    return fileContent(path(u"server.pem"_s));
 }
 
 QByteArray Authority::serverKey() const
 {
-    return content(u"server.key"_s);
+    return fileContent(path(u"server.key"_s));
 }
 
-void Authority::writeClientCertificate(const QString &path, const QString &password) const
+void Authority::writeClientCertificate(const QString &target, const QString &password) const
 {
-    QDir().mkpath(QFileInfo(path).path());
-    if (path.endsWith(u".p12"_s, Qt::CaseInsensitive)
-        || path.endsWith(u".pfx"_s, Qt::CaseInsensitive)) {
-        run({u"pkcs12"_s, u"-export"_s, u"-in"_s, folder + u"/client.pem"_s, u"-inkey"_s,
-             folder + u"/client.key"_s, u"-passout"_s, u"pass:"_s + password, u"-out"_s, path});
+    QDir().mkpath(QFileInfo(target).path());
+    if (target.endsWith(u".p12"_s, Qt::CaseInsensitive)
+        || target.endsWith(u".pfx"_s, Qt::CaseInsensitive)) {
+        Certificates::writePkcs12(client(), password, target);
         // The tool writes for its owner alone; a service may run under another account.
-        QFile::setPermissions(path, QFile::permissions(path) | QFile::ReadGroup | QFile::ReadOther);
+        QFile::setPermissions(target,
+                              QFile::permissions(target) | QFile::ReadGroup | QFile::ReadOther);
         return;
     }
-    QFile file(path);
+    QFile file(target);
     if (!file.open(QIODevice::WriteOnly)
-        || file.write(content(u"client.pem"_s) + content(u"client.key"_s)) < 0)
-        throw Error(u"%1: %2"_s.arg(path, file.errorString()));
+        || file.write(fileContent(client().certificate) + fileContent(client().key)) < 0)
+        throw Error(u"%1: %2"_s.arg(target, file.errorString()));
 }
 
-void Authority::run(const QStringList &arguments) const
+void Authority::make() const
 {
-    QProcess tool;
-    tool.start(u"openssl"_s, arguments, QIODevice::ReadOnly);
-    if (!tool.waitForFinished(-1) || tool.exitStatus() != QProcess::NormalExit
-        || tool.exitCode() != 0)
-        throw Error(u"openssl %1: %2 %3"_s.arg(arguments.join(u' '), tool.errorString(),
-                                               QString::fromUtf8(tool.readAllStandardError())));
+    QDir().mkpath(folder);
+    Certificates certificates(validDays);
+    const Certificates::Identity issuer = certificates.authority(u"Stand authority"_s);
+    const Certificates::Identity server = certificates.server(issuer, {u"IP:127.0.0.1"_s});
+    const Certificates::Identity client = certificates.client(issuer, u"Stand client"_s);
+    const QStringList made{issuer.certificate, issuer.key,         server.certificate,
+                           server.key,         client.certificate, client.key};
+    for (qsizetype index = 0; index < made.size(); ++index)
+        copyFile(made[index], path(identityFiles[index]));
 }
 
-void Authority::issue(const QString &name, const QStringList &arguments) const
+Certificates::Identity Authority::client() const
 {
-    const QString certificate = u"%1/%2.pem"_s.arg(folder, name);
-    if (QFile::exists(certificate))
-        return;
-    run(QStringList{u"req"_s, u"-x509"_s, u"-newkey"_s, u"ec"_s, u"-pkeyopt"_s,
-                    u"ec_paramgen_curve:prime256v1"_s, u"-nodes"_s, u"-days"_s, u"365"_s,
-                    u"-keyout"_s, u"%1/%2.key"_s.arg(folder, name), u"-out"_s, certificate}
-        + arguments);
-}
-
-QByteArray Authority::content(const QString &name) const
-{
-    QFile file(folder + u'/' + name);
-    if (!file.open(QIODevice::ReadOnly))
-        throw Error(u"%1: %2"_s.arg(file.fileName(), file.errorString()));
-    return file.readAll();
+    return {path(u"client.pem"_s), path(u"client.key"_s)};
 }
 
 } // namespace rig

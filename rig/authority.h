@@ -1,5 +1,7 @@
 #pragma once
 
+#include "rig/certificates.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -11,7 +13,8 @@ namespace rig {
 class Authority
 {
 public:
-    /// Makes what is missing in the folder, in less than a second.
+    /// Uses what is in the folder, and makes all of it, in less than a second, when something is
+    /// missing.
     explicit Authority(const QString &folder);
     /// The one that all runs of this process share, in a temporary folder.
     static const Authority &shared();
@@ -27,9 +30,9 @@ public:
     void writeClientCertificate(const QString &path, const QString &password) const;
 
 private:
-    void run(const QStringList &arguments) const;
-    void issue(const QString &name, const QStringList &arguments) const;
-    QByteArray content(const QString &name) const;
+    void make() const;
+    Certificates::Identity client() const;
+    QString path(const QString &name) const { return folder + u'/' + name; }
 
     QString folder;
 };

@@ -1,5 +1,7 @@
 #include "rig/certificates.h"
 
+#include "rig/error.h"
+
 #include <QFile>
 #include <QProcess>
 
@@ -35,7 +37,7 @@ QByteArray contentOf(const QString &path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
+        throw Error(u"%1: %2"_s.arg(path, file.errorString()));
     return file.readAll();
 }
 
@@ -43,7 +45,7 @@ void write(const QString &path, const QByteArray &content)
 {
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
-        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
+        throw Error(u"%1: %2"_s.arg(path, file.errorString()));
 }
 
 QStringList newKey(const QString &path)
@@ -54,7 +56,8 @@ QStringList newKey(const QString &path)
 
 } // namespace
 
-Certificates::Certificates()
+Certificates::Certificates(int days)
+    : days(QString::number(days))
 {
     write(folder.filePath(u"openssl.cnf"_s), QString(openSslSettings).arg(folder.path()).toUtf8());
     write(folder.filePath(u"index.txt"_s), {});
@@ -65,19 +68,19 @@ Certificates::Identity Certificates::authority(const QString &name)
     const Identity identity{newPath(u"pem"_s), newPath(u"key"_s)};
     run(QStringList{u"req"_s, u"-x509"_s, u"-config"_s, folder.filePath(u"openssl.cnf"_s),
                     u"-extensions"_s, u"authority"_s, u"-subj"_s, u"/CN="_s + name, u"-days"_s,
-                    u"2"_s, u"-out"_s, identity.certificate}
+                    days, u"-out"_s, identity.certificate}
         + newKey(identity.key));
     return identity;
 }
 
 Certificates::Identity Certificates::intermediate(const Identity &authority, const QString &name)
 {
-    return issue(authority, name, {}, {u"-days"_s, u"2"_s, u"-extensions"_s, u"authority"_s});
+    return issue(authority, name, {}, {u"-days"_s, days, u"-extensions"_s, u"authority"_s});
 }
 
 Certificates::Identity Certificates::server(const Identity &authority, const QStringList &hosts)
 {
-    return issue(authority, u"server"_s, hosts, {u"-days"_s, u"2"_s});
+    return issue(authority, u"server"_s, hosts, {u"-days"_s, days});
 }
 
 Certificates::Identity Certificates::expiredServer(const Identity &authority,
@@ -89,7 +92,7 @@ Certificates::Identity Certificates::expiredServer(const Identity &authority,
 
 Certificates::Identity Certificates::client(const Identity &authority, const QString &name)
 {
-    return issue(authority, name, {}, {u"-days"_s, u"2"_s});
+    return issue(authority, name, {}, {u"-days"_s, days});
 }
 
 QString Certificates::revoke(const Identity &authority, const Identity &identity)
@@ -123,9 +126,15 @@ QString Certificates::pkcs12(const Identity &identity, const QString &password,
                              const QString &ending)
 {
     const QString path = newPath(ending);
+    writePkcs12(identity, password, path);
+    return path;
+}
+
+void Certificates::writePkcs12(const Identity &identity, const QString &password,
+                               const QString &path)
+{
     run({u"pkcs12"_s, u"-export"_s, u"-in"_s, identity.certificate, u"-inkey"_s, identity.key,
          u"-out"_s, path, u"-passout"_s, u"pass:"_s + password});
-    return path;
 }
 
 QString Certificates::encryptedKey(const Identity &identity, const QString &password)
@@ -164,10 +173,11 @@ Certificates::Identity Certificates::issue(const Identity &authority, const QStr
 void Certificates::run(const QStringList &arguments)
 {
     QProcess openssl;
-    openssl.start(u"openssl"_s, arguments);
-    if (!openssl.waitForFinished() || openssl.exitCode() != 0)
-        qFatal("openssl %s: %s", qPrintable(arguments.join(u' ')),
-               openssl.readAllStandardError().constData());
+    openssl.start(u"openssl"_s, arguments, QIODevice::ReadOnly);
+    if (!openssl.waitForFinished(-1) || openssl.exitStatus() != QProcess::NormalExit
+        || openssl.exitCode() != 0)
+        throw Error(u"openssl %1: %2 %3"_s.arg(arguments.join(u' '), openssl.errorString(),
+                                               QString::fromUtf8(openssl.readAllStandardError())));
 }
 
 QString Certificates::newPath(const QString &ending)

@@ -5,7 +5,8 @@
 
 namespace rig {
 
-/// Certificates and keys for one test, made by the openssl tool in a temporary folder.
+/// Certificates and keys, made by the openssl tool in a temporary folder that goes with the object.
+/// Throws Error when the tool fails.
 class Certificates
 {
 public:
@@ -16,7 +17,8 @@ public:
         QString key;
     };
 
-    Certificates();
+    /// What is made is valid from now on for that many days.
+    explicit Certificates(int days = 2);
 
     /// A certificate authority that signs itself.
     Identity authority(const QString &name);
@@ -38,6 +40,8 @@ public:
     /// Certificate and key in one PKCS#12 file; `ending` is that of its name.
     QString pkcs12(const Identity &identity, const QString &password,
                    const QString &ending = QStringLiteral("p12"));
+    /// The same at a path of the caller's.
+    static void writePkcs12(const Identity &identity, const QString &password, const QString &path);
     /// The key, encrypted, in a PEM file.
     QString encryptedKey(const Identity &identity, const QString &password);
     /// A file with this content.
@@ -46,10 +50,11 @@ public:
 private:
     Identity issue(const Identity &authority, const QString &name, const QStringList &hosts,
                    const QStringList &options);
-    void run(const QStringList &arguments);
+    static void run(const QStringList &arguments);
     QString newPath(const QString &ending);
 
     QTemporaryDir folder;
+    const QString days;
     int count = 0;
 };
 
