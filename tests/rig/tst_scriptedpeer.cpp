@@ -1,7 +1,11 @@
+#include "rig/authority.h"
 #include "rig/error.h"
 #include "rig/scriptedpeer.h"
 #include "rig/waiting.h"
 
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QtTest>
@@ -51,6 +55,8 @@ private Q_SLOTS:
     void forgetsACallerThatGaveUp();
     void failsOverPlainTcp();
     void holdsReplies();
+    void choosesReplies();
+    void choosesRepliesOverTls();
     void refusesWhileDown();
     void tellsWhatNeverCame();
     void takesWhatTcpCallersLeft();
@@ -268,6 +274,47 @@ void TestScriptedPeer::holdsReplies()
     peer.release();
     QVERIFY(caller.exchange({}).startsWith("HTTP/1.1 200 OK"));
     QCOMPARE(peer.heldReplies(), 0);
+}
+
+void TestScriptedPeer::choosesReplies()
+{
+    ScriptedPeer peer;
+    int asked = 0;
+    peer.playFreely(PeerScript::Kind::Http, {}, [&asked](const ArrivedRequest &request) {
+        ++asked;
+        Reply reply;
+        reply.body = request.target.toUtf8();
+        reply.held = request.target == u"/held";
+        reply.delaySeconds = request.target == u"/late" ? 0.05 : 0;
+        return reply;
+    });
+    Caller caller(peer);
+    QVERIFY(caller.exchange(get("/late"), "/late").endsWith("\r\n\r\n/late"));
+    Caller waiting(peer);
+    waiting.socket.write(get("/held"));
+    QVERIFY(waitUntil([&] { return peer.heldReplies() == 1; }));
+    QCOMPARE(waiting.socket.bytesAvailable(), 0);
+    peer.release();
+    QVERIFY(waiting.exchange({}, "/held").endsWith("\r\n\r\n/held"));
+    QCOMPARE(asked, 2);
+    QCOMPARE(peer.findings(), QStringList());
+}
+
+void TestScriptedPeer::choosesRepliesOverTls()
+{
+    ScriptedPeer peer;
+    peer.playFreely(
+        PeerScript::Kind::Https, {}, [](const ArrivedRequest &) { return Reply(); },
+        &Authority::shared());
+    QSslSocket socket;
+    QSslConfiguration configuration = socket.sslConfiguration();
+    configuration.setCaCertificates(QSslCertificate::fromPath(Authority::shared().file()));
+    socket.setSslConfiguration(configuration);
+    socket.connectToHostEncrypted(u"127.0.0.1"_s, peer.port());
+    QVERIFY2(waitUntil([&] { return socket.isEncrypted(); }), qPrintable(socket.errorString()));
+    socket.write(get("/a"));
+    QVERIFY(waitUntil([&] { return socket.bytesAvailable() > 0; }));
+    QVERIFY(socket.readAll().startsWith("HTTP/1.1 200 OK\r\n"));
 }
 
 void TestScriptedPeer::refusesWhileDown()
