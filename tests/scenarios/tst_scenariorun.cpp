@@ -77,6 +77,16 @@ void TestScenarioRun::wrongStories_data()
         {u"steps[0]: no request waits at peer http"_s});
     row("a card that is not there", R"("cards": [{"id": 7}], "cardsAfter": [])",
         {u"documentcard\n  - (none)\n  + id=7"_s});
+    row("the true story with its record",
+        R"("outcome": {"verdict": "delivered", "kind": "none", "status": 200})", {});
+    row("another record",
+        R"("outcome": {"verdict": "dropped", "kind": "request", "status": 404, "reason": "no",
+                       "reference": "no"})",
+        {u"message 1 of type heineken, journal: verdict\n  - dropped\n  + delivered"_s,
+         u"message 1 of type heineken, journal: kind\n  - request\n  + none"_s,
+         u"message 1 of type heineken, journal: status\n  - 404\n  + 200"_s,
+         u"message 1 of type heineken, journal: reason\n  - no\n  + "_s,
+         u"message 1 of type heineken, journal: reference\n  - no\n  + /a"_s});
     row("kept with another status code",
         R"("exchange": {"reply": 500}, "outcome": {"keptWithStatuscode": "1"},
            "log": ["ERROR [heineken] {{any}}"])",
