@@ -1,0 +1,169 @@
+#pragma once
+
+#include <QDateTime>
+#include <QHash>
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+#include <QVariant>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QSqlQuery;
+
+namespace queuectl {
+
+/// What became of a message, as the service has written it down.
+struct JournalEntry
+{
+    /// The order in which messages were first tried.
+    qint64 number = 0;
+    int id = 0;
+    QString type;
+    /// The last four digits; empty for none.
+    QString card;
+    QString reference;
+    /// `delivered`, `dropped` or `kept`.
+    QString verdict;
+    /// `none`, `network`, `certificate`, `credentials`, `request` or `service`.
+    QString kind;
+    /// HTTP status of the last answer, 0 for none.
+    int status = 0;
+    QString text;
+    int attempts = 0;
+    /// In the till's zone; invalid when the file holds a number that is no time.
+    QDateTime first;
+    QDateTime last;
+    /// How long the last attempt took.
+    qint64 milliseconds = 0;
+
+    /// The record of the JSON form; secrets that can be told in the text are masked.
+    QJsonObject toJson() const;
+};
+
+/// Which entries are wanted. Empty texts, invalid times and id 0 leave out nothing.
+struct JournalFilter
+{
+    int id = 0;
+    QString type = {};
+    /// A card's number, or the end of it.
+    QString card = {};
+    /// A part of the reference.
+    QString reference = {};
+    QString verdict = {};
+    /// Of the last attempt: from `since` on, before `until`.
+    QDateTime since = {};
+    QDateTime until = {};
+    int limit = 0;
+};
+
+struct JournalStatement
+{
+    QString text;
+    QVariantList values;
+};
+
+/// The statement for the entries, newest first, one more than the limit. Every one of them walks along
+/// an index of the file and needs no sorting but that of one message's entries.
+JournalStatement historyStatement(const JournalFilter &filter);
+/// Counts the messages of each type that ended since `start`, by verdict.
+JournalStatement endedStatement(const QDateTime &start);
+
+/// How a type has fared.
+struct Streak
+{
+    /// Invalid: never.
+    QDateTime lastDelivered;
+    /// Invalid when its last attempt went well.
+    QDateTime failingSince;
+};
+
+/// Messages of a type that were finished with.
+struct Ended
+{
+    int delivered = 0;
+    int dropped = 0;
+};
+
+/// Something that the service has met on its way.
+struct Fact
+{
+    QString name;
+    QString subject;
+    QString value;
+    QDateTime time;
+};
+
+/// The service's record of what became of messages, opened to be read alone: nothing is written, and
+/// the service may write meanwhile. Where it cannot be read, it is empty and why() says so; nothing throws.
+/// Thread: the one that made it.
+class JournalFile
+{
+public:
+    enum class State
+    {
+        Read,
+        /// There is no file.
+        Missing,
+        /// This account may not read it.
+        Denied,
+        /// It is no journal, or its pages cannot be read.
+        Damaged,
+        /// A newer service has written it.
+        Newer,
+        /// Another program has it locked.
+        Busy,
+    };
+
+    /// Opens the service's file.
+    JournalFile();
+    explicit JournalFile(const QString &path);
+
+    State state() const;
+    /// The name in the JSON form.
+    QString stateName() const;
+    /// Why nothing can be read, a sentence in the operator's language; empty when it can.
+    QString why() const;
+    QString path() const;
+    /// Whether the settings have the service write it.
+    static bool isEnabled();
+
+    /// Hands over the entries, newest first, until `take` answers false.
+    void entries(const JournalFilter &filter,
+                 const std::function<bool(const JournalEntry &)> &take);
+    QList<JournalEntry> entries(const JournalFilter &filter);
+    /// The newest entry of each of these messages of the type, by its id.
+    QHash<int, JournalEntry> newest(const QString &type, const QList<int> &ids);
+    /// The last message of the type that was kept, when it is among its last 10,000 messages.
+    std::optional<JournalEntry> lastKept(const QString &type);
+    /// The entry that was made first of those that are still there.
+    std::optional<JournalEntry> oldest();
+    /// The entry of the last attempt.
+    std::optional<JournalEntry> latest();
+    /// The last `count` entries in the order in which they were made, newest first.
+    QList<JournalEntry> lastMade(int count);
+    int count();
+
+    /// By type.
+    QHash<QString, Streak> streaks();
+    QHash<QString, Ended> ended(const QDateTime &start);
+    QList<Fact> facts(const QString &name);
+
+    /// Whether it is readable, still written, and has every attempt since the first one that was made.
+    bool isWhole();
+
+private:
+    struct Connection;
+
+    void open(const QString &path);
+    void fail(const QSqlQuery &query);
+    /// Calls `take` with the query at each row, until that answers false.
+    void run(const JournalStatement &statement, const std::function<bool(QSqlQuery &)> &take);
+    std::optional<JournalEntry> first(const JournalStatement &statement);
+
+    std::shared_ptr<Connection> connection;
+};
+
+} // namespace queuectl
