@@ -14,7 +14,7 @@ struct Check
         Warning,
         Error
     } state = State::Ok;
-    /// settings, database, rights, openssl, clock, port, certificates, log, rows.
+    /// settings, database, rights, openssl, clock, port, certificates, log, journal, rows.
     QString area;
     QString text;
     /// Where to look, for settings.

@@ -1,6 +1,7 @@
 #include "tools/queuectl/doctor.h"
 
 #include "tools/queuectl/checks.h"
+#include "tools/queuectl/journalchecks.h"
 
 namespace queuectl {
 
@@ -15,6 +16,7 @@ QList<Check> runChecks()
     checks += examinePort();
     checks += examineCertificates();
     checks += examineLog();
+    checks += checkJournal();
     checks += examineRows();
     return checks;
 }

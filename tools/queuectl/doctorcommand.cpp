@@ -38,6 +38,7 @@ QString areaText(const QString &area)
         {u"port"_s, "port", "порт"},
         {u"certificates"_s, "certificates", "сертификаты"},
         {u"log"_s, "log", "журнал"},
+        {u"journal"_s, "journal", "журнал доставки"},
         {u"rows"_s, "rows", "строки"},
     };
     for (const Area &known : areas) {

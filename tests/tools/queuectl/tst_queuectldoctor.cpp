@@ -90,7 +90,8 @@ void TestQueuectlDoctor::everyAreaIsLookedAt()
         errors += check.value(u"state"_s).toString() == u"error" ? 1 : 0;
     }
     QCOMPARE(areas, (QStringList{u"settings"_s, u"database"_s, u"rights"_s, u"openssl"_s,
-                                 u"clock"_s, u"port"_s, u"certificates"_s, u"log"_s, u"rows"_s}));
+                                 u"clock"_s, u"port"_s, u"certificates"_s, u"log"_s,
+                                 u"journal"_s, u"rows"_s}));
     QCOMPARE(result.value(u"errors"_s).toInt(), errors);
     // The service does not run here, and nothing else is wrong.
     QCOMPARE(errors, 1);
