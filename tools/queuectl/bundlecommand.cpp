@@ -1,11 +1,11 @@
 #include "shared/core/paths.h"
-#include "shared/text/escaping.h"
+#include "tools/queuectl/bundlelogs.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/masking.h"
 #include "tools/queuectl/messagerows.h"
-#include "tools/queuectl/servicelog.h"
 #include "tools/queuectl/settingsfiles.h"
 #include "tools/queuectl/text.h"
+#include "tools/queuectl/timewords.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -22,7 +22,6 @@ namespace queuectl {
 namespace {
 
 constexpr int tarTimeoutMs = 60'000;
-constexpr qint64 logSeconds = 3600;
 
 [[noreturn]] void failFile(const QFile &file)
 {
@@ -61,30 +60,6 @@ Report reportOf(Report (*command)(const Call &))
     }
 }
 
-QByteArray lastHour()
-{
-    const ServiceLog log = ServiceLog::read();
-    if (!log.hasFile())
-        return text(
-                   "no log file is configured; add the output of: journalctl -u queue --since -1h\n",
-                   "файл журнала не настроен; приложите вывод: journalctl -u queue --since -1h\n")
-            .toUtf8();
-    const QDateTime start = QDateTime::currentDateTime().addSecs(-logSeconds);
-    QByteArray result;
-    const QList<LogLine> lines = log.lines();
-    for (const LogLine &line : lines) {
-        if (line.time.isValid() && line.time < start)
-            continue;
-        result +=
-            withoutLongNumbers(
-                u"%1 %2 [%3] %4\n"_s.arg(
-                    line.time.toString(u"yyyy-MM-dd HH:mm:ss,zzz"_s), line.level, line.category,
-                    escaping::escaped(maskedText(line.text), escaping::Newlines::Kept)))
-                .toUtf8();
-    }
-    return result;
-}
-
 QByteArray versions()
 {
     QString result;
@@ -121,6 +96,9 @@ void pack(const QString &folder, const QString &name, const QString &archive)
 
 Report makeBundle(const Call &call)
 {
+    const QDateTime since = call.has(u"since"_s)
+                                ? readTime(u"since"_s, call.value(u"since"_s), DayEnd::First)
+                                : QDateTime::currentDateTime().addDays(-1);
     const QString name =
         u"queue-support-"_s + QDateTime::currentDateTime().toString(u"yyyyMMdd-HHmmss"_s);
     const QString archive =
@@ -130,10 +108,12 @@ Report makeBundle(const Call &call)
     writeReport(folder, u"doctor"_s, reportOf(examine));
     writeReport(folder, u"status"_s, reportOf(showStatus));
     writeReport(folder, u"shape"_s, reportOf(showShape));
-    writeFile(folder + u"/log-last-hour.txt"_s, lastHour());
+    writeFile(folder + u"/history.jsonl"_s, historySince(since));
+    writeFile(folder + u"/log.txt"_s, logFileSince(since));
+    writeFile(folder + u"/systemd-log.txt"_s, systemdLogSince(since));
     writeFile(folder + u"/versions.txt"_s, versions());
-    QStringList names{u"doctor"_s, u"status"_s, u"shape"_s, u"log-last-hour.txt"_s,
-                      u"versions.txt"_s};
+    QStringList names{u"doctor"_s,  u"status"_s,          u"shape"_s,       u"history.jsonl"_s,
+                      u"log.txt"_s, u"systemd-log.txt"_s, u"versions.txt"_s};
     QStringList settings = settingsFilePaths();
     settings.append(rootedPath(u"/tallocash/cash/queue/config/log4qt.properties"_s));
     for (const QString &path : std::as_const(settings)) {
@@ -153,6 +133,7 @@ Report makeBundle(const Call &call)
     Report report;
     report.data = {{u"file"_s, archive},
                    {u"bytes"_s, QFileInfo(archive).size()},
+                   {u"since"_s, exactTime(since)},
                    {u"contents"_s, QJsonArray::fromStringList(names)}};
     report.line(
         text(

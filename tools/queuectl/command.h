@@ -45,6 +45,8 @@ struct Command
     QList<Option> options;
     const char *english;
     const char *russian;
+    /// A call as one types it.
+    QString example;
     Report (*run)(const Call &call);
 };
 
@@ -71,6 +73,7 @@ Report explainRow(const Call &call);
 Report examine(const Call &call);
 Report makeBundle(const Call &call);
 Report showTypes(const Call &call);
+Report showHistory(const Call &call);
 
 /// The row id that is typed as the first argument. Throws Failure (Usage).
 int rowId(const Call &call);

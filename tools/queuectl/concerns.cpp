@@ -25,17 +25,17 @@ QList<Concern> concernsOf(MessageRows &rows, const Situation &situation)
     QList<Concern> concerns;
     const QList<TypeRows> types = rows.types();
     for (const TypeRows &type : types) {
-        const TypeHistory history = situation.log.history(type.type);
+        const Streak streak = situation.streaks.value(type.type);
         if (!isDelivered(type.type))
             concerns.append(
                 {Concern::Kind::NoHandler, type.type, type.count,
                  text("nobody delivers this type, rows: %1", "тип никто не доставляет, строк: %1")
                      .arg(type.count)});
-        else if (history.lastFailure && !history.lastDelivery.isValid())
-            concerns.append(
-                {Concern::Kind::OnlyFailed, type.type, type.count,
-                 text("the log has refusals only, rows: %1", "в журнале одни отказы, строк: %1")
-                     .arg(type.count)});
+        else if (streak.failingSince.isValid() && !streak.lastDelivered.isValid())
+            concerns.append({Concern::Kind::OnlyFailed, type.type, type.count,
+                             text("was never delivered, only refused, rows: %1",
+                                  "доставок ещё не было, одни отказы, строк: %1")
+                                 .arg(type.count)});
         else if (old.contains(type.type))
             concerns.append({Concern::Kind::Old, type.type, old.value(type.type),
                              text("rows that wait for more than an hour: %1",

@@ -15,7 +15,7 @@ struct Concern
     {
         /// Nobody delivers the type.
         NoHandler,
-        /// The log knows of refusals of the type and of no delivery.
+        /// The type has been refused and never delivered.
         OnlyFailed,
         /// Rows that have waited for more than an hour.
         Old

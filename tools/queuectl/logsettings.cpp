@@ -28,7 +28,43 @@ bool namesFile(const QString &key)
            && key.section(u'.', 3).compare(u"file"_s, Qt::CaseInsensitive) == 0;
 }
 
+/// `${name}` stands for another property or a variable of the environment.
+QString resolved(QString value, const Log4Qt::Properties &properties)
+{
+    // A property that names itself would never end.
+    for (int i = 0; i < 10; ++i) {
+        const qsizetype start = value.indexOf(u"${"_s);
+        const qsizetype end = start < 0 ? -1 : value.indexOf(u'}', start);
+        if (end < 0)
+            break;
+        const QString name = value.mid(start + 2, end - start - 2);
+        const QString replacement = properties.contains(name)
+                                        ? properties.property(name)
+                                        : qEnvironmentVariable(name.toLocal8Bit().constData());
+        value.replace(start, end - start + 1, replacement);
+    }
+    return value;
+}
+
 } // namespace
+
+QString logFile()
+{
+    QFile file(logSettingsFile());
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    Log4Qt::Properties properties;
+    properties.load(&file);
+    const QStringList appenders = properties.property(u"log4j.rootLogger"_s).split(u',');
+    for (const QString &name : appenders) {
+        const QString key = u"log4j.appender."_s + name.trimmed();
+        if (!properties.property(key).endsWith(u"FileAppender"_s))
+            continue;
+        const QString path = properties.property(key + u".file"_s);
+        return resolved(path.isEmpty() ? properties.property(key + u".File"_s) : path, properties);
+    }
+    return {};
+}
 
 QString logSettingsFile()
 {

@@ -78,9 +78,10 @@ Call readCall(const Command &command, const QStringList &words)
     Call call;
     call.arguments = parser.positionalArguments();
     for (const Option &option : options) {
-        if (parser.isSet(option.name))
-            call.options.insert(option.name,
-                                option.value.isEmpty() ? QString() : parser.value(option.name));
+        if (!parser.isSet(option.name))
+            continue;
+        call.options.insert(option.name,
+                            option.value.isEmpty() ? QString() : parser.value(option.name));
     }
     call.isJson = call.has(u"json"_s);
     const bool isRightCount = call.arguments.size() >= command.minimumArguments
@@ -165,12 +166,12 @@ QString helpText(const QString &command)
 {
     const Command *one = findCommand(command);
     if (one) {
-        return u"%1\n\n  %2\n\n%3\n%4"_s.arg(
+        return u"%1\n\n  %2\n\n%3\n%4\n%5\n  %6\n"_s.arg(
             text("Usage: %1", "Вызов: %1")
                 .arg(u"queuectl %1 %2"_s.arg(one->name, one->arguments).trimmed()
                      + text(" [OPTIONS]", " [КЛЮЧИ]")),
             text(one->english, one->russian), text("Options:", "Ключи:"),
-            optionLines(one->options + commonOptions()));
+            optionLines(one->options + commonOptions()), text("Example:", "Пример:"), one->example);
     }
     QString lines;
     for (const Command &each : commandTable())

@@ -1,8 +1,8 @@
 #include "tools/queuectl/checks.h"
 
 #include "tools/queuectl/controlport.h"
+#include "tools/queuectl/fileaccess.h"
 #include "tools/queuectl/logsettings.h"
-#include "tools/queuectl/servicelog.h"
 #include "tools/queuectl/text.h"
 
 #include <QFileInfo>
@@ -47,16 +47,17 @@ QList<Check> examinePort()
 QList<Check> examineLog()
 {
     Findings findings(u"log"_s);
-    const ServiceLog serviceLog = ServiceLog::read();
-    if (serviceLog.state() == ServiceLog::State::Denied) {
+    const QString settings = logSettingsFile();
+    const QString logged = logFile();
+    for (const QString &path : {settings, logged}) {
+        if (path.isEmpty() || fileAccess(path) != FileAccess::Denied)
+            continue;
         findings.warn(
             text("no rights: this account may not read the log or its settings %1",
                  "нет прав: эта учётная запись не может читать журнал или его настройки %1")
-                .arg(serviceLog.file())
-                .trimmed());
+                .arg(path));
         return findings.checks;
     }
-    const QString settings = logSettingsFile();
     if (QFileInfo::exists(settings)) {
         const QStringList reasons = refusalsOfLogSettings(settings);
         if (!reasons.isEmpty()) {
@@ -72,21 +73,14 @@ QList<Check> examineLog()
                      "%1: unit разрешает службе писать только в /tallocash, но не в %2")
                     .arg(settings, file));
     }
-    if (!serviceLog.hasFile()) {
-        findings.ok(text(
-            "no log file is configured, the log is in the journal (journalctl -u queue); status, why and shape tell less without a file",
-            "файл журнала не настроен, журнал в systemd (journalctl -u queue); status, why и shape без файла говорят меньше"));
-        return findings.checks;
-    }
-    const QFileInfo info(serviceLog.file());
-    if (!info.exists())
-        findings.warn(text("there is no log file %1", "файла журнала %1 нет").arg(info.filePath()));
-    else if (serviceLog.lines().isEmpty() && info.size() > 0)
-        findings.warn(text("the lines of %1 do not follow its conversionPattern",
-                           "строки %1 не соответствуют conversionPattern")
-                          .arg(info.filePath()));
+    if (logged.isEmpty())
+        findings.ok(
+            text("no log file is configured, the log is in the journal (journalctl -u queue)",
+                 "файл журнала не настроен, журнал в systemd (journalctl -u queue)"));
+    else if (!QFileInfo::exists(logged))
+        findings.warn(text("there is no log file %1", "файла журнала %1 нет").arg(logged));
     else
-        findings.ok(info.filePath());
+        findings.ok(logged);
     return findings.checks;
 }
 

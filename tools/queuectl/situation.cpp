@@ -3,7 +3,6 @@
 #include "handlers/apmindbox/settings.h"
 #include "handlers/mindbox/settings.h"
 #include "handlers/payment/atolpay/settings.h"
-#include "shared/core/compactjson.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/text.h"
 
@@ -110,48 +109,69 @@ struct AddressSetting
 
 Situation Situation::read()
 {
-    return {readFailIds(), ServiceLog::read()};
+    Situation situation;
+    situation.failIds = readFailIds();
+    situation.journal_ = std::make_shared<JournalFile>();
+    JournalFile &journal = *situation.journal_;
+    situation.streaks = journal.streaks();
+    situation.today = journal.ended(QDate::currentDate().startOfDay());
+    situation.isWhole = journal.isWhole();
+    const auto oldest = journal.oldest();
+    if (oldest && JournalFile::isEnabled())
+        situation.knownSince = oldest->first;
+    return situation;
 }
 
-std::optional<Attempt> Situation::lastAttempt(const Row &row) const
+std::optional<JournalEntry> Situation::entryOf(const Row &row) const
 {
-    // A long queue of a type that was never tried need not be compared with the log.
-    if (!log.hasAttempts(row.type))
-        return std::nullopt;
-    const auto body = row.object();
-    const auto attempt =
-        log.lastAttempt(row.type, body ? compactJson(body->toVariantMap()) : u"{}"_s, row.id);
-    // Another row may have had the same body.
-    if (attempt && row.creationTime.isValid() && attempt->time.isValid()
-        && attempt->time < row.creationTime)
-        return std::nullopt;
-    return attempt;
+    const auto entries = entriesOf({row});
+    const auto found = entries.constFind(row.id);
+    return found == entries.constEnd() ? std::nullopt : std::optional<JournalEntry>(*found);
 }
 
-std::optional<LogLine> Situation::lastFailure(const Row &row) const
+QHash<int, JournalEntry> Situation::entriesOf(const QList<Row> &rows) const
 {
-    const auto attempt = lastAttempt(row);
-    if (attempt && !attempt->failures.isEmpty())
-        return attempt->failures.last();
-    return attempt || !wasRefused(row) ? std::nullopt : log.history(row.type).lastFailure;
+    QHash<QString, QList<int>> ids;
+    QHash<int, QDateTime> written;
+    for (const Row &row : rows) {
+        ids[row.type].append(row.id);
+        written.insert(row.id, row.creationTime);
+    }
+    QHash<int, JournalEntry> result;
+    for (const auto &[type, idsOfType] : ids.asKeyValueRange()) {
+        const auto entries = journal_->newest(type, idsOfType);
+        for (const JournalEntry &entry : entries) {
+            // A table of the till's own may give the number of a deleted row to a new one.
+            const QDateTime since = written.value(entry.id);
+            if (!since.isValid() || !entry.last.isValid() || entry.last >= since)
+                result.insert(entry.id, entry);
+        }
+    }
+    return result;
 }
 
-bool Situation::wasRefused(const Row &row) const
+bool Situation::wasRefused(const Row &row, const std::optional<JournalEntry> &entry) const
 {
     const auto failId = failIds.of(row.type);
-    return (failId && row.id <= *failId) || lastAttempt(row);
+    return (failId && row.id <= *failId) || (entry && entry->verdict == u"kept");
 }
 
-Cause Situation::cause(const Row &row) const
+Cause Situation::cause(const Row &row, const std::optional<JournalEntry> &entry) const
 {
     if (!isDelivered(row.type))
         return Cause::NoHandler;
     if (!row.object())
         return Cause::Body;
-    if (!wasRefused(row))
-        return log.isCompleteSince(row.creationTime) ? Cause::Turn : Cause::Unknown;
-    const auto failure = lastFailure(row);
-    return failure ? causeOf(failure->text) : Cause::Other;
+    if (entry)
+        return entry->verdict == u"kept" ? causeOfKind(entry->kind) : Cause::Repeat;
+    if (wasRefused(row, entry))
+        return Cause::Other;
+    return isKnownSince(row.creationTime) ? Cause::Turn : Cause::Unknown;
+}
+
+bool Situation::isKnownSince(const QDateTime &time) const
+{
+    return isWhole || (time.isValid() && knownSince.isValid() && knownSince <= time);
 }
 
 QString destinationOf(const QString &type, const QJsonObject &body)

@@ -1,29 +1,49 @@
 #pragma once
 
+#include "tools/queuectl/cause.h"
 #include "tools/queuectl/failids.h"
+#include "tools/queuectl/journalfile.h"
 #include "tools/queuectl/messagerows.h"
-#include "tools/queuectl/servicelog.h"
 
+#include <QHash>
 #include <QJsonObject>
 #include <QString>
 
+#include <optional>
+
 namespace queuectl {
 
-/// What is known beside the rows themselves: how far each type has come and what its log tells.
-struct Situation
+/// What is known beside the rows themselves: how far each type has come and what became of attempts.
+class Situation
 {
-    FailIds failIds;
-    ServiceLog log;
-
+public:
     static Situation read();
 
-    /// Whether the row has been refused, as far as can be told: the service saves its fail ids only every
-    /// two minutes, and a log file is not always kept.
-    bool wasRefused(const Row &row) const;
-    std::optional<Attempt> lastAttempt(const Row &row) const;
-    /// The last answer to this row; where the log does not tell one from another, to its type.
-    std::optional<LogLine> lastFailure(const Row &row) const;
-    Cause cause(const Row &row) const;
+    FailIds failIds;
+    /// By type.
+    QHash<QString, Streak> streaks;
+    /// Messages that ended today, by type.
+    QHash<QString, Ended> today;
+
+    JournalFile &journal() const { return *journal_; }
+
+    /// What is on record of the attempts at this row; nothing when it was not tried, or nobody knows.
+    std::optional<JournalEntry> entryOf(const Row &row) const;
+    /// The same for many rows, by their ids.
+    QHash<int, JournalEntry> entriesOf(const QList<Row> &rows) const;
+
+    /// Whether the row has been refused: by its entry, or by the fail ids, which the service saves every
+    /// two minutes.
+    bool wasRefused(const Row &row, const std::optional<JournalEntry> &entry) const;
+    Cause cause(const Row &row, const std::optional<JournalEntry> &entry) const;
+
+private:
+    bool isKnownSince(const QDateTime &time) const;
+
+    std::shared_ptr<JournalFile> journal_;
+    /// From when on every attempt is on record; invalid with `isWhole`: from the beginning.
+    QDateTime knownSince;
+    bool isWhole = false;
 };
 
 /// Where a message goes: `host:port` of its address, those of a list with commas between them, or the

@@ -4,10 +4,12 @@
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/concerns.h"
 #include "tools/queuectl/controlport.h"
-#include "tools/queuectl/masking.h"
+#include "tools/queuectl/entrytext.h"
+#include "tools/queuectl/logsettings.h"
 #include "tools/queuectl/situation.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
+#include "tools/queuectl/todaytable.h"
 
 #include <QJsonDocument>
 #include <QThread>
@@ -23,22 +25,17 @@ QJsonValue isoTime(const QDateTime &time)
     return time.isValid() ? QJsonValue(time.toString(Qt::ISODate)) : QJsonValue();
 }
 
-QJsonObject typeRecord(const TypeRows &rows, const Situation &situation, bool isServiceUp)
+QJsonObject typeRecord(const TypeRows &rows, const Situation &situation)
 {
-    const TypeHistory history = situation.log.history(rows.type);
     const auto failId = situation.failIds.of(rows.type);
     const bool hasHandler = isDelivered(rows.type);
-    // Whatever the log last said of it, no worker outlives the service.
-    QJsonValue worker;
-    if (!isServiceUp)
-        worker = false;
-    else if (history.isWorkerActive)
-        worker = *history.isWorkerActive;
+    const std::optional<JournalEntry> kept = situation.journal().lastKept(rows.type);
+    const Ended today = situation.today.value(rows.type);
     QJsonValue failure;
     if (!hasHandler)
         failure = causeText(Cause::NoHandler);
-    else if (history.lastFailure)
-        failure = maskedText(history.lastFailure->text);
+    else if (kept)
+        failure = answerOf(*kept);
     return {
         {u"type"_s, rows.type},
         {u"waiting"_s, rows.count},
@@ -47,16 +44,18 @@ QJsonObject typeRecord(const TypeRows &rows, const Situation &situation, bool is
                                     ? QJsonValue(rows.oldest.secsTo(QDateTime::currentDateTime()))
                                     : QJsonValue()},
         {u"failId"_s, failId ? QJsonValue(*failId) : QJsonValue()},
-        {u"workerActive"_s, worker},
         {u"delivered"_s, hasHandler},
+        {u"deliveredToday"_s, today.delivered},
+        {u"droppedToday"_s, today.dropped},
         {u"lastFailure"_s, failure},
-        {u"lastFailureTime"_s,
-         history.lastFailure ? isoTime(history.lastFailure->time) : QJsonValue()},
+        {u"lastFailureCause"_s,
+         kept ? QJsonValue(causeName(causeOfKind(kept->kind))) : QJsonValue()},
+        {u"lastFailureTime"_s, kept ? isoTime(kept->last) : QJsonValue()},
     };
 }
 
 /// Reads the rows into `data`; the state of the database says how that went.
-QJsonObject readDatabase(QJsonObject &data, const Situation &situation, bool isServiceUp)
+QJsonObject readDatabase(QJsonObject &data, const Situation &situation)
 {
     QJsonObject database = databasePlace();
     QList<TypeRows> types;
@@ -78,7 +77,7 @@ QJsonObject readDatabase(QJsonObject &data, const Situation &situation, bool isS
     QJsonArray records;
     int waiting = 0;
     for (const TypeRows &rows : types) {
-        records.append(typeRecord(rows, situation, isServiceUp));
+        records.append(typeRecord(rows, situation));
         waiting += rows.count;
     }
     data.insert(u"types"_s, records);
@@ -115,43 +114,6 @@ QJsonObject askControl()
     return control;
 }
 
-QString logStateName(ServiceLog::State state)
-{
-    switch (state) {
-    case ServiceLog::State::None:
-        return u"none"_s;
-    case ServiceLog::State::Missing:
-        return u"missing"_s;
-    case ServiceLog::State::Denied:
-        return u"denied"_s;
-    case ServiceLog::State::Read:
-        break;
-    }
-    return u"read"_s;
-}
-
-/// Why the table tells of no failures although there may have been some.
-QString logGap(const ServiceLog &log)
-{
-    switch (log.state()) {
-    case ServiceLog::State::None:
-        return text(
-            "No log file is kept, so the last failures are not known (journalctl -u queue).",
-            "Файл журнала не ведётся, последние отказы неизвестны (journalctl -u queue).");
-    case ServiceLog::State::Missing:
-        return text("There is no log file %1, so the last failures are not known.",
-                    "Файла журнала %1 нет, последние отказы неизвестны.")
-            .arg(log.file());
-    case ServiceLog::State::Denied:
-        return text(
-            "No rights: this account may not read the log, so the last failures are not known.",
-            "Нет прав: эта учётная запись не может читать журнал, последние отказы неизвестны.");
-    case ServiceLog::State::Read:
-        break;
-    }
-    return {};
-}
-
 } // namespace
 
 Report showStatus(const Call & /*call*/)
@@ -161,14 +123,12 @@ Report showStatus(const Call & /*call*/)
     report.data.insert(u"types"_s, QJsonArray());
     report.data.insert(u"concerns"_s, QJsonArray());
     const QJsonObject control = askControl();
-    const QJsonObject database =
-        readDatabase(report.data, situation, control.value(u"state"_s).toString() == u"ok");
+    const QJsonObject database = readDatabase(report.data, situation);
     report.data.insert(u"database"_s, database);
     report.data.insert(u"control"_s, control);
     report.data.insert(u"process"_s, serviceProcess());
-    report.data.insert(u"log"_s,
-                       situation.log.hasFile() ? QJsonValue(situation.log.file()) : QJsonValue());
-    report.data.insert(u"logState"_s, logStateName(situation.log.state()));
+    const QString log = logFile();
+    report.data.insert(u"log"_s, log.isEmpty() ? QJsonValue() : QJsonValue(log));
     report.data.insert(u"failIdsSaved"_s, isoTime(situation.failIds.savedAt));
 
     const bool hasDatabase = database.value(u"state"_s).toString() == u"ok";
@@ -186,15 +146,17 @@ Report showStatus(const Call & /*call*/)
     if (!hasDatabase)
         report.line(database.value(u"text"_s).toString(), Tone::Bad);
     report.line(QString());
-    report.table(u"types"_s,
-                 {{u"type"_s, text("Type", "Тип")},
-                  {u"waiting"_s, text("Waiting", "Ждут"), Format::Plain, true},
-                  {u"oldestAgeSeconds"_s, text("Oldest", "Старшей"), Format::Duration, true},
-                  {u"failId"_s, text("Fail id", "Отказ на"), Format::Plain, true},
-                  {u"workerActive"_s, text("Worker", "Работает"), Format::YesNo},
-                  {u"lastFailureTime"_s, text("At", "Когда"), Format::Time},
-                  {u"lastFailure"_s, text("Last failure", "Последний отказ"), Format::Plain, false,
-                   answerWidth}});
+    report.table(
+        u"types"_s,
+        {{u"type"_s, text("Type", "Тип")},
+         {u"waiting"_s, text("Waiting", "Ждут"), Format::Plain, true},
+         {u"oldestAgeSeconds"_s, text("Oldest", "Старшей"), Format::Duration, true},
+         {u"failId"_s, text("Fail id", "Отказ на"), Format::Plain, true},
+         {u"deliveredToday"_s, text("Delivered today", "Доставлено за день"), Format::Plain, true},
+         {u"droppedToday"_s, text("Dropped", "Снято"), Format::Plain, true},
+         {u"lastFailureTime"_s, text("At", "Когда"), Format::Time},
+         {u"lastFailure"_s, text("Last failure", "Последний отказ"), Format::Plain, false,
+          answerWidth}});
     const QJsonArray concerns = report.data.value(u"concerns"_s).toArray();
     if (!concerns.isEmpty()) {
         report.line(QString());
@@ -203,9 +165,6 @@ Report showStatus(const Call & /*call*/)
                       {u"text"_s, text("Why", "Почему"), Format::Plain, false, anyWidth}});
     }
     const bool isWaiting = report.data.value(u"waiting"_s).toInt() > 0;
-    const QString gap = logGap(situation.log);
-    if (isWaiting && !gap.isEmpty())
-        report.line(gap, Tone::Careful);
     if (situation.failIds.isDenied)
         report.line(text("No rights: this account may not read %1, so the fail ids are not known.",
                          "Нет прав: эта учётная запись не может читать %1, отказы неизвестны.")
@@ -213,6 +172,7 @@ Report showStatus(const Call & /*call*/)
                     Tone::Careful);
     if (hasDatabase && !isWaiting)
         report.line(text("Nothing waits.", "Очередь пуста."), Tone::Good);
+    addToday(report, situation);
     if (!hasDatabase)
         report.exitCode = NoDatabase;
     else if (!hasService)

@@ -1,8 +1,9 @@
 #include "app/settings.h"
 #include "tools/catalogue/catalogue.h"
+#include "tools/queuectl/actors.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/controlport.h"
-#include "tools/queuectl/masking.h"
+#include "tools/queuectl/entrytext.h"
 #include "tools/queuectl/rowcheck.h"
 #include "tools/queuectl/situation.h"
 #include "tools/queuectl/text.h"
@@ -16,41 +17,43 @@ namespace queuectl {
 namespace {
 
 /// The last answer as a part of the sentence.
-QString answerText(const Row &row, Cause cause, const Situation &situation)
+QString answerText(const Row &row, Cause cause, const std::optional<JournalEntry> &entry,
+                   const Situation &situation)
 {
-    const auto failure = situation.lastFailure(row);
-    if (failure)
+    if (entry && entry->verdict != u"kept")
+        return text("by its record it was %1 at %2, and its row is there",
+                    "по записи %1 в %2, но строка на месте")
+            .arg(verdictText(entry->verdict), timeText(entry->last));
+    if (entry) {
+        const QString answer = answerOf(*entry);
+        const QString attempts =
+            entry->attempts > 1 ? text(" (attempts: %1)", " (попыток: %1)").arg(entry->attempts)
+                                : QString();
+        if (answer.isEmpty())
+            return text("it was tried at %1 and stayed, without an answer on record",
+                        "попытка в %1 не удалась, ответ не записан")
+                       .arg(timeText(entry->last))
+                   + attempts;
         return text("the last answer, at %1, was \"%2\"", "последний ответ в %1: «%2»")
-            .arg(timeText(failure->time), maskedText(failure->text).simplified());
-    if (situation.lastAttempt(row))
-        return text("it was tried at %1 and stayed, and its handler logged no reason",
-                    "попытка в %1 не удалась, причину обработчик в журнал не записал")
-            .arg(timeText(situation.lastAttempt(row)->time));
-    if (situation.wasRefused(row))
-        return situation.log.hasFile()
-                   ? text("it has been tried and refused, and the log no longer tells how",
-                          "попытка не удалась, в журнале её уже нет")
-                   : text(
-                       "it has been tried and refused, and there is no log file to tell how (journalctl -u queue)",
-                       "попытка не удалась, а файл журнала не ведётся (journalctl -u queue)");
+                   .arg(timeText(entry->last), answer)
+               + attempts;
+    }
+    if (situation.wasRefused(row, entry))
+        return text("it has been tried and refused, and there is no record of how",
+                    "попытка не удалась, записи о ней нет");
     if (cause == Cause::Turn)
         return text("it has not been tried yet", "попыток ещё не было");
-    const QString unknown =
-        text("whether it has been tried is not known here: %1 (journalctl -u queue)",
-             "были ли попытки, здесь неизвестно: %1 (journalctl -u queue)");
-    switch (situation.log.state()) {
-    case ServiceLog::State::None:
-        return unknown.arg(text("no log file is kept", "файл журнала не ведётся"));
-    case ServiceLog::State::Missing:
-        return unknown.arg(text("there is no log file", "файла журнала нет"));
-    case ServiceLog::State::Denied:
-        return unknown.arg(
-            text("this account may not read the log", "эта учётная запись не может читать журнал"));
-    case ServiceLog::State::Read:
-        break;
-    }
-    return unknown.arg(text("the log file does not tell of that time",
-                            "в файле журнала нет записей за это время"));
+    QString reason = situation.journal().why();
+    while (reason.endsWith(u'.'))
+        reason.chop(1);
+    if (reason.isEmpty())
+        reason = JournalFile::isEnabled()
+                     ? text("the delivery journal does not reach back to its first attempt",
+                            "журнал доставки не хранит записей за это время")
+                     : text("journal:enabled is off", "параметр journal:enabled выключен");
+    return text("whether it has been tried is not known here: %1 (journalctl -u queue)",
+                "были ли попытки, здесь неизвестно: %1 (journalctl -u queue)")
+        .arg(reason);
 }
 
 /// Words by which the rules about such an answer are told in the catalogue.
@@ -107,6 +110,7 @@ QString ruleText(const Row &row, Cause cause)
                     "тело не объект JSON, обработчик получает пустое");
     case Cause::Turn:
     case Cause::Unknown:
+    case Cause::Repeat:
         return text("rows of a type go one after another, oldest first",
                     "строки одного типа идут по одной, начиная со старшей");
     default:
@@ -170,64 +174,42 @@ NextTry nextTry(const Row &row, Cause cause, const Situation &situation, Message
             in(2)};
 }
 
-/// Who has to do something, and what.
-QString actorText(const Row &row, Cause cause, PortState service)
+/// The row is gone: what is on record of messages with this number, the newest one first. A table that
+/// is made again begins to count at 1, so there may be several.
+Report explainGone(int id)
 {
-    const auto body = row.object();
-    const QString address = destinationOf(row.type, body.value_or(QJsonObject()));
-    const QString destination =
-        address.isEmpty() ? text("the service of type %1", "сервиса типа %1").arg(row.type)
-                          : address;
-    if (cause == Cause::NoHandler)
-        return text(
-                   "the till's integrator must correct the type (queuectl drop %1 takes the row away)",
-                   "тип должен исправить интегратор кассы (queuectl drop %1 уберёт строку)")
-            .arg(row.id);
-    if (cause == Cause::Body)
-        return text("the till's integrator must correct the program that writes these rows",
-                    "программу, которая пишет такие строки, должен исправить интегратор кассы");
-    if (service == PortState::Nobody)
-        return text("you must start the service (systemctl start queue)",
-                    "запустите службу (systemctl start queue)");
-    if (service == PortState::Other)
-        return text(
-                   "you must see who has the port (ss -ltnp 'sport = %1'), then free it or restart the service (systemctl restart queue)",
-                   "выясните, кто занял порт (ss -ltnp 'sport = %1'), освободите его или перезапустите службу (systemctl restart queue)")
-            .arg(controlPort());
-    switch (cause) {
-    case Cause::Network:
-        return text("whoever looks after the network or %1 must make it reachable from here",
-                    "связь с %1 должен восстановить тот, кто отвечает за сеть или за эту службу")
-            .arg(destination);
-    case Cause::Certificate:
-        return text(
-                   "whoever installs certificates must look at those for %1 (queuectl doctor lists them)",
-                   "сертификаты для %1 должен проверить тот, кто их ставит (их покажет queuectl doctor)")
-            .arg(destination);
-    case Cause::Credentials:
-        return text(
-                   "whoever manages the account at %1 must correct name, password or key",
-                   "имя, пароль или ключ для %1 должен исправить тот, кто ведёт эту учётную запись")
-            .arg(destination);
-    case Cause::Service:
-        return text("the owner of %1 must mend it; nothing is to be done here",
-                    "сбой должен устранить владелец %1; здесь делать нечего")
-            .arg(destination);
-    case Cause::Request:
-        return text(
-                   "the till's integrator and the owner of %1 must settle what the request lacks (queuectl show %2)",
-                   "интегратор кассы и владелец %1 должны выяснить, что не так в запросе (queuectl show %2)")
-            .arg(destination, QString::number(row.id));
-    case Cause::Turn:
-        return text("nobody has to act", "делать ничего не надо");
-    case Cause::Unknown:
-        return text("look into the service's log before you decide who must act",
-                    "прежде чем решать, кому действовать, посмотрите журнал службы");
-    default:
-        return text("the engineer must read the log around that time, then ask the owner of %1",
-                    "инженеру надо прочесть журнал за это время и обратиться к владельцу %1")
-            .arg(destination);
+    JournalFile journal;
+    JournalFilter filter;
+    filter.id = id;
+    const QList<JournalEntry> entries = journal.entries(filter);
+    if (entries.isEmpty()) {
+        const QString reason = journal.why();
+        throw Failure(NotFound, text("There is no row %1, and there is no record of it. %2",
+                                     "Строки %1 нет, и записи о ней нет. %2")
+                                    .arg(QString::number(id), reason)
+                                    .trimmed());
     }
+    Report report;
+    QJsonArray records;
+    for (const JournalEntry &entry : entries) {
+        QString sentence = entrySentence(entry);
+        if (entry.verdict == u"kept")
+            sentence += text(" Its row is gone since: it was deleted or moved by hand (queuectl "
+                             "drop, queuectl requeue), or by another program.",
+                             " С тех пор строки нет: её удалили или перенесли вручную (queuectl "
+                             "drop, queuectl requeue) или это сделала другая программа.");
+        QJsonObject record = entry.toJson();
+        record.insert(u"sentence"_s, sentence);
+        records.append(record);
+        report.line(sentence, entry.verdict == u"delivered" ? Tone::Good : Tone::Careful);
+    }
+    report.data = {{u"id"_s, id},
+                   {u"waiting"_s, false},
+                   {u"type"_s, entries.first().type},
+                   {u"verdict"_s, entries.first().verdict},
+                   {u"sentence"_s, records.first()[u"sentence"_s]},
+                   {u"history"_s, records}};
+    return report;
 }
 
 } // namespace
@@ -238,16 +220,17 @@ Report explainRow(const Call &call)
     MessageRows rows;
     const auto row = rows.find(id);
     if (!row)
-        throw Failure(NotFound, text("There is no row %1; it may have been delivered meanwhile",
-                                     "Строки %1 нет; возможно, она уже доставлена")
-                                    .arg(id));
+        return explainGone(id);
     const Situation situation = Situation::read();
     const PortState service = controlPortState();
-    const Cause cause = situation.cause(*row);
+    const std::optional<JournalEntry> entry = situation.entryOf(*row);
+    const Cause cause = situation.cause(*row, entry);
     const NextTry next = nextTry(*row, cause, situation, rows, service);
-    const QString answer = answerText(*row, cause, situation);
+    const QString answer = answerText(*row, cause, entry, situation);
     const QString rule = ruleText(*row, cause);
-    const QString actor = actorText(*row, cause, service);
+    const QString actor =
+        actionText(cause, service, row->type,
+                   destinationOf(row->type, row->object().value_or(QJsonObject())), id);
     const QString sentence =
         text("Row %1 (%2) has waited for %3: %4; %5; %6; %7.",
              "Строка %1 (%2) ждёт %3: %4; %5; %6; %7.")
@@ -256,16 +239,19 @@ Report explainRow(const Call &call)
 
     Report report;
     report.data = {{u"id"_s, id},
+                   {u"waiting"_s, true},
                    {u"type"_s, row->type},
                    {u"ageSeconds"_s, row->ageSeconds()},
                    {u"cause"_s, causeName(cause)},
                    {u"lastAnswer"_s, answer},
+                   {u"attempts"_s, entry ? entry->attempts : 0},
                    {u"rule"_s, rule},
                    {u"nextTry"_s, next.text},
                    {u"nextTryEarliest"_s, next.earliest.isValid()
                                               ? QJsonValue(next.earliest.toString(Qt::ISODate))
                                               : QJsonValue()},
                    {u"actor"_s, actor},
+                   {u"who"_s, actorName(actorFor(cause, service))},
                    {u"serviceRunning"_s, service == PortState::Service},
                    {u"sentence"_s, sentence}};
     report.line(sentence);

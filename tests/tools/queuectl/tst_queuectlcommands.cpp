@@ -84,6 +84,19 @@ void TestQueuectlCommands::helpOfEachCommand()
             QVERIFY(qstrcmp(option.english, option.russian) != 0);
         }
         QCOMPARE(till->run({u"help"_s, command.name}).out, outcome.out);
+        QVERIFY2(command.example.startsWith(u"queuectl "_s + command.name),
+                 qPrintable(command.name));
+        QVERIFY2(outcome.out.contains(u"\nExample:\n  %1\n"_s.arg(command.example)),
+                 qPrintable(outcome.out));
+        // It names no option that the command lacks.
+        static const QRegularExpression option(u"--([a-z-]+)"_s);
+        auto named = option.globalMatch(command.example);
+        while (named.hasNext()) {
+            const QString name = named.next().captured(1);
+            QVERIFY2(std::any_of(command.options.cbegin(), command.options.cend(),
+                                 [&name](const Option &each) { return each.name == name; }),
+                     qPrintable(command.example));
+        }
     }
 }
 
@@ -176,6 +189,8 @@ void TestQueuectlCommands::completionCompletes_data()
     QTest::addColumn<QStringList>("words");
     QTest::newRow("a command") << u"sta"_s << QStringList{u"status"_s, u"start"_s};
     QTest::newRow("a type") << u"list heine"_s << QStringList{u"heineken"_s};
+    QTest::newRow("a verdict") << u"history --verdict dr"_s << QStringList{u"dropped"_s};
+    QTest::newRow("a time") << u"history --since ye"_s << QStringList{u"yesterday"_s};
     QTest::newRow("a type to lint") << u"lint f --type heine"_s << QStringList{u"heineken"_s};
     for (const Command &command : commandTable()) {
         QStringList options;

@@ -1,5 +1,6 @@
 #include "rig/certificates.h"
 #include "rig/mariadbserver.h"
+#include "tests/tools/queuectl/journalfixture.h"
 #include "tests/tools/queuectl/till.h"
 
 #include "tools/queuectl/failure.h"
@@ -46,6 +47,7 @@ private Q_SLOTS:
     void secretsThatOthersMayRead();
     void bundle();
     void bundleWithoutDatabase();
+    void bundleSince();
     void bundleWithoutTar();
 
 private:
@@ -89,9 +91,9 @@ void TestQueuectlDoctor::everyAreaIsLookedAt()
             areas.append(check.value(u"area"_s).toString());
         errors += check.value(u"state"_s).toString() == u"error" ? 1 : 0;
     }
-    QCOMPARE(areas, (QStringList{u"settings"_s, u"database"_s, u"rights"_s, u"openssl"_s,
-                                 u"clock"_s, u"port"_s, u"certificates"_s, u"log"_s,
-                                 u"journal"_s, u"rows"_s}));
+    QCOMPARE(areas,
+             (QStringList{u"settings"_s, u"database"_s, u"rights"_s, u"openssl"_s, u"clock"_s,
+                          u"port"_s, u"certificates"_s, u"log"_s, u"journal"_s, u"rows"_s}));
     QCOMPARE(result.value(u"errors"_s).toInt(), errors);
     // The service does not run here, and nothing else is wrong.
     QCOMPARE(errors, 1);
@@ -329,8 +331,6 @@ void TestQueuectlDoctor::logThatIsNotThere()
     QVERIFY(checks(u"log"_s).first().startsWith(u"ok no log file is configured"));
     till->setLog({});
     QVERIFY(checks(u"log"_s).first().startsWith(u"ok"));
-    till->write(u"/log/queue.log"_s, "lines of another shape\n");
-    QVERIFY(checks(u"log"_s).first().startsWith(u"warning the lines of"));
     QVERIFY(QFile::remove(till->database.root() + u"/log/queue.log"_s));
     QVERIFY(checks(u"log"_s).first().startsWith(u"warning there is no log file"));
 }
@@ -437,11 +437,24 @@ void TestQueuectlDoctor::bundle()
     till->setSettings(u"[database]\npassword = hush\n[Mindbox]\nsecretKey = hush\n"_s);
     till->database.put(u"heineken"_s, u"{\"url\":\"http://a\",\"password\":\"hush\"}"_s);
     till->setLog(
-        {logLine(7300, u"INFO"_s, u"heineken"_s, u"long ago"_s),
+        {logLine(90'000, u"INFO"_s, u"heineken"_s, u"long ago"_s), u"    and its second line"_s,
          logLine(60, u"INFO"_s, u"heineken"_s,
                  u"Обработка сообщения: {\"password\":\"hush\",\"card\":\"77001234567890\"}"_s)});
+    JournalFixture journal(till->database.root());
+    journal.put({.id = 17,
+                 .verdict = u"dropped"_s,
+                 .text = u"password=hush"_s,
+                 .reference = u"77001234567890"_s});
+    journal.put({.id = 16, .secondsAgo = 90'000});
+    // Says what it was asked for, and one line.
+    const QString tool = till->write(
+        u"/bin/journalctl"_s,
+        "#!/bin/sh\necho \"$@\" > \"$QUEUE_ROOT/asked\"\necho 'queue[1]: password=hush 77001234567890'\n"_ba);
+    QVERIFY(QFile::setPermissions(tool, QFile::ReadOwner | QFile::ExeOwner));
     const QString archive = till->database.root() + u"/support.tar.gz"_s;
-    const Outcome outcome = till->run({u"bundle"_s, u"--output"_s, archive, u"--json"_s});
+    const Outcome outcome =
+        till->run({u"bundle"_s, u"--output"_s, archive, u"--json"_s}, {},
+                  {{u"PATH"_s, QFileInfo(tool).path() + u':' + qEnvironmentVariable("PATH")}});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QCOMPARE(outcome.json().value(u"file"_s).toString(), archive);
     QCOMPARE(outcome.json().value(u"bytes"_s).toInteger(), QFileInfo(archive).size());
@@ -460,9 +473,9 @@ void TestQueuectlDoctor::bundle()
         return QString::fromUtf8(file.readAll());
     };
     QString all;
-    for (const QString &name :
-         {u"doctor.txt"_s, u"doctor.json"_s, u"status.txt"_s, u"status.json"_s, u"shape.txt"_s,
-          u"shape.json"_s, u"log-last-hour.txt"_s, u"versions.txt"_s})
+    for (const QString &name : {u"doctor.txt"_s, u"doctor.json"_s, u"status.txt"_s,
+                                u"status.json"_s, u"shape.txt"_s, u"shape.json"_s, u"log.txt"_s,
+                                u"systemd-log.txt"_s, u"history.jsonl"_s, u"versions.txt"_s})
         all += content(name);
     const QString settings =
         content(u"settings"_s + till->database.root() + u"/tallocash/cash/conf/tcash.ini"_s);
@@ -470,8 +483,20 @@ void TestQueuectlDoctor::bundle()
     QVERIFY(all.contains(QStringLiteral(QUEUE_VERSION)));
     QVERIFY(content(u"shape.txt"_s).contains(u"heineken"));
     QVERIFY(content(u"doctor.txt"_s).contains(u"openssl"));
-    const QString log = content(u"log-last-hour.txt"_s);
-    QVERIFY2(log.contains(u"Обработка сообщения") && !log.contains(u"long ago"), qPrintable(log));
+    const QString log = content(u"log.txt"_s);
+    QVERIFY2(log.contains(u"Обработка сообщения") && !log.contains(u"long ago")
+                 && !log.contains(u"second line"),
+             qPrintable(log));
+    const QStringList history = content(u"history.jsonl"_s).split(u'\n', Qt::SkipEmptyParts);
+    QCOMPARE(history.size(), 1);
+    QVERIFY2(history.first().contains(u"***7890"_s), qPrintable(history.first()));
+    const QString systemd = content(u"systemd-log.txt"_s);
+    const QString asked = content(u"../asked"_s);
+    const qint64 yesterday = QDateTime::currentDateTime().addDays(-1).toSecsSinceEpoch();
+    QVERIFY2(asked.startsWith(u"--unit=queue --since=@"_s)
+                 && qAbs(asked.section(u'@', 1).section(u' ', 0, 0).toLongLong() - yesterday) < 60,
+             qPrintable(asked));
+    QVERIFY2(systemd.contains(u"queue[1]: password=*** ***7890\n"_s), qPrintable(systemd));
     for (const QString &secret : {u"hush"_s, u"77001234567890"_s})
         QVERIFY2(!(all + settings).contains(secret), qPrintable(secret));
 }
@@ -483,6 +508,36 @@ void TestQueuectlDoctor::bundleWithoutDatabase()
     QVERIFY(QFileInfo(archive).size() > 0);
     QCOMPARE(till->run({u"bundle"_s, u"--output"_s, u"/no/such/folder/x"_s}).exitCode,
              ExitCode::Failed);
+}
+
+void TestQueuectlDoctor::bundleSince()
+{
+    till->database.ids();
+    JournalFixture journal(till->database.root());
+    journal.put({.id = 16, .secondsAgo = 90'000});
+    journal.put({.id = 17, .secondsAgo = 7200});
+    till->setLog({logLine(90'000, u"INFO"_s, u"queue"_s, u"вчера"_s),
+                  logLine(7200, u"INFO"_s, u"queue"_s, u"недавно"_s)});
+    const QString archive = till->database.root() + u"/support.tar.gz"_s;
+    const auto content = [&](const QString &since, const QString &name) {
+        till->run({u"bundle"_s, u"--output"_s, archive, u"--since"_s, since});
+        QProcess tar;
+        tar.start(u"tar"_s, {u"-xzOf"_s, archive, u"--wildcards"_s, u"*/"_s + name});
+        tar.waitForFinished();
+        return QString::fromUtf8(tar.readAllStandardOutput());
+    };
+    QCOMPARE(content(u"7d"_s, u"history.jsonl"_s).count(u'\n'), 2);
+    QCOMPARE(content(u"3h"_s, u"history.jsonl"_s).count(u'\n'), 1);
+    QCOMPARE(content(u"1h"_s, u"history.jsonl"_s), QString());
+    QVERIFY(content(u"7d"_s, u"log.txt"_s).contains(u"вчера"_s));
+    QVERIFY(!content(u"3h"_s, u"log.txt"_s).contains(u"вчера"_s));
+    QVERIFY(content(u"3h"_s, u"log.txt"_s).contains(u"недавно"_s));
+    // A log whose lines begin in another way is taken whole.
+    till->write(u"/log/queue.log"_s, "[queue] first\n[queue] second\n");
+    QCOMPARE(content(u"1h"_s, u"log.txt"_s), u"[queue] first\n[queue] second\n"_s);
+    journal.run(u"PRAGMA user_version = 2"_s);
+    QVERIFY(content(u"7d"_s, u"history.jsonl"_s).contains(u"newer version"_s));
+    QCOMPARE(till->run({u"bundle"_s, u"--since"_s, u"soon"_s}).exitCode, ExitCode::Usage);
 }
 
 void TestQueuectlDoctor::bundleWithoutTar()

@@ -1,8 +1,8 @@
 #include "rig/loopbackserver.h"
-#include "shared/core/compactjson.h"
 #include "shared/core/folderlock.h"
 #include "shared/core/paths.h"
 #include "shared/text/escaping.h"
+#include "tests/tools/queuectl/journalfixture.h"
 #include "tests/tools/queuectl/till.h"
 
 #include "tools/catalogue/catalogue.h"
@@ -24,9 +24,19 @@ namespace {
 
 const QString body =
     u"{\"url\":\"http://127.0.0.1:8000/sales\",\"headers\":{\"Authorization\":\"Bearer abc\"},\"body\":\"1\"}"_s;
-const QString refusal =
-    u"Ошибка при отправке сообщения: Сервер 127.0.0.1:8000 отклонил соединение"_s;
+const QString refusal = u"Сервер 127.0.0.1:8000 отклонил соединение"_s;
 const QMap<QString, QString> russian{{u"LC_ALL"_s, u"ru_RU.UTF-8"_s}};
+
+/// A message that stayed, because nobody listened.
+Record refused(int id, int secondsAgo = 60)
+{
+    return {.id = id,
+            .verdict = u"kept"_s,
+            .kind = u"network"_s,
+            .status = 0,
+            .text = refusal,
+            .secondsAgo = secondsAgo};
+}
 
 } // namespace
 
@@ -65,7 +75,7 @@ private Q_SLOTS:
     void shapeTellsSinceWhen();
     void shapeJoinsTypes();
     void shapeKeepsTypesWithoutAddressApart();
-    void shapeWithoutLog();
+    void shapeWithoutHistory();
     void why_data();
     void why();
     void whyNamesTheRule();
@@ -77,8 +87,11 @@ private Q_SLOTS:
     void noRightsIsNotNoDatabase();
     void failIdsMayNotBeRead();
     void whyNamesTheAnswerToThisRow();
-    void whyKnowsWhatTheLogHasOfABody_data();
-    void whyKnowsWhatTheLogHasOfABody();
+    void whyOfARowThatWasFinishedWith();
+    void whyOfARowThatIsGone_data();
+    void whyOfARowThatIsGone();
+    void whyOfARowThatNobodyKnows();
+    void todayByType();
     void speaksRussian();
     void coloursOnTerminalOnly();
     void looksOnly();
@@ -91,13 +104,16 @@ private:
     QJsonObject why(int id);
 
     std::unique_ptr<Till> till;
+    std::unique_ptr<JournalFixture> journal;
 };
 
 void TestQueuectlLook::init()
 {
+    journal.reset();
     // The former one puts the environment back.
     till.reset();
     till = std::make_unique<Till>();
+    journal = std::make_unique<JournalFixture>(till->database.root());
 }
 
 void TestQueuectlLook::statusOfAnEmptyQueue()
@@ -116,9 +132,7 @@ void TestQueuectlLook::statusShowsTypes()
     put(u"nosuch"_s);
     till->setAge(first, 7860);
     till->setFailIds("{\"heineken\":" + QByteArray::number(first) + "}");
-    till->setLog(
-        {logLine(60, u"ERROR"_s, u"heineken"_s, refusal),
-         logLine(50, u"INFO"_s, u"queue"_s, u"  heineken: 2 сообщ. (обработчик активен)"_s)});
+    journal->put(refused(first));
 
     const Outcome outcome = till->run({u"status"_s, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::NoService);
@@ -138,9 +152,8 @@ void TestQueuectlLook::statusShowsTypes()
     QCOMPARE(type.value(u"waiting"_s).toInt(), 2);
     QVERIFY(type.value(u"oldestAgeSeconds"_s).toInt() >= 7860);
     QCOMPARE(type.value(u"failId"_s).toInt(), first);
-    // The log's last word was that it is alive, but nobody is there any more.
-    QCOMPARE(type.value(u"workerActive"_s), QJsonValue(false));
     QCOMPARE(type.value(u"lastFailure"_s).toString(), refusal);
+    QCOMPARE(type.value(u"lastFailureCause"_s).toString(), u"network"_s);
     QVERIFY(
         QDateTime::fromString(type.value(u"lastFailureTime"_s).toString(), Qt::ISODate).isValid());
     QCOMPARE(types.at(1).toObject().value(u"delivered"_s), QJsonValue(false));
@@ -154,33 +167,32 @@ void TestQueuectlLook::concerns_data()
 {
     QTest::addColumn<QString>("type");
     QTest::addColumn<int>("age");
-    QTest::addColumn<QStringList>("words");
+    // Seconds ago; 0: never, and not failing.
+    QTest::addColumn<int>("delivered");
+    QTest::addColumn<int>("failing");
     QTest::addColumn<QString>("concern");
-    const QString delivered = u"Удаление сообщения 7"_s;
-    QTest::newRow("new row") << u"heineken"_s << 3000 << QStringList{} << QString();
-    QTest::newRow("old row") << u"heineken"_s << 3700 << QStringList{}
+    QTest::newRow("new row") << u"heineken"_s << 3000 << 0 << 0 << QString();
+    QTest::newRow("old row") << u"heineken"_s << 3700 << 0 << 0
                              << u"old: rows that wait for more than an hour: 1"_s;
     QTest::newRow("nobody delivers it")
-        << u"nosuch"_s << 0 << QStringList{} << u"no-handler: nobody delivers this type, rows: 1"_s;
-    QTest::newRow("has only failed") << u"heineken"_s << 0 << QStringList{refusal}
-                                     << u"only-failed: the log has refusals only, rows: 1"_s;
-    QTest::newRow("was delivered and failed")
-        << u"heineken"_s << 0 << QStringList{delivered, refusal} << QString();
-    QTest::newRow("failed and was delivered")
-        << u"heineken"_s << 0 << QStringList{refusal, delivered} << QString();
+        << u"nosuch"_s << 0 << 0 << 0 << u"no-handler: nobody delivers this type, rows: 1"_s;
+    QTest::newRow("has only failed")
+        << u"heineken"_s << 0 << 0 << 60
+        << u"only-failed: was never delivered, only refused, rows: 1"_s;
+    QTest::newRow("was delivered and failed") << u"heineken"_s << 0 << 90 << 60 << QString();
+    QTest::newRow("failed and was delivered") << u"heineken"_s << 0 << 60 << 0 << QString();
 }
 
 void TestQueuectlLook::concerns()
 {
     QFETCH(const QString, type);
     QFETCH(const int, age);
-    QFETCH(const QStringList, words);
+    QFETCH(const int, delivered);
+    QFETCH(const int, failing);
     QFETCH(const QString, concern);
     till->setAge(put(type), age);
-    QStringList lines;
-    for (const QString &text : words)
-        lines.append(logLine(60, text == refusal ? u"ERROR"_s : u"INFO"_s, type, text));
-    till->setLog(lines);
+    if (delivered > 0 || failing > 0)
+        journal->streak(type, delivered, failing);
     QStringList found;
     const QJsonObject status = till->run({u"status"_s, u"--json"_s}).json();
     for (const QJsonValue &value : status.value(u"concerns"_s).toArray())
@@ -424,6 +436,12 @@ void TestQueuectlLook::hiddenCharacters_data()
     // Blanks of an answer become one.
     row({u"why"_s, u"2"_s}, uR"("answer \x1b[2J \x9b\u202e")"_s);
     row({u"why"_s, u"3"_s}, uR"("answer \x1b[2J \x9b\u202e")"_s);
+    row({u"why"_s, u"17"_s});
+    row({u"history"_s});
+    row({u"history"_s, u"17"_s});
+    row({u"history"_s, u"--type"_s, hidden});
+    row({u"history"_s, u"--since"_s, hidden});
+    row({u"history"_s, u"--verdict"_s, hidden});
     row({u"shape"_s});
     row({u"doctor"_s}, uR"(\x9b\u202e)"_s);
     row({u"export"_s}, uR"(\u001b[2J\r\n\u009b\u202e\u2028)"_s);
@@ -449,9 +467,24 @@ void TestQueuectlLook::hiddenCharacters()
     till->database.query(u"UPDATE message SET statuscode = ?"_s, {hidden});
     till->setFailIds("{\"heineken\":3}");
     till->setSettings(u"\n[Spasibo]\n\u009b\u202e = 1\n"_s);
-    // One that did not escape, as Log4Qt, and one that did.
-    till->setLog({logLine(60, u"ERROR"_s, u"heineken"_s, u"raw \u009b\u202e\u0007 "_s + hidden),
-                  logLine(50, u"ERROR"_s, u"heineken"_s, u"answer "_s + shownHidden)});
+    const auto record = [](int id, const QString &type, const QString &verdict) {
+        return Record{.id = id,
+                      .type = type,
+                      .verdict = verdict,
+                      .kind = u"service"_s,
+                      .status = 0,
+                      .text = u"answer "_s + hidden,
+                      .reference = hidden,
+                      .card = hidden,
+                      .secondsAgo = 0};
+    };
+    journal->put(record(1, hidden, u"kept"_s));
+    journal->put(record(2, u"heineken"_s, u"kept"_s));
+    journal->put(record(3, u"heineken"_s, u"kept"_s));
+    journal->put(record(17, u"heineken"_s, hidden));
+    journal->put(record(18, hidden, u"dropped"_s));
+    journal->fact(u"certificate"_s, hidden, u"1"_s, 60);
+    journal->fact(u"clock"_s, hidden, u"900"_s, 60);
 
     const Outcome outcome = till->run(arguments);
     QCOMPARE(hiddenIn(outcome.out), QString());
@@ -509,6 +542,7 @@ void TestQueuectlLook::columnsHaveALargestWidth_data()
     QTest::newRow("status") << QStringList{u"status"_s};
     QTest::newRow("shape") << QStringList{u"shape"_s};
     QTest::newRow("list") << QStringList{u"list"_s, u"heineken"_s};
+    QTest::newRow("history") << QStringList{u"history"_s};
 }
 
 void TestQueuectlLook::columnsHaveALargestWidth()
@@ -518,7 +552,14 @@ void TestQueuectlLook::columnsHaveALargestWidth()
     till->database.put(longText, body, longText);
     till->database.put(u"heineken"_s, body, longText);
     till->setFailIds("{\"heineken\":2}");
-    till->setLog({logLine(50, u"ERROR"_s, u"heineken"_s, longText)});
+    journal->put({.id = 2, .verdict = u"kept"_s, .text = longText, .secondsAgo = 0});
+    journal->put({.id = 3,
+                  .type = longText,
+                  .verdict = u"dropped"_s,
+                  .text = longText,
+                  .reference = longText,
+                  .card = longText,
+                  .secondsAgo = 0});
     const QString out = till->run(arguments).out;
     QVERIFY2(out.contains(QString(39, u'т') + u"…"_s), qPrintable(out));
     const QStringList lines = out.split(u'\n');
@@ -555,7 +596,6 @@ void TestQueuectlLook::unknownRow()
 
 void TestQueuectlLook::shapeGroups()
 {
-    till->setLog({logLine(7200, u"INFO"_s, u"queue"_s, u"Запуск обработчиков"_s)});
     put();
     till->setAge(put(), 1000);
     put(u"nosuch"_s);
@@ -581,10 +621,9 @@ void TestQueuectlLook::shapeTellsSinceWhen()
     put(u"heineken"_s, u"{\"url\":\"https://other/a\"}"_s);
     till->setFailIds("{\"heineken\":37}");
     const QDateTime since = QDateTime::currentDateTime().addSecs(-3600);
-    till->setLog({logLine(7200, u"ERROR"_s, u"heineken"_s, refusal),
-                  logLine(5000, u"INFO"_s, u"heineken"_s, u"Удаление сообщения 7"_s),
-                  logLine(3600, u"ERROR"_s, u"heineken"_s, refusal),
-                  logLine(60, u"ERROR"_s, u"heineken"_s, refusal)});
+    for (int id = 1; id <= 37; ++id)
+        journal->put(refused(id, 0));
+    journal->streak(u"heineken"_s, 5000, 3600);
     const QJsonObject shape = till->run({u"shape"_s, u"--json"_s}).json();
     const QJsonArray destinations = shape.value(u"destinations"_s).toArray();
     QCOMPARE(destinations.size(), 2);
@@ -605,8 +644,8 @@ void TestQueuectlLook::shapeJoinsTypes()
     put();
     put(u"cardlab"_s);
     till->setFailIds("{\"heineken\":1,\"cardlab\":2}");
-    till->setLog({logLine(3600, u"ERROR"_s, u"heineken"_s, refusal),
-                  logLine(1800, u"ERROR"_s, u"cardlab"_s, refusal)});
+    journal->streak(u"heineken"_s, 0, 3600);
+    journal->streak(u"cardlab"_s, 0, 1800);
     const QJsonArray destinations =
         till->run({u"shape"_s, u"--json"_s}).json().value(u"destinations"_s).toArray();
     QCOMPARE(destinations.size(), 1);
@@ -623,9 +662,7 @@ void TestQueuectlLook::shapeKeepsTypesWithoutAddressApart()
 {
     put(u"heineken"_s, u"{}"_s);
     put(u"cardlab"_s, u"{}"_s);
-    till->setFailIds("{\"heineken\":1}");
-    till->setLog({logLine(90, u"INFO"_s, u"queue"_s, u"Запуск обработчиков"_s),
-                  logLine(60, u"ERROR"_s, u"heineken"_s, refusal)});
+    journal->put(refused(1, 0));
     const QJsonArray destinations =
         till->run({u"shape"_s, u"--json"_s}).json().value(u"destinations"_s).toArray();
     QCOMPARE(destinations.size(), 2);
@@ -640,8 +677,10 @@ void TestQueuectlLook::shapeKeepsTypesWithoutAddressApart()
     QVERIFY2(!reason.contains(u"()"_s), qPrintable(reason));
 }
 
-void TestQueuectlLook::shapeWithoutLog()
+void TestQueuectlLook::shapeWithoutHistory()
 {
+    journal->close();
+    QVERIFY(QFile::remove(journal->file()));
     put();
     till->setFailIds("{\"heineken\":1}");
     const Outcome outcome = till->run({u"shape"_s});
@@ -658,29 +697,47 @@ QJsonObject TestQueuectlLook::why(int id)
 
 void TestQueuectlLook::why_data()
 {
-    QTest::addColumn<QString>("failure");
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("words");
+    QTest::addColumn<QString>("answer");
     QTest::addColumn<QString>("cause");
-    const QString http =
-        u"Ошибка при отправке сообщения: Сервер ответил ошибкой, код состояния HTTP %1"_s;
-    QTest::newRow("refused") << refusal << u"network"_s;
-    QTest::newRow("401") << http.arg(401) << u"credentials"_s;
-    QTest::newRow("400") << http.arg(400) << u"request"_s;
-    QTest::newRow("503") << http.arg(503) << u"service"_s;
-    QTest::newRow("certificate") << u"Сертификат сервера a не прошёл проверку (x)"_s
-                                 << u"certificate"_s;
-    QTest::newRow("own words") << u"Сумма не сходится"_s << u"other"_s;
+    QTest::newRow("refused") << u"network"_s << 0 << refusal << refusal << u"network"_s;
+    QTest::newRow("401") << u"credentials"_s << 401 << u"нет доступа"_s
+                         << u"HTTP 401, нет доступа"_s << u"credentials"_s;
+    QTest::newRow("400") << u"request"_s << 400 << u"код 400"_s << u"код 400"_s << u"request"_s;
+    QTest::newRow("503") << u"service"_s << 503 << QString() << u"HTTP 503"_s << u"service"_s;
+    QTest::newRow("certificate") << u"certificate"_s << 0 << u"сертификат не прошёл проверку"_s
+                                 << u"сертификат не прошёл проверку"_s << u"certificate"_s;
+    QTest::newRow("a kind of another version")
+        << u"weather"_s << 0 << u"гроза"_s << u"гроза"_s << u"other"_s;
+    QTest::newRow("a secret") << u"service"_s << 0 << u"нет, token=abc"_s << u"нет, token=***"_s
+                              << u"service"_s;
 }
 
 void TestQueuectlLook::why()
 {
-    QFETCH(const QString, failure);
+    QFETCH(const QString, kind);
+    QFETCH(const int, status);
+    QFETCH(const QString, words);
+    QFETCH(const QString, answer);
     const int id = put();
     till->setAge(id, 600);
-    till->setFailIds("{\"heineken\":1}");
-    till->setLog({logLine(60, u"ERROR"_s, u"heineken"_s, failure)});
+    journal->put({.id = id,
+                  .verdict = u"kept"_s,
+                  .kind = kind,
+                  .status = status,
+                  .text = words,
+                  .attempts = 3});
     const QJsonObject reason = why(id);
     QTEST(reason.value(u"cause"_s).toString(), "cause");
-    QVERIFY(reason.value(u"lastAnswer"_s).toString().contains(failure));
+    QVERIFY2(reason.value(u"lastAnswer"_s)
+                 .toString()
+                 .contains(u"was \"%1\" (attempts: 3)"_s.arg(answer)),
+             qPrintable(reason.value(u"lastAnswer"_s).toString()));
+    QCOMPARE(reason.value(u"waiting"_s), QJsonValue(true));
+    QCOMPARE(reason.value(u"attempts"_s), QJsonValue(3));
+    QCOMPARE(reason.value(u"who"_s).toString(), u"engineer"_s);
     QCOMPARE(reason.value(u"serviceRunning"_s), QJsonValue(false));
     QVERIFY(reason.value(u"nextTryEarliest"_s).isNull());
     QVERIFY(reason.value(u"actor"_s).toString().contains(u"systemctl start queue"));
@@ -720,13 +777,13 @@ void TestQueuectlLook::whyNamesTheRule()
             kept.append(outcome.when.chopped(1));
     }
     put();
-    till->setFailIds("{\"heineken\":1}");
-    const auto ruleAfter = [this](const QString &answer) {
-        till->setLog({logLine(0, u"ERROR"_s, u"heineken"_s, answer)});
+    const auto ruleAfter = [this](const QString &kind) {
+        journal->run(u"DELETE FROM outcome"_s);
+        journal->put({.verdict = u"kept"_s, .kind = kind, .secondsAgo = 0});
         return why(1).value(u"rule"_s).toString();
     };
-    const QString unreachable = ruleAfter(refusal);
-    const QString broken = ruleAfter(u"Сервер ответил ошибкой, код состояния HTTP 503"_s);
+    const QString unreachable = ruleAfter(u"network"_s);
+    const QString broken = ruleAfter(u"service"_s);
     QVERIFY(unreachable != broken);
     for (const QString &rule : {unreachable, broken})
         QVERIFY2(std::any_of(kept.cbegin(), kept.cend(),
@@ -739,7 +796,6 @@ void TestQueuectlLook::whyCountsRowsBefore()
     const int nosuch = put(u"nosuch"_s);
     const int broken = put(u"cardlab"_s, u"broken"_s);
     const int fresh = put();
-    till->setLog({logLine(60, u"INFO"_s, u"queue"_s, u"Запуск обработчиков"_s)});
     QCOMPARE(why(nosuch).value(u"cause"_s).toString(), u"no-handler"_s);
     QCOMPARE(why(broken).value(u"cause"_s).toString(), u"body"_s);
     const QJsonObject reason = why(fresh);
@@ -749,63 +805,74 @@ void TestQueuectlLook::whyCountsRowsBefore()
 
 void TestQueuectlLook::whatIsNotKnownIsSaid_data()
 {
-    QTest::addColumn<QString>("log");
+    QTest::addColumn<QString>("what");
     QTest::addColumn<QString>("answer");
     QTest::addColumn<QString>("cause");
-    QTest::addColumn<QString>("logState");
+    QTest::addColumn<QString>("state");
     const QString unknown = u"not known here: "_s;
-    QTest::newRow("default installation")
-        << u"none"_s << unknown + u"no log file is kept"_s << u"unknown"_s << u"none"_s;
-    QTest::newRow("file is missing")
-        << u"missing"_s << unknown + u"there is no log file"_s << u"unknown"_s << u"missing"_s;
+    QTest::newRow("nothing was tried")
+        << QString() << u"it has not been tried yet"_s << u"turn"_s << u"read"_s;
+    QTest::newRow("others were tried")
+        << u"others"_s << u"it has not been tried yet"_s << u"turn"_s << u"read"_s;
+    QTest::newRow("no file") << u"missing"_s << unknown + u"There is no delivery journal yet"_s
+                             << u"unknown"_s << u"missing"_s;
     QTest::newRow("file is closed")
-        << u"closed"_s << unknown + u"this account may not read the log"_s << u"unknown"_s
-        << u"denied"_s;
-    QTest::newRow("settings are closed")
-        << u"closed settings"_s << unknown + u"this account may not read the log"_s << u"unknown"_s
-        << u"denied"_s;
-    QTest::newRow("file begins later")
-        << u"later"_s << unknown + u"the log file does not tell of that time"_s << u"unknown"_s
+        << u"closed"_s << unknown + u"No rights: this account may not read the delivery journal"_s
+        << u"unknown"_s << u"denied"_s;
+    QTest::newRow("file is damaged")
+        << u"damaged"_s << unknown + u"The delivery journal"_s << u"unknown"_s << u"damaged"_s;
+    QTest::newRow("file is newer")
+        << u"newer"_s << unknown + u"The delivery journal"_s << u"unknown"_s << u"newer"_s;
+    QTest::newRow("file was pruned")
+        << u"pruned"_s << unknown + u"the delivery journal does not reach back"_s << u"unknown"_s
         << u"read"_s;
-    QTest::newRow("file has warnings only")
-        << u"warnings"_s << unknown + u"the log file does not tell of that time"_s << u"unknown"_s
-        << u"read"_s;
-    QTest::newRow("file tells") << u"whole"_s << u"it has not been tried yet"_s << u"turn"_s
-                                << u"read"_s;
+    QTest::newRow("pruned before the row")
+        << u"pruned early"_s << u"it has not been tried yet"_s << u"turn"_s << u"read"_s;
+    QTest::newRow("switched off") << u"off"_s << unknown + u"journal:enabled is off"_s
+                                  << u"unknown"_s << u"read"_s;
 }
 
 void TestQueuectlLook::whatIsNotKnownIsSaid()
 {
-    QFETCH(const QString, log);
+    QFETCH(const QString, what);
     QFETCH(const QString, answer);
-    QFETCH(const QString, logState);
+    QFETCH(const QString, state);
     const int id = put();
     till->setAge(id, 3000);
     till->obeysFileRights = true;
-    if (log != u"none")
-        till->setLog(
-            {logLine(log == u"later" ? 60 : 7200, log == u"warnings" ? u"WARN"_s : u"INFO"_s,
-                     u"queue"_s, u"Запуск обработчиков"_s)});
-    const QString file = till->database.root() + u"/log/queue.log"_s;
-    if (log == u"missing")
-        QVERIFY(QFile::remove(file));
-    if (log == u"closed")
-        QVERIFY(QFile::setPermissions(file, {}));
-    if (log == u"closed settings")
-        QVERIFY(QFile::setPermissions(
-            till->database.root() + u"/tallocash/cash/queue/config/log4qt.properties"_s, {}));
+    if (what == u"others" || what.startsWith(u"pruned"))
+        for (const int other : {7, 8})
+            journal->put({.id = other, .secondsAgo = what == u"pruned early" ? 5000 : 60});
+    if (what.startsWith(u"pruned"))
+        journal->run(u"DELETE FROM outcome WHERE messageid = 7"_s);
+    if (what == u"newer")
+        journal->run(u"PRAGMA user_version = 2"_s);
+    if (what == u"off")
+        till->setSettings(u"[journal]\nenabled = no\n"_s);
+    journal->close();
+    if (what == u"missing")
+        QVERIFY(QFile::remove(journal->file()));
+    if (what == u"closed")
+        QVERIFY(QFile::setPermissions(journal->file(), {}));
+    if (what == u"damaged")
+        till->write(u"/tallocash/cash/queue/journal.db"_s, QByteArray(9000, 'x'));
     const QJsonObject reason = why(id);
     QVERIFY2(reason.value(u"lastAnswer"_s).toString().contains(answer),
              qPrintable(reason.value(u"lastAnswer"_s).toString()));
     QTEST(reason.value(u"cause"_s).toString(), "cause");
-    QCOMPARE(till->run({u"status"_s, u"--json"_s}).json().value(u"logState"_s).toString(),
-             logState);
-    const QString status = till->run({u"status"_s}).out;
-    QCOMPARE(status.contains(u"last failures are not known"_s), logState != u"read");
-    QCOMPARE(status.contains(u"No rights"_s), logState == u"denied");
-    QCOMPARE(
-        till->run({u"doctor"_s}).out.contains(u"no rights: this account may not read the log"_s),
-        logState == u"denied");
+    const QJsonObject status = till->run({u"status"_s, u"--json"_s}).json();
+    QCOMPARE(status.value(u"journal"_s)[u"state"_s].toString(), state);
+    QCOMPARE(status.value(u"deliveredToday"_s).isNull(), state != u"read");
+    const bool isRead = state == u"read";
+    for (const QString &command : {u"status"_s, u"shape"_s}) {
+        const QString out = till->run({command}).out;
+        QVERIFY2(out.contains(isRead ? u"Today delivered: "_s : u"elivery journal"_s),
+                 qPrintable(out));
+    }
+    // In the operator's language.
+    const QString russianStatus = till->run({u"status"_s}, {}, russian).out;
+    QVERIFY2(russianStatus.contains(isRead ? u"Сегодня доставлено: "_s : u"урнал"_s),
+             qPrintable(russianStatus));
 }
 
 void TestQueuectlLook::noRightsIsNotNoDatabase_data()
@@ -847,40 +914,108 @@ void TestQueuectlLook::whyNamesTheAnswerToThisRow()
     const int second = put(u"heineken"_s, u"{\"url\":\"http://b\"}"_s);
     for (const int id : {first, second})
         till->setAge(id, 600);
-    till->setLog(
-        {logLine(60, u"INFO"_s, u"heineken"_s, u"Обработка сообщения: {\"url\":\"http://a\"}"_s),
-         logLine(59, u"ERROR"_s, u"heineken"_s, u"первый ответ"_s),
-         logLine(58, u"INFO"_s, u"heineken"_s, u"Обработка сообщения: {\"url\":\"http://b\"}"_s),
-         logLine(57, u"ERROR"_s, u"heineken"_s, u"второй ответ, token=abc"_s)});
+    journal->put({.id = first, .verdict = u"kept"_s, .text = u"первый ответ"_s});
+    journal->put({.id = second, .verdict = u"kept"_s, .text = u"второй ответ"_s});
+    // Of other messages: another type, and a table that had the number before.
+    journal->put({.id = first, .type = u"cardlab"_s, .verdict = u"kept"_s, .text = u"чужой"_s});
+    const int third = put();
+    till->setAge(third, 600);
+    journal->put({.id = third, .verdict = u"kept"_s, .text = u"прежний"_s, .secondsAgo = 900});
     QVERIFY(why(first).value(u"lastAnswer"_s).toString().contains(u"первый ответ"));
-    QVERIFY(why(second).value(u"lastAnswer"_s).toString().contains(u"второй ответ, token=***"));
+    QVERIFY(why(second).value(u"lastAnswer"_s).toString().contains(u"второй ответ"));
+    QVERIFY(why(third).value(u"lastAnswer"_s).toString().contains(u"not been tried yet"));
 }
 
-void TestQueuectlLook::whyKnowsWhatTheLogHasOfABody_data()
+void TestQueuectlLook::whyOfARowThatWasFinishedWith()
 {
-    QTest::addColumn<QString>("text");
-    QTest::newRow("hidden characters") << hidden;
-    QTest::newRow("backslashes") << u"\"C:\\x1b\" \\u202e \\"_s;
-    QTest::newRow("cut") << u"ж"_s.repeated(50'000);
+    const int id = put();
+    journal->put({.id = id, .secondsAgo = 0});
+    const QJsonObject reason = why(id);
+    QCOMPARE(reason.value(u"cause"_s).toString(), u"repeat"_s);
+    QVERIFY(reason.value(u"lastAnswer"_s).toString().contains(u"by its record it was delivered"));
+    const QString shape = till->run({u"shape"_s}).out;
+    QVERIFY2(shape.startsWith(u"127.0.0.1:8000: finished with, row not deleted"_s),
+             qPrintable(shape));
 }
 
-void TestQueuectlLook::whyKnowsWhatTheLogHasOfABody()
+void TestQueuectlLook::whyOfARowThatIsGone_data()
 {
-    QFETCH(const QString, text);
-    const QString url = u"http://127.0.0.1:1/"_s;
-    const QString content = compactJson({{u"url"_s, url}, {u"text"_s, text}});
-    const QString other = compactJson({{u"url"_s, url}, {u"text"_s, u"other"_s}});
-    const int id = put(u"heineken"_s, content);
-    till->setAge(id, 600);
-    const auto announced = [](const QString &shown) {
-        return escaping::logText(u"Обработка сообщения: "_s + shown);
-    };
-    till->setLog({logLine(60, u"INFO"_s, u"heineken"_s, announced(content)),
-                  logLine(59, u"ERROR"_s, u"heineken"_s, u"нужный ответ"_s),
-                  logLine(58, u"INFO"_s, u"heineken"_s, announced(other)),
-                  logLine(57, u"ERROR"_s, u"heineken"_s, u"чужой ответ"_s)});
-    const QString answer = why(id).value(u"lastAnswer"_s).toString();
-    QVERIFY2(answer.contains(u"нужный ответ"), qPrintable(answer));
+    QTest::addColumn<QString>("verdict");
+    QTest::addColumn<QString>("english");
+    QTest::addColumn<QString>("translated");
+    QTest::newRow("delivered") << u"delivered"_s
+                               << u"Message 17 (heineken, 4711, card ****0017) was delivered at "_s
+                               << u"Сообщение 17 (heineken, 4711, карта ****0017) доставлено в "_s;
+    QTest::newRow("dropped")
+        << u"dropped"_s << u"Message 17 (heineken, 4711, card ****0017) was given up at "_s
+        << u"Сообщение 17 (heineken, 4711, карта ****0017) снято с доставки в "_s;
+    QTest::newRow("kept") << u"kept"_s
+                          << u"Its row is gone since: it was deleted or moved by hand"_s
+                          << u"С тех пор строки нет"_s;
+}
+
+void TestQueuectlLook::whyOfARowThatIsGone()
+{
+    QFETCH(const QString, verdict);
+    QFETCH(const QString, english);
+    QFETCH(const QString, translated);
+    till->database.ids();
+    journal->put({.id = 17,
+                  .verdict = verdict,
+                  .kind = u"service"_s,
+                  .text = u"password=hush, отказ"_s,
+                  .reference = u"4711"_s,
+                  .card = u"****0017"_s,
+                  .attempts = 3,
+                  .spanSeconds = 30});
+    const Outcome outcome = till->run({u"why"_s, u"17"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::Done);
+    QVERIFY2(outcome.out.contains(english), qPrintable(outcome.out));
+    QVERIFY2(outcome.out.contains(u"at attempt 3, the first one at "_s), qPrintable(outcome.out));
+    QVERIFY2(outcome.out.contains(u"password=***, отказ"_s), qPrintable(outcome.out));
+    const QString inRussian = till->run({u"why"_s, u"17"_s}, {}, russian).out;
+    QVERIFY2(inRussian.contains(translated), qPrintable(inRussian));
+    const QJsonObject reason = why(17);
+    QCOMPARE(reason.value(u"waiting"_s), QJsonValue(false));
+    QCOMPARE(reason.value(u"verdict"_s).toString(), verdict);
+    QCOMPARE(reason.value(u"history"_s).toArray().size(), 1);
+}
+
+void TestQueuectlLook::whyOfARowThatNobodyKnows()
+{
+    till->database.ids();
+    const Outcome outcome = till->run({u"why"_s, u"9"_s});
+    QCOMPARE(outcome.exitCode, ExitCode::NotFound);
+    QCOMPARE(outcome.err, u"There is no row 9, and there is no record of it.\n"_s);
+    journal->close();
+    QVERIFY(QFile::remove(journal->file()));
+    QVERIFY(till->run({u"why"_s, u"9"_s}).err.contains(u"There is no delivery journal yet"));
+}
+
+void TestQueuectlLook::todayByType()
+{
+    put();
+    // Some seconds ago could be yesterday, just after midnight.
+    for (int id = 10; id < 13; ++id)
+        journal->put({.id = id, .secondsAgo = 0});
+    journal->put({.id = 20, .verdict = u"dropped"_s, .secondsAgo = 0});
+    journal->put({.id = 30, .type = u"cardlab"_s, .verdict = u"dropped"_s, .secondsAgo = 0});
+    journal->put({.id = 40, .type = u"cardlab"_s, .secondsAgo = 90'000});
+    journal->run(u"UPDATE outcome SET last = ?, first = ? WHERE messageid < 40"_s,
+                 {QDateTime::currentMSecsSinceEpoch(), QDateTime::currentMSecsSinceEpoch()});
+    const QJsonObject status = till->run({u"status"_s, u"--json"_s}).json();
+    QCOMPARE(status.value(u"deliveredToday"_s), QJsonValue(3));
+    QCOMPARE(status.value(u"droppedToday"_s), QJsonValue(2));
+    QCOMPARE(status.value(u"today"_s).toArray().size(), 2);
+    QCOMPARE(status.value(u"types"_s)[0][u"deliveredToday"_s], QJsonValue(3));
+    QCOMPARE(status.value(u"types"_s)[0][u"droppedToday"_s], QJsonValue(1));
+    for (const QString &command : {u"status"_s, u"shape"_s}) {
+        const QString out = till->run({command}).out;
+        QVERIFY2(out.contains(u"Today delivered: 3, dropped: 2\n"_s), qPrintable(out));
+        QVERIFY2(out.contains(u"Dropped: cardlab: 1, heineken: 1 (queuectl history"_s),
+                 qPrintable(out));
+    }
+    QVERIFY(till->run({u"shape"_s}).out.contains(u"; today delivered: 3, dropped: 1\n"_s));
 }
 
 void TestQueuectlLook::speaksRussian()
@@ -919,7 +1054,7 @@ void TestQueuectlLook::looksOnly()
 {
     put();
     const auto before = till->database.query(u"SELECT * FROM message"_s);
-    for (const QString &command : {u"status"_s, u"shape"_s, u"doctor"_s, u"export"_s})
+    for (const QString &command : {u"status"_s, u"shape"_s, u"doctor"_s, u"export"_s, u"history"_s})
         till->run({command});
     till->run({u"why"_s, u"1"_s});
     till->run({u"show"_s, u"1"_s});

@@ -1,5 +1,6 @@
 #include "tests/tools/queuectl/till.h"
 
+#include "rig/fastpeer.h"
 #include "rig/portreservation.h"
 #include "rig/serviceprocess.h"
 #include "rig/waiting.h"
@@ -29,6 +30,7 @@ private Q_SLOTS:
     void errors();
     void restoreIsRefused();
     void statusAndWhy();
+    void historyOfADelivery();
     void watch();
     void watchOnTerminal();
     void afterAPut();
@@ -59,18 +61,15 @@ void TestQueuectlService::init()
     till.reset();
     till = std::make_unique<Till>();
     till->setSettings(u"timeout = 1\n"_s);
-    till->setLog({});
     peer = std::make_unique<rig::PortReservation>();
 }
 
 void TestQueuectlService::startService()
 {
-    // The log goes to the file that the program reads.
-    const QMap<QString, QString> environment{
-        {u"LOG4QT_CONFIGURATION"_s,
-         till->database.root() + u"/tallocash/cash/queue/config/log4qt.properties"_s}};
+    // Without a log file that the program could read, as an installation is.
     service = std::make_unique<rig::ServiceProcess>(QStringLiteral(QUEUE_PROGRAM),
-                                                    till->database.till(), environment);
+                                                    till->database.till(), QMap<QString, QString>(),
+                                                    rig::ServiceProcess::Log::File);
     service->start();
     QVERIFY(waitUntil([this] { return till->run({u"errors"_s}).exitCode == ExitCode::Done; }));
 }
@@ -171,7 +170,8 @@ void TestQueuectlService::statusAndWhy()
     const QJsonObject type = status.value(u"types"_s).toArray().at(0).toObject();
     QCOMPARE(type.value(u"waiting"_s).toInt(), 1);
     QVERIFY(type.value(u"lastFailure"_s).toString().contains(u"отклонил соединение"));
-    QVERIFY(type.value(u"workerActive"_s).isBool());
+    QCOMPARE(type.value(u"lastFailureCause"_s).toString(), u"network"_s);
+    QCOMPARE(status.value(u"journal"_s)[u"state"_s].toString(), u"read"_s);
     QCOMPARE(status.value(u"control"_s).toObject().value(u"state"_s).toString(), u"ok"_s);
     QCOMPARE(status.value(u"control"_s).toObject().value(u"errorsCount"_s).toInt(), 0);
 
@@ -184,6 +184,33 @@ void TestQueuectlService::statusAndWhy()
         json({u"shape"_s}).value(u"destinations"_s).toArray().at(0).toObject();
     QCOMPARE(shape.value(u"state"_s).toString(), u"down"_s);
     QVERIFY(shape.value(u"since"_s).isString());
+}
+
+/// The row is delivered, and its record stays.
+void TestQueuectlService::historyOfADelivery()
+{
+    rig::FastPeer server(
+        [](const rig::FastPeer::Request & /*request*/) { return rig::FastPeer::reply(200); });
+    till->database.put(
+        u"heineken"_s,
+        u"{\"url\":\"http://127.0.0.1:%1/sales\",\"body\":\"1\"}"_s.arg(server.port()),
+        u"77001234560017"_s);
+    startService();
+    QVERIFY(waitUntil([this] {
+        return till->run({u"history"_s, u"1"_s}).exitCode == ExitCode::Done;
+    }));
+    const QString line = till->run({u"history"_s, u"--card"_s, u"0017"_s, u"--json"_s}).out;
+    const QJsonObject record = QJsonDocument::fromJson(line.toUtf8()).object();
+    QCOMPARE(record.value(u"verdict"_s).toString(), u"delivered"_s);
+    QCOMPARE(record.value(u"card"_s).toString(), u"****0017"_s);
+    QCOMPARE(record.value(u"status"_s).toInt(), 200);
+    QCOMPARE(record.value(u"attempts"_s).toInt(), 1);
+    const QJsonObject reason = json({u"why"_s, u"1"_s});
+    QCOMPARE(reason.value(u"verdict"_s).toString(), u"delivered"_s);
+    QCOMPARE(json({u"status"_s}).value(u"deliveredToday"_s).toInt(), 1);
+    // The journal stays readable when the service has ended.
+    service.reset();
+    QCOMPARE(json({u"why"_s, u"1"_s}).value(u"verdict"_s).toString(), u"delivered"_s);
 }
 
 void TestQueuectlService::watch()

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "tools/queuectl/report.h"
+#include "tools/queuectl/situation.h"
+
+namespace queuectl {
+
+/// Adds what has been delivered and dropped today, by type: `today` in the data, a line with the sums and
+/// one for each type that dropped something; or why that is not known.
+void addToday(Report &report, const Situation &situation);
+
+} // namespace queuectl
