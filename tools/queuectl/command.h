@@ -14,6 +14,8 @@ struct Call
 {
     QStringList arguments;
     QHash<QString, QString> options;
+    /// All values of an option that was given several times; `options` has the last one.
+    QHash<QString, QStringList> lists;
     bool isJson = false;
 
     bool has(const QString &option) const { return options.contains(option); }
@@ -21,8 +23,8 @@ struct Call
     {
         return options.value(option, usual);
     }
-    /// A whole number of at least 1. Throws Failure (Usage).
-    int number(const QString &option, int usual) const;
+    /// A whole number of at least `smallest`. Throws Failure (Usage).
+    int number(const QString &option, int usual, int smallest = 1) const;
 };
 
 struct Option
@@ -74,6 +76,7 @@ Report examine(const Call &call);
 Report makeBundle(const Call &call);
 Report showTypes(const Call &call);
 Report showHistory(const Call &call);
+Report settle(const Call &call);
 
 /// The row id that is typed as the first argument. Throws Failure (Usage).
 int rowId(const Call &call);

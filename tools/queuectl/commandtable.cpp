@@ -53,6 +53,13 @@ const QList<Command> &commandTable()
          "what became of messages, newest first; with --json an object a line",
          "что стало с сообщениями, новые сверху; с --json по объекту в строке",
          u"queuectl history --reference 4711 --since yesterday"_s, showHistory},
+        {u"settle"_s, QString(), 0, 0,
+         {{u"before"_s, u"TIME"_s, "rows written before then, now by default: today, 2h, '2026-11-22 14:00'", "строки, записанные раньше; по умолчанию сейчас: today, 2h, '2026-11-22 14:00'"},
+          {u"type"_s, u"TYPE"_s, "only this type; may be given several times", "только этот тип; можно указать несколько раз"},
+          {u"wait"_s, u"SECONDS"_s, "how long the service may try, 30 by default; 0: look only", "сколько ждать службу, по умолчанию 30; 0 — только посмотреть"}},
+         "whether the shift may be closed: has the service try what waits, then lists what blocks and who must act",
+         "можно ли закрыть смену: служба пробует доставить всё, затем список того, что мешает и кто должен действовать",
+         u"queuectl settle --wait 60"_s, settle},
         {u"put"_s, u"TYPE FILE"_s, 2, 2,
          {{u"card"_s, u"CARD"_s, "card number of the row", "номер карты для строки"},
           {u"force"_s, {}, "write it in spite of errors", "записать несмотря на ошибки"}},
@@ -125,16 +132,16 @@ const QList<Option> &commonOptions()
     return options;
 }
 
-int Call::number(const QString &option, int usual) const
+int Call::number(const QString &option, int usual, int smallest) const
 {
     if (!has(option))
         return usual;
     bool isNumber = false;
     const int number = value(option).toInt(&isNumber);
-    if (!isNumber || number < 1)
-        throw Failure(Usage, text("--%1 takes a whole number from 1 on, not '%2'",
-                                  "--%1 — целое число не меньше 1, а не '%2'")
-                                 .arg(option, value(option)));
+    if (!isNumber || number < smallest)
+        throw Failure(Usage, text("--%1 takes a whole number from %2 on, not '%3'",
+                                  "--%1 — целое число не меньше %2, а не '%3'")
+                                 .arg(option, QString::number(smallest), value(option)));
     return number;
 }
 

@@ -10,18 +10,17 @@ Report startWorker(const Call &call)
 {
     const QString type = call.arguments.first();
     requireDelivered(type);
-    // The path needs a card; a dash stands for none.
-    const QString card = call.arguments.value(1, u"-"_s);
-    const QString answer =
-        requireService({u"start"_s, type, card}).value(u"description"_s).toString();
-    const bool wasRunning = answer == u"Обработчик уже запущен";
-    const bool isStarted = answer == u"Обработчик успешно запущен";
+    const StartAnswer answer = askStart(type, call.arguments.value(1));
+    if (answer.state == StartAnswer::State::NoAnswer)
+        throw noService();
+    const bool wasRunning = answer.state == StartAnswer::State::WasRunning;
+    const bool isStarted = answer.state == StartAnswer::State::Started;
 
     Report report;
     report.data = {{u"type"_s, type},
                    {u"started"_s, isStarted},
                    {u"wasRunning"_s, wasRunning},
-                   {u"answer"_s, answer}};
+                   {u"answer"_s, answer.text}};
     if (isStarted)
         report.line(
             text("The worker of type %1 is started.", "Обработчик типа %1 запущен.").arg(type));
@@ -32,7 +31,7 @@ Report startWorker(const Call &call)
     else
         report.line(
             text("The service did not start the worker: %1", "Служба не запустила обработчик: %1")
-                .arg(answer),
+                .arg(answer.text),
             Tone::Bad);
     report.exitCode = isStarted || wasRunning ? Done : Found;
     return report;

@@ -1,7 +1,6 @@
 #include "tools/queuectl/controlport.h"
 
 #include "app/settings.h"
-#include "tools/queuectl/failure.h"
 #include "tools/queuectl/text.h"
 
 #include <QEventLoop>
@@ -42,6 +41,21 @@ PortState controlPortState()
     return socket.waitForConnected(connectTimeoutMs) ? PortState::Other : PortState::Nobody;
 }
 
+StartAnswer askStart(const QString &type, const QString &cardNumber)
+{
+    // The path needs a card; a dash stands for none.
+    const auto answer = askService({u"start"_s, type, cardNumber.isEmpty() ? u"-"_s : cardNumber});
+    if (!answer)
+        return {};
+    // The interface has no other value to tell by.
+    const QString text = answer->value(u"description"_s).toString();
+    if (text == u"Обработчик успешно запущен")
+        return {StartAnswer::State::Started, text};
+    return {text == u"Обработчик уже запущен" ? StartAnswer::State::WasRunning
+                                              : StartAnswer::State::Refused,
+            text};
+}
+
 std::optional<QJsonObject> askService(const QStringList &parts)
 {
     QString path;
@@ -62,16 +76,20 @@ std::optional<QJsonObject> askService(const QStringList &parts)
     return document.object();
 }
 
+Failure noService()
+{
+    return {
+        NoService,
+        text("The service does not answer on 127.0.0.1:%1; is it running? (systemctl status queue)",
+             "Служба не отвечает на 127.0.0.1:%1; запущена ли она? (systemctl status queue)")
+            .arg(controlPort())};
+}
+
 QJsonObject requireService(const QStringList &parts)
 {
     const auto answer = askService(parts);
     if (!answer)
-        throw Failure(
-            NoService,
-            text(
-                "The service does not answer on 127.0.0.1:%1; is it running? (systemctl status queue)",
-                "Служба не отвечает на 127.0.0.1:%1; запущена ли она? (systemctl status queue)")
-                .arg(controlPort()));
+        throw noService();
     return *answer;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/queuectl/failure.h"
+
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
@@ -23,10 +25,30 @@ enum class PortState
 
 PortState controlPortState();
 
+/// What came of asking the service to start a worker.
+struct StartAnswer
+{
+    enum class State
+    {
+        Started,
+        WasRunning,
+        /// The service is a stand-by, has no handler of the type, or runs as many workers as it may.
+        Refused,
+        NoAnswer,
+    } state = State::NoAnswer;
+    /// The service's words.
+    QString text;
+};
+
+/// Asks the service to try the rows of the type now; without a card, one of none is named.
+StartAnswer askStart(const QString &type, const QString &cardNumber = QString());
+
 /// Asks the running service; `parts` are the parts of the path. Nothing when it does not answer in 5
 /// seconds, or not with an object.
 std::optional<QJsonObject> askService(const QStringList &parts);
-/// The same, but throws Failure (NoService).
+/// That it does not answer.
+Failure noService();
+/// The same as askService(), but throws noService().
 QJsonObject requireService(const QStringList &parts);
 
 } // namespace queuectl

@@ -127,6 +127,13 @@ qint64 Row::ageSeconds() const
     return creationTime.secsTo(QDateTime::currentDateTime());
 }
 
+bool Cutoff::takesIn(const Row &row) const
+{
+    if (!types.isEmpty() && !types.contains(row.type))
+        return false;
+    return row.id <= lastId || !row.creationTime.isValid() || row.creationTime < before;
+}
+
 MessageRows::MessageRows()
 {
     requireDatabase();
@@ -152,6 +159,30 @@ QList<TypeRows> MessageRows::types(const QDateTime &writtenBefore)
     }
     const auto rows = run(u"SELECT type, COUNT(*), MIN(creationtime) FROM message "_s + condition
                               + u"GROUP BY type ORDER BY type"_s,
+                          values);
+    for (const QVariantList &row : rows)
+        result.append({row[0].toString(), row[1].toInt(), databaseTime(row[2])});
+    return result;
+}
+
+QList<TypeRows> MessageRows::older(const Cutoff &cutoff)
+{
+    QString condition = u"(creationtime < ? OR creationtime IS NULL OR messageid <= ?"_s;
+    QVariantList values{cutoff.before.toString(u"yyyy-MM-dd HH:mm:ss"_s), cutoff.lastId};
+    // On SQLite a time is a text, and a till may write it in a form that does not sort with the others.
+    if (!databaseFile().isEmpty())
+        condition +=
+            u" OR creationtime NOT GLOB '[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9]'"_s;
+    condition += u')';
+    if (!cutoff.types.isEmpty()) {
+        condition +=
+            u" AND type IN (%1)"_s.arg(QStringList(cutoff.types.size(), u"?"_s).join(u", "_s));
+        for (const QString &type : cutoff.types)
+            values.append(type);
+    }
+    QList<TypeRows> result;
+    const auto rows = run(u"SELECT type, COUNT(*), MIN(creationtime) FROM message WHERE "_s
+                              + condition + u" GROUP BY type ORDER BY type"_s,
                           values);
     for (const QVariantList &row : rows)
         result.append({row[0].toString(), row[1].toInt(), databaseTime(row[2])});

@@ -5,6 +5,7 @@
 #include <QJsonObject>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <optional>
@@ -34,6 +35,20 @@ struct TypeRows
     QDateTime oldest;
 };
 
+/// Which rows are older than a point in time.
+struct Cutoff
+{
+    /// Written before.
+    QDateTime before;
+    /// Or with an id up to this one: numbers go on when a clock is set back. -1: by the time alone.
+    int lastId = -1;
+    /// Of these types alone; empty for all.
+    QStringList types;
+
+    /// A row without a time that can be read counts as older.
+    bool takesIn(const Row &row) const;
+};
+
 /// The table `message`, read in short statements that hold no lock when they return. Opens the
 /// database that the settings name, and never makes one.
 /// Everything throws Failure: NoDatabase when there is none to ask, Failed for a statement that fails.
@@ -45,6 +60,8 @@ public:
 
     /// What waits, by type; with a time, only rows that were written before.
     QList<TypeRows> types(const QDateTime &writtenBefore = QDateTime());
+    /// What waits and is older, by type. A row whose time only takesIn() can read is counted, too.
+    QList<TypeRows> older(const Cutoff &cutoff);
     std::optional<Row> find(int id);
     /// Up to `limit` rows with an id above `after`, ascending; with a type or card, of that one.
     QList<Row> page(const QString &type, int after, int limit,

@@ -82,6 +82,8 @@ Call readCall(const Command &command, const QStringList &words)
             continue;
         call.options.insert(option.name,
                             option.value.isEmpty() ? QString() : parser.value(option.name));
+        if (!option.value.isEmpty())
+            call.lists.insert(option.name, parser.values(option.name));
     }
     call.isJson = call.has(u"json"_s);
     const bool isRightCount = call.arguments.size() >= command.minimumArguments

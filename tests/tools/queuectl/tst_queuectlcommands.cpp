@@ -190,7 +190,7 @@ void TestQueuectlCommands::completionCompletes_data()
     QTest::newRow("a command") << u"sta"_s << QStringList{u"status"_s, u"start"_s};
     QTest::newRow("a type") << u"list heine"_s << QStringList{u"heineken"_s};
     QTest::newRow("a verdict") << u"history --verdict dr"_s << QStringList{u"dropped"_s};
-    QTest::newRow("a time") << u"history --since ye"_s << QStringList{u"yesterday"_s};
+    QTest::newRow("a time") << u"settle --before ye"_s << QStringList{u"yesterday"_s};
     QTest::newRow("a type to lint") << u"lint f --type heine"_s << QStringList{u"heineken"_s};
     for (const Command &command : commandTable()) {
         QStringList options;

@@ -442,6 +442,9 @@ void TestQueuectlLook::hiddenCharacters_data()
     row({u"history"_s, u"--type"_s, hidden});
     row({u"history"_s, u"--since"_s, hidden});
     row({u"history"_s, u"--verdict"_s, hidden});
+    row({u"settle"_s, u"--wait"_s, u"0"_s});
+    row({u"settle"_s, u"--before"_s, hidden});
+    row({u"settle"_s, u"--type"_s, hidden + u'x'});
     row({u"shape"_s});
     row({u"doctor"_s}, uR"(\x9b\u202e)"_s);
     row({u"export"_s}, uR"(\u001b[2J\r\n\u009b\u202e\u2028)"_s);
@@ -543,6 +546,7 @@ void TestQueuectlLook::columnsHaveALargestWidth_data()
     QTest::newRow("shape") << QStringList{u"shape"_s};
     QTest::newRow("list") << QStringList{u"list"_s, u"heineken"_s};
     QTest::newRow("history") << QStringList{u"history"_s};
+    QTest::newRow("settle") << QStringList{u"settle"_s, u"--wait"_s, u"0"_s};
 }
 
 void TestQueuectlLook::columnsHaveALargestWidth()
