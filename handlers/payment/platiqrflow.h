@@ -95,7 +95,7 @@ bool useCertificate(Handler &handler, const Message &message, RestClient &client
     const QString pem =
         handler.prepareCertificate(messageValue<QString>(message, u"certificatePath"_s), password);
     if (pem.isEmpty())
-        return false;
+        return handler.keep(u"нет сертификата для соединения"_s, http::FailureKind::Certificate);
     client.setCertificatePath(pem);
     // The PEM file is protected by the password of the file that it was made from.
     client.setCertificatePassword(password);

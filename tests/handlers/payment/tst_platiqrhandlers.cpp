@@ -633,13 +633,17 @@ void TestPlatiQrHandlers::certificateFailures()
     const LogCapture log(type);
     const FakeRestClient net;
 
+    const auto outcomeWith = [&](const QString &path) {
+        return outcomeOf(type, text(with(u"certificatePath"_s, path)));
+    };
+    const QString kept = u"kept certificate: нет сертификата для соединения"_s;
     const QString absent = rootedPath(u"/certs/absent.p12"_s);
-    QVERIFY(!deliverMessage(type, with(u"certificatePath"_s, absent)));
-    QVERIFY(!deliverMessage(type, with(u"certificatePath"_s, u""_s)));
+    QCOMPARE(outcomeWith(absent), kept);
+    QCOMPARE(outcomeWith(u""_s), kept);
     // The tool itself finds that this is no certificate.
     const QString broken = rootedPath(u"/certs/broken.p12"_s);
     write(broken, "broken for " + type.toUtf8());
-    QVERIFY(!deliverMessage(type, with(u"certificatePath"_s, broken)));
+    QCOMPARE(outcomeWith(broken), kept);
     QCOMPARE(net.steps(),
              (QStringList{u"setTimeout 12"_s, u"setTimeout 12"_s, u"setTimeout 12"_s}));
     QCOMPARE(log.lines(), (QStringList{opening, u"ERROR Ошибка чтения сертификата "_s + absent,
