@@ -51,11 +51,27 @@ void TestScenarioRun::wrongStories_data()
     };
     const QString failure =
         u"ERROR [heineken] Ошибка при отправке сообщения: Сервер ответил ошибкой, код состояния HTTP 500"_s;
-    row("the true story", R"("outcome": "removed")", {});
+    const QByteArray refused = R"("exchange": {"reply": 500}, "log": ["ERROR [heineken] {{any}}"], )";
+    row("the true story", R"("outcome": "delivered")", {});
     row("told kept, is removed", R"("outcome": "kept")",
-        {u"message 1 of type heineken is gone from the table"_s});
-    row("told removed, is kept; an error that is not told", R"("exchange": {"reply": 500})",
+        {u"message 1 of type heineken is gone from the table"_s,
+         u"message 1 of type heineken, journal: verdict\n  - kept\n  + delivered"_s});
+    row("told dropped, is delivered", R"("outcome": "dropped")",
+        {u"message 1 of type heineken, journal: verdict\n  - dropped\n  + delivered"_s});
+    row("told untried, is delivered", R"("outcome": "removed")",
+        {u"message 1 of type heineken is in the journal"_s});
+    row("told untried, is refused", refused + R"("outcome": "waiting")",
+        {u"message 1 of type heineken is in the journal"_s});
+    row("told tried, has no handler",
+        R"("exchanges": [], "message": {"type": "nosuchtype"}, "outcome": "kept",
+           "log": ["WARN [handlerfactory] Не найден обработчик для сообщений типа 'nosuchtype'"])",
+        {u"message 1 of type nosuchtype is not in the journal"_s});
+    row("kept by something else", refused + R"("outcome": {"verdict": "kept", "kind": "network", "status": 502})",
+        {u"message 1 of type heineken, journal: kind\n  - network\n  + service"_s,
+         u"message 1 of type heineken, journal: status\n  - 502\n  + 500"_s});
+    row("told delivered, is kept; an error that is not told", R"("exchange": {"reply": 500})",
         {u"message 1 of type heineken is still in the table"_s,
+         u"message 1 of type heineken, journal: verdict\n  - delivered\n  + kept"_s,
          u"the log says what the scenario does not tell: "_s + failure});
     row("another body arrives", R"("exchange": {"body": "2"})",
         {u"peer http, request 1: body\n  - 2\n  + 1"_s});
@@ -88,7 +104,7 @@ void TestScenarioRun::wrongStories_data()
          u"message 1 of type heineken, journal: reason\n  - no\n  + "_s,
          u"message 1 of type heineken, journal: reference\n  - no\n  + /a"_s});
     row("kept with another status code",
-        R"("exchange": {"reply": 500}, "outcome": {"keptWithStatuscode": "1"},
+        R"("exchange": {"reply": 500}, "outcome": {"verdict": "kept", "keptWithStatuscode": "1"},
            "log": ["ERROR [heineken] {{any}}"])",
         {u"message 1 of type heineken: statuscode\n  - 1\n  + "_s});
 }

@@ -38,8 +38,9 @@ struct Outcome
 
     Fate fate = Fate::Removed;
     /// The column of a kept message where it differs from what was put.
-    std::optional<QString> statusCode;
-    std::optional<RecordedOutcome> recorded;
+    std::optional<QString> statusCode = {};
+    /// Nothing: the message was never tried, and the journal does not have it.
+    std::optional<RecordedOutcome> recorded = {};
 };
 
 /// A row for the table `message`.

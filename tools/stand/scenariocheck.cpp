@@ -87,19 +87,19 @@ QStringList journalFindings(const QList<WrittenMessage> &written,
 {
     QStringList findings;
     for (const WrittenMessage &entry : written) {
-        if (!entry.message.outcome.recorded)
-            continue;
         // A message whose reference changes between two attempts has a row for each; the last one
         // tells.
         const auto row =
             std::find_if(rows.crbegin(), rows.crend(), [&](const rig::JournalRow &candidate) {
                 return candidate.messageId == entry.id && candidate.type == entry.message.type;
             });
-        if (row == rows.crend())
-            findings.append(nameOf(entry) + u" is not in the journal"_s);
-        else
-            findings += rowFindings(nameOf(entry) + u", journal: "_s,
-                                    *entry.message.outcome.recorded, *row);
+        const std::optional<RecordedOutcome> &recorded = entry.message.outcome.recorded;
+        const bool isThere = row != rows.crend();
+        if (isThere != recorded.has_value())
+            findings.append(nameOf(entry)
+                            + (isThere ? u" is in the journal"_s : u" is not in the journal"_s));
+        else if (isThere)
+            findings += rowFindings(nameOf(entry) + u", journal: "_s, *recorded, *row);
     }
     return findings;
 }

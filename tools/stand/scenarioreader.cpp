@@ -70,49 +70,49 @@ std::optional<QString> readOptionalText(ObjectReader &reader, const QString &key
     return reader.has(key) ? std::optional(reader.text(key)) : std::nullopt;
 }
 
-RecordedOutcome readRecorded(ObjectReader &reader)
+const QStringList verdicts{u"delivered"_s, u"dropped"_s, u"kept"_s};
+
+Outcome outcomeOf(const RecordedOutcome &recorded)
+{
+    const bool isKept = recorded.verdict == u"kept";
+    return {isKept ? Outcome::Fate::Kept : Outcome::Fate::Removed, {}, recorded};
+}
+
+Outcome readOutcomeObject(ObjectReader reader)
 {
     static const QStringList kinds{u"none"_s,        u"network"_s, u"certificate"_s,
                                    u"credentials"_s, u"request"_s, u"service"_s};
     RecordedOutcome recorded;
-    recorded.verdict = reader.choice(u"verdict"_s, {u"delivered"_s, u"dropped"_s, u"kept"_s});
+    reader.neededText(u"verdict"_s);
+    recorded.verdict = reader.choice(u"verdict"_s, verdicts);
     if (reader.has(u"kind"_s))
         recorded.kind = reader.choice(u"kind"_s, kinds);
     if (reader.has(u"status"_s))
         recorded.status = reader.number(u"status"_s, 0);
     recorded.reason = readOptionalText(reader, u"reason"_s);
     recorded.reference = readOptionalText(reader, u"reference"_s);
-    return recorded;
-}
 
-Outcome readOutcomeObject(ObjectReader reader)
-{
-    Outcome outcome;
-    const bool isKeptWithCode = reader.has(u"keptWithStatuscode"_s);
-    if (isKeptWithCode)
-        outcome.statusCode = reader.neededText(u"keptWithStatuscode"_s);
-    if (reader.has(u"verdict"_s))
-        outcome.recorded = readRecorded(reader);
-    else if (!isKeptWithCode)
-        reader.complain(u"verdict"_s, u"is missing; 'keptWithStatuscode' may do without it"_s);
-    const bool isKept = !outcome.recorded || outcome.recorded->verdict == u"kept";
-    if (isKeptWithCode && !isKept)
+    Outcome outcome = outcomeOf(recorded);
+    outcome.statusCode = readOptionalText(reader, u"keptWithStatuscode"_s);
+    if (outcome.statusCode && outcome.fate != Outcome::Fate::Kept)
         reader.complain(u"keptWithStatuscode"_s, u"only a message that is kept has one"_s);
-    outcome.fate = isKept ? Outcome::Fate::Kept : Outcome::Fate::Removed;
     reader.end();
     return outcome;
 }
 
 Outcome readOutcome(ObjectReader &reader, const Outcome &defaultOutcome)
 {
-    if (!reader.has(u"outcome"_s))
+    const QString key = u"outcome"_s;
+    if (!reader.has(key))
         return defaultOutcome;
-    if (reader.value(u"outcome"_s).isObject())
-        return readOutcomeObject(reader.object(u"outcome"_s));
-    Outcome outcome;
-    if (reader.choice(u"outcome"_s, {u"removed"_s, u"kept"_s}) == u"kept")
-        outcome.fate = Outcome::Fate::Kept;
-    return outcome;
+    if (reader.value(key).isObject())
+        return readOutcomeObject(reader.object(key));
+    const QString word = reader.choice(key, verdicts + QStringList{u"waiting"_s, u"removed"_s});
+    if (word == u"waiting")
+        return {Outcome::Fate::Kept};
+    if (word == u"removed")
+        return {Outcome::Fate::Removed};
+    return outcomeOf({word});
 }
 
 QueuedMessage readMessage(ObjectReader reader, const Outcome &defaultOutcome)
@@ -449,7 +449,7 @@ Scenario readScenario(const QJsonObject &content, const QString &where, const QS
         result.cardsAfter = readCards(reader, u"cardsAfter"_s);
 
     result.peers = readPeers(reader, content);
-    const Outcome defaultOutcome = readOutcome(reader, {});
+    const Outcome defaultOutcome = readOutcome(reader, outcomeOf({u"delivered"_s}));
     result.messages = readMessages(reader, content, defaultOutcome);
     result.steps = readSteps(reader, content, defaultOutcome);
     result.log = reader.texts(u"log"_s);

@@ -297,12 +297,9 @@ void ScenarioRun::compare()
         findings += peer->findings();
     }
     findings += tableFindings(written, table->rows());
-    if (std::any_of(written.cbegin(), written.cend(), [](const WrittenMessage &entry) {
-            return entry.message.outcome.recorded.has_value();
-        }))
-        findings += journalFindings(
-            written, rig::readJournal(till.path(u"/tallocash/cash/queue/journal.db"_s)));
-    journal = rig::journalTexts(till.path(u"/tallocash/cash/queue/journal.db"_s));
+    const QString journalPath = till.path(u"/tallocash/cash/queue/journal.db"_s);
+    findings += journalFindings(written, rig::readJournal(journalPath));
+    journal = rig::journalTexts(journalPath);
     findings += cardFindings(scenario, table->cards());
     findings += logFindings(scenario, service->log().records());
     if (!service->errors().isEmpty())

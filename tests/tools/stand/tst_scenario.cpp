@@ -79,9 +79,9 @@ void TestScenario::complaints_data()
     row("message without type", R"("messages": [{"type": "t"}, {}])",
         u"messages[1].type: is missing or empty"_s);
     row("outcome that does not exist", R"("outcome": "gone")",
-        u"outcome: 'gone' is none of removed, kept"_s);
+        u"outcome: 'gone' is none of delivered, dropped, kept, waiting, removed"_s);
     row("outcome object that says nothing", R"("outcome": {"kind": "network"})",
-        u"outcome.verdict: is missing; 'keptWithStatuscode' may do without it"_s);
+        u"outcome.verdict: is missing or empty"_s);
     row("verdict that does not exist", R"("outcome": {"verdict": "lost"})",
         u"outcome.verdict: 'lost' is none of delivered, dropped, kept"_s);
     row("kind that does not exist", R"("outcome": {"verdict": "kept", "kind": "tls"})",
@@ -172,7 +172,7 @@ void TestScenario::everythingIsRead()
                      "exchange": {"request": "GET /", "headers": {"A": 1},
                                   "reply": {"status": 201, "body": [1], "cutAfter": 1, "delay": 0.5,
                                             "held": true}}}},
-        "message": {"type": "t", "outcome": {"keptWithStatuscode": "4"}},
+        "message": {"type": "t", "outcome": {"verdict": "kept", "keptWithStatuscode": "4"}},
         "steps": [{"put": {"type": "u"}}, {"ask": "/status", "answer": {"a": 1}},
                   {"awaitLog": "x", "count": 2},
                   {"restart": true, "write": {"/ids.json": {}}}]})");
@@ -211,7 +211,7 @@ void TestScenario::recordedOutcomes()
         {"outcome": {"verdict": "dropped", "kind": "request", "status": 400, "reason": "r {{any}}",
                      "reference": "4711"}},
         {"outcome": {"verdict": "kept", "keptWithStatuscode": "2"}},
-        {"outcome": {"keptWithStatuscode": "2"}}]})");
+        {"outcome": "kept"}, {"outcome": "waiting"}, {"outcome": "removed"}, {}]})");
     const Outcome delivered = scenario.messages[0].outcome;
     QVERIFY(delivered.fate == Outcome::Fate::Removed && delivered.recorded);
     QCOMPARE(delivered.recorded->verdict, u"delivered"_s);
@@ -226,8 +226,16 @@ void TestScenario::recordedOutcomes()
     const Outcome kept = scenario.messages[2].outcome;
     QVERIFY(kept.fate == Outcome::Fate::Kept && kept.recorded);
     QCOMPARE(*kept.statusCode, u"2"_s);
-    const Outcome untold = scenario.messages[3].outcome;
-    QVERIFY(untold.fate == Outcome::Fate::Kept && !untold.recorded);
+    const Outcome keptAlone = scenario.messages[3].outcome;
+    QVERIFY(keptAlone.fate == Outcome::Fate::Kept && keptAlone.recorded);
+    QCOMPARE(keptAlone.recorded->verdict, u"kept"_s);
+    const Outcome waiting = scenario.messages[4].outcome;
+    QVERIFY(waiting.fate == Outcome::Fate::Kept && !waiting.recorded);
+    const Outcome removed = scenario.messages[5].outcome;
+    QVERIFY(removed.fate == Outcome::Fate::Removed && !removed.recorded);
+    const Outcome untold = scenario.messages[6].outcome;
+    QVERIFY(untold.fate == Outcome::Fate::Removed && untold.recorded);
+    QCOMPARE(untold.recorded->verdict, u"delivered"_s);
 }
 
 void TestScenario::filesOfAFolderInOrder()

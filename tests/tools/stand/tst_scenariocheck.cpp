@@ -111,11 +111,15 @@ void TestScenarioCheck::journal()
 
 void TestScenarioCheck::onlyWhatIsToldIsCompared()
 {
-    WrittenMessage untold;
-    untold.id = 17;
+    WrittenMessage untried;
+    untried.id = 17;
+    untried.message.type = u"loya"_s;
     QCOMPARE(
-        journalFindings({written(2, {.verdict = u"dropped"_s}), untold}, rig::readJournal(file)),
+        journalFindings({written(2, {.verdict = u"dropped"_s}), untried}, rig::readJournal(file)),
         QStringList());
+    untried.id = 2;
+    QCOMPARE(journalFindings({untried}, rig::readJournal(file)),
+             QStringList{u"message 2 of type loya is in the journal"_s});
 }
 
 void TestScenarioCheck::withoutAJournal()
