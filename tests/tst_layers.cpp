@@ -67,6 +67,7 @@ const QList<Layer> besideTheHouse{
     {u"tools/catalogue"_s, {}},
     // It includes the headers that declare settings, and links shared/core alone.
     {u"tools/settings"_s,  wholeHouse},
+    {u"tools/messagetypes"_s, {u"tools/catalogue"_s, u"tools/stand"_s}},
     {u"rig"_s,             {u"shared"_s}},
 };
 // clang-format on

@@ -51,7 +51,8 @@ void TestScenarioRun::wrongStories_data()
     };
     const QString failure =
         u"ERROR [heineken] Ошибка при отправке сообщения: Сервер ответил ошибкой, код состояния HTTP 500"_s;
-    const QByteArray refused = R"("exchange": {"reply": 500}, "log": ["ERROR [heineken] {{any}}"], )";
+    const QByteArray refused =
+        R"("exchange": {"reply": 500}, "log": ["ERROR [heineken] {{any}}"], )";
     row("the true story", R"("outcome": "delivered")", {});
     row("told kept, is removed", R"("outcome": "kept")",
         {u"message 1 of type heineken is gone from the table"_s,
@@ -66,7 +67,8 @@ void TestScenarioRun::wrongStories_data()
         R"("exchanges": [], "message": {"type": "nosuchtype"}, "outcome": "kept",
            "log": ["WARN [handlerfactory] Не найден обработчик для сообщений типа 'nosuchtype'"])",
         {u"message 1 of type nosuchtype is not in the journal"_s});
-    row("kept by something else", refused + R"("outcome": {"verdict": "kept", "kind": "network", "status": 502})",
+    row("kept by something else",
+        refused + R"("outcome": {"verdict": "kept", "kind": "network", "status": 502})",
         {u"message 1 of type heineken, journal: kind\n  - network\n  + service"_s,
          u"message 1 of type heineken, journal: status\n  - 502\n  + 500"_s});
     row("told delivered, is kept; an error that is not told", R"("exchange": {"reply": 500})",

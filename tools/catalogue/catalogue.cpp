@@ -12,7 +12,8 @@
 
 using namespace Qt::StringLiterals;
 
-/// A resource of a static library is there once a program asks for it. The macro stands in no namespace.
+/// A resource of a static library is there once a program asks for it. The macro stands in no
+/// namespace.
 static void initData()
 {
     Q_INIT_RESOURCE(catalogue);
@@ -25,7 +26,9 @@ namespace {
 const QStringList kinds{u"text"_s,    u"url"_s,    u"file"_s,  u"integer"_s, u"number"_s,
                         u"boolean"_s, u"object"_s, u"array"_s, u"any"_s};
 const QString hidden = u"***"_s;
-const QStringList results{u"removed"_s, u"kept"_s, u"dropped"_s};
+const QStringList verdicts{u"delivered"_s, u"dropped"_s, u"kept"_s};
+const QStringList failureKinds{u"network"_s, u"certificate"_s, u"credentials"_s, u"request"_s,
+                               u"service"_s};
 
 /// Reads objects of the files and notes what is wrong with them.
 class Reader
@@ -50,6 +53,7 @@ private:
     Outcome readOutcome(const QJsonObject &object);
     void addKeys(Type &type, const QJsonArray &keys, const QString &prefix);
     void addOutcomes(Type &type, const QJsonArray &outcomes);
+    void addSharedOutcomes(Type &type, const QJsonArray &outcomes);
     Type readType(const QJsonObject &object, const QString &group);
 
     QString folder;
@@ -139,18 +143,35 @@ Key Reader::readKey(const QJsonObject &object)
 
 Outcome Reader::readOutcome(const QJsonObject &object)
 {
-    allow(object, {u"when"_s, u"whenRu"_s, u"result"_s, u"scenarios"_s});
-    Outcome outcome{text(object, u"when"_s), text(object, u"whenRu"_s), text(object, u"result"_s),
-                    texts(object, u"scenarios"_s)};
-    if (!results.contains(outcome.result))
-        fault(u"unknown result '%1'"_s.arg(outcome.result));
+    allow(object, {u"when"_s, u"whenRu"_s, u"verdict"_s, u"kinds"_s, u"reasons"_s, u"scenarios"_s});
+    Outcome outcome;
+    outcome.when = text(object, u"when"_s);
+    outcome.whenRu = text(object, u"whenRu"_s);
+    outcome.verdict = text(object, u"verdict"_s);
+    outcome.kinds = texts(object, u"kinds"_s);
+    outcome.reasons = texts(object, u"reasons"_s);
+    outcome.scenarios = texts(object, u"scenarios"_s);
+
+    const bool isKept = outcome.verdict == u"kept";
+    if (!verdicts.contains(outcome.verdict))
+        fault(u"unknown verdict '%1'"_s.arg(outcome.verdict));
+    if (isKept != object.contains(u"kinds"_s))
+        fault(u"'kinds' belongs to a kept row, and to no other: %1"_s.arg(outcome.when));
+    for (const QString &kind : std::as_const(outcome.kinds)) {
+        if (!failureKinds.contains(kind))
+            fault(u"unknown kind of failure '%1'"_s.arg(kind));
+    }
+    if (isKept && !outcome.reasons.isEmpty())
+        fault(u"a kept row has no 'reasons': %1"_s.arg(outcome.when));
+    if (outcome.verdict == u"dropped" && outcome.reasons.isEmpty())
+        fault(u"no reason is told for what is dropped: %1"_s.arg(outcome.when));
     if (outcome.scenarios.isEmpty())
         fault(u"no scenario shows '%1'"_s.arg(outcome.when));
     return outcome;
 }
 
-/// An element is a key, the name of a fragment, or `{ "below": path, "use": fragment }`, which puts the keys
-/// of a fragment below a path.
+/// An element is a key, the name of a fragment, or `{ "below": path, "use": fragment }`, which puts
+/// the keys of a fragment below a path.
 void Reader::addKeys(Type &type, const QJsonArray &keys, const QString &prefix)
 {
     for (const QJsonValue &element : keys) {
@@ -187,8 +208,16 @@ void Reader::addOutcomes(Type &type, const QJsonArray &outcomes)
         else if (!fragments.value(fragment).isArray())
             fault(u"no fragment '%1'"_s.arg(fragment));
         else
-            addOutcomes(type, fragments.value(fragment).toArray());
+            addSharedOutcomes(type, fragments.value(fragment).toArray());
     }
+}
+
+void Reader::addSharedOutcomes(Type &type, const QJsonArray &outcomes)
+{
+    const qsizetype before = type.outcomes.size();
+    addOutcomes(type, outcomes);
+    for (qsizetype at = before; at < type.outcomes.size(); ++at)
+        type.outcomes[at].isShared = true;
 }
 
 Type Reader::readType(const QJsonObject &object, const QString &group)

@@ -7,18 +7,20 @@
 #include <QString>
 #include <QStringList>
 
-/// What is known of each message type, for the programs that people use and for the documentation. The
-/// texts stand in the files of `types/`, which are compiled in; tests hold them against the handlers.
+/// What is known of each message type, for the programs that people use and for the documentation.
+/// The texts stand in the files of `types/`, which are compiled in; tests hold them against the
+/// handlers.
 namespace catalogue {
 
 /// A key of a message's body.
 struct Key
 {
-    /// The path from the body, with dots: `orderStatus.url`. `[]` stands for each element of an array, `*`
-    /// for any name: `urls[]`, `headers.*`. An object without keys below it may hold whatever it likes.
+    /// The path from the body, with dots: `orderStatus.url`. `[]` stands for each element of an
+    /// array, `*` for any name: `urls[]`, `headers.*`. An object without keys below it may hold
+    /// whatever it likes.
     QString name;
-    /// `text`, `url` (of HTTP or HTTPS), `file` (a path on the till), `integer`, `number`, `boolean`, `object`, `array` or
-    /// `any`. Numbers may also be written as texts.
+    /// `text`, `url` (of HTTP or HTTPS), `file` (a path on the till), `integer`, `number`,
+    /// `boolean`, `object`, `array` or `any`. Numbers may also be written as texts.
     QString kind;
     /// Without it the message is not delivered as meant.
     bool required = false;
@@ -30,15 +32,25 @@ struct Key
     QString aboutRu;
 };
 
-/// What becomes of a message, and when.
+/// What becomes of a message that is tried, and when.
 struct Outcome
 {
     QString when;
     QString whenRu;
-    /// `removed`, `kept`, or `dropped`: removed without having been delivered.
-    QString result;
+    /// `delivered`: the service did what was asked, now or before. `dropped`: the row is gone
+    /// although it did not. `kept`.
+    QString verdict;
+    /// Of a kept message: what has to be put right first, one of `network`, `certificate`,
+    /// `credentials`, `request` and `service`. Empty: the message is passed over without having
+    /// been tried.
+    QStringList kinds;
+    /// The reasons that are recorded with a message that was dropped or done before, in Russian;
+    /// `*` stands for any text.
+    QStringList reasons;
     /// Names of scenarios that show it, in the type's own file. `*` stands for any text.
     QStringList scenarios;
+    /// Told of several types at once, so a type need not have each of the scenarios.
+    bool isShared = false;
 };
 
 struct Type
@@ -68,8 +80,8 @@ struct Catalogue
     QStringList faults;
 };
 
-/// Reads the files of a folder: `order.json` with the names of the types in their order, `fragments.json` with
-/// keys and outcomes that types share, and a file for each group of types.
+/// Reads the files of a folder: `order.json` with the names of the types in their order,
+/// `fragments.json` with keys and outcomes that types share, and a file for each group of types.
 Catalogue readCatalogue(const QString &folder);
 
 /// The catalogue that is compiled in, in the order of the handler table. Thread: any.
@@ -77,7 +89,8 @@ const QList<Type> &types();
 /// Null for a type that nobody knows.
 const Type *find(const QString &name);
 
-/// The key that describes `path`, where elements of arrays are written `[]`. Null when there is none.
+/// The key that describes `path`, where elements of arrays are written `[]`. Null when there is
+/// none.
 const Key *keyAt(const Type &type, const QString &path);
 
 /// Something about a body that its handler would not read as meant.
@@ -102,8 +115,8 @@ struct Fault
 /// Holds a body against the keys of its type, in the order of the body, missing keys first.
 QList<Fault> check(const Type &type, const QJsonObject &body);
 
-/// The body with `***` for each secret value: of the keys marked so, of headers whose name speaks of a key, a
-/// token, a password or a session, and for passwords in addresses.
+/// The body with `***` for each secret value: of the keys marked so, of headers whose name speaks
+/// of a key, a token, a password or a session, and for passwords in addresses.
 QJsonObject masked(const Type &type, const QJsonObject &body);
 
 /// The page about all types, in Markdown.

@@ -11,11 +11,13 @@ namespace {
 
 const QString intro = uR"(# Message types
 
-<!-- Written by `build/dev/message-types > docs/message-types.md` from tools/catalogue/types. Change it there. -->
+<!-- Written by `build/dev/message-types > docs/message-types.md` from tools/catalogue/types.
+     Change it there. -->
 
-A till hands over work by a row in the table `message`: its `type` says who delivers it, its `body`, a JSON
-object, says what. This page lists every type: what it is for, the keys of its body, an example, and what
-becomes of the row. `queuectl types TYPE` prints the same, and `queuectl lint FILE` holds a row against it.
+A till hands over work by a row in the table `message`: its `type` says who delivers it, its `body`,
+a JSON object, says what. This page lists every type: what it is for, the keys of its body, an
+example, and what becomes of the row. `queuectl types TYPE` prints the same, and `queuectl lint
+FILE` holds a row against it.
 
 What holds for all types:
 
@@ -23,12 +25,19 @@ What holds for all types:
 - A number may be written as a text. A value of another kind is read as an empty one or as 0.
 - `timeout` is in seconds and bounds each request. 0 means 30 seconds where nothing else is said.
 - **secret** marks what logs and tools do not show.
-- *removed*: the row is gone because the work is done. *dropped*: the row is gone although the work was not
-  done, since another attempt would not help. *kept*: the row stays, the messages behind it go first, and it
-  is tried again in a later pass. There is no limit to the attempts unless a type has one of its own.
-- "No answer" is a refused or broken connection, a certificate that one side does not accept, an answer that
-  breaks off, or one that does not come in time. The service may have done the
-  work all the same, so it must take the same request twice. An address that cannot be used counts as no
+- *delivered*: the service did what was asked, now or before, and the row is gone. *dropped*: the
+  row is gone although the service did not do it, since another attempt would not help. *kept*: the
+  row stays, the messages behind it go first, and it is tried again in a later pass. There is no
+  limit to the attempts unless a type has one of its own.
+- A kept row tells what has to be put right first: the *network*, a *certificate*, the
+  *credentials*, the *request* as the till wrote it, or the *service* itself. A row that is *not
+  tried* has to wait for another one.
+- The service's journal keeps what became of each message, and what was dropped leaves a line of
+  category `outcome` in the log. The reason of a message that was dropped or done before is the text
+  in quotes, where … is a part that differs.
+- "No answer" is a refused or broken connection, a certificate that one side does not accept, an
+  answer that breaks off, or one that does not come in time. The service may have done the work all
+  the same, so it must take the same request twice. An address that cannot be used counts as no
   answer where nothing else is said.
 - A body that is no JSON object counts as an empty one.
 
@@ -67,11 +76,23 @@ QString keyTable(const Type &type)
     return table;
 }
 
+QString remark(const Outcome &outcome)
+{
+    if (outcome.verdict == u"kept")
+        return outcome.kinds.isEmpty() ? u"not tried"_s : outcome.kinds.join(u", "_s);
+    QStringList reasons;
+    for (const QString &reason : outcome.reasons)
+        reasons.append(u'«' + QString(reason).replace(u'*', u'…') + u'»');
+    return reasons.join(u"; "_s);
+}
+
 QString outcomeTable(const Type &type)
 {
-    QString table = u"| When | The row is |\n| --- | --- |\n"_s;
+    QString table = u"| When | The message is | What to put right, or the recorded reason |\n"
+                    "| --- | --- | --- |\n"_s;
     for (const Outcome &outcome : type.outcomes)
-        table += u"| %1 | %2 |\n"_s.arg(cell(outcome.when), outcome.result);
+        table +=
+            u"| %1 | %2 | %3 |\n"_s.arg(cell(outcome.when), outcome.verdict, cell(remark(outcome)));
     return table;
 }
 

@@ -27,12 +27,12 @@ QJsonObject keyRecord(const catalogue::Key &key)
     return record;
 }
 
-QString resultText(const QString &result)
+QString verdictText(const QString &verdict)
 {
-    if (result == u"removed")
-        return text("removed", "удаляется");
-    return result == u"kept" ? text("kept", "остаётся")
-                             : text("dropped undelivered", "удаляется без доставки");
+    if (verdict == u"delivered")
+        return text("delivered", "доставляется");
+    return verdict == u"kept" ? text("kept", "остаётся")
+                              : text("dropped undelivered", "удаляется без доставки");
 }
 
 Report listTypes(bool namesOnly)
@@ -77,8 +77,10 @@ Report showTypes(const Call &call)
         keys.append(keyRecord(key));
     QJsonArray outcomes;
     for (const catalogue::Outcome &outcome : type->outcomes)
-        outcomes.append(QJsonObject{{u"result"_s, outcome.result},
-                                    {u"resultText"_s, resultText(outcome.result)},
+        outcomes.append(QJsonObject{{u"verdict"_s, outcome.verdict},
+                                    {u"verdictText"_s, verdictText(outcome.verdict)},
+                                    {u"kinds"_s, QJsonArray::fromStringList(outcome.kinds)},
+                                    {u"reasons"_s, QJsonArray::fromStringList(outcome.reasons)},
                                     {u"when"_s, inLanguage(outcome.when, outcome.whenRu)}});
     Report report;
     report.data = {{u"type"_s, name},
@@ -103,7 +105,7 @@ Report showTypes(const Call &call)
                   {u"about"_s, text("What it is", "Что это"), Format::Plain, false, anyWidth}});
     report.line(QString());
     report.table(u"outcomes"_s,
-                 {{u"resultText"_s, text("Row", "Строка")},
+                 {{u"verdictText"_s, text("Message", "Сообщение")},
                   {u"when"_s, text("When", "Когда"), Format::Plain, false, anyWidth}});
     report.line(QString());
     report.object(type->example);

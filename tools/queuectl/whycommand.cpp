@@ -82,7 +82,7 @@ QString keepingRule(const QString &type, Cause cause)
     const QStringList signs = signsOf(cause);
     for (const QString &sign : signs) {
         for (const catalogue::Outcome &outcome : outcomes) {
-            if (outcome.result != u"kept" || !outcome.when.contains(sign, Qt::CaseInsensitive))
+            if (outcome.verdict != u"kept" || !outcome.when.contains(sign, Qt::CaseInsensitive))
                 continue;
             QString rule = isRussian() ? outcome.whenRu : outcome.when;
             while (rule.endsWith(u'.'))

@@ -5,9 +5,8 @@
 #include "shared/net/preparedrequestbase.h"
 #include "tests/tools/catalogue/handlersource.h"
 #include "tools/catalogue/catalogue.h"
+#include "tools/messagetypes/stories.h"
 #include "tools/settings/settingslist.h"
-#include "tools/stand/scenarioerror.h"
-#include "tools/stand/scenariofile.h"
 
 #include <QDir>
 #include <QFile>
@@ -28,6 +27,7 @@ using namespace Qt::StringLiterals;
 using catalogue::Fault;
 using catalogue::Key;
 using catalogue::Type;
+using stories::Story;
 
 namespace {
 
@@ -70,86 +70,13 @@ QString className(const BasicHandler &handler)
     return QString::fromUtf8(name.get());
 }
 
-/// What a scenario says of its messages of the type.
-struct Story
+QString scenarios()
 {
-    QString name;
-    bool isSample = false;
-    /// A row that was removed in a later pass was kept in an earlier one.
-    bool hasSteps = false;
-    QSet<QString> results;
-    QList<QJsonObject> bodies;
-};
-
-void addMessage(Story &story, const stand::QueuedMessage &message, const QString &type)
-{
-    if (message.type != type)
-        return;
-    const bool isKept = message.outcome.fate == stand::Outcome::Fate::Kept;
-    story.results.insert(isKept ? u"kept"_s : u"removed"_s);
-    const QJsonDocument body = QJsonDocument::fromJson(message.body.toUtf8());
-    if (body.isObject())
-        story.bodies.append(body.object());
+    return sourceDir() + u"/tests/scenarios"_s;
 }
 
-QList<Story> storiesOf(const Type &type)
-{
-    QList<Story> stories;
-    const QString path = u"%1/tests/scenarios/%2/%3.json"_s.arg(sourceDir(), type.group, type.name);
-    const QList<stand::ScenarioSource> sources = stand::loadScenarios(path);
-    for (const stand::ScenarioSource &source : sources) {
-        stand::Places places;
-        const QStringList names = stand::placeNames(source.peers());
-        for (const QString &name : names)
-            places.insert(name, name.endsWith(u".port") ? u"8080"_s : u"http://127.0.0.1:8080"_s);
-        places.insert(u"root"_s, u"/till"_s);
-        const stand::Scenario scenario = source.scenario(places);
-        Story story{scenario.name, source.isSample(), !scenario.steps.isEmpty(), {}, {}};
-        for (const stand::QueuedMessage &message : scenario.messages)
-            addMessage(story, message, type.name);
-        for (const stand::Step &step : scenario.steps) {
-            if (step.kind == stand::Step::Kind::Put)
-                addMessage(story, step.message, type.name);
-        }
-        stories.append(story);
-    }
-    return stories;
-}
-
-bool fits(const QString &pattern, const QString &name)
-{
-    const QString expression = QRegularExpression::escape(pattern).replace(u"\\*"_s, u".*"_s);
-    return QRegularExpression(QRegularExpression::anchoredPattern(expression))
-        .match(name)
-        .hasMatch();
-}
-
-/// A scenario shows an outcome when a message of it ends so, or was kept for a while.
-bool shows(const Story &story, const QString &result)
-{
-    const QString end = result == u"kept" ? result : u"removed"_s;
-    return story.results.contains(end) || (result == u"kept" && story.hasSteps);
-}
-
-/// Patterns that many types share; not every one of them has a scenario in each type.
-QStringList sharedPatterns()
-{
-    QStringList patterns;
-    const QJsonObject fragments =
-        QJsonDocument::fromJson(contentOf(sourceDir() + u"/tools/catalogue/types/fragments.json"_s))
-            .object();
-    for (const QJsonValue &fragment : fragments) {
-        const QJsonArray elements = fragment.toArray();
-        for (const QJsonValue &element : elements) {
-            const QJsonArray names = element.toObject().value(u"scenarios"_s).toArray();
-            for (const QJsonValue &name : names)
-                patterns.append(name.toString());
-        }
-    }
-    return patterns;
-}
-
-/// Scenarios with a body that the catalogue warns of on purpose: what the service makes of it is their point.
+/// Scenarios with a body that the catalogue warns of on purpose: what the service makes of it is
+/// their point.
 QMap<QString, QStringList> oddBodies(const QString &type)
 {
     const QJsonObject file =
@@ -189,10 +116,10 @@ private Q_SLOTS:
     void secretsAreMarked();
     void bodiesOfScenariosAreKnown_data() { eachType(); }
     void bodiesOfScenariosAreKnown();
-    void outcomesAreShown_data() { eachType(); }
-    void outcomesAreShown();
-    void scenariosAreCovered_data() { eachType(); }
-    void scenariosAreCovered();
+    void outcomesAreAsserted_data() { eachType(); }
+    void outcomesAreAsserted();
+    void gapsAreFound_data();
+    void gapsAreFound();
     void settingsAreThoseThatAreRead();
     void bodyIsChecked_data();
     void bodyIsChecked();
@@ -239,7 +166,12 @@ void TestCatalogue::malformedFilesAreTold_data()
     QTest::newRow("unknown member")   << u"\"handler\": "_s        << u"\"handlr\": "_s        << anywhere + u"unknown member 'handlr'"_s;
     QTest::newRow("member missing")   << u"\"aboutRu\": "_s        << u"\"about_\": "_s        << anywhere + u"no text under 'aboutRu'"_s;
     QTest::newRow("unknown kind")     << u"\"kind\": \"text\""_s   << u"\"kind\": \"txt\""_s   << anywhere + u"key 'method' is of the unknown kind 'txt'"_s;
-    QTest::newRow("unknown result")   << u"\"result\": \"kept\""_s << u"\"result\": \"stays\""_s << anywhere + u"unknown result 'stays'"_s;
+    QTest::newRow("unknown verdict")  << u"\"verdict\": \"kept\""_s << u"\"verdict\": \"stays\""_s << anywhere + u"unknown verdict 'stays'"_s;
+    QTest::newRow("unknown failure")  << u"[\"service\", "_s       << u"[\"servise\", "_s      << anywhere + u"unknown kind of failure 'servise'"_s;
+    QTest::newRow("kinds missing")    << u"\"kinds\": "_s          << u"\"reasons\": "_s       << anywhere + u"'kinds' belongs to a kept row, and to no other"_s;
+    QTest::newRow("kinds of a delivery") << u"\"verdict\": \"kept\""_s << u"\"verdict\": \"delivered\""_s << anywhere + u"'kinds' belongs to a kept row, and to no other"_s;
+    QTest::newRow("reasons of a kept row") << u"\"kinds\": [\"service\""_s << u"\"reasons\": [\"x\"], \"kinds\": [\"service\""_s << anywhere + u"a kept row has no 'reasons'"_s;
+    QTest::newRow("reason missing")   << u"\"reasons\": "_s        << u"\"reason_\": "_s       << u"forwarding.json, greenwichparkingticket: no reason is told for what is dropped"_s;
     QTest::newRow("unknown fragment") << u"\"url\",\n"_s           << u"\"uri\",\n"_s          << anywhere + u"no fragment 'uri'"_s;
     QTest::newRow("key twice")        << u"\"url\",\n"_s           << u"\"url\", \"url\",\n"_s << anywhere + u"key 'url' is there twice"_s;
     QTest::newRow("type twice")       << u"\"type\": \"cardlab\""_s << u"\"type\": \"abmloyalty\""_s << anywhere + u"the type is there twice"_s;
@@ -421,7 +353,7 @@ void TestCatalogue::secretsAreMarked()
 
 void TestCatalogue::bodiesOfScenariosAreKnown()
 {
-    const QList<Story> stories = storiesOf(type());
+    const QList<Story> stories = stories::storiesOf(type(), scenarios());
     QMap<QString, QStringList> found;
     for (const Story &story : stories) {
         for (const QJsonObject &body : story.bodies) {
@@ -443,54 +375,85 @@ void TestCatalogue::bodiesOfScenariosAreKnown()
     QCOMPARE(QStringList(found.keys()), QStringList(expected.keys()));
 }
 
-void TestCatalogue::outcomesAreShown()
+void TestCatalogue::outcomesAreAsserted()
 {
-    static const QStringList shared = sharedPatterns();
-    const QList<Story> own = storiesOf(type());
-    for (const catalogue::Outcome &outcome : type().outcomes) {
-        int count = 0;
-        for (QString pattern : outcome.scenarios) {
-            // A type that shares its handler may leave a case to the scenarios of the other.
-            const qsizetype border = pattern.indexOf(u".json: "_s);
-            QList<Story> stories = own;
-            if (border > 0) {
-                const Type *other = catalogue::find(pattern.left(border));
-                QVERIFY2(other && other->group == type().group, qPrintable(pattern));
-                stories = storiesOf(*other);
-                pattern = pattern.mid(border + 7);
-            }
-            int hits = 0;
-            for (const Story &story : stories) {
-                if (!fits(pattern, story.name))
-                    continue;
-                ++hits;
-                QVERIFY2(shows(story, outcome.result),
-                         qPrintable(u"'%1' does not show: %2 (%3)"_s.arg(story.name, outcome.when,
-                                                                         outcome.result)));
-            }
-            QVERIFY2(hits > 0 || shared.contains(pattern),
-                     qPrintable(u"no scenario '%1'"_s.arg(pattern)));
-            count += hits;
-        }
-        QVERIFY2(count > 0, qPrintable(u"nothing shows: %1"_s.arg(outcome.when)));
-    }
+    const QStringList gaps = stories::gaps(type(), scenarios());
+    QVERIFY2(gaps.isEmpty(), qPrintable(gaps.join(u'\n')));
 }
 
-void TestCatalogue::scenariosAreCovered()
+void TestCatalogue::gapsAreFound_data()
 {
-    const QList<Story> stories = storiesOf(type());
-    QVERIFY(!stories.isEmpty());
-    for (const Story &story : stories) {
-        for (const QString &result : story.results) {
-            bool isCovered = false;
-            for (const catalogue::Outcome &outcome : type().outcomes) {
-                const QString end = outcome.result == u"kept" ? u"kept"_s : u"removed"_s;
-                for (const QString &pattern : outcome.scenarios)
-                    isCovered = isCovered || (end == result && fits(pattern, story.name));
-            }
-            QVERIFY2(isCovered, qPrintable(u"no outcome for '%1' (%2)"_s.arg(story.name, result)));
-        }
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<QString>("from");
+    QTest::addColumn<QString>("to");
+    QTest::addColumn<QStringList>("gaps");
+
+    const QString sent = u"Any answer with a status 2xx, whatever it holds. (delivered)"_s;
+    const QString refused =
+        u"An HTTP error: any status but 2xx, a redirect among them. The answer is not read. (kept)"_s;
+    const QString service = uR"({ "verdict": "kept", "kind": "service" })"_s;
+    const QString declined = u"The order is DECLINED: nothing is undone. (dropped)"_s;
+    QTest::newRow("none") << u"cardlab"_s << QString() << QString() << QStringList();
+    QTest::newRow("no end in the journal")
+        << u"cardlab"_s
+        << u"\"log\": [\"INFO [cardlab] Отправка сообщения\"],\n      \"outcome\": \"delivered\""_s
+        << u"\"outcome\": \"removed\""_s
+        << QStringList{u"cardlab: 'delivered' does not show: "_s + sent,
+                       u"cardlab: no outcome for 'delivered' (removed)"_s};
+    QTest::newRow("kept without its kind")
+        << u"cardlab"_s << service << u"\"kept\""_s
+        << QStringList{u"cardlab: 'HTTP error' does not show: "_s + refused,
+                       u"cardlab: no scenario asserts: "_s + refused,
+                       u"cardlab: no outcome for 'HTTP error' (kept)"_s};
+    QTest::newRow("another kind") << u"cardlab"_s << service
+                                  << QString(service).replace(u"service"_s, u"network"_s)
+                                  << QStringList{
+                                         u"cardlab: 'HTTP error' does not show: "_s + refused,
+                                         u"cardlab: no scenario asserts: "_s + refused,
+                                         u"cardlab: no outcome for 'HTTP error' (kept, network)"_s};
+    QTest::newRow("a scenario is gone")
+        << u"cardlab"_s << u"headers and timeout of"_s << u"the headers of"_s
+        << QStringList{
+               u"cardlab: no scenario 'headers and timeout of the message are ignored'"_s,
+               u"cardlab: no outcome for 'the headers of the message are ignored' (delivered)"_s};
+    QTest::newRow("a shared row needs only one of its scenarios")
+        << u"abmloyalty"_s << u"connection reset before"_s << u"no connection: reset before"_s
+        << QStringList();
+    QTest::newRow("another reason")
+        << u"platiqr3"_s << u"заказ отклонён, отмены не было"_s << u"отклонён"_s
+        << QStringList{u"platiqr3: 'declined: done' does not show: "_s + declined,
+                       u"platiqr3: no scenario asserts: "_s + declined,
+                       u"platiqr3: no outcome for 'declined: done' (dropped, отклонён)"_s};
+    QTest::newRow("no reason")
+        << u"platiqr3"_s
+        << u"{ \"verdict\": \"dropped\", \"reason\": \"заказ отклонён, отмены не было\" }"_s
+        << u"\"dropped\""_s
+        << QStringList{u"platiqr3: 'declined: done' does not show: "_s + declined,
+                       u"platiqr3: no scenario asserts: "_s + declined,
+                       u"platiqr3: no outcome for 'declined: done' (dropped)"_s};
+}
+
+void TestCatalogue::gapsAreFound()
+{
+    QFETCH(QString, type);
+    QFETCH(QString, from);
+    QFETCH(QString, to);
+    QFETCH(QStringList, gaps);
+
+    const Type &known = *catalogue::find(type);
+    const QString name = u"/%1/%2.json"_s.arg(known.group, type);
+    QString content = QString::fromUtf8(contentOf(scenarios() + name));
+    if (!from.isEmpty()) {
+        QVERIFY2(content.contains(from), qPrintable(content));
+        content.replace(from, to);
     }
+    QTemporaryDir folder;
+    QVERIFY(QDir(folder.path()).mkdir(known.group));
+    QFile copy(folder.path() + name);
+    QVERIFY(copy.open(QIODevice::WriteOnly));
+    copy.write(content.toUtf8());
+    copy.close();
+    QCOMPARE(stories::gaps(known, folder.path()), gaps);
 }
 
 void TestCatalogue::settingsAreThoseThatAreRead()
@@ -512,7 +475,7 @@ void TestCatalogue::settingsAreThoseThatAreRead()
     QStringList unnamed = read;
     for (const QString &name : std::as_const(named)) {
         const qsizetype hits =
-            unnamed.removeIf([&](const QString &key) { return fits(name, key); });
+            unnamed.removeIf([&](const QString &key) { return stories::fits(name, key); });
         QVERIFY2(hits > 0, qPrintable(u"no setting '%1'"_s.arg(name)));
     }
     QCOMPARE(unnamed.join(u' '), QString());

@@ -777,7 +777,7 @@ void TestQueuectlLook::whyNamesTheRule()
     QVERIFY(type);
     QStringList kept;
     for (const catalogue::Outcome &outcome : type->outcomes) {
-        if (outcome.result == u"kept")
+        if (outcome.verdict == u"kept")
             kept.append(outcome.when.chopped(1));
     }
     put();
