@@ -56,7 +56,7 @@ install_packages() {
         "$work/bin/bash" "$root/scripts/install-packages" "$@"
 }
 
-for script in run test bench .ci/run scripts/fuzz scripts/install-packages scripts/common.sh scripts/progress.sh tests/tst_scripts.sh benchmarks/plot; do
+for script in run test bench .ci/run scripts/coverage scripts/fuzz scripts/install-packages scripts/common.sh scripts/progress.sh tests/tst_scripts.sh benchmarks/plot; do
     check "$script has no syntax error" bash -n "$root/$script"
 done
 
