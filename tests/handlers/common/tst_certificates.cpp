@@ -494,8 +494,9 @@ void TstCertificates::severalAtOnce()
 void TstCertificates::nobodySeesHalfAFile()
 {
     // The tool stops in the middle until the test lets it go on.
-    tool("echo half >\"$out\"; mkfifo '" + folder->path().toUtf8() + "/gate'; echo >'"
-         + folder->path().toUtf8() + "/gate'; echo whole >>\"$out\"");
+    const QByteArray gatePath = '\'' + folder->path().toUtf8() + "/gate'";
+    tool("mkfifo " + gatePath + "; echo half >\"$out\"; echo >" + gatePath
+         + "; echo whole >>\"$out\"");
     const QString pem = folder->filePath(
         u"tmp/queue_test_%1.pem"_s.arg(hex("a certificate", QCryptographicHash::Md5)));
     QList<QByteArray> seen(3);
