@@ -1,5 +1,6 @@
 #include "engine/handlerfactory.h"
 #include "tests/example/parcellockerhandler.h"
+#include "tests/handlers/support/delivery.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 
@@ -16,7 +17,7 @@ namespace {
 
 // clang-format off
 constexpr HandlerRow rows[] = {
-    row<ParcelLockerHandler>          (u"parcellocker"),
+    row<ParcelLockerHandler>          (u"parcellocker",           u"cell"),
 };
 // clang-format on
 
@@ -43,7 +44,7 @@ private Q_SLOTS:
 void TstParcelLockerHandler::outcomes_data()
 {
     QTest::addColumn<http::Response>("answer");
-    QTest::addColumn<bool>("finished");
+    QTest::addColumn<QString>("outcome");
     QTest::addColumn<QStringList>("lines");
 
     const auto reply = [](const char *body) {
@@ -51,18 +52,18 @@ void TstParcelLockerHandler::outcomes_data()
     };
     const QString notOpened = u"WARN Ячейка не открыта"_s;
     // clang-format off
-    QTest::newRow("opened")       << reply(R"({"opened":true})")                << true  << QStringList{};
-    QTest::newRow("empty cell")   << reply(R"({"opened":false,"retry":false})") << true  << QStringList{notOpened};
-    QTest::newRow("locker busy")  << reply(R"({"opened":false,"retry":true})")  << false << QStringList{notOpened};
-    QTest::newRow("no JSON")      << reply("ok")                                << false << QStringList{notOpened};
-    QTest::newRow("HTTP error")   << http::Response::answered(503, {})          << false << QStringList{u"ERROR Ошибка при отправке сообщения: "_s + http::Response::answered(503, {}).errorText.ru()};
+    QTest::newRow("opened")       << reply(R"({"opened":true})")                << u"delivered"_s                     << QStringList{};
+    QTest::newRow("empty cell")   << reply(R"({"opened":false,"retry":false})") << u"dropped: ячейка пуста"_s         << QStringList{notOpened};
+    QTest::newRow("locker busy")  << reply(R"({"opened":false,"retry":true})")  << u"kept service: ячейка не открыта"_s << QStringList{notOpened};
+    QTest::newRow("no JSON")      << reply("ok")                                << u"kept service: ячейка не открыта"_s << QStringList{notOpened};
+    QTest::newRow("HTTP error")   << http::Response::answered(503, {})          << keptBy(http::Response::answered(503, {})) << QStringList{u"ERROR Ошибка при отправке сообщения: "_s + http::Response::answered(503, {}).errorText.ru()};
     // clang-format on
 }
 
 void TstParcelLockerHandler::outcomes()
 {
     QFETCH(const http::Response, answer);
-    QFETCH(const bool, finished);
+    QFETCH(const QString, outcome);
     QFETCH(const QStringList, lines);
     const LogCapture log(u"parcellocker"_s);
     FakeRestClient net({answer});
@@ -72,7 +73,9 @@ void TstParcelLockerHandler::outcomes()
     message.id = 7;
     message.body = {{u"url"_s, u"https://locker.test/open"_s}, {u"cell"_s, u"12"_s}};
 
-    QCOMPARE(handler->sendMessage(message), finished);
+    const Outcome ended = handler->attempt(message);
+    QCOMPARE(told(ended), outcome);
+    QCOMPARE(ended.reference, u"12"_s);
     QCOMPARE(net.transcript(), QStringList{u"POST https://locker.test/open"_s});
     QCOMPARE(net.lastRequest().body, R"({"cell":"12"})");
     QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения 7"_s} + lines);
