@@ -3,6 +3,7 @@
 #include "engine/cardmask.h"
 
 #include <QJsonDocument>
+#include <QUrl>
 #include <QVariantList>
 
 #include <utility>
@@ -37,11 +38,19 @@ QVariantList elementsOf(const QVariant &value, const QString &key)
     }
 }
 
+/// An address may hold a password, and its query a token.
+QString withoutSecrets(const QString &text)
+{
+    if (!text.contains(u"://"_s))
+        return text;
+    return QUrl(text).toString(QUrl::RemoveUserInfo | QUrl::RemoveQuery | QUrl::RemoveFragment);
+}
+
 QString textOf(const QVariant &value)
 {
     switch (value.typeId()) {
     case QMetaType::QString:
-        return value.toString().simplified();
+        return withoutSecrets(value.toString().simplified());
     case QMetaType::Double:
         // In full: the number of a receipt is no 1e+15.
         return QString::number(value.toDouble(), 'f', QLocale::FloatingPointShortest);
