@@ -204,29 +204,36 @@ void TestJournal::memoryIsBounded()
         journal->take(attempt(id));
     QTRY_VERIFY(!log.lines().isEmpty());
     QVERIFY(QDir().rmdir(path));
-    QTRY_COMPARE(log.lines().size(), 3);
+    QTRY_VERIFY(log.lines().size() >= 3);
+    journal.reset();
     const qint64 written = count();
     QVERIFY2(written <= 4000, qPrintable(QString::number(written)));
-    QCOMPARE(log.lines().last(),
-             u"WARN Попыток доставки, не попавших в журнал доставки: %1"_s.arg(messages - written));
+    // What waited while the file could be written again may be told in a line of its own.
+    const QString loss = u"WARN Попыток доставки, не попавших в журнал доставки: "_s;
+    qint64 lost = 0;
+    for (const QString &line : log.lines()) {
+        if (line.startsWith(loss))
+            lost += line.sliced(loss.size()).toLongLong();
+    }
+    QCOMPARE(lost, messages - written);
     // The totals hold them all.
     QCOMPARE(rows(u"SELECT count FROM total"_s), QStringList{QString::number(messages)});
 }
 
 void TestJournal::attemptsOfOneMessageNeedTheRoomOfOne()
 {
-    const LogCapture log(u"journal"_s);
-    QVERIFY(QDir().mkdir(path));
-    begin(soon);
+    JournalBatch batch;
     for (int round = 0; round < 40; ++round) {
         for (int id = 1; id <= 100; ++id)
-            journal->take(attempt(id, Verdict::Kept));
-        QTest::qWait(5);
+            batch.add(attempt(id, Verdict::Kept));
     }
-    QVERIFY(QDir().rmdir(path));
-    QTRY_COMPARE(count(), 100);
-    QTRY_COMPARE(log.lines().size(), 2);
-    QCOMPARE(rows(u"SELECT MIN(attempts), MAX(attempts) FROM outcome"_s), QStringList{u"40 40"_s});
+    QCOMPARE(batch.shorten(4000), 0);
+    QCOMPARE(batch.tried.size(), 4000U);
+    // The newest messages are left out, with all of their attempts.
+    QCOMPARE(batch.shorten(90), 10 * 40);
+    QCOMPARE(batch.tried.size(), 90U);
+    for (const TriedMessage &tried : batch.tried)
+        QCOMPARE(tried.attempts, 40);
 }
 
 void TestJournal::lossIsToldAtTheEnd()
