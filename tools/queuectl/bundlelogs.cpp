@@ -75,7 +75,8 @@ QByteArray logFileSince(const QDateTime &since)
     const QByteArray current = tail(path, maxBytes);
     const QByteArray former = tail(formerFile(path), maxBytes - current.size());
     const QStringList lines = QString::fromUtf8(former + current).split(u'\n', Qt::SkipEmptyParts);
-    // A log whose lines begin in another way is taken whole. Further lines of an event have no time.
+    // A log whose lines begin in another way is taken whole. Further lines of an event have no
+    // time.
     const auto timeOf = [](const QString &line) {
         return QDateTime::fromString(line.left(timeForm.size()), timeForm);
     };

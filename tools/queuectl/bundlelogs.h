@@ -5,8 +5,8 @@
 
 namespace queuectl {
 
-// What an archive for support has of the time from `since` on. Secrets that can be told, and long numbers,
-// are masked; what cannot be read is replaced by a line that says why.
+// What an archive for support has of the time from `since` on. Secrets that can be told, and long
+// numbers, are masked; what cannot be read is replaced by a line that says why.
 
 /// The service's log file, the last 16 MiB at most.
 QByteArray logFileSince(const QDateTime &since);

@@ -18,7 +18,8 @@ enum class PortState
 {
     /// The service.
     Service,
-    /// Somebody listens and does not answer as the service does: another program, or a service that hangs.
+    /// Somebody listens and does not answer as the service does: another program, or a service that
+    /// hangs.
     Other,
     Nobody,
 };
@@ -32,7 +33,8 @@ struct StartAnswer
     {
         Started,
         WasRunning,
-        /// The service is a stand-by, has no handler of the type, or runs as many workers as it may.
+        /// The service is a stand-by, has no handler of the type, or runs as many workers as it
+        /// may.
         Refused,
         NoAnswer,
     } state = State::NoAnswer;
@@ -43,8 +45,8 @@ struct StartAnswer
 /// Asks the service to try the rows of the type now; without a card, one of none is named.
 StartAnswer askStart(const QString &type, const QString &cardNumber = QString());
 
-/// Asks the running service; `parts` are the parts of the path. Nothing when it does not answer in 5
-/// seconds, or not with an object.
+/// Asks the running service; `parts` are the parts of the path. Nothing when it does not answer in
+/// 5 seconds, or not with an object.
 std::optional<QJsonObject> askService(const QStringList &parts);
 /// That it does not answer.
 Failure noService();

@@ -67,8 +67,8 @@ JournalEntry entryAt(const QSqlQuery &query)
     return entry;
 }
 
-/// SQLite makes files beside the database even to read it, unless it is told that nobody writes. That is
-/// so when there is no write-ahead log: the service has one from its start to its end.
+/// SQLite makes files beside the database even to read it, unless it is told that nobody writes.
+/// That is so when there is no write-ahead log: the service has one from its start to its end.
 bool isAtRest(const QString &path)
 {
     return !QFileInfo::exists(path + u"-shm"_s) && QFileInfo(path + u"-wal"_s).size() == 0;
@@ -299,7 +299,8 @@ void JournalFile::fail(const QSqlQuery &query)
     default:
         break;
     }
-    // The service has been started since, and changes the file under a connection that counts on rest.
+    // The service has been started since, and changes the file under a connection that counts on
+    // rest.
     if (code == Corrupt && connection->isImmutable && !isAtRest(connection->path)) {
         connection->state = State::Busy;
         return;

@@ -65,8 +65,8 @@ struct JournalStatement
     QVariantList values;
 };
 
-/// The statement for the entries, newest first, one more than the limit. Every one of them walks along
-/// an index of the file and needs no sorting but that of one message's entries.
+/// The statement for the entries, newest first, one more than the limit. Every one of them walks
+/// along an index of the file and needs no sorting but that of one message's entries.
 JournalStatement historyStatement(const JournalFilter &filter);
 /// Counts the messages of each type that ended since `start`, by verdict.
 JournalStatement endedStatement(const QDateTime &start);
@@ -96,9 +96,9 @@ struct Fact
     QDateTime time;
 };
 
-/// The service's record of what became of messages, opened to be read alone: nothing is written, and
-/// the service may write meanwhile. Where it cannot be read, it is empty and why() says so; nothing throws.
-/// Thread: the one that made it.
+/// The service's record of what became of messages, opened to be read alone: nothing is written,
+/// and the service may write meanwhile. Where it cannot be read, it is empty and why() says so;
+/// nothing throws. Thread: the one that made it.
 class JournalFile
 {
 public:
@@ -151,7 +151,8 @@ public:
     QHash<QString, Ended> ended(const QDateTime &start);
     QList<Fact> facts(const QString &name);
 
-    /// Whether it is readable, still written, and has every attempt since the first one that was made.
+    /// Whether it is readable, still written, and has every attempt since the first one that was
+    /// made.
     bool isWhole();
 
 private:

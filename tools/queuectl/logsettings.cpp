@@ -112,7 +112,8 @@ QStringList logFilesOutOfReach(const QString &path)
         return {};
     Log4Qt::Properties properties;
     properties.load(&file);
-    // ReadWritePaths of the unit, whose /tmp nobody else sees. A trial in a folder of its own has no unit.
+    // ReadWritePaths of the unit, whose /tmp nobody else sees. A trial in a folder of its own has
+    // no unit.
     const QString root = qEnvironmentVariable("QUEUE_ROOT");
     QStringList reach{u"/tallocash/"_s};
     if (!root.isEmpty())

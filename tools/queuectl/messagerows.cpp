@@ -169,7 +169,8 @@ QList<TypeRows> MessageRows::older(const Cutoff &cutoff)
 {
     QString condition = u"(creationtime < ? OR creationtime IS NULL OR messageid <= ?"_s;
     QVariantList values{cutoff.before.toString(u"yyyy-MM-dd HH:mm:ss"_s), cutoff.lastId};
-    // On SQLite a time is a text, and a till may write it in a form that does not sort with the others.
+    // On SQLite a time is a text, and a till may write it in a form that does not sort with the
+    // others.
     if (!databaseFile().isEmpty())
         condition +=
             u" OR creationtime NOT GLOB '[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9]'"_s;

@@ -50,9 +50,8 @@ struct Cutoff
 };
 
 /// The table `message`, read in short statements that hold no lock when they return. Opens the
-/// database that the settings name, and never makes one.
-/// Everything throws Failure: NoDatabase when there is none to ask, Failed for a statement that fails.
-/// Thread: the one that made it.
+/// database that the settings name, and never makes one. Everything throws Failure: NoDatabase when
+/// there is none to ask, Failed for a statement that fails. Thread: the one that made it.
 class MessageRows
 {
 public:

@@ -60,8 +60,8 @@ struct AgeClass
 
 const QList<AgeClass> &ageClasses();
 
-/// Hands over every row, with a type those of that type, with what is on record of it, in the order of
-/// their ids. Throws Failure.
+/// Hands over every row, with a type those of that type, with what is on record of it, in the order
+/// of their ids. Throws Failure.
 void eachRow(MessageRows &rows, const Situation &situation, const QString &type,
              const std::function<void(const Row &, const std::optional<JournalEntry> &)> &take);
 

@@ -13,7 +13,8 @@
 
 namespace queuectl {
 
-/// What is known beside the rows themselves: how far each type has come and what became of attempts.
+/// What is known beside the rows themselves: how far each type has come and what became of
+/// attempts.
 class Situation
 {
 public:
@@ -27,13 +28,14 @@ public:
 
     JournalFile &journal() const { return *journal_; }
 
-    /// What is on record of the attempts at this row; nothing when it was not tried, or nobody knows.
+    /// What is on record of the attempts at this row; nothing when it was not tried, or nobody
+    /// knows.
     std::optional<JournalEntry> entryOf(const Row &row) const;
     /// The same for many rows, by their ids.
     QHash<int, JournalEntry> entriesOf(const QList<Row> &rows) const;
 
-    /// Whether the row has been refused: by its entry, or by the fail ids, which the service saves every
-    /// two minutes.
+    /// Whether the row has been refused: by its entry, or by the fail ids, which the service saves
+    /// every two minutes.
     bool wasRefused(const Row &row, const std::optional<JournalEntry> &entry) const;
     Cause cause(const Row &row, const std::optional<JournalEntry> &entry) const;
 
@@ -46,8 +48,8 @@ private:
     bool isWhole = false;
 };
 
-/// Where a message goes: `host:port` of its address, those of a list with commas between them, or the
-/// setting that names the address. Empty when neither the row nor a setting tells.
+/// Where a message goes: `host:port` of its address, those of a list with commas between them, or
+/// the setting that names the address. Empty when neither the row nor a setting tells.
 QString destinationOf(const QString &type, const QJsonObject &body);
 
 } // namespace queuectl

@@ -5,8 +5,8 @@
 
 namespace queuectl {
 
-/// Adds what has been delivered and dropped today, by type: `today` in the data, a line with the sums and
-/// one for each type that dropped something; or why that is not known.
+/// Adds what has been delivered and dropped today, by type: `today` in the data, a line with the
+/// sums and one for each type that dropped something; or why that is not known.
 void addToday(Report &report, const Situation &situation);
 
 } // namespace queuectl
