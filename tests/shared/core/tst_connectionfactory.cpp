@@ -1,134 +1,38 @@
-#include "rig/mariadbserver.h"
 #include "shared/core/basicexception.h"
-#include "shared/core/config.h"
-#include "shared/core/connectionfactory.h"
 #include "shared/core/dbqueuebroker.h"
-#include "shared/core/paths.h"
+#include "shared/core/guarded.h"
 #include "shared/core/singleton.h"
 #include "shared/core/writegate.h"
-#include "tests/support/logcapture.h"
-#include "tests/support/queuedatabase.h"
+#include "tests/shared/core/bothdatabases.h"
+#include "tests/shared/core/ownconnection.h"
 #include "tests/support/vtable.h"
 
 #include <QFile>
-#include <QFileInfo>
-#include <QJsonDocument>
-#include <QProcess>
+#include <QSet>
 #include <QSqlDatabase>
 #include <QSqlDriver>
-#include <QSqlError>
 #include <QSqlQuery>
-#include <QTemporaryDir>
 #include <QTest>
-#include <QThread>
-
-#include <cstdio>
-#include <latch>
-#include <linux/capability.h>
-#include <sys/prctl.h>
-#include <thread>
 
 using namespace Qt::StringLiterals;
-using rig::MariaDbServer;
 
 namespace {
 
 const QString probe = u"SELECT COUNT(messageid), creationtime FROM queues.message LIMIT 1"_s;
 
-void removeOwnConnection()
-{
-    ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
-    const QString name = factory->getConnection().connectionName();
-    factory->removeConnection(name);
-}
-
-/// Has this program, started once more, open the database and tell how many rows it has.
-const QString countArgument = u"--count"_s;
-
-int countRows()
-{
-    Config::setConfigsPathList(settingsFolders(), {});
-    try {
-        QSqlQuery query(Singleton<ConnectionFactory>::instance()->getConnection());
-        const bool isRead = query.exec(u"SELECT COUNT(*) FROM message"_s) && query.next();
-        std::printf("rows: %s\n",
-                    qPrintable(isRead ? query.value(0).toString() : query.lastError().text()));
-    } catch (const BasicException &exception) {
-        std::printf("%s\n", qPrintable(exception.tr().ru()));
-    }
-    return 0;
-}
-
-/// Has it open the file of the next argument as a till does, until its input ends.
-const QString holdArgument = u"--hold"_s;
-
-int holdFile(const QString &path)
-{
-    {
-        QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s);
-        database.setDatabaseName(path);
-        if (!database.open() || !QSqlQuery(database).exec(u"SELECT * FROM message LIMIT 1"_s))
-            return 1;
-        std::puts("open");
-        std::fflush(stdout);
-        while (std::getchar() != EOF) {
-        }
-    }
-    QSqlDatabase::removeDatabase(QLatin1StringView(QSqlDatabase::defaultConnection));
-    return 0;
-}
-
-/// Runs `function` on `count` threads at once and waits for their end.
-void onThreads(int count, const std::function<void()> &function)
-{
-    std::latch start(count);
-    std::vector<std::unique_ptr<QThread>> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back(QThread::create([&] {
-            start.arrive_and_wait();
-            function();
-        }));
-        threads.back()->start();
-    }
-    for (const auto &thread : threads)
-        thread->wait();
-}
-
 } // namespace
 
-/// What holds on both databases runs once on each: the column `server` tells which.
-class TestConnectionFactory : public QObject
+/// What holds on both databases runs once on each: the column `isServer` tells which.
+class TstConnectionFactory : public BothDatabases
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void cleanup();
-    void cleanupTestCase();
-
     void operationsKeepTheirPlaces();
-    void sqliteFileIsCreatedWithTables();
-    void sqliteMissingTablesAreCreated_data();
-    void sqliteMissingTablesAreCreated();
-    void sqliteTablesAreMadeOnceByManyThreads();
-    void sqliteTablesAreMadeOnceByManyProcesses_data();
-    void sqliteTablesAreMadeOnceByManyProcesses();
-    void sqliteFileThatTakesNoTableIsUsed();
-    void sqliteFileThatIsReadOnlyIsUsed();
-    void sqliteFileWithoutTablesThatTakesNoneIsRefused();
     void sqliteSurvivesAPowerCut();
     void sqliteWaitsForALock();
     void sqliteFileIsOpenedByManyAtOnce();
-    void sqliteFileThatIsGoneIsNoticed();
-    void sqliteFileThatWasReplacedIsNoticed();
-    void sqliteFileThatIsGoneTakesNoRows();
     void sqliteFileHasOneGate();
-    void formerLogIsNotMixedIn_data();
-    void formerLogIsNotMixedIn();
-    void formerLogIsPutAsideAtTheEnd();
-    void formerLogThatAnotherProgramUses();
-    void replacedFileWithoutALog();
 
     void serverIsReachedOverTheSocket();
     void serverConnectionLostAndReopened();
@@ -149,217 +53,31 @@ private Q_SLOTS:
     void eachThreadHasItsConnection();
     void removalIsSilent_data() { bothDatabases(); }
     void removalIsSilent();
-    void brokerWritesOneRow_data() { bothDatabases(); }
-    void brokerWritesOneRow();
-    void brokerWaitsForItsTurn_data() { bothDatabases(); }
-    void brokerWaitsForItsTurn();
-    void brokerThrowsWithoutTable_data() { bothDatabases(); }
-    void brokerThrowsWithoutTable();
 
     void failureIsReadable_data();
     void failureIsReadable();
     void checkIsOnlyMadeWhenAskedFor();
-
-private:
-    static void bothDatabases();
-    /// Runs statements on the file as the till does, with the file as its main database.
-    void asTill(const QStringList &statements);
-    /// A file with rows of type `backup`, while the database in use has others, most of them in
-    /// its log.
-    QString makeBackup();
-    /// As `mv` does: the file that was there has no name any more.
-    void moveIntoPlace(const QString &file);
-    /// The write-ahead logs that were put aside.
-    QStringList keptLogs();
-    /// As in `message(message_card,message_type)`, in order.
-    QStringList tablesWithIndexes();
-    /// Leads the service to the database of the data row.
-    void useDatabase();
-    QString connectError();
-
-    ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
-    std::unique_ptr<MariaDbServer> server;
-    std::unique_ptr<QueueDatabase> queue;
 };
 
-void TestConnectionFactory::initTestCase()
-{
-    server = std::make_unique<MariaDbServer>();
-}
-
-void TestConnectionFactory::init()
-{
-    QTest::failOnWarning(QRegularExpression(u"."_s));
-    ConnectionFactory::setWithCheck(true);
-    queue = std::make_unique<QueueDatabase>();
-}
-
-void TestConnectionFactory::cleanup()
-{
-    queue.reset();
-    server->run(u"TRUNCATE queues.message"_s);
-}
-
-void TestConnectionFactory::cleanupTestCase()
-{
-    server.reset();
-}
-
-void TestConnectionFactory::operationsKeepTheirPlaces()
+void TstConnectionFactory::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&ConnectionFactory::removeConnection), 0);
     QCOMPARE(slotOf(&ConnectionFactory::getConnection), 3);
 }
 
-void TestConnectionFactory::sqliteFileIsCreatedWithTables()
-{
-    QVERIFY(!QFile::exists(queue->file()));
-    QCOMPARE(queue->query(u"SELECT name FROM queues.sqlite_master WHERE type = 'table' "
-                          "AND name NOT LIKE 'sqlite%' ORDER BY name"_s),
-             (QList<QVariantList>{{u"documentcard"_s}, {u"message"_s}}));
-    QVERIFY(QFile::exists(queue->file()));
-}
-
-void TestConnectionFactory::sqliteMissingTablesAreCreated_data()
-{
-    QTest::addColumn<QStringList>("made");
-    QTest::addColumn<QStringList>("all");
-
-    const QString message = u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s;
-    const QString cards = u"CREATE TABLE documentcard (id INTEGER PRIMARY KEY)"_s;
-    const QString ours = u"message(message_card,message_creationtime,message_type)"_s;
-    const QString ourCards = u"documentcard(documentcard_cheque)"_s;
-    QTest::newRow("nothing") << QStringList{} << QStringList{ourCards, ours};
-    QTest::newRow("the till's messages")
-        << QStringList{message} << QStringList{ourCards, u"message()"_s};
-    QTest::newRow("under a name in capitals")
-        << QStringList{u"CREATE TABLE Message (messageid INTEGER PRIMARY KEY)"_s}
-        << QStringList{u"Message()"_s, ourCards};
-    QTest::newRow("the till's cards")
-        << QStringList{cards} << QStringList{u"documentcard()"_s, ours};
-    QTest::newRow("both are the till's")
-        << QStringList{message, cards} << QStringList{u"documentcard()"_s, u"message()"_s};
-    QTest::newRow("a view of the till's")
-        << QStringList{u"CREATE TABLE work (messageid INTEGER PRIMARY KEY)"_s,
-                       u"CREATE VIEW message AS SELECT * FROM work"_s}
-        << QStringList{ourCards, u"message()"_s, u"work()"_s};
-    QTest::newRow("other tables alone")
-        << QStringList{u"CREATE TABLE sales (id INTEGER PRIMARY KEY)"_s}
-        << QStringList{ourCards, ours, u"sales()"_s};
-}
-
-void TestConnectionFactory::sqliteMissingTablesAreCreated()
-{
-    QFETCH(QStringList, made);
-    QFETCH(QStringList, all);
-    asTill(made);
-    QCOMPARE(connectError(), QString());
-    QCOMPARE(tablesWithIndexes(), all);
-}
-
-void TestConnectionFactory::sqliteTablesAreMadeOnceByManyThreads()
-{
-    asTill({u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s});
-    Guarded<QStringList> errors;
-    onThreads(16, [&] {
-        const QString error = connectError();
-        removeOwnConnection();
-        errors.lock()->append(error);
-    });
-    QCOMPARE(errors.copy(), QStringList(16, QString()));
-    QCOMPARE(tablesWithIndexes(),
-             (QStringList{u"documentcard(documentcard_cheque)"_s, u"message()"_s}));
-}
-
-void TestConnectionFactory::sqliteTablesAreMadeOnceByManyProcesses_data()
-{
-    QTest::addColumn<QStringList>("made");
-    QTest::addColumn<QString>("messages");
-    QTest::newRow("new file") << QStringList{}
-                              << u"message(message_card,message_creationtime,message_type)"_s;
-    QTest::newRow("the till's file")
-        << QStringList{u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s} << u"message()"_s;
-}
-
-void TestConnectionFactory::sqliteTablesAreMadeOnceByManyProcesses()
-{
-    QFETCH(QStringList, made);
-    QFETCH(QString, messages);
-    if (!made.isEmpty())
-        asTill(made);
-    std::vector<std::unique_ptr<QProcess>> processes;
-    for (int i = 0; i < 4; ++i) {
-        processes.push_back(std::make_unique<QProcess>());
-        processes.back()->start(QCoreApplication::applicationFilePath(), {countArgument});
-    }
-    for (const auto &process : processes) {
-        QVERIFY(process->waitForFinished());
-        QCOMPARE(QString::fromUtf8(process->readAllStandardOutput()), u"rows: 0\n"_s);
-    }
-    QCOMPARE(tablesWithIndexes(), (QStringList{u"documentcard(documentcard_cheque)"_s, messages}));
-}
-
-/// The till's table can be used without ours.
-void TestConnectionFactory::sqliteFileThatTakesNoTableIsUsed()
-{
-    asTill({u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s,
-            u"CREATE TABLE other (id INTEGER)"_s,
-            // The name is taken.
-            u"CREATE INDEX documentcard ON other (id)"_s});
-    const LogCapture log(u"database"_s);
-    QCOMPARE(connectError(), QString());
-    QCOMPARE(queue->ids(), QList<int>());
-    const QStringList errors =
-        log.lines().filter(u"ERROR Не удалось создать таблицы в базе данных"_s);
-    QVERIFY2(errors.size() == 1 && errors.first().contains(u"documentcard"),
-             qPrintable(log.lines().join(u'\n')));
-    QCOMPARE(tablesWithIndexes(), (QStringList{u"message()"_s, u"other(documentcard)"_s}));
-}
-
-void TestConnectionFactory::sqliteFileThatIsReadOnlyIsUsed()
-{
-    asTill({u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s,
-            u"INSERT INTO message DEFAULT VALUES"_s});
-    const QString folder = QFileInfo(queue->file()).path();
-    QVERIFY(QFile::setPermissions(queue->file(), QFile::ReadOwner));
-    QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner));
-    QProcess process;
-    // Nobody but root may give it up, and nobody else has it.
-    process.setChildProcessModifier([] { ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE); });
-    process.start(QCoreApplication::applicationFilePath(), {countArgument});
-    const bool isFinished = process.waitForFinished();
-    QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-    QVERIFY(isFinished);
-    QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()), u"rows: 1\n"_s);
-}
-
-void TestConnectionFactory::sqliteFileWithoutTablesThatTakesNoneIsRefused()
-{
-    asTill({u"CREATE TABLE other (id INTEGER)"_s, u"DROP TABLE other"_s});
-    QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
-    till.setDatabaseName(queue->file());
-    QVERIFY(till.open());
-    QVERIFY(QSqlQuery(till).exec(u"PRAGMA locking_mode=EXCLUSIVE"_s));
-    QVERIFY(QSqlQuery(till).exec(u"BEGIN EXCLUSIVE"_s));
-    const QString error = connectError();
-    till = QSqlDatabase();
-    QSqlDatabase::removeDatabase(u"till"_s);
-    QVERIFY2(error.contains(u"database is locked"), qPrintable(error));
-}
-
-void TestConnectionFactory::sqliteSurvivesAPowerCut()
+void TstConnectionFactory::sqliteSurvivesAPowerCut()
 {
     QCOMPARE(queue->query(u"PRAGMA queues.journal_mode"_s).value(0).value(0), u"wal"_s);
     constexpr int full = 2;
     QCOMPARE(queue->query(u"PRAGMA queues.synchronous"_s).value(0).value(0), full);
 }
 
-void TestConnectionFactory::sqliteWaitsForALock()
+void TstConnectionFactory::sqliteWaitsForALock()
 {
     QCOMPARE(queue->query(u"PRAGMA busy_timeout"_s).value(0).value(0), 5000);
 }
 
-void TestConnectionFactory::sqliteFileIsOpenedByManyAtOnce()
+void TstConnectionFactory::sqliteFileIsOpenedByManyAtOnce()
 {
     constexpr int count = 16;
     Guarded<QStringList> errors;
@@ -375,39 +93,8 @@ void TestConnectionFactory::sqliteFileIsOpenedByManyAtOnce()
     QCOMPARE(queue->ids().size(), count);
 }
 
-void TestConnectionFactory::sqliteFileThatIsGoneIsNoticed()
-{
-    const QString name = factory->getConnection().connectionName();
-    QVERIFY(factory->isConnectionCurrent(name));
-    QVERIFY(QFile::remove(queue->file()));
-    QVERIFY(!factory->isConnectionCurrent(name));
-
-    factory->removeConnection(name);
-    QVERIFY(factory->isConnectionCurrent(factory->getConnection().connectionName()));
-    QCOMPARE(queue->ids(), QList<int>());
-}
-
-void TestConnectionFactory::sqliteFileThatWasReplacedIsNoticed()
-{
-    const QString name = factory->getConnection().connectionName();
-    QVERIFY(QFile::rename(queue->file(), queue->file() + u".old"_s));
-    QFile replacement(queue->file());
-    QVERIFY(replacement.open(QIODevice::WriteOnly));
-    QVERIFY(!factory->isConnectionCurrent(name));
-}
-
-void TestConnectionFactory::sqliteFileThatIsGoneTakesNoRows()
-{
-    queue->put(u"cardlab"_s, u"{}"_s);
-    for (const QString &suffix : {u""_s, u"-wal"_s, u"-shm"_s})
-        QVERIFY(QFile::remove(queue->file() + suffix));
-    Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, {}, QString());
-    QVERIFY2(QFile::exists(queue->file()), "the row went into the deleted file");
-    QCOMPARE(queue->ids().size(), 1);
-}
-
 /// By whatever path it is reached, and another one after it was replaced.
-void TestConnectionFactory::sqliteFileHasOneGate()
+void TstConnectionFactory::sqliteFileHasOneGate()
 {
     const QString link = queue->root() + u"/link.db"_s;
     WriteGate *const gate = factory->gateOf(factory->getConnection());
@@ -427,146 +114,7 @@ void TestConnectionFactory::sqliteFileHasOneGate()
     QVERIFY(factory->gateOf(factory->getConnection()) != gate);
 }
 
-void TestConnectionFactory::formerLogIsNotMixedIn_data()
-{
-    QTest::addColumn<bool>("isReplaced");
-    QTest::addColumn<bool>("isLinked");
-    QTest::newRow("replaced") << true << false;
-    QTest::newRow("deleted") << false << false;
-    QTest::newRow("replaced, below a link") << true << true;
-    QTest::newRow("deleted, below a link") << false << true;
-}
-
-/// Somebody moves a backup into place, or deletes the file, and leaves `-wal` and `-shm` where
-/// they are.
-void TestConnectionFactory::formerLogIsNotMixedIn()
-{
-    QFETCH(bool, isReplaced);
-    QFETCH(bool, isLinked);
-    if (isLinked) {
-        const QString link = queue->root() + u"/link"_s;
-        QVERIFY(QFile::link(QFileInfo(queue->file()).path(), link));
-        queue->setSettings(u"[database]\nname = %1/queues.db\n"_s.arg(link));
-    }
-    const QString backup = makeBackup();
-    const LogCapture log(u"database"_s);
-    std::latch isOpen(2);
-    std::latch isOver(2);
-    int readMeanwhile = -1;
-    const std::unique_ptr<QThread> worker(QThread::create([&] {
-        const QString name = factory->getConnection().connectionName();
-        queue->ids();
-        isOpen.arrive_and_wait();
-        isOver.arrive_and_wait();
-        // It has not noticed yet, and reads what it has open.
-        QSqlQuery query(QSqlDatabase::database(name, false));
-        if (query.exec(u"SELECT COUNT(*) FROM message WHERE type = 'former'"_s) && query.next())
-            readMeanwhile = query.value(0).toInt();
-        query = QSqlQuery();
-        factory->removeConnection(name);
-    }));
-    worker->start();
-    isOpen.arrive_and_wait();
-    if (isReplaced)
-        moveIntoPlace(backup);
-    else
-        QVERIFY(QFile::remove(queue->file()));
-
-    const auto restored = queue->ids(u"backup"_s).size();
-    const auto mixedIn = queue->ids(u"former"_s).size();
-    queue->put(u"later"_s, u"{}"_s);
-    isOver.arrive_and_wait();
-    worker->wait();
-    QCOMPARE(restored, isReplaced ? 50 : 0);
-    QCOMPARE(mixedIn, 0);
-    QCOMPARE(readMeanwhile, 500);
-    // What was in the former log is there still, and only once is it told.
-    const QStringList kept = keptLogs();
-    QCOMPARE(kept.size(), 1);
-    QVERIFY(QFileInfo(kept.first()).size() > 100'000);
-    QCOMPARE(log.lines().filter(u"ERROR "_s),
-             QStringList{u"ERROR Файл базы данных '%1' удалён или заменён во время работы службы, "
-                         "его журнал сохранён как '%2', перезапустите программы кассы, "
-                         "у которых он открыт"_s.arg(queue->file(), kept.first())});
-    removeOwnConnection();
-    QCOMPARE(queue->ids(u"later"_s).size(), 1);
-    QCOMPARE(queue->query(u"PRAGMA queues.integrity_check"_s).value(0).value(0), u"ok"_s);
-}
-
-/// The next service knows nothing of the former file.
-void TestConnectionFactory::formerLogIsPutAsideAtTheEnd()
-{
-    const QString backup = makeBackup();
-    const QString name = factory->getConnection().connectionName();
-    moveIntoPlace(backup);
-    const LogCapture log(u"database"_s);
-    factory->removeConnection(name);
-    QCOMPARE(keptLogs().size(), 1);
-    QVERIFY(!QFile::exists(queue->file() + u"-wal"_s));
-    QVERIFY(!QFile::exists(queue->file() + u"-shm"_s));
-    QCOMPARE(log.lines().filter(u"ERROR Файл базы данных"_s).size(), 1);
-
-    QProcess process;
-    process.start(QCoreApplication::applicationFilePath(), {countArgument});
-    QVERIFY(process.waitForFinished());
-    QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()), u"rows: 50\n"_s);
-}
-
-/// It has begun to mix the two. There is nothing left to save, but the service takes no part in it.
-void TestConnectionFactory::formerLogThatAnotherProgramUses()
-{
-    const QString backup = makeBackup();
-    const QString log = queue->file() + u"-wal"_s;
-    moveIntoPlace(backup);
-    QProcess other;
-    other.start(QCoreApplication::applicationFilePath(), {holdArgument, queue->file()});
-    QVERIFY(other.waitForReadyRead());
-    const qint64 logSize = QFileInfo(log).size();
-
-    const LogCapture lines(u"database"_s);
-    const QString text =
-        u"Файл базы данных '%1' заменён во время работы службы, рядом остался журнал '%2' прежнего "
-        "файла (файл уже открыт другой программой), вместе они повредят базу данных: остановите "
-        "службу и программы кассы и восстановите файл командой queuectl restore"_s.arg(
-            queue->file(), log);
-    QCOMPARE(connectError(), text);
-    QCOMPARE(connectError(), text);
-    QCOMPARE(lines.lines().filter(u"ERROR "_s), QStringList{u"ERROR "_s + text});
-    QCOMPARE(QFileInfo(log).size(), logSize);
-    QCOMPARE(keptLogs(), QStringList());
-
-    // The engineer does what the line says.
-    other.closeWriteChannel();
-    QVERIFY(other.waitForFinished());
-    for (const QString &ending : {u"-wal"_s, u"-shm"_s})
-        QFile::remove(queue->file() + ending);
-    QCOMPARE(connectError(), QString());
-}
-
-void TestConnectionFactory::replacedFileWithoutALog()
-{
-    const QString backup = makeBackup();
-    const LogCapture log(u"database"_s);
-    for (int round = 1; round <= 2; ++round) {
-        queue->ids();
-        for (const QString &ending : {u"-wal"_s, u"-shm"_s})
-            QVERIFY(QFile::remove(queue->file() + ending));
-        QVERIFY(QFile::copy(backup, backup + u".copy"_s));
-        moveIntoPlace(backup + u".copy"_s);
-        // Told once, however many connections are opened then.
-        for (int connection = 0; connection < 2; ++connection) {
-            QCOMPARE(queue->ids().size(), 50);
-            QCOMPARE(log.lines().filter(u"ERROR "_s).size(), round);
-            removeOwnConnection();
-        }
-    }
-    QCOMPARE(log.lines().filter(u"ERROR "_s).last(),
-             u"ERROR Файл базы данных '%1' удалён или заменён во время работы службы, "
-             "перезапустите программы кассы, у которых он открыт"_s.arg(queue->file()));
-    QCOMPARE(keptLogs(), QStringList());
-}
-
-void TestConnectionFactory::serverIsReachedOverTheSocket()
+void TstConnectionFactory::serverIsReachedOverTheSocket()
 {
     queue->setSettings(server->settings());
     QCOMPARE(factory->getConnection().driverName(), u"QMYSQL"_s);
@@ -577,7 +125,7 @@ void TestConnectionFactory::serverIsReachedOverTheSocket()
     QVERIFY(factory->isConnectionCurrent(factory->getConnection().connectionName()));
 }
 
-void TestConnectionFactory::serverConnectionLostAndReopened()
+void TstConnectionFactory::serverConnectionLostAndReopened()
 {
     queue->setSettings(server->settings());
     queue->put(u"cardlab"_s, u"{}"_s);
@@ -588,7 +136,7 @@ void TestConnectionFactory::serverConnectionLostAndReopened()
     QCOMPARE(queue->ids().size(), 1);
 }
 
-void TestConnectionFactory::messageIsInTheSchema()
+void TstConnectionFactory::messageIsInTheSchema()
 {
     useDatabase();
     const int id = queue->put(u"cardlab"_s, u"{}"_s, u"777"_s);
@@ -599,7 +147,7 @@ void TestConnectionFactory::messageIsInTheSchema()
     QCOMPARE(row.value(2).toString(), u"777"_s);
 }
 
-void TestConnectionFactory::probePasses()
+void TstConnectionFactory::probePasses()
 {
     useDatabase();
     const QList<QVariantList> empty = queue->query(probe);
@@ -618,7 +166,7 @@ void TestConnectionFactory::probePasses()
     QVERIFY2(time >= before && time <= QDateTime::currentDateTime(), qPrintable(time.toString()));
 }
 
-void TestConnectionFactory::probeShowsTheOldestRow()
+void TstConnectionFactory::probeShowsTheOldestRow()
 {
     useDatabase();
     const QDateTime oldest(QDate(2026, 1, 31), QTime(12, 0));
@@ -636,7 +184,7 @@ void TestConnectionFactory::probeShowsTheOldestRow()
         insert(i, oldest);
     QCOMPARE(shown(), oldest);
     // With the statistics that a server gathers in the background, too.
-    if (QTest::currentDataTag() == "MariaDB"_ba)
+    if (isServer())
         server->run(u"ANALYZE TABLE queues.message"_s);
     else
         queue->query(u"ANALYZE queues"_s);
@@ -650,7 +198,7 @@ void TestConnectionFactory::probeShowsTheOldestRow()
     QCOMPARE(shown(), oldest.addSecs(1));
 }
 
-void TestConnectionFactory::textsKeepEveryLetter()
+void TstConnectionFactory::textsKeepEveryLetter()
 {
     useDatabase();
     const QString text = u"{\"кассир\":\"Ёлкина Щ. 🙂 «ъ»\"}"_s;
@@ -660,7 +208,7 @@ void TestConnectionFactory::textsKeepEveryLetter()
     QCOMPARE(row.value(1).toString(), u"карта 🙂"_s);
 }
 
-void TestConnectionFactory::textsCompareByTheirBytes()
+void TstConnectionFactory::textsCompareByTheirBytes()
 {
     useDatabase();
     const int id = queue->put(u"spasiboBatch"_s, u"{\"mark\":\"AbC\"}"_s, u"Ab"_s);
@@ -675,7 +223,7 @@ void TestConnectionFactory::textsCompareByTheirBytes()
     QCOMPARE(found(u"body LIKE '%AbC%'"_s), 1);
 }
 
-void TestConnectionFactory::idsAreNeverGivenTwice()
+void TstConnectionFactory::idsAreNeverGivenTwice()
 {
     useDatabase();
     const int first = queue->put(u"cardlab"_s, u"{}"_s);
@@ -683,7 +231,7 @@ void TestConnectionFactory::idsAreNeverGivenTwice()
     QVERIFY(queue->put(u"cardlab"_s, u"{}"_s) > first);
 }
 
-void TestConnectionFactory::eachThreadHasItsConnection()
+void TstConnectionFactory::eachThreadHasItsConnection()
 {
     useDatabase();
     Guarded<QSet<QString>> names;
@@ -701,7 +249,7 @@ void TestConnectionFactory::eachThreadHasItsConnection()
     QCOMPARE(QSqlDatabase::connectionNames().size(), 1);
 }
 
-void TestConnectionFactory::removalIsSilent()
+void TstConnectionFactory::removalIsSilent()
 {
     useDatabase();
     onThreads(1, [&] {
@@ -715,68 +263,7 @@ void TestConnectionFactory::removalIsSilent()
     });
 }
 
-void TestConnectionFactory::brokerWritesOneRow()
-{
-    useDatabase();
-    const QJsonObject message{{u"заказ"_s, 7}, {u"сумма"_s, u"1'\"00%1 🙂"_s}};
-    Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, message, u"4'2"_s);
-    Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, {}, QString());
-
-    const QList<QVariantList> rows = queue->query(
-        u"SELECT type, body, cardnumber, statuscode FROM message ORDER BY messageid"_s);
-    QCOMPARE(rows.size(), 2);
-    QCOMPARE(rows[0][0].toString(), u"mindbox"_s);
-    QCOMPARE(QJsonDocument::fromJson(rows[0][1].toByteArray()).object(), message);
-    QCOMPARE(rows[0][2].toString(), u"4'2"_s);
-    QCOMPARE(rows[0][3].toString(), u""_s);
-    QCOMPARE(rows[1][1].toByteArray(), "{}");
-    QVERIFY(!rows[1][2].isNull());
-    QCOMPARE(rows[1][2].toString(), u""_s);
-}
-
-void TestConnectionFactory::brokerWaitsForItsTurn()
-{
-    useDatabase();
-    WriteGate *gate = factory->gateOf(factory->getConnection());
-    QCOMPARE(gate == nullptr, QTest::currentDataTag() == "MariaDB"_ba);
-    WriteGate::Turn held = WriteGate::enter(gate);
-    std::thread writer([] {
-        Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, {}, QString());
-        removeOwnConnection();
-    });
-    if (gate) {
-        while (gate->waiting() == 0)
-            std::this_thread::yield();
-        QCOMPARE(queue->ids().size(), 0);
-    }
-    held.end();
-    writer.join();
-    QCOMPARE(queue->ids().size(), 1);
-}
-
-void TestConnectionFactory::brokerThrowsWithoutTable()
-{
-    useDatabase();
-    const bool isServer = QTest::currentDataTag() == "MariaDB"_ba;
-    queue->ids();
-    if (isServer)
-        server->run(u"RENAME TABLE queues.message TO queues.away"_s);
-    else
-        queue->query(u"DROP TABLE message"_s);
-    QString text;
-    try {
-        Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, {}, QString());
-    } catch (const BasicException &exception) {
-        text = exception.tr().ru();
-    }
-    if (isServer)
-        server->run(u"RENAME TABLE queues.away TO queues.message"_s);
-    QVERIFY2(text.startsWith(u"Не удалось записать сообщение типа 'mindbox' в очередь: "_s)
-                 && text.contains(u"message"_s),
-             qPrintable(text));
-}
-
-void TestConnectionFactory::failureIsReadable_data()
+void TstConnectionFactory::failureIsReadable_data()
 {
     QTest::addColumn<QString>("settings");
     QTest::addColumn<QStringList>("fragments");
@@ -801,7 +288,7 @@ void TestConnectionFactory::failureIsReadable_data()
     // clang-format on
 }
 
-void TestConnectionFactory::failureIsReadable()
+void TstConnectionFactory::failureIsReadable()
 {
     QFETCH(QString, settings);
     QFETCH(QStringList, fragments);
@@ -819,7 +306,7 @@ void TestConnectionFactory::failureIsReadable()
     QCOMPARE(connectError(), QString());
 }
 
-void TestConnectionFactory::checkIsOnlyMadeWhenAskedFor()
+void TstConnectionFactory::checkIsOnlyMadeWhenAskedFor()
 {
     queue->setSettings(server->settings());
     queue->ids();
@@ -832,101 +319,5 @@ void TestConnectionFactory::checkIsOnlyMadeWhenAskedFor()
     QVERIFY(QSqlQuery(factory->getConnection()).exec(probe));
 }
 
-void TestConnectionFactory::bothDatabases()
-{
-    QTest::addColumn<bool>("isServer");
-    QTest::newRow("SQLite") << false;
-    QTest::newRow("MariaDB") << true;
-}
-
-void TestConnectionFactory::useDatabase()
-{
-    QFETCH(bool, isServer);
-    if (isServer)
-        queue->setSettings(server->settings());
-}
-
-void TestConnectionFactory::asTill(const QStringList &statements)
-{
-    {
-        QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
-        till.setDatabaseName(queue->file());
-        QVERIFY(till.open());
-        QSqlQuery query(till);
-        for (const QString &statement : statements)
-            QVERIFY2(query.exec(statement), qPrintable(query.lastError().text()));
-    }
-    QSqlDatabase::removeDatabase(u"till"_s);
-}
-
-QString TestConnectionFactory::makeBackup()
-{
-    const QString backup = queue->root() + u"/backup.db"_s;
-    const auto fill = [this](const QString &type, int count) {
-        queue->query(
-            u"INSERT INTO message (type, body) WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
-            "SELECT i + 1 FROM n WHERE i < %1) SELECT '%2', hex(randomblob(200)) FROM n"_s.arg(
-                QString::number(count), type));
-    };
-    fill(u"backup"_s, 50);
-    queue->query(u"VACUUM queues INTO ?"_s, {backup});
-    queue->query(u"DELETE FROM message"_s);
-    fill(u"former"_s, 500);
-    if (QFileInfo(queue->file() + u"-wal"_s).size() < 100'000)
-        qFatal("the log is empty");
-    return backup;
-}
-
-void TestConnectionFactory::moveIntoPlace(const QString &file)
-{
-    if (::rename(QFile::encodeName(file).constData(), QFile::encodeName(queue->file()).constData())
-        != 0)
-        qFatal("%s", qPrintable(qt_error_string(errno)));
-}
-
-QStringList TestConnectionFactory::keptLogs()
-{
-    const QFileInfo file(queue->file());
-    QStringList result;
-    const QStringList names =
-        file.dir().entryList({file.fileName() + u".replaced-*-wal"_s}, QDir::Files);
-    for (const QString &name : names)
-        result.append(file.dir().filePath(name));
-    return result;
-}
-
-QStringList TestConnectionFactory::tablesWithIndexes()
-{
-    QStringList result;
-    const QList<QVariantList> rows = queue->query(
-        u"SELECT name, (SELECT group_concat(name) FROM (SELECT i.name AS name "
-        "FROM queues.sqlite_master AS i WHERE i.type = 'index' AND i.tbl_name = t.name "
-        "ORDER BY i.name)) FROM queues.sqlite_master AS t WHERE type IN ('table', 'view') "
-        "AND name NOT LIKE 'sqlite%' ORDER BY name"_s);
-    for (const QVariantList &row : rows)
-        result.append(u"%1(%2)"_s.arg(row[0].toString(), row[1].toString()));
-    return result;
-}
-
-QString TestConnectionFactory::connectError()
-{
-    try {
-        factory->getConnection();
-        return QString();
-    } catch (const BasicException &exception) {
-        return exception.tr().ru();
-    }
-}
-
-int main(int argc, char **argv)
-{
-    QCoreApplication application(argc, argv);
-    if (QCoreApplication::arguments().value(1) == countArgument)
-        return countRows();
-    if (QCoreApplication::arguments().value(1) == holdArgument)
-        return holdFile(QCoreApplication::arguments().value(2));
-    TestConnectionFactory test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_GUILESS_MAIN(TstConnectionFactory)
 #include "tst_connectionfactory.moc"
