@@ -10,8 +10,8 @@
 
 #include <memory>
 
-/// Tests of the store, which run on SQLite and then on a real server. Each case begins with an empty
-/// table, and fails when Qt prints a warning.
+/// Tests of the store, which run on SQLite and then on a real server. Each case begins with an
+/// empty table, and fails when Qt prints a warning.
 class DaoFixture : public QObject
 {
     Q_OBJECT

@@ -98,8 +98,8 @@ void TstDao::rowsOfOtherTypesAreNotRead_data()
     QTest::newRow("most rows") << 20'000;
 }
 
-/// The rows of a service that is down lie in front. A reading that walked past them would take the longer
-/// the more there are, and all types would wait for it.
+/// The rows of a service that is down come first. A reading that walked past them would take longer
+/// with each of them, and all types would wait for it.
 void TstDao::rowsOfOtherTypesAreNotRead()
 {
     QFETCH(int, own);

@@ -9,8 +9,8 @@
 
 #include <memory>
 
-/// Tests of what holds on SQLite and on a server: a case whose rows are bothDatabases() runs once on
-/// each. A case begins on SQLite, with an empty table, and fails when Qt prints a warning.
+/// Tests of what holds on SQLite and on a server: a case whose rows are bothDatabases() runs once
+/// on each. A case begins on SQLite, with an empty table, and fails when Qt prints a warning.
 class BothDatabases : public QObject
 {
     Q_OBJECT
