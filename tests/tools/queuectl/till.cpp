@@ -45,7 +45,7 @@ void requireEnd(QProcess &process, const QStringList &arguments)
 
 } // namespace
 
-QJsonObject Outcome::json() const
+QJsonObject CommandResult::json() const
 {
     const QJsonDocument document = QJsonDocument::fromJson(out.toUtf8());
     if (!document.isObject())
@@ -58,8 +58,8 @@ Till::Till()
     setSettings(QString());
 }
 
-Outcome Till::run(const QStringList &arguments, const QByteArray &input,
-                  const QMap<QString, QString> &environment)
+CommandResult Till::run(const QStringList &arguments, const QByteArray &input,
+                        const QMap<QString, QString> &environment)
 {
     QProcess process;
     process.setProcessEnvironment(environmentWith(environment));
@@ -75,8 +75,8 @@ Outcome Till::run(const QStringList &arguments, const QByteArray &input,
             QString::fromUtf8(process.readAllStandardError())};
 }
 
-Outcome Till::runOnTerminal(const QStringList &arguments, const QByteArray &input,
-                            const QMap<QString, QString> &environment)
+CommandResult Till::runOnTerminal(const QStringList &arguments, const QByteArray &input,
+                                  const QMap<QString, QString> &environment)
 {
     int master = -1;
     int slave = -1;

@@ -9,7 +9,7 @@
 #include <QStringList>
 
 /// What one call of the program came to.
-struct Outcome
+struct CommandResult
 {
     int exitCode = -1;
     QString out;
@@ -29,11 +29,11 @@ public:
     QueueDatabase database;
 
     /// Runs the program to its end, in English unless `environment` says otherwise.
-    Outcome run(const QStringList &arguments, const QByteArray &input = {},
-                const QMap<QString, QString> &environment = {});
+    CommandResult run(const QStringList &arguments, const QByteArray &input = {},
+                      const QMap<QString, QString> &environment = {});
     /// The same with a terminal for all three of its channels, on which `input` is typed.
-    Outcome runOnTerminal(const QStringList &arguments, const QByteArray &input = {},
-                          const QMap<QString, QString> &environment = {});
+    CommandResult runOnTerminal(const QStringList &arguments, const QByteArray &input = {},
+                                const QMap<QString, QString> &environment = {});
 
     /// Files that the account may not read are closed to the program for root too.
     bool obeysFileRights = false;

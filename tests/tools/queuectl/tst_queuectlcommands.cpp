@@ -61,8 +61,8 @@ QString TestQueuectlCommands::file(const QString &path)
 void TestQueuectlCommands::helpOfTheProgram()
 {
     const QMap<QString, QString> russian{{u"LC_ALL"_s, u"ru_RU.UTF-8"_s}};
-    const Outcome english = till->run({u"--help"_s});
-    const Outcome translated = till->run({u"--help"_s}, {}, russian);
+    const CommandResult english = till->run({u"--help"_s});
+    const CommandResult translated = till->run({u"--help"_s}, {}, russian);
     QCOMPARE(english.exitCode, ExitCode::Done);
     for (const Command &command : commandTable()) {
         const QString line = u"  "_s + (command.name + u' ' + command.arguments).trimmed();
@@ -76,7 +76,7 @@ void TestQueuectlCommands::helpOfTheProgram()
 void TestQueuectlCommands::helpOfEachCommand()
 {
     for (const Command &command : commandTable()) {
-        const Outcome outcome = till->run({command.name, u"--help"_s});
+        const CommandResult outcome = till->run({command.name, u"--help"_s});
         QCOMPARE(outcome.exitCode, ExitCode::Done);
         for (const Option &option : command.options + commonOptions()) {
             QVERIFY2(outcome.out.contains((u"--"_s + option.name + u' ' + option.value).trimmed()),
@@ -125,7 +125,7 @@ void TestQueuectlCommands::usageErrors()
 {
     QFETCH(const QStringList, arguments);
     QFETCH(const QString, reason);
-    const Outcome outcome = till->run(arguments);
+    const CommandResult outcome = till->run(arguments);
     QCOMPARE(outcome.exitCode, ExitCode::Usage);
     QVERIFY2(outcome.err.contains(reason), qPrintable(outcome.err));
     QCOMPARE(outcome.out, QString());
@@ -305,7 +305,7 @@ void TestQueuectlCommands::secretsOfEachTypeAreMasked()
 
 void TestQueuectlCommands::typesOfUnknownType()
 {
-    const Outcome outcome = till->run({u"types"_s, u"heinekn"_s});
+    const CommandResult outcome = till->run({u"types"_s, u"heinekn"_s});
     QCOMPARE(outcome.exitCode, ExitCode::NotFound);
     QVERIFY(outcome.err.contains(u"is heineken meant?"));
 }

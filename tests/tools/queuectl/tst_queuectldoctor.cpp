@@ -68,7 +68,7 @@ QStringList TestQueuectlDoctor::checks(const QString &area,
                                        const QMap<QString, QString> &environment)
 {
     QStringList result;
-    const Outcome outcome = till->run({u"doctor"_s, u"--json"_s}, {}, environment);
+    const CommandResult outcome = till->run({u"doctor"_s, u"--json"_s}, {}, environment);
     for (const QJsonValue &value : outcome.json().value(u"checks"_s).toArray()) {
         const QJsonObject check = value.toObject();
         if (check.value(u"area"_s).toString() == area)
@@ -81,7 +81,7 @@ QStringList TestQueuectlDoctor::checks(const QString &area,
 void TestQueuectlDoctor::everyAreaIsLookedAt()
 {
     till->database.ids();
-    const Outcome outcome = till->run({u"doctor"_s, u"--json"_s});
+    const CommandResult outcome = till->run({u"doctor"_s, u"--json"_s});
     const QJsonObject result = outcome.json();
     QStringList areas;
     int errors = 0;
@@ -452,7 +452,7 @@ void TestQueuectlDoctor::bundle()
         "#!/bin/sh\necho \"$@\" > \"$QUEUE_ROOT/asked\"\necho 'queue[1]: password=hush 77001234567890'\n"_ba);
     QVERIFY(QFile::setPermissions(tool, QFile::ReadOwner | QFile::ExeOwner));
     const QString archive = till->database.root() + u"/support.tar.gz"_s;
-    const Outcome outcome =
+    const CommandResult outcome =
         till->run({u"bundle"_s, u"--output"_s, archive, u"--json"_s}, {},
                   {{u"PATH"_s, QFileInfo(tool).path() + u':' + qEnvironmentVariable("PATH")}});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
@@ -542,7 +542,7 @@ void TestQueuectlDoctor::bundleSince()
 
 void TestQueuectlDoctor::bundleWithoutTar()
 {
-    const Outcome outcome =
+    const CommandResult outcome =
         till->run({u"bundle"_s, u"--output"_s, till->database.root() + u"/x.tar.gz"_s}, {},
                   {{u"PATH"_s, u"/nowhere"_s}});
     QCOMPARE(outcome.exitCode, ExitCode::Failed);

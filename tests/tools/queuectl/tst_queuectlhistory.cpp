@@ -58,7 +58,7 @@ void TestQueuectlHistory::init()
 
 QList<int> TestQueuectlHistory::ids(const QStringList &arguments)
 {
-    const Outcome outcome =
+    const CommandResult outcome =
         till->run(QStringList{u"history"_s} + arguments + QStringList{u"--json"_s});
     if (outcome.exitCode != ExitCode::Done)
         qWarning("%s", qPrintable(outcome.err));
@@ -79,7 +79,7 @@ void TestQueuectlHistory::table()
                   .reference = u"4711"_s,
                   .card = u"****0017"_s,
                   .attempts = 3});
-    const Outcome outcome = till->run({u"history"_s});
+    const CommandResult outcome = till->run({u"history"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     const QStringList lines = outcome.out.split(u'\n');
     QVERIFY(lines[0].startsWith(u"Last"));
@@ -116,7 +116,7 @@ void TestQueuectlHistory::jsonIsAnObjectALine()
     QCOMPARE(record.value(u"text"_s).toString(), u"одна\nдве строки"_s);
     QVERIFY(QDateTime::fromString(record.value(u"last"_s).toString(), Qt::ISODateWithMs).isValid());
     // Nothing found is nothing printed, for a program that reads it.
-    const Outcome none = till->run({u"history"_s, u"--verdict"_s, u"kept"_s, u"--json"_s});
+    const CommandResult none = till->run({u"history"_s, u"--verdict"_s, u"kept"_s, u"--json"_s});
     QCOMPARE(none.exitCode, ExitCode::Done);
     QCOMPARE(none.out, QString());
 }
@@ -152,7 +152,7 @@ void TestQueuectlHistory::oneMessage()
 {
     journal->put({.id = 17, .text = u"прежнее"_s, .secondsAgo = 90'000});
     journal->put({.id = 17, .verdict = u"dropped"_s, .text = u"отказ"_s, .reference = u"4711"_s});
-    const Outcome outcome = till->run({u"history"_s, u"17"_s});
+    const CommandResult outcome = till->run({u"history"_s, u"17"_s});
     const QStringList lines = outcome.out.trimmed().split(u'\n');
     QCOMPARE(lines.size(), 2);
     QVERIFY2(lines[0].startsWith(u"Message 17 (heineken, 4711) was given up at "_s)
@@ -160,7 +160,7 @@ void TestQueuectlHistory::oneMessage()
                                       "asked: HTTP 200, отказ."_s),
              qPrintable(lines[0]));
     QVERIFY(lines[1].contains(u"was delivered at"));
-    const Outcome unknown = till->run({u"history"_s, u"18"_s});
+    const CommandResult unknown = till->run({u"history"_s, u"18"_s});
     QCOMPARE(unknown.exitCode, ExitCode::NotFound);
     QCOMPARE(unknown.err, u"There is no record of message 18\n"_s);
 }
@@ -199,7 +199,7 @@ void TestQueuectlHistory::refusals()
 {
     QFETCH(const QStringList, arguments);
     QFETCH(const QString, reason);
-    const Outcome outcome = till->run(QStringList{u"history"_s} + arguments);
+    const CommandResult outcome = till->run(QStringList{u"history"_s} + arguments);
     QTEST(outcome.exitCode, "exitCode");
     QVERIFY2(outcome.err.contains(reason), qPrintable(outcome.err));
 }
@@ -237,7 +237,7 @@ void TestQueuectlHistory::worksForOtherAccounts()
     const QFile::Permissions folderBefore = QFile::permissions(folder.path());
     QVERIFY(QFile::setPermissions(folder.path(), QFile::ReadOwner | QFile::ExeOwner));
     const auto reset = qScopeGuard([&] { QFile::setPermissions(folder.path(), folderBefore); });
-    const Outcome outcome = till->run({u"history"_s});
+    const CommandResult outcome = till->run({u"history"_s});
     if (mayReadFiles) {
         QVERIFY2(outcome.exitCode == ExitCode::Done && outcome.out.contains(u"heineken"),
                  qPrintable(outcome.err));
@@ -293,12 +293,12 @@ void TestQueuectlHistory::whatCannotBeRead()
     for (const QStringList &command :
          {QStringList{u"history"_s}, QStringList{u"history"_s, u"17"_s},
           QStringList{u"history"_s, u"--json"_s}}) {
-        const Outcome outcome = till->run(command);
+        const CommandResult outcome = till->run(command);
         QCOMPARE(outcome.exitCode, exitCode);
         QVERIFY2(outcome.err.contains(english), qPrintable(outcome.err));
         QCOMPARE(outcome.out, QString());
     }
-    const Outcome outcome = till->run({u"history"_s}, {}, russian);
+    const CommandResult outcome = till->run({u"history"_s}, {}, russian);
     QVERIFY2(outcome.err.contains(translated), qPrintable(outcome.err));
 }
 

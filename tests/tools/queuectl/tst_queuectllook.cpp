@@ -119,7 +119,7 @@ void TestQueuectlLook::init()
 void TestQueuectlLook::statusOfAnEmptyQueue()
 {
     till->database.ids();
-    const Outcome outcome = till->run({u"status"_s});
+    const CommandResult outcome = till->run({u"status"_s});
     QVERIFY2(outcome.out.contains(u"Nothing waits."), qPrintable(outcome.out));
     QCOMPARE(outcome.exitCode, ExitCode::NoService);
     QCOMPARE(outcome.err, QString());
@@ -134,7 +134,7 @@ void TestQueuectlLook::statusShowsTypes()
     till->setFailIds("{\"heineken\":" + QByteArray::number(first) + "}");
     journal->put(refused(first));
 
-    const Outcome outcome = till->run({u"status"_s, u"--json"_s});
+    const CommandResult outcome = till->run({u"status"_s, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::NoService);
     const QJsonObject status = outcome.json();
     QCOMPARE(status.value(u"waiting"_s).toInt(), 3);
@@ -243,7 +243,7 @@ void TestQueuectlLook::statusWithoutDatabase()
     till->setSettings(settings);
     if (withEmptyFile)
         till->write(u"/tallocash/cash/queue/queues.db"_s, {});
-    const Outcome outcome = till->run({u"status"_s});
+    const CommandResult outcome = till->run({u"status"_s});
     QCOMPARE(outcome.exitCode, ExitCode::NoDatabase);
     QVERIFY2(outcome.out.contains(reason), qPrintable(outcome.out));
     QVERIFY(!outcome.out.contains(u"hush"));
@@ -251,7 +251,7 @@ void TestQueuectlLook::statusWithoutDatabase()
         till->run({u"status"_s, u"--json"_s}).json().value(u"database"_s).toObject();
     QCOMPARE(database.value(u"state"_s).toString(), u"unreachable"_s);
 
-    const Outcome list = till->run({u"list"_s, u"heineken"_s, u"--json"_s});
+    const CommandResult list = till->run({u"list"_s, u"heineken"_s, u"--json"_s});
     QCOMPARE(list.exitCode, ExitCode::NoDatabase);
     QVERIFY2(list.err.contains(reason), qPrintable(list.err));
     QVERIFY2(QJsonDocument::fromJson(list.err.toUtf8())
@@ -285,7 +285,7 @@ void TestQueuectlLook::listPages()
     QCOMPARE(rest.value(u"rows"_s).toArray().size(), 10);
     QCOMPARE(rest.value(u"more"_s), QJsonValue(false));
 
-    const Outcome limited = till->run({u"list"_s, u"heineken"_s, u"--limit"_s, u"3"_s});
+    const CommandResult limited = till->run({u"list"_s, u"heineken"_s, u"--limit"_s, u"3"_s});
     QCOMPARE(limited.exitCode, ExitCode::Done);
     QVERIFY2(limited.out.contains(u"queuectl list heineken --after 3"), qPrintable(limited.out));
     QCOMPARE(till->run({u"list"_s, u"heineken"_s, u"--limit"_s, u"none"_s}).exitCode,
@@ -342,7 +342,7 @@ void TestQueuectlLook::destinations()
 void TestQueuectlLook::listOfUnknownType()
 {
     put();
-    const Outcome outcome = till->run({u"list"_s, u"heinekn"_s});
+    const CommandResult outcome = till->run({u"list"_s, u"heinekn"_s});
     QCOMPARE(outcome.exitCode, ExitCode::NotFound);
     QVERIFY2(outcome.err.contains(u"is heineken meant?"), qPrintable(outcome.err));
     // A type of the service without rows is no mistake.
@@ -352,7 +352,7 @@ void TestQueuectlLook::listOfUnknownType()
 void TestQueuectlLook::listOfTypeThatNobodyDelivers()
 {
     put(u"nosuch"_s);
-    const Outcome outcome = till->run({u"list"_s, u"nosuch"_s});
+    const CommandResult outcome = till->run({u"list"_s, u"nosuch"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QVERIFY2(outcome.out.contains(u"no handler for type nosuch"), qPrintable(outcome.out));
 }
@@ -373,11 +373,12 @@ void TestQueuectlLook::showMasks()
 {
     put();
     for (const QStringList &further : {QStringList{}, QStringList{u"--json"_s}}) {
-        const Outcome masked = till->run(QStringList{u"show"_s, u"1"_s} + further);
+        const CommandResult masked = till->run(QStringList{u"show"_s, u"1"_s} + further);
         QCOMPARE(masked.exitCode, ExitCode::Done);
         QVERIFY2(!masked.out.contains(u"abc"), qPrintable(masked.out));
         QVERIFY2(masked.out.contains(u"\"***\""), qPrintable(masked.out));
-        const Outcome plain = till->run(QStringList{u"show"_s, u"1"_s, u"--secrets"_s} + further);
+        const CommandResult plain =
+            till->run(QStringList{u"show"_s, u"1"_s, u"--secrets"_s} + further);
         QVERIFY2(plain.out.contains(u"Bearer abc"), qPrintable(plain.out));
     }
     const QJsonObject row = till->run({u"show"_s, u"1"_s, u"--json"_s}).json();
@@ -390,7 +391,7 @@ void TestQueuectlLook::showMasks()
 void TestQueuectlLook::showOfBrokenBody()
 {
     put(u"heineken"_s, u"password=hush, no JSON"_s);
-    const Outcome outcome = till->run({u"show"_s, u"1"_s});
+    const CommandResult outcome = till->run({u"show"_s, u"1"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QVERIFY2(outcome.out.contains(u"no JSON object"), qPrintable(outcome.out));
     QVERIFY2(!outcome.out.contains(u"hush"), qPrintable(outcome.out));
@@ -489,7 +490,7 @@ void TestQueuectlLook::hiddenCharacters()
     journal->fact(u"certificate"_s, hidden, u"1"_s, 60);
     journal->fact(u"clock"_s, hidden, u"900"_s, 60);
 
-    const Outcome outcome = till->run(arguments);
+    const CommandResult outcome = till->run(arguments);
     QCOMPARE(hiddenIn(outcome.out), QString());
     QCOMPARE(hiddenIn(outcome.err), QString());
     const QString all = outcome.out + outcome.err;
@@ -498,7 +499,7 @@ void TestQueuectlLook::hiddenCharacters()
     QVERIFY2(!all.contains(uR"(\\x1b)"_s), qPrintable(all));
     if (arguments == QStringList{u"export"_s})
         return;
-    const Outcome json = till->run(arguments + QStringList{u"--json"_s});
+    const CommandResult json = till->run(arguments + QStringList{u"--json"_s});
     QCOMPARE(hiddenIn(json.out), QString());
     QCOMPARE(hiddenIn(json.err), QString());
 }
@@ -526,7 +527,7 @@ void TestQueuectlLook::hiddenCharactersInJson()
 void TestQueuectlLook::hiddenCharactersInAQuestion()
 {
     const int id = till->database.put(hidden, body);
-    const Outcome outcome = till->runOnTerminal({u"drop"_s, QString::number(id)}, "n\n");
+    const CommandResult outcome = till->runOnTerminal({u"drop"_s, QString::number(id)}, "n\n");
     QCOMPARE(hiddenIn(outcome.out), QString());
     QVERIFY2(outcome.out.contains(shownHidden), qPrintable(outcome.out));
     QCOMPARE(outcome.exitCode, ExitCode::NotConfirmed);
@@ -590,7 +591,7 @@ void TestQueuectlLook::unknownRow()
     for (const QStringList &command :
          {QStringList{u"show"_s, id}, QStringList{u"why"_s, id},
           QStringList{u"drop"_s, id, u"--yes"_s}, QStringList{u"requeue"_s, id, u"--yes"_s}}) {
-        const Outcome outcome = till->run(command);
+        const CommandResult outcome = till->run(command);
         QCOMPARE(outcome.exitCode, exitCode);
         QVERIFY(outcome.err.contains(id));
         QCOMPARE(outcome.out, QString());
@@ -687,13 +688,13 @@ void TestQueuectlLook::shapeWithoutHistory()
     QVERIFY(QFile::remove(journal->file()));
     put();
     till->setFailIds("{\"heineken\":1}");
-    const Outcome outcome = till->run({u"shape"_s});
+    const CommandResult outcome = till->run({u"shape"_s});
     QVERIFY2(outcome.out.startsWith(u"127.0.0.1:8000: refuses, rows: 1"), qPrintable(outcome.out));
 }
 
 QJsonObject TestQueuectlLook::why(int id)
 {
-    const Outcome outcome = till->run({u"why"_s, QString::number(id), u"--json"_s});
+    const CommandResult outcome = till->run({u"why"_s, QString::number(id), u"--json"_s});
     if (outcome.exitCode != ExitCode::Done)
         qWarning("%s", qPrintable(outcome.err));
     return outcome.json();
@@ -776,7 +777,7 @@ void TestQueuectlLook::whyNamesTheRule()
     const catalogue::Type *type = catalogue::find(u"heineken"_s);
     QVERIFY(type);
     QStringList kept;
-    for (const catalogue::Outcome &outcome : type->outcomes) {
+    for (const catalogue::CommandResult &outcome : type->outcomes) {
         if (outcome.verdict == u"kept")
             kept.append(outcome.when.chopped(1));
     }
@@ -895,7 +896,7 @@ void TestQueuectlLook::noRightsIsNotNoDatabase()
     const QFile::Permissions before = QFile::permissions(full);
     QVERIFY(QFile::setPermissions(full, {}));
     const auto reset = qScopeGuard([&] { QFile::setPermissions(full, before); });
-    const Outcome list = till->run({u"list"_s, u"heineken"_s});
+    const CommandResult list = till->run({u"list"_s, u"heineken"_s});
     QCOMPARE(list.exitCode, ExitCode::NoDatabase);
     QVERIFY2(list.err.startsWith(u"No rights: this account may not read the database"),
              qPrintable(list.err));
@@ -972,7 +973,7 @@ void TestQueuectlLook::whyOfARowThatIsGone()
                   .card = u"****0017"_s,
                   .attempts = 3,
                   .spanSeconds = 30});
-    const Outcome outcome = till->run({u"why"_s, u"17"_s});
+    const CommandResult outcome = till->run({u"why"_s, u"17"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QVERIFY2(outcome.out.contains(english), qPrintable(outcome.out));
     QVERIFY2(outcome.out.contains(u"at attempt 3, the first one at "_s), qPrintable(outcome.out));
@@ -988,7 +989,7 @@ void TestQueuectlLook::whyOfARowThatIsGone()
 void TestQueuectlLook::whyOfARowThatNobodyKnows()
 {
     till->database.ids();
-    const Outcome outcome = till->run({u"why"_s, u"9"_s});
+    const CommandResult outcome = till->run({u"why"_s, u"9"_s});
     QCOMPARE(outcome.exitCode, ExitCode::NotFound);
     QCOMPARE(outcome.err, u"There is no row 9, and there is no record of it.\n"_s);
     journal->close();
@@ -1025,17 +1026,17 @@ void TestQueuectlLook::todayByType()
 void TestQueuectlLook::speaksRussian()
 {
     put();
-    const Outcome status = till->run({u"status"_s}, {}, russian);
+    const CommandResult status = till->run({u"status"_s}, {}, russian);
     QVERIFY2(status.out.contains(u"База данных"), qPrintable(status.out));
-    const Outcome reason = till->run({u"why"_s, u"1"_s}, {}, russian);
+    const CommandResult reason = till->run({u"why"_s, u"1"_s}, {}, russian);
     QVERIFY2(reason.out.startsWith(u"Строка 1 (heineken) ждёт"), qPrintable(reason.out));
-    const Outcome unknown = till->run({u"show"_s, u"9"_s}, {}, russian);
+    const CommandResult unknown = till->run({u"show"_s, u"9"_s}, {}, russian);
     QVERIFY2(unknown.err.startsWith(u"Строки 9 нет"), qPrintable(unknown.err));
     // LC_ALL stands above LC_MESSAGES, and that above LANG.
-    const Outcome english =
+    const CommandResult english =
         till->run({u"status"_s}, {}, {{u"LC_ALL"_s, u"C"_s}, {u"LANG"_s, u"ru_RU.UTF-8"_s}});
     QVERIFY(english.out.contains(u"Database"));
-    const Outcome byLang =
+    const CommandResult byLang =
         till->run({u"status"_s}, {},
                   {{u"LC_ALL"_s, {}}, {u"LC_MESSAGES"_s, {}}, {u"LANG"_s, u"ru_RU.UTF-8"_s}});
     QVERIFY(byLang.out.contains(u"База данных"));

@@ -52,7 +52,7 @@ private:
     QString makeBackup();
     /// Every file in the database's folder with a digest of its contents.
     QStringList folder() const;
-    Outcome restore(const QString &file, const QStringList &more = {u"--yes"_s});
+    CommandResult restore(const QString &file, const QStringList &more = {u"--yes"_s});
     QString kept() const;
 
     std::unique_ptr<Till> till;
@@ -122,7 +122,7 @@ QStringList TestQueuectlRestore::folder() const
     return result;
 }
 
-Outcome TestQueuectlRestore::restore(const QString &file, const QStringList &more)
+CommandResult TestQueuectlRestore::restore(const QString &file, const QStringList &more)
 {
     return till->run(QStringList{u"restore"_s, file} + more);
 }
@@ -141,7 +141,7 @@ QString TestQueuectlRestore::kept() const
 void TestQueuectlRestore::backupIsPutIntoPlace()
 {
     const QString backup = makeBackup();
-    const Outcome outcome = restore(backup, {u"--yes"_s, u"--json"_s});
+    const CommandResult outcome = restore(backup, {u"--yes"_s, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     const QJsonObject result = outcome.json();
     QCOMPARE(result.value(u"restored"_s), QJsonValue(true));
@@ -196,7 +196,7 @@ void TestQueuectlRestore::formerLogIsKeptWithItsFile()
         QVERIFY(QFile::rename(backup + u".crash"_s + ending, file + ending));
     }
 
-    const Outcome outcome = restore(backup, {u"--yes"_s, u"--json"_s});
+    const CommandResult outcome = restore(backup, {u"--yes"_s, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QCOMPARE(outcome.json().value(u"formerRows"_s).toInt(), 2);
     QCOMPARE(outcome.json().value(u"kept"_s).toArray(), (QJsonArray{kept(), kept() + u"-wal"_s}));
@@ -250,7 +250,7 @@ void TestQueuectlRestore::lostDatabase()
     const QString file = till->database.file();
     QVERIFY(QFile::remove(file));
     till->write(u"/tallocash/cash/queue/queues.db-wal"_s, "what is left");
-    const Outcome outcome = restore(backup, {u"--yes"_s, u"--json"_s});
+    const CommandResult outcome = restore(backup, {u"--yes"_s, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QVERIFY(outcome.json().value(u"formerRows"_s).isNull());
     QCOMPARE(outcome.json().value(u"kept"_s).toArray().size(), 1);
@@ -335,7 +335,7 @@ void TestQueuectlRestore::badBackups()
     }
     const QStringList before = folder();
 
-    const Outcome outcome = restore(backup);
+    const CommandResult outcome = restore(backup);
     QCOMPARE(outcome.exitCode, exitCode);
     QVERIFY2((outcome.out + outcome.err).contains(reason), qPrintable(outcome.out + outcome.err));
     if (exitCode != ExitCode::NotFound)
@@ -354,7 +354,7 @@ void TestQueuectlRestore::lockOfTheService()
     const QStringList before = folder();
     FolderLock lock(serviceLockFile());
     QCOMPARE(lock.take(u"active"_s), FolderLock::Result::Taken);
-    const Outcome outcome = restore(backup);
+    const CommandResult outcome = restore(backup);
     QCOMPARE(outcome.exitCode, ExitCode::Failed);
     QVERIFY2(outcome.err.contains(u"Process %1 works on the folder"_s.arg(::getpid())),
              qPrintable(outcome.err));
@@ -365,7 +365,7 @@ void TestQueuectlRestore::tillHasItOpen()
 {
     const QString backup = makeBackup();
     till->database.ids();
-    const Outcome outcome = restore(backup);
+    const CommandResult outcome = restore(backup);
     QCOMPARE(outcome.exitCode, ExitCode::Failed);
     QVERIFY2(
         outcome.err.contains(u"The database is open in tst_queuectlres (%1)"_s.arg(::getpid())),
@@ -391,7 +391,7 @@ void TestQueuectlRestore::questions()
     QFETCH(bool, isDone);
     const QString backup = makeBackup();
     const QString file = till->database.file();
-    const Outcome outcome = till->runOnTerminal({u"restore"_s, backup}, answer);
+    const CommandResult outcome = till->runOnTerminal({u"restore"_s, backup}, answer);
     const QString question = u"Replace %1 (rows: 3) by %2 (rows: 2)?"_s.arg(file, backup);
     QVERIFY2(outcome.out.contains(question), qPrintable(outcome.out));
     QCOMPARE(outcome.exitCode, isDone ? ExitCode::Done : ExitCode::NotConfirmed);
@@ -403,7 +403,7 @@ void TestQueuectlRestore::questions()
 void TestQueuectlRestore::nobodyToAsk()
 {
     const QString backup = makeBackup();
-    const Outcome outcome = restore(backup, {});
+    const CommandResult outcome = restore(backup, {});
     QCOMPARE(outcome.exitCode, ExitCode::NotConfirmed);
     QVERIFY(outcome.err.contains(u"--yes"));
     QCOMPARE(kept(), QString());
@@ -414,7 +414,7 @@ void TestQueuectlRestore::databaseServer()
 {
     const QString backup = makeBackup();
     till->setSettings(u"[database]\ndriver = QMYSQL\nsocket = /nowhere\n"_s);
-    const Outcome outcome = restore(backup);
+    const CommandResult outcome = restore(backup);
     QCOMPARE(outcome.exitCode, ExitCode::Failed);
     QVERIFY2(outcome.err.contains(u"The settings name a database server"), qPrintable(outcome.err));
 }

@@ -80,7 +80,7 @@ void TestQueuectlService::withoutService()
     for (const QStringList &command :
          {QStringList{u"start"_s, u"heineken"_s}, QStringList{u"errors"_s},
           QStringList{u"errors"_s, u"--reset"_s}}) {
-        const Outcome outcome = till->run(command);
+        const CommandResult outcome = till->run(command);
         QCOMPARE(outcome.exitCode, ExitCode::NoService);
         QVERIFY2(outcome.err.contains(QString::number(till->port())), qPrintable(outcome.err));
         QCOMPARE(outcome.out, QString());
@@ -111,7 +111,7 @@ void TestQueuectlService::start()
 void TestQueuectlService::startOfUnknownType()
 {
     startService();
-    const Outcome outcome = till->run({u"start"_s, u"heinekn"_s});
+    const CommandResult outcome = till->run({u"start"_s, u"heinekn"_s});
     QCOMPARE(outcome.exitCode, ExitCode::NotFound);
     QVERIFY(outcome.err.contains(u"is heineken meant?"));
 }
@@ -139,7 +139,7 @@ void TestQueuectlService::restoreIsRefused()
     const QString backup = till->database.root() + u"/backup.db"_s;
     till->database.query(u"VACUUM queues INTO ?"_s, {backup});
     startService();
-    const Outcome outcome = till->run({u"restore"_s, backup, u"--yes"_s});
+    const CommandResult outcome = till->run({u"restore"_s, backup, u"--yes"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Failed);
     QVERIFY2(outcome.err.contains(u"systemctl stop queue"), qPrintable(outcome.err));
     const QDir folder = QFileInfo(till->database.file()).dir();
@@ -216,7 +216,7 @@ void TestQueuectlService::historyOfADelivery()
 void TestQueuectlService::watch()
 {
     startService();
-    const Outcome outcome =
+    const CommandResult outcome =
         till->run({u"watch"_s, u"--count"_s, u"2"_s, u"--interval"_s, u"1"_s, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     const QStringList lines = outcome.out.trimmed().split(u'\n');
@@ -229,7 +229,7 @@ void TestQueuectlService::watch()
 void TestQueuectlService::watchOnTerminal()
 {
     till->database.ids();
-    const Outcome shown = till->runOnTerminal({u"watch"_s, u"--count"_s, u"1"_s});
+    const CommandResult shown = till->runOnTerminal({u"watch"_s, u"--count"_s, u"1"_s});
     QVERIFY(shown.out.contains(u"\u001b[2J"));
     QVERIFY(shown.out.contains(u"Database"));
     QCOMPARE(shown.exitCode, ExitCode::NoService);

@@ -81,7 +81,7 @@ private:
     /// Plays the service's control port; `start` is told when it is asked to try a type.
     void playControl(const std::function<void()> &start, bool isStarted);
     int put(int secondsAgo = 0, const QString &type = u"heineken"_s);
-    Outcome settle(const QStringList &arguments = {})
+    CommandResult settle(const QStringList &arguments = {})
     {
         return till->run(QStringList{u"settle"_s} + arguments);
     }
@@ -169,7 +169,7 @@ int TestQueuectlSettle::put(int secondsAgo, const QString &type)
 
 void TestQueuectlSettle::nothingWaits()
 {
-    const Outcome outcome = settle(forLong);
+    const CommandResult outcome = settle(forLong);
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QVERIFY2(outcome.out.startsWith(u"The shift may be closed: no row that was written before "_s),
              qPrintable(outcome.out));
@@ -182,7 +182,7 @@ void TestQueuectlSettle::nothingWaits()
 void TestQueuectlSettle::withoutService()
 {
     put(60);
-    const Outcome outcome = settle(forLong);
+    const CommandResult outcome = settle(forLong);
     QCOMPARE(outcome.exitCode, ExitCode::NoService);
     QVERIFY2(outcome.out.startsWith(u"The shift should not be closed: "_s),
              qPrintable(outcome.out));
@@ -202,7 +202,7 @@ void TestQueuectlSettle::anotherProgramOnThePort()
     FastPeer stranger(
         [](const FastPeer::Request & /*request*/) { return FastPeer::reply(200, "{}"); });
     till->setSettings(u"port = %1\n"_s.arg(stranger.port()));
-    const Outcome outcome = settle(forLong);
+    const CommandResult outcome = settle(forLong);
     QCOMPARE(outcome.exitCode, ExitCode::NoService);
     QVERIFY2(outcome.out.contains(u"another program has its port"_s), qPrintable(outcome.out));
 }
@@ -284,7 +284,7 @@ void TestQueuectlSettle::refusals()
 {
     QFETCH(const QStringList, arguments);
     QFETCH(const QString, reason);
-    const Outcome outcome = settle(arguments);
+    const CommandResult outcome = settle(arguments);
     QTEST(outcome.exitCode, "exitCode");
     QVERIFY2(outcome.err.contains(reason), qPrintable(outcome.err));
 }
@@ -295,7 +295,7 @@ void TestQueuectlSettle::deliversWhatWaits()
     for (int i = 0; i < 5; ++i)
         put();
     put(0, u"cardlab"_s);
-    const Outcome outcome = settle({u"--wait"_s, u"30"_s});
+    const CommandResult outcome = settle({u"--wait"_s, u"30"_s});
     QVERIFY2(outcome.exitCode == ExitCode::Done, qPrintable(outcome.out));
     QVERIFY(till->database.ids().isEmpty());
     QCOMPARE(requests, 6);
@@ -314,7 +314,7 @@ void TestQueuectlSettle::listsWhatBlocks()
                   .text = u"token=abc, занято"_s,
                   .secondsAgo = 100});
     const QStringList wait{u"--wait"_s, u"3"_s};
-    const Outcome outcome = settle(wait);
+    const CommandResult outcome = settle(wait);
     QCOMPARE(outcome.exitCode, ExitCode::Found);
     QVERIFY2(outcome.out.contains(u"service in trouble"_s)
                  && outcome.out.contains(u"the service's operator"_s)
@@ -352,7 +352,7 @@ void TestQueuectlSettle::typesThatNobodyDelivers()
     std::atomic<int> starts = 0;
     playControl([&starts] { ++starts; }, true);
     put(60, u"nosuch"_s);
-    const Outcome outcome = settle(forLong);
+    const CommandResult outcome = settle(forLong);
     QCOMPARE(outcome.exitCode, ExitCode::Found);
     QVERIFY2(outcome.out.contains(u"nobody delivers this type"_s)
                  && outcome.out.contains(u"the till's integrator"_s),
@@ -367,7 +367,7 @@ void TestQueuectlSettle::standby()
     FolderLock holder(serviceLockFile());
     QCOMPARE(holder.take(u"standby"_s), FolderLock::Result::Taken);
     put(60);
-    const Outcome outcome = settle({u"--wait"_s, u"1"_s});
+    const CommandResult outcome = settle({u"--wait"_s, u"1"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Found);
     QVERIFY2(outcome.out.contains(u"The service of this machine is a stand-by"_s),
              qPrintable(outcome.out));
@@ -379,7 +379,7 @@ void TestQueuectlSettle::workerNotStarted()
     std::atomic<int> starts = 0;
     playControl([&starts] { ++starts; }, false);
     put(60);
-    const Outcome outcome = settle({u"--wait"_s, u"5"_s});
+    const CommandResult outcome = settle({u"--wait"_s, u"5"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Found);
     QVERIFY2(outcome.out.contains(u"The service did not start the workers of heineken"_s),
              qPrintable(outcome.out));
@@ -421,7 +421,7 @@ void TestQueuectlSettle::rowsThatArriveMeanwhile()
         },
         true);
     put(60);
-    const Outcome outcome = settle({u"--wait"_s, u"3"_s});
+    const CommandResult outcome = settle({u"--wait"_s, u"3"_s});
     QTEST(outcome.exitCode, "exitCode");
     QVERIFY(!till->database.ids().isEmpty());
 }

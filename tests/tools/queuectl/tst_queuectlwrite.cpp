@@ -115,7 +115,7 @@ QStringList TestQueuectlWrite::rows()
 void TestQueuectlWrite::putWrites()
 {
     const QString file = till->write(u"/body.json"_s, body.toUtf8());
-    const Outcome outcome =
+    const CommandResult outcome =
         till->run({u"put"_s, u"heineken"_s, file, u"--card"_s, u"77"_s, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QCOMPARE(outcome.json().value(u"id"_s).toInt(), 1);
@@ -127,7 +127,7 @@ void TestQueuectlWrite::putWrites()
 
 void TestQueuectlWrite::putFromStandardInput()
 {
-    const Outcome outcome = till->run({u"put"_s, u"heineken"_s, u"-"_s}, body.toUtf8());
+    const CommandResult outcome = till->run({u"put"_s, u"heineken"_s, u"-"_s}, body.toUtf8());
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QCOMPARE(rows(), QStringList{u"1 heineken %1 "_s.arg(body)});
 }
@@ -166,7 +166,7 @@ void TestQueuectlWrite::putRefuses()
     QFETCH(const QByteArray, content);
     QFETCH(const QString, reason);
     const QString file = till->write(u"/body.json"_s, content);
-    const Outcome outcome = till->run({u"put"_s, type, file});
+    const CommandResult outcome = till->run({u"put"_s, type, file});
     QTEST(outcome.exitCode, "exitCode");
     QVERIFY2((outcome.out + outcome.err).contains(reason), qPrintable(outcome.out + outcome.err));
     QCOMPARE(rows(), QStringList());
@@ -178,7 +178,7 @@ void TestQueuectlWrite::putOfUnknownKey()
     // It does no harm, and is said all the same.
     const QString file =
         till->write(u"/body.json"_s, "{\"url\":\"http://a\",\"body\":\"1\",\"heders\":{}}");
-    const Outcome outcome = till->run({u"put"_s, u"heineken"_s, file, u"--json"_s});
+    const CommandResult outcome = till->run({u"put"_s, u"heineken"_s, file, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     const QJsonObject finding = outcome.json().value(u"findings"_s).toArray().at(0).toObject();
     QCOMPARE(finding.value(u"state"_s).toString(), u"warning"_s);
@@ -190,7 +190,7 @@ void TestQueuectlWrite::putOfUnknownKey()
 void TestQueuectlWrite::putForced()
 {
     const QString file = till->write(u"/body.json"_s, "broken");
-    const Outcome refused = till->run({u"put"_s, u"heineken"_s, file, u"--json"_s});
+    const CommandResult refused = till->run({u"put"_s, u"heineken"_s, file, u"--json"_s});
     QVERIFY(refused.json().value(u"id"_s).isNull());
     QCOMPARE(refused.json().value(u"findings"_s).toArray().size(), 1);
     QCOMPARE(till->run({u"put"_s, u"heineken"_s, file, u"--force"_s}).exitCode, ExitCode::Done);
@@ -221,7 +221,7 @@ void TestQueuectlWrite::lint()
     QFETCH(const QByteArray, row);
     QFETCH(const QString, finding);
     const QString file = till->write(u"/row.json"_s, row);
-    const Outcome outcome = till->run({u"lint"_s, file, u"--json"_s});
+    const CommandResult outcome = till->run({u"lint"_s, file, u"--json"_s});
     QCOMPARE(outcome.exitCode, finding.isEmpty() ? ExitCode::Done : ExitCode::Found);
     const QJsonObject result = outcome.json();
     QCOMPARE(result.value(u"good"_s).toBool(), finding.isEmpty());
@@ -239,7 +239,7 @@ void TestQueuectlWrite::lintOfBody()
 {
     const QString file = till->write(u"/body.json"_s, body.toUtf8());
     QCOMPARE(till->run({u"lint"_s, file, u"--type"_s, u"heineken"_s}).exitCode, ExitCode::Done);
-    const Outcome outcome = till->run({u"lint"_s, file});
+    const CommandResult outcome = till->run({u"lint"_s, file});
     QCOMPARE(outcome.exitCode, ExitCode::Found);
     QVERIFY(outcome.out.contains(u"--type"));
     QCOMPARE(till->run({u"lint"_s, u"/no/such/file"_s}).exitCode, ExitCode::NotFound);
@@ -254,7 +254,7 @@ void TestQueuectlWrite::lintOfCertificate()
         return till->run({u"lint"_s, till->write(u"/row.json"_s, row.arg(path).toUtf8())});
     };
     QVERIFY(!check(certificate).out.contains(u"client.pem"));
-    const Outcome outcome = check(u"/no/such.pem"_s);
+    const CommandResult outcome = check(u"/no/such.pem"_s);
     QCOMPARE(outcome.exitCode, ExitCode::Found);
     QVERIFY2(outcome.out.contains(u"there is no file '/no/such.pem'"), qPrintable(outcome.out));
 }
@@ -263,7 +263,7 @@ void TestQueuectlWrite::drop()
 {
     put();
     put();
-    const Outcome outcome = till->run({u"drop"_s, u"1"_s, u"--yes"_s, u"--json"_s});
+    const CommandResult outcome = till->run({u"drop"_s, u"1"_s, u"--yes"_s, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QCOMPARE(outcome.json().value(u"dropped"_s), QJsonValue(true));
     QCOMPARE(outcome.json().value(u"id"_s).toInt(), 1);
@@ -283,7 +283,7 @@ void TestQueuectlWrite::requeue()
             .value(0);
     };
     const QVariant time = times(1);
-    const Outcome outcome = till->run({u"requeue"_s, u"1"_s, u"--yes"_s, u"--json"_s});
+    const CommandResult outcome = till->run({u"requeue"_s, u"1"_s, u"--yes"_s, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QCOMPARE(outcome.json().value(u"id"_s).toInt(), 4);
     QCOMPARE(outcome.json().value(u"formerId"_s).toInt(), 1);
@@ -332,7 +332,7 @@ void TestQueuectlWrite::questions()
     QFETCH(const QByteArray, answer);
     QFETCH(const bool, isDone);
     put();
-    const Outcome outcome = till->runOnTerminal({command, u"1"_s}, answer);
+    const CommandResult outcome = till->runOnTerminal({command, u"1"_s}, answer);
     QVERIFY2(outcome.out.contains(u"row 1 (type heineken"), qPrintable(outcome.out));
     QCOMPARE(outcome.exitCode, isDone ? ExitCode::Done : ExitCode::NotConfirmed);
     QCOMPARE(till->database.ids() == QList<int>{1}, !isDone);
@@ -342,7 +342,7 @@ void TestQueuectlWrite::nobodyToAsk()
 {
     put();
     for (const QString &command : {u"drop"_s, u"requeue"_s}) {
-        const Outcome outcome = till->run({command, u"1"_s}, "y\n");
+        const CommandResult outcome = till->run({command, u"1"_s}, "y\n");
         QCOMPARE(outcome.exitCode, ExitCode::NotConfirmed);
         QVERIFY(outcome.err.contains(u"--yes"));
     }
@@ -360,7 +360,7 @@ void TestQueuectlWrite::roundTrip()
         u"SELECT type, body, cardnumber, statuscode, creationtime FROM message ORDER BY messageid"_s;
     const auto before = till->database.query(all);
 
-    const Outcome exported = till->run({u"export"_s});
+    const CommandResult exported = till->run({u"export"_s});
     QCOMPARE(exported.exitCode, ExitCode::Done);
     QCOMPARE(exported.err, QString());
     const QStringList lines = exported.out.trimmed().split(u'\n');
@@ -371,7 +371,7 @@ void TestQueuectlWrite::roundTrip()
     till->database.query(u"DELETE FROM message"_s);
 
     const QString file = till->write(u"/rows.jsonl"_s, exported.out.toUtf8());
-    const Outcome imported = till->run({u"import"_s, file, u"--json"_s});
+    const CommandResult imported = till->run({u"import"_s, file, u"--json"_s});
     QCOMPARE(imported.exitCode, ExitCode::Done);
     QCOMPARE(imported.json().value(u"rows"_s).toInt(), 3);
     QCOMPARE(till->database.query(all), before);
@@ -399,7 +399,7 @@ void TestQueuectlWrite::exportFile()
 {
     put();
     const QString file = till->database.root() + u"/rows.jsonl"_s;
-    const Outcome outcome = till->run({u"export"_s, u"--output"_s, file, u"--json"_s});
+    const CommandResult outcome = till->run({u"export"_s, u"--output"_s, file, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
     QCOMPARE(outcome.json().value(u"rows"_s).toInt(), 1);
     QCOMPARE(outcome.json().value(u"file"_s).toString(), file);
@@ -407,7 +407,7 @@ void TestQueuectlWrite::exportFile()
     QCOMPARE(QFile::permissions(file) & (QFile::ReadGroup | QFile::ReadOther),
              QFile::Permissions());
     QCOMPARE(till->run({u"import"_s, file}).exitCode, ExitCode::Done);
-    const Outcome nowhere = till->run({u"export"_s, u"--output"_s, u"/no/such/folder/x"_s});
+    const CommandResult nowhere = till->run({u"export"_s, u"--output"_s, u"/no/such/folder/x"_s});
     QCOMPARE(nowhere.exitCode, ExitCode::Failed);
 }
 
@@ -455,7 +455,7 @@ void TestQueuectlWrite::importIsAllOrNothing()
     QFETCH(const int, line);
     QFETCH(const QString, reason);
     const QString file = till->write(u"/rows.jsonl"_s, content);
-    const Outcome outcome = till->run({u"import"_s, file, u"--json"_s});
+    const CommandResult outcome = till->run({u"import"_s, file, u"--json"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Found);
     const QJsonArray faults = outcome.json().value(u"faults"_s).toArray();
     bool isNamed = false;
@@ -480,7 +480,7 @@ void TestQueuectlWrite::importFailsHalfway()
     for (int i = 0; i < 4; ++i)
         content += "{\"type\":\"heineken\",\"body\":{\"n\":" + QByteArray::number(i) + "}}\n";
     const QString file = till->write(u"/rows.jsonl"_s, content + "{\"exported\":4}\n");
-    const Outcome outcome = till->run({u"import"_s, file});
+    const CommandResult outcome = till->run({u"import"_s, file});
     if (onServer)
         server->run(u"ALTER TABLE queues.message DROP CONSTRAINT few"_s);
     QCOMPARE(outcome.exitCode, ExitCode::Failed);
@@ -518,7 +518,7 @@ void TestQueuectlWrite::lockedDatabase()
     put();
     till->database.query(u"BEGIN IMMEDIATE"_s);
     QCOMPARE(till->run({u"list"_s, u"heineken"_s}).exitCode, ExitCode::Done);
-    const Outcome outcome = till->run({u"drop"_s, u"1"_s, u"--yes"_s});
+    const CommandResult outcome = till->run({u"drop"_s, u"1"_s, u"--yes"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Failed);
     QVERIFY2(outcome.err.contains(u"locked"), qPrintable(outcome.err));
     till->database.query(u"ROLLBACK"_s);
