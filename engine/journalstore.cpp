@@ -294,13 +294,17 @@ void JournalStore::open()
         const int version = connection->run(u"PRAGMA user_version"_s).toInt();
         if (version > schemaVersion)
             throw JournalFault(u"файл создан более новой версией службы"_s, false);
+        // Making a new file syncs several times, and the deliveries wait for the same disk. A file that a
+        // power cut leaves half made holds nothing yet, and is put aside.
+        if (version == 0)
+            connection->run(u"PRAGMA synchronous = OFF"_s);
         connection->run(u"PRAGMA journal_mode = WAL"_s);
-        // After a power cut the last seconds are missing and the file is sound.
-        connection->run(u"PRAGMA synchronous = NORMAL"_s);
         connection->run(u"PRAGMA cache_size = -%1"_s.arg(cacheKibibytes));
         connection->run(u"PRAGMA journal_size_limit = %1"_s.arg(ordinaryLogBytes));
         if (version == 0)
             createTables();
+        // After a power cut the last seconds are missing and the file is sound.
+        connection->run(u"PRAGMA synchronous = NORMAL"_s);
         connection->prepareAll();
         highestMessageId = connection->run(u"SELECT MAX(messageid) FROM outcome"_s).toInt();
         rows = connection->run(u"SELECT COUNT(*) FROM outcome"_s).toLongLong();
