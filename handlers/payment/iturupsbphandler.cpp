@@ -42,7 +42,7 @@ bool IturupSbpHandler::sendMessage(const Message &message)
     if (status == u"ACCEPTED")
         return refund(message, *client);
     if (status == u"REJECTED")
-        return giveUp(u"операция отклонена, возврата не было"_s);
+        return giveUp(u"операция отклонена"_s);
     if (status == u"NOT_STARTED")
         return doneBefore(u"операция не начата, возвращать нечего"_s);
     // RECEIVED and IN_PROGRESS may still become one of these, and a status that nobody knows is not

@@ -217,12 +217,12 @@ void TstIturupSbpHandler::outcome_data()
     row("status: null", {noReply}, u"kept service: ответ не прочитан"_s);
     row("status: no state", {code(0)}, u"kept service: состояние операции: не указано"_s);
     row("rejected: dropped", {operation(u"REJECTED"_s)},
-        u"dropped: операция отклонена, возврата не было"_s);
+        u"dropped: операция отклонена"_s);
     row("not started: done", {operation(u"NOT_STARTED"_s)},
         u"delivered: операция не начата, возвращать нечего"_s);
     row("rejected, code absent: dropped",
         {json(200, {{u"data"_s, QJsonObject{{u"status"_s, u"REJECTED"_s}}}})},
-        u"dropped: операция отклонена, возврата не было"_s);
+        u"dropped: операция отклонена"_s);
     row("received: later", {operation(u"RECEIVED"_s)},
         u"kept service: состояние операции: RECEIVED"_s);
     row("in progress: later", {operation(u"IN_PROGRESS"_s)},
