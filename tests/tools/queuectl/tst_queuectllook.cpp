@@ -777,7 +777,7 @@ void TestQueuectlLook::whyNamesTheRule()
     const catalogue::Type *type = catalogue::find(u"heineken"_s);
     QVERIFY(type);
     QStringList kept;
-    for (const catalogue::CommandResult &outcome : type->outcomes) {
+    for (const catalogue::Outcome &outcome : type->outcomes) {
         if (outcome.verdict == u"kept")
             kept.append(outcome.when.chopped(1));
     }
