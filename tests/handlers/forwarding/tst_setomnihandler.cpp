@@ -1,4 +1,4 @@
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 
@@ -114,11 +114,8 @@ void TstSetOmniHandler::failedExchange_data()
 void TstSetOmniHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
-    const LogCapture log(u"setomni"_s);
-    FakeRestClient net({answer});
-    QVERIFY(!deliver(u"setomni"_s, message(u"<sale/>"_s)));
-    QCOMPARE(log.lines(),
-             QStringList{u"INFO Ошибка при отправке запроса: "_s + answer.errorText.ru()});
+    compareOutcome(u"setomni"_s, message(u"<sale/>"_s), answer, false,
+                   QStringList{u"INFO Ошибка при отправке запроса: "_s + answer.errorText.ru()});
 }
 
 void TstSetOmniHandler::wellFormedReply_data()

@@ -1,7 +1,7 @@
 #include "handlers/loyalty/goldcrownhandler.h"
 #include "rig/certificates.h"
 #include "rig/nginxserver.h"
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/testsettings.h"
@@ -162,9 +162,7 @@ void TstGoldCrownHandler::request()
 
 void TstGoldCrownHandler::failedExchange_data()
 {
-    QTest::addColumn<http::Response>("answer");
-    QTest::newRow("no connection") << noConnection();
-    QTest::newRow("no answer in time") << timeout();
+    addLostExchanges();
     QTest::newRow("HTTP 500 with code 0") << reply(500, done);
     QTest::newRow("HTTP 302 with code 0") << reply(302, done);
 }
@@ -172,11 +170,8 @@ void TstGoldCrownHandler::failedExchange_data()
 void TstGoldCrownHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
-    const LogCapture log(u"goldcrown"_s);
-    const FakeRestClient net({answer});
-    QVERIFY(!deliver(u"goldcrown"_s, message(source)));
-    QCOMPARE(log.lines(), (QStringList{opening, u"ERROR Ошибка при отправке сообщения: "_s
-                                                    + answer.errorText.ru()}));
+    compareOutcome(u"goldcrown"_s, message(source), answer, false,
+                   QStringList{opening, failureLine(answer)});
 }
 
 void TstGoldCrownHandler::noCertificate_data()

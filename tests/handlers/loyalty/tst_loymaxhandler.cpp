@@ -1,6 +1,6 @@
 #include "handlers/loyalty/loymaxhandler.h"
 #include "shared/core/basicexception.h"
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/queuedatabase.h"
@@ -98,10 +98,8 @@ void TstLoymaxHandler::request()
     const LogCapture log(u"loymax"_s);
     FakeRestClient net({discount("0")});
     QVERIFY(deliver(u"loymax"_s, message()));
-    QCOMPARE(net.steps(), (QStringList{u"setTimeout 20"_s, u"POST http://loymax.test/a%20b"_s}));
-    QCOMPARE(net.lastRequest().body, "<к %1/>");
-    QCOMPARE(net.lastRequest().headers, (QMap<QString, QString>{{u"X-Till"_s, u"3"_s}}));
-    QVERIFY(net.lastRequest().logger);
+    compareRequest(net, {.steps = {u"setTimeout 20"_s, u"POST http://loymax.test/a%20b"_s},
+                         .body = "<к %1/>"});
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
@@ -213,10 +211,8 @@ void TstLoymaxHandler::listOfTheSettings()
 
 void TstLoymaxHandler::failedExchange_data()
 {
-    QTest::addColumn<http::Response>("answer");
+    addLostExchanges();
     const QByteArray success = "<RefundResponse ErrorCode='0'/>";
-    QTest::newRow("no connection") << noConnection();
-    QTest::newRow("no answer in time") << timeout();
     QTest::newRow("HTTP 500, code 0") << reply(500, success);
     QTest::newRow("HTTP 400, code 217") << reply(400, "<RefundResponse ErrorCode='217'/>");
 }
@@ -224,11 +220,8 @@ void TstLoymaxHandler::failedExchange_data()
 void TstLoymaxHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
-    const LogCapture log(u"loymax"_s);
-    FakeRestClient net({answer});
-    QVERIFY(!deliver(u"loymax"_s, message()));
-    QCOMPARE(log.lines(), (QStringList{opening, u"ERROR Ошибка при отправке сообщения: "_s
-                                                    + answer.errorText.ru()}));
+    compareOutcome(u"loymax"_s, message(), answer, false,
+                   QStringList{opening, failureLine(answer)});
 }
 
 void TstLoymaxHandler::repeatedWithoutCorrections_data()

@@ -1,5 +1,5 @@
 #include "handlers/loyalty/manzanahandler.h"
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/vtable.h"
@@ -44,19 +44,15 @@ void TstManzanaHandler::request()
     const LogCapture log(type);
     FakeRestClient net({reply(200, "<a><ReturnCode>0</ReturnCode></a>")});
     QVERIFY(deliver(type, message));
-    QCOMPARE(net.steps(), (QStringList{u"setTimeout 15"_s, u"POST http://manzana.test/a%20b"_s}));
-    QCOMPARE(net.lastRequest().body, "<к %1/>");
-    QCOMPARE(net.lastRequest().headers, (QMap<QString, QString>{{u"X-Till"_s, u"3"_s}}));
-    QVERIFY(net.lastRequest().logger);
+    compareRequest(net, {.steps = {u"setTimeout 15"_s, u"POST http://manzana.test/a%20b"_s},
+                         .body = "<к %1/>"});
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
 void TstManzanaHandler::failedExchange_data()
 {
-    QTest::addColumn<http::Response>("answer");
+    addLostExchanges();
     const QByteArray success = "<a><ReturnCode>0</ReturnCode></a>";
-    QTest::newRow("no connection") << noConnection();
-    QTest::newRow("no answer in time") << timeout();
     QTest::newRow("HTTP 500, code 0") << reply(500, success);
     QTest::newRow("HTTP 400, code 0") << reply(400, success);
 }
@@ -64,11 +60,7 @@ void TstManzanaHandler::failedExchange_data()
 void TstManzanaHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
-    const LogCapture log(u"manzana"_s);
-    FakeRestClient net({answer});
-    QVERIFY(!deliver(u"manzana"_s, message));
-    QCOMPARE(log.lines(), (QStringList{opening, u"ERROR Ошибка при отправке сообщения: "_s
-                                                    + answer.errorText.ru()}));
+    compareOutcome(u"manzana"_s, message, answer, false, QStringList{opening, failureLine(answer)});
 }
 
 void TstManzanaHandler::judgement_data()

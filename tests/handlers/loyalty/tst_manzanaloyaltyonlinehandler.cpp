@@ -1,5 +1,5 @@
 #include "handlers/loyalty/manzanaloyaltyonlinehandler.h"
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/queuedatabase.h"
@@ -123,10 +123,8 @@ void TstManzanaLoyaltyOnlineHandler::request()
     QFETCH(QString, xml);
     FakeRestClient net({reply(200, good)});
     QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(xml)));
-    QCOMPARE(net.steps(), (QStringList{u"setTimeout 15"_s, u"POST http://online.test/a%20b"_s}));
-    QCOMPARE(net.lastRequest().body, xml.toUtf8());
-    QCOMPARE(net.lastRequest().headers, (QMap<QString, QString>{{u"X-Till"_s, u"3"_s}}));
-    QVERIFY(net.lastRequest().logger);
+    compareRequest(net, {.steps = {u"setTimeout 15"_s, u"POST http://online.test/a%20b"_s},
+                         .body = xml.toUtf8()});
 }
 
 void TstManzanaLoyaltyOnlineHandler::judgement_data()
@@ -174,9 +172,7 @@ void TstManzanaLoyaltyOnlineHandler::judgement()
 
 void TstManzanaLoyaltyOnlineHandler::failedExchange_data()
 {
-    QTest::addColumn<http::Response>("answer");
-    QTest::newRow("no connection") << noConnection();
-    QTest::newRow("no answer in time") << timeout();
+    addLostExchanges();
     QTest::newRow("HTTP 500, code 0") << reply(500, good);
     QTest::newRow("HTTP 400, code 0") << reply(400, good);
 }
@@ -185,11 +181,8 @@ void TstManzanaLoyaltyOnlineHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
     putCard(3, u""_s);
-    const LogCapture log(u"manzanaloyaltyonline"_s);
-    FakeRestClient net({answer});
-    QVERIFY(!deliver(u"manzanaloyaltyonline"_s, message(sale)));
-    QCOMPARE(log.lines(), (QStringList{opening, u"ERROR Ошибка при отправке сообщения: "_s
-                                                    + answer.errorText.ru()}));
+    compareOutcome(u"manzanaloyaltyonline"_s, message(sale), answer, false,
+                   QStringList{opening, failureLine(answer)});
     QCOMPARE(cards(), (QList<QVariantList>{{3, u"old"_s, u""_s}}));
 }
 

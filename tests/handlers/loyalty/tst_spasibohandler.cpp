@@ -1,7 +1,7 @@
 #include "handlers/loyalty/spasibohandler.h"
 #include "rig/certificates.h"
 #include "rig/nginxserver.h"
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/queuedatabase.h"
@@ -180,11 +180,8 @@ void TstSpasiboHandler::request()
     const QString body =
         uR"({"method":"PATCH","url":"https://bank.test/v1?a=b c","headers":{"X-Till":3},"body":"%1","timeout":7})"_s;
     QVERIFY(deliver(u"spasibo"_s, body));
-    QCOMPARE(net.steps(),
-             (QStringList{u"setTimeout 7"_s, u"PATCH https://bank.test/v1?a=b%20c"_s}));
-    QCOMPARE(net.lastRequest().headers, (QMap<QString, QString>{{u"X-Till"_s, u"3"_s}}));
-    QCOMPARE(net.lastRequest().body, "%1");
-    QVERIFY(net.lastRequest().logger);
+    compareRequest(
+        net, {.steps = {u"setTimeout 7"_s, u"PATCH https://bank.test/v1?a=b%20c"_s}, .body = "%1"});
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
@@ -344,10 +341,8 @@ void TstSpasiboHandler::judgement()
     QFETCH(bool, finished);
     QFETCH(QString, line);
     const TestSettings settings;
-    const LogCapture log(u"spasibo"_s);
-    const FakeRestClient net({answer});
-    QCOMPARE(deliver(u"spasibo"_s, plain), finished);
-    QCOMPARE(log.lines(), line.isEmpty() ? QStringList{opening} : (QStringList{opening, line}));
+    compareOutcome(u"spasibo"_s, plain, answer, finished,
+                   line.isEmpty() ? QStringList{opening} : (QStringList{opening, line}));
 }
 
 void TstSpasiboHandler::attempts_data()

@@ -1,5 +1,5 @@
 #include "handlers/loyalty/tallobonushandler.h"
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/vtable.h"
@@ -472,10 +472,7 @@ void TstTalloBonusHandler::outcome()
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
     QFETCH(QStringList, lines);
-    const LogCapture log(type);
-    FakeRestClient net({answer});
-    QCOMPARE(deliver(type, body(u"add"_s)), finished);
-    QCOMPARE(log.lines(), lines);
+    compareOutcome(type, body(u"add"_s), answer, finished, lines);
 }
 
 QTEST_GUILESS_MAIN(TstTalloBonusHandler)

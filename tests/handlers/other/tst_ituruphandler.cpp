@@ -1,6 +1,5 @@
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
-#include "tests/support/logcapture.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -56,11 +55,9 @@ void TstIturupHandler::request()
 
     FakeRestClient net({json(200, {{u"success"_s, true}})});
     QVERIFY(deliver(u"iturup"_s, message));
-    QCOMPARE(net.steps(), (QStringList{u"setTimeout 10"_s, u"POST "_s + url}));
-    QCOMPARE(net.lastRequest().body, body);
-    QCOMPARE(net.lastRequest().headers,
-             (QMap<QString, QString>{{u"Content-Type"_s, u"application/json"_s}}));
-    QVERIFY(net.lastRequest().logger);
+    compareRequest(net, {.steps = {u"setTimeout 10"_s, u"POST "_s + url},
+                         .body = body,
+                         .headers = {{u"Content-Type"_s, u"application/json"_s}}});
 }
 
 void TstIturupHandler::outcome_data()
@@ -91,10 +88,8 @@ void TstIturupHandler::outcome()
     QFETCH(bool, finished);
     QFETCH(QStringList, lines);
 
-    const LogCapture log(u"iturup"_s);
-    FakeRestClient net({answer});
-    QCOMPARE(deliver(u"iturup"_s, message), finished);
-    QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения"_s} + lines);
+    compareOutcome(u"iturup"_s, message, answer, finished,
+                   QStringList{u"INFO Отправка сообщения"_s} + lines);
 }
 
 QTEST_GUILESS_MAIN(TstIturupHandler)

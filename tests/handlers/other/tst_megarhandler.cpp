@@ -1,5 +1,5 @@
 #include "handlers/other/megarhandler.h"
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/vtable.h"
@@ -45,18 +45,14 @@ void TstMegarHandler::request()
     const LogCapture log(type);
     FakeRestClient net({reply(200, "<a><Rspn>APPR</Rspn></a>")});
     QVERIFY(deliver(type, message));
-    QCOMPARE(net.steps(), (QStringList{u"setTimeout 7"_s, u"POST http://mega.test/a"_s}));
-    QCOMPARE(net.lastRequest().body, "<к %1/>");
-    QCOMPARE(net.lastRequest().headers, (QMap<QString, QString>{{u"X-Till"_s, u"3"_s}}));
-    QVERIFY(net.lastRequest().logger);
+    compareRequest(net,
+                   {.steps = {u"setTimeout 7"_s, u"POST http://mega.test/a"_s}, .body = "<к %1/>"});
     QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения"_s});
 }
 
 void TstMegarHandler::failedExchange_data()
 {
-    QTest::addColumn<http::Response>("answer");
-    QTest::newRow("no connection") << noConnection();
-    QTest::newRow("no answer in time") << timeout();
+    addLostExchanges();
     QTest::newRow("HTTP 500, approved") << reply(500, "<a><Rspn>APPR</Rspn></a>");
     QTest::newRow("HTTP 400, handled before")
         << reply(400, "<a><Rspn>D</Rspn><RspnRsn>331</RspnRsn></a>");
@@ -65,12 +61,8 @@ void TstMegarHandler::failedExchange_data()
 void TstMegarHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
-    const LogCapture log(u"megar"_s);
-    FakeRestClient net({answer});
-    QVERIFY(!deliver(u"megar"_s, message));
-    QCOMPARE(log.lines(),
-             (QStringList{u"INFO Отправка сообщения"_s,
-                          u"ERROR Ошибка при отправке сообщения: "_s + answer.errorText.ru()}));
+    compareOutcome(u"megar"_s, message, answer, false,
+                   QStringList{u"INFO Отправка сообщения"_s, failureLine(answer)});
 }
 
 void TstMegarHandler::judgement_data()

@@ -1,5 +1,5 @@
 #include "handlers/other/pricecorehandler.h"
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/vtable.h"
@@ -49,11 +49,10 @@ void TstPriceCoreHandler::request()
     FakeRestClient net({reply(200)});
     QVERIFY(deliver(u"pricecore"_s, message(subtype)));
     // The token is named a secret behind the request, whose headers the debug log so has in full.
-    QCOMPARE(net.steps(),
-             (QStringList{u"POST http://price.test/a"_s, u"setSecretHeaders X-Api-Auth-Token"_s}));
-    QCOMPARE(net.lastRequest().body, "{\"a\":\"ж\",\"b\":[1,2.5]}");
-    QCOMPARE(net.lastRequest().headers, (QMap<QString, QString>{{u"X-Api-Auth-Token"_s, u"t"_s}}));
-    QVERIFY(net.lastRequest().logger);
+    compareRequest(
+        net, {.steps = {u"POST http://price.test/a"_s, u"setSecretHeaders X-Api-Auth-Token"_s},
+              .body = "{\"a\":\"ж\",\"b\":[1,2.5]}",
+              .headers = {{u"X-Api-Auth-Token"_s, u"t"_s}}});
     QVERIFY(!net.lastRequest().timeoutMs);
     QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения 7"_s});
 }

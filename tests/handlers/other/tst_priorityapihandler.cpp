@@ -1,6 +1,5 @@
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
-#include "tests/support/logcapture.h"
 
 #include <QJsonObject>
 #include <QTest>
@@ -47,10 +46,8 @@ void TstPriorityApiHandler::request()
     QFETCH(QByteArray, sent);
     FakeRestClient net({json(200, {{u"code"_s, 0}})});
     QVERIFY(deliver(u"priorityapi"_s, message(body)));
-    QCOMPARE(net.steps(), (QStringList{u"setTimeout 10"_s, u"POST http://prio.test/a"_s}));
-    QCOMPARE(net.lastRequest().body, sent);
-    QCOMPARE(net.lastRequest().headers, (QMap<QString, QString>{{u"X-Till"_s, u"3"_s}}));
-    QVERIFY(net.lastRequest().logger);
+    compareRequest(net,
+                   {.steps = {u"setTimeout 10"_s, u"POST http://prio.test/a"_s}, .body = sent});
 }
 
 void TstPriorityApiHandler::outcome_data()
@@ -90,10 +87,8 @@ void TstPriorityApiHandler::outcome()
     QFETCH(bool, finished);
     QFETCH(QStringList, lines);
 
-    const LogCapture log(u"priorityapi"_s);
-    FakeRestClient net({answer});
-    QCOMPARE(deliver(u"priorityapi"_s, message(u"{}"_s)), finished);
-    QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения 7"_s} + lines);
+    compareOutcome(u"priorityapi"_s, message(u"{}"_s), answer, finished,
+                   QStringList{u"INFO Отправка сообщения 7"_s} + lines);
 }
 
 QTEST_GUILESS_MAIN(TstPriorityApiHandler)

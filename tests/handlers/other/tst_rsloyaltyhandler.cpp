@@ -1,5 +1,5 @@
 #include "handlers/other/rsloyaltyhandler.h"
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/vtable.h"
@@ -46,10 +46,8 @@ void TstRSLoyaltyHandler::request()
     const LogCapture log(u"rsloyalty"_s);
     FakeRestClient net({reply(200, "<a><AddBonusResult>true</AddBonusResult></a>")});
     QVERIFY(deliver(u"rsloyalty"_s, message));
-    QCOMPARE(net.steps(), (QStringList{u"setTimeout 10"_s, u"POST http://rs.test/a"_s}));
-    QCOMPARE(net.lastRequest().body, "<к %1/>");
-    QCOMPARE(net.lastRequest().headers, (QMap<QString, QString>{{u"X-Till"_s, u"3"_s}}));
-    QVERIFY(net.lastRequest().logger);
+    compareRequest(net,
+                   {.steps = {u"setTimeout 10"_s, u"POST http://rs.test/a"_s}, .body = "<к %1/>"});
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
@@ -138,10 +136,7 @@ void TstRSLoyaltyHandler::delivery()
     QFETCH(bool, finished);
     QFETCH(QStringList, lines);
 
-    const LogCapture log(u"rsloyalty"_s);
-    FakeRestClient net({answer});
-    QCOMPARE(deliver(u"rsloyalty"_s, message), finished);
-    QCOMPARE(log.lines(), QStringList{opening} + lines);
+    compareOutcome(u"rsloyalty"_s, message, answer, finished, QStringList{opening} + lines);
 }
 
 void TstRSLoyaltyHandler::operationsKeepTheirPlaces()

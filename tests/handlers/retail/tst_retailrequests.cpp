@@ -1,4 +1,4 @@
-#include "tests/handlers/support/delivery.h"
+#include "tests/handlers/support/onerequest.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 
@@ -149,10 +149,7 @@ void TstRetailRequests::outcome()
     QFETCH(bool, finished);
     QFETCH(QStringList, lines);
 
-    const LogCapture log(type);
-    FakeRestClient net({answer});
-    QCOMPARE(deliver(type, message(u""_s)), finished);
-    QCOMPARE(log.lines(), QStringList{opening} + lines);
+    compareOutcome(type, message(u""_s), answer, finished, QStringList{opening} + lines);
 }
 
 void TstRetailRequests::toleratedMarkdown_data()
@@ -186,10 +183,7 @@ void TstRetailRequests::toleratedMarkdown()
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
     QFETCH(QStringList, lines);
-    const LogCapture log(u"markdown"_s);
-    FakeRestClient net({answer});
-    QCOMPARE(deliver(u"markdown"_s, message(u""_s)), finished);
-    QCOMPARE(log.lines(), QStringList{opening} + lines);
+    compareOutcome(u"markdown"_s, message(u""_s), answer, finished, QStringList{opening} + lines);
 }
 
 void TstRetailRequests::credentials_data()
