@@ -1,5 +1,7 @@
 #include "shared/net/httpheader.h"
 
+#include "shared/net/headertext.h"
+
 #include <algorithm>
 #include <cctype>
 
@@ -41,12 +43,6 @@ QString decoded(const QByteArray &path)
         }
     }
     return QString::fromUtf8(bytes);
-}
-
-/// A line end inside a value would begin a line of its own.
-QByteArray oneLine(QByteArray value)
-{
-    return value.replace('\r', ' ').replace('\n', ' ');
 }
 
 } // namespace
@@ -92,7 +88,7 @@ QByteArray BasicHeader::toByteArray() const
 {
     QByteArray result;
     for (const auto &[name, value] : lines)
-        result += oneLine(name) + ": " + oneLine(value) + "\r\n";
+        result += http::oneLine(name) + ": " + http::oneLine(value) + "\r\n";
     return result;
 }
 
@@ -122,5 +118,5 @@ void ResponseHeader::setStatusLine(int newCode, const QString &newReason, int ne
 QByteArray ResponseHeader::statusLine() const
 {
     return "HTTP/" + QByteArray::number(major_) + '.' + QByteArray::number(minor_) + ' '
-           + QByteArray::number(code) + ' ' + oneLine(reason.toUtf8()) + "\r\n";
+           + QByteArray::number(code) + ' ' + http::oneLine(reason.toUtf8()) + "\r\n";
 }

@@ -3,11 +3,12 @@
 #include "shared/core/inflight.h"
 #include "shared/net/addressfault.h"
 #include "shared/net/curltransport.h"
+#include "shared/net/exchangelog.h"
 #include "shared/net/exchangeobserver.h"
+#include "shared/net/headertext.h"
+#include "shared/net/requestheaders.h"
 
 #include <log4qt/logger.h>
-
-#include <QUrlQuery>
 
 #include <algorithm>
 #include <chrono>
@@ -17,90 +18,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr std::chrono::seconds defaultTimeout{30};
-constexpr qsizetype maxLoggedSize = 4096;
+constexpr std::chrono::seconds defaultExchangeTimeout{30};
 
-/// The headers of a request as they go out, and the names of those that must not.
-struct HeaderList
-{
-    QList<std::pair<QByteArray, QByteArray>> lines;
-    QByteArrayList refused;
-};
-
-bool isSame(const QByteArray &name, const char *other)
-{
-    return name.compare(other, Qt::CaseInsensitive) == 0;
-}
-
-/// A word as HTTP allows it for verbs and header names.
-bool isToken(const QByteArray &text)
-{
-    return !text.isEmpty() && std::all_of(text.cbegin(), text.cend(), [](char symbol) {
-        return (symbol >= 'a' && symbol <= 'z') || (symbol >= 'A' && symbol <= 'Z')
-               || (symbol >= '0' && symbol <= '9')
-               || QByteArrayView("!#$%&'*+-.^_`|~").contains(symbol);
-    });
-}
-
-/// One line, so that a value cannot bring in headers of its own.
-QByteArray oneLine(QByteArray value)
-{
-    for (char &symbol : value) {
-        if (symbol == '\r' || symbol == '\n' || symbol == '\0')
-            symbol = ' ';
-    }
-    return std::move(value).trimmed();
-}
-
-/// What follows from the body is said by the client. A till may have prepared a request for other
-/// bytes than those that go out.
-bool followsFromBody(const QByteArray &name)
-{
-    return isSame(name, "Content-Length") || isSame(name, "Transfer-Encoding")
-           || isSame(name, "Expect");
-}
-
-void append(HeaderList &list, const QByteArray &name, const QByteArray &value)
-{
-    if (!isToken(name))
-        list.refused.append(name);
-    else if (!followsFromBody(name))
-        list.lines.append({name, oneLine(value)});
-}
-
-/// Most requests of a worker have the headers of the one before.
-HeaderList headerList(const RestClient::Headers &headers)
-{
-    static thread_local RestClient::Headers lastHeaders;
-    static thread_local HeaderList lastList;
-    if (headers != lastHeaders) {
-        lastList = {};
-        for (auto it = headers.cbegin(); it != headers.cend(); ++it)
-            append(lastList, it.key().toUtf8(), it.value().toUtf8());
-        lastHeaders = headers;
-    }
-    return lastList;
-}
-
-HeaderList headerList(const QMap<QByteArray, QByteArray> &headers)
-{
-    HeaderList list;
-    for (auto it = headers.cbegin(); it != headers.cend(); ++it)
-        append(list, it.key(), it.value());
-    return list;
-}
-
-/// Leaves what may go out; the names of other headers are added to `refused`.
-void makeSendable(http::Part &part, QByteArrayList &refused)
-{
-    part.contentType = oneLine(part.contentType);
-    const HeaderList list = headerList(std::exchange(part.headers, {}));
-    for (const auto &[name, value] : list.lines)
-        part.headers.insert(name, value);
-    refused += list.refused;
-}
-
-Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
+Exchange exchangeOf(const QByteArray &verb, const QUrl &url, http::HeaderList headers,
                     const QByteArray &body = {})
 {
     Exchange exchange;
@@ -113,7 +33,7 @@ Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
 }
 
 /// With the type that a JSON document has, unless the caller says otherwise.
-Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
+Exchange exchangeOf(const QByteArray &verb, const QUrl &url, http::HeaderList headers,
                     const QJsonDocument &body)
 {
     Exchange exchange =
@@ -123,99 +43,13 @@ Exchange exchangeOf(const QByteArray &verb, const QUrl &url, HeaderList headers,
     return exchange;
 }
 
-/// The first bytes as a text on one line, since a log has one line for one event. `omitted` bytes
-/// were left out behind them before.
-QString excerpt(const QByteArray &bytes, qsizetype omitted = 0)
-{
-    QByteArray start = bytes.left(maxLoggedSize);
-    if (start.size() < bytes.size()) {
-        // Not in the middle of a letter.
-        while (!start.isEmpty() && (bytes.at(start.size()) & 0xC0) == 0x80)
-            start.chop(1);
-    }
-    QString text = QString::fromUtf8(start);
-    text.replace(u"\r\n"_s, u"\\n"_s).replace(u'\n', u"\\n"_s);
-    for (QChar &symbol : text) {
-        if (symbol.category() == QChar::Other_Control)
-            symbol = u'.';
-    }
-    const qsizetype total = bytes.size() + omitted;
-    return start.size() == total ? text : text + u"… (всего байт: %1)"_s.arg(total);
-}
-
-/// A till's message may bring a header or a query of its own with the key of a service in it; the
-/// name gives it away.
-bool isSecretName(const QString &name)
-{
-    static const QStringList marks = {u"password"_s, u"passwd"_s,        u"token"_s,
-                                      u"secret"_s,   u"api-key"_s,       u"api_key"_s,
-                                      u"apikey"_s,   u"authorization"_s, u"cookie"_s};
-    static const QStringList words = {u"pwd"_s, u"pass"_s};
-    return words.contains(name, Qt::CaseInsensitive)
-           || std::any_of(marks.cbegin(), marks.cend(), [&name](const QString &mark) {
-                  return name.contains(mark, Qt::CaseInsensitive);
-              });
-}
-
-QUrl withoutSecrets(QUrl url)
-{
-    if (!url.password().isEmpty())
-        url.setPassword(u"***"_s);
-    if (!url.hasQuery())
-        return url;
-    auto items = QUrlQuery(url).queryItems(QUrl::FullyEncoded);
-    bool isMasked = false;
-    for (auto &[name, value] : items) {
-        if (isSecretName(name)) {
-            value = u"***"_s;
-            isMasked = true;
-        }
-    }
-    if (isMasked) {
-        QUrlQuery query;
-        query.setQueryItems(items);
-        url.setQuery(query);
-    }
-    return url;
-}
-
-QString loggedUrl(const QUrl &url)
-{
-    return QString::fromUtf8(withoutSecrets(url).toEncoded());
-}
-
-/// The name of a header that HTTP does not allow, as the log may show it: up to where a value may
-/// begin, since a till may have put a whole line into the name.
-QString shownName(const QByteArray &name)
-{
-    constexpr qsizetype maxShownSize = 64;
-    const QString text = QString::fromUtf8(name);
-    qsizetype size = 0;
-    while (size < std::min(text.size(), maxShownSize) && text.at(size).isPrint()
-           && !u" :;=,"_s.contains(text.at(size)))
-        ++size;
-    return size < text.size() ? text.first(size) + u'…' : text;
-}
-
-QString refusedHeadersText(const QByteArrayList &names)
-{
-    constexpr qsizetype maxShown = 10;
-    QStringList shown;
-    for (const QByteArray &name : names.first(std::min(names.size(), maxShown)))
-        shown.append(u'\'' + shownName(name) + u'\'');
-    if (names.size() > maxShown)
-        shown.append(u"…"_s);
-    return u"Заголовки с недопустимыми именами не отправлены (%1): %2"_s.arg(
-        QString::number(names.size()), shown.join(u", "_s));
-}
-
 /// Why the request cannot go out as it is; nothing when it can.
 tr::Tr refusal(const Exchange &exchange)
 {
     const tr::Tr fault = addressFault(exchange.url);
     if (!fault.isEmpty())
         return fault;
-    if (!isToken(exchange.verb))
+    if (!http::isToken(exchange.verb))
         return {u"networkErrorVerb"_s, u"Недопустимый метод запроса"_s};
     return {};
 }
@@ -236,23 +70,24 @@ void RestClient::request(int verb, const QUrl &url, const QJsonDocument &body,
     static const QList<QByteArray> verbs = {"", "HEAD", "GET", "PUT", "POST", "DELETE"};
     const QByteArray name = verbs.value(verb);
     const bool isBodyless = name == "GET" || name == "HEAD";
-    perform(exchangeOf(name, url, headerList(headers), isBodyless ? QJsonDocument() : body));
+    perform(exchangeOf(name, url, http::headerList(headers), isBodyless ? QJsonDocument() : body));
 }
 
 void RestClient::get(const QUrl &url, const QJsonDocument & /*body*/, const Headers &headers)
 {
-    perform(exchangeOf("GET", url, headerList(headers)));
+    perform(exchangeOf("GET", url, http::headerList(headers)));
 }
 
 void RestClient::send(const http::Params &params)
 {
     Exchange exchange =
-        exchangeOf(params.verb(), params.url, headerList(params.headers), params.body);
+        exchangeOf(params.verb(), params.url, http::headerList(params.headers), params.body);
     if (!params.parts.isEmpty()) {
         exchange.body.clear();
         // Only libcurl knows the boundary that the type names.
-        exchange.headers.removeIf(
-            [](const auto &header) { return isSame(header.first, "Content-Type"); });
+        exchange.headers.removeIf([](const auto &header) {
+            return header.first.compare("Content-Type", Qt::CaseInsensitive) == 0;
+        });
     }
     exchange.parts = params.parts;
     perform(std::move(exchange));
@@ -260,17 +95,17 @@ void RestClient::send(const http::Params &params)
 
 void RestClient::post(const QUrl &url, const QByteArray &body, const Headers &headers)
 {
-    perform(exchangeOf("POST", url, headerList(headers), body));
+    perform(exchangeOf("POST", url, http::headerList(headers), body));
 }
 
 void RestClient::post(const QUrl &url, const QJsonDocument &body, const Headers &headers)
 {
-    perform(exchangeOf("POST", url, headerList(headers), body));
+    perform(exchangeOf("POST", url, http::headerList(headers), body));
 }
 
 void RestClient::put(const QUrl &url, const QByteArray &body, const Headers &headers)
 {
-    perform(exchangeOf("PUT", url, headerList(headers), body));
+    perform(exchangeOf("PUT", url, http::headerList(headers), body));
 }
 
 int RestClient::errorCode() const
@@ -363,17 +198,18 @@ void RestClient::perform(Exchange exchange)
 {
     using std::chrono::milliseconds;
     constexpr milliseconds longest{std::numeric_limits<int>::max()};
-    exchange.timeout = timeout > milliseconds::zero() ? std::min(timeout, longest) : defaultTimeout;
+    exchange.timeout =
+        timeout > milliseconds::zero() ? std::min(timeout, longest) : defaultExchangeTimeout;
     exchange.certificatePath = certificatePath;
     exchange.certificatePassword = certificatePassword;
     exchange.privateKeyPath = privateKeyPath;
     for (http::Part &part : exchange.parts)
-        makeSendable(part, exchange.refusedHeaders);
+        http::makeSendable(part, exchange.refusedHeaders);
     const bool isLogged = logger_ && logger_->isDebugEnabled();
     exchange.keepHeaders = isLogged && !compactLogs;
 
     if (logger_ && !exchange.refusedHeaders.isEmpty())
-        logger_->warn(refusedHeadersText(exchange.refusedHeaders));
+        logger_->warn(exchangelog::refusedHeadersText(exchange.refusedHeaders));
     if (isLogged)
         logRequest(exchange);
     const auto begin = std::chrono::steady_clock::now();
@@ -412,10 +248,10 @@ void RestClient::endExchange(const ExchangeOutcome &outcome, const QUrl &url)
 void RestClient::logRequest(const Exchange &exchange) const
 {
     const qsizetype partCount = exchange.parts.size();
-    const QString line =
-        u"Запрос %1 %2, байт: %3%4"_s.arg(QString::fromUtf8(exchange.verb), loggedUrl(exchange.url),
-                                          QString::number(exchange.body.size()),
-                                          partCount ? u", частей: %1"_s.arg(partCount) : QString());
+    const QString line = u"Запрос %1 %2, байт: %3%4"_s.arg(
+        QString::fromUtf8(exchange.verb), exchangelog::addressText(exchange.url),
+        QString::number(exchange.body.size()),
+        partCount ? u", частей: %1"_s.arg(partCount) : QString());
     if (compactLogs) {
         logger_->debug(line);
         return;
@@ -424,7 +260,7 @@ void RestClient::logRequest(const Exchange &exchange) const
     for (const auto &[name, value] : exchange.headers)
         lines.append(name + ": " + value);
     logger_->debug(u"%1; заголовки: [%2]; тело: %3"_s.arg(line, loggedHeaders(lines, 0),
-                                                          excerpt(exchange.body)));
+                                                          exchangelog::excerpt(exchange.body)));
 }
 
 void RestClient::logOutcome(const ExchangeOutcome &outcome, std::chrono::milliseconds elapsed) const
@@ -440,18 +276,10 @@ void RestClient::logOutcome(const ExchangeOutcome &outcome, std::chrono::millise
     }
     logger_->debug(u"%1; заголовки: [%2]; тело: %3"_s.arg(
         line, loggedHeaders(outcome.headerLines, outcome.omittedHeaderBytes),
-        excerpt(response.body)));
+        exchangelog::excerpt(response.body)));
 }
 
 QString RestClient::loggedHeaders(const QList<QByteArray> &lines, qsizetype omittedBytes) const
 {
-    QByteArrayList shown;
-    for (const QByteArray &line : lines) {
-        const qsizetype colon = line.indexOf(':');
-        const QString name = QString::fromUtf8(line.left(colon)).trimmed();
-        const bool isSecret =
-            colon >= 0 && (isSecretName(name) || secretHeaders.contains(name, Qt::CaseInsensitive));
-        shown.append(isSecret ? line.left(colon) + ": ***" : line);
-    }
-    return excerpt(shown.join("; "), omittedBytes);
+    return exchangelog::headersText(lines, omittedBytes, secretHeaders);
 }
