@@ -1,0 +1,251 @@
+#include "shared/document/xmlutils.h"
+
+#include <QXmlStreamReader>
+
+using namespace Qt::StringLiterals;
+
+// A large document written again, one token after another, without a tree of it.
+
+namespace xmlutils {
+
+namespace {
+
+/// Follows a document to the place where a child is replaced.
+class Replacement
+{
+public:
+    explicit Replacement(const ReplacedChild &child)
+        : child(child)
+    {
+    }
+
+    /// False when the token belongs to the former child.
+    bool keeps(const QXmlStreamReader &reader)
+    {
+        const bool wasDropping = isDropping;
+        if (reader.isStartElement()) {
+            ++depth;
+            if (parentDepth == 0 && reader.qualifiedName() == child.parent)
+                parentDepth = depth;
+            else if (isOpen() && depth == parentDepth + 1 && !hasDropped
+                     && reader.qualifiedName() == child.name)
+                isDropping = hasDropped = true;
+        } else if (reader.isEndElement()) {
+            if (isDropping && depth == parentDepth + 1)
+                isDropping = false;
+            --depth;
+        }
+        return !wasDropping && !isDropping;
+    }
+
+    /// The parent's end comes next: the new child goes before it.
+    bool isDue(const QXmlStreamReader &reader)
+    {
+        if (!isOpen() || !reader.isEndElement() || depth != parentDepth)
+            return false;
+        isDone = true;
+        return true;
+    }
+
+private:
+    bool isOpen() const { return parentDepth > 0 && !isDone; }
+
+    const ReplacedChild &child;
+    int depth = 0;
+    int parentDepth = 0;
+    bool isDropping = false;
+    bool hasDropped = false;
+    bool isDone = false;
+};
+
+/// Writes a document as Qt's tree does with an indent of 1, one token after another. Attributes
+/// keep their order.
+class PieceWriter
+{
+public:
+    void take(const QXmlStreamReader &reader, const DroppedAttribute &dropped)
+    {
+        switch (reader.tokenType()) {
+        case QXmlStreamReader::StartDocument:
+            if (!reader.documentVersion().isEmpty())
+                declare(reader);
+            break;
+        case QXmlStreamReader::DTD:
+            out += reader.text().toUtf8() + '\n';
+            break;
+        case QXmlStreamReader::StartElement:
+            beforeMarkup();
+            begin(reader, dropped);
+            break;
+        case QXmlStreamReader::EndElement:
+            end(reader);
+            break;
+        case QXmlStreamReader::Characters:
+            if (!reader.isWhitespace())
+                write(reader);
+            break;
+        case QXmlStreamReader::Comment:
+            beforeMarkup();
+            out += "<!--" + reader.text().toUtf8() + "-->";
+            isAfterText = false;
+            needsLine = true;
+            break;
+        case QXmlStreamReader::ProcessingInstruction:
+            // Stands on a line of its own, without an indent.
+            closeStart();
+            if (needsLine)
+                out += '\n';
+            out += "<?" + reader.processingInstructionTarget().toUtf8() + ' '
+                   + reader.processingInstructionData().toUtf8() + "?>\n";
+            isAfterText = false;
+            needsLine = false;
+            break;
+        default:
+            break;
+        }
+    }
+
+    /// One that the document does not have.
+    void element(const QString &name, const QString &text)
+    {
+        beforeMarkup();
+        out += '<' + name.toUtf8() + '>' + escaped(text, false) + "</" + name.toUtf8() + '>';
+        isAfterText = false;
+        needsLine = true;
+    }
+
+    QByteArray finish()
+    {
+        closeStart();
+        if (needsLine)
+            out += '\n';
+        return out;
+    }
+
+private:
+    void declare(const QXmlStreamReader &reader)
+    {
+        out += "<?xml version='" + reader.documentVersion().toUtf8() + '\'';
+        if (!reader.documentEncoding().isEmpty())
+            out += " encoding='" + reader.documentEncoding().toUtf8() + '\'';
+        if (reader.isStandaloneDocument())
+            out += " standalone='yes'";
+        out += "?>\n";
+    }
+
+    /// A start tag whose end decides between `>` and `/>` is still open.
+    void closeStart(bool isBeforeText = false)
+    {
+        if (!isStartOpen)
+            return;
+        isStartOpen = false;
+        out += isBeforeText ? ">" : ">\n";
+        needsLine = false;
+    }
+
+    /// Blanks and line ends must not become part of a text.
+    void beforeMarkup()
+    {
+        closeStart();
+        if (isAfterText)
+            return;
+        if (needsLine)
+            out += '\n';
+        needsLine = false;
+        out += QByteArray(depth, ' ');
+    }
+
+    void begin(const QXmlStreamReader &reader, const DroppedAttribute &dropped)
+    {
+        const bool isPruned = reader.qualifiedName() == dropped.element;
+        out += '<' + reader.qualifiedName().toUtf8();
+        const QXmlStreamAttributes attributes = reader.attributes();
+        for (const QXmlStreamAttribute &attribute : attributes) {
+            if (!isPruned || attribute.qualifiedName() != dropped.attribute)
+                out += ' ' + attribute.qualifiedName().toUtf8() + "=\""
+                       + escaped(attribute.value(), true) + '"';
+        }
+        isStartOpen = true;
+        isAfterText = false;
+        needsLine = false;
+        ++depth;
+    }
+
+    void end(const QXmlStreamReader &reader)
+    {
+        --depth;
+        if (isStartOpen) {
+            isStartOpen = false;
+            out += "/>";
+        } else {
+            if (!isAfterText) {
+                if (needsLine)
+                    out += '\n';
+                out += QByteArray(depth, ' ');
+            }
+            out += "</" + reader.qualifiedName().toUtf8() + '>';
+        }
+        isAfterText = false;
+        needsLine = true;
+    }
+
+    void write(const QXmlStreamReader &reader)
+    {
+        closeStart(true);
+        if (reader.isCDATA())
+            out += "<![CDATA[" + reader.text().toUtf8() + "]]>";
+        else
+            out += escaped(reader.text(), false);
+        isAfterText = true;
+        needsLine = false;
+    }
+
+    static QByteArray escaped(QStringView text, bool isAttribute)
+    {
+        QString result;
+        result.reserve(text.size());
+        for (const QChar symbol : text) {
+            if (symbol == u'<')
+                result += u"&lt;"_s;
+            else if (symbol == u'&')
+                result += u"&amp;"_s;
+            else if (symbol == u'>' && result.endsWith(u"]]"_s))
+                result += u"&gt;"_s;
+            else if (symbol == u'"' && isAttribute)
+                result += u"&quot;"_s;
+            else if (symbol == u'\r' || (isAttribute && (symbol == u'\n' || symbol == u'\t')))
+                result += u"&#x%1;"_s.arg(symbol.unicode(), 0, 16);
+            else
+                result += symbol;
+        }
+        return result.toUtf8();
+    }
+
+    QByteArray out;
+    qsizetype depth = 0;
+    bool isStartOpen = false;
+    bool isAfterText = false;
+    /// A line end is due unless a text follows.
+    bool needsLine = false;
+};
+
+} // namespace
+
+QByteArray rewrittenInPieces(const QString &text, const DroppedAttribute &dropped,
+                             const ReplacedChild &child)
+{
+    PieceWriter writer;
+    Replacement replacement(child);
+    QXmlStreamReader reader(text);
+    reader.setNamespaceProcessing(false);
+    while (!reader.atEnd()) {
+        reader.readNext();
+        if (replacement.isDue(reader))
+            writer.element(child.name, child.text);
+        if (replacement.keeps(reader))
+            writer.take(reader, dropped);
+    }
+    return reader.hasError() ? QByteArray() : writer.finish();
+}
+
+} // namespace xmlutils
