@@ -108,6 +108,19 @@ QStringList commonSources()
     return files + QStringList{u"shared/net/httpserver.cpp"_s};
 }
 
+/// The anchors of a page's headings, as GitHub makes them.
+QStringList anchors(const QString &path)
+{
+    static const QRegularExpression heading(u"^#+ (.*)$"_s, QRegularExpression::MultilineOption);
+    static const QRegularExpression dropped(u"[^\\w\\- ]"_s,
+                                            QRegularExpression::UseUnicodePropertiesOption);
+    QStringList result;
+    auto headings = heading.globalMatch(read(path));
+    while (headings.hasNext())
+        result.append(headings.next().captured(1).toLower().remove(dropped).replace(u' ', u'-'));
+    return result;
+}
+
 } // namespace
 
 /// The pages for people: their links lead somewhere, and the engineer finds every warning explained.
@@ -119,6 +132,9 @@ private Q_SLOTS:
     void everyWarningIsExplained_data();
     void everyWarningIsExplained();
     void linksLeadToFiles();
+    void readmeIsShort();
+    void logExamplesWriteWhereTheUnitMayWrite_data();
+    void logExamplesWriteWhereTheUnitMayWrite();
 };
 
 void TestDocs::everyWarningIsExplained_data()
@@ -169,14 +185,55 @@ void TestDocs::linksLeadToFiles()
         const QDir folder = QFileInfo(root.filePath(page)).dir();
         auto links = link.globalMatch(read(page));
         while (links.hasNext()) {
-            const QString target = links.next().captured(1);
+            const auto match = links.next();
+            const QString target = match.captured(1);
+            const QString heading = match.captured(2).mid(1);
             ++count;
             if (!folder.exists(target))
                 broken.append(page + u" -> "_s + target);
+            else if (!heading.isEmpty()
+                     && !anchors(root.relativeFilePath(folder.filePath(target))).contains(heading))
+                broken.append(page + u" -> "_s + target + u'#' + heading);
         }
     }
     QVERIFY2(broken.isEmpty(), qPrintable(broken.join(u"\n"_s)));
     QVERIFY(count > 10);
+}
+
+/// Tables and details have pages of their own.
+void TestDocs::readmeIsShort()
+{
+    QVERIFY(read(u"README.md"_s).count(u'\n') <= 120);
+}
+
+void TestDocs::logExamplesWriteWhereTheUnitMayWrite_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::newRow("page") << u"docs/log.md"_s;
+    QTest::newRow("sample") << u"packaging/log4qt.properties.sample"_s;
+}
+
+/// The unit's tree is read-only but for ReadWritePaths, and a file needs a folder of the service's.
+void TestDocs::logExamplesWriteWhereTheUnitMayWrite()
+{
+    QFETCH(const QString, path);
+    static const QRegularExpression writable(u"^ReadWritePaths=-(\\S+)$"_s,
+                                             QRegularExpression::MultilineOption);
+    static const QRegularExpression logFile(u"^#?log4j\\.appender\\.\\w+\\.file=(.*)/[^/]+$"_s,
+                                            QRegularExpression::MultilineOption);
+    const QString mayWrite = writable.match(read(u"packaging/queue.service.in"_s)).captured(1);
+    QVERIFY(!mayWrite.isEmpty());
+    const QString folders = read(u"packaging/queue.tmpfiles"_s);
+
+    int count = 0;
+    auto files = logFile.globalMatch(read(path));
+    while (files.hasNext()) {
+        const QString folder = files.next().captured(1);
+        QVERIFY2(folder.startsWith(mayWrite + u'/'), qPrintable(folder));
+        QVERIFY2(folders.contains(u"\nd "_s + folder + u' '), qPrintable(folder));
+        ++count;
+    }
+    QVERIFY(count > 0);
 }
 
 QTEST_APPLESS_MAIN(TestDocs)

@@ -74,8 +74,11 @@ expected_files=(
     /usr/share/doc/queue/SECURITY.md
     /usr/share/doc/queue/changelog.gz
     /usr/share/doc/queue/copyright
+    /usr/share/doc/queue/docs/control.md
+    /usr/share/doc/queue/docs/installation.md
     /usr/share/doc/queue/docs/integration.md
     /usr/share/doc/queue/docs/integration.ru.md
+    /usr/share/doc/queue/docs/log.md
     /usr/share/doc/queue/docs/message-types.md
     /usr/share/doc/queue/docs/operations.md
     /usr/share/doc/queue/docs/operations.ru.md

@@ -30,7 +30,7 @@ private Q_SLOTS:
     void completionWords();
     void completionCompletes_data();
     void completionCompletes();
-    void readmeKnowsEachCommand();
+    void pageKnowsEachCommand();
     void types();
     void typeWithItsKeys();
     void examplesAreGood();
@@ -224,11 +224,11 @@ void TestQueuectlCommands::completionCompletes()
     QCOMPARE(QString::fromUtf8(bash.readAllStandardError()), QString());
 }
 
-void TestQueuectlCommands::readmeKnowsEachCommand()
+void TestQueuectlCommands::pageKnowsEachCommand()
 {
-    const QString readme = file(u"README.md"_s);
+    const QString page = file(u"docs/control.md"_s);
     for (const Command &command : commandTable())
-        QVERIFY2(readme.contains(u"`queuectl %1"_s.arg(command.name)), qPrintable(command.name));
+        QVERIFY2(page.contains(u"`queuectl %1"_s.arg(command.name)), qPrintable(command.name));
 }
 
 void TestQueuectlCommands::types()
