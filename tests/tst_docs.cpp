@@ -108,6 +108,75 @@ QStringList commonSources()
     return files + QStringList{u"shared/net/httpserver.cpp"_s};
 }
 
+/// A page as far as its two languages must agree: what a reader finds by counting, and what is typed.
+struct Outline
+{
+    QList<int> headingLevels;
+    QList<int> tableRows;          ///< rows of each table, head and rule included
+    QList<QStringList> codeBlocks; ///< lines of each block, the first of them its language
+    QStringList inlineCommands;    ///< sorted, each once, without what the reader puts in
+};
+
+/// A line of code without its comment and without names in angle brackets, which are translated.
+QString typed(const QString &line)
+{
+    static const QRegularExpression translated(u"(^|\\s+)[#;]\\s.*$|(?<=<)[^<>]+(?=>)"_s);
+    return QString(line).remove(translated).simplified();
+}
+
+bool isRussian(const QString &text)
+{
+    static const QRegularExpression letter(u"[А-Яа-яЁё]"_s);
+    return text.contains(letter);
+}
+
+const QString programs =
+    u"(?:queuectl|queue-stand|\\./run|systemctl|journalctl|apt|usermod|sqlite3|mariadb|curl|install)"_s;
+
+bool isCommand(const QString &line)
+{
+    static const QRegularExpression command(u'^' + programs + u"\\s"_s);
+    return line.contains(command);
+}
+
+Outline outline(const QString &path)
+{
+    static const QRegularExpression heading(u"^(#+) "_s);
+    // The program and its first argument: the rest may be a placeholder, which is translated.
+    static const QRegularExpression command(u"`("_s + programs + u"(?:\\s+[-a-z]+)?)"_s);
+    Outline result;
+    QString prose;
+    bool inBlock = false;
+    int rows = 0;
+    const QStringList lines = read(path).split(u'\n');
+    for (const QString &line : lines) {
+        const QString text = line.trimmed();
+        const bool isRow = !inBlock && text.startsWith(u'|');
+        if (!isRow && rows > 0)
+            result.tableRows.append(rows);
+        rows = isRow ? rows + 1 : 0;
+        if (text.startsWith(u"```")) {
+            inBlock = !inBlock;
+            if (inBlock)
+                result.codeBlocks.append({text});
+            continue;
+        }
+        if (inBlock) {
+            result.codeBlocks.last().append(text);
+            continue;
+        }
+        if (const auto match = heading.match(line); match.hasMatch())
+            result.headingLevels.append(int(match.capturedLength(1)));
+        prose += text + u' ';
+    }
+    auto commands = command.globalMatch(prose);
+    while (commands.hasNext())
+        result.inlineCommands.append(commands.next().captured(1).simplified());
+    result.inlineCommands.removeDuplicates();
+    result.inlineCommands.sort();
+    return result;
+}
+
 /// The anchors of a page's headings, as GitHub makes them.
 QStringList anchors(const QString &path)
 {
@@ -123,7 +192,8 @@ QStringList anchors(const QString &path)
 
 } // namespace
 
-/// The pages for people: their links lead somewhere, and the engineer finds every warning explained.
+/// The pages for people: their links lead somewhere, the engineer finds every warning explained, and
+/// a page says the same in both languages.
 class TestDocs : public QObject
 {
     Q_OBJECT
@@ -132,6 +202,8 @@ private Q_SLOTS:
     void everyWarningIsExplained_data();
     void everyWarningIsExplained();
     void linksLeadToFiles();
+    void pagesAgreeInBothLanguages_data();
+    void pagesAgreeInBothLanguages();
     void readmeIsShort();
     void logExamplesWriteWhereTheUnitMayWrite_data();
     void logExamplesWriteWhereTheUnitMayWrite();
@@ -198,6 +270,40 @@ void TestDocs::linksLeadToFiles()
     }
     QVERIFY2(broken.isEmpty(), qPrintable(broken.join(u"\n"_s)));
     QVERIFY(count > 10);
+}
+
+void TestDocs::pagesAgreeInBothLanguages_data()
+{
+    QTest::addColumn<QString>("page");
+    QTest::newRow("operations") << u"docs/operations"_s;
+    QTest::newRow("integration") << u"docs/integration"_s;
+}
+
+/// Comments, placeholders and printed texts are translated; everything that is typed is not.
+void TestDocs::pagesAgreeInBothLanguages()
+{
+    QFETCH(const QString, page);
+    const Outline english = outline(page + u".md"_s);
+    const Outline russian = outline(page + u".ru.md"_s);
+    QVERIFY(english.headingLevels.size() > 5);
+    QVERIFY(english.codeBlocks.size() > 5);
+    QCOMPARE(russian.headingLevels, english.headingLevels);
+    QCOMPARE(russian.tableRows, english.tableRows);
+    QCOMPARE(russian.inlineCommands, english.inlineCommands);
+
+    QCOMPARE(russian.codeBlocks.size(), english.codeBlocks.size());
+    for (qsizetype block = 0; block < english.codeBlocks.size(); ++block) {
+        const QStringList &lines = english.codeBlocks.at(block);
+        const QStringList &translated = russian.codeBlocks.at(block);
+        QVERIFY2(translated.size() == lines.size(), qPrintable(lines.join(u'\n')));
+        for (qsizetype line = 0; line < lines.size(); ++line) {
+            const QString wanted = typed(lines.at(line));
+            const QString found = typed(translated.at(line));
+            // A line that is no command is printed or logged, and may be Russian on the Russian page.
+            if (isCommand(wanted) || !isRussian(found))
+                QCOMPARE(found, wanted);
+        }
+    }
 }
 
 /// Tables and details have pages of their own.
