@@ -1,21 +1,14 @@
 #pragma once
 
-#include "shared/core/guarded.h"
+#include "shared/core/sqlitefiles.h"
 
-#include <QHash>
-#include <QMutex>
 #include <QSqlDatabase>
 #include <QString>
-#include <QStringList>
 
-#include <array>
 #include <atomic>
-#include <memory>
-
-class FilePin;
+#include <chrono>
 
 class WriteGate;
-#include <chrono>
 
 /// Opens the till's database as the settings of section `database` say: an SQLite file by default, or
 /// a MariaDB or MySQL server.
@@ -62,36 +55,10 @@ public:
     static void setCreatesTables(bool creates);
 
 private:
-    /// The file that a connection has open, as it was named and numbered when it was opened.
-    struct FileIdentity
-    {
-        QString path;
-        /// The file itself, where the path is a link: the files beside it are there.
-        QString realPath;
-        quint64 device = 0;
-        quint64 inode = 0;
-        /// Of the files beside it, in the order of SqliteFileLock::companions(); 0 for none.
-        std::array<quint64, 2> companions = {};
-    };
-
-    static bool isSameFile(const FileIdentity &one, const FileIdentity &other);
     QSqlDatabase open(const QString &name);
     void openSqlite(QSqlDatabase &database, const QString &path);
-    void noteFile(const QString &name, const QString &path);
-    QString putFormerLogAside(const QString &path);
-    QStringList companionsLeft(const FileIdentity &current);
-    QString moveAside(const FileIdentity &current, const QStringList &left);
-    void report(const FileIdentity &current, const QString &text);
-    static void openServer(QSqlDatabase &database, std::chrono::seconds timeout);
 
-    Guarded<QHash<QString, FileIdentity>> files;
-    /// Held while a file is opened, and while what is left of a former file is put aside; taken
-    /// before the mutex of `files`. It guards the two below as well.
-    QMutex opening;
-    /// What is left of former files and could not be put aside, by its path.
-    QHash<QString, std::shared_ptr<FilePin>> unmoved;
-    /// The file that the last line about a replacement was about.
-    FileIdentity reported;
+    SqliteFiles files;
     static inline std::atomic<bool> withCheck{true};
     static inline std::atomic<bool> createsTables{true};
 };

@@ -1,0 +1,25 @@
+#include "shared/core/writeaheadlog.h"
+
+#include <QVariant>
+
+using namespace Qt::StringLiterals;
+
+bool copyWriteAheadLog(QSqlQuery &query)
+{
+    constexpr int maxRounds = 5;
+    QVariant framesBefore;
+    for (int round = 0; round < maxRounds; ++round) {
+        if (!query.exec(u"PRAGMA queues.wal_checkpoint(PASSIVE)"_s) || !query.next())
+            return false;
+        const QVariant frames = query.value(1);
+        const bool isCopied = query.value(2) == frames;
+        query.finish();
+        if (!isCopied)
+            return false;
+        // Nothing came in during the round before, so that one has also flushed the file.
+        if (frames == framesBefore)
+            return true;
+        framesBefore = frames;
+    }
+    return false;
+}
