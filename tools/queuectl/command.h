@@ -77,6 +77,7 @@ Report makeBundle(const Call &call);
 Report showTypes(const Call &call);
 Report showHistory(const Call &call);
 Report settle(const Call &call);
+Report showMetrics(const Call &call);
 
 /// The row id that is typed as the first argument. Throws Failure (Usage).
 int rowId(const Call &call);

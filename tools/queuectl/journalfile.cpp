@@ -460,6 +460,18 @@ QList<Fact> JournalFile::facts(const QString &name)
     return result;
 }
 
+QList<Total> JournalFile::totals()
+{
+    QList<Total> result;
+    run({u"SELECT type, verdict, kind, count FROM total ORDER BY type, verdict, kind"_s, {}},
+        [&result](const QSqlQuery &query) {
+            result.append({query.value(0).toString(), query.value(1).toString(),
+                           query.value(2).toString(), query.value(3).toLongLong()});
+            return true;
+        });
+    return result;
+}
+
 bool JournalFile::isWhole()
 {
     if (!isEnabled() || connection->state != State::Read)

@@ -80,6 +80,15 @@ struct Streak
     QDateTime failingSince;
 };
 
+/// How often attempts at messages of a type came to this, since the journal was begun.
+struct Total
+{
+    QString type;
+    QString verdict;
+    QString kind;
+    qint64 count = 0;
+};
+
 /// Messages of a type that were finished with.
 struct Ended
 {
@@ -150,6 +159,8 @@ public:
     QHash<QString, Streak> streaks();
     QHash<QString, Ended> ended(const QDateTime &start);
     QList<Fact> facts(const QString &name);
+    /// Ordered by type, verdict and kind; entries that were pruned stay counted.
+    QList<Total> totals();
 
     /// Whether it is readable, still written, and has every attempt since the first one that was
     /// made.

@@ -165,6 +165,52 @@ QList<TypeRows> MessageRows::types(const QDateTime &writtenBefore)
     return result;
 }
 
+QString countStatement()
+{
+    return u"SELECT type, COUNT(*), MIN(messageid) FROM message GROUP BY type"_s;
+}
+
+QString oldestStatement()
+{
+    return u"SELECT type, creationtime, messageid FROM message ORDER BY creationtime LIMIT 1000"_s;
+}
+
+void MessageRows::countTypes(const std::function<void(const QString &, qint64, int)> &take)
+{
+    QSqlQuery query(connection());
+    query.setForwardOnly(true);
+    execute(query, countStatement(), {});
+    while (query.next())
+        take(query.value(0).toString(), query.value(1).toLongLong(), query.value(2).toInt());
+    // A page that cannot be read ends the rows like their last one.
+    if (query.lastError().isValid())
+        failStatement(query.lastError());
+}
+
+QHash<QString, QDateTime> MessageRows::oldest(const QList<int> &lowestIds)
+{
+    QHash<QString, QDateTime> result;
+    const auto note = [&result](const QList<QVariantList> &rows) {
+        for (const QVariantList &row : rows) {
+            const QDateTime time = databaseTime(row[1]);
+            QDateTime &known = result[row[0].toString()];
+            if (time.isValid() && (!known.isValid() || time < known))
+                known = time;
+        }
+    };
+    note(run(oldestStatement(), {}));
+    if (!lowestIds.isEmpty()) {
+        QVariantList values;
+        for (const int id : lowestIds)
+            values.append(id);
+        note(run(u"SELECT type, creationtime, messageid FROM message WHERE messageid IN (%1)"_s.arg(
+                     QStringList(lowestIds.size(), u"?"_s).join(u", "_s)),
+                 values));
+    }
+    result.removeIf([](const auto &entry) { return !entry.value().isValid(); });
+    return result;
+}
+
 QList<TypeRows> MessageRows::older(const Cutoff &cutoff)
 {
     QString condition = u"(creationtime < ? OR creationtime IS NULL OR messageid <= ?"_s;

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QHash>
 #include <QJsonObject>
 #include <QList>
 #include <QString>
@@ -49,6 +50,11 @@ struct Cutoff
     bool takesIn(const Row &row) const;
 };
 
+/// The statements of countTypes() and oldest(), which read indexes alone but for a few rows. The
+/// first one gives a row for each type; the second one gives the rows that were written first.
+QString countStatement();
+QString oldestStatement();
+
 /// The table `message`, read in short statements that hold no lock when they return. Opens the
 /// database that the settings name, and never makes one. Everything throws Failure: NoDatabase when
 /// there is none to ask, Failed for a statement that fails. Thread: the one that made it.
@@ -59,6 +65,11 @@ public:
 
     /// What waits, by type; with a time, only rows that were written before.
     QList<TypeRows> types(const QDateTime &writtenBefore = QDateTime());
+    /// Hands over each type with the number of its rows and its lowest id, without reading a row.
+    void countTypes(const std::function<void(const QString &, qint64, int)> &take);
+    /// The time of the oldest row of each type, by the lowest ids of the types and the 1000 oldest
+    /// rows: a row that was requeued has a high id and its former time. Invalid times are left out.
+    QHash<QString, QDateTime> oldest(const QList<int> &lowestIds);
     /// What waits and is older, by type. A row whose time only takesIn() can read is counted, too.
     QList<TypeRows> older(const Cutoff &cutoff);
     std::optional<Row> find(int id);
