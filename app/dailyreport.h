@@ -13,8 +13,8 @@ namespace Log4Qt {
 class Logger;
 }
 
-/// Says in the log once a day, and when the service ends, what became of the messages since the last time,
-/// so that the log alone tells it too. Passes everything on to the sink after it.
+/// Says in the log once a day, and when the service ends, what became of the messages since the
+/// last time, so that the log alone tells it too. Passes everything on to the sink after it.
 /// Thread: any for take() and note(), the main thread for the rest.
 class DailyReport : public OutcomeSink
 {

@@ -38,21 +38,22 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The start was refused, and nothing was done. systemd tries again nevertheless: the process that has
-/// the folder may end, and a till without a service is worse than a line every ten seconds.
+/// The start was refused, and nothing was done. systemd tries again nevertheless: the process that
+/// has the folder may end, and a till without a service is worse than a line every ten seconds.
 constexpr int refusedExitCode = 2;
 
 constexpr auto awaitInterval = std::chrono::milliseconds(20);
-/// While a delivery is within its own timeouts, the service manager is asked for `extension` more, and
-/// asked again long before that is over.
+/// While a delivery is within its own timeouts, the service manager is asked for `extension` more,
+/// and asked again long before that is over.
 constexpr auto extensionInterval = std::chrono::seconds(1);
 constexpr auto extension = std::chrono::seconds(10);
-/// A delivery whose partner lets it ask for a result again and again has no end of its own, and a till
-/// must be able to shut down. The longest that has one asks three silent hosts for 180 seconds each.
+/// A delivery whose partner lets it ask for a result again and again has no end of its own, and a
+/// till must be able to shut down. The longest that has one asks three silent hosts for 180 seconds
+/// each.
 constexpr auto maxStopTime = std::chrono::minutes(15);
 
-/// A connection to the database that cannot be opened, at the start or by a worker, is not caught: the
-/// process ends, and systemd starts it again. The log says why it ended.
+/// A connection to the database that cannot be opened, at the start or by a worker, is not caught:
+/// the process ends, and systemd starts it again. The log says why it ended.
 [[noreturn]] void endWithReason()
 {
     // Several workers may lose the database at once. One line tells of one end.
@@ -80,17 +81,17 @@ constexpr auto maxStopTime = std::chrono::minutes(15);
     std::abort();
 }
 
-/// The till has little memory to spare. By itself the C library raises the size from which a block is
-/// given back as soon as it is freed to that of the largest one freed so far, and after a few large
-/// answers each thread would hold on to the memory of the largest.
+/// The till has little memory to spare. By itself the C library raises the size from which a block
+/// is given back as soon as it is freed to that of the largest one freed so far, and after a few
+/// large answers each thread would hold on to the memory of the largest.
 void returnLargeBlocks()
 {
     constexpr int largeBlockBytes = 128 * 1024;
     ::mallopt(M_MMAP_THRESHOLD, largeBlockBytes);
 }
 
-/// Before anything is touched: a till's engineer who asks the program for its options must not start a
-/// second service. Nothing for a start without arguments.
+/// Before anything is touched: a till's engineer who asks the program for its options must not
+/// start a second service. Nothing for a start without arguments.
 std::optional<int> answerArguments(int argc, char **argv)
 {
     if (argc < 2)
@@ -171,8 +172,8 @@ void tellRole(const ServiceLock &serviceLock, FolderLock &lock, ServiceNotifier 
         notifier.status(status);
 }
 
-/// The engineer does not wait for what is under way. What is cut off may have been delivered, and is
-/// delivered again after the next start.
+/// The engineer does not wait for what is under way. What is cut off may have been delivered, and
+/// is delivered again after the next start.
 [[noreturn]] void endAtOnce()
 {
     Log4Qt::Logger *logger = Log4Qt::LogManager::logger(u"queue"_s);
@@ -187,8 +188,8 @@ void tellRole(const ServiceLock &serviceLock, FolderLock &lock, ServiceNotifier 
     std::_Exit(EXIT_FAILURE);
 }
 
-/// Qt closes all database connections before it waits for the workers of its pool, and a delivery that
-/// ends in between could not delete its message, which would go out once more.
+/// Qt closes all database connections before it waits for the workers of its pool, and a delivery
+/// that ends in between could not delete its message, which would go out once more.
 void awaitWorkers(ServiceNotifier &notifier)
 {
     QThreadPool *pool = QThreadPool::globalInstance();

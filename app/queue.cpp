@@ -65,7 +65,8 @@ void Queue::stop()
 QJsonObject Queue::messages(const QStringList &parts)
 {
     if (!hasTypeAndCard(parts)) {
-        // A caller that asks wrongly is told to wait for messages rather than to go on without them.
+        // A caller that asks wrongly is told to wait for messages rather than to go on without
+        // them.
         QJsonObject refusal = description(u"Некорректные параметры запроса"_s);
         refusal.insert(u"result"_s, true);
         return refusal;

@@ -26,8 +26,8 @@ class Queue : public QObject
     Q_OBJECT
 
 public:
-    /// Says where the settings lie. `serviceLock` says whether this service delivers and must outlive
-    /// the object; without one it does.
+    /// Says where the settings lie. `serviceLock` says whether this service delivers and must
+    /// outlive the object; without one it does.
     explicit Queue(ServiceLock *serviceLock = nullptr);
     ~Queue() override;
 

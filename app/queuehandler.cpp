@@ -102,8 +102,8 @@ void QueueHandler::saveStartIdsIfDue()
 void QueueHandler::saveStartIds()
 {
     logger->trace(u"Запись стартовых идентификаторов в файл"_s);
-    // Workers hold the mutex while they read, one after another, and each may wait for a silent server. The
-    // watchdog would take a main thread that waits for them all for one that hangs.
+    // Workers hold the mutex while they read, one after another, and each may wait for a silent
+    // server. The watchdog would take a main thread that waits for them all for one that hangs.
     auto ids = state->startIds.tryLock(snapshotPatience);
     if (!ids) {
         logger->debug(

@@ -15,8 +15,8 @@ namespace Log4Qt {
 class Logger;
 }
 
-/// Decides which workers run: at each poll one for every type that has rows and no live worker. Keeps
-/// the fail ids in a file, so that a restart does not begin again at the refused messages.
+/// Decides which workers run: at each poll one for every type that has rows and no live worker.
+/// Keeps the fail ids in a file, so that a restart does not begin again at the refused messages.
 ///
 /// Thread: the main thread. Workers touch nothing of it but the shared state. Locks: startLock is
 /// taken first, then the mutex of the running types; the mutex of the fail ids stands alone.
@@ -36,8 +36,8 @@ public:
     QueueHandler(const QueueHandler &) = delete;
     QueueHandler &operator=(const QueueHandler &) = delete;
 
-    /// Starts a worker for the whole type; the card is a note for it. Only the active service starts
-    /// one.
+    /// Starts a worker for the whole type; the card is a note for it. Only the active service
+    /// starts one.
     virtual int startHandler(const QString &type, const QString &cardNumber);
     /// The types that have rows, as the log now shows them.
     virtual QList<TypeCount> getStatus();
@@ -61,7 +61,8 @@ public:
 
 private:
     /// False when the type is there already. Looking and entering are one step, so two starts that
-    /// follow each other closely never make two workers of one type, which would deliver a row twice.
+    /// follow each other closely never make two workers of one type, which would deliver a row
+    /// twice.
     bool enterType(const QString &type);
     void withdrawType(const QString &type);
 

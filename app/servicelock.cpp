@@ -20,11 +20,11 @@ const QString connectionName = u"queue-service-lock"_s;
 constexpr auto interval = std::chrono::seconds(1);
 /// The server does nothing but remember a name here, so it answers at once or not at all.
 constexpr auto answerTimeout = std::chrono::seconds(5);
-/// A service that has lost its connection, and not its life, is back within an interval or two. It has
-/// the first chance, or each cut would hand the queue to the stand-by.
+/// A service that has lost its connection, and not its life, is back within an interval or two. It
+/// has the first chance, or each cut would hand the queue to the stand-by.
 constexpr auto precedence = std::chrono::seconds(5);
-/// After this silence the server closes the connection and frees the lock. It hears nothing of a machine
-/// that has lost its power or its network, and would keep the lock for hours.
+/// After this silence the server closes the connection and frees the lock. It hears nothing of a
+/// machine that has lost its power or its network, and would keep the lock for hours.
 constexpr auto longestSilence = std::chrono::seconds(60);
 /// The start does not wait longer for the first answer; polls then do nothing until it is there.
 constexpr auto firstAnswerTimeout = std::chrono::seconds(15);

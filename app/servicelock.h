@@ -17,10 +17,11 @@ namespace Log4Qt {
 class Logger;
 }
 
-/// One service for a schema on a database server, which services on several machines can name: the one
-/// that has the server's lock delivers, the others wait as stand-bys. The lock belongs to a connection of
-/// its own, which a thread of its own asks each second, since a server that has gone silent may hold up
-/// neither polls nor commands. With SQLite there is nothing to agree on, and no thread.
+/// One service for a schema on a database server, which services on several machines can name: the
+/// one that has the server's lock delivers, the others wait as stand-bys. The lock belongs to a
+/// connection of its own, which a thread of its own asks each second, since a server that has gone
+/// silent may hold up neither polls nor commands. With SQLite there is nothing to agree on, and no
+/// thread.
 ///
 /// SharedState::role follows the lock, and no delivery begins while it is not held.
 /// Thread: the main thread, roleChanged() excepted.
@@ -30,11 +31,12 @@ class ServiceLock : public QObject
 
 public:
     ServiceLock();
-    /// Gives the lock back, and with it the queue to a stand-by: call when the last delivery has ended.
+    /// Gives the lock back, and with it the queue to a stand-by: call when the last delivery has
+    /// ended.
     ~ServiceLock() override;
 
-    /// Returns when the role is known, or after a while without an answer. To be called once, before the
-    /// other operations.
+    /// Returns when the role is known, or after a while without an answer. To be called once,
+    /// before the other operations.
     void start(const std::shared_ptr<SharedState> &state);
     ServiceRole role() const { return state->role; }
     /// Whether other services may have the lock.
@@ -75,11 +77,13 @@ private:
     QString name;
     bool isConnected = false;
     bool isSupported = true;
-    /// This service need not give others the first chance: it has just started, or had the lock last.
+    /// This service need not give others the first chance: it has just started, or had the lock
+    /// last.
     bool hasPrecedence = true;
     bool hadLock = false;
     bool isOutageTold = false;
-    /// The connection that had the lock, and when it was lost: the server may take it for alive a while.
+    /// The connection that had the lock, and when it was lost: the server may take it for alive a
+    /// while.
     QString lockConnection;
     Clock::time_point lostAt;
     std::optional<Clock::time_point> freeSince;

@@ -14,15 +14,15 @@ class ServiceNotifier
 public:
     /// The service has started; from now on the watchdog, if the manager set one, gets its beat.
     void ready();
-    /// The main thread has done a piece of its work. Several that each wait for a silent database server may
-    /// follow one another before the timer of the watchdog's beat has its turn.
+    /// The main thread has done a piece of its work. Several that each wait for a silent database
+    /// server may follow one another before the timer of the watchdog's beat has its turn.
     void alive();
     /// One line for the service manager's list.
     void status(const QString &text);
     /// The service is about to end.
     void stopping();
-    /// What is under way ends in its own time: the manager hears of the service again within `limit`, and
-    /// until then does not end it.
+    /// What is under way ends in its own time: the manager hears of the service again within
+    /// `limit`, and until then does not end it.
     void extend(std::chrono::seconds limit);
 
 private:

@@ -12,8 +12,8 @@
 
 struct Message;
 
-/// One attempt in the making: what the exchanges of the thread came to, and what the handler said of it.
-/// The last word counts. On the stack of the worker.
+/// One attempt in the making: what the exchanges of the thread came to, and what the handler said
+/// of it. The last word counts. On the stack of the worker.
 class Attempt : public http::ExchangeObserver
 {
 public:
@@ -24,7 +24,8 @@ public:
     /// The handler's own word, with its reason. `kind` matters for a kept message only.
     void say(Verdict verdict, const QString &reason, http::FailureKind kind);
 
-    /// `isFinished`: the result of the delivery. It decides: a word that does not go with it is not used.
+    /// `isFinished`: the result of the delivery. It decides: a word that does not go with it is not
+    /// used.
     Outcome outcome(bool isFinished) const;
     /// What the exchanges have shown beside the outcome.
     const QList<Fact> &facts() const { return facts_; }
@@ -44,7 +45,8 @@ private:
     QElapsedTimer timer;
     std::optional<Word> word;
     std::optional<http::ExchangeReport> lastExchange;
-    /// The first request of a message is the same one at each attempt; how far the others come differs.
+    /// The first request of a message is the same one at each attempt; how far the others come
+    /// differs.
     QString firstPath;
     QList<Fact> facts_;
 };

@@ -36,8 +36,8 @@ void BasicHandler::setState(const std::shared_ptr<SharedState> &shared)
 
 void BasicHandler::run()
 {
-    // The pool passes a worker on to its thread under a lock inside Qt, out of sight of whoever checks
-    // that threads do not read what others still write.
+    // The pool passes a worker on to its thread under a lock inside Qt, out of sight of whoever
+    // checks that threads do not read what others still write.
     if (!isHandedOver.load(std::memory_order_acquire))
         qFatal("A worker runs without its state");
     logger_->info(u"Обработчик %1 запущен"_s, type_);
@@ -94,7 +94,8 @@ void BasicHandler::processMessages()
     logger_->debug(u"Обработка сообщений"_s);
     Message done;
     while (!isStopped()) {
-        // No fail id changes here: what was not tried is not refused, and the next pass goes on from here.
+        // No fail id changes here: what was not tried is not refused, and the next pass goes on
+        // from here.
         if (state->role != ServiceRole::Active) {
             logger_->info(u"Служба больше не обслуживает очередь, обработчик завершается"_s);
             return;
@@ -146,8 +147,8 @@ bool BasicHandler::deliver(const Message &message)
     const Outcome outcome = attempt(message);
     if (outcome.verdict == Verdict::Dropped)
         logDrop(outcome);
-    // Before the row goes: a crash in between leaves a message that is recorded twice, and not one that is
-    // gone without a word.
+    // Before the row goes: a crash in between leaves a message that is recorded twice, and not one
+    // that is gone without a word.
     if (state->outcomes)
         state->outcomes->take(outcome);
     return outcome.verdict != Verdict::Kept;

@@ -20,14 +20,14 @@ class Logger;
 
 class Attempt;
 
-/// The worker of one message type: one pass through the type's messages, oldest first, then its end.
-/// A handler says by the result of sendMessage() what becomes of a message; everything that follows
-/// from it is decided here.
+/// The worker of one message type: one pass through the type's messages, oldest first, then its
+/// end. A handler says by the result of sendMessage() what becomes of a message; everything that
+/// follows from it is decided here.
 ///
 /// Made by HandlerFactory, wired by QueueHandler, run and destroyed by the thread pool.
 ///
-/// The order of virtual operations and of fields is part of the interface: compiled code finds them by their
-/// place. The destructor's place is after run(), and new ones come last.
+/// The order of virtual operations and of fields is part of the interface: compiled code finds them
+/// by their place. The destructor's place is after run(), and new ones come last.
 class BasicHandler : public QRunnable
 {
 public:
@@ -41,8 +41,8 @@ public:
         EndOfPass,
     };
 
-    /// Says of each message as it comes up whether it goes out now, and writes the line that announces
-    /// it.
+    /// Says of each message as it comes up whether it goes out now, and writes the line that
+    /// announces it.
     using TurnRule = std::function<Turn(const Message &, queue::DAO &, Log4Qt::Logger &)>;
 
     /// By itself, every message goes out when it comes up.
@@ -70,12 +70,13 @@ public:
     /// Writes under the name of the type.
     Log4Qt::Logger *logger() const { return logger_; }
 
-    /// Calls sendMessage() and says what became of the message. An exception is logged and keeps it.
+    /// Calls sendMessage() and says what became of the message. An exception is logged and keeps
+    /// it.
     Outcome attempt(const Message &message);
 
     /// What a handler says of the message at hand beyond the result of sendMessage(), each for
-    /// `return`: the reason is kept with the message's outcome, so it is in Russian and for people, and
-    /// has no secret in it. The last word counts.
+    /// `return`: the reason is kept with the message's outcome, so it is in Russian and for people,
+    /// and has no secret in it. The last word counts.
     ///
     /// True: finished with, although the service did not do what was asked.
     bool giveUp(const QString &reason);

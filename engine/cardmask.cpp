@@ -42,8 +42,8 @@ bool isCardNumber(QStringView text)
     return count >= fewestDigits && count <= mostDigits && sum % 10 == 0;
 }
 
-/// How far digits in groups of these sizes go, parted by one blank or hyphen each; 0 when they do not. The
-/// last size is the most that its group may have.
+/// How far digits in groups of these sizes go, parted by one blank or hyphen each; 0 when they do
+/// not. The last size is the most that its group may have.
 qsizetype groupedLength(QStringView text, qsizetype position, std::span<const qsizetype> sizes)
 {
     qsizetype end = position;

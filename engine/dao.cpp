@@ -216,7 +216,8 @@ void DAO::onPassEnded()
 
 bool DAO::claimType(const QString &type)
 {
-    // The statement that connects is the one that would read, and its row does not count without a claim.
+    // The statement that connects is the one that would read, and its row does not count without a
+    // claim.
     if (isClaimed || !connected)
         return true;
     isClaimed = askLock(u"GET_LOCK('%1', 0)"_s, type).toInt() == 1;

@@ -28,10 +28,10 @@ struct QueueInfo
 
 namespace queue {
 
-/// Reads, changes and deletes rows of the table `message`, which the till creates and fills; rows of the
-/// service's own are added by DBQueueBroker. A failed statement is logged, counted and read as an empty
-/// queue; when the database does not answer a probe either, the next call connects again. Only connect()
-/// throws.
+/// Reads, changes and deletes rows of the table `message`, which the till creates and fills; rows
+/// of the service's own are added by DBQueueBroker. A failed statement is logged, counted and read
+/// as an empty queue; when the database does not answer a probe either, the next call connects
+/// again. Only connect() throws.
 ///
 /// Thread: one store per thread, never shared, since the prepared statements are members.
 class DAO
@@ -49,15 +49,16 @@ public:
     /// `descending`; with a card, of that card. Its id is below 1 when there is none.
     virtual Message getMessage(const QString &type, int failId, bool descending,
                                const QString &cardNumber);
-    /// As getMessage(), up to `limit` of them. A row without a JSON object comes with an empty body.
+    /// As getMessage(), up to `limit` of them. A row without a JSON object comes with an empty
+    /// body.
     virtual QList<Message> getMessages(const QString &type, int failId, int limit, bool descending,
                                        const QString &cardNumber);
     virtual void deleteMessage(int id);
     /// Opens the connection of this thread, closing the former one, and prepares all statements.
     /// Throws BasicException.
     virtual void connect();
-    /// Whether a message of `type` older than `id` holds `marker` in its body text. `%` and `_` in the
-    /// marker are wildcards.
+    /// Whether a message of `type` older than `id` holds `marker` in its body text. `%` and `_` in
+    /// the marker are wildcards.
     virtual bool hasEarlierMessage(const QString &type, int id, const QString &marker);
 
     /// The types that have rows, in ascending order.
@@ -68,8 +69,9 @@ public:
     /// A worker's pass is over: gives the disk back that an SQLite file's log has taken beyond the
     /// ordinary. Waits for nobody, is counted nowhere, and does nothing on a server.
     void onPassEnded();
-    /// On a server, has the type for this connection until releaseType() or its end; does nothing while
-    /// it has the type already. False when another connection has it, or the server does not tell.
+    /// On a server, has the type for this connection until releaseType() or its end; does nothing
+    /// while it has the type already. False when another connection has it, or the server does not
+    /// tell.
     bool claimType(const QString &type);
     /// Whether the connection has the claimed type still: one that was opened later has not.
     bool hasClaim() const { return isClaimed; }
@@ -99,8 +101,9 @@ private:
     /// A failure is logged and counted.
     bool execute(QSqlQuery &query, std::initializer_list<Binding> bindings);
     bool run(QSqlQuery &query, std::initializer_list<Binding> bindings);
-    /// Looks at the database's file; for the two statements of each delivery only from time to time. What
-    /// these do in between, on a file that was deleted or replaced, they do to the rows of the old one.
+    /// Looks at the database's file; for the two statements of each delivery only from time to
+    /// time. What these do in between, on a file that was deleted or replaced, they do to the rows
+    /// of the old one.
     bool isFileCurrentFor(const QSqlQuery &query);
     Message toMessage(const QSqlQuery &row);
 

@@ -18,8 +18,8 @@ struct HandlerRow
     const char16_t *type;
     /// Is given the type and returns a new object.
     BasicHandler *(*build)(const QString &type);
-    /// Where a message of the type says what a person searches for: dotted paths as for referenceOf(),
-    /// parted by blanks. Without one it is the path of the request's address.
+    /// Where a message of the type says what a person searches for: dotted paths as for
+    /// referenceOf(), parted by blanks. Without one it is the path of the request's address.
     const char16_t *references = u"";
 };
 

@@ -25,13 +25,13 @@ struct JournalTiming
     std::chrono::milliseconds retryInterval{10'000};
 };
 
-/// Keeps what became of each message in a file of its own, whatever database the till has. Workers hand their
-/// outcomes over in memory; a thread of its own writes what has come together, at most once a second. A crash
-/// loses the last second.
+/// Keeps what became of each message in a file of its own, whatever database the till has. Workers
+/// hand their outcomes over in memory; a thread of its own writes what has come together, at most
+/// once a second. A crash loses the last second.
 ///
 /// A file that cannot be written holds up nobody. One warning tells of it, and it is tried again at
-/// intervals. What does not fit into memory meanwhile is left out and told when the file can be written again;
-/// it still counts in the totals.
+/// intervals. What does not fit into memory meanwhile is left out and told when the file can be
+/// written again; it still counts in the totals.
 ///
 /// Thread: any.
 class Journal : public OutcomeSink
@@ -72,7 +72,8 @@ private:
     JournalBatch pending;
     qint64 lost = 0;
     QHash<std::pair<QString, QString>, Clock::time_point> noted;
-    /// The thread waits for the first outcome. Others come while it waits for the interval to be over.
+    /// The thread waits for the first outcome. Others come while it waits for the interval to be
+    /// over.
     bool isIdle = false;
 
     // Touched by the journal's own thread alone.

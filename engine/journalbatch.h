@@ -21,7 +21,8 @@ struct TriedMessage
     int attempts = 1;
 };
 
-/// What the attempts of one type have come to since the last write. Times are milliseconds since 1970, UTC.
+/// What the attempts of one type have come to since the last write. Times are milliseconds since
+/// 1970, UTC.
 struct TypeTally
 {
     static constexpr size_t verdictCount = static_cast<size_t>(Verdict::Kept) + 1;
@@ -54,7 +55,7 @@ struct JournalBatch
     void add(const Outcome &outcome);
     /// A batch that came together after this one.
     void add(JournalBatch &&later);
-    /// With more than `most` messages, puts the attempts of each together and leaves out what is still too
-    /// much. Returns how many attempts were left out.
+    /// With more than `most` messages, puts the attempts of each together and leaves out what is
+    /// still too much. Returns how many attempts were left out.
     qint64 shorten(size_t most);
 };

@@ -31,14 +31,14 @@ constexpr int cacheKibibytes = 256;
 constexpr int ordinaryLogBytes = 4 * 1024 * 1024;
 /// As many rows go in a few milliseconds.
 constexpr qint64 rowsPerPruning = 500;
-/// A message that stays is passed over by the limit of rows, and no further than this many rows are looked at
-/// for others.
+/// A message that stays is passed over by the limit of rows, and no further than this many rows are
+/// looked at for others.
 constexpr qint64 rowsLookedAt = 4 * rowsPerPruning;
 /// Pages that the file gives back in one step, and how many free ones it may keep.
 constexpr qint64 pagesPerStep = 200;
 constexpr qint64 freePages = 1000;
-/// A message that was finished with and comes again was not deleted: the service or the database has failed. Later than
-/// this it is another one, of a table that the till has made again.
+/// A message that was finished with and comes again was not deleted: the service or the database
+/// has failed. Later than this it is another one, of a table that the till has made again.
 constexpr auto longestRepeat = std::chrono::hours(24);
 
 // The primary result codes of SQLite.
@@ -142,7 +142,8 @@ struct JournalStore::Connection
 
     void prepareAll()
     {
-        // The number of a message that was tried before a reference could be read belongs to it as well.
+        // The number of a message that was tried before a reference could be read belongs to it as
+        // well.
         prepare(update,
                 u"UPDATE outcome SET verdict = ?, kind = ?, status = ?, text = ?,"
                 " attempts = attempts + ?, last = ?, milliseconds = ?,"
@@ -257,7 +258,8 @@ void JournalStore::giveBackPages()
     if (spare <= 0)
         return;
     inTransaction([&] {
-        // The statement would give back more than one page if Qt's driver did not end it after its first step.
+        // The statement would give back more than one page if Qt's driver did not end it after its
+        // first step.
         for (qint64 page = 0; page < std::min(spare, pagesPerStep); ++page)
             connection->run(u"PRAGMA incremental_vacuum(1)"_s);
     });
@@ -294,8 +296,8 @@ void JournalStore::open()
         const int version = connection->run(u"PRAGMA user_version"_s).toInt();
         if (version > schemaVersion)
             throw JournalFault(u"файл создан более новой версией службы"_s, false);
-        // Making a new file syncs several times, and the deliveries wait for the same disk. A file that a
-        // power cut leaves half made holds nothing yet, and is put aside.
+        // Making a new file syncs several times, and the deliveries wait for the same disk. A file
+        // that a power cut leaves half made holds nothing yet, and is put aside.
         if (version == 0)
             connection->run(u"PRAGMA synchronous = OFF"_s);
         connection->run(u"PRAGMA journal_mode = WAL"_s);

@@ -35,8 +35,8 @@ struct JournalLimits
     std::chrono::days age{30};
 };
 
-/// The SQLite file in which the service keeps what became of each message. The first write opens it, and
-/// the one after a fault opens it again.
+/// The SQLite file in which the service keeps what became of each message. The first write opens
+/// it, and the one after a fault opens it again.
 ///
 /// Thread: the one that makes the first write.
 class JournalStore
@@ -47,15 +47,17 @@ public:
     JournalStore(const JournalStore &) = delete;
     JournalStore &operator=(const JournalStore &) = delete;
 
-    /// Writes all of the batch or none of it. Throws JournalFault, also when another program has had the
-    /// file locked for a second.
+    /// Writes all of the batch or none of it. Throws JournalFault, also when another program has
+    /// had the file locked for a second.
     void write(const JournalBatch &batch);
-    /// Removes some of the rows that are older than `limits.age` before `now`, or too many. Never takes
-    /// long. True: there are more. Throws JournalFault.
+    /// Removes some of the rows that are older than `limits.age` before `now`, or too many. Never
+    /// takes long. True: there are more. Throws JournalFault.
     bool prune(const JournalLimits &limits, const QDateTime &now);
-    /// Gives a damaged file another name, and the files beside it. The name; empty when that has failed.
+    /// Gives a damaged file another name, and the files beside it. The name; empty when that has
+    /// failed.
     QString putAside();
-    /// Leaves a file without a write-ahead log, which a reader can open that may write nothing beside it.
+    /// Leaves a file without a write-ahead log, which a reader can open that may write nothing
+    /// beside it.
     void close();
 
 private:

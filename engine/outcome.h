@@ -29,8 +29,8 @@ struct Outcome
     QString type = {};
     /// Its last four characters, as maskedCard() has it.
     QString card = {};
-    /// What a person searches by: a receipt, an order, a refund; else the path of the first request. Without
-    /// numbers of payment cards, as the text.
+    /// What a person searches by: a receipt, an order, a refund; else the path of the first
+    /// request. Without numbers of payment cards, as the text.
     QString reference = {};
     Verdict verdict = Verdict::Kept;
     /// None unless the message was kept.
@@ -47,9 +47,9 @@ struct Outcome
 /// What an exchange has shown of the surroundings, beside its outcome.
 struct Fact
 {
-    /// `certificate`: the subject is the path of a client certificate in use, the value the end of its
-    /// validity in milliseconds since 1970. `clock`: the subject is a host, the value by how many seconds
-    /// the till's clock is ahead of the time in its answer.
+    /// `certificate`: the subject is the path of a client certificate in use, the value the end of
+    /// its validity in milliseconds since 1970. `clock`: the subject is a host, the value by how
+    /// many seconds the till's clock is ahead of the time in its answer.
     QString name = {};
     QString subject = {};
     QString value = {};

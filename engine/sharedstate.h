@@ -31,13 +31,16 @@ struct SharedState
     std::atomic<quint8> stopFlag{0};
     /// No delivery begins but by the active service.
     std::atomic<ServiceRole> role{ServiceRole::Active};
-    /// Whether other services may read the same table, so that a worker must have its type for itself.
+    /// Whether other services may read the same table, so that a worker must have its type for
+    /// itself.
     std::atomic<bool> claimsTypes{false};
     /// The types with a live worker, from the moment at which its start is decided.
     Guarded<QSet<QString>> runningTypes;
-    /// The fail id of each type that has one: the message that was last refused. The next read starts
-    /// behind it, and the entry goes when that read finds nothing. Held across the read of a message.
+    /// The fail id of each type that has one: the message that was last refused. The next read
+    /// starts behind it, and the entry goes when that read finds nothing. Held across the read of a
+    /// message.
     Guarded<QMap<QString, int>> startIds;
-    /// Is told what becomes of each message that is tried; null: nobody is. Set before the first worker.
+    /// Is told what becomes of each message that is tried; null: nobody is. Set before the first
+    /// worker.
     std::shared_ptr<OutcomeSink> outcomes;
 };

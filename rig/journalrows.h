@@ -24,7 +24,8 @@ struct JournalRow
 /// file. Throws Error when the file cannot be read.
 QList<JournalRow> readJournal(const QString &file);
 
-/// Each row of each of its tables as one text, its values with blanks in between. As readJournal() otherwise.
+/// Each row of each of its tables as one text, its values with blanks in between. As readJournal()
+/// otherwise.
 QStringList journalTexts(const QString &file);
 
 } // namespace rig

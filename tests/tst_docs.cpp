@@ -17,8 +17,8 @@ QString read(const QString &path)
     return QString::fromUtf8(file.readAll());
 }
 
-/// Texts that are no warning: lines below that level, answers of the control interface, and pieces of
-/// other texts.
+/// Texts that are no warning: lines below that level, answers of the control interface, and pieces
+/// of other texts.
 const QSet<QString> ordinaryTexts{
     // Start, poll and end.
     u"Запуск обработчика очередей сообщений"_s,
@@ -108,7 +108,8 @@ QStringList commonSources()
     return files + QStringList{u"shared/net/httpserver.cpp"_s};
 }
 
-/// A page as far as its two languages must agree: what a reader finds by counting, and what is typed.
+/// A page as far as its two languages must agree: what a reader finds by counting, and what is
+/// typed.
 struct Outline
 {
     QList<int> headingLevels;
@@ -192,8 +193,8 @@ QStringList anchors(const QString &path)
 
 } // namespace
 
-/// The pages for people: their links lead somewhere, the engineer finds every warning explained, and
-/// a page says the same in both languages.
+/// The pages for people: their links lead somewhere, the engineer finds every warning explained,
+/// and a page says the same in both languages.
 class TestDocs : public QObject
 {
     Q_OBJECT
@@ -299,7 +300,8 @@ void TestDocs::pagesAgreeInBothLanguages()
         for (qsizetype line = 0; line < lines.size(); ++line) {
             const QString wanted = typed(lines.at(line));
             const QString found = typed(translated.at(line));
-            // A line that is no command is printed or logged, and may be Russian on the Russian page.
+            // A line that is no command is printed or logged, and may be Russian on the Russian
+            // page.
             if (isCommand(wanted) || !isRussian(found))
                 QCOMPARE(found, wanted);
         }

@@ -9,7 +9,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// A folder with files, and the other folders whose headers its files may include. The tree reads
-/// from the top of the house to its ground; a name stands for the folder itself, without those below.
+/// from the top of the house to its ground; a name stands for the folder itself, without those
+/// below.
 struct Layer
 {
     QString folder;

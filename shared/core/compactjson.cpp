@@ -42,7 +42,8 @@ inline bool isPlain(char16_t letter)
     return letter < plainLetters.size() ? plainLetters[letter] : (letter & 0xf800) != 0xd800;
 }
 
-/// The first letter from `begin` that is not plain. Most texts have none, so four are asked at once.
+/// The first letter from `begin` that is not plain. Most texts have none, so four are asked at
+/// once.
 const char16_t *endOfPlain(const char16_t *begin, const char16_t *end)
 {
     while (end - begin >= 4

@@ -10,12 +10,12 @@
 
 class WriteGate;
 
-/// Opens the till's database as the settings of section `database` say: an SQLite file by default, or
-/// a MariaDB or MySQL server.
+/// Opens the till's database as the settings of section `database` say: an SQLite file by default,
+/// or a MariaDB or MySQL server.
 ///
-/// Each thread has one connection under a name of its own, which only that thread may use and remove.
-/// Nobody keeps a QSqlDatabase beyond the call that needs it, or the removal draws a warning of Qt's;
-/// prepared statements may outlive it.
+/// Each thread has one connection under a name of its own, which only that thread may use and
+/// remove. Nobody keeps a QSqlDatabase beyond the call that needs it, or the removal draws a
+/// warning of Qt's; prepared statements may outlive it.
 ///
 /// When the SQLite file is deleted or replaced while connections have it open, the log says so
 /// once, and the write-ahead log that is left of the former file is put aside before the new one
@@ -35,16 +35,16 @@ public:
     /// would go on succeeding on a file that nobody else sees.
     virtual bool isConnectionCurrent(const QString &name);
     /// Empties the write-ahead log of the calling thread's SQLite connection when it has grown
-    /// beyond the ordinary and nobody needs it; what it holds goes into the file. Waits for its turn
-    /// among this process's writers, and for no other program.
+    /// beyond the ordinary and nobody needs it; what it holds goes into the file. Waits for its
+    /// turn among this process's writers, and for no other program.
     void shrinkLog(const QString &name);
     /// Where writers of the connection's file wait for their turn; null on a server.
     WriteGate *gateOf(const QSqlDatabase &database) const;
 
     /// Whether the settings name a database server.
     static bool usesServer();
-    /// Opens a further connection of the calling thread to that server. It is QSqlDatabase's under `name`,
-    /// and none of the others. A call on it waits for the server for `timeout` at most.
+    /// Opens a further connection of the calling thread to that server. It is QSqlDatabase's under
+    /// `name`, and none of the others. A call on it waits for the server for `timeout` at most.
     /// Throws BasicException as getConnection() does.
     static QSqlDatabase connectToServer(const QString &name, std::chrono::seconds timeout);
 

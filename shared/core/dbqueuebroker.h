@@ -4,8 +4,8 @@
 #include <QString>
 
 /// Writes work for this service into the table `message`.
-/// Reached through Singleton<DBQueueBroker>. Thread: any; the row goes through the connection of the
-/// calling thread.
+/// Reached through Singleton<DBQueueBroker>. Thread: any; the row goes through the connection of
+/// the calling thread.
 class DBQueueBroker
 {
 public:

@@ -4,10 +4,10 @@
 
 #include <optional>
 
-/// Keeps a second service out of the service's folder: two would deliver every message twice. It is an
-/// advisory lock (flock) on a file, so the kernel drops it with the process, however that ends, and no
-/// file that is left behind means anything. The file names the holder for the one that is refused.
-/// Thread: the one that made it.
+/// Keeps a second service out of the service's folder: two would deliver every message twice. It is
+/// an advisory lock (flock) on a file, so the kernel drops it with the process, however that ends,
+/// and no file that is left behind means anything. The file names the holder for the one that is
+/// refused. Thread: the one that made it.
 class FolderLock
 {
 public:

@@ -5,9 +5,9 @@
 
 #include <chrono>
 
-/// What the process has under way, and until when it may take: a stop waits for a delivery as long as that
-/// keeps within its own timeouts, and no longer for one that hangs.
-/// Thread: any; a guard belongs to the thread that made it.
+/// What the process has under way, and until when it may take: a stop waits for a delivery as long
+/// as that keeps within its own timeouts, and no longer for one that hangs. Thread: any; a guard
+/// belongs to the thread that made it.
 namespace inflight {
 
 using Clock = std::chrono::steady_clock;
@@ -20,8 +20,8 @@ struct Delivery
     Clock::time_point deadline;
 };
 
-/// Lives while the calling thread has a message in hand. What a handler does between two calls that it
-/// waits for takes a moment; the guard allows some seconds for it.
+/// Lives while the calling thread has a message in hand. What a handler does between two calls that
+/// it waits for takes a moment; the guard allows some seconds for it.
 class DeliveryGuard
 {
 public:
@@ -31,8 +31,8 @@ public:
     DeliveryGuard &operator=(const DeliveryGuard &) = delete;
 };
 
-/// Lives during a call that ends by itself within `limit`: an exchange, a program that is run, a pause. Without a
-/// message in hand it means nothing.
+/// Lives during a call that ends by itself within `limit`: an exchange, a program that is run, a
+/// pause. Without a message in hand it means nothing.
 class CallGuard
 {
 public:

@@ -9,6 +9,6 @@
 bool isServerDriver(const QString &driver);
 
 /// Opens the connection to the server that the settings name, with the till's time zone and an SQL
-/// mode in which the store's statements run. A call on it waits for the server for `timeout` at most.
-/// Throws BasicException with a text that names the database and holds no password.
+/// mode in which the store's statements run. A call on it waits for the server for `timeout` at
+/// most. Throws BasicException with a text that names the database and holds no password.
 void openServer(QSqlDatabase &database, std::chrono::seconds timeout);

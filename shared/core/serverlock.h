@@ -2,8 +2,8 @@
 
 #include <QString>
 
-/// Locks that a database server keeps for a connection (GET_LOCK), by which services on several machines
-/// that name one schema agree. They end with the connection.
+/// Locks that a database server keeps for a connection (GET_LOCK), by which services on several
+/// machines that name one schema agree. They end with the connection.
 namespace serverlock {
 
 /// The lock of the service that delivers the rows of `schema`.

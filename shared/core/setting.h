@@ -8,8 +8,8 @@
 #include <limits>
 #include <type_traits>
 
-/// One setting: its key, its default and what it means. The only place that says so is a constant in
-/// the header beside its reader, and tools/settings lists all of them:
+/// One setting: its key, its default and what it means. The only place that says so is a constant
+/// in the header beside its reader, and tools/settings lists all of them:
 ///
 ///     inline constexpr Setting<std::chrono::seconds> pause{
 ///         .key = u"scanner:pause",
@@ -18,8 +18,8 @@
 ///         .about = u"Time between two readings.",
 ///     };
 ///
-/// T is int, bool, QString, QStringList, or std::chrono::seconds or milliseconds: the unit in which a
-/// file gives a time is part of the type. The views refer to literals, which live as long as the
+/// T is int, bool, QString, QStringList, or std::chrono::seconds or milliseconds: the unit in which
+/// a file gives a time is part of the type. The views refer to literals, which live as long as the
 /// program.
 template <typename T>
 struct Setting
@@ -31,8 +31,8 @@ struct Setting
 
     /// Written `section:key`.
     QStringView key;
-    /// Holds when no file has the key. Of a list it is the text, entries joined by commas; of a time
-    /// it is the number, as in a file.
+    /// Holds when no file has the key. Of a list it is the text, entries joined by commas; of a
+    /// time it is the number, as in a file.
     Default defaultValue = {};
     /// Any lower number counts as this one.
     int smallest = std::numeric_limits<int>::min();

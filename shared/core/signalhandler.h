@@ -15,8 +15,8 @@ void initSignalHandlers();
 /// return 128 plus the signal's number, false 0. True by default.
 void setNeedCheckExitCode(bool check);
 
-/// `handler` runs on the main thread when a signal has arrived, before the event loop ends; for the next
-/// signal, whichever is registered then. An empty function takes the registration back.
+/// `handler` runs on the main thread when a signal has arrived, before the event loop ends; for the
+/// next signal, whichever is registered then. An empty function takes the registration back.
 void setAddittionalHandler(std::function<void()> handler);
 
 } // namespace signalhandler

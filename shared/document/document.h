@@ -13,8 +13,8 @@ class Document
 public:
     virtual ~Document();
 
-    /// The name of the order behind the document. A kind of document that keeps it elsewhere overrides
-    /// this.
+    /// The name of the order behind the document. A kind of document that keeps it elsewhere
+    /// overrides this.
     virtual QString getOrderId() const;
 
     void setOrderId(const QString &id) { orderId = id; }

@@ -23,8 +23,8 @@ public:
     void setAmount(double newAmount) { amount = newAmount; }
     /// What discounts must leave of that amount; 0 when they may take all.
     void setMinimalAmount(double newAmount) { minimalAmount = newAmount; }
-    /// The amount from which a further discount is reckoned: the whole line or, with `aboveMinimum`,
-    /// the part above its minimal amount.
+    /// The amount from which a further discount is reckoned: the whole line or, with
+    /// `aboveMinimum`, the part above its minimal amount.
     double getDiscountApplyLimit(bool aboveMinimum) const;
 
     void setCampaignLabels(const QStringList &labels) { campaignLabels = labels; }

@@ -4,10 +4,10 @@
 
 #include <QUrl>
 
-/// A processing behind an HTTP address: one POST of all fields as a JSON object. It is done when the
-/// reply's member `success` is true. Anything else is logged and not done, and the same fields come
-/// again, so the processing must know an operation that it has carried out already.
-/// Never throws.
+/// A processing behind an HTTP address: one POST of all fields as a JSON object. It is done when
+/// the reply's member `success` is true. Anything else is logged and not done, and the same fields
+/// come again, so the processing must know an operation that it has carried out already. Never
+/// throws.
 class HttpPaymentProcessing : public PaymentProcessing
 {
 public:

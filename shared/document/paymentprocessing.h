@@ -9,6 +9,7 @@ class PaymentProcessing
 public:
     virtual ~PaymentProcessing();
 
-    /// Works on the fields of a message. True when it is done, so that the message is finished with.
+    /// Works on the fields of a message. True when it is done, so that the message is finished
+    /// with.
     virtual bool process(const QVariantMap &fields) = 0;
 };

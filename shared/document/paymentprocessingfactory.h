@@ -14,13 +14,13 @@
 class PaymentProcessingFactory
 {
 public:
-    /// Forgets the processings handed out so far, so that settings changed since then hold. Between two
-    /// calls each currency keeps its processing.
+    /// Forgets the processings handed out so far, so that settings changed since then hold. Between
+    /// two calls each currency keeps its processing.
     virtual void prepare();
     virtual ~PaymentProcessingFactory();
-    /// The processing for `valut`, or null when none is set up or `valut` is empty. It is shared, and
-    /// outlives a prepare() for whoever holds it. Throws BasicException when the setting is no HTTP
-    /// address.
+    /// The processing for `valut`, or null when none is set up or `valut` is empty. It is shared,
+    /// and outlives a prepare() for whoever holds it. Throws BasicException when the setting is no
+    /// HTTP address.
     virtual std::shared_ptr<PaymentProcessing> getProcessing(const Valut &valut);
 
 private:

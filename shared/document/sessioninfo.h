@@ -4,8 +4,8 @@
 #include <QString>
 #include <QVariantMap>
 
-/// What the bonus server is told of the sale behind an operation. The till prepares it as a map, and
-/// each entry reaches the server as it stands, so a new one asks for no change here.
+/// What the bonus server is told of the sale behind an operation. The till prepares it as a map,
+/// and each entry reaches the server as it stands, so a new one asks for no change here.
 class SessionInfo
 {
 public:

@@ -18,11 +18,11 @@ namespace {
 
 /// A tree is walked and destroyed by recursion, on a worker's stack.
 constexpr int maxDepth = 200;
-/// Qt's reader compares each attribute of an element with all before it: 40,000 of them take it three
-/// seconds, 150,000 half a minute.
+/// Qt's reader compares each attribute of an element with all before it: 40,000 of them take it
+/// three seconds, 150,000 half a minute.
 constexpr int maxAttributes = 1000;
-/// What Qt's tree takes, as measured: a document of 16 MiB of short elements with an attribute each would
-/// take four gigabytes.
+/// What Qt's tree takes, as measured: a document of 16 MiB of short elements with an attribute each
+/// would take four gigabytes.
 constexpr qsizetype nodeBytes = 300;
 constexpr qsizetype attributeTableBytes = 2'200;
 constexpr qsizetype maxTreeBytes = 64 * 1024 * 1024;
@@ -43,8 +43,8 @@ qsizetype byteSize(const QString &text)
     return bytes;
 }
 
-/// Whether an element of the text has more attributes than any service's. Looks at the markup alone, in one
-/// walk, before the reader meets it.
+/// Whether an element of the text has more attributes than any service's. Looks at the markup
+/// alone, in one walk, before the reader meets it.
 bool hasTooManyAttributes(QStringView text)
 {
     qsizetype at = 0;
@@ -81,8 +81,8 @@ qsizetype treeBytesOf(const QXmlStreamReader &element)
     return nodeBytes + (attributes > 0 ? attributeTableBytes + attributes * nodeBytes : 0);
 }
 
-/// Why the text is not to be read; nothing when it is whole and harmless. `selection` gets what it holds,
-/// `treeBytes` what a tree of it would take.
+/// Why the text is not to be read; nothing when it is whole and harmless. `selection` gets what it
+/// holds, `treeBytes` what a tree of it would take.
 std::optional<ParseError> refusal(const QString &text, Prefixes prefixes, XmlSelection *selection,
                                   qsizetype *treeBytes)
 {
@@ -134,8 +134,8 @@ std::optional<ParseError> refusal(const QString &text, Prefixes prefixes, XmlSel
     return std::nullopt;
 }
 
-/// Always an empty document. A limit of ours has its line in the log for every caller: without one, a document
-/// that is well formed would be turned down for no visible reason.
+/// Always an empty document. A limit of ours has its line in the log for every caller: without one,
+/// a document that is well formed would be turned down for no visible reason.
 QDomDocument refused(const ParseError &reason, ParseError *error)
 {
     if (reason.isLimit)

@@ -7,7 +7,8 @@
 
 namespace Log4Qt {
 
-/// The base of appenders written in this project: append() is never called by two threads at a time.
+/// The base of appenders written in this project: append() is never called by two threads at a
+/// time.
 class AppenderSkeleton : public Appender
 {
 public:

@@ -13,8 +13,8 @@ log4cplus::LogLevel toLog4cplus(Level level);
 Level fromLog4cplus(log4cplus::LogLevel level);
 
 /// log4cplus takes its loggers and appenders down when the process ends, while workers may still
-/// log. A line passes with the lock held for reading. The end sets `closed`, which sends every later
-/// line straight to standard output, and then waits for the lock.
+/// log. A line passes with the lock held for reading. The end sets `closed`, which sends every
+/// later line straight to standard output, and then waits for the lock.
 struct Gate
 {
     std::shared_mutex mutex;

@@ -15,9 +15,8 @@ class Logger;
 
 namespace Log4Qt {
 
-/// Writes the lines of one category. Made and owned by LogManager, never destroyed, so that a worker
-/// that outlives main() still writes.
-/// Thread: any.
+/// Writes the lines of one category. Made and owned by LogManager, never destroyed, so that a
+/// worker that outlives main() still writes. Thread: any.
 ///
 /// The forms with arguments fill %1, %2, ... one after another, so a text that itself may hold a
 /// placeholder must not be followed by another argument. A line below the logger's level costs one
@@ -101,8 +100,8 @@ private:
     friend class Configurator;
     explicit Logger(const log4cplus::Logger &logger);
 
-    /// For a number Qt looks for places that want it in the user's language, too, which takes twice as long
-    /// as filling in a text.
+    /// For a number Qt looks for places that want it in the user's language, too, which takes twice
+    /// as long as filling in a text.
     template <typename T>
     static QString filled(const QString &message, T &&value)
     {

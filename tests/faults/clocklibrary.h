@@ -7,7 +7,8 @@
 
 namespace faults {
 
-/// The library that shows a process another time of day than the machine has; empty where there is none.
+/// The library that shows a process another time of day than the machine has; empty where there is
+/// none.
 inline QString clockLibrary()
 {
     using namespace Qt::StringLiterals;

@@ -10,8 +10,8 @@
 
 namespace faults {
 
-/// Mounts of this process are its own from here on. False where the system allows neither root nor an
-/// ordinary user that. To be called while there is one thread alone.
+/// Mounts of this process are its own from here on. False where the system allows neither root nor
+/// an ordinary user that. To be called while there is one thread alone.
 inline bool separateMounts()
 {
     const uid_t user = ::getuid();

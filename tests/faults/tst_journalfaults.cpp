@@ -28,7 +28,8 @@ const QByteArray damaged = u" повреждён ("_s.toUtf8();
 
 bool canMount = false;
 
-/// A till whose queue is not in the folder of its journal, so that the folder's faults are the journal's.
+/// A till whose queue is not in the folder of its journal, so that the folder's faults are the
+/// journal's.
 struct JournalRun
 {
     explicit JournalRun(const QString &settings = {})
@@ -65,8 +66,8 @@ struct JournalRun
 
 } // namespace
 
-/// Whatever happens to the delivery journal, the messages of eight types are delivered, one line warns, and
-/// what became of them is there once the fault is over.
+/// Whatever happens to the delivery journal, the messages of eight types are delivered, one line
+/// warns, and what became of them is there once the fault is over.
 class TestJournalFaults : public QObject
 {
     Q_OBJECT

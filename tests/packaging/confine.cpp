@@ -1,9 +1,9 @@
-// Runs the service as its unit confines it, as far as that can be done without the service manager: the
-// calls to the kernel, the families of sockets, no memory that is both written and run, no new rights,
-// and, for root, a tree in which all but the unit's own paths is read-only.
+// Runs the service as its unit confines it, as far as that can be done without the service manager:
+// the calls to the kernel, the families of sockets, no memory that is both written and run, no new
+// rights, and, for root, a tree in which all but the unit's own paths is read-only.
 //
-// The environment names the unit (CONFINED_UNIT) and the program (CONFINED_PROGRAM); the unit's paths lie
-// below QUEUE_ROOT. systemd-analyze says which calls a set of the unit's has.
+// The environment names the unit (CONFINED_UNIT) and the program (CONFINED_PROGRAM); the unit's
+// paths lie below QUEUE_ROOT. systemd-analyze says which calls a set of the unit's has.
 
 #include <cerrno>
 #include <cstddef>

@@ -19,8 +19,8 @@ struct SecretPlace
 /// The places that there are.
 QList<SecretPlace> secretPlaces();
 
-/// The passwords, tokens and keys of one scenario: known by the name under which they stand in messages,
-/// settings, files, the environment, and in what goes to the peers and comes from them.
+/// The passwords, tokens and keys of one scenario: known by the name under which they stand in
+/// messages, settings, files, the environment, and in what goes to the peers and comes from them.
 class Secrets
 {
 public:

@@ -18,13 +18,13 @@ http::Response noConnection();
 /// The server did not answer in time.
 http::Response timeout();
 
-/// Stands in MockFactory<RestClient> from its making to its end, on the stack of one test. It records
-/// every call and plays its script; at its end it fails the test if a request went beyond the script,
-/// which is then answered with noConnection(), or if a reply was left over.
+/// Stands in MockFactory<RestClient> from its making to its end, on the stack of one test. It
+/// records every call and plays its script; at its end it fails the test if a request went beyond
+/// the script, which is then answered with noConnection(), or if a reply was left over.
 ///
-/// MockFactory hands out this one object for every client that a handler makes, so settings that one
-/// delivery made still hold in the next. Call nextDelivery() between two deliveries; within one,
-/// `Request::settings` tells what was called since the request before.
+/// MockFactory hands out this one object for every client that a handler makes, so settings that
+/// one delivery made still hold in the next. Call nextDelivery() between two deliveries; within
+/// one, `Request::settings` tells what was called since the request before.
 class FakeRestClient : public RestClient
 {
     Q_OBJECT
@@ -70,7 +70,8 @@ public:
     /// All calls in their order: setters such as "setTimeout 10" and the lines of transcript().
     QStringList steps() const;
     int repliesLeft() const;
-    /// What the end of the object would fail the test with, empty for nothing; forgotten from now on.
+    /// What the end of the object would fail the test with, empty for nothing; forgotten from now
+    /// on.
     QString takeComplaint();
 
     void request(int verb, const QUrl &url, const QJsonDocument &body,

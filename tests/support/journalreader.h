@@ -8,8 +8,8 @@
 
 #include <atomic>
 
-/// The rows of a statement on an SQLite file, each as its values with a blank in between. A statement that
-/// fails gives one row, which says why.
+/// The rows of a statement on an SQLite file, each as its values with a blank in between. A
+/// statement that fails gives one row, which says why.
 inline QStringList rowsOf(const QString &path, const QString &statement)
 {
     static std::atomic<int> count{0};

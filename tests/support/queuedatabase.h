@@ -4,9 +4,9 @@
 
 #include <QSqlDatabase>
 
-/// A till in a temporary folder, which QUEUE_ROOT names for the object's life, and the service's SQLite
-/// database there, with empty tables, over the service's own connections.
-/// The settings are those of `tcash.ini` as setSettings() wrote it.
+/// A till in a temporary folder, which QUEUE_ROOT names for the object's life, and the service's
+/// SQLite database there, with empty tables, over the service's own connections. The settings are
+/// those of `tcash.ini` as setSettings() wrote it.
 class QueueDatabase
 {
 public:
@@ -28,8 +28,8 @@ public:
     int put(const QString &type, const QString &body, const QString &cardNumber = QString());
     /// The ids of the rows, in ascending order; with a type, of that type.
     QList<int> ids(const QString &type = QString());
-    /// Runs one statement, which must succeed, with `values` for its question marks, and returns the
-    /// rows.
+    /// Runs one statement, which must succeed, with `values` for its question marks, and returns
+    /// the rows.
     QList<QVariantList> query(const QString &statement, const QVariantList &values = {});
 
 private:

@@ -3,8 +3,9 @@
 #include <cstddef>
 #include <cstring>
 
-/// The place of a virtual operation in the table of its class, as its member pointer holds it on this
-/// platform; -1 for an operation that is not virtual. Name one of several overloads with a cast.
+/// The place of a virtual operation in the table of its class, as its member pointer holds it on
+/// this platform; -1 for an operation that is not virtual. Name one of several overloads with a
+/// cast.
 template <typename Operation>
 int slotOf(Operation operation)
 {

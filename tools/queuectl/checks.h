@@ -39,8 +39,8 @@ QList<Check> examinePort();
 /// The log and its settings: servicecheck.cpp.
 QList<Check> examineLog();
 
-/// Certificates that settings and waiting rows name, and those that the service has converted, whether
-/// each can be read, and until when it holds: certificatecheck.cpp.
+/// Certificates that settings and waiting rows name, and those that the service has converted,
+/// whether each can be read, and until when it holds: certificatecheck.cpp.
 QList<Check> examineCertificates();
 
 /// The rows that wait: queuecheck.cpp.

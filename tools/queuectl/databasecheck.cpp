@@ -67,7 +67,8 @@ QList<Check> examineGrants(const QSqlDatabase &connection)
     return findings.checks;
 }
 
-/// The package of a driver that is not installed; empty when it is, or when there is no such driver.
+/// The package of a driver that is not installed; empty when it is, or when there is no such
+/// driver.
 QString missingPackage(const QString &driver)
 {
     static const QMap<QString, QString> packages{{u"QSQLITE"_s, u"libqt6sql6-sqlite"_s},

@@ -6,18 +6,21 @@
 
 namespace queuectl {
 
-/// Whether a key of this name holds something that must not be shown, such as a password or a token.
+/// Whether a key of this name holds something that must not be shown, such as a password or a
+/// token.
 bool isSecretName(const QString &name);
 
 /// `value` with `***` in place of every secret in it: members whose name is a secret's or one of
-/// `further` (dotted paths from the top, too), passwords in addresses, and the same inside texts that
-/// are JSON themselves.
+/// `further` (dotted paths from the top, too), passwords in addresses, and the same inside texts
+/// that are JSON themselves.
 QJsonValue masked(const QJsonValue &value, const QStringList &further = {});
 
-/// Any text with the secrets masked that can be told in it: JSON objects, addresses, `name=value` pairs.
+/// Any text with the secrets masked that can be told in it: JSON objects, addresses, `name=value`
+/// pairs.
 QString maskedText(const QString &text);
 
-/// The text with all but the last four digits of long numbers masked, as those of cards and telephones.
+/// The text with all but the last four digits of long numbers masked, as those of cards and
+/// telephones.
 QString withoutLongNumbers(const QString &text);
 
 } // namespace queuectl

@@ -51,8 +51,8 @@ bool isAddress(const QString &host)
     return !QHostAddress(host).isNull();
 }
 
-/// A host that the entry has to match. libcurl takes a network of which it cannot read the bits for an
-/// address, so of a network it is not the one that is written there.
+/// A host that the entry has to match. libcurl takes a network of which it cannot read the bits for
+/// an address, so of a network it is not the one that is written there.
 QString exampleHost(const QString &entry)
 {
     const QString host = meantHost(entry);

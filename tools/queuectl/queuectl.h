@@ -4,8 +4,8 @@
 
 namespace queuectl {
 
-/// Carries one command line out, the program's name left out, and returns what the process ends with.
-/// Settings are read from the till's folders.
+/// Carries one command line out, the program's name left out, and returns what the process ends
+/// with. Settings are read from the till's folders.
 int run(const QStringList &commandLine);
 
 /// The help of the program, or of one command.

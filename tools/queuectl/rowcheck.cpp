@@ -77,7 +77,8 @@ bool isFileKey(const QString &key)
            && !name.contains(u"passw"_s);
 }
 
-/// Whether the type's handler takes the key for something of another kind, as a host for an address.
+/// Whether the type's handler takes the key for something of another kind, as a host for an
+/// address.
 bool isOfOtherKind(const catalogue::Type *type, const QString &place, const QString &kind)
 {
     const catalogue::Key *key = type ? catalogue::keyAt(*type, place) : nullptr;

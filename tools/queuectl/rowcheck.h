@@ -26,8 +26,8 @@ struct RowText
     QString statusCode;
 };
 
-/// Checks type, body, the keys that the type's handler reads with their kinds, addresses, time limits
-/// and certificate files.
+/// Checks type, body, the keys that the type's handler reads with their kinds, addresses, time
+/// limits and certificate files.
 QList<Finding> checkRow(const RowText &row);
 /// Only whether the columns take the texts.
 QList<Finding> checkLengths(const RowText &row);

@@ -68,8 +68,8 @@ void examineKey(const QSqlDatabase &connection, Findings &findings)
             "ключ таблицы message не начинается с типа, ожидающие строки одного типа замедляют все остальные (команда в docs/operations.ru.md, настройка базы данных)"));
 }
 
-/// Columns that are compared whole must not ignore letter case or blanks at the end; the body, which
-/// is searched for marks, must not ignore letter case.
+/// Columns that are compared whole must not ignore letter case or blanks at the end; the body,
+/// which is searched for marks, must not ignore letter case.
 void examineCollation(const QSqlDatabase &connection, const QString &table,
                       const QString &comparedColumns, Findings &findings)
 {

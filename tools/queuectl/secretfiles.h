@@ -13,8 +13,9 @@ struct SecretFinding
     QString text;
 };
 
-/// Looks at who may read the settings files: the service's account all of them, and those with passwords,
-/// keys or tokens nobody besides. Members of the service's group write rows, which takes no password.
+/// Looks at who may read the settings files: the service's account all of them, and those with
+/// passwords, keys or tokens nobody besides. Members of the service's group write rows, which takes
+/// no password.
 QList<SecretFinding> checkSettingsRights();
 
 } // namespace queuectl

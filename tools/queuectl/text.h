@@ -5,8 +5,8 @@
 
 namespace queuectl {
 
-/// Whether the operator reads Russian: by LC_ALL, LC_MESSAGES or LANG, the first that is set, as they
-/// were at the first call.
+/// Whether the operator reads Russian: by LC_ALL, LC_MESSAGES or LANG, the first that is set, as
+/// they were at the first call.
 bool isRussian();
 
 /// The text in the operator's language.

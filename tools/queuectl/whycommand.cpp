@@ -174,8 +174,8 @@ NextTry nextTry(const Row &row, Cause cause, const Situation &situation, Message
             in(2)};
 }
 
-/// The row is gone: what is on record of messages with this number, the newest one first. A table that
-/// is made again begins to count at 1, so there may be several.
+/// The row is gone: what is on record of messages with this number, the newest one first. A table
+/// that is made again begins to count at 1, so there may be several.
 Report explainGone(int id)
 {
     JournalFile journal;

@@ -216,8 +216,7 @@ void TstIturupSbpHandler::outcome_data()
     // A null reply is -1, and 0 is required here.
     row("status: null", {noReply}, u"kept service: ответ не прочитан"_s);
     row("status: no state", {code(0)}, u"kept service: состояние операции: не указано"_s);
-    row("rejected: dropped", {operation(u"REJECTED"_s)},
-        u"dropped: операция отклонена"_s);
+    row("rejected: dropped", {operation(u"REJECTED"_s)}, u"dropped: операция отклонена"_s);
     row("not started: done", {operation(u"NOT_STARTED"_s)},
         u"delivered: операция не начата, возвращать нечего"_s);
     row("rejected, code absent: dropped",

@@ -608,8 +608,8 @@ void TestLogging::workersMayLogWhileTheProcessEnds()
 
 void TestLogging::fewThreadsBesideTheMainThread()
 {
-    // log4cplus keeps one thread at least, and a sanitizer may have one of its own. The program ends
-    // when no more are left.
+    // log4cplus keeps one thread at least, and a sanitizer may have one of its own. The program
+    // ends when no more are left.
     QCOMPARE(run({u"idle"_s, u"3"_s}).exitCode, 0);
 }
 

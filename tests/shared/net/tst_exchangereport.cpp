@@ -26,8 +26,8 @@ class TestExchangeReport : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // First: a later server can get the port of one that has closed a kept connection, and such a host
-    // is not trusted with another one.
+    // First: a later server can get the port of one that has closed a kept connection, and such a
+    // host is not trusted with another one.
     void repeatedRequestIsOneExchange();
     void answers_data();
     void answers();

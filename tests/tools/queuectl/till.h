@@ -20,7 +20,8 @@ struct CommandResult
 };
 
 /// A till's files in a temporary folder, and the program `queuectl` to look at them.
-/// The control port of the settings is one that nobody listens on, unless the test starts the service.
+/// The control port of the settings is one that nobody listens on, unless the test starts the
+/// service.
 class Till
 {
 public:
