@@ -84,6 +84,28 @@ check "fuzz: a time that is no number exits with 2" exits_with 2
 run_command "$root/test" --faults=forever
 check "test: an unknown form of the fault tests exits with 2" exits_with 2
 check "test: an unknown form of the fault tests shows the usage" says "Usage: ./test"
+run_command "$root/test" --coverage=engine
+check "test: a value for --coverage exits with 2" exits_with 2
+check "test: a value for --coverage shows the usage" says "Usage: ./test"
+run_command "$root/scripts/coverage" --help
+check "coverage: --help exits with 0" exits_with 0
+check "coverage: --help shows the usage" says "Usage: scripts/coverage"
+if command -v python3 >/dev/null; then
+    run_command env PYTHONPYCACHEPREFIX="$work/python" python3 -m py_compile "$root/scripts/mutants"
+    check "mutants: has no syntax error" exits_with 0
+    run_command "$root/scripts/mutants"
+    check "mutants: without a folder it exits with 2" exits_with 2
+    run_command "$root/scripts/mutants" nonsense
+    check "mutants: an unknown folder fails" exits_with 1
+    check "mutants: an unknown folder is named" says "scripts/mutants: nonsense: there is no source file"
+    run_command "$root/scripts/mutants" engine --sample 0
+    check "mutants: a sample of none exits with 2" exits_with 2
+    run_command "$root/scripts/mutants" engine --sample 2 --list
+    check "mutants: a list has one line for each change" [ "$(wc -l <<<"$output")" = 2 ]
+    run_command "$root/scripts/mutants" --help
+    check "mutants: --help exits with 0" exits_with 0
+    check "mutants: --help shows the usage" says "usage: mutants"
+fi
 for command in run test bench; do
     run_command "$root/$command" --help
     check "$command: --help exits with 0" exits_with 0
