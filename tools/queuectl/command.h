@@ -78,6 +78,7 @@ Report showTypes(const Call &call);
 Report showHistory(const Call &call);
 Report settle(const Call &call);
 Report showMetrics(const Call &call);
+Report checkQueue(const Call &call);
 
 /// The row id that is typed as the first argument. Throws Failure (Usage).
 int rowId(const Call &call);

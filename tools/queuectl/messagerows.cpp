@@ -244,7 +244,8 @@ std::optional<Row> MessageRows::find(int id)
     return toRow(rows.first());
 }
 
-QList<Row> MessageRows::page(const QString &type, int after, int limit, const QString &cardNumber)
+QList<Row> MessageRows::page(const QString &type, int after, int limit, const QString &cardNumber,
+                             const QDateTime &writtenBefore)
 {
     QString condition = u"messageid > ?"_s;
     QVariantList values{after};
@@ -256,6 +257,10 @@ QList<Row> MessageRows::page(const QString &type, int after, int limit, const QS
         condition += u" AND cardnumber = ?"_s;
         values.append(cardNumber);
     }
+    if (writtenBefore.isValid()) {
+        condition += u" AND creationtime < ?"_s;
+        values.append(writtenBefore.toString(u"yyyy-MM-dd HH:mm:ss"_s));
+    }
     values.append(limit);
     QList<Row> result;
     const auto rows =
@@ -266,11 +271,22 @@ QList<Row> MessageRows::page(const QString &type, int after, int limit, const QS
     return result;
 }
 
-int MessageRows::count(const QString &type)
+int MessageRows::count(const QString &type, const QDateTime &writtenBefore)
 {
-    if (type.isEmpty())
-        return number(u"SELECT COUNT(*) FROM message"_s, {});
-    return number(u"SELECT COUNT(*) FROM message WHERE type = ?"_s, {type});
+    QStringList conditions;
+    QVariantList values;
+    if (!type.isEmpty()) {
+        conditions.append(u"type = ?"_s);
+        values.append(type);
+    }
+    if (writtenBefore.isValid()) {
+        conditions.append(u"creationtime < ?"_s);
+        values.append(writtenBefore.toString(u"yyyy-MM-dd HH:mm:ss"_s));
+    }
+    return number(
+        u"SELECT COUNT(*) FROM message"_s
+            + (conditions.isEmpty() ? QString() : u" WHERE "_s + conditions.join(u" AND "_s)),
+        values);
 }
 
 int MessageRows::countBehind(const QString &type, int id)

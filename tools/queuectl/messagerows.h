@@ -73,11 +73,13 @@ public:
     /// What waits and is older, by type. A row whose time only takesIn() can read is counted, too.
     QList<TypeRows> older(const Cutoff &cutoff);
     std::optional<Row> find(int id);
-    /// Up to `limit` rows with an id above `after`, ascending; with a type or card, of that one.
+    /// Up to `limit` rows with an id above `after`, ascending; with a type or card, of that one;
+    /// with a time, rows that were written before.
     QList<Row> page(const QString &type, int after, int limit,
-                    const QString &cardNumber = QString());
-    /// How many rows; with a type, of that one.
-    int count(const QString &type);
+                    const QString &cardNumber = QString(),
+                    const QDateTime &writtenBefore = QDateTime());
+    /// How many rows; with a type, of that one; with a time, rows that were written before.
+    int count(const QString &type, const QDateTime &writtenBefore = QDateTime());
     /// How many rows of the type have an id above `id`.
     int countBehind(const QString &type, int id);
     int countBefore(const QString &type, int id);

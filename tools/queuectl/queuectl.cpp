@@ -4,6 +4,7 @@
 #include "shared/core/connectionfactory.h"
 #include "shared/core/paths.h"
 #include "shared/text/escaping.h"
+#include "tools/queuectl/checkcommand.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
@@ -152,11 +153,16 @@ int run(const QStringList &commandLine)
         }
         return execute(words);
     } catch (const Failure &failure) {
+        // A monitoring server takes its sentence from standard output, and 2 for an alarm.
+        if (first == u"check" && !isJson) {
+            print(checkLine(CheckState::Unknown, failure.tr().ru()) + u'\n');
+            return static_cast<int>(CheckState::Unknown);
+        }
         if (isJson) {
             const QJsonObject error{{u"exitCode"_s, failure.exitCode()},
                                     {u"text"_s, failure.tr().ru()}};
             printError(QString::fromUtf8(escaping::escapedJson(
-                QJsonDocument(QJsonObject{{u"error"_s, error}}).toJson(QJsonDocument::Compact))));
+                QJsonDocument(withOrigin({{u"error"_s, error}})).toJson(QJsonDocument::Compact))));
         } else {
             printError(escaping::escaped(failure.tr().ru()));
         }

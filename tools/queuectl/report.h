@@ -73,6 +73,7 @@ public:
     void object(const QJsonObject &object);
 
     QString toText(bool withColours) const;
+    /// With the origin, see withOrigin().
     QByteArray toJson() const;
 
 private:
@@ -94,6 +95,10 @@ private:
 
     QList<Block> blocks;
 };
+
+/// The object with the members `host`, `version` and `time` (now, with the offset), so that an
+/// answer that was collected says where and when it was given.
+QJsonObject withOrigin(QJsonObject object);
 
 /// `text`, cut with an ellipsis when it has more than `widest` characters.
 QString shortened(const QString &text, qsizetype widest);

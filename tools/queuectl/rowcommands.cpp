@@ -5,6 +5,7 @@
 #include "tools/queuectl/situation.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
+#include "tools/queuectl/timewords.h"
 
 #include <QJsonDocument>
 
@@ -51,13 +52,20 @@ QString describe(const Row &row)
 
 Report listRows(const Call &call)
 {
-    const QString type = call.arguments.first();
+    const QString type = call.arguments.value(0);
+    const bool hasAge = call.has(u"older"_s);
+    if (type.isEmpty() && !hasAge)
+        throw Failure(Usage, text("list takes a type, or --older for all types",
+                                  "list принимает тип, а для всех типов — --older"));
+    const QDateTime before =
+        hasAge ? QDateTime::currentDateTime().addSecs(-readSpan(u"older"_s, call.value(u"older"_s)))
+               : QDateTime();
     const int limit = call.number(u"limit"_s, usualLimit);
     const int after = call.has(u"after"_s) ? call.number(u"after"_s, 1) : -1;
     MessageRows rows;
     // One more tells whether that was all.
-    QList<Row> page = rows.page(type, after, limit + 1, call.value(u"card"_s));
-    if (page.isEmpty() && rows.count(type) == 0)
+    QList<Row> page = rows.page(type, after, limit + 1, call.value(u"card"_s), before);
+    if (page.isEmpty() && !type.isEmpty() && rows.count(type) == 0)
         requireDelivered(type);
     const bool hasMore = page.size() > limit;
     if (hasMore)
@@ -74,24 +82,35 @@ Report listRows(const Call &call)
                       destination.isEmpty() ? QJsonValue() : QJsonValue(destination));
         records.append(record);
     }
-    report.data = {{u"type"_s, type},
+    report.data = {{u"type"_s, type.isEmpty() ? QJsonValue() : QJsonValue(type)},
                    {u"rows"_s, records},
                    {u"more"_s, hasMore},
-                   {u"total"_s, rows.count(type)}};
-    report.table(u"rows"_s, {{u"id"_s, text("Id", "Номер"), Format::Plain, true},
-                             {u"ageSeconds"_s, text("Age", "Ждёт"), Format::Duration, true},
-                             {u"cardNumber"_s, text("Card", "Карта")},
-                             {u"statusCode"_s, text("Status", "Отметка")},
-                             {u"bodyBytes"_s, text("Bytes", "Байт"), Format::Plain, true},
-                             {u"destination"_s, text("Destination", "Куда")}});
-    if (page.isEmpty())
+                   {u"total"_s, rows.count(type, before)}};
+    QList<Column> columns{{u"id"_s, text("Id", "Номер"), Format::Plain, true}};
+    if (type.isEmpty())
+        columns.append({u"type"_s, text("Type", "Тип")});
+    columns.append(QList<Column>{{u"ageSeconds"_s, text("Age", "Ждёт"), Format::Duration, true},
+                                 {u"cardNumber"_s, text("Card", "Карта")},
+                                 {u"statusCode"_s, text("Status", "Отметка")},
+                                 {u"bodyBytes"_s, text("Bytes", "Байт"), Format::Plain, true},
+                                 {u"destination"_s, text("Destination", "Куда")}});
+    report.table(u"rows"_s, columns);
+    if (page.isEmpty() && type.isEmpty())
+        report.line(text("No rows are that old.", "Таких старых строк нет."), Tone::Good);
+    else if (page.isEmpty())
         report.line(text("No rows of type %1 wait here.", "Строк типа %1 здесь нет.").arg(type));
-    if (hasMore)
+    if (hasMore) {
+        QStringList words;
+        if (!type.isEmpty())
+            words.append(type);
+        if (hasAge)
+            words.append(u"--older "_s + call.value(u"older"_s));
         report.line(text("More rows follow: queuectl list %1 --after %2",
                          "Есть ещё строки: queuectl list %1 --after %2")
-                        .arg(type, QString::number(page.last().id)),
+                        .arg(words.join(u' '), QString::number(page.last().id)),
                     Tone::Faint);
-    if (!isDelivered(type))
+    }
+    if (!type.isEmpty() && !isDelivered(type))
         report.line(text("The service has no handler for type %1, these rows stay for ever.",
                          "У службы нет обработчика типа %1, эти строки останутся навсегда.")
                         .arg(type),

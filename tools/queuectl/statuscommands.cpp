@@ -190,7 +190,7 @@ Report watchStatus(const Call &call)
     for (int i = 1; count == 0 || i <= count; ++i) {
         report = showStatus(call);
         if (call.isJson) {
-            const QJsonDocument line(report.data);
+            const QJsonDocument line(withOrigin(report.data));
             print(escaping::escapedJson(line.toJson(QJsonDocument::Compact)) + '\n');
         } else {
             const QString head =

@@ -3,6 +3,7 @@
 #include "tools/queuectl/failure.h"
 #include "tools/queuectl/text.h"
 
+#include <QRegularExpression>
 #include <QTimeZone>
 
 #include <optional>
@@ -94,6 +95,25 @@ QDateTime readTime(const QString &option, const QString &word, DayEnd dayEnd, co
             "--%1 takes today, yesterday, 45min, 2h, 7d, 2026-11-22, 14:00 or '2026-11-22 14:00', not '%2'",
             "--%1 принимает today, yesterday, 45min, 2h, 7d, 2026-11-22, 14:00 или '2026-11-22 14:00', а не '%2'")
             .arg(option, word));
+}
+
+qint64 readSpan(const QString &option, const QString &word)
+{
+    static const QRegularExpression form(u"^([0-9]{1,9})(s|m|min|h|d|с|м|мин|ч|д)$"_s);
+    const QRegularExpressionMatch match = form.match(word.trimmed().toLower());
+    const QString unit = match.captured(2);
+    qint64 seconds = match.captured(1).toLongLong();
+    if (unit == u"d" || unit == u"д")
+        seconds *= 24 * secondsOfHour;
+    else if (unit == u"h" || unit == u"ч")
+        seconds *= secondsOfHour;
+    else if (unit.startsWith(u'm') || unit.startsWith(u'м'))
+        seconds *= secondsOfMinute;
+    if (!match.hasMatch() || seconds < 1 || seconds > maxDays * 24 * secondsOfHour)
+        throw Failure(Usage, text("--%1 takes 90s, 15m, 2h or 7d, not '%2'",
+                                  "--%1 принимает 90s, 15m, 2h или 7d, а не '%2'")
+                                 .arg(option, word));
+    return seconds;
 }
 
 QString exactTime(const QDateTime &time)

@@ -24,6 +24,11 @@ enum class DayEnd
 QDateTime readTime(const QString &option, const QString &word, DayEnd dayEnd,
                    const QDateTime &now = QDateTime::currentDateTime());
 
+/// The span that the operator has typed for `option`, in seconds: 90s, 15m or 15min, 2h, 7d, in
+/// Russian 90с, 15м or 15мин, 2ч, 7д. Ten years at most. Throws Failure (Usage), which lists these
+/// forms.
+qint64 readSpan(const QString &option, const QString &word);
+
 /// A time as JSON has it where milliseconds count: ISO 8601 in the till's zone, with the offset.
 QString exactTime(const QDateTime &time);
 
