@@ -23,6 +23,11 @@ if(component STREQUAL "queue")
     set(doc_dir ${CMAKE_INSTALL_PREFIX}/share/doc/queue)
     configure_file(${source_dir}/queue.service.in ${work_dir}/queue.service @ONLY)
     file(INSTALL ${work_dir}/queue.service DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/system)
+    set(lib_dir ${CMAKE_INSTALL_PREFIX}/lib/queue)
+    configure_file(${source_dir}/fleet/queue-metrics.service.in ${work_dir}/queue-metrics.service
+        @ONLY)
+    file(INSTALL ${work_dir}/queue-metrics.service
+        DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/system)
     file(INSTALL ${source_dir}/queue.logrotate DESTINATION ${sysconf_dir}/logrotate.d RENAME queue)
 else()
     set(package queue-stand)

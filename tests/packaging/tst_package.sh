@@ -67,6 +67,9 @@ contents=$(dpkg-deb --fsys-tarfile "$deb" | tar -t | sed 's/^\.//' | grep -v '/$
 expected_files=(
     /etc/logrotate.d/queue
     /usr/bin/queue
+    /usr/lib/queue/write-metrics
+    /usr/lib/systemd/system/queue-metrics.service
+    /usr/lib/systemd/system/queue-metrics.timer
     /usr/lib/systemd/system/queue.service
     /usr/lib/sysusers.d/queue.conf
     /usr/lib/tmpfiles.d/queue.conf
@@ -75,6 +78,8 @@ expected_files=(
     /usr/share/doc/queue/changelog.gz
     /usr/share/doc/queue/copyright
     /usr/share/doc/queue/docs/control.md
+    /usr/share/doc/queue/docs/fleet.md
+    /usr/share/doc/queue/docs/fleet.ru.md
     /usr/share/doc/queue/docs/installation.md
     /usr/share/doc/queue/docs/integration.md
     /usr/share/doc/queue/docs/integration.ru.md
@@ -87,6 +92,9 @@ expected_files=(
     /usr/share/doc/queue/examples/queue.ini.sample
     /usr/share/doc/queue/examples/queue.nft
     /usr/share/man/man8/queue.8.gz
+    /usr/share/queue/fleet/alerts-test.yml
+    /usr/share/queue/fleet/alerts.yml
+    /usr/share/queue/fleet/dashboard.json
     /usr/share/queue/sql/mariadb.sql
     /usr/share/queue/sql/mysql.sql
     /usr/share/queue/sql/sqlite.sql

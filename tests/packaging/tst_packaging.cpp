@@ -109,6 +109,9 @@ void TestPackaging::initTestCase()
 void TestPackaging::everyFileInItsPlace()
 {
     QStringList expected{
+        prefix + u"/lib/queue/write-metrics"_s,
+        prefix + u"/lib/systemd/system/queue-metrics.service"_s,
+        prefix + u"/lib/systemd/system/queue-metrics.timer"_s,
         prefix + u"/lib/systemd/system/queue.service"_s,
         prefix + u"/lib/sysusers.d/queue.conf"_s,
         prefix + u"/lib/tmpfiles.d/queue.conf"_s,
@@ -121,6 +124,8 @@ void TestPackaging::everyFileInItsPlace()
         prefix + u"/share/doc/queue/copyright"_s,
         prefix + u"/share/doc/queue/docs/control.md"_s,
         prefix + u"/share/doc/queue/docs/installation.md"_s,
+        prefix + u"/share/doc/queue/docs/fleet.md"_s,
+        prefix + u"/share/doc/queue/docs/fleet.ru.md"_s,
         prefix + u"/share/doc/queue/docs/integration.md"_s,
         prefix + u"/share/doc/queue/docs/integration.ru.md"_s,
         prefix + u"/share/doc/queue/docs/log.md"_s,
@@ -133,6 +138,9 @@ void TestPackaging::everyFileInItsPlace()
         prefix + u"/share/doc/queue/examples/queue.nft"_s,
         prefix + u"/share/man/man1/queue-stand.1.gz"_s,
         prefix + u"/share/man/man8/queue.8.gz"_s,
+        prefix + u"/share/queue/fleet/alerts-test.yml"_s,
+        prefix + u"/share/queue/fleet/alerts.yml"_s,
+        prefix + u"/share/queue/fleet/dashboard.json"_s,
         prefix + u"/share/queue/sql/mariadb.sql"_s,
         prefix + u"/share/queue/sql/mysql.sql"_s,
         prefix + u"/share/queue/sql/sqlite.sql"_s,
