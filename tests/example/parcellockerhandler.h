@@ -3,8 +3,8 @@
 #include "engine/basichandler.h"
 
 /// Delivers `parcellocker` messages: the cell of a parcel is opened by one POST. The service
-/// answers
-/// `{"opened": true}`; `{"opened": false, "retry": false}` says that the cell is empty already.
+/// answers `{"opened": true}`; `{"opened": false, "retry": false}` says that the cell is empty
+/// already.
 class ParcelLockerHandler : public BasicHandler
 {
 public:

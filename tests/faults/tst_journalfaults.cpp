@@ -255,11 +255,12 @@ void TestJournalFaults::killed()
     const QString counts = u"SELECT count FROM total ORDER BY type, verdict, kind"_s;
     JournalRun till;
     for (int kill = 0; kill < kills; ++kill) {
-        till.run.start();
         till.run.write(faults::count(600, 2'000));
+        // What the former kill took out of memory is gone without a record.
+        const QList<int> waiting = till.run.database.ids();
+        till.run.start();
         QVERIFY(till.run.waitForRequests(100));
         const QList<int> left = till.run.database.ids();
-        const int gone = till.run.written;
         for (int write = 0; write < 2; ++write) {
             const QStringList before = till.rows(counts);
             till.run.write(8);
@@ -271,7 +272,7 @@ void TestJournalFaults::killed()
             till.rows(u"SELECT messageid FROM outcome WHERE verdict = 'delivered'"_s);
         const QSet<QString> known(recorded.cbegin(), recorded.cend());
         QStringList missing;
-        for (int id = 1; id <= gone; ++id) {
+        for (const int id : waiting) {
             if (!left.contains(id) && !known.contains(QString::number(id)))
                 missing.append(QString::number(id));
         }
