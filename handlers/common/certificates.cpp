@@ -148,7 +148,8 @@ Found lookAt(const QString &pem, Log4Qt::Logger &logger)
 /// conversion, so that neither uses half a file.
 std::shared_ptr<QMutex> conversionLock(const QString &pem)
 {
-    static Guarded<QHash<QString, std::shared_ptr<QMutex>>> locks;
+    // Never destroyed: a worker may outlive main().
+    static auto &locks = *new Guarded<QHash<QString, std::shared_ptr<QMutex>>>;
     const auto table = locks.lock();
     std::shared_ptr<QMutex> &lock = (*table)[pem];
     if (!lock)

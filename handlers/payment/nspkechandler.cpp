@@ -16,7 +16,8 @@ namespace {
 /// Failed attempts by message. They outlast the worker that counts them.
 Guarded<QHash<int, int>> &tries()
 {
-    static Guarded<QHash<int, int>> table;
+    // Never destroyed: a worker may outlive main().
+    static auto &table = *new Guarded<QHash<int, int>>;
     return table;
 }
 

@@ -96,7 +96,9 @@ QVariant converted(const QVariant &given, QMetaType to)
 
 std::shared_ptr<const Strategy> Strategy::create(const QMetaObject *metaObject)
 {
-    static Guarded<QHash<const QMetaObject *, std::shared_ptr<const Strategy>>> strategies;
+    // Never destroyed: a worker may outlive main().
+    static auto &strategies =
+        *new Guarded<QHash<const QMetaObject *, std::shared_ptr<const Strategy>>>;
 
     const auto table = strategies.lock();
     auto &known = (*table)[metaObject];
