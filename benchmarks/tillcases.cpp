@@ -126,7 +126,7 @@ TillCases::Figures TillCases::measure(const TillCase &with, Program program)
     const QStringList names = with.types > types.size() ? plainTypes() : types.first(with.types);
     // More than can be delivered, so that no type comes to its end.
     const int seconds = scene.options.tillSeconds + warmUpSeconds + 2;
-    const int each = with.replyMs > 0 ? 1000 / with.replyMs * seconds : 1500 * seconds;
+    const int each = with.replyMs > 0 ? 1000 / with.replyMs * seconds : 5000 * seconds;
     scene.table.clear();
     scene.table.fill(names, each * static_cast<int>(names.size()), scene.receiver.port());
     scene.receiver.setDelay(std::chrono::milliseconds(with.replyMs));
