@@ -23,7 +23,7 @@ public:
     void manyTypes(Series &series, const QList<int> &typeCounts);
     /// The first messages of queues of several lengths.
     void backlogs(Series &series, const QList<int> &lengths);
-    /// Messages of one type behind the rows of another, whose service is down.
+    /// Messages of one type after the rows of another, whose service is down.
     void otherBacklog();
     void idleMemory();
     void drainMemory();

@@ -36,8 +36,8 @@ void BasicHandler::setState(const std::shared_ptr<SharedState> &shared)
 
 void BasicHandler::run()
 {
-    // The pool passes a worker on to its thread under a lock inside Qt, out of sight of whoever
-    // checks that threads do not read what others still write.
+    // QThreadPool hands workers over under a lock inside Qt, which ThreadSanitizer cannot see; this
+    // flag makes it visible.
     if (!isHandedOver.load(std::memory_order_acquire))
         qFatal("A worker runs without its state");
     logger_->info(u"Обработчик %1 запущен"_s, type_);

@@ -8,7 +8,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Where so many messages wait, the next write comes before the second is over: memory is dearer
+/// Where this many messages wait, the next write comes before the second is over: memory is dearer
 /// then.
 constexpr size_t earlyCount = 1000;
 /// More do not wait, neither for the next write nor for a file that cannot be written.

@@ -19,7 +19,7 @@ struct LoymaxReply
 /// transaction that a reply names is written to the card of the till's document.
 ///
 /// Settings: `Loymax:timeout` in seconds, read at the construction, and `Loymax:uncriticalErrors`,
-/// the codes that finish a message all the same, read for every reply.
+/// the codes that finish a message although they are errors, read for every reply.
 class LoymaxHandler : public BasicHandler
 {
 public:
