@@ -15,7 +15,7 @@
 
 using namespace Qt::StringLiterals;
 
-class TstQueue : public QObject
+class TestQueue : public QObject
 {
     Q_OBJECT
 
@@ -55,7 +55,7 @@ private:
     quint16 port = 0;
 };
 
-void TstQueue::init()
+void TestQueue::init()
 {
     database = std::make_unique<QueueDatabase>();
     reservation = std::make_unique<rig::PortReservation>();
@@ -63,21 +63,21 @@ void TstQueue::init()
     port = reservation->port();
 }
 
-void TstQueue::cleanup()
+void TestQueue::cleanup()
 {
     queue.reset();
     QThreadPool::globalInstance()->waitForDone();
     database.reset();
 }
 
-void TstQueue::start(const QString &settings)
+void TestQueue::start(const QString &settings)
 {
     database->setSettings(u"[queue]\nport = %1\n"_s.arg(port) + settings);
     queue = std::make_unique<Queue>();
     queue->start();
 }
 
-QByteArray TstQueue::curl(const QStringList &arguments)
+QByteArray TestQueue::curl(const QStringList &arguments)
 {
     QProcess client;
     client.start(u"curl"_s, QStringList{u"--silent"_s, u"--show-error"_s} + arguments);
@@ -88,12 +88,12 @@ QByteArray TstQueue::curl(const QStringList &arguments)
     return client.readAllStandardOutput() + client.readAllStandardError();
 }
 
-QString TstQueue::ask(const QString &path)
+QString TestQueue::ask(const QString &path)
 {
     return QString::fromUtf8(curl({u"http://127.0.0.1:%1%2"_s.arg(QString::number(port), path)}));
 }
 
-void TstQueue::startsInOrder()
+void TestQueue::startsInOrder()
 {
     database->put(u"nosuch"_s, u"{}"_s);
     const LogCapture log(u"queue"_s);
@@ -106,7 +106,7 @@ void TstQueue::startsInOrder()
                           u"TRACE Запись стартовых идентификаторов в файл"_s}));
 }
 
-void TstQueue::period_data()
+void TestQueue::period_data()
 {
     QTest::addColumn<QString>("setting");
     QTest::addColumn<int>("seconds");
@@ -119,7 +119,7 @@ void TstQueue::period_data()
     QTest::newRow("longer than the timer counts") << u"timeout = 2147483647\n"_s << 2147483;
 }
 
-void TstQueue::period()
+void TestQueue::period()
 {
     QFETCH(QString, setting);
     QFETCH(int, seconds);
@@ -133,7 +133,7 @@ void TstQueue::period()
     QVERIFY(timer->isActive());
 }
 
-void TstQueue::timerIsArmedAfterThePoll()
+void TestQueue::timerIsArmedAfterThePoll()
 {
     start();
     auto *timer = queue->findChild<QTimer *>();
@@ -144,7 +144,7 @@ void TstQueue::timerIsArmedAfterThePoll()
     QVERIFY(timer->isActive());
 }
 
-void TstQueue::stopSetsTheFlagAndLogs()
+void TestQueue::stopSetsTheFlagAndLogs()
 {
     start();
     database->put(u"heineken"_s, uR"({"url":"http://127.0.0.1:1/"})"_s);
@@ -160,7 +160,7 @@ void TstQueue::stopSetsTheFlagAndLogs()
     QCOMPARE(lines.count(u"WARN Получен сигнал завершения работы"_s), 2);
 }
 
-void TstQueue::commands_data()
+void TestQueue::commands_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("answer");
@@ -194,7 +194,7 @@ void TstQueue::commands_data()
     QTest::newRow("reset") << u"/db_reset_errors"_s << u"{}"_s;
 }
 
-void TstQueue::commands()
+void TestQueue::commands()
 {
     QFETCH(QString, path);
     QFETCH(QString, answer);
@@ -202,7 +202,7 @@ void TstQueue::commands()
     QCOMPARE(ask(path), answer);
 }
 
-void TstQueue::methodPlaysNoPart()
+void TestQueue::methodPlaysNoPart()
 {
     start();
     const QString address = u"http://127.0.0.1:%1/db_errors_count"_s.arg(port);
@@ -211,7 +211,7 @@ void TstQueue::methodPlaysNoPart()
                  QByteArray(R"({"errorsCount":0})"));
 }
 
-void TstQueue::answerIsJson()
+void TestQueue::answerIsJson()
 {
     start();
     const QByteArray answer = curl({u"--include"_s, u"http://127.0.0.1:%1/nosuch"_s.arg(port)});
@@ -222,7 +222,7 @@ void TstQueue::answerIsJson()
     QVERIFY(answer.endsWith("\r\n\r\n" + body));
 }
 
-void TstQueue::statusOfTheTable()
+void TestQueue::statusOfTheTable()
 {
     start();
     const int first = database->put(u"nosuch"_s, u"{}"_s);
@@ -233,7 +233,7 @@ void TstQueue::statusOfTheTable()
              uR"({"firstMessageDateTime":"Tue Feb 3 04:05:06 2026","messagesCount":2})"_s);
 }
 
-void TstQueue::lostDatabase()
+void TestQueue::lostDatabase()
 {
     start();
     database->query(u"ALTER TABLE message RENAME TO away"_s);
@@ -245,7 +245,7 @@ void TstQueue::lostDatabase()
     QCOMPARE(ask(u"/messages/mindbox/1"_s), uR"({"result":true})"_s);
 }
 
-void TstQueue::deletedDatabaseComesBack()
+void TestQueue::deletedDatabaseComesBack()
 {
     start();
     database->put(u"nosuch"_s, u"{}"_s);
@@ -264,7 +264,7 @@ void TstQueue::deletedDatabaseComesBack()
     QCOMPARE(ask(u"/db_errors_count"_s), uR"({"errorsCount":3})"_s);
 }
 
-void TstQueue::eachPieceOfWorkIsTold()
+void TestQueue::eachPieceOfWorkIsTold()
 {
     start(u"timeout = 1\n"_s);
     int served = 0;
@@ -277,7 +277,7 @@ void TstQueue::eachPieceOfWorkIsTold()
     QVERIFY(QTest::qWaitFor([&served] { return served > 0; }, 30'000));
 }
 
-void TstQueue::errorsAreCountedAndReset()
+void TestQueue::errorsAreCountedAndReset()
 {
     start();
     database->query(u"ALTER TABLE message RENAME TO away"_s);
@@ -289,7 +289,7 @@ void TstQueue::errorsAreCountedAndReset()
     QCOMPARE(ask(u"/db_errors_count"_s), uR"({"errorsCount":0})"_s);
 }
 
-void TstQueue::messagesOfACard()
+void TestQueue::messagesOfACard()
 {
     start();
     database->put(u"nosuch"_s, u"{}"_s, u"карта"_s);
@@ -297,7 +297,7 @@ void TstQueue::messagesOfACard()
     QCOMPARE(ask(u"/messages/nosuch/other"_s), uR"({"result":false})"_s);
 }
 
-void TstQueue::startOfAType()
+void TestQueue::startOfAType()
 {
     start();
     QCOMPARE(ask(u"/start/heineken/123"_s), uR"({"description":"Обработчик успешно запущен"})"_s);
@@ -313,7 +313,7 @@ void TstQueue::startOfAType()
     silent.nextPendingConnection()->close();
 }
 
-void TstQueue::linesOfACommand()
+void TestQueue::linesOfACommand()
 {
     start();
     const LogCapture log(u"queue"_s);
@@ -329,7 +329,7 @@ void TstQueue::linesOfACommand()
                  u"INFO Получен запрос"_s, u"WARN Некорректные параметры запроса"_s}));
 }
 
-void TstQueue::takenPort()
+void TestQueue::takenPort()
 {
     QTcpServer other;
     QVERIFY(other.listen(QHostAddress::LocalHost, port));
@@ -343,7 +343,7 @@ void TstQueue::takenPort()
     QVERIFY(queue->findChild<QTimer *>()->isActive());
 }
 
-void TstQueue::portOutOfRange()
+void TestQueue::portOutOfRange()
 {
     const LogCapture log(u"queue"_s);
     start(u"port = 65536\n"_s);
@@ -353,7 +353,7 @@ void TstQueue::portOutOfRange()
     QVERIFY(queue->findChild<QTimer *>()->isActive());
 }
 
-void TstQueue::operationsKeepTheirPlaces()
+void TestQueue::operationsKeepTheirPlaces()
 {
     constexpr int ofQObject = 12;
     QCOMPARE(slotOf(&Queue::messages), ofQObject);
@@ -365,5 +365,5 @@ void TstQueue::operationsKeepTheirPlaces()
     QCOMPARE(meta.method(meta.methodOffset() + 1).name(), QByteArray("runHandlers"));
 }
 
-QTEST_GUILESS_MAIN(TstQueue)
+QTEST_GUILESS_MAIN(TestQueue)
 #include "tst_queue.moc"

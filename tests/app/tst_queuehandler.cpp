@@ -80,7 +80,7 @@ constexpr HandlerRow rows[] = {
 
 } // namespace
 
-class TstQueueHandler : public QObject
+class TestQueueHandler : public QObject
 {
     Q_OBJECT
 
@@ -122,7 +122,7 @@ private:
     std::unique_ptr<QueueHandler> manager;
 };
 
-void TstQueueHandler::init()
+void TestQueueHandler::init()
 {
     built = 0;
     delivered = 0;
@@ -131,7 +131,7 @@ void TstQueueHandler::init()
     manager = std::make_unique<QueueHandler>(rows, state);
 }
 
-void TstQueueHandler::cleanup()
+void TestQueueHandler::cleanup()
 {
     // A test that has failed may have left deliveries behind.
     held.release(1000);
@@ -142,32 +142,32 @@ void TstQueueHandler::cleanup()
     database.reset();
 }
 
-void TstQueueHandler::pollAndWait()
+void TestQueueHandler::pollAndWait()
 {
     manager->startHandlers();
     QThreadPool::globalInstance()->waitForDone();
 }
 
-QByteArray TstQueueHandler::savedFile() const
+QByteArray TestQueueHandler::savedFile() const
 {
     return fileutils::readFromFile(rootedPath(u"/tallocash/cash/queue/ids.json"_s),
                                    QIODevice::ReadOnly);
 }
 
-void TstQueueHandler::limitOfThreads()
+void TestQueueHandler::limitOfThreads()
 {
     QThreadPool::globalInstance()->setMaxThreadCount(3);
     manager->init();
     QCOMPARE(QThreadPool::globalInstance()->maxThreadCount(), 100);
 }
 
-void TstQueueHandler::absentDatabaseStopsTheStart()
+void TestQueueHandler::absentDatabaseStopsTheStart()
 {
     database->setSettings(u"[database]\nname = /nowhere/queues.db\n"_s);
     QVERIFY_EXCEPTION_THROWN(manager->init(), BasicException);
 }
 
-void TstQueueHandler::startsAWorker()
+void TestQueueHandler::startsAWorker()
 {
     manager->init();
     database->put(u"spasibo"_s, u"{}"_s);
@@ -179,7 +179,7 @@ void TstQueueHandler::startsAWorker()
     QVERIFY(state->runningTypes.lock()->isEmpty());
 }
 
-void TstQueueHandler::unknownType()
+void TestQueueHandler::unknownType()
 {
     manager->init();
     const LogCapture log(u"handlerfactory"_s);
@@ -187,7 +187,7 @@ void TstQueueHandler::unknownType()
     QCOMPARE(log.lines(), QStringList{u"WARN Не найден обработчик для сообщений типа 'nosuch'"_s});
 }
 
-void TstQueueHandler::runningTypeIsNotStartedTwice()
+void TestQueueHandler::runningTypeIsNotStartedTwice()
 {
     manager->init();
     database->put(u"slow"_s, u"{}"_s);
@@ -200,7 +200,7 @@ void TstQueueHandler::runningTypeIsNotStartedTwice()
     QCOMPARE(manager->startHandler(u"slow"_s, QString()), 1);
 }
 
-void TstQueueHandler::startOfAWorkerThatHasNotRunYet()
+void TestQueueHandler::startOfAWorkerThatHasNotRunYet()
 {
     manager->init();
     const int row = database->put(u"slow"_s, u"{}"_s);
@@ -217,7 +217,7 @@ void TstQueueHandler::startOfAWorkerThatHasNotRunYet()
     }
 }
 
-void TstQueueHandler::typeWithoutAWorkerIsNotEntered()
+void TestQueueHandler::typeWithoutAWorkerIsNotEntered()
 {
     manager->init();
     database->put(u"nosuch"_s, u"{}"_s);
@@ -234,7 +234,7 @@ void TstQueueHandler::typeWithoutAWorkerIsNotEntered()
     QCOMPARE(manager->startHandler(u"broken"_s, QString()), 1);
 }
 
-void TstQueueHandler::fullPoolStartsNobody()
+void TestQueueHandler::fullPoolStartsNobody()
 {
     manager->init();
     QThreadPool::globalInstance()->setMaxThreadCount(1);
@@ -260,7 +260,7 @@ void TstQueueHandler::fullPoolStartsNobody()
     QCOMPARE(database->ids(), QList<int>());
 }
 
-void TstQueueHandler::pollStartsEveryType()
+void TestQueueHandler::pollStartsEveryType()
 {
     manager->init();
     const int unknown = database->put(u"nosuch"_s, u"{}"_s);
@@ -271,7 +271,7 @@ void TstQueueHandler::pollStartsEveryType()
     QCOMPARE(database->ids(), QList<int>{unknown});
 }
 
-void TstQueueHandler::status()
+void TestQueueHandler::status()
 {
     manager->init();
     database->put(u"slow"_s, u"{}"_s);
@@ -291,7 +291,7 @@ void TstQueueHandler::status()
     held.release();
 }
 
-void TstQueueHandler::emptyStatus()
+void TestQueueHandler::emptyStatus()
 {
     manager->init();
     const LogCapture log(u"queue"_s);
@@ -299,7 +299,7 @@ void TstQueueHandler::emptyStatus()
     QCOMPARE(log.lines(), QStringList{u"DEBUG В очереди нет сообщений"_s});
 }
 
-void TstQueueHandler::savesEvery120Seconds()
+void TestQueueHandler::savesEvery120Seconds()
 {
     manager->init();
     FixedTime time(1'000'000);
@@ -317,7 +317,7 @@ void TstQueueHandler::savesEvery120Seconds()
     QCOMPARE(countSaves(log), 2);
 }
 
-void TstQueueHandler::clockSetBack()
+void TestQueueHandler::clockSetBack()
 {
     manager->init();
     FixedTime time(1'000'000);
@@ -338,7 +338,7 @@ void TstQueueHandler::clockSetBack()
     QCOMPARE(countSaves(log), 3);
 }
 
-void TstQueueHandler::savesTheFailIds()
+void TestQueueHandler::savesTheFailIds()
 {
     manager->init();
     const int refused = database->put(u"spasibo"_s, uR"({"keep":1})"_s);
@@ -351,7 +351,7 @@ void TstQueueHandler::savesTheFailIds()
     QCOMPARE(savedFile(), expected);
 }
 
-void TstQueueHandler::savesAnEmptyMap()
+void TestQueueHandler::savesAnEmptyMap()
 {
     manager->init();
     state->startIds.lock()->insert(u"mindbox"_s, 7);
@@ -363,7 +363,7 @@ void TstQueueHandler::savesAnEmptyMap()
 }
 
 /// A worker whose read waits for a silent server has the fail ids for as long.
-void TstQueueHandler::heldFailIdsAreSavedLater()
+void TestQueueHandler::heldFailIdsAreSavedLater()
 {
     manager->init();
     state->startIds.lock()->insert(u"mindbox"_s, 7);
@@ -391,7 +391,7 @@ void TstQueueHandler::heldFailIdsAreSavedLater()
     QCOMPARE(countSaves(log), 2);
 }
 
-void TstQueueHandler::unwritableFileIsSilent()
+void TestQueueHandler::unwritableFileIsSilent()
 {
     manager->init();
     QVERIFY(QDir().mkpath(rootedPath(u"/tallocash/cash/queue/ids.json/x"_s)));
@@ -400,7 +400,7 @@ void TstQueueHandler::unwritableFileIsSilent()
     QCOMPARE(log.lines(), QStringList{u"TRACE Запись стартовых идентификаторов в файл"_s});
 }
 
-void TstQueueHandler::loads_data()
+void TestQueueHandler::loads_data()
 {
     QTest::addColumn<QByteArray>("file");
     QTest::addColumn<QVariantMap>("ids");
@@ -418,7 +418,7 @@ void TstQueueHandler::loads_data()
                        {u"e"_s, 0}, {u"f"_s, 0}, {u"g"_s, 3}};
 }
 
-void TstQueueHandler::loads()
+void TestQueueHandler::loads()
 {
     QFETCH(QByteArray, file);
     QFETCH(QVariantMap, ids);
@@ -437,7 +437,7 @@ void TstQueueHandler::loads()
     QCOMPARE(log.lines().size(), ids.size());
 }
 
-void TstQueueHandler::logsWhatItLoads()
+void TestQueueHandler::logsWhatItLoads()
 {
     fileutils::writeToFile(rootedPath(u"/tallocash/cash/queue/ids.json"_s), {{u"spasibo"_s, 10}},
                            QIODevice::ReadWrite | QIODevice::Truncate);
@@ -446,7 +446,7 @@ void TstQueueHandler::logsWhatItLoads()
     QCOMPARE(log.lines(), QStringList{u"DEBUG  стартовый идентификатор для spasibo: 10"_s});
 }
 
-void TstQueueHandler::resumesBehindTheStoredId()
+void TestQueueHandler::resumesBehindTheStoredId()
 {
     fileutils::writeToFile(rootedPath(u"/tallocash/cash/queue/ids.json"_s), {{u"spasibo"_s, 10}},
                            QIODevice::ReadWrite | QIODevice::Truncate);
@@ -460,7 +460,7 @@ void TstQueueHandler::resumesBehindTheStoredId()
     QCOMPARE(database->ids(), QList<int>());
 }
 
-void TstQueueHandler::forwardsToTheStore()
+void TestQueueHandler::forwardsToTheStore()
 {
     manager->init();
     database->put(u"mindbox"_s, u"{}"_s, u"1"_s);
@@ -474,7 +474,7 @@ void TstQueueHandler::forwardsToTheStore()
     QCOMPARE(manager->getErrorsCount(), 0);
 }
 
-void TstQueueHandler::deliveryOutlivesTheManager()
+void TestQueueHandler::deliveryOutlivesTheManager()
 {
     manager->init();
     database->put(u"slow"_s, u"{}"_s);
@@ -488,7 +488,7 @@ void TstQueueHandler::deliveryOutlivesTheManager()
     QCOMPARE(database->ids(), QList<int>());
 }
 
-void TstQueueHandler::operationsKeepTheirPlaces()
+void TestQueueHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&QueueHandler::startHandler), 2);
     QCOMPARE(slotOf(&QueueHandler::getStatus), 3);
@@ -497,5 +497,5 @@ void TstQueueHandler::operationsKeepTheirPlaces()
     QCOMPARE(slotOf(&QueueHandler::loadStartIds), 6);
 }
 
-QTEST_GUILESS_MAIN(TstQueueHandler)
+QTEST_GUILESS_MAIN(TestQueueHandler)
 #include "tst_queuehandler.moc"

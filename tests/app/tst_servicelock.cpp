@@ -105,7 +105,7 @@ public:
 
 /// The role of a service, with servers that do not behave as MariaDB does; the real one is in
 /// tests/faults/tst_twoservices.cpp.
-class TstServiceLock : public QObject
+class TestServiceLock : public QObject
 {
     Q_OBJECT
 
@@ -126,12 +126,12 @@ private:
     std::shared_ptr<SharedState> state;
 };
 
-void TstServiceLock::initTestCase()
+void TestServiceLock::initTestCase()
 {
     QSqlDatabase::registerSqlDriver(u"QMYSQL"_s, new QSqlDriverCreator<Driver>);
 }
 
-void TstServiceLock::init()
+void TestServiceLock::init()
 {
     database.reset();
     database = std::make_unique<QueueDatabase>();
@@ -139,12 +139,12 @@ void TstServiceLock::init()
     server = std::make_unique<Server>();
 }
 
-void TstServiceLock::useServer()
+void TestServiceLock::useServer()
 {
     database->setSettings(u"[database]\ndriver = QMYSQL\nname = queues\n"_s);
 }
 
-void TstServiceLock::embeddedDatabaseNeedsNone()
+void TestServiceLock::embeddedDatabaseNeedsNone()
 {
     ServiceLock lock;
     lock.start(state);
@@ -153,7 +153,7 @@ void TstServiceLock::embeddedDatabaseNeedsNone()
     QVERIFY(!state->claimsTypes);
 }
 
-void TstServiceLock::freeLock()
+void TestServiceLock::freeLock()
 {
     useServer();
     const LogCapture log(u"database"_s);
@@ -165,7 +165,7 @@ void TstServiceLock::freeLock()
     QCOMPARE(log.lines(), QStringList());
 }
 
-void TstServiceLock::takenLock()
+void TestServiceLock::takenLock()
 {
     useServer();
     server->holder = 9;
@@ -178,7 +178,7 @@ void TstServiceLock::takenLock()
 }
 
 /// A server may keep a connection for a while that the service has given up.
-void TstServiceLock::ownFormerConnectionIsNoOtherService()
+void TestServiceLock::ownFormerConnectionIsNoOtherService()
 {
     useServer();
     const LogCapture log(u"database"_s);
@@ -195,7 +195,7 @@ void TstServiceLock::ownFormerConnectionIsNoOtherService()
     QVERIFY(QTest::qWaitFor([&] { return lock.role() == ServiceRole::StandBy; }, 30'000));
 }
 
-void TstServiceLock::serverWithoutLocks()
+void TestServiceLock::serverWithoutLocks()
 {
     useServer();
     server->knowsLocks = false;
@@ -211,5 +211,5 @@ void TstServiceLock::serverWithoutLocks()
                     "not exist), служба работает без защиты от второй службы"_s});
 }
 
-QTEST_GUILESS_MAIN(TstServiceLock)
+QTEST_GUILESS_MAIN(TestServiceLock)
 #include "tst_servicelock.moc"

@@ -92,7 +92,7 @@ public:
 
 } // namespace
 
-class TstBasicHandler : public QObject
+class TestBasicHandler : public QObject
 {
     Q_OBJECT
 
@@ -135,7 +135,7 @@ private:
     Script script;
 };
 
-void TstBasicHandler::init()
+void TestBasicHandler::init()
 {
     database.reset();
     database = std::make_unique<QueueDatabase>();
@@ -143,14 +143,14 @@ void TstBasicHandler::init()
     script = {};
 }
 
-void TstBasicHandler::put(const QList<int> &ids, const QString &body)
+void TestBasicHandler::put(const QList<int> &ids, const QString &body)
 {
     for (const int id : ids)
         database->query(u"INSERT INTO message (messageid, type, body) VALUES (?, 'spasibo', ?)"_s,
                         {id, body});
 }
 
-QString TstBasicHandler::pass(const QString &type)
+QString TestBasicHandler::pass(const QString &type)
 {
     script.events.clear();
     ScriptedHandler handler(type, script);
@@ -159,14 +159,14 @@ QString TstBasicHandler::pass(const QString &type)
     return script.events.join(u", ");
 }
 
-void TstBasicHandler::emptyQueue()
+void TestBasicHandler::emptyQueue()
 {
     state->startIds.lock()->insert(u"spasibo"_s, 3);
     QCOMPARE(pass(), u"end"_s);
     QVERIFY(!state->startIds.lock()->contains(u"spasibo"_s));
 }
 
-void TstBasicHandler::failureIsSteppedOver()
+void TestBasicHandler::failureIsSteppedOver()
 {
     put({5, 6, 7});
     refuse(6);
@@ -181,7 +181,7 @@ void TstBasicHandler::failureIsSteppedOver()
     QCOMPARE(pass(), u"6 deleted, end"_s);
 }
 
-void TstBasicHandler::failIdAtTheEnd()
+void TestBasicHandler::failIdAtTheEnd()
 {
     put({5});
     state->startIds.lock()->insert(u"spasibo"_s, 5);
@@ -190,7 +190,7 @@ void TstBasicHandler::failIdAtTheEnd()
     QCOMPARE(pass(), u"5 deleted, end"_s);
 }
 
-void TstBasicHandler::everyPassStepsOverOneFailure()
+void TestBasicHandler::everyPassStepsOverOneFailure()
 {
     put({1, 2, 3});
     refuse(1);
@@ -201,7 +201,7 @@ void TstBasicHandler::everyPassStepsOverOneFailure()
     QCOMPARE(pass(), u"1 kept"_s);
 }
 
-void TstBasicHandler::typesDoNotMix()
+void TestBasicHandler::typesDoNotMix()
 {
     put({1});
     const int other = database->put(u"mindbox"_s, u"{}"_s);
@@ -211,7 +211,7 @@ void TstBasicHandler::typesDoNotMix()
     QCOMPARE(state->startIds.copy(), (QMap<QString, int>{{u"mindbox"_s, 77}}));
 }
 
-void TstBasicHandler::forcedStartServesTheWholeType()
+void TestBasicHandler::forcedStartServesTheWholeType()
 {
     const int first = database->put(u"spasibo"_s, u"{}"_s, u"1"_s);
     const int second = database->put(u"spasibo"_s, u"{}"_s, u"2"_s);
@@ -224,7 +224,7 @@ void TstBasicHandler::forcedStartServesTheWholeType()
     QCOMPARE(handler.delivered.at(1).id, second);
 }
 
-void TstBasicHandler::stopBeforeTheFirstRead()
+void TestBasicHandler::stopBeforeTheFirstRead()
 {
     put({5});
     state->startIds.lock()->insert(u"spasibo"_s, 5);
@@ -235,7 +235,7 @@ void TstBasicHandler::stopBeforeTheFirstRead()
     QCOMPARE(log.lines().count(u"WARN Получен сигнал завершения работы"_s), 1);
 }
 
-void TstBasicHandler::stopBetweenTwoMessages()
+void TestBasicHandler::stopBetweenTwoMessages()
 {
     put({1, 2});
     script.stopAt = 1;
@@ -243,7 +243,7 @@ void TstBasicHandler::stopBetweenTwoMessages()
     QCOMPARE(database->ids(), QList<int>{2});
 }
 
-void TstBasicHandler::idZeroIsNeverProcessed()
+void TestBasicHandler::idZeroIsNeverProcessed()
 {
     put({0, 1});
     QCOMPARE(pass(), u"end"_s);
@@ -251,7 +251,7 @@ void TstBasicHandler::idZeroIsNeverProcessed()
     QCOMPARE(database->ids(), (QList<int>{0, 1}));
 }
 
-void TstBasicHandler::lostDatabaseForgetsTheFailId()
+void TestBasicHandler::lostDatabaseForgetsTheFailId()
 {
     put({5, 6});
     state->startIds.lock()->insert(u"spasibo"_s, 5);
@@ -263,7 +263,7 @@ void TstBasicHandler::lostDatabaseForgetsTheFailId()
     QCOMPARE(pass(), u"5 deleted, 6 deleted, end"_s);
 }
 
-void TstBasicHandler::unreadableBodyReachesTheHandler()
+void TestBasicHandler::unreadableBodyReachesTheHandler()
 {
     put({1}, u"no json"_s);
     ScriptedHandler handler(u"spasibo"_s, script);
@@ -273,7 +273,7 @@ void TstBasicHandler::unreadableBodyReachesTheHandler()
     QVERIFY(handler.delivered.first().body.isEmpty());
 }
 
-void TstBasicHandler::rowThatDoesNotGoAway()
+void TestBasicHandler::rowThatDoesNotGoAway()
 {
     put({1, 2});
     database->query(u"CREATE TRIGGER queues.stubborn BEFORE DELETE ON message "
@@ -289,7 +289,7 @@ void TstBasicHandler::rowThatDoesNotGoAway()
     QCOMPARE(pass(), u"1 deleted, 2 deleted, end"_s);
 }
 
-void TstBasicHandler::handlerThatThrows()
+void TestBasicHandler::handlerThatThrows()
 {
     put({1, 2, 3, 4, 5});
     const QString full = u"База данных занята, %1"_s;
@@ -310,7 +310,7 @@ void TstBasicHandler::handlerThatThrows()
                           "неизвестна"_s}));
 }
 
-void TstBasicHandler::numberGivenAgain_data()
+void TestBasicHandler::numberGivenAgain_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QString>("events");
@@ -320,7 +320,7 @@ void TstBasicHandler::numberGivenAgain_data()
 }
 
 /// A table that the till has made without AUTOINCREMENT gives the number of a deleted row again.
-void TstBasicHandler::numberGivenAgain()
+void TestBasicHandler::numberGivenAgain()
 {
     QFETCH(QString, body);
     QFETCH(QString, events);
@@ -356,7 +356,7 @@ void TstBasicHandler::numberGivenAgain()
     }
 }
 
-void TstBasicHandler::outcomesAreTold()
+void TestBasicHandler::outcomesAreTold()
 {
     const auto sink = std::make_shared<RecordingSink>();
     state->outcomes = sink;
@@ -371,7 +371,7 @@ void TstBasicHandler::outcomesAreTold()
 }
 
 /// Also where nobody takes the outcomes.
-void TstBasicHandler::dropLeavesALine()
+void TestBasicHandler::dropLeavesALine()
 {
     const LogCapture log(u"outcome"_s);
     put({1, 2, 3});
@@ -381,7 +381,7 @@ void TstBasicHandler::dropLeavesALine()
     QCOMPARE(log.lines(), QStringList{u"INFO Сообщение 2 (spasibo) снято с доставки: отказ"_s});
 }
 
-void TstBasicHandler::factsAreTold()
+void TestBasicHandler::factsAreTold()
 {
     struct Exchanging : ScriptedHandler
     {
@@ -403,7 +403,7 @@ void TstBasicHandler::factsAreTold()
     QCOMPARE(sink->lines, (QStringList{u"clock bank.example 3"_s, u"1 delivered "_s}));
 }
 
-void TstBasicHandler::typeIsListedWhileItRuns()
+void TestBasicHandler::typeIsListedWhileItRuns()
 {
     put({1});
     bool wasListed = false;
@@ -428,7 +428,7 @@ void TstBasicHandler::typeIsListedWhileItRuns()
     QVERIFY(state->runningTypes.lock()->isEmpty());
 }
 
-void TstBasicHandler::snapshotIsNotDisturbed()
+void TestBasicHandler::snapshotIsNotDisturbed()
 {
     state->startIds.lock()->insert({{u"spasibo"_s, 3}, {u"mindbox"_s, 4}});
     const QMap<QString, int> snapshot = state->startIds.copy();
@@ -437,7 +437,7 @@ void TstBasicHandler::snapshotIsNotDisturbed()
     QCOMPARE(state->startIds.copy(), (QMap<QString, int>{{u"mindbox"_s, 4}}));
 }
 
-void TstBasicHandler::unreachableDatabaseLeavesRun()
+void TestBasicHandler::unreachableDatabaseLeavesRun()
 {
     database->setSettings(u"[database]\nname = /nowhere/queues.db\n"_s);
     ScriptedHandler handler(u"spasibo"_s, script);
@@ -446,7 +446,7 @@ void TstBasicHandler::unreachableDatabaseLeavesRun()
     QCOMPARE(script.events, QStringList());
 }
 
-void TstBasicHandler::linesOfAPass()
+void TestBasicHandler::linesOfAPass()
 {
     put({7}, uR"({"url":"http://x","body":"%1 %2"})"_s);
     const LogCapture log(u"spasibo"_s);
@@ -458,7 +458,7 @@ void TstBasicHandler::linesOfAPass()
                      u"INFO Удаление сообщения 7"_s, u"DEBUG Обработка сообщений завершена"_s}));
 }
 
-void TstBasicHandler::endOfAPassShrinksTheLog()
+void TestBasicHandler::endOfAPassShrinksTheLog()
 {
     put({5});
     const QString log = database->file() + u"-wal"_s;
@@ -481,7 +481,7 @@ void TstBasicHandler::endOfAPassShrinksTheLog()
     QSqlDatabase::removeDatabase(u"till"_s);
 }
 
-void TstBasicHandler::operationsKeepTheirPlaces()
+void TestBasicHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&BasicHandler::run), 0);
     QCOMPARE(slotOf(&BasicHandler::processMessages), 3);
@@ -492,5 +492,5 @@ void TstBasicHandler::operationsKeepTheirPlaces()
     QCOMPARE(slotOf(&BasicHandler::onQueueEmpty), 8);
 }
 
-QTEST_GUILESS_MAIN(TstBasicHandler)
+QTEST_GUILESS_MAIN(TestBasicHandler)
 #include "tst_basichandler.moc"

@@ -8,7 +8,7 @@
 using namespace Qt::StringLiterals;
 
 /// What the store reads and writes.
-class TstDao : public DaoFixture
+class TestDao : public DaoFixture
 {
     Q_OBJECT
 
@@ -42,7 +42,7 @@ private Q_SLOTS:
     void operationsKeepTheirPlaces();
 };
 
-void TstDao::emptyTable()
+void TestDao::emptyTable()
 {
     queue::DAO dao;
     dao.connect();
@@ -54,7 +54,7 @@ void TstDao::emptyTable()
     QCOMPARE(dao.getErrorsCount(), 0);
 }
 
-void TstDao::oldestFirst()
+void TestDao::oldestFirst()
 {
     const int first = database->put(u"cardlab"_s, u"{}"_s);
     database->put(u"heineken"_s, u"{}"_s);
@@ -65,7 +65,7 @@ void TstDao::oldestFirst()
     QCOMPARE(dao.getMessage(u"cardlab"_s, first, false, QString()).id, second);
 }
 
-void TstDao::descending()
+void TestDao::descending()
 {
     const int first = database->put(u"cardlab"_s, u"{}"_s, u"1"_s);
     const int second = database->put(u"cardlab"_s, u"{}"_s, u"2"_s);
@@ -79,7 +79,7 @@ void TstDao::descending()
     QCOMPARE(dao.getMessages(u"cardlab"_s, -1, 1, true, QString()).size(), 1);
 }
 
-void TstDao::failIdIsExceeded()
+void TestDao::failIdIsExceeded()
 {
     database->put(u"cardlab"_s, u"{}"_s);
     const int last = database->put(u"cardlab"_s, u"{}"_s);
@@ -89,7 +89,7 @@ void TstDao::failIdIsExceeded()
     QVERIFY(dao.hasMessages(u"cardlab"_s, QString()));
 }
 
-void TstDao::rowsOfOtherTypesAreNotRead_data()
+void TestDao::rowsOfOtherTypesAreNotRead_data()
 {
     QTest::addColumn<int>("own");
     QTest::newRow("one row") << 1;
@@ -100,7 +100,7 @@ void TstDao::rowsOfOtherTypesAreNotRead_data()
 
 /// The rows of a service that is down come first. A reading that walked past them would take longer
 /// with each of them, and all types would wait for it.
-void TstDao::rowsOfOtherTypesAreNotRead()
+void TestDao::rowsOfOtherTypesAreNotRead()
 {
     QFETCH(int, own);
     if (!server) {
@@ -137,7 +137,7 @@ void TstDao::rowsOfOtherTypesAreNotRead()
     }
 }
 
-void TstDao::emptyCardSelectsAllCards()
+void TestDao::emptyCardSelectsAllCards()
 {
     const int withCard = database->put(u"mindbox"_s, u"{}"_s, u"777"_s);
     database->put(u"mindbox"_s, u"{}"_s, u""_s);
@@ -148,7 +148,7 @@ void TstDao::emptyCardSelectsAllCards()
     QVERIFY(dao.hasMessages(u"mindbox"_s, u""_s));
 }
 
-void TstDao::cardNarrows()
+void TestDao::cardNarrows()
 {
     database->put(u"mindbox"_s, u"{}"_s, u"1"_s);
     const int wanted = database->put(u"mindbox"_s, u"{}"_s, u"2"_s);
@@ -160,7 +160,7 @@ void TstDao::cardNarrows()
     QVERIFY(!dao.hasMessages(u"cardlab"_s, u"2"_s));
 }
 
-void TstDao::fieldsOfAMessage()
+void TestDao::fieldsOfAMessage()
 {
     const int id = database->put(u"spasibo"_s, uR"({"url":"http://x/ю","n":7})"_s, u"карта"_s);
     database->query(u"UPDATE message SET statuscode = '3'"_s);
@@ -174,7 +174,7 @@ void TstDao::fieldsOfAMessage()
     QCOMPARE(message.statusCode, u"3"_s);
 }
 
-void TstDao::bodies_data()
+void TestDao::bodies_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QVariantMap>("read");
@@ -191,7 +191,7 @@ void TstDao::bodies_data()
     QTest::newRow("emoji") << u"{\"a\":\"😀\"}"_s << QVariantMap{{u"a"_s, u"😀"_s}} << false;
 }
 
-void TstDao::bodies()
+void TestDao::bodies()
 {
     QFETCH(QString, body);
     QFETCH(QVariantMap, read);
@@ -211,7 +211,7 @@ void TstDao::bodies()
     QCOMPARE(database->ids(), QList<int>{id});
 }
 
-void TstDao::tenMegabytes()
+void TestDao::tenMegabytes()
 {
     const QString text(10 * 1024 * 1024, u'ж');
     database->put(u"cardlab"_s, u"{\"body\":\""_s + text.left(5 * 1024 * 1024) + u"\"}"_s);
@@ -222,7 +222,7 @@ void TstDao::tenMegabytes()
     QCOMPARE(dao.getErrorsCount(), 0);
 }
 
-void TstDao::countsInOrderOfType()
+void TestDao::countsInOrderOfType()
 {
     for (const QString &type : {u"mindbox"_s, u"cardlab"_s, u"mindbox"_s, u"Zeta"_s})
         database->put(type, u"{}"_s);
@@ -235,7 +235,7 @@ void TstDao::countsInOrderOfType()
     QCOMPARE(seen, (QStringList{u"Zeta 1"_s, u"cardlab 1"_s, u"mindbox 2"_s}));
 }
 
-void TstDao::typesDifferByCase()
+void TestDao::typesDifferByCase()
 {
     database->put(u"spasiboBatch"_s, u"{}"_s);
     queue::DAO dao;
@@ -246,7 +246,7 @@ void TstDao::typesDifferByCase()
 }
 
 /// A row of type `cardlab ` has no handler, and card `77 ` is another card than `77`.
-void TstDao::trailingBlanksCount()
+void TestDao::trailingBlanksCount()
 {
     const int blank = database->put(u"cardlab "_s, u"{}"_s, u"77"_s);
     const int last = database->put(u"excisemark"_s, u"{\"mark\":\"АБВ\"}"_s, u"77 "_s);
@@ -276,7 +276,7 @@ void TstDao::trailingBlanksCount()
     QCOMPARE(dao.getErrorsCount(), 0);
 }
 
-void TstDao::deletesOneRow()
+void TestDao::deletesOneRow()
 {
     const int first = database->put(u"cardlab"_s, u"{}"_s);
     const int second = database->put(u"cardlab"_s, u"{}"_s);
@@ -292,7 +292,7 @@ void TstDao::deletesOneRow()
     QVERIFY2(third > second, "the number of a deleted row came back");
 }
 
-void TstDao::statusCode()
+void TestDao::statusCode()
 {
     const int first = database->put(u"spasibo"_s, u"{}"_s);
     database->put(u"spasibo"_s, u"{}"_s);
@@ -304,7 +304,7 @@ void TstDao::statusCode()
     QCOMPARE(messages.at(1).statusCode, u""_s);
 }
 
-void TstDao::earlierMessage_data()
+void TestDao::earlierMessage_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QString>("marker");
@@ -319,7 +319,7 @@ void TstDao::earlierMessage_data()
     QTest::newRow("quote") << uR"({"mark":"it's"})"_s << u"it's"_s << true;
 }
 
-void TstDao::earlierMessage()
+void TestDao::earlierMessage()
 {
     QFETCH(QString, body);
     QFETCH(QString, marker);
@@ -334,7 +334,7 @@ void TstDao::earlierMessage()
     QVERIFY(!dao.hasEarlierMessage(u"markdown"_s, later, marker));
 }
 
-void TstDao::queueInfo()
+void TestDao::queueInfo()
 {
     const int first = database->put(u"cardlab"_s, u"{}"_s);
     database->put(u"mindbox"_s, u"{}"_s);
@@ -350,7 +350,7 @@ void TstDao::queueInfo()
     QCOMPARE(info.firstMessageTime, QDateTime(QDate(2026, 2, 3), QTime(4, 5, 6)));
 }
 
-void TstDao::timeWithAZone_data()
+void TestDao::timeWithAZone_data()
 {
     QTest::addColumn<QString>("time");
     QTest::addColumn<QTime>("shown");
@@ -361,7 +361,7 @@ void TstDao::timeWithAZone_data()
 }
 
 /// A till writes it as text where the column lets it.
-void TstDao::timeWithAZone()
+void TestDao::timeWithAZone()
 {
     QFETCH(QString, time);
     QFETCH(QTime, shown);
@@ -380,7 +380,7 @@ void TstDao::timeWithAZone()
                "DEFAULT CURRENT_TIMESTAMP"_s);
 }
 
-void TstDao::traceOfARead()
+void TestDao::traceOfARead()
 {
     queue::DAO dao;
     dao.connect();
@@ -392,7 +392,7 @@ void TstDao::traceOfARead()
                           u"TRACE Получение сообщения типа cardlab с идентификатором > 15"_s}));
 }
 
-void TstDao::operationsKeepTheirPlaces()
+void TestDao::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&queue::DAO::hasMessages), 2);
     QCOMPARE(slotOf(&queue::DAO::getMessage), 3);
@@ -404,7 +404,7 @@ void TstDao::operationsKeepTheirPlaces()
 
 int main(int argc, char **argv)
 {
-    return DaoFixture::runOnBoth<TstDao>(argc, argv);
+    return DaoFixture::runOnBoth<TestDao>(argc, argv);
 }
 
 #include "tst_dao.moc"

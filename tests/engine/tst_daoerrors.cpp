@@ -18,7 +18,7 @@
 using namespace Qt::StringLiterals;
 
 /// What the store does when a statement fails, and when the database is away.
-class TstDaoErrors : public DaoFixture
+class TestDaoErrors : public DaoFixture
 {
     Q_OBJECT
 
@@ -48,7 +48,7 @@ private:
     void breakConnection();
 };
 
-void TstDaoErrors::failedStatementKeepsTheConnection()
+void TestDaoErrors::failedStatementKeepsTheConnection()
 {
     const int id = database->put(u"spasibo"_s, u"{}"_s);
     queue::DAO dao;
@@ -67,7 +67,7 @@ void TstDaoErrors::failedStatementKeepsTheConnection()
     QCOMPARE(dao.getErrorsCount(), 0);
 }
 
-void TstDaoErrors::causeThatGoesAway_data()
+void TestDaoErrors::causeThatGoesAway_data()
 {
     QTest::addColumn<bool>("isThereFromTheStart");
     QTest::addColumn<int>("calls");
@@ -79,7 +79,7 @@ void TstDaoErrors::causeThatGoesAway_data()
 
 /// A column that a till's update takes away and gives back. Each call fails and is counted once;
 /// the first one afterwards succeeds.
-void TstDaoErrors::causeThatGoesAway()
+void TestDaoErrors::causeThatGoesAway()
 {
     QFETCH(bool, isThereFromTheStart);
     QFETCH(int, calls);
@@ -115,7 +115,7 @@ void TstDaoErrors::causeThatGoesAway()
     QVERIFY2(!log.lines().contains(u"DEBUG Подключение к базе данных"_s), "it reconnected");
 }
 
-void TstDaoErrors::lostTableReconnects()
+void TestDaoErrors::lostTableReconnects()
 {
     const int id = database->put(u"cardlab"_s, u"{}"_s);
     queue::DAO dao;
@@ -132,7 +132,7 @@ void TstDaoErrors::lostTableReconnects()
     QCOMPARE(dao.getErrorsCount(), 2);
 }
 
-void TstDaoErrors::unreachableAtFirstCall()
+void TestDaoErrors::unreachableAtFirstCall()
 {
     breakConnection();
     queue::DAO dao;
@@ -150,7 +150,7 @@ void TstDaoErrors::unreachableAtFirstCall()
     QCOMPARE(dao.getErrorsCount(), 2);
 }
 
-void TstDaoErrors::unreachableThrowsFromConnect()
+void TestDaoErrors::unreachableThrowsFromConnect()
 {
     breakConnection();
     {
@@ -161,7 +161,7 @@ void TstDaoErrors::unreachableThrowsFromConnect()
     database->setSettings(server ? server->settings() : QString());
 }
 
-void TstDaoErrors::queueInfoOfALostTable()
+void TestDaoErrors::queueInfoOfALostTable()
 {
     queue::DAO dao;
     dao.connect();
@@ -175,7 +175,7 @@ void TstDaoErrors::queueInfoOfALostTable()
 }
 
 /// The main thread is asked for it while the database is away.
-void TstDaoErrors::queueInfoWithoutConnection()
+void TestDaoErrors::queueInfoWithoutConnection()
 {
     change(u"ALTER TABLE message RENAME TO away"_s);
     {
@@ -203,7 +203,7 @@ void TstDaoErrors::queueInfoWithoutConnection()
     }
 }
 
-void TstDaoErrors::endRemovesTheConnection()
+void TestDaoErrors::endRemovesTheConnection()
 {
     database->put(u"cardlab"_s, u"{}"_s);
     QString name;
@@ -220,7 +220,7 @@ void TstDaoErrors::endRemovesTheConnection()
     QCOMPARE(log.lines().last(), u"TRACE Удаление соединения с базой данных: "_s + name);
 }
 
-void TstDaoErrors::deletedFile()
+void TestDaoErrors::deletedFile()
 {
     if (server)
         QSKIP("a server keeps its files to itself");
@@ -243,7 +243,7 @@ void TstDaoErrors::deletedFile()
     QCOMPARE(dao.getErrorsCount(), 2);
 }
 
-void TstDaoErrors::deletedFileOfABusyStore()
+void TestDaoErrors::deletedFileOfABusyStore()
 {
     if (server)
         QSKIP("a server keeps its files to itself");
@@ -273,7 +273,7 @@ void TstDaoErrors::deletedFileOfABusyStore()
 }
 
 /// A backup is moved into place, and the write-ahead log of the former file stays beside it.
-void TstDaoErrors::replacedFile()
+void TestDaoErrors::replacedFile()
 {
     if (server)
         QSKIP("a server keeps its files to itself");
@@ -301,7 +301,7 @@ void TstDaoErrors::replacedFile()
     QCOMPARE(log.lines().filter(u"ERROR Файл базы данных "_s).size(), 1);
 }
 
-void TstDaoErrors::readOnlyFile()
+void TestDaoErrors::readOnlyFile()
 {
     if (server)
         QSKIP("what a server cannot write it tells like any failed statement");
@@ -318,7 +318,7 @@ void TstDaoErrors::readOnlyFile()
     QCOMPARE(database->ids(), QList<int>());
 }
 
-void TstDaoErrors::fullDisk()
+void TestDaoErrors::fullDisk()
 {
     if (server)
         QSKIP("the server's disk is its own");
@@ -346,7 +346,7 @@ void TstDaoErrors::fullDisk()
     QCOMPARE(database->ids(), QList<int>());
 }
 
-void TstDaoErrors::serverRestart()
+void TestDaoErrors::serverRestart()
 {
     if (!server)
         QSKIP("there is no server");
@@ -363,7 +363,7 @@ void TstDaoErrors::serverRestart()
     QCOMPARE(dao.getErrorsCount(), 2);
 }
 
-void TstDaoErrors::idleLongerThanTheServerAllows()
+void TestDaoErrors::idleLongerThanTheServerAllows()
 {
     if (!server)
         QSKIP("a file has no sessions");
@@ -399,14 +399,14 @@ void TstDaoErrors::idleLongerThanTheServerAllows()
     }
 }
 
-void TstDaoErrors::dropConnection()
+void TestDaoErrors::dropConnection()
 {
     ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
     const QString name = factory->getConnection().connectionName();
     factory->removeConnection(name);
 }
 
-void TstDaoErrors::breakConnection()
+void TestDaoErrors::breakConnection()
 {
     // The test's own connection must not be handed out.
     dropConnection();
@@ -416,7 +416,7 @@ void TstDaoErrors::breakConnection()
 
 int main(int argc, char **argv)
 {
-    return DaoFixture::runOnBoth<TstDaoErrors>(argc, argv);
+    return DaoFixture::runOnBoth<TestDaoErrors>(argc, argv);
 }
 
 #include "tst_daoerrors.moc"

@@ -91,7 +91,7 @@ QList<int> removeAtOnce(
 
 /// What the store leaves to others: to the till that has the file open, and to the workers that
 /// write to it.
-class TstDaoSharing : public DaoFixture
+class TestDaoSharing : public DaoFixture
 {
     Q_OBJECT
 
@@ -121,7 +121,7 @@ private:
 
 /// A statement that is not over would be a reader for as long as the service runs, and the log
 /// would grow for as long.
-void TstDaoSharing::noOperationHoldsTheLog()
+void TestDaoSharing::noOperationHoldsTheLog()
 {
     if (server)
         QSKIP("a server keeps its files to itself");
@@ -162,7 +162,7 @@ void TstDaoSharing::noOperationHoldsTheLog()
     QCOMPARE(dao.getErrorsCount(), 0);
 }
 
-void TstDaoSharing::logShrinksWhenAPassEnds_data()
+void TestDaoSharing::logShrinksWhenAPassEnds_data()
 {
     QTest::addColumn<QString>("holding");
     QTest::addColumn<bool>("isHeld");
@@ -172,7 +172,7 @@ void TstDaoSharing::logShrinksWhenAPassEnds_data()
     QTest::newRow("a writer") << u"DELETE FROM message WHERE messageid = 1"_s << true;
 }
 
-void TstDaoSharing::logShrinksWhenAPassEnds()
+void TestDaoSharing::logShrinksWhenAPassEnds()
 {
     if (server)
         QSKIP("a server keeps its files to itself");
@@ -217,7 +217,7 @@ void TstDaoSharing::logShrinksWhenAPassEnds()
     QCOMPARE(logSize(), ordinary);
 }
 
-void TstDaoSharing::logShrinksInATurnOfItsOwn()
+void TestDaoSharing::logShrinksInATurnOfItsOwn()
 {
     if (server)
         QSKIP("a server keeps its files to itself");
@@ -244,7 +244,7 @@ void TstDaoSharing::logShrinksInATurnOfItsOwn()
 }
 
 /// The service's own writes give the disk back, too, once the log begins again.
-void TstDaoSharing::logShrinksByItself()
+void TestDaoSharing::logShrinksByItself()
 {
     if (server)
         QSKIP("a server keeps its files to itself");
@@ -264,7 +264,7 @@ void TstDaoSharing::logShrinksByItself()
     QVERIFY2(logSize() <= size / 2, qPrintable(QString::number(logSize())));
 }
 
-void TstDaoSharing::lockedByAnotherProgram()
+void TestDaoSharing::lockedByAnotherProgram()
 {
     const int id = database->put(u"cardlab"_s, u"{}"_s);
     if (server)
@@ -286,7 +286,7 @@ void TstDaoSharing::lockedByAnotherProgram()
     QCOMPARE(database->ids(), QList<int>());
 }
 
-void TstDaoSharing::workersRemoveTogether()
+void TestDaoSharing::workersRemoveTogether()
 {
     QCOMPARE(gate() == nullptr, server != nullptr);
     QList<int> rows;
@@ -298,7 +298,7 @@ void TstDaoSharing::workersRemoveTogether()
 }
 
 /// One of them alone has an error, counted and logged as if nobody else had been there.
-void TstDaoSharing::oneOfSeveralIsNotRemoved()
+void TestDaoSharing::oneOfSeveralIsNotRemoved()
 {
     if (server)
         QSKIP("a server has no gate");
@@ -320,7 +320,7 @@ void TstDaoSharing::oneOfSeveralIsNotRemoved()
 }
 
 /// SQLite ends the transaction by itself, and each worker finds the disk full.
-void TstDaoSharing::fullDiskForSeveral()
+void TestDaoSharing::fullDiskForSeveral()
 {
     if (server)
         QSKIP("the server's disk is its own");
@@ -345,7 +345,7 @@ void TstDaoSharing::fullDiskForSeveral()
     QCOMPARE(database->ids(), QList<int>());
 }
 
-void TstDaoSharing::deletedFileOfSeveral()
+void TestDaoSharing::deletedFileOfSeveral()
 {
     if (server)
         QSKIP("a server keeps its files to itself");
@@ -366,7 +366,7 @@ void TstDaoSharing::deletedFileOfSeveral()
         3);
 }
 
-void TstDaoSharing::otherWritesWaitForTheirTurn()
+void TestDaoSharing::otherWritesWaitForTheirTurn()
 {
     if (server)
         QSKIP("a server has no gate");
@@ -389,7 +389,7 @@ void TstDaoSharing::otherWritesWaitForTheirTurn()
              QVariant(u"4"_s));
 }
 
-void TstDaoSharing::growLog(TillConnection &till, qint64 bytes)
+void TestDaoSharing::growLog(TillConnection &till, qint64 bytes)
 {
     till.run(u"BEGIN"_s);
     till.run(u"SELECT COUNT(*) FROM message"_s);
@@ -397,7 +397,7 @@ void TstDaoSharing::growLog(TillConnection &till, qint64 bytes)
         database->put(u"heineken"_s, QString(1024 * 1024, u'x'));
 }
 
-WriteGate *TstDaoSharing::gate()
+WriteGate *TestDaoSharing::gate()
 {
     ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();
     return factory->gateOf(factory->getConnection());
@@ -405,7 +405,7 @@ WriteGate *TstDaoSharing::gate()
 
 int main(int argc, char **argv)
 {
-    return DaoFixture::runOnBoth<TstDaoSharing>(argc, argv);
+    return DaoFixture::runOnBoth<TestDaoSharing>(argc, argv);
 }
 
 #include "tst_daosharing.moc"

@@ -36,7 +36,7 @@ constexpr HandlerRow rows[] = {
 
 } // namespace
 
-class TstHandlerFactory : public QObject
+class TestHandlerFactory : public QObject
 {
     Q_OBJECT
 
@@ -50,7 +50,7 @@ private Q_SLOTS:
     void operationsKeepTheirPlaces();
 };
 
-void TstHandlerFactory::buildsTheClassOfTheRow()
+void TestHandlerFactory::buildsTheClassOfTheRow()
 {
     HandlerFactory factory(rows);
     const std::unique_ptr<BasicHandler> handler(factory.create(u"plain"_s));
@@ -59,7 +59,7 @@ void TstHandlerFactory::buildsTheClassOfTheRow()
     QVERIFY(handler->autoDelete());
 }
 
-void TstHandlerFactory::tellsTheTypeToASharedClass()
+void TestHandlerFactory::tellsTheTypeToASharedClass()
 {
     HandlerFactory factory(rows);
     for (const QString &type : {u"sharedBatch"_s, u"sharedReverse"_s}) {
@@ -70,7 +70,7 @@ void TstHandlerFactory::tellsTheTypeToASharedClass()
     }
 }
 
-void TstHandlerFactory::everyCallBuildsANewObject()
+void TestHandlerFactory::everyCallBuildsANewObject()
 {
     HandlerFactory factory(rows);
     const std::unique_ptr<BasicHandler> first(factory.create(u"plain"_s));
@@ -79,7 +79,7 @@ void TstHandlerFactory::everyCallBuildsANewObject()
     QVERIFY(first != second);
 }
 
-void TstHandlerFactory::rowSaysWhatNamesItsMessages()
+void TestHandlerFactory::rowSaysWhatNamesItsMessages()
 {
     HandlerFactory factory(rows);
     Message message;
@@ -93,7 +93,7 @@ void TstHandlerFactory::rowSaysWhatNamesItsMessages()
     QCOMPARE(referenceOf(u"sharedReverse"_s), QString());
 }
 
-void TstHandlerFactory::typesDifferByCase()
+void TestHandlerFactory::typesDifferByCase()
 {
     HandlerFactory factory(rows);
     const std::unique_ptr<BasicHandler> found(factory.create(u"sharedBatch"_s));
@@ -101,7 +101,7 @@ void TstHandlerFactory::typesDifferByCase()
     QCOMPARE(factory.create(u"sharedbatch"_s), nullptr);
 }
 
-void TstHandlerFactory::unknownType()
+void TestHandlerFactory::unknownType()
 {
     HandlerFactory factory(rows);
     const LogCapture log(u"handlerfactory"_s);
@@ -110,10 +110,10 @@ void TstHandlerFactory::unknownType()
              QStringList{u"WARN Не найден обработчик для сообщений типа 'nosuch %1'"_s});
 }
 
-void TstHandlerFactory::operationsKeepTheirPlaces()
+void TestHandlerFactory::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&HandlerFactory::create), 2);
 }
 
-QTEST_GUILESS_MAIN(TstHandlerFactory)
+QTEST_GUILESS_MAIN(TestHandlerFactory)
 #include "tst_handlerfactory.moc"

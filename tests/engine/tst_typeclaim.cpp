@@ -74,12 +74,12 @@ private:
 } // namespace
 
 /// A worker has its type for itself, on a server that several services share.
-class TstTypeClaim : public QObject
+class TestTypeClaim : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit TstTypeClaim(MariaDbServer &server)
+    explicit TestTypeClaim(MariaDbServer &server)
         : server(server)
     {
     }
@@ -106,7 +106,7 @@ private:
     std::shared_ptr<SharedState> state;
 };
 
-void TstTypeClaim::init()
+void TestTypeClaim::init()
 {
     settings.reset();
     settings = std::make_unique<QueueDatabase>();
@@ -116,7 +116,7 @@ void TstTypeClaim::init()
     state->claimsTypes = true;
 }
 
-void TstTypeClaim::put(const QList<int> &ids)
+void TestTypeClaim::put(const QList<int> &ids)
 {
     for (const int id : ids)
         server.run(
@@ -124,7 +124,7 @@ void TstTypeClaim::put(const QList<int> &ids)
                 .arg(id));
 }
 
-QList<int> TstTypeClaim::pass(const std::function<void(const Message &)> &delivery)
+QList<int> TestTypeClaim::pass(const std::function<void(const Message &)> &delivery)
 {
     ClaimingHandler handler(delivery);
     handler.setState(state);
@@ -132,14 +132,14 @@ QList<int> TstTypeClaim::pass(const std::function<void(const Message &)> &delive
     return handler.delivered;
 }
 
-void TstTypeClaim::cutWorker()
+void TestTypeClaim::cutWorker()
 {
     const QByteArray id = server.run(
         u"SELECT IS_USED_LOCK('%1')"_s.arg(serverlock::typeLock(u"queues"_s, u"spasibo"_s)));
     server.run(u"KILL %1"_s.arg(QString::fromLatin1(id).trimmed()));
 }
 
-void TstTypeClaim::typeIsHeldWhileItIsDelivered()
+void TestTypeClaim::typeIsHeldWhileItIsDelivered()
 {
     OtherService other(server);
     put({1, 2});
@@ -157,7 +157,7 @@ void TstTypeClaim::typeIsHeldWhileItIsDelivered()
     QVERIFY(other.isTypeFree());
 }
 
-void TstTypeClaim::typeOfAnotherServiceIsLeftAlone()
+void TestTypeClaim::typeOfAnotherServiceIsLeftAlone()
 {
     OtherService other(server);
     put({1, 2, 3});
@@ -175,7 +175,7 @@ void TstTypeClaim::typeOfAnotherServiceIsLeftAlone()
 }
 
 /// The connection breaks between two reads, and before the type is asked for again, another has it.
-void TstTypeClaim::claimThatAnotherServiceTookMeanwhile()
+void TestTypeClaim::claimThatAnotherServiceTookMeanwhile()
 {
     OtherService other(server);
     put({1, 2});
@@ -189,7 +189,7 @@ void TstTypeClaim::claimThatAnotherServiceTookMeanwhile()
     other.releaseType();
 }
 
-void TstTypeClaim::claimIsTakenAgainAfterAReconnect()
+void TestTypeClaim::claimIsTakenAgainAfterAReconnect()
 {
     OtherService other(server);
     put({1, 2, 3});
@@ -210,7 +210,7 @@ void TstTypeClaim::claimIsTakenAgainAfterAReconnect()
     QCOMPARE(rows(), "1 2");
 }
 
-void TstTypeClaim::withoutSharingNobodyAsks()
+void TestTypeClaim::withoutSharingNobodyAsks()
 {
     OtherService other(server);
     state->claimsTypes = false;
@@ -224,7 +224,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     MariaDbServer server;
-    TstTypeClaim test(server);
+    TestTypeClaim test(server);
     return QTest::qExec(&test, argc, argv);
 }
 

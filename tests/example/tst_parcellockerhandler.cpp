@@ -30,7 +30,7 @@ QString read(const QString &path)
 } // namespace
 
 /// The message type that docs/architecture.md adds as an example: one class and one row.
-class TstParcelLockerHandler : public QObject
+class TestParcelLockerHandler : public QObject
 {
     Q_OBJECT
 
@@ -41,7 +41,7 @@ private Q_SLOTS:
     void thePageShowsThisCode();
 };
 
-void TstParcelLockerHandler::outcomes_data()
+void TestParcelLockerHandler::outcomes_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<QString>("outcome");
@@ -60,7 +60,7 @@ void TstParcelLockerHandler::outcomes_data()
     // clang-format on
 }
 
-void TstParcelLockerHandler::outcomes()
+void TestParcelLockerHandler::outcomes()
 {
     QFETCH(const http::Response, answer);
     QFETCH(const QString, outcome);
@@ -81,14 +81,14 @@ void TstParcelLockerHandler::outcomes()
     QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения 7"_s} + lines);
 }
 
-void TstParcelLockerHandler::thePageShowsThisCode_data()
+void TestParcelLockerHandler::thePageShowsThisCode_data()
 {
     QTest::addColumn<QString>("file");
     QTest::newRow("header") << u"tests/example/parcellockerhandler.h"_s;
     QTest::newRow("source") << u"tests/example/parcellockerhandler.cpp"_s;
 }
 
-void TstParcelLockerHandler::thePageShowsThisCode()
+void TestParcelLockerHandler::thePageShowsThisCode()
 {
     QFETCH(const QString, file);
     const QString page = read(u"docs/architecture.md"_s);
@@ -99,5 +99,5 @@ void TstParcelLockerHandler::thePageShowsThisCode()
              qPrintable(u"docs/architecture.md does not show %1 as it is"_s.arg(file)));
 }
 
-QTEST_GUILESS_MAIN(TstParcelLockerHandler)
+QTEST_GUILESS_MAIN(TestParcelLockerHandler)
 #include "tst_parcellockerhandler.moc"

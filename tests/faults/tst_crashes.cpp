@@ -47,12 +47,12 @@ uint seedOfThisRun()
 
 /// The service is killed at random moments while eight types drain and rows keep coming, some of
 /// which their peer refuses at first. QUEUE_FAULTS_SEED repeats a run's moments.
-class TstCrashes : public QObject
+class TestCrashes : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit TstCrashes(MariaDbServer *server)
+    explicit TestCrashes(MariaDbServer *server)
         : server(server)
     {
     }
@@ -67,8 +67,8 @@ private:
     MariaDbServer *server;
 };
 
-QStringList TstCrashes::findings(QueueDatabase &database, const faults::Traffic &traffic,
-                                 int written)
+QStringList TestCrashes::findings(QueueDatabase &database, const faults::Traffic &traffic,
+                                  int written)
 {
     QStringList result;
     // First the table, then the peer: a row that has left the one is at the other by then.
@@ -92,7 +92,7 @@ QStringList TstCrashes::findings(QueueDatabase &database, const faults::Traffic 
     return result;
 }
 
-void TstCrashes::killedAtRandomMoments()
+void TestCrashes::killedAtRandomMoments()
 {
     const int kills = faults::count(20, 200);
     const uint seed = seedOfThisRun();
@@ -175,7 +175,7 @@ void TstCrashes::killedAtRandomMoments()
 
 /// The file of fail ids takes a moment to write, which a random kill of the service hardly ever
 /// meets. So this process writes nothing else until it is killed, again and again.
-class TstFailIdsFile : public QObject
+class TestFailIdsFile : public QObject
 {
     Q_OBJECT
 
@@ -183,7 +183,7 @@ private Q_SLOTS:
     void killedWhileItIsWritten();
 };
 
-void TstFailIdsFile::killedWhileItIsWritten()
+void TestFailIdsFile::killedWhileItIsWritten()
 {
     const int kills = faults::count(100, 1000);
     const uint seed = seedOfThisRun();
@@ -262,7 +262,7 @@ int removeRows()
 
 /// Workers remove their rows in common transactions. A process that does nothing else is killed at
 /// random moments: a removal that has returned is in the file.
-class TstRemovals : public QObject
+class TestRemovals : public QObject
 {
     Q_OBJECT
 
@@ -270,7 +270,7 @@ private Q_SLOTS:
     void killedWhileRowsAreRemoved();
 };
 
-void TstRemovals::killedWhileRowsAreRemoved()
+void TestRemovals::killedWhileRowsAreRemoved()
 {
     const int kills = faults::count(60, 1000);
     constexpr int rowsOfAType = 2000;
@@ -336,14 +336,14 @@ int main(int argc, char **argv)
         return removeRows();
     QCoreApplication application(argc, argv);
     // The first one, since it splits a process that must have one thread.
-    TstFailIdsFile onFile;
+    TestFailIdsFile onFile;
     int failures = QTest::qExec(&onFile, argc, argv);
-    TstRemovals removals;
+    TestRemovals removals;
     failures += QTest::qExec(&removals, argc, argv);
-    TstCrashes onSqlite(nullptr);
+    TestCrashes onSqlite(nullptr);
     failures += QTest::qExec(&onSqlite, argc, argv);
     MariaDbServer server;
-    TstCrashes onServer(&server);
+    TestCrashes onServer(&server);
     failures += QTest::qExec(&onServer, argc, argv);
     return failures;
 }

@@ -23,7 +23,7 @@ bool isFinal(const QString &type, int status)
 
 /// An answer that breaks off after its status is not an answer: the row stays, except where
 /// isFinal().
-class TstCutReplies : public QObject
+class TestCutReplies : public QObject
 {
     Q_OBJECT
 
@@ -36,7 +36,7 @@ private Q_SLOTS:
     void everyType();
 };
 
-void TstCutReplies::everyType_data()
+void TestCutReplies::everyType_data()
 {
     QTest::addColumn<stand::ScenarioSource>("source");
     QTest::addColumn<QString>("peer");
@@ -65,7 +65,7 @@ void TstCutReplies::everyType_data()
     QCOMPARE(missing, (QSet<QString>{u"dssl"_s, u"eps"_s}));
 }
 
-void TstCutReplies::everyType()
+void TestCutReplies::everyType()
 {
     QFETCH(stand::ScenarioSource, source);
     QFETCH(QString, peer);
@@ -87,5 +87,5 @@ void TstCutReplies::everyType()
     QCOMPARE(shop.left(), isFinal(shop.type(), status) ? 0 : 1);
 }
 
-QTEST_GUILESS_MAIN(TstCutReplies)
+QTEST_GUILESS_MAIN(TestCutReplies)
 #include "tst_cutreplies.moc"

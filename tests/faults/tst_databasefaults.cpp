@@ -12,12 +12,12 @@ using faults::Run;
 using rig::MariaDbServer;
 
 /// What a database server can do to the service while eight types drain.
-class TstDatabaseFaults : public QObject
+class TestDatabaseFaults : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit TstDatabaseFaults(MariaDbServer &server)
+    explicit TestDatabaseFaults(MariaDbServer &server)
         : server(server)
     {
     }
@@ -34,7 +34,7 @@ private:
     MariaDbServer &server;
 };
 
-void TstDatabaseFaults::stoppedForAWhile()
+void TestDatabaseFaults::stoppedForAWhile()
 {
     Run run(server.settings());
     run.write(faults::count(1'000, 5'000));
@@ -49,14 +49,14 @@ void TstDatabaseFaults::stoppedForAWhile()
     run.finish("stopped, started");
 }
 
-void TstDatabaseFaults::restartedUnderLoad_data()
+void TestDatabaseFaults::restartedUnderLoad_data()
 {
     QTest::addColumn<bool>("isOrderly");
     QTest::newRow("orderly") << true;
     QTest::newRow("power cut") << false;
 }
 
-void TstDatabaseFaults::restartedUnderLoad()
+void TestDatabaseFaults::restartedUnderLoad()
 {
     QFETCH(bool, isOrderly);
     Run run(server.settings());
@@ -80,7 +80,7 @@ void TstDatabaseFaults::restartedUnderLoad()
 }
 
 /// Connections that are there stay; those that begin now are refused.
-void TstDatabaseFaults::socketRemoved()
+void TestDatabaseFaults::socketRemoved()
 {
     Run run(server.settings());
     run.start();
@@ -93,7 +93,7 @@ void TstDatabaseFaults::socketRemoved()
     run.finish("socket removed");
 }
 
-void TstDatabaseFaults::connectionsKilledOneByOne()
+void TestDatabaseFaults::connectionsKilledOneByOne()
 {
     Run run(server.settings());
     run.start();
@@ -116,7 +116,7 @@ void TstDatabaseFaults::connectionsKilledOneByOne()
 }
 
 /// Longer than any statement takes, shorter than the time after which a server counts as gone.
-void TstDatabaseFaults::tableLocked()
+void TestDatabaseFaults::tableLocked()
 {
     const int seconds = faults::count(2, 10);
     Run run(server.settings());
@@ -148,7 +148,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     MariaDbServer server;
-    TstDatabaseFaults test(server);
+    TestDatabaseFaults test(server);
     return QTest::qExec(&test, argc, argv);
 }
 

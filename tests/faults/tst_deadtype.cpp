@@ -122,7 +122,7 @@ Latency latencyOf(std::vector<double> values)
 
 /// What a type that is in trouble costs others: the service's manager, workers, store and client,
 /// polled as the service polls.
-class TstDeadType : public QObject
+class TestDeadType : public QObject
 {
     Q_OBJECT
 
@@ -149,13 +149,13 @@ private:
     int lastNumber = 0;
 };
 
-void TstDeadType::initTestCase()
+void TestDeadType::initTestCase()
 {
     faults::useMemoryForTemporaryFolders();
     Log4Qt::LogManager::rootLogger()->setLevel(Log4Qt::Level(Log4Qt::Level::OFF_INT));
 }
 
-void TstDeadType::init()
+void TestDeadType::init()
 {
     database = std::make_unique<QueueDatabase>();
     peer = std::make_unique<Peer>();
@@ -167,7 +167,7 @@ void TstDeadType::init()
     polls = 0;
 }
 
-void TstDeadType::cleanup()
+void TestDeadType::cleanup()
 {
     timer.reset();
     state->stopFlag = 1;
@@ -177,7 +177,7 @@ void TstDeadType::cleanup()
     database.reset();
 }
 
-void TstDeadType::poll(std::chrono::milliseconds period)
+void TestDeadType::poll(std::chrono::milliseconds period)
 {
     timer->setInterval(period);
     connect(timer.get(), &QTimer::timeout, this, [this] {
@@ -189,7 +189,7 @@ void TstDeadType::poll(std::chrono::milliseconds period)
 }
 
 /// In each round of a second every type gets a row at a moment of its own.
-Latency TstDeadType::measure(const QStringList &types, int rounds)
+Latency TestDeadType::measure(const QStringList &types, int rounds)
 {
     std::mt19937 random(1);
     std::multimap<int, QString> plan;
@@ -219,7 +219,7 @@ Latency TstDeadType::measure(const QStringList &types, int rounds)
     return latencyOf(times);
 }
 
-void TstDeadType::deadTypeBesideHealthyOnes()
+void TestDeadType::deadTypeBesideHealthyOnes()
 {
     constexpr auto tick = std::chrono::milliseconds(1000);
     const QString deadType = u"heineken"_s;
@@ -251,7 +251,7 @@ void TstDeadType::deadTypeBesideHealthyOnes()
     QVERIFY(with.p99 - without.p99 <= static_cast<double>(tick.count()));
 }
 
-void TstDeadType::freshRowBehindFailingOnes_data()
+void TestDeadType::freshRowBehindFailingOnes_data()
 {
     QTest::addColumn<int>("failing");
     QTest::newRow("none") << 0;
@@ -260,7 +260,7 @@ void TstDeadType::freshRowBehindFailingOnes_data()
 }
 
 /// Each pass of a type steps over one refused row.
-void TstDeadType::freshRowBehindFailingOnes()
+void TestDeadType::freshRowBehindFailingOnes()
 {
     QFETCH(int, failing);
     const auto period = std::chrono::milliseconds(faults::count(50, 1000));
@@ -281,5 +281,5 @@ void TstDeadType::freshRowBehindFailingOnes()
     QCOMPARE(peer->arrivals().size(), static_cast<size_t>(failing + 1));
 }
 
-QTEST_GUILESS_MAIN(TstDeadType)
+QTEST_GUILESS_MAIN(TestDeadType)
 #include "tst_deadtype.moc"

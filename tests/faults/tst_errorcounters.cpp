@@ -10,12 +10,12 @@ using rig::MariaDbServer;
 
 /// The error counter of the control interface while the database server is away. With no rows there
 /// are no workers, so each error in the log is one of the store that the counter tells of.
-class TstErrorCounters : public QObject
+class TestErrorCounters : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit TstErrorCounters(MariaDbServer &server)
+    explicit TestErrorCounters(MariaDbServer &server)
         : server(server)
     {
     }
@@ -28,7 +28,7 @@ private:
     MariaDbServer &server;
 };
 
-void TstErrorCounters::countsWhatTheLogTells_data()
+void TestErrorCounters::countsWhatTheLogTells_data()
 {
     QTest::addColumn<QString>("fault");
     QTest::newRow("stopped for several polls") << u"stop"_s;
@@ -37,7 +37,7 @@ void TstErrorCounters::countsWhatTheLogTells_data()
     QTest::newRow("table locked") << u"lock"_s;
 }
 
-void TstErrorCounters::countsWhatTheLogTells()
+void TestErrorCounters::countsWhatTheLogTells()
 {
     QFETCH(QString, fault);
     Run run(server.settings());
@@ -93,7 +93,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     MariaDbServer server;
-    TstErrorCounters test(server);
+    TestErrorCounters test(server);
     return QTest::qExec(&test, argc, argv);
 }
 

@@ -19,7 +19,7 @@ bool canMount = false;
 } // namespace
 
 /// What can happen to the file of the embedded database while eight types drain.
-class TstFileFaults : public QObject
+class TestFileFaults : public QObject
 {
     Q_OBJECT
 
@@ -31,7 +31,7 @@ private Q_SLOTS:
 
 /// Longer than a connection waits for the lock. Rows are read all the while, and none can be
 /// deleted.
-void TstFileFaults::lockedByAnotherProcess()
+void TestFileFaults::lockedByAnotherProcess()
 {
     Run run{QString()};
     run.write(faults::count(400, 4'000));
@@ -59,7 +59,7 @@ void TstFileFaults::lockedByAnotherProcess()
     QCOMPARE(run.ends, 0);
 }
 
-void TstFileFaults::readOnly()
+void TestFileFaults::readOnly()
 {
     Run run{QString()};
     run.service.obeyFileRights();
@@ -86,7 +86,7 @@ void TstFileFaults::readOnly()
     run.finish("read-only");
 }
 
-void TstFileFaults::diskFull()
+void TestFileFaults::diskFull()
 {
     if (!canMount)
         QSKIP("neither root nor this user may mount a small file system here");
@@ -129,7 +129,7 @@ int main(int argc, char **argv)
 {
     canMount = faults::separateMounts();
     QCoreApplication application(argc, argv);
-    TstFileFaults test;
+    TestFileFaults test;
     return QTest::qExec(&test, argc, argv);
 }
 

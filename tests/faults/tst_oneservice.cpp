@@ -39,7 +39,7 @@ Outcome runProgram(const QStringList &arguments)
 } // namespace
 
 /// One service for a folder, shown with the real program.
-class TstOneService : public QObject
+class TestOneService : public QObject
 {
     Q_OBJECT
 
@@ -63,18 +63,18 @@ private:
     std::unique_ptr<QueueDatabase> database;
 };
 
-void TstOneService::init()
+void TestOneService::init()
 {
     database.reset();
     database = std::make_unique<QueueDatabase>();
 }
 
-rig::ServiceProcess TstOneService::newService() const
+rig::ServiceProcess TestOneService::newService() const
 {
     return {QStringLiteral(QUEUE_PROGRAM), database->till(), {}, rig::ServiceProcess::Log::File};
 }
 
-void TstOneService::start(rig::ServiceProcess &service)
+void TestOneService::start(rig::ServiceProcess &service)
 {
     database->setSettings(database->till().queueSettings());
     service.start();
@@ -82,7 +82,7 @@ void TstOneService::start(rig::ServiceProcess &service)
         qFatal("the service does not start: %s", service.output().constData());
 }
 
-void TstOneService::secondOneIsRefused()
+void TestOneService::secondOneIsRefused()
 {
     rig::ServiceProcess service = newService();
     start(service);
@@ -99,7 +99,7 @@ void TstOneService::secondOneIsRefused()
     QVERIFY(service.stop());
 }
 
-void TstOneService::killedOneLeavesNothing()
+void TestOneService::killedOneLeavesNothing()
 {
     rig::ServiceProcess service = newService();
     start(service);
@@ -109,7 +109,7 @@ void TstOneService::killedOneLeavesNothing()
     QVERIFY(service.stop());
 }
 
-void TstOneService::argumentsStartNothing_data()
+void TestOneService::argumentsStartNothing_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::newRow("short help") << QStringList{u"-h"_s};
@@ -120,7 +120,7 @@ void TstOneService::argumentsStartNothing_data()
     QTest::newRow("one of Qt's") << QStringList{u"-qmljsdebugger=port:1"_s};
 }
 
-void TstOneService::argumentsStartNothing()
+void TestOneService::argumentsStartNothing()
 {
     QFETCH(QStringList, arguments);
     QVERIFY(!QFile::exists(database->file()));
@@ -132,7 +132,7 @@ void TstOneService::argumentsStartNothing()
     QVERIFY(!QFile::exists(database->file()) && !QFile::exists(serviceLockFile()));
 }
 
-void TstOneService::questions_data()
+void TestOneService::questions_data()
 {
     QTest::addColumn<QString>("argument");
     QTest::addColumn<QString>("start");
@@ -141,7 +141,7 @@ void TstOneService::questions_data()
     QTest::newRow("help") << u"--help"_s << u"queue доставляет сообщения кассы"_s;
 }
 
-void TstOneService::questions()
+void TestOneService::questions()
 {
     QFETCH(QString, argument);
     QFETCH(QString, start);
@@ -153,7 +153,7 @@ void TstOneService::questions()
     QVERIFY(!QFile::exists(database->file()) && !QFile::exists(serviceLockFile()));
 }
 
-void TstOneService::unusableFileIsRefused()
+void TestOneService::unusableFileIsRefused()
 {
     // Rights do not hold for root, a link does.
     QVERIFY(QFile::link(database->root() + u"/elsewhere"_s, serviceLockFile()));
@@ -176,7 +176,7 @@ void TstOneService::unusableFileIsRefused()
     QVERIFY(service.output().contains("queue.lock' недоступен (Permission denied)"));
 }
 
-void TstOneService::withoutAFileItDelivers()
+void TestOneService::withoutAFileItDelivers()
 {
     // A folder that takes no new file: everything that the service must write is there already.
     const QString folder = QFileInfo(serviceLockFile()).path();
@@ -196,7 +196,7 @@ void TstOneService::withoutAFileItDelivers()
     QVERIFY(service.stop());
 }
 
-void TstOneService::roleIsTold()
+void TestOneService::roleIsTold()
 {
     rig::ServiceProcess service = newService();
     start(service);
@@ -208,5 +208,5 @@ void TstOneService::roleIsTold()
     QVERIFY(!FolderLock::holder(serviceLockFile()));
 }
 
-QTEST_GUILESS_MAIN(TstOneService)
+QTEST_GUILESS_MAIN(TestOneService)
 #include "tst_oneservice.moc"

@@ -143,7 +143,7 @@ std::map<QString, int> toMap(const QMap<QString, int> &ids)
 /// restarts. After each step both have asked the peers in the same order, deleted the same rows and
 /// remember the same fail ids. QUEUE_FAULTS_SEED repeats a walk, QUEUE_FAULTS_STEPS sets its
 /// length.
-class TstPolicyModel : public QObject
+class TestPolicyModel : public QObject
 {
     Q_OBJECT
 
@@ -169,7 +169,7 @@ private:
     QMap<QString, int> counts;
 };
 
-void TstPolicyModel::start()
+void TestPolicyModel::start()
 {
     manager.reset();
     state = std::make_shared<SharedState>();
@@ -177,7 +177,7 @@ void TstPolicyModel::start()
     manager->init();
 }
 
-int TstPolicyModel::anyRow()
+int TestPolicyModel::anyRow()
 {
     if (model.table.empty())
         return -1;
@@ -186,7 +186,7 @@ int TstPolicyModel::anyRow()
 
 /// The manager would save the fail ids while the workers still change them, so it is asked to do it
 /// once they are at rest; during the poll its time has not come.
-void TstPolicyModel::poll()
+void TestPolicyModel::poll()
 {
     clock->set(model.lastSave);
     manager->startHandlers();
@@ -197,7 +197,7 @@ void TstPolicyModel::poll()
     model.saveIfDue(now);
 }
 
-void TstPolicyModel::step()
+void TestPolicyModel::step()
 {
     const int dice = anyOf(100);
     if (dice < 40 && model.table.size() < 40) {
@@ -253,7 +253,7 @@ void TstPolicyModel::step()
     ++counts[what];
 }
 
-void TstPolicyModel::compare()
+void TestPolicyModel::compare()
 {
     QCOMPARE(peers.asked, model.asked);
     QCOMPARE(toMap(state->startIds.copy()), model.failIds);
@@ -261,7 +261,7 @@ void TstPolicyModel::compare()
     QCOMPARE(state->runningTypes.copy(), QSet<QString>());
 }
 
-void TstPolicyModel::randomWalk()
+void TestPolicyModel::randomWalk()
 {
     const int steps = qEnvironmentVariableIsSet("QUEUE_FAULTS_STEPS")
                           ? qEnvironmentVariableIntValue("QUEUE_FAULTS_STEPS")
@@ -307,5 +307,5 @@ void TstPolicyModel::randomWalk()
     QVERIFY(counts.value(u"a signal during a delivery"_s) > 0);
 }
 
-QTEST_GUILESS_MAIN(TstPolicyModel)
+QTEST_GUILESS_MAIN(TestPolicyModel)
 #include "tst_policymodel.moc"

@@ -99,7 +99,7 @@ private:
 } // namespace
 
 /// Polls and forced starts that meet, at the real service.
-class TstStarts : public QObject
+class TestStarts : public QObject
 {
     Q_OBJECT
 
@@ -107,7 +107,7 @@ private Q_SLOTS:
     void floodOfStarts();
 };
 
-void TstStarts::floodOfStarts()
+void TestStarts::floodOfStarts()
 {
     const int rows = faults::count(1000, 20'000);
     constexpr int callers = 8;
@@ -152,5 +152,5 @@ void TstStarts::floodOfStarts()
     QVERIFY(answers > rows / 10 && started > rows / 50);
 }
 
-QTEST_GUILESS_MAIN(TstStarts)
+QTEST_GUILESS_MAIN(TestStarts)
 #include "tst_starts.moc"

@@ -170,7 +170,7 @@ QList<stand::ScenarioSource> shopScenarios()
 
 /// Every statement of the store fails in its turn, once and from then on, and nothing worse comes
 /// of it than an empty queue and a counted error.
-class TstStatements : public QObject
+class TestStatements : public QObject
 {
     Q_OBJECT
 
@@ -204,7 +204,7 @@ private:
     int documentStatements = 0;
 };
 
-void TstStatements::operations_data()
+void TestStatements::operations_data()
 {
     QTest::addColumn<bool>("isForEver");
     QTest::newRow("once") << false;
@@ -212,7 +212,7 @@ void TstStatements::operations_data()
 }
 
 /// Every operation that the store offers.
-void TstStatements::runOperations(queue::DAO &dao, int doomed)
+void TestStatements::runOperations(queue::DAO &dao, int doomed)
 {
     dao.hasMessages(u"cardlab"_s, QString());
     dao.hasMessages(u"cardlab"_s, u"7"_s);
@@ -227,7 +227,7 @@ void TstStatements::runOperations(queue::DAO &dao, int doomed)
     dao.deleteMessage(doomed);
 }
 
-void TstStatements::operations()
+void TestStatements::operations()
 {
     QFETCH(bool, isForEver);
     int cases = 0;
@@ -264,14 +264,14 @@ void TstStatements::operations()
     qInfo("%d cases over %d statements, %d errors counted as told", cases, total, errors);
 }
 
-void TstStatements::passes_data()
+void TestStatements::passes_data()
 {
     operations_data();
 }
 
 /// A poll and a worker for each of its types, one after the other.
-void TstStatements::runPass(QueueHandler &manager, const std::shared_ptr<SharedState> &state,
-                            Peer &peer)
+void TestStatements::runPass(QueueHandler &manager, const std::shared_ptr<SharedState> &state,
+                             Peer &peer)
 {
     const qsizetype pollBegin = faultydriver::steps().size();
     const int pollErrors = manager.getErrorsCount();
@@ -310,7 +310,7 @@ void TstStatements::runPass(QueueHandler &manager, const std::shared_ptr<SharedS
     }
 }
 
-void TstStatements::passes()
+void TestStatements::passes()
 {
     QFETCH(bool, isForEver);
     const int typeCount = faults::count(2, 6);
@@ -377,7 +377,7 @@ void TstStatements::passes()
     QVERIFY(endsWithoutConnection > 0);
 }
 
-void TstStatements::everyType_data()
+void TestStatements::everyType_data()
 {
     QTest::addColumn<stand::ScenarioSource>("source");
     QTest::addColumn<bool>("isForEver");
@@ -399,7 +399,7 @@ void TstStatements::everyType_data()
 /// With the real handlers: whatever statement fails, no row ends the service, none goes away
 /// without a delivery, and what the outside service has taken is not sent again unless its row
 /// could not be deleted.
-void TstStatements::everyType()
+void TestStatements::everyType()
 {
     QFETCH(stand::ScenarioSource, source);
     QFETCH(bool, isForEver);
@@ -443,7 +443,7 @@ void TstStatements::everyType()
     documentStatements += storeSteps;
 }
 
-void TstStatements::documentStoreTookPart()
+void TestStatements::documentStoreTookPart()
 {
     if (casesOfTypes == 0)
         QSKIP("everyType was not asked for");
@@ -454,7 +454,7 @@ void TstStatements::documentStoreTookPart()
 
 /// The store of the main thread lives as long as the service. A statement that could not be
 /// prepared, say for a lock, is prepared again when it is due, and the lock may be gone by then.
-void TstStatements::statementThatCouldNotBePrepared()
+void TestStatements::statementThatCouldNotBePrepared()
 {
     faultydriver::arm(0, false);
     QueueDatabase database;
@@ -490,13 +490,13 @@ void TstStatements::statementThatCouldNotBePrepared()
     QCOMPARE(dao.getErrorsCount(), 1);
 }
 
-void TstStatements::groups_data()
+void TestStatements::groups_data()
 {
     operations_data();
 }
 
 /// Three workers remove their rows in one transaction, each of whose statements fails in its turn.
-void TstStatements::groups()
+void TestStatements::groups()
 {
     QFETCH(bool, isForEver);
     constexpr int workers = 3;
@@ -578,5 +578,5 @@ void TstStatements::groups()
     }
 }
 
-QTEST_GUILESS_MAIN(TstStatements)
+QTEST_GUILESS_MAIN(TestStatements)
 #include "tst_statements.moc"

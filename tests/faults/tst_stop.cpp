@@ -74,7 +74,7 @@ const QByteArray cutLine = u"Повторный сигнал завершени�
 
 /// What the service tells its manager at the end, and what a second signal does, shown with the
 /// real program.
-class TstStop : public QObject
+class TestStop : public QObject
 {
     Q_OBJECT
 
@@ -98,7 +98,7 @@ private:
     std::unique_ptr<rig::ServiceProcess> service;
 };
 
-void TstStop::init()
+void TestStop::init()
 {
     database = std::make_unique<QueueDatabase>();
     peer = std::make_unique<LoopbackServer>();
@@ -109,7 +109,7 @@ void TstStop::init()
         rig::ServiceProcess::Log::File);
 }
 
-void TstStop::cleanup()
+void TestStop::cleanup()
 {
     if (QTest::currentTestFailed())
         qInfo("%s\n%s", service->output().right(3000).constData(),
@@ -120,7 +120,7 @@ void TstStop::cleanup()
     database.reset();
 }
 
-void TstStop::start()
+void TestStop::start()
 {
     database->setSettings(database->till().queueSettings());
     service->start();
@@ -128,14 +128,14 @@ void TstStop::start()
         qFatal("the service does not start: %s", service->output().constData());
 }
 
-int TstStop::put(const QString &type, QJsonObject body)
+int TestStop::put(const QString &type, QJsonObject body)
 {
     body.insert(u"url"_s, peer->url(u"/"_s).toString());
     return database->put(type,
                          QString::fromUtf8(QJsonDocument(body).toJson(QJsonDocument::Compact)));
 }
 
-void TstStop::deliveryInTimeIsWaitedFor()
+void TestStop::deliveryInTimeIsWaitedFor()
 {
     peer->play({LoopbackServer::answer(200).held()});
     const int id = put(u"softcheck"_s, {{u"body"_s, u"1"_s}, {u"timeout"_s, 600}});
@@ -162,7 +162,7 @@ void TstStop::deliveryInTimeIsWaitedFor()
 
 /// Its second request, too, is answered with "not done yet"; then it sleeps for a quarter of an
 /// hour.
-void TstStop::pauseOfAPollIsWaitedFor()
+void TestStop::pauseOfAPollIsWaitedFor()
 {
     const auto undone = LoopbackServer::answer(200, R"({"code":"1"})");
     peer->play({LoopbackServer::silence(), undone, undone});
@@ -182,7 +182,7 @@ void TstStop::pauseOfAPollIsWaitedFor()
     QVERIFY(service->waitForEnd());
 }
 
-void TstStop::idleServiceAsksForNothing()
+void TestStop::idleServiceAsksForNothing()
 {
     start();
     service->signal(SIGTERM);
@@ -192,14 +192,14 @@ void TstStop::idleServiceAsksForNothing()
     QCOMPARE(manager->count("STOPPING=1"), 1);
 }
 
-void TstStop::secondSignalEndsAtOnce_data()
+void TestStop::secondSignalEndsAtOnce_data()
 {
     QTest::addColumn<int>("second");
     QTest::newRow("SIGTERM") << SIGTERM;
     QTest::newRow("SIGINT") << SIGINT;
 }
 
-void TstStop::secondSignalEndsAtOnce()
+void TestStop::secondSignalEndsAtOnce()
 {
     QFETCH(int, second);
     peer->play({LoopbackServer::answer(200).held(), LoopbackServer::answer(200).held()});
@@ -219,5 +219,5 @@ void TstStop::secondSignalEndsAtOnce()
     QCOMPARE(database->ids(), (QList<int>{softcheck, heineken}));
 }
 
-QTEST_GUILESS_MAIN(TstStop)
+QTEST_GUILESS_MAIN(TestStop)
 #include "tst_stop.moc"

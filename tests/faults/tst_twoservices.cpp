@@ -70,12 +70,12 @@ public:
 } // namespace
 
 /// Two real services that name one schema on one real server.
-class TstTwoServices : public QObject
+class TestTwoServices : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit TstTwoServices(MariaDbServer &server)
+    explicit TestTwoServices(MariaDbServer &server)
         : server(server)
     {
     }
@@ -115,7 +115,7 @@ private:
     int written = 0;
 };
 
-void TstTwoServices::init()
+void TestTwoServices::init()
 {
     server.run(u"DELETE FROM queues.message"_s);
     peer = std::make_unique<LoopbackServer>();
@@ -124,7 +124,7 @@ void TstTwoServices::init()
     written = 0;
 }
 
-void TstTwoServices::cleanup()
+void TestTwoServices::cleanup()
 {
     if (QTest::currentTestFailed())
         qInfo("first:\n%s\nsecond:\n%s", first->service.output().right(4000).constData(),
@@ -134,7 +134,7 @@ void TstTwoServices::cleanup()
     peer.reset();
 }
 
-void TstTwoServices::startBoth()
+void TestTwoServices::startBoth()
 {
     first->service.start();
     if (!first->waitForRole(u"active"_s))
@@ -144,7 +144,7 @@ void TstTwoServices::startBoth()
         qFatal("the second service does not become a stand-by");
 }
 
-void TstTwoServices::write(const QString &type, int count)
+void TestTwoServices::write(const QString &type, int count)
 {
     QString statements;
     for (const int end = written + count; written < end; ++written) {
@@ -157,19 +157,19 @@ void TstTwoServices::write(const QString &type, int count)
     server.run(statements);
 }
 
-bool TstTwoServices::waitUntilEmpty()
+bool TestTwoServices::waitUntilEmpty()
 {
     return QTest::qWaitFor([this] { return rows() == 0; }, limitMs);
 }
 
-QByteArray TstTwoServices::lockHolder()
+QByteArray TestTwoServices::lockHolder()
 {
     return server
         .run(u"SELECT IFNULL(IS_USED_LOCK('%1'), '')"_s.arg(serverlock::serviceLock(u"queues"_s)))
         .trimmed();
 }
 
-bool TstTwoServices::waitForQuestions(int count)
+bool TestTwoServices::waitForQuestions(int count)
 {
     const auto asked = [this] {
         return server.run(u"SHOW GLOBAL STATUS LIKE 'Com_select'"_s).split('\t').value(1).toInt();
@@ -178,7 +178,7 @@ bool TstTwoServices::waitForQuestions(int count)
     return QTest::qWaitFor([&] { return asked() - before >= count; }, limitMs);
 }
 
-QHash<QByteArray, int> TstTwoServices::arrivals() const
+QHash<QByteArray, int> TestTwoServices::arrivals() const
 {
     QHash<QByteArray, int> counts;
     const QList<LoopbackServer::Request> requests = peer->requests();
@@ -187,12 +187,12 @@ QHash<QByteArray, int> TstTwoServices::arrivals() const
     return counts;
 }
 
-int TstTwoServices::repeats() const
+int TestTwoServices::repeats() const
 {
     return static_cast<int>(peer->requests().size() - arrivals().size());
 }
 
-void TstTwoServices::oneDelivers()
+void TestTwoServices::oneDelivers()
 {
     startBoth();
     write(u"heineken"_s, 100);
@@ -226,7 +226,7 @@ void TstTwoServices::oneDelivers()
 }
 
 /// The delivery in hand ends before the stand-by begins.
-void TstTwoServices::endHandsOver()
+void TestTwoServices::endHandsOver()
 {
     startBoth();
     peer->play({LoopbackServer::answer(200).held()});
@@ -247,7 +247,7 @@ void TstTwoServices::endHandsOver()
     QVERIFY(second->service.stop());
 }
 
-void TstTwoServices::killHandsOver()
+void TestTwoServices::killHandsOver()
 {
     startBoth();
     write(u"heineken"_s, 500);
@@ -267,7 +267,7 @@ void TstTwoServices::killHandsOver()
     QVERIFY(second->service.stop());
 }
 
-void TstTwoServices::stoppedOneKeepsTheQueue()
+void TestTwoServices::stoppedOneKeepsTheQueue()
 {
     startBoth();
     peer->play({LoopbackServer::answer(200).held()});
@@ -291,7 +291,7 @@ void TstTwoServices::stoppedOneKeepsTheQueue()
 
 /// The server closes the connection of a service that it has heard nothing of; here that is done by
 /// hand.
-void TstTwoServices::silentOneLosesTheQueueAndKeepsItsDelivery()
+void TestTwoServices::silentOneLosesTheQueueAndKeepsItsDelivery()
 {
     startBoth();
     peer->play({LoopbackServer::answer(200).held()});
@@ -320,7 +320,7 @@ void TstTwoServices::silentOneLosesTheQueueAndKeepsItsDelivery()
     QVERIFY(second->service.stop());
 }
 
-void TstTwoServices::cutLockComesBack()
+void TestTwoServices::cutLockComesBack()
 {
     startBoth();
     peer->play({LoopbackServer::answer(200).held()});
@@ -354,7 +354,7 @@ void TstTwoServices::cutLockComesBack()
 
 /// The server goes on with the connection that the service has given up, and lets the lock go with
 /// it.
-void TstTwoServices::silentServer()
+void TestTwoServices::silentServer()
 {
     startBoth();
     peer->play({LoopbackServer::answer(200).held()});
@@ -380,14 +380,14 @@ void TstTwoServices::silentServer()
     QVERIFY(second->service.stop());
 }
 
-void TstTwoServices::restartedServer_data()
+void TestTwoServices::restartedServer_data()
 {
     QTest::addColumn<bool>("isOrderly");
     QTest::newRow("orderly") << true;
     QTest::newRow("power cut") << false;
 }
 
-void TstTwoServices::restartedServer()
+void TestTwoServices::restartedServer()
 {
     QFETCH(bool, isOrderly);
     startBoth();
@@ -429,7 +429,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     MariaDbServer server;
-    TstTwoServices test(server);
+    TestTwoServices test(server);
     return QTest::qExec(&test, argc, argv);
 }
 

@@ -109,7 +109,7 @@ QString classNameOf(const BasicHandler &handler)
 
 } // namespace
 
-class TstHandlerTable : public QObject
+class TestHandlerTable : public QObject
 {
     Q_OBJECT
 
@@ -119,13 +119,13 @@ private Q_SLOTS:
     void everyRowBuildsItsHandler();
 };
 
-void TstHandlerTable::rowsStandInTheirOrder()
+void TestHandlerTable::rowsStandInTheirOrder()
 {
     QCOMPARE(allRows.size(), 58);
     QCOMPARE(builtTypes(), allTypes());
 }
 
-void TstHandlerTable::everyRowBuildsItsHandler_data()
+void TestHandlerTable::everyRowBuildsItsHandler_data()
 {
     QTest::addColumn<QString>("type");
     QTest::addColumn<QString>("className");
@@ -133,7 +133,7 @@ void TstHandlerTable::everyRowBuildsItsHandler_data()
         QTest::newRow(qPrintable(row.type)) << row.type << row.handler;
 }
 
-void TstHandlerTable::everyRowBuildsItsHandler()
+void TestHandlerTable::everyRowBuildsItsHandler()
 {
     QFETCH(QString, type);
     QFETCH(QString, className);
@@ -145,5 +145,5 @@ void TstHandlerTable::everyRowBuildsItsHandler()
     QCOMPARE(classNameOf(*handler), className);
 }
 
-QTEST_GUILESS_MAIN(TstHandlerTable)
+QTEST_GUILESS_MAIN(TestHandlerTable)
 #include "tst_handlertable.moc"

@@ -42,7 +42,7 @@ const QString refused = u"сервис отказал, повтор не пре�
 } // namespace
 
 /// What the service records of a message of each type, by what the outside service said to it.
-class TstVerdicts : public QObject
+class TestVerdicts : public QObject
 {
     Q_OBJECT
 
@@ -66,7 +66,7 @@ private:
     static void compare();
 };
 
-void TstVerdicts::addColumns()
+void TestVerdicts::addColumns()
 {
     QTest::addColumn<QString>("type");
     QTest::addColumn<QString>("body");
@@ -74,13 +74,13 @@ void TstVerdicts::addColumns()
     QTest::addColumn<QString>("verdict");
 }
 
-void TstVerdicts::add(const QString &type, const char *name, const QString &body,
-                      const Script &script, const QString &verdict)
+void TestVerdicts::add(const QString &type, const char *name, const QString &body,
+                       const Script &script, const QString &verdict)
 {
     QTest::addRow("%s: %s", qPrintable(type), name) << type << body << script << verdict;
 }
 
-void TstVerdicts::compare()
+void TestVerdicts::compare()
 {
     QFETCH(QString, type);
     QFETCH(QString, body);
@@ -90,7 +90,7 @@ void TstVerdicts::compare()
     QTEST(outcomeOf(type, body), "verdict");
 }
 
-void TstVerdicts::forwarding_data()
+void TestVerdicts::forwarding_data()
 {
     addColumns();
     // What the reply holds is not read, so the exchange alone decides.
@@ -135,7 +135,7 @@ void TstVerdicts::forwarding_data()
     // clang-format on
 }
 
-void TstVerdicts::loyalty_data()
+void TestVerdicts::loyalty_data()
 {
     addColumns();
     const auto loymax = [](const QByteArray &code) {
@@ -191,7 +191,7 @@ void TstVerdicts::loyalty_data()
     // clang-format on
 }
 
-void TstVerdicts::goldCrown_data()
+void TestVerdicts::goldCrown_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<QString>("verdict");
@@ -209,7 +209,7 @@ void TstVerdicts::goldCrown_data()
     // clang-format on
 }
 
-void TstVerdicts::goldCrown()
+void TestVerdicts::goldCrown()
 {
     QFETCH(http::Response, answer);
 
@@ -229,7 +229,7 @@ void TstVerdicts::goldCrown()
     QTEST(told(handler.attempt(Message())), "verdict");
 }
 
-void TstVerdicts::spasiboGivesUpAtItsLimit()
+void TestVerdicts::spasiboGivesUpAtItsLimit()
 {
     Message message;
     message.body = {{u"url"_s, u"http://shop.test/a"_s}};
@@ -242,7 +242,7 @@ void TstVerdicts::spasiboGivesUpAtItsLimit()
     QCOMPARE(verdictAfter(19), dropped(u"исчерпаны попытки отправки: 20, HTTP 503"_s));
 }
 
-void TstVerdicts::other_data()
+void TestVerdicts::other_data()
 {
     addColumns();
     const auto id = [](const QString &value) {
@@ -320,7 +320,7 @@ void TstVerdicts::other_data()
     // clang-format on
 }
 
-void TstVerdicts::retail_data()
+void TestVerdicts::retail_data()
 {
     addColumns();
     for (const QString &type :
@@ -362,5 +362,5 @@ void TstVerdicts::retail_data()
     // clang-format on
 }
 
-QTEST_GUILESS_MAIN(TstVerdicts)
+QTEST_GUILESS_MAIN(TestVerdicts)
 #include "tst_verdicts.moc"

@@ -32,7 +32,7 @@ QJsonObject object(const QByteArray &json)
 
 } // namespace
 
-class TstApMindboxHandler : public QObject
+class TestApMindboxHandler : public QObject
 {
     Q_OBJECT
 
@@ -49,7 +49,7 @@ private Q_SLOTS:
     void orderOfTheTillComesBack();
 };
 
-void TstApMindboxHandler::createdOrder()
+void TestApMindboxHandler::createdOrder()
 {
     QueueDatabase till;
     till.setSettings(settings);
@@ -68,7 +68,7 @@ void TstApMindboxHandler::createdOrder()
                           u"DEBUG  выполнение метода 'Offline.CreateAuthorizedOrder'"_s}));
 }
 
-void TstApMindboxHandler::changedStatus()
+void TestApMindboxHandler::changedStatus()
 {
     QueueDatabase till;
     till.setSettings(settings);
@@ -87,7 +87,7 @@ void TstApMindboxHandler::changedStatus()
                           u"DEBUG  выполнение метода 'Offline.ChangeStatus'"_s}));
 }
 
-void TstApMindboxHandler::outcome_data()
+void TestApMindboxHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<QString>("created");
@@ -128,7 +128,7 @@ void TstApMindboxHandler::outcome_data()
     // clang-format on
 }
 
-void TstApMindboxHandler::outcome()
+void TestApMindboxHandler::outcome()
 {
     QFETCH(http::Response, answer);
 
@@ -141,7 +141,7 @@ void TstApMindboxHandler::outcome()
     QCOMPARE(till.ids(), QList<int>());
 }
 
-void TstApMindboxHandler::otherMethod_data()
+void TestApMindboxHandler::otherMethod_data()
 {
     QTest::addColumn<QString>("body");
     QTest::newRow("Create") << uR"({"method":"Create","payload":{}})"_s;
@@ -155,7 +155,7 @@ void TstApMindboxHandler::otherMethod_data()
     QTest::newRow("empty body") << u"{}"_s;
 }
 
-void TstApMindboxHandler::otherMethod()
+void TestApMindboxHandler::otherMethod()
 {
     QFETCH(QString, body);
 
@@ -170,7 +170,7 @@ void TstApMindboxHandler::otherMethod()
                           u"INFO  адрес сервера: https://mind.test/v3/operations/sync"_s}));
 }
 
-void TstApMindboxHandler::payload_data()
+void TestApMindboxHandler::payload_data()
 {
     QTest::addColumn<QString>("payload");
     QTest::addColumn<QByteArray>("sent");
@@ -189,7 +189,7 @@ void TstApMindboxHandler::payload_data()
                       R"("e":[true],"f":{"g":{}}})");
 }
 
-void TstApMindboxHandler::payload()
+void TestApMindboxHandler::payload()
 {
     QFETCH(QString, payload);
     QFETCH(QByteArray, sent);
@@ -202,7 +202,7 @@ void TstApMindboxHandler::payload()
     }
 }
 
-void TstApMindboxHandler::settingsAreReadForEachDelivery()
+void TestApMindboxHandler::settingsAreReadForEachDelivery()
 {
     QueueDatabase till;
     FakeRestClient net({noConnection(), noConnection()});
@@ -216,7 +216,7 @@ void TstApMindboxHandler::settingsAreReadForEachDelivery()
                           u"POST http://two.test/?endpointId=&operation=Offline.ChangeStatus"_s}));
 }
 
-void TstApMindboxHandler::orderOfTheTillComesBack()
+void TestApMindboxHandler::orderOfTheTillComesBack()
 {
     QueueDatabase till;
     till.setSettings(settings);
@@ -254,5 +254,5 @@ void TstApMindboxHandler::orderOfTheTillComesBack()
     QCOMPARE(net.requestAt(3).jsonObject(), change);
 }
 
-QTEST_GUILESS_MAIN(TstApMindboxHandler)
+QTEST_GUILESS_MAIN(TestApMindboxHandler)
 #include "tst_apmindboxhandler.moc"

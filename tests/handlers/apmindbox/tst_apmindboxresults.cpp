@@ -60,7 +60,7 @@ QByteArray nested(int levels)
 
 } // namespace
 
-class TstApMindboxResults : public QObject
+class TestApMindboxResults : public QObject
 {
     Q_OBJECT
 
@@ -88,7 +88,7 @@ private Q_SLOTS:
     void furtherResultsKeepTheBase();
 };
 
-void TstApMindboxResults::operationsKeepTheirPlaces()
+void TestApMindboxResults::operationsKeepTheirPlaces()
 {
     // The destructor takes the first two.
     QCOMPARE(slotOf(&OperationResult::isSuccess), 2);
@@ -99,7 +99,7 @@ void TstApMindboxResults::operationsKeepTheirPlaces()
     QVERIFY(std::has_virtual_destructor_v<OperationResult>);
 }
 
-void TstApMindboxResults::defaults()
+void TestApMindboxResults::defaults()
 {
     const OperationResult result;
     QCOMPARE(result.httpStatus, 0);
@@ -112,7 +112,7 @@ void TstApMindboxResults::defaults()
     QVERIFY(!result.isSuccess());
 }
 
-void TstApMindboxResults::status_data()
+void TestApMindboxResults::status_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<int>("status");
@@ -132,7 +132,7 @@ void TstApMindboxResults::status_data()
         << QByteArray(R"({"status":"Success","errorMessage":"x"})") << 1;
 }
 
-void TstApMindboxResults::status()
+void TestApMindboxResults::status()
 {
     QFETCH(QByteArray, body);
     QFETCH(int, status);
@@ -144,7 +144,7 @@ void TstApMindboxResults::status()
     QVERIFY(result.error.isEmpty());
 }
 
-void TstApMindboxResults::errorMessage_data()
+void TestApMindboxResults::errorMessage_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QStringList>("lines");
@@ -176,7 +176,7 @@ void TstApMindboxResults::errorMessage_data()
         << QByteArray(R"({"status":"Success","order":{"errorMessage":"x"}})") << QStringList{};
 }
 
-void TstApMindboxResults::errorMessage()
+void TestApMindboxResults::errorMessage()
 {
     QFETCH(QByteArray, body);
     QFETCH(QStringList, lines);
@@ -191,7 +191,7 @@ void TstApMindboxResults::errorMessage()
     }
 }
 
-void TstApMindboxResults::connection_data()
+void TestApMindboxResults::connection_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("lost");
@@ -215,7 +215,7 @@ void TstApMindboxResults::connection_data()
     QTest::newRow("500 that says something else") << reply(500, R"({"a":1})") << false;
 }
 
-void TstApMindboxResults::connection()
+void TestApMindboxResults::connection()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, lost);
@@ -230,7 +230,7 @@ void TstApMindboxResults::connection()
     QCOMPARE(log.lines(), QStringList());
 }
 
-void TstApMindboxResults::codesOfTheExchange()
+void TestApMindboxResults::codesOfTheExchange()
 {
     const OperationResult refused = resultOf(reply(400, R"({"status":"ValidationError"})"));
     QCOMPARE(refused.httpStatus, 400);
@@ -244,7 +244,7 @@ void TstApMindboxResults::codesOfTheExchange()
     QVERIFY(resultOf(reply(400, successReply)).isSuccess());
 }
 
-void TstApMindboxResults::processingStatus_data()
+void TestApMindboxResults::processingStatus_data()
 {
     QTest::addColumn<QString>("json");
     QTest::addColumn<int>("value");
@@ -273,7 +273,7 @@ void TstApMindboxResults::processingStatus_data()
     QTest::newRow("an object") << uR"({"processingStatus":"Processed"})"_s << 0;
 }
 
-void TstApMindboxResults::processingStatus()
+void TestApMindboxResults::processingStatus()
 {
     QFETCH(QString, json);
     QFETCH(int, value);
@@ -285,7 +285,7 @@ void TstApMindboxResults::processingStatus()
     QCOMPARE(static_cast<int>(result.processingStatus), value);
 }
 
-void TstApMindboxResults::customer_data()
+void TestApMindboxResults::customer_data()
 {
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<QString>("expected");
@@ -344,7 +344,7 @@ void TstApMindboxResults::customer_data()
         << QByteArray(R"([{"email":"a@b.test"}])") << noCustomer;
 }
 
-void TstApMindboxResults::customer()
+void TestApMindboxResults::customer()
 {
     QFETCH(QByteArray, json);
     QFETCH(QString, expected);
@@ -356,7 +356,7 @@ void TstApMindboxResults::customer()
     QCOMPARE(told(resultOf(besideError).customer), expected);
 }
 
-void TstApMindboxResults::strangeReply_data()
+void TestApMindboxResults::strangeReply_data()
 {
     QTest::addColumn<QByteArray>("body");
 
@@ -386,7 +386,7 @@ void TstApMindboxResults::strangeReply_data()
         << R"({"order":)" + QByteArray(100'000, '[') + QByteArray(100'000, ']') + "}";
 }
 
-void TstApMindboxResults::strangeReply()
+void TestApMindboxResults::strangeReply()
 {
     QFETCH(QByteArray, body);
 
@@ -406,7 +406,7 @@ void TstApMindboxResults::strangeReply()
     QCOMPARE(log.lines(), QStringList());
 }
 
-void TstApMindboxResults::hugeReply()
+void TestApMindboxResults::hugeReply()
 {
     constexpr qsizetype size = 4'000'000;
     const QByteArray name(size, 'a');
@@ -433,7 +433,7 @@ void TstApMindboxResults::hugeReply()
     QVERIFY(resultOf(cutOff).response.isEmpty());
 }
 
-void TstApMindboxResults::success_data()
+void TestApMindboxResults::success_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("successes");
@@ -481,7 +481,7 @@ void TstApMindboxResults::success_data()
         R"({"status":"Success","order":{"processingStatus":"Found"}})", u"operation"_s);
 }
 
-void TstApMindboxResults::success()
+void TestApMindboxResults::success()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, successes);
@@ -505,7 +505,7 @@ void TstApMindboxResults::success()
     }
 }
 
-void TstApMindboxResults::registrationIsReadAgain()
+void TestApMindboxResults::registrationIsReadAgain()
 {
     RegisterCustomerResult result(resultOf(R"({"status":"Success"})"));
     QVERIFY(!result.isSuccess());
@@ -513,7 +513,7 @@ void TstApMindboxResults::registrationIsReadAgain()
     QVERIFY(result.isSuccess());
 }
 
-void TstApMindboxResults::errorOr()
+void TestApMindboxResults::errorOr()
 {
     QCOMPARE(resultOf(noConnection()).errorOr(ownText).ru(), u"Ошибка связи с сервером"_s);
     QCOMPARE(resultOf(errorReply).errorOr(ownText), ownText);
@@ -524,7 +524,7 @@ void TstApMindboxResults::errorOr()
              u"Ошибка связи с сервером"_s);
 }
 
-void TstApMindboxResults::furtherResultsKeepTheBase()
+void TestApMindboxResults::furtherResultsKeepTheBase()
 {
     const OperationResult lost = resultOf(reply(503));
     const OperationResult told200 =
@@ -550,5 +550,5 @@ void TstApMindboxResults::furtherResultsKeepTheBase()
     QCOMPARE(told(told200.customer), u"no|no|||||-|male|2"_s);
 }
 
-QTEST_GUILESS_MAIN(TstApMindboxResults)
+QTEST_GUILESS_MAIN(TestApMindboxResults)
 #include "tst_apmindboxresults.moc"

@@ -31,7 +31,7 @@ PreparedRequest requestOf(Verb verb)
 
 } // namespace
 
-class TstDelivery : public QObject
+class TestDelivery : public QObject
 {
     Q_OBJECT
 
@@ -45,7 +45,7 @@ private Q_SLOTS:
     void success();
 };
 
-void TstDelivery::requestGoesOutAsItIs_data()
+void TestDelivery::requestGoesOutAsItIs_data()
 {
     QTest::addColumn<Verb>("verb");
     QTest::addColumn<QByteArray>("sent");
@@ -56,7 +56,7 @@ void TstDelivery::requestGoesOutAsItIs_data()
     QTest::newRow("whole PATCH") << Verb::WholePatch << QByteArray("PATCH");
 }
 
-void TstDelivery::requestGoesOutAsItIs()
+void TestDelivery::requestGoesOutAsItIs()
 {
     QFETCH(Verb, verb);
     QFETCH(QByteArray, sent);
@@ -73,7 +73,7 @@ void TstDelivery::requestGoesOutAsItIs()
     QCOMPARE(made.logger, &logger());
 }
 
-void TstDelivery::bytesAndDocumentsArePosted()
+void TestDelivery::bytesAndDocumentsArePosted()
 {
     FakeRestClient net({reply(200), reply(200), reply(200)});
     PreparedRequest request = requestOf(Verb::Post);
@@ -88,7 +88,7 @@ void TstDelivery::bytesAndDocumentsArePosted()
     QCOMPARE(net.lastRequest().body, QByteArray("{}"));
 }
 
-void TstDelivery::timeoutIsSetOnce()
+void TestDelivery::timeoutIsSetOnce()
 {
     FakeRestClient net({reply(200), reply(200)});
     const PreparedRequest request = requestOf(Verb::Post);
@@ -99,7 +99,7 @@ void TstDelivery::timeoutIsSetOnce()
                                        u"POST http://till.test/a"_s}));
 }
 
-void TstDelivery::withoutATimeoutTheClientsHolds()
+void TestDelivery::withoutATimeoutTheClientsHolds()
 {
     FakeRestClient net({reply(200)});
     PreparedRequest request = requestOf(Verb::Post);
@@ -108,7 +108,7 @@ void TstDelivery::withoutATimeoutTheClientsHolds()
     QCOMPARE(net.steps(), QStringList{u"POST http://till.test/a"_s});
 }
 
-void TstDelivery::success_data()
+void TestDelivery::success_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("isSuccess");
@@ -122,7 +122,7 @@ void TstDelivery::success_data()
     QTest::newRow("no answer in time") << timeout() << false;
 }
 
-void TstDelivery::success()
+void TestDelivery::success()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, isSuccess);
@@ -143,5 +143,5 @@ void TstDelivery::success()
     QCOMPARE(log.lines(), line + line + line);
 }
 
-QTEST_GUILESS_MAIN(TstDelivery)
+QTEST_GUILESS_MAIN(TestDelivery)
 #include "tst_delivery.moc"

@@ -44,7 +44,7 @@ QVariant read(const Message &message, QMetaType type, bool withDefault)
 
 } // namespace
 
-class TstMessageValue : public QObject
+class TestMessageValue : public QObject
 {
     Q_OBJECT
 
@@ -56,7 +56,7 @@ private Q_SLOTS:
     void headers();
 };
 
-void TstMessageValue::values_data()
+void TestMessageValue::values_data()
 {
     QTest::addColumn<QString>("json");
     QTest::addColumn<QVariant>("expected");
@@ -86,7 +86,7 @@ void TstMessageValue::values_data()
     row("text as object: empty", u"\"{}\""_s, QVariant::fromValue(QJsonObject()));
 }
 
-void TstMessageValue::values()
+void TestMessageValue::values()
 {
     QFETCH(QString, json);
     QFETCH(QVariant, expected);
@@ -96,7 +96,7 @@ void TstMessageValue::values()
     QCOMPARE(read(message, expected.metaType(), true), expected);
 }
 
-void TstMessageValue::absentKeyGivesTheDefault()
+void TestMessageValue::absentKeyGivesTheDefault()
 {
     const Message message;
     QCOMPARE(messageValue<int>(message, u"timeout"_s, 10), 10);
@@ -107,14 +107,14 @@ void TstMessageValue::absentKeyGivesTheDefault()
              (QJsonObject{{u"a"_s, 1}}));
 }
 
-void TstMessageValue::keysDifferByCase()
+void TestMessageValue::keysDifferByCase()
 {
     const Message message = withBody(u"{\"Timeout\":5}"_s);
     QCOMPARE(messageValue<int>(message, u"timeout"_s, 10), 10);
     QCOMPARE(messageValue<int>(message, u"Timeout"_s, 10), 5);
 }
 
-void TstMessageValue::headers()
+void TestMessageValue::headers()
 {
     QCOMPARE(messageHeaders({}), (QHash<QString, QString>()));
     QCOMPARE(messageHeaders({{u"a"_s, u"x"_s}, {u"n"_s, 5}, {u"b"_s, true}}),
@@ -123,5 +123,5 @@ void TstMessageValue::headers()
              (QHash<QString, QString>{{u"m"_s, u""_s}}));
 }
 
-QTEST_GUILESS_MAIN(TstMessageValue)
+QTEST_GUILESS_MAIN(TestMessageValue)
 #include "tst_messagevalue.moc"

@@ -22,7 +22,7 @@ const QByteArray prepared =
 
 } // namespace
 
-class TstPreparedRequest : public QObject
+class TestPreparedRequest : public QObject
 {
     Q_OBJECT
 
@@ -41,7 +41,7 @@ private Q_SLOTS:
     void credentials();
 };
 
-void TstPreparedRequest::isReadFromItsMessage()
+void TestPreparedRequest::isReadFromItsMessage()
 {
     const PreparedRequest request = readRequest(messageOf(prepared), {.verb = Verb::WholePut});
     QCOMPARE(request.verb, Verb::WholePut);
@@ -51,7 +51,7 @@ void TstPreparedRequest::isReadFromItsMessage()
     QCOMPARE(request.timeoutSeconds, 7);
 }
 
-void TstPreparedRequest::absentKeysReadAsEmpty()
+void TestPreparedRequest::absentKeysReadAsEmpty()
 {
     const PreparedRequest request = readRequest(messageOf("{}"));
     QCOMPARE(request.verb, Verb::Post);
@@ -61,7 +61,7 @@ void TstPreparedRequest::absentKeysReadAsEmpty()
     QCOMPARE(request.timeoutSeconds, 0);
 }
 
-void TstPreparedRequest::body_data()
+void TestPreparedRequest::body_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<Payload>("payload");
@@ -83,7 +83,7 @@ void TstPreparedRequest::body_data()
     // clang-format on
 }
 
-void TstPreparedRequest::body()
+void TestPreparedRequest::body()
 {
     QFETCH(QByteArray, body);
     QFETCH(Payload, payload);
@@ -95,7 +95,7 @@ void TstPreparedRequest::body()
     QCOMPARE(request.content(), content);
 }
 
-void TstPreparedRequest::headers_data()
+void TestPreparedRequest::headers_data()
 {
     QTest::addColumn<Headers>("rule");
     QTest::addColumn<HeaderMap>("expected");
@@ -108,7 +108,7 @@ void TstPreparedRequest::headers_data()
     QTest::newRow("none") << Headers::Empty << HeaderMap();
 }
 
-void TstPreparedRequest::headers()
+void TestPreparedRequest::headers()
 {
     QFETCH(Headers, rule);
     QFETCH(HeaderMap, expected);
@@ -116,7 +116,7 @@ void TstPreparedRequest::headers()
     QCOMPARE(readRequest(messageOf(prepared), {.headers = rule}).headers, expected);
 }
 
-void TstPreparedRequest::timeout_data()
+void TestPreparedRequest::timeout_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<int>("fromMessage");
@@ -128,7 +128,7 @@ void TstPreparedRequest::timeout_data()
     QTest::newRow("no number") << QByteArray(R"({"timeout": "abc"})") << 10 << 0;
 }
 
-void TstPreparedRequest::timeout()
+void TestPreparedRequest::timeout()
 {
     QFETCH(QByteArray, body);
     QFETCH(int, fromMessage);
@@ -143,7 +143,7 @@ void TstPreparedRequest::timeout()
     QVERIFY(!seconds(Timeout::unset()));
 }
 
-void TstPreparedRequest::address_data()
+void TestPreparedRequest::address_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QByteArray>("expected");
@@ -158,7 +158,7 @@ void TstPreparedRequest::address_data()
     // clang-format on
 }
 
-void TstPreparedRequest::address()
+void TestPreparedRequest::address()
 {
     QFETCH(QByteArray, body);
     QFETCH(QByteArray, expected);
@@ -171,7 +171,7 @@ void TstPreparedRequest::address()
     QCOMPARE(messageAddress(message, u"at"_s).toEncoded(), expected);
 }
 
-void TstPreparedRequest::credentials_data()
+void TestPreparedRequest::credentials_data()
 {
     QTest::addColumn<QString>("address");
     QTest::addColumn<QByteArray>("expected");
@@ -184,7 +184,7 @@ void TstPreparedRequest::credentials_data()
     QTest::newRow("empty stays so") << QString() << QByteArray();
 }
 
-void TstPreparedRequest::credentials()
+void TestPreparedRequest::credentials()
 {
     QFETCH(QString, address);
     QFETCH(QByteArray, expected);
@@ -194,5 +194,5 @@ void TstPreparedRequest::credentials()
     QCOMPARE(url.toEncoded(), expected);
 }
 
-QTEST_GUILESS_MAIN(TstPreparedRequest)
+QTEST_GUILESS_MAIN(TestPreparedRequest)
 #include "tst_preparedrequest.moc"

@@ -26,7 +26,7 @@ QString message(const QString &rest)
 } // namespace
 
 /// The fourteen types that deliver a request as the till prepared it.
-class TstForwarding : public QObject
+class TestForwarding : public QObject
 {
     Q_OBJECT
 
@@ -40,7 +40,7 @@ private Q_SLOTS:
     void eachMessageHasItsAddress();
 };
 
-void TstForwarding::request_data()
+void TestForwarding::request_data()
 {
     QTest::addColumn<QString>("type");
     QTest::addColumn<QString>("body");
@@ -93,7 +93,7 @@ void TstForwarding::request_data()
     // clang-format on
 }
 
-void TstForwarding::request()
+void TestForwarding::request()
 {
     QFETCH(QString, type);
     QFETCH(QString, body);
@@ -120,7 +120,7 @@ void TstForwarding::request()
     QCOMPARE(log.lines(), opening.isEmpty() ? QStringList() : QStringList{opening});
 }
 
-void TstForwarding::outcome_data()
+void TestForwarding::outcome_data()
 {
     QTest::addColumn<QString>("type");
     QTest::addColumn<http::Response>("answer");
@@ -163,7 +163,7 @@ void TstForwarding::outcome_data()
     }
 }
 
-void TstForwarding::outcome()
+void TestForwarding::outcome()
 {
     QFETCH(QString, type);
     QFETCH(http::Response, answer);
@@ -177,7 +177,7 @@ void TstForwarding::outcome()
     QCOMPARE(failures, line.isEmpty() ? QStringList() : QStringList{line});
 }
 
-void TstForwarding::absentAddressKeepsTheMessage_data()
+void TestForwarding::absentAddressKeepsTheMessage_data()
 {
     QTest::addColumn<QString>("type");
     for (const char *type : {"abmloyalty", "cardlab", "waybillnumber", "heineken", "smartscales",
@@ -186,14 +186,14 @@ void TstForwarding::absentAddressKeepsTheMessage_data()
         QTest::newRow(type) << QString::fromLatin1(type);
 }
 
-void TstForwarding::absentAddressKeepsTheMessage()
+void TestForwarding::absentAddressKeepsTheMessage()
 {
     QFETCH(QString, type);
     // The real client: the address is empty, so nothing goes out.
     QVERIFY(!deliver(type, u"{}"_s));
 }
 
-void TstForwarding::eachMessageHasItsAddress()
+void TestForwarding::eachMessageHasItsAddress()
 {
     FakeRestClient net({reply(200), reply(200), reply(200), reply(200)});
     const QStringList paths{u"a"_s, u"b"_s, u"b"_s, u"a"_s};
@@ -204,5 +204,5 @@ void TstForwarding::eachMessageHasItsAddress()
     }
 }
 
-QTEST_GUILESS_MAIN(TstForwarding)
+QTEST_GUILESS_MAIN(TestForwarding)
 #include "tst_forwarding.moc"

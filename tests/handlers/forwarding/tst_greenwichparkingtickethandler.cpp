@@ -16,7 +16,7 @@ const QString ticketWithoutTimeout = uR"({"method":"GET","url":"http://parking.t
 
 } // namespace
 
-class TstGreenwichParkingTicketHandler : public QObject
+class TestGreenwichParkingTicketHandler : public QObject
 {
     Q_OBJECT
 
@@ -28,7 +28,7 @@ private Q_SLOTS:
     void outcome();
 };
 
-void TstGreenwichParkingTicketHandler::wholeRequest()
+void TestGreenwichParkingTicketHandler::wholeRequest()
 {
     const LogCapture log(u"greenwichparkingticket"_s);
     FakeRestClient net({reply(200)});
@@ -42,7 +42,7 @@ void TstGreenwichParkingTicketHandler::wholeRequest()
     QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения"_s});
 }
 
-void TstGreenwichParkingTicketHandler::bodyAsText()
+void TestGreenwichParkingTicketHandler::bodyAsText()
 {
     FakeRestClient net({reply(200)});
     QVERIFY(deliver(u"greenwichparkingticket"_s, ticketWithText));
@@ -50,14 +50,14 @@ void TstGreenwichParkingTicketHandler::bodyAsText()
     QCOMPARE(net.lastRequest().body, QByteArray("a=1&b=ж"));
 }
 
-void TstGreenwichParkingTicketHandler::timeoutByDefault()
+void TestGreenwichParkingTicketHandler::timeoutByDefault()
 {
     FakeRestClient net({reply(200)});
     QVERIFY(deliver(u"greenwichparkingticket"_s, ticketWithoutTimeout));
     QCOMPARE(net.lastRequest().timeoutMs.value_or(-1), 0);
 }
 
-void TstGreenwichParkingTicketHandler::outcome_data()
+void TestGreenwichParkingTicketHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("finished");
@@ -86,7 +86,7 @@ void TstGreenwichParkingTicketHandler::outcome_data()
     QTest::newRow("no answer in time: kept") << timeout() << false << true;
 }
 
-void TstGreenwichParkingTicketHandler::outcome()
+void TestGreenwichParkingTicketHandler::outcome()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
@@ -101,5 +101,5 @@ void TstGreenwichParkingTicketHandler::outcome()
     QCOMPARE(log.lines(), expected);
 }
 
-QTEST_GUILESS_MAIN(TstGreenwichParkingTicketHandler)
+QTEST_GUILESS_MAIN(TestGreenwichParkingTicketHandler)
 #include "tst_greenwichparkingtickethandler.moc"

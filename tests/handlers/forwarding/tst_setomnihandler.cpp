@@ -21,7 +21,7 @@ QString message(const QString &xml)
 
 } // namespace
 
-class TstSetOmniHandler : public QObject
+class TestSetOmniHandler : public QObject
 {
     Q_OBJECT
 
@@ -38,7 +38,7 @@ private Q_SLOTS:
     void malformedReply();
 };
 
-void TstSetOmniHandler::sendsTheNormalisedDocument()
+void TestSetOmniHandler::sendsTheNormalisedDocument()
 {
     const LogCapture log(u"setomni"_s);
     FakeRestClient net({reply(200, "<ok/>")});
@@ -58,7 +58,7 @@ void TstSetOmniHandler::sendsTheNormalisedDocument()
 }
 
 /// A document of a whole shop is sent, and one that is larger still is refused in plain words.
-void TstSetOmniHandler::largeDocuments()
+void TestSetOmniHandler::largeDocuments()
 {
     constexpr qsizetype limit = 16 * 1024 * 1024;
     const QString line = u"<item code=\"4607\"><name>bread</name></item>"_s;
@@ -85,7 +85,7 @@ void TstSetOmniHandler::largeDocuments()
              u"ERROR Документ XML не принят: размер 4194305 байт, допускается не более 4194304"_s);
 }
 
-void TstSetOmniHandler::malformedRequest_data()
+void TestSetOmniHandler::malformedRequest_data()
 {
     QTest::addColumn<QString>("xml");
     QTest::newRow("cut off") << u"<sale><item>"_s;
@@ -93,7 +93,7 @@ void TstSetOmniHandler::malformedRequest_data()
     QTest::newRow("empty") << u""_s;
 }
 
-void TstSetOmniHandler::malformedRequest()
+void TestSetOmniHandler::malformedRequest()
 {
     QFETCH(QString, xml);
     const LogCapture log(u"setomni"_s);
@@ -103,7 +103,7 @@ void TstSetOmniHandler::malformedRequest()
     QCOMPARE(log.lines(), QStringList{u"ERROR Некорректный xml-запрос"_s});
 }
 
-void TstSetOmniHandler::failedExchange_data()
+void TestSetOmniHandler::failedExchange_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::newRow("400") << reply(400, "<ok/>");
@@ -111,14 +111,14 @@ void TstSetOmniHandler::failedExchange_data()
     QTest::newRow("no connection") << noConnection();
 }
 
-void TstSetOmniHandler::failedExchange()
+void TestSetOmniHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
     compareOutcome(u"setomni"_s, message(u"<sale/>"_s), answer, false,
                    QStringList{u"INFO Ошибка при отправке запроса: "_s + answer.errorText.ru()});
 }
 
-void TstSetOmniHandler::wellFormedReply_data()
+void TestSetOmniHandler::wellFormedReply_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::newRow("success") << QByteArray("<ok/>");
@@ -127,14 +127,14 @@ void TstSetOmniHandler::wellFormedReply_data()
         "<?xml version=\"1.0\" encoding=\"windows-1251\"?><a>\xcf\xf0</a>");
 }
 
-void TstSetOmniHandler::wellFormedReply()
+void TestSetOmniHandler::wellFormedReply()
 {
     QFETCH(QByteArray, body);
     FakeRestClient net({reply(200, body)});
     QVERIFY(deliver(u"setomni"_s, message(u"<sale/>"_s)));
 }
 
-void TstSetOmniHandler::malformedReply_data()
+void TestSetOmniHandler::malformedReply_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("place");
@@ -143,7 +143,7 @@ void TstSetOmniHandler::malformedReply_data()
     QTest::newRow("empty") << QByteArray() << u"1, "_s;
 }
 
-void TstSetOmniHandler::malformedReply()
+void TestSetOmniHandler::malformedReply()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, place);
@@ -155,5 +155,5 @@ void TstSetOmniHandler::malformedReply()
     QVERIFY2(log.lines().first().startsWith(start), qPrintable(log.lines().first()));
 }
 
-QTEST_GUILESS_MAIN(TstSetOmniHandler)
+QTEST_GUILESS_MAIN(TestSetOmniHandler)
 #include "tst_setomnihandler.moc"

@@ -13,7 +13,7 @@ const QString message =
 
 } // namespace
 
-class TstWinelabCertificateHandler : public QObject
+class TestWinelabCertificateHandler : public QObject
 {
     Q_OBJECT
 
@@ -23,7 +23,7 @@ private Q_SLOTS:
     void outcome();
 };
 
-void TstWinelabCertificateHandler::request()
+void TestWinelabCertificateHandler::request()
 {
     const LogCapture log(u"winelabcertificate"_s);
     FakeRestClient net({reply(200, "<r><status>create</status></r>")});
@@ -35,7 +35,7 @@ void TstWinelabCertificateHandler::request()
     QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения 7"_s});
 }
 
-void TstWinelabCertificateHandler::outcome_data()
+void TestWinelabCertificateHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("finished");
@@ -58,7 +58,7 @@ void TstWinelabCertificateHandler::outcome_data()
     QTest::newRow("no connection") << noConnection() << false;
 }
 
-void TstWinelabCertificateHandler::outcome()
+void TestWinelabCertificateHandler::outcome()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
@@ -72,5 +72,5 @@ void TstWinelabCertificateHandler::outcome()
     QCOMPARE(log.lines(), expected);
 }
 
-QTEST_GUILESS_MAIN(TstWinelabCertificateHandler)
+QTEST_GUILESS_MAIN(TestWinelabCertificateHandler)
 #include "tst_winelabcertificatehandler.moc"

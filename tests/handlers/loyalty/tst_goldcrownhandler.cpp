@@ -56,7 +56,7 @@ public:
 
 } // namespace
 
-class TstGoldCrownHandler : public QObject
+class TestGoldCrownHandler : public QObject
 {
     Q_OBJECT
 
@@ -93,7 +93,7 @@ private:
     std::unique_ptr<QTemporaryDir> folder;
 };
 
-void TstGoldCrownHandler::initTestCase()
+void TestGoldCrownHandler::initTestCase()
 {
     authority = certificates.authority(u"authority"_s);
     source = certificates.pkcs12(certificates.client(authority, u"till"_s), u"secret"_s);
@@ -101,7 +101,7 @@ void TstGoldCrownHandler::initTestCase()
     formerPath = qgetenv("PATH");
 }
 
-void TstGoldCrownHandler::init()
+void TestGoldCrownHandler::init()
 {
     folder = std::make_unique<QTemporaryDir>();
     qputenv("QUEUE_ROOT", folder->path().toUtf8());
@@ -115,25 +115,25 @@ void TstGoldCrownHandler::init()
     qputenv("PATH", folder->filePath(u"bin"_s).toUtf8() + ':' + formerPath);
 }
 
-void TstGoldCrownHandler::cleanup()
+void TestGoldCrownHandler::cleanup()
 {
     qputenv("PATH", formerPath);
     qunsetenv("QUEUE_ROOT");
 }
 
-int TstGoldCrownHandler::runsOfTheTool() const
+int TestGoldCrownHandler::runsOfTheTool() const
 {
     return static_cast<int>(read(folder->filePath(u"runs"_s)).count("run"));
 }
 
-void TstGoldCrownHandler::request_data()
+void TestGoldCrownHandler::request_data()
 {
     QTest::addColumn<QString>("type");
     for (const char *type : {"goldcrown", "spasiboBatch", "spasiboReverse"})
         QTest::newRow(type) << QString::fromLatin1(type);
 }
 
-void TstGoldCrownHandler::request()
+void TestGoldCrownHandler::request()
 {
     QFETCH(QString, type);
     const LogCapture log(type);
@@ -160,21 +160,21 @@ void TstGoldCrownHandler::request()
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
-void TstGoldCrownHandler::failedExchange_data()
+void TestGoldCrownHandler::failedExchange_data()
 {
     addLostExchanges();
     QTest::newRow("HTTP 500 with code 0") << reply(500, done);
     QTest::newRow("HTTP 302 with code 0") << reply(302, done);
 }
 
-void TstGoldCrownHandler::failedExchange()
+void TestGoldCrownHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
     compareOutcome(u"goldcrown"_s, message(source), answer, false,
                    QStringList{opening, failureLine(answer)});
 }
 
-void TstGoldCrownHandler::noCertificate_data()
+void TestGoldCrownHandler::noCertificate_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("password");
@@ -187,7 +187,7 @@ void TstGoldCrownHandler::noCertificate_data()
     QTest::newRow("no password") << source << QString() << noPem;
 }
 
-void TstGoldCrownHandler::noCertificate()
+void TestGoldCrownHandler::noCertificate()
 {
     QFETCH(QString, path);
     QFETCH(QString, password);
@@ -199,7 +199,7 @@ void TstGoldCrownHandler::noCertificate()
     QCOMPARE(log.lines(), (QStringList{opening, line}));
 }
 
-void TstGoldCrownHandler::convertsOnce()
+void TestGoldCrownHandler::convertsOnce()
 {
     FakeRestClient net({reply(200, done)});
     QVERIFY(deliver(u"goldcrown"_s, message(source)));
@@ -224,14 +224,14 @@ void TstGoldCrownHandler::convertsOnce()
     QCOMPARE(runsOfTheTool(), 2);
 }
 
-void TstGoldCrownHandler::serviceAsksForTheCertificate_data()
+void TestGoldCrownHandler::serviceAsksForTheCertificate_data()
 {
     QTest::addColumn<bool>("known");
     QTest::newRow("the service knows the till's authority") << true;
     QTest::newRow("another authority's") << false;
 }
 
-void TstGoldCrownHandler::serviceAsksForTheCertificate()
+void TestGoldCrownHandler::serviceAsksForTheCertificate()
 {
     QFETCH(bool, known);
     const NginxServer nginx(NginxServer::Setup{
@@ -250,7 +250,7 @@ void TstGoldCrownHandler::serviceAsksForTheCertificate()
                                   "код состояния HTTP 400"_s}));
 }
 
-void TstGoldCrownHandler::judgement_data()
+void TestGoldCrownHandler::judgement_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<bool>("finished");
@@ -294,7 +294,7 @@ void TstGoldCrownHandler::judgement_data()
     // clang-format on
 }
 
-void TstGoldCrownHandler::judgement()
+void TestGoldCrownHandler::judgement()
 {
     QFETCH(QByteArray, reply);
     QFETCH(bool, finished);
@@ -304,7 +304,7 @@ void TstGoldCrownHandler::judgement()
     QCOMPARE(log.lines(), lines);
 }
 
-void TstGoldCrownHandler::windows1251()
+void TestGoldCrownHandler::windows1251()
 {
     const QByteArray bytes = QTextCodec::codecForName("windows-1251")
                                  ->fromUnicode(u"<?xml version='1.0' encoding='windows-1251'?>"
@@ -316,7 +316,7 @@ void TstGoldCrownHandler::windows1251()
                                        u"WARN Сообщение об ошибке: Карта заблокирована"_s}));
 }
 
-void TstGoldCrownHandler::allowedErrors_data()
+void TestGoldCrownHandler::allowedErrors_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<bool>("finished");
@@ -339,7 +339,7 @@ void TstGoldCrownHandler::allowedErrors_data()
     // clang-format on
 }
 
-void TstGoldCrownHandler::allowedErrors()
+void TestGoldCrownHandler::allowedErrors()
 {
     QFETCH(QByteArray, reply);
     QFETCH(bool, finished);
@@ -352,7 +352,7 @@ void TstGoldCrownHandler::allowedErrors()
     QCOMPARE(log.lines(), lines);
 }
 
-void TstGoldCrownHandler::nothingIsAllowedAtFirst()
+void TestGoldCrownHandler::nothingIsAllowedAtFirst()
 {
     struct Look : GoldCrownHandler
     {
@@ -365,7 +365,7 @@ void TstGoldCrownHandler::nothingIsAllowedAtFirst()
     QCOMPARE(Look().codes(), QList<int>());
 }
 
-void TstGoldCrownHandler::operationsKeepTheirPlaces()
+void TestGoldCrownHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&GoldCrownHandler::sendMessage), 5);
     QCOMPARE(slotOf(&GoldCrownHandler::parseReply), 9);
@@ -373,5 +373,5 @@ void TstGoldCrownHandler::operationsKeepTheirPlaces()
     QCOMPARE(slotOf(&GoldCrownHandler::prepareCertificate), 11);
 }
 
-QTEST_GUILESS_MAIN(TstGoldCrownHandler)
+QTEST_GUILESS_MAIN(TestGoldCrownHandler)
 #include "tst_goldcrownhandler.moc"

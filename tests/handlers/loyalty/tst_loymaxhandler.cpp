@@ -50,7 +50,7 @@ QString code(const QString &number)
 
 } // namespace
 
-class TstLoymaxHandler : public QObject
+class TestLoymaxHandler : public QObject
 {
     Q_OBJECT
 
@@ -83,17 +83,17 @@ private:
     std::unique_ptr<QueueDatabase> till;
 };
 
-void TstLoymaxHandler::init()
+void TestLoymaxHandler::init()
 {
     till = std::make_unique<QueueDatabase>();
 }
 
-void TstLoymaxHandler::cleanup()
+void TestLoymaxHandler::cleanup()
 {
     till.reset();
 }
 
-void TstLoymaxHandler::request()
+void TestLoymaxHandler::request()
 {
     const LogCapture log(u"loymax"_s);
     FakeRestClient net({discount("0")});
@@ -103,7 +103,7 @@ void TstLoymaxHandler::request()
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
-void TstLoymaxHandler::timeoutOfTheSettings()
+void TestLoymaxHandler::timeoutOfTheSettings()
 {
     till->setSettings(u"[Loymax]\ntimeout = 45\n"_s);
     LoymaxHandler handler;
@@ -113,7 +113,7 @@ void TstLoymaxHandler::timeoutOfTheSettings()
     QCOMPARE(net.steps().first(), u"setTimeout 45"_s);
 }
 
-void TstLoymaxHandler::judgement_data()
+void TestLoymaxHandler::judgement_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<bool>("done");
@@ -161,7 +161,7 @@ void TstLoymaxHandler::judgement_data()
     // clang-format on
 }
 
-void TstLoymaxHandler::judgement()
+void TestLoymaxHandler::judgement()
 {
     QFETCH(QByteArray, reply);
     QFETCH(bool, done);
@@ -177,7 +177,7 @@ void TstLoymaxHandler::judgement()
     QCOMPARE(log.lines(), lines);
 }
 
-void TstLoymaxHandler::uncriticalErrors_data()
+void TestLoymaxHandler::uncriticalErrors_data()
 {
     QTest::addColumn<int>("number");
     QTest::addColumn<bool>("done");
@@ -189,14 +189,14 @@ void TstLoymaxHandler::uncriticalErrors_data()
     }
 }
 
-void TstLoymaxHandler::uncriticalErrors()
+void TestLoymaxHandler::uncriticalErrors()
 {
     QFETCH(int, number);
     QFETCH(bool, done);
     QCOMPARE(LoymaxHandler().parseReply(discount(QByteArray::number(number))).done, done);
 }
 
-void TstLoymaxHandler::listOfTheSettings()
+void TestLoymaxHandler::listOfTheSettings()
 {
     LoymaxHandler handler;
     till->setSettings(u"[Loymax]\nuncriticalErrors = 1,7 , ABC\n"_s);
@@ -209,7 +209,7 @@ void TstLoymaxHandler::listOfTheSettings()
     QVERIFY(handler.parseReply(discount("207")).done);
 }
 
-void TstLoymaxHandler::failedExchange_data()
+void TestLoymaxHandler::failedExchange_data()
 {
     addLostExchanges();
     const QByteArray success = "<RefundResponse ErrorCode='0'/>";
@@ -217,14 +217,14 @@ void TstLoymaxHandler::failedExchange_data()
     QTest::newRow("HTTP 400, code 217") << reply(400, "<RefundResponse ErrorCode='217'/>");
 }
 
-void TstLoymaxHandler::failedExchange()
+void TestLoymaxHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
     compareOutcome(u"loymax"_s, message(), answer, false,
                    QStringList{opening, failureLine(answer)});
 }
 
-void TstLoymaxHandler::repeatedWithoutCorrections_data()
+void TestLoymaxHandler::repeatedWithoutCorrections_data()
 {
     QTest::addColumn<QString>("xml");
     QTest::addColumn<QByteArray>("repeated");
@@ -238,7 +238,7 @@ void TstLoymaxHandler::repeatedWithoutCorrections_data()
     // clang-format on
 }
 
-void TstLoymaxHandler::repeatedWithoutCorrections()
+void TestLoymaxHandler::repeatedWithoutCorrections()
 {
     QFETCH(QString, xml);
     QFETCH(QByteArray, repeated);
@@ -251,7 +251,7 @@ void TstLoymaxHandler::repeatedWithoutCorrections()
     QCOMPARE(net.requestAt(1).headers, net.requestAt(0).headers);
 }
 
-void TstLoymaxHandler::repetition_data()
+void TestLoymaxHandler::repetition_data()
 {
     QTest::addColumn<Script>("script");
     QTest::addColumn<bool>("finished");
@@ -269,7 +269,7 @@ void TstLoymaxHandler::repetition_data()
     // clang-format on
 }
 
-void TstLoymaxHandler::repetition()
+void TestLoymaxHandler::repetition()
 {
     QFETCH(Script, script);
     QFETCH(bool, finished);
@@ -281,7 +281,7 @@ void TstLoymaxHandler::repetition()
     QCOMPARE(log.lines(), QStringList{opening} + lines);
 }
 
-void TstLoymaxHandler::largeRequestIsRepeated()
+void TestLoymaxHandler::largeRequestIsRepeated()
 {
     constexpr qsizetype limit = 16 * 1024 * 1024;
     const QString line =
@@ -310,7 +310,7 @@ void TstLoymaxHandler::largeRequestIsRepeated()
                     "16777216"_s});
 }
 
-void TstLoymaxHandler::unreadableRequestIsNotRepeated_data()
+void TestLoymaxHandler::unreadableRequestIsNotRepeated_data()
 {
     QTest::addColumn<QString>("xml");
     QTest::newRow("no XML") << u"hello"_s;
@@ -319,7 +319,7 @@ void TstLoymaxHandler::unreadableRequestIsNotRepeated_data()
     QTest::newRow("own entity") << u"<!DOCTYPE r [<!ENTITY b \"0\">]><r>&b;</r>"_s;
 }
 
-void TstLoymaxHandler::unreadableRequestIsNotRepeated()
+void TestLoymaxHandler::unreadableRequestIsNotRepeated()
 {
     QFETCH(QString, xml);
     const LogCapture log(u"loymax"_s);
@@ -329,7 +329,7 @@ void TstLoymaxHandler::unreadableRequestIsNotRepeated()
              (QStringList{opening, code(u"217"_s), repeating, u"ERROR Некорректный xml-запрос"_s}));
 }
 
-void TstLoymaxHandler::transaction_data()
+void TestLoymaxHandler::transaction_data()
 {
     QTest::addColumn<Script>("script");
     QTest::addColumn<bool>("finished");
@@ -347,7 +347,7 @@ void TstLoymaxHandler::transaction_data()
     // clang-format on
 }
 
-void TstLoymaxHandler::transaction()
+void TestLoymaxHandler::transaction()
 {
     QFETCH(Script, script);
     QFETCH(bool, finished);
@@ -369,7 +369,7 @@ void TstLoymaxHandler::transaction()
              stored != u"old");
 }
 
-void TstLoymaxHandler::brokenDocumentStore()
+void TestLoymaxHandler::brokenDocumentStore()
 {
     till->query(u"DROP TABLE queues.documentcard"_s);
     const LogCapture log(u"loymax"_s);
@@ -385,7 +385,7 @@ void TstLoymaxHandler::brokenDocumentStore()
     QVERIFY(!deliver(u"loymax"_s, message()));
 }
 
-void TstLoymaxHandler::operationsAreVirtual()
+void TestLoymaxHandler::operationsAreVirtual()
 {
     struct Recording : LoymaxHandler
     {
@@ -407,12 +407,12 @@ void TstLoymaxHandler::operationsAreVirtual()
     QCOMPARE(handler.seen, (QStringList{u"r"_s, u"5 t"_s}));
 }
 
-void TstLoymaxHandler::operationsKeepTheirPlaces()
+void TestLoymaxHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&LoymaxHandler::sendMessage), 5);
     QCOMPARE(slotOf(&LoymaxHandler::parseReply), 9);
     QCOMPARE(slotOf(&LoymaxHandler::updateTransactionId), 10);
 }
 
-QTEST_GUILESS_MAIN(TstLoymaxHandler)
+QTEST_GUILESS_MAIN(TestLoymaxHandler)
 #include "tst_loymaxhandler.moc"

@@ -16,7 +16,7 @@ const QString opening = u"INFO Отправка сообщения 7"_s;
 
 } // namespace
 
-class TstManzanaHandler : public QObject
+class TestManzanaHandler : public QObject
 {
     Q_OBJECT
 
@@ -31,14 +31,14 @@ private Q_SLOTS:
     void operationsKeepTheirPlaces();
 };
 
-void TstManzanaHandler::request_data()
+void TestManzanaHandler::request_data()
 {
     QTest::addColumn<QString>("type");
     QTest::newRow("manzana") << u"manzana"_s;
     QTest::newRow("manzana2019") << u"manzana2019"_s;
 }
 
-void TstManzanaHandler::request()
+void TestManzanaHandler::request()
 {
     QFETCH(QString, type);
     const LogCapture log(type);
@@ -49,7 +49,7 @@ void TstManzanaHandler::request()
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
-void TstManzanaHandler::failedExchange_data()
+void TestManzanaHandler::failedExchange_data()
 {
     addLostExchanges();
     const QByteArray success = "<a><ReturnCode>0</ReturnCode></a>";
@@ -57,13 +57,13 @@ void TstManzanaHandler::failedExchange_data()
     QTest::newRow("HTTP 400, code 0") << reply(400, success);
 }
 
-void TstManzanaHandler::failedExchange()
+void TestManzanaHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
     compareOutcome(u"manzana"_s, message, answer, false, QStringList{opening, failureLine(answer)});
 }
 
-void TstManzanaHandler::judgement_data()
+void TestManzanaHandler::judgement_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<bool>("finished");
@@ -109,7 +109,7 @@ void TstManzanaHandler::judgement_data()
     // clang-format on
 }
 
-void TstManzanaHandler::judgement()
+void TestManzanaHandler::judgement()
 {
     QFETCH(QByteArray, reply);
     QFETCH(bool, finished);
@@ -119,17 +119,17 @@ void TstManzanaHandler::judgement()
     QCOMPARE(log.lines(), lines);
 }
 
-void TstManzanaHandler::replyDecides()
+void TestManzanaHandler::replyDecides()
 {
     FakeRestClient net({reply(200, "<a><ReturnCode>5</ReturnCode></a>")});
     QVERIFY(!deliver(u"manzana2019"_s, message));
 }
 
-void TstManzanaHandler::operationsKeepTheirPlaces()
+void TestManzanaHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&ManzanaHandler::sendMessage), 5);
     QCOMPARE(slotOf(&ManzanaHandler::parseReply), 9);
 }
 
-QTEST_GUILESS_MAIN(TstManzanaHandler)
+QTEST_GUILESS_MAIN(TestManzanaHandler)
 #include "tst_manzanahandler.moc"

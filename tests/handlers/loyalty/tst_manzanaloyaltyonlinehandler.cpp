@@ -40,7 +40,7 @@ const QString returning = request(
 
 } // namespace
 
-class TstManzanaLoyaltyOnlineHandler : public QObject
+class TestManzanaLoyaltyOnlineHandler : public QObject
 {
     Q_OBJECT
 
@@ -78,17 +78,17 @@ private:
     std::unique_ptr<QueueDatabase> till;
 };
 
-void TstManzanaLoyaltyOnlineHandler::init()
+void TestManzanaLoyaltyOnlineHandler::init()
 {
     till = std::make_unique<QueueDatabase>();
 }
 
-void TstManzanaLoyaltyOnlineHandler::cleanup()
+void TestManzanaLoyaltyOnlineHandler::cleanup()
 {
     till.reset();
 }
 
-void TstManzanaLoyaltyOnlineHandler::putCard(int id, const QString &info, const QString &cheque)
+void TestManzanaLoyaltyOnlineHandler::putCard(int id, const QString &info, const QString &cheque)
 {
     till->query(
         u"INSERT INTO queues.documentcard (id, chequenumber, cardnumber, operationid, operationinfo) "
@@ -96,13 +96,13 @@ void TstManzanaLoyaltyOnlineHandler::putCard(int id, const QString &info, const 
         {id, cheque, info});
 }
 
-QList<QVariantList> TstManzanaLoyaltyOnlineHandler::cards()
+QList<QVariantList> TestManzanaLoyaltyOnlineHandler::cards()
 {
     return till->query(
         u"SELECT id, operationid, operationinfo FROM queues.documentcard ORDER BY id"_s);
 }
 
-void TstManzanaLoyaltyOnlineHandler::request_data()
+void TestManzanaLoyaltyOnlineHandler::request_data()
 {
     QTest::addColumn<QString>("xml");
     QTest::newRow("a sale without a card") << sale;
@@ -118,7 +118,7 @@ void TstManzanaLoyaltyOnlineHandler::request_data()
         << u"<?xml version=\"1.0\" encoding=\"windows-1251\"?>\n<q  a='ж'/>"_s;
 }
 
-void TstManzanaLoyaltyOnlineHandler::request()
+void TestManzanaLoyaltyOnlineHandler::request()
 {
     QFETCH(QString, xml);
     FakeRestClient net({reply(200, good)});
@@ -127,7 +127,7 @@ void TstManzanaLoyaltyOnlineHandler::request()
                          .body = xml.toUtf8()});
 }
 
-void TstManzanaLoyaltyOnlineHandler::judgement_data()
+void TestManzanaLoyaltyOnlineHandler::judgement_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<bool>("finished");
@@ -160,7 +160,7 @@ void TstManzanaLoyaltyOnlineHandler::judgement_data()
     // clang-format on
 }
 
-void TstManzanaLoyaltyOnlineHandler::judgement()
+void TestManzanaLoyaltyOnlineHandler::judgement()
 {
     QFETCH(QByteArray, reply);
     QFETCH(bool, finished);
@@ -170,14 +170,14 @@ void TstManzanaLoyaltyOnlineHandler::judgement()
     QCOMPARE(log.lines(), finished ? QStringList() : QStringList{u"ERROR Ошибка "_s + text});
 }
 
-void TstManzanaLoyaltyOnlineHandler::failedExchange_data()
+void TestManzanaLoyaltyOnlineHandler::failedExchange_data()
 {
     addLostExchanges();
     QTest::newRow("HTTP 500, code 0") << reply(500, good);
     QTest::newRow("HTTP 400, code 0") << reply(400, good);
 }
 
-void TstManzanaLoyaltyOnlineHandler::failedExchange()
+void TestManzanaLoyaltyOnlineHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
     putCard(3, u""_s);
@@ -186,7 +186,7 @@ void TstManzanaLoyaltyOnlineHandler::failedExchange()
     QCOMPARE(cards(), (QList<QVariantList>{{3, u"old"_s, u""_s}}));
 }
 
-void TstManzanaLoyaltyOnlineHandler::saleIsRemembered_data()
+void TestManzanaLoyaltyOnlineHandler::saleIsRemembered_data()
 {
     QTest::addColumn<QString>("processed");
     QTest::addColumn<QString>("date");
@@ -200,7 +200,7 @@ void TstManzanaLoyaltyOnlineHandler::saleIsRemembered_data()
     // clang-format on
 }
 
-void TstManzanaLoyaltyOnlineHandler::saleIsRemembered()
+void TestManzanaLoyaltyOnlineHandler::saleIsRemembered()
 {
     QFETCH(QString, processed);
     QFETCH(QString, date);
@@ -217,7 +217,7 @@ void TstManzanaLoyaltyOnlineHandler::saleIsRemembered()
                                   {4, u"old"_s, u""_s}}));
 }
 
-void TstManzanaLoyaltyOnlineHandler::nothingIsRemembered_data()
+void TestManzanaLoyaltyOnlineHandler::nothingIsRemembered_data()
 {
     QTest::addColumn<QString>("xml");
     QTest::addColumn<QByteArray>("answer");
@@ -231,7 +231,7 @@ void TstManzanaLoyaltyOnlineHandler::nothingIsRemembered_data()
     // clang-format on
 }
 
-void TstManzanaLoyaltyOnlineHandler::nothingIsRemembered()
+void TestManzanaLoyaltyOnlineHandler::nothingIsRemembered()
 {
     QFETCH(QString, xml);
     QFETCH(QByteArray, answer);
@@ -242,7 +242,7 @@ void TstManzanaLoyaltyOnlineHandler::nothingIsRemembered()
     QCOMPARE(cards(), (QList<QVariantList>{{3, u"old"_s, u""_s}}));
 }
 
-void TstManzanaLoyaltyOnlineHandler::returnTakesTheDateOfItsSale_data()
+void TestManzanaLoyaltyOnlineHandler::returnTakesTheDateOfItsSale_data()
 {
     QTest::addColumn<QString>("reference");
     QTest::addColumn<QByteArray>("sent");
@@ -254,7 +254,7 @@ void TstManzanaLoyaltyOnlineHandler::returnTakesTheDateOfItsSale_data()
     // clang-format on
 }
 
-void TstManzanaLoyaltyOnlineHandler::returnTakesTheDateOfItsSale()
+void TestManzanaLoyaltyOnlineHandler::returnTakesTheDateOfItsSale()
 {
     QFETCH(QString, reference);
     QFETCH(QByteArray, sent);
@@ -269,7 +269,7 @@ void TstManzanaLoyaltyOnlineHandler::returnTakesTheDateOfItsSale()
     QCOMPARE(log.lines(), (QStringList{opening, checking, updating}));
 }
 
-void TstManzanaLoyaltyOnlineHandler::returnGoesOutAsItIs_data()
+void TestManzanaLoyaltyOnlineHandler::returnGoesOutAsItIs_data()
 {
     QTest::addColumn<QString>("xml");
     QTest::addColumn<QString>("info");
@@ -284,7 +284,7 @@ void TstManzanaLoyaltyOnlineHandler::returnGoesOutAsItIs_data()
     // clang-format on
 }
 
-void TstManzanaLoyaltyOnlineHandler::returnGoesOutAsItIs()
+void TestManzanaLoyaltyOnlineHandler::returnGoesOutAsItIs()
 {
     QFETCH(QString, xml);
     QFETCH(QString, info);
@@ -296,7 +296,7 @@ void TstManzanaLoyaltyOnlineHandler::returnGoesOutAsItIs()
     QVERIFY(!log.lines().contains(updating));
 }
 
-void TstManzanaLoyaltyOnlineHandler::chequeDate_data()
+void TestManzanaLoyaltyOnlineHandler::chequeDate_data()
 {
     QTest::addColumn<QString>("xml");
     QTest::addColumn<bool>("hasDate");
@@ -313,7 +313,7 @@ void TstManzanaLoyaltyOnlineHandler::chequeDate_data()
     QTest::newRow("no reference") << u"<q/>"_s << false;
 }
 
-void TstManzanaLoyaltyOnlineHandler::chequeDate()
+void TestManzanaLoyaltyOnlineHandler::chequeDate()
 {
     QFETCH(QString, xml);
     QFETCH(bool, hasDate);
@@ -324,7 +324,7 @@ void TstManzanaLoyaltyOnlineHandler::chequeDate()
     QCOMPARE(log.lines(), QStringList{checking});
 }
 
-void TstManzanaLoyaltyOnlineHandler::saleAndItsReturn()
+void TestManzanaLoyaltyOnlineHandler::saleAndItsReturn()
 {
     putCard(3, u""_s);
     FakeRestClient net({reply(200, good), reply(200, good)});
@@ -336,7 +336,7 @@ void TstManzanaLoyaltyOnlineHandler::saleAndItsReturn()
 }
 
 /// A whole shop in one cheque, answered at the same length.
-void TstManzanaLoyaltyOnlineHandler::largeSaleAndItsReturn()
+void TestManzanaLoyaltyOnlineHandler::largeSaleAndItsReturn()
 {
     constexpr qsizetype limit = 16 * 1024 * 1024;
     const QString line =
@@ -373,7 +373,7 @@ void TstManzanaLoyaltyOnlineHandler::largeSaleAndItsReturn()
                     "16777216"_s});
 }
 
-void TstManzanaLoyaltyOnlineHandler::originalRequestStaysAsItWas()
+void TestManzanaLoyaltyOnlineHandler::originalRequestStaysAsItWas()
 {
     QDomDocument document;
     QVERIFY(document.setContent(returning));
@@ -386,7 +386,7 @@ void TstManzanaLoyaltyOnlineHandler::originalRequestStaysAsItWas()
     QCOMPARE(document.toString(-1), before);
 }
 
-void TstManzanaLoyaltyOnlineHandler::returnWithoutAReference()
+void TestManzanaLoyaltyOnlineHandler::returnWithoutAReference()
 {
     QTest::failOnWarning(QRegularExpression(u"."_s));
     QDomDocument document;
@@ -396,7 +396,7 @@ void TstManzanaLoyaltyOnlineHandler::returnWithoutAReference()
     QCOMPARE(ManzanaLoyaltyOnlineHandler().updateReturnRequest(document, card), "<q/>\n");
 }
 
-void TstManzanaLoyaltyOnlineHandler::brokenDocumentStore_data()
+void TestManzanaLoyaltyOnlineHandler::brokenDocumentStore_data()
 {
     QTest::addColumn<QString>("breakage");
     QTest::addColumn<QString>("xml");
@@ -415,7 +415,7 @@ void TstManzanaLoyaltyOnlineHandler::brokenDocumentStore_data()
     QTest::newRow("a return, a column is missing") << noColumn << returning << unread;
 }
 
-void TstManzanaLoyaltyOnlineHandler::brokenDocumentStore()
+void TestManzanaLoyaltyOnlineHandler::brokenDocumentStore()
 {
     QFETCH(QString, breakage);
     QFETCH(QString, xml);
@@ -434,7 +434,7 @@ void TstManzanaLoyaltyOnlineHandler::brokenDocumentStore()
     QVERIFY(!deliver(u"manzanaloyaltyonline"_s, message(xml)));
 }
 
-void TstManzanaLoyaltyOnlineHandler::operationsKeepTheirPlaces()
+void TestManzanaLoyaltyOnlineHandler::operationsKeepTheirPlaces()
 {
     using Handler = ManzanaLoyaltyOnlineHandler;
     QCOMPARE(slotOf(&Handler::sendMessage), 5);
@@ -445,5 +445,5 @@ void TstManzanaLoyaltyOnlineHandler::operationsKeepTheirPlaces()
     QCOMPARE(slotOf(&Handler::updateReturnRequest), 13);
 }
 
-QTEST_GUILESS_MAIN(TstManzanaLoyaltyOnlineHandler)
+QTEST_GUILESS_MAIN(TestManzanaLoyaltyOnlineHandler)
 #include "tst_manzanaloyaltyonlinehandler.moc"

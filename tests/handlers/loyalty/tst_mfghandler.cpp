@@ -36,7 +36,7 @@ public:
 
 } // namespace
 
-class TstMfgHandler : public QObject
+class TestMfgHandler : public QObject
 {
     Q_OBJECT
 
@@ -51,7 +51,7 @@ private Q_SLOTS:
     void otherExceptionsPassOn();
 };
 
-void TstMfgHandler::request_data()
+void TestMfgHandler::request_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QString>("line");
@@ -84,7 +84,7 @@ void TstMfgHandler::request_data()
     // clang-format on
 }
 
-void TstMfgHandler::request()
+void TestMfgHandler::request()
 {
     QFETCH(QString, body);
     QFETCH(QString, line);
@@ -103,7 +103,7 @@ void TstMfgHandler::request()
     QCOMPARE(log.lines(), (QStringList{opening, fromQueue}));
 }
 
-void TstMfgHandler::settingsDoNotChangeTheRequest()
+void TestMfgHandler::settingsDoNotChangeTheRequest()
 {
     const TestSettings settings(u"[Mfg]\nhost = http://other.test\npath = /other\nuser = till\n"
                                 "password = secret\ntimeout = 1500\nbrand = B\n"_s);
@@ -115,7 +115,7 @@ void TstMfgHandler::settingsDoNotChangeTheRequest()
     QCOMPARE(net.lastRequest().body, R"({"basket":"b"})");
 }
 
-void TstMfgHandler::settingsAreReadForEachMessage()
+void TestMfgHandler::settingsAreReadForEachMessage()
 {
     TestSettings settings(u"[Mfg]\ntimeout = 1500\n"_s);
     FakeRestClient net({reply(200), reply(200)});
@@ -129,7 +129,7 @@ void TstMfgHandler::settingsAreReadForEachMessage()
     QCOMPARE(net.requestAt(1).timeoutMs.value_or(-1), 2500);
 }
 
-void TstMfgHandler::outcome_data()
+void TestMfgHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<QString>("outcome");
@@ -166,7 +166,7 @@ void TstMfgHandler::outcome_data()
     // clang-format on
 }
 
-void TstMfgHandler::outcome()
+void TestMfgHandler::outcome()
 {
     QFETCH(http::Response, answer);
     QFETCH(QString, failure);
@@ -180,7 +180,7 @@ void TstMfgHandler::outcome()
     QCOMPARE(log.lines(), expected);
 }
 
-void TstMfgHandler::emptyMessageStays()
+void TestMfgHandler::emptyMessageStays()
 {
     // The real client: there is neither a verb nor an address.
     const LogCapture log(type);
@@ -188,12 +188,12 @@ void TstMfgHandler::emptyMessageStays()
     QCOMPARE(log.lines().filter(u"ERROR "_s), QStringList{u"ERROR Не указан адрес запроса"_s});
 }
 
-void TstMfgHandler::otherExceptionsPassOn()
+void TestMfgHandler::otherExceptionsPassOn()
 {
     MockFactory<RestClient>::install(std::make_shared<BrokenClient>());
     QVERIFY_THROWS_EXCEPTION(std::runtime_error, deliver(type, message));
     MockFactory<RestClient>::install(nullptr);
 }
 
-QTEST_GUILESS_MAIN(TstMfgHandler)
+QTEST_GUILESS_MAIN(TestMfgHandler)
 #include "tst_mfghandler.moc"

@@ -79,7 +79,7 @@ public:
 
 } // namespace
 
-class TstSpasiboHandler : public QObject
+class TestSpasiboHandler : public QObject
 {
     Q_OBJECT
 
@@ -127,7 +127,7 @@ private:
     std::unique_ptr<QTemporaryDir> folder;
 };
 
-void TstSpasiboHandler::initTestCase()
+void TestSpasiboHandler::initTestCase()
 {
     authority = certificates.authority(u"authority"_s);
     source = certificates.pkcs12(certificates.client(authority, u"till"_s), u"secret"_s);
@@ -136,7 +136,7 @@ void TstSpasiboHandler::initTestCase()
     formerTemporary = qgetenv("TMPDIR");
 }
 
-void TstSpasiboHandler::init()
+void TestSpasiboHandler::init()
 {
     folder = std::make_unique<QTemporaryDir>();
     qputenv("QUEUE_ROOT", folder->path().toUtf8());
@@ -151,7 +151,7 @@ void TstSpasiboHandler::init()
     qputenv("PATH", folder->filePath(u"bin"_s).toUtf8() + ':' + formerPath);
 }
 
-void TstSpasiboHandler::cleanup()
+void TestSpasiboHandler::cleanup()
 {
     qputenv("PATH", formerPath);
     if (formerTemporary.isEmpty())
@@ -161,19 +161,19 @@ void TstSpasiboHandler::cleanup()
     qunsetenv("QUEUE_ROOT");
 }
 
-int TstSpasiboHandler::runsOfTheTool() const
+int TestSpasiboHandler::runsOfTheTool() const
 {
     return static_cast<int>(read(folder->filePath(u"runs"_s)).count("run "));
 }
 
-QString TstSpasiboHandler::pemOf(const QString &file) const
+QString TestSpasiboHandler::pemOf(const QString &file) const
 {
     const QByteArray digest = QCryptographicHash::hash(read(file), QCryptographicHash::Sha256);
     return folder->path() + u"/tmp/spasibo-certs/"_s + QString::fromLatin1(digest.toHex())
            + u".pem"_s;
 }
 
-void TstSpasiboHandler::request()
+void TestSpasiboHandler::request()
 {
     const LogCapture log(u"spasibo"_s);
     FakeRestClient net({reply(201)});
@@ -185,7 +185,7 @@ void TstSpasiboHandler::request()
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
-void TstSpasiboHandler::unusableUrl_data()
+void TestSpasiboHandler::unusableUrl_data()
 {
     QTest::addColumn<QString>("body");
     QTest::newRow("none") << u"{}"_s;
@@ -195,7 +195,7 @@ void TstSpasiboHandler::unusableUrl_data()
     QTest::newRow("with a certificate") << uR"({"url":"","certificatePath":"/no.p12"})"_s;
 }
 
-void TstSpasiboHandler::unusableUrl()
+void TestSpasiboHandler::unusableUrl()
 {
     QFETCH(QString, body);
     const LogCapture log(u"spasibo"_s);
@@ -205,7 +205,7 @@ void TstSpasiboHandler::unusableUrl()
     QCOMPARE(log.lines(), (QStringList{opening, u"ERROR Некорректный url в сообщении очереди"_s}));
 }
 
-void TstSpasiboHandler::timeouts_data()
+void TestSpasiboHandler::timeouts_data()
 {
     QTest::addColumn<QString>("inMessage");
     QTest::addColumn<QString>("inSettings");
@@ -221,7 +221,7 @@ void TstSpasiboHandler::timeouts_data()
     // clang-format on
 }
 
-void TstSpasiboHandler::timeouts()
+void TestSpasiboHandler::timeouts()
 {
     QFETCH(QString, inMessage);
     QFETCH(QString, inSettings);
@@ -232,7 +232,7 @@ void TstSpasiboHandler::timeouts()
     QCOMPARE(net.steps().first(), step);
 }
 
-void TstSpasiboHandler::retryRules_data()
+void TestSpasiboHandler::retryRules_data()
 {
     QTest::addColumn<QString>("setting");
     QTest::addColumn<QString>("rules");
@@ -255,7 +255,7 @@ void TstSpasiboHandler::retryRules_data()
     // clang-format on
 }
 
-void TstSpasiboHandler::retryRules()
+void TestSpasiboHandler::retryRules()
 {
     QFETCH(QString, setting);
     QFETCH(QString, rules);
@@ -267,7 +267,7 @@ void TstSpasiboHandler::retryRules()
     QCOMPARE(log.lines(), QStringList());
 }
 
-void TstSpasiboHandler::settingsAreReadOnce()
+void TestSpasiboHandler::settingsAreReadOnce()
 {
     TestSettings settings(u"[Spasibo]\nsendLimit = 5\nrestRetryErrors = 409\n"_s);
     const Spasibo handler;
@@ -277,7 +277,7 @@ void TstSpasiboHandler::settingsAreReadOnce()
     QCOMPARE(Spasibo().limit(), 6);
 }
 
-void TstSpasiboHandler::judgement_data()
+void TestSpasiboHandler::judgement_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("finished");
@@ -335,7 +335,7 @@ void TstSpasiboHandler::judgement_data()
     // clang-format on
 }
 
-void TstSpasiboHandler::judgement()
+void TestSpasiboHandler::judgement()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
@@ -345,7 +345,7 @@ void TstSpasiboHandler::judgement()
                    line.isEmpty() ? QStringList{opening} : (QStringList{opening, line}));
 }
 
-void TstSpasiboHandler::attempts_data()
+void TestSpasiboHandler::attempts_data()
 {
     QTest::addColumn<QString>("statusCode");
     QTest::addColumn<int>("limit");
@@ -377,7 +377,7 @@ void TstSpasiboHandler::attempts_data()
     // clang-format on
 }
 
-void TstSpasiboHandler::attempts()
+void TestSpasiboHandler::attempts()
 {
     QFETCH(QString, statusCode);
     QFETCH(int, limit);
@@ -390,7 +390,7 @@ void TstSpasiboHandler::attempts()
     QCOMPARE(log.lines(), (QStringList{opening, text}));
 }
 
-void TstSpasiboHandler::attemptsInTheTable_data()
+void TestSpasiboHandler::attemptsInTheTable_data()
 {
     QTest::addColumn<QString>("statusCode");
     QTest::addColumn<http::Response>("answer");
@@ -407,7 +407,7 @@ void TstSpasiboHandler::attemptsInTheTable_data()
     // clang-format on
 }
 
-void TstSpasiboHandler::attemptsInTheTable()
+void TestSpasiboHandler::attemptsInTheTable()
 {
     QFETCH(QString, statusCode);
     QFETCH(http::Response, answer);
@@ -433,7 +433,7 @@ void TstSpasiboHandler::attemptsInTheTable()
              QString());
 }
 
-void TstSpasiboHandler::certificate_data()
+void TestSpasiboHandler::certificate_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("shown");
@@ -448,7 +448,7 @@ void TstSpasiboHandler::certificate_data()
     QTest::newRow("pem, not looked at") << u"/no/such.pem"_s << u"/no/such.pem"_s << 0;
 }
 
-void TstSpasiboHandler::certificate()
+void TestSpasiboHandler::certificate()
 {
     QFETCH(QString, path);
     QFETCH(QString, shown);
@@ -474,7 +474,7 @@ void TstSpasiboHandler::certificate()
     }
 }
 
-void TstSpasiboHandler::noCertificateStillSends_data()
+void TestSpasiboHandler::noCertificateStillSends_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("password");
@@ -485,7 +485,7 @@ void TstSpasiboHandler::noCertificateStillSends_data()
         << source << u"wrong"_s << u"ERROR Ошибка генерации PEM-сертификата из "_s + source;
 }
 
-void TstSpasiboHandler::noCertificateStillSends()
+void TestSpasiboHandler::noCertificateStillSends()
 {
     QFETCH(QString, path);
     QFETCH(QString, password);
@@ -502,7 +502,7 @@ void TstSpasiboHandler::noCertificateStillSends()
 
 /// Without its own certificate the purchase could be refused for good, and it must not go out under
 /// that of a stranger.
-void TstSpasiboHandler::plantedFolderSendsNothing()
+void TestSpasiboHandler::plantedFolderSendsNothing()
 {
     QVERIFY(QDir().mkpath(folder->filePath(u"elsewhere"_s)));
     QVERIFY(QDir(folder->path()).mkpath(u"tmp"_s));
@@ -523,7 +523,7 @@ void TstSpasiboHandler::plantedFolderSendsNothing()
     QCOMPARE(net.lastRequest().certificatePath, pemOf(source));
 }
 
-void TstSpasiboHandler::convertsOnce()
+void TestSpasiboHandler::convertsOnce()
 {
     FakeRestClient net({reply(200)});
     const QString place = folder->filePath(u"till.p12"_s);
@@ -547,7 +547,7 @@ void TstSpasiboHandler::convertsOnce()
     QCOMPARE(runsOfTheTool(), 2);
 }
 
-void TstSpasiboHandler::passwordStaysOutOfTheArguments()
+void TestSpasiboHandler::passwordStaysOutOfTheArguments()
 {
     const FakeRestClient net({reply(200)});
     QVERIFY(deliver(u"spasibo"_s, withCertificate(source, u"secret"_s)));
@@ -559,7 +559,7 @@ void TstSpasiboHandler::passwordStaysOutOfTheArguments()
     QVERIFY(!qEnvironmentVariableIsSet("SPASIBO_CERT_PASSWORD"));
 }
 
-void TstSpasiboHandler::serviceAsksForTheCertificate_data()
+void TestSpasiboHandler::serviceAsksForTheCertificate_data()
 {
     QTest::addColumn<bool>("known");
     QTest::addColumn<bool>("shown");
@@ -568,7 +568,7 @@ void TstSpasiboHandler::serviceAsksForTheCertificate_data()
     QTest::newRow("none") << true << false;
 }
 
-void TstSpasiboHandler::serviceAsksForTheCertificate()
+void TestSpasiboHandler::serviceAsksForTheCertificate()
 {
     QFETCH(bool, known);
     QFETCH(bool, shown);
@@ -588,10 +588,10 @@ void TstSpasiboHandler::serviceAsksForTheCertificate()
     QCOMPARE(lines, expected);
 }
 
-void TstSpasiboHandler::operationsKeepTheirPlaces()
+void TestSpasiboHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&SpasiboHandler::sendMessage), 5);
 }
 
-QTEST_GUILESS_MAIN(TstSpasiboHandler)
+QTEST_GUILESS_MAIN(TestSpasiboHandler)
 #include "tst_spasibohandler.moc"

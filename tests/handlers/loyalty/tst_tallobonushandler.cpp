@@ -164,7 +164,7 @@ const QStringList preparation{u"setTerminalId T-7"_s, u"setEndPoint shop"_s, u"s
 using Fault = std::function<void()>;
 Q_DECLARE_METATYPE(Fault)
 
-class TstTalloBonusHandler : public QObject
+class TestTalloBonusHandler : public QObject
 {
     Q_OBJECT
 
@@ -191,7 +191,7 @@ private Q_SLOTS:
     void outcome();
 };
 
-void TstTalloBonusHandler::operationsKeepTheirPlaces()
+void TestTalloBonusHandler::operationsKeepTheirPlaces()
 {
     const QList<int> places = {
         slotOf(&BasicHandler::onQueueEmpty),
@@ -208,14 +208,14 @@ void TstTalloBonusHandler::operationsKeepTheirPlaces()
         QCOMPARE(places.at(i), places.first() + i);
 }
 
-void TstTalloBonusHandler::methodNames()
+void TestTalloBonusHandler::methodNames()
 {
     QCOMPARE(TestedHandler().methods.keys(),
              (QStringList{u"add"_s, u"back"_s, u"commit"_s, u"revertEarnBySessionId"_s,
                           u"rollback"_s, u"setAdditionalCardStatus"_s, u"sub"_s}));
 }
 
-void TstTalloBonusHandler::methods_data()
+void TestTalloBonusHandler::methods_data()
 {
     QTest::addColumn<QString>("json");
     QTest::addColumn<QStringList>("calls");
@@ -240,7 +240,7 @@ void TstTalloBonusHandler::methods_data()
     // clang-format on
 }
 
-void TstTalloBonusHandler::methods()
+void TestTalloBonusHandler::methods()
 {
     QFETCH(QString, json);
     QFETCH(QStringList, calls);
@@ -252,7 +252,7 @@ void TstTalloBonusHandler::methods()
     QCOMPARE(log.lines(), QStringList());
 }
 
-void TstTalloBonusHandler::unknownMethod_data()
+void TestTalloBonusHandler::unknownMethod_data()
 {
     QTest::addColumn<QString>("json");
     QTest::addColumn<QString>("name");
@@ -267,7 +267,7 @@ void TstTalloBonusHandler::unknownMethod_data()
     QTest::newRow("object") << uR"({"method":{"a":1}})"_s << u""_s;
 }
 
-void TstTalloBonusHandler::unknownMethod()
+void TestTalloBonusHandler::unknownMethod()
 {
     QFETCH(QString, json);
     QFETCH(QString, name);
@@ -279,7 +279,7 @@ void TstTalloBonusHandler::unknownMethod()
     QCOMPARE(log.lines(), QStringList{u"WARN Неподдерживаемый метод '"_s + name + u'\''});
 }
 
-void TstTalloBonusHandler::preparesTheClient_data()
+void TestTalloBonusHandler::preparesTheClient_data()
 {
     QTest::addColumn<QString>("members");
     QTest::addColumn<QStringList>("calls");
@@ -295,7 +295,7 @@ void TstTalloBonusHandler::preparesTheClient_data()
     // clang-format on
 }
 
-void TstTalloBonusHandler::preparesTheClient()
+void TestTalloBonusHandler::preparesTheClient()
 {
     QFETCH(QString, members);
     QFETCH(QStringList, calls);
@@ -304,7 +304,7 @@ void TstTalloBonusHandler::preparesTheClient()
     QCOMPARE(handler.recorder->calls.mid(0, handler.recorder->calls.size() - 1), calls);
 }
 
-void TstTalloBonusHandler::operationCanBeOverridden()
+void TestTalloBonusHandler::operationCanBeOverridden()
 {
     OwnSubHandler handler;
     QVERIFY(handler.sendMessage(messageOf(body(u"sub"_s))));
@@ -313,7 +313,7 @@ void TstTalloBonusHandler::operationCanBeOverridden()
                                           + QStringList{u"rollback s-1 true отмена pos"_s});
 }
 
-void TstTalloBonusHandler::exceptions_data()
+void TestTalloBonusHandler::exceptions_data()
 {
     QTest::addColumn<Fault>("fault");
     QTest::addColumn<bool>("finished");
@@ -330,7 +330,7 @@ void TstTalloBonusHandler::exceptions_data()
     // clang-format on
 }
 
-void TstTalloBonusHandler::exceptions()
+void TestTalloBonusHandler::exceptions()
 {
     QFETCH(Fault, fault);
     QFETCH(bool, finished);
@@ -350,7 +350,7 @@ void TstTalloBonusHandler::exceptions()
     QCOMPARE(log.lines(), expected);
 }
 
-void TstTalloBonusHandler::refusedCardStatusEndsTheCommit_data()
+void TestTalloBonusHandler::refusedCardStatusEndsTheCommit_data()
 {
     QTest::addColumn<QString>("json");
     QTest::addColumn<QString>("thrower");
@@ -366,7 +366,7 @@ void TstTalloBonusHandler::refusedCardStatusEndsTheCommit_data()
     QTest::newRow("check: critical") << checked << u"checkAssets"_s << critical << false;
 }
 
-void TstTalloBonusHandler::refusedCardStatusEndsTheCommit()
+void TestTalloBonusHandler::refusedCardStatusEndsTheCommit()
 {
     QFETCH(QString, json);
     QFETCH(QString, thrower);
@@ -381,7 +381,7 @@ void TstTalloBonusHandler::refusedCardStatusEndsTheCommit()
     QVERIFY(handler.recorder->calls.last().startsWith(thrower));
 }
 
-void TstTalloBonusHandler::exceptionsBeforeTheMethodPassOn()
+void TestTalloBonusHandler::exceptionsBeforeTheMethodPassOn()
 {
     TestedHandler handler;
     handler.recorder->thrower = u"setTimeout"_s;
@@ -391,14 +391,14 @@ void TstTalloBonusHandler::exceptionsBeforeTheMethodPassOn()
     QVERIFY_THROWS_EXCEPTION(BonusSystemError, handler.sendMessage(messageOf(body(u"add"_s))));
 }
 
-void TstTalloBonusHandler::typesDifferByTheirNamesOnly_data()
+void TestTalloBonusHandler::typesDifferByTheirNamesOnly_data()
 {
     QTest::addColumn<QString>("name");
     for (const char *name : {"tallobonus", "tallocertificate", "tallocoupon"})
         QTest::newRow(name) << QString::fromLatin1(name);
 }
 
-void TstTalloBonusHandler::typesDifferByTheirNamesOnly()
+void TestTalloBonusHandler::typesDifferByTheirNamesOnly()
 {
     QFETCH(QString, name);
     const LogCapture log(name);
@@ -409,7 +409,7 @@ void TstTalloBonusHandler::typesDifferByTheirNamesOnly()
     QCOMPARE(log.lines(), QStringList{u"WARN Неподдерживаемый метод 'x'"_s});
 }
 
-void TstTalloBonusHandler::wholeDelivery()
+void TestTalloBonusHandler::wholeDelivery()
 {
     FakeRestClient net({reply(200, success), reply(200, success)});
     QVERIFY(deliver(type, body(u"commit"_s)));
@@ -430,7 +430,7 @@ void TstTalloBonusHandler::wholeDelivery()
                                                          {u"terminalId"_s, u"T-7"_s}}));
 }
 
-void TstTalloBonusHandler::clientServesAllMessages()
+void TestTalloBonusHandler::clientServesAllMessages()
 {
     FakeRestClient net({reply(200, success), reply(200, success), reply(200, success)});
     TalloBonusHandler handler(type);
@@ -447,7 +447,7 @@ void TstTalloBonusHandler::clientServesAllMessages()
     QCOMPARE(net.requestAt(1).jsonObject().value(u"terminalId"_s), QJsonValue(u""_s));
 }
 
-void TstTalloBonusHandler::outcome_data()
+void TestTalloBonusHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("finished");
@@ -467,7 +467,7 @@ void TstTalloBonusHandler::outcome_data()
     row("no answer in time", timeout(), false);
 }
 
-void TstTalloBonusHandler::outcome()
+void TestTalloBonusHandler::outcome()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
@@ -475,5 +475,5 @@ void TstTalloBonusHandler::outcome()
     compareOutcome(type, body(u"add"_s), answer, finished, lines);
 }
 
-QTEST_GUILESS_MAIN(TstTalloBonusHandler)
+QTEST_GUILESS_MAIN(TestTalloBonusHandler)
 #include "tst_tallobonushandler.moc"

@@ -78,7 +78,7 @@ const QStringList defaultLines{
 } // namespace
 
 /// What a message says of an operation of the bonus server.
-class TstTalloBonusMessage : public QObject
+class TestTalloBonusMessage : public QObject
 {
     Q_OBJECT
 
@@ -100,14 +100,14 @@ private Q_SLOTS:
     void hosts();
 };
 
-void TstTalloBonusMessage::defaults()
+void TestTalloBonusMessage::defaults()
 {
     QCOMPARE(linesOf(TalloBonusMessage()), defaultLines);
     QCOMPARE(linesOf(read("{}")), defaultLines);
     QCOMPARE(linesOf(read(R"({"unknown":1})")), defaultLines);
 }
 
-void TstTalloBonusMessage::everyMember()
+void TestTalloBonusMessage::everyMember()
 {
     const TalloBonusMessage message = read(R"({
         "method": "add", "cardNumber": "2200", "amount": "12.5", "additionalCardStatus": "GOLD",
@@ -140,7 +140,7 @@ void TstTalloBonusMessage::everyMember()
     QCOMPARE(linesOf(message), expected);
 }
 
-void TstTalloBonusMessage::card_data()
+void TestTalloBonusMessage::card_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("number");
@@ -170,7 +170,7 @@ void TstTalloBonusMessage::card_data()
     // clang-format on
 }
 
-void TstTalloBonusMessage::card()
+void TestTalloBonusMessage::card()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, number);
@@ -180,7 +180,7 @@ void TstTalloBonusMessage::card()
     QCOMPARE(message.card.amount, amount);
 }
 
-void TstTalloBonusMessage::cardStatus_data()
+void TestTalloBonusMessage::cardStatus_data()
 {
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<int>("status");
@@ -202,14 +202,14 @@ void TstTalloBonusMessage::cardStatus_data()
     // clang-format on
 }
 
-void TstTalloBonusMessage::cardStatus()
+void TestTalloBonusMessage::cardStatus()
 {
     QFETCH(QByteArray, json);
     QFETCH(int, status);
     QCOMPARE(read(R"({"cardStatus":)" + json + "}").cardStatus, status);
 }
 
-void TstTalloBonusMessage::assetGroup_data()
+void TestTalloBonusMessage::assetGroup_data()
 {
     QTest::addColumn<QByteArray>("map");
     QTest::addColumn<QString>("id");
@@ -249,7 +249,7 @@ void TstTalloBonusMessage::assetGroup_data()
     // clang-format on
 }
 
-void TstTalloBonusMessage::assetGroup()
+void TestTalloBonusMessage::assetGroup()
 {
     QFETCH(QByteArray, map);
     QFETCH(QString, id);
@@ -264,13 +264,13 @@ void TstTalloBonusMessage::assetGroup()
     QCOMPARE(group.weight, weight);
 }
 
-void TstTalloBonusMessage::momentBeyondTheCalendar()
+void TestTalloBonusMessage::momentBeyondTheCalendar()
 {
     const QByteArray most = QByteArray::number(std::numeric_limits<qint64>::max());
     QVERIFY(!read(R"({"assetGroup":{"data_beg":)" + most + "}}").assetGroup.beginDate.isValid());
 }
 
-void TstTalloBonusMessage::sessionInfo_data()
+void TestTalloBonusMessage::sessionInfo_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("sessionId");
@@ -287,7 +287,7 @@ void TstTalloBonusMessage::sessionInfo_data()
     // clang-format on
 }
 
-void TstTalloBonusMessage::sessionInfo()
+void TestTalloBonusMessage::sessionInfo()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, sessionId);
@@ -297,7 +297,7 @@ void TstTalloBonusMessage::sessionInfo()
     QCOMPARE(QJsonObject::fromVariantMap(info.getDetails()), QJsonObject::fromVariantMap(details));
 }
 
-void TstTalloBonusMessage::flags_data()
+void TestTalloBonusMessage::flags_data()
 {
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<bool>("value");
@@ -311,7 +311,7 @@ void TstTalloBonusMessage::flags_data()
     QTest::newRow("object") << "{}"_ba << false;
 }
 
-void TstTalloBonusMessage::flags()
+void TestTalloBonusMessage::flags()
 {
     QFETCH(QByteArray, json);
     QFETCH(bool, value);
@@ -320,7 +320,7 @@ void TstTalloBonusMessage::flags()
     QCOMPARE(read(R"({"checkAssets":)" + json + "}").checkAssets, value);
 }
 
-void TstTalloBonusMessage::hosts_data()
+void TestTalloBonusMessage::hosts_data()
 {
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<QStringList>("hosts");
@@ -330,12 +330,12 @@ void TstTalloBonusMessage::hosts_data()
     QTest::newRow("object") << "{}"_ba << QStringList();
 }
 
-void TstTalloBonusMessage::hosts()
+void TestTalloBonusMessage::hosts()
 {
     QFETCH(QByteArray, json);
     QFETCH(QStringList, hosts);
     QCOMPARE(read(R"({"hosts":)" + json + "}").hosts, hosts);
 }
 
-QTEST_GUILESS_MAIN(TstTalloBonusMessage)
+QTEST_GUILESS_MAIN(TestTalloBonusMessage)
 #include "tst_tallobonusmessage.moc"

@@ -44,7 +44,7 @@ QStringList errorLines(const QString &status, const QString &error)
 
 } // namespace
 
-class TstMindboxHandler : public QObject
+class TestMindboxHandler : public QObject
 {
     Q_OBJECT
 
@@ -63,7 +63,7 @@ private Q_SLOTS:
     void settingsAreReadForEachDelivery();
 };
 
-void TstMindboxHandler::outcome_data()
+void TestMindboxHandler::outcome_data()
 {
     QTest::addColumn<QString>("method");
     QTest::addColumn<http::Response>("answer");
@@ -101,7 +101,7 @@ void TstMindboxHandler::outcome_data()
     }
 }
 
-void TstMindboxHandler::outcome()
+void TestMindboxHandler::outcome()
 {
     QFETCH(QString, method);
     QFETCH(http::Response, answer);
@@ -123,7 +123,7 @@ void TstMindboxHandler::outcome()
     QCOMPARE(log.lines(), lines + trouble);
 }
 
-void TstMindboxHandler::body_data()
+void TestMindboxHandler::body_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QByteArray>("sent");
@@ -146,7 +146,7 @@ void TstMindboxHandler::body_data()
         << R"({"a":1,"pointOfContact":"shop-7"})"_ba;
 }
 
-void TstMindboxHandler::body()
+void TestMindboxHandler::body()
 {
     QFETCH(QString, body);
     const TestSettings config(settings);
@@ -155,14 +155,14 @@ void TstMindboxHandler::body()
     QTEST(net.lastRequest().body, "sent");
 }
 
-void TstMindboxHandler::pointOfContactIsTheTills_data()
+void TestMindboxHandler::pointOfContactIsTheTills_data()
 {
     QTest::addColumn<QString>("configured");
     QTest::newRow("another") << u"shop-7"_s;
     QTest::newRow("none") << u""_s;
 }
 
-void TstMindboxHandler::pointOfContactIsTheTills()
+void TestMindboxHandler::pointOfContactIsTheTills()
 {
     QFETCH(QString, configured);
     const TestSettings config(u"[Mindbox]\nurl = http://mindbox.test/sync\npointOfContact = "_s
@@ -173,7 +173,7 @@ void TstMindboxHandler::pointOfContactIsTheTills()
     QCOMPARE(net.lastRequest().jsonObject(), (QJsonObject{{u"pointOfContact"_s, configured}}));
 }
 
-void TstMindboxHandler::unknownMethod_data()
+void TestMindboxHandler::unknownMethod_data()
 {
     QTest::addColumn<QString>("body");
     QTest::newRow("other case") << uR"({"method":"Commit","payload":{}})"_s;
@@ -185,7 +185,7 @@ void TstMindboxHandler::unknownMethod_data()
     QTest::newRow("an empty message") << u"{}"_s;
 }
 
-void TstMindboxHandler::unknownMethod()
+void TestMindboxHandler::unknownMethod()
 {
     QFETCH(QString, body);
     const TestSettings config(settings);
@@ -196,7 +196,7 @@ void TstMindboxHandler::unknownMethod()
     QCOMPARE(log.lines(), (QStringList{u"INFO Отправка сообщения 7"_s, address}));
 }
 
-void TstMindboxHandler::customerCheck_data()
+void TestMindboxHandler::customerCheck_data()
 {
     QTest::addColumn<QString>("cardNumber");
     QTest::addColumn<Script>("replies");
@@ -239,7 +239,7 @@ void TstMindboxHandler::customerCheck_data()
     // clang-format on
 }
 
-void TstMindboxHandler::customerCheck()
+void TestMindboxHandler::customerCheck()
 {
     QFETCH(QString, cardNumber);
     QFETCH(Script, replies);
@@ -266,7 +266,7 @@ void TstMindboxHandler::customerCheck()
                                                               {u"sum"_s, 1990.5}}));
 }
 
-void TstMindboxHandler::neverTransactionId()
+void TestMindboxHandler::neverTransactionId()
 {
     const TestSettings config(settings + u"useIdempotencyKey = true\n"_s);
     const QString payload =
@@ -280,7 +280,7 @@ void TstMindboxHandler::neverTransactionId()
         QVERIFY(!request.url.query().contains(u"transactionId"_s));
 }
 
-void TstMindboxHandler::settingsAreReadForEachDelivery()
+void TestMindboxHandler::settingsAreReadForEachDelivery()
 {
     TestSettings config(settings);
     FakeRestClient net({success(), success()});
@@ -293,5 +293,5 @@ void TstMindboxHandler::settingsAreReadForEachDelivery()
                           u"POST http://other.test/?endpointId=&operation=Shop.Commit"_s}));
 }
 
-QTEST_GUILESS_MAIN(TstMindboxHandler)
+QTEST_GUILESS_MAIN(TestMindboxHandler)
 #include "tst_mindboxhandler.moc"

@@ -99,7 +99,7 @@ public:
 
 } // namespace
 
-class TstMindboxOrder : public QObject
+class TestMindboxOrder : public QObject
 {
     Q_OBJECT
 
@@ -110,7 +110,7 @@ private Q_SLOTS:
     void deferredOrder();
 };
 
-void TstMindboxOrder::wholeOrder()
+void TestMindboxOrder::wholeOrder()
 {
     const LogCapture log(u"mindbox"_s);
     Shop shop;
@@ -169,7 +169,7 @@ void TstMindboxOrder::wholeOrder()
     QCOMPARE(shop.errorLines(), QStringList());
 }
 
-void TstMindboxOrder::rollbackAfterABeginningThatFailed()
+void TestMindboxOrder::rollbackAfterABeginningThatFailed()
 {
     const LogCapture log(u"mindbox"_s);
     Shop shop;
@@ -190,7 +190,7 @@ void TstMindboxOrder::rollbackAfterABeginningThatFailed()
                                              u"ERROR [mindbox] Ошибка: Нет заказа"_s}));
 }
 
-void TstMindboxOrder::deferredOrder_data()
+void TestMindboxOrder::deferredOrder_data()
 {
     QTest::addColumn<QString>("cardNumber");
     QTest::addColumn<QList<QByteArray>>("replies");
@@ -223,7 +223,7 @@ void TstMindboxOrder::deferredOrder_data()
                                     << QStringList{save, save} << asWritten << QStringList();
 }
 
-void TstMindboxOrder::deferredOrder()
+void TestMindboxOrder::deferredOrder()
 {
     QFETCH(QString, cardNumber);
     QFETCH(QList<QByteArray>, replies);
@@ -257,5 +257,5 @@ void TstMindboxOrder::deferredOrder()
     QTEST(shop.errorLines(), "errors");
 }
 
-QTEST_GUILESS_MAIN(TstMindboxOrder)
+QTEST_GUILESS_MAIN(TestMindboxOrder)
 #include "tst_mindboxorder.moc"

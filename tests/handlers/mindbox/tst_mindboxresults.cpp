@@ -99,7 +99,7 @@ int number(ProcessingStatus status)
 
 } // namespace
 
-class TstMindboxResults : public QObject
+class TestMindboxResults : public QObject
 {
     Q_OBJECT
 
@@ -139,7 +139,7 @@ private Q_SLOTS:
     void almostFourMebibytes();
 };
 
-void TstMindboxResults::operationsKeepTheirPlaces()
+void TestMindboxResults::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&RequestResult::isSuccess), 0);
     QCOMPARE(slotOf(&RequestResult::error), 1);
@@ -152,7 +152,7 @@ void TstMindboxResults::operationsKeepTheirPlaces()
     QVERIFY((!std::is_base_of_v<OperationResult, ReplaceCardResult>));
 }
 
-void TstMindboxResults::requestStatus_data()
+void TestMindboxResults::requestStatus_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<int>("status");
@@ -193,7 +193,7 @@ void TstMindboxResults::requestStatus_data()
     // clang-format on
 }
 
-void TstMindboxResults::requestStatus()
+void TestMindboxResults::requestStatus()
 {
     QFETCH(http::Response, answer);
     QFETCH(QString, error);
@@ -209,7 +209,7 @@ void TstMindboxResults::requestStatus()
     QCOMPARE(result.response, answer.responseObject());
 }
 
-void TstMindboxResults::processingStatus_data()
+void TestMindboxResults::processingStatus_data()
 {
     QTest::addColumn<int>("status");
     const auto row = [](const char *text, int status) {
@@ -236,7 +236,7 @@ void TstMindboxResults::processingStatus_data()
     // clang-format on
 }
 
-void TstMindboxResults::processingStatus()
+void TestMindboxResults::processingStatus()
 {
     QFETCH(int, status);
     const QString text = QString::fromUtf8(QTest::currentDataTag());
@@ -256,7 +256,7 @@ void TstMindboxResults::processingStatus()
     QCOMPARE(number(ReplaceCardResult(result).newCard.processingStatus), status);
 }
 
-void TstMindboxResults::errorInReply_data()
+void TestMindboxResults::errorInReply_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QStringList>("lines");
@@ -272,7 +272,7 @@ void TstMindboxResults::errorInReply_data()
     QTest::newRow("no connection") << ""_ba << QStringList();
 }
 
-void TstMindboxResults::errorInReply()
+void TestMindboxResults::errorInReply()
 {
     QFETCH(QByteArray, body);
     QFETCH(QStringList, lines);
@@ -282,7 +282,7 @@ void TstMindboxResults::errorInReply()
     QCOMPARE(result.error_.isEmpty(), !body.isEmpty());
 }
 
-void TstMindboxResults::fields_data()
+void TestMindboxResults::fields_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<Kind>("kind");
@@ -347,7 +347,7 @@ void TstMindboxResults::fields_data()
     // clang-format on
 }
 
-void TstMindboxResults::fields()
+void TestMindboxResults::fields()
 {
     QFETCH(QString, path);
     QFETCH(Kind, kind);
@@ -393,7 +393,7 @@ void TstMindboxResults::fields()
     QCOMPARE(reader(OperationResult()), byDefault);
 }
 
-void TstMindboxResults::wrongTypes()
+void TestMindboxResults::wrongTypes()
 {
     QFETCH(QString, path);
     QFETCH(Kind, kind);
@@ -411,7 +411,7 @@ void TstMindboxResults::wrongTypes()
     }
 }
 
-void TstMindboxResults::textOnTheWay()
+void TestMindboxResults::textOnTheWay()
 {
     // The walk along a path ends at the first value that is no object, and that value is the
     // result.
@@ -425,7 +425,7 @@ void TstMindboxResults::textOnTheWay()
     QCOMPARE(number(preorder.processingStatus), 14);
 }
 
-void TstMindboxResults::customerWithoutStatus_data()
+void TestMindboxResults::customerWithoutStatus_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<int>("status");
@@ -436,14 +436,14 @@ void TstMindboxResults::customerWithoutStatus_data()
     QTest::newRow("a word nobody knows") << R"({"customer":{"processingStatus":"Lost"}})"_ba << 0;
 }
 
-void TstMindboxResults::customerWithoutStatus()
+void TestMindboxResults::customerWithoutStatus()
 {
     QFETCH(QByteArray, body);
     QTEST(number(resultOf(body).customer.processingStatus), "status");
     QVERIFY(!resultOf(body).customer.isFound());
 }
 
-void TstMindboxResults::customerBlockNeedsItsKey()
+void TestMindboxResults::customerBlockNeedsItsKey()
 {
     const QByteArray rest =
         R"("discountCards":[{"ids":{"number":"1"},"status":{"ids":{"systemName":"Activated"}}}],
@@ -458,7 +458,7 @@ void TstMindboxResults::customerBlockNeedsItsKey()
     QCOMPARE(with.customer.balances.size(), 1);
 }
 
-void TstMindboxResults::onlyActivatedCards()
+void TestMindboxResults::onlyActivatedCards()
 {
     const OperationResult result = resultOf(R"({"customer":{},"discountCards":[
         {"ids":{"number":"1"},"status":{"ids":{"systemName":"Activated"},"dateTimeUtc":"2026-01-31T12:00:00.250Z"},"processingStatus":"Bound"},
@@ -485,7 +485,7 @@ void TstMindboxResults::onlyActivatedCards()
     QCOMPARE(ofCustomer, numbers);
 }
 
-void TstMindboxResults::balances()
+void TestMindboxResults::balances()
 {
     const OperationResult result = resultOf(R"({"customer":{},"balances":[
         {"name":"Баллы","available":150.5,"systemName":"main"}, {}, {"available":"7"}]})");
@@ -496,7 +496,7 @@ void TstMindboxResults::balances()
     QCOMPARE(lines, (QStringList{u"|Баллы|150.5"_s, u"||0"_s, u"||0"_s}));
 }
 
-void TstMindboxResults::preorder()
+void TestMindboxResults::preorder()
 {
     const PreorderResult result(
         resultOf(R"({"status":"Success","customer":{"mobilePhone":79990000001},
@@ -541,7 +541,7 @@ void TstMindboxResults::preorder()
     QCOMPARE(result.placeholders.at(1).messages, QStringList());
 }
 
-void TstMindboxResults::couponsByTheirCodes()
+void TestMindboxResults::couponsByTheirCodes()
 {
     const PreorderResult result(resultOf(R"({"order":{"couponsInfo":[
         {"coupon":{"ids":{"code":"Z"},"status":"CanBeUsed"}},
@@ -554,7 +554,7 @@ void TstMindboxResults::couponsByTheirCodes()
     QCOMPARE(lines, (QStringList{u"||Lonely"_s, u"A|A|NotFound"_s, u"Z|Z|Used"_s}));
 }
 
-void TstMindboxResults::lineIds_data()
+void TestMindboxResults::lineIds_data()
 {
     QTest::addColumn<QJsonValue>("value");
     QTest::addColumn<int>("id");
@@ -571,7 +571,7 @@ void TstMindboxResults::lineIds_data()
     QTest::newRow("an object") << QJsonValue(QJsonObject{{u"id"_s, u"42"_s}}) << 0;
 }
 
-void TstMindboxResults::lineIds()
+void TestMindboxResults::lineIds()
 {
     QFETCH(QJsonValue, value);
     const PreorderResult result(resultWith({u"order"_s, u"lines"_s, u"[]"_s, u"lineId"_s}, value));
@@ -579,7 +579,7 @@ void TstMindboxResults::lineIds()
     QTEST(result.lines.at(0).lineId, "id");
 }
 
-void TstMindboxResults::earnedBalancesForEachLine()
+void TestMindboxResults::earnedBalancesForEachLine()
 {
     const PreorderResult result(resultOf(R"({"order":{"lines":[
         {"balanceType":{"ids":{"systemName":"main"},"name":"Баллы"},"earnedAmount":5.5},
@@ -592,7 +592,7 @@ void TstMindboxResults::earnedBalancesForEachLine()
     QCOMPARE(result.lines.size(), 4);
 }
 
-void TstMindboxResults::begin_data()
+void TestMindboxResults::begin_data()
 {
     QTest::addColumn<QString>("setting");
     QTest::addColumn<QByteArray>("order");
@@ -622,7 +622,7 @@ void TstMindboxResults::begin_data()
     // clang-format on
 }
 
-void TstMindboxResults::begin()
+void TestMindboxResults::begin()
 {
     QFETCH(QString, setting);
     QFETCH(QByteArray, order);
@@ -633,7 +633,7 @@ void TstMindboxResults::begin()
     QCOMPARE(result.order, QJsonDocument::fromJson(kept).object());
 }
 
-void TstMindboxResults::verdicts_data()
+void TestMindboxResults::verdicts_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("plain");
@@ -666,7 +666,7 @@ void TstMindboxResults::verdicts_data()
     // clang-format on
 }
 
-void TstMindboxResults::verdicts()
+void TestMindboxResults::verdicts()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, plain);
@@ -682,7 +682,7 @@ void TstMindboxResults::verdicts()
     QCOMPARE(BeginResult(result).isSuccess(), orderDone);
 }
 
-void TstMindboxResults::errorTexts_data()
+void TestMindboxResults::errorTexts_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<tr::Tr>("plain");
@@ -702,7 +702,7 @@ void TstMindboxResults::errorTexts_data()
                              << rollback << given;
 }
 
-void TstMindboxResults::errorTexts()
+void TestMindboxResults::errorTexts()
 {
     QFETCH(http::Response, answer);
     QFETCH(tr::Tr, plain);
@@ -727,7 +727,7 @@ void TstMindboxResults::errorTexts()
     QTEST(base.error(), "begin");
 }
 
-void TstMindboxResults::replacedCardsHaveOnlyAStatus()
+void TestMindboxResults::replacedCardsHaveOnlyAStatus()
 {
     const ReplaceCardResult result(resultOf(R"({"status":"Success",
         "oldDiscountCard":{"processingStatus":"Changed","ids":{"number":"1"},"status":{"dateTimeUtc":"2026-01-31T12:00:00.000Z"}},
@@ -745,7 +745,7 @@ void TstMindboxResults::replacedCardsHaveOnlyAStatus()
     QVERIFY(lost.noConnection);
 }
 
-void TstMindboxResults::copiesTheWholeResult()
+void TestMindboxResults::copiesTheWholeResult()
 {
     const OperationResult source =
         resultOf(reply(404, R"({"status":"Success","customer":{"email":"a@b"},
@@ -763,7 +763,7 @@ void TstMindboxResults::copiesTheWholeResult()
     QVERIFY(!isWhole(PreorderResult(OperationResult())));
 }
 
-void TstMindboxResults::strangeReplies_data()
+void TestMindboxResults::strangeReplies_data()
 {
     QTest::addColumn<QByteArray>("body");
     const auto nested = [](const QByteArray &open, int levels, const QByteArray &close) {
@@ -791,7 +791,7 @@ void TstMindboxResults::strangeReplies_data()
                + R"(,"discountCard":)" + nested(R"({"status":)", 500, "}") + "}";
 }
 
-void TstMindboxResults::strangeReplies()
+void TestMindboxResults::strangeReplies()
 {
     QFETCH(QByteArray, body);
     const LogCapture log(u"mindbox"_s);
@@ -814,7 +814,7 @@ void TstMindboxResults::strangeReplies()
     QCOMPARE(log.lines(), QStringList());
 }
 
-void TstMindboxResults::almostFourMebibytes()
+void TestMindboxResults::almostFourMebibytes()
 {
     const QByteArray line = R"({"lineId":"7","lineNumber":7,"earnedAmount":2,
         "appliedPromotions":[{"amount":1}],"placeholders":[{"content":[{"message":"ж"}]}]},)";
@@ -834,5 +834,5 @@ void TstMindboxResults::almostFourMebibytes()
     QCOMPARE(named.customer.email.size(), text.size());
 }
 
-QTEST_GUILESS_MAIN(TstMindboxResults)
+QTEST_GUILESS_MAIN(TestMindboxResults)
 #include "tst_mindboxresults.moc"

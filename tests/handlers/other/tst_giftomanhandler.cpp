@@ -30,7 +30,7 @@ QString failed(const http::Response &response)
 
 } // namespace
 
-class TstGiftomanHandler : public QObject
+class TestGiftomanHandler : public QObject
 {
     Q_OBJECT
 
@@ -40,7 +40,7 @@ private Q_SLOTS:
     void outcome();
 };
 
-void TstGiftomanHandler::request()
+void TestGiftomanHandler::request()
 {
     FakeRestClient net({id(u"0"_s), id(u"12"_s)});
     QVERIFY(deliver(u"giftoman"_s, message));
@@ -53,7 +53,7 @@ void TstGiftomanHandler::request()
     }
 }
 
-void TstGiftomanHandler::outcome_data()
+void TestGiftomanHandler::outcome_data()
 {
     QTest::addColumn<Script>("script");
     QTest::addColumn<bool>("finished");
@@ -96,7 +96,7 @@ void TstGiftomanHandler::outcome_data()
     // clang-format on
 }
 
-void TstGiftomanHandler::outcome()
+void TestGiftomanHandler::outcome()
 {
     QFETCH(Script, script);
     QFETCH(bool, finished);
@@ -109,5 +109,5 @@ void TstGiftomanHandler::outcome()
     QCOMPARE(log.lines(), QStringList{opening} + lines);
 }
 
-QTEST_GUILESS_MAIN(TstGiftomanHandler)
+QTEST_GUILESS_MAIN(TestGiftomanHandler)
 #include "tst_giftomanhandler.moc"

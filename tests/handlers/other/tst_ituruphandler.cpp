@@ -13,7 +13,7 @@ const QString message = uR"({"body":{"url":"http://it.test/"}})"_s;
 
 } // namespace
 
-class TstIturupHandler : public QObject
+class TestIturupHandler : public QObject
 {
     Q_OBJECT
 
@@ -24,7 +24,7 @@ private Q_SLOTS:
     void outcome();
 };
 
-void TstIturupHandler::request_data()
+void TestIturupHandler::request_data()
 {
     QTest::addColumn<QString>("message");
     QTest::addColumn<QString>("url");
@@ -47,7 +47,7 @@ void TstIturupHandler::request_data()
     // clang-format on
 }
 
-void TstIturupHandler::request()
+void TestIturupHandler::request()
 {
     QFETCH(QString, message);
     QFETCH(QString, url);
@@ -60,7 +60,7 @@ void TstIturupHandler::request()
                          .headers = {{u"Content-Type"_s, u"application/json"_s}}});
 }
 
-void TstIturupHandler::outcome_data()
+void TestIturupHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("finished");
@@ -82,7 +82,7 @@ void TstIturupHandler::outcome_data()
     // clang-format on
 }
 
-void TstIturupHandler::outcome()
+void TestIturupHandler::outcome()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
@@ -92,5 +92,5 @@ void TstIturupHandler::outcome()
                    QStringList{u"INFO Отправка сообщения"_s} + lines);
 }
 
-QTEST_GUILESS_MAIN(TstIturupHandler)
+QTEST_GUILESS_MAIN(TestIturupHandler)
 #include "tst_ituruphandler.moc"

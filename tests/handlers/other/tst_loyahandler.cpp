@@ -20,7 +20,7 @@ const QString done = u"INFO Последовательность запросо�
 
 } // namespace
 
-class TstLoyaHandler : public QObject
+class TestLoyaHandler : public QObject
 {
     Q_OBJECT
 
@@ -33,7 +33,7 @@ private Q_SLOTS:
     void theWholeChainIsRepeated();
 };
 
-void TstLoyaHandler::chain_data()
+void TestLoyaHandler::chain_data()
 {
     QTest::addColumn<QString>("urls");
     QTest::addColumn<QStringList>("requests");
@@ -54,7 +54,7 @@ void TstLoyaHandler::chain_data()
     // clang-format on
 }
 
-void TstLoyaHandler::chain()
+void TestLoyaHandler::chain()
 {
     QFETCH(QString, urls);
     QFETCH(QStringList, requests);
@@ -66,7 +66,7 @@ void TstLoyaHandler::chain()
     QCOMPARE(log.lines(), (QStringList{opening, done}));
 }
 
-void TstLoyaHandler::eachAnswerIsTheNextPayload()
+void TestLoyaHandler::eachAnswerIsTheNextPayload()
 {
     FakeRestClient net({reply(200, "один"), reply(204), reply(200, "три")});
     QVERIFY(deliver(u"loya"_s, message(threeLinks)));
@@ -80,7 +80,7 @@ void TstLoyaHandler::eachAnswerIsTheNextPayload()
     }
 }
 
-void TstLoyaHandler::brokenChain_data()
+void TestLoyaHandler::brokenChain_data()
 {
     QTest::addColumn<int>("link");
     QTest::addColumn<http::Response>("answer");
@@ -91,7 +91,7 @@ void TstLoyaHandler::brokenChain_data()
     }
 }
 
-void TstLoyaHandler::brokenChain()
+void TestLoyaHandler::brokenChain()
 {
     QFETCH(int, link);
     QFETCH(http::Response, answer);
@@ -104,7 +104,7 @@ void TstLoyaHandler::brokenChain()
                                                     + answer.errorText.ru()}));
 }
 
-void TstLoyaHandler::theWholeChainIsRepeated()
+void TestLoyaHandler::theWholeChainIsRepeated()
 {
     const QString urls = uR"({"0":"http://a.test/","1":"http://b.test/"})"_s;
     FakeRestClient net({reply(200, "один"), noConnection()});
@@ -117,5 +117,5 @@ void TstLoyaHandler::theWholeChainIsRepeated()
     QCOMPARE(net.requestAt(2).body, "<к %2>");
 }
 
-QTEST_GUILESS_MAIN(TstLoyaHandler)
+QTEST_GUILESS_MAIN(TestLoyaHandler)
 #include "tst_loyahandler.moc"

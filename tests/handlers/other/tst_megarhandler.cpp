@@ -16,7 +16,7 @@ const QString message =
 
 } // namespace
 
-class TstMegarHandler : public QObject
+class TestMegarHandler : public QObject
 {
     Q_OBJECT
 
@@ -32,14 +32,14 @@ private Q_SLOTS:
     void operationsKeepTheirPlaces();
 };
 
-void TstMegarHandler::request_data()
+void TestMegarHandler::request_data()
 {
     QTest::addColumn<QString>("type");
     QTest::newRow("megar") << u"megar"_s;
     QTest::newRow("rrsocial") << u"rrsocial"_s;
 }
 
-void TstMegarHandler::request()
+void TestMegarHandler::request()
 {
     QFETCH(QString, type);
     const LogCapture log(type);
@@ -50,7 +50,7 @@ void TstMegarHandler::request()
     QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения"_s});
 }
 
-void TstMegarHandler::failedExchange_data()
+void TestMegarHandler::failedExchange_data()
 {
     addLostExchanges();
     QTest::newRow("HTTP 500, approved") << reply(500, "<a><Rspn>APPR</Rspn></a>");
@@ -58,14 +58,14 @@ void TstMegarHandler::failedExchange_data()
         << reply(400, "<a><Rspn>D</Rspn><RspnRsn>331</RspnRsn></a>");
 }
 
-void TstMegarHandler::failedExchange()
+void TestMegarHandler::failedExchange()
 {
     QFETCH(http::Response, answer);
     compareOutcome(u"megar"_s, message, answer, false,
                    QStringList{u"INFO Отправка сообщения"_s, failureLine(answer)});
 }
 
-void TstMegarHandler::judgement_data()
+void TestMegarHandler::judgement_data()
 {
     QTest::addColumn<QString>("reply");
     QTest::addColumn<bool>("finished");
@@ -102,7 +102,7 @@ void TstMegarHandler::judgement_data()
     // clang-format on
 }
 
-void TstMegarHandler::judgement()
+void TestMegarHandler::judgement()
 {
     QFETCH(QString, reply);
     QFETCH(bool, finished);
@@ -113,7 +113,7 @@ void TstMegarHandler::judgement()
     QCOMPARE(log.lines(), line.isEmpty() ? QStringList() : QStringList{line});
 }
 
-void TstMegarHandler::unreadable_data()
+void TestMegarHandler::unreadable_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<QString>("place");
@@ -128,7 +128,7 @@ void TstMegarHandler::unreadable_data()
     // clang-format on
 }
 
-void TstMegarHandler::unreadable()
+void TestMegarHandler::unreadable()
 {
     QFETCH(QByteArray, reply);
     QFETCH(QString, place);
@@ -142,11 +142,11 @@ void TstMegarHandler::unreadable()
     QVERIFY2(line.match(log.lines().first()).hasMatch(), qPrintable(log.lines().first()));
 }
 
-void TstMegarHandler::operationsKeepTheirPlaces()
+void TestMegarHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&MegarHandler::sendMessage), 5);
     QCOMPARE(slotOf(&MegarHandler::parseReply), 9);
 }
 
-QTEST_GUILESS_MAIN(TstMegarHandler)
+QTEST_GUILESS_MAIN(TestMegarHandler)
 #include "tst_megarhandler.moc"

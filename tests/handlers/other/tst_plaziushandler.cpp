@@ -21,7 +21,7 @@ QString failed(const http::Response &response)
 
 } // namespace
 
-class TstPlaziusHandler : public QObject
+class TestPlaziusHandler : public QObject
 {
     Q_OBJECT
 
@@ -34,7 +34,7 @@ private Q_SLOTS:
     void everyDeliveryOpensASession();
 };
 
-void TstPlaziusHandler::requests()
+void TestPlaziusHandler::requests()
 {
     const LogCapture log(u"plazius"_s);
     FakeRestClient net({reply(200, "\"s-1\""), reply(200, "no one reads this")});
@@ -50,7 +50,7 @@ void TstPlaziusHandler::requests()
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
-void TstPlaziusHandler::session_data()
+void TestPlaziusHandler::session_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<QString>("session");
@@ -63,7 +63,7 @@ void TstPlaziusHandler::session_data()
     QTest::newRow("quotes alone") << "\"\""_ba << u""_s;
 }
 
-void TstPlaziusHandler::session()
+void TestPlaziusHandler::session()
 {
     QFETCH(QByteArray, reply);
     QFETCH(QString, session);
@@ -73,7 +73,7 @@ void TstPlaziusHandler::session()
     QCOMPARE(net.requestAt(1).header(u"Session"_s), session);
 }
 
-void TstPlaziusHandler::failedExchange_data()
+void TestPlaziusHandler::failedExchange_data()
 {
     QTest::addColumn<Script>("script");
     QTest::addColumn<http::Response>("failure");
@@ -86,7 +86,7 @@ void TstPlaziusHandler::failedExchange_data()
     }
 }
 
-void TstPlaziusHandler::failedExchange()
+void TestPlaziusHandler::failedExchange()
 {
     QFETCH(Script, script);
     QFETCH(http::Response, failure);
@@ -97,7 +97,7 @@ void TstPlaziusHandler::failedExchange()
     QCOMPARE(log.lines(), (QStringList{opening, failed(failure)}));
 }
 
-void TstPlaziusHandler::everyDeliveryOpensASession()
+void TestPlaziusHandler::everyDeliveryOpensASession()
 {
     FakeRestClient net({reply(200, "1"), noConnection()});
     QVERIFY(!deliver(u"plazius"_s, message));
@@ -110,5 +110,5 @@ void TstPlaziusHandler::everyDeliveryOpensASession()
     QCOMPARE(net.requestAt(3).header(u"Session"_s), u"2"_s);
 }
 
-QTEST_GUILESS_MAIN(TstPlaziusHandler)
+QTEST_GUILESS_MAIN(TestPlaziusHandler)
 #include "tst_plaziushandler.moc"

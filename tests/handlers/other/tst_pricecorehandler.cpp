@@ -20,7 +20,7 @@ QString message(const QString &subtype)
 
 } // namespace
 
-class TstPriceCoreHandler : public QObject
+class TestPriceCoreHandler : public QObject
 {
     Q_OBJECT
 
@@ -35,14 +35,14 @@ private Q_SLOTS:
     void operationsKeepTheirPlaces();
 };
 
-void TstPriceCoreHandler::request_data()
+void TestPriceCoreHandler::request_data()
 {
     QTest::addColumn<QString>("subtype");
     QTest::newRow("prizeapi") << u"prizeapi"_s;
     QTest::newRow("metropolia") << u"metropolia"_s;
 }
 
-void TstPriceCoreHandler::request()
+void TestPriceCoreHandler::request()
 {
     QFETCH(QString, subtype);
     const LogCapture log(u"pricecore"_s);
@@ -57,7 +57,7 @@ void TstPriceCoreHandler::request()
     QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения 7"_s});
 }
 
-void TstPriceCoreHandler::outcome_data()
+void TestPriceCoreHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("finished");
@@ -69,7 +69,7 @@ void TstPriceCoreHandler::outcome_data()
     QTest::newRow("no answer in time") << timeout() << false;
 }
 
-void TstPriceCoreHandler::outcome()
+void TestPriceCoreHandler::outcome()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
@@ -81,7 +81,7 @@ void TstPriceCoreHandler::outcome()
     }
 }
 
-void TstPriceCoreHandler::otherSubtypeIsDropped_data()
+void TestPriceCoreHandler::otherSubtypeIsDropped_data()
 {
     QTest::addColumn<QString>("body");
     QTest::newRow("absent") << u"{"_s + rest + u"}"_s;
@@ -91,7 +91,7 @@ void TstPriceCoreHandler::otherSubtypeIsDropped_data()
     QTest::newRow("METROPOLIA") << message(u"METROPOLIA"_s);
 }
 
-void TstPriceCoreHandler::otherSubtypeIsDropped()
+void TestPriceCoreHandler::otherSubtypeIsDropped()
 {
     QFETCH(QString, body);
     const LogCapture log(u"pricecore"_s);
@@ -101,7 +101,7 @@ void TstPriceCoreHandler::otherSubtypeIsDropped()
     QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения 7"_s});
 }
 
-void TstPriceCoreHandler::eachSubtypeHasItsOperation()
+void TestPriceCoreHandler::eachSubtypeHasItsOperation()
 {
     struct Recording : PriceCoreHandler
     {
@@ -126,12 +126,12 @@ void TstPriceCoreHandler::eachSubtypeHasItsOperation()
     }
 }
 
-void TstPriceCoreHandler::operationsKeepTheirPlaces()
+void TestPriceCoreHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&PriceCoreHandler::sendMessage), 5);
     QCOMPARE(slotOf(&PriceCoreHandler::sendPrizeApi), 9);
     QCOMPARE(slotOf(&PriceCoreHandler::sendMetropolia), 10);
 }
 
-QTEST_GUILESS_MAIN(TstPriceCoreHandler)
+QTEST_GUILESS_MAIN(TestPriceCoreHandler)
 #include "tst_pricecorehandler.moc"

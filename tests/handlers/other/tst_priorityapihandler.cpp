@@ -16,7 +16,7 @@ QString message(const QString &body)
 
 } // namespace
 
-class TstPriorityApiHandler : public QObject
+class TestPriorityApiHandler : public QObject
 {
     Q_OBJECT
 
@@ -27,7 +27,7 @@ private Q_SLOTS:
     void outcome();
 };
 
-void TstPriorityApiHandler::request_data()
+void TestPriorityApiHandler::request_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QByteArray>("sent");
@@ -40,7 +40,7 @@ void TstPriorityApiHandler::request_data()
     QTest::newRow("absent") << u""_s << "{}"_ba;
 }
 
-void TstPriorityApiHandler::request()
+void TestPriorityApiHandler::request()
 {
     QFETCH(QString, body);
     QFETCH(QByteArray, sent);
@@ -50,7 +50,7 @@ void TstPriorityApiHandler::request()
                    {.steps = {u"setTimeout 10"_s, u"POST http://prio.test/a"_s}, .body = sent});
 }
 
-void TstPriorityApiHandler::outcome_data()
+void TestPriorityApiHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("finished");
@@ -81,7 +81,7 @@ void TstPriorityApiHandler::outcome_data()
     // clang-format on
 }
 
-void TstPriorityApiHandler::outcome()
+void TestPriorityApiHandler::outcome()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
@@ -91,5 +91,5 @@ void TstPriorityApiHandler::outcome()
                    QStringList{u"INFO Отправка сообщения 7"_s} + lines);
 }
 
-QTEST_GUILESS_MAIN(TstPriorityApiHandler)
+QTEST_GUILESS_MAIN(TestPriorityApiHandler)
 #include "tst_priorityapihandler.moc"

@@ -28,7 +28,7 @@ QString dropped(const QString &text)
 
 } // namespace
 
-class TstRSLoyaltyHandler : public QObject
+class TestRSLoyaltyHandler : public QObject
 {
     Q_OBJECT
 
@@ -41,7 +41,7 @@ private Q_SLOTS:
     void operationsKeepTheirPlaces();
 };
 
-void TstRSLoyaltyHandler::request()
+void TestRSLoyaltyHandler::request()
 {
     const LogCapture log(u"rsloyalty"_s);
     FakeRestClient net({reply(200, "<a><AddBonusResult>true</AddBonusResult></a>")});
@@ -51,7 +51,7 @@ void TstRSLoyaltyHandler::request()
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
-void TstRSLoyaltyHandler::judgement_data()
+void TestRSLoyaltyHandler::judgement_data()
 {
     QTest::addColumn<QString>("request");
     QTest::addColumn<int>("status");
@@ -96,7 +96,7 @@ void TstRSLoyaltyHandler::judgement_data()
     // clang-format on
 }
 
-void TstRSLoyaltyHandler::judgement()
+void TestRSLoyaltyHandler::judgement()
 {
     QFETCH(QString, request);
     QFETCH(int, status);
@@ -109,7 +109,7 @@ void TstRSLoyaltyHandler::judgement()
     QCOMPARE(log.lines(), line.isEmpty() ? QStringList() : QStringList{line});
 }
 
-void TstRSLoyaltyHandler::delivery_data()
+void TestRSLoyaltyHandler::delivery_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("finished");
@@ -130,7 +130,7 @@ void TstRSLoyaltyHandler::delivery_data()
     // clang-format on
 }
 
-void TstRSLoyaltyHandler::delivery()
+void TestRSLoyaltyHandler::delivery()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
@@ -139,11 +139,11 @@ void TstRSLoyaltyHandler::delivery()
     compareOutcome(u"rsloyalty"_s, message, answer, finished, QStringList{opening} + lines);
 }
 
-void TstRSLoyaltyHandler::operationsKeepTheirPlaces()
+void TestRSLoyaltyHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&RSLoyaltyHandler::sendMessage), 5);
     QCOMPARE(slotOf(&RSLoyaltyHandler::parseReply), 9);
 }
 
-QTEST_GUILESS_MAIN(TstRSLoyaltyHandler)
+QTEST_GUILESS_MAIN(TestRSLoyaltyHandler)
 #include "tst_rsloyaltyhandler.moc"

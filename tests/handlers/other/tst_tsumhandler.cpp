@@ -12,7 +12,7 @@ const QString message = uR"({"url":"http://tsum.test/a"})"_s;
 
 } // namespace
 
-class TstTsumHandler : public QObject
+class TestTsumHandler : public QObject
 {
     Q_OBJECT
 
@@ -23,7 +23,7 @@ private Q_SLOTS:
     void outcome();
 };
 
-void TstTsumHandler::request_data()
+void TestTsumHandler::request_data()
 {
     QTest::addColumn<QString>("message");
     QTest::addColumn<QString>("line");
@@ -41,7 +41,7 @@ void TstTsumHandler::request_data()
     // clang-format on
 }
 
-void TstTsumHandler::request()
+void TestTsumHandler::request()
 {
     QFETCH(QString, message);
     QFETCH(QString, line);
@@ -60,7 +60,7 @@ void TstTsumHandler::request()
     QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения 7"_s});
 }
 
-void TstTsumHandler::outcome_data()
+void TestTsumHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("finished");
@@ -74,7 +74,7 @@ void TstTsumHandler::outcome_data()
     QTest::newRow("no answer in time") << timeout() << false;
 }
 
-void TstTsumHandler::outcome()
+void TestTsumHandler::outcome()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
@@ -88,5 +88,5 @@ void TstTsumHandler::outcome()
     QCOMPARE(log.lines(), lines);
 }
 
-QTEST_GUILESS_MAIN(TstTsumHandler)
+QTEST_GUILESS_MAIN(TestTsumHandler)
 #include "tst_tsumhandler.moc"

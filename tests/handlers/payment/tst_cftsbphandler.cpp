@@ -21,7 +21,7 @@ const QString message = u"{\"url\":\"https://cft.test/undo?a=1\",\"timeout\":8,"
 
 } // namespace
 
-class TstCftSbpHandler : public QObject
+class TestCftSbpHandler : public QObject
 {
     Q_OBJECT
 
@@ -33,7 +33,7 @@ private Q_SLOTS:
     void replyLostOnce();
 };
 
-void TstCftSbpHandler::request()
+void TestCftSbpHandler::request()
 {
     const LogCapture log(u"cftsbp"_s);
     FakeRestClient net({reply(200)});
@@ -52,7 +52,7 @@ void TstCftSbpHandler::request()
     QCOMPARE(slotOf(&CftSbpHandler::sendMessage), 5);
 }
 
-void TstCftSbpHandler::emptyMessage()
+void TestCftSbpHandler::emptyMessage()
 {
     FakeRestClient net({http::Response::failed(301, tr::Tr(u"Не указан адрес запроса"_s))});
     QVERIFY(!deliver(u"cftsbp"_s, u"{}"_s));
@@ -61,7 +61,7 @@ void TstCftSbpHandler::emptyMessage()
     QCOMPARE(net.lastRequest().body, QByteArray("{}"));
 }
 
-void TstCftSbpHandler::outcome_data()
+void TestCftSbpHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<QString>("outcome");
@@ -156,7 +156,7 @@ void TstCftSbpHandler::outcome_data()
     QTest::newRow("array") << reply(200, R"([{"status":-1}])") << done << nothing;
 }
 
-void TstCftSbpHandler::outcome()
+void TestCftSbpHandler::outcome()
 {
     QFETCH(http::Response, answer);
     QFETCH(QString, logged);
@@ -170,7 +170,7 @@ void TstCftSbpHandler::outcome()
     QCOMPARE(net.transcript().size(), 1);
 }
 
-void TstCftSbpHandler::replyLostOnce()
+void TestCftSbpHandler::replyLostOnce()
 {
     FakeRestClient net({http::Response::failed(2, tr::Tr(u"Обрыв"_s))});
     QVERIFY(!deliver(u"cftsbp"_s, message));
@@ -181,5 +181,5 @@ void TstCftSbpHandler::replyLostOnce()
     QCOMPARE(net.requestAt(0).body, net.requestAt(1).body);
 }
 
-QTEST_GUILESS_MAIN(TstCftSbpHandler)
+QTEST_GUILESS_MAIN(TestCftSbpHandler)
 #include "tst_cftsbphandler.moc"

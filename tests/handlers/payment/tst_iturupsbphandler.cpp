@@ -68,7 +68,7 @@ struct KeysAsTexts : QTranslator
 
 } // namespace
 
-class TstIturupSbpHandler : public QObject
+class TestIturupSbpHandler : public QObject
 {
     Q_OBJECT
 
@@ -89,7 +89,7 @@ private Q_SLOTS:
     void everyReplyLostOnce();
 };
 
-void TstIturupSbpHandler::operationsKeepTheirPlaces()
+void TestIturupSbpHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&IturupSbpHandler::sendMessage), 5);
     QCOMPARE(slotOf(&IturupSbpHandler::sendDescription), 9);
@@ -97,7 +97,7 @@ void TstIturupSbpHandler::operationsKeepTheirPlaces()
     QCOMPARE(slotOf(&IturupSbpHandler::fillDescription), -1);
 }
 
-void TstIturupSbpHandler::responseCode_data()
+void TestIturupSbpHandler::responseCode_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<int>("expected");
@@ -115,7 +115,7 @@ void TstIturupSbpHandler::responseCode_data()
     QTest::newRow("null") << QByteArray("null") << -1;
 }
 
-void TstIturupSbpHandler::responseCode()
+void TestIturupSbpHandler::responseCode()
 {
     QFETCH(QByteArray, body);
     QFETCH(int, expected);
@@ -124,7 +124,7 @@ void TstIturupSbpHandler::responseCode()
     QCOMPARE(IturupSbpHandler().responseCodeFromReply(net.responseVariant()), expected);
 }
 
-void TstIturupSbpHandler::fill_data()
+void TestIturupSbpHandler::fill_data()
 {
     QTest::addColumn<QVariant>("data");
     QTest::addColumn<QString>("filled");
@@ -143,7 +143,7 @@ void TstIturupSbpHandler::fill_data()
     row("absent", QVariant(), u"{\"k\":\"7\"}"_s);
 }
 
-void TstIturupSbpHandler::fill()
+void TestIturupSbpHandler::fill()
 {
     QFETCH(QVariant, data);
     QFETCH(QString, filled);
@@ -159,7 +159,7 @@ void TstIturupSbpHandler::fill()
     QCOMPARE(message.body.value(u"refundCommit"_s).toMap(), before);
 }
 
-void TstIturupSbpHandler::failureIsToldInTheInterfaceLanguage()
+void TestIturupSbpHandler::failureIsToldInTheInterfaceLanguage()
 {
     // All other types take the Russian text; whoever watches this type reads the operator's
     // language.
@@ -174,7 +174,7 @@ void TstIturupSbpHandler::failureIsToldInTheInterfaceLanguage()
                      u"ERROR Ошибка при отправке сообщения: translated networkErrorStatus"_s}));
 }
 
-void TstIturupSbpHandler::requests()
+void TestIturupSbpHandler::requests()
 {
     const LogCapture log(u"iturupsbp"_s);
     FakeRestClient net({operation(u"ACCEPTED"_s), prepared(), code(2), code(0)});
@@ -194,7 +194,7 @@ void TstIturupSbpHandler::requests()
     QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения"_s});
 }
 
-void TstIturupSbpHandler::outcome_data()
+void TestIturupSbpHandler::outcome_data()
 {
     QTest::addColumn<Script>("script");
     QTest::addColumn<QString>("outcome");
@@ -260,7 +260,7 @@ void TstIturupSbpHandler::outcome_data()
     row("running: 500", {accepted, prepared(), running, reply(500)}, keptBy(reply(500)));
 }
 
-void TstIturupSbpHandler::outcome()
+void TestIturupSbpHandler::outcome()
 {
     QFETCH(Script, script);
     const LogCapture log(u"iturupsbp"_s);
@@ -279,7 +279,7 @@ void TstIturupSbpHandler::outcome()
                  QByteArray(R"({"a":"%1","operId":"op-2"})"));
 }
 
-void TstIturupSbpHandler::identifiers_data()
+void TestIturupSbpHandler::identifiers_data()
 {
     QTest::addColumn<QByteArray>("id");
     QTest::addColumn<QByteArray>("filled");
@@ -289,7 +289,7 @@ void TstIturupSbpHandler::identifiers_data()
     QTest::newRow("null") << QByteArray("null") << QByteArray(R"("")");
 }
 
-void TstIturupSbpHandler::identifiers()
+void TestIturupSbpHandler::identifiers()
 {
     QFETCH(QByteArray, id);
     QFETCH(QByteArray, filled);
@@ -300,14 +300,14 @@ void TstIturupSbpHandler::identifiers()
     QCOMPARE(net.requestAt(2).body, R"({"operId":)" + filled + '}');
 }
 
-void TstIturupSbpHandler::emptyMessage()
+void TestIturupSbpHandler::emptyMessage()
 {
     FakeRestClient net({http::Response::failed(301, tr::Tr(u"Не указан адрес запроса"_s))});
     QVERIFY(!deliver(u"iturupsbp"_s, u"{}"_s));
     QCOMPARE(net.steps(), (QStringList{u"setTimeout 0"_s, u"POST "_s}));
 }
 
-void TstIturupSbpHandler::everyReplyLostOnce_data()
+void TestIturupSbpHandler::everyReplyLostOnce_data()
 {
     QTest::addColumn<Script>("script");
     QTest::addColumn<Script>("nextScript");
@@ -326,7 +326,7 @@ void TstIturupSbpHandler::everyReplyLostOnce_data()
         << Script{accepted, prepared(), code(2), lost} << Script{operation(u"REJECTED"_s)};
 }
 
-void TstIturupSbpHandler::everyReplyLostOnce()
+void TestIturupSbpHandler::everyReplyLostOnce()
 {
     QFETCH(Script, script);
     QFETCH(Script, nextScript);
@@ -338,5 +338,5 @@ void TstIturupSbpHandler::everyReplyLostOnce()
     QCOMPARE(net.transcript(), chain.first(script.size()) + chain.first(nextScript.size()));
 }
 
-QTEST_GUILESS_MAIN(TstIturupSbpHandler)
+QTEST_GUILESS_MAIN(TestIturupSbpHandler)
 #include "tst_iturupsbphandler.moc"

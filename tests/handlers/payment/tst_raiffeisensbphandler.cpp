@@ -93,7 +93,7 @@ QStringList withFailure(QStringList lines, const http::Response &last)
 
 } // namespace
 
-class TstRaiffeisenSbpHandler : public QObject
+class TestRaiffeisenSbpHandler : public QObject
 {
     Q_OBJECT
 
@@ -115,7 +115,7 @@ private Q_SLOTS:
     void everyReplyLostOnce();
 };
 
-void TstRaiffeisenSbpHandler::operationsKeepTheirPlaces()
+void TestRaiffeisenSbpHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&RaiffeisenSbpHandler::sendMessage), 5);
     QCOMPARE(slotOf(&RaiffeisenSbpHandler::memberFromReply), 9);
@@ -123,7 +123,7 @@ void TstRaiffeisenSbpHandler::operationsKeepTheirPlaces()
     QCOMPARE(slotOf(&RaiffeisenSbpHandler::classifyReply), -1);
 }
 
-void TstRaiffeisenSbpHandler::members_data()
+void TestRaiffeisenSbpHandler::members_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("member");
@@ -140,7 +140,7 @@ void TstRaiffeisenSbpHandler::members_data()
     QTest::newRow("empty") << QByteArray() << QString() << QString();
 }
 
-void TstRaiffeisenSbpHandler::members()
+void TestRaiffeisenSbpHandler::members()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, member);
@@ -152,7 +152,7 @@ void TstRaiffeisenSbpHandler::members()
     QCOMPARE(handler.statusValueFromReply(net), statusValue);
 }
 
-void TstRaiffeisenSbpHandler::classification_data()
+void TestRaiffeisenSbpHandler::classification_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<int>("expected");
@@ -168,7 +168,7 @@ void TstRaiffeisenSbpHandler::classification_data()
     QTest::newRow("no connection") << noConnection() << 2;
 }
 
-void TstRaiffeisenSbpHandler::classification()
+void TestRaiffeisenSbpHandler::classification()
 {
     QFETCH(http::Response, answer);
     QFETCH(int, expected);
@@ -179,7 +179,7 @@ void TstRaiffeisenSbpHandler::classification()
     QCOMPARE(log.lines(), withFailure({}, answer));
 }
 
-void TstRaiffeisenSbpHandler::deliveryByState_data()
+void TestRaiffeisenSbpHandler::deliveryByState_data()
 {
     QTest::addColumn<Script>("script");
     QTest::addColumn<QStringList>("transcript");
@@ -289,7 +289,7 @@ void TstRaiffeisenSbpHandler::deliveryByState_data()
         keptBy(reply(503)));
 }
 
-void TstRaiffeisenSbpHandler::deliveryByState()
+void TestRaiffeisenSbpHandler::deliveryByState()
 {
     QFETCH(Script, script);
     QFETCH(QStringList, transcript);
@@ -301,7 +301,7 @@ void TstRaiffeisenSbpHandler::deliveryByState()
     QCOMPARE(capture.lines(), log);
 }
 
-void TstRaiffeisenSbpHandler::deliveryOfPaid_data()
+void TestRaiffeisenSbpHandler::deliveryOfPaid_data()
 {
     QTest::addColumn<Script>("script");
     QTest::addColumn<int>("requests");
@@ -335,7 +335,7 @@ void TstRaiffeisenSbpHandler::deliveryOfPaid_data()
     QTest::newRow("look-up fails") << Script{running, timeout()} << 2 << keptBy(timeout());
 }
 
-void TstRaiffeisenSbpHandler::deliveryOfPaid()
+void TestRaiffeisenSbpHandler::deliveryOfPaid()
 {
     QFETCH(Script, script);
     QFETCH(int, requests);
@@ -351,7 +351,7 @@ void TstRaiffeisenSbpHandler::deliveryOfPaid()
     QCOMPARE(log.lines(), withFailure(lines, script.last()));
 }
 
-void TstRaiffeisenSbpHandler::requests()
+void TestRaiffeisenSbpHandler::requests()
 {
     const QMap<QString, QString> headers{{u"Authorization"_s, u"Bearer 1"_s},
                                          {u"X-Shop"_s, u"42"_s}};
@@ -374,7 +374,7 @@ void TstRaiffeisenSbpHandler::requests()
     QCOMPARE(net.requestAt(5).headers, headers);
 }
 
-void TstRaiffeisenSbpHandler::requestsOfPaid()
+void TestRaiffeisenSbpHandler::requestsOfPaid()
 {
     FakeRestClient net({reply(200), reply(200)});
     QVERIFY(deliver(u"raiffeisensbp"_s, paid()));
@@ -392,7 +392,7 @@ void TstRaiffeisenSbpHandler::requestsOfPaid()
     QCOMPARE(net.requestAt(2).headers, (QMap<QString, QString>()));
 }
 
-void TstRaiffeisenSbpHandler::anyNumberOfAddresses_data()
+void TestRaiffeisenSbpHandler::anyNumberOfAddresses_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<Script>("script");
@@ -428,7 +428,7 @@ void TstRaiffeisenSbpHandler::anyNumberOfAddresses_data()
         << first(4) << Script{running, done} << asked << u"delivered"_s;
 }
 
-void TstRaiffeisenSbpHandler::anyNumberOfAddresses()
+void TestRaiffeisenSbpHandler::anyNumberOfAddresses()
 {
     QFETCH(QString, body);
     QFETCH(Script, script);
@@ -438,7 +438,7 @@ void TstRaiffeisenSbpHandler::anyNumberOfAddresses()
     QCOMPARE(net.transcript(), transcript);
 }
 
-void TstRaiffeisenSbpHandler::everyReplyLostOnce_data()
+void TestRaiffeisenSbpHandler::everyReplyLostOnce_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<Script>("script");
@@ -470,7 +470,7 @@ void TstRaiffeisenSbpHandler::everyReplyLostOnce_data()
         << paid() << Script{reply(200), lost} << Script{done} << QStringList{askRefund};
 }
 
-void TstRaiffeisenSbpHandler::everyReplyLostOnce()
+void TestRaiffeisenSbpHandler::everyReplyLostOnce()
 {
     QFETCH(QString, body);
     QFETCH(Script, script);
@@ -488,5 +488,5 @@ void TstRaiffeisenSbpHandler::everyReplyLostOnce()
         QCOMPARE(made.body, made.verb == "POST" ? refundBody.toUtf8() : QByteArray());
 }
 
-QTEST_GUILESS_MAIN(TstRaiffeisenSbpHandler)
+QTEST_GUILESS_MAIN(TestRaiffeisenSbpHandler)
 #include "tst_raiffeisensbphandler.moc"

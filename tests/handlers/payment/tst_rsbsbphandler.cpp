@@ -117,7 +117,7 @@ bool poll(SlowPartner &partner, int duration, int interval)
 
 } // namespace
 
-class TstRsbSbpHandler : public QObject
+class TestRsbSbpHandler : public QObject
 {
     Q_OBJECT
 
@@ -141,13 +141,13 @@ private Q_SLOTS:
     void everyReplyLostOnce();
 };
 
-void TstRsbSbpHandler::operationsKeepTheirPlaces()
+void TestRsbSbpHandler::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&RsbSbpHandler::sendMessage), 5);
     QCOMPARE(slotOf(&RsbSbpHandler::pollRefundStatus), 9);
 }
 
-void TstRsbSbpHandler::requests()
+void TestRsbSbpHandler::requests()
 {
     const LogCapture log(u"rsbsbp"_s);
     SlowPartner net({timeout(), code(0)}, {});
@@ -166,7 +166,7 @@ void TstRsbSbpHandler::requests()
     QCOMPARE(log.lines(), (QStringList{opening, polling}));
 }
 
-void TstRsbSbpHandler::emptyMessage()
+void TestRsbSbpHandler::emptyMessage()
 {
     FakeRestClient net({http::Response::failed(301, tr::Tr(u"Не указан адрес запроса"_s))});
     QVERIFY(!deliver(u"rsbsbp"_s, u"{}"_s));
@@ -175,7 +175,7 @@ void TstRsbSbpHandler::emptyMessage()
     QCOMPARE(net.lastRequest().body, QByteArray("{}"));
 }
 
-void TstRsbSbpHandler::statusBody_data()
+void TestRsbSbpHandler::statusBody_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QByteArray>("sent");
@@ -186,7 +186,7 @@ void TstRsbSbpHandler::statusBody_data()
     QTest::newRow("absent") << u"{}"_s << QByteArray();
 }
 
-void TstRsbSbpHandler::statusBody()
+void TestRsbSbpHandler::statusBody()
 {
     QFETCH(QString, body);
     QFETCH(QByteArray, sent);
@@ -195,7 +195,7 @@ void TstRsbSbpHandler::statusBody()
     QCOMPARE(net.lastRequest().body, sent);
 }
 
-void TstRsbSbpHandler::signature_data()
+void TestRsbSbpHandler::signature_data()
 {
     QTest::addColumn<QString>("before");
     QTest::addColumn<QString>("after");
@@ -249,7 +249,7 @@ void TstRsbSbpHandler::signature_data()
     same("100 kB of line feeds", QString(100'000, u'\n'));
 }
 
-void TstRsbSbpHandler::signature()
+void TestRsbSbpHandler::signature()
 {
     QFETCH(QString, before);
     QFETCH(QString, after);
@@ -265,7 +265,7 @@ void TstRsbSbpHandler::signature()
     QCOMPARE(log.lines(), lines);
 }
 
-void TstRsbSbpHandler::missingSignatureIsNotAdded()
+void TestRsbSbpHandler::missingSignatureIsNotAdded()
 {
     FakeRestClient net({code(0)});
     QVERIFY(deliver(u"rsbsbp"_s, u"{\"bodyRefund\":{\"a\":1}}"_s));
@@ -277,7 +277,7 @@ void TstRsbSbpHandler::missingSignatureIsNotAdded()
     QCOMPARE(net.lastRequest().body, QByteArray(R"({"msgSign":12})"));
 }
 
-void TstRsbSbpHandler::outcome_data()
+void TestRsbSbpHandler::outcome_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<QString>("outcome");
@@ -345,7 +345,7 @@ void TstRsbSbpHandler::outcome_data()
                              << u"kept network: Обрыв %1"_s << u"ERROR Обрыв %1"_s;
 }
 
-void TstRsbSbpHandler::outcome()
+void TestRsbSbpHandler::outcome()
 {
     QFETCH(http::Response, answer);
     QFETCH(QString, logged);
@@ -359,7 +359,7 @@ void TstRsbSbpHandler::outcome()
     QCOMPARE(log.lines(), lines);
 }
 
-void TstRsbSbpHandler::pollOutcome_data()
+void TestRsbSbpHandler::pollOutcome_data()
 {
     QTest::addColumn<http::Response>("last");
     QTest::addColumn<QString>("outcome");
@@ -379,7 +379,7 @@ void TstRsbSbpHandler::pollOutcome_data()
     QTest::newRow("timeout") << timeout() << keptBy(timeout());
 }
 
-void TstRsbSbpHandler::pollOutcome()
+void TestRsbSbpHandler::pollOutcome()
 {
     QFETCH(http::Response, last);
     const LogCapture log(u"rsbsbp"_s);
@@ -390,7 +390,7 @@ void TstRsbSbpHandler::pollOutcome()
     QCOMPARE(log.lines(), (QStringList{opening, polling}));
 }
 
-void TstRsbSbpHandler::pollSteps_data()
+void TestRsbSbpHandler::pollSteps_data()
 {
     QTest::addColumn<Script>("script");
     QTest::addColumn<QList<int>>("durations");
@@ -457,7 +457,7 @@ void TstRsbSbpHandler::pollSteps_data()
         << QStringList{u"0 ask"_s, u"10 sleep until 0"_s, u"10 ask"_s} << true;
 }
 
-void TstRsbSbpHandler::pollSteps()
+void TestRsbSbpHandler::pollSteps()
 {
     QFETCH(Script, script);
     QFETCH(QList<int>, durations);
@@ -470,7 +470,7 @@ void TstRsbSbpHandler::pollSteps()
     QCOMPARE(net.events, events);
 }
 
-void TstRsbSbpHandler::pollOverRealConnections()
+void TestRsbSbpHandler::pollOverRealConnections()
 {
     LoopbackServer server;
     server.play({LoopbackServer::answer(200, R"({"code":"5"})"),
@@ -493,7 +493,7 @@ void TstRsbSbpHandler::pollOverRealConnections()
     }
 }
 
-void TstRsbSbpHandler::everyReplyLostOnce_data()
+void TestRsbSbpHandler::everyReplyLostOnce_data()
 {
     QTest::addColumn<Script>("script");
     QTest::addColumn<Script>("nextScript");
@@ -510,7 +510,7 @@ void TstRsbSbpHandler::everyReplyLostOnce_data()
         << QStringList{refundLine, statusLine, refundLine, statusLine};
 }
 
-void TstRsbSbpHandler::everyReplyLostOnce()
+void TestRsbSbpHandler::everyReplyLostOnce()
 {
     QFETCH(Script, script);
     QFETCH(Script, nextScript);
@@ -523,5 +523,5 @@ void TstRsbSbpHandler::everyReplyLostOnce()
     QCOMPARE(net.transcript(), transcript);
 }
 
-QTEST_GUILESS_MAIN(TstRsbSbpHandler)
+QTEST_GUILESS_MAIN(TestRsbSbpHandler)
 #include "tst_rsbsbphandler.moc"

@@ -17,7 +17,7 @@ extern "C" void countSignal(int)
 
 } // namespace
 
-class TstSteadyTime : public QObject
+class TestSteadyTime : public QObject
 {
     Q_OBJECT
 
@@ -26,7 +26,7 @@ private Q_SLOTS:
     void signalsDoNotShortenTheSleep();
 };
 
-void TstSteadyTime::pastMomentReturnsAtOnce()
+void TestSteadyTime::pastMomentReturnsAtOnce()
 {
     const SteadyTime time;
     const SteadyTime::Moment before = time.now();
@@ -36,7 +36,7 @@ void TstSteadyTime::pastMomentReturnsAtOnce()
     QVERIFY(time.now() - before < std::chrono::minutes(1));
 }
 
-void TstSteadyTime::signalsDoNotShortenTheSleep()
+void TestSteadyTime::signalsDoNotShortenTheSleep()
 {
     struct sigaction action = {};
     struct sigaction former = {};
@@ -68,5 +68,5 @@ void TstSteadyTime::signalsDoNotShortenTheSleep()
     QVERIFY(signalsInSleep > 0);
 }
 
-QTEST_GUILESS_MAIN(TstSteadyTime)
+QTEST_GUILESS_MAIN(TestSteadyTime)
 #include "tst_steadytime.moc"

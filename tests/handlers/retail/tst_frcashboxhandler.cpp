@@ -42,7 +42,7 @@ QStringList refused(const QString &line)
 
 } // namespace
 
-class TstFrCashboxHandler : public QObject
+class TestFrCashboxHandler : public QObject
 {
     Q_OBJECT
 
@@ -56,7 +56,7 @@ private Q_SLOTS:
     void addressesAreJoinedAsTheyStand();
 };
 
-void TstFrCashboxHandler::requests()
+void TestFrCashboxHandler::requests()
 {
     const LogCapture log(u"frcashbox"_s);
     FakeRestClient net({reply(401), ::session(u"s-1"_s), reply(200, "{}")});
@@ -80,7 +80,7 @@ void TstFrCashboxHandler::requests()
     QCOMPARE(log.lines(), (QStringList{opening, loggingIn}));
 }
 
-void TstFrCashboxHandler::session_data()
+void TestFrCashboxHandler::session_data()
 {
     QTest::addColumn<http::Response>("login");
     QTest::addColumn<QString>("sent");
@@ -93,7 +93,7 @@ void TstFrCashboxHandler::session_data()
     QTest::newRow("lost") << noConnection() << u""_s;
 }
 
-void TstFrCashboxHandler::session()
+void TestFrCashboxHandler::session()
 {
     QFETCH(http::Response, login);
     QFETCH(QString, sent);
@@ -104,7 +104,7 @@ void TstFrCashboxHandler::session()
     QVERIFY(net.requestAt(2).headers.contains(u"SessionId"_s));
 }
 
-void TstFrCashboxHandler::outcome_data()
+void TestFrCashboxHandler::outcome_data()
 {
     QTest::addColumn<Script>("script");
     QTest::addColumn<bool>("finished");
@@ -140,7 +140,7 @@ void TstFrCashboxHandler::outcome_data()
     // clang-format on
 }
 
-void TstFrCashboxHandler::outcome()
+void TestFrCashboxHandler::outcome()
 {
     QFETCH(Script, script);
     QFETCH(bool, finished);
@@ -152,7 +152,7 @@ void TstFrCashboxHandler::outcome()
     QCOMPARE(log.lines(), QStringList{opening} + lines);
 }
 
-void TstFrCashboxHandler::addressesAreJoinedAsTheyStand_data()
+void TestFrCashboxHandler::addressesAreJoinedAsTheyStand_data()
 {
     QTest::addColumn<QString>("message");
     QTest::addColumn<QString>("first");
@@ -167,7 +167,7 @@ void TstFrCashboxHandler::addressesAreJoinedAsTheyStand_data()
                              << u"POST http://fr.test/login"_s;
 }
 
-void TstFrCashboxHandler::addressesAreJoinedAsTheyStand()
+void TestFrCashboxHandler::addressesAreJoinedAsTheyStand()
 {
     QFETCH(QString, message);
     QFETCH(QString, first);
@@ -177,5 +177,5 @@ void TstFrCashboxHandler::addressesAreJoinedAsTheyStand()
     QCOMPARE(net.transcript(), (QStringList{first, login, first}));
 }
 
-QTEST_GUILESS_MAIN(TstFrCashboxHandler)
+QTEST_GUILESS_MAIN(TestFrCashboxHandler)
 #include "tst_frcashboxhandler.moc"

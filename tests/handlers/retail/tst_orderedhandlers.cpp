@@ -85,12 +85,12 @@ bool endsThePass(const QString &type)
 
 /// Which messages of a type may overtake which, on real tables. Every case runs on SQLite and on a
 /// real server.
-class TstOrderedHandlers : public QObject
+class TestOrderedHandlers : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit TstOrderedHandlers(MariaDbServer *server)
+    explicit TestOrderedHandlers(MariaDbServer *server)
         : server(server)
     {
     }
@@ -134,7 +134,7 @@ private:
     QStringList written;
 };
 
-void TstOrderedHandlers::init()
+void TestOrderedHandlers::init()
 {
     database = std::make_unique<QueueDatabase>();
     if (server) {
@@ -146,13 +146,13 @@ void TstOrderedHandlers::init()
     MockFactory<TcpClient>::install(std::make_shared<FakeTcpClient>(written));
 }
 
-void TstOrderedHandlers::cleanup()
+void TestOrderedHandlers::cleanup()
 {
     MockFactory<TcpClient>::install(nullptr);
     database.reset();
 }
 
-void TstOrderedHandlers::pass(const QString &type, const Script &replies)
+void TestOrderedHandlers::pass(const QString &type, const Script &replies)
 {
     // What goes over TCP asks for no replies.
     FakeRestClient net(type == u"dssl" ? Script() : replies);
@@ -163,7 +163,7 @@ void TstOrderedHandlers::pass(const QString &type, const Script &replies)
     QCOMPARE(net.repliesLeft(), 0);
 }
 
-void TstOrderedHandlers::types()
+void TestOrderedHandlers::types()
 {
     QTest::addColumn<QString>("type");
     for (const QString &type :
@@ -171,12 +171,12 @@ void TstOrderedHandlers::types()
         QTest::newRow(qPrintable(type)) << type;
 }
 
-void TstOrderedHandlers::delivered_data()
+void TestOrderedHandlers::delivered_data()
 {
     types();
 }
 
-void TstOrderedHandlers::delivered()
+void TestOrderedHandlers::delivered()
 {
     QFETCH(QString, type);
     put(type, {u"A"_s});
@@ -187,12 +187,12 @@ void TstOrderedHandlers::delivered()
     QVERIFY(state->startIds.lock()->isEmpty());
 }
 
-void TstOrderedHandlers::youngerOneWaits_data()
+void TestOrderedHandlers::youngerOneWaits_data()
 {
     types();
 }
 
-void TstOrderedHandlers::youngerOneWaits()
+void TestOrderedHandlers::youngerOneWaits()
 {
     QFETCH(QString, type);
     const QString refused = type == u"dssl" ? u"down"_s : u"A"_s;
@@ -215,7 +215,7 @@ void TstOrderedHandlers::youngerOneWaits()
     QVERIFY(!state->startIds.lock()->contains(type));
 }
 
-void TstOrderedHandlers::passedOverComesBackWhenTheQueueIsEmpty_data()
+void TestOrderedHandlers::passedOverComesBackWhenTheQueueIsEmpty_data()
 {
     QTest::addColumn<QString>("type");
     // Not dssl, whose service answers a host for good or not at all here.
@@ -224,7 +224,7 @@ void TstOrderedHandlers::passedOverComesBackWhenTheQueueIsEmpty_data()
         QTest::newRow(qPrintable(type)) << type;
 }
 
-void TstOrderedHandlers::passedOverComesBackWhenTheQueueIsEmpty()
+void TestOrderedHandlers::passedOverComesBackWhenTheQueueIsEmpty()
 {
     QFETCH(QString, type);
     put(type, {u"A"_s});
@@ -238,12 +238,12 @@ void TstOrderedHandlers::passedOverComesBackWhenTheQueueIsEmpty()
     QCOMPARE(database->ids(), QList<int>());
 }
 
-void TstOrderedHandlers::orderOutlastsARestart_data()
+void TestOrderedHandlers::orderOutlastsARestart_data()
 {
     types();
 }
 
-void TstOrderedHandlers::orderOutlastsARestart()
+void TestOrderedHandlers::orderOutlastsARestart()
 {
     QFETCH(QString, type);
     const QString thing = type == u"dssl" ? u"down"_s : u"A"_s;
@@ -263,7 +263,7 @@ void TstOrderedHandlers::orderOutlastsARestart()
     QCOMPARE(state->startIds.lock()->value(type), older);
 }
 
-void TstOrderedHandlers::markers_data()
+void TestOrderedHandlers::markers_data()
 {
     QTest::addColumn<QString>("type");
     QTest::addColumn<QString>("older");
@@ -317,7 +317,7 @@ void TstOrderedHandlers::markers_data()
     // clang-format on
 }
 
-void TstOrderedHandlers::markers()
+void TestOrderedHandlers::markers()
 {
     QFETCH(QString, type);
     QFETCH(QString, older);
@@ -331,7 +331,7 @@ void TstOrderedHandlers::markers()
     QCOMPARE(database->ids(), waits ? (QList<int>{olderId, youngerId}) : QList<int>{olderId});
 }
 
-void TstOrderedHandlers::olderOnesAloneCount()
+void TestOrderedHandlers::olderOnesAloneCount()
 {
     put(u"excisemark"_s, {u"A"_s});
     const int younger = put(u"excisemark"_s, {u"A"_s});
@@ -340,7 +340,7 @@ void TstOrderedHandlers::olderOnesAloneCount()
     QCOMPARE(database->ids(), QList<int>{younger});
 }
 
-void TstOrderedHandlers::firstHitDecides()
+void TestOrderedHandlers::firstHitDecides()
 {
     struct RecordingDao : queue::DAO
     {
@@ -366,7 +366,7 @@ void TstOrderedHandlers::firstHitDecides()
     QCOMPARE(dao.asked, (QStringList{u"excisemark 9 A"_s, u"excisemark 9 B"_s}));
 }
 
-void TstOrderedHandlers::otherTypesDoNotCount()
+void TestOrderedHandlers::otherTypesDoNotCount()
 {
     const int other = put(u"markdown"_s, {u"A"_s});
     put(u"excisemark"_s, {u"A"_s});
@@ -374,7 +374,7 @@ void TstOrderedHandlers::otherTypesDoNotCount()
     QCOMPARE(database->ids(), QList<int>{other});
 }
 
-void TstOrderedHandlers::linesOfAPass()
+void TestOrderedHandlers::linesOfAPass()
 {
     const int older = put(u"onlinecheck"_s, {u"A"_s});
     const int younger = put(u"onlinecheck"_s, {u"A"_s});
@@ -398,7 +398,7 @@ void TstOrderedHandlers::linesOfAPass()
     QCOMPARE(database->ids(), (QList<int>{older, younger}));
 }
 
-void TstOrderedHandlers::bodyIsAnnouncedIndented()
+void TestOrderedHandlers::bodyIsAnnouncedIndented()
 {
     database->put(u"markdown"_s, u"{\"b\":[1,{\"c\":\"%1 ж\"}],\"a\":null}"_s);
     const LogCapture log(u"markdown"_s);
@@ -408,7 +408,7 @@ void TstOrderedHandlers::bodyIsAnnouncedIndented()
         u"INFO Обработка сообщения:\n{\n    \"a\": null,\n    \"b\": [\n        1,\n        {\n            \"c\": \"%1 ж\"\n        }\n    ]\n}\n"_s);
 }
 
-void TstOrderedHandlers::stopBetweenTwoMessages()
+void TestOrderedHandlers::stopBetweenTwoMessages()
 {
     put(u"onlinecheck"_s, {u"A"_s});
     const int younger = put(u"onlinecheck"_s, {u"A"_s});
@@ -419,7 +419,7 @@ void TstOrderedHandlers::stopBetweenTwoMessages()
     QCOMPARE(state->startIds.lock()->value(u"onlinecheck"_s), younger - 1);
 }
 
-void TstOrderedHandlers::rowThatDoesNotGoAway()
+void TestOrderedHandlers::rowThatDoesNotGoAway()
 {
     if (server)
         return; // the trigger is SQLite's
@@ -434,7 +434,7 @@ void TstOrderedHandlers::rowThatDoesNotGoAway()
             .arg(id)));
 }
 
-void TstOrderedHandlers::operationsKeepTheirPlaces_data()
+void TestOrderedHandlers::operationsKeepTheirPlaces_data()
 {
     QTest::addColumn<int>("processMessages");
     QTest::addColumn<int>("sendMessage");
@@ -451,7 +451,7 @@ void TstOrderedHandlers::operationsKeepTheirPlaces_data()
                                  << slotOf(&DsslHandler::sendMessage);
 }
 
-void TstOrderedHandlers::operationsKeepTheirPlaces()
+void TestOrderedHandlers::operationsKeepTheirPlaces()
 {
     QFETCH(int, processMessages);
     QFETCH(int, sendMessage);
@@ -462,10 +462,10 @@ void TstOrderedHandlers::operationsKeepTheirPlaces()
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    TstOrderedHandlers onSqlite(nullptr);
+    TestOrderedHandlers onSqlite(nullptr);
     int failures = QTest::qExec(&onSqlite, argc, argv);
     MariaDbServer server;
-    TstOrderedHandlers onServer(&server);
+    TestOrderedHandlers onServer(&server);
     failures += QTest::qExec(&onServer, argc, argv);
     return failures;
 }

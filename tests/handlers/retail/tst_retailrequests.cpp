@@ -29,7 +29,7 @@ QStringList failed(const http::Response &response)
 } // namespace
 
 /// The retail documents that go out in one HTTP request.
-class TstRetailRequests : public QObject
+class TestRetailRequests : public QObject
 {
     Q_OBJECT
 
@@ -47,7 +47,7 @@ private Q_SLOTS:
     void certificate();
 };
 
-void TstRetailRequests::request_data()
+void TestRetailRequests::request_data()
 {
     QTest::addColumn<QString>("type");
     QTest::addColumn<QString>("body");
@@ -88,7 +88,7 @@ void TstRetailRequests::request_data()
     // clang-format on
 }
 
-void TstRetailRequests::request()
+void TestRetailRequests::request()
 {
     QFETCH(QString, type);
     QFETCH(QString, body);
@@ -110,7 +110,7 @@ void TstRetailRequests::request()
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
-void TstRetailRequests::outcome_data()
+void TestRetailRequests::outcome_data()
 {
     QTest::addColumn<QString>("type");
     QTest::addColumn<http::Response>("answer");
@@ -142,7 +142,7 @@ void TstRetailRequests::outcome_data()
     }
 }
 
-void TstRetailRequests::outcome()
+void TestRetailRequests::outcome()
 {
     QFETCH(QString, type);
     QFETCH(http::Response, answer);
@@ -152,7 +152,7 @@ void TstRetailRequests::outcome()
     compareOutcome(type, message(u""_s), answer, finished, QStringList{opening} + lines);
 }
 
-void TstRetailRequests::toleratedMarkdown_data()
+void TestRetailRequests::toleratedMarkdown_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<bool>("finished");
@@ -178,7 +178,7 @@ void TstRetailRequests::toleratedMarkdown_data()
     // clang-format on
 }
 
-void TstRetailRequests::toleratedMarkdown()
+void TestRetailRequests::toleratedMarkdown()
 {
     QFETCH(http::Response, answer);
     QFETCH(bool, finished);
@@ -186,7 +186,7 @@ void TstRetailRequests::toleratedMarkdown()
     compareOutcome(u"markdown"_s, message(u""_s), answer, finished, QStringList{opening} + lines);
 }
 
-void TstRetailRequests::credentials_data()
+void TestRetailRequests::credentials_data()
 {
     QTest::addColumn<QString>("rest");
     QTest::addColumn<QString>("url");
@@ -200,7 +200,7 @@ void TstRetailRequests::credentials_data()
     // clang-format on
 }
 
-void TstRetailRequests::credentials()
+void TestRetailRequests::credentials()
 {
     QFETCH(QString, rest);
     QFETCH(QString, url);
@@ -213,7 +213,7 @@ void TstRetailRequests::credentials()
 }
 
 /// It must not become the address of another server.
-void TstRetailRequests::unreadableAddress()
+void TestRetailRequests::unreadableAddress()
 {
     FakeRestClient net({noConnection()});
     QVERIFY(!deliver(u"questiontocashier"_s, u"{\"url\":\"http://retail.test:99999/a\","
@@ -221,7 +221,7 @@ void TstRetailRequests::unreadableAddress()
     QVERIFY(net.lastRequest().url.errorString().contains(u"http://retail.test:99999/a"));
 }
 
-void TstRetailRequests::certificate_data()
+void TestRetailRequests::certificate_data()
 {
     QTest::addColumn<QString>("rest");
     QTest::addColumn<QStringList>("settings");
@@ -236,7 +236,7 @@ void TstRetailRequests::certificate_data()
     QTest::newRow("no path") << u"\"certificatePassword\":\"p\""_s << QStringList();
 }
 
-void TstRetailRequests::certificate()
+void TestRetailRequests::certificate()
 {
     QFETCH(QString, rest);
     QFETCH(QStringList, settings);
@@ -246,5 +246,5 @@ void TstRetailRequests::certificate()
                               + QStringList{u"POST http://retail.test/a?b=1"_s});
 }
 
-QTEST_GUILESS_MAIN(TstRetailRequests)
+QTEST_GUILESS_MAIN(TestRetailRequests)
 #include "tst_retailrequests.moc"

@@ -124,7 +124,7 @@ private:
 } // namespace
 
 /// The types that speak plain TCP, with real peers.
-class TstTcpHandlers : public QObject
+class TestTcpHandlers : public QObject
 {
     Q_OBJECT
 
@@ -152,7 +152,7 @@ private Q_SLOTS:
     void dsslTriesEachAddress();
 };
 
-void TstTcpHandlers::epsRefused_data()
+void TestTcpHandlers::epsRefused_data()
 {
     QTest::addColumn<QString>("message");
     QTest::newRow("nobody listens") << eps(u"x"_s, LoopbackServer::unusedPort());
@@ -166,7 +166,7 @@ void TstTcpHandlers::epsRefused_data()
     QTest::newRow("below 0") << eps(u"x"_s, LoopbackServer::unusedPort() - 65536);
 }
 
-void TstTcpHandlers::epsRefused()
+void TestTcpHandlers::epsRefused()
 {
     QFETCH(QString, message);
     const LogCapture log(u"eps"_s);
@@ -174,7 +174,7 @@ void TstTcpHandlers::epsRefused()
     QCOMPARE(log.lines(), (QStringList{opening, noServer}));
 }
 
-void TstTcpHandlers::epsEqualMarks_data()
+void TestTcpHandlers::epsEqualMarks_data()
 {
     QTest::addColumn<QString>("frame");
     QTest::addColumn<QByteArray>("answer");
@@ -185,7 +185,7 @@ void TstTcpHandlers::epsEqualMarks_data()
     // clang-format on
 }
 
-void TstTcpHandlers::epsEqualMarks()
+void TestTcpHandlers::epsEqualMarks()
 {
     QFETCH(QString, frame);
     QFETCH(QByteArray, answer);
@@ -203,7 +203,7 @@ void TstTcpHandlers::epsEqualMarks()
     QVERIFY(isDone);
 }
 
-void TstTcpHandlers::epsOtherAnswers_data()
+void TestTcpHandlers::epsOtherAnswers_data()
 {
     QTest::addColumn<QString>("frame");
     QTest::addColumn<QByteArray>("answer");
@@ -215,7 +215,7 @@ void TstTcpHandlers::epsOtherAnswers_data()
     // clang-format on
 }
 
-void TstTcpHandlers::epsOtherAnswers()
+void TestTcpHandlers::epsOtherAnswers()
 {
     QFETCH(QString, frame);
     QFETCH(QByteArray, answer);
@@ -238,7 +238,7 @@ void TstTcpHandlers::epsOtherAnswers()
     }
 }
 
-void TstTcpHandlers::epsAnswerInPieces()
+void TestTcpHandlers::epsAnswerInPieces()
 {
     // A piece of the mark is not the mark, and nobody waits for the rest.
     const QuickServer server("abc12345678rest", QuickServer::Behaviour::Pieces);
@@ -249,7 +249,7 @@ void TstTcpHandlers::epsAnswerInPieces()
     }
 }
 
-void TstTcpHandlers::epsWithoutAnswer()
+void TestTcpHandlers::epsWithoutAnswer()
 {
     LoopbackServer server;
     server.play({LoopbackServer::silence()});
@@ -259,7 +259,7 @@ void TstTcpHandlers::epsWithoutAnswer()
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
-void TstTcpHandlers::epsShortFrame_data()
+void TestTcpHandlers::epsShortFrame_data()
 {
     QTest::addColumn<QString>("frame");
     QTest::newRow("empty") << u""_s;
@@ -267,7 +267,7 @@ void TstTcpHandlers::epsShortFrame_data()
     QTest::newRow("three bytes") << u"abc"_s;
 }
 
-void TstTcpHandlers::epsShortFrame()
+void TestTcpHandlers::epsShortFrame()
 {
     QFETCH(QString, frame);
     LoopbackServer server;
@@ -277,7 +277,7 @@ void TstTcpHandlers::epsShortFrame()
     QCOMPARE(log.lines(), (QStringList{opening, strange}));
 }
 
-void TstTcpHandlers::epsReset()
+void TestTcpHandlers::epsReset()
 {
     const QuickServer server(QByteArray(), QuickServer::Behaviour::Reset);
     for (int i = 0; i < 20; ++i) {
@@ -290,7 +290,7 @@ void TstTcpHandlers::epsReset()
     }
 }
 
-void TstTcpHandlers::epsSendsTheFrameAsItStands()
+void TestTcpHandlers::epsSendsTheFrameAsItStands()
 {
     LoopbackServer server;
     server.play({LoopbackServer::silence()});
@@ -298,7 +298,7 @@ void TstTcpHandlers::epsSendsTheFrameAsItStands()
     QTRY_COMPARE(server.received(), u"абв %1\r\n\u0001"_s.toUtf8());
 }
 
-void TstTcpHandlers::epsTriesEachAddress()
+void TestTcpHandlers::epsTriesEachAddress()
 {
     LoopbackServer server;
     server.play({LoopbackServer::silence()});
@@ -310,7 +310,7 @@ void TstTcpHandlers::epsTriesEachAddress()
     QTRY_COMPARE(server.received(), "abc");
 }
 
-void TstTcpHandlers::dsslDelivers()
+void TestTcpHandlers::dsslDelivers()
 {
     LoopbackServer server;
     server.play({LoopbackServer::silence()});
@@ -320,7 +320,7 @@ void TstTcpHandlers::dsslDelivers()
     QCOMPARE(log.lines(), QStringList{opening});
 }
 
-void TstTcpHandlers::dsslSteps()
+void TestTcpHandlers::dsslSteps()
 {
     struct Recording : TcpClient
     {
@@ -350,7 +350,7 @@ void TstTcpHandlers::dsslSteps()
                           u"timeout 0"_s, u"connect"_s, u"write "_s, u"disconnect"_s}));
 }
 
-void TstTcpHandlers::dsslWithoutABody()
+void TestTcpHandlers::dsslWithoutABody()
 {
     LoopbackServer server;
     QVERIFY(deliver(u"dssl"_s, text({{u"url"_s, u"127.0.0.1"_s}, {u"port"_s, server.port()}})));
@@ -358,7 +358,7 @@ void TstTcpHandlers::dsslWithoutABody()
     QCOMPARE(server.received(), "");
 }
 
-void TstTcpHandlers::dsslRefused_data()
+void TestTcpHandlers::dsslRefused_data()
 {
     QTest::addColumn<QString>("message");
     QTest::addColumn<QString>("kind");
@@ -374,7 +374,7 @@ void TstTcpHandlers::dsslRefused_data()
     QTest::newRow("port no number") << u"{\"url\":\"127.0.0.1\",\"port\":\"x\"}"_s << request;
 }
 
-void TstTcpHandlers::dsslRefused()
+void TestTcpHandlers::dsslRefused()
 {
     QFETCH(QString, message);
     QFETCH(QString, kind);
@@ -384,7 +384,7 @@ void TstTcpHandlers::dsslRefused()
              (QStringList{opening, u"INFO Не удалось установить соединение с сервером"_s}));
 }
 
-void TstTcpHandlers::dsslDoesNotWaitForAnAnswer()
+void TestTcpHandlers::dsslDoesNotWaitForAnAnswer()
 {
     // What the server says is not read, and does not cost it what it was sent.
     const QuickServer server("a word nobody wants");
@@ -392,7 +392,7 @@ void TstTcpHandlers::dsslDoesNotWaitForAnAnswer()
         QVERIFY(deliver(u"dssl"_s, dssl(server.port)));
 }
 
-void TstTcpHandlers::dsslLargeBody()
+void TestTcpHandlers::dsslLargeBody()
 {
     LoopbackServer server;
     server.play({LoopbackServer::silence()});
@@ -404,7 +404,7 @@ void TstTcpHandlers::dsslLargeBody()
     QTRY_COMPARE_WITH_TIMEOUT(server.received().size(), 2'000'000, 30'000);
 }
 
-void TstTcpHandlers::dsslTriesEachAddress()
+void TestTcpHandlers::dsslTriesEachAddress()
 {
     LoopbackServer server;
     server.play({LoopbackServer::silence()});
@@ -414,5 +414,5 @@ void TstTcpHandlers::dsslTriesEachAddress()
     QTRY_COMPARE(server.received(), u"<к %1>"_s.toUtf8());
 }
 
-QTEST_GUILESS_MAIN(TstTcpHandlers)
+QTEST_GUILESS_MAIN(TestTcpHandlers)
 #include "tst_tcphandlers.moc"

@@ -52,7 +52,7 @@ QVariant randomValue(QRandomGenerator &random, int depth)
 
 } // namespace
 
-class TstCompactJson : public QObject
+class TestCompactJson : public QObject
 {
     Q_OBJECT
 
@@ -63,7 +63,7 @@ private Q_SLOTS:
     void sameAsTheLibrary();
 };
 
-void TstCompactJson::values_data()
+void TestCompactJson::values_data()
 {
     QTest::addColumn<QVariantMap>("object");
     QTest::addColumn<QString>("json");
@@ -85,7 +85,7 @@ void TstCompactJson::values_data()
                             << uR"({"a":{},"b":[1,{"c":""}]})"_s;
 }
 
-void TstCompactJson::values()
+void TestCompactJson::values()
 {
     QFETCH(QVariantMap, object);
     QFETCH(QString, json);
@@ -93,7 +93,7 @@ void TstCompactJson::values()
     QCOMPARE(byLibrary(object), json);
 }
 
-void TstCompactJson::parsedMessage()
+void TestCompactJson::parsedMessage()
 {
     const QByteArray text =
         R"({ "b" : [ 1 , 2.50, -0.0, 1e300 ], "a" : { "u":"http://x/?a=1&b=ж" } })";
@@ -101,7 +101,7 @@ void TstCompactJson::parsedMessage()
     QCOMPARE(compactJson(body), byLibrary(body));
 }
 
-void TstCompactJson::sameAsTheLibrary()
+void TestCompactJson::sameAsTheLibrary()
 {
     QRandomGenerator random(42);
     for (int round = 0; round < 5000; ++round) {
@@ -111,5 +111,5 @@ void TstCompactJson::sameAsTheLibrary()
     }
 }
 
-QTEST_GUILESS_MAIN(TstCompactJson)
+QTEST_GUILESS_MAIN(TestCompactJson)
 #include "tst_compactjson.moc"

@@ -23,7 +23,7 @@ const QString probe = u"SELECT COUNT(messageid), creationtime FROM queues.messag
 } // namespace
 
 /// What holds on both databases runs once on each: the column `isServer` tells which.
-class TstConnectionFactory : public BothDatabases
+class TestConnectionFactory : public BothDatabases
 {
     Q_OBJECT
 
@@ -59,25 +59,25 @@ private Q_SLOTS:
     void checkIsOnlyMadeWhenAskedFor();
 };
 
-void TstConnectionFactory::operationsKeepTheirPlaces()
+void TestConnectionFactory::operationsKeepTheirPlaces()
 {
     QCOMPARE(slotOf(&ConnectionFactory::removeConnection), 0);
     QCOMPARE(slotOf(&ConnectionFactory::getConnection), 3);
 }
 
-void TstConnectionFactory::sqliteSurvivesAPowerCut()
+void TestConnectionFactory::sqliteSurvivesAPowerCut()
 {
     QCOMPARE(queue->query(u"PRAGMA queues.journal_mode"_s).value(0).value(0), u"wal"_s);
     constexpr int full = 2;
     QCOMPARE(queue->query(u"PRAGMA queues.synchronous"_s).value(0).value(0), full);
 }
 
-void TstConnectionFactory::sqliteWaitsForALock()
+void TestConnectionFactory::sqliteWaitsForALock()
 {
     QCOMPARE(queue->query(u"PRAGMA busy_timeout"_s).value(0).value(0), 5000);
 }
 
-void TstConnectionFactory::sqliteFileIsOpenedByManyAtOnce()
+void TestConnectionFactory::sqliteFileIsOpenedByManyAtOnce()
 {
     constexpr int count = 16;
     Guarded<QStringList> errors;
@@ -94,7 +94,7 @@ void TstConnectionFactory::sqliteFileIsOpenedByManyAtOnce()
 }
 
 /// By whatever path it is reached, and another one after it was replaced.
-void TstConnectionFactory::sqliteFileHasOneGate()
+void TestConnectionFactory::sqliteFileHasOneGate()
 {
     const QString link = queue->root() + u"/link.db"_s;
     WriteGate *const gate = factory->gateOf(factory->getConnection());
@@ -114,7 +114,7 @@ void TstConnectionFactory::sqliteFileHasOneGate()
     QVERIFY(factory->gateOf(factory->getConnection()) != gate);
 }
 
-void TstConnectionFactory::serverIsReachedOverTheSocket()
+void TestConnectionFactory::serverIsReachedOverTheSocket()
 {
     queue->setSettings(server->settings());
     QCOMPARE(factory->getConnection().driverName(), u"QMYSQL"_s);
@@ -125,7 +125,7 @@ void TstConnectionFactory::serverIsReachedOverTheSocket()
     QVERIFY(factory->isConnectionCurrent(factory->getConnection().connectionName()));
 }
 
-void TstConnectionFactory::serverConnectionLostAndReopened()
+void TestConnectionFactory::serverConnectionLostAndReopened()
 {
     queue->setSettings(server->settings());
     queue->put(u"cardlab"_s, u"{}"_s);
@@ -136,7 +136,7 @@ void TstConnectionFactory::serverConnectionLostAndReopened()
     QCOMPARE(queue->ids().size(), 1);
 }
 
-void TstConnectionFactory::messageIsInTheSchema()
+void TestConnectionFactory::messageIsInTheSchema()
 {
     useDatabase();
     const int id = queue->put(u"cardlab"_s, u"{}"_s, u"777"_s);
@@ -147,7 +147,7 @@ void TstConnectionFactory::messageIsInTheSchema()
     QCOMPARE(row.value(2).toString(), u"777"_s);
 }
 
-void TstConnectionFactory::probePasses()
+void TestConnectionFactory::probePasses()
 {
     useDatabase();
     const QList<QVariantList> empty = queue->query(probe);
@@ -166,7 +166,7 @@ void TstConnectionFactory::probePasses()
     QVERIFY2(time >= before && time <= QDateTime::currentDateTime(), qPrintable(time.toString()));
 }
 
-void TstConnectionFactory::probeShowsTheOldestRow()
+void TestConnectionFactory::probeShowsTheOldestRow()
 {
     useDatabase();
     const QDateTime oldest(QDate(2026, 1, 31), QTime(12, 0));
@@ -198,7 +198,7 @@ void TstConnectionFactory::probeShowsTheOldestRow()
     QCOMPARE(shown(), oldest.addSecs(1));
 }
 
-void TstConnectionFactory::textsKeepEveryLetter()
+void TestConnectionFactory::textsKeepEveryLetter()
 {
     useDatabase();
     const QString text = u"{\"кассир\":\"Ёлкина Щ. 🙂 «ъ»\"}"_s;
@@ -208,7 +208,7 @@ void TstConnectionFactory::textsKeepEveryLetter()
     QCOMPARE(row.value(1).toString(), u"карта 🙂"_s);
 }
 
-void TstConnectionFactory::textsCompareByTheirBytes()
+void TestConnectionFactory::textsCompareByTheirBytes()
 {
     useDatabase();
     const int id = queue->put(u"spasiboBatch"_s, u"{\"mark\":\"AbC\"}"_s, u"Ab"_s);
@@ -223,7 +223,7 @@ void TstConnectionFactory::textsCompareByTheirBytes()
     QCOMPARE(found(u"body LIKE '%AbC%'"_s), 1);
 }
 
-void TstConnectionFactory::idsAreNeverGivenTwice()
+void TestConnectionFactory::idsAreNeverGivenTwice()
 {
     useDatabase();
     const int first = queue->put(u"cardlab"_s, u"{}"_s);
@@ -231,7 +231,7 @@ void TstConnectionFactory::idsAreNeverGivenTwice()
     QVERIFY(queue->put(u"cardlab"_s, u"{}"_s) > first);
 }
 
-void TstConnectionFactory::eachThreadHasItsConnection()
+void TestConnectionFactory::eachThreadHasItsConnection()
 {
     useDatabase();
     Guarded<QSet<QString>> names;
@@ -249,7 +249,7 @@ void TstConnectionFactory::eachThreadHasItsConnection()
     QCOMPARE(QSqlDatabase::connectionNames().size(), 1);
 }
 
-void TstConnectionFactory::removalIsSilent()
+void TestConnectionFactory::removalIsSilent()
 {
     useDatabase();
     onThreads(1, [&] {
@@ -263,7 +263,7 @@ void TstConnectionFactory::removalIsSilent()
     });
 }
 
-void TstConnectionFactory::failureIsReadable_data()
+void TestConnectionFactory::failureIsReadable_data()
 {
     QTest::addColumn<QString>("settings");
     QTest::addColumn<QStringList>("fragments");
@@ -288,7 +288,7 @@ void TstConnectionFactory::failureIsReadable_data()
     // clang-format on
 }
 
-void TstConnectionFactory::failureIsReadable()
+void TestConnectionFactory::failureIsReadable()
 {
     QFETCH(QString, settings);
     QFETCH(QStringList, fragments);
@@ -306,7 +306,7 @@ void TstConnectionFactory::failureIsReadable()
     QCOMPARE(connectError(), QString());
 }
 
-void TstConnectionFactory::checkIsOnlyMadeWhenAskedFor()
+void TestConnectionFactory::checkIsOnlyMadeWhenAskedFor()
 {
     queue->setSettings(server->settings());
     queue->ids();
@@ -319,5 +319,5 @@ void TstConnectionFactory::checkIsOnlyMadeWhenAskedFor()
     QVERIFY(QSqlQuery(factory->getConnection()).exec(probe));
 }
 
-QTEST_GUILESS_MAIN(TstConnectionFactory)
+QTEST_GUILESS_MAIN(TestConnectionFactory)
 #include "tst_connectionfactory.moc"

@@ -12,7 +12,7 @@
 
 using namespace Qt::StringLiterals;
 
-class TstDBQueueBroker : public BothDatabases
+class TestDBQueueBroker : public BothDatabases
 {
     Q_OBJECT
 
@@ -25,7 +25,7 @@ private Q_SLOTS:
     void brokerThrowsWithoutTable();
 };
 
-void TstDBQueueBroker::brokerWritesOneRow()
+void TestDBQueueBroker::brokerWritesOneRow()
 {
     useDatabase();
     const QJsonObject message{{u"заказ"_s, 7}, {u"сумма"_s, u"1'\"00%1 🙂"_s}};
@@ -44,7 +44,7 @@ void TstDBQueueBroker::brokerWritesOneRow()
     QCOMPARE(rows[1][2].toString(), u""_s);
 }
 
-void TstDBQueueBroker::brokerWaitsForItsTurn()
+void TestDBQueueBroker::brokerWaitsForItsTurn()
 {
     useDatabase();
     WriteGate *gate = factory->gateOf(factory->getConnection());
@@ -64,7 +64,7 @@ void TstDBQueueBroker::brokerWaitsForItsTurn()
     QCOMPARE(queue->ids().size(), 1);
 }
 
-void TstDBQueueBroker::brokerThrowsWithoutTable()
+void TestDBQueueBroker::brokerThrowsWithoutTable()
 {
     useDatabase();
     queue->ids();
@@ -85,5 +85,5 @@ void TstDBQueueBroker::brokerThrowsWithoutTable()
              qPrintable(text));
 }
 
-QTEST_GUILESS_MAIN(TstDBQueueBroker)
+QTEST_GUILESS_MAIN(TestDBQueueBroker)
 #include "tst_dbqueuebroker.moc"

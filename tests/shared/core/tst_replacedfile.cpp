@@ -21,7 +21,7 @@
 using namespace Qt::StringLiterals;
 
 /// An SQLite file that is deleted or replaced while the service has it open.
-class TstReplacedFile : public QObject
+class TestReplacedFile : public QObject
 {
     Q_OBJECT
 
@@ -51,14 +51,14 @@ private:
     std::unique_ptr<QueueDatabase> queue;
 };
 
-void TstReplacedFile::init()
+void TestReplacedFile::init()
 {
     QTest::failOnWarning(QRegularExpression(u"."_s));
     ConnectionFactory::setWithCheck(true);
     queue = std::make_unique<QueueDatabase>();
 }
 
-void TstReplacedFile::sqliteFileThatIsGoneIsNoticed()
+void TestReplacedFile::sqliteFileThatIsGoneIsNoticed()
 {
     const QString name = factory->getConnection().connectionName();
     QVERIFY(factory->isConnectionCurrent(name));
@@ -70,7 +70,7 @@ void TstReplacedFile::sqliteFileThatIsGoneIsNoticed()
     QCOMPARE(queue->ids(), QList<int>());
 }
 
-void TstReplacedFile::sqliteFileThatWasReplacedIsNoticed()
+void TestReplacedFile::sqliteFileThatWasReplacedIsNoticed()
 {
     const QString name = factory->getConnection().connectionName();
     QVERIFY(QFile::rename(queue->file(), queue->file() + u".old"_s));
@@ -79,7 +79,7 @@ void TstReplacedFile::sqliteFileThatWasReplacedIsNoticed()
     QVERIFY(!factory->isConnectionCurrent(name));
 }
 
-void TstReplacedFile::sqliteFileThatIsGoneTakesNoRows()
+void TestReplacedFile::sqliteFileThatIsGoneTakesNoRows()
 {
     queue->put(u"cardlab"_s, u"{}"_s);
     for (const QString &suffix : {u""_s, u"-wal"_s, u"-shm"_s})
@@ -89,7 +89,7 @@ void TstReplacedFile::sqliteFileThatIsGoneTakesNoRows()
     QCOMPARE(queue->ids().size(), 1);
 }
 
-void TstReplacedFile::formerLogIsNotMixedIn_data()
+void TestReplacedFile::formerLogIsNotMixedIn_data()
 {
     QTest::addColumn<bool>("isReplaced");
     QTest::addColumn<bool>("isLinked");
@@ -101,7 +101,7 @@ void TstReplacedFile::formerLogIsNotMixedIn_data()
 
 /// Somebody moves a backup into place, or deletes the file, and leaves `-wal` and `-shm` where
 /// they are.
-void TstReplacedFile::formerLogIsNotMixedIn()
+void TestReplacedFile::formerLogIsNotMixedIn()
 {
     QFETCH(bool, isReplaced);
     QFETCH(bool, isLinked);
@@ -156,7 +156,7 @@ void TstReplacedFile::formerLogIsNotMixedIn()
 }
 
 /// The next service knows nothing of the former file.
-void TstReplacedFile::formerLogIsPutAsideAtTheEnd()
+void TestReplacedFile::formerLogIsPutAsideAtTheEnd()
 {
     const QString backup = makeBackup();
     const QString name = factory->getConnection().connectionName();
@@ -175,7 +175,7 @@ void TstReplacedFile::formerLogIsPutAsideAtTheEnd()
 }
 
 /// It has begun to mix the two. There is nothing left to save, but the service takes no part in it.
-void TstReplacedFile::formerLogThatAnotherProgramUses()
+void TestReplacedFile::formerLogThatAnotherProgramUses()
 {
     const QString backup = makeBackup();
     const QString log = queue->file() + u"-wal"_s;
@@ -205,7 +205,7 @@ void TstReplacedFile::formerLogThatAnotherProgramUses()
     QCOMPARE(connectError(), QString());
 }
 
-void TstReplacedFile::replacedFileWithoutALog()
+void TestReplacedFile::replacedFileWithoutALog()
 {
     const QString backup = makeBackup();
     const LogCapture log(u"database"_s);
@@ -228,7 +228,7 @@ void TstReplacedFile::replacedFileWithoutALog()
     QCOMPARE(keptLogs(), QStringList());
 }
 
-QString TstReplacedFile::makeBackup()
+QString TestReplacedFile::makeBackup()
 {
     const QString backup = queue->root() + u"/backup.db"_s;
     const auto fill = [this](const QString &type, int count) {
@@ -246,14 +246,14 @@ QString TstReplacedFile::makeBackup()
     return backup;
 }
 
-void TstReplacedFile::moveIntoPlace(const QString &file)
+void TestReplacedFile::moveIntoPlace(const QString &file)
 {
     if (::rename(QFile::encodeName(file).constData(), QFile::encodeName(queue->file()).constData())
         != 0)
         qFatal("%s", qPrintable(qt_error_string(errno)));
 }
 
-QStringList TstReplacedFile::keptLogs()
+QStringList TestReplacedFile::keptLogs()
 {
     const QFileInfo file(queue->file());
     QStringList result;
@@ -269,7 +269,7 @@ int main(int argc, char **argv)
     QCoreApplication application(argc, argv);
     if (const auto code = anotherprogram::run(QCoreApplication::arguments()))
         return *code;
-    TstReplacedFile test;
+    TestReplacedFile test;
     return QTest::qExec(&test, argc, argv);
 }
 

@@ -21,7 +21,7 @@
 using namespace Qt::StringLiterals;
 
 /// Our tables in a file that the till has made, or nobody yet.
-class TstSqliteSchema : public QObject
+class TestSqliteSchema : public QObject
 {
     Q_OBJECT
 
@@ -48,14 +48,14 @@ private:
     std::unique_ptr<QueueDatabase> queue;
 };
 
-void TstSqliteSchema::init()
+void TestSqliteSchema::init()
 {
     QTest::failOnWarning(QRegularExpression(u"."_s));
     ConnectionFactory::setWithCheck(true);
     queue = std::make_unique<QueueDatabase>();
 }
 
-void TstSqliteSchema::sqliteFileIsCreatedWithTables()
+void TestSqliteSchema::sqliteFileIsCreatedWithTables()
 {
     QVERIFY(!QFile::exists(queue->file()));
     QCOMPARE(queue->query(u"SELECT name FROM queues.sqlite_master WHERE type = 'table' "
@@ -64,7 +64,7 @@ void TstSqliteSchema::sqliteFileIsCreatedWithTables()
     QVERIFY(QFile::exists(queue->file()));
 }
 
-void TstSqliteSchema::sqliteMissingTablesAreCreated_data()
+void TestSqliteSchema::sqliteMissingTablesAreCreated_data()
 {
     QTest::addColumn<QStringList>("made");
     QTest::addColumn<QStringList>("all");
@@ -92,7 +92,7 @@ void TstSqliteSchema::sqliteMissingTablesAreCreated_data()
         << QStringList{ourCards, ours, u"sales()"_s};
 }
 
-void TstSqliteSchema::sqliteMissingTablesAreCreated()
+void TestSqliteSchema::sqliteMissingTablesAreCreated()
 {
     QFETCH(QStringList, made);
     QFETCH(QStringList, all);
@@ -101,7 +101,7 @@ void TstSqliteSchema::sqliteMissingTablesAreCreated()
     QCOMPARE(tablesWithIndexes(), all);
 }
 
-void TstSqliteSchema::sqliteTablesAreMadeOnceByManyThreads()
+void TestSqliteSchema::sqliteTablesAreMadeOnceByManyThreads()
 {
     asTill({u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s});
     Guarded<QStringList> errors;
@@ -115,7 +115,7 @@ void TstSqliteSchema::sqliteTablesAreMadeOnceByManyThreads()
              (QStringList{u"documentcard(documentcard_cheque)"_s, u"message()"_s}));
 }
 
-void TstSqliteSchema::sqliteTablesAreMadeOnceByManyProcesses_data()
+void TestSqliteSchema::sqliteTablesAreMadeOnceByManyProcesses_data()
 {
     QTest::addColumn<QStringList>("made");
     QTest::addColumn<QString>("messages");
@@ -125,7 +125,7 @@ void TstSqliteSchema::sqliteTablesAreMadeOnceByManyProcesses_data()
         << QStringList{u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s} << u"message()"_s;
 }
 
-void TstSqliteSchema::sqliteTablesAreMadeOnceByManyProcesses()
+void TestSqliteSchema::sqliteTablesAreMadeOnceByManyProcesses()
 {
     QFETCH(QStringList, made);
     QFETCH(QString, messages);
@@ -144,7 +144,7 @@ void TstSqliteSchema::sqliteTablesAreMadeOnceByManyProcesses()
 }
 
 /// The till's table can be used without ours.
-void TstSqliteSchema::sqliteFileThatTakesNoTableIsUsed()
+void TestSqliteSchema::sqliteFileThatTakesNoTableIsUsed()
 {
     asTill({u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s,
             u"CREATE TABLE other (id INTEGER)"_s,
@@ -160,7 +160,7 @@ void TstSqliteSchema::sqliteFileThatTakesNoTableIsUsed()
     QCOMPARE(tablesWithIndexes(), (QStringList{u"message()"_s, u"other(documentcard)"_s}));
 }
 
-void TstSqliteSchema::sqliteFileThatIsReadOnlyIsUsed()
+void TestSqliteSchema::sqliteFileThatIsReadOnlyIsUsed()
 {
     asTill({u"CREATE TABLE message (messageid INTEGER PRIMARY KEY)"_s,
             u"INSERT INTO message DEFAULT VALUES"_s});
@@ -177,7 +177,7 @@ void TstSqliteSchema::sqliteFileThatIsReadOnlyIsUsed()
     QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()), u"rows: 1\n"_s);
 }
 
-void TstSqliteSchema::sqliteFileWithoutTablesThatTakesNoneIsRefused()
+void TestSqliteSchema::sqliteFileWithoutTablesThatTakesNoneIsRefused()
 {
     asTill({u"CREATE TABLE other (id INTEGER)"_s, u"DROP TABLE other"_s});
     QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
@@ -191,7 +191,7 @@ void TstSqliteSchema::sqliteFileWithoutTablesThatTakesNoneIsRefused()
     QVERIFY2(error.contains(u"database is locked"), qPrintable(error));
 }
 
-void TstSqliteSchema::asTill(const QStringList &statements)
+void TestSqliteSchema::asTill(const QStringList &statements)
 {
     {
         QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
@@ -204,7 +204,7 @@ void TstSqliteSchema::asTill(const QStringList &statements)
     QSqlDatabase::removeDatabase(u"till"_s);
 }
 
-QStringList TstSqliteSchema::tablesWithIndexes()
+QStringList TestSqliteSchema::tablesWithIndexes()
 {
     QStringList result;
     const QList<QVariantList> rows = queue->query(
@@ -222,7 +222,7 @@ int main(int argc, char **argv)
     QCoreApplication application(argc, argv);
     if (const auto code = anotherprogram::run(QCoreApplication::arguments()))
         return *code;
-    TstSqliteSchema test;
+    TestSqliteSchema test;
     return QTest::qExec(&test, argc, argv);
 }
 

@@ -18,7 +18,7 @@ QByteArray sent(const QString &value)
 
 } // namespace
 
-class TstUrlQuery : public QObject
+class TestUrlQuery : public QObject
 {
     Q_OBJECT
 
@@ -30,7 +30,7 @@ private Q_SLOTS:
     void unreadableAddress();
 };
 
-void TstUrlQuery::value_data()
+void TestUrlQuery::value_data()
 {
     QTest::addColumn<QString>("value");
     QTest::addColumn<QByteArray>("expected");
@@ -45,13 +45,13 @@ void TstUrlQuery::value_data()
     QTest::newRow("letters") << u"Обувь"_s << "key=%D0%9E%D0%B1%D1%83%D0%B2%D1%8C"_ba;
 }
 
-void TstUrlQuery::value()
+void TestUrlQuery::value()
 {
     QFETCH(QString, value);
     QTEST(sent(value), "expected");
 }
 
-void TstUrlQuery::everyCharacterArrives()
+void TestUrlQuery::everyCharacterArrives()
 {
     QString all = u"яЖ€\U0001F9FE"_s;
     for (char16_t symbol = 1; symbol < 0x100; ++symbol)
@@ -64,7 +64,7 @@ void TstUrlQuery::everyCharacterArrives()
     QCOMPARE(QString::fromUtf8(QByteArray::fromPercentEncoding(encoded)), all);
 }
 
-void TstUrlQuery::queryOfTheAddressIsReplaced()
+void TestUrlQuery::queryOfTheAddressIsReplaced()
 {
     QUrl url(u"http://service.test/path?old=1"_s);
     http::setQuery(url, QUrlQuery(u"new=2"_s));
@@ -74,7 +74,7 @@ void TstUrlQuery::queryOfTheAddressIsReplaced()
 }
 
 /// It must not become the address of another server.
-void TstUrlQuery::unreadableAddress()
+void TestUrlQuery::unreadableAddress()
 {
     QUrl url(u"http://service.test:99999/path"_s);
     http::setQuery(url, QUrlQuery(u"a=1"_s));
@@ -82,5 +82,5 @@ void TstUrlQuery::unreadableAddress()
     QVERIFY(url.errorString().contains(u"http://service.test:99999/path"));
 }
 
-QTEST_GUILESS_MAIN(TstUrlQuery)
+QTEST_GUILESS_MAIN(TestUrlQuery)
 #include "tst_urlquery.moc"

@@ -91,7 +91,7 @@ QString amounts(const QJsonObject &order)
 } // namespace
 
 /// The order as it goes to the Mfg service.
-class TstMfgBasket : public QObject
+class TestMfgBasket : public QObject
 {
     Q_OBJECT
 
@@ -117,7 +117,7 @@ private:
         u"[Mfg]\nbrand = Обувь %1\nverificationBrand = other\nonlineStore = S-1\nterminal = T-7\n"_s};
 };
 
-void TstMfgBasket::wholeBasket()
+void TestMfgBasket::wholeBasket()
 {
     Tmc onSale;
     onSale.setPriceSourceType(5);
@@ -149,7 +149,7 @@ void TstMfgBasket::wholeBasket()
     QCOMPARE(interface.buildBasket(sale, card, false), QJsonDocument::fromJson(expected).object());
 }
 
-void TstMfgBasket::membersAreSortedByName()
+void TestMfgBasket::membersAreSortedByName()
 {
     // The order in which the members are put in cannot be seen by the service: Qt sorts them.
     const QByteArray sent =
@@ -159,7 +159,7 @@ void TstMfgBasket::membersAreSortedByName()
                    R"("paymentDiscAmount":"0.00","qty":"1"})");
 }
 
-void TstMfgBasket::impacts_data()
+void TestMfgBasket::impacts_data()
 {
     QTest::addColumn<QList<DocumentImpact>>("given");
     QTest::addColumn<QString>("expected");
@@ -193,14 +193,14 @@ void TstMfgBasket::impacts_data()
     // clang-format on
 }
 
-void TstMfgBasket::impacts()
+void TestMfgBasket::impacts()
 {
     QFETCH(QList<DocumentImpact>, given);
     QFETCH(QString, expected);
     QCOMPARE(amounts(basket(document({item(1, 100.0), item(2, 50.0)}, given))), expected);
 }
 
-void TstMfgBasket::twoDecimals_data()
+void TestMfgBasket::twoDecimals_data()
 {
     QTest::addColumn<double>("limit");
     QTest::addColumn<double>("discount");
@@ -223,7 +223,7 @@ void TstMfgBasket::twoDecimals_data()
     // clang-format on
 }
 
-void TstMfgBasket::twoDecimals()
+void TestMfgBasket::twoDecimals()
 {
     QFETCH(double, limit);
     QFETCH(double, discount);
@@ -232,7 +232,7 @@ void TstMfgBasket::twoDecimals()
              expected);
 }
 
-void TstMfgBasket::marks_data()
+void TestMfgBasket::marks_data()
 {
     QTest::addColumn<QStringList>("labels");
     QTest::addColumn<bool>("allowDiscount");
@@ -260,7 +260,7 @@ void TstMfgBasket::marks_data()
     // clang-format on
 }
 
-void TstMfgBasket::marks()
+void TestMfgBasket::marks()
 {
     QFETCH(QStringList, labels);
     QFETCH(bool, allowDiscount);
@@ -278,7 +278,7 @@ void TstMfgBasket::marks()
     QCOMPARE(line.value(u"noEarnAllowed"_s), QJsonValue(noEarnAllowed));
 }
 
-void TstMfgBasket::priceSource_data()
+void TestMfgBasket::priceSource_data()
 {
     QTest::addColumn<int>("source");
     QTest::addColumn<bool>("isSale");
@@ -288,7 +288,7 @@ void TstMfgBasket::priceSource_data()
     QTest::newRow("6") << 6 << false;
 }
 
-void TstMfgBasket::priceSource()
+void TestMfgBasket::priceSource()
 {
     QFETCH(int, source);
     QFETCH(bool, isSale);
@@ -299,7 +299,7 @@ void TstMfgBasket::priceSource()
     QCOMPARE(lineAt(basket(document({goods})), 0).value(u"isSale"_s), QJsonValue(isSale));
 }
 
-void TstMfgBasket::everyLineIsOne()
+void TestMfgBasket::everyLineIsOne()
 {
     GoodsItem three = item(1, 300.0);
     three.setQuantity(3.0);
@@ -310,14 +310,14 @@ void TstMfgBasket::everyLineIsOne()
     QCOMPARE(lineAt(order, 1).value(u"qty"_s), QJsonValue(u"1"_s));
 }
 
-void TstMfgBasket::minimalAmountDoesNotCount()
+void TestMfgBasket::minimalAmountDoesNotCount()
 {
     GoodsItem goods = item(1, 100.0);
     goods.setMinimalAmount(30.0);
     QCOMPARE(amounts(basket(document({goods}))), u"1: 100.00/0.00; 0.00"_s);
 }
 
-void TstMfgBasket::basketOfTheCard()
+void TestMfgBasket::basketOfTheCard()
 {
     DocumentCardRecord card;
     card.setNumber(u"0042"_s);
@@ -328,7 +328,7 @@ void TstMfgBasket::basketOfTheCard()
     QCOMPARE(order.value(u"orderLines"_s), QJsonValue(QJsonArray()));
 }
 
-void TstMfgBasket::newBasketAtEveryCall()
+void TestMfgBasket::newBasketAtEveryCall()
 {
     mfg::Interface interface;
     // As a card without an operation is read from the till's documents.
@@ -343,10 +343,10 @@ void TstMfgBasket::newBasketAtEveryCall()
     QVERIFY(card.getOperationId().isEmpty());
 }
 
-void TstMfgBasket::noDate()
+void TestMfgBasket::noDate()
 {
     QCOMPARE(basket(Document()).value(u"basketDatetime"_s), QJsonValue(u""_s));
 }
 
-QTEST_GUILESS_MAIN(TstMfgBasket)
+QTEST_GUILESS_MAIN(TestMfgBasket)
 #include "tst_mfgbasket.moc"

@@ -123,7 +123,7 @@ QString outcomeOf(mfg::Interface &interface, const Operation &operation)
 Q_DECLARE_METATYPE(Operation)
 
 /// The client of the Mfg service.
-class TstMfgInterface : public QObject
+class TestMfgInterface : public QObject
 {
     Q_OBJECT
 
@@ -165,7 +165,7 @@ private:
     TestSettings settings;
 };
 
-void TstMfgInterface::operationsKeepTheirPlaces()
+void TestMfgInterface::operationsKeepTheirPlaces()
 {
     // Two places in front are the destructor's.
     using mfg::Interface;
@@ -185,7 +185,7 @@ void TstMfgInterface::operationsKeepTheirPlaces()
         QCOMPARE(places.at(i), i + 2);
 }
 
-void TstMfgInterface::settingsAreReadInTheirOrder()
+void TestMfgInterface::settingsAreReadInTheirOrder()
 {
     const RecordingConfig config;
     const mfg::Interface interface;
@@ -203,7 +203,7 @@ void TstMfgInterface::settingsAreReadInTheirOrder()
                            }));
 }
 
-void TstMfgInterface::verificationBrandFollowsTheBrand()
+void TestMfgInterface::verificationBrandFollowsTheBrand()
 {
     {
         const RecordingConfig config(u"Обувь"_s);
@@ -214,7 +214,7 @@ void TstMfgInterface::verificationBrandFollowsTheBrand()
     QCOMPARE(OpenInterface().verificationBrand, u"other"_s);
 }
 
-void TstMfgInterface::configIsMadeWhenThereIsNone()
+void TestMfgInterface::configIsMadeWhenThereIsNone()
 {
     Config *former = Singleton<Config>::replace(nullptr);
     const mfg::Interface interface;
@@ -223,7 +223,7 @@ void TstMfgInterface::configIsMadeWhenThereIsNone()
     delete made;
 }
 
-void TstMfgInterface::settingsAreReadOnce()
+void TestMfgInterface::settingsAreReadOnce()
 {
     mfg::Interface interface;
     settings.set(u"[Mfg]\nhost = http://changed.test\n"_s);
@@ -232,7 +232,7 @@ void TstMfgInterface::settingsAreReadOnce()
              u"http://changed.test/api/ax/xpp/v1/x"_s);
 }
 
-void TstMfgInterface::authorization_data()
+void TestMfgInterface::authorization_data()
 {
     QTest::addColumn<QString>("config");
     QTest::addColumn<QString>("value");
@@ -244,7 +244,7 @@ void TstMfgInterface::authorization_data()
     QTest::newRow("letters") << u"user = ж\npassword = \?\?\?>>>"_s << u"Basic 0LY6Pz8/Pj4+"_s;
 }
 
-void TstMfgInterface::authorization()
+void TestMfgInterface::authorization()
 {
     QFETCH(QString, config);
     QFETCH(QString, value);
@@ -255,7 +255,7 @@ void TstMfgInterface::authorization()
                                       {u"Content-Type"_s, u"application/json"_s}}));
 }
 
-void TstMfgInterface::operationUrl_data()
+void TestMfgInterface::operationUrl_data()
 {
     QTest::addColumn<QString>("config");
     QTest::addColumn<QString>("operation");
@@ -278,7 +278,7 @@ void TstMfgInterface::operationUrl_data()
     // clang-format on
 }
 
-void TstMfgInterface::operationUrl()
+void TestMfgInterface::operationUrl()
 {
     QFETCH(QString, config);
     QFETCH(QString, operation);
@@ -288,7 +288,7 @@ void TstMfgInterface::operationUrl()
     QCOMPARE(mfg::Interface().operationUrl(operation, query).toEncoded(), expected);
 }
 
-void TstMfgInterface::verificationUrl()
+void TestMfgInterface::verificationUrl()
 {
     QCOMPARE(mfg::Interface().verificationUrl(u"send"_s).toString(),
              u"http://mfg.test:8080/api/twofa/msg/v1/send"_s);
@@ -298,7 +298,7 @@ void TstMfgInterface::verificationUrl()
 }
 
 /// It must not become the address of another server.
-void TstMfgInterface::unreadableHost()
+void TestMfgInterface::unreadableHost()
 {
     settings.set(u"[Mfg]\nhost = http://h.test:99999\n"_s);
     mfg::Interface interface;
@@ -307,7 +307,7 @@ void TstMfgInterface::unreadableHost()
         QVERIFY(url.errorString().contains(u"http://h.test:99999"));
 }
 
-void TstMfgInterface::lookUps_data()
+void TestMfgInterface::lookUps_data()
 {
     QTest::addColumn<Operation>("operation");
     QTest::addColumn<QString>("target");
@@ -351,7 +351,7 @@ void TstMfgInterface::lookUps_data()
     // clang-format on
 }
 
-void TstMfgInterface::lookUps()
+void TestMfgInterface::lookUps()
 {
     QFETCH(Operation, operation);
     QFETCH(QString, target);
@@ -369,7 +369,7 @@ void TstMfgInterface::lookUps()
     QCOMPARE(log.lines(), QStringList{line});
 }
 
-void TstMfgInterface::emptyValuesKeepTheirEqualsSign()
+void TestMfgInterface::emptyValuesKeepTheirEqualsSign()
 {
     settings.set(u"[Mfg]\nhost = http://mfg.test:8080\n"_s);
     FakeRestClient net({reply(200), reply(200)});
@@ -381,7 +381,7 @@ void TstMfgInterface::emptyValuesKeepTheirEqualsSign()
                           u"GET "_s + api + u"cardInfo?Brand=&CardNumber=&CustAccountNum="_s}));
 }
 
-void TstMfgInterface::orders_data()
+void TestMfgInterface::orders_data()
 {
     QTest::addColumn<bool>("create");
     QTest::addColumn<bool>("noDiscount");
@@ -394,7 +394,7 @@ void TstMfgInterface::orders_data()
         << true << true << u"createOrder"_s << u"DEBUG Создание заказа"_s;
 }
 
-void TstMfgInterface::orders()
+void TestMfgInterface::orders()
 {
     QFETCH(bool, create);
     QFETCH(bool, noDiscount);
@@ -420,14 +420,14 @@ void TstMfgInterface::orders()
     QCOMPARE(log.lines(), QStringList{line});
 }
 
-void TstMfgInterface::failedOrderLeavesTheCard_data()
+void TestMfgInterface::failedOrderLeavesTheCard_data()
 {
     QTest::addColumn<bool>("create");
     QTest::newRow("calculate") << false;
     QTest::newRow("create") << true;
 }
 
-void TstMfgInterface::failedOrderLeavesTheCard()
+void TestMfgInterface::failedOrderLeavesTheCard()
 {
     QFETCH(bool, create);
     FakeRestClient net({reply(200, R"({"success":false,"message":"Нет"})")});
@@ -446,7 +446,7 @@ void TstMfgInterface::failedOrderLeavesTheCard()
     QVERIFY(!customer.isOperationInfoSet());
 }
 
-void TstMfgInterface::preparedRequests_data()
+void TestMfgInterface::preparedRequests_data()
 {
     using Maker = std::function<mfg::Request(mfg::Interface &)>;
     QTest::addColumn<Maker>("make");
@@ -474,7 +474,7 @@ void TstMfgInterface::preparedRequests_data()
     // clang-format on
 }
 
-void TstMfgInterface::preparedRequests()
+void TestMfgInterface::preparedRequests()
 {
     using Maker = std::function<mfg::Request(mfg::Interface &)>;
     QFETCH(Maker, make);
@@ -497,7 +497,7 @@ void TstMfgInterface::preparedRequests()
     QCOMPARE(log.lines(), QStringList());
 }
 
-void TstMfgInterface::orderIdComesFromTheDocument()
+void TestMfgInterface::orderIdComesFromTheDocument()
 {
     mfg::Interface interface;
     const DeliveryDocument delivery;
@@ -507,7 +507,7 @@ void TstMfgInterface::orderIdComesFromTheDocument()
              QJsonValue(u""_s));
 }
 
-void TstMfgInterface::storedBasketIsWhatIsPosted()
+void TestMfgInterface::storedBasketIsWhatIsPosted()
 {
     FakeRestClient net({reply(200, "{}")});
     mfg::Interface interface;
@@ -523,7 +523,7 @@ void TstMfgInterface::storedBasketIsWhatIsPosted()
     QCOMPARE(posted.value(u"basket"_s).toString(), order.basket);
 }
 
-void TstMfgInterface::verifyBySms()
+void TestMfgInterface::verifyBySms()
 {
     const LogCapture log(category);
     FakeRestClient net({reply(200, R"(["whatever"])")});
@@ -537,7 +537,7 @@ void TstMfgInterface::verifyBySms()
     QCOMPARE(log.lines(), QStringList{u"INFO Верификация покупателя через СМС"_s});
 }
 
-void TstMfgInterface::sendForResult()
+void TestMfgInterface::sendForResult()
 {
     const LogCapture log(category);
     FakeRestClient net({reply(200, R"({"result":{"basket":"b","sum":5}})")});
@@ -555,7 +555,7 @@ void TstMfgInterface::sendForResult()
     QCOMPARE(log.lines(), QStringList());
 }
 
-void TstMfgInterface::exchange()
+void TestMfgInterface::exchange()
 {
     FakeRestClient net({reply(201, R"({"a":1})")});
     mfg::Request request;
@@ -570,7 +570,7 @@ void TstMfgInterface::exchange()
     QCOMPARE(net.lastRequest().logger->name(), category);
 }
 
-void TstMfgInterface::envelope_data()
+void TestMfgInterface::envelope_data()
 {
     QTest::addColumn<http::Response>("answer");
     QTest::addColumn<QString>("strict");
@@ -643,7 +643,7 @@ void TstMfgInterface::envelope_data()
     // clang-format on
 }
 
-void TstMfgInterface::envelope()
+void TestMfgInterface::envelope()
 {
     QFETCH(http::Response, answer);
     QFETCH(QString, strict);
@@ -678,7 +678,7 @@ void TstMfgInterface::envelope()
     QCOMPARE(executed(true), tolerant);
 }
 
-void TstMfgInterface::refusalIsThatOfTheLatestRequest()
+void TestMfgInterface::refusalIsThatOfTheLatestRequest()
 {
     const QJsonObject queued{{u"op"_s, 4}, {u"url"_s, u"http://mfg.test/x"_s}};
     FakeRestClient net({reply(200, R"({"success":false,"message":"Карта 2200 закрыта"})"),
@@ -694,7 +694,7 @@ void TstMfgInterface::refusalIsThatOfTheLatestRequest()
     QVERIFY(!interface.refusal());
 }
 
-void TstMfgInterface::callersGetTheFailure_data()
+void TestMfgInterface::callersGetTheFailure_data()
 {
     QTest::addColumn<Operation>("operation");
 
@@ -709,7 +709,7 @@ void TstMfgInterface::callersGetTheFailure_data()
     // clang-format on
 }
 
-void TstMfgInterface::callersGetTheFailure()
+void TestMfgInterface::callersGetTheFailure()
 {
     QFETCH(Operation, operation);
     // Strict mode, all of them: the queue would be done with these two.
@@ -719,5 +719,5 @@ void TstMfgInterface::callersGetTheFailure()
     QCOMPARE(outcomeOf(interface, operation), u"!Сервер ответил ошибкой, код состояния HTTP 500"_s);
 }
 
-QTEST_GUILESS_MAIN(TstMfgInterface)
+QTEST_GUILESS_MAIN(TestMfgInterface)
 #include "tst_mfginterface.moc"
