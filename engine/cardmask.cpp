@@ -91,6 +91,8 @@ QString maskedCard(const QString &number)
 
 QString maskCardNumbers(const QString &text)
 {
+    if (std::count_if(text.cbegin(), text.cend(), isDigit) < fewestDigits)
+        return text;
     QString result;
     qsizetype position = 0;
     while (position < text.size()) {

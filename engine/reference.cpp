@@ -6,8 +6,6 @@
 #include <QUrl>
 #include <QVariantList>
 
-#include <utility>
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -15,26 +13,45 @@ namespace {
 /// A text of the till's may be longer than anybody searches for.
 constexpr qsizetype longestReference = 200;
 
-/// What a part of a path names in the value: one element, or each of them for `*`.
-QVariantList elementsOf(const QVariant &value, const QString &key)
+/// Adds to `found` what a path of `references` names below `value`.
+void collect(const QVariant &value, QStringView path, QVariantList &found)
 {
+    if (path.isEmpty()) {
+        found.append(value);
+        return;
+    }
+    const qsizetype dot = path.indexOf(u'.');
+    const QStringView key = path.first(dot < 0 ? path.size() : dot);
+    const QStringView rest = dot < 0 ? QStringView() : path.sliced(dot + 1);
+    const bool isAll = key == u"*"_s;
     switch (value.typeId()) {
     case QMetaType::QVariantMap: {
         const QVariantMap map = value.toMap();
-        return key == u"*" ? map.values() : QVariantList{map.value(key)};
+        if (isAll) {
+            for (const QVariant &element : map)
+                collect(element, rest, found);
+        } else if (const auto element = map.constFind(key.toString()); element != map.constEnd()) {
+            collect(*element, rest, found);
+        }
+        break;
     }
     case QMetaType::QVariantList: {
         const QVariantList list = value.toList();
         bool isNumber = false;
         const int index = key.toInt(&isNumber);
-        if (isNumber)
-            return {list.value(index)};
-        return key == u"*" ? list : QVariantList();
+        if (isAll) {
+            for (const QVariant &element : list)
+                collect(element, rest, found);
+        } else if (isNumber && index >= 0 && index < list.size()) {
+            collect(list[index], rest, found);
+        }
+        break;
     }
     case QMetaType::QString:
-        return elementsOf(QJsonDocument::fromJson(value.toString().toUtf8()).toVariant(), key);
+        collect(QJsonDocument::fromJson(value.toString().toUtf8()).toVariant(), path, found);
+        break;
     default:
-        return {};
+        break;
     }
 }
 
@@ -75,13 +92,8 @@ QString referenceOf(const QVariantMap &body, const QStringList &keys)
 {
     QStringList texts;
     for (const QString &path : keys) {
-        QVariantList found{body};
-        const QStringList parts = path.split(u'.');
-        for (const QString &key : parts) {
-            const QVariantList values = std::exchange(found, {});
-            for (const QVariant &value : values)
-                found.append(elementsOf(value, key));
-        }
+        QVariantList found;
+        collect(body, path, found);
         const QString text = textOf(found);
         if (!text.isEmpty() && !texts.contains(text))
             texts.append(text);
