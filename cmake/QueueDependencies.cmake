@@ -7,6 +7,8 @@ endif()
 find_package(CURL 7.88 REQUIRED)
 # What libcurl does TLS with; its state of a thread has to end with the thread.
 find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
+# The journal of deliveries writes through it; Qt brings it for the queue alone.
+find_package(SQLite3 3.35 REQUIRED)
 # Unpacks answers that a server has packed.
 find_package(ZLIB REQUIRED)
 find_package(PkgConfig REQUIRED)

@@ -1,5 +1,7 @@
 #include "engine/journal.h"
 
+#include "engine/journalconnection.h"
+
 #include <log4qt/logmanager.h>
 
 #include <QDateTime>

@@ -1,19 +1,13 @@
 #include "engine/journalstore.h"
 
-#include "shared/core/databasevalues.h"
+#include "engine/journalconnection.h"
 #include "shared/core/sqlitefilelock.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSqlDatabase>
-#include <QSqlError>
-#include <QSqlQuery>
-#include <QVariant>
 
-#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
-#include <initializer_list>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -41,14 +35,9 @@ constexpr qint64 freePages = 1000;
 /// has failed. Later than this it is another one, of a table that the till has made again.
 constexpr auto longestRepeat = std::chrono::hours(24);
 
-// The primary result codes of SQLite.
-constexpr int corruptCode = 11;
-constexpr int notADatabaseCode = 26;
-constexpr int primaryCodeMask = 0xff;
-
 constexpr const char *schema[] = {
     "CREATE TABLE outcome ("
-    " number INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " number INTEGER PRIMARY KEY,"
     " messageid INTEGER NOT NULL, type TEXT NOT NULL, card TEXT NOT NULL,"
     " reference TEXT NOT NULL,"
     " verdict TEXT NOT NULL,"
@@ -59,7 +48,8 @@ constexpr const char *schema[] = {
     " milliseconds INTEGER NOT NULL)",
     "CREATE INDEX outcome_message ON outcome (messageid)",
     "CREATE INDEX outcome_last ON outcome (last)",
-    "CREATE INDEX outcome_type ON outcome (type, last)",
+    // A delivered message costs it nothing.
+    "CREATE INDEX outcome_kept ON outcome (type, last) WHERE verdict = 'kept'",
     "CREATE TABLE total (type TEXT, verdict TEXT, kind TEXT, count INTEGER NOT NULL,"
     " PRIMARY KEY (type, verdict, kind))",
     "CREATE TABLE streak (type TEXT PRIMARY KEY, lastDelivered INTEGER, failingSince INTEGER)",
@@ -67,135 +57,66 @@ constexpr const char *schema[] = {
     " PRIMARY KEY (name, subject))",
 };
 
-[[noreturn]] void failWith(const QSqlError &error, const QString &statement)
-{
-    const int code = error.nativeErrorCode().toInt() & primaryCodeMask;
-    throw JournalFault(databaseErrorText(error, statement),
-                       code == corruptCode || code == notADatabaseCode);
-}
-
-void execute(QSqlQuery &query, std::initializer_list<QVariant> values)
-{
-    int position = 0;
-    for (const QVariant &value : values)
-        query.bindValue(position++, value);
-    if (!query.exec())
-        failWith(query.lastError(), query.lastQuery());
-}
-
-/// A null text would be a NULL in the table.
-QVariant textValue(const QString &text)
-{
-    return text.isNull() ? u""_s : text;
-}
+// The number of a message that was tried before a reference could be read belongs to it as well.
+constexpr char updateStatement[] =
+    "UPDATE outcome SET verdict = ?, kind = ?, status = ?, text = ?,"
+    " attempts = attempts + ?, last = ?, milliseconds = ?,"
+    " reference = CASE reference WHEN '' THEN ? ELSE reference END"
+    " WHERE number = (SELECT MAX(number) FROM outcome WHERE messageid = ? AND type = ?"
+    " AND card = ? AND (reference IN (?, '') OR ? = '')"
+    " AND (verdict = 'kept' OR last > ?))";
+constexpr char insertStatement[] =
+    "INSERT INTO outcome (messageid, type, card, reference, verdict, kind, status, text,"
+    " attempts, first, last, milliseconds) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)";
+constexpr char totalStatement[] =
+    "INSERT INTO total (type, verdict, kind, count) VALUES (?, ?, ?, ?)"
+    " ON CONFLICT (type, verdict, kind) DO UPDATE SET count = count + excluded.count";
+constexpr char streakStatement[] =
+    "INSERT INTO streak (type, lastDelivered, failingSince) VALUES (?, ?, ?)"
+    " ON CONFLICT (type) DO UPDATE SET"
+    " lastDelivered = CASE excluded.lastDelivered WHEN 0 THEN lastDelivered"
+    " ELSE excluded.lastDelivered END,"
+    " failingSince = ";
+constexpr char endsStreak[] = "excluded.failingSince";
+constexpr char prolongsStreak[] =
+    "CASE failingSince WHEN 0 THEN excluded.failingSince ELSE failingSince END";
+constexpr char factStatement[] =
+    "INSERT INTO fact (name, subject, value, time) VALUES (?, ?, ?, ?)"
+    " ON CONFLICT (name, subject) DO UPDATE SET value = excluded.value, time = excluded.time";
+constexpr char oldestStatement[] =
+    "DELETE FROM outcome WHERE number IN"
+    " (SELECT number FROM outcome WHERE last < ? ORDER BY last LIMIT ?)";
+// By their order and not by their times: after the clock was set back, the newest rows have the
+// smallest times.
+constexpr char surplusStatement[] = "DELETE FROM outcome WHERE number IN (SELECT number FROM"
+                                    " (SELECT number, verdict FROM outcome ORDER BY number LIMIT ?)"
+                                    " ORDER BY verdict = 'kept', number LIMIT ?)";
 
 } // namespace
 
-/// The connection and its statements, which end before it does.
-struct JournalStore::Connection
+/// The statements of a file that has its tables.
+struct JournalStore::Statements
 {
-    explicit Connection(const QString &path)
+    explicit Statements(JournalConnection &connection)
+        : update(connection, updateStatement)
+        , insert(connection, insertStatement)
+        , total(connection, totalStatement)
+        , success(connection, QByteArray(streakStatement) + endsStreak)
+        , failure(connection, QByteArray(streakStatement) + prolongsStreak)
+        , fact(connection, factStatement)
+        , oldest(connection, oldestStatement)
+        , surplus(connection, surplusStatement)
     {
-        QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s, name);
-        database.setDatabaseName(path);
-        database.setConnectOptions(
-            u"QSQLITE_BUSY_TIMEOUT=%1"_s.arg(std::chrono::milliseconds(busyTimeout).count()));
-        if (!database.open()) {
-            const QSqlError error = database.lastError();
-            database = {};
-            QSqlDatabase::removeDatabase(name);
-            failWith(error, path);
-        }
-    }
-    ~Connection()
-    {
-        for (QSqlQuery *query :
-             {&update, &insert, &total, &success, &failure, &fact, &oldest, &surplus})
-            *query = QSqlQuery(QSqlDatabase());
-        QSqlDatabase::removeDatabase(name);
-    }
-    Connection(const Connection &) = delete;
-    Connection &operator=(const Connection &) = delete;
-
-    QSqlDatabase database() const { return QSqlDatabase::database(name, false); }
-
-    /// Carries a statement out to its end. The first value of its first row, if it has one.
-    QVariant run(const QString &statement) const
-    {
-        QSqlQuery query(database());
-        query.setForwardOnly(true);
-        if (!query.exec(statement))
-            failWith(query.lastError(), statement);
-        const QVariant first = query.next() ? query.value(0) : QVariant();
-        while (query.next()) {
-        }
-        return first;
     }
 
-    void prepare(QSqlQuery &query, const QString &statement) const
-    {
-        query = QSqlQuery(database());
-        query.setForwardOnly(true);
-        if (!query.prepare(statement))
-            failWith(query.lastError(), statement);
-    }
-
-    void prepareAll()
-    {
-        // The number of a message that was tried before a reference could be read belongs to it as
-        // well.
-        prepare(update,
-                u"UPDATE outcome SET verdict = ?, kind = ?, status = ?, text = ?,"
-                " attempts = attempts + ?, last = ?, milliseconds = ?,"
-                " reference = CASE reference WHEN '' THEN ? ELSE reference END"
-                " WHERE number = (SELECT MAX(number) FROM outcome WHERE messageid = ? AND type = ?"
-                " AND card = ? AND (reference IN (?, '') OR ? = '')"
-                " AND (verdict = 'kept' OR last > ?))"_s);
-        prepare(
-            insert,
-            u"INSERT INTO outcome (messageid, type, card, reference, verdict, kind, status, text,"
-            " attempts, first, last, milliseconds) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"_s);
-        prepare(
-            total,
-            u"INSERT INTO total (type, verdict, kind, count) VALUES (?, ?, ?, ?)"
-            " ON CONFLICT (type, verdict, kind) DO UPDATE SET count = count + excluded.count"_s);
-        const QString streak =
-            u"INSERT INTO streak (type, lastDelivered, failingSince) VALUES (?, ?, ?)"
-            " ON CONFLICT (type) DO UPDATE SET"
-            " lastDelivered = CASE excluded.lastDelivered WHEN 0 THEN lastDelivered"
-            " ELSE excluded.lastDelivered END,"
-            " failingSince = "_s;
-        prepare(success, streak + u"excluded.failingSince"_s);
-        prepare(failure, streak
-                             + u"CASE failingSince WHEN 0 THEN excluded.failingSince"
-                               " ELSE failingSince END"_s);
-        prepare(fact, u"INSERT INTO fact (name, subject, value, time) VALUES (?, ?, ?, ?)"
-                      " ON CONFLICT (name, subject) DO UPDATE SET value = excluded.value,"
-                      " time = excluded.time"_s);
-        prepare(oldest, u"DELETE FROM outcome WHERE number IN"
-                        " (SELECT number FROM outcome WHERE last < ? ORDER BY last LIMIT ?)"_s);
-        // By their order and not by their times: after the clock was set back, the newest rows have
-        // the smallest times.
-        prepare(surplus, u"DELETE FROM outcome WHERE number IN (SELECT number FROM"
-                         " (SELECT number, verdict FROM outcome ORDER BY number LIMIT ?)"
-                         " ORDER BY verdict = 'kept', number LIMIT ?)"_s);
-    }
-
-    static QString nextName()
-    {
-        static std::atomic<int> count{0};
-        return u"queue-journal-%1"_s.arg(++count);
-    }
-
-    const QString name = nextName();
-    QSqlQuery update;
-    QSqlQuery insert;
-    QSqlQuery total;
-    QSqlQuery success;
-    QSqlQuery failure;
-    QSqlQuery fact;
-    QSqlQuery oldest;
-    QSqlQuery surplus;
+    JournalConnection::Statement update;
+    JournalConnection::Statement insert;
+    JournalConnection::Statement total;
+    JournalConnection::Statement success;
+    JournalConnection::Statement failure;
+    JournalConnection::Statement fact;
+    JournalConnection::Statement oldest;
+    JournalConnection::Statement surplus;
 };
 
 JournalStore::JournalStore(const QString &path)
@@ -220,8 +141,8 @@ void JournalStore::write(const JournalBatch &batch)
         for (const auto &[type, tally] : batch.types.asKeyValueRange())
             writeType(type, tally);
         for (const Fact &fact : batch.facts) {
-            execute(connection->fact, {fact.name, fact.subject, textValue(fact.value),
-                                       fact.time.toMSecsSinceEpoch()});
+            statements->fact.execute(fact.name, fact.subject, fact.value,
+                                     fact.time.toMSecsSinceEpoch());
         }
     });
 }
@@ -236,13 +157,13 @@ bool JournalStore::prune(const JournalLimits &limits, const QDateTime &now)
     inTransaction([&] {
         const qint64 oldestKept =
             now.toMSecsSinceEpoch() - std::chrono::milliseconds(limits.age).count();
-        execute(connection->oldest, {oldestKept, most});
-        removed = connection->oldest.numRowsAffected();
+        removed = statements->oldest.execute(oldestKept, most);
         const qint64 tooMany = std::min(most, rows - removed - limits.rows);
-        if (tooMany > 0) {
-            execute(connection->surplus, {tooMany + rowsLookedAt, tooMany});
-            removed += connection->surplus.numRowsAffected();
-        }
+        if (tooMany > 0)
+            removed += statements->surplus.execute(tooMany + rowsLookedAt, tooMany);
+        // Tells readers that the journal no longer has every message.
+        if (removed > 0)
+            statements->fact.execute("pruned"_L1, ""_L1, ""_L1, now.toMSecsSinceEpoch());
     });
     rows -= removed;
     if (removed == 0)
@@ -254,15 +175,10 @@ bool JournalStore::prune(const JournalLimits &limits, const QDateTime &now)
 
 void JournalStore::giveBackPages()
 {
-    const qint64 spare = connection->run(u"PRAGMA freelist_count"_s).toLongLong() - freePages;
+    const qint64 spare = connection->run("PRAGMA freelist_count") - freePages;
     if (spare <= 0)
         return;
-    inTransaction([&] {
-        // The statement would give back more than one page if Qt's driver did not end it after its
-        // first step.
-        for (qint64 page = 0; page < std::min(spare, pagesPerStep); ++page)
-            connection->run(u"PRAGMA incremental_vacuum(1)"_s);
-    });
+    connection->run(u"PRAGMA incremental_vacuum(%1)"_s.arg(std::min(spare, pagesPerStep)));
 }
 
 QString JournalStore::putAside()
@@ -281,35 +197,39 @@ void JournalStore::close()
 {
     if (!connection)
         return;
-    // Fails while somebody reads, which does no harm.
-    QSqlQuery(connection->database()).exec(u"PRAGMA journal_mode = DELETE"_s);
+    statements.reset();
+    try {
+        connection->run("PRAGMA journal_mode = DELETE");
+    } catch (const JournalFault &) {
+        // Somebody reads the file, which does no harm.
+    }
     drop();
 }
 
 void JournalStore::open()
 {
     createFile();
-    connection = std::make_unique<Connection>(path);
+    connection = std::make_unique<JournalConnection>(path, busyTimeout);
     try {
         // Counts in a new file alone, before its first table.
-        connection->run(u"PRAGMA auto_vacuum = INCREMENTAL"_s);
-        const int version = connection->run(u"PRAGMA user_version"_s).toInt();
+        connection->run("PRAGMA auto_vacuum = INCREMENTAL");
+        const qint64 version = connection->run("PRAGMA user_version");
         if (version > schemaVersion)
             throw JournalFault(u"файл создан более новой версией службы"_s, false);
         // Making a new file syncs several times, and the deliveries wait for the same disk. A file
         // that a power cut leaves half made holds nothing yet, and is put aside.
         if (version == 0)
-            connection->run(u"PRAGMA synchronous = OFF"_s);
-        connection->run(u"PRAGMA journal_mode = WAL"_s);
+            connection->run("PRAGMA synchronous = OFF");
+        connection->run("PRAGMA journal_mode = WAL");
         connection->run(u"PRAGMA cache_size = -%1"_s.arg(cacheKibibytes));
         connection->run(u"PRAGMA journal_size_limit = %1"_s.arg(ordinaryLogBytes));
         if (version == 0)
             createTables();
         // After a power cut the last seconds are missing and the file is sound.
-        connection->run(u"PRAGMA synchronous = NORMAL"_s);
-        connection->prepareAll();
-        highestMessageId = connection->run(u"SELECT MAX(messageid) FROM outcome"_s).toInt();
-        rows = connection->run(u"SELECT COUNT(*) FROM outcome"_s).toLongLong();
+        connection->run("PRAGMA synchronous = NORMAL");
+        statements = std::make_unique<Statements>(*connection);
+        highestMessageId = static_cast<int>(connection->run("SELECT MAX(messageid) FROM outcome"));
+        rows = connection->run("SELECT COUNT(*) FROM outcome");
     } catch (const JournalFault &) {
         drop();
         throw;
@@ -346,7 +266,7 @@ void JournalStore::createTables()
 {
     inTransaction([&] {
         for (const char *statement : schema)
-            connection->run(QString::fromLatin1(statement));
+            connection->run(statement);
         connection->run(u"PRAGMA user_version = %1"_s.arg(schemaVersion));
     });
 }
@@ -367,6 +287,7 @@ void JournalStore::reopenIfReplaced()
 
 void JournalStore::drop()
 {
+    statements.reset();
     connection.reset();
 }
 
@@ -389,23 +310,22 @@ JournalStore::Identity JournalStore::identityOf(const QString &path)
 void JournalStore::writeMessage(const TriedMessage &tried)
 {
     const Outcome &outcome = tried.outcome;
-    const QVariant card = textValue(outcome.card);
-    const QVariant reference = textValue(outcome.reference);
-    const QString verdict = nameOf(outcome.verdict);
-    const QString kind = nameOf(outcome.kind);
+    const QLatin1StringView verdict = nameOf(outcome.verdict);
+    const QLatin1StringView kind = nameOf(outcome.kind);
     const qint64 last = outcome.begun.toMSecsSinceEpoch();
     const qint64 milliseconds = outcome.took.count();
     if (outcome.id <= highestMessageId) {
         const qint64 former = last - std::chrono::milliseconds(longestRepeat).count();
-        execute(connection->update, {verdict, kind, outcome.status, textValue(outcome.text),
-                                     tried.attempts, last, milliseconds, reference, outcome.id,
-                                     outcome.type, card, reference, reference, former});
-        if (connection->update.numRowsAffected() > 0)
+        const qint64 updated = statements->update.execute(
+            verdict, kind, outcome.status, outcome.text, tried.attempts, last, milliseconds,
+            outcome.reference, outcome.id, outcome.type, outcome.card, outcome.reference,
+            outcome.reference, former);
+        if (updated > 0)
             return;
     }
-    execute(connection->insert, {outcome.id, outcome.type, card, reference, verdict, kind,
-                                 outcome.status, textValue(outcome.text), tried.attempts,
-                                 tried.first.toMSecsSinceEpoch(), last, milliseconds});
+    statements->insert.execute(outcome.id, outcome.type, outcome.card, outcome.reference, verdict,
+                               kind, outcome.status, outcome.text, tried.attempts,
+                               tried.first.toMSecsSinceEpoch(), last, milliseconds);
     highestMessageId = std::max(highestMessageId, outcome.id);
     ++rows;
     ++addedSincePruning;
@@ -417,14 +337,14 @@ void JournalStore::writeType(const QString &type, const TypeTally &tally)
         for (size_t kind = 0; kind < tally.counts[verdict].size(); ++kind) {
             const qint64 count = tally.counts[verdict][kind];
             if (count > 0) {
-                execute(connection->total,
-                        {type, QString(nameOf(static_cast<Verdict>(verdict))),
-                         QString(nameOf(static_cast<http::FailureKind>(kind))), count});
+                statements->total.execute(type, nameOf(static_cast<Verdict>(verdict)),
+                                          nameOf(static_cast<http::FailureKind>(kind)), count);
             }
         }
     }
-    execute(tally.isFinishing ? connection->success : connection->failure,
-            {type, tally.lastDelivered, tally.failingSince});
+    JournalConnection::Statement &streak =
+        tally.isFinishing ? statements->success : statements->failure;
+    streak.execute(type, tally.lastDelivered, tally.failingSince);
 }
 
 /// A fault ends the connection, and with it the transaction.
@@ -432,9 +352,9 @@ template <typename Work>
 void JournalStore::inTransaction(const Work &work)
 {
     try {
-        connection->run(u"BEGIN IMMEDIATE"_s);
+        connection->run("BEGIN IMMEDIATE");
         work();
-        connection->run(u"COMMIT"_s);
+        connection->run("COMMIT");
     } catch (const JournalFault &) {
         drop();
         throw;

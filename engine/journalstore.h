@@ -1,7 +1,6 @@
 #pragma once
 
 #include "engine/journalbatch.h"
-#include "shared/core/basicexception.h"
 
 #include <QString>
 
@@ -9,24 +8,7 @@
 #include <chrono>
 #include <memory>
 
-class QSqlError;
-
-/// The journal's file could not be opened or written.
-class JournalFault : public BasicException
-{
-public:
-    JournalFault(const QString &text, bool isDamage)
-        : BasicException(text)
-        , isDamage_(isDamage)
-    {
-    }
-
-    /// The file is not a sound database.
-    bool isDamage() const { return isDamage_; }
-
-private:
-    bool isDamage_;
-};
+class JournalConnection;
 
 /// How much the journal keeps.
 struct JournalLimits
@@ -68,7 +50,7 @@ private:
         quint64 inode = 0;
         bool operator==(const Identity &) const = default;
     };
-    struct Connection;
+    struct Statements;
 
     void open();
     void createFile() const;
@@ -85,7 +67,8 @@ private:
     void inTransaction(const Work &work);
 
     const QString path;
-    std::unique_ptr<Connection> connection;
+    std::unique_ptr<JournalConnection> connection;
+    std::unique_ptr<Statements> statements;
     Identity identity;
     /// Of the write-ahead log and its index.
     std::array<Identity, 2> companions = {};

@@ -1,4 +1,6 @@
 #include "engine/journalstore.h"
+
+#include "engine/journalconnection.h"
 #include "tests/support/journalreader.h"
 
 #include <QDir>
@@ -139,8 +141,8 @@ void TestJournalStore::schemaHasItsVersion()
     QCOMPARE(rows(u"PRAGMA user_version"_s), QStringList{u"1"_s});
     QCOMPARE(rows(u"PRAGMA journal_mode"_s), QStringList{u"wal"_s});
     QCOMPARE(rows(u"SELECT name FROM sqlite_master WHERE name NOT LIKE 'sqlite%' ORDER BY name"_s),
-             (QStringList{u"fact"_s, u"outcome"_s, u"outcome_last"_s, u"outcome_message"_s,
-                          u"outcome_type"_s, u"streak"_s, u"total"_s}));
+             (QStringList{u"fact"_s, u"outcome"_s, u"outcome_kept"_s, u"outcome_last"_s,
+                          u"outcome_message"_s, u"streak"_s, u"total"_s}));
 }
 
 void TestJournalStore::attemptsOfOneMessageAreOneRow_data()
@@ -281,8 +283,12 @@ void TestJournalStore::ageIsLimited()
 {
     for (int day = 0; day < 5; ++day)
         write({attempt(day, Verdict::Delivered, morning.addDays(day))});
+    QVERIFY(!file->prune({.age = std::chrono::days(5)}, morning.addDays(4)));
+    QCOMPARE(rows(u"SELECT name FROM fact"_s), QStringList{});
     QVERIFY(file->prune({.age = std::chrono::days(2)}, morning.addDays(4)));
     QVERIFY(!file->prune({.age = std::chrono::days(2)}, morning.addDays(4)));
+    // Readers of the journal know from this fact that it does not have every message.
+    QCOMPARE(rows(u"SELECT name, time FROM fact"_s), QStringList{u"pruned 1345600000"_s});
     QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), (QStringList{u"2"_s, u"3"_s, u"4"_s}));
 }
 

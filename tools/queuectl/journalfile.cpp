@@ -22,7 +22,6 @@ namespace {
 
 constexpr int knownVersion = 1;
 constexpr int busyTimeoutMs = 2000;
-constexpr int lastKeptDepth = 10'000;
 const QString columns =
     u"number, messageid, type, card, reference, verdict, kind, status, text, attempts, first, last, milliseconds"_s;
 /// The first moment of the year 10000.
@@ -386,9 +385,9 @@ QHash<int, JournalEntry> JournalFile::newest(const QString &type, const QList<in
 
 std::optional<JournalEntry> JournalFile::lastKept(const QString &type)
 {
-    return first({u"SELECT %1 FROM (SELECT * FROM outcome WHERE type = ? ORDER BY last DESC LIMIT "
-                  "?) WHERE verdict = 'kept' ORDER BY last DESC LIMIT 1"_s.arg(columns),
-                  {type, lastKeptDepth}});
+    return first({u"SELECT %1 FROM outcome WHERE verdict = 'kept' AND type = ?"
+                  " ORDER BY last DESC LIMIT 1"_s.arg(columns),
+                  {type}});
 }
 
 std::optional<JournalEntry> JournalFile::oldest()
@@ -476,9 +475,8 @@ bool JournalFile::isWhole()
 {
     if (!isEnabled() || connection->state != State::Read)
         return false;
-    const auto begin = oldest();
-    // The first entry of all has number 1; while it is there, nothing has been pruned.
-    return connection->state == State::Read && (!begin || begin->number == 1);
+    const bool isPruned = !facts(u"pruned"_s).isEmpty();
+    return connection->state == State::Read && !isPruned;
 }
 
 } // namespace queuectl

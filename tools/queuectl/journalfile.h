@@ -145,7 +145,7 @@ public:
     QList<JournalEntry> entries(const JournalFilter &filter);
     /// The newest entry of each of these messages of the type, by its id.
     QHash<int, JournalEntry> newest(const QString &type, const QList<int> &ids);
-    /// The last message of the type that was kept, when it is among its last 10,000 messages.
+    /// The message of the type that was kept last.
     std::optional<JournalEntry> lastKept(const QString &type);
     /// The entry that was made first of those that are still there.
     std::optional<JournalEntry> oldest();

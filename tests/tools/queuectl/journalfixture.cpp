@@ -13,13 +13,13 @@ namespace {
 const QStringList schema{
     u"PRAGMA journal_mode = WAL"_s,
     u"PRAGMA user_version = 1"_s,
-    u"CREATE TABLE outcome (number INTEGER PRIMARY KEY AUTOINCREMENT, messageid INTEGER NOT NULL, "
+    u"CREATE TABLE outcome (number INTEGER PRIMARY KEY, messageid INTEGER NOT NULL, "
     "type TEXT NOT NULL, card TEXT NOT NULL, reference TEXT NOT NULL, verdict TEXT NOT NULL, "
     "kind TEXT NOT NULL, status INTEGER NOT NULL, text TEXT NOT NULL, attempts INTEGER NOT NULL, "
     "first INTEGER NOT NULL, last INTEGER NOT NULL, milliseconds INTEGER NOT NULL)"_s,
     u"CREATE INDEX outcome_message ON outcome (messageid)"_s,
     u"CREATE INDEX outcome_last ON outcome (last)"_s,
-    u"CREATE INDEX outcome_type ON outcome (type, last)"_s,
+    u"CREATE INDEX outcome_kept ON outcome (type, last) WHERE verdict = 'kept'"_s,
     u"CREATE TABLE total (type TEXT, verdict TEXT, kind TEXT, count INTEGER NOT NULL, PRIMARY KEY "
     "(type, verdict, kind))"_s,
     u"CREATE TABLE streak (type TEXT PRIMARY KEY, lastDelivered INTEGER, failingSince INTEGER)"_s,

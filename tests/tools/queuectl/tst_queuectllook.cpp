@@ -848,8 +848,10 @@ void TestQueuectlLook::whatIsNotKnownIsSaid()
     if (what == u"others" || what.startsWith(u"pruned"))
         for (const int other : {7, 8})
             journal->put({.id = other, .secondsAgo = what == u"pruned early" ? 5000 : 60});
-    if (what.startsWith(u"pruned"))
+    if (what.startsWith(u"pruned")) {
         journal->run(u"DELETE FROM outcome WHERE messageid = 7"_s);
+        journal->fact(u"pruned"_s, u""_s, u""_s, 0);
+    }
     if (what == u"newer")
         journal->run(u"PRAGMA user_version = 2"_s);
     if (what == u"off")
