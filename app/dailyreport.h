@@ -13,8 +13,8 @@ namespace Log4Qt {
 class Logger;
 }
 
-/// Says in the log once a day, and when the service ends, what became of the messages since the
-/// last time, so that the log alone tells it too. Passes everything on to the sink after it.
+/// Logs the number of delivered, dropped and kept messages once a day and when the service ends.
+/// Passes every outcome and fact on to the next sink.
 /// Thread: any for take() and note(), the main thread for the rest.
 class DailyReport : public OutcomeSink
 {
@@ -25,9 +25,9 @@ public:
     void take(const Outcome &outcome) override;
     void note(const Fact &fact) override;
 
-    /// Reports if the day is another one than at the last report, or at the start.
+    /// Reports if the date has changed since the last report or since the start.
     void reportIfDue();
-    /// Reports now unless nothing has been tried.
+    /// Reports now if any message was tried since the last report.
     void reportRest();
 
 private:
@@ -35,7 +35,7 @@ private:
     {
         int delivered = 0;
         int dropped = 0;
-        /// Attempts, not messages: one that stays is tried again and again.
+        /// Counts attempts: a message that is kept counts once for each attempt.
         int failed = 0;
 
         void add(const Counts &other);

@@ -39,24 +39,25 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// The start was refused, and nothing was done. systemd tries again nevertheless: the process that
-/// has the folder may end, and a till without a service is worse than a line every ten seconds.
+/// has locked the folder may end, and a till without a service is worse than a log line every ten
+/// seconds.
 constexpr int refusedExitCode = 2;
 
 constexpr auto awaitInterval = std::chrono::milliseconds(20);
-/// While a delivery is within its own timeouts, the service manager is asked for `extension` more,
-/// and asked again long before that is over.
+/// During a delivery that is within its timeouts, the service manager is asked once per interval
+/// for `extension` more.
 constexpr auto extensionInterval = std::chrono::seconds(1);
 constexpr auto extension = std::chrono::seconds(10);
-/// A delivery whose partner lets it ask for a result again and again has no end of its own, and a
-/// till must be able to shut down. The longest that has one asks three silent hosts for 180 seconds
+/// A partner that lets its result be polled again and again makes a delivery endless, but a till
+/// must be able to shut down. The longest finite delivery asks three silent hosts for 180 seconds
 /// each.
 constexpr auto maxStopTime = std::chrono::minutes(15);
 
-/// A connection to the database that cannot be opened, at the start or by a worker, is not caught:
-/// the process ends, and systemd starts it again. The log says why it ended.
+/// A failed database connection, at the start or in a worker, is not caught: the process ends, and
+/// systemd starts it again. The log states the reason.
 [[noreturn]] void endWithReason()
 {
-    // Several workers may lose the database at once. One line tells of one end.
+    // Several workers may lose the database at once; only the first logs.
     static std::atomic_flag isEnding = ATOMIC_FLAG_INIT;
     static thread_local bool isOurs = false;
     if (isOurs)
@@ -81,17 +82,16 @@ constexpr auto maxStopTime = std::chrono::minutes(15);
     std::abort();
 }
 
-/// The till has little memory to spare. By itself the C library raises the size from which a block
-/// is given back as soon as it is freed to that of the largest one freed so far, and after a few
-/// large answers each thread would hold on to the memory of the largest.
+/// A till has little memory. By default glibc raises its mmap threshold to the size of the largest
+/// block freed so far, so that after a few large answers each thread keeps that much memory.
 void returnLargeBlocks()
 {
     constexpr int largeBlockBytes = 128 * 1024;
     ::mallopt(M_MMAP_THRESHOLD, largeBlockBytes);
 }
 
-/// Before anything is touched: a till's engineer who asks the program for its options must not
-/// start a second service. Nothing for a start without arguments.
+/// Runs before anything else: an engineer who asks for the options must not start a second service.
+/// Returns nothing for a start without arguments.
 std::optional<int> answerArguments(int argc, char **argv)
 {
     if (argc < 2)
@@ -115,7 +115,7 @@ std::optional<int> answerArguments(int argc, char **argv)
     return refusedExitCode;
 }
 
-/// False when another process works on the folder, or may do so unseen.
+/// False when another process works on the folder, or may do so undetected.
 bool lockFolder(FolderLock &lock)
 {
     Log4Qt::Logger *logger = Log4Qt::LogManager::logger(u"queue"_s);
@@ -147,7 +147,7 @@ bool lockFolder(FolderLock &lock)
     return false;
 }
 
-/// For queuectl and for systemctl.
+/// Shows the role to queuectl and systemctl.
 void tellRole(const ServiceLock &serviceLock, FolderLock &lock, ServiceNotifier &notifier)
 {
     QString role;
@@ -167,13 +167,13 @@ void tellRole(const ServiceLock &serviceLock, FolderLock &lock, ServiceNotifier 
         break;
     }
     lock.setRole(role);
-    // Nobody asks for the role of a service that has its table for itself.
+    // A service that does not share its table always delivers.
     if (serviceLock.isShared())
         notifier.status(status);
 }
 
-/// The engineer does not wait for what is under way. What is cut off may have been delivered, and
-/// is delivered again after the next start.
+/// A second signal ends the process without waiting for deliveries. An interrupted message may have
+/// been delivered, and is delivered again after the next start.
 [[noreturn]] void endAtOnce()
 {
     Log4Qt::Logger *logger = Log4Qt::LogManager::logger(u"queue"_s);
@@ -188,8 +188,8 @@ void tellRole(const ServiceLock &serviceLock, FolderLock &lock, ServiceNotifier 
     std::_Exit(EXIT_FAILURE);
 }
 
-/// Qt closes all database connections before it waits for the workers of its pool, and a delivery
-/// that ends in between could not delete its message, which would go out once more.
+/// Qt closes all database connections before it waits for its thread pool. A delivery that ends in
+/// between could not delete its message and would repeat it.
 void awaitWorkers(ServiceNotifier &notifier)
 {
     QThreadPool *pool = QThreadPool::globalInstance();
@@ -219,7 +219,7 @@ void awaitWorkers(ServiceNotifier &notifier)
         loop.exec();
 }
 
-/// Takes what becomes of the messages. The settings must be known.
+/// The receiver of all outcomes. Requires the settings.
 std::shared_ptr<DailyReport> makeReport()
 {
     namespace journal = settings::journal;
@@ -232,14 +232,14 @@ std::shared_ptr<DailyReport> makeReport()
     return std::make_shared<DailyReport>(file);
 }
 
-/// Lives from the start to the end of the last delivery.
+/// Runs the service from its start to the end of the last delivery.
 int serve(FolderLock &lock)
 {
     ServiceNotifier notifier;
     ServiceLock serviceLock;
     QObject::connect(&serviceLock, &ServiceLock::roleChanged, &serviceLock,
                      [&] { tellRole(serviceLock, lock, notifier); });
-    // Ends after the last delivery: the journal then writes what it has in memory.
+    // Destroyed after the last delivery: the journal then writes what it has in memory.
     std::shared_ptr<DailyReport> report;
     int result = 0;
     {
@@ -273,7 +273,7 @@ int main(int argc, char **argv)
         return *answered;
     returnLargeBlocks();
     useUtf8Locale();
-    // The log's lines go out by the stream alone, not through the C library's buffers, too.
+    // Only std::cout writes log lines, so it need not be synchronized with the C library's buffers.
     std::ios::sync_with_stdio(false);
     std::set_terminate(endWithReason);
 

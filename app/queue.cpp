@@ -19,7 +19,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The longest interval that the timer can count in milliseconds.
+/// The longest interval of a QTimer, which counts milliseconds in an int.
 constexpr std::chrono::seconds maxPeriod{std::numeric_limits<int>::max() / 1000};
 
 QJsonObject description(const QString &text)
@@ -57,7 +57,7 @@ void Queue::start()
 
 void Queue::stop()
 {
-    // Before the line is written: whoever has read it may rely on no further message being begun.
+    // Before the line is logged: a reader of that line may rely on no further message being begun.
     state->stopFlag.exchange(1);
     logger->warn(u"Получен сигнал завершения работы"_s);
 }
@@ -65,8 +65,8 @@ void Queue::stop()
 QJsonObject Queue::messages(const QStringList &parts)
 {
     if (!hasTypeAndCard(parts)) {
-        // A caller that asks wrongly is told to wait for messages rather than to go on without
-        // them.
+        // An invalid request is answered with true: the caller then waits, rather than continue
+        // without its messages.
         QJsonObject refusal = description(u"Некорректные параметры запроса"_s);
         refusal.insert(u"result"_s, true);
         return refusal;
@@ -107,7 +107,7 @@ void Queue::dataReceived(const RequestHeader &header, const QByteArray & /*conte
     const QByteArray body = QJsonDocument(answer(header.getPath().split(u'/', Qt::SkipEmptyParts)))
                                 .toJson(QJsonDocument::Compact);
 
-    // Always 200: the caller reads the outcome from the object.
+    // Always 200: callers read the result from the object.
     ResponseHeader response;
     response.setStatusLine(200, u"OK"_s, 1, 1);
     response.setContentType(u"application/json"_s);

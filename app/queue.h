@@ -26,23 +26,25 @@ class Queue : public QObject
     Q_OBJECT
 
 public:
-    /// Says where the settings lie. `serviceLock` says whether this service delivers and must
-    /// outlive the object; without one it does.
+    /// Sets the folders of the settings. `serviceLock` decides whether this service delivers and
+    /// must outlive the object. Without a lock the service delivers.
     explicit Queue(ServiceLock *serviceLock = nullptr);
     ~Queue() override;
 
     /// Connects to the database, opens the control port and makes the first poll. Throws
     /// BasicException when the database cannot be reached.
     void start();
-    /// `handler` runs after each poll and each command: the main thread does not hang.
+    /// `handler` runs after each poll and each command, as a sign that the main thread does not
+    /// hang.
     void setServedHandler(std::function<void()> handler) { servedHandler = std::move(handler); }
-    /// `sink` is told what becomes of each message, also after this object's end. Before start().
+    /// `sink` receives the outcome of each message, also after this object's end. Call before
+    /// start().
     void setOutcomes(const std::shared_ptr<OutcomeSink> &sink) { state->outcomes = sink; }
-    /// Asks all workers to end after the message at hand. Thread: any.
+    /// Asks all workers to end after their current message. Thread: any.
     void stop();
 
-    // The commands of the control port. `parts` are the parts of the request's path, the command
-    // first; the result is the answer.
+    // The commands of the control port. `parts`: the parts of the request's path, the command
+    // first. Each returns its answer.
     virtual QJsonObject messages(const QStringList &parts);
     virtual QJsonObject start(const QStringList &parts);
     virtual QJsonObject status(const QStringList &parts);
@@ -54,7 +56,7 @@ private Q_SLOTS:
 private:
     void startServer();
     void agreeOnRole();
-    /// A service that has got the queue does not wait for its timer.
+    /// A service that becomes active polls at once instead of waiting for the timer.
     void followRole();
     QJsonObject answer(const QStringList &parts);
     bool hasTypeAndCard(const QStringList &parts);

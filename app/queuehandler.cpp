@@ -102,8 +102,8 @@ void QueueHandler::saveStartIdsIfDue()
 void QueueHandler::saveStartIds()
 {
     logger->trace(u"Запись стартовых идентификаторов в файл"_s);
-    // Workers hold the mutex while they read, one after another, and each may wait for a silent
-    // server. The watchdog would take a main thread that waits for them all for one that hangs.
+    // Each worker holds the mutex while it reads and may wait for a silent server. Waiting for all
+    // of them would exceed the watchdog's timeout.
     auto ids = state->startIds.tryLock(snapshotPatience);
     if (!ids) {
         logger->debug(
@@ -112,13 +112,14 @@ void QueueHandler::saveStartIds()
         return;
     }
     QMap<QString, int> snapshot = **ids;
-    // A copy that shares its entries would be read while a worker changes them.
+    // An implicitly shared copy would be read while a worker changes the original.
     snapshot.detach();
     ids.reset();
     QJsonObject object;
     for (const auto &[type, id] : snapshot.asKeyValueRange())
         object.insert(type, id);
-    // A file that could not be written costs a repeat of refused messages after a restart, no row.
+    // If the file cannot be written, refused messages are tried again after a restart; no row is
+    // lost.
     fileutils::writeToFile(startIdsFile(), object, QIODevice::ReadWrite | QIODevice::Truncate);
 }
 

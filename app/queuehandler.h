@@ -15,11 +15,11 @@ namespace Log4Qt {
 class Logger;
 }
 
-/// Decides which workers run: at each poll one for every type that has rows and no live worker.
+/// Decides which workers run: each poll starts one for every type that has rows and no live worker.
 /// Keeps the fail ids in a file, so that a restart does not begin again at the refused messages.
 ///
-/// Thread: the main thread. Workers touch nothing of it but the shared state. Locks: startLock is
-/// taken first, then the mutex of the running types; the mutex of the fail ids stands alone.
+/// Thread: the main thread. Workers use only the shared state. Lock order: startLock, then the
+/// mutex of the running types. The mutex of the fail ids is never held together with another one.
 class QueueHandler
 {
 public:
@@ -36,14 +36,15 @@ public:
     QueueHandler(const QueueHandler &) = delete;
     QueueHandler &operator=(const QueueHandler &) = delete;
 
-    /// Starts a worker for the whole type; the card is a note for it. Only the active service
-    /// starts one.
+    /// Starts a worker for the whole type; the card is only stored in the worker. Returns without a
+    /// start unless this service is active.
     virtual int startHandler(const QString &type, const QString &cardNumber);
-    /// The types that have rows, as the log now shows them.
+    /// Logs and returns the types that have rows.
     virtual QList<TypeCount> getStatus();
-    /// Saves the fail ids when the last time was 120 seconds ago or more, or did not succeed.
+    /// Saves the fail ids if 120 seconds have passed since the last save, or if the last one was
+    /// skipped.
     virtual void saveStartIdsIfDue();
-    /// Does not wait longer than a second for the workers, who have the fail ids while they read.
+    /// Waits at most one second for the mutex of the fail ids, which workers hold while they read.
     virtual void saveStartIds();
     virtual void loadStartIds();
 
@@ -55,14 +56,13 @@ public:
 
     bool hasMessages(const QString &type, const QString &cardNumber);
     QueueInfo getQueueInfo();
-    /// Errors of the main thread's store alone; workers count their own.
+    /// Errors of the main thread's store; workers count their own.
     int getErrorsCount() const;
     void resetErrorsCount();
 
 private:
-    /// False when the type is there already. Looking and entering are one step, so two starts that
-    /// follow each other closely never make two workers of one type, which would deliver a row
-    /// twice.
+    /// False when the type has a worker already. Check and insertion are one step: two starts at
+    /// the same time never make two workers of one type, which would deliver a row twice.
     bool enterType(const QString &type);
     void withdrawType(const QString &type);
 

@@ -16,17 +16,18 @@ namespace {
 
 const QString connectionName = u"queue-service-lock"_s;
 
-/// How often the lock is looked at, and how soon a lost connection is opened again.
+/// Time between two checks of the lock, and between two attempts to reconnect.
 constexpr auto interval = std::chrono::seconds(1);
-/// The server does nothing but remember a name here, so it answers at once or not at all.
+/// GET_LOCK only stores a name, so the server answers quickly or not at all.
 constexpr auto answerTimeout = std::chrono::seconds(5);
-/// A service that has lost its connection, and not its life, is back within an interval or two. It
-/// has the first chance, or each cut would hand the queue to the stand-by.
+/// A service that lost only its connection is back within one or two intervals. It has the first
+/// chance, or each interruption would hand the queue to the stand-by.
 constexpr auto precedence = std::chrono::seconds(5);
-/// After this silence the server closes the connection and frees the lock. It hears nothing of a
-/// machine that has lost its power or its network, and would keep the lock for hours.
+/// After this time without statements the server closes the connection and releases the lock. It is
+/// not told when a machine loses its power or its network, and would keep the lock for hours.
 constexpr auto longestSilence = std::chrono::seconds(60);
-/// The start does not wait longer for the first answer; polls then do nothing until it is there.
+/// The start waits at most this long for the first answer; until the answer comes, polls do
+/// nothing.
 constexpr auto firstAnswerTimeout = std::chrono::seconds(15);
 
 } // namespace
@@ -115,7 +116,7 @@ void ServiceLock::take()
     try {
         answer = ask(u"SELECT GET_LOCK('%1', 0)"_s.arg(name));
     } catch (const BasicException &exception) {
-        // A server that answers other questions does not know this one.
+        // Separates a server that rejects only this statement from one that does not answer.
         ask(u"SELECT 1"_s);
         workWithoutLock(exception.tr().ru());
         return;
@@ -147,7 +148,8 @@ void ServiceLock::take()
 
 bool ServiceLock::isFormerConnection(const QString &holder) const
 {
-    // Later it is another one: a server that was restarted counts its connections from the start.
+    // After `longestSilence` the number may be another connection's: a restarted server counts from
+    // the beginning.
     return hadLock && holder == lockConnection && Clock::now() - lostAt < longestSilence;
 }
 
@@ -168,7 +170,7 @@ QString ServiceLock::holder()
 
 QString ServiceLock::description(const QString &holder)
 {
-    // Without the rights to see it, the server does not tell.
+    // Without the PROCESS privilege the server shows no host.
     const QString host =
         holder.isEmpty()
             ? QString()

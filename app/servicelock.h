@@ -17,29 +17,28 @@ namespace Log4Qt {
 class Logger;
 }
 
-/// One service for a schema on a database server, which services on several machines can name: the
-/// one that has the server's lock delivers, the others wait as stand-bys. The lock belongs to a
-/// connection of its own, which a thread of its own asks each second, since a server that has gone
-/// silent may hold up neither polls nor commands. With SQLite there is nothing to agree on, and no
-/// thread.
+/// Elects one active service among all that use one schema on a database server, possibly from
+/// several machines. The service that holds the server's lock delivers, the others wait as
+/// stand-bys. The lock belongs to a connection of its own. A separate thread checks it each second,
+/// so that a silent server delays neither polls nor commands. With SQLite there is no election and
+/// no thread.
 ///
-/// SharedState::role follows the lock, and no delivery begins while it is not held.
-/// Thread: the main thread, roleChanged() excepted.
+/// SharedState::role follows the lock; no delivery begins without it.
+/// Thread: the main thread, except roleChanged().
 class ServiceLock : public QObject
 {
     Q_OBJECT
 
 public:
     ServiceLock();
-    /// Gives the lock back, and with it the queue to a stand-by: call when the last delivery has
-    /// ended.
+    /// Releases the lock, so that a stand-by can take over. Call after the last delivery has ended.
     ~ServiceLock() override;
 
-    /// Returns when the role is known, or after a while without an answer. To be called once,
-    /// before the other operations.
+    /// Returns when the role is known, or after 15 seconds without an answer. Call once, before the
+    /// other operations.
     void start(const std::shared_ptr<SharedState> &state);
     ServiceRole role() const { return state->role; }
-    /// Whether other services may have the lock.
+    /// Whether several services compete for the lock: true on a database server.
     bool isShared() const { return thread.joinable(); }
 
 Q_SIGNALS:
@@ -53,7 +52,7 @@ private:
     void step();
     void openConnection();
     void closeConnection();
-    /// Goes for the lock, as its turn is.
+    /// Tries to take the lock when it is this service's turn.
     void approach();
     void take();
     bool isHeld();
@@ -61,7 +60,8 @@ private:
     bool isFormerConnection(const QString &holder) const;
     QString holder();
     QString description(const QString &holder);
-    /// The first value of the first row. Throws BasicException when the server does not answer.
+    /// Runs the statement and returns the first value of the first row. Throws BasicException when
+    /// the server does not answer.
     QVariant ask(const QString &statement);
     void setRole(ServiceRole role);
     void lose(const QString &reason);
@@ -72,18 +72,18 @@ private:
     std::mutex mutex;
     std::condition_variable_any changed;
 
-    // Touched by the lock's own thread alone.
+    // Used only by the lock's own thread.
     QString schema;
     QString name;
     bool isConnected = false;
     bool isSupported = true;
-    /// This service need not give others the first chance: it has just started, or had the lock
+    /// True if this service need not let others try first: it has just started, or held the lock
     /// last.
     bool hasPrecedence = true;
     bool hadLock = false;
     bool isOutageTold = false;
-    /// The connection that had the lock, and when it was lost: the server may take it for alive a
-    /// while.
+    /// The connection that held the lock, and the time of its loss: the server may consider the
+    /// connection alive for a while.
     QString lockConnection;
     Clock::time_point lostAt;
     std::optional<Clock::time_point> freeSince;

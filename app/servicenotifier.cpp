@@ -5,7 +5,7 @@
 #ifdef QUEUE_WITH_SYSTEMD
 #include <systemd/sd-daemon.h>
 
-/// More often says no more.
+/// A watchdog message more often than this has no use.
 static constexpr auto beatInterval = std::chrono::seconds(1);
 
 void ServiceNotifier::ready()

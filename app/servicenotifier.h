@@ -6,29 +6,29 @@
 
 #include <chrono>
 
-/// Tells the service manager that the service is ready, alive and stopping. Does nothing where no
-/// service manager listens, or where the build has no libsystemd.
-/// Thread: the main thread; a main thread that hangs misses the watchdog's beat.
+/// Tells the service manager that the service is ready, alive or stopping. Does nothing without a
+/// service manager or in a build without libsystemd.
+/// Thread: the main thread. A main thread that hangs sends no watchdog message.
 class ServiceNotifier
 {
 public:
-    /// The service has started; from now on the watchdog, if the manager set one, gets its beat.
+    /// The service has started. From now on the watchdog, if configured, gets its messages.
     void ready();
-    /// The main thread has done a piece of its work. Several that each wait for a silent database
-    /// server may follow one another before the timer of the watchdog's beat has its turn.
+    /// The main thread has finished a step. Called after each step: several of them may wait for a
+    /// silent database server before the timer gets its turn.
     void alive();
-    /// One line for the service manager's list.
+    /// One line for `systemctl status`.
     void status(const QString &text);
     /// The service is about to end.
     void stopping();
-    /// What is under way ends in its own time: the manager hears of the service again within
-    /// `limit`, and until then does not end it.
+    /// Asks the manager to wait up to `limit` before it kills the service. Call again within that
+    /// time.
     void extend(std::chrono::seconds limit);
 
 private:
     void beat();
 
     QTimer watchdogTimer;
-    /// Expired at first.
+    /// Expired at first, so the first call sends.
     QDeadlineTimer nextBeat;
 };

@@ -25,7 +25,8 @@ Attempt::Attempt(const Message &message, const QStringList &references)
 
 void Attempt::exchangeEnded(const http::ExchangeReport &report)
 {
-    // A word is said on the way out, so this one was of an earlier step.
+    // A handler gives its verdict as it returns, so a verdict before this exchange was about an
+    // earlier step.
     word.reset();
     lastExchange = report;
     if (firstPath.isEmpty())
@@ -52,7 +53,7 @@ Outcome Attempt::outcome(bool isFinished) const
         outcome.status = lastExchange->status;
     if (outcome.reference.isEmpty())
         outcome.reference = referenceText(firstPath);
-    // A reason may quote the answer.
+    // A reason may quote the answer, which may hold a card number.
     outcome.text = maskCardNumbers(outcome.text).left(longestText);
     return outcome;
 }
@@ -73,7 +74,7 @@ Outcome Attempt::judge(bool isFinished) const
     if (wordCounts) {
         outcome.kind = word->kind;
     } else if (!lastExchange) {
-        // Nothing went out: the message, or what the till has set up for it, cannot be used.
+        // No request was sent: the message, or the till's configuration for it, cannot be used.
         outcome.kind = FailureKind::Request;
     } else if (lastExchange->kind == FailureKind::None) {
         outcome.kind = FailureKind::Service;

@@ -12,22 +12,22 @@
 
 struct Message;
 
-/// One attempt in the making: what the exchanges of the thread came to, and what the handler said
-/// of it. The last word counts. On the stack of the worker.
+/// One attempt to deliver a message. Collects the results of the thread's exchanges and the verdict
+/// of the handler; the last verdict counts. Lives on the worker's stack.
 class Attempt : public http::ExchangeObserver
 {
 public:
-    /// `references`: the keys of what a person searches the message by.
+    /// `references`: the keys of the values by which people search for the message.
     explicit Attempt(const Message &message, const QStringList &references = {});
 
     void exchangeEnded(const http::ExchangeReport &report) override;
-    /// The handler's own word, with its reason. `kind` matters for a kept message only.
+    /// The handler's verdict and its reason. `kind` matters for a kept message only.
     void say(Verdict verdict, const QString &reason, http::FailureKind kind);
 
-    /// `isFinished`: the result of the delivery. It decides: a word that does not go with it is not
-    /// used.
+    /// `isFinished`: the result of sendMessage(). It decides: a verdict that contradicts it is
+    /// ignored.
     Outcome outcome(bool isFinished) const;
-    /// What the exchanges have shown beside the outcome.
+    /// What the exchanges have shown besides the outcome.
     const QList<Fact> &facts() const { return facts_; }
 
 private:
@@ -45,8 +45,8 @@ private:
     QElapsedTimer timer;
     std::optional<Word> word;
     std::optional<http::ExchangeReport> lastExchange;
-    /// The first request of a message is the same one at each attempt; how far the others come
-    /// differs.
+    /// The path of the first request. Later attempts may fail at different steps, but the first
+    /// request of a message is always the same.
     QString firstPath;
     QList<Fact> facts_;
 };

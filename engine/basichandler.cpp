@@ -16,7 +16,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int noFailId = -1;
-/// A database server that has gone silent holds up a statement for this long, and its probe.
+/// A silent database server delays a statement and its probe for this long.
 constexpr auto recordLimit = std::chrono::seconds(60);
 
 } // namespace
@@ -45,7 +45,7 @@ void BasicHandler::run()
     dao = std::make_shared<queue::DAO>();
     dao->connect();
     processMessages();
-    // Before the type counts as free, or its next worker would still find it taken.
+    // Before the type counts as free; otherwise its next worker would still find it locked.
     dao->releaseType(type_);
     dao->onPassEnded();
     logger_->debug(u"Обработка сообщений завершена"_s);
@@ -94,8 +94,8 @@ void BasicHandler::processMessages()
     logger_->debug(u"Обработка сообщений"_s);
     Message done;
     while (!isStopped()) {
-        // No fail id changes here: what was not tried is not refused, and the next pass goes on
-        // from here.
+        // No fail id changes here: an untried message is not refused, and the next pass continues
+        // with it.
         if (state->role != ServiceRole::Active) {
             logger_->info(u"Служба больше не обслуживает очередь, обработчик завершается"_s);
             return;
@@ -112,9 +112,9 @@ void BasicHandler::processMessages()
             onQueueEmpty();
             return;
         }
-        // The row is still there after its deletion: the database takes no writes, and going on
-        // would deliver it again and again without a pause. A table of the till's own may give
-        // the number of a deleted row to a new one, which has another body.
+        // The row is still there after DELETE: the database is read-only or full. Going on would
+        // deliver the message again and again without a pause. The body is compared as well because
+        // a table may give the id of a deleted row to a new one.
         if (message.id == done.id && message.body == done.body) {
             logger_->error(
                 u"Сообщение %1 доставлено, но не удаляется из базы данных, повтор при следующем проходе"_s,
@@ -124,10 +124,10 @@ void BasicHandler::processMessages()
         }
 
         const Turn turn = turnRule(message, *dao, *logger_);
-        // The question may have met a new connection.
+        // The read may have reconnected, and a new connection does not have the type.
         if (!isOurs())
             return;
-        // Until the outcome is recorded, too: a message whose row stays is delivered again.
+        // Lives until the outcome is recorded: a message whose row stays is delivered again.
         const inflight::DeliveryGuard delivery(type_, message.id);
         if (turn == Turn::Now && deliver(message)) {
             const inflight::CallGuard recording{recordLimit};
@@ -147,8 +147,8 @@ bool BasicHandler::deliver(const Message &message)
     const Outcome outcome = attempt(message);
     if (outcome.verdict == Verdict::Dropped)
         logDrop(outcome);
-    // Before the row goes: a crash in between leaves a message that is recorded twice, and not one
-    // that is gone without a word.
+    // Before the row is deleted: a crash in between leaves a message that is recorded twice, rather
+    // than one that is gone without a record.
     if (state->outcomes)
         state->outcomes->take(outcome);
     return outcome.verdict != Verdict::Kept;
@@ -169,7 +169,7 @@ Outcome BasicHandler::attempt(const Message &message)
 
 bool BasicHandler::send(const Message &message)
 {
-    // One row must not end the service: it would be the first one again after the restart.
+    // One row must not end the service: after the restart it would be the first one again.
     QString reason = u"причина неизвестна"_s;
     try {
         return sendMessage(message);
@@ -218,14 +218,14 @@ bool BasicHandler::say(Verdict verdict, const QString &reason, http::FailureKind
 
 std::optional<Message> BasicHandler::nextMessage()
 {
-    // Held across the read, so that no snapshot of the fail ids is taken halfway through it.
+    // Locked during the read, so that no snapshot of the fail ids is taken in the middle of it.
     const auto startIds = state->startIds.lock();
     const int failId = startIds->value(type_, noFailId);
     for (;;) {
         if (state->claimsTypes && !dao->claimType(type_))
             return {};
         const Message message = dao->getMessage(type_, failId, false, QString());
-        // A row that was read over a new connection may be in another service's hands already.
+        // After a reconnect another service may have the type, and with it this row.
         if (message.id < 1 || isOurs())
             return message;
     }

@@ -20,11 +20,11 @@ class Logger;
 
 class Attempt;
 
-/// The worker of one message type: one pass through the type's messages, oldest first, then its
-/// end. A handler says by the result of sendMessage() what becomes of a message; everything that
-/// follows from it is decided here.
+/// The worker of one message type. It makes one pass through the type's messages, oldest first, and
+/// ends. The result of a handler's sendMessage() decides whether a message is deleted or kept; this
+/// class does the rest.
 ///
-/// Made by HandlerFactory, wired by QueueHandler, run and destroyed by the thread pool.
+/// Made by HandlerFactory, set up by QueueHandler, run and destroyed by the thread pool.
 ///
 /// The order of virtual operations and of fields is part of the interface: compiled code finds them
 /// by their place. The destructor's place is after run(), and new ones come last.
@@ -35,86 +35,83 @@ public:
     enum class Turn
     {
         Now,
-        /// It is passed over as if it had been refused, and the pass goes on behind it.
+        /// It is skipped like a refused message; the pass continues with the next one.
         Later,
-        /// It is passed over, and the pass ends.
+        /// It is skipped, and the pass ends.
         EndOfPass,
     };
 
-    /// Says of each message as it comes up whether it goes out now, and writes the line that
-    /// announces it.
+    /// Decides for each message of the pass whether it goes out now, and logs its announcement.
     using TurnRule = std::function<Turn(const Message &, queue::DAO &, Log4Qt::Logger &)>;
 
-    /// By itself, every message goes out when it comes up.
+    /// By default every message goes out when its turn comes.
     explicit BasicHandler(const QString &type, TurnRule turnRule = everyMessage);
 
-    /// Works through the messages of the type. Throws what DAO::connect() throws, and that ends the
-    /// service.
+    /// Makes one pass. Throws what DAO::connect() throws, which ends the service.
     void run() override;
     ~BasicHandler() override;
-    /// One pass through the type's messages, each of which the turn rule is asked about.
+    /// One pass through the type's messages; calls the turn rule for each.
     virtual void processMessages();
     virtual bool isStopped();
-    /// Delivers one message. True: finished with, whether delivered or given up for good with a
-    /// reason in the log, and it is deleted. False: it stays, and this worker ends.
-    /// Catches what it can recover from. An exception that leaves it is logged and counts as false.
+    /// Delivers one message. True: finished with, whether delivered or dropped with a reason in the
+    /// log; the message is deleted. False: it is kept, and this worker ends. Catches what it can
+    /// recover from. An exception that leaves it is logged and counts as false.
     virtual bool sendMessage(const Message &message) = 0;
-    /// The message stays: the next pass starts behind it.
+    /// The message is kept: the next pass starts after it.
     virtual void onSendFailed(int id);
-    /// The message is finished with: deletes it.
+    /// The message is finished with: deletes its row.
     virtual void onMessageDone(int id);
-    /// Nothing is left behind the last refused message: the next pass starts at the oldest one.
+    /// No messages after the last refused one: the next pass starts at the oldest.
     virtual void onQueueEmpty();
 
     const QString &type() const { return type_; }
-    /// Writes under the name of the type.
+    /// The logger of the type's category.
     Log4Qt::Logger *logger() const { return logger_; }
 
-    /// Calls sendMessage() and says what became of the message. An exception is logged and keeps
-    /// it.
+    /// Calls sendMessage() and returns the outcome. An exception is logged and keeps the message.
     Outcome attempt(const Message &message);
 
-    /// What a handler says of the message at hand beyond the result of sendMessage(), each for
-    /// `return`: the reason is kept with the message's outcome, so it is in Russian and for people,
-    /// and has no secret in it. The last word counts.
+    /// A handler's verdict on its current message, each for use in `return`. The reason is stored
+    /// with the outcome: a Russian sentence for people, without secrets. The last verdict counts.
     ///
     /// True: finished with, although the service did not do what was asked.
     bool giveUp(const QString &reason);
-    /// True: there was nothing left to do, since it was done before.
+    /// True: nothing to do, because an earlier attempt or another program has done it.
     bool doneBefore(const QString &reason);
-    /// False: it stays because of what the reply itself says.
+    /// False: the message is kept because of the contents of the reply.
     bool keep(const QString &reason, http::FailureKind kind = http::FailureKind::Service);
 
-    /// The card of a forced start. Kept as a note; the worker serves the whole type.
+    /// The card of a manual start. It is only stored; the worker serves the whole type.
     void setCardNumber(const QString &number) { cardNumber = number; }
-    /// The keys of what a person searches a message of this type by, as for referenceOf().
+    /// The keys by which people search for messages of this type, as for referenceOf().
     void setReferences(const QStringList &keys) { references = keys; }
-    /// Must be set before the worker runs, and last: the worker's thread sees what was set before.
+    /// Call before the worker runs, after all other setters: it publishes their values to the
+    /// worker's thread.
     void setState(const std::shared_ptr<SharedState> &shared);
 
 protected:
     std::shared_ptr<SharedState> state;
-    /// The worker's own store, there while it runs.
+    /// The worker's own store; set while it runs.
     std::shared_ptr<queue::DAO> dao;
 
 private:
     static Turn everyMessage(const Message &message, queue::DAO &dao, Log4Qt::Logger &logger);
-    /// sendMessage(); an exception is logged and counts as false.
+    /// sendMessage(), with an exception logged and counted as false.
     bool send(const Message &message);
-    /// Delivers the message and tells what became of it. True: finished with.
+    /// Delivers the message and reports its outcome. True: finished with.
     bool deliver(const Message &message);
-    /// A drop leaves a line even where the handler is silent.
+    /// Logs a dropped message even if its handler logs nothing.
     static void logDrop(const Outcome &outcome);
     bool say(Verdict verdict, const QString &reason, http::FailureKind kind);
-    /// The oldest message after the type's fail id; nothing when another service has the type.
+    /// The oldest message after the type's fail id; none when another service has the type.
     std::optional<Message> nextMessage();
-    /// Whether what was read is this worker's to deliver.
+    /// Whether this worker still has the right to deliver what it has read.
     bool isOurs() const;
 
     QString type_;
     QString cardNumber;
     Log4Qt::Logger *logger_;
-    /// There while attempt() runs.
+    /// Set while attempt() runs.
     Attempt *attemptAtHand = nullptr;
     TurnRule turnRule;
     std::atomic<bool> isHandedOver = false;

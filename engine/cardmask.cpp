@@ -27,7 +27,7 @@ qsizetype digitsAt(QStringView text, qsizetype position)
     return end - position;
 }
 
-/// Whether the digits of `text` are as many as a card's, and their sum fits the check digit.
+/// Whether `text` has as many digits as a card number and a valid check digit (Luhn).
 bool isCardNumber(QStringView text)
 {
     qsizetype count = 0;
@@ -42,8 +42,8 @@ bool isCardNumber(QStringView text)
     return count >= fewestDigits && count <= mostDigits && sum % 10 == 0;
 }
 
-/// How far digits in groups of these sizes go, parted by one blank or hyphen each; 0 when they do
-/// not. The last size is the most that its group may have.
+/// The length of digit groups of these sizes at `position`, separated by one blank or hyphen each;
+/// 0 without a match. The last size is a maximum.
 qsizetype groupedLength(QStringView text, qsizetype position, std::span<const qsizetype> sizes)
 {
     qsizetype end = position;
@@ -64,7 +64,7 @@ qsizetype groupedLength(QStringView text, qsizetype position, std::span<const qs
     return end - position;
 }
 
-/// The length of the card number that begins at `position`; 0 when none does.
+/// The length of the card number at `position`; 0 without one.
 qsizetype cardNumberLength(QStringView text, qsizetype position)
 {
     static constexpr std::array<qsizetype, 4> fours{4, 4, 4, 7};

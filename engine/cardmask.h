@@ -2,10 +2,10 @@
 
 #include <QString>
 
-/// The last four characters of a card's number, as in `****0017`; empty for no card.
+/// The last four characters of a card number, as in `****0017`; empty for an empty number.
 QString maskedCard(const QString &number);
 
-/// The text with each group of digits that can be the number of a payment card, 13 to 19 digits
-/// with a right check digit, reduced to its last four. Blanks or hyphens may part the digits as
-/// they do on a card.
+/// Masks payment card numbers in a text, all but the last four digits. A card number is a group of
+/// 13 to 19 digits with a valid check digit; blanks or hyphens may separate its digits as on a
+/// card.
 QString maskCardNumbers(const QString &text);

@@ -22,7 +22,7 @@ namespace queue {
 
 namespace {
 
-/// Looking costs as much as a small statement, and a worker runs thousands of these a second.
+/// A check costs as much as a small statement, and a worker runs thousands of statements a second.
 constexpr auto fileCheckInterval = std::chrono::milliseconds(100);
 
 constexpr auto typeCountsStatement =
@@ -37,7 +37,7 @@ constexpr auto cardCondition = "AND cardnumber=:cardNumber"_L1;
 constexpr auto statusUpdateStatement =
     "UPDATE message SET statuscode=:statusCode WHERE messageid=:id"_L1;
 constexpr auto removalStatement = "DELETE FROM message WHERE messageid = :messageid"_L1;
-// The probe alone names the schema, so it also tells whether the schema is there.
+// The probe names the schema, so it also fails when the schema is missing.
 constexpr auto probeStatement =
     "SELECT COUNT(messageid), creationtime FROM queues.message LIMIT 1"_L1;
 constexpr auto markerStatement =
@@ -109,7 +109,7 @@ QList<Message> DAO::getMessages(const QString &type, int failId, int limit, bool
                           {u":cardNumber"_s, cardNumber}});
     }
     QList<Message> messages;
-    // Asking for a row behind the last one that was wanted costs as much as a row.
+    // Fetching one row beyond the limit costs as much as any other row.
     while (messages.size() != limit && query.next())
         messages.append(toMessage(query));
     query.finish();
@@ -125,7 +125,7 @@ void DAO::deleteMessage(int id)
         return execQuery(removal, {{u":messageid"_s, id}});
     const auto turn =
         gate->remove(id, [this](const std::vector<int> &ids) { return removeAll(ids); });
-    // Without one the row went with those of other workers.
+    // Without a turn another worker has removed the row in its transaction.
     if (turn)
         execQuery(removal, {{u":messageid"_s, id}});
 }
@@ -134,9 +134,9 @@ void DAO::connect()
 {
     logger->debug(u"Подключение к базе данных"_s);
     ConnectionFactory::setWithCheck(false);
-    // Without their connection statements cannot be prepared again.
+    // Without the connection the statements cannot be prepared again.
     unprepared.clear();
-    // A connection that has failed would be handed out again.
+    // A failed connection would be handed out again.
     if (!connectionName.isEmpty())
         connectionFactory()->removeConnection(connectionName);
     isClaimed = false;
@@ -216,8 +216,8 @@ void DAO::onPassEnded()
 
 bool DAO::claimType(const QString &type)
 {
-    // The statement that connects is the one that would read, and its row does not count without a
-    // claim.
+    // The statement that reads may reconnect first; the rows it reads without a lock on the type do
+    // not count.
     if (isClaimed || !connected)
         return true;
     isClaimed = askLock(u"GET_LOCK('%1', 0)"_s, type).toInt() == 1;
@@ -274,16 +274,16 @@ bool DAO::removeAll(const std::vector<int> &ids)
     if (!isFileCurrentFor(removal))
         return false;
     QSqlQuery transaction(QSqlDatabase::database(connectionName, false));
-    // Immediate, so that the till's lock is waited for before anything has been read.
+    // IMMEDIATE waits for the till's lock before anything has been read.
     if (!transaction.exec(u"BEGIN IMMEDIATE"_s)) {
         logger->debug(u"Сообщения удаляются по одному: %1"_s, transaction.lastError().text());
         return false;
     }
     auto undo = qScopeGuard([&] {
         removal.finish();
-        // SQLite may have ended the transaction already; it then refuses this and begins another
-        // one. What a connection writes into a transaction that cannot be ended never reaches the
-        // disk.
+        // SQLite may have ended the transaction already; then it refuses ROLLBACK, and BEGIN
+        // succeeds. In a transaction that cannot be ended, later writes of the connection would
+        // never reach the disk.
         if (!transaction.exec(u"ROLLBACK"_s)
             && !(transaction.exec(u"BEGIN"_s) && transaction.exec(u"ROLLBACK"_s)))
             connected = false;
@@ -308,7 +308,7 @@ void DAO::execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings)
     if (execute(query, bindings))
         return;
 
-    // One bad statement is no lost database; the probe tells which it was.
+    // A failed statement does not mean a lost database; the probe tells the two apart.
     const bool isAlive = connectionFactory()->isConnectionCurrent(connectionName) && run(probe, {});
     probe.finish();
     if (isAlive)
@@ -337,14 +337,14 @@ bool DAO::execute(QSqlQuery &query, std::initializer_list<Binding> bindings)
 
 bool DAO::run(QSqlQuery &query, std::initializer_list<Binding> bindings)
 {
-    // Preparing a statement that was prepared would destroy it while the cause of a failure
-    // lasts, and the first call afterwards would fail as well.
+    // Preparing a prepared statement again would destroy it while the cause of the failure lasts,
+    // and the next call would fail as well.
     if (unprepared.contains(&query)) {
         if (!query.prepare(query.lastQuery()))
             return false;
         unprepared.remove(&query);
     }
-    // Bound only now: connecting and preparing forget the values.
+    // After connecting and preparing, which forget bound values.
     for (const Binding &binding : bindings)
         query.bindValue(binding.name, binding.value);
     return query.exec();

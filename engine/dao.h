@@ -28,29 +28,28 @@ struct QueueInfo
 
 namespace queue {
 
-/// Reads, changes and deletes rows of the table `message`, which the till creates and fills; rows
-/// of the service's own are added by DBQueueBroker. A failed statement is logged, counted and read
-/// as an empty queue; when the database does not answer a probe either, the next call connects
-/// again. Only connect() throws.
+/// Reads, changes and deletes rows of the table `message`. The till creates and fills the table;
+/// DBQueueBroker adds rows for the service itself. A failed statement is logged, counted and read
+/// as an empty queue. If a probe statement fails as well, the next call reconnects. Only connect()
+/// throws.
 ///
 /// Thread: one store per thread, never shared, since the prepared statements are members.
 class DAO
 {
 public:
     DAO();
-    /// Removes the thread's connection.
+    /// Closes the thread's connection.
     virtual ~DAO();
     DAO(const DAO &) = delete;
     DAO &operator=(const DAO &) = delete;
 
-    /// Whether rows of `type` wait; with a card, of that card.
+    /// Whether there are rows of `type`; with a card, of that card.
     virtual bool hasMessages(const QString &type, const QString &cardNumber);
-    /// The first message of `type` with an id above `failId` (-1: any), the last one when
-    /// `descending`; with a card, of that card. Its id is below 1 when there is none.
+    /// The first message of `type` with an id above `failId` (-1: any), or the last one if
+    /// `descending`; with a card, of that card. The id of the result is below 1 when there is none.
     virtual Message getMessage(const QString &type, int failId, bool descending,
                                const QString &cardNumber);
-    /// As getMessage(), up to `limit` of them. A row without a JSON object comes with an empty
-    /// body.
+    /// As getMessage(), up to `limit` messages. A row without a JSON object has an empty body.
     virtual QList<Message> getMessages(const QString &type, int failId, int limit, bool descending,
                                        const QString &cardNumber);
     virtual void deleteMessage(int id);
@@ -64,21 +63,21 @@ public:
     /// The types that have rows, in ascending order.
     QList<TypeCount> getMessageTypeCounts();
     void updateStatusCode(int id, const QString &statusCode);
-    /// Only for a store that has connected.
+    /// Requires an earlier connect().
     QueueInfo getQueueInfo();
-    /// A worker's pass is over: gives the disk back that an SQLite file's log has taken beyond the
-    /// ordinary. Waits for nobody, is counted nowhere, and does nothing on a server.
+    /// Call at the end of a worker's pass: truncates an SQLite write-ahead log that has grown
+    /// beyond the usual size. Does not wait, counts no errors, and does nothing on a server.
     void onPassEnded();
-    /// On a server, has the type for this connection until releaseType() or its end; does nothing
-    /// while it has the type already. False when another connection has it, or the server does not
-    /// tell.
+    /// On a server, locks the type for this connection until releaseType() or the connection's end;
+    /// does nothing if the type is locked already. False when another connection has the lock, or
+    /// the server does not answer.
     bool claimType(const QString &type);
-    /// Whether the connection has the claimed type still: one that was opened later has not.
+    /// Whether this connection still has its lock on the type. A new connection does not.
     bool hasClaim() const { return isClaimed; }
     void releaseType(const QString &type);
-    /// The server's number of the connection that has the type; empty when it does not tell.
+    /// The connection id of the lock's owner; empty when the server does not tell.
     QString holderOfType(const QString &type);
-    /// How many errors this store has met since its start or the last reset.
+    /// Errors of this store since its start or the last reset.
     int getErrorsCount() const;
     void resetErrorsCount();
 
@@ -89,21 +88,21 @@ private:
         QVariant value;
     };
 
-    /// Connects if need be. False when that has failed, which is counted.
+    /// Connects if necessary. False when that fails; the failure is counted.
     bool isReady();
     /// Removes all of these rows in one transaction, or none of them. A failure is not counted:
-    /// each row's own store then runs its own statement.
+    /// afterwards each row's own store runs its own statement.
     bool removeAll(const std::vector<int> &ids);
-    /// What one of the server's functions on locks says of the lock of the type.
+    /// The result of one of the server's lock functions for the type's lock.
     QVariant askLock(const QString &function, const QString &type);
-    /// Leaves `query` without rows when it could not be run.
+    /// On failure `query` has no rows.
     void execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings);
-    /// A failure is logged and counted.
+    /// Logs and counts a failure.
     bool execute(QSqlQuery &query, std::initializer_list<Binding> bindings);
     bool run(QSqlQuery &query, std::initializer_list<Binding> bindings);
-    /// Looks at the database's file; for the two statements of each delivery only from time to
-    /// time. What these do in between, on a file that was deleted or replaced, they do to the rows
-    /// of the old one.
+    /// Checks that the database file has not been deleted or replaced. For the two statements of
+    /// each delivery the check runs at most every 100 ms; until the next check they work on the
+    /// rows of the old file.
     bool isFileCurrentFor(const QSqlQuery &query);
     Message toMessage(const QSqlQuery &row);
 
@@ -123,10 +122,9 @@ private:
     bool isClaimed = false;
     int errorsCount = 0;
     Log4Qt::Logger *logger;
-    /// Expired at first.
+    /// Expired at first, so the first statement checks.
     QDeadlineTimer nextFileCheck;
-    /// Statements whose last preparation failed. They are prepared again before their next
-    /// execution.
+    /// Statements that could not be prepared. They are prepared again before their next execution.
     QSet<const QSqlQuery *> unprepared;
     /// Null before the first connection, and on a server.
     WriteGate *gate = nullptr;

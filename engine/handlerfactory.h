@@ -16,10 +16,10 @@ class Logger;
 struct HandlerRow
 {
     const char16_t *type;
-    /// Is given the type and returns a new object.
+    /// Returns a new handler for the type.
     BasicHandler *(*build)(const QString &type);
-    /// Where a message of the type says what a person searches for: dotted paths as for
-    /// referenceOf(), parted by blanks. Without one it is the path of the request's address.
+    /// The keys by which people search for a message of the type: dotted paths as for
+    /// referenceOf(), separated by blanks. If empty, the path of the first request is used.
     const char16_t *references = u"";
 };
 
@@ -30,7 +30,7 @@ constexpr HandlerRow row(const char16_t *type, const char16_t *references = u"")
     return {type, [](const QString &) -> BasicHandler * { return new Handler; }, references};
 }
 
-/// A row for a class that serves several types and is told which.
+/// A row for a class that serves several types and is given its type.
 template <typename Handler>
 constexpr HandlerRow typedRow(const char16_t *type, const char16_t *references = u"")
 {
@@ -38,15 +38,15 @@ constexpr HandlerRow typedRow(const char16_t *type, const char16_t *references =
             references};
 }
 
-/// Builds the handler of a message type. The rows never change after the construction, so look-ups
-/// need no lock.
+/// Builds the handler of a message type. The rows never change after construction, so look-ups need
+/// no lock.
 class HandlerFactory
 {
 public:
     explicit HandlerFactory(std::span<const HandlerRow> rows);
     virtual ~HandlerFactory();
 
-    /// A new handler, which belongs to the caller, or null for a type that no row has.
+    /// A new handler, owned by the caller; null for an unknown type.
     virtual BasicHandler *create(const QString &type);
 
 private:

@@ -10,13 +10,12 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Where this many messages wait, the next write comes before the second is over: memory is dearer
-/// then.
+/// At this number of waiting messages the next write begins early, to save memory.
 constexpr size_t earlyCount = 1000;
-/// More do not wait, neither for the next write nor for a file that cannot be written.
+/// The most messages kept in memory, for the next write or while the file cannot be written.
 constexpr size_t mostMessages = 2000;
 constexpr auto factInterval = std::chrono::minutes(1);
-/// A disk that damages each file would be filled with what is put aside.
+/// A disk that damages every file must not fill up with copies.
 constexpr auto puttingAsideInterval = std::chrono::hours(1);
 
 } // namespace
@@ -130,7 +129,7 @@ void Journal::writeToStore()
     if (!batch.isEmpty())
         store.write(batch);
     batch = {};
-    // Until it has been done once, and without a fault.
+    // Until pruning has succeeded once.
     isPruning = true;
     isPruning = store.prune(limits, QDateTime::currentDateTimeUtc());
 }

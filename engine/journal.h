@@ -21,17 +21,17 @@ class Logger;
 struct JournalTiming
 {
     std::chrono::milliseconds interval{1000};
-    /// After a fault.
+    /// The wait after a failed write.
     std::chrono::milliseconds retryInterval{10'000};
 };
 
-/// Keeps what became of each message in a file of its own, whatever database the till has. Workers
-/// hand their outcomes over in memory; a thread of its own writes what has come together, at most
-/// once a second. A crash loses the last second.
+/// Records the outcome of each message in an SQLite file of its own, independent of the till's
+/// database. Workers append outcomes in memory; a separate thread writes them at most once a
+/// second. A crash loses the last second.
 ///
-/// A file that cannot be written holds up nobody. One warning tells of it, and it is tried again at
-/// intervals. What does not fit into memory meanwhile is left out and told when the file can be
-/// written again; it still counts in the totals.
+/// A file that cannot be written never delays a worker. The fault is logged once as a warning, and
+/// the write is retried at intervals. Messages that exceed the memory limit meanwhile are left out;
+/// their number is logged when the file can be written again, and the totals include them.
 ///
 /// Thread: any.
 class Journal : public OutcomeSink
@@ -39,24 +39,24 @@ class Journal : public OutcomeSink
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Begins at once.
+    /// Starts the thread.
     Journal(const QString &path, const JournalLimits &limits, const JournalTiming &timing = {});
-    /// Writes what is in memory, once.
+    /// Writes what is in memory, in one attempt.
     ~Journal() override;
 
     void take(const Outcome &outcome) override;
-    /// A fact is written at most once a minute.
+    /// Each fact is written at most once a minute.
     void note(const Fact &fact) override;
 
 private:
     void run(const std::stop_token &stop);
-    /// Returns when the interval is over and there is something to do, or at a stop.
+    /// Returns when the interval is over and there is something to write, or at a stop.
     void await(const std::stop_token &stop);
-    /// Moves what has come together to what is written next.
+    /// Moves the pending batch to the one that is written next.
     void collect();
     void write();
     void writeToStore();
-    /// False when it has failed, or was done not long ago.
+    /// False when it failed, or the last time was less than an hour ago.
     bool putAside(const QString &reason);
     void tellFault(const QString &reason);
     void tellSuccess();
@@ -72,11 +72,10 @@ private:
     JournalBatch pending;
     qint64 lost = 0;
     QHash<std::pair<QString, QString>, Clock::time_point> noted;
-    /// The thread waits for the first outcome. Others come while it waits for the interval to be
-    /// over.
+    /// The thread waits for the first outcome, rather than for the end of the interval.
     bool isIdle = false;
 
-    // Touched by the journal's own thread alone.
+    // Used only by the journal's own thread.
     const QString path;
     JournalStore store;
     JournalBatch batch;
@@ -87,6 +86,6 @@ private:
     /// There are rows to remove.
     bool isPruning = false;
 
-    /// Last, so that it ends first.
+    /// Declared last, so that it ends first.
     std::jthread thread;
 };

@@ -7,7 +7,7 @@
 
 namespace {
 
-/// Attempts with the same one belong to one message.
+/// Attempts with equal keys belong to one message.
 auto messageKey(const Outcome &outcome)
 {
     return std::tuple(outcome.id, outcome.type, outcome.card, outcome.reference);

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-/// One message and its attempts since the last write.
+/// A message with its attempts since the last write.
 struct TriedMessage
 {
     /// The last attempt.
@@ -21,8 +21,7 @@ struct TriedMessage
     int attempts = 1;
 };
 
-/// What the attempts of one type have come to since the last write. Times are milliseconds since
-/// 1970, UTC.
+/// The results of one type since the last write. Times are milliseconds since 1970, UTC.
 struct TypeTally
 {
     static constexpr size_t verdictCount = static_cast<size_t>(Verdict::Kept) + 1;
@@ -32,30 +31,30 @@ struct TypeTally
     std::array<std::array<qint64, kindCount>, verdictCount> counts = {};
     /// 0: no message was delivered.
     qint64 lastDelivered = 0;
-    /// When the first message stayed after the last one that was finished with; 0: none has.
+    /// When a message was first kept after the last finished one; 0: none was.
     qint64 failingSince = 0;
-    /// A message was finished with, which ends a failure from before.
+    /// A message was finished with, which ends an earlier failure.
     bool isFinishing = false;
 
     void add(const Outcome &outcome);
     void add(const TypeTally &later);
 };
 
-/// What is written in one transaction.
+/// The data of one transaction.
 struct JournalBatch
 {
-    /// In the order in which they were first tried.
+    /// In the order of their first attempts.
     std::vector<TriedMessage> tried;
     QHash<QString, TypeTally> types;
     /// By name and subject.
     QMap<std::pair<QString, QString>, Fact> facts;
 
     bool isEmpty() const { return tried.empty() && types.isEmpty() && facts.isEmpty(); }
-    /// The row of an attempt; not its tally.
+    /// Adds the row of an attempt, without its tally.
     void add(const Outcome &outcome);
-    /// A batch that came together after this one.
+    /// Appends a later batch.
     void add(JournalBatch &&later);
-    /// With more than `most` messages, puts the attempts of each together and leaves out what is
-    /// still too much. Returns how many attempts were left out.
+    /// Above `most` messages, merges the attempts of each message and then drops messages beyond
+    /// the limit. Returns how many attempts were dropped.
     qint64 shorten(size_t most);
 };

@@ -12,11 +12,11 @@ struct Message
     /// The row's JSON object; empty when the row holds none.
     QVariantMap body;
     QString cardNumber;
-    /// A handler's own note on the row; most never use it.
+    /// A handler's own note on the row; most handlers do not use it.
     QString statusCode;
 };
 
-/// How many rows of a type wait.
+/// The number of rows of a type.
 struct TypeCount
 {
     QString type;

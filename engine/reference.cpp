@@ -10,10 +10,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// A text of the till's may be longer than anybody searches for.
+/// A value may be longer than anything people search for.
 constexpr qsizetype longestReference = 200;
 
-/// Adds to `found` what a path of `references` names below `value`.
+/// Appends the values that the path selects inside `value`.
 void collect(const QVariant &value, QStringView path, QVariantList &found)
 {
     if (path.isEmpty()) {
@@ -55,7 +55,7 @@ void collect(const QVariant &value, QStringView path, QVariantList &found)
     }
 }
 
-/// An address may hold a password, and its query a token.
+/// An address may contain a password, and its query a token.
 QString withoutSecrets(const QString &text)
 {
     if (!text.contains(u"://"_s))
@@ -69,7 +69,7 @@ QString textOf(const QVariant &value)
     case QMetaType::QString:
         return withoutSecrets(value.toString().simplified());
     case QMetaType::Double:
-        // In full: the number of a receipt is no 1e+15.
+        // Without an exponent: a receipt number must not become 1e+15.
         return QString::number(value.toDouble(), 'f', QLocale::FloatingPointShortest);
     case QMetaType::QVariantList: {
         QStringList texts;

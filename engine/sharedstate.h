@@ -11,36 +11,35 @@
 
 class OutcomeSink;
 
-/// What a service does for a table that several services can reach.
+/// The service's role when several services can reach one table.
 enum class ServiceRole
 {
     /// It delivers.
     Active,
-    /// It does not know whether another service delivers.
+    /// It is not yet known whether another service delivers.
     Undecided,
     /// Another service delivers.
     StandBy,
 };
 
-/// What the main thread and the workers know of each other. Both hold it by shared pointer, so a
-/// delivery that ends while the service shuts down still finds it alive.
-/// The two mutexes are never held together, and never across a delivery.
+/// State that the main thread shares with the workers. Each holds it by shared pointer, so it lives
+/// until the last delivery has ended, also during a shutdown.
+/// The two mutexes are never held together, and never during a delivery.
 struct SharedState
 {
-    /// 1 asks all workers to end after the message at hand.
+    /// 1 asks all workers to end after their current message.
     std::atomic<quint8> stopFlag{0};
-    /// No delivery begins but by the active service.
+    /// Only the active service begins a delivery.
     std::atomic<ServiceRole> role{ServiceRole::Active};
-    /// Whether other services may read the same table, so that a worker must have its type for
-    /// itself.
+    /// Whether other services may read the same table, so that each worker must lock its type.
     std::atomic<bool> claimsTypes{false};
-    /// The types with a live worker, from the moment at which its start is decided.
+    /// The types with a live worker, from the moment their start is decided.
     Guarded<QSet<QString>> runningTypes;
-    /// The fail id of each type that has one: the message that was last refused. The next read
-    /// starts behind it, and the entry goes when that read finds nothing. Held across the read of a
-    /// message.
+    /// The fail id of each type that has one: the id of the message that was last refused. The next
+    /// read starts after it; when that read finds nothing, the entry is removed. Locked during the
+    /// read of a message.
     Guarded<QMap<QString, int>> startIds;
-    /// Is told what becomes of each message that is tried; null: nobody is. Set before the first
+    /// Receives the outcome of each attempt; null: outcomes are not reported. Set before the first
     /// worker.
     std::shared_ptr<OutcomeSink> outcomes;
 };
