@@ -11,7 +11,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Appends single letters many times faster than a QString. A typical body asks for no memory.
+/// Appending single characters is much faster than in a QString. A typical body needs no
+/// allocation.
 using Text = QVarLengthArray<char16_t, 1024>;
 
 void append(Text &json, const QVariantMap &object);
@@ -21,7 +22,7 @@ void appendAsIs(Text &json, QStringView text)
     json.append(text.utf16(), text.size());
 }
 
-/// What is rare or hard to write exactly, such as numbers, is left to the library.
+/// Rare or difficult values, such as numbers, are left to QJsonDocument.
 void appendByLibrary(Text &json, const QVariant &value)
 {
     const QByteArray array =
@@ -29,7 +30,7 @@ void appendByLibrary(Text &json, const QVariant &value)
     appendAsIs(json, QString::fromUtf8(array.sliced(1, array.size() - 2)));
 }
 
-/// Which of the first 128 letters stand for themselves between quotes.
+/// Which of the first 128 characters need no escape in a JSON string.
 constexpr std::array<bool, 128> plainLetters = [] {
     std::array<bool, 128> plain{};
     for (char16_t letter = 0x20; letter < 0x7f; ++letter)
@@ -42,8 +43,8 @@ inline bool isPlain(char16_t letter)
     return letter < plainLetters.size() ? plainLetters[letter] : (letter & 0xf800) != 0xd800;
 }
 
-/// The first letter from `begin` that is not plain. Most texts have none, so four are asked at
-/// once.
+/// The first character from `begin` that needs an escape. Most texts have none, so the loop checks
+/// four at a time.
 const char16_t *endOfPlain(const char16_t *begin, const char16_t *end)
 {
     while (end - begin >= 4

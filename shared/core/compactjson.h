@@ -3,7 +3,7 @@
 #include <QString>
 #include <QVariantMap>
 
-/// The text that QJsonDocument gives for `object` without blanks. Every message is logged in this
-/// form, and the way through QJsonDocument would cost as much as the rest of the worker's own work.
+/// Same text as QJsonDocument::Compact for `object`. Every message is logged in this form, and
+/// QJsonDocument would double the processor time of a worker.
 /// Thread: any.
 QString compactJson(const QVariantMap &object);

@@ -16,7 +16,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr qint64 checkIntervalMs = 100;
-/// The file system stamps changes with a clock that ticks every few milliseconds.
+/// The kernel's clock for file times advances every few milliseconds.
 constexpr qint64 unsettledNs = 50'000'000;
 
 Log4Qt::Logger *logger()
@@ -36,16 +36,16 @@ qint64 systemNs()
     return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
 }
 
-/// As the getters are asked for it; a key of no section has the colon too.
+/// The form in which getters ask for the key; a key without a section has a colon in front.
 QString storedKey(const QString &key)
 {
     return key.contains(u':') ? key : u':' + key;
 }
 
-/// Stands for a colon in a key while the parser reads, which would end the key there.
+/// Replaces a colon inside a key while the parser reads; the parser would end the key there.
 constexpr char hiddenColon = '\x1f';
 
-/// Feeds the parser line by line and counts the lines, which the parser does not report.
+/// Passes lines to the parser and counts them, because the parser reports no line numbers.
 struct LineReader
 {
     const QByteArray &content;
@@ -80,7 +80,7 @@ struct LineReader
         return buffer;
     }
 
-    /// Where in the content the key of this line ends, or -1 when it has none before a '='.
+    /// The end of this line's key; -1 if there is no key before '='.
     qsizetype findKeyEnd(QByteArrayView text) const
     {
         const QByteArrayView trimmed = text.trimmed();
@@ -91,7 +91,7 @@ struct LineReader
     }
 };
 
-/// The parser's defaults end a value at " ;", join indented lines and stop at 200 bytes a line.
+/// By default the parser ends a value at " ;", joins indented lines and stops at 200 bytes a line.
 void setUpParser()
 {
     ini_allow_inline_comments = false;
@@ -121,7 +121,7 @@ void Config::setConfigsPathList(const QList<QDir> &directories, const QStringLis
 void Config::readFile(const QString &path, const QString & /*group*/)
 {
     const auto locked = state.lock();
-    // The file read last is the one on top.
+    // The file added last has the highest precedence.
     locked->addedFiles.removeAll(path);
     locked->addedFiles.append(path);
     refresh(*locked);
@@ -221,9 +221,9 @@ QStringList Config::listFiles(State &state)
     QStringList paths;
     QStringList missing;
     for (const QDir &directory : std::as_const(state.directories)) {
-        // A QDir remembers what it once found out of its folder.
+        // A QDir caches its results, so the check uses a new object.
         if (!QFileInfo(directory.path()).isReadable()) {
-            // What its files gave stays in force.
+            // The values of its files stay in effect.
             const qsizetype count = paths.size();
             for (const QString &known : state.files.keys()) {
                 if (known.startsWith(directory.path() + u'/')
@@ -249,7 +249,7 @@ QStringList Config::listFiles(State &state)
             }
             continue;
         }
-        // Without a pattern, which would be compiled anew each time.
+        // Without a name filter, which QDir would compile on each call.
         const QStringList names = directory.entryList(
             QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
         for (const QString &name : names) {
@@ -258,7 +258,7 @@ QStringList Config::listFiles(State &state)
         }
     }
     if (!missing.isEmpty()) {
-        // A till without settings has none of them, and lacks nothing.
+        // A till may have no settings at all.
         logger()->info(u"Каталогов настроек нет: %1"_s, missing.join(u", "_s));
         state.missing += QSet<QString>(missing.cbegin(), missing.cend());
     }
@@ -283,7 +283,8 @@ bool Config::update(State &state, const QString &path)
     if (!isNew && file.stamp == stamp && !file.unsettled)
         return false;
     file.stamp = stamp;
-    // A stamp from the future was made before the clock was set back; a later change gets another.
+    // A stamp in the future was made before the clock was set back; the next change gives another
+    // one.
     const qint64 ageNs = systemNs() - stamp.changeTimeNs;
     file.unsettled = ageNs >= 0 && ageNs < unsettledNs;
 
@@ -310,7 +311,7 @@ bool Config::update(State &state, const QString &path)
     return true;
 }
 
-/// The number of the first line that is at fault, or 0.
+/// The number of the first faulty line, or 0.
 int Config::parse(const QByteArray &content, const QString &path, Settings &settings)
 {
     static const bool isParserReady = (setUpParser(), true);
@@ -333,7 +334,7 @@ int Config::parse(const QByteArray &content, const QString &path, Settings &sett
         }
         const QString key = QString::fromUtf8(name).replace(QLatin1Char(hiddenColon), u':');
         const QString group = QString::fromUtf8(section);
-        // Nobody can ask for it: a key ends its section at the first colon.
+        // Such a section cannot be read: a getter splits its key at the first colon.
         if (group.contains(u':'))
             return 1;
         to.settings.insert(group + u':' + key, {QString::fromUtf8(value), to.path, to.reader.line});
@@ -342,7 +343,7 @@ int Config::parse(const QByteArray &content, const QString &path, Settings &sett
     return ini_parse_stream(LineReader::next, &target.reader, store, &target);
 }
 
-/// Logs what has not been logged of this file yet.
+/// Logs a fault unless it was the last one logged for this file.
 void Config::setFault(File &file, const QString &fault)
 {
     if (!fault.isEmpty() && fault != file.fault)

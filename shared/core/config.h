@@ -10,18 +10,18 @@
 #include <atomic>
 #include <optional>
 
-/// The settings of the till. Every `*.ini` file of the configured directories is read, directories
-/// in the given order and the files of one directory by name; a later value replaces an earlier
-/// one. Files are UTF-8 with `[section]` and `key = value` lines; `;` and `#` open a comment line.
+/// The settings of the till. Reads every `*.ini` file of the configured directories: directories in
+/// the given order, the files of one directory by name. A later value replaces an earlier one.
+/// Files are UTF-8 with `[section]` and `key = value` lines; `;` and `#` begin a comment line.
 ///
 /// A key is written `section:key` and split at its first colon; both halves are case-sensitive.
 /// Each getter returns `defaultValue` for a key that no file holds.
 ///
-/// No folder has to be there; one line at info level names those that are not.
+/// A directory need not exist; one line at info level names the missing ones.
 ///
-/// A changed file is noticed by the first getter that runs 100 ms after the change. A file that has
-/// become unreadable or malformed keeps its last good values, and one warning names file and line.
-/// Of a file that never was good the lines that can be read count.
+/// Changes are noticed by the first getter that runs 100 ms after the change. A file that becomes
+/// unreadable or malformed keeps its last good values, and one warning names file and line. A file
+/// without good values so far gives those of its lines that can be read.
 ///
 /// Reached through Singleton<Config>. Thread: any.
 class Config
@@ -29,17 +29,17 @@ class Config
 public:
     virtual ~Config();
 
-    /// From now on settings come from these directories or, when `files` is not empty, from the
-    /// files of these names in them alone. Sets up the singleton.
+    /// From now on settings come from these directories. If `files` is not empty, only files of
+    /// these names are read. Sets up the singleton.
     static void setConfigsPathList(const QList<QDir> &directories, const QStringList &files);
 
-    /// Adds the file at `path` on top of the directories. Read again, it replaces what it gave
-    /// before. `group` is not used.
+    /// Adds the file at `path`, which takes precedence over the directories. Adding it again reads
+    /// it again. `group` is not used.
     virtual void readFile(const QString &path, const QString &group);
     virtual QString getString(const QString &key, const QString &defaultValue);
-    /// A text that is no number gives `defaultValue` and one warning.
+    /// A text that is not a number gives `defaultValue` and one warning.
     virtual int getInt(const QString &key, int defaultValue);
-    /// Knows true and false, yes and no, on and off, 1 and 0 in any case; any other text gives
+    /// Accepts true and false, yes and no, on and off, 1 and 0 in any case. Any other text gives
     /// `defaultValue` and one warning.
     virtual bool getBool(const QString &key, bool defaultValue);
     /// Splits at commas, trims each entry and drops empty ones.
@@ -54,7 +54,7 @@ private:
     };
     using Settings = QHash<QString, Setting>;
 
-    /// What the file system says of a file; a difference means that the file must be read again.
+    /// The file's attributes; a difference means that the file must be read again.
     struct Stamp
     {
         qint64 changeTimeNs = 0;
@@ -65,11 +65,11 @@ private:
     struct File
     {
         Stamp stamp;
-        /// The stamp is so young that another change might not show in it.
+        /// The stamp is too recent: another change might leave it the same.
         bool unsettled = false;
-        /// The settings come from a reading without a fault.
+        /// The last reading had no fault.
         bool good = false;
-        /// What is wrong with the file, as it was logged.
+        /// The fault as it was logged.
         QString fault;
         Settings settings;
     };
@@ -81,7 +81,7 @@ private:
         QHash<QString, File> files;
         Settings settings;
         QSet<QString> warned;
-        /// Folders of which the log has said that they are missing.
+        /// Folders that the log has reported as missing.
         QSet<QString> missing;
     };
 

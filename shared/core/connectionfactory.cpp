@@ -24,9 +24,9 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr auto busyTimeout = std::chrono::milliseconds(5000);
-/// The write-ahead log begins again at about 4 MiB, unless a reader holds it or a row is large.
+/// SQLite restarts the write-ahead log at about 4 MiB, unless a reader holds it or a row is large.
 constexpr qint64 ordinaryLogBytes = 8 * 1024 * 1024;
-/// A statement on a busy server may wait for a lock; a server that is gone must not hold a thread.
+/// A statement may wait for a lock on a busy server; a lost server must not block a thread.
 constexpr auto serverTimeout = std::chrono::seconds(30);
 
 Log4Qt::Logger *logger()
@@ -34,7 +34,7 @@ Log4Qt::Logger *logger()
     return Log4Qt::LogManager::logger(u"database"_s);
 }
 
-/// One name for each thread that ever asked: a system thread id comes back for a later thread.
+/// A unique name per thread: the system reuses thread ids.
 QString connectionNameOfThread()
 {
     static std::atomic<int> count{0};
@@ -72,7 +72,7 @@ QSqlDatabase ConnectionFactory::getConnection()
     const QString name = connectionNameOfThread();
     if (QSqlDatabase::contains(name)) {
         const QSqlDatabase database = QSqlDatabase::database(name, false);
-        // A row that is written into a deleted file is lost, so this is looked at in any case.
+        // Checked on every call: a row written to a deleted file is lost.
         if (database.isOpen() && isConnectionCurrent(name)
             && (!withCheck || QSqlQuery(database).exec(u"SELECT 1"_s)))
             return database;
@@ -100,11 +100,11 @@ void ConnectionFactory::shrinkLog(const QString &name)
         || status.st_size <= ordinaryLogBytes || !isConnectionCurrent(name))
         return;
     QSqlQuery query(QSqlDatabase::database(name, false));
-    // What a reader needs, or a till adds all the time, is left to a later pass. Cutting the file
-    // holds up a writer for as long as the file system takes, which was 0.2 s for 124 MiB.
+    // If a reader needs the log, or the till writes all the time, a later pass truncates it.
+    // Truncation blocks writers for as long as the file system takes: 0.2 s for 124 MiB.
     if (!copyWriteAheadLog(query))
         return;
-    // Our own writers come one after the other. In SQLite's busy handler they would sleep.
+    // Turns keep our own writers from meeting SQLite's busy handler, which sleeps.
     const WriteGate::Turn turn = WriteGate::enter(&WriteGate::of(file.device, file.inode));
     query.exec(u"PRAGMA busy_timeout = 0"_s);
     query.finish();
@@ -170,8 +170,7 @@ void ConnectionFactory::openSqlite(QSqlDatabase &database, const QString &path)
     QSqlQuery query(database);
     std::optional<SchemaTables> tables;
     files.open(database.connectionName(), path, [&] {
-        // Attached under the schema's name, the file answers to `message` and to `queues.message`
-        // alike.
+        // Attached as `queues`, the table can be named both `message` and `queues.message`.
         query.prepare(u"ATTACH DATABASE ? AS queues"_s);
         query.addBindValue(path);
         if (!query.exec())
@@ -186,14 +185,14 @@ void ConnectionFactory::openSqlite(QSqlDatabase &database, const QString &path)
             createSchemaTables(path, tables->isEmpty, connectionNameOfThread() + u"-schema"_s,
                                busyTimeout);
         } catch (const BasicException &exception) {
-            // With the till's own tables in it the file is of use without ours.
+            // If the file contains the till's own tables, it is usable without ours.
             if (tables->isEmpty)
                 throw;
             logger()->error(exception.tr().ru());
         }
     }
 
-    // A row that was written survives a power cut.
+    // Committed rows survive a power cut.
     if (!query.exec(u"PRAGMA queues.journal_mode=WAL"_s) || !query.next()
         || query.value(0).toString() != u"wal")
         logger()->warn(
@@ -201,12 +200,12 @@ void ConnectionFactory::openSqlite(QSqlDatabase &database, const QString &path)
             path);
     query.finish();
     executeStatement(database, u"PRAGMA queues.synchronous=FULL"_s, what);
-    // A log that has grown and begins again is cut by the next commit.
+    // When a large log restarts, the next commit truncates it.
     executeStatement(database, u"PRAGMA queues.journal_size_limit=%1"_s.arg(ordinaryLogBytes),
                      what);
-    // Texts compare by their bytes, as on the server.
+    // LIKE compares bytes, as on the server.
     executeStatement(database, u"PRAGMA case_sensitive_like=ON"_s, what);
 
-    // A new file has its log only now.
+    // SQLite has created a new file's write-ahead log by now.
     files.note(database.connectionName(), path);
 }

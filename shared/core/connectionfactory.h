@@ -13,45 +13,44 @@ class WriteGate;
 /// Opens the till's database as the settings of section `database` say: an SQLite file by default,
 /// or a MariaDB or MySQL server.
 ///
-/// Each thread has one connection under a name of its own, which only that thread may use and
-/// remove. Nobody keeps a QSqlDatabase beyond the call that needs it, or the removal draws a
-/// warning of Qt's; prepared statements may outlive it.
+/// Each thread has one connection under its own name, which only that thread may use and remove. Do
+/// not keep a QSqlDatabase beyond the call that needs it: Qt warns when such a connection is
+/// removed. Prepared statements may outlive the connection.
 ///
-/// When the SQLite file is deleted or replaced while connections have it open, the log says so
-/// once, and the write-ahead log that is left of the former file is put aside before the new one
-/// is opened.
+/// When the SQLite file is deleted or replaced while connections have it open, this is logged once.
+/// The write-ahead log of the former file is renamed before the new file is opened.
 ///
 /// Reached through Singleton<ConnectionFactory>. Thread: any.
 class ConnectionFactory
 {
 public:
-    /// Closes and forgets the connection. Statements on it fail from then on.
+    /// Closes and removes the connection; statements on it fail afterwards.
     virtual void removeConnection(const QString &name);
     virtual ~ConnectionFactory();
-    /// The open connection of the calling thread, opened now if need be.
-    /// Throws BasicException with a text that names the database and holds no password.
+    /// The calling thread's open connection, opened now if necessary. Throws BasicException with a
+    /// text that names the database and contains no password.
     virtual QSqlDatabase getConnection();
-    /// False when the file behind an SQLite connection has been deleted or replaced: its statements
-    /// would go on succeeding on a file that nobody else sees.
+    /// False when the file of an SQLite connection has been deleted or replaced: its statements
+    /// would still succeed, on a file that no other program sees.
     virtual bool isConnectionCurrent(const QString &name);
-    /// Empties the write-ahead log of the calling thread's SQLite connection when it has grown
-    /// beyond the ordinary and nobody needs it; what it holds goes into the file. Waits for its
-    /// turn among this process's writers, and for no other program.
+    /// Truncates the write-ahead log of the calling thread's SQLite connection if it is larger than
+    /// 8 MiB and no reader needs it; its content is first copied into the database. Waits for its
+    /// turn among this process's writers, but not for other programs.
     void shrinkLog(const QString &name);
-    /// Where writers of the connection's file wait for their turn; null on a server.
+    /// The write gate of the connection's file; null on a server.
     WriteGate *gateOf(const QSqlDatabase &database) const;
 
     /// Whether the settings name a database server.
     static bool usesServer();
-    /// Opens a further connection of the calling thread to that server. It is QSqlDatabase's under
-    /// `name`, and none of the others. A call on it waits for the server for `timeout` at most.
-    /// Throws BasicException as getConnection() does.
+    /// Opens another connection of the calling thread to the server, under `name`; the caller owns
+    /// it and removes it with QSqlDatabase. A call on it waits for the server for `timeout` at
+    /// most. Throws BasicException as getConnection() does.
     static QSqlDatabase connectToServer(const QString &name, std::chrono::seconds timeout);
 
-    /// Whether an open connection is tried with a statement before it is handed out; true at first.
+    /// Whether an open connection is checked with a statement before each use; true by default.
     static void setWithCheck(bool check);
-    /// Whether those of our tables that an SQLite file lacks are created when it is opened; true at
-    /// first. A table that is there stays as it is.
+    /// Whether missing tables are created when an SQLite file is opened; true by default. Existing
+    /// tables are not changed.
     static void setCreatesTables(bool creates);
 
 private:

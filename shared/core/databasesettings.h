@@ -2,7 +2,7 @@
 
 #include "shared/core/setting.h"
 
-/// Section `database`: they hold for connections opened from then on.
+/// Section `database`. Changes apply to connections opened later.
 namespace settings::database {
 
 inline constexpr Setting<QString> driver{
@@ -10,7 +10,7 @@ inline constexpr Setting<QString> driver{
     .defaultValue = u"QSQLITE",
     .about = u"`QSQLITE`, or `QMYSQL` or `QMARIADB` for a server.",
 };
-/// Use fileName() and schemaName(), which know the default of each.
+/// Use fileName() and schemaName(), which apply the right default.
 inline constexpr Setting<QString> name{
     .key = u"database:name",
     .defaultValue = u"/tallocash/cash/queue/queues.db",
@@ -46,7 +46,7 @@ inline constexpr Setting<std::chrono::seconds> connectTimeout{
     .about = u"Server: time that opening a connection may take.",
 };
 
-/// The SQLite file, which only the driver QSQLITE has.
+/// The SQLite file; for driver QSQLITE only.
 QString fileName();
 /// The schema on a server.
 QString schemaName();

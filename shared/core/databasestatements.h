@@ -4,8 +4,8 @@
 #include <QSqlError>
 #include <QString>
 
-/// Throws BasicException: what did not work, and why.
+/// Throws BasicException: the failed operation and the reason.
 [[noreturn]] void throwDatabaseError(const QString &what, const QSqlError &error);
 
-/// Runs a statement that gives no rows. Throws like throwDatabaseError() when it fails.
+/// Runs a statement that returns no rows. Throws like throwDatabaseError() on failure.
 void executeStatement(const QSqlDatabase &database, const QString &statement, const QString &what);

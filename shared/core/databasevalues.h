@@ -6,13 +6,13 @@
 
 class QSqlError;
 
-// What Qt's database drivers hand out, in the form that this service uses.
+// Conversions of what Qt's database drivers return.
 
-/// Why a statement or a connection failed, in one line that is never empty: drivers may fail
-/// without a word. `statement`: what failed, for that case.
+/// The reason of a failed statement or connection, in one line that is never empty: if the driver
+/// gives no text, the line names `statement`.
 QString databaseErrorText(const QSqlError &error, const QString &statement = QString());
 
-/// The value of a column with a time, in the till's zone; invalid when it holds none. Text with a
-/// zone, as in `2026-01-31T12:00:00Z` or `...+03:00`, keeps its instant. Text without one is the
-/// till's own time, and so is a server's, which newer drivers of Qt's hand out as UTC.
+/// The time in a column, in the till's zone; invalid when it holds none. Text with a zone, as in
+/// `2026-01-31T12:00:00Z` or `...+03:00`, keeps its instant. Text without a zone is local time. So
+/// is a server's time, which newer drivers of Qt return as UTC.
 QDateTime databaseTime(const QVariant &value);

@@ -28,7 +28,7 @@ void DBQueueBroker::enqueue(const QString &type, const QJsonObject &message,
                     QString::fromUtf8(QJsonDocument(message).toJson(QJsonDocument::Compact)));
     query.bindValue(u":cardNumber"_s, cardNumber.isNull() ? u""_s : cardNumber);
     const WriteGate::Turn turn = WriteGate::enter(factory->gateOf(database));
-    // A statement that was not prepared has its reason already; running it would hide that.
+    // After a failed prepare() the query has the reason; exec() would replace it.
     if (!isPrepared || !query.exec())
         throw BasicException(u"Не удалось записать сообщение типа '%1' в очередь: %2"_s.arg(
             type, databaseErrorText(query.lastError(), query.lastQuery())));

@@ -3,9 +3,8 @@
 #include <QJsonObject>
 #include <QString>
 
-/// Writes work for this service into the table `message`.
-/// Reached through Singleton<DBQueueBroker>. Thread: any; the row goes through the connection of
-/// the calling thread.
+/// Adds messages for this service to the table `message`. Reached through Singleton<DBQueueBroker>.
+/// Thread: any; the row is written over the calling thread's connection.
 class DBQueueBroker
 {
 public:

@@ -7,12 +7,11 @@
 
 namespace fileutils {
 
-/// The whole file, or nothing when it cannot be read.
+/// The whole file; empty when it cannot be read.
 QByteArray readFromFile(const QString &path, QIODevice::OpenMode mode);
 
-/// Writes `object` as JSON text. With QIODevice::Truncate in `mode` the file is replaced as a
-/// whole: after a crash it holds the old object or the new one, never a part. False when it could
-/// not be written.
+/// Writes `object` as JSON text. With QIODevice::Truncate in `mode` the file is replaced
+/// atomically: after a crash it holds either the old object or the new one. False on failure.
 bool writeToFile(const QString &path, const QJsonObject &object, QIODevice::OpenMode mode);
 
 } // namespace fileutils

@@ -19,17 +19,18 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The till application's account, a member of the group, may look; others could hold the lock.
+/// The till application's account, a member of the group, may read; other accounts could take the
+/// lock.
 constexpr mode_t fileMode = 0660;
-/// holder() has the lock for a moment, which must not turn a service away.
+/// holder() takes the lock for a moment, which must not cause a refusal.
 constexpr int attempts = 10;
 constexpr auto attemptInterval = std::chrono::milliseconds(20);
-/// Of one size always, so that a role replaces another in one write.
+/// Constant size, so that a role is replaced in one write.
 constexpr qsizetype contentSize = 128;
 
 int openFile(const QByteArray &path, int flags)
 {
-    // A link would have another file locked and overwritten.
+    // Without O_NOFOLLOW a link would have another file locked and overwritten.
     return ::open(path.constData(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY,
                   fileMode);
 }
@@ -40,14 +41,14 @@ bool isPlainFile(int file)
     return ::fstat(file, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-/// A file that root has made, say for a program that works while the service is stopped, belongs to
-/// whom the folder belongs to, or the service could not open it.
+/// Gives a file that root has created to the owner of the folder; otherwise the service could not
+/// open it. Root creates it, for instance, when a tool works while the service is stopped.
 void giveToFolder(int file, const QString &path)
 {
     struct stat folder = {};
     if (::geteuid() == 0
         && ::stat(QFile::encodeName(QFileInfo(path).path()).constData(), &folder) == 0) {
-        // Failing that, it is as good as one that root has made by hand.
+        // A failure is acceptable: the file then belongs to root, as one made by hand.
         [[maybe_unused]] const int result = ::fchown(file, folder.st_uid, folder.st_gid);
     }
 }
@@ -104,7 +105,7 @@ void FolderLock::setRole(const QString &role)
     const QJsonObject content{{u"pid"_s, qint64{::getpid()}}, {u"role"_s, role}};
     const QByteArray text =
         QJsonDocument(content).toJson(QJsonDocument::Compact).leftJustified(contentSize - 1) + '\n';
-    // What cannot be written is missed by the reader alone; the lock holds.
+    // If the write fails, only a reader of the file misses the role; the lock still holds.
     [[maybe_unused]] const ssize_t written =
         ::pwrite(file, text.constData(), static_cast<size_t>(text.size()), 0);
 }
@@ -127,7 +128,7 @@ FolderLock::Result FolderLock::open()
     const bool isNew = file >= 0;
     if (!isNew)
         file = openFile(name, O_RDWR | O_CREAT);
-    // A read-only file system has locks too.
+    // flock() also works on a read-only file system.
     if (file < 0 && errno == EROFS)
         file = openFile(name, O_RDONLY);
     if (file < 0) {

@@ -7,14 +7,14 @@
 #include <optional>
 #include <utility>
 
-/// A value that nobody reaches without its mutex. lock() waits for the mutex and returns a handle
-/// that points to the value and holds the mutex until its end:
+/// A value that can be reached only with its mutex locked. lock() waits for the mutex and returns a
+/// handle. The handle points to the value and holds the mutex until its own end:
 ///
 ///     state->startIds.lock()->insert(type, id);       // held for one expression
 ///     const auto ids = state->startIds.lock();        // held for the block
 ///
-/// Thread: any. The mutex is not recursive: a thread that holds a handle and locks again waits for
-/// ever. The owner says in which order two of them are locked.
+/// Thread: any. The mutex is not recursive: a thread that locks it again deadlocks. Where two are
+/// locked together, their owner documents the order.
 template <typename T>
 class Guarded
 {
@@ -25,8 +25,8 @@ public:
     public:
         Value *operator->() const { return value; }
         Value &operator*() const & { return *value; }
-        /// A handle without a name frees the mutex when its expression ends, and a loop over the
-        /// value would go on without it. Name the handle, or take a copy().
+        /// A temporary handle unlocks at the end of its expression, so a range-for loop over its
+        /// value would run without the lock. Name the handle, or use copy().
         Value &operator*() const && = delete;
 
     private:
@@ -51,14 +51,14 @@ public:
 
     Handle<T> lock() { return {std::unique_lock(mutex), &value}; }
     Handle<const T> lock() const { return {std::unique_lock(mutex), &value}; }
-    /// The value as it is now. A container of Qt's shares its entries with its copies: detach() the
-    /// copy while the handle is held if the value changes on another thread.
+    /// The current value. Qt containers are implicitly shared: if the value changes on another
+    /// thread, detach() the copy while a handle is held.
     T copy() const
     {
         const auto handle = lock();
         return *handle;
     }
-    /// Nothing when others have held the mutex for all of `patience`.
+    /// Nothing when the mutex was not free within `patience`.
     std::optional<Handle<T>> tryLock(std::chrono::milliseconds patience)
     {
         std::unique_lock held(mutex, patience);

@@ -12,9 +12,9 @@ namespace {
 
 using Table = Guarded<std::map<std::thread::id, Delivery>>;
 
-/// A call begins a moment after the one before, unless the till's machine is very busy.
+/// Allowance between two calls on a busy machine.
 constexpr auto grace = std::chrono::seconds(5);
-/// Further than any delivery goes, and near enough to be added to a point in time.
+/// Longer than any delivery, and small enough to be added to a time_point.
 constexpr auto maxLimit = std::chrono::milliseconds(std::chrono::hours(24 * 30));
 
 /// Never destroyed: a worker may outlive main().
@@ -40,7 +40,7 @@ DeliveryGuard::~DeliveryGuard()
 
 CallGuard::CallGuard(std::chrono::milliseconds limit)
 {
-    // The call's own timer starts a little later and is not exact.
+    // The call's own timer starts later and is not exact.
     const Clock::time_point deadline = Clock::now() + std::min(limit, maxLimit) + grace;
     const auto deliveries = table().lock();
     const auto delivery = deliveries->find(std::this_thread::get_id());

@@ -5,9 +5,8 @@
 
 #include <chrono>
 
-/// What the process has under way, and until when it may take: a stop waits for a delivery as long
-/// as that keeps within its own timeouts, and no longer for one that hangs. Thread: any; a guard
-/// belongs to the thread that made it.
+/// The deliveries in progress and their deadlines. A shutdown waits for a delivery while it is
+/// within its own timeouts, and no longer. Thread: any; a guard belongs to the thread that made it.
 namespace inflight {
 
 using Clock = std::chrono::steady_clock;
@@ -16,12 +15,12 @@ struct Delivery
 {
     QString type;
     int messageId = 0;
-    /// When what the delivery is doing now must have ended.
+    /// When the delivery's current step must have ended.
     Clock::time_point deadline;
 };
 
-/// Lives while the calling thread has a message in hand. What a handler does between two calls that
-/// it waits for takes a moment; the guard allows some seconds for it.
+/// Exists while the calling thread delivers a message. The guard allows some seconds for the
+/// handler's work between two blocking calls.
 class DeliveryGuard
 {
 public:
@@ -31,8 +30,8 @@ public:
     DeliveryGuard &operator=(const DeliveryGuard &) = delete;
 };
 
-/// Lives during a call that ends by itself within `limit`: an exchange, a program that is run, a
-/// pause. Without a message in hand it means nothing.
+/// Exists during a call that ends within `limit`: an exchange, a child process, a pause. Outside a
+/// delivery it has no effect.
 class CallGuard
 {
 public:
@@ -42,12 +41,12 @@ public:
     CallGuard &operator=(const CallGuard &) = delete;
 
 private:
-    /// That of the call around this one.
+    /// The deadline of the enclosing call.
     Clock::time_point outerDeadline;
 };
 
 QList<Delivery> deliveries();
-/// Those that keep within their timeouts at the moment `now`.
+/// The deliveries whose deadline is after `now`.
 QList<Delivery> deliveriesInTime(Clock::time_point now);
 
 } // namespace inflight

@@ -4,7 +4,7 @@
 
 namespace {
 
-/// Smaller ones are not worth the walk through all free blocks.
+/// For smaller documents a walk through all free blocks does not pay.
 constexpr qsizetype largeBytes = 256 * 1024;
 
 thread_local bool isNoted = false;

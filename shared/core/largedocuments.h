@@ -2,9 +2,10 @@
 
 #include <QtGlobal>
 
-/// The C library keeps the many small blocks of a large document after they were freed. Who builds
-/// one notes its size in bytes, and the worker has them given back when the delivery is over.
-/// Thread: any; each has a note of its own.
+/// glibc keeps the many small blocks of a large document after they are freed. The code that builds
+/// such a document notes its size in bytes; the worker returns the memory to the system after the
+/// delivery.
+/// Thread: any; each thread has its own note.
 void noteLargeDocument(qsizetype bytes);
-/// Gives the memory back if a large document was noted since the last call.
+/// Returns free memory to the system if a large document was noted since the last call.
 void returnLargeDocuments();

@@ -61,7 +61,7 @@ void setUpLogging()
         for (const Log4Qt::LoggingEvent &error : errors)
             reasons.append(error.message());
     }
-    // What the file may have set before its mistake goes too.
+    // Undoes what the file configured before its mistake.
     Log4Qt::LogManager::resetConfiguration();
     Log4Qt::PropertyConfigurator::configure(defaultProperties());
     if (!file.isEmpty())

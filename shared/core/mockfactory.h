@@ -4,13 +4,13 @@
 
 #include <memory>
 
-/// Where the objects that tests replace are made.
+/// Creates objects that tests can replace.
 /// Thread: any.
 template <typename T>
 class MockFactory
 {
 public:
-    /// The installed mock, or else a fresh object.
+    /// The installed mock, otherwise a new object.
     static std::shared_ptr<T> create()
     {
         const QMutexLocker locker(&mutex);
@@ -19,7 +19,7 @@ public:
         return std::make_shared<T>();
     }
 
-    /// From now on create() returns `replacement`; null ends that.
+    /// From now on create() returns `replacement`; null restores the default.
     static void install(std::shared_ptr<T> replacement)
     {
         const QMutexLocker locker(&mutex);

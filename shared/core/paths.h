@@ -4,21 +4,20 @@
 #include <QList>
 #include <QString>
 
-/// Where an absolute path of the till lies for this process: `path` itself, or below the folder
-/// that the environment variable QUEUE_ROOT names. Tests and a developer's desk set that variable
-/// and need no root; a till never does. Every fixed path of the service goes through here. Thread:
-/// any.
+/// The real place of an absolute path of the till: `path` itself, or `path` below the folder in the
+/// environment variable QUEUE_ROOT. Tests and developers set that variable to work without root; a
+/// till never does. Every fixed path of the service goes through this function. Thread: any.
 QString rootedPath(const QString &path);
 
-/// The folders with the settings of the till, in the order in which they are read.
+/// The folders of the till's settings, in the order in which they are read.
 QList<QDir> settingsFolders();
 
-/// The file in which the service keeps its fail ids, a JSON object by type.
+/// The file with the fail ids, a JSON object by type.
 QString startIdsFile();
 
-/// The SQLite file in which the service keeps what became of each message.
+/// The SQLite file with the outcome of each message.
 QString journalFile();
 
-/// The file that a process locks while it works on the service's folder: the service, and a program
-/// that replaces the database.
+/// The file that the service locks while it runs. A program that replaces the database locks it as
+/// well.
 QString serviceLockFile();

@@ -7,7 +7,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Some servers end a session that is idle for less than the time between two polls.
+/// Some servers close a session that is idle for less than the time between two polls.
 constexpr auto longestIdle = std::chrono::seconds(24 * 60 * 60);
 
 } // namespace
@@ -42,9 +42,9 @@ void openServer(QSqlDatabase &database, std::chrono::seconds timeout)
         schema, socket.isEmpty() ? host : socket);
     if (!database.open())
         throwDatabaseError(what, database.lastError());
-    // Times are the till's own, whatever zone the driver has asked for.
+    // Times are local, whatever time zone the driver has set.
     executeStatement(database, u"SET SESSION time_zone = 'SYSTEM'"_s, what);
-    // The probe selects a plain column beside COUNT.
+    // The probe selects a plain column together with COUNT.
     executeStatement(
         database, u"SET SESSION sql_mode = REPLACE(@@SESSION.sql_mode, 'ONLY_FULL_GROUP_BY', '')"_s,
         what);

@@ -9,11 +9,11 @@ namespace serverlock {
 
 namespace {
 
-/// Servers take no longer name.
+/// The server's limit for lock names.
 constexpr qsizetype maxNameLength = 64;
 
-/// A name that an administrator can read in the server's list where that is possible. A server does
-/// not tell capitals from small letters, types and schemas do; so everything else becomes a digest.
+/// A name that an administrator can read in the server's list of locks where possible. Lock names
+/// are case-insensitive, types and schemas are not, so any other text is replaced by a digest.
 QString nameOf(const QString &kind, const QString &text)
 {
     static const QRegularExpression plain(uR"(\A[a-z0-9_/-]+\z)"_s);

@@ -2,13 +2,13 @@
 
 #include <QString>
 
-/// Locks that a database server keeps for a connection (GET_LOCK), by which services on several
-/// machines that name one schema agree. They end with the connection.
+/// Names of locks on the database server (GET_LOCK), by which services on several machines
+/// coordinate. A lock ends with its connection.
 namespace serverlock {
 
-/// The lock of the service that delivers the rows of `schema`.
+/// The lock of the active service of `schema`.
 QString serviceLock(const QString &schema);
-/// The lock of the connection that delivers the rows of one type.
+/// The lock of the connection that delivers messages of one type.
 QString typeLock(const QString &schema, const QString &type);
 
 } // namespace serverlock

@@ -20,7 +20,7 @@ extern "C" void writeSignalToPipe(int number)
 {
     const int savedErrno = errno;
     const auto byte = static_cast<unsigned char>(number);
-    // A full pipe already holds a signal, so the result does not matter.
+    // If the pipe is full, it already contains a signal, so the result does not matter.
     [[maybe_unused]] const ssize_t written = write(pipeEnds[1], &byte, 1);
     errno = savedErrno;
 }
@@ -52,7 +52,7 @@ void initSignalHandlers()
     for (const int number : {SIGTERM, SIGINT, SIGQUIT, SIGHUP})
         sigaction(number, &action, nullptr);
 
-    // A peer that closes its connection early is an error of that exchange, not the service's end.
+    // An early close by a peer is an error of that exchange; it must not end the service.
     signal(SIGPIPE, SIG_IGN);
 }
 

@@ -2,21 +2,22 @@
 
 #include <functional>
 
-/// Turns SIGTERM, SIGINT, SIGQUIT and SIGHUP into one event of the main thread, which runs the
-/// registered function and then quits the application's event loop. In the signal's own context
-/// nothing but one write to a pipe happens.
+/// Turns SIGTERM, SIGINT, SIGQUIT and SIGHUP into an event of the main thread, which calls the
+/// registered function and then quits the event loop. The signal handler itself only writes to a
+/// pipe.
 namespace signalhandler {
 
 /// Installs the handlers. Call once, on the main thread, after the QCoreApplication was built. A
-/// signal that arrives before the event loop runs is kept for it.
+/// signal that arrives before the event loop runs is handled when it does.
 void initSignalHandlers();
 
-/// Whether an end by signal is a fault to whoever started the process: true makes the event loop
-/// return 128 plus the signal's number, false 0. True by default.
+/// Whether the exit code shows an end by signal: with true the event loop returns 128 plus the
+/// signal's number, with false 0. True by default.
 void setNeedCheckExitCode(bool check);
 
-/// `handler` runs on the main thread when a signal has arrived, before the event loop ends; for the
-/// next signal, whichever is registered then. An empty function takes the registration back.
+/// `handler` runs on the main thread when a signal has arrived, before the event loop ends. Each
+/// signal calls the function that is registered at that time; an empty function removes the
+/// registration.
 void setAddittionalHandler(std::function<void()> handler);
 
 } // namespace signalhandler

@@ -2,9 +2,9 @@
 
 #include <atomic>
 
-/// One global object of a class that the whole process shares, made at its first use and never
-/// destroyed, so that a worker that outlives main() still finds it.
-/// Thread: any. No lock is taken: when two threads meet at the first use, one object wins.
+/// One global object of a class, made at its first use and never destroyed, so that a worker that
+/// outlives main() can still use it.
+/// Thread: any. Lock-free: when two threads create the object at once, one object is kept.
 template <typename T>
 class Singleton
 {
@@ -21,8 +21,8 @@ public:
         return current;
     }
 
-    /// Puts `replacement` in the place of the object and returns the former one, which may be null.
-    /// Both belong to the caller. For tests, before other threads use the object.
+    /// Replaces the object and returns the former one, which may be null. The caller owns both. For
+    /// tests, before other threads use the object.
     static T *replace(T *replacement)
     {
         return object.exchange(replacement, std::memory_order_acq_rel);

@@ -12,10 +12,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// SQLite's own: the bytes on which it locks a file begin here, in all its versions and on all
-/// systems.
+/// SQLite locks a byte range that begins here, in all its versions and on all systems.
 constexpr off_t lockedBytes = 0x40000000;
-/// One for each of the two states on the way to writing, and a range for readers.
+/// PENDING, RESERVED and the range of SHARED locks.
 constexpr off_t lockedSize = 2 + 510;
 
 bool isFree(const QString &name)
@@ -40,7 +39,7 @@ SqliteFileLock::SqliteFileLock(const QString &path)
         reason_ = qt_error_string(errno);
         return;
     }
-    // One that belongs to the descriptor meets the locks of all processes, and of this one.
+    // An open file description lock conflicts with the locks of all processes, including this one.
     struct flock range = {};
     range.l_type = F_WRLCK;
     range.l_whence = SEEK_SET;

@@ -3,32 +3,32 @@
 #include <QString>
 #include <QStringList>
 
-/// Keeps every program that uses SQLite out of a database file, so that the files beside it can be
-/// taken away. SQLite finds these by their names alone: a write-ahead log beside a file that it
-/// does not belong to is applied to that file and damages it.
+/// Locks a database file against every program that uses SQLite, so that its companion files can be
+/// removed. SQLite finds companions by name: it applies a write-ahead log to whatever file has the
+/// matching name, which damages a file that the log does not belong to.
 ///
-/// The lock fails while any connection has the file open in WAL mode, whichever process it is of.
-/// It must not be asked for while this process has such a connection or opens one: on Linux a
-/// process loses its locks on a file with the first descriptor that it closes.
+/// The lock fails while any connection of any process has the file open in WAL mode. Do not take it
+/// while this process has such a connection or opens one: on Linux a process loses all its locks on
+/// a file when it closes any descriptor of it.
 class SqliteFileLock
 {
 public:
     explicit SqliteFileLock(const QString &path);
-    /// Lets the others in again.
+    /// Releases the lock.
     ~SqliteFileLock();
     SqliteFileLock(const SqliteFileLock &) = delete;
     SqliteFileLock &operator=(const SqliteFileLock &) = delete;
 
     bool isTaken() const { return isTaken_; }
-    /// The lock was not taken because a program has the file open.
+    /// The lock failed because a program has the file open.
     bool isInUse() const { return isInUse_; }
-    /// What the system said, when the lock was not taken.
+    /// The system's error text if the lock failed.
     QString reason() const { return reason_; }
 
-    /// The endings of the files that SQLite keeps beside a database.
+    /// The suffixes of the files that SQLite keeps beside a database.
     static QStringList companions();
-    /// A name beside `path` that nothing has yet, nor with a companion's ending: the path, what has
-    /// become of the file, and the time, as in `queues.db.replaced-20260131-120000`.
+    /// An unused name beside `path`, unused also with each companion's suffix: the path, the file's
+    /// fate and the time, as in `queues.db.replaced-20260131-120000`.
     static QString keptName(const QString &path, const QString &fate);
 
 private:

@@ -18,7 +18,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The file that a link leads to, whether it is there or not.
+/// The target of a symbolic link, whether it exists or not.
 QString realPathOf(const QString &path)
 {
     const QFileInfo info(path);
@@ -32,12 +32,12 @@ QString realPathOf(const QString &path)
 
 } // namespace
 
-/// Keeps a file's number from being given to another one after the file has been deleted.
+/// Keeps the inode number of a deleted file from being reused.
 class FilePin
 {
 public:
     explicit FilePin(const QString &path)
-        // Such a descriptor reads nothing, and its end drops no lock of this process.
+        // An O_PATH descriptor cannot read, and closing it releases no lock of this process.
         : file(::open(QFile::encodeName(path).constData(), O_PATH | O_CLOEXEC))
     {
     }
@@ -96,8 +96,8 @@ void SqliteFiles::close(const QString &name)
 {
     const QMutexLocker opener(&opening);
     const QString path = of(name).path;
-    // Already now: a service that ends leaves the new file to the next one, which cannot know
-    // what is left of the former.
+    // Before the connection ends: the next process cannot know which companions belong to the
+    // former file.
     if (!path.isEmpty())
         putFormerLogAside(path);
     identities.lock()->remove(name);
@@ -121,14 +121,14 @@ void SqliteFiles::note(const QString &name, const QString &path)
     }
     const auto known = identities.lock();
     const FileIdentity noted = known->value(name);
-    // Replaced since it was opened: what is there now belongs to another file.
+    // If it was replaced since the opening, the path names another file now.
     if (noted.inode == 0 || isSameFile(noted, identity))
         known->insert(name, identity);
 }
 
-/// SQLite finds a write-ahead log by its name. It would apply what is left of the former file to
-/// the new one, and damage it. Rows may be in it, so it is kept under another name. Returns why
-/// the file in place must not be opened; an empty text when it may be.
+/// Renames the former file's write-ahead log, which may contain rows. SQLite finds logs by name,
+/// would apply it to the new file and damage that. Returns why the new file must not be opened;
+/// empty if it may be.
 QString SqliteFiles::putFormerLogAside(const QString &path)
 {
     struct stat status = {};
@@ -143,7 +143,8 @@ QString SqliteFiles::putFormerLogAside(const QString &path)
         for (const FileIdentity &file : std::as_const(*known)) {
             if (file.path != path)
                 continue;
-            // This one was opened after the replacement, and what is beside it is its own.
+            // This connection was opened after the replacement, so the companions belong to its
+            // file.
             if (isSameFile(file, current))
                 return QString();
             isReplaced = true;
@@ -160,7 +161,7 @@ QString SqliteFiles::putFormerLogAside(const QString &path)
     return QString();
 }
 
-/// The files beside `current` that belong to a file which was there before.
+/// The files beside `current` that belong to a former file.
 QStringList SqliteFiles::companionsLeft(const FileIdentity &current)
 {
     QStringList left;
@@ -174,7 +175,7 @@ QStringList SqliteFiles::companionsLeft(const FileIdentity &current)
         if (isThere && pin) {
             isLeft = pin->isAt(companion);
         } else if (isThere) {
-            // A connection has it open, so its number cannot have been given to another file.
+            // The connection has it open, so its inode number cannot have been reused.
             const auto known = identities.lock();
             isLeft = std::ranges::any_of(std::as_const(*known), [&](const FileIdentity &file) {
                 return file.realPath == current.realPath && file.device == status.st_dev
@@ -195,7 +196,7 @@ QString SqliteFiles::moveAside(const FileIdentity &current, const QStringList &l
     QString reason;
     std::unique_ptr<SqliteFileLock> lock;
     if (current.inode != 0) {
-        // Somebody who has opened the new file already has begun to use the log of the former.
+        // A program that has opened the new file already uses the former log.
         lock = std::make_unique<SqliteFileLock>(path);
         if (!lock->isTaken())
             reason = lock->isInUse() ? u"файл уже открыт другой программой"_s : lock->reason();
@@ -218,7 +219,7 @@ QString SqliteFiles::moveAside(const FileIdentity &current, const QStringList &l
                 .arg(path, keptName + left.first().mid(path.size())));
         return QString();
     }
-    // Its connections may be closed before the next attempt.
+    // Keeps their inodes until the next attempt, when all connections may be closed.
     for (const QString &companion : left) {
         if (!unmoved.contains(companion))
             unmoved.insert(companion, std::make_shared<FilePin>(companion));
@@ -230,7 +231,7 @@ QString SqliteFiles::moveAside(const FileIdentity &current, const QStringList &l
     return text;
 }
 
-/// Once for each file that is found in place of another.
+/// Logs once per replacement file.
 void SqliteFiles::report(const FileIdentity &current, const QString &text)
 {
     if (reported.path == current.path && isSameFile(reported, current))

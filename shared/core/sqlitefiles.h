@@ -13,44 +13,44 @@
 
 class FilePin;
 
-/// The SQLite files that this process's connections have open, each as it was when it was opened.
+/// Identities of the SQLite files that this process's connections have open.
 ///
-/// SQLite finds a write-ahead log by its name. When the file is deleted or replaced, it would apply
-/// the log that is left of the former file to the new one, and damage it. So that log is put aside
-/// before the new file is opened, and when a connection is closed whose file was replaced. The
-/// service's log tells it once for each new file.
+/// SQLite finds a write-ahead log by name. After the database file is deleted or replaced, SQLite
+/// would apply the former file's log to the new file and damage it. Therefore that log is renamed
+/// before the new file is opened, and when a connection to a replaced file is closed. Each new file
+/// is logged once.
 ///
 /// Thread: any.
 class SqliteFiles
 {
 public:
-    /// The file that a connection has open, as it was named and numbered when it was opened.
+    /// A connection's file, with its name and inode at the time of opening.
     struct FileIdentity
     {
         QString path;
-        /// The file itself, where the path is a link: the files beside it are there.
+        /// The target if the path is a symbolic link; the companions are beside it.
         QString realPath;
         quint64 device = 0;
         quint64 inode = 0;
-        /// Of the files beside it, in the order of SqliteFileLock::companions(); 0 for none.
+        /// Inodes of the companions, in the order of SqliteFileLock::companions(); 0: none.
         std::array<quint64, 2> companions = {};
     };
 
     SqliteFiles();
     ~SqliteFiles();
 
-    /// The file of a connection; its path is empty for one that has none.
+    /// The file of a connection; the path is empty if it has none.
     FileIdentity of(const QString &name) const;
-    /// Whether the path of the connection's file still leads to it.
+    /// Whether the connection's path still names the same file.
     bool isCurrent(const QString &name) const;
 
-    /// Puts aside what is left of a former file at `path`, has `attach` open the new one, and notes
-    /// it for the connection `name`. One file is opened at a time. Throws BasicException when what
-    /// is left cannot be put aside, and whatever `attach` throws.
+    /// Renames companions of a former file at `path`, calls `attach` to open the new one, and notes
+    /// it for the connection `name`. Calls are serialized. Throws BasicException when a companion
+    /// cannot be renamed, and whatever `attach` throws.
     void open(const QString &name, const QString &path, const std::function<void()> &attach);
-    /// Notes the files beside it as well, once they are there.
+    /// Notes the companions as well, once they exist.
     void note(const QString &name, const QString &path);
-    /// Forgets the connection's file, before the connection is closed.
+    /// Removes the connection's entry. Call before closing the connection.
     void close(const QString &name);
 
 private:
@@ -61,11 +61,11 @@ private:
     void report(const FileIdentity &current, const QString &text);
 
     Guarded<QHash<QString, FileIdentity>> identities;
-    /// Held while a file is opened, and while what is left of a former file is put aside; taken
-    /// before the mutex of `identities`. It guards the two below as well.
+    /// Held while a file is opened or companions are renamed; locked before the mutex of
+    /// `identities`. It guards the next two members as well.
     QMutex opening;
-    /// What is left of former files and could not be put aside, by its path.
+    /// Companions of former files that could not be renamed, by path.
     QHash<QString, std::shared_ptr<FilePin>> unmoved;
-    /// The file that the last line about a replacement was about.
+    /// The file of the last report.
     FileIdentity reported;
 };

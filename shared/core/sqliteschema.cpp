@@ -11,7 +11,7 @@
 
 using namespace Qt::StringLiterals;
 
-/// A static library's resources are linked in only where somebody asks for them.
+/// The linker keeps a static library's resources only if they are initialized explicitly.
 static void initSchemaResource()
 {
     Q_INIT_RESOURCE(sql);
@@ -25,7 +25,7 @@ struct SchemaStatement
     QString text;
 };
 
-/// The statements of the schema that is compiled in, without its comments.
+/// The statements of the compiled-in schema, without its comments.
 QList<SchemaStatement> readSchema()
 {
     initSchemaResource();
@@ -60,11 +60,11 @@ const QList<SchemaStatement> &schema()
     return statements;
 }
 
-/// Creates those of our tables that the file lacks, each with its indexes. Returns their names, or
-/// nothing when it fails; the query has the error.
+/// Creates our missing tables, each with its indexes. Returns their names, or nothing on failure;
+/// the query has the error.
 std::optional<QStringList> createMissingTables(QSqlQuery &query)
 {
-    // Other processes may do the same at this moment, and the till may make a table of its own.
+    // Another process may create tables at the same time, and so may the till.
     if (!query.exec(u"BEGIN IMMEDIATE"_s))
         return std::nullopt;
     const auto tables = readSchemaTables(query, u"main"_s);
@@ -83,7 +83,7 @@ std::optional<QStringList> createMissingTables(QSqlQuery &query)
 
 std::optional<SchemaTables> readSchemaTables(QSqlQuery &query, const QString &schemaName)
 {
-    // A view in place of a table is the till's affair as well.
+    // A view instead of a table counts as present: the till made it.
     if (!query.exec(
             u"SELECT lower(name) FROM %1.sqlite_master WHERE type IN ('table', 'view')"_s.arg(
                 schemaName)))
@@ -115,7 +115,8 @@ void createSchemaTables(const QString &path, bool isNew, const QString &name,
             error = database.lastError();
         } else {
             QSqlQuery query(database);
-            // Only while nobody else has the file open can its mode be changed for sure.
+            // The journal mode can be changed reliably only while no other connection has the file
+            // open.
             if (!isNew || query.exec(u"PRAGMA journal_mode=WAL"_s)) {
                 query.finish();
                 created = createMissingTables(query);

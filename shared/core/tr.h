@@ -5,7 +5,7 @@
 
 namespace tr {
 
-/// A text in two forms: Russian for the log, and the operator's language for the screen.
+/// A text in two languages: Russian for the log, and the operator's language for the screen.
 class Tr
 {
     Q_GADGET
@@ -14,14 +14,14 @@ class Tr
 
 public:
     Tr() = default;
-    /// A text that is the same in both forms.
+    /// A text that is the same in both languages.
     explicit Tr(const QString &text);
-    /// `key` names the text in the translations that the application has installed.
+    /// `key` is the text's key in the application's installed translations.
     Tr(const QString &key, const QString &ru);
 
     /// The Russian text.
     QString ru() const;
-    /// The text in the operator's language, or the Russian one where no translation is installed.
+    /// The text in the operator's language; the Russian text if no translation is installed.
     QString ui() const;
     bool isEmpty() const;
 

@@ -16,7 +16,8 @@ bool copyWriteAheadLog(QSqlQuery &query)
         query.finish();
         if (!isCopied)
             return false;
-        // Nothing came in during the round before, so that one has also flushed the file.
+        // No frames were added since the round before, so that round has also synced the database
+        // file.
         if (frames == framesBefore)
             return true;
         framesBefore = frames;

@@ -2,7 +2,7 @@
 
 #include <QSqlQuery>
 
-/// Brings the write-ahead log into the file and to the disk while the till goes on reading and
-/// writing. Emptying a log that holds something still would keep the till from writing for all
-/// that time. False when something is left.
+/// Copies the write-ahead log into the database file and syncs it while the till goes on reading
+/// and writing. The log is not truncated: truncating one that still has content would block the
+/// till's writes during the copy. False when frames remain.
 bool copyWriteAheadLog(QSqlQuery &query);

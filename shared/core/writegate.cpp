@@ -6,8 +6,8 @@
 #include <map>
 #include <utility>
 
-/// The waiting removals that one turn carries out beside its own. However the turn ends, they go
-/// on: their rows are removed, or they have a turn each.
+/// The waiting removals of one turn, besides its own. When the turn ends, with success or not, each
+/// of them continues: its row is removed, or it gets a turn of its own.
 class WriteGate::Group
 {
 public:
@@ -31,7 +31,7 @@ public:
             waiter->isRemoved = isRemoved;
             waiter->isRemoval = false;
             waiter->isLed = false;
-            // Its condition is gone as soon as it has the mutex.
+            // Under the mutex: the waiter and its condition are destroyed once it can go on.
             waiter->wake.notify_one();
         }
         if (!isRemoved)
@@ -88,7 +88,7 @@ int WriteGate::waiting() const
 
 WriteGate::Clock::duration WriteGate::opening(Clock::duration turn)
 {
-    // SQLite never sleeps longer between two tries of the till's.
+    // SQLite's busy handler, which the till uses, sleeps at most this long between two attempts.
     constexpr Clock::duration longest = std::chrono::milliseconds(100);
     return std::min(turn, longest);
 }
@@ -133,7 +133,7 @@ void WriteGate::leave()
 {
     const std::scoped_lock lock(mutex);
     isTaken = false;
-    // Those of this turn come back when they have their next replies.
+    // The writers of this turn return with their next replies.
     expected = served + line.size();
     if (expected < 2)
         return;

@@ -11,25 +11,26 @@
 
 #include <sys/types.h>
 
-/// The line in which this process's writers of one SQLite file wait. SQLite lets one connection
-/// write at a time, and a second one tries again after sleeps of up to 100 ms until it gives up.
+/// Orders this process's writers to one SQLite file. SQLite lets one connection write at a time;
+/// without the gate, a second writer would retry after sleeps of up to 100 ms and give up in the
+/// end.
 ///
-/// Removals that wait are carried out together: the writer whose turn it is removes the rows of all
-/// in one transaction on its own connection and wakes the others. Any other write has a turn to
-/// itself. The till writes into the same file and gets in between two turns only, so a turn that
-/// ends while others wait is followed by an opening, in which none of ours writes.
+/// Waiting removals are committed as a group: the writer whose turn it is removes the rows of all
+/// in one transaction on its own connection and wakes the others. Any other write has a turn of its
+/// own. The till writes to the same file and can do so only between two turns. So after each turn,
+/// if others wait, the gate stays open for a while, in which none of our writers writes.
 ///
-/// Thread: any. Nobody waits here while it holds another lock.
+/// Thread: any. Do not wait here while holding another lock.
 class WriteGate
 {
 public:
     using Clock = std::chrono::steady_clock;
-    /// Removes all of these rows, or none of them and answers false. What has been removed is on
-    /// disk.
+    /// Removes all of these rows and returns true, or removes none and returns false. Removed rows
+    /// are durable on return.
     using RemoveAll = std::function<bool(const std::vector<int> &ids)>;
 
-    /// The right to write, until the object's end. Empty where there is no gate, and for a writer
-    /// that has waited in vain: it writes as if there were none.
+    /// The right to write, until the object's end. Empty if there is no gate or the writer's wait
+    /// timed out: the writer then writes without coordination.
     class [[nodiscard]] Turn
     {
     public:
@@ -56,36 +57,35 @@ public:
         WriteGate *gate = nullptr;
     };
 
-    /// `patience`: how long a writer waits for its turn; without more, as long as it waits for
-    /// SQLite.
+    /// `patience`: the longest wait for a turn. The default equals SQLite's busy timeout.
     explicit WriteGate(Clock::duration patience = std::chrono::seconds(5))
         : patience(patience)
     {
     }
     WriteGate(const WriteGate &) = delete;
 
-    /// The gate of a file, the same one for as long as the process lives.
+    /// The gate of a file; one per file for the life of the process.
     static WriteGate &of(dev_t device, ino_t inode);
 
-    /// A turn for one write; an empty one without a gate.
+    /// A turn for one write; empty if `gate` is null.
     static Turn enter(WriteGate *gate);
-    /// Nothing when the row `id` has been removed. Otherwise a turn, in which the caller has to
-    /// remove it by a statement of its own: nobody else was waiting, or `removeAll` has failed.
-    /// `removeAll` is called on this thread if at all; what it throws is thrown from here.
+    /// Nothing when the row `id` has been removed. Otherwise a turn, in which the caller removes
+    /// the row by its own statement: no other writer was waiting, or `removeAll` failed.
+    /// `removeAll` runs on this thread, if at all, and its exceptions pass through.
     std::optional<Turn> remove(int id, const RemoveAll &removeAll);
 
-    /// How many writers wait for a turn.
+    /// The number of writers that wait for a turn.
     int waiting() const;
-    /// How long the gate stays open after a turn that took `turn`, when others wait.
+    /// How long the gate stays open after a turn of length `turn` if others wait.
     static Clock::duration opening(Clock::duration turn);
 
 private:
     struct Waiter
     {
         int id = 0;
-        /// Whether another one's turn may remove the row as well.
+        /// Whether another writer's turn may remove the row.
         bool isRemoval = false;
-        /// Its row is in a transaction that another writer carries out just now.
+        /// Its row is in another writer's current transaction.
         bool isLed = false;
         bool isRemoved = false;
         std::condition_variable wake;
@@ -94,19 +94,19 @@ private:
 
     Turn await(Waiter &waiter);
     void leave();
-    /// When the first in line may write.
+    /// When the first writer in the line may write.
     Clock::time_point nextTurn() const;
 
     const Clock::duration patience;
     mutable std::mutex mutex;
-    /// The oldest first, without those that are led.
+    /// Oldest first, without the writers whose rows are in the current transaction.
     std::list<Waiter *> line;
     bool isTaken = false;
     Clock::time_point turnBegin;
     Clock::time_point openUntil;
-    /// A removal waits until then, or until as many as `expected` wait.
+    /// A removal waits until this time, or until `expected` writers wait.
     Clock::time_point gatherUntil;
     std::size_t expected = 0;
-    /// How many writers the turn at hand serves.
+    /// The number of writers that the current turn serves.
     std::size_t served = 0;
 };

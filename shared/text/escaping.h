@@ -6,13 +6,13 @@
 #include <string>
 #include <string_view>
 
-/// Texts from outside (rows, replies, paths) as a log or a terminal may show them.
+/// Makes external texts (rows, replies, paths) safe for a log or a terminal.
 ///
-/// Characters that would control a terminal, or that change what a reader sees without being seen,
-/// are written by their number: `\x1b`, `\u202e`, `\U000e0041`. These are C0, DEL and C1, direction
-/// marks, overrides and isolates, line and paragraph separators, and characters without width. A
-/// backslash stays as it is, so JSON and paths remain readable; it is doubled only where the text
-/// would otherwise read like one of these numbers, so each result means one text only.
+/// Characters that control a terminal or invisibly change the displayed text are written by number:
+/// `\x1b`, `\u202e`, `\U000e0041`. These are C0, DEL and C1, direction marks, overrides and
+/// isolates, line and paragraph separators, and zero-width characters. A single backslash is kept,
+/// so JSON and paths remain readable. It is doubled only where the text would otherwise look like
+/// such a number, so the encoding is unambiguous.
 /// Thread: any.
 namespace escaping {
 
@@ -24,17 +24,17 @@ enum class Newlines
 
 QString escaped(const QString &text, Newlines newlines = Newlines::Escaped);
 
-/// The text that `shown` was made of, which escaped() or logText() made of it.
+/// The original of a text that escaped() or logText() returned.
 QString unescaped(const QString &shown);
 
-/// The text of an event as the log has it: escaped, the lines after the first one indented by four
-/// blanks, and 63 KiB at most, which leaves room for time and category in 64 KiB. A longer text is
-/// cut between two characters and ends with the number of bytes (UTF-8) that were left out.
+/// An event's text for the log: escaped, with lines after the first indented by four blanks, and at
+/// most 63 KiB, which leaves room for time and category in 64 KiB. A longer text is cut between two
+/// characters and ends with the number of omitted bytes (UTF-8).
 std::string logText(std::string_view utf8);
 QString logText(const QString &text);
 
-/// The same JSON with these characters in the escapes of JSON, such as `\u009b`. `json` comes from
-/// QJsonDocument, which escapes C0 but nothing above it.
+/// The same JSON with these characters as JSON escapes, such as `\u009b`. `json` must come from
+/// QJsonDocument, which escapes only C0.
 QByteArray escapedJson(const QByteArray &json);
 
 } // namespace escaping
