@@ -3,7 +3,7 @@
 #include <QDateTime>
 #include <QString>
 
-/// The bonuses that are credited together and expire together. A null date sets no bound.
+/// Bonuses that are credited together and expire together. A null date means no limit.
 struct BonusAssetGroup
 {
     QString id = QStringLiteral("0");

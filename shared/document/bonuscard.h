@@ -2,7 +2,7 @@
 
 #include <QString>
 
-/// A card of the bonus server and the bonuses that an operation moves on it.
+/// A card of the bonus server and the amount of bonuses of one operation.
 struct BonusCard
 {
     QString number;

@@ -7,14 +7,14 @@
 #include <QList>
 #include <QString>
 
-/// A document of the till, such as a receipt, as far as its clients of loyalty services read it.
+/// A document of the till, such as a receipt, reduced to what the clients of loyalty services read.
 class Document
 {
 public:
     virtual ~Document();
 
-    /// The name of the order behind the document. A kind of document that keeps it elsewhere
-    /// overrides this.
+    /// The number of the order that the document belongs to. Document types that store it elsewhere
+    /// override this.
     virtual QString getOrderId() const;
 
     void setOrderId(const QString &id) { orderId = id; }

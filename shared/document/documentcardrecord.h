@@ -4,26 +4,26 @@
 #include <QString>
 #include <QVariant>
 
-/// A loyalty card on a document of the till. Knows which of its fields were set, so that saving it
-/// leaves the others as they are.
+/// A loyalty card on a document of the till. Records which of its fields were set, so that saving
+/// it changes only these.
 class DocumentCardRecord
 {
 public:
     DocumentCardRecord() = default;
-    /// A record as it was read: none of its fields counts as set.
+    /// A record as read from the database: no field counts as set.
     DocumentCardRecord(int id, const QString &number, const QString &operationId,
                        const QVariant &operationInfo);
 
-    /// The identifier of the record, as a number or in decimal.
+    /// The record's id, as a number or as decimal text.
     void setId(const QVariant &id);
     QVariant getId() const;
     /// The number of the card.
     void setNumber(const QVariant &number);
     QVariant getNumber() const;
-    /// The operation's name at the loyalty service, such as a transaction or a basket.
+    /// The id of the operation at the loyalty service, such as a transaction or a basket.
     void setOperationId(const QString &operationId);
     QString getOperationId() const;
-    /// What is to be remembered of the operation: a map, or null for nothing.
+    /// Data of the operation to store: a map, or null for none.
     void setOperationInfo(const QVariant &operationInfo);
     void setOperationInfo(const QJsonObject &operationInfo);
     QVariant getOperationInfo() const;

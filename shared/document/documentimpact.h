@@ -4,7 +4,7 @@
 
 #include <set>
 
-/// A discount, a bonus or a payment that changes what a document costs.
+/// A discount, a bonus or a payment that changes the price of a document.
 class DocumentImpact
 {
 public:
@@ -15,10 +15,10 @@ public:
             return left.getPosition() < right.getPosition();
         }
     };
-    /// By line. A line may have several details, even equal ones: each is money of its own.
+    /// Sorted by line. A line may have several details, even equal ones; each is a separate amount.
     using Details = std::multiset<DocumentImpactDetail, ByPosition>;
 
-    /// What the impact does to the document as a whole. Its position means nothing.
+    /// The effect on the whole document. Its position has no meaning.
     void setTotals(const DocumentImpactDetail &newTotals) { totals = newTotals; }
     DocumentImpactDetail getTotals() const { return totals; }
     void setDetails(const Details &newDetails) { details = newDetails; }

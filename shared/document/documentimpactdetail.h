@@ -2,8 +2,8 @@
 
 #include <QVariant>
 
-/// What an impact does to one line of the document or, as its totals, to the document as a whole.
-/// Modes and types are the till's own numbers.
+/// The effect of an impact on one line of the document or, as its totals, on the whole document.
+/// Modes and types are numbers defined by the till.
 class DocumentImpactDetail
 {
 public:

@@ -22,7 +22,7 @@ Log4Qt::Logger *logger()
     return Log4Qt::LogManager::logger(u"documentsdao"_s);
 }
 
-/// Runs one statement with `values` for its question marks.
+/// Runs one statement with `values` for its placeholders.
 QSqlQuery run(const QString &statement, const QVariantList &values, const QString &what)
 {
     QSqlQuery query(Singleton<ConnectionFactory>::instance()->getConnection());
@@ -46,7 +46,7 @@ QSqlQuery write(const QString &statement, const QVariantList &values, const QStr
     return run(statement, values, what);
 }
 
-/// Never null, as the columns are.
+/// Not null, because the columns are NOT NULL.
 QString textOf(const QString &text)
 {
     return text.isNull() ? u""_s : text;
@@ -104,7 +104,7 @@ void DocumentsDao::updateCard(const DocumentCardRecord &card)
     const QString statement =
         u"UPDATE documentcard SET "_s + columns.join(u", "_s) + u" WHERE id = ?"_s;
     const QSqlQuery update = write(statement, values + QVariantList{id}, what);
-    // A server does not count a row that had these values already.
+    // A server does not count a row that already had these values.
     if (update.numRowsAffected() < 1
         && !run(u"SELECT 1 FROM documentcard WHERE id = ?"_s, {id}, what).next())
         logMissing();

@@ -6,21 +6,20 @@
 
 #include <memory>
 
-/// The cards on the till's documents: table `documentcard` of the database that holds the queue.
-/// Every operation throws BasicException when the database cannot be reached or refuses. Reached
-/// through Singleton<DocumentsDao>. Thread: any; each call goes through the connection of the
-/// calling thread.
+/// The cards on the till's documents: table `documentcard` of the queue's database. Every operation
+/// throws BasicException when the database cannot be reached or reports an error. Reached through
+/// Singleton<DocumentsDao>. Thread: any; each call uses the calling thread's connection.
 class DocumentsDao
 {
 public:
     virtual ~DocumentsDao();
 
-    /// Saves the fields that were set on `card` in the record of its id. An id that no record has
-    /// is logged and changes nothing.
+    /// Saves the fields that were set on `card` in the record with its id. An unknown id is logged
+    /// and changes nothing.
     virtual void updateCard(const DocumentCardRecord &card);
-    /// The id of the latest record of that cheque and card, or 0.
+    /// The id of the latest record of that cheque and card; 0 without one.
     virtual int findCardId(const QString &chequeNumber, const QString &cardNumber);
-    /// The record, or null when there is none. Its operation info is read when `withOperationInfo`
-    /// is true.
+    /// The record; null if there is none. Its operation info is read only if `withOperationInfo` is
+    /// true.
     virtual std::shared_ptr<DocumentCardRecord> readCard(int id, bool withOperationInfo);
 };

@@ -5,11 +5,11 @@
 #include <QString>
 #include <QStringList>
 
-/// A line of a document: an article and what is known of its sale.
+/// A line of a document: an article and the data of its sale.
 class GoodsItem
 {
 public:
-    /// The number of the line, by which impacts name it.
+    /// The line's number, to which impacts refer.
     void setPosnum(int number) { posnum = number; }
     int getPosnum() const { return posnum; }
     void setAdditionalBarcode(const QString &barcode) { additionalBarcode = barcode; }
@@ -19,12 +19,12 @@ public:
     void setTmc(const Tmc &newTmc) { tmc = newTmc; }
     Tmc getTmc() const { return tmc; }
 
-    /// What the line costs after the discounts that it has.
+    /// The price of the line after its discounts.
     void setAmount(double newAmount) { amount = newAmount; }
-    /// What discounts must leave of that amount; 0 when they may take all.
+    /// The part of the amount that discounts must leave; 0 when they may take all of it.
     void setMinimalAmount(double newAmount) { minimalAmount = newAmount; }
-    /// The amount from which a further discount is reckoned: the whole line or, with
-    /// `aboveMinimum`, the part above its minimal amount.
+    /// The base amount of a further discount: the whole line or, with `aboveMinimum`, the part
+    /// above its minimal amount.
     double getDiscountApplyLimit(bool aboveMinimum) const;
 
     void setCampaignLabels(const QStringList &labels) { campaignLabels = labels; }

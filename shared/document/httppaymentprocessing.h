@@ -4,16 +4,16 @@
 
 #include <QUrl>
 
-/// A processing behind an HTTP address: one POST of all fields as a JSON object. It is done when
-/// the reply's member `success` is true. Anything else is logged and not done, and the same fields
-/// come again, so the processing must know an operation that it has carried out already. Never
+/// A processing with an HTTP address: one POST of all fields as a JSON object. It succeeds if the
+/// reply's member `success` is true. Any other result is logged, and the same fields are sent again
+/// later, so the processing must recognize an operation that it has already carried out. Never
 /// throws.
 class HttpPaymentProcessing : public PaymentProcessing
 {
 public:
     explicit HttpPaymentProcessing(const QUrl &url);
 
-    /// The field `timeout`, in seconds, bounds the exchange; 30 seconds without it.
+    /// The field `timeout` limits the exchange, in seconds; default 30.
     bool process(const QVariantMap &fields) override;
 
 private:

@@ -2,14 +2,13 @@
 
 #include <QVariantMap>
 
-/// Carries out what a queued message asks of the payments in one currency.
+/// Carries out the payment operations of queued messages in one currency.
 /// Thread: any, since workers share the object.
 class PaymentProcessing
 {
 public:
     virtual ~PaymentProcessing();
 
-    /// Works on the fields of a message. True when it is done, so that the message is finished
-    /// with.
+    /// Processes the fields of a message. True if the message is finished with.
     virtual bool process(const QVariantMap &fields) = 0;
 };

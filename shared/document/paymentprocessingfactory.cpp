@@ -14,7 +14,7 @@ bool isHttpAddress(const QUrl &url)
            && (url.scheme() == u"http" || url.scheme() == u"https");
 }
 
-/// Null when nothing is set up.
+/// Null if no address is configured.
 std::shared_ptr<PaymentProcessing> processingFromSettings(const Valut &valut)
 {
     const QString code = QString::number(valut.getCode());
@@ -23,7 +23,7 @@ std::shared_ptr<PaymentProcessing> processingFromSettings(const Valut &valut)
         return nullptr;
     const QUrl url(address);
     if (!isHttpAddress(url)) {
-        // The address itself may hold a password.
+        // The address is not shown, because it may contain a password.
         throw BasicException(
             u"Параметр %1 не является адресом http или https, исправьте настройки"_s.arg(
                 settings::processing.key(code)));

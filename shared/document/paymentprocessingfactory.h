@@ -8,19 +8,19 @@
 
 #include <memory>
 
-/// The payment processings by currency: section `processing` of the settings, `<code> = <url>`, an
-/// HttpPaymentProcessing for each.
+/// The payment processings by currency: an HttpPaymentProcessing for each line `<code> = <url>` in
+/// section `processing` of the settings.
 /// Reached through Singleton<PaymentProcessingFactory>. Thread: any.
 class PaymentProcessingFactory
 {
 public:
-    /// Forgets the processings handed out so far, so that settings changed since then hold. Between
-    /// two calls each currency keeps its processing.
+    /// Drops the processings created so far, so that changed settings take effect. Between two
+    /// calls each currency keeps its processing.
     virtual void prepare();
     virtual ~PaymentProcessingFactory();
-    /// The processing for `valut`, or null when none is set up or `valut` is empty. It is shared,
-    /// and outlives a prepare() for whoever holds it. Throws BasicException when the setting is no
-    /// HTTP address.
+    /// The processing for `valut`; null if none is configured or `valut` is empty. The object is
+    /// shared and may be used after prepare(). Throws BasicException if the setting is not an HTTP
+    /// address.
     virtual std::shared_ptr<PaymentProcessing> getProcessing(const Valut &valut);
 
 private:

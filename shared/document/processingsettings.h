@@ -4,7 +4,7 @@
 
 namespace settings {
 
-/// Read once by each pass.
+/// Read once in each pass.
 inline constexpr SettingPattern processing{
     .section = u"processing",
     .names = u"currency, by its code",

@@ -4,8 +4,8 @@
 #include <QString>
 #include <QVariantMap>
 
-/// What the bonus server is told of the sale behind an operation. The till prepares it as a map,
-/// and each entry reaches the server as it stands, so a new one asks for no change here.
+/// Data of the sale for the bonus server. The till prepares it as a map whose entries are sent
+/// unchanged, so a new entry needs no change here.
 class SessionInfo
 {
 public:
@@ -15,10 +15,10 @@ public:
 
     void setSessionId(const QString &id) { sessionId = id; }
     QString getSessionId() const { return sessionId; }
-    /// Everything but the session's id.
+    /// All entries except the session's id.
     QVariantMap getDetails() const { return details; }
 
-    /// The entries beside one another, the session's id as `sessionId` among them.
+    /// All entries in one object, with the session's id as `sessionId`.
     QJsonObject toJson() const;
 
 private:

@@ -22,7 +22,7 @@ QJsonObject jsonOf(const BonusCard &card)
     return {{u"number"_s, card.number}, {u"amount"_s, card.amount}};
 }
 
-/// With the distance from UTC, so that the server need not know where the till stands.
+/// With the UTC offset, so that the server need not know the till's time zone.
 QJsonValue jsonOf(const QDateTime &time)
 {
     if (!time.isValid())
@@ -79,7 +79,7 @@ QString shown(const QUrl &host)
     throw BonusSystemError(text);
 }
 
-/// What the server says of its refusal, or else what is known of it.
+/// The server's reason for a refusal, otherwise a description of the failure.
 tr::Tr refusalText(const QJsonObject &reply, const http::Response &response)
 {
     const QString message = reply.value("message"_L1).toString();

@@ -16,36 +16,36 @@ namespace http {
 struct Response;
 }
 
-/// Speaks to the maker's bonus server: JSON over HTTP, one POST for an operation to
-/// `<host>/<endPoint>/<operation>`, such as `http://bonus:8080/shop/add`. Without an endpoint its
-/// part of the path is left out; slashes too many at either end of it do no harm.
+/// A client of the maker's bonus server: JSON over HTTP, one POST for an operation to
+/// `<host>/<endPoint>/<operation>`, such as `http://bonus:8080/shop/add`. Without an endpoint the
+/// path is `/<operation>`. Extra slashes around the endpoint are ignored.
 ///
-/// The request is an object with the operation's arguments under the names of the parameters below
-/// (the flag of a last step is `final`), and with `terminalId`. A card is `{"number", "amount"}`,
-/// an asset group `{"id", "beginDate", "endDate", "weight"}`, its dates as
-/// `2026-01-31T00:00:00+03:00` or null. With a user or a password set, both go along as basic
+/// The request is an object with the operation's arguments, named like the parameters below (the
+/// flag of a last step is `final`), and with `terminalId`. A card is `{"number", "amount"}`. An
+/// asset group is `{"id", "beginDate", "endDate", "weight"}`, its dates as
+/// `2026-01-31T00:00:00+03:00` or null. If a user or a password is set, both are sent as basic
 /// authentication in UTF-8.
 ///
-/// The hosts are tried in their order, and the next one after a failure of the network only, an
-/// unusable address included: an answer, whatever it says, ends the operation.
+/// The hosts are tried in order. The next one is tried only after a network failure or an unusable
+/// address; any answer ends the operation.
 ///
-/// The reply is an object. `{"result": 0}` with a status of the 200s is success. A `result` above 0
-/// with `"critical": false` throws BonusUncriticalException with the reply's `message`, whatever
-/// the status, since another attempt would be refused again. All else throws BonusSystemError:
-/// another result, no `critical`, a `result` that is no number, a reply that cannot be read, a
-/// result 0 under an error status, no host that answers, and no hosts at all. Its text is the
-/// reply's `message`, or what is known without one. Such a failure is logged, in the category
-/// `tallobonusclient`; an uncritical one is left to the caller.
+/// The reply is an object. `{"result": 0}` with a 2xx status is success. A `result` above 0 with
+/// `"critical": false` throws BonusUncriticalException with the reply's `message`, whatever the
+/// status, since another attempt would be refused again. Anything else throws BonusSystemError:
+/// another result, no `critical`, a `result` that is not a number, an unreadable reply, a result 0
+/// with an error status, no answer from any host, no hosts at all. Its text is the reply's
+/// `message`, or a description without one. It is logged in the category `tallobonusclient`; an
+/// uncritical error is left to the caller.
 ///
-/// Settings hold for all operations that follow.
+/// Settings apply to all later operations.
 /// Thread: the one that made it.
 class TalloBonusClient
 {
 public:
     virtual ~TalloBonusClient();
 
-    /// Bounds one exchange, so that an operation takes at most this for each host. What 0 means is
-    /// RestClient's to say.
+    /// Limits one exchange, so an operation takes at most this time for each host. For 0 see
+    /// RestClient.
     virtual void setTimeout(int seconds);
     virtual void setTerminalId(const QString &id);
     virtual void setHosts(const QList<QUrl> &addresses);

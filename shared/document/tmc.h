@@ -4,7 +4,7 @@
 class Tmc
 {
 public:
-    /// Where the price comes from, by the till's own numbers; 5 is a promotion's price.
+    /// The source of the price, a number defined by the till; 5 is a promotion.
     void setPriceSourceType(int type) { priceSourceType = type; }
     int getPriceSourceType() const { return priceSourceType; }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-/// A currency of the till, or another means of payment, by the code that the till gives it.
+/// A currency of the till, or another means of payment, with the till's code for it.
 class Valut
 {
 public:

@@ -2,14 +2,14 @@
 
 #include "shared/document/valut.h"
 
-/// The till's currencies. The till numbers them as it likes and leaves no list of them to the
-/// service, so every code above 0 is one; whether anything can be done with it is seen by what is
-/// set up for it. Reached through Singleton<ValutCollection>. Thread: any.
+/// The till's currencies. The service has no list of them, so every code above 0 counts as one; the
+/// settings decide what can be done with it. Reached through Singleton<ValutCollection>. Thread:
+/// any.
 class ValutCollection
 {
 public:
     virtual ~ValutCollection();
 
-    /// The currency of that code; an empty one for 0 and below.
+    /// The currency of that code; an empty one for codes below 1.
     virtual Valut getByCode(int code);
 };

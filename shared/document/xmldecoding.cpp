@@ -31,7 +31,7 @@ std::optional<QString> decodeXml(const QByteArray &bytes)
     constexpr qsizetype declarationBytes = 200;
     const QString name =
         declaration.match(QString::fromLatin1(bytes.left(declarationBytes))).captured(1).toLower();
-    // Bytes in which the declaration can be read are no UTF-16, whatever it says.
+    // A declaration that is readable as bytes is not UTF-16, whatever it says.
     if (name.isEmpty() || name.startsWith(u"utf"))
         return decodeUnicode(QStringConverter::Utf8, bytes);
 

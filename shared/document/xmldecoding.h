@@ -7,9 +7,9 @@
 
 namespace xmlutils {
 
-/// The text of a document, in the encoding that its first bytes or its declaration tell, else in
-/// UTF-8; nothing when the bytes are not of that encoding, or it is unknown. Qt's own parser knows
-/// the Unicode encodings alone, and services answer in windows-1251 as well.
+/// Decodes a document by its byte order mark or declaration, otherwise as UTF-8. Nothing if the
+/// bytes are invalid in that encoding, or the encoding is unknown. Qt's parser supports only
+/// Unicode encodings, but some services answer in windows-1251.
 std::optional<QString> decodeXml(const QByteArray &bytes);
 
 } // namespace xmlutils

@@ -4,13 +4,13 @@
 
 using namespace Qt::StringLiterals;
 
-// A large document written again, one token after another, without a tree of it.
+// Writes a large document token by token, without building a tree.
 
 namespace xmlutils {
 
 namespace {
 
-/// Follows a document to the place where a child is replaced.
+/// Finds the place in a document where a child is replaced.
 class Replacement
 {
 public:
@@ -19,7 +19,7 @@ public:
     {
     }
 
-    /// False when the token belongs to the former child.
+    /// False if the token belongs to the former child.
     bool keeps(const QXmlStreamReader &reader)
     {
         const bool wasDropping = isDropping;
@@ -38,7 +38,7 @@ public:
         return !wasDropping && !isDropping;
     }
 
-    /// The parent's end comes next: the new child goes before it.
+    /// Whether the parent's end tag comes next, before which the new child goes.
     bool isDue(const QXmlStreamReader &reader)
     {
         if (!isOpen() || !reader.isEndElement() || depth != parentDepth)
@@ -58,8 +58,7 @@ private:
     bool isDone = false;
 };
 
-/// Writes a document as Qt's tree does with an indent of 1, one token after another. Attributes
-/// keep their order.
+/// Writes tokens in the format of QDom with an indent of 1. Attributes keep their order.
 class PieceWriter
 {
 public:
@@ -91,7 +90,7 @@ public:
             needsLine = true;
             break;
         case QXmlStreamReader::ProcessingInstruction:
-            // Stands on a line of its own, without an indent.
+            // Goes on a line of its own, without an indent.
             closeStart();
             if (needsLine)
                 out += '\n';
@@ -105,7 +104,7 @@ public:
         }
     }
 
-    /// One that the document does not have.
+    /// Writes the new child.
     void element(const QString &name, const QString &text)
     {
         beforeMarkup();
@@ -133,7 +132,7 @@ private:
         out += "?>\n";
     }
 
-    /// A start tag whose end decides between `>` and `/>` is still open.
+    /// Completes a start tag with `>` or `/>`.
     void closeStart(bool isBeforeText = false)
     {
         if (!isStartOpen)
@@ -225,7 +224,7 @@ private:
     qsizetype depth = 0;
     bool isStartOpen = false;
     bool isAfterText = false;
-    /// A line end is due unless a text follows.
+    /// A line end must be written unless a text follows.
     bool needsLine = false;
 };
 

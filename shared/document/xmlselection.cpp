@@ -39,7 +39,7 @@ void XmlSelection::end()
 
 void XmlSelection::text(QStringView part)
 {
-    // That of a root whose name is not asked for would be the whole document's.
+    // Without this the text of an unselected root would be that of the whole document.
     const bool isInside = std::ranges::any_of(open, &Kept::isWanted);
     if (!isInside)
         return;

@@ -11,9 +11,9 @@ class QXmlStreamReader;
 
 namespace xmlutils {
 
-/// Keeps of a document the root, the first element of each of some names in the document, and
-/// within each of these the first of each name again, with their attributes and the text inside
-/// them.
+/// Extracts a small tree from a document: the root, the first element with each given name, and
+/// inside each of these again the first element with each name. Attributes and the text inside are
+/// kept.
 class XmlSelection
 {
 public:
@@ -22,19 +22,19 @@ public:
     {
     }
 
-    /// Called for each start of an element, each end, and each text, in the order of the document.
+    /// Called in document order for each start tag, end tag and text.
     void begin(const QXmlStreamReader &reader);
     void end();
     void text(QStringView part);
 
-    /// What was kept.
+    /// The extracted tree.
     QDomDocument take() const { return document; }
 
 private:
     struct Kept
     {
         QDomElement element;
-        /// The names that were kept inside it.
+        /// Names already found inside it.
         QSet<QString> seen;
         int depth = 0;
         bool isWanted = false;
@@ -44,9 +44,9 @@ private:
 
     QStringList tags;
     QDomDocument document;
-    /// Those that are open, from the root on.
+    /// The open elements, from the root on.
     QList<Kept> open;
-    /// The names that were kept in the document.
+    /// Names already found in the document.
     QSet<QString> seen;
     int depth = 0;
 };

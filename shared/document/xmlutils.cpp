@@ -16,17 +16,17 @@ namespace xmlutils {
 
 namespace {
 
-/// A tree is walked and destroyed by recursion, on a worker's stack.
+/// A tree is walked and destroyed recursively, on a worker's stack.
 constexpr int maxDepth = 200;
-/// Qt's reader compares each attribute of an element with all before it: 40,000 of them take it
-/// three seconds, 150,000 half a minute.
+/// Qt's reader compares each attribute of an element with all earlier ones: 40,000 attributes take
+/// 3 seconds, 150,000 half a minute.
 constexpr int maxAttributes = 1000;
-/// What Qt's tree takes, as measured: a document of 16 MiB of short elements with an attribute each
-/// would take four gigabytes.
+/// Measured memory of a node in Qt's tree: a document of 16 MiB of short elements with one
+/// attribute each would take 4 GiB.
 constexpr qsizetype nodeBytes = 300;
 constexpr qsizetype attributeTableBytes = 2'200;
 constexpr qsizetype maxTreeBytes = 64 * 1024 * 1024;
-/// A larger tree is not built only to be written again.
+/// For a larger document the tree is not worth its memory.
 constexpr qsizetype smallTreeBytes = 16 * 1024 * 1024;
 
 ParseError tooLarge(qsizetype bytes, qsizetype limit)
@@ -34,7 +34,7 @@ ParseError tooLarge(qsizetype bytes, qsizetype limit)
     return {1, 1, u"размер %1 байт, допускается не более %2"_s.arg(bytes).arg(limit), true};
 }
 
-/// The size of the text in UTF-8, in which it came.
+/// The size of the text in UTF-8.
 qsizetype byteSize(const QString &text)
 {
     qsizetype bytes = 0;
@@ -43,8 +43,8 @@ qsizetype byteSize(const QString &text)
     return bytes;
 }
 
-/// Whether an element of the text has more attributes than any service's. Looks at the markup
-/// alone, in one walk, before the reader meets it.
+/// Whether an element has more attributes than any real service sends. Scans only the markup, in
+/// one pass, before Qt's reader gets it.
 bool hasTooManyAttributes(QStringView text)
 {
     qsizetype at = 0;
@@ -81,8 +81,8 @@ qsizetype treeBytesOf(const QXmlStreamReader &element)
     return nodeBytes + (attributes > 0 ? attributeTableBytes + attributes * nodeBytes : 0);
 }
 
-/// Why the text is not to be read; nothing when it is whole and harmless. `selection` gets what it
-/// holds, `treeBytes` what a tree of it would take.
+/// Why the text must not be read; nothing if it is well formed and within limits. Fills
+/// `selection`, and stores the memory that a tree would take in `treeBytes`.
 std::optional<ParseError> refusal(const QString &text, Prefixes prefixes, XmlSelection *selection,
                                   qsizetype *treeBytes)
 {
@@ -113,7 +113,7 @@ std::optional<ParseError> refusal(const QString &text, Prefixes prefixes, XmlSel
                 selection->end();
             break;
         case QXmlStreamReader::Characters:
-            // Like Qt's own tree, which has no texts of blanks alone.
+            // Qt's tree leaves out texts of blanks as well.
             if (treeBytes)
                 *treeBytes += nodeBytes;
             if (selection && !reader.isWhitespace())
@@ -134,8 +134,8 @@ std::optional<ParseError> refusal(const QString &text, Prefixes prefixes, XmlSel
     return std::nullopt;
 }
 
-/// Always an empty document. A limit of ours has its line in the log for every caller: without one,
-/// a document that is well formed would be turned down for no visible reason.
+/// Returns an empty document. Logs an exceeded limit for every caller: otherwise a well-formed
+/// document would be refused without a visible reason.
 QDomDocument refused(const ParseError &reason, ParseError *error)
 {
     if (reason.isLimit)
@@ -146,7 +146,7 @@ QDomDocument refused(const ParseError &reason, ParseError *error)
     return {};
 }
 
-/// Why a document of the till is not to be read.
+/// Why a document of the till must not be read.
 std::optional<ParseError> documentRefusal(const QString &text, qsizetype &treeBytes)
 {
     const qsizetype bytes = byteSize(text);
@@ -159,7 +159,7 @@ std::optional<ParseError> documentRefusal(const QString &text, qsizetype &treeBy
 QDomDocument wholeTree(const QString &text, ParseError *error)
 {
     QDomDocument document;
-    // setContent() keeps what it read before an error.
+    // setContent() keeps the part before an error, so the document is discarded.
     if (!document.setContent(text))
         return refused({1, 1, u"документ не читается"_s}, error);
     return document;
@@ -187,7 +187,7 @@ QDomDocument selected(const QString &text, const QStringList &tags, ParseError *
 template <typename Node>
 QString valueByTag(const Node &node, const QString &tag, int index)
 {
-    // Qt's list takes a negative index for a place in memory.
+    // QDomNodeList does not check for a negative index.
     if (index < 0)
         return QString();
     return node.elementsByTagName(tag).at(index).toElement().text();

@@ -6,7 +6,7 @@ namespace Log4Qt {
 
 class LoggingEvent;
 
-/// Where lines go.
+/// A destination of log lines.
 class Appender
 {
 public:
@@ -15,7 +15,7 @@ public:
     Appender(const Appender &) = delete;
     Appender &operator=(const Appender &) = delete;
 
-    /// Whether the lines are formatted by a layout.
+    /// Whether a layout formats the lines.
     virtual bool requiresLayout() const = 0;
     virtual void doAppend(const LoggingEvent &event) = 0;
 };

@@ -7,8 +7,7 @@
 
 namespace Log4Qt {
 
-/// The base of appenders written in this project: append() is never called by two threads at a
-/// time.
+/// The base of appenders in this project: calls of append() are serialized.
 class AppenderSkeleton : public Appender
 {
 public:

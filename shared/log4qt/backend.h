@@ -6,15 +6,16 @@
 #include <log4cplus/loglevel.h>
 #include <shared_mutex>
 
-/// What the slice's own files know of log4cplus; no header that the service includes reads this.
+/// Internals of log4cplus for the files of this folder; headers that the service includes do not
+/// include this one.
 namespace Log4Qt::backend {
 
 log4cplus::LogLevel toLog4cplus(Level level);
 Level fromLog4cplus(log4cplus::LogLevel level);
 
-/// log4cplus takes its loggers and appenders down when the process ends, while workers may still
-/// log. A line passes with the lock held for reading. The end sets `closed`, which sends every
-/// later line straight to standard output, and then waits for the lock.
+/// log4cplus destroys its loggers and appenders at process exit, while workers may still log. Each
+/// line holds the lock for reading. At exit `closed` is set first, which sends later lines straight
+/// to standard output; then the lock is taken for writing.
 struct Gate
 {
     std::shared_mutex mutex;

@@ -5,7 +5,7 @@
 
 namespace Log4Qt {
 
-/// The weight of a line. Ordered: a logger at a level writes that level and everything above.
+/// The severity of a line. Ordered: a logger writes its own level and all higher ones.
 class Level
 {
 public:
@@ -22,16 +22,16 @@ public:
         OFF_INT = 255
     };
 
-    // NOLINTNEXTLINE(google-explicit-constructor): callers pass the values themselves.
+    // NOLINTNEXTLINE(google-explicit-constructor): callers pass plain values.
     constexpr Level(Value value = NULL_INT)
         : value(value)
     {
     }
 
     constexpr int toInt() const { return value; }
-    /// The name as property files have it, such as "INFO".
+    /// The name in property files, such as "INFO".
     QString toString() const;
-    /// NULL_INT, and false in `ok`, for a text that is no level's name.
+    /// NULL_INT, and false in `ok`, for an unknown name.
     static Level fromString(const QString &level, bool *ok = nullptr);
 
     constexpr bool operator==(const Level &other) const = default;

@@ -21,7 +21,7 @@ namespace Log4Qt::backend {
 namespace {
 
 // clang-format off
-/// Longer letters first: "MMM" is not "MM" and "M".
+/// Longest first, so that "MMM" is not read as "MM" and "M".
 constexpr std::array dateTokens{
     std::pair{"yyyy"_L1, "%Y"_L1}, std::pair{"yy"_L1, "%y"_L1},
     std::pair{"MMMM"_L1, "%B"_L1}, std::pair{"MMM"_L1, "%b"_L1},
@@ -52,7 +52,7 @@ QString timeFormat(const QString &option)
     return toStrftime(format);
 }
 
-/// Keeps the place of the three digits, for the standard library knows no milliseconds.
+/// A placeholder of three characters; the standard library does not format milliseconds.
 constexpr std::string_view millisecondsMark = "\1\1\1";
 
 std::string withMillisecondsMarked(std::string format)
@@ -88,7 +88,7 @@ QList<Piece> pieces(const QString &pattern)
             result.append({QChar(), {}, {}, pattern.sliced(end, match.capturedStart() - end)});
         end = match.capturedEnd();
         const QChar letter = match.captured(u"letter"_s).front();
-        // Conversions that name a place in the source vanish: the lines carry none.
+        // Conversions for the source location are dropped: lines have none.
         if (!u"CFLMl"_s.contains(letter))
             result.append({letter, match.captured(u"width"_s), match.captured(u"option"_s),
                            match.captured()});
@@ -98,7 +98,7 @@ QList<Piece> pieces(const QString &pattern)
     return result;
 }
 
-/// A pattern of Log4Qt with the conversions of log4cplus.
+/// Converts a pattern of Log4Qt to one of log4cplus.
 QString toLog4cplus(const QString &pattern)
 {
     QString result;
@@ -143,7 +143,7 @@ void LineLayout::formatAndAppend(log4cplus::tostream &output,
     }
 }
 
-/// Empty when there is a conversion that only the library knows.
+/// Empty if the pattern has a conversion that only log4cplus supports.
 std::vector<LineLayout::Field> LineLayout::fieldsOf(const QString &pattern)
 {
     std::vector<Field> result;
@@ -208,7 +208,7 @@ void LineLayout::appendLine(const log4cplus::spi::InternalLoggingEvent &event,
     }
 }
 
-/// Too long a value loses its beginning and is not filled up again, as the library has it.
+/// As in log4cplus, a value that is too long loses its beginning and is not padded.
 void LineLayout::appendPadded(const Field &field, std::string_view value)
 {
     if (value.size() > field.most) {

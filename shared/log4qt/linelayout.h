@@ -9,17 +9,17 @@
 #include <string_view>
 #include <vector>
 
-/// How lines look. Known to the slice's own files only.
+/// Internal: the format of log lines.
 namespace Log4Qt::backend {
 
-/// A conversion pattern with the conversions of Log4Qt. Lines of a message after its first one are
-/// indented, so that a line which begins with a time is always the beginning of an event, whatever
-/// a message quotes. Control and invisible characters appear by their numbers, and a message has 64
-/// KiB at most (shared/text/escaping.h). Log4Qt itself writes messages as they are.
+/// A conversion pattern with Log4Qt's conversions. Only the first line of a message begins at the
+/// margin; the others are indented, so a line that begins with a time is always the beginning of an
+/// event, even if a message quotes log lines. Control and invisible characters are written by
+/// number, and a message has at most 64 KiB (shared/text/escaping.h). Log4Qt itself does neither.
 ///
-/// A delivery writes three lines, so patterns of nothing but time, level, category, thread and
-/// message are filled in here, at a third of what the library takes. All others are left to it.
-/// Thread: that of the appender, which calls under its lock.
+/// A delivery writes three lines. Patterns with only time, level, category, thread and message are
+/// therefore formatted here, in a third of log4cplus's time. All others are left to log4cplus.
+/// Thread: the appender's, under its lock.
 class LineLayout final : public log4cplus::PatternLayout
 {
 public:
@@ -29,7 +29,7 @@ public:
                          const log4cplus::spi::InternalLoggingEvent &event) override;
 
 private:
-    /// One piece of a line, and the room it gets, in bytes.
+    /// One field of a line and its width in bytes.
     struct Field
     {
         enum Kind
@@ -42,7 +42,7 @@ private:
             Message
         };
         Kind kind = Text;
-        /// What stands there, or the format of the time as std::put_time takes it.
+        /// The literal text, or the time's format for std::put_time.
         std::string text;
         std::size_t least = 0;
         std::size_t most = std::numeric_limits<std::size_t>::max();
@@ -54,20 +54,20 @@ private:
     void appendPadded(const Field &field, std::string_view value);
     const std::string &timeOf(const Field &field, const log4cplus::helpers::Time &time);
 
-    /// Empty where the library has to fill the line in.
+    /// Empty if log4cplus formats the line.
     const std::vector<Field> fields;
-    /// Room that is used again and again.
+    /// A buffer that is reused for each line.
     std::string line;
-    /// The last second that was written out, by the field that asked.
+    /// The last formatted second, and the field that it was formatted for.
     const Field *lastField = nullptr;
     std::time_t lastSecond = 0;
     std::string lastText;
-    /// Where its milliseconds stand.
+    /// The positions of its milliseconds.
     std::vector<std::size_t> millisecondPlaces;
 };
 
-/// A date format of Qt, such as `yyyy-MM-dd HH:mm:ss.zzz`, with the conversions of log4cplus.
-/// Letters between apostrophes stand for themselves.
+/// Converts a date format of Qt, such as `yyyy-MM-dd HH:mm:ss.zzz`, to one of log4cplus. Characters
+/// between apostrophes are literal.
 QString toStrftime(const QString &format);
 
 } // namespace Log4Qt::backend

@@ -18,7 +18,7 @@ namespace Log4Qt {
 
 namespace {
 
-/// Stands among the appenders of log4cplus for one of ours.
+/// Adapts one of our appenders to log4cplus.
 class Bridge final : public log4cplus::Appender
 {
 public:
@@ -44,8 +44,8 @@ private:
     const AppenderSharedPtr target;
 };
 
-/// The line of a worker that is still at work while the process ends. Qt's dates need objects that
-/// are gone by then.
+/// Writes the line of a worker that is still running at process exit. Qt's date functions need
+/// objects that are already destroyed then.
 void writeDirectly(const std::string &category, Level level, const QString &message)
 {
     timespec now = {};
@@ -100,7 +100,7 @@ bool Logger::additivity() const
 void Logger::setAdditivity(bool additivity)
 {
     logger->setAdditivity(additivity);
-    // log4cplus complains of a line that no appender takes.
+    // log4cplus reports an error for a line without an appender.
     if (!additivity && logger->getAllAppenders().empty())
         logger->addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
 }
@@ -122,7 +122,8 @@ void Logger::removeAppender(const AppenderSharedPtr &appender)
 void Logger::forcedLog(Level level, const QString &message) const
 {
     backend::Gate &gate = backend::gate();
-    // Asked before too: the system's lock lets readers pass a waiting writer for ever.
+    // Checked before the lock as well: with a constant stream of readers a writer could wait for
+    // ever.
     if (!gate.closed) {
         const std::shared_lock lock(gate.mutex);
         if (!gate.closed) {

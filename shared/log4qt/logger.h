@@ -15,12 +15,12 @@ class Logger;
 
 namespace Log4Qt {
 
-/// Writes the lines of one category. Made and owned by LogManager, never destroyed, so that a
-/// worker that outlives main() still writes. Thread: any.
+/// Writes the lines of one category. Owned by LogManager and never destroyed, so that a worker that
+/// outlives main() can still log. Thread: any.
 ///
-/// The forms with arguments fill %1, %2, ... one after another, so a text that itself may hold a
-/// placeholder must not be followed by another argument. A line below the logger's level costs one
-/// comparison, and its arguments are not looked at.
+/// The overloads with arguments fill %1, %2, ... one after another. So an argument whose text may
+/// contain a placeholder must be the last one. A line below the logger's level costs one
+/// comparison; its arguments are not formatted.
 class Logger
 {
 public:
@@ -30,10 +30,10 @@ public:
 
     QString name() const;
 
-    /// The logger's own level; NULL_INT takes that of the root logger.
+    /// The logger's own level; NULL_INT means the root logger's level.
     Level level() const;
     void setLevel(Level level);
-    /// The level in force.
+    /// The effective level: its own, or the root logger's.
     Level effectiveLevel() const;
     bool isEnabledFor(Level level) const
     {
@@ -45,11 +45,11 @@ public:
     bool isWarnEnabled() const { return isEnabledFor(Level::WARN_INT); }
     bool isErrorEnabled() const { return isEnabledFor(Level::ERROR_INT); }
 
-    /// Whether lines go to the appenders of the root logger too. True by default.
+    /// Whether lines also go to the root logger's appenders. True by default.
     bool additivity() const;
     void setAdditivity(bool additivity);
     void addAppender(const AppenderSharedPtr &appender);
-    /// Afterwards no line reaches `appender` from this logger any more.
+    /// After this call this logger writes no line to `appender`.
     void removeAppender(const AppenderSharedPtr &appender);
 
     void log(Level level, const QString &message) const
@@ -63,7 +63,7 @@ public:
     void warn(const QString &message) const { log(Level::WARN_INT, message); }
     void error(const QString &message) const { log(Level::ERROR_INT, message); }
 
-    // Not const, as in Log4Qt: what compiles here compiles there.
+    // Not const, as in Log4Qt, so that code compiles with either.
     template <typename T, typename... Ts>
     void trace(const QString &message, T &&first, Ts &&...rest)
     {
@@ -100,8 +100,8 @@ private:
     friend class Configurator;
     explicit Logger(const log4cplus::Logger &logger);
 
-    /// For a number Qt looks for places that want it in the user's language, too, which takes twice
-    /// as long as filling in a text.
+    /// For a number, QString::arg() also looks for localized placeholders, which takes twice as
+    /// long as with a text.
     template <typename T>
     static QString filled(const QString &message, T &&value)
     {
@@ -115,7 +115,7 @@ private:
     void forcedLog(Level level, const QString &message) const;
 
     log4cplus::Logger *const logger;
-    /// The level in force as a number, kept by LogManager.
+    /// The effective level as a number, maintained by LogManager.
     std::atomic<int> lowestEnabled{Level::OFF_INT};
 };
 

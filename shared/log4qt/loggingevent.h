@@ -4,7 +4,7 @@
 
 namespace Log4Qt {
 
-/// One line on its way to the appenders.
+/// A line as appenders receive it.
 class LoggingEvent
 {
 public:

@@ -81,18 +81,19 @@ struct LogManager::Registry
 
 LogManager::Registry &LogManager::registry()
 {
-    // Never destroyed: workers may log until the process is gone.
+    // Never destroyed: workers may log until the process ends.
     static Registry &registry = []() -> Registry & {
         log4cplus::initialize();
-        // Its idle threads are for appenders that nobody here uses; none at all is refused.
+        // The pool serves asynchronous appenders, which are not used here; log4cplus does not
+        // accept 0.
         log4cplus::setThreadPoolSize(1);
         auto &made = *new Registry;
         log4cplus::Logger root = log4cplus::Logger::getRoot();
-        // With no appender at all log4cplus complains on standard error.
+        // Without any appender log4cplus prints an error on standard error.
         root.addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
         made.root = new Logger(root);
         made.root->lowestEnabled = backend::fromLog4cplus(root.getLogLevel()).toInt();
-        // Registered after the library's own end was, so it runs before that.
+        // Registered after log4cplus's own exit handler, so it runs before that.
         std::atexit(closeAppenders);
         return made;
     }();

@@ -4,22 +4,22 @@
 
 namespace Log4Qt {
 
-/// Hands out the loggers. Thread: any.
+/// Creates and owns the loggers. Thread: any.
 class LogManager
 {
 public:
-    /// The logger of the category `name`: the same object for every call with that name.
+    /// The logger of the category `name`; always the same object for one name.
     static Logger *logger(const QString &name);
-    /// The logger whose level and appenders hold for every category that has none of its own.
+    /// The logger whose level and appenders apply to every category without its own.
     static Logger *rootLogger();
-    /// The logger on which the logging tells of itself: category "Log4Qt".
+    /// The logger of the logging library itself: category "Log4Qt".
     static Logger *logLogger();
 
-    /// Nothing below `level` is written, whatever the loggers' levels are. ALL_INT by default.
+    /// Suppresses all lines below `level`, whatever the loggers' levels. ALL_INT by default.
     static void setThreshold(Level level);
     static Level threshold();
 
-    /// Takes all appenders and levels away: nothing is written, from debug up everything enabled.
+    /// Removes all appenders and levels: levels from debug up are enabled, but no line is written.
     static void resetConfiguration();
 
 private:
@@ -28,7 +28,7 @@ private:
 
     struct Registry;
     static Registry &registry();
-    /// Recomputes the level in force of every logger.
+    /// Recomputes the effective level of every logger.
     static void updateLevels();
     static void closeAppenders();
 };

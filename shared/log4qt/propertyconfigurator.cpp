@@ -26,10 +26,11 @@ namespace Log4Qt {
 
 namespace {
 
-/// What log4cplus raises a smaller size to.
+/// log4cplus's minimum; it raises smaller sizes.
 constexpr qint64 smallestRollingSize = 200 * 1024;
 
-/// The class's own name: `org.apache.log4j.ConsoleAppender` and `Log4Qt::ConsoleAppender` are one.
+/// The name without a namespace: `org.apache.log4j.ConsoleAppender` and `Log4Qt::ConsoleAppender`
+/// are the same class.
 QString bareClass(const QString &name)
 {
     for (const auto prefix :
@@ -63,7 +64,7 @@ qint64 sizeFromText(const QString &text)
     return isNumber && value > 0 && value <= (1LL << 40) / unit ? value * unit : -1;
 }
 
-/// How often a file with this pattern begins anew: the pattern's shortest unit.
+/// The interval at which a file with this pattern is rolled: the pattern's shortest unit.
 std::string scheduleOf(const QString &strftime)
 {
     if (strftime.contains(u"%M"))
@@ -86,8 +87,8 @@ QString dateSuffix(const QDateTime &time, const std::string &strftime)
                strftime, log4cplus::helpers::from_time_t(time.toSecsSinceEpoch()), false));
 }
 
-/// Till computers are off at night. log4cplus rolls at the hour alone, so a file of an earlier day
-/// is put aside when the service starts.
+/// log4cplus rolls only at the full hour, but tills are off at night. So a file of an earlier day
+/// is rolled when the service starts.
 void rollOldFile(const QString &path, const std::string &strftime)
 {
     const QFileInfo file(path);
@@ -100,7 +101,7 @@ void rollOldFile(const QString &path, const std::string &strftime)
 
 } // namespace
 
-/// Reads properties into a plan first and carries it out when it has no mistake.
+/// Reads the properties into a plan, and carries out the plan only if it has no errors.
 class Configurator
 {
 public:
@@ -241,7 +242,7 @@ log4cplus::SharedAppenderPtr Configurator::makeAppender(const QString &name)
         if (!target.isEmpty() && !isError && target != u"STDOUT_TARGET" && target != u"System.out")
             errors.append(u"%1target: неизвестное значение '%2'"_s.arg(prefix, target));
         takeOption(prefix, u"immediateFlush"_s);
-        // A line that waits in a buffer is lost when the process is killed.
+        // Flushed after each line: a line in a buffer is lost when the process is killed.
         appender = new log4cplus::ConsoleAppender(isError, true);
     } else if (kind == u"NullAppender") {
         appender = new log4cplus::NullAppender;
@@ -313,7 +314,7 @@ log4cplus::SharedAppenderPtr Configurator::makeFileAppender(const QString &prefi
         if (text.isEmpty())
             text = u"'.'yyyy-MM-dd"_s;
         QString strftime = backend::toStrftime(text);
-        // log4cplus puts the point itself.
+        // log4cplus adds the dot itself.
         if (strftime.startsWith(u'.'))
             strftime.remove(0, 1);
         if (!strftime.contains(u'%') || strftime.contains(u'/'))
@@ -334,7 +335,8 @@ log4cplus::SharedAppenderPtr Configurator::makeFileAppender(const QString &prefi
     return log4cplus::SharedAppenderPtr(new log4cplus::FileAppender(options));
 }
 
-/// Creates the folder and tries the file, for log4cplus would tell standard error only.
+/// Creates the folder and tries to open the file, since log4cplus reports errors only on standard
+/// error.
 bool Configurator::prepareFile(const QString &key, const QString &path)
 {
     const QString folder = QFileInfo(path).path();
@@ -400,7 +402,7 @@ void Configurator::apply(const LoggerPlan &plan)
         logger->logger->addAppender(appenders.at(name));
 }
 
-/// The value of `key` with its references filled in; null when it is not there.
+/// The value of `key` with its references replaced; null without the key.
 QString Configurator::take(const QString &key)
 {
     if (!properties.contains(key))
@@ -408,7 +410,7 @@ QString Configurator::take(const QString &key)
     taken.insert(key);
     QString value = properties.property(key);
     qsizetype from = 0;
-    // A reference that leads to itself is cut off by the count.
+    // The limit stops a reference to itself.
     for (int count = 0; count < 32; ++count) {
         const qsizetype start = value.indexOf(u"${"_s, from);
         const qsizetype end = value.indexOf(u'}', start);
@@ -425,7 +427,7 @@ QString Configurator::take(const QString &key)
     return value.isNull() ? u""_s : value;
 }
 
-/// The first letter of an option's name may be a capital.
+/// An option's name may begin with a capital.
 QString Configurator::takeOption(const QString &prefix, const QString &name)
 {
     const QString capital = name.front().toUpper() + name.mid(1);
@@ -449,7 +451,7 @@ Level Configurator::takeLevel(const QString &key)
 
 void Configurator::warnOfUnknown()
 {
-    // What Log4Qt reads besides and the service has no use for.
+    // Properties of Log4Qt that the service does not use.
     static const QSet<QString> unused{u"log4j.reset"_s,         u"log4j.Debug"_s,
                                       u"log4j.configDebug"_s,   u"log4j.watchThisFile"_s,
                                       u"log4j.filterRules"_s,   u"log4j.handleQtMessages"_s,

@@ -6,19 +6,19 @@ namespace Log4Qt {
 
 class Properties;
 
-/// Sets levels and appenders as log4j properties say.
+/// Configures levels and appenders from log4j properties.
 ///
-/// Known are `log4j.rootLogger`, `log4j.logger.<category>` (`log4j.category.<category>` too),
+/// Supported are `log4j.rootLogger`, `log4j.logger.<category>` (also `log4j.category.<category>`),
 /// `log4j.additivity.<category>`, `log4j.threshold` and `log4j.appender.<name>` with the classes
 /// ConsoleAppender, FileAppender, RollingFileAppender, DailyRollingFileAppender and NullAppender
 /// and the layouts PatternLayout, SimpleLayout and TTCCLayout, as `org.apache.log4j.X` or
 /// `Log4Qt::X`.
-/// `${name}` stands for another property or for a variable of the environment. Folders of log files
-/// are created. A rolling file has at least 200 kB. Files are appended to unless told otherwise, so
-/// that a restart loses nothing.
+/// `${name}` is replaced by another property or an environment variable. Folders of log files are
+/// created. A rolling file has at least 200 kB. Files are appended to by default, so that a restart
+/// loses no lines.
 ///
-/// With an error nothing changes, and ConfiguratorHelper::configureError() has the reasons. A
-/// property that nobody knows is warned of on the logger "Log4Qt". Thread: one at a time.
+/// On an error the configuration does not change, and ConfiguratorHelper::configureError() has the
+/// reasons. An unknown property gives a warning on the logger "Log4Qt". Thread: one at a time.
 class PropertyConfigurator
 {
 public:

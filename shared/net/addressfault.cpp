@@ -10,9 +10,9 @@ namespace {
 
 constexpr qsizetype maxShownSize = 200;
 
-/// What the till wrote. QUrl keeps no part of a text that it cannot read, but quotes it where it
-/// says what is wrong: `Invalid port ...; source was "http://host:99999/"; scheme = "http", host =
-/// ...`. Only a part of it is quoted when a part is what is wrong.
+/// The text that the till wrote. QUrl does not keep the text of an invalid address but quotes it in
+/// its error: `Invalid port ...; source was "http://host:99999/"; scheme = "http", host = ...`. If
+/// only a part is invalid, only that part is quoted.
 QString writtenText(const QUrl &url)
 {
     if (url.isValid())
@@ -35,7 +35,7 @@ QString writtenText(const QUrl &url)
 
 bool beginsWithBlank(const QString &text)
 {
-    // QUrl quotes some of them encoded.
+    // QUrl percent-encodes some characters in the quotation.
     static const QString encoded[] = {u"%09"_s, u"%0A"_s, u"%0D"_s, u"%20"_s};
     return (!text.isEmpty() && text.front().isSpace())
            || std::any_of(std::begin(encoded), std::end(encoded),
@@ -57,7 +57,7 @@ QString reason(const QUrl &url, const QString &text)
     if (!isWeb(url))
         return beginsWithBlank(text) ? u"перед адресом пробел"_s
                                      : u"адрес должен начинаться с http:// или https://"_s;
-    // Of an address that it cannot read QUrl keeps the host when the port is what is wrong.
+    // If only the port of an address is invalid, QUrl keeps the host.
     if (!url.host().isEmpty())
         return u"порт должен быть числом от 1 до 65535"_s;
     if (url.isValid())
@@ -73,8 +73,8 @@ QString maskedAddress(const QString &text)
     QString shown = text;
     const qsizetype scheme = shown.indexOf("://"_L1);
     const qsizetype start = scheme < 0 ? 0 : scheme + 3;
-    // A password may hold any sign, unescaped ones too. So everything in front of the last @ may be
-    // one, and what follows may be the rest of a query.
+    // A password may contain any character, even unescaped. So everything before the last @ may be
+    // part of it, and the rest may be part of a query.
     const qsizetype at = shown.lastIndexOf(u'@');
     const auto queryStart = [&shown] {
         const auto sign = std::find_if(shown.cbegin(), shown.cend(), [](QChar symbol) {

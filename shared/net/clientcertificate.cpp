@@ -36,7 +36,7 @@ Certificate fromPkcs12(BIO *bytes, const QString &password)
 
 Certificate fromPem(BIO *bytes)
 {
-    // OpenSSL would ask for the password of an encrypted block on the terminal.
+    // Without a callback OpenSSL asks for the password of an encrypted block on the terminal.
     const auto noPassword = [](char *, int, int, void *) {
         return 0;
     };
@@ -71,7 +71,7 @@ QDateTime certificateEnd(const QString &path, const QString &password)
     const Bytes bytes(BIO_new_mem_buf(content.constData(), static_cast<int>(content.size())));
     const Certificate certificate =
         isPkcs12(path) ? fromPkcs12(bytes.get(), password) : fromPem(bytes.get());
-    // What OpenSSL says of a file that it cannot read must not pass for a fault of the next
+    // OpenSSL's error queue is per thread; left there, these errors would be reported for the next
     // exchange.
     ERR_clear_error();
     return endOf(certificate.get());

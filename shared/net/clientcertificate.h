@@ -5,12 +5,12 @@
 
 namespace http {
 
-/// Whether the file's name says that it is PKCS#12; every other is PEM.
+/// Whether the suffix of the file's name is one of PKCS#12; all other files are PEM.
 bool isPkcs12(const QString &path);
 
-/// When the client certificate in this file ends, in UTC; invalid when the file cannot be read, has
-/// no certificate, or is PKCS#12 and has another password. A PEM file may hold more: its first
-/// certificate counts.
+/// The expiry time of the client certificate in this file, in UTC. Invalid if the file cannot be
+/// read, has no certificate, or is PKCS#12 with another password. In a PEM file with several
+/// certificates the first one counts.
 QDateTime certificateEnd(const QString &path, const QString &password);
 
 } // namespace http

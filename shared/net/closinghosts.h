@@ -8,12 +8,12 @@
 #include <atomic>
 #include <chrono>
 
-/// The hosts that have closed a kept connection without announcing it. A request that is on its way
-/// when that happens is lost, and nobody can tell whether it was read. So each request to such a
-/// host gets a connection of its own.
+/// Hosts that have closed a kept-alive connection without announcing it. A request that is sent at
+/// that moment is lost, and the client cannot know whether the server read it. Therefore each
+/// request to such a host gets a new connection.
 ///
-/// A host is remembered for an hour, since a service that was restarted once is no such host for
-/// ever, and forgotten earlier when more than 64 others have come after it. Thread: any.
+/// A host is remembered for an hour, since a single restart also closes connections. It is dropped
+/// earlier when more than 64 other hosts follow. Thread: any.
 class ClosingHosts
 {
 public:
@@ -23,7 +23,7 @@ public:
     static constexpr qsizetype capacity = 64;
 
     void add(const QByteArray &host, Time now);
-    /// Takes no lock while no host is known, as on most tills.
+    /// Takes no lock while the list is empty, as on most tills.
     bool contains(const QByteArray &host, Time now) const;
 
 private:
@@ -33,7 +33,7 @@ private:
         Time end;
     };
 
-    /// In the order in which they were added last.
+    /// In the order of their last addition.
     Guarded<QList<Entry>> entries;
     std::atomic<bool> isEmpty{true};
 };

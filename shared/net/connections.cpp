@@ -18,7 +18,7 @@ void initializeCurl()
         qFatal("libcurl cannot be used: %s", curl_easy_strerror(initialized));
 }
 
-/// Names the file and the state it is in, so that a replaced file is another one.
+/// Identifies the file and its state, so that a replaced file is a different one.
 QByteArray fileIdentity(const QString &path)
 {
     const QByteArray name = QFile::encodeName(path);
@@ -57,7 +57,7 @@ Connections::~Connections()
 {
     plain.handle.reset();
     certified.handle.reset();
-    // OpenSSL's own state of the thread, which the closing above has made again.
+    // Frees OpenSSL's data of the thread, which closing the connections has created again.
     OPENSSL_thread_stop();
 }
 
@@ -84,9 +84,9 @@ Client &Connections::clientFor(const Exchange &exchange)
 
 Connections &connectionsOfThread()
 {
-    // Qt ends what it stores for a thread before it says that the thread has ended, so the service
-    // does not leave main() while a worker still closes connections, which needs OpenSSL. The
-    // storage itself is never destroyed, like the threads of others that it may outlive.
+    // Qt destroys a thread's local data before it reports the thread as finished. So main() does
+    // not return while a worker still closes connections, which needs OpenSSL. The storage itself
+    // is never destroyed, because threads of others may outlive it.
     static auto &storage = *new QThreadStorage<Connections>;
     return storage.localData();
 }

@@ -16,7 +16,7 @@ struct Exchange;
 
 namespace curl {
 
-/// What the exchanges of a client mostly have in common.
+/// Options that most exchanges of a client share.
 struct Setup
 {
     bool isSecure = false;
@@ -27,55 +27,55 @@ struct Setup
     bool operator==(const Setup &other) const = default;
 };
 
-/// A handle of libcurl and what it is set up for. Most exchanges of a worker go where the one
-/// before went, with the same headers, so these are kept in the form that libcurl takes.
+/// A libcurl handle with its current options. Most exchanges of a worker go to the same place as
+/// the one before, with the same headers, so these are kept in libcurl's form.
 struct Client
 {
     List headerLines;
     Address address;
-    /// Borrows the lines and the address above, so it ends first.
+    /// Declared after the headers and the address that it borrows, so it is destroyed first.
     Handle handle;
     /// Scheme, host and port of the address.
     QByteArray host;
-    /// What the handle is set up for; nothing when it is not.
+    /// The options that are set on the handle; empty if none.
     std::optional<Setup> setup;
     QUrl url;
     QList<std::pair<QByteArray, QByteArray>> headers;
 
-    /// Takes back whatever was set; the connections stay.
+    /// Resets all options; connections stay open.
     void forget();
     /// Closes its connections.
     void close();
 };
 
-/// The connections of one thread. libcurl keeps them in the handle that made them. Those that were
-/// opened with a client certificate have a handle of their own, which ends with its certificate, so
-/// neither a connection nor a TLS session can ever speak for another client.
+/// The connections of one thread. libcurl keeps connections per handle. Connections with a client
+/// certificate have a handle of their own, which is destroyed when the certificate changes. So
+/// neither a connection nor a TLS session is ever reused for another client.
 struct Connections
 {
     Connections() = default;
     Connections(const Connections &) = delete;
     ~Connections();
 
-    /// The client for this exchange; its handle is there.
+    /// The client for this exchange, with a valid handle.
     Client &clientFor(const Exchange &exchange);
-    /// When the certificate of the last exchange that had one ends, in UTC; invalid when its file
-    /// does not tell.
+    /// The expiry time of the last client certificate used, in UTC; invalid if the file cannot be
+    /// read.
     QDateTime certificateEnd() const { return certifiedEnd; }
 
-    /// Before the handles, since libcurl may write into it while it closes those.
+    /// Declared before the handles, since libcurl may write to it while it closes them.
     std::array<char, CURL_ERROR_SIZE> errorBuffer = {};
     KeptSockets sockets;
 
 private:
     Client plain;
     Client certified;
-    /// The files and the password that the client was made with, and what they say.
+    /// The files and the password of the client certificate in use, and its expiry time.
     QByteArray certifiedIdentity;
     QDateTime certifiedEnd;
 };
 
-/// Those of the calling thread, which end with it.
+/// The connections of the calling thread; destroyed when the thread ends.
 Connections &connectionsOfThread();
 
 } // namespace curl

@@ -14,16 +14,16 @@ namespace http {
 
 namespace {
 
-/// More of them are no packing but an attack.
+/// More codings indicate an attack.
 constexpr qsizetype maxCodings = 5;
 constexpr std::size_t pieceSize = 16 * 1024;
 constexpr qsizetype largePieceSize = 1024 * 1024;
 
 constexpr uchar gzipMagic[] = {0x1f, 0x8b};
-/// What a stream is told by: the two bytes of gzip's magic number, or of zlib's header.
+/// The length of a stream's signature: gzip's magic number or zlib's header.
 constexpr qsizetype signSize = 2;
 
-/// Takes the bytes of a body piece by piece. A false result: no more are wanted.
+/// Receives a body piece by piece. take() returns false when it wants no more.
 class Receiver
 {
 public:
@@ -31,7 +31,7 @@ public:
     virtual bool take(QByteArrayView bytes) = 0;
 };
 
-/// Ends the chain, and keeps nothing.
+/// Ends the chain; only counts the bytes.
 class Counter : public Receiver
 {
 public:
@@ -44,7 +44,7 @@ public:
     }
 };
 
-/// Ends the chain.
+/// Ends the chain; keeps the bytes.
 class Collector : public Receiver
 {
 public:
@@ -57,7 +57,7 @@ public:
     }
 };
 
-/// Undoes one coding and passes on what comes out, so that of several codings only the last result
+/// Decodes one coding and passes on the result, so that with several codings only the last result
 /// is kept in memory.
 class Inflater : public Receiver
 {
@@ -82,20 +82,20 @@ public:
     }
 
     bool take(QByteArrayView bytes) override;
-    /// What came of this coding when no more bytes follow, or take() has refused them.
+    /// The result of this coding after the last byte, or after take() has returned false.
     Unpacking outcome() const;
 
 private:
     enum class State
     {
-        /// Waits for the bytes that tell the stream.
+        /// Waits for the stream's signature.
         Start,
         Inflating,
         /// After the last stream.
         Ended,
         Broken,
         TooLarge,
-        /// The next receiver wants no more and knows why.
+        /// The next receiver wants no more; its outcome has the reason.
         Refused,
     };
 
@@ -108,9 +108,9 @@ private:
     State state = State::Start;
     z_stream stream = {};
     bool isOpen = false;
-    /// Of a gzip body that is made of several, one is whole.
+    /// At least one member of a multi-member gzip body is complete.
     bool hasWholeMember = false;
-    /// Deflate without zlib's wrapping, which has neither a sign to be told by nor a checksum.
+    /// Raw deflate without the zlib header: neither a signature nor a checksum.
     bool isBare = false;
     QByteArray sign;
     qsizetype total = 0;
@@ -132,7 +132,7 @@ bool Inflater::take(QByteArrayView bytes)
             bytes = inflatePiece(bytes);
             break;
         case State::Ended:
-            // Servers pad. But a bare stream is taken for one only when it is all that there is.
+            // Servers append padding. But a raw stream is accepted only if nothing follows it.
             if (isBare)
                 state = State::Broken;
             bytes = {};
@@ -146,7 +146,7 @@ bool Inflater::take(QByteArrayView bytes)
     return state == State::Start || state == State::Inflating || state == State::Ended;
 }
 
-/// Prepares for the stream that begins with the sign.
+/// Initializes zlib for the stream with this signature.
 bool Inflater::begin()
 {
     const auto first = static_cast<uchar>(sign.at(0));
@@ -160,8 +160,8 @@ bool Inflater::begin()
         constexpr int withGzipWrapping = 16;
         window += withGzipWrapping;
     } else {
-        // The method deflate, a window of at most 32 KiB, no dictionary, and a check digit. No bare
-        // stream begins so, and hardly a text.
+        // A zlib header: method deflate, a window of at most 32 KiB, no dictionary, a valid check
+        // value. No raw stream begins this way, and hardly any text.
         constexpr int dictionary = 0x20;
         isBare = (first & 0x0f) != Z_DEFLATED || (first >> 4) > MAX_WBITS - 8
                  || (second & dictionary) != 0 || (first * 256 + second) % 31 != 0;
@@ -178,7 +178,7 @@ bool Inflater::begin()
 QByteArrayView Inflater::inflatePiece(QByteArrayView bytes)
 {
     std::array<char, pieceSize> piece;
-    // zlib does not write there.
+    // zlib does not modify its input.
     stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(bytes.data()));
     stream.avail_in = static_cast<uInt>(bytes.size());
     int result = Z_OK;
@@ -205,7 +205,7 @@ QByteArrayView Inflater::inflatePiece(QByteArrayView bytes)
         sign.clear();
         return rest;
     }
-    // Z_BUF_ERROR: it wants more than there is.
+    // Z_BUF_ERROR: more input is needed.
     if (result != Z_OK && result != Z_BUF_ERROR)
         state = State::Broken;
     return {};
@@ -222,7 +222,7 @@ Unpacking Inflater::outcome() const
         return isGzipBegun ? Unpacking::CutOff : Unpacking::Unknown;
     }
     case State::Inflating:
-        // A text that is not packed at all often looks like the beginning of a bare stream.
+        // Plain text often looks like the beginning of a raw stream.
         return isBare ? Unpacking::Unknown : Unpacking::CutOff;
     case State::Ended:
     case State::Refused:
@@ -235,7 +235,7 @@ Unpacking Inflater::outcome() const
     return Unpacking::Unknown;
 }
 
-/// The codings in the order in which they were applied; nothing when one is not known.
+/// The codings in the order of their application; nothing if one is unknown.
 std::optional<QList<Inflater::Coding>> codingsOf(const QByteArray &value)
 {
     QList<Inflater::Coding> codings;
@@ -256,7 +256,7 @@ std::optional<QList<Inflater::Coding>> codingsOf(const QByteArray &value)
     return codings;
 }
 
-/// Undoes the codings, the one that was applied last first.
+/// Decodes the codings, last applied first.
 class Chain
 {
 public:
@@ -284,7 +284,7 @@ private:
     Receiver *first;
 };
 
-/// The bytes in pieces, with never both forms of them in memory.
+/// Splits the bytes into pieces; never holds a second full copy.
 std::vector<QByteArray> takenApart(QByteArray bytes)
 {
     std::vector<QByteArray> pieces;
@@ -308,7 +308,7 @@ Unpacking unpack(QByteArray &body, const QByteArray &codings, qsizetype maxSize)
     if (known->isEmpty() || body.isEmpty())
         return Unpacking::Done;
 
-    // The body is needed until the end when it cannot be unpacked, so that is found out first.
+    // A body that cannot be decoded must stay unchanged, so the first pass only checks.
     Counter counter;
     Chain trial(*known, counter, maxSize);
     trial.take(body);

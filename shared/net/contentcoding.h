@@ -7,17 +7,17 @@ namespace http {
 enum class Unpacking
 {
     Done,
-    /// A coding that is not known here, or bytes that are not packed as the header says.
+    /// An unknown coding, or bytes that are not in the coding that the header names.
     Unknown,
-    /// It is packed as the header says, and ends too early.
+    /// The data is in that coding but truncated.
     CutOff,
     TooLarge,
 };
 
-/// Takes `body` out of `codings`, the comma-joined values of `Content-Encoding` in the order in
-/// which they were applied, or leaves it as it is. gzip and deflate are known, the latter with and
-/// without the wrapping of zlib. Each of the codings may unpack to `maxSize` bytes. Of a large body
-/// hardly more is in memory than the larger of both forms.
+/// Decodes `body`, or leaves it unchanged on failure. `codings` are the comma-joined values of
+/// `Content-Encoding`, in the order of their application. Supported are gzip and deflate, the
+/// latter with and without the zlib header. Each decoding may produce at most `maxSize` bytes. For
+/// a large body, peak memory is little more than the larger of its two forms.
 Unpacking unpack(QByteArray &body, const QByteArray &codings, qsizetype maxSize);
 
 } // namespace http

@@ -37,8 +37,8 @@ bool isHeaderTooLarge(const Circumstances &failed)
     return failed.transfer.isHeaderTooLarge;
 }
 
-/// A line of a head that libcurl does not take comes as a lack of memory, or by the code that has
-/// its name only in newer versions.
+/// For a header line that is too long, libcurl reports a lack of memory, or in newer versions a
+/// code of its own.
 bool isLineTooLong(const Circumstances &failed)
 {
     constexpr int tooLarge = 100;
@@ -52,13 +52,13 @@ bool isRequestTooLong(const Circumstances &failed)
     return isLineTooLong(failed) && !failed.isRequestSent;
 }
 
-/// A request that must not be repeated ends at this side, whatever the proxy did.
+/// A repeat that we refused is our own end of the exchange, whatever the proxy did.
 bool isByProxy(const Circumstances &failed)
 {
     return !failed.proxy.isEmpty() && !failed.transfer.isRepeatRefused;
 }
 
-/// libcurl cannot read the address of the proxy, which it tells with another code each time.
+/// libcurl cannot parse the proxy's address; its error code for that varies.
 bool isProxyUnusable(const Circumstances &failed)
 {
     return isByProxy(failed) && says(failed, {"Unsupported proxy"});
@@ -113,26 +113,26 @@ bool isOfTls(const Circumstances &failed)
     return says(failed, {"SSL"});
 }
 
-/// One way in which an exchange fails.
+/// One kind of failure.
 struct Failure
 {
-    /// libcurl's; none of them: whatever it gives.
+    /// libcurl's codes; if empty, the row applies to any code.
     std::array<CURLcode, 4> codes;
     bool (*condition)(const Circumstances &);
     int error;
     http::FailureKind kind;
     /// The key of the text in the translations.
     QStringView key;
-    /// The values for its names are those of textOf().
+    /// The placeholders' values come from textOf().
     QStringView text;
 };
 
 using http::FailureKind;
 
 // clang-format off
-/// The first row that applies says what happened.
+/// The first matching row counts.
 constexpr Failure failures[] = {
-    // This side ends what does not fit.
+    // Limits of our own.
     {{}, isBodyTooLarge, http::unknownNetworkError, FailureKind::Service,
      u"networkErrorTooLarge", u"Ответ сервера {host} больше 16 МиБ"},
     {{}, isHeaderTooLarge, http::unknownNetworkError, FailureKind::Service,
@@ -142,7 +142,7 @@ constexpr Failure failures[] = {
     {{}, isLineTooLong, http::unknownNetworkError, FailureKind::Service,
      u"networkErrorTooLarge", u"Слишком длинный заголовок в ответе сервера {host}"},
 
-    // Between this side and the proxy.
+    // The connection to the proxy.
     {{}, isProxyUnusable, http::proxyNotFoundError, FailureKind::Network,
      u"networkErrorProxy", u"Прокси-сервер {proxy}: недопустимый адрес в network:proxy"},
     {{CURLE_COULDNT_RESOLVE_PROXY}, isByProxy, http::proxyNotFoundError, FailureKind::Network,
@@ -163,7 +163,7 @@ constexpr Failure failures[] = {
      http::proxyClosedError, FailureKind::Network,
      u"networkErrorProxy", u"Прокси-сервер {proxy} не соединил с сервером {server} ({reason})"},
 
-    // The way to the server.
+    // The connection to the server.
     {{CURLE_COULDNT_RESOLVE_HOST}, isAlways, http::hostNotFoundError, FailureKind::Network,
      u"networkErrorHost", u"Не найден адрес сервера {host}"},
     {{CURLE_COULDNT_CONNECT}, isRefused, http::connectionRefusedError, FailureKind::Network,
@@ -208,8 +208,7 @@ bool applies(const Failure &failure, const Circumstances &failed)
            && failure.condition(failed);
 }
 
-/// Puts the values in the place of the names in braces. In one pass, since a value may have braces
-/// too.
+/// Replaces names in braces by their values. In one pass, since a value may contain braces.
 QString filled(QStringView text, const QHash<QStringView, QString> &values)
 {
     QString result;
@@ -273,7 +272,7 @@ Circumstances circumstancesOf(CURLcode code, const Transfer &transfer, const Exc
     failed.server = serverText(exchange.url);
     failed.certificatePath = exchange.certificatePath;
     failed.timeout = exchange.timeout;
-    // Below 200 it is not the answer yet.
+    // A status below 200 is an interim response.
     failed.status = status < 200 ? 0 : status;
     failed.transfer = transfer;
     return failed;

@@ -10,49 +10,49 @@
 
 struct Exchange;
 
-/// Why no whole answer came.
+/// Why an exchange has no complete answer.
 namespace curl {
 
-/// What a proxy answers that wants other credentials.
+/// A proxy's status for missing or wrong credentials.
 constexpr int proxyAuthenticationStatus = 407;
 
-/// What is known of an exchange that failed.
+/// The facts about a failed exchange.
 struct Circumstances
 {
-    /// What libcurl gives for it. CURLE_PARTIAL_FILE for an answer that libcurl took and that is
-    /// not whole.
+    /// libcurl's code; CURLE_PARTIAL_FILE for an answer that libcurl accepted although it is
+    /// truncated.
     CURLcode code = CURLE_OK;
-    /// libcurl's own words, which alone tell some causes apart.
+    /// libcurl's error text, which alone distinguishes some causes.
     QByteArray detail;
-    /// The system's number for a connection that could not be made.
+    /// The errno of a failed connection.
     long systemError = 0;
-    /// The proxy, as host:port; empty when the exchange went straight to the server.
+    /// The proxy as host:port; empty for a direct exchange.
     QString proxy;
-    /// What the proxy answered to the request for a tunnel; 0 for nothing.
+    /// The proxy's answer to CONNECT; 0 without one.
     long tunnelStatus = 0;
-    /// A proxy makes a tunnel for such an exchange.
+    /// An https exchange; over a proxy it uses CONNECT.
     bool isSecure = false;
-    /// The connection to the server, or to the proxy, came about.
+    /// The connection to the server, or to the proxy, was established.
     bool isConnected = false;
-    /// Some bytes of the request went out.
+    /// Some bytes of the request were sent.
     bool isRequestSent = false;
-    /// The server, with its port where the address names one.
+    /// The server, with its port if the address contains one.
     QString server;
     QString certificatePath;
     std::chrono::milliseconds timeout{0};
-    /// The status that arrived ahead of the failure; 0 for none.
+    /// The status that was received before the failure; 0 for none.
     int status = 0;
     Transfer transfer;
 };
 
-/// `proxy` is the one in use, empty for none. After curl_easy_perform(), before the handle is
+/// `proxy`: the proxy in use, empty for none. Call after curl_easy_perform(), before the handle is
 /// reset.
 Circumstances circumstancesOf(CURLcode code, const Transfer &transfer, const Exchange &exchange,
                               const QString &proxy);
 
 http::Response failureFor(const Circumstances &circumstances);
 
-/// The file of a client's certificate or key is not there.
+/// The failure for a missing certificate or key file.
 http::Response missingCertificateFile(const QString &path);
 
 } // namespace curl

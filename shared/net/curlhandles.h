@@ -3,7 +3,7 @@
 #include <curl/curl.h>
 #include <memory>
 
-/// What libcurl hands out, with its end.
+/// libcurl's handles as owning pointers.
 namespace curl {
 
 struct Deleter
@@ -18,7 +18,7 @@ using Address = std::unique_ptr<CURLU, Deleter>;
 using List = std::unique_ptr<curl_slist, Deleter>;
 using Mime = std::unique_ptr<curl_mime, Deleter>;
 
-/// A value that libcurl knows of the last exchange; 0 when it does not.
+/// A number that libcurl reports for the last exchange; 0 if unavailable.
 inline long longInfo(CURL *handle, CURLINFO info)
 {
     long value = 0;

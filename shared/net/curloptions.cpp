@@ -8,9 +8,9 @@
 
 namespace {
 
-/// libcurl cuts off the fraction of the seconds that a connection was idle before it compares.
+/// libcurl truncates the idle time to whole seconds before it compares.
 constexpr long maxWholeIdleSeconds = curl::maxIdle.count() - 1;
-/// A bundle of trusted certificates that was replaced is seen after this time.
+/// A replaced CA bundle takes effect within this time.
 constexpr std::chrono::seconds caCacheTime{60};
 
 constexpr auto userAgent = "queue/" QUEUE_VERSION;
@@ -20,7 +20,7 @@ void append(curl::List &list, const QByteArray &line)
     list.reset(curl_slist_append(list.release(), line.constData()));
 }
 
-/// A header as libcurl takes it, which for one without a value is with a semicolon.
+/// A header in libcurl's form: one without a value ends with a semicolon.
 QByteArray headerLine(const QByteArray &name, const QByteArray &value)
 {
     return value.isEmpty() ? name + ';' : name + ": " + value;
@@ -31,11 +31,11 @@ curl::List headerList(const Exchange &exchange)
     curl::List list;
     for (const auto &[name, value] : exchange.headers)
         append(list, headerLine(name, value));
-    // A line that comes from an option of its own is written again for each request.
+    // As a header: CURLOPT_USERAGENT would be formatted again for each request.
     if (!exchange.hasHeader("User-Agent"))
         append(list, headerLine("User-Agent", userAgent));
-    // What libcurl would add by itself: a wait before larger bodies, and a type that raw bytes do
-    // not have.
+    // Removes libcurl's defaults: the wait of "Expect" before larger bodies, and a wrong type for
+    // raw bytes.
     append(list, "Expect:");
     if (!exchange.hasHeader("Content-Type") && exchange.parts.isEmpty())
         append(list, "Content-Type:");
@@ -55,7 +55,7 @@ void setClientCertificate(CURL *handle, const Exchange &exchange)
                          QFile::encodeName(exchange.privateKeyPath).constData());
         curl_easy_setopt(handle, CURLOPT_SSLKEYTYPE, "PEM");
     }
-    // Also when it is empty: without a password OpenSSL would ask for one on the terminal.
+    // Even if empty: otherwise OpenSSL asks for a password on the terminal.
     curl_easy_setopt(handle, CURLOPT_KEYPASSWD, exchange.certificatePassword.toUtf8().constData());
 }
 
@@ -66,7 +66,7 @@ void setTls(CURL *handle, const Exchange &exchange, const QString &caFile)
     curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
     curl_easy_setopt(handle, CURLOPT_CA_CACHE_TIMEOUT, long{caCacheTime.count()});
     if (!caFile.isEmpty()) {
-        // The file takes the place of the system's bundle; the system's folder holds the same
+        // CURLOPT_CAINFO replaces the system's bundle; the system's folder contains the same
         // certificates.
         curl_easy_setopt(handle, CURLOPT_CAINFO, QFile::encodeName(caFile).constData());
         curl_easy_setopt(handle, CURLOPT_CAPATH, "/etc/ssl/certs");
@@ -76,11 +76,11 @@ void setTls(CURL *handle, const Exchange &exchange, const QString &caFile)
 
 void setProxy(CURL *handle, const curl::Setup &setup)
 {
-    // Set even when empty: the environment has no say.
+    // Even if empty, so that proxy variables of the environment have no effect.
     curl_easy_setopt(handle, CURLOPT_PROXY, setup.proxy.toUtf8().constData());
     curl_easy_setopt(handle, CURLOPT_NOPROXY, setup.noProxy.toUtf8().constData());
     curl_easy_setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    // What a proxy is told that makes a tunnel; it does not see the headers of the request.
+    // The user agent of CONNECT; the proxy does not see the request's headers.
     curl_easy_setopt(handle, CURLOPT_USERAGENT, setup.proxy.isEmpty() ? nullptr : userAgent);
 }
 
@@ -101,8 +101,8 @@ void setAddress(curl::Client &client, const QUrl &url)
     CURL *const handle = client.handle.get();
     const QByteArray text = url.toEncoded(QUrl::RemoveFragment | QUrl::FullyEncoded);
     curl_easy_setopt(handle, CURLOPT_URL, text.constData());
-    // Taken apart once; from the text libcurl would do it for each request. What it cannot take
-    // apart it tells of when it is asked to go there.
+    // Parsed once; from a text libcurl would parse it for each request. An address that libcurl
+    // cannot parse is reported when the exchange starts.
     curl::Address address(curl_url());
     const bool isUsable =
         curl_url_set(address.get(), CURLUPART_URL, text.constData(), CURLU_PATH_AS_IS) == CURLUE_OK;
@@ -119,7 +119,7 @@ void setVerbAndBody(CURL *handle, const Exchange &exchange, const curl::Mime &pa
         curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
         return;
     }
-    // Takes back what the last exchange asked for.
+    // Undoes the method of the last exchange.
     curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
     static const QList<QByteArray> bodyless = {"GET", "DELETE", "OPTIONS", "TRACE"};
     if (parts) {
@@ -158,11 +158,12 @@ void setUp(Client &client, const Exchange &exchange, const Setup &setup)
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
-    // libcurl would make an answer that it cannot unpack a failure, and what was delivered would go
-    // out again. So it asks for no packing and leaves it alone.
+    // libcurl would fail on an answer that it cannot decode, and the message, although delivered,
+    // would be sent again. So libcurl neither asks for compression nor decodes.
     curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, nullptr);
     curl_easy_setopt(handle, CURLOPT_MAXAGE_CONN, maxWholeIdleSeconds);
-    // Signals would hit another thread, and a name lookup that hangs must not outlast the timeout.
+    // Signals would interrupt another thread. Without them, libcurl's resolver thread keeps to the
+    // timeout.
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
     setProxy(handle, setup);

@@ -5,22 +5,22 @@
 
 struct Exchange;
 
-/// What libcurl is told. The options of a handle stay until Client::forget().
+/// The options of libcurl handles. They stay set until Client::forget().
 namespace curl {
 
-/// What the settings say for this exchange.
+/// The options that the settings give for this exchange.
 Setup setupFor(const Exchange &exchange);
 
-/// What all exchanges of a client have in common. Does nothing when the client is set up so.
+/// Sets the options that all exchanges of a client share. Does nothing if they are set already.
 void setUp(Client &client, const Exchange &exchange, const Setup &setup);
 
-/// What is this exchange's own. `transfer` and `parts` must live until it has ended.
+/// Sets the options of this exchange alone. `transfer` and `parts` must outlive it.
 void setRequest(Client &client, const Exchange &exchange, Transfer &transfer, const Mime &parts);
 
-/// The parts of a request, null when it has none.
+/// The multipart sections of a request; null if it has none.
 Mime partsOf(CURL *handle, const Exchange &exchange);
 
-/// Whether the exchange may use a connection that is open, and leave its own open.
+/// Whether the exchange may reuse an open connection and leave its own open.
 void setReuse(CURL *handle, bool isAllowed);
 
 } // namespace curl

@@ -17,10 +17,10 @@ using curl::Client;
 using curl::Setup;
 using curl::Transfer;
 
-/// libcurl keeps each line of a head in a block of its own, and a thread its memory after that.
+/// libcurl allocates each header line separately, and the thread's heap keeps that memory.
 constexpr qsizetype largeHeaderSize = 64 * 1024;
 
-/// The file of the certificate or key that is not there, empty when all are.
+/// The missing certificate or key file; empty if all exist.
 QString missingFile(const Exchange &exchange)
 {
     if (!exchange.isSecure())
@@ -38,8 +38,7 @@ bool isRepeatable(const QByteArray &verb)
     return repeatable.contains(verb);
 }
 
-/// Whether the kept connection that the request went out on was closed before a byte of the answer
-/// came.
+/// Whether the kept connection was closed before the first byte of the answer.
 bool hasLostKeptConnection(CURLcode code, const Transfer &transfer)
 {
     const bool isBroken =
@@ -67,7 +66,7 @@ CURLcode carryOut(const Client &client, Transfer &transfer)
     return code;
 }
 
-/// Takes the body of an answer out of its codings. False when that shows that it is not whole.
+/// Decodes the body of an answer. False if the body is truncated.
 bool unpackBody(Transfer &transfer)
 {
     if (transfer.contentCodings.isEmpty())
@@ -80,13 +79,13 @@ bool unpackBody(Transfer &transfer)
         return false;
     case http::Unpacking::Done:
     case http::Unpacking::Unknown:
-        // An answer is an answer: what was delivered must not go out again.
+        // Still an answer: a delivered message must not be sent again.
         break;
     }
     return true;
 }
 
-/// Asks libcurl's own rule, so only when it is needed.
+/// Runs libcurl's own rule, so call it only when needed.
 QString proxyFor(const Exchange &exchange, const Setup &setup)
 {
     return proxyInUse(exchange.url.host(), setup.proxy, setup.noProxy);
@@ -104,7 +103,7 @@ http::Response responseOf(CURLcode code, const Exchange &exchange, const Setup &
     const auto status = static_cast<int>(curl::longInfo(transfer.handle, CURLINFO_RESPONSE_CODE));
     if (!transfer.isHeadWhole || status < 200)
         return failed(CURLE_PARTIAL_FILE, {});
-    // What answers so is the proxy. The server has not seen the request.
+    // The answer came from the proxy; the server has not seen the request.
     if (status == curl::proxyAuthenticationStatus && !setup.isSecure && isHttpProxy(setup.proxy)) {
         const QString proxy = proxyFor(exchange, setup);
         transfer.isProxyRefusal = !proxy.isEmpty();
@@ -139,8 +138,9 @@ ExchangeOutcome outcomeOf(const Exchange &exchange, const http::Response &respon
     return outcome;
 }
 
-/// Leaves the client fit for the next exchange. libcurl counts the connections that broke under one
-/// set-up and gives up after five of them, and parts must not be gone before it has let go of them.
+/// Prepares the client for the next exchange. libcurl counts broken connections per set of options
+/// and gives up after five, so a failed exchange resets the options. Multipart sections must
+/// outlive their use by the handle.
 void letGo(Client &client, CURLcode code, const Transfer &transfer, bool hasParts)
 {
     const bool isHeadLarge = transfer.headerSize > largeHeaderSize;

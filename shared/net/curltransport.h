@@ -2,5 +2,5 @@
 
 #include "shared/net/exchange.h"
 
-/// Carries out one exchange over the connections that libcurl keeps for the calling thread.
+/// Performs one exchange over the calling thread's connections.
 ExchangeOutcome performExchange(const Exchange &exchange);

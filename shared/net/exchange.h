@@ -10,26 +10,26 @@
 #include <chrono>
 #include <optional>
 
-/// One request, checked and complete, as it goes out.
+/// A request after all checks, ready to be sent.
 struct Exchange
 {
     QByteArray verb;
     /// An absolute http or https address.
     QUrl url;
     QList<std::pair<QByteArray, QByteArray>> headers;
-    /// The names of headers that HTTP does not allow, which are not among the others.
+    /// Header names that HTTP does not allow; these headers are not in `headers`.
     QByteArrayList refusedHeaders;
     QByteArray body;
     QList<http::Part> parts;
-    /// Bounds the whole exchange.
+    /// Limits the whole exchange.
     std::chrono::milliseconds timeout{0};
     QString certificatePath;
     QString certificatePassword;
     QString privateKeyPath;
-    /// Whether the caller wants the header lines of the answer.
+    /// Whether to keep the header lines of the answer.
     bool keepHeaders = false;
 
-    /// In whatever case it is written.
+    /// Case-insensitive.
     bool hasHeader(const char *name) const;
     bool isSecure() const;
 };
@@ -37,15 +37,15 @@ struct Exchange
 struct ExchangeOutcome
 {
     http::Response response;
-    /// The header lines of the answer, status line first, when they were to be kept: the first 8
-    /// KiB of them, in whole lines.
+    /// The header lines of the answer, status line first, if they were to be kept: the first 8 KiB,
+    /// whole lines only.
     QList<QByteArray> headerLines = {};
-    /// The size of the lines that were left out after these.
+    /// The size of the header lines beyond that limit.
     qsizetype omittedHeaderBytes = 0;
-    /// The client certificate that was used, empty for none, and when it ends, in UTC; invalid when
-    /// the file does not tell.
+    /// The client certificate that was used, empty for none, and its expiry time in UTC; invalid if
+    /// the file cannot be read.
     QString certificatePath = {};
     QDateTime certificateEnd = {};
-    /// The clock of this machine minus the Date of the answer; nothing when it has no readable one.
+    /// This machine's clock minus the Date of the answer; nothing without a valid Date.
     std::optional<std::chrono::seconds> clockDifference = {};
 };

@@ -9,7 +9,7 @@ namespace {
 
 using http::FailureKind;
 
-/// What the statuses from `first` to `last` say.
+/// The meaning of the statuses from `first` to `last`.
 struct StatusMeaning
 {
     int first;
@@ -19,37 +19,37 @@ struct StatusMeaning
 };
 
 // clang-format off
-/// The first row that has the status counts.
+/// The first matching row counts.
 constexpr StatusMeaning statusMeanings[] = {
     {200, 299, http::noError,                  FailureKind::None},
     {400, 400, http::badRequestError,          FailureKind::Request},
     {401, 401, http::authenticationError,      FailureKind::Credentials},
-    // The account at the service is not paid for.
+    // Payment required: the account at the service has not been paid for.
     {402, 402, http::otherContentError,        FailureKind::Credentials},
     {403, 403, http::accessDeniedError,        FailureKind::Credentials},
     {404, 404, http::notFoundError,            FailureKind::Request},
     {405, 405, http::methodNotAllowedError,    FailureKind::Request},
     {407, 407, http::proxyAuthenticationError, FailureKind::Credentials},
-    // The service did not get the request in its time.
+    // Request timeout.
     {408, 408, http::otherContentError,        FailureKind::Service},
     {409, 409, http::conflictError,            FailureKind::Request},
     {410, 410, http::goneError,                FailureKind::Request},
     {418, 418, http::badRequestError,          FailureKind::Request},
-    // Misdirected, locked, waiting for another request, too early: the same request may pass later.
+    // Misdirected, locked, failed dependency, too early: the same request may succeed later.
     {421, 421, http::otherContentError,        FailureKind::Service},
     {423, 425, http::otherContentError,        FailureKind::Service},
     // Too many requests.
     {429, 429, http::otherContentError,        FailureKind::Service},
-    // Closed for legal reasons.
+    // Unavailable for legal reasons.
     {451, 451, http::otherContentError,        FailureKind::Service},
     {400, 499, http::otherContentError,        FailureKind::Request},
     {500, 500, http::internalServerError,      FailureKind::Service},
     {501, 501, http::notImplementedError,      FailureKind::Service},
     {503, 503, http::unavailableError,         FailureKind::Service},
-    // Said by a gateway on the way, such as a hotspot, that wants a login first.
+    // Network authentication required: from a gateway on the way, such as a hotspot.
     {511, 511, http::otherServerError,         FailureKind::Network},
     {500, 999, http::otherServerError,         FailureKind::Service},
-    // A redirect has not been carried out; neither has what no answer should have.
+    // Redirects are not followed; any other status below 400 is not valid here.
     {  0, 399, http::otherContentError,        FailureKind::Service},
 };
 // clang-format on

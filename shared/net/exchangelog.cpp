@@ -10,8 +10,7 @@ namespace {
 
 constexpr qsizetype maxLoggedSize = 4096;
 
-/// A till's message may bring a header or a query of its own with the key of a service in it; the
-/// name gives it away.
+/// A message may contain a service's key in a header or in the query; its name shows that.
 bool isSecretName(const QString &name)
 {
     static const QStringList marks = {u"password"_s, u"passwd"_s,        u"token"_s,
@@ -46,8 +45,8 @@ QUrl withoutSecrets(QUrl url)
     return url;
 }
 
-/// The name of a header that HTTP does not allow, as the log may show it: up to where a value may
-/// begin, since a till may have put a whole line into the name.
+/// A refused header name for the log, cut where a value may begin: the till may have written a
+/// whole line into the name.
 QString shownName(const QByteArray &name)
 {
     constexpr qsizetype maxShownSize = 64;
@@ -65,7 +64,7 @@ QString exchangelog::excerpt(const QByteArray &bytes, qsizetype omitted)
 {
     QByteArray start = bytes.left(maxLoggedSize);
     if (start.size() < bytes.size()) {
-        // Not in the middle of a letter.
+        // Not in the middle of a UTF-8 character.
         while (!start.isEmpty() && (bytes.at(start.size()) & 0xC0) == 0x80)
             start.chop(1);
     }

@@ -6,24 +6,23 @@
 #include <QStringList>
 #include <QUrl>
 
-/// The parts of the log lines about an exchange. Each is on one line. Values whose names tell of a
-/// secret are left out; a secret in a body is not found.
+/// The parts of log lines about an exchange, each on one line. Values are omitted if their name
+/// suggests a secret; secrets inside a body are not detected.
 namespace exchangelog {
 
-/// The first 4096 bytes as a text, with their number when there are more. `omitted` bytes were left
-/// out after them before.
+/// The first 4096 bytes as text, followed by the total size if there are more. `omitted`: bytes
+/// that were already cut off.
 QString excerpt(const QByteArray &bytes, qsizetype omitted = 0);
 
-/// The address without its password, and without the values of the query's members whose names tell
-/// of a secret.
+/// The address without its password and without query values whose names suggest a secret.
 QString addressText(const QUrl &url);
 
-/// Header lines, without the values of those whose names tell of a secret or are among
-/// `secretNames`, in any case. `omittedBytes` were left out after them before.
+/// Header lines, without values whose names suggest a secret or are among `secretNames`
+/// (case-insensitive). `omittedBytes`: bytes that were already cut off.
 QString headersText(const QList<QByteArray> &lines, qsizetype omittedBytes,
                     const QStringList &secretNames);
 
-/// The warning about headers that were not sent, as HTTP does not allow their names.
+/// The warning about headers that were not sent because HTTP does not allow their names.
 QString refusedHeadersText(const QByteArrayList &names);
 
 } // namespace exchangelog

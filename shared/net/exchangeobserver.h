@@ -10,28 +10,27 @@
 
 namespace http {
 
-/// What one exchange came to.
+/// The result of one exchange.
 struct ExchangeReport
 {
     FailureKind kind = FailureKind::None;
-    /// The status that arrived; 0 when none did, and for plain TCP.
+    /// The received status; 0 for none, and for plain TCP.
     int status = 0;
-    /// What went wrong, in a Russian sentence without secrets; empty after a clean exchange.
+    /// The error, as a Russian sentence without secrets; empty after success.
     QString text = {};
     /// The path of the request's address, without its query; empty for plain TCP.
     QString path = {};
-    /// The name or the address of the server, without the port; empty for plain TCP.
+    /// The server's name or address, without the port; empty for plain TCP.
     QString host = {};
-    /// The file of the client certificate that was used; empty for none.
+    /// The client certificate that was used; empty for none.
     QString certificatePath = {};
-    /// When that certificate ends, in UTC; invalid when the file does not tell.
+    /// Its expiry time, in UTC; invalid if the file cannot be read.
     QDateTime certificateEnd = {};
-    /// The till's clock minus the Date of the answer, to the second; nothing when no readable Date
-    /// came.
+    /// The till's clock minus the Date of the answer, in seconds; nothing without a valid Date.
     std::optional<std::chrono::seconds> clockDifference = {};
 };
 
-/// Is told of the exchanges that a thread makes, in their order, as each has ended.
+/// Receives the result of each exchange of a thread, in order, when the exchange has ended.
 class ExchangeObserver
 {
 public:
@@ -41,8 +40,8 @@ protected:
     ~ExchangeObserver() = default;
 };
 
-/// While it lives, its observer is told of this thread's exchanges, and the one before it is not.
-/// On the stack of the thread that makes the exchanges.
+/// While it exists, its observer receives the results of this thread's exchanges, in place of the
+/// previous observer. Lives on the stack of that thread.
 class ExchangeObservation
 {
 public:
@@ -54,7 +53,7 @@ private:
     ExchangeObserver *former;
 };
 
-/// Tells the thread's observer, if it has one. For the clients of this folder.
+/// Passes the report to the thread's observer, if any. For the clients in this folder.
 void tellObserver(const ExchangeReport &report);
 
 } // namespace http

@@ -4,10 +4,10 @@
 
 namespace http {
 
-/// Whether the text is a word as HTTP allows it for verbs and header names.
+/// Whether the text is a token by HTTP's grammar, as verbs and header names are.
 bool isToken(const QByteArray &text);
 
-/// The text with blanks for line breaks, which would begin a header of their own.
+/// The text with line breaks replaced by blanks; a line break would begin another header.
 QByteArray oneLine(QByteArray text);
 
 } // namespace http

@@ -9,7 +9,7 @@ constexpr std::array<QByteArrayView, 7> dayNames = {"Mon", "Tue", "Wed", "Thu",
 constexpr std::array<QByteArrayView, 12> monthNames = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-/// The form with the places of its digits; every other sign is there as it is written here.
+/// The format: 0 is a digit, blanks are the names of day and month, other characters are literal.
 constexpr QByteArrayView dateForm = "   , 00     0000 00:00:00 GMT";
 
 bool hasForm(QByteArrayView text)
@@ -30,7 +30,7 @@ int numberAt(QByteArrayView text, qsizetype start, qsizetype size)
     return text.sliced(start, size).toInt();
 }
 
-/// The place of a name among `names`; their number when it is none of them.
+/// The index of a name in `names`; their number if not found.
 template <std::size_t Size>
 std::size_t placeOf(QByteArrayView name, const std::array<QByteArrayView, Size> &names)
 {

@@ -7,8 +7,8 @@
 
 namespace http {
 
-/// The time that a header such as `Date: Sun, 06 Nov 1994 08:49:37 GMT` names; nothing when it has
-/// another form or names no time. The name of the day is not compared with the date.
+/// The time in a header such as `Date: Sun, 06 Nov 1994 08:49:37 GMT`; nothing for another format
+/// or an impossible time. The day's name is not checked against the date.
 std::optional<std::chrono::sys_seconds> parseDate(QByteArrayView text);
 
 } // namespace http

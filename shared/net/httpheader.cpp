@@ -9,8 +9,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The path of the target in a request line: what is between the server's name, if one is given,
-/// and the query.
+/// The path of a request target: the part between the server's name, if any, and the query.
 QByteArray encodedPath(QByteArray target)
 {
     const auto isEnd = [](char c) {

@@ -6,7 +6,7 @@
 
 #include <utility>
 
-/// The lines behind the first line of an HTTP message.
+/// The header lines of an HTTP message.
 class BasicHeader
 {
 public:
@@ -15,9 +15,9 @@ public:
     void setContentType(const QString &type);
     void setContentLength(int bytes);
 
-    /// Replaces the value of the line `name`, which is compared in any case.
+    /// Replaces the value of the header `name` (case-insensitive).
     void setValue(const QByteArray &name, const QByteArray &value);
-    /// Empty when there is no such line.
+    /// Empty without such a header.
     QByteArray value(const QByteArray &name) const;
     bool contains(const QByteArray &name) const;
 
@@ -28,7 +28,7 @@ private:
     QList<std::pair<QByteArray, QByteArray>> lines;
 };
 
-/// The head of a request that came in.
+/// The head of a received request.
 class RequestHeader : public BasicHeader
 {
 public:
@@ -36,12 +36,12 @@ public:
     /// `requestLine` is the first line without its line end, such as "GET /status HTTP/1.1".
     explicit RequestHeader(const QByteArray &requestLine);
 
-    /// The verb as it came, such as "GET".
+    /// The verb as received, such as "GET".
     QByteArray getMethod() const { return method; }
-    /// The path without query, decoded to text. One code stays as it came, "%2F": a slash inside a
-    /// part of the path must not divide it when the caller splits at "/".
+    /// The decoded path without the query. Only "%2F" stays encoded: a slash inside a part must not
+    /// divide it when the caller splits the path at "/".
     QString getPath() const { return path; }
-    /// Whether the client can use the connection for a further request.
+    /// Whether the client can reuse the connection.
     bool isKeepAlive() const;
 
 private:
@@ -50,13 +50,13 @@ private:
     bool isHttp11 = false;
 };
 
-/// The head of an answer. Without a call it is that of an empty "HTTP/1.1 200 OK".
+/// The head of an answer; by default "HTTP/1.1 200 OK" without headers.
 class ResponseHeader : public BasicHeader
 {
 public:
     void setStatusLine(int code, const QString &reason, int major, int minor);
 
-    /// The first line as it is sent, with its line end.
+    /// The first line with its line end.
     QByteArray statusLine() const;
 
 private:

@@ -28,7 +28,7 @@ public:
     bool operator==(const Part &) const = default;
 };
 
-/// One whole request. The property names are the keys under which a message holds it.
+/// One whole request. The property names are the keys in a message.
 struct Params
 {
     Q_GADGET
@@ -41,12 +41,12 @@ struct Params
 public:
     QByteArray method;
     QUrl url;
-    /// Not sent when there are parts.
+    /// Not sent if there are parts.
     QByteArray body;
     QMap<QByteArray, QByteArray> headers;
     QList<http::Part> parts;
 
-    /// The verb that goes out: `method` or, without one, POST for a body or parts and else GET.
+    /// The verb to send: `method`, or by default POST with a body or parts and GET without.
     QByteArray verb() const;
 
     bool operator==(const Params &) const = default;

@@ -9,44 +9,43 @@
 
 namespace http {
 
-/// The largest answer of which the content is read.
+/// The largest answer whose content is parsed.
 constexpr qsizetype maxReplyBytes = 4 * 1024 * 1024;
 
-/// The outcome of one exchange as a value.
+/// The result of one exchange as a value.
 struct Response
 {
-    /// The status that arrived, also when the body behind it was cut off; 0 when none did.
+    /// The received status, also if the body was truncated; 0 for none.
     int status = 0;
-    /// What went wrong, in a sentence without secrets; empty after a clean exchange.
+    /// The error, in a sentence without secrets; empty after success.
     tr::Tr errorText;
-    /// 0 after an answer with a status of the 200s, else one of the numbers in exchangeerror.h.
+    /// 0 after an answer with a 2xx status, otherwise one of the numbers in exchangeerror.h.
     int errorCode = 0;
-    /// What has to be put right; None when errorCode is 0. Decided where the failure arises, since
+    /// What must be corrected; None if errorCode is 0. Decided where the failure is detected, since
     /// one error number may have several causes.
     FailureKind failure = FailureKind::None;
-    /// The bytes of a whole answer, unpacked where that is possible.
+    /// The bytes of a complete answer, decompressed if possible.
     QByteArray body;
-    /// No whole answer came.
+    /// No complete answer.
     bool networkError = false;
 
-    /// A whole answer came, and nobody will read what it says.
+    /// The answer is complete but exceeds `maxReplyBytes`, so it is not parsed.
     bool isTooLarge() const;
-    /// The body as a JSON object; empty when it is none, or too large.
+    /// The body as a JSON object; empty if it is not one, or too large.
     QJsonObject responseObject() const;
     bool isNetworkError() const { return networkError; }
     FailureKind kind() const { return failure; }
 
-    /// A whole answer. A status outside the 200s is an error.
+    /// A complete answer. A status other than 2xx is an error.
     static Response answered(int status, const QByteArray &body);
-    /// No whole answer; `status` is that of an answer that was cut off. The kind is that of the
+    /// No complete answer; `status` is that of a truncated answer. The kind follows from the
     /// number.
     static Response failed(int errorCode, const tr::Tr &errorText, int status = 0);
     static Response failed(int errorCode, const tr::Tr &errorText, int status, FailureKind kind);
 };
 
-/// The document in the body of an answer; null when it is none or larger than `maxReplyBytes`, of
-/// which the log is told. One of many small objects takes about thirty times the memory of its
-/// text.
+/// The JSON in the body of an answer. Null if it is not JSON, or larger than `maxReplyBytes`, which
+/// is logged. A document of many small objects takes about thirty times the memory of its text.
 QJsonDocument parseReply(const QByteArray &body);
 
 } // namespace http

@@ -18,9 +18,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Qt's parser keeps a request in the socket's buffer until it is whole.
+/// Qt's parser leaves a request in the socket's buffer until it is complete.
 constexpr qint64 spareBufferBytes = 64 * 1024;
-/// What a client may leave unread of its answers.
+/// The limit of unsent answer bytes per client.
 constexpr qint64 maxUnsentBytes = 1024 * 1024;
 constexpr int listenBacklog = 512;
 
@@ -38,25 +38,25 @@ ResponseHeader emptyResponse(int code, const QString &reason)
 
 } // namespace
 
-/// The connections, as long as any of them lives.
+/// The connections; lives as long as any of them.
 struct HttpServer::Clients
 {
     const Limits limits;
-    /// The one that was heard last stands at the end.
+    /// Sorted by activity, the most recent last.
     std::list<Connection *> connections = {};
-    /// Whose bytes the parser is reading.
+    /// The connection that the parser is reading.
     Connection *reading = nullptr;
 };
 
-/// One client: watches over what Qt's parser reads from the socket and when. Belongs to the socket,
-/// and hears of every arrival before the parser does.
+/// One client. Observes what Qt's parser reads from the socket and when. Owned by the socket, and
+/// notified of new data before the parser.
 class HttpServer::Connection : public QObject
 {
 public:
     Connection(QTcpSocket *socket, const std::shared_ptr<Clients> &clients);
     ~Connection() override;
 
-    /// Takes note of the whole request; from here on the next one is awaited.
+    /// Returns the complete request's head and prepares for the next request.
     RequestHeader finishRequest();
     void send(const ResponseHeader &header, const QByteArray &body);
     void closeWhenSent();
@@ -82,7 +82,7 @@ private:
     bool isClosing = false;
 };
 
-/// Accepts clients, the longest silent of which goes when there are too many.
+/// Accepts clients; above the limit, closes the one that has been silent longest.
 class HttpServer::Listener : public QTcpServer
 {
 public:
@@ -94,8 +94,8 @@ protected:
     void incomingConnection(qintptr descriptor) override;
 };
 
-/// Qt's parser. Where the versions of Qt differ stands here alone: the answer goes out through the
-/// connection, so the last argument is never needed.
+/// Qt's parser. Differences between versions of Qt are handled only here: the answer is sent
+/// through the connection, so the last argument is not used.
 class HttpServer::Engine : public QAbstractHttpServer
 {
 public:
@@ -176,7 +176,8 @@ void HttpServer::Connection::watch()
         readRequestLine();
     if (requestLine.size() > clients->limits.requestLineBytes)
         refuse(414, u"URI Too Long"_s);
-    // The parser takes it all, unless the request ends before: finishRequest() begins a new count.
+    // The parser reads all of it, unless the request ends earlier: then finishRequest() restarts
+    // the count.
     receivedBytes += socket->bytesAvailable();
     if (receivedBytes > clients->limits.requestBytes)
         QMetaObject::invokeMethod(this, &Connection::checkSize, Qt::QueuedConnection);
@@ -196,7 +197,7 @@ void HttpServer::Connection::readRequestLine()
     if (isLineWhole)
         fresh.truncate(end);
     requestLine += fresh;
-    // Blank lines between two requests are nobody's.
+    // Blank lines between two requests are ignored.
     if (requestLine.trimmed().isEmpty()) {
         requestLine.clear();
         isLineWhole = false;
@@ -239,7 +240,7 @@ void HttpServer::Connection::send(const ResponseHeader &header, const QByteArray
 void HttpServer::Connection::closeWhenSent()
 {
     isClosing = true;
-    // Not from within the parser's own work on the socket.
+    // Queued, because the parser is still using the socket.
     QMetaObject::invokeMethod(
         this, [this] { socket->disconnectFromHost(); }, Qt::QueuedConnection);
 }
@@ -247,7 +248,7 @@ void HttpServer::Connection::closeWhenSent()
 void HttpServer::Connection::drop()
 {
     isClosing = true;
-    // The socket lives on until the parser has let go of it.
+    // The socket is deleted later, when the parser no longer uses it.
     clients->connections.remove(this);
     socket->abort();
 }
@@ -279,7 +280,7 @@ HttpServer::HttpServer(int port, const Limits &limits, QObject *parent)
     , engine(std::make_unique<Engine>(*this))
 {
     auto candidate = std::make_unique<Listener>(limits);
-    // The low 16 bits of any other number would be somebody else's port.
+    // Other numbers would be truncated to 16 bits, and so to another port.
     if (!isPort(port)) {
         listenError_ = u"no port has the number %1"_s.arg(port);
         return;

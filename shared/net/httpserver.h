@@ -7,9 +7,9 @@
 #include <chrono>
 #include <memory>
 
-/// A small HTTP server for the programs of this machine: it listens on 127.0.0.1 and hands out one
-/// request after another. A client that is slow, silent or sends rubbish takes nothing from the
-/// others. Thread: the one that made it, which must run an event loop.
+/// A small HTTP server for programs on this machine: it listens on 127.0.0.1 and passes on one
+/// request at a time. A slow, silent or malformed client does not disturb the others. Thread: the
+/// one that made it, which must run an event loop.
 class HttpServer : public QObject
 {
     Q_OBJECT
@@ -17,38 +17,38 @@ class HttpServer : public QObject
 public:
     struct Limits
     {
-        /// Of an unfinished request, head and body together.
+        /// The size of an unfinished request, head and body together.
         qint64 requestBytes = 1024 * 1024;
         qint64 requestLineBytes = 16 * 1024;
-        /// When one more comes, the connection that has been silent longest is closed.
+        /// For one connection more, the one that has been silent longest is closed.
         int connections = 200;
-        /// From the first byte, or the beginning of the connection, to the end of the request.
+        /// From the first byte, or from the beginning of the connection, to the end of the request.
         std::chrono::seconds requestTime{10};
         /// Between two requests.
         std::chrono::seconds idleTime{30};
     };
 
-    /// Listens at once; port 0 takes a free one. When that fails, port() is 0 and the object stays
-    /// without clients.
+    /// Listens at once; port 0 means any free one. On failure port() is 0, and the server has no
+    /// clients.
     explicit HttpServer(int port, QObject *parent = nullptr);
     HttpServer(int port, const Limits &limits, QObject *parent = nullptr);
     ~HttpServer() override;
 
-    /// Answers the current request. A content length that is missing is added; the body is held
-    /// back from a HEAD request. To be called once, while requestReceived() is being emitted.
+    /// Answers the current request. Adds a missing Content-Length; a HEAD request gets no body.
+    /// Call once, while requestReceived() is being emitted.
     virtual void sendResponse(const ResponseHeader &header, const QByteArray &body);
 
-    /// The port that the server listens on, or 0.
+    /// The port that the server listens on; 0 if it does not.
     int port() const;
-    /// Why it does not listen, in the system's words; empty when it does.
+    /// The system's error text if listening failed; otherwise empty.
     QString listenError() const { return listenError_; }
 
-    /// Whether a server can be asked to listen there.
+    /// Whether the number is a valid port.
     static bool isPort(int number) { return number >= 0 && number <= 65535; }
 
 Q_SIGNALS:
-    /// A request has come in, with any verb. It is answered before the slot returns, by
-    /// sendResponse(); a request that nobody answers gets status 500.
+    /// A request with any verb. Answer it with sendResponse() before the slot returns; otherwise
+    /// the client gets status 500.
     void requestReceived(const RequestHeader &header, const QByteArray &body);
 
 private:

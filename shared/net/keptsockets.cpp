@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Those met by any thread: the worker of a type changes its thread from pass to pass.
+/// Shared by all threads: the worker of a type may run on another thread in each pass.
 ClosingHosts &closingHosts()
 {
     // Never destroyed, since a worker may outlive main().
@@ -17,11 +17,11 @@ ClosingHosts &closingHosts()
     return hosts;
 }
 
-/// What a kept connection shows before a request is sent on it.
+/// The state of a kept connection before a request is sent on it.
 enum class Sign
 {
     Quiet,
-    /// Bytes that wait to be read.
+    /// Unread bytes.
     Input,
     /// The server has closed it.
     Closed,
@@ -37,7 +37,7 @@ Sign signOf(curl_socket_t socket)
 
 int localPort(curl_socket_t socket)
 {
-    // The port has one place in the addresses of both families. It stays 0 when there is none.
+    // Both address families have the port at the same offset. It stays 0 on failure.
     static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
     sockaddr_in6 address = {};
     socklen_t size = sizeof(address);
@@ -75,7 +75,7 @@ bool KeptSockets::take(int ourPort)
 void KeptSockets::noteKept(curl_socket_t descriptor, const QByteArray &host)
 {
     for (Socket &socket : sockets) {
-        // One that was idle all the while is a former exchange's.
+        // A socket that was idle during the exchange belongs to an earlier one.
         if (socket.descriptor == descriptor && !socket.isIdle)
             socket = {descriptor, true, std::chrono::steady_clock::now(), host};
     }
@@ -84,7 +84,7 @@ void KeptSockets::noteKept(curl_socket_t descriptor, const QByteArray &host)
 void KeptSockets::noteClosedByServer(const QByteArray &host)
 {
     for (Socket &socket : sockets) {
-        // The end of one that was idle for longer costs no request.
+        // After longer idle times libcurl does not reuse the connection, so no request was at risk.
         if (socket.isIdle && socket.host == host
             && std::chrono::steady_clock::now() - socket.idleSince < maxIdle
             && signOf(socket.descriptor) == Sign::Closed) {
@@ -94,7 +94,7 @@ void KeptSockets::noteClosedByServer(const QByteArray &host)
     }
 }
 
-/// A thread mostly has but one connection, which needs no search.
+/// A thread mostly has only one connection, which needs no comparison.
 KeptSockets::Socket *KeptSockets::withPort(int ourPort)
 {
     for (Socket &socket : sockets) {

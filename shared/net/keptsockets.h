@@ -8,27 +8,26 @@
 
 namespace curl {
 
-/// How long a connection may be idle and still take a further request. Servers close one after 2 to
-/// 5 seconds, and a request that meets its end is lost.
+/// The longest idle time after which a connection is reused. Servers close idle connections after 2
+/// to 5 seconds, and a request sent at that moment is lost.
 constexpr std::chrono::seconds maxIdle{4};
 
-/// The sockets of a thread, and which of them are kept for a further exchange. It watches for
-/// servers that close a kept connection without announcing it, and remembers their hosts for all
-/// threads. A host is named by scheme, name and port in one text. Thread: the one whose sockets
-/// they are.
+/// A thread's sockets, and which of them are kept alive for later exchanges. Detects servers that
+/// close a kept-alive connection without announcing it, and remembers their hosts for all threads.
+/// A host is one text of scheme, name and port. Thread: the one that owns the sockets.
 class KeptSockets
 {
 public:
     void opened(curl_socket_t descriptor);
     void closed(curl_socket_t descriptor);
 
-    /// A request is about to go out on the kept connection with this port of ours. False when the
-    /// server has closed it, or has said something on it before it was asked.
+    /// Call before a request is sent on the kept connection with this local port. False if the
+    /// server has closed the connection, or has sent unexpected bytes on it.
     bool take(int ourPort);
-    /// The exchange with `host` has left this connection open, unless it is one of a former
-    /// exchange.
+    /// The exchange with `host` has left this connection open. Ignored for the connection of an
+    /// earlier exchange.
     void noteKept(curl_socket_t descriptor, const QByteArray &host);
-    /// libcurl replaces a kept connection that the server has closed, and tells nobody.
+    /// Checks for connections that the server has closed; libcurl replaces these silently.
     void noteClosedByServer(const QByteArray &host);
 
 private:
@@ -45,10 +44,10 @@ private:
     QList<Socket> sockets;
 };
 
-/// Whether a request to `host` may use a kept connection, and leave its own open.
+/// Whether a request to `host` may reuse a connection and leave its own open.
 /// Thread: any.
 bool isReuseAllowed(const QByteArray &host);
-/// From now on each request to `host` has a connection of its own, for an hour.
+/// From now on, for an hour, each request to `host` gets a new connection.
 /// Thread: any.
 void rememberClosingHost(const QByteArray &host);
 

@@ -2,7 +2,7 @@
 
 #include "shared/core/setting.h"
 
-/// Section `network`: they hold for the next request.
+/// Section `network`. Changes apply from the next request on.
 namespace settings::network {
 
 inline constexpr Setting<QString> proxy{

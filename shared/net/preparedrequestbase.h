@@ -14,15 +14,15 @@ class Logger;
 
 namespace tsum {
 
-/// A prepared request could not be sent, or its answer was an error.
+/// A prepared request could not be sent, or was answered with an error.
 class Exception : public BasicException
 {
 public:
     using BasicException::BasicException;
 };
 
-/// A whole request, prepared as data. The property names are the keys under which a message holds
-/// it; `serder` fills it.
+/// A whole request, prepared as data. The property names are the keys in a message; `serder` fills
+/// them.
 class PreparedRequestBase
 {
     Q_GADGET
@@ -33,19 +33,19 @@ class PreparedRequestBase
     Q_PROPERTY(int timeout MEMBER timeout)
 
 public:
-    /// Makes the exchange. The JSON object or array of the reply, invalid when it holds neither.
-    /// Throws Exception when no whole answer came or its status is not one of the 200s.
+    /// Performs the exchange. Returns the JSON object or array of the reply; invalid if the reply
+    /// is neither. Throws Exception without a complete answer, and for a status other than 2xx.
     QVariant getResponseVariant() const;
 
-    /// The exchange is logged there. Borrowed; null, as at first, logs nothing.
+    /// The log of the exchange, borrowed; null, the default, logs nothing.
     void setLogger(Log4Qt::Logger *to) { logger = to; }
 
-    /// Without one, POST for a body and else GET.
+    /// If empty: POST with a body, GET without.
     QByteArray method;
     QUrl url;
     QMap<QByteArray, QByteArray> headers;
     QByteArray body;
-    /// Seconds for the whole exchange; below 1 what RestClient does by itself.
+    /// Seconds for the whole exchange; below 1 means RestClient's default.
     int timeout = 0;
 
 private:

@@ -10,15 +10,15 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Where the question's proxy is, and where everything else is. Nothing is opened there.
+/// The proxy for the test, and the address of every other host. No connection is made to either.
 constexpr auto questionProxy = "http://127.0.0.1:1";
 constexpr int questionProxyPort = 1;
 constexpr auto questionTarget = "::127.0.0.1:2";
 
-/// Notes where libcurl would go, and keeps it from going there.
+/// Notes the address that libcurl chose, and prevents the connection.
 curl_socket_t noteTarget(void *context, curlsocktype, curl_sockaddr *address)
 {
-    // Both are addresses of IPv4.
+    // Both addresses are IPv4.
     *static_cast<int *>(context) =
         ntohs(reinterpret_cast<const sockaddr_in &>(address->addr).sin_port);
     return CURL_SOCKET_BAD;
@@ -56,7 +56,8 @@ QString proxyName(const QString &proxy)
 {
     if (proxy.isEmpty())
         return {};
-    // An account may hold any sign, unescaped ones too, so whatever is in front of the last @ goes.
+    // An account may contain any character, even unescaped, so everything before the last @ is
+    // removed.
     const bool hasAccount = proxy.contains(u'@');
     const qsizetype scheme = proxy.indexOf("://"_L1);
     QString name = hasAccount    ? proxy.mid(proxy.lastIndexOf(u'@') + 1)
@@ -66,7 +67,7 @@ QString proxyName(const QString &proxy)
     const bool hasPort = name.lastIndexOf(u':') > name.lastIndexOf(u']');
     if (hasPort)
         return name;
-    // libcurl's own.
+    // libcurl's default ports.
     return name + (proxy.startsWith("https://"_L1, Qt::CaseInsensitive) ? u":443"_s : u":1080"_s);
 }
 
@@ -83,7 +84,7 @@ bool isUsableProxy(const QString &proxy)
                                          "socks4a", "socks5", "socks5h"};
     const bool isKnown = known.contains(QByteArray(scheme).toLower());
     curl_free(scheme);
-    // Of a text without a scheme libcurl takes HTTP, whatever the name of the host begins with.
+    // libcurl takes a text without a scheme as HTTP, whatever the host's name begins with.
     return isKnown || !proxy.contains("://"_L1);
 }
 

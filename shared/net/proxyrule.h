@@ -3,20 +3,20 @@
 #include <QByteArray>
 #include <QString>
 
-/// Whether libcurl goes to `host` without a proxy when `network:noProxy` holds `noProxy`.
+/// Whether libcurl connects to `host` without a proxy when `network:noProxy` is `noProxy`.
 ///
-/// libcurl itself is asked: its versions differ in what they know, and after an exchange it does
-/// not tell which way it went. Nothing is sent and no name is looked up. Takes about ten
-/// microseconds. Thread: any.
+/// Asks libcurl itself: the rule differs between its versions, and libcurl does not report the
+/// route of an exchange. Sends nothing and makes no name lookup. Takes about ten microseconds.
+/// Thread: any.
 bool isReachedDirectly(const QString &host, const QString &noProxy);
 
-/// The proxy that an exchange with `host` goes through under these values of `network:proxy` and
-/// `network:noProxy`, as host:port without the account; empty when it goes straight to the server.
+/// The proxy of an exchange with `host` for these values of `network:proxy` and `network:noProxy`,
+/// as host:port without the account; empty for a direct connection.
 QString proxyInUse(const QString &host, const QString &proxy, const QString &noProxy);
 
-/// The proxy that `network:proxy` names, as host:port without the account; empty for none.
+/// The proxy in `network:proxy`, as host:port without the account; empty for none.
 QString proxyName(const QString &proxy);
-/// Whether libcurl can read it; nobody is asked.
+/// Whether libcurl can parse it. Makes no connection.
 bool isUsableProxy(const QString &proxy);
-/// Whether requests go to it in HTTP, not in SOCKS.
+/// Whether the proxy's protocol is HTTP rather than SOCKS.
 bool isHttpProxy(const QString &proxy);

@@ -13,14 +13,14 @@ bool isSame(const QByteArray &name, const char *other)
     return name.compare(other, Qt::CaseInsensitive) == 0;
 }
 
-/// A header's value as it goes out.
+/// A header's value as it is sent.
 QByteArray sendableValue(const QByteArray &value)
 {
     return oneLine(value).replace('\0', ' ').trimmed();
 }
 
-/// What follows from the body is said by the client. A till may have prepared a request for other
-/// bytes than those that go out.
+/// Whether the header depends on the body. The client sets these itself, since the till may have
+/// prepared the request for other bytes.
 bool followsFromBody(const QByteArray &name)
 {
     return isSame(name, "Content-Length") || isSame(name, "Transfer-Encoding")
@@ -39,7 +39,7 @@ void append(HeaderList &list, const QByteArray &name, const QByteArray &value)
 
 HeaderList headerList(const QHash<QString, QString> &headers)
 {
-    // Most requests of a worker have the headers of the one before.
+    // Most requests of a worker have the same headers as the one before.
     static thread_local QHash<QString, QString> lastHeaders;
     static thread_local HeaderList lastList;
     if (headers != lastHeaders) {

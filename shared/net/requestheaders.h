@@ -12,19 +12,19 @@
 
 namespace http {
 
-/// The headers of a request as they go out, and the names of those that must not.
+/// The headers of a request as they are sent, and the names of the refused ones.
 struct HeaderList
 {
     QList<std::pair<QByteArray, QByteArray>> lines;
     QByteArrayList refused;
 };
 
-/// Those that a caller gives, checked: values are one line each, names that HTTP does not allow are
-/// refused, and what follows from the body is left out, since the client says that itself.
+/// Checks a caller's headers. Each value is reduced to one line. Names that HTTP does not allow are
+/// refused. Headers that depend on the body are dropped, since the client sets them itself.
 HeaderList headerList(const QHash<QString, QString> &headers);
 HeaderList headerList(const QMap<QByteArray, QByteArray> &headers);
 
-/// Leaves in the part what may go out. The names of its other headers are added to `refused`.
+/// Removes headers that must not be sent from the part. Adds the refused names to `refused`.
 void makeSendable(Part &part, QByteArrayList &refused);
 
 } // namespace http

@@ -32,7 +32,7 @@ Exchange exchangeOf(const QByteArray &verb, const QUrl &url, http::HeaderList he
     return exchange;
 }
 
-/// With the type that a JSON document has, unless the caller says otherwise.
+/// Adds the content type of JSON unless the caller gives another one.
 Exchange exchangeOf(const QByteArray &verb, const QUrl &url, http::HeaderList headers,
                     const QJsonDocument &body)
 {
@@ -43,7 +43,7 @@ Exchange exchangeOf(const QByteArray &verb, const QUrl &url, http::HeaderList he
     return exchange;
 }
 
-/// Why the request cannot go out as it is; nothing when it can.
+/// Why the request cannot be sent; empty if it can.
 tr::Tr refusal(const Exchange &exchange)
 {
     const tr::Tr fault = addressFault(exchange.url);
@@ -66,7 +66,7 @@ RestClient::~RestClient() = default;
 void RestClient::request(int verb, const QUrl &url, const QJsonDocument &body,
                          const Headers &headers)
 {
-    // The place of a verb is its number in QNetworkAccessManager::Operation.
+    // The index of a verb is its number in QNetworkAccessManager::Operation.
     static const QList<QByteArray> verbs = {"", "HEAD", "GET", "PUT", "POST", "DELETE"};
     const QByteArray name = verbs.value(verb);
     const bool isBodyless = name == "GET" || name == "HEAD";
@@ -84,7 +84,7 @@ void RestClient::send(const http::Params &params)
         exchangeOf(params.verb(), params.url, http::headerList(params.headers), params.body);
     if (!params.parts.isEmpty()) {
         exchange.body.clear();
-        // Only libcurl knows the boundary that the type names.
+        // libcurl adds the content type itself, since only libcurl knows the boundary.
         exchange.headers.removeIf([](const auto &header) {
             return header.first.compare("Content-Type", Qt::CaseInsensitive) == 0;
         });

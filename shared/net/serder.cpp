@@ -16,7 +16,7 @@ namespace {
 
 QVariant converted(const QVariant &given, QMetaType to);
 
-/// JSON values in the shape that a parsed message has: maps, lists and plain values.
+/// Converts JSON values to the form of a parsed message: maps, lists and plain values.
 QVariant plain(const QVariant &value)
 {
     switch (value.typeId()) {

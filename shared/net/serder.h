@@ -6,23 +6,22 @@
 #include <memory>
 #include <vector>
 
-/// Fills records from maps by the names of their properties, as messages hold them.
+/// Fills records from maps by property name, as messages contain them.
 namespace serder {
 
 namespace details {
 
-/// How the properties of one reflected type (Q_GADGET) are filled. Built once, used from any
-/// thread.
+/// Fills the properties of one reflected type (Q_GADGET). Built once, used by any thread.
 class Strategy
 {
 public:
     static std::shared_ptr<const Strategy> create(const QMetaObject *metaObject);
 
-    /// Fills the object at `target`, which is of the type of `metaObject`, from the map `source`. A
-    /// property whose name is no key keeps its value, and a key that names no property is passed
-    /// over. A value that does not convert gives the empty value. Lists and maps are converted
-    /// entry by entry, reflected types in them by their own strategy; an object or array given for
-    /// bytes or for a text becomes compact JSON. A source that is no map changes nothing.
+    /// Fills the object at `target`, of the type of `metaObject`, from the map `source`. A property
+    /// without a key keeps its value, and a key without a property is ignored. A value that cannot
+    /// be converted gives the empty value. Lists and maps are converted entry by entry, reflected
+    /// types in them by their own strategy. An object or array for a property of bytes or text
+    /// becomes compact JSON. A source that is not a map changes nothing.
     void deserialize(void *target, const QVariant &source, const QMetaObject *metaObject) const;
 
 private:
@@ -37,7 +36,7 @@ private:
 
 } // namespace details
 
-/// The record that `source` describes; an empty one when it is no map.
+/// The record in `source`; an empty one if that is not a map.
 template <typename T>
 T deserialize(const QVariant &source)
 {

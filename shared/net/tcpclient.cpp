@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::chrono::seconds defaultTimeout{5};
 constexpr std::chrono::seconds maxTimeout = std::chrono::hours(24);
-/// The system does not tell when the last byte was acknowledged, it has to be asked.
+/// The system does not notify of the last acknowledgement, so it is polled.
 constexpr std::chrono::milliseconds arrivalCheck{5};
 
 } // namespace
@@ -29,7 +29,7 @@ TcpClient::TcpClient(QObject *parent)
     , socket(this)
 {
     socket.setProxy(QNetworkProxy::NoProxy);
-    // What the server says is nobody's, and must not pile up while something else is waited for.
+    // Data from the server is discarded, so that it does not accumulate.
     connect(&socket, &QTcpSocket::readyRead, this,
             [this] { socket.skip(socket.bytesAvailable()); });
 }
@@ -58,7 +58,7 @@ void TcpClient::setTimeout(int seconds)
 bool TcpClient::connectToServer()
 {
     disconnectFromServer();
-    // The low 16 bits of any other number would be somebody else's port.
+    // Other numbers would be truncated to 16 bits, and so to another port.
     if (port < 1 || port > 65535) {
         http::tellObserver(
             {.kind = http::FailureKind::Request,
@@ -78,8 +78,8 @@ void TcpClient::disconnectFromServer()
     const inflight::CallGuard guard{std::chrono::milliseconds(end.remainingTime())};
     flush(end);
     if (socket.state() == QAbstractSocket::ConnectedState) {
-        // The server is told that this was all, and closing waits for the bytes on their way: what
-        // a server says meanwhile would turn the close into a reset, which takes them back.
+        // Signals the end of the data and waits for the bytes in transit. If the server sends
+        // anything meanwhile, closing at once would cause a reset, which discards these bytes.
         ::shutdown(static_cast<int>(socket.socketDescriptor()), SHUT_WR);
         awaitArrival(end);
     }
@@ -118,7 +118,7 @@ void TcpClient::awaitArrival(const QDeadlineTimer &end)
 {
     while (socket.state() == QAbstractSocket::ConnectedState) {
         int unacknowledged = 0;
-        // The end of the stream counts as one.
+        // The FIN counts as one byte.
         if (::ioctl(static_cast<int>(socket.socketDescriptor()), SIOCOUTQ, &unacknowledged) != 0
             || unacknowledged <= 1)
             break;
@@ -128,7 +128,7 @@ void TcpClient::awaitArrival(const QDeadlineTimer &end)
         }
         socket.waitForReadyRead(static_cast<int>(arrivalCheck.count()));
     }
-    // Closing with unread bytes would be a reset, too.
+    // Closing with unread bytes would cause a reset.
     socket.waitForReadyRead(0);
 }
 

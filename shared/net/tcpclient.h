@@ -7,9 +7,9 @@
 
 #include <chrono>
 
-/// A plain TCP connection whose operations block until they are done or the timeout has passed.
-/// From connecting to closing is one exchange; the thread's observer is told at its end
-/// (exchangeobserver.h). Thread: the one that made it; it need not run an event loop.
+/// A plain TCP connection whose operations block until they are done or the timeout has passed. One
+/// exchange lasts from connecting to closing; at its end the thread's observer receives the result
+/// (exchangeobserver.h). Thread: the one that made it; an event loop is not needed.
 class TcpClient : public QObject
 {
     Q_OBJECT
@@ -20,26 +20,25 @@ public:
 
     virtual void setHost(const QString &host);
     virtual void setPort(int port);
-    /// Seconds that each of the operations below may take, name lookup included; 0 and less mean 5.
+    /// The limit of each operation below in seconds, name lookup included; below 1 means 5.
     virtual void setTimeout(int seconds);
-    /// Tries each address of a name. False when there is no connection within the timeout, or the
-    /// port is not one of 1 to 65535. An open connection is closed first.
+    /// Tries each address of a name. False without a connection within the timeout, or if the port
+    /// is not between 1 and 65535. Closes an open connection first.
     virtual bool connectToServer();
-    /// Sends what is left and closes in an orderly way, so that everything written arrives at a
-    /// server that reads within the timeout.
+    /// Sends the remaining bytes and closes gracefully, so that all data arrives at a server that
+    /// reads it within the timeout.
     virtual void disconnectFromServer();
-    /// Returns when the bytes are handed to the system, or the timeout has passed; what has not
-    /// been handed over by then goes out with disconnectFromServer(). Without a connection nothing
-    /// happens.
+    /// Returns when the bytes are in the socket's buffer or the timeout has passed;
+    /// disconnectFromServer() sends the rest. Does nothing without a connection.
     virtual void write(const QByteArray &data);
 
 private:
     QDeadlineTimer deadline() const;
-    /// Waits until no byte is left in this process.
+    /// Waits until all bytes have left this process.
     void flush(const QDeadlineTimer &deadline);
-    /// Waits until the server's system has acknowledged every byte.
+    /// Waits until the server's TCP has acknowledged every byte.
     void awaitArrival(const QDeadlineTimer &deadline);
-    /// Tells the observer, if a connection was made since the last time.
+    /// Passes the result to the observer if a connection was made since the last call.
     void endExchange();
 
     QTcpSocket socket;
@@ -47,6 +46,6 @@ private:
     int port = 0;
     std::chrono::seconds timeout{0};
     bool isExchangeOpen = false;
-    /// Nothing that was written since the connection was made is known to be lost.
+    /// No byte written since the connection was made is known to be lost.
     bool hasSentAll = true;
 };

@@ -18,7 +18,7 @@ QList<QHostAddress> lookUp(const QString &host, const QDeadlineTimer &end)
     if (!literal.isNull())
         return {literal};
 
-    // The blocking lookup knows no timeout.
+    // The blocking lookup has no timeout.
     QList<QHostAddress> addresses;
     QEventLoop loop;
     const int lookup =
@@ -32,7 +32,7 @@ QList<QHostAddress> lookUp(const QString &host, const QDeadlineTimer &end)
     return addresses;
 }
 
-/// Why none of the addresses was reached, the last of which ended with `error`.
+/// Why no address was reached; `error` is that of the last one.
 QString failureText(const QString &server, QAbstractSocket::SocketError error)
 {
     return error == QAbstractSocket::ConnectionRefusedError

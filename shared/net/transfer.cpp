@@ -9,12 +9,12 @@
 
 namespace {
 
-/// More than a log line shows. A server may send tens of thousands of short lines, and as many
-/// small blocks would stay with the thread's memory.
+/// More than a log line shows. A server may send tens of thousands of short lines, and the thread's
+/// heap would keep that many small blocks.
 constexpr qsizetype maxKeptHeaderSize = 8 * 1024;
 
-/// The value of a header line when it has this name, in lower case and with its colon; nothing
-/// else. A line that goes on with the one before begins with a blank and has no name.
+/// The value of a header line with this name, which is given in lower case with its colon;
+/// otherwise nothing. A continuation line begins with a blank and has no name.
 std::optional<QByteArrayView> valueOf(QByteArrayView line, QByteArrayView name)
 {
     if (line.size() <= name.size() || (line.front() | 0x20) != name.front()
@@ -31,7 +31,7 @@ std::optional<std::chrono::seconds> differenceToClock(QByteArrayView date)
     return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) - *time;
 }
 
-/// A head begins, and what belonged to the one before is not the answer's.
+/// Begins a new head and drops the data of the one before, which is not the answer's.
 void beginHead(curl::Transfer &transfer)
 {
     transfer.headerLines.clear();
@@ -42,7 +42,7 @@ void beginHead(curl::Transfer &transfer)
     transfer.clockDifference.reset();
 }
 
-/// `line` as it came, with the blanks in front that continue the line before.
+/// `line` as received, with the leading blanks of a continuation line.
 void readHeader(curl::Transfer &transfer, QByteArrayView line)
 {
     if (const auto codings = valueOf(line, "content-encoding:")) {
@@ -77,8 +77,8 @@ std::size_t takeBody(char *data, std::size_t size, std::size_t count, void *cont
         transfer.isBodyTooLarge = true;
         return CURL_WRITEFUNC_ERROR;
     }
-    // Grown by doubling, but never past what an answer may have; append() by itself would copy the
-    // body and need both places at once.
+    // Doubles the capacity up to the answer's limit. append() alone would copy the body and need
+    // both buffers at once.
     if (needed > transfer.body.capacity())
         transfer.body.reserve(std::clamp(2 * transfer.body.capacity(), needed, maxBodySize));
     transfer.body.append(data, length);
@@ -106,13 +106,13 @@ std::size_t takeHeader(char *data, std::size_t size, std::size_t count, void *co
     return size * count;
 }
 
-/// libcurl calls this before each time that it sends the request. A second time means that a kept
-/// connection broke before an answer came. The server may have read the request, so a payment, say,
-/// would be made twice.
+/// libcurl calls this before each sending of the request. A second call means that a kept
+/// connection broke before an answer. The server may have read the request, so repeating it could,
+/// for instance, make a payment twice.
 ///
-/// On a kept connection the server has nothing to say before it is asked. Bytes that are there
-/// would be taken for the answer to this request: a message would be done that nobody has read.
-/// Where the server has closed it, the request would be lost.
+/// On an idle connection unread bytes belong to an earlier request. Taking them as this answer
+/// would delete an undelivered message. If the server has closed the connection, the request would
+/// be lost.
 int beforeRequest(void *context, char *, char *, int, int ourPort)
 {
     auto &transfer = *static_cast<Transfer *>(context);

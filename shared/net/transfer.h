@@ -13,7 +13,7 @@ namespace curl {
 constexpr qsizetype maxBodySize = 16 * 1024 * 1024;
 constexpr qsizetype maxHeaderSize = 256 * 1024;
 
-/// What an exchange brings in, and how it went so far.
+/// The state and the received data of an exchange.
 struct Transfer
 {
     bool keepHeaders = false;
@@ -27,27 +27,27 @@ struct Transfer
     qsizetype keptHeaderSize = 0;
     qsizetype omittedHeaderSize = 0;
     qsizetype headerSize = 0;
-    /// The empty line at the end of the headers came. libcurl lets an answer pass that ends before
+    /// The empty line after the headers was received. libcurl accepts an answer that ends before
     /// it.
     bool isHeadWhole = false;
-    /// The clock of this machine minus the Date of the answer; nothing when it has no readable one.
+    /// This machine's clock minus the Date of the answer; nothing without a valid Date.
     std::optional<std::chrono::seconds> clockDifference;
     int attempts = 0;
 
     bool isBodyTooLarge = false;
     bool isHeaderTooLarge = false;
     bool isRepeatRefused = false;
-    /// The answer was a proxy's, which wants other credentials than it was given.
+    /// The answer came from a proxy that requires other credentials.
     bool isProxyRefusal = false;
-    /// The request went out on a kept connection.
+    /// The request was sent on a kept connection.
     bool isReused = false;
-    /// The server said something on the kept connection before it was asked, or closed it, so
-    /// nothing was sent there.
+    /// The server sent unexpected bytes on the kept connection or closed it, so nothing was sent
+    /// there.
     bool wasOutOfStep = false;
 };
 
-// What libcurl calls during an exchange. `context` is the exchange's Transfer, of the socket's
-// functions the thread's KeptSockets.
+// Callbacks of libcurl. `context` is the exchange's Transfer, for the socket functions the thread's
+// KeptSockets.
 
 std::size_t takeBody(char *data, std::size_t size, std::size_t count, void *context);
 std::size_t takeHeader(char *data, std::size_t size, std::size_t count, void *context);

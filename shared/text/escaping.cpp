@@ -52,7 +52,7 @@ struct Letter
 
 constexpr char32_t noLetter = 0xfffd;
 
-/// The character at the beginning of `text`; noLetter for a byte that begins none.
+/// The first character of `text`; noLetter for a byte that begins no character.
 Letter firstLetter(std::string_view text)
 {
     const auto byte = [&text](std::size_t at) {
@@ -91,11 +91,11 @@ std::string numberOf(char32_t code)
 struct Number
 {
     char32_t code;
-    /// How many characters it takes, without the backslash; 0 when there is none.
+    /// The number's length without the backslash; 0 if there is none.
     std::size_t length;
 };
 
-/// The number of a hidden character that `text`, which follows a backslash, begins with.
+/// The number of a hidden character at the beginning of `text`, which follows a backslash.
 Number numberAfterBackslash(std::string_view text)
 {
     constexpr Number none{0, 0};
@@ -114,14 +114,15 @@ Number numberAfterBackslash(std::string_view text)
     return isHidden(code) && numberOf(code).size() == digits + 2 ? Number{code, digits + 1} : none;
 }
 
-/// Whether the text stays as it is. Says no for some that do, and costs little for a Russian line.
+/// Whether the text certainly needs no change. May return false for such a text; fast for Russian
+/// lines.
 bool isSurelyPlain(std::string_view text)
 {
     for (std::size_t at = 0; at < text.size(); ++at) {
         const auto byte = static_cast<unsigned char>(text[at]);
         if (byte >= ' ' && byte < 0x7f && byte != '\\')
             continue;
-        // The two halves of the Russian letters.
+        // The two UTF-8 lead bytes of Russian letters.
         const bool isRussian = (byte == 0xd0 || byte == 0xd1) && at + 1 < text.size()
                                && (static_cast<unsigned char>(text[at + 1]) & 0xc0U) == 0x80;
         if (!isRussian)
@@ -131,13 +132,13 @@ bool isSurelyPlain(std::string_view text)
     return true;
 }
 
-/// Writes the text to `out` and stops before the character that would make more than `limit` bytes
-/// of it. Returns how many bytes of the text were written.
+/// Appends the text to `out` and stops before the character that would exceed `limit` bytes.
+/// Returns how many bytes of the text were appended.
 std::size_t append(std::string &out, std::string_view text, std::string_view newline,
                    std::size_t limit)
 {
     std::size_t at = 0;
-    // Up to here each backslash is written twice.
+    // Backslashes before this position are doubled.
     std::size_t doubledEnd = 0;
     std::size_t runEnd = 0;
     while (at < text.size()) {
@@ -203,7 +204,7 @@ QString unescaped(const QString &shown)
             plain = end;
             continue;
         }
-        // Doubled backslashes, and one more where the number is a number.
+        // Doubled backslashes, and one more before a number.
         const std::size_t count = end - at;
         flush(at + count / 2);
         plain = end;

@@ -6,11 +6,11 @@
 
 namespace Log4Qt {
 
-/// What the last configuration had to say.
+/// The errors of the last configuration.
 class ConfiguratorHelper
 {
 public:
-    /// The reasons why the last PropertyConfigurator::configure() gave false.
+    /// Why the last PropertyConfigurator::configure() returned false.
     static QList<LoggingEvent> configureError();
     static void setConfigureError(const QList<LoggingEvent> &errors);
 };

@@ -49,7 +49,7 @@ QString unescaped(QStringView text)
     return result;
 }
 
-/// Where the key ends: at the first blank, '=' or ':' that has no backslash before it.
+/// The end of the key: the first blank, '=' or ':' without a backslash before it.
 qsizetype keyLength(QStringView line)
 {
     qsizetype at = 0;

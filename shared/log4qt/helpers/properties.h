@@ -7,15 +7,15 @@ class QIODevice;
 
 namespace Log4Qt {
 
-/// The pairs of a properties file: `key = value` or `key: value` lines, `#` and `!` open a comment
-/// line, a backslash at the end of a line joins the next one.
+/// The pairs of a properties file: `key = value` or `key: value` lines. `#` and `!` begin a comment
+/// line; a backslash at the end of a line joins it with the next one.
 class Properties : public QHash<QString, QString>
 {
 public:
-    /// Adds what `device` holds; the text is UTF-8.
+    /// Adds the pairs in `device`, UTF-8 text.
     void load(QIODevice *device);
 
-    /// The value, or a null text for a key that is not there.
+    /// The value; null for an unknown key.
     QString property(const QString &key) const { return value(key); }
     void setProperty(const QString &key, const QString &value) { insert(key, value); }
 };
