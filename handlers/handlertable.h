@@ -4,5 +4,5 @@
 
 #include <span>
 
-/// Every message type that the service delivers, with the class that does it.
+/// All message types that the service delivers, with their handler classes.
 std::span<const HandlerRow> handlerTable();

@@ -20,7 +20,7 @@ bool ApMindboxHandler::sendMessage(const Message &message)
     const auto payload =
         QJsonObject::fromVariantMap(messageValue<QVariantMap>(message, u"payload"_s));
     const auto method = messageValue<QString>(message, u"method"_s);
-    // A delivery never writes into the queue: the message that lies there is enough.
+    // A delivery must not add another row: the message is already in the queue.
     if (method == u"create") {
         constexpr bool fromQueue = true;
         return judge(interface.createAuthorizedOrder(payload, fromQueue));
@@ -36,7 +36,7 @@ bool ApMindboxHandler::judge(const apmindbox::OperationResult &result)
 {
     if (result.isSuccess())
         return true;
-    // Of an exchange that failed the client itself says why.
+    // For a failed exchange the client has the reason.
     if (result.networkError != http::noError)
         return false;
     return keep(apmindbox::refusalReason(result.status));

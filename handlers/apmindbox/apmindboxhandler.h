@@ -6,8 +6,8 @@ namespace apmindbox {
 class OperationResult;
 }
 
-/// Delivers `apmindbox` messages: an order to create, or a change of an order's status. No answer
-/// drops a message undelivered; it stays until the platform has taken it.
+/// Delivers `apmindbox` messages: an order to create, or a change of an order's status. The message
+/// stays until the platform has accepted it; no answer drops it.
 class ApMindboxHandler : public BasicHandler
 {
 public:
@@ -15,6 +15,6 @@ public:
     bool sendMessage(const Message &message) override;
 
 private:
-    /// Says what the outcome of the message's operation means for the message.
+    /// Decides from the operation's outcome whether the message is finished with.
     bool judge(const apmindbox::OperationResult &result);
 };

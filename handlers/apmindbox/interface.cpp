@@ -27,7 +27,7 @@ QDateTime now()
     return MockFactory<CurrentTime>::create()->currentDateTime();
 }
 
-/// The present time as the platform takes it for an order that reaches it later.
+/// The current time in the platform's format, for an order that is delivered later.
 QString executionTime()
 {
     return now().toUTC().toString(u"dd.MM.yyyy HH:mm:ss"_s);
@@ -115,7 +115,7 @@ OperationResult Interface::checkMobilePhoneAuthorizationCode(const QString &mobi
                                                              const QString &code)
 {
     logger->info(u"Проверка кода авторизации для номера '%1'"_s, mobilePhone);
-    // The platform spells this key so.
+    // The misspelled key is the platform's.
     return execute(
         u"Offline.CheckMobilePhoneAuthorizationCode"_s,
         {{u"customer"_s, customerWithPhone(mobilePhone)}, {u"authentificationCode"_s, code}},
@@ -157,7 +157,7 @@ OperationResult Interface::execute(const QString &operationName, const QJsonObje
                                    const QString &transactionId)
 {
     const QString redirected = settings::apmindbox::redirect.value(operationName, operationName);
-    // The redirected name is for the log alone; the platform is asked by the operation's own one.
+    // The redirected name is only logged; the request contains the operation's own name.
     logger->debug(u" выполнение метода '%1'%2"_s.arg(
         operationName, redirected == operationName ? QString() : u" -> '%1'"_s.arg(redirected)));
 

@@ -17,15 +17,14 @@ class Logger;
 namespace apmindbox {
 
 /// One brand's client of the Mindbox loyalty platform. Each operation is one POST of JSON to one
-/// address, with the operation's name in the query, and tells the outcome by its result; a failed
-/// request is a result like any other. All of them go through execute(), so a subclass can replace
-/// the transport alone.
+/// address, with the operation's name in the query. Its result contains the outcome, also of a
+/// failed request. All operations call execute(), so that a subclass can replace the transport.
 ///
-/// Settings: section `ApMindbox`, read when the object is made, so make one for each piece of work.
-/// Logs on `apmindbox`.
+/// Settings: section `ApMindbox`, read by the constructor, so make a new object for each task. Logs
+/// on `apmindbox`.
 ///
-/// Throws BasicException where an operation writes into the queue and the row could not be written;
-/// nothing else throws.
+/// Throws BasicException if an operation that writes to the queue could not write the row; nothing
+/// else throws.
 /// Thread: the one that made it, one request at a time.
 class Interface
 {
@@ -37,27 +36,27 @@ public:
     virtual RegisterCustomerResult registerCustomer(const ApMindboxCustomerData &customer);
     virtual OperationResult editCustomer(const ApMindboxCustomerData &customer);
     virtual OperationResult resendMobilePhoneConfirmationCode(const QString &mobilePhone);
-    /// The code appears in the log.
+    /// The code is logged.
     virtual OperationResult confirmMobilePhone(const QString &mobilePhone, const QString &code);
     virtual OperationResult checkMobilePhoneAuthorizationCode(const QString &mobilePhone,
                                                               const QString &code);
     virtual OperationResult confirmEmail(const QString &email);
-    /// An order that found no connection goes into the queue, with the time of this attempt, unless
-    /// it comes from there (`fromQueue`). `noConnection` of the result then says that it lies
-    /// there.
+    /// If there is no connection, the order is written to the queue with the current time, unless
+    /// it comes from the queue (`fromQueue`). The result's `noConnection` then means that it has
+    /// been queued.
     virtual CreateOrderResult createAuthorizedOrder(const QJsonObject &order, bool fromQueue);
-    /// Without `sendNow` the change goes into the queue instead; the result is at its defaults and
-    /// no success.
+    /// Without `sendNow` the change is written to the queue instead; the result then has its
+    /// defaults and is not a success.
     virtual OperationResult changeOrderStatus(const QJsonObject &body, bool sendNow);
-    /// The one way to the platform. `transactionId` is left out of the query when empty. A
-    /// `pointOfContact` in `body` gives way to the one of the settings.
+    /// Sends every request. An empty `transactionId` is left out of the query. The `pointOfContact`
+    /// of the settings replaces one in `body`.
     virtual OperationResult execute(const QString &operationName, const QJsonObject &body,
                                     const QString &transactionId);
 
 private:
-    /// Its query is that of the latest request.
+    /// Contains the query of the latest request.
     QUrl url;
-    /// Whose customers these are. No operation sends it.
+    /// The brand of the customers. Not sent by any operation.
     QString brand;
     QString endpoint;
     QString pointOfContact;

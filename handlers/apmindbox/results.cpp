@@ -99,7 +99,7 @@ void OperationResult::readStatus(const http::Response &reply, Log4Qt::Logger &lo
         status = RequestStatus::Error;
         return;
     }
-    // An order of the till must not be lost for half an answer: it goes into the queue.
+    // An order must not be lost after a partial answer: it is written to the queue.
     const bool isUnread = reply.isNetworkError() || reply.isTooLarge();
     if (isUnread || (response.isEmpty() && httpStatus != httpOk)) {
         status = RequestStatus::Error;
@@ -118,7 +118,7 @@ void OperationResult::readCustomer()
     customer.firstName = jsonTextByPath(response, u"customer.firstName"_s);
     customer.lastName = jsonTextByPath(response, u"customer.lastName"_s);
     customer.mobilePhone = jsonLooseTextByPath(response, u"customer.mobilePhone"_s);
-    // The platform tells a birth date in another format than the one it is told.
+    // The platform's format for a birth date differs between requests and replies.
     customer.birthDate =
         QDate::fromString(jsonTextByPath(response, u"customer.birthDate"_s), u"yyyy-MM-dd"_s);
     customer.sex = jsonTextByPath(response, u"customer.sex"_s);
@@ -144,7 +144,7 @@ GetCustomerResult::GetCustomerResult(const OperationResult &result)
 
 bool GetCustomerResult::isSuccess() const
 {
-    // A customer whom the platform does not know is an answer, too.
+    // "Customer not found" is a valid answer.
     return status == RequestStatus::Success
            && (customer.processingStatus == ProcessingStatus::Found
                || customer.processingStatus == ProcessingStatus::NotFound);

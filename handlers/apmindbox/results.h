@@ -19,21 +19,20 @@ namespace apmindbox {
 /// The top-level status of a reply.
 enum class RequestStatus : qint32
 {
-    /// Any text that is none of the others, or no text at all.
+    /// Any other text, or none.
     Unknown = 0,
-    /// The reply names an error, or there was no connection.
+    /// The reply contains an error, or there was no connection.
     Error = 1,
     Success = 2,
     ValidationError = 3,
     ProtocolError = 4,
 };
 
-/// Why the platform has not done what it was asked, in Russian and for people: its answer had this
-/// status.
+/// The reason of a refusal, in Russian for people: the platform answered with this status.
 QString refusalReason(RequestStatus status);
 
-/// What the platform has done with a customer or an order. The numbers are those of this client
-/// alone.
+/// What the platform has done with a customer or an order. The numbers are used only in this
+/// client.
 enum class ProcessingStatus : qint32
 {
     Unknown = 0,
@@ -51,8 +50,8 @@ enum class ProcessingStatus : qint32
 
 } // namespace apmindbox
 
-/// A customer as the platform tells it. A member that the reply does not hold, or holds as
-/// something else, keeps its default.
+/// A customer in the platform's replies. A member that is missing or has another type keeps its
+/// default.
 struct ApMindboxCustomer
 {
     bool isMobilePhoneConfirmed = false;
@@ -60,35 +59,35 @@ struct ApMindboxCustomer
     QString email;
     QString firstName;
     QString lastName;
-    /// The platform may give it as a number.
+    /// The platform may send it as a number.
     QString mobilePhone;
     QDate birthDate;
-    /// As the platform gives it.
+    /// In the platform's form.
     QString sex;
     apmindbox::ProcessingStatus processingStatus = apmindbox::ProcessingStatus::Unknown;
 };
 
-/// A customer as the till tells it.
+/// A customer in the till's requests.
 struct ApMindboxCustomerData
 {
     QString firstName;
     QString mobilePhone;
-    /// Not sent when empty.
+    /// Not sent if empty.
     QString email;
-    /// Not sent when invalid.
+    /// Not sent if invalid.
     QDate birthDate;
-    /// 0 is male, anything else female.
+    /// 0: male; any other number: female.
     qint32 sex = 0;
 };
 
 namespace apmindbox {
 
-/// The outcome of an operation. Any reply makes one: what it does not hold stays at its default.
+/// The outcome of an operation. Can be made from any reply: missing values keep their defaults.
 class OperationResult
 {
 public:
     OperationResult() = default;
-    /// Logs the error that the reply names.
+    /// Logs the error in the reply.
     OperationResult(const http::Response &reply, Log4Qt::Logger &logger);
     virtual ~OperationResult() = default;
 
@@ -96,15 +95,15 @@ public:
     virtual tr::Tr errorOr(const tr::Tr &defaultText) const;
 
     int httpStatus = 0;
-    /// The client's error code, 0 for none.
+    /// The client's error code; 0 for none.
     int networkError = 0;
-    /// No whole answer came, whatever status was read before it broke off, or one that is too large
-    /// to be read, or one that holds no JSON member and whose status is not 200.
+    /// No complete answer, even if a status was received; or an answer that is too large to parse;
+    /// or one without any JSON member and with a status other than 200.
     bool noConnection = false;
     RequestStatus status = RequestStatus::Unknown;
-    /// Empty also when the platform names an error: its text is for the log.
+    /// Empty if the platform itself reports an error: that text is only logged.
     tr::Tr error;
-    /// The whole reply; empty when it is no JSON object.
+    /// The whole reply; empty if it is not a JSON object.
     QJsonObject response;
     ApMindboxCustomer customer;
 
@@ -118,7 +117,7 @@ class CreateOrderResult : public OperationResult
 public:
     explicit CreateOrderResult(const OperationResult &result);
 
-    /// The order was processed or calculated, whatever `status` says.
+    /// The order was processed or calculated; `status` does not matter.
     bool isSuccess() const override;
 
     ProcessingStatus processingStatus = ProcessingStatus::Unknown;
@@ -129,7 +128,7 @@ class GetCustomerResult : public OperationResult
 public:
     explicit GetCustomerResult(const OperationResult &result);
 
-    /// The platform knows whether there is such a customer.
+    /// The platform knows whether the customer exists.
     bool isSuccess() const override;
 };
 
@@ -138,7 +137,7 @@ class RegisterCustomerResult : public OperationResult
 public:
     explicit RegisterCustomerResult(const OperationResult &result);
 
-    /// `response` says that the customer was created, whatever `status` says.
+    /// `response` says that the customer was created; `status` does not matter.
     bool isSuccess() const override;
 };
 

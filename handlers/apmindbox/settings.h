@@ -2,7 +2,7 @@
 
 #include "shared/core/setting.h"
 
-/// Section `ApMindbox`: read by each client of the platform when it is made.
+/// Section `ApMindbox`: read by the constructor of each client.
 namespace settings::apmindbox {
 
 inline constexpr Setting<QString> url{

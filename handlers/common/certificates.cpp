@@ -25,7 +25,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// A file that is still being written, or whose writing was cut off, has the owner's execute bit.
+/// The mark of an unfinished file: the owner's execute bit.
 constexpr mode_t unfinishedMode = S_IRWXU;
 constexpr mode_t finishedMode = S_IRUSR | S_IWUSR;
 constexpr mode_t folderMode = S_IRWXU;
@@ -52,8 +52,8 @@ std::optional<struct stat> statusOf(const QString &path)
     return status;
 }
 
-/// Anybody may put something into /tmp before the service does, and would then choose the
-/// certificate by which the till is known. Tells what speaks against using it; empty for nothing.
+/// Other users may create files in /tmp first, and so choose the till's certificate. Returns the
+/// reason not to use a file or folder; empty if there is none.
 QString objectionTo(const struct stat &status)
 {
     if (S_ISLNK(status.st_mode))
@@ -90,9 +90,9 @@ bool protectsFiles(const QString &folder, Log4Qt::Logger &logger)
 enum class Usability
 {
     Usable,
-    /// It could not be made.
+    /// It could not be created.
     Failed,
-    /// It is not ours alone.
+    /// Other users can change it.
     Refused,
 };
 
@@ -144,8 +144,8 @@ Found lookAt(const QString &pem, Log4Qt::Logger &logger)
     return (status->st_mode & allRights) == unfinishedMode ? Found::Unfinished : Found::Ready;
 }
 
-/// One for each PEM file of the process. Two types with one certificate wait for each other's
-/// conversion, so that neither uses half a file.
+/// One lock for each PEM file of the process, so that a type never uses a file that another one is
+/// still writing.
 std::shared_ptr<QMutex> conversionLock(const QString &pem)
 {
     // Never destroyed: a worker may outlive main().
@@ -157,20 +157,20 @@ std::shared_ptr<QMutex> conversionLock(const QString &pem)
     return lock;
 }
 
-/// A file of ours for the tool to write into; false when there is something already, or no room.
+/// Creates an empty file for the tool; false if a file exists or on an error.
 bool reserve(const QString &pem)
 {
     const int file = ::open(native(pem).constData(),
                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, unfinishedMode);
     if (file < 0)
         return false;
-    // The umask may have taken the mark away.
+    // The umask may have removed the mark.
     ::fchmod(file, unfinishedMode);
     ::close(file);
     return true;
 }
 
-/// On a full disk the tool ends with exit code 0 and leaves the beginning.
+/// On a full disk the tool writes part of the file and exits with code 0.
 bool isCutOff(const QString &pem)
 {
     QFile file(pem);
@@ -183,7 +183,7 @@ bool isCutOff(const QString &pem)
                || content.count("-----BEGIN ") != content.count("-----END "));
 }
 
-/// The file keeps its mark, or is gone when the tool has written nothing.
+/// Keeps the mark; removes the file if the tool has written nothing.
 void leaveUnfinished(const QString &pem)
 {
     const std::optional<struct stat> status = statusOf(pem);
@@ -193,8 +193,8 @@ void leaveUnfinished(const QString &pem)
         ::chmod(native(pem).constData(), unfinishedMode);
 }
 
-/// Takes the mark away once the content is on the disk. Rights that the tool itself has given stay,
-/// unless the file is the service's alone.
+/// Removes the mark after syncing the content. Other permission bits that the tool has set stay,
+/// unless the file must be private to the service.
 bool finish(const QString &pem, bool isPrivate)
 {
     const int file = ::open(native(pem).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
@@ -210,8 +210,8 @@ bool finish(const QString &pem, bool isPrivate)
     return isDone;
 }
 
-/// Runs the tool without a shell and without a terminal to ask questions on. True when it ended by
-/// itself with exit code 0.
+/// Runs the tool without a shell and without a terminal for questions. True if it exited with code
+/// 0.
 bool runTool(const QString &path, const QString &pem, const QString &password,
              const CertificateRules &rules)
 {
@@ -219,7 +219,7 @@ bool runTool(const QString &path, const QString &pem, const QString &password,
     QProcess tool;
     QString source = u"pass:"_s + password;
     if (!rules.passwordVariable.isEmpty()) {
-        // Whoever lists the processes of the till sees their arguments, but not their environment.
+        // Other users can see the arguments of a process, but not its environment.
         source = u"env:"_s + rules.passwordVariable;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(rules.passwordVariable, password);
@@ -242,7 +242,7 @@ bool runTool(const QString &path, const QString &pem, const QString &password,
 ConvertedCertificate makePem(const QString &path, const QString &pem, const QString &password,
                              const CertificateRules &rules, Log4Qt::Logger &logger)
 {
-    // A tool that outlived a crash of the service writes into the old file, not into this one.
+    // A tool that survived a crash of the service still writes to the old file, not to this one.
     ::unlink(native(pem).constData());
     const bool isReserved = reserve(pem);
     if (!isReserved && lookAt(pem, logger) == Found::Refused)
@@ -269,7 +269,7 @@ ConvertedCertificate convertCertificate(Log4Qt::Logger &logger, const QString &p
         return {.pem = path};
 
     QFile source(path);
-    // Qt complains on standard error about a file without a name.
+    // Qt prints a warning for a file without a name.
     if (path.isEmpty() || !source.open(QIODevice::ReadOnly)) {
         logger.error(u"Ошибка чтения сертификата %1"_s, path);
         return {};
@@ -287,7 +287,7 @@ ConvertedCertificate convertCertificate(Log4Qt::Logger &logger, const QString &p
     if (found == Found::Nothing || found == Found::Unfinished) {
         const std::shared_ptr<QMutex> lock = conversionLock(pem);
         const QMutexLocker locker(lock.get());
-        // Another type may have made it in the meantime.
+        // Another type may have created it meanwhile.
         found = lookAt(pem, logger);
         if (found == Found::Nothing || found == Found::Unfinished)
             return makePem(path, pem, password, rules, logger);

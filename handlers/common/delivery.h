@@ -12,36 +12,36 @@ namespace Log4Qt {
 class Logger;
 }
 
-/// A client for one delivery, which logs its exchanges on `logger`.
+/// A client for one delivery that logs its exchanges on `logger`.
 std::shared_ptr<RestClient> createClient(Log4Qt::Logger &logger);
-/// The same with the timeout of `request`, for a handler that has more to set before it sends.
+/// The same with the timeout of `request`, for a handler that sets more options before it sends.
 std::shared_ptr<RestClient> createClient(Log4Qt::Logger &logger, const PreparedRequest &request);
 
-/// Gives the client the request's timeout, if it has one.
+/// Sets the request's timeout on the client, if there is one.
 void applyTimeout(RestClient &client, const PreparedRequest &request);
 
-/// Makes the exchange. Blocks until it has ended; the client then describes it. The timeout is left
-/// as it is set.
+/// Performs the exchange. Blocks until it has ended; then the client has the result. Does not
+/// change the timeout.
 void sendRequest(RestClient &client, const PreparedRequest &request);
-/// The same by a new client with the request's timeout, which is handed back to be judged.
+/// The same with a new client and the request's timeout. Returns the client with the result.
 std::shared_ptr<RestClient> sendRequest(Log4Qt::Logger &logger, const PreparedRequest &request);
 
-/// The whole delivery of most types: makes the exchange and logs its failure. True when it was
-/// answered with a status of the 200s.
+/// The whole delivery of most types: performs the exchange and logs its failure. True for an answer
+/// with a 2xx status.
 bool deliverRequest(Log4Qt::Logger &logger, const PreparedRequest &request);
 
-/// Whether the last exchange was answered with a status of the 200s, whatever the reply holds.
+/// Whether the last exchange was answered with a 2xx status. The reply's content does not matter.
 bool succeeded(const RestClient &client);
-/// The same, and the failure line that most handlers write.
+/// The same, and logs a failure in the line that most handlers use.
 bool succeeded(const RestClient &client, Log4Qt::Logger &logger);
 bool succeeded(const http::Response &response, Log4Qt::Logger &logger);
 
-/// The judgement of a type that any whole answer finishes: a refusal gives the message up. False:
-/// no whole answer came.
+/// For types whose messages are finished by any complete answer: a refusal drops the message. False
+/// without a complete answer.
 bool finishedByAnyAnswer(BasicHandler &handler, const RestClient &client);
 
-/// That the service has refused, with its own explanation where there is one.
+/// The reason "refused by the service", with the service's explanation if there is one.
 QString refusalText(const QString &explanation);
 
-/// The line that most handlers log when a request has failed.
+/// The line that most handlers log for a failed request.
 void logSendError(Log4Qt::Logger &logger, const tr::Tr &errorText);

@@ -7,8 +7,8 @@
 #include <QVariant>
 #include <QVariantMap>
 
-/// The value of `key` in the message's body as a `T`. `defaultValue` answers for an absent key
-/// only: a value that cannot be converted gives an empty `T`, 0 for a number.
+/// The value of `key` in the message's body as a `T`. `defaultValue` is returned only for a missing
+/// key: a value that cannot be converted gives an empty `T`, 0 for a number.
 template <typename T>
 T messageValue(const Message &message, const QString &key, const T &defaultValue = T())
 {
@@ -22,5 +22,5 @@ T messageValue(const Message &message, const QString &key, const T &defaultValue
     return converted;
 }
 
-/// Request headers from the map that a message holds, each value as text.
+/// The request headers in a message's map, each value as text.
 QHash<QString, QString> messageHeaders(const QVariantMap &map);

@@ -76,8 +76,7 @@ PreparedRequest readRequest(const Message &message, const RequestRules &rules)
 
 QUrl addressOf(const QString &text)
 {
-    // The messages of a type mostly go to one address, and taking it apart costs more than the
-    // headers do.
+    // Messages of a type mostly have the same address, and parsing it costs more than the headers.
     static thread_local QString lastText;
     static thread_local QUrl lastUrl;
     if (text != lastText) {

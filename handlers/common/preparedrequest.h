@@ -11,41 +11,41 @@
 #include <optional>
 #include <variant>
 
-/// How a request goes out.
+/// The HTTP method, and how the client sends it.
 enum class Verb
 {
     Post,
     Put,
-    /// As a whole request: headers as they are, a document without a content type of its own.
+    /// With the message's headers only: no content type is added for a document.
     WholePut,
     WholePatch,
 };
 
-/// What a request carries and how it is read from the message's `body`.
+/// The type of a request's body, and how it is read from the message's `body`.
 enum class Payload
 {
     Bytes,
     Object,
-    /// An object by way of its variant map.
+    /// An object that is converted to a variant map and back.
     Map,
     Array,
-    /// No content at all, whatever the message holds.
+    /// No content; the message's `body` is ignored.
     EmptyDocument,
 };
 
-/// Where the headers of a request come from.
+/// The source of a request's headers.
 enum class Headers
 {
     /// The message's `headers`.
     FromMessage,
-    /// The same, read as a JSON object.
+    /// The same, converted from a JSON object.
     FromMessageObject,
-    /// The content type of JSON, and nothing of the message.
+    /// Only the content type of JSON; the message's headers are ignored.
     JsonContentType,
     Empty,
 };
 
-/// The timeout of a delivery in seconds; what 0 and no timeout mean is RestClient's to say.
+/// The timeout of a delivery in seconds. For 0 and no timeout see RestClient.
 struct Timeout
 {
     enum class Source
@@ -56,7 +56,7 @@ struct Timeout
     };
 
     Source source = Source::Message;
-    /// The fixed timeout, or the one for a message that names none.
+    /// The fixed timeout, or the default for a message without one.
     int seconds = 0;
 
     static constexpr Timeout fromMessage(int defaultSeconds)
@@ -67,7 +67,7 @@ struct Timeout
     static constexpr Timeout unset() { return {Source::Unset, 0}; }
 };
 
-/// How the messages of a type hold their request. Each member's default is what most types have.
+/// How the messages of a type contain their request. The defaults suit most types.
 struct RequestRules
 {
     Verb verb = Verb::Post;
@@ -76,35 +76,35 @@ struct RequestRules
     Timeout timeout = Timeout::fromMessage(0);
 };
 
-/// One request as a value, which a handler may still change before it goes out.
+/// One request as a value, which a handler may change before it sends it.
 struct PreparedRequest
 {
     Verb verb = Verb::Post;
     QUrl url = {};
     QHash<QString, QString> headers = {};
-    /// Bytes go out as they are, a document as compact JSON; a null document is no content. A POST
-    /// of a document names its content type when `headers` do not.
+    /// Bytes are sent unchanged, a document as compact JSON; a null document means no content. A
+    /// POST of a document has a JSON content type unless `headers` contain one.
     std::variant<QByteArray, QJsonDocument> body = {};
-    /// Empty: RestClient's own.
+    /// Empty: RestClient's default timeout.
     std::optional<int> timeoutSeconds = {};
 
-    /// The body that goes out.
+    /// The body as it is sent.
     QByteArray content() const;
 };
 
-/// The request that the message holds under `url`, `headers`, `body` and `timeout`. What is absent
-/// or of the wrong type reads as empty; an address that cannot be used is the client's to refuse.
+/// Reads the request from the message's keys `url`, `headers`, `body` and `timeout`. A missing
+/// value or one of the wrong type counts as empty. The client rejects an unusable address.
 PreparedRequest readRequest(const Message &message, const RequestRules &rules = {});
 
-/// The address in a text, read tolerantly, as the till writes it.
+/// Parses an address in QUrl's tolerant mode.
 QUrl addressOf(const QString &text);
 
-/// The address under `key` in the message's body; empty when there is none.
+/// The address under `key` in the message's body; empty without one.
 QUrl messageAddress(const Message &message, const QString &key);
 
-/// The headers of a request whose content type alone is set, to JSON in UTF-8.
+/// Headers with only a content type: JSON in UTF-8.
 QHash<QString, QString> jsonContentType();
 
-/// Sets user name and password of an address, each as it stands. An address that cannot be read
-/// stays so: with a user name it would become readable, and it may be another server's.
+/// Sets user name and password of an address, unescaped. An invalid address is left unchanged:
+/// setting a user would make the rest of it valid, possibly as another server's address.
 void setCredentials(QUrl &url, const QString &user, const QString &password);

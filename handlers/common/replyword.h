@@ -2,7 +2,6 @@
 
 #include <QString>
 
-/// A code or a state from a reply, as a reason for people shows it: its first 40 characters, and
-/// "не указано" for an empty one. A reply may hold anything in its place, up to megabytes, and a
-/// reason is kept.
+/// A code or state from a reply, for use in a reason: its first 40 characters, or "не указано" if
+/// empty. A reply may contain megabytes in its place, and reasons are stored.
 QString shownWord(const QString &word);

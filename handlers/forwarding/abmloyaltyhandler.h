@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `abmloyalty` messages: the prepared bytes, in a POST, or in a PUT where the message
-/// asks for one.
+/// Delivers `abmloyalty` messages: the prepared bytes, in a POST, or in a PUT if the message asks
+/// for it.
 class AbmLoyaltyHandler : public BasicHandler
 {
 public:

@@ -2,7 +2,7 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `estesis` messages: a POST without content: the address says it all.
+/// Delivers `estesis` messages: a POST without content; the address contains the data.
 class EstesisHandler : public BasicHandler
 {
 public:

@@ -14,7 +14,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The service explains a refusal of its own in the member `message`.
+/// Whether the service explains its refusal in the member `message`.
 bool isExplainedRefusal(const http::Response &response)
 {
     switch (response.status) {

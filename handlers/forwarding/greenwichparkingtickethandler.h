@@ -3,7 +3,7 @@
 #include "engine/basichandler.h"
 
 /// Delivers `greenwichparkingticket` messages: the whole body describes the request. Only a network
-/// failure keeps a message: a ticket that the service refuses today it refuses tomorrow.
+/// failure keeps a message, because the service would refuse the same ticket again.
 class GreenwichParkingTicketHandler : public BasicHandler
 {
 public:

@@ -3,7 +3,7 @@
 #include "engine/basichandler.h"
 
 /// Delivers `setomni` messages: an XML document, normalised, in one POST. Any well-formed reply
-/// finishes the message. A message whose own document is not well-formed stays.
+/// finishes the message. A message whose document is not well-formed stays.
 class SetOmniHandler : public BasicHandler
 {
 public:

@@ -2,7 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `smartscales` messages: the prepared bytes, in one POST under the client's own timeout.
+/// Delivers `smartscales` messages: the prepared bytes, in one POST with the client's default
+/// timeout.
 class SmartScalesHandler : public BasicHandler
 {
 public:

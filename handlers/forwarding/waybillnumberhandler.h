@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `waybillnumber` messages: the prepared bytes, in one PUT. Headers and timeout are the
-/// service's own, whatever the message holds.
+/// Delivers `waybillnumber` messages: the prepared bytes, in one PUT. Headers and timeout are
+/// fixed; those in the message are ignored.
 class WaybillNumberHandler : public BasicHandler
 {
 public:

@@ -45,7 +45,7 @@ bool GoldCrownHandler::parseReply(const QByteArray &reply)
         logger()->warn(u"Некорректный ответ от сервера, отсутствует поле code"_s);
         return keep(u"в ответе нет поля code"_s);
     }
-    // A text that is no number reads as 0, and 0 is success.
+    // A text that is not a number gives 0, and 0 is success.
     const int value = code.text().toInt();
     if (value == 0)
         return true;
@@ -71,7 +71,7 @@ void GoldCrownHandler::onAllowedError(const QString &description)
 
 QString GoldCrownHandler::prepareCertificate(const QString &path, const QString &password)
 {
-    // The name is older than this handler, and its files lie on the tills.
+    // An older version used this name, and its files are on the tills.
     static const CertificateRules rules{.fileName = u"queue_spasibo_%1"_s};
     return convertCertificate(*logger(), path, password, rules).pem;
 }

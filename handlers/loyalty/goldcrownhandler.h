@@ -14,14 +14,14 @@ class GoldCrownHandler : public BasicHandler
 public:
     explicit GoldCrownHandler(const QString &type);
     bool sendMessage(const Message &message) override;
-    /// True when the operation is done, or has failed in a way that needs no further attempt.
+    /// True if the operation is done, or has failed for good.
     virtual bool parseReply(const QByteArray &reply);
-    /// Told of a code in `allowedErrors`, with the reply's text for it.
+    /// Called for a code in `allowedErrors`, with the reply's text.
     virtual void onAllowedError(const QString &description);
-    /// The PEM file for the client; empty when there is none.
+    /// The PEM file for the client; empty on failure.
     virtual QString prepareCertificate(const QString &path, const QString &password);
 
 protected:
-    /// Codes that finish the message although they are failures.
+    /// Error codes that finish the message.
     QList<int> allowedErrors;
 };

@@ -15,7 +15,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The service does not take the price corrections of a request.
+/// The service refuses the price corrections of a request.
 constexpr int correctionRefused = 217;
 
 } // namespace
@@ -114,7 +114,7 @@ void LoymaxHandler::saveTransactionId(const Message &message, const QString &tra
     try {
         updateTransactionId(messageValue<QString>(message, u"cardId"_s), transactionId);
     } catch (const BasicException &exception) {
-        // The reply alone decides: another attempt would post a purchase that was accepted.
+        // Only the reply decides: another attempt would post an accepted purchase twice.
         logger()->error(u"Идентификатор транзакции не сохранён: %1"_s, exception.tr().ru());
     }
 }

@@ -3,23 +3,23 @@
 #include "engine/basichandler.h"
 #include "shared/net/httpresponse.h"
 
-/// What Loymax says to a request.
+/// A reply of Loymax.
 struct LoymaxReply
 {
     /// The message is finished with.
     bool done = false;
-    /// The transaction that a discount was reckoned in; empty in any other reply.
+    /// The transaction in which a discount was calculated; empty in other replies.
     QString transactionId;
-    /// 0 also where the reply has no number.
+    /// 0 also if the reply has no number.
     int errorCode = 0;
 };
 
 /// Delivers `loymax` messages: a prepared XML document in one POST. The `ErrorCode` of the reply
-/// decides. A request whose price corrections are refused is repeated once without them, and the
-/// transaction that a reply names is written to the card of the till's document.
+/// decides. If the service refuses the request's price corrections, the request is repeated once
+/// without them. The transaction in a reply is written to the card of the till's document.
 ///
-/// Settings: `Loymax:timeout` in seconds, read at the construction, and `Loymax:uncriticalErrors`,
-/// the codes that finish a message although they are errors, read for every reply.
+/// Settings: `Loymax:timeout` in seconds, read by the constructor, and `Loymax:uncriticalErrors`,
+/// the error codes that finish a message, read for each reply.
 class LoymaxHandler : public BasicHandler
 {
 public:
@@ -30,7 +30,7 @@ public:
     virtual void updateTransactionId(const QString &cardId, const QString &transactionId);
 
 private:
-    /// A failure is logged and changes nothing about the message.
+    /// A failure is only logged; the result of the delivery does not change.
     void saveTransactionId(const Message &message, const QString &transactionId);
 
     int timeout;

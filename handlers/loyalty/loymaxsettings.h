@@ -10,7 +10,7 @@ inline constexpr Setting<std::chrono::seconds> timeout{
     .defaultValue = 20,
     .about = u"Time that one exchange may take. Read by each pass.",
 };
-/// Read for every reply.
+/// Read for each reply.
 inline constexpr Setting<QStringList> uncriticalErrors{
     .key = u"Loymax:uncriticalErrors",
     .defaultValue = u"2, 101, 102, 103, 110, 111, 201, 202, 203, 204, 205, 206, 208, 209, 210, "

@@ -10,9 +10,9 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int success = 0;
-/// The service does not say what this one means, but the work is done.
+/// Not documented by the service, but the work is done.
 constexpr int alsoSuccess = 81301;
-/// Final for a card that may not be used any more, and for nothing else.
+/// Final only for a card that may no longer be used.
 constexpr int operationForbidden = 80420;
 
 } // namespace
@@ -38,7 +38,7 @@ bool ManzanaHandler::parseReply(const QByteArray &reply)
         logger()->warn(u"Некорректный ответ от сервера, отсутствует поле ReturnCode"_s);
         return keep(u"в ответе нет поля ReturnCode"_s);
     }
-    const int code = element.text().toInt(); // no number reads as 0, and 0 is success
+    const int code = element.text().toInt(); // not a number: 0, which is success
     if (code == success || code == alsoSuccess)
         return true;
 

@@ -16,7 +16,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// What the card's record remembers under the operation's information.
+/// The key in the card's operation info.
 const QString transactionDateKey = u"TransactionDate"_s;
 
 const QString updating = u"Обновление данных запроса на возврат"_s;
@@ -67,7 +67,7 @@ bool ManzanaLoyaltyOnlineHandler::parseReply(const QByteArray &reply)
 {
     const QDomDocument document = xmlutils::parseXml(reply, {u"ReturnCode"_s, u"Message"_s});
     const QString code = xmlutils::getValueByTag(document, u"ReturnCode"_s, 0);
-    // Whatever is there and is no number above 0 is success, and so is this one code.
+    // Any text that is not a number above 0 is success, and so is this code.
     constexpr int alsoSuccess = 81301;
     const int value = code.toInt();
     if (!code.isEmpty() && (value < 1 || value == alsoSuccess))
@@ -134,10 +134,10 @@ QByteArray ManzanaLoyaltyOnlineHandler::completedReturn(const QDomDocument &requ
             u"Продажа не найдена из-за ошибки базы данных, возврат отправляется без изменений: %1"_s,
             exception.tr().ru());
     }
-    // A return goes out also when the till does not know its sale any more.
+    // If the till no longer knows the sale, the return is sent unchanged.
     if (!card || card->getOperationInfo().isNull())
         return body;
-    // What was read above is not the whole request.
+    // The document above contains only the selected elements.
     const QString whole = QString::fromUtf8(body);
     if (xmlutils::fitsATree(whole))
         return updateReturnRequest(xmlutils::parseXmlText(whole), *card);
@@ -154,7 +154,7 @@ void ManzanaLoyaltyOnlineHandler::rememberSale(const QDomDocument &request, cons
         if (card)
             saveTransaction(card->getId().toInt(), reply);
     } catch (const BasicException &exception) {
-        // The service has booked the sale; another attempt would book it a second time.
+        // The service has booked the sale; another attempt would book it twice.
         logger()->error(u"Транзакция продажи не сохранена: %1"_s, exception.tr().ru());
     }
 }

@@ -7,12 +7,12 @@
 
 #include <memory>
 
-/// Delivers `manzanaloyaltyonline` messages: a prepared XML document in one POST. A sale that went
-/// through leaves its transaction and its time on the card of the till's document; a return that
-/// does not name the time of its sale takes it from there.
+/// Delivers `manzanaloyaltyonline` messages: a prepared XML document in one POST. After a
+/// successful sale, its transaction and time are stored on the card of the till's document. A
+/// return without the time of its sale takes that time from the card.
 ///
-/// A document store that fails decides nothing: it is logged, a return goes out as it was written,
-/// and a sale that the service has taken is finished with.
+/// A failure of the document store is logged and changes no result: a return is sent as it was
+/// written, and an accepted sale is finished with.
 class ManzanaLoyaltyOnlineHandler : public BasicHandler
 {
 public:
@@ -20,15 +20,15 @@ public:
     bool sendMessage(const Message &message) override;
     /// True when the message is finished with.
     virtual bool parseReply(const QByteArray &reply);
-    /// Whether a return names the time of its sale.
+    /// Whether a return contains the time of its sale.
     virtual bool hasChequeDate(const QDomDocument &request);
-    /// The card of the sale; null when the till has none. Throws BasicException when the document
-    /// store cannot be read.
+    /// The card of the sale; null without one. Throws BasicException when the document store cannot
+    /// be read.
     virtual std::shared_ptr<DocumentCardRecord> findCardRecord(const QString &chequeNumber,
                                                                const QString &cardNumber);
-    /// Remembers what the reply to a sale says. Throws BasicException when it could not be stored.
+    /// Stores the reply to a sale. Throws BasicException on failure.
     virtual void saveTransaction(int recordId, const QByteArray &reply);
-    /// The request with the time of the sale that `card` remembers, in UTF-8.
+    /// The request with the time of the sale from `card`, in UTF-8.
     virtual QByteArray updateReturnRequest(const QDomDocument &request,
                                            const DocumentCardRecord &card);
 

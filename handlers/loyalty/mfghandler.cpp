@@ -17,13 +17,13 @@ MfgHandler::MfgHandler()
 bool MfgHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
-    // Made anew, so that a changed setting holds from the next message on.
+    // A new object for each message, so that changed settings apply.
     mfg::Interface interface;
     try {
         interface.sendFromQueue(QJsonObject::fromVariantMap(message.body));
     } catch (const BasicException &error) {
         logger()->error(error.tr().ru());
-        // Of an exchange that failed the client itself says why.
+        // For a failed exchange the client has the reason.
         return interface.refusal() ? keep(*interface.refusal()) : false;
     }
     return interface.refusal() ? giveUp(*interface.refusal()) : true;

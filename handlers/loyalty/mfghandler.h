@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `mfg` messages: a request to the Mfg service as it was prepared, replayed. What the
-/// service refuses for good is logged and given up.
+/// Delivers `mfg` messages: a request to the Mfg service, sent as prepared. A final refusal is
+/// logged and drops the message.
 class MfgHandler : public BasicHandler
 {
 public:

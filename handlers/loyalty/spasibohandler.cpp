@@ -20,7 +20,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Entries such as "503" or "422 CARD_NOT_FOUND"; those that begin with no number are left out.
+/// Parses entries such as "503" or "422 CARD_NOT_FOUND"; skips entries that do not begin with a
+/// number.
 QList<RetryRule> parseRetryRules(const QStringList &entries)
 {
     QList<RetryRule> rules;
@@ -60,7 +61,7 @@ qint64 attemptNumber(const Message &message)
     return isNumber ? earlier + 1 : 1;
 }
 
-/// Empty when the reply names none as a text.
+/// Empty if the reply has no error code as a text.
 QString errorCodeOf(const QByteArray &reply)
 {
     return http::parseReply(reply.trimmed()).object().value(u"errorCode"_s).toString();
@@ -95,8 +96,8 @@ bool SpasiboHandler::sendMessage(const Message &message)
         // lost.
         if (certificate.isRefused)
             return keep(u"файл сертификата могут менять другие"_s, http::FailureKind::Certificate);
-        // Where there is none, the request goes out without one: whether the service wants it is
-        // for the service to say.
+        // Without a certificate the request is sent anyway; the service decides whether it needs
+        // one.
         client->setCertificatePath(certificate.pem);
         client->setCertificatePassword(password);
         client->setPrivateKeyPath(messageValue<QString>(message, u"privateKeyPath"_s));
@@ -114,8 +115,8 @@ bool SpasiboHandler::classifyReply(const Message &message, const http::Response 
     if (response.status == 0 && !succeeded(response, *logger()))
         return false;
 
-    // Before the status is looked at: should the deletion of a delivered message fail, its row
-    // shows that the service has answered.
+    // Before the status is checked: if deleting a delivered message fails, its row shows that the
+    // service has answered.
     const qint64 attempt = attemptNumber(message);
     if (dao)
         dao->updateStatusCode(message.id, QString::number(attempt));

@@ -9,20 +9,20 @@ namespace http {
 struct Response;
 }
 
-/// An answer of the service that is worth another attempt.
+/// An answer of the service after which the request is tried again.
 struct RetryRule
 {
     int httpStatus = 0;
-    /// The error code in the reply, in any case. Empty: any, or none.
+    /// The error code in the reply, case-insensitive. Empty: any code, or none.
     QString errorCodeText;
 
     bool operator==(const RetryRule &) const = default;
 };
 
-/// Delivers `spasibo` messages: the whole request that the till has prepared. An answer that a
-/// retry rule names keeps the message, until the service has answered `Spasibo:sendLimit` attempts;
-/// any other finishes it. Answered attempts are counted in the row's status code. Without an answer
-/// the message stays, and nothing is counted.
+/// Delivers `spasibo` messages: a request that the till has prepared completely. An answer that
+/// matches a retry rule keeps the message, until the service has answered `Spasibo:sendLimit`
+/// attempts; any other answer finishes it. The row's status code counts the answered attempts.
+/// Without an answer the message stays and the count does not change.
 class SpasiboHandler : public BasicHandler
 {
 public:

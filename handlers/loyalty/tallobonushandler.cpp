@@ -13,7 +13,7 @@ namespace {
 
 constexpr int timeoutSeconds = 180;
 
-// What the last argument of the client's operations tells the bonus server.
+// The last argument of the client's operations.
 constexpr bool isFinal = true;
 constexpr bool isNotFinal = false;
 
@@ -55,7 +55,7 @@ bool TalloBonusHandler::sendMessage(const Message &message)
         logger()->warn(error.tr().ru());
         return giveUp(refusalText(error.tr().ru()));
     } catch (...) {
-        // Whatever goes wrong on the way to the bonus server, the message gets another try.
+        // After any other failure the message gets another attempt.
         return false;
     }
     return true;

@@ -9,9 +9,9 @@
 #include <functional>
 #include <memory>
 
-/// Delivers `tallobonus`, `tallocertificate` and `tallocoupon` messages: each names a method, and
-/// the operation of that name is carried out at the bonus server. A refusal that another attempt
-/// would not change finishes the message; a method that nobody knows keeps it.
+/// Delivers `tallobonus`, `tallocertificate` and `tallocoupon` messages: each contains the name of
+/// a method, which is called on the bonus server. A final refusal finishes the message; an unknown
+/// method keeps it.
 class TalloBonusHandler : public BasicHandler
 {
 public:
@@ -22,18 +22,18 @@ public:
     virtual void add(const TalloBonusMessage &message);
     virtual void sub(const TalloBonusMessage &message);
     virtual void back(const TalloBonusMessage &message);
-    /// Sets the state of the card first, if the message names one.
+    /// Sets the state of the card first if the message contains one.
     virtual void commit(const TalloBonusMessage &message);
     virtual void rollback(const TalloBonusMessage &message);
     virtual void setAdditionalCardStatus(const TalloBonusMessage &message);
-    /// Takes back what a session has credited, without a look at what is left of it.
+    /// Reverts what a session has credited, without a check of the remaining balance.
     virtual void revertEarnBySessionId(const TalloBonusMessage &message);
-    /// Gives the client the message's settings. An endpoint holds for the messages behind, too,
-    /// until one names another.
+    /// Applies the message's settings to the client. An endpoint stays set for later messages until
+    /// one has another.
     virtual void prepareClient(const TalloBonusMessage &message);
 
 protected:
     QMap<QString, std::function<void(const TalloBonusMessage &)>> methods;
-    /// One for all messages of this handler.
+    /// Shared by all messages of this handler.
     std::shared_ptr<TalloBonusClient> client;
 };

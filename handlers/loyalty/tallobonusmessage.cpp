@@ -24,7 +24,7 @@ SessionInfo sessionInfoOf(const Message &message)
     return info;
 }
 
-/// The first moment of a day written as "yyyy-MM-dd".
+/// The beginning of a day in the format "yyyy-MM-dd".
 QDateTime dayOf(const QVariant &text)
 {
     return QDate::fromString(text.toString(), u"yyyy-MM-dd"_s).startOfDay();
@@ -45,7 +45,7 @@ BonusAssetGroup assetGroupOf(const Message &message)
     group.beginDate = dayOf(map.value(u"assetBeginDate"_s));
     group.endDate = dayOf(map.value(u"assetEndDate"_s));
     group.weight = map.value(u"weight"_s).toInt();
-    // The same under the names that the bonus server gives them.
+    // The same values under the bonus server's names.
     if (map.contains(u"groupId"_s))
         group.id = map.value(u"groupId"_s).toString();
     if (map.contains(u"data_beg"_s))

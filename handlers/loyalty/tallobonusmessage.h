@@ -8,8 +8,7 @@
 #include <QString>
 #include <QStringList>
 
-/// What a message says of an operation of the bonus server. A member that the message does not hold
-/// keeps its default.
+/// The parameters of a bonus server operation in a message. A missing member keeps its default.
 struct TalloBonusMessage
 {
     TalloBonusMessage() = default;

@@ -29,7 +29,7 @@ QDateTime now()
     return MockFactory<CurrentTime>::create()->currentDateTime();
 }
 
-/// The present time as the platform takes it for an order that reaches it later.
+/// The current time in the platform's format, for an order that is delivered later.
 QString executionTime()
 {
     return now().toUTC().toString(u"dd.MM.yyyy HH:mm:ss"_s);
@@ -50,7 +50,7 @@ QJsonObject cardWithNumber(const QString &number)
     return {{u"ids"_s, QJsonObject{{u"number"_s, number}}}};
 }
 
-/// Not a path into a reply: whatever is no object on the way gives no id.
+/// Unlike jsonValueByPath(), gives no id when a value on the way is not an object.
 QString externalId(const QJsonObject &body)
 {
     QJsonObject object = body;
@@ -117,8 +117,7 @@ OperationResult Interface::sendMobilePhoneAuthorizationCode(const QString &mobil
         return request(resendMobilePhoneAuthorizationCodeOperation, body, QString());
     }
     logger->info(u"Отправка кода подтверждения на номер %1"_s, mobilePhone);
-    // Stored before the request: one whose reply is lost may have reached the customer all the
-    // same.
+    // Stored before the request: even if the reply is lost, the code may have reached the customer.
     authorizationCodePhone = mobilePhone;
     authorizationCodeTime = static_cast<quint32>(now().toSecsSinceEpoch());
     return request(sendMobilePhoneAuthorizationCodeOperation, body, QString());
@@ -127,7 +126,7 @@ OperationResult Interface::sendMobilePhoneAuthorizationCode(const QString &mobil
 OperationResult Interface::checkMobilePhoneAuthorizationCode(const MindboxCustomer &customer,
                                                              const QString &code)
 {
-    // The platform spells this key so.
+    // The misspelled key is the platform's.
     return request(checkMobilePhoneAuthorizationCodeOperation,
                    {{u"customer"_s, customerWithIds(customer.mindboxId, customer.mobilePhone)},
                     {u"authentificationCode"_s, code}},
@@ -196,7 +195,7 @@ PreorderResult Interface::unauthorizedPreorder(const QJsonObject &order)
     return PreorderResult(request(unauthorizedPreorderOperation, order, QString()));
 }
 
-// The spelling "дла" stays: it is what searches in the logs of the tills look for.
+// The misspelling "дла" is kept: people search the tills' logs for it.
 
 BeginResult Interface::beginAnonymousOrderTransaction(const QJsonObject &order)
 {

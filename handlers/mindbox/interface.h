@@ -17,15 +17,14 @@ class Logger;
 namespace mindbox {
 
 /// The client of the Mindbox loyalty platform. Each operation is one POST of JSON to one address,
-/// with the operation's name in the query, and tells the outcome by its result; a failed request is
-/// a result like any other. All of them go through request(), so a subclass can replace the
-/// transport alone.
+/// with the operation's name in the query. Its result contains the outcome, also of a failed
+/// request. All operations call request(), so that a subclass can replace the transport.
 ///
-/// Settings: section `Mindbox`, read when the object is made, so make one for each piece of work.
-/// Logs on `mindbox`.
+/// Settings: section `Mindbox`, read by the constructor, so make a new object for each task. Logs
+/// on `mindbox`.
 ///
-/// Throws BasicException where an operation writes into the queue and the row could not be written;
-/// nothing else throws.
+/// Throws BasicException if an operation that writes to the queue could not write the row; nothing
+/// else throws.
 /// Thread: the one that made it, one request at a time.
 class Interface
 {
@@ -33,14 +32,13 @@ public:
     Interface();
     virtual ~Interface();
 
-    /// `identifier` is a phone number, or the number of a discount card.
+    /// `identifier` is a phone number or the number of a discount card.
     virtual OperationResult checkCustomer(const QString &identifier, bool byMobilePhone);
-    /// Gives the customer the phone number of `changes`.
+    /// Sets the customer's phone number to that in `changes`.
     virtual OperationResult editCustomer(const MindboxCustomer &customer,
                                          const MindboxCustomer &changes);
-    /// The first code of a phone number goes out at once. Another one for the same number is
-    /// refused, without a request, until 31 seconds after the first, and is a resending from then
-    /// on.
+    /// Sends the first code for a phone number at once. Within 31 seconds another one for the same
+    /// number is refused without a request; after that time it is a resending.
     virtual OperationResult sendMobilePhoneAuthorizationCode(const QString &mobilePhone);
     virtual OperationResult checkMobilePhoneAuthorizationCode(const MindboxCustomer &customer,
                                                               const QString &code);
@@ -59,21 +57,21 @@ public:
     virtual BeginResult beginAuthorizedOrderTransaction(const QJsonObject &order);
     virtual BeginResult beginUnauthorizedOrderTransaction(const QJsonObject &order);
     virtual RollbackResult rollbackOrderTransaction(const QJsonObject &body);
-    /// The queue forms write a message that MindboxHandler delivers, and send nothing.
+    /// These operations send nothing: they write a message that MindboxHandler delivers later.
     virtual void queueRollback(const QJsonObject &body);
-    /// Stamps the time of this call into `body`, as `executionDateTimeUtc`. An empty `cardNumber`
-    /// is left out of the message.
+    /// Adds the current time to `body` as `executionDateTimeUtc`. An empty `cardNumber` is left out
+    /// of the message.
     virtual void queueSaveOfflineOrder(QJsonObject &body, const QString &cardNumber);
     virtual void queueCommit(const QJsonObject &body);
     virtual ReturnResult returnOrder(const QJsonObject &body);
-    /// The next code for any phone number is a first one again.
+    /// After this call the next code counts as the first one for any phone number.
     virtual void resetAuthorizationCodeState();
-    /// The one way to the platform. `transactionId` is left out of the query when empty. A
-    /// `pointOfContact` in `body` gives way to the one of the settings.
+    /// Sends every request. An empty `transactionId` is left out of the query. The `pointOfContact`
+    /// of the settings replaces one in `body`.
     virtual OperationResult request(const QString &operationName, const QJsonObject &body,
                                     const QString &transactionId);
-    /// With `Mindbox:useIdempotencyKey` the order's external id goes along as the transaction's id,
-    /// so that the platform knows a repeated beginning.
+    /// With `Mindbox:useIdempotencyKey` the order's external id is sent as the transaction's id, so
+    /// that the platform recognizes a repeated request.
     virtual BeginResult beginOrderTransaction(const QString &operationName,
                                               const QJsonObject &order);
 
@@ -83,7 +81,7 @@ public:
 private:
     void readOperationNames();
 
-    /// Its query is that of the latest request.
+    /// Contains the query of the latest request.
     QUrl url;
     QString endpoint;
     QString pointOfContact;
@@ -109,7 +107,7 @@ private:
     QString saveOfflineOrderOperation;
     QString unauthorizedPreorderOperation;
     bool useIdempotencyKey = false;
-    /// The phone number of the latest first code, and when that code went out, in seconds since the
+    /// The phone number of the latest first code, and the time of its sending in seconds since the
     /// epoch.
     QString authorizationCodePhone;
     quint32 authorizationCodeTime = 0;

@@ -50,12 +50,12 @@ bool MindboxHandler::saveOfflineOrder(mindbox::Interface &interface, QJsonObject
 
 bool MindboxHandler::judge(const mindbox::OperationResult &result)
 {
-    // Goes by the reply's own status. What an order result calls its success plays no part here.
+    // Only the reply's own status counts here, not the success of an order result.
     if (result.status == mindbox::RequestStatus::Success)
         return true;
     if (result.networkError == http::badRequestError)
         return giveUp(u"платформа отклонила запрос"_s);
-    // Of an exchange that failed the client itself says why.
+    // For a failed exchange the client has the reason.
     if (result.networkError != http::noError)
         return false;
     return keep(mindbox::refusalReason(result.status));

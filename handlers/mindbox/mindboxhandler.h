@@ -9,9 +9,9 @@ class Interface;
 class OperationResult;
 } // namespace mindbox
 
-/// Delivers `mindbox` messages: commits, rollbacks and deferred orders that the till has left for
-/// the loyalty platform. What the platform has done, or refuses as a bad request, is finished with.
-/// A deferred order with the card of an unknown customer is given up.
+/// Delivers `mindbox` messages: commits, rollbacks and deferred orders for the loyalty platform. A
+/// message that the platform has carried out, or has refused as a bad request, is finished with. A
+/// deferred order with the card of an unknown customer is dropped.
 class MindboxHandler : public BasicHandler
 {
 public:
@@ -19,10 +19,10 @@ public:
     bool sendMessage(const Message &message) override;
 
 private:
-    /// With a card the customer is asked for first, and the order goes out with the customer's
-    /// phone number.
+    /// With a card, requests the customer first and sends the order with the customer's phone
+    /// number.
     bool saveOfflineOrder(mindbox::Interface &interface, QJsonObject payload,
                           const QString &cardNumber);
-    /// Says what the outcome of the message's own operation means for the message.
+    /// Decides from the outcome of the message's operation whether the message is finished with.
     bool judge(const mindbox::OperationResult &result);
 };

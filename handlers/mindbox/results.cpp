@@ -80,7 +80,7 @@ QList<Record> listOf(const QJsonArray &elements, Record (*read)(const QJsonObjec
     return records;
 }
 
-/// Cards that are not activated give the customer nothing, so they are left out.
+/// Only activated cards; the others give the customer nothing.
 QList<MindboxDiscountCard> activatedCards(const QJsonArray &elements)
 {
     QList<MindboxDiscountCard> cards;
@@ -179,7 +179,7 @@ QString refusalReason(RequestStatus status)
 
 bool RequestResult::isSuccess() const
 {
-    // Another attempt would be refused in the same way.
+    // Another attempt would be refused again.
     return networkError == http::badRequestError || status == RequestStatus::Success;
 }
 
@@ -213,7 +213,7 @@ void OperationResult::readStatus(const http::Response &reply, Log4Qt::Logger &lo
         status = RequestStatus::Error;
         return;
     }
-    // An order must not be dropped for half an answer about its customer.
+    // An order must not be dropped after a partial answer about its customer.
     const bool isUnread = reply.isNetworkError() || reply.isTooLarge();
     if (isUnread || (response.isEmpty() && httpStatus != httpOk)) {
         status = RequestStatus::Error;
@@ -233,7 +233,7 @@ void OperationResult::readCustomer()
     customer.firstName = jsonTextByPath(response, u"customer.firstName"_s);
     customer.lastName = jsonTextByPath(response, u"customer.lastName"_s);
     customer.mobilePhone = jsonLooseTextByPath(response, u"customer.mobilePhone"_s);
-    // A customer of whom nothing is told is not found, while an unknown word is an unknown status.
+    // A missing status means "not found"; an unknown word means an unknown status.
     customer.processingStatus = processingStatusOf(
         jsonValueByPath(response, u"customer.processingStatus"_s).toString(u"NotFound"_s));
     discountCards = activatedCards(listAt(response, u"discountCards"_s));
@@ -279,7 +279,7 @@ BeginResult::BeginResult(const OperationResult &result)
     const QJsonValue innerOrder = outerOrder.value(u"order"_s);
     order = innerOrder.isUndefined() ? outerOrder : innerOrder.toObject();
     const QString idName = settings::mindbox::responseTransactionIdName.value();
-    // The id stands beside an inner order, not in it.
+    // The id is beside the inner order, not in it.
     transactionId = jsonTextByPath(outerOrder, u"ids.%1"_s.arg(idName));
 }
 

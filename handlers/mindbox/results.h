@@ -17,27 +17,27 @@ namespace Log4Qt {
 class Logger;
 }
 
-/// What Mindbox says to a request, as values. Reading a reply never throws: what it lacks, or holds
-/// in another type, is empty, zero or the default told here.
+/// Replies of Mindbox as values. Parsing never throws: a value that is missing or has another type
+/// is empty, zero or the default given here.
 namespace mindbox {
 
 /// The top-level status of a reply.
 enum class RequestStatus : qint32
 {
-    /// Any text that is none of the others, or no text at all.
+    /// Any other text, or none.
     Unknown = 0,
-    /// The reply names an error, or there was no connection.
+    /// The reply contains an error, or there was no connection.
     Error = 1,
     Success = 2,
     ValidationError = 3,
     ProtocolError = 4,
 };
 
-/// Why the platform has not done what it was asked, in Russian and for people: its answer had this
-/// status.
+/// The reason of a refusal, in Russian for people: the platform answered with this status.
 QString refusalReason(RequestStatus status);
 
-/// What Mindbox did with a customer, an order or a card, in Mindbox's own numbers, gaps included.
+/// What Mindbox did with a customer, an order or a card. The numbers are Mindbox's, including the
+/// gaps.
 enum class ProcessingStatus : qint32
 {
     Unknown = 0,
@@ -61,7 +61,7 @@ enum class ProcessingStatus : qint32
 struct MindboxDiscountCard
 {
     QString number;
-    /// Invalid when the reply has no ISO 8601 time.
+    /// Invalid if the reply has no ISO 8601 time.
     QDateTime date;
     mindbox::ProcessingStatus processingStatus = mindbox::ProcessingStatus::Unknown;
 };
@@ -92,7 +92,7 @@ struct MindboxCustomer
 struct MindboxCoupon
 {
     QString code;
-    /// In the words of the service.
+    /// As the service writes it.
     QString status;
 };
 
@@ -106,7 +106,7 @@ struct MindboxAppliedPromotion
     QString couponCode;
 };
 
-/// Texts for a place on the receipt or the screen.
+/// Texts for a place on the receipt or on the screen.
 struct MindboxPlaceholder
 {
     QStringList messages;
@@ -124,42 +124,42 @@ struct MindboxLine
 
 namespace mindbox {
 
-/// What every result tells. A value, never owned through a pointer to this class, so it has no
-/// virtual destructor.
+/// The common part of all results. A value, never deleted through a pointer to this class, so it
+/// has no virtual destructor.
 class RequestResult
 {
 public:
     /// The request is finished with: done, or refused for good.
     virtual bool isSuccess() const;
-    /// What to tell the cashier; the service's own words stay in the log.
+    /// The text for the cashier; the service's own text is only logged.
     virtual tr::Tr error() const;
-    /// The reply's error, or `defaultText` when there is none.
+    /// The reply's error, or `defaultText` without one.
     virtual tr::Tr errorOr(const tr::Tr &defaultText) const;
 
     int httpStatus = 0;
-    /// The client's error code, 0 for none.
+    /// The client's error code; 0 for none.
     int networkError = 0;
-    /// No whole answer came, whatever status was read before it broke off, or one that is too large
-    /// to be read, or one that holds no JSON member and whose status is not 200. It alone tells a
-    /// lost service from one that answered with an error.
+    /// No complete answer, even if a status was received; or an answer that is too large to parse;
+    /// or one without any JSON member and with a status other than 200. Only this distinguishes an
+    /// unreachable service from one that answered with an error.
     bool noConnection = false;
     RequestStatus status = RequestStatus::Unknown;
     tr::Tr error_;
-    /// The whole reply; empty when it is no JSON object.
+    /// The whole reply; empty if it is not a JSON object.
     QJsonObject response;
 };
 
-/// The reply to any operation, with the customer when it names one.
+/// The reply to any operation, with the customer if it contains one.
 class OperationResult : public RequestResult
 {
 public:
     OperationResult() = default;
-    /// Logs the error that the reply names.
+    /// Logs the error in the reply.
     OperationResult(const http::Response &reply, Log4Qt::Logger &logger);
     virtual ~OperationResult() = default;
 
     MindboxCustomer customer;
-    /// The activated cards, those of `customer`.
+    /// The activated cards of `customer`.
     QList<MindboxDiscountCard> discountCards;
 
 private:
@@ -167,7 +167,7 @@ private:
     void readCustomer();
 };
 
-/// A calculated receipt. Its success is the order's alone.
+/// A calculated receipt. Only the order decides its success.
 class PreorderResult : public OperationResult
 {
 public:
@@ -178,15 +178,15 @@ public:
     ProcessingStatus processingStatus = ProcessingStatus::Unknown;
     double availableBonusAmount = 0;
     double totalPrice = 0;
-    /// By their codes.
+    /// By code.
     QMap<QString, MindboxCoupon> coupons;
     QList<MindboxLine> lines;
-    /// One for each line, also where a line earns nothing.
+    /// One for each line, even if the line earns nothing.
     QList<MindboxBalance> earnedBalances;
     QList<MindboxPlaceholder> placeholders;
 };
 
-/// A return. Its success is the order's alone.
+/// A return. Only the order decides its success.
 class ReturnResult : public OperationResult
 {
 public:
@@ -197,7 +197,7 @@ public:
     ProcessingStatus processingStatus = ProcessingStatus::Unknown;
 };
 
-/// A transaction that has begun. Its success is the order's alone.
+/// A transaction that has begun. Only the order decides its success.
 class BeginResult : public OperationResult
 {
 public:
@@ -229,7 +229,7 @@ public:
     MindboxDiscountCard card;
 };
 
-/// Of both cards only the processing status is told.
+/// The reply contains only the processing status of both cards.
 class ReplaceCardResult : public RequestResult
 {
 public:

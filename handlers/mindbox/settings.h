@@ -2,8 +2,8 @@
 
 #include "shared/core/setting.h"
 
-/// Section `Mindbox`: read by each client of the platform when it is made, but for the name of the
-/// transaction's id, which each reply is read with.
+/// Section `Mindbox`: read by the constructor of each client. Only the name of the transaction's id
+/// is read for each reply.
 namespace settings::mindbox {
 
 inline constexpr Setting<QString> url{
@@ -39,7 +39,7 @@ inline constexpr Setting<QString> responseTransactionIdName{
     .about = u"Name under which the platform returns the id of a transaction that has begun.",
 };
 
-/// An operation goes by the name that it has at the platform.
+/// The name of an operation at the platform.
 constexpr Setting<QString> operation(QStringView key, QStringView defaultName)
 {
     return {

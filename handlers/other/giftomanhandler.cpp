@@ -12,7 +12,7 @@ namespace {
 
 constexpr int attemptLimit = 3;
 
-/// The service itself has failed, and another attempt may find it well. Both signs of a code occur.
+/// An internal error of the service, which may be temporary. The code occurs with either sign.
 bool isInternalError(const QVariantMap &reply)
 {
     constexpr qint64 internalErrors[] = {32605, 32606, 32610};
@@ -43,7 +43,7 @@ bool GiftomanHandler::sendMessage(const Message &message)
             logger()->error(u"Внутрення ошибка сервера"_s);
             return keep(u"внутренняя ошибка сервиса"_s);
         }
-        // The last reply is not asked for its id any more: the service has had its chances.
+        // The id of the last reply is not checked: there are no attempts left.
         if (attempt == attemptLimit) {
             logger()->error(u"Ошибочный ответ от сервера"_s);
             return giveUp(u"исчерпаны попытки, третий ответ не рассматривается"_s);

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `giftoman` messages: the prepared bytes, posted again while the service answers with
-/// the id "0", three times at most.
+/// Delivers `giftoman` messages: the prepared bytes in a POST, which is repeated while the service
+/// answers with the id "0", three times at most.
 class GiftomanHandler : public BasicHandler
 {
 public:

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `iturup` messages: the id and the check of the message's `body`, posted to the `url` in
-/// there. A refusal by the service is logged and finishes the message, too.
+/// Delivers `iturup` messages: a POST of the id and the check in the message's `body` to the `url`
+/// in that body. A refusal by the service is logged and also finishes the message.
 class IturupHandler : public BasicHandler
 {
 public:

@@ -9,7 +9,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The links of the chain, in their order; one that is left out shortens it.
+/// The addresses of the chain in order; missing ones are skipped.
 QList<QUrl> chainOf(const QVariantMap &urls)
 {
     QList<QUrl> chain;

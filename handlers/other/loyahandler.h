@@ -3,8 +3,8 @@
 #include "engine/basichandler.h"
 
 /// Delivers `loya` messages: a chain of up to three PUTs, each with the answer to the one before.
-/// After a failure the whole chain is due again, so the service sees its first links more than
-/// once.
+/// After a failure the whole chain is repeated, so the service may receive its first requests
+/// several times.
 class LoyaHandler : public BasicHandler
 {
 public:

@@ -9,7 +9,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The reasons of a refusal that mean: the transaction was handled before.
+/// Refusal codes which mean that the transaction was handled earlier.
 bool isHandledBefore(int reason)
 {
     return reason == 227 || reason == 331 || reason == 442;
@@ -48,7 +48,7 @@ bool MegarHandler::parseReply(const QByteArray &reply)
     }
     if (result.text() == u"APPR")
         return true;
-    // An absent reason reads as 0, and so does one that is no number: neither is on the list.
+    // A missing reason and one that is not a number give 0, which is not in the list.
     const int reason = xmlutils::getValueByTag(root, u"RspnRsn"_s, 0).toInt();
     if (isHandledBefore(reason)) {
         logger()->warn(u"Транзакция была обработана ранее, удаляем сообщение из очереди"_s);

@@ -3,12 +3,12 @@
 #include "engine/basichandler.h"
 
 /// Delivers `megar` and `rrsocial` messages: the prepared bytes in one POST. The XML reply must say
-/// that the transaction is approved, or that it was handled before.
+/// that the transaction is approved or was handled earlier.
 class MegarHandler : public BasicHandler
 {
 public:
     explicit MegarHandler(const QString &type);
     bool sendMessage(const Message &message) override;
-    /// True when the transaction needs no further attempt.
+    /// True if the transaction needs no further attempt.
     virtual bool parseReply(const QByteArray &reply);
 };

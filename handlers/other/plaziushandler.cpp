@@ -24,7 +24,7 @@ bool PlaziusHandler::sendMessage(const Message &message)
     client->get(addressOf(opening.value(u"url"_s).toString()), QJsonDocument(), {});
     if (!succeeded(*client, *logger()))
         return false;
-    // The service answers with a JSON text, as a rule.
+    // The service usually answers with a JSON string.
     const QString session = QString::fromUtf8(client->responseBody()).remove(u'"');
 
     const auto described = messageValue<QVariantMap>(message, u"request"_s);

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `plazius` messages in two requests: one opens a session, the other does the work in it.
-/// A session serves one delivery.
+/// Delivers `plazius` messages in two requests: the first opens a session, the second uses it. Each
+/// delivery opens its own session.
 class PlaziusHandler : public BasicHandler
 {
 public:

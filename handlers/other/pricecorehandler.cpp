@@ -17,8 +17,8 @@ constexpr RequestRules rules{
 bool sendObject(BasicHandler &handler, const Message &message)
 {
     const auto client = sendRequest(*handler.logger(), readRequest(message, rules));
-    // Only now, when the request is made, as everywhere in the till: it holds for what the client
-    // may still log. The line of the request masks such a name by itself.
+    // Set after the request, as in the till's other programs: it applies to later log lines of the
+    // client. The log line of the request masks this header by its name.
     client->setSecretHeaders({u"X-Api-Auth-Token"_s});
     return finishedByAnyAnswer(handler, *client);
 }

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `pricecore` messages to the service that `subtype` names: a JSON object in one POST,
-/// and any answer will do. A message of another subtype is dropped without a word.
+/// Delivers `pricecore` messages to the service in `subtype`: a JSON object in one POST. Any answer
+/// finishes the message. A message with another subtype is dropped without a log line.
 class PriceCoreHandler : public BasicHandler
 {
 public:

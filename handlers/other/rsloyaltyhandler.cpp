@@ -18,7 +18,7 @@ bool RSLoyaltyHandler::sendMessage(const Message &message)
     logger()->info(u"Отправка сообщения"_s);
     const auto client =
         sendRequest(*logger(), readRequest(message, {.timeout = Timeout::fixed(10)}));
-    // A fault comes with an error status, so a reply is judged before the exchange is.
+    // A fault has an error status, so the reply is checked before the exchange's result.
     if (parseReply(messageValue<QString>(message, u"request"_s), client->statusCode(),
                    client->responseBody()))
         return true;
@@ -33,7 +33,7 @@ bool RSLoyaltyHandler::parseReply(const QString &request, int status, const QByt
         return xmlutils::getValueByTag(document, request + u"Result"_s, 0) == u"true";
 
     const QString fault = xmlutils::getValueByTag(document, u"faultstring"_s, 0).remove(u'.');
-    // The card is not there to be changed, and no further attempt makes it appear.
+    // The card does not exist or is not active, and a repetition does not change that.
     if (fault != u"Дисконтная карта не активирована" && fault != u"Дисконтная карта не найдена")
         return false;
     logger()->warn(u"Сообщение об ошибке: %1, сообщение будет удалено"_s, fault);

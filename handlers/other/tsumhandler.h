@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `tsum` messages: the whole message is the request. Any answer that is no error finishes
-/// it.
+/// Delivers `tsum` messages: the whole message is the request. Any answer that is not an error
+/// finishes it.
 class TsumHandler : public BasicHandler
 {
 public:

@@ -59,7 +59,7 @@ bool AtolPayHandler::sendMessage(const Message &message)
     case AtolPayTransactionStatus::Completed:
         return refund(message, service);
     case AtolPayTransactionStatus::InProgress:
-        // The till relies on a payment that is still under way not being waited for.
+        // By agreement with the till, a payment in progress is not waited for.
     case AtolPayTransactionStatus::Error:
     case AtolPayTransactionStatus::Expired:
         logger()->info(u"Отмена не требуется"_s);

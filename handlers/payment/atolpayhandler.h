@@ -6,11 +6,11 @@ namespace atolpay {
 class Interface;
 }
 
-/// Delivers `atolpay` messages, which ask that a QR payment be given back. The service is asked for
-/// the state of the payment first, and only a completed one is refunded.
+/// Delivers `atolpay` messages, which request the refund of a QR payment. The state of the payment
+/// is requested first, and only a completed one is refunded.
 ///
-/// Nothing is remembered between two attempts: a refund whose reply was lost shows as refunded in
-/// the state that the next attempt asks for, so it is not made twice.
+/// No state is kept between attempts. After a lost reply to a refund, the next attempt finds the
+/// payment refunded and does not repeat the refund.
 class AtolPayHandler : public BasicHandler
 {
 public:

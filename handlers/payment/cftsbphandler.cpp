@@ -12,7 +12,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int preconditionRequiredStatus = 428;
-/// With the status above: an error that ends the matter for good.
+/// With the status above: a final error.
 constexpr int finalErrorCode = 202;
 
 } // namespace
@@ -25,7 +25,7 @@ CftSbpHandler::CftSbpHandler()
 bool CftSbpHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения"_s);
-    // The client gets no logger, so the exchange with the bank is logged at no level.
+    // Without a logger, so that the exchange with the bank is never logged.
     const auto client = MockFactory<RestClient>::create();
     const PreparedRequest request = readRequest(message, {.payload = Payload::Map});
     applyTimeout(*client, request);
@@ -40,7 +40,7 @@ bool CftSbpHandler::sendMessage(const Message &message)
 bool CftSbpHandler::judgeFailure(const RestClient &client, const QVariantMap &reply)
 {
     logger()->error(reply.value(u"message"_s, client.errorText().ru()).toString());
-    // Compared as values: the number of any kind and its text are equal.
+    // Compared as QVariant: a number of any type equals its text.
     const bool isFinal = client.statusCode() == preconditionRequiredStatus
                          && reply.value(u"code"_s, 0) == QVariant(finalErrorCode);
     return isFinal && giveUp(u"банк отказал окончательно, код %1"_s.arg(finalErrorCode));

@@ -4,8 +4,8 @@
 
 class RestClient;
 
-/// Delivers `cftsbp` messages: the prepared object as JSON, in one POST. The partner's `status` is
-/// the answer, or the pair `message` and `code`, by which it refuses.
+/// Delivers `cftsbp` messages: the prepared object as JSON, in one POST. The partner answers with
+/// `status`, or refuses with `message` and `code`.
 class CftSbpHandler : public BasicHandler
 {
 public:
@@ -13,8 +13,8 @@ public:
     bool sendMessage(const Message &message) override;
 
 private:
-    /// Judges an exchange that failed, an HTTP error among others.
+    /// Decides after a failed exchange, which includes HTTP errors.
     bool judgeFailure(const RestClient &client, const QVariantMap &reply);
-    /// Judges an answer with a status of the 200s.
+    /// Decides after an answer with a 2xx status.
     bool judgeReply(const QVariantMap &reply);
 };

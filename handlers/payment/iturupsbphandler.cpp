@@ -14,7 +14,7 @@ namespace {
 
 constexpr int doneCode = 0;
 constexpr int nullReplyCode = -1;
-/// The refund was taken on and is not over yet.
+/// The refund was accepted and is in progress.
 constexpr int runningCode = 2;
 
 QString dataMember(const RestClient &client, const QString &name)
@@ -45,8 +45,7 @@ bool IturupSbpHandler::sendMessage(const Message &message)
         return giveUp(u"операция отклонена"_s);
     if (status == u"NOT_STARTED")
         return doneBefore(u"операция не начата, возвращать нечего"_s);
-    // RECEIVED and IN_PROGRESS may still become one of these, and a status that nobody knows is not
-    // taken for an end.
+    // RECEIVED and IN_PROGRESS may still change to one of these; an unknown status is not final.
     return keep(u"состояние операции: %1"_s.arg(shownWord(status)));
 }
 
@@ -57,7 +56,7 @@ bool IturupSbpHandler::sendDescription(const QVariantMap &description, RestClien
                 messageHeaders(description.value(u"headers"_s).toMap()));
     if (succeeded(client))
         return true;
-    // In the operator's language, where the other types take the Russian text.
+    // In the operator's language, whereas other types log the Russian text.
     logger()->error(u"Ошибка при отправке сообщения: %1"_s, client.errorText().ui());
     return false;
 }
@@ -93,7 +92,7 @@ bool IturupSbpHandler::refund(const Message &message, RestClient &client)
     const QString paymentId = dataMember(client, u"operId"_s);
     if (!performStep(fillDescription(u"refId"_s, paymentId, u"refundPrepare"_s, message), client))
         return false;
-    // The refund is an operation of its own, and from here on its identifier is the one in use.
+    // The refund is a separate operation; from here on its identifier is used.
     const QString refundId = dataMember(client, u"operId"_s);
     if (!sendDescription(fillDescription(u"operId"_s, refundId, u"refundCommit"_s, message),
                          client))
@@ -107,8 +106,8 @@ bool IturupSbpHandler::awaitRefund(const Message &message, const QString &operat
 {
     const QVariantMap status =
         fillDescription(u"operId"_s, operationId, u"refundStatus"_s, message);
-    // Without a pause and without a count: the partner says when the refund is over, and a request
-    // that fails leaves the rest to the next attempt.
+    // Without a pause or a limit: the partner ends the refund. A failed request leaves the rest to
+    // the next attempt.
     int code = runningCode;
     while (code == runningCode) {
         if (!sendDescription(status, client))
@@ -120,8 +119,8 @@ bool IturupSbpHandler::awaitRefund(const Message &message, const QString &operat
 
 bool IturupSbpHandler::endRefund(int code)
 {
-    // Any answer ends the refund, an error or one that cannot be read included: the commit has been
-    // answered, and a second refund of the same payment would be worse than one to look after.
+    // Any answer is final, even an error or an unreadable one: the commit was answered, and a
+    // second refund of the same payment is worse than one to check by hand.
     if (code == doneCode)
         return true;
     return giveUp(code == nullReplyCode ? u"ответ на возврат не прочитан"_s

@@ -13,7 +13,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Failed attempts by message. They outlast the worker that counts them.
+/// Failed attempts by message id. They outlive the worker.
 Guarded<QHash<int, int>> &tries()
 {
     // Never destroyed: a worker may outlive main().
@@ -42,19 +42,19 @@ bool NspkEcHandler::sendMessage(const Message &message)
     const auto client = sendRequest(*logger(), readRequest(message, {.payload = Payload::Object}));
 
     const QJsonObject result = client->response().responseObject().value(u"result"_s).toObject();
-    // A success leaves the count as it is: the row goes, and its id is never given again.
+    // The count is not reset after a success: the row is deleted, and its id is never reused.
     if (succeeded(*client) && result.value(u"code"_s).toString() == u"0")
         return true;
     logger()->error(u"Ошибка при отправке сообщения: %1"_s, failureText(result));
     if (!keepsTrying(message))
         return giveUp(u"исчерпаны попытки отправки"_s);
-    // Of an exchange that failed the client itself says why.
+    // For a failed exchange the client has the reason.
     if (!succeeded(*client))
         return false;
     return keep(u"сервис отказал, код: %1"_s.arg(shownWord(result.value(u"code"_s).toString())));
 }
 
-/// Counts one more failed attempt. False: that was the last one.
+/// Counts a failed attempt. False if it was the last one.
 bool NspkEcHandler::keepsTrying(const Message &message)
 {
     const auto table = tries().lock();

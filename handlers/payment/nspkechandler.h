@@ -2,12 +2,11 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `nspkec` messages: one JSON object in one POST, finished with when the reply's
-/// `result.code` is the text "0". Failed attempts are counted for each message, and one that has
-/// failed `numberOfTries` times is given up.
+/// Delivers `nspkec` messages: one JSON object in one POST. A reply whose `result.code` is the text
+/// "0" finishes the message. Failed attempts are counted for each message; after `numberOfTries`
+/// failures it is dropped.
 ///
-/// The counts are those of the process: they outlive a worker, and a restart of the service begins
-/// them anew.
+/// The counts are kept in the process: a restart of the service resets them.
 class NspkEcHandler : public BasicHandler
 {
 public:

@@ -39,7 +39,7 @@ bool PlatiQR3Handler::sendMessage(const Message &message)
 QString PlatiQR3Handler::prepareCertificate(const QString &path, const QString &password)
 {
     CertificateRules rules = platiqr::certificateRules();
-    // Its certificates may be made with ciphers that the tool reads only when told so.
+    // Its certificates may use ciphers that the tool reads only with this option.
     rules.furtherArguments = {u"-legacy"_s};
     return convertCertificate(*logger(), path, password, rules).pem;
 }

@@ -64,10 +64,10 @@ bool sendRequest(const QString &token, const QVariantMap &request, RestClient &c
                  Log4Qt::Logger &logger)
 {
     QHash<QString, QString> headers = requestHeaders(request);
-    // A request that the till prepared without this header gains an empty one.
+    // A request without this header gets an empty one.
     headers[u"authorization"_s].replace(u"{token}"_s, token);
 
-    // The till's own time; the Z is what the service wants to see, not a time zone.
+    // Local time; the service requires the Z, which is not a time zone here.
     const QString now = MockFactory<CurrentTime>::create()->currentDateTime().toString(
         u"yyyy-MM-dd'T'hh:mm:ss'Z'"_s);
     return post(request, requestData(request).replace("{rq_tm}", now.toUtf8()), headers, client,

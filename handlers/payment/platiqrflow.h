@@ -7,40 +7,40 @@
 
 #include <log4qt/logger.h>
 
-/// How an order at Плати QR is undone. The till has prepared every request that may be needed and
-/// put them into the message, each as a map of `url`, `headers` and `data`; the order's state
-/// decides which of them go out, each under a token of its own.
+/// Cancels an order at Плати QR. The message contains every request that may be needed, each as a
+/// map of `url`, `headers` and `data`. The order's state decides which requests are sent; each
+/// needs a token of its own.
 ///
-/// The order's state at the service is all there is to know: every attempt begins with it, so a
-/// cancellation whose reply was lost is seen to have been made, and is not made twice.
+/// No state is kept between attempts: each begins with the order's state at the service. So after a
+/// lost reply to a cancellation the next attempt finds the order cancelled and does not repeat it.
 namespace platiqr {
 
-/// What a cancellation has to name of the payment.
+/// The data of a payment that a cancellation must contain.
 struct PaidOperation
 {
     QString operationId;
     QString authCode;
 };
 
-/// Where the versions of the service's interface differ.
+/// The differences between versions of the service's interface.
 struct Dialect
 {
-    /// Reads the payment from the status reply, the latest one that the client holds. What the
-    /// reply does not tell is empty.
+    /// Reads the payment from the client's latest reply, that of the status request. Missing values
+    /// are empty.
     PaidOperation (*paidOperation)(const RestClient &client);
-    /// A declined order is given up.
+    /// A declined order drops the message.
     bool isDeclinedFinal;
 };
 
-/// How certificates for the service are converted. The file's name is the same for both handlers,
-/// so a certificate is converted once.
+/// How certificates for the service are converted. Both handlers use the same file name, so that a
+/// certificate is converted once.
 CertificateRules certificateRules();
 
 enum class NextStep
 {
     Revoke,
     Cancel,
-    /// The order is undone already.
+    /// The order is cancelled already.
     Nothing,
     /// It was never paid and never will be.
     GiveUp,
@@ -52,17 +52,17 @@ NextStep nextStep(const QString &state, const Dialect &dialect);
 /// The token in a parsed reply.
 QString tokenFromReply(const QVariant &reply);
 
-/// Posts `request` as it stands. False, with a line in the log, when it was not delivered.
+/// Posts `request` unchanged. False if it was not delivered, which is logged.
 bool post(const QVariantMap &request, RestClient &client, Log4Qt::Logger &logger);
 
-/// Posts `request` with `token` and the present time in their places.
+/// Posts `request` with `token` and the current time inserted.
 bool sendRequest(const QString &token, const QVariantMap &request, RestClient &client,
                  Log4Qt::Logger &logger);
 
-/// The message's request `orderCancel` with the payment written into its data.
+/// The message's request `orderCancel` with the payment's data inserted.
 QVariantMap cancelRequest(const Message &message, const PaidOperation &operation);
 
-/// The token that `request` obtains. Empty, with a line in the log, when there is none.
+/// The token that `request` returns. Empty on failure, which is logged.
 template <typename Handler>
 QString requestToken(Handler &handler, const QVariantMap &request, RestClient &client)
 {
@@ -77,7 +77,7 @@ QString requestToken(Handler &handler, const QVariantMap &request, RestClient &c
     return token;
 }
 
-/// Sends `request` under a token that the message's request `tokenKey` obtains.
+/// Sends `request` with a token that the message's request `tokenKey` returns.
 template <typename Handler>
 bool performStep(Handler &handler, const Message &message, const QString &tokenKey,
                  const QVariantMap &request, RestClient &client)
@@ -97,12 +97,12 @@ bool useCertificate(Handler &handler, const Message &message, RestClient &client
     if (pem.isEmpty())
         return handler.keep(u"нет сертификата для соединения"_s, http::FailureKind::Certificate);
     client.setCertificatePath(pem);
-    // The PEM file is protected by the password of the file that it was made from.
+    // The PEM file has the same password as its source.
     client.setCertificatePassword(password);
     return true;
 }
 
-/// For an order that was not paid.
+/// For an unpaid order.
 template <typename Handler>
 bool revokeOrder(Handler &handler, const Message &message, RestClient &client)
 {
@@ -115,24 +115,25 @@ bool revokeOrder(Handler &handler, const Message &message, RestClient &client)
            || handler.keep(u"заказ не отозван, его состояние: %1"_s.arg(shownWord(state)));
 }
 
-/// For an order that was paid.
+/// For a paid order.
 template <typename Handler>
 bool cancelOrder(Handler &handler, const Message &message, const Dialect &dialect,
                  RestClient &client)
 {
     using namespace Qt::StringLiterals;
-    // The payment stands in the status reply, which the token request replaces.
+    // The payment's data is in the status reply, which the token's reply will replace in the
+    // client.
     const QVariantMap request = cancelRequest(message, dialect.paidOperation(client));
     if (!performStep(handler, message, u"orderCancelToken"_s, request, client))
         return false;
-    // The service calls the state of a cancelled order `order_status`, everywhere else
+    // The reply to a cancellation has the state under `order_status`, all others under
     // `order_state`.
     const QString status = handler.stateFromReply(u"order_status"_s, client.responseVariant());
     return status == u"REFUNDED" || status == u"REVERSED"
            || handler.keep(u"заказ не отменён, его состояние: %1"_s.arg(shownWord(status)));
 }
 
-/// One delivery. True when the order is undone, was undone before, or is given up.
+/// One delivery. True if the order is cancelled, now or earlier, or the message is dropped.
 template <typename Handler>
 bool undoOrder(Handler &handler, const Message &message, const Dialect &dialect)
 {

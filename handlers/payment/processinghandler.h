@@ -4,15 +4,14 @@
 
 class PaymentProcessing;
 
-/// Hands `processing` messages, all fields of them, to the payment processing of the message's
-/// currency, which says whether the message is finished with. Without a processing the message
-/// stays.
+/// Passes all fields of `processing` messages to the payment processing of the message's currency,
+/// which decides whether the message is finished with. Without a processing the message stays.
 class ProcessingHandler : public BasicHandler
 {
 public:
-    /// Has the processings read their settings anew, so a change of these holds from the next pass.
+    /// Makes the processings read their settings again, so that changes apply from the next pass.
     ProcessingHandler();
-    /// Throws what the processing throws; those of the service throw nothing.
+    /// Throws what the processing throws; the service's own ones do not throw.
     bool sendMessage(const Message &message) override;
 
 private:

@@ -12,7 +12,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The number of addresses with which the state of the code is to be found out first.
+/// With this number of addresses the state of the code is requested first.
 constexpr qsizetype addressesWithState = 3;
 constexpr QStringView completedRefund = u"COMPLETED";
 
@@ -28,7 +28,7 @@ http::Params deleteRequest(const QString &url, const RestClient::Headers &header
 
 } // namespace
 
-/// What all requests of one delivery share.
+/// Data that all requests of one delivery share.
 struct RaiffeisenSbpHandler::Delivery
 {
     std::shared_ptr<RestClient> client;
@@ -88,7 +88,7 @@ bool RaiffeisenSbpHandler::undoByState(const Message &message, const QStringList
     case ReplyClass::Good:
         break;
     case ReplyClass::NotFound:
-        // What the service does not know needs no undoing. Only this first answer may say so.
+        // An unknown order needs no cancellation. Only this first answer may say so.
         return doneBefore(u"заказ или QR-код сервису неизвестен, отменять нечего"_s);
     case ReplyClass::Failed:
         return false;
@@ -103,8 +103,7 @@ bool RaiffeisenSbpHandler::undoByState(const Message &message, const QStringList
         return deleteCode(delivery, urls[0]);
     if (state == u"PAID") {
         logger()->info(u"Оформление возврата по платежу"_s);
-        // The reply to the request itself is not looked at, even if it says that the refund is
-        // done.
+        // The reply to the refund request is ignored, even if it says that the refund is done.
         return requestRefund(delivery, urls[1]) && judgeRefund(delivery, urls[2]);
     }
     return keep(u"неизвестное состояние QR-кода или заказа: %1"_s.arg(shownWord(state)));
@@ -115,9 +114,9 @@ bool RaiffeisenSbpHandler::refundPaidOrder(const Message &message, const QString
     logger()->info(u"Оформление возврата по платежу"_s);
     const Delivery delivery = prepare(message);
     logger()->info(u"Оформление возврата по платежу"_s);
-    // The number of addresses is not checked anywhere: a till that sends too few has a fault that
-    // no retry mends, but its message must neither end the service nor be lost. value() gives an
-    // empty address, the request to it fails like any other, and the log says why.
+    // The number of addresses is not checked. A till that sends too few has a fault that no retry
+    // corrects, but its message must neither end the service nor be lost. value() gives an empty
+    // address, whose request fails, and the log has the reason.
     if (!requestRefund(delivery, urls.value(0)))
         return false;
     if (memberFromReply(*delivery.client, u"refundStatus"_s) == completedRefund)
@@ -135,8 +134,8 @@ bool RaiffeisenSbpHandler::deleteCode(const Delivery &delivery, const QString &u
     client.get(QUrl(url), {}, delivery.headers);
     if (!isGood(client))
         return false;
-    // The code may have been paid at the last moment, so only its own state says that it is gone.
-    // Unlike codeState() this looks at both members, whatever the first one holds.
+    // The code may have been paid at the last moment, so only the CANCELLED state proves its
+    // deletion. Unlike codeState() this checks both members.
     return memberFromReply(client, u"qrStatus"_s) == u"CANCELLED"
            || statusValueFromReply(client) == u"CANCELLED"
            || keep(
@@ -158,8 +157,8 @@ bool RaiffeisenSbpHandler::judgeRefund(const Delivery &delivery, const QString &
     const QString state = memberFromReply(*delivery.client, u"refundStatus"_s);
     if (state == completedRefund)
         return true;
-    // Only a running refund is waited for. Every other state is an end, one that reports a failure
-    // too.
+    // Only a refund in progress is waited for. Every other state is final, even one that reports a
+    // failure.
     if (state == u"IN_PROGRESS")
         return keep(u"возврат ещё выполняется"_s);
     return giveUp(u"возврат не подтверждён, его состояние: %1"_s.arg(shownWord(state)));
@@ -172,7 +171,7 @@ bool RaiffeisenSbpHandler::isGood(const RestClient &client) const
 
 QString RaiffeisenSbpHandler::codeState(const RestClient &client)
 {
-    // A QR code and an order tell their state in different members.
+    // QR codes and orders have their state in different members.
     const QString state = memberFromReply(client, u"qrStatus"_s);
     return state.isEmpty() ? statusValueFromReply(client) : state;
 }

@@ -3,28 +3,28 @@
 #include "engine/basichandler.h"
 #include "shared/net/restclient.h"
 
-/// Delivers `raiffeisensbp` messages: undoes a payment by QR code. Addresses, headers and the body
-/// of the refund are prepared by the till; the handler decides what the answers mean.
+/// Delivers `raiffeisensbp` messages: cancels a payment by QR code. The till prepares the
+/// addresses, the headers and the body of the refund; the handler interprets the answers.
 ///
-/// With three addresses nobody knows yet whether the code was paid: an unpaid code is deleted, a
-/// paid one refunded. With any other number the payment is known to be complete and is refunded.
+/// With three addresses it is unknown whether the code was paid: an unpaid code is deleted, a paid
+/// one refunded. With any other number the payment is known to be complete and is refunded.
 class RaiffeisenSbpHandler : public BasicHandler
 {
 public:
     enum class ReplyClass
     {
-        /// The exchange went through.
+        /// The exchange succeeded.
         Good = 0,
-        /// The service says that there is no such order or QR code.
+        /// The service does not know the order or QR code.
         NotFound = 1,
         Failed = 2,
     };
 
     RaiffeisenSbpHandler();
     bool sendMessage(const Message &message) override;
-    /// The text of a member of the reply; empty when there is none.
+    /// The text of a member of the reply; empty without one.
     virtual QString memberFromReply(const RestClient &client, const QString &name);
-    /// The text of `status.value` of the reply; empty when there is none.
+    /// The text of `status.value` of the reply; empty without one.
     virtual QString statusValueFromReply(const RestClient &client);
 
     /// Logs a failure.
@@ -38,7 +38,7 @@ private:
     bool refundPaidOrder(const Message &message, const QStringList &urls);
     bool deleteCode(const Delivery &delivery, const QString &url);
     bool requestRefund(const Delivery &delivery, const QString &url);
-    /// Asks for the refund's state and says what became of it.
+    /// Requests the refund's state and decides about the message.
     bool judgeRefund(const Delivery &delivery, const QString &url);
     bool isGood(const RestClient &client) const;
     QString codeState(const RestClient &client);

@@ -19,11 +19,11 @@ namespace {
 
 constexpr int doneCode = 0;
 constexpr int missingCode = -999;
-/// Codes of a refund that no repetition changes.
+/// Final codes of a refund.
 constexpr std::array finalCodes{-54, -33, -32, -31, -30, -24, -23, -13, -5, 1};
 /// Ends the poll at once.
 constexpr int refusedCode = -23;
-/// Success when the poll ends with them; until then they may still change.
+/// Success if one of them is the last answer of the poll; until then it may still change.
 constexpr std::array lastCodesOfSuccess{doneCode, 1, -24};
 
 template <typename Codes>
@@ -38,7 +38,7 @@ int codeFromReply(const RestClient &client)
     const auto code = reply.constFind(u"code"_s);
     if (code == reply.constEnd())
         return missingCode;
-    // A number is as good as its text; anything that is no integer reads as 0.
+    // A number or its text; any value that is not an integer gives 0.
     return code->toVariant().toString().toInt();
 }
 
@@ -51,7 +51,7 @@ QString textFromReply(const RestClient &client)
     return succeeded(client) ? u"Неизвестная ошибка"_s : client.errorText().ru();
 }
 
-/// Cuts off what follows the Base64 block of the signature; the partner takes nothing else.
+/// Removes everything after the signature's Base64 block; the partner accepts only that.
 void repairSignature(QVariantMap &body, Log4Qt::Logger &logger)
 {
     static const QRegularExpression block(u"^[a-zA-Z0-9\\n+/]+={0,2}\\n"_s);
@@ -73,7 +73,7 @@ RsbSbpHandler::RsbSbpHandler()
 bool RsbSbpHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения"_s);
-    // The client gets no logger, so the exchange with the bank is logged at no level.
+    // Without a logger, so that the exchange with the bank is never logged.
     const auto client = MockFactory<RestClient>::create();
     client->setTimeout(messageValue<int>(message, u"timeout"_s));
     client->setCertificatePath(messageValue<QString>(message, u"certificatePath"_s));
@@ -87,7 +87,8 @@ bool RsbSbpHandler::sendMessage(const Message &message)
     if (client->errorCode() != http::timeoutError)
         return judgeRefund(*client);
 
-    // The partner may have read the request, so it is asked before the refund is sent once more.
+    // The partner may have read the request, so its state is requested before the refund is
+    // repeated.
     logger()->info(u"Запрашиваем статус возврата"_s);
     return pollRefundStatus(*client, messageValue<QUrl>(message, u"urlStatus"_s),
                             QJsonDocument::fromVariant(message.body.value(u"bodyStatus"_s)),
@@ -100,7 +101,7 @@ bool RsbSbpHandler::pollRefundStatus(RestClient &client, const QUrl &url, const 
 {
     const auto time = MockFactory<SteadyTime>::create();
     const SteadyTime::Moment start = time->now();
-    // Past by the time of the first pause, so the second request follows the first at once.
+    // Already past at the first pause, so the second request follows at once.
     SteadyTime::Moment wakeUp = start;
     for (;;) {
         client.post(url, body, headers);
@@ -137,7 +138,7 @@ bool RsbSbpHandler::judgeRefund(const RestClient &client)
 
 bool RsbSbpHandler::keepByCode(const RestClient &client, int code)
 {
-    // Of an exchange that failed the client itself says why.
+    // For a failed exchange the client has the reason.
     if (!succeeded(client))
         return false;
     return keep(code == missingCode ? u"в ответе банка нет кода"_s

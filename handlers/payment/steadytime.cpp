@@ -16,8 +16,8 @@ void SteadyTime::sleepUntil(Moment moment) const
 {
     const inflight::CallGuard guard{
         std::chrono::duration_cast<std::chrono::milliseconds>(moment - now())};
-    // The steady clock is CLOCK_MONOTONIC here. The moment is given as such and not as a remaining
-    // time, so that a sleep which signals break off again and again does not grow.
+    // The steady clock is CLOCK_MONOTONIC here. The time is absolute, so that repeated
+    // interruptions by signals do not lengthen the sleep.
     const auto sinceBoot = std::chrono::ceil<std::chrono::nanoseconds>(moment.time_since_epoch());
     const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceBoot);
     timespec target = {};

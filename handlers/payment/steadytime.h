@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-/// The clock and the pause of a poll. Made through MockFactory, so that a test can set both.
+/// The clock and the pause of a poll. Created by MockFactory, so that a test can replace both.
 /// Thread: any.
 class SteadyTime
 {
@@ -12,7 +12,7 @@ public:
     virtual ~SteadyTime();
 
     virtual Moment now() const;
-    /// Blocks the calling thread; returns at once when `moment` is past. A signal does not shorten
-    /// it.
+    /// Blocks the calling thread until `moment`, also if signals interrupt it; returns at once if
+    /// `moment` has passed.
     virtual void sleepUntil(Moment moment) const;
 };

@@ -37,9 +37,9 @@ bool CountersHandler::sendMessage(const Message &message)
     const auto client = sendRequest(*logger(), request);
     if (succeeded(*client))
         return true;
-    // The question is an exchange of its own; what is told is the failure of this one.
+    // The check below is an exchange of its own; the outcome must report the failure of this one.
     const http::Response failure = client->response();
-    // A refusal of an operation that the service may have already.
+    // The service may have refused the operation because it already has it.
     if (failure.errorCode == http::badRequestError) {
         const QJsonObject object = QJsonDocument::fromJson(operation).object();
         if (operationExists(request.url, object.value(u"operationId"_s).toString()))
@@ -55,7 +55,7 @@ bool CountersHandler::operationExists(const QUrl &url, const QString &operationI
     const auto client = createClient(*logger());
     client->setTimeout(timeoutSeconds);
     QUrl question = url;
-    // A slash in the identifier would be a border of the path.
+    // A slash in the identifier would divide the path.
     question.setPath(u"/v1/operations/%1/exists"_s.arg(
                          QString::fromLatin1(QUrl::toPercentEncoding(operationId))),
                      QUrl::TolerantMode);

@@ -2,7 +2,7 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `deferredcheck` messages: a JSON object, in one PUT. Any answer finishes a message.
+/// Delivers `deferredcheck` messages: a JSON object, in one PUT. Any answer finishes the message.
 class DeferredCheckHandler : public BasicHandler
 {
 public:

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `dssl` messages: the prepared bytes over a TCP connection, without an answer. One that
-/// waits behind an older one for its address does not hold up the others.
+/// Delivers `dssl` messages: the prepared bytes over a TCP connection, without an answer. A message
+/// that waits for an older one to the same address does not delay the others.
 class DsslHandler : public BasicHandler
 {
 public:

@@ -15,7 +15,7 @@ namespace {
 
 constexpr int waitMs = 5000;
 
-/// What a frame is known by; shorter or empty in a short frame.
+/// The identifying part of a frame; shorter or empty in a short frame.
 QByteArray markOf(const QByteArray &frame)
 {
     constexpr int offset = 3;
@@ -34,10 +34,10 @@ bool EpsHandler::sendMessage(const Message &message)
 {
     logger()->info(u"Отправка сообщения %1"_s, message.id);
     const auto frame = messageValue<QByteArray>(message, u"message"_s);
-    // To connect, and to hand over the frame.
+    // Connecting and writing may each take this long.
     const inflight::CallGuard guard{std::chrono::milliseconds(2 * waitMs)};
     QTcpSocket socket;
-    // The low 16 bits of a number that is no port are one.
+    // Any other number is truncated to 16 bits, to a valid port.
     const auto port = static_cast<quint16>(messageValue<int>(message, u"port"_s));
     if (!connectSocket(socket, messageValue<QString>(message, u"host"_s), port,
                        QDeadlineTimer(waitMs))) {
@@ -46,8 +46,8 @@ bool EpsHandler::sendMessage(const Message &message)
     }
     socket.write(frame);
     socket.waitForBytesWritten(waitMs);
-    // What has come by now, and nothing that comes later. Equal marks finish the message, and the
-    // warning, whatever its words, belongs to exactly this end.
+    // Only bytes that have arrived by now; later ones are not waited for. Equal marks finish the
+    // message with this warning, whatever its wording suggests.
     const QByteArray answer = socket.readAll();
     if (markOf(answer) != markOf(frame))
         return keep(answer.isEmpty() ? u"ответ ещё не пришёл"_s : u"метка в ответе не совпала"_s);

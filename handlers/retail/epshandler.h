@@ -2,8 +2,9 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `eps` messages: a prepared frame over a TCP connection of its own. An answer that has
-/// come by then and carries the mark of the frame finishes the message, with a warning.
+/// Delivers `eps` messages: a prepared frame over its own TCP connection. If an answer with the
+/// frame's mark has arrived when the frame is sent, the message is finished with, and a warning is
+/// logged.
 class EpsHandler : public BasicHandler
 {
 public:

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `excisemark` messages: the prepared bytes, in one PUT. A message waits behind older
-/// ones about one of its excise marks, and with it the pass.
+/// Delivers `excisemark` messages: the prepared bytes, in one PUT. A message waits for older ones
+/// about one of its excise marks, and the pass ends.
 class ExciseMarkHandler : public BasicHandler
 {
 public:

@@ -18,7 +18,7 @@ constexpr RequestRules rules{
     .timeout = Timeout::unset(),
 };
 
-/// The id of a new session; empty when there is none.
+/// The id of a new session; empty on failure.
 QString logIn(RestClient &client, const QString &url, const QString &credentials)
 {
     const PreparedRequest request{
@@ -29,7 +29,7 @@ QString logIn(RestClient &client, const QString &url, const QString &credentials
     return client.responseJson().object().value(u"sessionId"_s).toString();
 }
 
-/// Judges the client's last exchange.
+/// Decides by the client's last exchange.
 bool isDone(BasicHandler &handler, const RestClient &client)
 {
     Log4Qt::Logger &logger = *handler.logger();
@@ -66,7 +66,7 @@ bool FrCashboxHandler::sendMessage(const Message &message)
     const auto client = sendRequest(*logger(), request);
     if (client->statusCode() == unauthorizedStatus) {
         logger()->warn(u"Требуется авторизация"_s);
-        // A login that failed leaves the session empty; the answer to the request then says so.
+        // A failed login gives an empty session id, which the answer to the request then reports.
         request.headers.insert(u"SessionId"_s,
                                logIn(*client, base, messageValue<QString>(message, u"auth"_s)));
         sendRequest(*client, request);

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `frcashbox` messages: a JSON document, in one POST. When the service asks for it, a
-/// login and the same request once more in its session, which no other message uses.
+/// Delivers `frcashbox` messages: a JSON document, in one POST. If the service requires it, logs in
+/// and repeats the request in the new session, which no other message uses.
 class FrCashboxHandler : public BasicHandler
 {
 public:

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `markdown` messages: the prepared bytes, in one PUT. A message waits behind older ones
-/// about one of its goods, and with it the pass. One refusal of the service is tolerated.
+/// Delivers `markdown` messages: the prepared bytes, in one PUT. A message waits for older ones
+/// about one of its goods, and the pass ends. One error code of the service counts as success.
 class MarkdownHandler : public BasicHandler
 {
 public:

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `onlinecheck` messages: a JSON object, in one PUT. Any answer finishes a message. One
-/// that waits behind an older one of its state does not hold up the others.
+/// Delivers `onlinecheck` messages: a JSON object, in one PUT. Any answer finishes the message. A
+/// message that waits for an older one of its state does not delay the others.
 class OnlinecheckHandler : public BasicHandler
 {
 public:

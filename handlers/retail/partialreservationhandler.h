@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `partialreservation` messages: the prepared bytes, in one POST. A message waits behind
-/// older ones about its mark, and with it the pass.
+/// Delivers `partialreservation` messages: the prepared bytes, in one POST. A message waits for
+/// older ones about its mark, and the pass ends.
 class PartialReservationHandler : public BasicHandler
 {
 public:

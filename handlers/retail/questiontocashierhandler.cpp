@@ -18,7 +18,7 @@ bool QuestionToCashierHandler::sendMessage(const Message &message)
     PreparedRequest request = readRequest(message, {.headers = Headers::JsonContentType});
     if (message.body.contains(u"user"_s) && message.body.contains(u"password"_s)) {
         const auto user = messageValue<QString>(message, u"user"_s);
-        // The service wants the name alone here, without the colon and the password behind it.
+        // The service expects only the name here, without colon and password.
         request.headers.insert(u"Authorization"_s, u"Basic %1"_s.arg(QString::fromLatin1(
                                                        user.toLocal8Bit().toBase64())));
         setCredentials(request.url, user, messageValue<QString>(message, u"password"_s));

@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `questiontocashier` messages: the prepared bytes, in one POST, with the user's name
-/// both in the address and, in a form of the service's own, in a header.
+/// Delivers `questiontocashier` messages: the prepared bytes, in one POST. The user's name is sent
+/// in the address and, in the service's own form, in a header.
 class QuestionToCashierHandler : public BasicHandler
 {
 public:

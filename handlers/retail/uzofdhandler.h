@@ -2,8 +2,8 @@
 
 #include "engine/basichandler.h"
 
-/// Delivers `uzofd` messages: the prepared bytes, in one POST, under a client certificate if the
-/// message has one.
+/// Delivers `uzofd` messages: the prepared bytes, in one POST, with a client certificate if the
+/// message contains one.
 class UzOfdHandler : public BasicHandler
 {
 public:

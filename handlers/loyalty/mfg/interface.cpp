@@ -25,7 +25,7 @@ constexpr int paymentDiscountMode = 6;
 constexpr int otherDiscountType = 5;
 constexpr int salePriceSource = 5;
 
-/// The discounts of one line that the service is to see as its own business.
+/// Discounts of one line that are added back to the amount sent to the service.
 struct LineDiscounts
 {
     double paymentDiscount = 0.0;
@@ -94,8 +94,8 @@ QJsonObject orderLine(const GoodsItem &item, const LineDiscounts &discounts, boo
 QUrl urlOf(const QString &host, const std::filesystem::path &folder, const QString &operation)
 {
     QUrl url(host, QUrl::TolerantMode);
-    // Whatever is set in an address that cannot be read makes a readable one of what is left of it,
-    // which may be another server's.
+    // Changing an invalid address could make the rest of it valid, possibly as another server's
+    // address.
     if (!url.isValid())
         return url;
     url.setPath(QString::fromStdString((folder / pathOf(operation)).string()), QUrl::DecodedMode);
@@ -242,7 +242,7 @@ QJsonObject Interface::buildBasket(const Document &document, const DocumentCardR
         {u"cardNumber"_s, card.getNumber().toString()},
         {u"onlineStore"_s, onlineStore},
         {u"basket"_s, operationId.isEmpty() ? generateBasketId() : operationId},
-        // The service takes the day alone under this name.
+        // Under this name the service expects only the date.
         {u"basketDatetime"_s, document.getDateTime().date().toString(u"yyyy-MM-dd"_s)},
         {u"orderLines"_s, orderLines},
         {u"paymentDiscAmount"_s, amount(discounts.paymentDiscAmount)},
@@ -273,7 +273,7 @@ void Interface::checkResponse(const http::Response &response, bool tolerant)
 
     const QString message = object.value("message"_L1).toString();
     const tr::Tr failure = message.isEmpty() ? response.errorText : tr::Tr(message);
-    // The service has seen the request and will not think better of it.
+    // The service has processed the request and would refuse it again.
     const bool isFinal = response.status == 200 || response.status == 400 || response.status == 500;
     const bool isTolerated = tolerant && isFinal;
     if (isTolerated || response.errorCode == http::noError)
@@ -326,7 +326,7 @@ OrderResult Interface::sendOrder(const QString &operation, const Document &docum
     const http::Response response = execute(orderRequest(operation, basket), false);
     const OrderResult order{response.responseObject().value("result"_L1).toObject(),
                             basket.value("basket"_L1).toString()};
-    // What is posted later is the order that was answered here.
+    // A later post sends the order that was answered here.
     card.setOperationInfo(basket);
     return order;
 }

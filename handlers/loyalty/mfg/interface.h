@@ -17,34 +17,34 @@ class Logger;
 
 namespace mfg {
 
-/// How a customer is looked for.
+/// How to search for a customer.
 enum class SearchKind : int
 {
     Card = 0,
     Phone = 1,
 };
 
-/// What the service says to an order.
+/// The service's reply to an order.
 struct OrderResult
 {
     /// The member `result` of the reply.
     QJsonObject result;
-    /// The order's name at the service; empty where the request was made elsewhere.
+    /// The order's id at the service; empty if another program made the request.
     QString basket;
 };
 
-/// The client of the Mfg loyalty service. The queue itself needs sendFromQueue() alone; the rest is
-/// for programs that calculate orders or prepare messages.
+/// The client of the Mfg loyalty service. The queue uses only sendFromQueue(); the other operations
+/// are for programs that calculate orders or prepare messages.
 ///
-/// Settings, read once at the construction: `Mfg:host`, `Mfg:path`, `Mfg:verificationPath`,
-/// `Mfg:user`, `Mfg:password`, `Mfg:timeout` (milliseconds), `Mfg:brand`, `Mfg:verificationBrand`,
+/// Settings, read by the constructor: `Mfg:host`, `Mfg:path`, `Mfg:verificationPath`, `Mfg:user`,
+/// `Mfg:password`, `Mfg:timeout` (milliseconds), `Mfg:brand`, `Mfg:verificationBrand`,
 /// `Mfg:onlineStore`, `Mfg:terminal`.
 ///
 /// Operations that send throw BasicException when the service cannot be reached or refuses. In
-/// strict mode, that of a caller who waits, every refusal counts; in tolerant mode, that of the
-/// queue, one that another attempt would not change is logged and taken for an answer.
+/// strict mode, for a caller who waits, every refusal throws. In tolerant mode, for the queue, a
+/// final refusal is logged and accepted as an answer.
 ///
-/// A JSON object has no order of its own here: its members go out sorted by name.
+/// The members of a JSON object are sent sorted by name.
 /// Thread: the one that made it.
 class Interface
 {
@@ -54,12 +54,12 @@ public:
 
     virtual QJsonObject searchCustomer(const QString &key, SearchKind kind);
     virtual QJsonObject cardInfo(const QString &cardNumber, const QString &custAccountNum);
-    /// The bonuses that can be spent; 0 when the reply does not say.
+    /// The bonuses that can be spent; 0 if the reply does not contain them.
     virtual double loyaltyBalanceInfo(const QString &cardNumber, const QString &custAccountNum);
-    /// What the order would bring. After a good reply the basket that was sent is the card's
-    /// operation info; a failed call leaves the card as it is.
+    /// Calculates the bonuses and discounts of an order. After a good reply the basket that was
+    /// sent is stored as the card's operation info; a failed call does not change the card.
     virtual OrderResult calculateOrder(const Document &document, DocumentCardRecord &card);
-    /// The same for an order that is to be. With `noDiscount` no bonuses may be spent on any line.
+    /// The same for an order to be placed. With `noDiscount` no bonuses may be spent on any line.
     virtual OrderResult createOrder(const Document &document, DocumentCardRecord &card,
                                     bool noDiscount);
 
@@ -67,32 +67,32 @@ public:
     virtual Request createOrderRequest(const Document &document, const DocumentCardRecord &card,
                                        bool noDiscount);
     virtual Request updateOrderRequest(const Document &document, const DocumentCardRecord &card);
-    /// The order that was calculated or created last, whatever the document has become since.
+    /// The order that was last calculated or created, even if the document has changed since.
     virtual Request postOrderRequest(const DocumentCardRecord &card);
     virtual Request bindOrderIdRequest(const Document &document, const DocumentCardRecord &card);
     virtual Request cancelOrderRequest(const Document &document, const DocumentCardRecord &card);
 
     virtual void verifyBySms(const QString &text, const QString &phone);
-    /// Sends the request that a message holds, in tolerant mode. Its own address and headers count;
-    /// of the settings only the timeout does.
+    /// Sends the request in a message, in tolerant mode, with the message's address and headers. Of
+    /// the settings only the timeout is used.
     virtual void sendFromQueue(const QJsonObject &object);
     /// Sends a prepared request in strict mode. The basket of the result is empty.
     virtual OrderResult sendForResult(const Request &request);
     virtual QString generateBasketId();
-    /// The order as the service takes it. A card without an operation gets a new basket at every
-    /// call, which the card is not told.
+    /// The order in the service's format. A card without an operation gets a new basket id on each
+    /// call, which is not stored in the card.
     virtual QJsonObject buildBasket(const Document &document, const DocumentCardRecord &card,
                                     bool noDiscount);
     virtual http::Response execute(const Request &request, bool tolerant);
-    /// Judges a reply. Throws BasicException with the text of the service or, without one, of the
-    /// exchange.
+    /// Throws BasicException for a refusal, with the service's text or, without one, the exchange's
+    /// error.
     virtual void checkResponse(const http::Response &response, bool tolerant);
     virtual QUrl operationUrl(const QString &operation, const QUrlQuery &query);
     virtual QUrl verificationUrl(const QString &operation);
 
-    /// Why the service refused the latest request, in Russian, for people, and without its own
-    /// words, which may name a card; empty when it did not, or when the exchange failed in a way
-    /// that another attempt may change.
+    /// Why the service refused the latest request, in Russian for people, without the service's own
+    /// text, which may contain a card number. Empty without a refusal, or if another attempt may
+    /// succeed.
     const std::optional<QString> &refusal() const { return refusal_; }
 
 protected:
@@ -102,14 +102,14 @@ protected:
     int timeout = 0;
     QHash<QString, QString> headers;
     QString brand;
-    /// Goes out in no request: a verification names `brand`.
+    /// Not used in any request: a verification sends `brand`.
     QString verificationBrand;
     QString onlineStore;
     QString terminal;
     Log4Qt::Logger *logger;
 
 private:
-    /// Throws BasicException for the member `error` of a reply if its code says so.
+    /// Throws BasicException if the code in a reply's member `error` requires it.
     void checkError(const QJsonObject &error);
     QJsonObject requestData(const QString &operation, const QUrlQuery &query);
     QUrlQuery customerQuery(const QString &cardNumber, const QString &custAccountNum) const;

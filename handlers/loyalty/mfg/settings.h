@@ -2,7 +2,7 @@
 
 #include "shared/core/setting.h"
 
-/// Section `Mfg`: read by each client of the service when it is made.
+/// Section `Mfg`: read by the constructor of each client.
 namespace settings::mfg {
 
 inline constexpr Setting<QString> host{

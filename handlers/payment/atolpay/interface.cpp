@@ -93,8 +93,8 @@ AtolPayRegisterResult Interface::register_(const QString &purpose, qint64 amount
 AtolPayRefundResult Interface::refund(const QString &documentId, const QString &transactionId,
                                       qint64 amount)
 {
-    // The system's own clock: two attempts must not share an identifier, wherever a clock that can
-    // be set stands.
+    // The system clock rather than CurrentTime, which tests can stop: two attempts must not share
+    // an identifier.
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     const QJsonObject reply =
         exchange(Operation::Refund,

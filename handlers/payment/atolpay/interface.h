@@ -12,8 +12,8 @@ class Logger;
 
 namespace atolpay {
 
-/// Client of the AtolPay service: QR payments by the transaction that the service knows them by. A
-/// request that fails reads like an empty reply; nothing throws.
+/// Client of the AtolPay service: QR payments, identified by the service's transaction id. A failed
+/// request gives the same result as an empty reply; nothing throws.
 /// Thread: the one that made it.
 class Interface
 {
@@ -21,16 +21,16 @@ public:
     Interface();
     virtual ~Interface();
 
-    /// Has the service prepare a payment of `amount` for a customer's QR code. The operation is
-    /// called "register", which C++ keeps for itself.
+    /// Prepares a payment of `amount` for a customer's QR code. The service calls the operation
+    /// "register", a keyword of C++.
     virtual AtolPayRegisterResult register_(const QString &purpose, qint64 amount);
-    /// Gives back `amount` of a completed transaction. Every call is a refund of its own to the
-    /// service, so ask for the status first.
+    /// Refunds `amount` of a completed transaction. For the service each call is a separate refund,
+    /// so check the status first.
     virtual AtolPayRefundResult refund(const QString &documentId, const QString &transactionId,
                                        qint64 amount);
     virtual AtolPayStatusResult status(const QString &transactionId);
 
-    /// Fills the fields from section `atolpay` of the settings.
+    /// Reads section `atolpay` of the settings.
     void loadSettings();
 
 private:
@@ -46,7 +46,7 @@ private:
     QUrl url;
     QString token;
     QString currency;
-    /// The till at the service.
+    /// The till's id at the service.
     QString rmkId;
     /// Seconds.
     qint64 timeout;

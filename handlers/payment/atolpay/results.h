@@ -2,10 +2,10 @@
 
 #include <QString>
 
-/// What the service says of a transaction.
+/// The state of a transaction at the service.
 enum class AtolPayTransactionStatus
 {
-    /// No reply, or one that names no status of this list.
+    /// No reply, or an unknown status.
     Unknown = 0,
     InProgress = 1,
     Completed = 2,
@@ -18,9 +18,9 @@ enum class AtolPayTransactionStatus
 
 struct AtolPayStatusResult
 {
-    /// The payment has gone through.
+    /// The payment was successful.
     bool success = false;
-    /// The exchange failed, or its reply holds nothing at all.
+    /// The exchange failed, or its reply is empty.
     bool noReply = false;
     AtolPayTransactionStatus status = AtolPayTransactionStatus::Unknown;
 };
@@ -28,17 +28,17 @@ struct AtolPayStatusResult
 struct AtolPayRefundResult
 {
     bool success = false;
-    /// Why it failed.
+    /// The reason of the failure.
     QString message;
     QString transactionId;
-    /// The exchange failed, or its reply holds nothing at all.
+    /// The exchange failed, or its reply is empty.
     bool noReply = false;
 };
 
 struct AtolPayRegisterResult
 {
     bool success = false;
-    /// What the customer's QR code holds.
+    /// The content of the customer's QR code.
     QString payload;
     QString transactionId;
     QString message;

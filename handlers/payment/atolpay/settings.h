@@ -2,7 +2,7 @@
 
 #include "shared/core/setting.h"
 
-/// Section `atolpay`: read again before each message, as a file of the till's may have changed.
+/// Section `atolpay`: read for each message, so that changes take effect.
 namespace settings::atolpay {
 
 inline constexpr Setting<QString> url{
@@ -14,7 +14,7 @@ inline constexpr Setting<QString> token{
     .key = u"atolpay:token",
     .about = u"Token for that address.",
 };
-/// The interface holds on to the value that it read last.
+/// The interface keeps the last value that it has read.
 inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"atolpay:timeout",
     .defaultValue = 10,
