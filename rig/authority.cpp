@@ -81,7 +81,7 @@ void Authority::writeClientCertificate(const QString &target, const QString &pas
     if (target.endsWith(u".p12"_s, Qt::CaseInsensitive)
         || target.endsWith(u".pfx"_s, Qt::CaseInsensitive)) {
         Certificates::writePkcs12(client(), password, target);
-        // The tool writes for its owner alone; a service may run under another account.
+        // The tool makes files readable only for their owner; the service may use another account.
         QFile::setPermissions(target,
                               QFile::permissions(target) | QFile::ReadGroup | QFile::ReadOther);
         return;

@@ -7,26 +7,25 @@
 
 namespace rig {
 
-/// A certificate authority of the stand's own, made by the `openssl` tool in a folder where it
-/// stays: its certificate, one for servers on 127.0.0.1 and one for clients. Throws Error when the
-/// tool fails. Thread: any.
+/// The stand's certificate authority, made with the `openssl` tool in a permanent folder: its
+/// certificate, one for servers on 127.0.0.1 and one for clients. Throws Error when the tool fails.
+/// Thread: any.
 class Authority
 {
 public:
-    /// Uses what is in the folder, and makes all of it, in less than a second, when something is
-    /// missing.
+    /// Uses the files in the folder. If one is missing, creates all of them in less than a second.
     explicit Authority(const QString &folder);
-    /// The one that all runs of this process share, in a temporary folder.
+    /// One authority in a temporary folder, shared by all runs of this process.
     static const Authority &shared();
 
-    /// What a caller must trust, PEM.
+    /// The CA certificate that callers must trust, PEM.
     QString file() const;
     QByteArray certificate() const;
     QByteArray serverCertificate() const;
     QByteArray serverKey() const;
 
-    /// Writes the client's certificate with its key: PKCS#12 under `password` when the path ends in
-    /// .p12 or .pfx, otherwise PEM without protection.
+    /// Writes the client's certificate and key: PKCS#12 with `password` if the path ends in .p12 or
+    /// .pfx, otherwise PEM without a password.
     void writeClientCertificate(const QString &path, const QString &password) const;
 
 private:

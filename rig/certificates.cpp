@@ -11,7 +11,7 @@ namespace rig {
 
 namespace {
 
-/// What `openssl ca` wants to know; `%1` is the folder of its records.
+/// Settings for `openssl ca`; `%1` is the folder of its database.
 constexpr auto openSslSettings = R"([req]
 distinguished_name = name
 [name]

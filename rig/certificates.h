@@ -5,8 +5,8 @@
 
 namespace rig {
 
-/// Certificates and keys, made by the openssl tool in a temporary folder that goes with the object.
-/// Throws Error when the tool fails.
+/// Creates certificates and keys with the openssl tool in a temporary folder, which is deleted with
+/// the object. Throws Error when the tool fails.
 class Certificates
 {
 public:
@@ -17,32 +17,32 @@ public:
         QString key;
     };
 
-    /// What is made is valid from now on for that many days.
+    /// Certificates are valid from now on for `days` days.
     explicit Certificates(int days = 2);
 
-    /// A certificate authority that signs itself.
+    /// A self-signed certificate authority.
     Identity authority(const QString &name);
-    /// An authority that another one vouches for.
+    /// An intermediate authority.
     Identity intermediate(const Identity &authority, const QString &name);
     /// A server's certificate for `hosts`, such as "IP:127.0.0.1" or "DNS:localhost".
     Identity server(const Identity &authority, const QStringList &hosts);
-    /// A server's certificate that ended years ago.
+    /// A server's certificate that expired years ago.
     Identity expiredServer(const Identity &authority, const QStringList &hosts);
     Identity client(const Identity &authority, const QString &name);
-    /// Takes a certificate back. Returns the file of the authority's signed answer (OCSP) that says
-    /// so, which a server can staple.
+    /// Revokes a certificate. Returns the file of the authority's OCSP response, which a server can
+    /// staple.
     QString revoke(const Identity &authority, const Identity &identity);
 
     /// Certificate and key in one PEM file.
     QString joined(const Identity &identity);
     /// Several certificates in one PEM file, in this order.
     QString chain(const QStringList &certificates);
-    /// Certificate and key in one PKCS#12 file; `ending` is that of its name.
+    /// Certificate and key in one PKCS#12 file; `ending` is the file's suffix.
     QString pkcs12(const Identity &identity, const QString &password,
                    const QString &ending = QStringLiteral("p12"));
-    /// The same at a path of the caller's.
+    /// The same at a given path.
     static void writePkcs12(const Identity &identity, const QString &password, const QString &path);
-    /// The key, encrypted, in a PEM file.
+    /// The encrypted key in a PEM file.
     QString encryptedKey(const Identity &identity, const QString &password);
     /// A file with this content.
     QString file(const QByteArray &content);

@@ -15,7 +15,7 @@ std::function<void()> dyingWithThisProcess(std::function<void()> more)
 {
     return [parent = ::getpid(), more = std::move(more)] {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        // The parent may have ended before the kernel was told.
+        // The parent may have ended before prctl() took effect.
         if (::getppid() != parent)
             ::_exit(1);
         if (more)
@@ -77,7 +77,7 @@ void ChildProcess::start()
 
 bool ChildProcess::isRunning()
 {
-    // Without an event loop nobody else takes note of the end.
+    // Without an event loop QProcess does not notice the end by itself.
     return process.state() != QProcess::NotRunning && !process.waitForFinished(0);
 }
 

@@ -11,35 +11,33 @@
 
 namespace rig {
 
-/// For QProcess::setChildProcessModifier(): the program is killed when this process ends. `more`
-/// runs in the child too, between fork and exec, where only what is safe in a signal handler may be
-/// called.
+/// For QProcess::setChildProcessModifier(): the child is killed when this process ends. `more` also
+/// runs in the child, between fork and exec, so it may call only async-signal-safe functions.
 std::function<void()> dyingWithThisProcess(std::function<void()> more = {});
 
-/// Gives up the capabilities by which root passes over the rights of files. For use as `more`
-/// above.
+/// Drops the capabilities by which root ignores file permissions. For use as `more` above.
 void giveUpFileCapabilities();
 
-/// A program that we start. It dies with this process. Works with and without an event loop.
+/// A child process. It is killed when this process ends. Works with and without an event loop.
 /// Thread: the one that made it.
 class ChildProcess
 {
 public:
     explicit ChildProcess(const QString &program, const QStringList &arguments = {});
-    /// Kills it.
+    /// Kills the process.
     virtual ~ChildProcess();
     ChildProcess(const ChildProcess &) = delete;
     ChildProcess &operator=(const ChildProcess &) = delete;
 
-    // These hold from the next start on.
+    // These apply from the next start on.
 
-    /// A variable of its environment, which otherwise is ours.
+    /// Sets an environment variable; the others are inherited.
     void setVariable(const QString &name, const QString &value);
-    /// Output and errors go to the end of this file.
+    /// Output and errors are appended to this file.
     void setOutputFile(const QString &path);
-    /// Errors go to a file of their own instead.
+    /// Errors go to this file instead.
     void setErrorFile(const QString &path);
-    /// The rights of files hold for the program, also where root starts it.
+    /// File permissions apply to the program even if root starts it.
     void obeyFileRights() { obeysFileRights = true; }
     /// See dyingWithThisProcess().
     void setChildSetup(std::function<void()> setup) { childSetup = std::move(setup); }
@@ -47,22 +45,23 @@ public:
     /// Throws Error when the program cannot be started.
     virtual void start();
     bool isRunning();
-    /// It was started and has ended, as far as the event loop knows; everything it wrote is here.
+    /// It was started and has ended, as far as the event loop knows; all of its output has been
+    /// read.
     bool hasEnded() const;
-    /// 0 while it does not run.
+    /// 0 while it is not running.
     qint64 processId() const { return process.processId(); }
     ProcessUse use() const { return ProcessUse(processId()); }
 
     /// Sends SIGTERM.
     void terminate() { process.terminate(); }
     void signal(int number) const;
-    /// Sends SIGKILL; the process is gone when this returns.
+    /// Sends SIGKILL and waits for the process's end.
     void kill();
-    /// Sends SIGTERM. False when it did not end with exit code 0 in time.
+    /// Sends SIGTERM. False if it did not end with exit code 0 in time.
     bool stop(std::chrono::milliseconds limit = std::chrono::minutes(1));
-    /// False when it did not end by itself in time.
+    /// False if it did not end by itself in time.
     bool waitForEnd(std::chrono::milliseconds limit = std::chrono::minutes(1));
-    /// How the process that no longer runs has ended: "exit 1" or "signal".
+    /// How the process ended: "exit 1" or "signal".
     QString end() const;
 
 protected:

@@ -28,7 +28,7 @@ QString difference(const QString &what, const QString &expected, const QString &
     return u"%1\n  - %2\n  + %3"_s.arg(what, expected, arrived);
 }
 
-/// Where two long texts part, with something of what stands before.
+/// The position at which two long texts differ, with some text before it.
 QString textDifference(const QString &what, const QString &expected, const QString &arrived)
 {
     qsizetype start = 0;
@@ -46,7 +46,7 @@ QString textDifference(const QString &what, const QString &expected, const QStri
                       u"…"_s + shortened(arrived.mid(from)));
 }
 
-/// Headers that belong to the carriage and not to what is carried.
+/// Headers of the transport, which are not compared.
 bool isTransportHeader(const QString &name)
 {
     static const QSet<QString> names{u"host"_s,           u"user-agent"_s,

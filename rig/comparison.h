@@ -12,12 +12,12 @@ namespace rig {
 
 struct Exchange;
 
-/// A request as it arrived.
+/// A received request.
 struct ArrivedRequest
 {
     QString verb;
     QString target;
-    /// In the order of arrival, names as they came.
+    /// In the order of arrival, with unchanged names.
     QList<std::pair<QString, QString>> headers;
     QByteArray body;
 
@@ -25,16 +25,16 @@ struct ArrivedRequest
     QString header(const QString &name) const;
 };
 
-/// How the request differs from the expected one, one readable entry for each difference; empty
-/// when it does not.
+/// The differences between the request and the expected one, one readable entry each; empty if
+/// there are none.
 QStringList differences(const Exchange &expected, const ArrivedRequest &arrived);
 
-/// The same for two JSON values; `path` is where they stand. Texts of `expected` may hold patterns.
+/// The same for two JSON values at `path`. Texts of `expected` may contain patterns.
 QStringList differences(const QJsonValue &expected, const QJsonValue &arrived, const QString &path);
 
-/// The request in a few lines, long bodies shortened.
+/// The request in a few lines, with long bodies shortened.
 QString describe(const ArrivedRequest &request);
-/// A text on one line, shortened to what a report can bear.
+/// A text on one line, shortened for a report.
 QString shortened(const QString &text);
 
 } // namespace rig

@@ -17,7 +17,7 @@ QByteArray askControl(quint16 port, const QByteArray &target, std::chrono::milli
     QTimer::singleShot(limit, &loop, &QEventLoop::quit);
     socket.connectToHost(u"127.0.0.1"_s, port);
     socket.write("GET " + target + " HTTP/1.1\r\nHost: till\r\nConnection: close\r\n\r\n");
-    // A closed port may have refused before there is anything to wait for.
+    // A closed port may have refused the connection already.
     if (socket.state() != QAbstractSocket::UnconnectedState)
         loop.exec();
     const QByteArray answer = socket.readAll();

@@ -24,7 +24,7 @@ DeafPort::DeafPort(const QByteArray &address, int port)
     port_ = ntohs(place.sin_port);
     sockets.push_back(listener);
 
-    // The queue takes one more than it was told, and the system some on top.
+    // The kernel's accept queue is longer than the requested backlog.
     for (;;) {
         const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         ::connect(client, plain, size);

@@ -6,11 +6,11 @@
 
 namespace rig {
 
-/// A port whose queue of connections is full: the handshake of a further one gets no answer.
+/// A port with a full accept queue: further connection attempts get no answer.
 class DeafPort
 {
 public:
-    /// `address` is one of this machine, IPv4; port 0 means a free one.
+    /// `address` is an IPv4 address of this machine; port 0 means any free one.
     explicit DeafPort(const QByteArray &address = "127.0.0.1", int port = 0);
     ~DeafPort();
     DeafPort(const DeafPort &) = delete;

@@ -2,12 +2,12 @@
 
 namespace rig {
 
-/// What a database does before a commit returns.
+/// What a commit guarantees.
 enum class Durability
 {
-    /// What was committed outlives the process, which is all that a test can end.
+    /// Survives the end of the process, which is all that a test can cause.
     OfTests,
-    /// As a till runs it: what was committed outlives a power cut.
+    /// Survives a power cut, as on a till.
     OfTills,
 };
 

@@ -6,7 +6,7 @@
 
 namespace rig {
 
-/// Something that cannot be set up or started. The text says what and why.
+/// A failure to set up or start something. The text says what failed and why.
 class Error : public std::runtime_error
 {
 public:

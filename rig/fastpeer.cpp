@@ -36,7 +36,7 @@ void watch(int poller, int descriptor)
     checked(epoll_ctl(poller, EPOLL_CTL_ADD, descriptor, &event), "epoll_ctl");
 }
 
-/// The value of Content-Length in the lines of `head`, 0 without one.
+/// The value of Content-Length in `head`; 0 without one.
 size_t contentLength(std::string_view head)
 {
     constexpr std::string_view name = "content-length:";
@@ -93,7 +93,7 @@ FastPeer::~FastPeer()
 
 void FastPeer::settle()
 {
-    // Connections are taken in their order, so after this one none is left that was not taken.
+    // Connections are accepted in order, so once this one is accepted, all earlier ones are.
     const int probe = checked(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -183,7 +183,7 @@ bool FastPeer::read(int connection)
                 setTimer();
             continue;
         }
-        // So short an answer always fits into the socket's buffer.
+        // The answer is so short that it always fits into the socket's buffer.
         if (!bytes.empty() && send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0)
             return false;
     }
@@ -192,12 +192,12 @@ bool FastPeer::read(int connection)
 void FastPeer::sendLate()
 {
     uint64_t expirations = 0;
-    // Not blocking, and what it says does not matter.
+    // Non-blocking; the number of expirations does not matter.
     [[maybe_unused]] const ssize_t size = ::read(timer, &expirations, sizeof expirations);
     while (!late.empty() && late.front().due <= Clock::now()) {
         const Late answered = std::move(late.front());
         late.pop_front();
-        // One whose peer is gone is closed when that is read.
+        // A connection that the client has closed is closed here at the next read.
         send(answered.connection, answered.bytes.data(), answered.bytes.size(), MSG_NOSIGNAL);
     }
     setTimer();

@@ -13,25 +13,26 @@ namespace rig {
 
 /// A local HTTP peer for many thousand deliveries: plain sockets, one thread, kept-alive
 /// connections.
-/// Thread: any; the answers are asked for in the receiver's own thread.
+/// Thread: any; the peer calls `Answer` in its own thread.
 class FastPeer
 {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// The texts are the receiver's own and live for as long as the answer is being made.
+    /// The views refer to the peer's buffers and are valid during the call of `Answer`.
     struct Request
     {
-        /// Request line and header lines, without the empty line behind them.
+        /// Request line and header lines, without the empty line after them.
         std::string_view head;
         std::string_view verb;
         std::string_view target;
         std::string_view body;
-        /// When its last byte had been read.
+        /// When the last byte was read.
         Clock::time_point time;
     };
 
-    /// The bytes of the answer to a request. Empty: none is given, and the connection stays open.
+    /// Returns the bytes of the answer to a request. Empty: no answer, and the connection stays
+    /// open.
     using Answer = std::function<std::string(const Request &)>;
 
     /// Listens on a free port of 127.0.0.1. Throws std::system_error.
@@ -41,21 +42,21 @@ public:
     FastPeer &operator=(const FastPeer &) = delete;
 
     int port() const { return portNumber; }
-    /// Answers from now on go out `delay` after their request.
+    /// From now on each answer is sent `delay` after its request.
     void setDelay(std::chrono::milliseconds delay) { answerDelay = delay; }
 
-    /// Once the peers are gone: returns when everything that they had sent was answered.
+    /// Call when all clients have ended: returns when every request that they sent is answered.
     void settle();
 
-    /// The bytes of a whole answer.
+    /// The bytes of a complete answer.
     static std::string reply(int status, std::string_view body = {});
 
 private:
     void run();
     void accept();
-    /// False when the connection is over.
+    /// False at the end of the connection.
     bool read(int connection);
-    /// Sends what is due.
+    /// Sends the answers that are due.
     void sendLate();
     void forget(int connection);
     void setTimer();
@@ -65,12 +66,11 @@ private:
     int poller = -1;
     int wakeUp = -1;
     int portNumber = 0;
-    /// What has arrived of a request that is not whole yet. Touched by the receiver's thread alone.
+    /// Incomplete requests by connection. Used only by the peer's thread.
     std::map<int, std::string> connections;
     std::atomic<int> openConnections = 0;
     std::atomic<std::chrono::milliseconds> answerDelay{};
-    /// Answers that are not due yet, in the order of their times. Touched by the receiver's thread
-    /// alone.
+    /// Answers that are not due yet, sorted by time. Used only by the peer's thread.
     struct Late
     {
         Clock::time_point due;

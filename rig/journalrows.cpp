@@ -47,7 +47,7 @@ QStringList textsOf(const QSqlDatabase &database)
     return texts;
 }
 
-/// Its connection goes with it, also when reading throws.
+/// Removes its connection in the destructor, also after an exception.
 class JournalConnection
 {
 public:

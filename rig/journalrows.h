@@ -6,7 +6,7 @@
 
 namespace rig {
 
-/// What the service's journal has of a message, the values as they are in its columns.
+/// A message's row in the service's journal, with the values of its columns.
 struct JournalRow
 {
     int messageId = 0;
@@ -20,12 +20,11 @@ struct JournalRow
     int attempts = 0;
 };
 
-/// All rows of a journal in the order in which their messages were first tried; none without a
-/// file. Throws Error when the file cannot be read.
+/// All rows of a journal in the order of their messages' first attempts; none without a file.
+/// Throws Error when the file cannot be read.
 QList<JournalRow> readJournal(const QString &file);
 
-/// Each row of each of its tables as one text, its values with blanks in between. As readJournal()
-/// otherwise.
+/// Each row of all tables as one text, its values separated by blanks. Otherwise as readJournal().
 QStringList journalTexts(const QString &file);
 
 } // namespace rig

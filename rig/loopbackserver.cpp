@@ -21,8 +21,8 @@ namespace {
 constexpr int dripIntervalMs = 2;
 constexpr std::chrono::seconds waitTime(10);
 
-/// The request at the start of `buffer`, taken out of it; false while it is not whole. With
-/// `headIsEnough` its body may still be on the way.
+/// Takes the request at the beginning of `buffer`; false while it is incomplete. With
+/// `headIsEnough` the body may be incomplete.
 bool takeRequest(QByteArray &buffer, bool headIsEnough, LoopbackServer::Request &request)
 {
     const qsizetype headEnd = buffer.indexOf("\r\n\r\n");
@@ -48,7 +48,7 @@ bool takeRequest(QByteArray &buffer, bool headIsEnough, LoopbackServer::Request 
     return true;
 }
 
-/// Whether no server of this program has had the port: clients remember how a host has behaved.
+/// Whether the port is unused by this program so far: clients remember a host's behaviour.
 bool isNewPort(int port)
 {
     static std::mutex mutex;
@@ -297,8 +297,8 @@ int LoopbackServer::unusedPort()
     return reservations.back()->port();
 }
 
-// The threads meet at a socket pair and a std::mutex, whose order ThreadSanitizer sees; that of
-// Qt's events it does not.
+// The threads synchronize by a socket pair and a std::mutex, which ThreadSanitizer understands,
+// unlike Qt's event queue.
 LoopbackServer::LoopbackServer()
 {
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, orders) != 0)
@@ -318,7 +318,7 @@ LoopbackServer::~LoopbackServer()
 
 void LoopbackServer::serve()
 {
-    QEventLoop loop; // First: it makes the thread's dispatcher, with which sockets register.
+    QEventLoop loop; // first: creates the event dispatcher that sockets need
     Worker worker(state);
     const int port = worker.listen();
     QSocketNotifier notifier(orders[1], QSocketNotifier::Read);

@@ -12,32 +12,32 @@
 
 namespace rig {
 
-/// Listens on a free port of 127.0.0.1 in a thread of its own, records the HTTP requests that
-/// arrive and plays one scripted reply for each, byte for byte. Without a script it answers 200
-/// with an empty body.
-/// Thread: any; the server's own work is done in its thread.
+/// Listens on a free port of 127.0.0.1 in its own thread. Records the received HTTP requests and
+/// plays one scripted reply for each, byte for byte. Without a script it answers 200 with an empty
+/// body.
+/// Thread: any; the server works in its own thread.
 class LoopbackServer
 {
 public:
     struct Request
     {
         QByteArray verb;
-        /// As it stood in the request line: a path with its query, or what a proxy is given.
+        /// As in the request line: a path with its query, or the absolute form that a proxy gets.
         QByteArray target;
         QByteArray path;
         QByteArray query;
-        /// In the order of arrival, names as they came.
+        /// In the order of arrival, with unchanged names.
         QList<std::pair<QByteArray, QByteArray>> headers;
         QByteArray body;
-        /// Counts the connections from 1.
+        /// The connection's number, from 1.
         int connection = 0;
 
-        /// The value, names compared without regard to case; null when there is none.
+        /// The value of a header (case-insensitive); null without one.
         QByteArray header(const QByteArray &name) const;
         QList<QByteArray> headerValues(const QByteArray &name) const;
     };
 
-    /// What the server does once a request has arrived.
+    /// The server's action after a request.
     struct Reply
     {
         enum class Then
@@ -49,12 +49,12 @@ public:
 
         QByteArray bytes;
         Then then = Then::KeepOpen;
-        /// Nothing is sent before release().
+        /// The reply waits for release().
         bool isHeld = false;
-        /// The bytes behind this many go out one by one, a few milliseconds apart; below 0: all at
+        /// The bytes after this many are sent one by one, a few milliseconds apart; below 0: all at
         /// once.
         qsizetype dripAfter = -1;
-        /// Acts on the head, without waiting for the body.
+        /// Replies after the head, without waiting for the body.
         bool isEarly = false;
 
         Reply closing() const;
@@ -64,13 +64,13 @@ public:
         Reply early() const;
     };
 
-    /// A whole answer with its Content-Length; `headers` are lines that end in CRLF.
+    /// A complete answer with its Content-Length; `headers` are lines that end in CRLF.
     static Reply answer(int status, const QByteArray &body = {}, const QByteArray &headers = {});
     static Reply raw(const QByteArray &bytes);
-    /// Takes the request and keeps silent.
+    /// Reads the request and sends nothing.
     static Reply silence();
 
-    /// A port on which nothing listens; nobody else is given it before the program ends.
+    /// A closed port; no server of this program gets it later.
     static int unusedPort();
 
     LoopbackServer();
@@ -78,20 +78,20 @@ public:
     LoopbackServer(const LoopbackServer &) = delete;
 
     int port() const;
-    /// An address on this server, such as url("/path?query").
+    /// A URL of this server, such as url("/path?query").
     QUrl url(const QString &target = QString()) const;
     void play(const QList<Reply> &replies);
-    /// Sends what is held back.
+    /// Sends the held replies.
     void release();
-    /// Closes all connections that are open, as a server does with idle ones.
+    /// Closes all open connections, as a server does with idle ones.
     void closeConnections();
 
     QList<Request> requests() const;
     int connectionCount() const;
     int openConnectionCount() const;
-    /// Every byte that arrived, whether or not it makes a request.
+    /// All received bytes, even if they are not a request.
     QByteArray received() const;
-    /// False when they did not come within some seconds.
+    /// False if they did not arrive within some seconds.
     bool waitForRequests(int count) const;
     bool waitForOpenConnections(int count) const;
 
@@ -109,7 +109,7 @@ private:
     };
 
     void serve();
-    /// Has the server's thread do this, and waits until it is done.
+    /// Runs `work` in the server's thread and waits for its end.
     void order(const std::function<void(Worker &)> &work);
 
     State state;

@@ -13,10 +13,10 @@ namespace rig {
 
 namespace {
 
-/// Generous, since several builds may share the machine; nothing waits for it while all is well.
+/// A long limit, since several builds may share the machine. It matters only after a failure.
 constexpr int limitMs = 60'000;
 
-/// The administrator's programs are not on an ordinary user's search path.
+/// The server is in sbin, which is not on an ordinary user's PATH.
 QString findProgram(const QString &name)
 {
     QString path = QStandardPaths::findExecutable(name);
@@ -46,13 +46,13 @@ QStringList storageOptions(Durability durability)
 {
     if (durability == Durability::OfTills)
         return {};
-    // A redo log of a few megabytes, to start quickly, and no waiting for the disk.
+    // A small redo log for a quick start, and no syncing.
     return {u"--innodb-log-file-size=4M"_s, u"--innodb-buffer-pool-size=16M"_s,
             u"--innodb-use-native-aio=0"_s, u"--innodb-flush-method=nosync"_s,
             u"--innodb-flush-log-at-trx-commit=2"_s};
 }
 
-/// Root has to say that it means to run the server as root.
+/// MariaDB runs as root only if told to.
 QStringList userOption()
 {
     return ::geteuid() == 0 ? QStringList{u"--user=root"_s} : QStringList{};
@@ -68,8 +68,8 @@ MariaDbServer::MariaDbServer(Durability durability, const QString &parent)
         qFatal("No temporary folder: %s", qPrintable(folder.errorString()));
 
     runProgram(u"mariadb-install-db"_s,
-               // A server that starts clears its folder for temporary tables, also of those that
-               // another one is about to use.
+               // A server that starts empties its folder for temporary tables, so it must not be
+               // shared.
                QStringList{u"--no-defaults"_s, u"--datadir="_s + folder.filePath(u"data"_s),
                            u"--tmpdir="_s + folder.path(),
                            u"--auth-root-authentication-method=normal"_s, u"--skip-test-db"_s}
@@ -90,7 +90,7 @@ MariaDbServer::MariaDbServer(Durability durability, const QString &parent)
 
 MariaDbServer::~MariaDbServer()
 {
-    // Its files go with the folder, so nothing is worth an orderly end.
+    // The files are deleted anyway, so a normal shutdown is not needed.
     if (server.state() != QProcess::NotRunning)
         kill();
 }
@@ -105,12 +105,12 @@ void MariaDbServer::start()
                              u"--skip-name-resolve"_s, u"--performance-schema=OFF"_s,
                              u"--key-buffer-size=1M"_s, u"--aria-pagecache-buffer-size=1M"_s,
                              u"--log-warnings=0"_s,
-                             // As strict as any server in the field.
+                             // The strictest mode that servers in the field use.
                              u"--sql-mode=ONLY_FULL_GROUP_BY,STRICT_ALL_TABLES"_s,
                              u"--character-set-server=latin1"_s}
                      + userOption() + storageOptions(durability));
 
-    // The server says when its socket listens.
+    // The server logs when its socket listens.
     QByteArray said;
     while (!said.contains("ready for connections")) {
         if (!server.waitForReadyRead(limitMs))

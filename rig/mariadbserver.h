@@ -9,38 +9,38 @@
 
 namespace rig {
 
-/// A real MariaDB server for one test: a process of its own in a temporary folder, reached over a
-/// unix socket alone, with the schema of packaging/sql/mariadb.sql and a user who has the till's
-/// rights. Works for root and for an ordinary user. The process ends with the object, and with the
-/// test should that die. What goes wrong ends the test with a message.
+/// A MariaDB server for one test: a process in a temporary folder, reachable only over a unix
+/// socket, with the schema of packaging/sql/mariadb.sql and a user with the till's rights. Works
+/// for root and for an ordinary user. The process ends with the object, or with the test program. A
+/// failure ends the test with a message.
 /// Thread: the one that made it.
 class MariaDbServer
 {
 public:
-    /// Makes the data folder below `parent`, starts the server and loads the schema. Takes about a
-    /// second. A path below a deep folder is too long for a socket.
+    /// Creates the data folder below `parent`, starts the server and loads the schema. Takes about
+    /// a second. The path must be short: a socket's path is limited.
     explicit MariaDbServer(Durability durability = Durability::OfTests,
                            const QString &parent = QDir::tempPath());
     ~MariaDbServer();
     MariaDbServer(const MariaDbServer &) = delete;
 
-    /// Returns when the server answers, with the rows that it had.
+    /// Returns when the server answers. The rows are still there.
     void start();
-    /// Ends the server in an orderly way.
+    /// Shuts the server down normally.
     void stop();
-    /// Ends the server as a power cut would.
+    /// Kills the server, as a power cut would.
     void kill();
 
-    /// 0 while it does not run.
+    /// 0 while it is not running.
     qint64 processId() const { return server.processId(); }
     QString socket() const;
     QString user() const;
     QString password() const;
-    /// The section of the service's settings that leads here.
+    /// The section of the service's settings for this server.
     QString settings() const;
 
-    /// Runs SQL as the server's administrator and returns what the client prints: one line for each
-    /// row, columns parted by tabs.
+    /// Runs SQL as the server's administrator and returns the client's output: one line for each
+    /// row, columns separated by tabs.
     QByteArray run(const QString &sql);
 
 private:

@@ -19,7 +19,7 @@ QString nextConnectionName()
     return u"rig-%1"_s.arg(++count);
 }
 
-/// A column that may not be NULL gets an empty text.
+/// A NOT NULL column gets an empty text instead of a null one.
 QString given(const QString &text)
 {
     return text.isNull() ? u""_s : text;
@@ -150,7 +150,7 @@ QList<CardRow> MessageTable::cards()
 QList<QVariantList> MessageTable::query(const QString &statement, const QVariantList &values)
 {
     QSqlQuery query(QSqlDatabase::database(connection, false));
-    // A server prepares no BEGIN.
+    // A server cannot prepare BEGIN.
     bool isDone = false;
     if (values.isEmpty()) {
         isDone = query.exec(statement);

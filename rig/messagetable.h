@@ -10,7 +10,7 @@
 
 namespace rig {
 
-/// Where the service's rows are: an SQLite file, or a MariaDB server behind a unix socket.
+/// The location of the service's rows: an SQLite file, or a MariaDB server on a unix socket.
 struct DatabasePlace
 {
     /// `QSQLITE` or `QMYSQL`.
@@ -35,8 +35,8 @@ struct TableRow
 /// A row of the table `documentcard`: texts by column.
 using CardRow = QMap<QString, QString>;
 
-/// The till's side of the table `message`, over a connection of its own. Every operation throws
-/// Error when the database refuses. Thread: the one that made it.
+/// The till's access to the table `message`, over its own connection. Every operation throws Error
+/// on a database error. Thread: the one that made it.
 class MessageTable
 {
 public:
@@ -44,24 +44,23 @@ public:
     ~MessageTable();
     MessageTable(const MessageTable &) = delete;
 
-    /// Runs the schema for SQLite, for a file that the service has not made yet. The durability is
-    /// that of this connection; the service's have their own.
+    /// Runs the schema for SQLite, in a file that the service has not created. The durability
+    /// applies to this connection; the service's connections have their own.
     void createTables(Durability durability = Durability::OfTests);
 
-    /// Writes a new row and returns its id.
+    /// Inserts a row and returns its id.
     int put(const TableRow &row);
     void remove(int id);
     QList<TableRow> rows();
     QStringList types();
     int count();
     bool has(const QString &type);
-    /// The largest id, 0 without rows. A server leaves gaps between the ids of rows that were
-    /// copied.
+    /// The largest id; 0 without rows. A server leaves gaps between the ids of copied rows.
     int lastId();
     void putCard(const CardRow &card);
     QList<CardRow> cards();
 
-    /// Runs one statement, with `values` for its question marks, and returns the rows.
+    /// Runs one statement with `values` for its placeholders, and returns the rows.
     QList<QVariantList> query(const QString &statement, const QVariantList &values = {});
 
 private:

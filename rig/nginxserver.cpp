@@ -38,7 +38,7 @@ http {
 }
 )"_L1;
 
-/// Debian keeps it where only an administrator's path leads.
+/// Debian installs it in sbin, which is on an administrator's PATH only.
 QString program()
 {
     const QString found = QStandardPaths::findExecutable(u"nginx"_s);
@@ -73,7 +73,7 @@ NginxServer::NginxServer(const Setup &setup)
                   {u"-e"_s, u"stderr"_s, u"-p"_s, folder.path(), u"-c"_s, file.fileName()});
     if (!process.waitForStarted())
         qFatal("nginx: %s", qPrintable(process.errorString()));
-    // It takes connections as soon as it has read its configuration.
+    // It accepts connections once it has read its configuration.
     while (process.state() == QProcess::Running) {
         QTcpSocket socket;
         socket.connectToHost(u"127.0.0.1"_s, reservation.port());

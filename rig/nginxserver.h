@@ -9,19 +9,19 @@
 
 namespace rig {
 
-/// A real nginx that speaks TLS on a free port of 127.0.0.1, from a temporary folder, for the
-/// object's life. It answers each request with 200, or another status, and a line that tells how it
-/// sees the client: "<subject of its certificate>|<number of the connection>".
+/// An nginx with TLS on a free port of 127.0.0.1, in a temporary folder, for the object's life. It
+/// answers each request with 200, or another status, and a line with the client's data: "<subject
+/// of its certificate>|<number of the connection>".
 class NginxServer
 {
 public:
     struct Setup
     {
         Certificates::Identity identity;
-        /// Clients must show a certificate of this authority; none is asked for without it.
+        /// Clients must have a certificate of this authority. Empty: none is requested.
         QString clientAuthority;
         QString protocols = QStringLiteral("TLSv1.2 TLSv1.3");
-        /// The authority's answer about the certificate (OCSP), handed out with it.
+        /// The OCSP response that the server staples.
         QString staple = QString();
         /// How long an idle connection is kept. Its end is not announced.
         QString keepAlive = QStringLiteral("300s");
@@ -32,7 +32,7 @@ public:
     ~NginxServer();
 
     int port() const;
-    /// An address on this server by `host`, which must mean this machine.
+    /// A URL of this server; `host` must resolve to this machine.
     QUrl url(const QString &host = QStringLiteral("127.0.0.1")) const;
 
 private:

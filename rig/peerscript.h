@@ -10,11 +10,11 @@
 
 namespace rig {
 
-/// What a peer does once a request is there.
+/// A peer's action after a request.
 struct Reply
 {
-    /// Close and Reset end the connection without an answer, Silence leaves it open, Raw sends
-    /// `body` as it is, status line included, and closes.
+    /// Close and Reset end the connection without an answer. Silence leaves it open. Raw sends
+    /// `body` unchanged, including a status line, and closes.
     enum class Manner
     {
         Answer,
@@ -28,26 +28,26 @@ struct Reply
     int status = 200;
     QMap<QString, QString> headers;
     QByteArray body;
-    /// The connection ends after that many bytes of the body; -1: it does not.
+    /// The connection ends after this many bytes of the body; -1: it does not.
     int cutAfter = -1;
     double delaySeconds = 0;
     /// The reply waits for ScriptedPeer::release().
     bool held = false;
 };
 
-/// A request that must arrive, and the answer to it. What is absent is not compared.
+/// An expected request and the answer to it. Unset members are not compared.
 struct Exchange
 {
     /// Verb and target, `PUT /cards?till=7`; for TCP empty.
     QString request;
-    /// All headers but those that the transport itself adds.
+    /// All headers except those that the transport adds.
     std::optional<QMap<QString, QString>> headers;
-    /// A text is compared byte by byte, anything else as JSON.
+    /// A text is compared byte by byte, any other value as JSON.
     QJsonValue body = QJsonValue(QJsonValue::Undefined);
     Reply reply;
 };
 
-/// An outside service, played from a script.
+/// The script of a simulated outside service.
 struct PeerScript
 {
     enum class Kind
@@ -60,11 +60,11 @@ struct PeerScript
     QString name;
     Kind kind = Kind::Http;
     bool listening = true;
-    /// Requests may come in any order; each takes the first exchange that it fits.
+    /// Requests may arrive in any order; each uses the first exchange that matches.
     bool anyOrder = false;
-    /// For Https: a caller must show a certificate of the peer's authority.
+    /// For Https: callers must have a certificate of the peer's authority.
     bool wantsClientCertificate = false;
-    /// For Tcp: what the peer says first.
+    /// For Tcp: the bytes that the peer sends first.
     QByteArray greeting;
     QList<Exchange> exchanges;
 };

@@ -35,8 +35,8 @@ void setReuse(int descriptor, bool reuse)
         u"port %1 of 127.0.0.1: %2"_s.arg(port).arg(QString::fromUtf8(std::strerror(errno))));
 }
 
-/// Bound to the port; -1 where that is not possible. With `reuse` the port may be in use by a
-/// socket that allows it, and by connections of the past.
+/// A socket bound to the port; -1 on failure. With `reuse`, the port may be in use by a socket with
+/// SO_REUSEADDR, and by connections in TIME_WAIT.
 int bindSocket(quint16 port, bool reuse)
 {
     const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -53,7 +53,7 @@ int bindSocket(quint16 port, bool reuse)
     return -1;
 }
 
-/// Another program may have the port for a moment, as one that looks for a free one.
+/// Another program may use the port for a moment, for instance while it looks for a free one.
 int bindGivenPort(quint16 port)
 {
     constexpr std::chrono::milliseconds pause(50);
@@ -67,7 +67,7 @@ int bindGivenPort(quint16 port)
     return -1;
 }
 
-/// The first of the ports that the system gives to callers, and to whoever does not ask by number.
+/// The first ephemeral port.
 int firstPortOfCallers()
 {
     constexpr int usual = 32768;
@@ -78,8 +78,8 @@ int firstPortOfCallers()
     return first > 0 ? first : usual;
 }
 
-/// A free port outside of those that the system gives out by itself, so that hardly anybody has it
-/// when it was let go and is asked for again, as between two runs of the stand.
+/// A free port below the ephemeral range, so that other programs rarely take it while it is not
+/// reserved, as between two runs of the stand.
 int bindAnyPort(quint16 &port)
 {
     constexpr int first = 10240;
@@ -116,7 +116,7 @@ quint16 PortReservation::port() const
 
 int PortReservation::listen()
 {
-    setReuse(descriptor, true); // connections of the former time may still fade out
+    setReuse(descriptor, true); // earlier connections may be in TIME_WAIT
     if (::listen(descriptor, 50) != 0)
         fail(port_);
     return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
@@ -129,8 +129,8 @@ void PortReservation::refuse()
 
 void PortReservation::lend()
 {
-    // A second socket may listen here once both allow it. As long as the first one did not, the
-    // system kept the port out of everybody else's choice.
+    // Two sockets may listen on one port if both have SO_REUSEADDR. Until now the first one did not
+    // have it, so the kernel gave the port to no other program.
     setReuse(descriptor, true);
 }
 

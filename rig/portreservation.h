@@ -4,21 +4,21 @@
 
 namespace rig {
 
-/// A port of 127.0.0.1 that the system has given to us alone. Nobody answers there until listen().
+/// Reserves a port of 127.0.0.1 for this process. Connections are refused until listen().
 class PortReservation
 {
 public:
-    /// Port 0: any free one. Throws Error when the port stays taken for two seconds.
+    /// Port 0: any free one. Throws Error if the port is in use for two seconds.
     explicit PortReservation(quint16 port = 0);
     ~PortReservation();
     PortReservation(const PortReservation &) = delete;
 
     quint16 port() const;
-    /// Callers are accepted from now on; the result is a descriptor for QTcpServer, which owns it.
+    /// From now on connections are accepted. Returns a descriptor for QTcpServer, which owns it.
     int listen();
-    /// Callers are refused again; the port stays ours.
+    /// Refuses connections again; the port stays reserved.
     void refuse();
-    /// Lets one other process listen on the port, while it still is given to nobody else.
+    /// Lets one other process listen on the port while it stays reserved.
     void lend();
 
 private:

@@ -106,7 +106,7 @@ qint64 ProcessUse::statusField(const QByteArray &name) const
         if (field.startsWith(name + ':'))
             return field.mid(name.size() + 1).simplified().split(' ').first().toLongLong();
     }
-    // A process that has ended and waits for its parent has no memory any more.
+    // A zombie has no memory entries.
     failOnGone(processId);
 }
 

@@ -26,7 +26,7 @@ sockaddr_in loopback(int port)
 int openListener(int backlog, int &port)
 {
     const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    // So that a peer which does not read is felt soon.
+    // Small, so that the sender soon notices that the peer does not read.
     const int receiveBuffer = 16 * 1024;
     ::setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof(receiveBuffer));
     sockaddr_in address = loopback(0);
@@ -123,8 +123,7 @@ bool RoughPeer::Line::flood(const QByteArray &bytes, qint64 total)
 bool RoughPeer::Line::drip(const QByteArray &bytes, int intervalMs)
 {
     for (qsizetype i = 0;; i = (i + 1) % bytes.size()) {
-        // What the other side says while it waits is no reason to hurry; that it has gone shows in
-        // send().
+        // Received data does not end the wait; a closed connection shows in send().
         if (!send(bytes.mid(i, 1)) || !idle(intervalMs))
             return false;
     }

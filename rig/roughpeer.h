@@ -9,38 +9,38 @@
 
 namespace rig {
 
-/// A TCP peer on a free port of 127.0.0.1 that behaves as badly as it is told to. Every connection
-/// is served by a thread of its own; all of them end with the object.
+/// A TCP peer on a free port of 127.0.0.1 that misbehaves as told. Each connection has its own
+/// thread; all of them end with the object.
 /// Thread: any.
 class RoughPeer
 {
 public:
-    /// One connection, seen from the peer. Each operation returns false when the other side has
-    /// gone or the peer ends.
+    /// The peer's side of one connection. Each operation returns false when the other side has
+    /// closed or the peer ends.
     class Line
     {
     public:
         Line(int socket, int ending, std::atomic<qint64> &sent);
 
-        /// Reads to the end of the head, and of the body that Content-Length tells of.
+        /// Reads to the end of the head, and of a body with Content-Length.
         bool readRequest();
-        /// Waits for the first bytes of the other side, and reads none.
+        /// Waits for the first bytes, without reading them.
         bool awaitBytes();
         bool send(const QByteArray &bytes);
-        /// The bytes and the end of the connection in one packet, so that the other side sees both
-        /// at once.
+        /// Sends the bytes and the end of the connection in one packet, so that the other side sees
+        /// both at once.
         bool sendLast(const QByteArray &bytes);
-        /// Sends the same bytes again and again until there are `total` or the other side has gone.
+        /// Repeats the bytes until `total` bytes are sent or the other side has closed.
         bool flood(const QByteArray &bytes, qint64 total);
-        /// One byte each `intervalMs`, and again from the start at the end.
+        /// Sends one byte every `intervalMs`, and starts again at the end.
         bool drip(const QByteArray &bytes, int intervalMs);
-        /// Keeps silent until the other side goes; what it says is read and thrown away.
+        /// Sends nothing until the other side closes; received data is discarded.
         bool listen();
-        /// Neither reads nor writes for that long; for ever when it is below 0.
+        /// Neither reads nor writes for this time; for ever if below 0.
         bool idle(int milliseconds = -1);
-        /// The other side sees a reset instead of an orderly end.
+        /// Closes with a reset.
         void reset();
-        /// Serves the connection in place of the operations above.
+        /// For serving the connection without the operations above.
         int descriptor() const { return socket; }
 
     private:
@@ -63,7 +63,7 @@ public:
     int port() const { return port_; }
     /// Connections since the start.
     int connections() const { return connections_; }
-    /// Bytes that were handed to the system.
+    /// Bytes passed to the system.
     qint64 sentBytes() const { return sent; }
 
 private:

@@ -38,7 +38,7 @@ namespace {
 
 struct Later
 {
-    /// A socket may end in the middle of its own signal.
+    /// A socket may be released inside its own signal.
     void operator()(QObject *object) const { object->deleteLater(); }
 };
 
@@ -48,7 +48,7 @@ struct ScriptedPeer::Connection
 {
     std::unique_ptr<QSslSocket, Later> socket;
     QByteArray buffer;
-    /// A request waits for its reply: what comes behind it is not read yet.
+    /// A request waits for its reply: later data is not read yet.
     bool isAnswering = false;
 };
 
@@ -81,7 +81,7 @@ std::chrono::milliseconds milliseconds(double seconds)
     return std::chrono::milliseconds(std::llround(seconds * 1000));
 }
 
-/// Status line, headers and as much of the body as the script lets through.
+/// Status line, headers and as much of the body as the script allows.
 QByteArray replyBytes(const Reply &reply)
 {
     if (reply.manner == Reply::Manner::Raw)
@@ -97,7 +97,7 @@ QByteArray replyBytes(const Reply &reply)
     return result + (reply.cutAfter < 0 ? reply.body : reply.body.left(reply.cutAfter));
 }
 
-/// The connection ends with a reset instead of an orderly close.
+/// Ends the connection with a reset.
 void resetConnection(QSslSocket &socket)
 {
     const linger immediately = {1, 0};
@@ -116,7 +116,7 @@ ScriptedPeer::ScriptedPeer(quint16 port, QObject *parent)
 
 ScriptedPeer::~ScriptedPeer()
 {
-    // Sockets that are destroyed later would call into this object.
+    // Sockets that are destroyed later would call this object.
     for (const ConnectionPointer &connection : std::as_const(connections))
         connection->socket->disconnect(this);
 }
@@ -363,7 +363,7 @@ void ScriptedPeer::receive(const ConnectionPointer &connection, const ArrivedReq
     }
     connection->isAnswering = true;
     switch (failure->kind) {
-    case Failure::Kind::Refuse: // nobody is let in
+    case Failure::Kind::Refuse: // the port is closed
         break;
     case Failure::Kind::Status: {
         Reply refusal;
@@ -379,8 +379,7 @@ void ScriptedPeer::receive(const ConnectionPointer &connection, const ArrivedReq
     }
     case Failure::Kind::Slow:
         QTimer::singleShot(milliseconds(failure->seconds), this, [this, connection, request] {
-            // A request that its caller has given up comes again, and finds its place in the
-            // script.
+            // A request that its caller has given up is repeated, and matches the script then.
             if (connection->socket->state() == QAbstractSocket::ConnectedState)
                 judge(connection, request);
             else
@@ -436,7 +435,7 @@ void ScriptedPeer::reply(const ConnectionPointer &connection, const Traffic &tra
 {
     const Reply &reply = traffic.reply;
     QSslSocket &socket = *connection->socket;
-    if (socket.state() != QAbstractSocket::ConnectedState) // the caller's patience is over
+    if (socket.state() != QAbstractSocket::ConnectedState) // the caller has timed out
         return;
     switch (reply.manner) {
     case Reply::Manner::Silence:

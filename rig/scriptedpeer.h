@@ -14,18 +14,18 @@ namespace rig {
 
 class Authority;
 
-/// How a service fails, in place of what its script tells.
+/// A service's failure, which replaces its script.
 struct Failure
 {
     enum class Kind
     {
-        /// Nobody listens.
+        /// The port is closed.
         Refuse,
-        /// Every request is answered with `status` and an empty body.
+        /// Every request gets `status` and an empty body.
         Status,
-        /// What the script tells comes `seconds` late.
+        /// The script's replies come `seconds` late.
         Slow,
-        /// The connection ends as soon as a request is there, without an answer.
+        /// The connection ends after a request, without an answer.
         Close
     };
 
@@ -34,10 +34,10 @@ struct Failure
     double seconds = 0;
 };
 
-/// A request and what it was met with.
+/// A request and its result.
 struct Traffic
 {
-    /// Over plain TCP without a verb: the body is what the connection brought.
+    /// For plain TCP without a verb: the body contains the bytes of the connection.
     ArrivedRequest request = {};
     Reply reply = {};
     /// 0: no answer was sent.
@@ -46,8 +46,8 @@ struct Traffic
     bool isFailure = false;
 };
 
-/// An outside service on a port of 127.0.0.1 that plays a script and remembers what it was told.
-/// Its port is given at once, so that settings can name it; the script follows.
+/// An outside service on a port of 127.0.0.1 that plays a script and records the requests. The port
+/// is known at once, so that settings can contain it; the script is set later.
 /// Thread: the one that made it, whose event loop must run.
 class ScriptedPeer : public QObject
 {
@@ -62,41 +62,40 @@ public:
     /// `http://127.0.0.1:port`, for TCP `127.0.0.1:port`.
     static QString address(PeerScript::Kind kind, quint16 port);
 
-    /// Takes the script and listens, unless the script says otherwise. For Https `authority`
-    /// vouches for us and tells whose callers to trust; it must outlive the peer.
+    /// Sets the script and listens, unless the script says otherwise. For Https, `authority` issues
+    /// the peer's certificate and is the CA for callers; it must outlive the peer.
     void play(const PeerScript &script, const Authority *authority = nullptr);
 
-    /// Answers every request as `choose` says, from now on and without comparing it with a script.
-    /// A Tcp peer says its greeting and takes what comes. `authority` as for play().
+    /// From now on answers every request by calling `choose`, without a script. A Tcp peer sends
+    /// its greeting and accepts any data. `authority` as for play().
     void playFreely(PeerScript::Kind kind, const QByteArray &greeting,
                     std::function<Reply(const ArrivedRequest &)> choose,
                     const Authority *authority = nullptr);
 
     void up();
-    /// Refuses callers from now on and drops those that are there.
+    /// From now on refuses connections, and drops the open ones.
     void down();
-    /// Plays the failure instead of the script from now on; the script waits. A service that speaks
-    /// first, over plain TCP, knows no status.
+    /// From now on plays the failure; the script is paused. A Tcp peer has no status to send.
     void fail(const Failure &failure);
-    /// Back to the script. A reply that is late already stays late.
+    /// Continues the script. A reply that is late already stays late.
     void recover();
-    /// Sends the replies that were held back so far.
+    /// Sends the replies held so far.
     void release();
     int heldReplies() const;
 
-    /// Takes in what callers that are gone have left behind. Call when no caller lives any more.
+    /// Reads what closed connections have left. Call when no caller is running any more.
     void drain();
-    /// Forgets the callers, and the replies that were held for them.
+    /// Drops the connections and the replies held for them.
     void dropCallers();
     int arrived() const;
     bool isComplete() const;
-    /// What arrived wrongly, too much or not at all.
+    /// Requests that were wrong, unexpected or missing.
     QStringList findings() const;
 
 Q_SIGNALS:
-    /// A request has been met with its reply, or with none.
+    /// A request got its reply, or was left without one.
     void exchanged(const rig::Traffic &traffic);
-    /// A connection of a Tcp peer has ended or a request has arrived: findings() may have changed.
+    /// A Tcp connection has ended or a request has arrived: findings() may have changed.
     void progressed();
 
 private:
@@ -110,7 +109,7 @@ private:
     void receive(const ConnectionPointer &connection, const ArrivedRequest &request);
     void judge(const ConnectionPointer &connection, const ArrivedRequest &request);
     const Exchange *nextExchange(const ArrivedRequest &request);
-    /// At once, or when the reply is due.
+    /// Now, or when the reply is due.
     void answer(const ConnectionPointer &connection, const ArrivedRequest &request,
                 const Reply &what);
     void reply(const ConnectionPointer &connection, const Traffic &traffic);

@@ -8,7 +8,7 @@ namespace rig {
 
 namespace {
 
-/// Where in a line its time, level and category end at the latest, in bytes.
+/// Time, level and category of a line end within this many bytes.
 constexpr qsizetype headLimit = 200;
 
 } // namespace
@@ -59,8 +59,8 @@ bool ServiceLog::isIdle() const
 
 bool ServiceLog::isOfTheLibrary(const QByteArray &line)
 {
-    // Their categories begin with "::". They may come when the process is nearly gone, without a
-    // time or in a layout that no settings name.
+    // Categories of the library begin with "::". At the process's end such lines may have no time,
+    // or another layout.
     static const QRegularExpression event(
         u"\\b(?:TRACE|DEBUG|INFO|WARN|ERROR|FATAL)\\b[\\s\\[\\](]+::\\w"_s);
     return event.match(QString::fromUtf8(line.left(headLimit))).hasMatch();
@@ -74,7 +74,7 @@ void ServiceLog::takeLine(const QByteArray &line)
     if (match.hasMatch() ? match.captured(2).startsWith(u"::"_s) : isOfTheLibrary(line))
         return;
     if (!match.hasMatch()) {
-        // The further lines of a text that has several, which Log4Qt does not indent.
+        // A continuation line of a multi-line text, which Log4Qt does not indent.
         QString further = QString::fromUtf8(line);
         if (further.startsWith(u"    "_s))
             further.remove(0, 4);

@@ -19,28 +19,28 @@ struct LogRecord
     QString line() const;
 };
 
-/// Reads what the service writes to standard output at level debug.
+/// Parses the service's standard output at level debug.
 class ServiceLog
 {
 public:
     /// Bytes in the order of their arrival, in any portions.
     void take(const QByteArray &bytes);
-    /// The counts of workers begin again; the records stay.
+    /// Resets the counts of workers; the records stay.
     void beginRun();
 
     const QList<LogRecord> &records() const { return all; }
     /// All records as text, for a report.
     QString text() const;
 
-    /// Since beginRun(): how often workers of the type were started, how often they ended, and how
-    /// often the type was found to be unknown.
+    /// Since beginRun(): the number of workers of the type that were started, of those that ended,
+    /// and of log lines saying that the type is unknown.
     int starts(const QString &type) const { return started.value(type); }
     int ends(const QString &type) const { return ended.value(type); }
     int refusals(const QString &type) const { return refused.value(type); }
-    /// Every worker that was started has ended.
+    /// Every started worker has ended.
     bool isIdle() const;
 
-    /// Whether the line is an event of the logging library's own, which no test is about.
+    /// Whether the line is an event of the logging library itself, which tests ignore.
     static bool isOfTheLibrary(const QByteArray &line);
 
 private:

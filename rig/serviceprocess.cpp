@@ -13,8 +13,8 @@ namespace rig {
 
 namespace {
 
-/// Everything to standard output, so that the end of a worker, a debug line, can be waited for.
-/// Log4Qt itself is told to be quiet about its own work.
+/// Everything goes to standard output, because tests wait for a worker's end, a debug line.
+/// Log4Qt's own messages are switched off.
 constexpr auto loggingProperties = "log4j.Debug=OFF\n"
                                    "log4j.logger.\\:\\:LoggerRepository=OFF\n"
                                    "log4j.rootLogger=DEBUG, console\n"

@@ -17,36 +17,36 @@ class ServiceProcess : public ChildProcess
 public:
     enum class Log
     {
-        /// Read as it comes, at level debug. The event loop must run, or the service waits with its
-        /// log.
+        /// Parsed on arrival, at level debug. The event loop must run: otherwise the pipe fills up
+        /// and the service blocks.
         Records,
-        /// Goes to logFile(), one run after the other, as the till's own settings have it.
+        /// Appended to logFile(), with the till's log settings.
         File
     };
 
-    /// The environment is ours without what would lead the service elsewhere, and `environment` put
-    /// over it. Throws Error when the till's folder cannot be written.
+    /// The environment is this process's, without variables that redirect the service, overridden
+    /// by `environment`. Throws Error when the till's folder cannot be written.
     ServiceProcess(const QString &program, const Till &till,
                    const QMap<QString, QString> &environment = {}, Log log = Log::Records);
 
     void start() override;
-    /// How it ended: empty for exit code 0.
+    /// How it ended; empty for exit code 0.
     QString endFault() const;
-    /// The answer of the control interface; empty when it gave none.
+    /// The answer of the control interface; empty without one.
     QJsonObject ask(const QString &path,
                     std::chrono::milliseconds limit = std::chrono::seconds(10)) const;
     quint16 controlPort() const { return port; }
 
-    // With Log::Records, everything since the first start.
+    // With Log::Records: everything since the first start.
 
     const ServiceLog &log() const { return log_; }
-    /// What came on standard error; there should be nothing.
+    /// The output on standard error; should be empty.
     QString errors() const;
 
     // With Log::File.
 
     QString logFile() const { return logFile_; }
-    /// Everything written there so far.
+    /// Everything written to the file so far.
     QByteArray output() const;
 
 private:

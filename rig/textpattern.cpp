@@ -6,7 +6,7 @@ namespace rig {
 
 namespace {
 
-/// The regular expression of a pattern; empty for any other name.
+/// The regular expression of a pattern; empty for an unknown name.
 QString patternOf(const QString &name, const QString &argument)
 {
     if (name == u"any")

@@ -5,9 +5,9 @@
 
 namespace rig {
 
-/// A text that is compared letter by letter but for the patterns in it: `{{any}}` (any text, an
-/// empty one included), `{{digits}}`, `{{uuid}}`, `{{datetime}}` (as in 2026-01-31T12:00:00, with
-/// what may follow), `{{match:...}}` (a regular expression of one's own).
+/// A text to compare literally except for its patterns: `{{any}}` (any text, even empty),
+/// `{{digits}}`, `{{uuid}}`, `{{datetime}}` (as in 2026-01-31T12:00:00, with an optional suffix),
+/// `{{match:...}}` (a regular expression).
 class TextPattern
 {
 public:
@@ -17,7 +17,7 @@ public:
     /// Whether the pattern occurs anywhere in the text.
     bool occursIn(const QString &candidate) const;
 
-    /// `{{name}}` or `{{name:argument}}`, whether a pattern or not; captures name and argument.
+    /// Matches `{{name}}` or `{{name:argument}}`, pattern or not; captures name and argument.
     static const QRegularExpression &placeholder();
     /// Whether a placeholder with this name and argument is a pattern.
     static bool isPattern(const QString &name, const QString &argument);

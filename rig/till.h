@@ -14,37 +14,36 @@ namespace rig {
 /// Values by section and key.
 using Settings = QMap<QString, QMap<QString, QString>>;
 
-/// The settings as a file of the till has them.
+/// The settings in the format of a file.
 QString settingsText(const Settings &settings);
 
-/// A till: the folders that an installation has, below a root of its own, its settings, and the
-/// port of the service's control interface. Throws Error when a file or a folder cannot be written.
+/// A till: the folders of an installation below a root folder, its settings, and the port of the
+/// control interface. Throws Error when a file or a folder cannot be written.
 /// Thread: the one that made it.
 class Till
 {
 public:
-    /// In a temporary folder, which goes with the object.
+    /// In a temporary folder, which is deleted with the object.
     Till();
-    /// In this folder, which stays.
+    /// In this folder, which is kept.
     explicit Till(const QString &root);
 
-    /// The folder that QUEUE_ROOT has to name.
+    /// The value for QUEUE_ROOT.
     QString root() const { return root_; }
-    /// Where a file of the till, such as `/tallocash/cash/queue/ids.json`, really is.
+    /// The real path of a file of the till, such as `/tallocash/cash/queue/ids.json`.
     QString path(const QString &file) const { return root_ + file; }
     /// The database of a till without a server.
     QString databaseFile() const;
 
-    /// The port for the service's control interface. Nobody else is given it, also while the
-    /// service is down.
+    /// The port for the service's control interface. It stays reserved while the service is down.
     quint16 controlPort() const;
     /// Section `queue` of the settings, with the control port.
     QString queueSettings(int periodSeconds = 1) const;
-    /// Replaces the content of `tcash.ini`, the one file of settings.
+    /// Replaces the content of `tcash.ini`, the only settings file.
     void setSettings(const QString &text);
-    /// Writes a file of the till, its folder too. Returns its real path.
+    /// Writes a file of the till and creates its folder. Returns the real path.
     QString write(const QString &file, const QByteArray &content);
-    /// The same for several, by their names.
+    /// The same for several files, by name.
     void write(const QMap<QString, QString> &files);
 
 private:
@@ -52,7 +51,7 @@ private:
 
     std::optional<QTemporaryDir> folder;
     QString root_;
-    /// Most tills have no service that is asked.
+    /// Reserved at the first use, since most tills need no control port.
     mutable std::optional<PortReservation> port;
 };
 

@@ -17,7 +17,7 @@ bool waitUntil(const std::function<bool()> &condition)
 {
     const QDeadlineTimer deadline(patience());
     QTimer wake;
-    wake.start(100); // for the deadline, and for what tells nobody when it changes
+    wake.start(100); // for the deadline, and for conditions without an event
     while (!condition()) {
         if (deadline.hasExpired())
             return false;

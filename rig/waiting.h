@@ -5,11 +5,11 @@
 
 namespace rig {
 
-/// How long to wait for what only a fault can keep from happening: a minute, or what the
-/// environment variable STAND_PATIENCE says, in seconds.
+/// The timeout for conditions that only a fault can keep from becoming true: one minute, or the
+/// environment variable STAND_PATIENCE in seconds.
 std::chrono::seconds patience();
 
-/// Runs the event loop until the condition holds. False when it still does not after patience().
+/// Runs the event loop until the condition holds. False if it does not hold after patience().
 bool waitUntil(const std::function<bool()> &condition);
 
 } // namespace rig
