@@ -1,17 +1,18 @@
-// What the machine allows: reads the oldest row of a type, posts it over one kept-alive connection
-// and deletes it, until there is none or enough were sent. The database has the settings of the
-// service, the request its headers; there is no log, no polling and no judgement.
+// The lower limit on this machine. Reads the oldest row of a type, posts it over one kept-alive
+// connection and deletes it, until the table is empty or COUNT messages were sent. The database has
+// the service's settings, the requests its headers. There is no log, no polling and no check of the
+// reply.
 //
 // queue-bareloop sqlite FILE TYPES COUNT
 // queue-bareloop mariadb SOCKET USER PASSWORD TYPES COUNT
 //
-// TYPES are comma-joined; each has a thread with a connection of its own, and COUNT messages. With
-// "gate-" before the database the threads delete their rows in common transactions, through the
-// service's own gate. With "qt-" before it the statements go through Qt's driver, as those of the
-// service do, which shows what of the service's time is the driver's.
+// TYPES are comma-separated; each has a thread with its own connection, and COUNT messages. With
+// "gate-" before the database, the threads delete their rows in common transactions, through the
+// service's own gate. With "qt-" before it, statements go through Qt's driver as in the service,
+// which shows the driver's share of the service's time.
 //
-// Ends after SIGTERM, so that its processor time can be read until then, and prints how many
-// deletions have failed for a lock. Their messages are sent again.
+// Runs until SIGTERM, so that its processor time can be read. Then prints the number of deletions
+// that failed because of a lock; their messages are sent again.
 
 #include "shared/core/writegate.h"
 
@@ -50,7 +51,7 @@ constexpr auto commitStatement = "COMMIT";
 [[noreturn]] void fail(const char *what, const char *why)
 {
     std::fprintf(stderr, "queue-bareloop: %s: %s\n", what, why);
-    // Other threads are at work.
+    // Ends without destructors, because other threads are running.
     std::_Exit(1);
 }
 
@@ -64,11 +65,11 @@ class Database
 {
 public:
     virtual ~Database() = default;
-    /// False when there is no row.
+    /// False if there is no row.
     virtual bool read(Row &row) = 0;
-    /// False when the database was locked.
+    /// False if the database was locked.
     virtual bool remove(int id) = 0;
-    /// In one transaction; false when none was removed.
+    /// In one transaction; false if none was removed.
     virtual bool removeAll(const std::vector<int> &) { return false; }
 };
 
@@ -402,7 +403,7 @@ void drain(const Place &place, const QString &type, int count)
     curl_easy_cleanup(client);
 }
 
-/// Takes `prefix` off, where it is there.
+/// Removes `prefix` if `text` begins with it.
 bool takePrefix(std::string &text, const std::string &prefix)
 {
     const bool isThere = text.starts_with(prefix);
@@ -423,7 +424,7 @@ int main(int argc, char **argv)
     if ((place.kind != "sqlite" && place.kind != "mariadb") || argc != expected)
         fail("usage", "queue-bareloop [gate-][qt-]sqlite FILE TYPES COUNT | "
                       "[qt-]mariadb SOCKET USER PASSWORD TYPES COUNT");
-    // Taken in main, at the end, and by no thread.
+    // Blocked in all threads; main() waits for the signal.
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);

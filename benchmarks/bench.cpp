@@ -64,7 +64,7 @@ void Bench::log()
 void Bench::manyTypes(Series &series, const QList<int> &typeCounts)
 {
     for (int count : typeCounts) {
-        // The same number for each type.
+        // Equal numbers for all types.
         const int messages = scene.options.messages * std::min(count, 2) / count * count;
         const Comparison costs = drain.compare(types.first(count), messages, messages);
         const double bare = 1e6 / costs.bare.time;
@@ -179,7 +179,7 @@ void Bench::idleHour()
     const double before = service->processorMicroseconds();
     QElapsedTimer timer;
     timer.start();
-    // Whole periods, so that each has its poll.
+    // Whole periods, each with one poll.
     const int periods = std::max(1, scene.options.idleSeconds / defaultPeriodSeconds);
     QThread::sleep(periods * defaultPeriodSeconds);
     const double used = service->processorMicroseconds() - before;
@@ -192,7 +192,7 @@ void Bench::idleHour()
 
 void Bench::control()
 {
-    // So that in the middle of a drain the table has 10,000 rows.
+    // So that the table has 10,000 rows in the middle of a drain.
     const int draining = scene.options.messages;
     const int staying = std::max(0, 10'000 - draining / 2);
     std::vector<double> times;

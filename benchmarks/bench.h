@@ -7,45 +7,44 @@
 #include <QList>
 #include <QString>
 
-/// The groups of figures on one database.
+/// The groups of measurements on one database.
 class Bench
 {
 public:
     Bench(const Options &options, Table &table, Receiver &receiver, Report &report);
 
-    /// One worker, and what it costs beside the bare loop.
+    /// One worker, compared with the bare loop.
     void oneType();
-    /// What of the service's time is that of Qt's driver, which the service's statements go
-    /// through.
+    /// The share of Qt's database driver in the service's time.
     void driver();
-    /// What of the service's time the log is.
+    /// The share of the log in the service's time.
     void log();
     void manyTypes(Series &series, const QList<int> &typeCounts);
     /// The first messages of queues of several lengths.
     void backlogs(Series &series, const QList<int> &lengths);
-    /// Messages of one type after the rows of another, whose service is down.
+    /// Messages of one type that come after many rows of another type, whose service is down.
     void otherBacklog();
     void idleMemory();
     void drainMemory();
     void start();
     void idleHour();
-    /// `/status` over a new connection each time, as its callers ask.
+    /// `/status` over a new connection each time, as its callers use it.
     void control();
-    /// What the calls of the store that look at the whole table take when it is long.
+    /// The time of store calls that count or search the whole table, with a long table.
     void longQueue();
     void workerStart();
-    /// Instructions are the same on a busy machine, so these can be compared with those of another
-    /// day.
+    /// Counts of instructions do not depend on the machine's load, so they can be compared between
+    /// days.
     void instructions();
-    /// What the delivery journal costs.
+    /// The cost of the delivery journal.
     void journal();
-    /// The till beside a program that drains.
+    /// The till's INSERTs while a program drains.
     void tills();
 
 private:
     void compareOneType(Drain::Program program, const QString &time, const QString &processor,
                         const Target &timeTarget = {}, const Target &processorTarget = {});
-    /// The median of that many calls of the service's store, in milliseconds.
+    /// The median time of the call over `rounds` calls of the service's store, in milliseconds.
     double storeTime(const QString &call, int rounds) const;
 
     Scene scene;

@@ -63,13 +63,13 @@ double Drain::timeOf(int messages)
 
 Cost Drain::drain(const QStringList &names, int rows, int measured, Program program)
 {
-    // A long queue is left as it is between rounds: what is taken from it does not count.
+    // A long queue is not refilled between rounds, since the measured messages are few.
     if (rows <= measured || scene.table.count() < rows / 10 * 9) {
         scene.table.clear();
         scene.table.fill(names, rows, scene.receiver.port());
     }
     scene.receiver.expect(measured);
-    // Several at once take what processors there are.
+    // Several types may use all processors.
     std::optional<ProcessorLeft> left;
     if (names.size() == 1)
         left.emplace();
@@ -95,8 +95,8 @@ Cost Drain::drain(const QStringList &names, int rows, int measured, Program prog
         fail(u"%1 rows are left after %2 requests for %3 messages"_s.arg(scene.table.count())
                  .arg(scene.receiver.drain().requests)
                  .arg(measured));
-    // Between the first and the last arrival lie measured - 1 whole rounds of reading, sending
-    // and deleting, and nothing of the start.
+    // From the first arrival to the last there are measured - 1 rounds of reading, sending and
+    // deleting, without the start.
     const std::chrono::duration<double, std::micro> time = seen.last - seen.first;
     return {time.count() / (measured - 1), used / (measured - 1)};
 }
@@ -130,7 +130,7 @@ void Drain::writeQuietLogging() const
         fail(u"%1: %2"_s.arg(quiet.fileName(), quiet.errorString()));
 }
 
-/// Requests that differ in their headers could not be compared.
+/// Only requests with equal headers can be compared.
 void Drain::compareHeads() const
 {
     const auto names = [](const std::string &head) {
@@ -154,7 +154,8 @@ double Drain::instructionsOf(int messages, bool isBare)
     const QString counts = scene.path(u"callgrind.out"_s);
     QFile::remove(counts);
     const QStringList tool{u"--tool=callgrind"_s, u"--callgrind-out-file="_s + counts,
-                           // Comes ten times a second, and so more often the slower the machine.
+                           // Excluded: runs ten times a second, so more often per message on a
+                           // slower machine.
                            u"--toggle-collect=Config::refresh(Config::State&)"_s,
                            u"--collect-atstart=yes"_s};
     const QStringList bareLoop = QStringList{scene.options.bareLoop}

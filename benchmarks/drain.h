@@ -8,21 +8,21 @@
 #include <string>
 #include <vector>
 
-/// What one message took, in microseconds.
+/// The cost of one message, in microseconds.
 struct Cost
 {
     double time = 0;
     double processor = 0;
 };
 
-/// The bare loop beside the service, or beside another loop.
+/// The costs of the bare loop and of the program that is compared with it.
 struct Comparison
 {
     Cost bare;
     Cost other;
 };
 
-/// Drains a table with one program after the other and tells what each message took.
+/// Drains a table with one program after the other and measures the cost of a message.
 class Drain
 {
 public:
@@ -37,12 +37,12 @@ public:
 
     explicit Drain(Scene &scene);
 
-    /// The median cost of each of the first `measured` messages of `rows`, the two taking turns.
+    /// The median cost of each of the first `measured` messages of `rows`. The two programs
+    /// alternate.
     Comparison compare(const QStringList &names, int rows, int measured, Program program = Service);
-    /// What each of `messages` takes that the service delivers, in microseconds. The rows are
-    /// there.
+    /// The service's time for each of `messages` messages, in microseconds. The rows must exist.
     double timeOf(int messages);
-    /// Instructions of a whole run, as valgrind counts them.
+    /// The instructions of a whole run, counted by valgrind.
     double instructionsOf(int messages, bool isBare);
 
 private:

@@ -63,7 +63,7 @@ JournalCases::Figures JournalCases::measure(const QStringList &names, int messag
     Figures figures;
     figures.processor = (service->processorMicroseconds() - before) / (messages - 1);
     figures.memory = service->residentMb();
-    // What still waits in memory is written within a second, and counts.
+    // The journal writes what is in memory within a second; that counts too.
     QThread::msleep(2500);
     figures.written = service->writtenBytes() / messages;
     const Receiver::Drain seen = scene.receiver.drain();

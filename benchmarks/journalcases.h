@@ -6,7 +6,7 @@
 #include <QString>
 #include <QStringList>
 
-/// The service with its delivery journal beside the same service without it.
+/// Compares the service with its delivery journal and without it.
 class JournalCases
 {
 public:
@@ -15,19 +15,19 @@ public:
     void run();
 
 private:
-    /// What one drain took.
+    /// The costs of one drain.
     struct Figures
     {
-        /// Of one message, in microseconds.
+        /// Per message, in microseconds.
         double time = 0;
         double processor = 0;
-        /// Bytes that one message had the service write, from its start to its end.
+        /// Bytes that the service wrote per message, from its start to its end.
         double written = 0;
-        /// When the last message has arrived, in MB.
+        /// Memory when the last message has arrived, in MB.
         double memory = 0;
     };
 
-    /// The medians of the figures without and with the journal, the two taking turns.
+    /// The median figures without and with the journal. The two alternate.
     struct Pair
     {
         Figures without;

@@ -1,5 +1,5 @@
-// Measures the service from outside, beside a bare loop that shows what the machine allows, on both
-// databases. ./bench builds and calls it; docs/performance.md explains the figures.
+// Measures the service from outside on both databases, and a bare loop as the lower limit. ./bench
+// builds and calls it; docs/performance.md explains the figures.
 
 #include "benchmarks/bench.h"
 #include "benchmarks/statistics.h"

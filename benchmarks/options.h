@@ -4,17 +4,17 @@
 #include <QString>
 #include <QStringList>
 
-/// Types that differ in nothing that takes time. The first one is taken where there is only one.
+/// Types with equal costs. The first one is used where only one is needed.
 inline const QStringList types{QStringLiteral("heineken"),      QStringLiteral("abmloyalty"),
                                QStringLiteral("smartscales"),   QStringLiteral("cardlab"),
                                QStringLiteral("waybillnumber"), QStringLiteral("customeraddress"),
                                QStringLiteral("nochange"),      QStringLiteral("winelabbonus")};
-/// Rows of a type that has no handler stay where they are.
+/// Rows of a type without a handler are never removed.
 inline const QStringList stayingType{QStringLiteral("bench")};
-/// As many types as queue-plaintypes has.
+/// The number of types in queue-plaintypes.
 constexpr int plainTypeCount = 57;
 
-/// Types draining, how much longer a commit takes, how long a reply does.
+/// Number of draining types, additional time of a commit, time of a reply.
 struct TillCase
 {
     int types = 0;
@@ -30,15 +30,15 @@ struct Options
     QString plainTypes;
     QString tillWriter;
     QString slowSync;
-    /// An earlier build of the service, empty for none.
+    /// An earlier build of the service to compare with; empty for none.
     QString former;
     QString folder;
-    /// "SQLite" or "MariaDB", empty for both.
+    /// "SQLite" or "MariaDB"; empty for both.
     QString database;
     int messages = 0;
     int rounds = 0;
     int idleSeconds = 0;
     int tillSeconds = 0;
-    /// Empty for all of them.
+    /// Empty for all cases.
     QList<TillCase> tillCases;
 };

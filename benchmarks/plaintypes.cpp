@@ -1,5 +1,5 @@
-// The service with plain forwarders for all its types, plain1 to plain57, so that as many types as
-// it has can drain at once without a message of its own for each.
+// The service with simple forwarders plain1 to plain57 as its types, so that as many types as it
+// really has can drain at once with the same kind of message.
 
 #include "engine/basichandler.h"
 #include "handlers/common/delivery.h"

@@ -5,23 +5,23 @@
 
 #include <memory>
 
-/// A program under measurement: the service, or a bare loop. Asked to end by the destructor.
+/// A measured program: the service or a bare loop. The destructor asks it to end.
 class Process
 {
 public:
-    /// Starts it on the chosen processors, whatever this process keeps to just now.
+    /// Starts the program on these processors, independent of this process's own.
     explicit Process(std::unique_ptr<rig::ChildProcess> process,
                      Processors processors = Processors::All);
     ~Process();
     Process(const Process &) = delete;
     Process &operator=(const Process &) = delete;
 
-    /// Processor time so far, all threads, in microseconds.
+    /// Processor time of all threads so far, in microseconds.
     double processorMicroseconds() const;
     double residentMb() const;
-    /// What it has written to files on a disk.
+    /// Bytes written to files on a disk.
     double writtenBytes() const;
-    /// True when it ended with 0 in time, after SIGTERM.
+    /// Sends SIGTERM. True if it ended with exit code 0 in time.
     bool end();
     bool isRunning() { return process->isRunning(); }
 

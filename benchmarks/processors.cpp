@@ -9,7 +9,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Those that this process was given.
+/// The processors of this process's affinity mask at its start.
 const cpu_set_t &usableProcessors()
 {
     static const cpu_set_t usable = [] {

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-/// Which of the processors that this program was given.
+/// Processors of this program's affinity mask.
 enum class Processors
 {
     All,
@@ -10,14 +10,13 @@ enum class Processors
     Last
 };
 
-/// Keeps the thread that calls it on these. Everything is found out beforehand, so it may be called
-/// between fork and exec. Without effect where there is only one processor.
+/// Returns a function that pins the calling thread to these processors. It may be called between
+/// fork and exec, because everything is computed beforehand. On a single processor it does nothing.
 std::function<void()> keepingOn(Processors chosen);
 
-/// Leaves the last processor to programs that ask for it; while it lives, this process runs on the
-/// others. Left to the scheduler, a program and the receiver that it wakes run on one processor or
-/// on two, and a message takes up to a fifth more or less for it. On a machine with one processor
-/// it does nothing.
+/// Reserves the last processor for measured programs: while it exists, this process runs on the
+/// others. Otherwise scheduling changes the result by up to 20 %, depending on whether the program
+/// and the receiver share a processor. On a single processor it does nothing.
 /// Thread: any; one object at a time.
 class ProcessorLeft
 {

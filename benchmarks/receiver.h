@@ -7,9 +7,8 @@
 #include <mutex>
 #include <string>
 
-/// Answers 200 to every request and notes the time at which each drain's first and last request had
-/// arrived.
-/// Thread: one, and one drain at a time.
+/// Answers 200 to every request. Records when the first and the last request of each drain arrived.
+/// Thread: one; one drain at a time.
 class Receiver
 {
 public:
@@ -19,7 +18,7 @@ public:
     {
         int requests = 0;
         Clock::time_point first;
-        /// When the last of the expected ones came.
+        /// When the last of the expected requests arrived.
         Clock::time_point last;
         /// Request line and headers of the first request.
         std::string head;
@@ -29,12 +28,12 @@ public:
     Receiver();
 
     int port() const { return peer.port(); }
-    /// Answers from now on are given `delay` after their request.
+    /// From now on each answer is sent `delay` after its request.
     void setDelay(std::chrono::milliseconds delay) { peer.setDelay(delay); }
 
-    /// Forgets what came before. A drain has `requests` of them; more may come.
+    /// Starts a new drain of `requests` requests; more may arrive.
     void expect(int requests);
-    /// Waits until so many have arrived; false when `timeout` passed first.
+    /// Waits until `requests` have arrived; false after `timeout`.
     bool wait(int requests, std::chrono::seconds timeout);
     Drain drain() const;
 
@@ -46,6 +45,6 @@ private:
     int expected = 0;
     int awaited = 0;
     Drain current;
-    /// Calls from a thread of its own, so it ends before the rest.
+    /// Declared last, because its thread uses the other members.
     rig::FastPeer peer;
 };

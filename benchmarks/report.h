@@ -5,7 +5,7 @@
 #include <QStringList>
 #include <QTextStream>
 
-/// What a figure has to be.
+/// The required range of a figure.
 struct Target
 {
     enum class Kind
@@ -21,24 +21,23 @@ struct Target
     static Target atLeast(double value) { return {Kind::AtLeast, value}; }
 };
 
-/// The figures, one line each: on standard output as they come, and as a table of comma-separated
-/// values in a file.
+/// The figures, one line each: printed at once, and written to a file of comma-separated values.
 class Report
 {
 public:
-    /// The file is replaced.
+    /// An existing file is replaced.
     explicit Report(const QString &path);
 
     void heading(const QString &text);
     void note(const QString &text);
-    /// Heads figures that have columns of their own, and a file of their own beside the other.
+    /// Begins a group of figures with columns of their own, which get their own file.
     void columns(const QString &text, const QString &header);
-    /// One line of them: as it is printed, and as it is in the file.
+    /// One line of the group: the printed text and the line in the file.
     void values(const QStringList &texts, const QString &line);
-    /// A figure taken from the service alone.
+    /// A figure of the service alone.
     void figure(const QString &what, const QString &database, double value, const QString &unit,
                 Target target = {});
-    /// The service's figure over that of the bare loop.
+    /// The ratio of the service's figure to the bare loop's.
     void ratio(const QString &what, const QString &database, double bare, double service,
                const QString &unit, Target target);
 
@@ -52,7 +51,7 @@ private:
     QFile columnsFile;
 };
 
-/// Points of one plot, in a file of comma-separated values that benchmarks/plot reads.
+/// The points of one plot, in a file of comma-separated values for benchmarks/plot.
 class Series
 {
 public:

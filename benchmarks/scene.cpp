@@ -16,7 +16,7 @@ namespace {
 constexpr std::chrono::seconds drainTimeout{1200};
 constexpr int answerTimeoutMs = 30'000;
 
-/// Nothing of an earlier run is in it.
+/// Empties the folder, so that nothing of an earlier run is left.
 QString emptied(const QString &folder)
 {
     QDir(folder).removeRecursively();
@@ -31,7 +31,7 @@ Scene::Scene(const Options &options, Table &table, Receiver &receiver)
     , receiver(receiver)
     , till(emptied(options.folder + u"/root"_s))
 {
-    // The period is the service's own default.
+    // The poll period is the service's default.
     till.setSettings(u"[queue]\nport = %1\n%2"_s.arg(till.controlPort()).arg(table.settings()));
 }
 

@@ -12,8 +12,8 @@
 
 #include <memory>
 
-/// One till on one database, the programs that drain its table, and the receiver that they send to.
-/// What goes wrong is thrown as std::runtime_error.
+/// A till on one database, the programs that drain its table, and the receiver of their requests.
+/// Errors are thrown as std::runtime_error.
 class Scene
 {
 public:
@@ -25,32 +25,33 @@ public:
     Table &table;
     Receiver &receiver;
 
-    /// A file below the till's folder.
+    /// The path of a file in the till's folder.
     QString path(const QString &name) const { return till.path(u'/' + name); }
     QString settingsFile() const;
     QString serviceLog() const { return path(QStringLiteral("service.log")); }
     QString bareLog() const { return path(QStringLiteral("bare.log")); }
 
-    /// Whether the service keeps its delivery journal from the next start on. It does at first.
+    /// Whether the service keeps its delivery journal from its next start on. True at first.
     void setJournal(bool isKept);
-    /// Starts the service, or another build of it, its log begun again.
+    /// Starts the service, or another build of it, with an empty log.
     std::unique_ptr<Process> startService(Processors processors = Processors::All,
                                           const Variables &environment = {},
                                           const QString &program = QString()) const;
-    /// `each`: how many messages of each type it sends. A gate is for SQLite alone.
+    /// `each`: the number of messages of each type. A gate is for SQLite only.
     std::unique_ptr<Process> startBareLoop(const QStringList &names, int each, bool isQt,
                                            bool isGated, Processors processors,
                                            const Variables &environment = {}) const;
-    /// Another program, its output in a new file. The till's folder is in its environment.
+    /// Starts another program with its output in a new file. The till's folder is in its
+    /// environment.
     std::unique_ptr<Process> start(const QString &program, const QStringList &arguments,
                                    const QString &output, const Variables &environment = {},
                                    Processors processors = Processors::All) const;
 
-    /// Until that many have arrived since Receiver::expect().
+    /// Waits until that many requests have arrived since Receiver::expect().
     void awaitRequests(int requests);
-    /// Until the service's control interface takes connections.
+    /// Waits until the service's control interface accepts connections.
     void awaitControl() const;
-    /// Milliseconds from the connection to the end of the answer.
+    /// Milliseconds from connecting to the end of the answer.
     double askStatus() const;
 
 private:

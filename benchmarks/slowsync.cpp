@@ -1,5 +1,5 @@
-// Loaded ahead of the C library, makes each write to the disk take as long as on a slower one:
-// QUEUE_BENCH_SYNC_MS milliseconds more.
+// Preloaded before the C library (LD_PRELOAD): each sync takes QUEUE_BENCH_SYNC_MS milliseconds
+// longer, as on a slower disk.
 
 #include <chrono>
 #include <cstdlib>

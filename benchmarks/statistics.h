@@ -7,13 +7,13 @@
 #include <stdexcept>
 #include <vector>
 
-/// Ends the measurement with a text for the person who started it.
+/// Ends the measurement with a text for the user.
 [[noreturn]] inline void fail(const QString &text)
 {
     throw std::runtime_error(text.toStdString());
 }
 
-/// The middle of `values`, of which there is at least one.
+/// The median of `values`, which must not be empty.
 inline double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());

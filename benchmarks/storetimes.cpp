@@ -1,10 +1,10 @@
-// What calls of the service's store cost. `connect` is a worker's start and end: a connection of
-// its own, the preparation of all statements, and the removal of both; `poll`, `status` and `read`
-// are the three statements that meet a long queue.
+// Measures calls of the service's store. `connect` is a worker's start and end: opening a
+// connection, preparing all statements, and closing. `poll`, `status` and `read` are the three
+// statements whose time depends on the length of the queue.
 //
 // queue-storetimes SETTINGS-FILE connect|poll|status|read ROUNDS
 //
-// It prints the median in milliseconds.
+// Prints the median in milliseconds.
 
 #include "benchmarks/statistics.h"
 #include "engine/dao.h"
@@ -51,7 +51,7 @@ int main(int argc, char **argv)
     const QFileInfo settings(arguments.at(1));
     Config::setConfigsPathList({settings.dir()}, {settings.fileName()});
     setUpLogging();
-    // The first one loads the driver.
+    // The first connection also loads the driver.
     if (arguments.at(2) == u"connect")
         queue::DAO().connect();
     else

@@ -15,10 +15,10 @@ namespace {
 
 constexpr int bodyBytes = 400;
 
-/// These take their body as an object, the others as text.
+/// Types that take their body as an object; the others take text.
 const QStringList objectTypes{u"customeraddress"_s, u"nochange"_s, u"winelabbonus"_s};
 
-/// What all the chosen types understand, filled up to `bodyBytes`.
+/// A body that all chosen types accept, padded to `bodyBytes`.
 QString body(const QString &type, int receiverPort)
 {
     const auto withFilling = [&](const QString &filling) {
@@ -58,7 +58,7 @@ public:
         table->createTables(rig::Durability::OfTills);
     }
 
-    /// Plans without counting, as on a till.
+    /// SQLite plans without statistics, as on a till.
     void analyze() override {}
     QString settings() const override { return u"[database]\nname = %1\n"_s.arg(path); }
     QStringList bareLoopArguments() const override { return {u"sqlite"_s, path}; }
@@ -101,7 +101,7 @@ private:
 void Table::fill(const QStringList &types, int rows, int receiverPort)
 {
     const int before = table->lastId();
-    // In one transaction, each round copying what was added so far.
+    // In one transaction; each round copies the rows added so far.
     table->query(u"BEGIN"_s);
     const auto first = static_cast<int>(std::min<qsizetype>(types.size(), rows));
     for (int i = 0; i < first; ++i) {

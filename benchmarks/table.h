@@ -7,8 +7,8 @@
 
 #include <memory>
 
-/// The table `message` of one till, on either database, with its schema and the till's durability.
-/// What goes wrong is thrown as std::runtime_error.
+/// A till's table `message` on one database, with its schema and the till's durability. Errors are
+/// thrown as std::runtime_error.
 class Table
 {
 public:
@@ -16,29 +16,27 @@ public:
 
     /// "SQLite" or "MariaDB".
     virtual QString database() const = 0;
-    /// Empties the table, makes it as if newly created.
+    /// Empties the table and resets it to the state of a new one.
     virtual void clear() = 0;
-    /// Adds `rows` rows, the types taking turns, each with the body that its type is given.
+    /// Adds `rows` rows, the types in turn, each with a body for its type.
     void fill(const QStringList &types, int rows, int receiverPort);
-    /// Tells a planner that counts rows how many of them there are. A server does so by itself in a
-    /// while.
+    /// Updates the planner's row counts. A server does so by itself after a while.
     virtual void analyze() = 0;
     int count() { return table->count(); }
     bool has(const QString &type) { return table->has(type); }
-    /// The section of the service's settings that leads here.
+    /// The section of the service's settings for this database.
     virtual QString settings() const = 0;
-    /// The bare loop's arguments that lead here.
+    /// The bare loop's arguments for this database.
     virtual QStringList bareLoopArguments() const = 0;
 
 protected:
-    /// Makes what was written as cheap to go on from as it would be after a while at rest.
+    /// Flushes what was written, as it would be after some time without work.
     virtual void settle() = 0;
 
     std::unique_ptr<rig::MessageTable> table;
 };
 
-/// A database file in `folder`, made anew.
+/// A new database file in `folder`.
 std::unique_ptr<Table> sqliteTable(const QString &folder);
-/// A server of its own, in a folder below `folder`, with its default settings; ended with the
-/// object.
+/// A MariaDB server with default settings, in a folder below `folder`. It ends with the object.
 std::unique_ptr<Table> mariaDbTable(const QString &folder);

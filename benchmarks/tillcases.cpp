@@ -124,7 +124,7 @@ void TillCases::judge(const TillCase &with, const Figures &seen, double gain)
 TillCases::Figures TillCases::measure(const TillCase &with, Program program)
 {
     const QStringList names = with.types > types.size() ? plainTypes() : types.first(with.types);
-    // More than can be delivered, so that no type comes to its end.
+    // More than can be delivered, so that no type runs out of messages.
     const int seconds = scene.options.tillSeconds + warmUpSeconds + 2;
     const int each = with.replyMs > 0 ? 1000 / with.replyMs * seconds : 5000 * seconds;
     scene.table.clear();
@@ -180,7 +180,7 @@ std::unique_ptr<Process> TillCases::start(const TillCase &with, Program program,
     return scene.startService(Processors::All, disk, path);
 }
 
-/// Of what the till's program has printed.
+/// The figures in the output of the till's program.
 TillCases::Figures TillCases::figuresOf(const QString &path)
 {
     Figures figures;

@@ -5,13 +5,13 @@
 
 #include <QString>
 
-/// The till's INSERT every 50 ms while types drain, with disks of several speeds. SQLite alone.
+/// The till's INSERT every 50 ms while types drain, with several commit times. SQLite only.
 class TillCases
 {
 public:
     TillCases(Scene &scene, Report &report);
 
-    /// The chosen cases, or all.
+    /// Runs the chosen cases, or all.
     void run();
 
 private:
@@ -23,7 +23,7 @@ private:
         Service
     };
 
-    /// How the till fared while a program drained, and how the program did.
+    /// The till's times while a program drains, and the program's throughput.
     struct Figures
     {
         double middle = 0;
@@ -31,7 +31,7 @@ private:
         double longest = 0;
         int inserts = 0;
         int failed = 0;
-        /// Statements of the program that have failed, each of which is a delivery more.
+        /// Failed deletions of the program; each message is delivered again.
         int failedRemovals = 0;
         double deliveries = 0;
     };

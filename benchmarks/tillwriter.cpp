@@ -1,6 +1,6 @@
-// The till's side of the SQLite file: writes a row, waits, writes the next one, with the till's own
-// settings, until SIGTERM. Then prints how long each INSERT took, in milliseconds, with "failed"
-// after those that did not succeed.
+// The till's writes to the SQLite file: inserts a row, pauses and repeats until SIGTERM, with the
+// till's own settings. Then prints the duration of each INSERT in milliseconds, followed by
+// "failed" for failed ones.
 //
 // queue-tillwriter FILE TYPE PAUSE-MS
 
@@ -52,13 +52,13 @@ int main(int argc, char **argv)
     const std::chrono::milliseconds pause(std::atoi(argv[3]));
     std::vector<Insert> inserts;
     while (!isStopped) {
-        // From one to the next: at even intervals a till could keep a slow disk busy all by itself.
+        // Between two inserts: at fixed intervals a till could saturate a slow disk by itself.
         std::this_thread::sleep_for(pause);
         const auto begin = Clock::now();
         const int result = sqlite3_step(statement);
         inserts.push_back({Clock::now() - begin, result == SQLITE_DONE});
         sqlite3_reset(statement);
-        // Anything but the lock would make the figures worthless.
+        // Only lock conflicts are expected; any other error makes the figures useless.
         if (result != SQLITE_DONE && result != SQLITE_BUSY) {
             std::fprintf(stderr, "queue-tillwriter: %s\n", sqlite3_errmsg(database));
             return 1;
