@@ -1,22 +1,22 @@
-# What the service stands on. scripts/packages lists the Debian packages that bring it.
+# The libraries that the service needs. scripts/packages lists their Debian packages.
 
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core Sql Network Xml Core5Compat HttpServer)
 if(QUEUE_BUILD_TESTS)
     find_package(Qt6 6.4 REQUIRED COMPONENTS Test)
 endif()
 find_package(CURL 7.88 REQUIRED)
-# What libcurl does TLS with; its state of a thread has to end with the thread.
+# libcurl's TLS library; its per-thread state must be freed at the thread's end.
 find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
-# The journal of deliveries writes through it; Qt brings it for the queue alone.
+# The journal of deliveries writes its file directly; the queue's table goes through Qt.
 find_package(SQLite3 3.35 REQUIRED)
-# Unpacks answers that a server has packed.
+# Decompresses answers.
 find_package(ZLIB REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(INIH REQUIRED IMPORTED_TARGET inih)
 pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)
 
-# A till's image that ships Log4Qt gets it; everywhere else the slice in shared/log4qt carries the
-# same interface over log4cplus.
+# A till's image may contain Log4Qt; elsewhere shared/log4qt provides the same interface on top of
+# log4cplus.
 set(QUEUE_LOG4QT AUTO CACHE STRING 
     "Log with Log4Qt: AUTO where it is found, ON only with it, OFF without it")
 set_property(CACHE QUEUE_LOG4QT PROPERTY STRINGS AUTO ON OFF)
@@ -25,7 +25,7 @@ if(NOT QUEUE_LOG4QT MATCHES "^(AUTO|ON|OFF)$")
 endif()
 set(Log4Qt_FOUND FALSE)
 if(NOT QUEUE_LOG4QT STREQUAL "OFF")
-    # An image keeps it out of the system's own folders.
+    # Images install it outside the system's folders.
     find_package(Log4Qt 1.6 QUIET PATHS /opt/log4qt)
 endif()
 if(Log4Qt_FOUND)

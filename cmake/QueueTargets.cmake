@@ -1,16 +1,16 @@
-# The functions that make every target of the project, so that a folder's CMakeLists.txt lists
-# only its files and its neighbours.
+# Functions that create the project's targets, so that a folder's CMakeLists.txt lists only its
+# files and dependencies.
 
-# What Debian's own packages are hardened with (dpkg-buildflags), with immediate binding and as programs that
-# can be loaded anywhere.
+# The hardening flags of Debian's packages (dpkg-buildflags), with immediate binding and
+# position-independent executables.
 include(CheckCXXCompilerFlag)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 check_cxx_compiler_flag(-fcf-protection QUEUE_HAS_CF_PROTECTION)
 check_cxx_compiler_flag(-fstack-clash-protection QUEUE_HAS_STACK_CLASH)
 
-# Compiler settings that hold everywhere: C++20, the warnings, and no implicit conversion from a
-# bare literal to QString, so that a Russian text without its u""_s does not compile.
+# Compiler settings for all targets: C++20, warnings, and no implicit conversion from a bare literal
+# to QString, so that a Russian text without u""_s does not compile.
 add_library(queue_settings INTERFACE)
 target_compile_features(queue_settings INTERFACE cxx_std_20)
 target_include_directories(queue_settings INTERFACE ${PROJECT_SOURCE_DIR})
@@ -20,17 +20,17 @@ target_compile_definitions(queue_settings INTERFACE
 target_compile_options(queue_settings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow=local -Wcast-align -Wformat=2
     -fstack-protector-strong
-    # A till runs on x86; elsewhere the compiler does not know it.
+    # Only compilers for x86 have this option; tills use x86.
     $<$<BOOL:${QUEUE_HAS_CF_PROTECTION}>:-fcf-protection>
     $<$<BOOL:${QUEUE_HAS_STACK_CLASH}>:-fstack-clash-protection>
-    # Needs an optimized build. A test's own code is not optimized.
+    # Requires optimization. A test's own code is not optimized.
     $<$<AND:$<CONFIG:Release,RelWithDebInfo>,$<NOT:$<BOOL:$<TARGET_PROPERTY:QUEUE_IS_TEST>>>>:-U_FORTIFY_SOURCE>
     $<$<AND:$<CONFIG:Release,RelWithDebInfo>,$<NOT:$<BOOL:$<TARGET_PROPERTY:QUEUE_IS_TEST>>>>:-D_FORTIFY_SOURCE=2>
-    # Programs too are compiled like libraries, or gcc 14 refuses them the precompiled header.
+    # gcc 14 rejects the precompiled header unless programs are compiled like libraries.
     -fPIC
     # clang does not know some of these.
     $<$<CXX_COMPILER_ID:Clang>:-Wno-unknown-warning-option>
-    # With more optimization this one suspects the inline functions of Qt's headers.
+    # Optimized builds warn about inline functions in Qt's headers.
     $<$<BOOL:${QUEUE_WARNINGS_AS_ERRORS}>:-Wnull-dereference>
     $<$<BOOL:${QUEUE_WARNINGS_AS_ERRORS}>:-Werror>)
 target_link_options(queue_settings INTERFACE -Wl,-z,relro -Wl,-z,now)
@@ -46,14 +46,14 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 find_program(CCACHE ccache)
 if(CCACHE)
-    # Precompiled headers are keyed by their contents; without this every use of one is a miss.
+    # ccache identifies precompiled headers by content; without this setting every use is a miss.
     set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
         CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime ${CCACHE})
     add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fpch-preprocess>)
 endif()
 
-# Headers that nearly every file reads, compiled once for the libraries and once for the tests. The file is
-# left alone when it is there: a newer one would have everything compiled again.
+# Headers that nearly every file includes, precompiled once for the libraries and once for the
+# tests. The file is written only if it is missing: a newer one would cause a full rebuild.
 file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/pch/pch.cpp CONTENT "" @ONLY)
 add_library(queue_pch STATIC ${PROJECT_BINARY_DIR}/pch/pch.cpp)
 target_link_libraries(queue_pch PRIVATE queue_settings Qt6::Core)
@@ -63,14 +63,15 @@ target_precompile_headers(queue_pch PRIVATE
     <QTimer> <QUrl> <QVariant>
     <atomic> <functional> <memory> <optional> <stdexcept> <string> <vector>)
 
-# Qt's test library reads these macros, the first two of which name the folder of each target. No test
-# needs them, and a precompiled header serves only those that define the same, so they are taken back.
+# Macros of Qt's test library, the first two with the folder of each target. They are undefined,
+# because no test needs them and a precompiled header requires the same macros in all its users.
 set(QUEUE_TEST_OPTIONS -UQT_TESTCASE_BUILDDIR -UQT_TESTCASE_SOURCEDIR -UQT_NETWORK_LIB)
-# What tills run is compiled for speed; a test's own code is compiled fast, in two thirds of the time.
+# Code that runs on tills is compiled for speed. A test's own code is compiled without optimization,
+# in two thirds of the time.
 list(APPEND QUEUE_TEST_OPTIONS $<$<CONFIG:RelWithDebInfo>:-O0> $<$<CONFIG:RelWithDebInfo>:-g0>)
 
 if(QUEUE_BUILD_TESTS)
-    # A hundred programs are linked; what tills run is left to the compiler's own linker.
+    # A hundred programs are linked; programs for tills use the compiler's own linker.
     find_program(MOLD mold)
     mark_as_advanced(MOLD)
     add_library(queue_test_pch STATIC ${PROJECT_BINARY_DIR}/pch/pch.cpp)
@@ -82,10 +83,10 @@ if(QUEUE_BUILD_TESTS)
 endif()
 
 # queue_add_library(NAME [MOC] [TOGETHER] SOURCES a.cpp ... [LINKS lib ...])
-# One static library per folder. LINKS names the folders below it and the outside libraries. MOC is for a
-# folder whose headers have Q_OBJECT or Q_GADGET; without it they do not link. TOGETHER is for a folder
-# whose files have no namesakes in their unnamed namespaces: preset `release` compiles up to eight of them as
-# one, in half the time. A file that does gets SKIP_UNITY_BUILD_INCLUSION.
+# Makes one static library per folder. LINKS names the folders below it and external libraries. MOC
+# is for a folder whose headers have Q_OBJECT or Q_GADGET; without it they do not link. TOGETHER is
+# for a folder in whose unnamed namespaces all names differ: preset `release` compiles up to eight
+# of its files as one, in half the time. Exclude a file with SKIP_UNITY_BUILD_INCLUSION.
 function(queue_add_library name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "MOC;TOGETHER" "" "SOURCES;LINKS")
     add_library(${name} STATIC ${arg_SOURCES})
@@ -100,7 +101,7 @@ function(queue_add_library name)
 endfunction()
 
 # queue_add_test(tst_x.cpp [more.cpp ...] [LINKS lib ...] [LABELS label ...] [TIMEOUT seconds])
-# One QtTest program named after its first file, run by ctest with a folder of its own.
+# Makes one QtTest program named after its first file. ctest runs it in a folder of its own.
 function(queue_add_test source)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "LINKS;LABELS")
     get_filename_component(name ${source} NAME_WE)
@@ -111,7 +112,7 @@ function(queue_add_test source)
     if(MOLD)
         target_link_options(${name} PRIVATE -fuse-ld=mold)
     endif()
-    # AUTOMOC would compile an empty file more for each test.
+    # AUTOMOC would compile an additional empty file for each test.
     qt_generate_moc(${source} ${CMAKE_CURRENT_BINARY_DIR}/${name}.moc TARGET ${name})
     set_source_files_properties(${source} PROPERTIES
         OBJECT_DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/${name}.moc)
@@ -127,9 +128,9 @@ function(queue_add_test source)
         ENVIRONMENT "QTEST_DISABLE_STACK_DUMP=1;QT_FORCE_STDERR_LOGGING=1;LC_ALL=C.UTF-8")
 endfunction()
 
-# queue_add_fault_test(tst_x.cpp ...), arguments as for queue_add_test. A test that breaks things on
-# purpose. Its short form ends within a minute; QUEUE_FAULTS=long asks for the long one, which may
-# take hours (tests/faults/form.h).
+# queue_add_fault_test(tst_x.cpp ...), arguments as for queue_add_test. A test that injects faults.
+# Its short form ends within a minute. QUEUE_FAULTS=long selects the long form, which may take hours
+# (tests/faults/form.h).
 function(queue_add_fault_test source)
     queue_add_test(${source} ${ARGN})
     get_filename_component(name ${source} NAME_WE)

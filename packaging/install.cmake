@@ -1,6 +1,6 @@
-# The part of the installation that depends on the prefix, for one `component`: the unit, whose program
-# has a path, the files below etc/, and compressed pages and changelogs. With the prefix /usr the
-# files of etc/ go to /etc.
+# The files of `component` that depend on the prefix: the unit, which contains the program's path,
+# the files below etc/, and compressed pages and changelogs. With the prefix /usr, the files below
+# etc/ are installed to /etc.
 
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
     set(sysconf_dir /etc)
@@ -8,7 +8,7 @@ else()
     set(sysconf_dir ${CMAKE_INSTALL_PREFIX}/etc)
 endif()
 
-# install_compressed(FILE NAME FOLDER): the same bytes give the same file. @version@ is replaced.
+# install_compressed(FILE NAME FOLDER): reproducible output. Replaces @version@.
 function(install_compressed file name folder)
     configure_file(${file} ${work_dir}/compressed/${component}/${name} @ONLY)
     execute_process(COMMAND gzip -9nkf ${name} WORKING_DIRECTORY ${work_dir}/compressed/${component}

@@ -1,9 +1,10 @@
-# `cpack` in the build folder writes queue_<version>_<architecture>.deb and the same for queue-stand.
+# `cpack` in the build folder writes queue_<version>_<architecture>.deb and the package queue-stand.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_SOURCE_DIR}/packagetools.cmake)
 set(CPACK_PACKAGE_NAME queue)
-# What the programs say of themselves; packagetools.cmake compares it with the version of the packages.
+# The version that the programs print; packagetools.cmake compares it with the version of the
+# packages.
 set(CPACK_QUEUE_PROGRAM_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR queue)
 set(CPACK_PACKAGE_CONTACT "The makers of queue <queue@makers.tallo.example>" CACHE STRING
@@ -33,12 +34,13 @@ Polls the table into which the till application writes what the outside
 world has to be told, and hands each message to the service it is meant
 for, now or once that service answers again: loyalty platforms, payment
 and bank services, fiscal and retail back-ends, over HTTP and TCP.")
-# The drivers of the database are loaded at run time. The account and the folders are made by systemd's
-# tools, which machines without systemd have as programs of their own.
+# Database drivers are loaded at run time. systemd's tools create the account and the folders; on
+# machines without systemd they are separate packages.
 set(CPACK_DEBIAN_QUEUE_PACKAGE_DEPENDS
     "libqt6sql6-sqlite, openssl, systemd | systemd-standalone-sysusers, systemd | systemd-standalone-tmpfiles")
-# Not recommended, which apt would install: logrotate brings cron and a mail server, and the driver is for tills
-# with a database server alone. `queuectl doctor` names it where the settings ask for it.
+# Not "Recommends", which apt would install: logrotate brings cron and a mail server, and only tills
+# with a database server need the driver. `queuectl doctor` names the driver when the settings need
+# it.
 set(CPACK_DEBIAN_QUEUE_PACKAGE_SUGGESTS "libqt6sql6-mysql, logrotate, mariadb-server, sqlite3")
 set(CPACK_DEBIAN_QUEUE_PACKAGE_CONTROL_EXTRA
     ${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles

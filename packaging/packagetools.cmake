@@ -1,6 +1,6 @@
-# Read by cpack before it begins. A package whose version differs from what its programs print would mislead
-# everybody who asks one of them. Without dpkg-shlibdeps it would make packages that depend on no library,
-# and say nothing.
+# cpack reads this file first. It stops if the version of the packages differs from the version that
+# the programs print. It also stops without dpkg-shlibdeps, because cpack would then silently make
+# packages without library dependencies.
 
 foreach(tool dpkg-shlibdeps file)
     find_program(tool_path ${tool} NO_CACHE)

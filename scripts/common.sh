@@ -1,5 +1,5 @@
-# Functions of ./run, ./test, ./bench and .ci/run, which source this file. It puts the working
-# directory at the root of the project, $root.
+# Functions of ./run, ./test, ./bench and .ci/run, which source this file. Changes to the root of
+# the project, $root.
 # shellcheck shell=bash
 
 root=$(cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.." && pwd)
@@ -7,7 +7,7 @@ cd "$root" || exit 1
 # shellcheck source=scripts/progress.sh
 source "$root/scripts/progress.sh"
 
-# Qt's tools complain of any locale that is not UTF-8.
+# Qt's tools warn about a locale that is not UTF-8.
 if [ "$(locale charmap 2>/dev/null)" != UTF-8 ]; then
     export LC_ALL=C.UTF-8
 fi
@@ -21,7 +21,7 @@ fail() {
     exit 1
 }
 
-# A run by root in somebody's checkout leaves folders that their owner can use.
+# Gives folders that root has made in another user's checkout to that user.
 give_back() {
     if [ "$(id -u)" -eq 0 ] && [ "$(stat -c %u "$root")" -ne 0 ]; then
         for folder in build .queue-demo; do
@@ -30,7 +30,7 @@ give_back() {
     fi
 }
 
-# Makes sure that the named folder can be written, also when an earlier run by root made it.
+# Makes the folder writable, also after an earlier run by root.
 own_folder() {
     local folder=$1
     mkdir -p "$folder" 2>/dev/null || true
@@ -46,15 +46,15 @@ own_folder() {
     sudo -- chown -R "$(id -u):$(id -g)" "$root/$folder"
 }
 
-# install_packages [LIST...]: lists of the folder scripts, "packages" when none is named.
+# install_packages [LIST...]: lists in the folder scripts; default "packages".
 install_packages() {
     [ $# -gt 0 ] || set -- packages
     say "Checking for the packages of ${*/#/scripts/}"
     "$root/scripts/install-packages" "$@"
 }
 
-# build PRESET [OPTION...] [-- TARGET...]: configures and builds, all targets when none is named. Says
-# beforehand how much there is to build.
+# build PRESET [OPTION...] [-- TARGET...]: configures and builds the targets, by default all. Prints
+# first how much there is to build.
 build() {
     local preset=$1 options=() targets=()
     shift
@@ -81,8 +81,9 @@ build() {
     compile "$preset" "${targets[@]}"
 }
 
-# size_of_build PRESET TARGET...: prints what is appended to the title of a first build. A step took 0.7 s of a
-# processor on average when it was measured, the first one ten seconds in which the others wait.
+# size_of_build PRESET TARGET...: prints the size and estimated time of a first build. The estimate:
+# 0.7 s of processor time per step, measured, and 10 s for the precompiled headers, for which all
+# other steps wait.
 size_of_build() {
     local preset=$1 steps seconds
     shift
@@ -96,12 +97,12 @@ size_of_build() {
 compile() {
     local preset=$1
     shift
-    # Its colours come through, although it does not see the terminal.
+    # Keeps ninja's colours, although its output is a pipe.
     [ ! -t 1 ] || export CLICOLOR_FORCE=1
     cmake --build --preset "$preset" -j "$(nproc)" "$@" 2>&1 | show_build
 }
 
-# ccache stops the build when it cannot write its folder.
+# ccache fails the build if it cannot write its folder.
 use_writable_ccache() {
     local folder=${CCACHE_DIR:-${XDG_CACHE_HOME:-${HOME:-/nonexistent}/.cache}/ccache}
     if ! mkdir -p "$folder" 2>/dev/null || ! [ -w "$folder" ]; then
@@ -109,7 +110,7 @@ use_writable_ccache() {
     fi
 }
 
-# with_duration TITLE COMMAND...: runs the command and says how long it took.
+# with_duration TITLE COMMAND...: runs the command and prints how long it took.
 with_duration() {
     local title=$1 start=$SECONDS
     shift

@@ -1,18 +1,18 @@
-# Functions that keep the reader of a long run informed. Sourced by scripts/common.sh and
+# Functions that show the progress of long runs. Sourced by scripts/common.sh and
 # scripts/install-packages.
 # shellcheck shell=bash
 
-# Longer than this nothing is silent, in seconds.
+# The longest time without output, in seconds.
 quiet_limit=8
 
-# with_signs_of_life WHAT: passes its input on line by line, and says that WHAT goes on when no line has
-# come for a while.
+# with_signs_of_life WHAT: passes its input through line by line, and prints that WHAT is still
+# running when there was no line for a while.
 with_signs_of_life() {
     local what=$1 start=$SECONDS line part='' status
     while true; do
         status=0
         IFS= read -r -t "$quiet_limit" line || status=$?
-        # Read's status is above 128 when the time has run out; what it has read of a line is kept.
+        # The status of read is above 128 after a timeout; the part of the line read so far is kept.
         if [ "$status" -gt 128 ]; then
             part+=$line
             echo "$what, $((SECONDS - start)) s"
@@ -29,8 +29,9 @@ with_signs_of_life() {
     done
 }
 
-# show_build: the output of ninja. A terminal gets one line that tells how far it is and for how long, anything
-# else a line for every ten percent and at least every few seconds; both get every warning and error.
+# show_build: shows the output of ninja. A terminal gets one line with progress and time; other
+# outputs get a line for every ten percent and at least every few seconds. Both get every warning
+# and error.
 show_build() {
     local start=$SECONDS line part='' status step='' shown=0 tenth total terminal='' limit=$quiet_limit
     local spoken=$SECONDS

@@ -1,8 +1,8 @@
 -- Schema and tables of the till's queue for MySQL 8.0.17 and newer; mariadb.sql has the same for
 -- MariaDB.
 -- By hand: mysql < mysql.sql, then a user with SELECT, INSERT, UPDATE, DELETE on queues.*
--- Texts compare by their bytes: type names and excise marks differ by case, and a blank at the end counts,
--- which utf8mb4_bin ignores.
+-- Texts are compared by bytes: type names and excise marks differ by case, and trailing blanks
+-- count, which utf8mb4_bin ignores.
 
 CREATE DATABASE IF NOT EXISTS queues CHARACTER SET utf8mb4 COLLATE utf8mb4_0900_bin;
 
@@ -13,15 +13,15 @@ CREATE TABLE IF NOT EXISTS queues.message (
     cardnumber   VARCHAR(128) CHARACTER SET utf8mb4 COLLATE utf8mb4_0900_bin NOT NULL DEFAULT '',
     statuscode   VARCHAR(255) CHARACTER SET utf8mb4 COLLATE utf8mb4_0900_bin NOT NULL DEFAULT '',
     creationtime DATETIME NOT NULL DEFAULT CURRENT_TIMESTAMP,
-    -- The rows of a type lie together. With the number alone as the key the server walks past the waiting
-    -- rows of other types in front, all of them for each row that is read.
+    -- Clusters the rows of each type. With messageid alone as the key the server would scan the
+    -- waiting rows of other types before each row that it reads.
     PRIMARY KEY (type, messageid),
     UNIQUE INDEX message_id (messageid),
-    -- The rows by type are counted in it, without their bodies.
+    -- A small index for counting the rows by type without reading bodies.
     INDEX message_type (type),
     INDEX message_card (type, cardnumber),
-    -- Counting the rows mostly reads this index alone, and the time it shows is that of the oldest row; some
-    -- servers read a small table itself and show another row's.
+    -- For counting all rows the server mostly reads only this index, so the time it returns is that
+    -- of the oldest row. Some servers scan a small table itself and return another row's time.
     INDEX message_creationtime (creationtime)
 ) ENGINE = InnoDB;
 

@@ -1,9 +1,9 @@
--- The tables of the till's queue for SQLite. The service creates each of them that the file lacks, with its
--- indexes; a table that is there stays as it is.
+-- The tables of the till's queue for SQLite. The service creates missing tables with their indexes
+-- and does not change existing ones.
 -- By hand: sqlite3 /tallocash/cash/queue/queues.db < sqlite.sql
 
 CREATE TABLE IF NOT EXISTS message (
-    -- AUTOINCREMENT never gives the number of a deleted row again.
+    -- AUTOINCREMENT never reuses the id of a deleted row.
     messageid    INTEGER PRIMARY KEY AUTOINCREMENT CHECK (messageid <= 2147483647),
     type         TEXT NOT NULL,
     body         TEXT NOT NULL,
@@ -13,7 +13,7 @@ CREATE TABLE IF NOT EXISTS message (
 );
 CREATE INDEX IF NOT EXISTS message_type ON message (type, messageid);
 CREATE INDEX IF NOT EXISTS message_card ON message (type, cardnumber);
--- Counting the rows reads this index alone, and the time it shows is that of the oldest row.
+-- Counting the rows reads only this index, so the time it returns is that of the oldest row.
 CREATE INDEX IF NOT EXISTS message_creationtime ON message (creationtime);
 
 CREATE TABLE IF NOT EXISTS documentcard (
