@@ -72,6 +72,6 @@ void GoldCrownHandler::onAllowedError(const QString &description)
 QString GoldCrownHandler::prepareCertificate(const QString &path, const QString &password)
 {
     // An older version used this name, and its files are on the tills.
-    static const CertificateRules rules{.fileName = u"queue_spasibo_%1"_s};
+    const CertificateRules rules{.fileName = u"queue_spasibo_%1"_s};
     return convertCertificate(*logger(), path, password, rules).pem;
 }

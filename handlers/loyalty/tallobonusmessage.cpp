@@ -1,6 +1,7 @@
 #include "handlers/loyalty/tallobonusmessage.h"
 
 #include "handlers/common/messagevalue.h"
+#include "handlers/common/replyword.h"
 
 using namespace Qt::StringLiterals;
 
@@ -57,10 +58,13 @@ BonusAssetGroup assetGroupOf(const Message &message)
 
 int cardStatusOf(const Message &message)
 {
-    static const QStringList names = {u"EARN_PAY"_s, u"NO_OPERATION"_s, u"WITHDRAWAL"_s,
-                                      u"EARN_ONLY"_s, u"PAY_ONLY"_s};
-    const QString name = messageValue<QString>(message, u"cardStatus"_s, names.first());
-    return static_cast<int>(names.indexOf(name));
+    static constexpr KnownWord<int> statuses[] = {
+        {u"EARN_PAY", 0},  {u"NO_OPERATION", 1}, {u"WITHDRAWAL", 2},
+        {u"EARN_ONLY", 3}, {u"PAY_ONLY", 4},
+    };
+    constexpr int unknown = -1;
+    return meaningOf(messageValue<QString>(message, u"cardStatus"_s, u"EARN_PAY"_s), statuses,
+                     unknown);
 }
 
 } // namespace

@@ -1,12 +1,12 @@
 #include "handlers/mindbox/results.h"
 
+#include "handlers/common/replyword.h"
 #include "handlers/mindbox/settings.h"
 #include "shared/core/jsonvalue.h"
 #include "shared/net/httpresponse.h"
 
 #include <log4qt/logger.h>
 
-#include <QHash>
 #include <QJsonArray>
 
 using namespace Qt::StringLiterals;
@@ -20,35 +20,35 @@ constexpr int httpOk = 200;
 RequestStatus requestStatusOf(const QString &text)
 {
     // clang-format off
-    static const QHash<QString, RequestStatus> known{
-        {u"Success"_s,         RequestStatus::Success},
-        {u"ValidationError"_s, RequestStatus::ValidationError},
-        {u"ProtocolError"_s,   RequestStatus::ProtocolError},
+    static constexpr KnownWord<RequestStatus> known[] = {
+        {u"Success",         RequestStatus::Success},
+        {u"ValidationError", RequestStatus::ValidationError},
+        {u"ProtocolError",   RequestStatus::ProtocolError},
     };
     // clang-format on
-    return known.value(text, RequestStatus::Unknown);
+    return meaningOf(text, known, RequestStatus::Unknown);
 }
 
 ProcessingStatus processingStatusOf(const QString &text)
 {
     // clang-format off
-    static const QHash<QString, ProcessingStatus> known{
-        {u"NotFound"_s,                      ProcessingStatus::NotFound},
-        {u"Found"_s,                         ProcessingStatus::Found},
-        {u"Changed"_s,                       ProcessingStatus::Changed},
-        {u"Created"_s,                       ProcessingStatus::Created},
-        {u"MobilePhoneConfirmed"_s,          ProcessingStatus::MobilePhoneConfirmed},
-        {u"AlreadyConfirmed"_s,              ProcessingStatus::AlreadyConfirmed},
-        {u"Processed"_s,                     ProcessingStatus::Processed},
-        {u"NotProcessed"_s,                  ProcessingStatus::NotProcessed},
-        {u"AlreadyBoundToCurrentCustomer"_s, ProcessingStatus::AlreadyBoundToCurrentCustomer},
-        {u"Bound"_s,                         ProcessingStatus::Bound},
-        {u"PriceHasBeenChanged"_s,           ProcessingStatus::PriceHasBeenChanged},
-        {u"Calculated"_s,                    ProcessingStatus::Calculated},
-        {u"IncorrectConfirmationCode"_s,     ProcessingStatus::IncorrectConfirmationCode},
+    static constexpr KnownWord<ProcessingStatus> known[] = {
+        {u"NotFound",                      ProcessingStatus::NotFound},
+        {u"Found",                         ProcessingStatus::Found},
+        {u"Changed",                       ProcessingStatus::Changed},
+        {u"Created",                       ProcessingStatus::Created},
+        {u"MobilePhoneConfirmed",          ProcessingStatus::MobilePhoneConfirmed},
+        {u"AlreadyConfirmed",              ProcessingStatus::AlreadyConfirmed},
+        {u"Processed",                     ProcessingStatus::Processed},
+        {u"NotProcessed",                  ProcessingStatus::NotProcessed},
+        {u"AlreadyBoundToCurrentCustomer", ProcessingStatus::AlreadyBoundToCurrentCustomer},
+        {u"Bound",                         ProcessingStatus::Bound},
+        {u"PriceHasBeenChanged",           ProcessingStatus::PriceHasBeenChanged},
+        {u"Calculated",                    ProcessingStatus::Calculated},
+        {u"IncorrectConfirmationCode",     ProcessingStatus::IncorrectConfirmationCode},
     };
     // clang-format on
-    return known.value(text, ProcessingStatus::Unknown);
+    return meaningOf(text, known, ProcessingStatus::Unknown);
 }
 
 ProcessingStatus statusAt(const QJsonObject &object, const QString &path)

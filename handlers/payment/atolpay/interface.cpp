@@ -1,6 +1,7 @@
 #include "handlers/payment/atolpay/interface.h"
 
 #include "handlers/common/delivery.h"
+#include "handlers/common/replyword.h"
 #include "handlers/payment/atolpay/settings.h"
 #include "shared/core/currenttime.h"
 #include "shared/core/mockfactory.h"
@@ -21,16 +22,16 @@ namespace {
 AtolPayTransactionStatus transactionStatus(const QString &text)
 {
     using enum AtolPayTransactionStatus;
-    static const QHash<QString, AtolPayTransactionStatus> statuses{
-        {u"IN_PROGRESS"_s, InProgress},
-        {u"COMPLETED"_s, Completed},
-        {u"ERROR"_s, Error},
-        {u"REFUNDED"_s, Refunded},
-        {u"REFUND_IN_PROGRESS"_s, RefundInProgress},
-        {u"PARTIAL_REFUNDED"_s, PartialRefunded},
-        {u"EXPIRED"_s, Expired},
+    static constexpr KnownWord<AtolPayTransactionStatus> statuses[] = {
+        {u"IN_PROGRESS", InProgress},
+        {u"COMPLETED", Completed},
+        {u"ERROR", Error},
+        {u"REFUNDED", Refunded},
+        {u"REFUND_IN_PROGRESS", RefundInProgress},
+        {u"PARTIAL_REFUNDED", PartialRefunded},
+        {u"EXPIRED", Expired},
     };
-    return statuses.value(text.toUpper(), Unknown);
+    return meaningOf(text.toUpper(), statuses, Unknown);
 }
 
 QString replyText(const QJsonObject &reply, const QString &member)

@@ -11,6 +11,8 @@ class TestReplyWord : public QObject
 private Q_SLOTS:
     void shown_data();
     void shown();
+    void meaning_data();
+    void meaning();
 };
 
 void TestReplyWord::shown_data()
@@ -30,6 +32,28 @@ void TestReplyWord::shown()
 {
     QFETCH(QString, word);
     QTEST(shownWord(word), "expected");
+}
+
+void TestReplyWord::meaning_data()
+{
+    QTest::addColumn<QString>("word");
+    QTest::addColumn<int>("expected");
+
+    QTest::newRow("first") << u"NEW"_s << 5;
+    QTest::newRow("last") << u"PAID"_s << 6;
+    QTest::newRow("another case") << u"Paid"_s << -1;
+    QTest::newRow("longer") << u"PAIDOUT"_s << -1;
+    QTest::newRow("shorter") << u"PAI"_s << -1;
+    QTest::newRow("with a blank") << u"PAID "_s << -1;
+    QTest::newRow("empty") << u""_s << -1;
+    QTest::newRow("null") << QString() << -1;
+}
+
+void TestReplyWord::meaning()
+{
+    static constexpr KnownWord<int> table[] = {{u"NEW", 5}, {u"PAID", 6}};
+    QFETCH(QString, word);
+    QTEST(meaningOf(word, table, -1), "expected");
 }
 
 QTEST_GUILESS_MAIN(TestReplyWord)
