@@ -102,7 +102,9 @@ bool finishedByAnyAnswer(BasicHandler &handler, const RestClient &client)
 {
     if (succeeded(client))
         return true;
-    return !client.isNetworkError() && handler.giveUp(u"сервис отказал, повтор не предусмотрен"_s);
+    if (client.isNetworkError())
+        return false;
+    return handler.giveUp(u"сервис отказал, повтор не предусмотрен"_s);
 }
 
 QString refusalText(const QString &explanation)

@@ -27,7 +27,9 @@ bool SetOmniHandler::sendMessage(const Message &message)
         logger()->info(u"Ошибка при отправке запроса: %1"_s, client->errorText().ru());
         return false;
     }
-    return isWellFormed(client->responseBody()) || keep(u"ответ не прочитан"_s);
+    if (isWellFormed(client->responseBody()))
+        return true;
+    return keep(u"ответ не прочитан"_s);
 }
 
 bool SetOmniHandler::isWellFormed(const QByteArray &reply) const

@@ -19,6 +19,7 @@ bool WinelabCertificateHandler::sendMessage(const Message &message)
     if (!succeeded(*client, *logger()))
         return false;
     const QDomDocument reply = xmlutils::parseXml(client->responseBody(), {u"status"_s});
-    return xmlutils::getValueByTag(reply, u"status"_s, 0).toLower() == u"create"
-           || keep(u"в ответе нет статуса create"_s);
+    if (xmlutils::getValueByTag(reply, u"status"_s, 0).toLower() == u"create")
+        return true;
+    return keep(u"в ответе нет статуса create"_s);
 }

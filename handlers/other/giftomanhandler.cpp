@@ -50,6 +50,8 @@ bool GiftomanHandler::sendMessage(const Message &message)
         }
         if (reply.value(u"result"_s).toMap().value(u"id"_s).toString() == u"0")
             continue;
-        return !reply.contains(u"error"_s) || giveUp(u"сервис ответил ошибкой"_s);
+        if (reply.contains(u"error"_s))
+            return giveUp(u"сервис ответил ошибкой"_s);
+        return true;
     }
 }

@@ -46,5 +46,7 @@ bool LoyaHandler::sendMessage(const Message &message)
         request.body = client->responseBody();
     }
     logger()->info(u"Последовательность запросов выполнена успешно"_s);
-    return !chain.isEmpty() || giveUp(u"в сообщении нет ни одного адреса"_s);
+    if (chain.isEmpty())
+        return giveUp(u"в сообщении нет ни одного адреса"_s);
+    return true;
 }

@@ -28,5 +28,7 @@ bool PriorityApiHandler::sendMessage(const Message &message)
         return keep(u"в ответе нет поля code"_s);
     }
     const int code = reply.value(u"code"_s).toInt();
-    return code == 0 || keep(u"код ошибки %1"_s.arg(code));
+    if (code == 0)
+        return true;
+    return keep(u"код ошибки %1"_s.arg(code));
 }

@@ -22,7 +22,9 @@ bool RSLoyaltyHandler::sendMessage(const Message &message)
     if (parseReply(messageValue<QString>(message, u"request"_s), client->statusCode(),
                    client->responseBody()))
         return true;
-    return succeeded(*client, *logger()) && keep(u"сервис не подтвердил операцию"_s);
+    if (!succeeded(*client, *logger()))
+        return false;
+    return keep(u"сервис не подтвердил операцию"_s);
 }
 
 bool RSLoyaltyHandler::parseReply(const QString &request, int status, const QByteArray &reply)

@@ -41,9 +41,10 @@ bool CftSbpHandler::judgeFailure(const RestClient &client, const QVariantMap &re
 {
     logger()->error(reply.value(u"message"_s, client.errorText().ru()).toString());
     // Compared as QVariant: a number of any type equals its text.
-    const bool isFinal = client.statusCode() == preconditionRequiredStatus
-                         && reply.value(u"code"_s, 0) == QVariant(finalErrorCode);
-    return isFinal && giveUp(u"банк отказал окончательно, код %1"_s.arg(finalErrorCode));
+    if (client.statusCode() != preconditionRequiredStatus
+        || reply.value(u"code"_s, 0) != QVariant(finalErrorCode))
+        return false;
+    return giveUp(u"банк отказал окончательно, код %1"_s.arg(finalErrorCode));
 }
 
 bool CftSbpHandler::judgeReply(const QVariantMap &reply)

@@ -111,8 +111,9 @@ bool revokeOrder(Handler &handler, const Message &message, RestClient &client)
                      messageValue<QVariantMap>(message, u"orderRevoke"_s), client))
         return false;
     const QString state = handler.stateFromReply(u"order_state"_s, client.responseVariant());
-    return state == u"REVOKED"
-           || handler.keep(u"заказ не отозван, его состояние: %1"_s.arg(shownWord(state)));
+    if (state == u"REVOKED")
+        return true;
+    return handler.keep(u"заказ не отозван, его состояние: %1"_s.arg(shownWord(state)));
 }
 
 /// For a paid order.
@@ -129,8 +130,9 @@ bool cancelOrder(Handler &handler, const Message &message, const Dialect &dialec
     // The reply to a cancellation has the state under `order_status`, all others under
     // `order_state`.
     const QString status = handler.stateFromReply(u"order_status"_s, client.responseVariant());
-    return status == u"REFUNDED" || status == u"REVERSED"
-           || handler.keep(u"заказ не отменён, его состояние: %1"_s.arg(shownWord(status)));
+    if (status == u"REFUNDED" || status == u"REVERSED")
+        return true;
+    return handler.keep(u"заказ не отменён, его состояние: %1"_s.arg(shownWord(status)));
 }
 
 /// One delivery. True if the order is cancelled, now or earlier, or the message is dropped.

@@ -113,8 +113,11 @@ bool RsbSbpHandler::pollRefundStatus(RestClient &client, const QUrl &url, const 
         time->sleepUntil(wakeUp);
         const SteadyTime::Moment now = time->now();
         wakeUp = now + std::chrono::milliseconds(interval);
-        if (now - start >= std::chrono::milliseconds(duration))
-            return contains(lastCodesOfSuccess, code) || keepByCode(client, code);
+        if (now - start < std::chrono::milliseconds(duration))
+            continue;
+        if (contains(lastCodesOfSuccess, code))
+            return true;
+        return keepByCode(client, code);
     }
 }
 
