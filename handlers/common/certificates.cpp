@@ -201,6 +201,7 @@ bool finish(const QString &pem, bool isPrivate)
     if (file < 0)
         return true;
     struct stat status = {};
+    // False only when the disk fails.
     bool isDone = ::fstat(file, &status) == 0 && ::fsync(file) == 0;
     if (isDone && status.st_size == 0)
         ::unlink(native(pem).constData());
@@ -245,6 +246,7 @@ ConvertedCertificate makePem(const QString &path, const QString &pem, const QStr
     // A tool that survived a crash of the service still writes to the old file, not to this one.
     ::unlink(native(pem).constData());
     const bool isReserved = reserve(pem);
+    // Somebody may have put a file there since it was looked at.
     if (!isReserved && lookAt(pem, logger) == Found::Refused)
         return {.isRefused = true};
     if (isReserved && runTool(path, pem, password, rules) && !isCutOff(pem)
