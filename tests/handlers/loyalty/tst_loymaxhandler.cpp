@@ -11,6 +11,8 @@
 #include <QJsonObject>
 #include <QTest>
 
+#include <stdexcept>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -76,6 +78,7 @@ private Q_SLOTS:
     void transaction_data();
     void transaction();
     void brokenDocumentStore();
+    void otherExceptionsPassOn();
     void operationsAreVirtual();
     void operationsKeepTheirPlaces();
 
@@ -383,6 +386,21 @@ void TestLoymaxHandler::brokenDocumentStore()
         qPrintable(log.lines().last()));
     net.nextDelivery();
     QVERIFY(!deliver(u"loymax"_s, message()));
+}
+
+/// They keep the message, which the engine sees to.
+void TestLoymaxHandler::otherExceptionsPassOn()
+{
+    struct Broken : LoymaxHandler
+    {
+        void updateTransactionId(const QString & /*cardId*/,
+                                 const QString & /*transactionId*/) override
+        {
+            throw std::runtime_error("broken");
+        }
+    } handler;
+    FakeRestClient net({answer("DiscountResponse", "ErrorCode='0' TransactionID='t'")});
+    QVERIFY_THROWS_EXCEPTION(std::runtime_error, handler.sendMessage({}));
 }
 
 void TestLoymaxHandler::operationsAreVirtual()

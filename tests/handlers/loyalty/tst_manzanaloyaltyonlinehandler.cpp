@@ -9,6 +9,8 @@
 #include <QJsonObject>
 #include <QTest>
 
+#include <stdexcept>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -69,6 +71,8 @@ private Q_SLOTS:
     void returnWithoutAReference();
     void brokenDocumentStore_data();
     void brokenDocumentStore();
+    void otherExceptionsPassOn_data();
+    void otherExceptionsPassOn();
     void operationsKeepTheirPlaces();
 
 private:
@@ -432,6 +436,33 @@ void TestManzanaLoyaltyOnlineHandler::brokenDocumentStore()
     QVERIFY2(errors.first().startsWith(line), qPrintable(errors.first()));
     net.nextDelivery();
     QVERIFY(!deliver(u"manzanaloyaltyonline"_s, message(xml)));
+}
+
+void TestManzanaLoyaltyOnlineHandler::otherExceptionsPassOn_data()
+{
+    QTest::addColumn<QString>("xml");
+    QTest::addColumn<Script>("script");
+    QTest::newRow("a sale, after it is booked") << sale << Script{reply(200, good)};
+    QTest::newRow("a return, before it is sent") << returning << Script{};
+}
+
+/// They keep the message, which the engine sees to.
+void TestManzanaLoyaltyOnlineHandler::otherExceptionsPassOn()
+{
+    struct Broken : ManzanaLoyaltyOnlineHandler
+    {
+        std::shared_ptr<DocumentCardRecord> findCardRecord(const QString & /*chequeNumber*/,
+                                                           const QString & /*cardNumber*/) override
+        {
+            throw std::runtime_error("broken");
+        }
+    } handler;
+    QFETCH(QString, xml);
+    QFETCH(Script, script);
+    const FakeRestClient net(script);
+    Message message;
+    message.body = {{u"body"_s, xml}};
+    QVERIFY_THROWS_EXCEPTION(std::runtime_error, handler.sendMessage(message));
 }
 
 void TestManzanaLoyaltyOnlineHandler::operationsKeepTheirPlaces()

@@ -301,6 +301,7 @@ void TestSpasiboHandler::judgement_data()
     QTest::newRow("no answer in time")    << timeout() << false << u"ERROR Сетевая ошибка/таймаут при отправке: Сервер не ответил вовремя"_s;
     QTest::newRow("200, but cut off")     << cut << false << u"ERROR Сетевая ошибка/таймаут при отправке: оборвалось %1"_s;
     QTest::newRow("error, no status")     << noStatus << false << u"ERROR Ошибка при отправке сообщения: Сервер отклонил соединение"_s;
+    QTest::newRow("no error, no status")  << http::Response() << true << drop(u"0"_s);
     QTest::newRow("200")                  << reply(200, "anything") << true << QString();
     QTest::newRow("299")                  << reply(299) << true << QString();
     QTest::newRow("200 with a code")      << coded(200, u"CARD_NOT_FOUND"_s) << true << QString();

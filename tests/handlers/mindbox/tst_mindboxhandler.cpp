@@ -86,7 +86,8 @@ void TestMindboxHandler::outcome_data()
         row("success with an error",          reply(200, R"({"status":"Success","errorMessage":"y"})"), u"kept service: платформа ответила ошибкой"_s, errorLines(u"Success"_s, u"y"_s));
         row("500 with an error",              reply(500, R"({"status":"InternalServerError","errorMessage":"%1"})"), keptBy(reply(500)), errorLines(u"InternalServerError"_s, u"%1"_s));
         row("validation error",               reply(200, R"({"status":"ValidationError"})"),            u"kept service: платформа не приняла данные (ValidationError)"_s);
-        row("protocol error",                 reply(404, R"({"status":"ProtocolError"})"),              keptBy(reply(404)));
+        row("protocol error",                 reply(200, R"({"status":"ProtocolError"})"),              u"kept service: платформа не приняла запрос (ProtocolError)"_s);
+        row("protocol error in a 404",        reply(404, R"({"status":"ProtocolError"})"),              keptBy(reply(404)));
         row("another status",                 reply(200, R"({"status":"Accepted"})"),                   u"kept service: платформа не подтвердила операцию"_s);
         row("order processed, no status",     reply(200, R"({"order":{"processingStatus":"Processed"}})"), u"kept service: платформа не подтвердила операцию"_s);
         row("401",                            reply(401),                                               keptBy(reply(401)));

@@ -1,3 +1,5 @@
+#include "shared/core/basicexception.h"
+#include "shared/core/mockfactory.h"
 #include "tests/handlers/support/delivery.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
@@ -10,6 +12,13 @@ namespace {
 
 const QString message = uR"({"url":"http://tsum.test/a"})"_s;
 
+/// Cannot even ask.
+class BrokenClient : public RestClient
+{
+public:
+    void send(const http::Params & /*params*/) override { throw BasicException(u"Сбой"_s); }
+};
+
 } // namespace
 
 class TestTsumHandler : public QObject
@@ -21,6 +30,7 @@ private Q_SLOTS:
     void request();
     void outcome_data();
     void outcome();
+    void otherExceptionsPassOn();
 };
 
 void TestTsumHandler::request_data()
@@ -86,6 +96,16 @@ void TestTsumHandler::outcome()
     if (!finished)
         lines += u"ERROR Не удалось отправить сообщение: "_s + answer.errorText.ru();
     QCOMPARE(log.lines(), lines);
+}
+
+/// Of the till's own only those of the request are told by this handler.
+void TestTsumHandler::otherExceptionsPassOn()
+{
+    const LogCapture log(u"tsum"_s);
+    MockFactory<RestClient>::install(std::make_shared<BrokenClient>());
+    QVERIFY_THROWS_EXCEPTION(BasicException, deliver(u"tsum"_s, message));
+    MockFactory<RestClient>::install(nullptr);
+    QCOMPARE(log.lines(), QStringList{u"INFO Отправка сообщения 7"_s});
 }
 
 QTEST_GUILESS_MAIN(TestTsumHandler)

@@ -11,6 +11,8 @@
 
 #include <QTest>
 
+#include <stdexcept>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -84,6 +86,7 @@ private Q_SLOTS:
     void noProcessing();
     void failedLookup_data();
     void failedLookup();
+    void otherFailureOfTheLookupPasses();
     void failureOfTheProcessingPasses();
     void settingsToRequest();
     void badSetting();
@@ -167,6 +170,20 @@ void TestProcessingHandler::failedLookup()
              u"kept request: не настроен процессинг для валюты 643"_s);
     QCOMPARE(log.lines(), (QStringList{opening, u"ERROR Критическая ошибка: "_s + text,
                                        u"ERROR Не найден процессинг с кодом валюты 643"_s}));
+}
+
+void TestProcessingHandler::otherFailureOfTheLookupPasses()
+{
+    struct Broken : ValutCollection
+    {
+        Valut getByCode(int /*code*/) override { throw std::runtime_error("broken"); }
+    } broken;
+    const Substitute<ValutCollection> currencies(&broken);
+    Factory factory;
+    const Substitute<PaymentProcessingFactory> substitute(&factory);
+    const LogCapture log(u"processing"_s);
+    QVERIFY_THROWS_EXCEPTION(std::runtime_error, deliver(u"processing"_s, roubles));
+    QCOMPARE(log.lines(), QStringList{opening});
 }
 
 void TestProcessingHandler::failureOfTheProcessingPasses()
