@@ -40,7 +40,7 @@ struct Outcome
     /// `delivered`: the service did what was asked, now or before. `dropped`: the row is gone
     /// although it did not. `kept`.
     QString verdict;
-    /// Of a kept message: what has to be put right first, one of `network`, `certificate`,
+    /// Of a kept message: what may have to be corrected first, one of `network`, `certificate`,
     /// `credentials`, `request` and `service`. Empty: the message is passed over without having
     /// been tried.
     QStringList kinds;

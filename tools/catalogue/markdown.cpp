@@ -14,32 +14,35 @@ const QString intro = uR"(# Message types
 <!-- Written by `build/dev/message-types > docs/message-types.md` from tools/catalogue/types.
      Change it there. -->
 
-A till hands over work by a row in the table `message`: its `type` says who delivers it, its `body`,
-a JSON object, says what. This page lists every type: what it is for, the keys of its body, an
-example, and what becomes of the row. `queuectl types TYPE` prints the same, and `queuectl lint
-FILE` holds a row against it.
+For authors of programs that write messages. After reading the section of a type they can write a
+correct row and know what becomes of it.
 
-What holds for all types:
+The till application writes a row into the table `message`. Its `type` names the handler; its
+`body`, a JSON object, holds the data. `queuectl types TYPE` prints the section of a type, and
+`queuectl lint FILE` checks a body against it.
 
-- Keys are written exactly as here, in upper and lower case. A key that is not listed is not read.
-- A number may be written as a text. A value of another kind is read as an empty one or as 0.
-- `timeout` is in seconds and bounds each request. 0 means 30 seconds where nothing else is said.
-- **secret** marks what logs and tools do not show.
-- *delivered*: the service did what was asked, now or before, and the row is gone. *dropped*: the
-  row is gone although the service did not do it, since another attempt would not help. *kept*: the
-  row stays, the messages behind it go first, and it is tried again in a later pass. There is no
-  limit to the attempts unless a type has one of its own.
-- A kept row tells what has to be put right first: the *network*, a *certificate*, the
-  *credentials*, the *request* as the till wrote it, or the *service* itself. A row that is *not
-  tried* has to wait for another one.
-- The service's journal keeps what became of each message, and what was dropped leaves a line of
-  category `outcome` in the log. The reason of a message that was dropped or done before is the text
-  in quotes, where … is a part that differs.
-- "No answer" is a refused or broken connection, a certificate that one side does not accept, an
-  answer that breaks off, or one that does not come in time. The service may have done the work all
-  the same, so it must take the same request twice. An address that cannot be used counts as no
-  answer where nothing else is said.
-- A body that is no JSON object counts as an empty one.
+For all types:
+
+- Keys are case-sensitive. A key that is not listed is not read.
+- A number may be written as a text. A value of another kind is read as an empty value or as 0.
+- `timeout` is in seconds and limits each request. 0 means 30 seconds unless the key says otherwise.
+- **secret** marks a value that `queuectl` shows as `***`. The log line with the whole body contains
+  it.
+- *delivered*: the service did what was asked, now or before, and the row is deleted. *dropped*: the
+  row is deleted although the service did not do it, since a retry would not help. *kept*: the row
+  stays. Younger messages of its type go first, then it is tried again. The number of attempts is
+  unlimited unless the type sets a limit.
+- For a kept row the table names what may have to be corrected first: the *network*, a
+  *certificate*, the *credentials*, the *request* as the till wrote it, or the *service*. A row that
+  is *not tried* waits for another row.
+- The delivery journal keeps the outcome of each message. A dropped message also leaves a line of
+  category `outcome` in the log. The recorded reason is the text in quotes; … marks a part that
+  differs.
+- "No answer" means a refused or interrupted connection, a certificate that one side does not
+  accept, an incomplete answer, or one that does not come in time. The service may have carried out
+  the request, so it must accept the same request twice. An invalid address counts as no answer
+  unless the table says otherwise.
+- A body that is not a JSON object counts as an empty object.
 
 )"_s;
 
@@ -72,7 +75,7 @@ QString keyTable(const Type &type)
                                                        shown(key.defaultValue), cell(about));
     }
     if (type.openKeys)
-        table += u"\nFurther keys go out with the message.\n"_s;
+        table += u"\nFurther keys are sent with the message.\n"_s;
     return table;
 }
 
@@ -88,7 +91,7 @@ QString remark(const Outcome &outcome)
 
 QString outcomeTable(const Type &type)
 {
-    QString table = u"| When | The message is | What to put right, or the recorded reason |\n"
+    QString table = u"| When | The message is | What to correct, or the recorded reason |\n"
                     "| --- | --- | --- |\n"_s;
     for (const Outcome &outcome : type.outcomes)
         table +=

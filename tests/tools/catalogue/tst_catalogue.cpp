@@ -388,11 +388,11 @@ void TestCatalogue::gapsAreFound_data()
     QTest::addColumn<QString>("to");
     QTest::addColumn<QStringList>("gaps");
 
-    const QString sent = u"Any answer with a status 2xx, whatever it holds. (delivered)"_s;
+    const QString sent = u"Any answer with a status 2xx, whatever its content. (delivered)"_s;
     const QString refused =
-        u"An HTTP error: any status but 2xx, a redirect among them. The answer is not read. (kept)"_s;
+        u"An HTTP error: any status except 2xx, including a redirect. The answer is not read. (kept)"_s;
     const QString service = uR"({ "verdict": "kept", "kind": "service" })"_s;
-    const QString declined = u"The order is DECLINED: nothing is undone. (dropped)"_s;
+    const QString declined = u"The order is DECLINED: nothing is cancelled. (dropped)"_s;
     QTest::newRow("none") << u"cardlab"_s << QString() << QString() << QStringList();
     QTest::newRow("no end in the journal")
         << u"cardlab"_s
