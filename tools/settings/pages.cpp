@@ -12,32 +12,34 @@ namespace {
 constexpr qsizetype sampleWidth = 100;
 
 const QString sampleIntro =
-    uR"(; Settings of `queue`. Each line that is commented out shows the default. Copy what differs into
-; /tallocash/cash/queue/config/queue.d/local.ini; a file there is read last, and a change holds at
-; once where nothing else is said. Passwords, keys and tokens go into secrets.ini beside it, with
-; their [section]: only the service and root read that file.
-; (Written by `build/dev/setting-pages sample` from the program's own constants.)
+    uR"(; Settings of `queue`. The commented lines show the defaults. Copy a line that you want to change,
+; with its [section], into /tallocash/cash/queue/config/queue.d/local.ini. Files in that folder are
+; read last. A change takes effect without a restart unless the comment says "Read at the start".
+; Put passwords, keys and tokens into secrets.ini in the same folder: only the service and root can
+; read that file.
+; (Written by `build/dev/setting-pages sample` from the program's constants.)
 )"_s;
 
 const QString pageIntro = uR"(# Settings
 
 <!-- Written by `build/dev/setting-pages markdown > docs/settings.md` from the constants beside the readers. Change them there. -->
 
-Settings are read from every `*.ini` file of these directories, in this order, the files of one directory by
-name. A later value replaces an earlier one.
+For the engineer at the till. After reading it they can find the key for a change and the file that it belongs in.
+
+Settings are read from every `*.ini` file of these folders, in this order, the files of one folder by name. A
+later value replaces an earlier one.
 
 %1
-Files are UTF-8: `[section]`, `key = value`, and `;` or `#` in front of a comment line. A key that is not
-listed is not read; `queuectl doctor` names such keys, and values that are not what they should be, by file and line.
-A changed file is noticed without a restart, except where a setting is read at the start. No setting is
-required: the sample, `/usr/share/doc/queue/examples/queue.ini.sample`, holds all of them with their defaults,
-commented out.
+Files are UTF-8 text with `[section]` and `key = value` lines; a comment line begins with `;` or `#`. A key that is
+not listed here is not read. `queuectl doctor` names unknown keys and wrong values by file and line. A changed file
+is noticed without a restart, except for settings that are read at the start. No setting is required. The sample,
+`/usr/share/doc/queue/examples/queue.ini.sample`, holds all of them with their defaults, commented out.
 
-Passwords, keys and tokens belong into a file that only the service and root may read
+Put passwords, keys and tokens into a file that only the service and root can read
 ([SECURITY.md](../SECURITY.md)).
 )"_s;
 
-/// "seconds, at least 1"; empty when there is nothing to say.
+/// "seconds, at least 1"; empty for an entry without unit and smallest value.
 QString range(const Entry &entry)
 {
     QStringList parts;
@@ -50,7 +52,7 @@ QString range(const Entry &entry)
     return parts.join(u", "_s);
 }
 
-/// A comment of a settings file, no line of it longer than others of ours.
+/// `text` as a comment of a settings file, wrapped at sampleWidth.
 QString comment(const QString &text)
 {
     QString result;
@@ -92,7 +94,7 @@ QString sampleSection(const Section &section)
     QString former;
     for (const Entry &entry : section.entries) {
         const QString about = sampleComment(entry);
-        // One comment above neighbours of which the same is said.
+        // Neighbours with the same comment share it.
         if (about != former)
             result += about;
         former = about;

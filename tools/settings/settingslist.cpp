@@ -93,7 +93,7 @@ Section section(Scope scope, const SettingPattern &pattern)
 
 Section databaseSection()
 {
-    return section(Scope::Service, u"Holds for connections opened from then on."_s,
+    return section(Scope::Service, u"A change applies to connections that are opened after it."_s,
                    database::driver, database::name, database::socket, database::host,
                    database::port, database::user, database::password, database::connectTimeout);
 }
@@ -109,7 +109,7 @@ Section mfgSection()
 {
     return section(
         Scope::Types,
-        u"The client of the Mfg loyalty service. A message of type `mfg` carries its own address and account, so for it `timeout` alone counts."_s,
+        u"The client of the Mfg loyalty service. A message of type `mfg` carries its own address and account; of these settings it uses `timeout` only."_s,
         mfg::host, mfg::path, mfg::verificationPath, mfg::user, mfg::password, mfg::timeout,
         mfg::brand, mfg::verificationBrand, mfg::onlineStore, mfg::terminal);
 }
@@ -118,7 +118,7 @@ Section atolpaySection()
 {
     return section(
         Scope::Types,
-        u"The till's own `/tallocash/cash/paysystems/atolpay/atolpay.ini` wins; it is read before each message of type `atolpay`."_s,
+        u"The till's own `/tallocash/cash/paysystems/atolpay/atolpay.ini` takes precedence; it is read before each message of type `atolpay`."_s,
         atolpay::url, atolpay::token, atolpay::timeout, atolpay::currency, atolpay::rmkId);
 }
 
