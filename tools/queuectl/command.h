@@ -76,6 +76,7 @@ Report examine(const Call &call);
 Report makeBundle(const Call &call);
 Report showTypes(const Call &call);
 Report showHistory(const Call &call);
+Report showOutages(const Call &call);
 Report settle(const Call &call);
 Report showMetrics(const Call &call);
 Report checkQueue(const Call &call);

@@ -443,6 +443,9 @@ void TestQueuectlLook::hiddenCharacters_data()
     row({u"history"_s, u"--type"_s, hidden});
     row({u"history"_s, u"--since"_s, hidden});
     row({u"history"_s, u"--verdict"_s, hidden});
+    row({u"outages"_s, u"--since"_s, u"7d"_s});
+    row({u"outages"_s, u"--since"_s, hidden});
+    row({u"outages"_s, u"--type"_s, hidden + u'x'});
     row({u"settle"_s, u"--wait"_s, u"0"_s});
     row({u"settle"_s, u"--before"_s, hidden});
     row({u"settle"_s, u"--type"_s, hidden + u'x'});
@@ -547,6 +550,7 @@ void TestQueuectlLook::columnsHaveALargestWidth_data()
     QTest::newRow("shape") << QStringList{u"shape"_s};
     QTest::newRow("list") << QStringList{u"list"_s, u"heineken"_s};
     QTest::newRow("history") << QStringList{u"history"_s};
+    QTest::newRow("outages") << QStringList{u"outages"_s, u"--since"_s, u"7d"_s};
     QTest::newRow("settle") << QStringList{u"settle"_s, u"--wait"_s, u"0"_s};
 }
 
