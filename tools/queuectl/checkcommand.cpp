@@ -62,10 +62,19 @@ public:
     QJsonObject values;
 };
 
-/// What waits, by type; nothing when the database cannot be read.
-QHash<QString, qint64> askRows(Verdict &verdict, qint64 limit)
+/// What the table of messages says.
+struct Rows
 {
+    /// What waits, by type; nothing when the database cannot be read.
     QHash<QString, qint64> counts;
+    /// No row was ever written.
+    bool isUnused = false;
+};
+
+Rows askRows(Verdict &verdict, qint64 limit)
+{
+    Rows result;
+    QHash<QString, qint64> &counts = result.counts;
     QHash<QString, QDateTime> oldest;
     qint64 waiting = 0;
     qint64 undeliverable = 0;
@@ -82,6 +91,7 @@ QHash<QString, qint64> askRows(Verdict &verdict, qint64 limit)
             lowestIds.append(lowestId);
         });
         oldest = rows.oldest(lowestIds);
+        result.isUnused = rows.isUnused();
     } catch (const BasicException &exception) {
         verdict.add(CheckState::Critical, exception.tr().ru());
         return {};
@@ -105,11 +115,10 @@ QHash<QString, qint64> askRows(Verdict &verdict, qint64 limit)
         verdict.add(CheckState::Warning,
                     text("nobody delivers rows: %1", "строк, которые никто не доставляет: %1")
                         .arg(undeliverable));
-    return counts;
+    return result;
 }
 
-void askJournal(Verdict &verdict, const QHash<QString, qint64> &counts, qint64 limit,
-                bool withDropped)
+void askJournal(Verdict &verdict, const Rows &rows, qint64 limit, bool withDropped)
 {
     const QDateTime now = QDateTime::currentDateTime();
     JournalFile journal;
@@ -117,7 +126,8 @@ void askJournal(Verdict &verdict, const QHash<QString, qint64> &counts, qint64 l
     const QHash<QString, Ended> ended = journal.ended(now.addSecs(-secondsOfDay));
     if (journal.state() != JournalFile::State::Read) {
         // Before the first attempt the service has no reason to make it.
-        if (journal.state() != JournalFile::State::Missing || withDropped)
+        const bool isMissing = journal.state() == JournalFile::State::Missing;
+        if (!isMissing || (withDropped && !rows.isUnused))
             verdict.add(CheckState::Unknown, journal.why());
         return;
     }
@@ -125,7 +135,7 @@ void askJournal(Verdict &verdict, const QHash<QString, qint64> &counts, qint64 l
     for (const auto &[type, streak] : streaks.asKeyValueRange()) {
         const qint64 seconds = streak.failingSince.isValid() ? streak.failingSince.secsTo(now) : 0;
         // A type whose last row was taken away fails no longer.
-        if (counts.value(type) == 0)
+        if (rows.counts.value(type) == 0)
             continue;
         longest = std::max(longest, seconds);
         if (seconds > limit)
@@ -157,8 +167,8 @@ Report checkQueue(const Call &call)
     const qint64 age = readSpan(u"older"_s, call.value(u"older"_s, usualAge));
     const qint64 failing = readSpan(u"failing"_s, call.value(u"failing"_s, usualFailing));
     Verdict verdict;
-    const QHash<QString, qint64> counts = askRows(verdict, age);
-    askJournal(verdict, counts, failing, call.has(u"dropped"_s));
+    const Rows rows = askRows(verdict, age);
+    askJournal(verdict, rows, failing, call.has(u"dropped"_s));
     if (controlPortState() != PortState::Service)
         verdict.add(CheckState::Critical, noService().tr().ru());
     if (verdict.sentences.isEmpty())

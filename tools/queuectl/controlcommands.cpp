@@ -1,15 +1,36 @@
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/controlport.h"
+#include "tools/queuectl/journalfile.h"
+#include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/text.h"
 
 using namespace Qt::StringLiterals;
 
 namespace queuectl {
 
+namespace {
+
+/// The row of the type that was refused last and still waits.
+std::optional<int> refusedRow(const QString &type)
+{
+    const std::optional<JournalEntry> kept = JournalFile().lastKept(type);
+    if (!kept)
+        return {};
+    try {
+        const std::optional<Row> row = MessageRows().find(kept->id);
+        return row && row->type == type ? std::optional(row->id) : std::nullopt;
+    } catch (const BasicException &) {
+        return {};
+    }
+}
+
+} // namespace
+
 Report startWorker(const Call &call)
 {
     const QString type = call.arguments.first();
     requireDelivered(type);
+    const std::optional<int> refused = refusedRow(type);
     const StartAnswer answer = askStart(type, call.arguments.value(1));
     if (answer.state == StartAnswer::State::NoAnswer)
         throw noService();
@@ -33,6 +54,13 @@ Report startWorker(const Call &call)
             text("The service did not start the worker: %1", "Служба не запустила обработчик: %1")
                 .arg(answer.text),
             Tone::Bad);
+    // The service begins after the row that it was refused last.
+    if (isStarted && refused)
+        report.line(text("Row %1 was refused before: a start may pass it over, the next one does "
+                         "not. To have everything tried: queuectl settle --type %2",
+                         "Строке %1 уже отказано: запуск может пройти мимо неё, следующий — нет. "
+                         "Попробовать всё: queuectl settle --type %2")
+                        .arg(QString::number(*refused), type));
     report.exitCode = isStarted || wasRunning ? Done : Found;
     return report;
 }

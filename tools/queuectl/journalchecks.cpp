@@ -5,6 +5,7 @@
 #include "shared/core/paths.h"
 #include "tools/queuectl/controlport.h"
 #include "tools/queuectl/journalfile.h"
+#include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/report.h"
 #include "tools/queuectl/text.h"
 
@@ -68,11 +69,20 @@ QString momentText(const QDateTime &time)
     return time.toString(u"yyyy-MM-dd HH:mm"_s);
 }
 
-/// A service that is a stand-by, or does not run, writes nothing.
+bool wasNothingTried()
+{
+    try {
+        return MessageRows().isUnused();
+    } catch (const BasicException &) {
+        return false;
+    }
+}
+
+/// A service that is a stand-by, or does not run, or has had no message yet, writes nothing.
 bool Examination::isAbsenceExpected() const
 {
     const auto holder = FolderLock::holder(serviceLockFile());
-    return !JournalFile::isEnabled() || !holder || holder->role != u"active";
+    return !JournalFile::isEnabled() || !holder || holder->role != u"active" || wasNothingTried();
 }
 
 void Examination::file()

@@ -240,11 +240,13 @@ QString JournalFile::why() const
 {
     switch (connection->state) {
     case State::Missing:
-        return isEnabled() ? text("There is no delivery journal yet; the service makes %1.",
-                                  "Журнала доставки ещё нет; файл %1 создаёт служба.")
-                                 .arg(connection->path)
-                           : text("There is no delivery journal: journal:enabled is off.",
-                                  "Журнала доставки нет: параметр journal:enabled выключен.");
+        return isEnabled()
+                   ? text(
+                         "There is no delivery journal yet; the service creates %1 at the first attempt.",
+                         "Журнала доставки ещё нет; файл %1 служба создаёт при первой попытке.")
+                         .arg(connection->path)
+                   : text("There is no delivery journal: journal:enabled is off.",
+                          "Журнала доставки нет: параметр journal:enabled выключен.");
     case State::Denied:
         return text(
                    "No rights: this account may not read the delivery journal %1 (run queuectl as root or as a member of the group queue).",

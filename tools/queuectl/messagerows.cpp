@@ -304,6 +304,19 @@ int MessageRows::lastId()
     return number(u"SELECT MAX(messageid) FROM message"_s, {});
 }
 
+bool MessageRows::isUnused()
+{
+    if (databaseFile().isEmpty()
+        || number(u"SELECT COUNT(*) FROM queues.sqlite_master WHERE lower(name) = 'message' AND "
+                  "type = 'table' AND upper(sql) LIKE '%AUTOINCREMENT%'"_s,
+                  {})
+               == 0)
+        return false;
+    return number(u"SELECT COUNT(*) FROM queues.sqlite_sequence WHERE lower(name) = 'message'"_s,
+                  {})
+           == 0;
+}
+
 QList<int> MessageRows::insert(const QList<Row> &rows, const std::function<void(int)> &written)
 {
     QList<int> ids;

@@ -84,6 +84,10 @@ public:
     int countBehind(const QString &type, int id);
     int countBefore(const QString &type, int id);
     int lastId();
+    /// Whether no row has been written since the table was made, as on a till on which the service
+    /// was just installed. False where the database does not tell: a server, or a table whose ids
+    /// SQLite does not count.
+    bool isUnused();
 
     /// Writes all rows or none, in order, and returns the new ids. A row without a time gets the
     /// current one. `written` is told how far it is.

@@ -16,6 +16,13 @@ namespace {
 
 constexpr qint64 lowSpaceBytes = 200LL * 1024 * 1024;
 
+/// An account that the system does not know by name has its number.
+QString ownerOf(const QFileInfo &file)
+{
+    const QString name = file.owner();
+    return name.isEmpty() ? QString::number(file.ownerId()) : name;
+}
+
 /// The service's folder, and the room that its disk has left.
 void examineFolder(const QFileInfo &folder, Findings &findings)
 {
@@ -40,27 +47,27 @@ void examineOwners(const QFileInfo &folder, Findings &findings)
     if (file.isEmpty() || !info.exists())
         return;
     const QFileInfo home(info.path());
-    if (info.owner() != home.owner() || info.owner() != folder.owner()) {
+    if (ownerOf(info) != ownerOf(home) || ownerOf(info) != ownerOf(folder)) {
         findings.warn(
             text(
                 "%1 belongs to %2 and its folder to %3: one of them may keep the service from writing",
                 "%1 принадлежит %2, а каталог — %3: служба может не иметь права записи")
-                .arg(file, info.owner(), home.owner()));
+                .arg(file, ownerOf(info), ownerOf(home)));
         return;
     }
     bool isGood = true;
     for (const QString &ending : {u"-wal"_s, u"-shm"_s}) {
         const QFileInfo beside(file + ending);
-        if (beside.exists() && beside.owner() != info.owner()) {
+        if (beside.exists() && ownerOf(beside) != ownerOf(info)) {
             findings.error(text("%1 belongs to %2, the database to %3: the service cannot write",
                                 "%1 принадлежит %2, а база данных — %3: служба не может писать")
-                               .arg(beside.filePath(), beside.owner(), info.owner()));
+                               .arg(beside.filePath(), ownerOf(beside), ownerOf(info)));
             isGood = false;
         }
     }
     if (isGood)
         findings.ok(text("the files of the queue belong to %1", "файлы очереди принадлежат %1")
-                        .arg(info.owner()));
+                        .arg(ownerOf(info)));
 }
 
 } // namespace

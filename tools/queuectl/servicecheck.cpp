@@ -61,7 +61,7 @@ QList<Check> examineLog()
     if (QFileInfo::exists(settings)) {
         const QStringList reasons = refusalsOfLogSettings(settings);
         if (!reasons.isEmpty()) {
-            findings.error(text("%1 is refused, the service logs to the journal: %2",
+            findings.error(text("%1 is refused, the service logs to systemd: %2",
                                 "%1 не принят, служба пишет в журнал systemd: %2")
                                .arg(settings, reasons.join(u"; "_s)));
             return findings.checks;
@@ -74,9 +74,8 @@ QList<Check> examineLog()
                     .arg(settings, file));
     }
     if (logged.isEmpty())
-        findings.ok(
-            text("no log file is configured, the log is in the journal (journalctl -u queue)",
-                 "файл журнала не настроен, журнал в systemd (journalctl -u queue)"));
+        findings.ok(text("no log file is configured, the log goes to systemd (journalctl -u queue)",
+                         "файл журнала не настроен, журнал в systemd (journalctl -u queue)"));
     else if (!QFileInfo::exists(logged))
         findings.warn(text("there is no log file %1", "файла журнала %1 нет").arg(logged));
     else

@@ -8,6 +8,7 @@
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
 #include "tools/queuectl/timewords.h"
+#include "tools/queuectl/todaytable.h"
 
 #include <QDeadlineTimer>
 #include <QMap>
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <numeric>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -248,6 +250,22 @@ void render(Report &report, const Settlement &settlement)
         report.line(reason, Tone::Bad);
 }
 
+/// A message that was dropped blocks nothing, but what it asked for is not done.
+void addDropped(Report &report, const QStringList &types)
+{
+    JournalFile journal;
+    QHash<QString, Ended> ended = journal.ended(QDate::currentDate().startOfDay());
+    const bool isKnown = journal.state() == JournalFile::State::Read;
+    ended.removeIf(
+        [&types](const auto &entry) { return !types.isEmpty() && !types.contains(entry.key()); });
+    const int count =
+        std::accumulate(ended.cbegin(), ended.cend(), 0,
+                        [](int sum, const Ended &each) { return sum + each.dropped; });
+    report.data.insert(u"droppedToday"_s, isKnown ? QJsonValue(count) : QJsonValue());
+    if (count > 0)
+        report.line(droppedSentence(droppedByType(ended)), Tone::Careful);
+}
+
 } // namespace
 
 Report settle(const Call &call)
@@ -280,6 +298,7 @@ Report settle(const Call &call)
                          "Смену можно закрыть: строк, записанных до %1, в очереди нет.")
                         .arg(time),
                     Tone::Good);
+        addDropped(report, cutoff.types);
         return report;
     }
     report.data.insert(u"service"_s, settlement.service == PortState::Service ? u"ok"_s
@@ -291,6 +310,7 @@ Report settle(const Call &call)
                     .arg(time, QString::number(waiting)),
                 Tone::Bad);
     render(report, settlement);
+    addDropped(report, cutoff.types);
     const bool isAlone = !databaseFile().isEmpty();
     report.exitCode = settlement.service != PortState::Service && isAlone ? NoService : Found;
     return report;

@@ -12,16 +12,12 @@ void addToday(Report &report, const Situation &situation)
     types.sort();
     QJsonArray records;
     Ended sum;
-    QStringList dropped;
     for (const QString &type : std::as_const(types)) {
         const Ended ended = situation.today.value(type);
         sum.delivered += ended.delivered;
         sum.dropped += ended.dropped;
         if (ended.delivered == 0 && ended.dropped == 0)
             continue;
-        if (ended.dropped > 0)
-            dropped.append(
-                u"%1: %2"_s.arg(shortened(type, usualWidth), QString::number(ended.dropped)));
         records.append(QJsonObject{
             {u"type"_s, type}, {u"delivered"_s, ended.delivered}, {u"dropped"_s, ended.dropped}});
     }
@@ -42,11 +38,28 @@ void addToday(Report &report, const Situation &situation)
         text("Today delivered: %1, dropped: %2", "Сегодня доставлено: %1, снято с доставки: %2")
             .arg(QString::number(sum.delivered), QString::number(sum.dropped)),
         sum.dropped > 0 ? Tone::Careful : Tone::Plain);
+    const QString dropped = droppedByType(situation.today);
     if (!dropped.isEmpty())
-        report.line(text("Dropped: %1 (queuectl history --verdict dropped --since today)",
-                         "Снято с доставки: %1 (queuectl history --verdict dropped --since today)")
-                        .arg(dropped.join(u", "_s)),
-                    Tone::Careful);
+        report.line(droppedSentence(dropped), Tone::Careful);
+}
+
+QString droppedByType(const QHash<QString, Ended> &ended)
+{
+    QStringList parts;
+    for (const auto &[type, counts] : ended.asKeyValueRange()) {
+        if (counts.dropped > 0)
+            parts.append(
+                u"%1: %2"_s.arg(shortened(type, usualWidth), QString::number(counts.dropped)));
+    }
+    parts.sort();
+    return parts.join(u", "_s);
+}
+
+QString droppedSentence(const QString &byType)
+{
+    return text("Dropped: %1 (queuectl history --verdict dropped --since today)",
+                "Снято с доставки: %1 (queuectl history --verdict dropped --since today)")
+        .arg(byType);
 }
 
 } // namespace queuectl

@@ -96,6 +96,8 @@ void TestCheckCommand::states_data()
     row("a silent service counts more", {}, {u"silent"_s, u"damaged"_s}, u"QUEUE CRITICAL -"_s, 2);
     row("dropped without a journal", {u"--dropped"_s}, {u"young"_s},
         u"QUEUE UNKNOWN - There is no delivery journal"_s, 3);
+    row("dropped, and just installed", {u"--dropped"_s}, {}, u"QUEUE OK - rows that wait: 0 |"_s,
+        0);
 }
 
 void TestCheckCommand::states()

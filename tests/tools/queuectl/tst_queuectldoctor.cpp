@@ -343,7 +343,7 @@ void TestQueuectlDoctor::refusedLogSettings()
                           "log4j.appender.file=org.apache.log4j.NoSuchAppender\n");
     QString text = checks(u"log"_s).join(u'\n');
     QVERIFY2(text.startsWith(
-                 u"error %1%2 is refused, the service logs to the journal: "_s.arg(root, settings)),
+                 u"error %1%2 is refused, the service logs to systemd: "_s.arg(root, settings)),
              qPrintable(text));
     QVERIFY2(text.contains(u"NoSuchAppender"), qPrintable(text));
 

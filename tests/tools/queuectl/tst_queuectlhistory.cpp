@@ -257,7 +257,7 @@ void TestQueuectlHistory::whatCannotBeRead_data()
     QTest::addColumn<QString>("english");
     QTest::addColumn<QString>("translated");
     QTest::newRow("missing") << u"missing"_s << int(ExitCode::NotFound)
-                             << u"There is no delivery journal yet; the service makes "_s
+                             << u"There is no delivery journal yet; the service creates "_s
                              << u"Журнала доставки ещё нет"_s;
     QTest::newRow("damaged") << u"damaged"_s << int(ExitCode::Failed) << u"cannot be read: "_s
                              << u"не читается: "_s;

@@ -106,6 +106,13 @@ void TestQueuectlService::start()
     QVERIFY(waitUntil([this] {
         return json({u"why"_s, u"1"_s}).value(u"cause"_s).toString() == u"network";
     }));
+    // The next start begins after this row.
+    const CommandResult again = till->run({u"start"_s, u"heineken"_s});
+    QVERIFY2(again.out.contains(u"Row 1 was refused before"_s)
+                 && again.out.contains(u"queuectl settle --type heineken"_s),
+             qPrintable(again.out));
+    till->database.query(u"DELETE FROM message"_s);
+    QVERIFY(!till->run({u"start"_s, u"heineken"_s}).out.contains(u"refused before"_s));
 }
 
 void TestQueuectlService::startOfUnknownType()

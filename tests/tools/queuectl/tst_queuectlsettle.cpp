@@ -45,6 +45,7 @@ private Q_SLOTS:
     void cleanupTestCase();
     void nothingWaits_data() { databases(); }
     void nothingWaits();
+    void droppedMessagesAreTold();
     void withoutService();
     void anotherProgramOnThePort();
     void olderThanATime_data() { databases(); }
@@ -177,6 +178,28 @@ void TestQueuectlSettle::nothingWaits()
     QCOMPARE(data.value(u"settled"_s), QJsonValue(true));
     QCOMPARE(data.value(u"waiting"_s), QJsonValue(0));
     QVERIFY(data.value(u"blocking"_s).toArray().isEmpty());
+}
+
+/// What was dropped blocks nothing, and is not done either.
+void TestQueuectlSettle::droppedMessagesAreTold()
+{
+    journal->put({.id = 1, .verdict = u"dropped"_s, .secondsAgo = 0});
+    journal->put({.id = 2, .type = u"cardlab"_s, .verdict = u"dropped"_s, .secondsAgo = 0});
+    journal->put({.id = 3, .secondsAgo = 0});
+    const CommandResult outcome = settle();
+    QCOMPARE(outcome.exitCode, ExitCode::Done);
+    QVERIFY2(outcome.out.contains(u"\nDropped: cardlab: 1, heineken: 1 (queuectl history "_s),
+             qPrintable(outcome.out));
+    QCOMPARE(json({}).value(u"droppedToday"_s), QJsonValue(2));
+    const CommandResult ofType = settle({u"--type"_s, u"cardlab"_s});
+    QVERIFY2(ofType.out.contains(u"\nDropped: cardlab: 1 ("_s), qPrintable(ofType.out));
+    put(60);
+    QVERIFY(settle({u"--wait"_s, u"0"_s}).out.contains(u"\nDropped: cardlab: 1, heineken: 1 ("_s));
+    const QString file = journal->file();
+    journal.reset();
+    QVERIFY(QFile::remove(file));
+    const QJsonObject unknown = json({u"--wait"_s, u"0"_s});
+    QVERIFY(unknown.contains(u"droppedToday"_s) && unknown.value(u"droppedToday"_s).isNull());
 }
 
 void TestQueuectlSettle::withoutService()
