@@ -29,7 +29,7 @@ end_service() {
     service=
     return "$status"
 }
-trap 'end_service >/dev/null 2>&1; rm -rf "$work"' EXIT
+trap 'end_stands; end_service >/dev/null 2>&1; rm -rf "$work"' EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
@@ -40,6 +40,8 @@ give_up() {
     [ $# -lt 2 ] || cat "$2"
     exit 1
 }
+# shellcheck source=tests/packaging/firstday.sh
+source "$(dirname "${BASH_SOURCE[0]}")/firstday.sh"
 lists() { grep -qxF -- "$2" <<<"$1"; }
 contains() { grep -qF -- "$2" <<<"$1"; }
 absent() { [ ! -e "$1" ] && [ ! -L "$1" ]; }
@@ -230,11 +232,10 @@ fi
 
 # --- Deliveries
 
-port=28085
+default_port=28085
+port=$default_port
 while (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; do port=$((port + 1)); done
 settings=$till/config/queue.d/local.ini
-printf '[queue]\ntimeout = 1\nport = %s\n' "$port" >"$settings"
-chmod 644 "$settings"
 
 # The program by the unit's own command, with the folder of the root before every path. Under systemd it
 # runs in tst_systemd.sh.
@@ -254,6 +255,21 @@ stand() {
     LC_ALL=C.UTF-8 "$root/usr/bin/queue-stand" --root "$root" --scenarios "$root/usr/share/queue-stand/scenarios" "$@"
 }
 
+if [ ! -x "$root/usr/bin/queuectl" ]; then
+    echo "SKIP: queuectl is not built, so it answers nothing"
+else
+    if [ "$port" -ne "$default_port" ]; then
+        echo "SKIP: port $default_port is in use, so the service has one setting, its port"
+        printf '[queue]\nport = %s\n' "$port" >"$settings"
+        chmod 644 "$settings"
+    fi
+    start_service || give_up "the service starts without settings"
+    first_day
+    check "it ends in good order" end_service
+fi
+
+printf '[queue]\ntimeout = 1\nport = %s\n' "$port" >"$settings"
+chmod 644 "$settings"
 stand --write-settings || give_up "the stand writes its settings"
 start_service || give_up "the service starts"
 stand >"$work/stand.log" 2>&1
