@@ -148,7 +148,7 @@ bool lockFolder(FolderLock &lock)
 }
 
 /// Shows the role to queuectl and systemctl.
-void tellRole(const ServiceLock &serviceLock, FolderLock &lock, ServiceNotifier &notifier)
+void publishRole(const ServiceLock &serviceLock, FolderLock &lock, ServiceNotifier &notifier)
 {
     QString role;
     QString status;
@@ -174,7 +174,7 @@ void tellRole(const ServiceLock &serviceLock, FolderLock &lock, ServiceNotifier 
 
 /// A second signal ends the process without waiting for deliveries. An interrupted message may have
 /// been delivered, and is delivered again after the next start.
-[[noreturn]] void endAtOnce()
+[[noreturn]] void exitImmediately()
 {
     Log4Qt::Logger *logger = Log4Qt::LogManager::logger(u"queue"_s);
     const QList<inflight::Delivery> deliveries = inflight::deliveries();
@@ -238,7 +238,7 @@ int serve(FolderLock &lock)
     ServiceNotifier notifier;
     ServiceLock serviceLock;
     QObject::connect(&serviceLock, &ServiceLock::roleChanged, &serviceLock,
-                     [&] { tellRole(serviceLock, lock, notifier); });
+                     [&] { publishRole(serviceLock, lock, notifier); });
     // Destroyed after the last delivery: the journal then writes what it has in memory.
     std::shared_ptr<DailyReport> report;
     int result = 0;
@@ -255,10 +255,10 @@ int serve(FolderLock &lock)
             report->reportIfDue();
         });
         queue.start();
-        tellRole(serviceLock, lock, notifier);
+        publishRole(serviceLock, lock, notifier);
         notifier.ready();
         result = QCoreApplication::exec();
-        signalhandler::setAddittionalHandler(endAtOnce);
+        signalhandler::setAddittionalHandler(exitImmediately);
     }
     awaitWorkers(notifier);
     report->reportRest();

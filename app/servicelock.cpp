@@ -72,10 +72,10 @@ void ServiceLock::step()
     if (!isConnected)
         openConnection();
     if (role() != ServiceRole::Active)
-        approach();
+        tryToAcquire();
     else if (!isHeld())
         lose(u"сервер освободил её"_s);
-    isOutageTold = false;
+    isOutageLogged = false;
 }
 
 void ServiceLock::openConnection()
@@ -95,7 +95,7 @@ void ServiceLock::closeConnection()
     isConnected = false;
 }
 
-void ServiceLock::approach()
+void ServiceLock::tryToAcquire()
 {
     if (hasPrecedence) {
         take();
@@ -206,8 +206,8 @@ void ServiceLock::lose(const QString &reason)
         lostAt = Clock::now();
         setRole(ServiceRole::Undecided);
     }
-    if (wasActive || !isOutageTold) {
-        isOutageTold = true;
+    if (wasActive || !isOutageLogged) {
+        isOutageLogged = true;
         logger->warn(
             u"Нет блокировки очереди '%1' на сервере базы данных (%2), новые доставки не начинаются"_s
                 .arg(schema, reason));

@@ -53,7 +53,7 @@ private:
     void openConnection();
     void closeConnection();
     /// Tries to take the lock when it is this service's turn.
-    void approach();
+    void tryToAcquire();
     void take();
     bool isHeld();
     bool isFree();
@@ -81,7 +81,7 @@ private:
     /// last.
     bool hasPrecedence = true;
     bool hadLock = false;
-    bool isOutageTold = false;
+    bool isOutageLogged = false;
     /// The connection that held the lock, and the time of its loss: the server may consider the
     /// connection alive for a while.
     QString lockConnection;

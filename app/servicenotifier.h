@@ -19,7 +19,6 @@ public:
     void alive();
     /// One line for `systemctl status`.
     void status(const QString &text);
-    /// The service is about to end.
     void stopping();
     /// Asks the manager to wait up to `limit` before it kills the service. Call again within that
     /// time.

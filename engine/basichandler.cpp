@@ -125,7 +125,7 @@ void BasicHandler::processMessages()
 
         const Turn turn = turnRule(message, *dao, *logger_);
         // The read may have reconnected, and a new connection does not have the type.
-        if (!isOurs())
+        if (!mayDeliver())
             return;
         // Lives until the outcome is recorded: a message whose row stays is delivered again.
         const inflight::DeliveryGuard delivery(type_, message.id);
@@ -157,9 +157,9 @@ bool BasicHandler::deliver(const Message &message)
 Outcome BasicHandler::attempt(const Message &message)
 {
     Attempt current(message, references);
-    attemptAtHand = &current;
+    currentAttempt = &current;
     const bool isFinished = send(message);
-    attemptAtHand = nullptr;
+    currentAttempt = nullptr;
     if (state && state->outcomes) {
         for (const Fact &fact : current.facts())
             state->outcomes->note(fact);
@@ -211,8 +211,8 @@ bool BasicHandler::keep(const QString &reason, http::FailureKind kind)
 
 bool BasicHandler::say(Verdict verdict, const QString &reason, http::FailureKind kind)
 {
-    if (attemptAtHand)
-        attemptAtHand->say(verdict, reason, kind);
+    if (currentAttempt)
+        currentAttempt->say(verdict, reason, kind);
     return verdict != Verdict::Kept;
 }
 
@@ -226,12 +226,12 @@ std::optional<Message> BasicHandler::nextMessage()
             return {};
         const Message message = dao->getMessage(type_, failId, false, QString());
         // After a reconnect another service may have the type, and with it this row.
-        if (message.id < 1 || isOurs())
+        if (message.id < 1 || mayDeliver())
             return message;
     }
 }
 
-bool BasicHandler::isOurs() const
+bool BasicHandler::mayDeliver() const
 {
     return !state->claimsTypes || dao->hasClaim();
 }

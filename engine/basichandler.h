@@ -106,13 +106,13 @@ private:
     /// The oldest message after the type's fail id; none when another service has the type.
     std::optional<Message> nextMessage();
     /// Whether this worker still has the right to deliver what it has read.
-    bool isOurs() const;
+    bool mayDeliver() const;
 
     QString type_;
     QString cardNumber;
     Log4Qt::Logger *logger_;
     /// Set while attempt() runs.
-    Attempt *attemptAtHand = nullptr;
+    Attempt *currentAttempt = nullptr;
     TurnRule turnRule;
     std::atomic<bool> isHandedOver = false;
     QStringList references;

@@ -20,7 +20,7 @@ class Logger;
 /// The table as a whole.
 struct QueueInfo
 {
-    /// -1: the database could not be asked.
+    /// -1: the query failed.
     int count = -1;
     /// When the oldest row was written; invalid when there is none.
     QDateTime firstMessageTime;
@@ -66,7 +66,8 @@ public:
     /// Requires an earlier connect().
     QueueInfo getQueueInfo();
     /// Call at the end of a worker's pass: truncates an SQLite write-ahead log that has grown
-    /// beyond the usual size. Does not wait, counts no errors, and does nothing on a server.
+    /// beyond the usual size. Waits for no other program, counts no errors, and does nothing on a
+    /// server.
     void onPassEnded();
     /// On a server, locks the type for this connection until releaseType() or the connection's end;
     /// does nothing if the type is locked already. False when another connection has the lock, or

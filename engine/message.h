@@ -16,7 +16,6 @@ struct Message
     QString statusCode;
 };
 
-/// The number of rows of a type.
 struct TypeCount
 {
     QString type;

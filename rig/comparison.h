@@ -12,7 +12,6 @@ namespace rig {
 
 struct Exchange;
 
-/// A received request.
 struct ArrivedRequest
 {
     QString verb;

@@ -54,7 +54,7 @@ std::optional<struct stat> statusOf(const QString &path)
 
 /// Other users may create files in /tmp first, and so choose the till's certificate. Returns the
 /// reason not to use a file or folder; empty if there is none.
-QString objectionTo(const struct stat &status)
+QString distrustReason(const struct stat &status)
 {
     if (S_ISLNK(status.st_mode))
         return u"это символическая ссылка"_s;
@@ -102,7 +102,7 @@ Usability makeFolder(const QString &folder, Log4Qt::Logger &logger)
     const bool isMade = ::mkdir(native(folder).constData(), folderMode) == 0;
     const std::optional<struct stat> status = statusOf(folder);
     if (!isMade && status) {
-        const QString objection = objectionTo(*status);
+        const QString objection = distrustReason(*status);
         if (!objection.isEmpty()) {
             refuse(folder, objection, logger);
             return Usability::Refused;
@@ -136,7 +136,7 @@ Found lookAt(const QString &pem, Log4Qt::Logger &logger)
     const std::optional<struct stat> status = statusOf(pem);
     if (!status)
         return Found::Nothing;
-    const QString objection = objectionTo(*status);
+    const QString objection = distrustReason(*status);
     if (!objection.isEmpty()) {
         refuse(pem, objection, logger);
         return Found::Refused;

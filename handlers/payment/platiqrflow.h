@@ -49,7 +49,6 @@ enum class NextStep
 
 NextStep nextStep(const QString &state, const Dialect &dialect);
 
-/// The token in a parsed reply.
 QString tokenFromReply(const QVariant &reply);
 
 /// Posts `request` unchanged. False if it was not delivered, which is logged.

@@ -19,7 +19,7 @@ namespace {
 
 constexpr int doneCode = 0;
 constexpr int missingCode = -999;
-/// Final codes of a refund.
+/// Final codes: a repetition of the refund would not change them.
 constexpr std::array finalCodes{-54, -33, -32, -31, -30, -24, -23, -13, -5, 1};
 /// Ends the poll at once.
 constexpr int refusedCode = -23;

@@ -54,11 +54,11 @@ bool CountersHandler::operationExists(const QUrl &url, const QString &operationI
     logger()->info(u"Проверка существования операции"_s);
     const auto client = createClient(*logger());
     client->setTimeout(timeoutSeconds);
-    QUrl question = url;
+    QUrl check = url;
     // A slash in the identifier would divide the path.
-    question.setPath(u"/v1/operations/%1/exists"_s.arg(
-                         QString::fromLatin1(QUrl::toPercentEncoding(operationId))),
-                     QUrl::TolerantMode);
-    client->get(question, QJsonDocument(), jsonContentType());
+    check.setPath(u"/v1/operations/%1/exists"_s.arg(
+                      QString::fromLatin1(QUrl::toPercentEncoding(operationId))),
+                  QUrl::TolerantMode);
+    client->get(check, QJsonDocument(), jsonContentType());
     return succeeded(*client) && client->response().responseObject().value(u"result"_s).toBool();
 }

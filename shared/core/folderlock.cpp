@@ -43,7 +43,7 @@ bool isPlainFile(int file)
 
 /// Gives a file that root has created to the owner of the folder; otherwise the service could not
 /// open it. Root creates it, for instance, when a tool works while the service is stopped.
-void giveToFolder(int file, const QString &path)
+void chownToFolderOwner(int file, const QString &path)
 {
     struct stat folder = {};
     if (::geteuid() == 0
@@ -146,7 +146,7 @@ FolderLock::Result FolderLock::open()
         && (status.st_mode & 07777) != fileMode)
         ::fchmod(file, fileMode);
     if (isNew)
-        giveToFolder(file, path);
+        chownToFolderOwner(file, path);
     return Result::Taken;
 }
 

@@ -84,7 +84,7 @@ void SqliteFiles::open(const QString &name, const QString &path,
                        const std::function<void()> &attach)
 {
     const QMutexLocker opener(&opening);
-    const QString reason = putFormerLogAside(path);
+    const QString reason = renameFormerLog(path);
     if (!reason.isEmpty())
         throw BasicException(reason);
     attach();
@@ -99,7 +99,7 @@ void SqliteFiles::close(const QString &name)
     // Before the connection ends: the next process cannot know which companions belong to the
     // former file.
     if (!path.isEmpty())
-        putFormerLogAside(path);
+        renameFormerLog(path);
     identities.lock()->remove(name);
 }
 
@@ -129,7 +129,7 @@ void SqliteFiles::note(const QString &name, const QString &path)
 /// Renames the former file's write-ahead log, which may contain rows. SQLite finds logs by name,
 /// would apply it to the new file and damage that. Returns why the new file must not be opened;
 /// empty if it may be.
-QString SqliteFiles::putFormerLogAside(const QString &path)
+QString SqliteFiles::renameFormerLog(const QString &path)
 {
     struct stat status = {};
     FileIdentity current{path, realPathOf(path), 0, 0, {}};
@@ -150,9 +150,9 @@ QString SqliteFiles::putFormerLogAside(const QString &path)
             isReplaced = true;
         }
     }
-    const QStringList left = companionsLeft(current);
+    const QStringList left = formerCompanions(current);
     if (!left.isEmpty())
-        return moveAside(current, left);
+        return renameCompanions(current, left);
     if (isReplaced)
         report(
             current,
@@ -162,7 +162,7 @@ QString SqliteFiles::putFormerLogAside(const QString &path)
 }
 
 /// The files beside `current` that belong to a former file.
-QStringList SqliteFiles::companionsLeft(const FileIdentity &current)
+QStringList SqliteFiles::formerCompanions(const FileIdentity &current)
 {
     QStringList left;
     const QStringList endings = SqliteFileLock::companions();
@@ -170,7 +170,7 @@ QStringList SqliteFiles::companionsLeft(const FileIdentity &current)
         const QString companion = current.realPath + endings[i];
         struct stat status = {};
         const bool isThere = ::stat(QFile::encodeName(companion).constData(), &status) == 0;
-        const std::shared_ptr<FilePin> pin = unmoved.value(companion);
+        const std::shared_ptr<FilePin> pin = pinnedCompanions.value(companion);
         bool isLeft = false;
         if (isThere && pin) {
             isLeft = pin->isAt(companion);
@@ -185,12 +185,12 @@ QStringList SqliteFiles::companionsLeft(const FileIdentity &current)
         if (isLeft)
             left.append(companion);
         else
-            unmoved.remove(companion);
+            pinnedCompanions.remove(companion);
     }
     return left;
 }
 
-QString SqliteFiles::moveAside(const FileIdentity &current, const QStringList &left)
+QString SqliteFiles::renameCompanions(const FileIdentity &current, const QStringList &left)
 {
     const QString path = current.realPath;
     QString reason;
@@ -212,7 +212,7 @@ QString SqliteFiles::moveAside(const FileIdentity &current, const QStringList &l
     }
     if (reason.isEmpty()) {
         for (const QString &companion : left)
-            unmoved.remove(companion);
+            pinnedCompanions.remove(companion);
         report(
             current,
             u"Файл базы данных '%1' удалён или заменён во время работы службы, его журнал сохранён как '%2', перезапустите программы кассы, у которых он открыт"_s
@@ -221,8 +221,8 @@ QString SqliteFiles::moveAside(const FileIdentity &current, const QStringList &l
     }
     // Keeps their inodes until the next attempt, when all connections may be closed.
     for (const QString &companion : left) {
-        if (!unmoved.contains(companion))
-            unmoved.insert(companion, std::make_shared<FilePin>(companion));
+        if (!pinnedCompanions.contains(companion))
+            pinnedCompanions.insert(companion, std::make_shared<FilePin>(companion));
     }
     const QString text =
         u"Файл базы данных '%1' заменён во время работы службы, рядом остался журнал '%2' прежнего файла (%3), вместе они повредят базу данных: остановите службу и программы кассы и восстановите файл командой queuectl restore"_s

@@ -55,9 +55,9 @@ public:
 
 private:
     static bool isSameFile(const FileIdentity &one, const FileIdentity &other);
-    QString putFormerLogAside(const QString &path);
-    QStringList companionsLeft(const FileIdentity &current);
-    QString moveAside(const FileIdentity &current, const QStringList &left);
+    QString renameFormerLog(const QString &path);
+    QStringList formerCompanions(const FileIdentity &current);
+    QString renameCompanions(const FileIdentity &current, const QStringList &left);
     void report(const FileIdentity &current, const QString &text);
 
     Guarded<QHash<QString, FileIdentity>> identities;
@@ -65,7 +65,7 @@ private:
     /// `identities`. It guards the next two members as well.
     QMutex opening;
     /// Companions of former files that could not be renamed, by path.
-    QHash<QString, std::shared_ptr<FilePin>> unmoved;
+    QHash<QString, std::shared_ptr<FilePin>> pinnedCompanions;
     /// The file of the last report.
     FileIdentity reported;
 };

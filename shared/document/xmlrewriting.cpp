@@ -142,7 +142,7 @@ private:
         needsLine = false;
     }
 
-    /// Blanks and line ends must not become part of a text.
+    /// Writes line end and indent before a tag, unless they would become part of a text.
     void beforeMarkup()
     {
         closeStart();

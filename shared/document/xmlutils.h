@@ -81,7 +81,7 @@ struct ReplacedChild
     QString text = {};
 };
 
-/// As rewritten() for a document of any size, which must be well formed.
+/// Writes a well-formed document of any size token by token, like rewritten(), and replaces `child`.
 QByteArray rewrittenInPieces(const QString &text, const DroppedAttribute &dropped = {},
                              const ReplacedChild &child = {});
 /// Whether parseXmlText() accepts the text.

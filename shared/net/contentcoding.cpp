@@ -21,7 +21,7 @@ constexpr qsizetype largePieceSize = 1024 * 1024;
 
 constexpr uchar gzipMagic[] = {0x1f, 0x8b};
 /// The length of a stream's signature: gzip's magic number or zlib's header.
-constexpr qsizetype signSize = 2;
+constexpr qsizetype signatureSize = 2;
 
 /// Receives a body piece by piece. take() returns false when it wants no more.
 class Receiver
@@ -109,10 +109,10 @@ private:
     z_stream stream = {};
     bool isOpen = false;
     /// At least one member of a multi-member gzip body is complete.
-    bool hasWholeMember = false;
+    bool hasCompleteMember = false;
     /// Raw deflate without the zlib header: neither a signature nor a checksum.
-    bool isBare = false;
-    QByteArray sign;
+    bool isRaw = false;
+    QByteArray signature;
     qsizetype total = 0;
 };
 
@@ -121,11 +121,11 @@ bool Inflater::take(QByteArrayView bytes)
     while (!bytes.isEmpty()) {
         switch (state) {
         case State::Start: {
-            const qsizetype count = std::min(signSize - sign.size(), bytes.size());
-            sign.append(bytes.first(count));
+            const qsizetype count = std::min(signatureSize - signature.size(), bytes.size());
+            signature.append(bytes.first(count));
             bytes = bytes.sliced(count);
-            if (sign.size() == signSize && begin())
-                inflatePiece(sign);
+            if (signature.size() == signatureSize && begin())
+                inflatePiece(signature);
             break;
         }
         case State::Inflating:
@@ -133,7 +133,7 @@ bool Inflater::take(QByteArrayView bytes)
             break;
         case State::Ended:
             // Servers append padding. But a raw stream is accepted only if nothing follows it.
-            if (isBare)
+            if (isRaw)
                 state = State::Broken;
             bytes = {};
             break;
@@ -149,10 +149,10 @@ bool Inflater::take(QByteArrayView bytes)
 /// Initializes zlib for the stream with this signature.
 bool Inflater::begin()
 {
-    const auto first = static_cast<uchar>(sign.at(0));
-    const auto second = static_cast<uchar>(sign.at(1));
+    const auto first = static_cast<uchar>(signature.at(0));
+    const auto second = static_cast<uchar>(signature.at(1));
     if (coding == Coding::Gzip && (first != gzipMagic[0] || second != gzipMagic[1])) {
-        state = hasWholeMember ? State::Ended : State::Broken;
+        state = hasCompleteMember ? State::Ended : State::Broken;
         return false;
     }
     int window = MAX_WBITS;
@@ -163,9 +163,9 @@ bool Inflater::begin()
         // A zlib header: method deflate, a window of at most 32 KiB, no dictionary, a valid check
         // value. No raw stream begins this way, and hardly any text.
         constexpr int dictionary = 0x20;
-        isBare = (first & 0x0f) != Z_DEFLATED || (first >> 4) > MAX_WBITS - 8
-                 || (second & dictionary) != 0 || (first * 256 + second) % 31 != 0;
-        if (isBare)
+        isRaw = (first & 0x0f) != Z_DEFLATED || (first >> 4) > MAX_WBITS - 8
+                || (second & dictionary) != 0 || (first * 256 + second) % 31 != 0;
+        if (isRaw)
             window = -window;
     }
     const int result = isOpen ? inflateReset(&stream) : inflateInit2(&stream, window);
@@ -200,9 +200,9 @@ QByteArrayView Inflater::inflatePiece(QByteArrayView bytes)
 
     const QByteArrayView rest = bytes.last(static_cast<qsizetype>(stream.avail_in));
     if (result == Z_STREAM_END) {
-        hasWholeMember = true;
+        hasCompleteMember = true;
         state = coding == Coding::Gzip ? State::Start : State::Ended;
-        sign.clear();
+        signature.clear();
         return rest;
     }
     // Z_BUF_ERROR: more input is needed.
@@ -215,15 +215,15 @@ Unpacking Inflater::outcome() const
 {
     switch (state) {
     case State::Start: {
-        const bool isGzipBegun = coding == Coding::Gzip && !sign.isEmpty()
-                                 && static_cast<uchar>(sign.at(0)) == gzipMagic[0];
-        if (sign.isEmpty() || hasWholeMember)
+        const bool isGzipBegun = coding == Coding::Gzip && !signature.isEmpty()
+                                 && static_cast<uchar>(signature.at(0)) == gzipMagic[0];
+        if (signature.isEmpty() || hasCompleteMember)
             return Unpacking::Done;
         return isGzipBegun ? Unpacking::CutOff : Unpacking::Unknown;
     }
     case State::Inflating:
         // Plain text often looks like the beginning of a raw stream.
-        return isBare ? Unpacking::Unknown : Unpacking::CutOff;
+        return isRaw ? Unpacking::Unknown : Unpacking::CutOff;
     case State::Ended:
     case State::Refused:
         return Unpacking::Done;
@@ -285,7 +285,7 @@ private:
 };
 
 /// Splits the bytes into pieces; never holds a second full copy.
-std::vector<QByteArray> takenApart(QByteArray bytes)
+std::vector<QByteArray> splitIntoPieces(QByteArray bytes)
 {
     std::vector<QByteArray> pieces;
     while (!bytes.isEmpty()) {
@@ -321,7 +321,7 @@ Unpacking unpack(QByteArray &body, const QByteArray &codings, qsizetype maxSize)
     if (body.size() <= largePieceSize) {
         chain.take(body);
     } else {
-        for (QByteArray &piece : takenApart(std::exchange(body, {}))) {
+        for (QByteArray &piece : splitIntoPieces(std::exchange(body, {}))) {
             chain.take(piece);
             piece.clear();
         }

@@ -141,7 +141,7 @@ ExchangeOutcome outcomeOf(const Exchange &exchange, const http::Response &respon
 /// Prepares the client for the next exchange. libcurl counts broken connections per set of options
 /// and gives up after five, so a failed exchange resets the options. Multipart sections must
 /// outlive their use by the handle.
-void letGo(Client &client, CURLcode code, const Transfer &transfer, bool hasParts)
+void prepareForNext(Client &client, CURLcode code, const Transfer &transfer, bool hasParts)
 {
     const bool isHeadLarge = transfer.headerSize > largeHeaderSize;
     if (hasParts || code != CURLE_OK || transfer.attempts > 1 || transfer.wasOutOfStep
@@ -172,6 +172,6 @@ ExchangeOutcome performExchange(const Exchange &exchange)
     curl::setRequest(client, exchange, transfer, parts);
     const CURLcode code = carryOut(client, transfer);
     const http::Response response = responseOf(code, exchange, setup, transfer);
-    letGo(client, code, transfer, parts != nullptr);
+    prepareForNext(client, code, transfer, parts != nullptr);
     return outcomeOf(exchange, response, transfer);
 }

@@ -18,21 +18,22 @@ ClosingHosts &closingHosts()
 }
 
 /// The state of a kept connection before a request is sent on it.
-enum class Sign
+enum class SocketState
 {
-    Quiet,
+    Idle,
     /// Unread bytes.
     Input,
     /// The server has closed it.
     Closed,
 };
 
-Sign signOf(curl_socket_t socket)
+SocketState stateOf(curl_socket_t socket)
 {
     pollfd wait = {socket, POLLIN | POLLRDHUP, 0};
     if (::poll(&wait, 1, 0) <= 0)
-        return Sign::Quiet;
-    return (wait.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0 ? Sign::Closed : Sign::Input;
+        return SocketState::Idle;
+    return (wait.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0 ? SocketState::Closed
+                                                                 : SocketState::Input;
 }
 
 int localPort(curl_socket_t socket)
@@ -66,10 +67,10 @@ bool KeptSockets::take(int ourPort)
     if (!socket)
         return true;
     socket->isIdle = false;
-    const Sign sign = signOf(socket->descriptor);
-    if (sign == Sign::Closed)
+    const SocketState state = stateOf(socket->descriptor);
+    if (state == SocketState::Closed)
         rememberClosingHost(socket->host);
-    return sign == Sign::Quiet;
+    return state == SocketState::Idle;
 }
 
 void KeptSockets::noteKept(curl_socket_t descriptor, const QByteArray &host)
@@ -87,7 +88,7 @@ void KeptSockets::noteClosedByServer(const QByteArray &host)
         // After longer idle times libcurl does not reuse the connection, so no request was at risk.
         if (socket.isIdle && socket.host == host
             && std::chrono::steady_clock::now() - socket.idleSince < maxIdle
-            && signOf(socket.descriptor) == Sign::Closed) {
+            && stateOf(socket.descriptor) == SocketState::Closed) {
             socket.isIdle = false;
             rememberClosingHost(host);
         }

@@ -11,12 +11,12 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// The proxy for the test, and the address of every other host. No connection is made to either.
-constexpr auto questionProxy = "http://127.0.0.1:1";
-constexpr int questionProxyPort = 1;
-constexpr auto questionTarget = "::127.0.0.1:2";
+constexpr auto testProxy = "http://127.0.0.1:1";
+constexpr int testProxyPort = 1;
+constexpr auto testTarget = "::127.0.0.1:2";
 
 /// Notes the address that libcurl chose, and prevents the connection.
-curl_socket_t noteTarget(void *context, curlsocktype, curl_sockaddr *address)
+curl_socket_t recordTarget(void *context, curlsocktype, curl_sockaddr *address)
 {
     // Both addresses are IPv4.
     *static_cast<int *>(context) =
@@ -34,17 +34,17 @@ bool isReachedDirectly(const QString &host, const QString &noProxy)
     if (noProxy.isEmpty() || url.host().isEmpty())
         return false;
     const curl::Handle handle(curl_easy_init());
-    const curl::List target(curl_slist_append(nullptr, questionTarget));
-    int port = questionProxyPort;
+    const curl::List target(curl_slist_append(nullptr, testTarget));
+    int port = testProxyPort;
     curl_easy_setopt(handle.get(), CURLOPT_URL, url.toEncoded().constData());
     curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(handle.get(), CURLOPT_PROXY, questionProxy);
+    curl_easy_setopt(handle.get(), CURLOPT_PROXY, testProxy);
     curl_easy_setopt(handle.get(), CURLOPT_NOPROXY, noProxy.toUtf8().constData());
     curl_easy_setopt(handle.get(), CURLOPT_CONNECT_TO, target.get());
-    curl_easy_setopt(handle.get(), CURLOPT_OPENSOCKETFUNCTION, noteTarget);
+    curl_easy_setopt(handle.get(), CURLOPT_OPENSOCKETFUNCTION, recordTarget);
     curl_easy_setopt(handle.get(), CURLOPT_OPENSOCKETDATA, &port);
     curl_easy_perform(handle.get());
-    return port != questionProxyPort;
+    return port != testProxyPort;
 }
 
 QString proxyInUse(const QString &host, const QString &proxy, const QString &noProxy)

@@ -32,7 +32,6 @@ struct LineDiscounts
     double otherDiscount = 0.0;
 };
 
-/// The discounts of a document.
 struct Discounts
 {
     QMap<int, LineDiscounts> lines;

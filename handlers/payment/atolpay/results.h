@@ -18,7 +18,6 @@ enum class AtolPayTransactionStatus
 
 struct AtolPayStatusResult
 {
-    /// The payment was successful.
     bool success = false;
     /// The exchange failed, or its reply is empty.
     bool noReply = false;
