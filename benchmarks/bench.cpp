@@ -1,6 +1,7 @@
 #include "benchmarks/bench.h"
 
 #include "benchmarks/journalcases.h"
+#include "benchmarks/metricscases.h"
 #include "benchmarks/statistics.h"
 #include "benchmarks/tillcases.h"
 
@@ -36,6 +37,11 @@ void Bench::tills()
 void Bench::journal()
 {
     JournalCases(scene, report).run();
+}
+
+void Bench::metrics()
+{
+    MetricsCases(scene, report).run();
 }
 
 void Bench::oneType()

@@ -38,6 +38,8 @@ public:
     void instructions();
     /// The cost of the delivery journal.
     void journal();
+    /// `queuectl metrics` with a long queue.
+    void metrics();
     /// The till's INSERTs while a program drains.
     void tills();
 

@@ -66,6 +66,8 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
             bench.tills();
         if (wants(u"journal"_s))
             bench.journal();
+        if (wants(u"metrics"_s))
+            bench.metrics();
         if (wants(u"memory"_s) && !isServer)
             bench.idleMemory();
         if (wants(u"memory"_s) && !isServer && !isQuick)
@@ -84,9 +86,9 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    const QStringList all{u"drain"_s, u"driver"_s, u"log"_s,          u"types"_s,  u"backlog"_s,
-                          u"start"_s, u"worker"_s, u"control"_s,      u"till"_s,   u"memory"_s,
-                          u"long"_s,  u"idle"_s,   u"instructions"_s, u"journal"_s};
+    const QStringList all{u"drain"_s, u"driver"_s, u"log"_s,          u"types"_s,   u"backlog"_s,
+                          u"start"_s, u"worker"_s, u"control"_s,      u"till"_s,    u"memory"_s,
+                          u"long"_s,  u"idle"_s,   u"instructions"_s, u"journal"_s, u"metrics"_s};
     const QStringList quick{u"drain"_s, u"types"_s, u"start"_s, u"worker"_s, u"memory"_s};
 
     QCommandLineParser parser;
@@ -97,7 +99,8 @@ int main(int argc, char **argv)
         {u"only"_s, u"One group of figures, may be repeated: "_s + all.join(u", "_s), u"group"_s},
         {u"database"_s, u"SQLite or MariaDB alone."_s, u"name"_s},
         {u"idle-seconds"_s, u"How long to watch the idle service."_s, u"seconds"_s, u"120"_s},
-        {u"till-seconds"_s, u"How long the till writes in each case of group till."_s, u"seconds"_s,
+        {u"till-seconds"_s,
+         u"How long the till writes in each case of the groups till and metrics."_s, u"seconds"_s,
          u"10"_s},
         {u"till-case"_s,
          u"One case of group till, may be repeated: how many types, how much longer a commit takes and "
@@ -124,6 +127,7 @@ int main(int argc, char **argv)
     const QDir programs(parser.value(u"programs"_s));
     Options options;
     options.service = programs.absoluteFilePath(u"queue"_s);
+    options.queuectl = programs.absoluteFilePath(u"queuectl"_s);
     options.bareLoop = programs.absoluteFilePath(u"queue-bareloop"_s);
     options.storeTimes = programs.absoluteFilePath(u"queue-storetimes"_s);
     options.plainTypes = programs.absoluteFilePath(u"queue-plaintypes"_s);

@@ -25,6 +25,7 @@ struct TillCase
 struct Options
 {
     QString service;
+    QString queuectl;
     QString bareLoop;
     QString storeTimes;
     QString plainTypes;

@@ -26,6 +26,11 @@ double Process::residentMb() const
     return static_cast<double>(process->use().memory()) / 1024;
 }
 
+double Process::peakMb() const
+{
+    return static_cast<double>(process->use().peakMemory()) / 1024;
+}
+
 double Process::writtenBytes() const
 {
     return static_cast<double>(process->use().writtenBytes());

@@ -19,6 +19,8 @@ public:
     /// Processor time of all threads so far, in microseconds.
     double processorMicroseconds() const;
     double residentMb() const;
+    /// The peak of the resident memory since the start.
+    double peakMb() const;
     /// Bytes written to files on a disk.
     double writtenBytes() const;
     /// Sends SIGTERM. True if it ended with exit code 0 in time.

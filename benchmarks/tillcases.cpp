@@ -83,21 +83,21 @@ void TillCases::compare(const TillCase &with)
 void TillCases::write(const TillCase &with, const QString &program, const Figures &seen)
 {
     report.values({program,
-                   u"%1 %2 %3"_s.arg(seen.middle, 7, 'f', 1)
-                       .arg(seen.late, 7, 'f', 1)
-                       .arg(seen.longest, 7, 'f', 1),
-                   u"failed: %1 of %2"_s.arg(seen.failed).arg(seen.inserts),
+                   u"%1 %2 %3"_s.arg(seen.inserts.middle, 7, 'f', 1)
+                       .arg(seen.inserts.late, 7, 'f', 1)
+                       .arg(seen.inserts.longest, 7, 'f', 1),
+                   u"failed: %1 of %2"_s.arg(seen.inserts.failed).arg(seen.inserts.count),
                    u"removals that failed: %1"_s.arg(seen.failedRemovals),
                    u"%1 deliveries/s"_s.arg(seen.deliveries, 0, 'f', 0)},
                   u"%1,%2,%3,%4,%5,%6,%7,%8,%9,%10,%11"_s.arg(with.types)
                       .arg(with.commitMs)
                       .arg(with.replyMs)
                       .arg(program)
-                      .arg(seen.middle)
-                      .arg(seen.late)
-                      .arg(seen.longest)
-                      .arg(seen.inserts)
-                      .arg(seen.failed)
+                      .arg(seen.inserts.middle)
+                      .arg(seen.inserts.late)
+                      .arg(seen.inserts.longest)
+                      .arg(seen.inserts.count)
+                      .arg(seen.inserts.failed)
                       .arg(seen.failedRemovals)
                       .arg(seen.deliveries));
 }
@@ -109,13 +109,13 @@ void TillCases::judge(const TillCase &with, const Figures &seen, double gain)
         report.figure(u"  "_s + what, scene.table.database(), value, unit, target);
     };
     if (with.types == 8 && with.commitMs == 20) {
-        figure(u"the till's INSERT, p99"_s, seen.late, u"ms"_s, Target::atMost(100));
+        figure(u"the till's INSERT, p99"_s, seen.inserts.late, u"ms"_s, Target::atMost(100));
         figure(u"deliveries over those before"_s, gain, u""_s, Target::atLeast(2.5));
     } else if (with.types == plainTypeCount && with.commitMs == 50) {
-        figure(u"the till's INSERT, failed"_s, seen.failed, u""_s, Target::atMost(0));
-        figure(u"the till's INSERT, p99"_s, seen.late, u"ms"_s, Target::atMost(500));
+        figure(u"the till's INSERT, failed"_s, seen.inserts.failed, u""_s, Target::atMost(0));
+        figure(u"the till's INSERT, p99"_s, seen.inserts.late, u"ms"_s, Target::atMost(500));
     } else if (with.replyMs == 0) {
-        figure(u"the till's INSERT, p99"_s, seen.late, u"ms"_s, Target::atMost(100));
+        figure(u"the till's INSERT, p99"_s, seen.inserts.late, u"ms"_s, Target::atMost(100));
         figure(u"deliveries over those before"_s, gain, u""_s,
                scene.options.former.isEmpty() ? Target{} : Target::atLeast(1.15));
     }
@@ -158,7 +158,8 @@ TillCases::Figures TillCases::measure(const TillCase &with, Program program)
             fail(u"no row of type %1 is left"_s.arg(name));
     }
 
-    Figures figures = figuresOf(output);
+    Figures figures;
+    figures.inserts = InsertTimes::of(output);
     figures.deliveries = deliveries / elapsed;
     const bool isBare = program == Program::BareLoops || program == Program::GatedBareLoops;
     const QByteArray log = contentOf(isBare ? scene.bareLog() : scene.serviceLog());
@@ -178,23 +179,4 @@ std::unique_ptr<Process> TillCases::start(const TillCase &with, Program program,
                          : with.types > types.size() ? scene.options.plainTypes
                                                      : scene.options.service;
     return scene.startService(Processors::All, disk, path);
-}
-
-/// The figures in the output of the till's program.
-TillCases::Figures TillCases::figuresOf(const QString &path)
-{
-    Figures figures;
-    std::vector<double> times;
-    const QByteArrayList lines = contentOf(path).trimmed().split('\n');
-    for (const QByteArray &line : lines) {
-        const QByteArrayList words = line.split(' ');
-        times.push_back(words.first().toDouble());
-        figures.failed += words.size() > 1 ? 1 : 0;
-    }
-    std::sort(times.begin(), times.end());
-    figures.inserts = static_cast<int>(times.size());
-    figures.middle = median(times);
-    figures.late = times.at(times.size() * 99 / 100);
-    figures.longest = times.back();
-    return figures;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "benchmarks/inserttimes.h"
 #include "benchmarks/report.h"
 #include "benchmarks/scene.h"
 
@@ -26,11 +27,7 @@ private:
     /// The till's times while a program drains, and the program's throughput.
     struct Figures
     {
-        double middle = 0;
-        double late = 0;
-        double longest = 0;
-        int inserts = 0;
-        int failed = 0;
+        InsertTimes inserts;
         /// Failed deletions of the program; each message is delivered again.
         int failedRemovals = 0;
         double deliveries = 0;
@@ -42,7 +39,6 @@ private:
     Figures measure(const TillCase &with, Program program);
     std::unique_ptr<Process> start(const TillCase &with, Program program, const QStringList &names,
                                    int each, const Scene::Variables &disk);
-    static Figures figuresOf(const QString &path);
 
     Scene &scene;
     Report &report;
