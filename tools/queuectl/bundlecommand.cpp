@@ -1,6 +1,7 @@
 #include "shared/core/paths.h"
 #include "tools/queuectl/bundlelogs.h"
 #include "tools/queuectl/command.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/masking.h"
 #include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/settingsfiles.h"
@@ -133,7 +134,7 @@ Report makeBundle(const Call &call)
     Report report;
     report.data = {{u"file"_s, archive},
                    {u"bytes"_s, QFileInfo(archive).size()},
-                   {u"since"_s, exactTime(since)},
+                   {u"since"_s, jsonTime(since)},
                    {u"contents"_s, QJsonArray::fromStringList(names)}};
     report.line(
         text(

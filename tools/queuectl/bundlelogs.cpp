@@ -2,6 +2,7 @@
 
 #include "shared/text/escaping.h"
 #include "tools/queuectl/journalfile.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/logsettings.h"
 #include "tools/queuectl/masking.h"
 #include "tools/queuectl/text.h"
@@ -132,13 +133,14 @@ QByteArray historySince(const QDateTime &since)
     JournalFilter filter;
     filter.since = since;
     filter.limit = maxMessages;
+    const QDateTime now = QDateTime::currentDateTime();
     QByteArray result;
     int count = 0;
     journal.entries(filter, [&](const JournalEntry &entry) {
         // The statement has one more than the limit.
         if (++count > maxMessages)
             return false;
-        const QJsonDocument line(entry.toJson());
+        const QJsonDocument line(withOrigin(entry.toJson(), now));
         result +=
             escaping::escapedJson(
                 withoutLongNumbers(QString::fromUtf8(line.toJson(QJsonDocument::Compact))).toUtf8())

@@ -1,13 +1,11 @@
-#include "shared/text/escaping.h"
 #include "tools/queuectl/cause.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/entrytext.h"
 #include "tools/queuectl/journalfile.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
 #include "tools/queuectl/timewords.h"
-
-#include <QJsonDocument>
 
 using namespace Qt::StringLiterals;
 
@@ -69,13 +67,13 @@ void requireSense(const JournalFilter &filter)
 /// An object a line, as they are read: there may be very many.
 Report printLines(JournalFile &journal, const JournalFilter &filter)
 {
+    const QDateTime now = QDateTime::currentDateTime();
     int count = 0;
     journal.entries(filter, [&](const JournalEntry &entry) {
         if (count == filter.limit)
             return false;
         ++count;
-        print(escaping::escapedJson(QJsonDocument(entry.toJson()).toJson(QJsonDocument::Compact))
-              + '\n');
+        print(jsonAnswer(entry.toJson(), JsonForm::Line, now));
         return true;
     });
     requireJournal(journal);

@@ -4,9 +4,9 @@
 #include "shared/core/databasevalues.h"
 #include "shared/core/paths.h"
 #include "tools/queuectl/fileaccess.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/masking.h"
 #include "tools/queuectl/text.h"
-#include "tools/queuectl/timewords.h"
 
 #include <QFileInfo>
 #include <QSqlDatabase>
@@ -114,8 +114,8 @@ QJsonObject JournalEntry::toJson() const
             {u"status"_s, status},
             {u"text"_s, maskedText(text)},
             {u"attempts"_s, attempts},
-            {u"first"_s, first.isValid() ? QJsonValue(exactTime(first)) : QJsonValue()},
-            {u"last"_s, last.isValid() ? QJsonValue(exactTime(last)) : QJsonValue()},
+            {u"first"_s, jsonTime(first)},
+            {u"last"_s, jsonTime(last)},
             {u"milliseconds"_s, milliseconds}};
 }
 

@@ -2,6 +2,7 @@
 
 #include "tools/queuectl/failids.h"
 #include "tools/queuectl/text.h"
+#include "tools/queuectl/timewords.h"
 
 #include <QProcess>
 #include <QStandardPaths>
@@ -44,8 +45,7 @@ QList<Check> examineClock(const QDateTime &newestRow)
     const QDateTime now = QDateTime::currentDateTime();
     // A till whose battery is flat wakes up years ago, and every certificate is "not yet valid".
     if (now.date().year() < 2025) {
-        findings.error(
-            text("the clock says %1", "часы показывают %1").arg(now.toString(Qt::ISODate)));
+        findings.error(text("the clock says %1", "часы показывают %1").arg(exactTime(now)));
         return findings.checks;
     }
     struct Witness
@@ -64,11 +64,11 @@ QList<Check> examineClock(const QDateTime &newestRow)
         findings.warn(
             text("%1 is from the future (%2): the clock was set back, or the time zones differ",
                  "%1 из будущего (%2): часы перевели назад или часовые пояса различаются")
-                .arg(witness.name, witness.time.toString(Qt::ISODate)));
+                .arg(witness.name, exactTime(witness.time)));
         isGood = false;
     }
     if (isGood)
-        findings.ok(now.toString(Qt::ISODate));
+        findings.ok(exactTime(now));
     return findings.checks;
 }
 

@@ -1,6 +1,7 @@
 #include "tools/queuectl/cause.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/entrytext.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/outages.h"
 #include "tools/queuectl/text.h"
 #include "tools/queuectl/timewords.h"
@@ -18,8 +19,8 @@ QJsonObject outageRecord(const Outage &outage, const QDateTime &now)
 {
     const QDateTime end = outage.goesOn ? now : outage.end;
     return {{u"type"_s, outage.type},
-            {u"from"_s, exactTime(outage.begin)},
-            {u"until"_s, outage.goesOn ? QJsonValue() : QJsonValue(exactTime(outage.end))},
+            {u"from"_s, jsonTime(outage.begin)},
+            {u"until"_s, jsonTime(outage.goesOn ? QDateTime() : outage.end)},
             {u"seconds"_s, outage.begin.secsTo(end)},
             {u"messages"_s, outage.messages},
             {u"deliveredMeanwhile"_s, outage.deliveredMeanwhile},
@@ -69,7 +70,7 @@ Report showOutages(const Call &call)
     QJsonArray records;
     for (const Outage &outage : outages)
         records.append(outageRecord(outage, now));
-    report.data = {{u"since"_s, exactTime(since)}, {u"outages"_s, records}};
+    report.data = {{u"since"_s, jsonTime(since)}, {u"outages"_s, records}};
     if (outages.isEmpty())
         report.line(text("Every message since %1 was finished with at its first attempt.",
                          "С %1 каждое сообщение уходило с первой попытки.")

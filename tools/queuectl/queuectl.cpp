@@ -6,6 +6,7 @@
 #include "shared/text/escaping.h"
 #include "tools/queuectl/checkcommand.h"
 #include "tools/queuectl/command.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
 
@@ -14,7 +15,6 @@
 #include <log4qt/propertyconfigurator.h>
 
 #include <QCommandLineParser>
-#include <QJsonDocument>
 
 #include <algorithm>
 
@@ -161,8 +161,8 @@ int run(const QStringList &commandLine)
         if (isJson) {
             const QJsonObject error{{u"exitCode"_s, failure.exitCode()},
                                     {u"text"_s, failure.tr().ru()}};
-            printError(QString::fromUtf8(escaping::escapedJson(
-                QJsonDocument(withOrigin({{u"error"_s, error}})).toJson(QJsonDocument::Compact))));
+            const QByteArray line = jsonAnswer({{u"error"_s, error}}, JsonForm::Line);
+            printError(QString::fromUtf8(line).trimmed());
         } else {
             printError(escaping::escaped(failure.tr().ru()));
         }

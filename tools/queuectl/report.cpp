@@ -1,12 +1,11 @@
 #include "tools/queuectl/report.h"
 
 #include "shared/text/escaping.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/text.h"
-#include "tools/queuectl/timewords.h"
 
 #include <QDateTime>
 #include <QJsonDocument>
-#include <QSysInfo>
 
 #include <algorithm>
 
@@ -219,15 +218,7 @@ QString Report::toText(bool withColours) const
 
 QByteArray Report::toJson() const
 {
-    return escaping::escapedJson(QJsonDocument(withOrigin(data)).toJson());
-}
-
-QJsonObject withOrigin(QJsonObject object)
-{
-    object.insert(u"host"_s, QSysInfo::machineHostName());
-    object.insert(u"version"_s, QStringLiteral(QUEUE_VERSION));
-    object.insert(u"time"_s, exactTime(QDateTime::currentDateTime()));
-    return object;
+    return jsonAnswer(data, JsonForm::Indented);
 }
 
 QString shortened(const QString &text, qsizetype widest)

@@ -73,7 +73,7 @@ public:
     void object(const QJsonObject &object);
 
     QString toText(bool withColours) const;
-    /// With the origin, see withOrigin().
+    /// See jsonAnswer().
     QByteArray toJson() const;
 
 private:
@@ -95,10 +95,6 @@ private:
 
     QList<Block> blocks;
 };
-
-/// The object with the members `host`, `version` and `time` (now, with the offset), so that an
-/// answer that was collected says where and when it was given.
-QJsonObject withOrigin(QJsonObject object);
 
 /// `text`, cut with an ellipsis when it has more than `widest` characters.
 QString shortened(const QString &text, qsizetype widest);

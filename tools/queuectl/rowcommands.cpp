@@ -1,4 +1,5 @@
 #include "tools/queuectl/command.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/masking.h"
 #include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/rowcheck.h"
@@ -23,7 +24,7 @@ QJsonObject rowRecord(const Row &row)
             {u"type"_s, row.type},
             {u"cardNumber"_s, row.cardNumber},
             {u"statusCode"_s, row.statusCode},
-            {u"creationTime"_s, row.creationTime.toString(Qt::ISODate)},
+            {u"creationTime"_s, jsonTime(row.creationTime)},
             {u"ageSeconds"_s, row.ageSeconds()}};
 }
 

@@ -4,6 +4,7 @@
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/controlport.h"
 #include "tools/queuectl/entrytext.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/shape.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
@@ -289,7 +290,7 @@ Report settle(const Call &call)
         waiting += blocker.count;
     }
     report.data = {{u"settled"_s, blockers.isEmpty()},
-                   {u"before"_s, exactTime(cutoff.before)},
+                   {u"before"_s, jsonTime(cutoff.before)},
                    {u"waiting"_s, waiting},
                    {u"blocking"_s, records}};
     const QString time = timeText(cutoff.before);

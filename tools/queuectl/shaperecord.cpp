@@ -1,5 +1,6 @@
 #include "tools/queuectl/shaperecord.h"
 
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/text.h"
 
 #include <QJsonArray>
@@ -75,9 +76,7 @@ QJsonObject destinationRecord(const ShapeDestination &destination)
              destination.address.isEmpty() ? QJsonValue() : QJsonValue(destination.address)},
             {u"state"_s, stateName(destination.cause)},
             {u"cause"_s, causeName(destination.cause)},
-            {u"since"_s, destination.since.isValid()
-                             ? QJsonValue(destination.since.toString(Qt::ISODate))
-                             : QJsonValue()},
+            {u"since"_s, jsonTime(destination.since)},
             {u"rows"_s, destination.count},
             {u"oldestAgeSeconds"_s, destination.oldestSeconds},
             {u"deliveredToday"_s, destination.today.delivered},

@@ -5,6 +5,7 @@
 #include "tools/queuectl/concerns.h"
 #include "tools/queuectl/controlport.h"
 #include "tools/queuectl/entrytext.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/logsettings.h"
 #include "tools/queuectl/situation.h"
 #include "tools/queuectl/terminal.h"
@@ -20,11 +21,6 @@ namespace queuectl {
 
 namespace {
 
-QJsonValue isoTime(const QDateTime &time)
-{
-    return time.isValid() ? QJsonValue(time.toString(Qt::ISODate)) : QJsonValue();
-}
-
 QJsonObject typeRecord(const TypeRows &rows, const Situation &situation)
 {
     const auto failId = situation.failIds.of(rows.type);
@@ -39,7 +35,7 @@ QJsonObject typeRecord(const TypeRows &rows, const Situation &situation)
     return {
         {u"type"_s, rows.type},
         {u"waiting"_s, rows.count},
-        {u"oldest"_s, isoTime(rows.oldest)},
+        {u"oldest"_s, jsonTime(rows.oldest)},
         {u"oldestAgeSeconds"_s, rows.oldest.isValid()
                                     ? QJsonValue(rows.oldest.secsTo(QDateTime::currentDateTime()))
                                     : QJsonValue()},
@@ -50,7 +46,7 @@ QJsonObject typeRecord(const TypeRows &rows, const Situation &situation)
         {u"lastFailure"_s, failure},
         {u"lastFailureCause"_s,
          kept ? QJsonValue(causeName(causeOfKind(kept->kind))) : QJsonValue()},
-        {u"lastFailureTime"_s, kept ? isoTime(kept->last) : QJsonValue()},
+        {u"lastFailureTime"_s, kept ? jsonTime(kept->last) : QJsonValue()},
     };
 }
 
@@ -129,7 +125,7 @@ Report showStatus(const Call & /*call*/)
     report.data.insert(u"process"_s, serviceProcess());
     const QString log = logFile();
     report.data.insert(u"log"_s, log.isEmpty() ? QJsonValue() : QJsonValue(log));
-    report.data.insert(u"failIdsSaved"_s, isoTime(situation.failIds.savedAt));
+    report.data.insert(u"failIdsSaved"_s, jsonTime(situation.failIds.savedAt));
 
     const bool hasDatabase = database.value(u"state"_s).toString() == u"ok";
     const bool hasService = control.value(u"state"_s).toString() == u"ok";
@@ -190,8 +186,7 @@ Report watchStatus(const Call &call)
     for (int i = 1; count == 0 || i <= count; ++i) {
         report = showStatus(call);
         if (call.isJson) {
-            const QJsonDocument line(withOrigin(report.data));
-            print(escaping::escapedJson(line.toJson(QJsonDocument::Compact)) + '\n');
+            print(jsonAnswer(report.data, JsonForm::Line));
         } else {
             const QString head =
                 text("%1, every %2 s, end with Ctrl-C", "%1, каждые %2 с, выход по Ctrl-C")

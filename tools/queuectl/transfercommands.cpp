@@ -1,5 +1,6 @@
 #include "shared/text/escaping.h"
 #include "tools/queuectl/command.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/rowcheck.h"
 #include "tools/queuectl/terminal.h"
@@ -56,7 +57,7 @@ int writeRows(MessageRows &rows, const QString &type, bool withBar,
             break;
         after = page.last().id;
     }
-    write(jsonLine({{countMember, written}}));
+    write(jsonAnswer({{countMember, written}}, JsonForm::Line));
     return written;
 }
 

@@ -4,6 +4,7 @@
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/controlport.h"
 #include "tools/queuectl/entrytext.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/rowcheck.h"
 #include "tools/queuectl/situation.h"
 #include "tools/queuectl/text.h"
@@ -247,9 +248,7 @@ Report explainRow(const Call &call)
                    {u"attempts"_s, entry ? entry->attempts : 0},
                    {u"rule"_s, rule},
                    {u"nextTry"_s, next.text},
-                   {u"nextTryEarliest"_s, next.earliest.isValid()
-                                              ? QJsonValue(next.earliest.toString(Qt::ISODate))
-                                              : QJsonValue()},
+                   {u"nextTryEarliest"_s, jsonTime(next.earliest)},
                    {u"actor"_s, actor},
                    {u"who"_s, actorName(actorFor(cause, service))},
                    {u"serviceRunning"_s, service == PortState::Service},

@@ -9,7 +9,6 @@
 #include <QDateTime>
 #include <QFile>
 #include <QJsonArray>
-#include <QSysInfo>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -35,8 +34,6 @@ private Q_SLOTS:
     void performanceData();
     void wrongCalls_data();
     void wrongCalls();
-    void jsonSaysWhereAndWhen_data();
-    void jsonSaysWhereAndWhen();
     void listByAge();
     void listNeedsTypeOrAge();
     void spans_data();
@@ -175,35 +172,6 @@ void TestCheckCommand::wrongCalls()
     const CommandResult result = till->run(QStringList{u"check"_s} + arguments);
     QCOMPARE(result.exitCode, 3);
     QVERIFY2(result.out.startsWith(u"QUEUE UNKNOWN - "_s), qPrintable(result.out));
-}
-
-void TestCheckCommand::jsonSaysWhereAndWhen_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::newRow("status") << QStringList{u"status"_s};
-    QTest::newRow("watch") << QStringList{u"watch"_s, u"--count"_s, u"1"_s};
-    QTest::newRow("list") << QStringList{u"list"_s, u"heineken"_s};
-    QTest::newRow("check") << QStringList{u"check"_s};
-    QTest::newRow("metrics") << QStringList{u"metrics"_s};
-    QTest::newRow("a failure") << QStringList{u"show"_s, u"4711"_s};
-}
-
-void TestCheckCommand::jsonSaysWhereAndWhen()
-{
-    QFETCH(QStringList, arguments);
-    CommandResult result = till->run(arguments + QStringList{u"--json"_s});
-    if (result.out.isEmpty())
-        result.out = result.err;
-    const QJsonObject object = result.json();
-    QCOMPARE(object.value(u"host"_s).toString(), QSysInfo::machineHostName());
-    QCOMPARE(u"queuectl %1\n"_s.arg(object.value(u"version"_s).toString()),
-             till->run({u"--version"_s}).out);
-    const QString time = object.value(u"time"_s).toString();
-    static const QRegularExpression offset(u"(Z|[+-]\\d\\d:\\d\\d)$"_s);
-    QVERIFY2(offset.match(time).hasMatch(), qPrintable(time));
-    const qint64 age =
-        QDateTime::fromString(time, Qt::ISODateWithMs).secsTo(QDateTime::currentDateTime());
-    QVERIFY2(age >= 0 && age < 60, qPrintable(time));
 }
 
 void TestCheckCommand::listByAge()

@@ -110,9 +110,10 @@ void TestQueuectlHistory::jsonIsAnObjectALine()
     QCOMPARE(lines.size(), 3);
     QCOMPARE(lines[2], QString());
     const QJsonObject record = QJsonDocument::fromJson(lines[0].toUtf8()).object();
-    QCOMPARE(record.keys(), (QStringList{u"attempts"_s, u"card"_s, u"first"_s, u"id"_s, u"kind"_s,
-                                         u"last"_s, u"milliseconds"_s, u"reference"_s, u"status"_s,
-                                         u"text"_s, u"type"_s, u"verdict"_s}));
+    QCOMPARE(record.keys(),
+             (QStringList{u"attempts"_s, u"card"_s, u"first"_s, u"host"_s, u"id"_s, u"kind"_s,
+                          u"last"_s, u"milliseconds"_s, u"reference"_s, u"status"_s, u"text"_s,
+                          u"time"_s, u"type"_s, u"verdict"_s, u"version"_s}));
     QCOMPARE(record.value(u"text"_s).toString(), u"одна\nдве строки"_s);
     QVERIFY(QDateTime::fromString(record.value(u"last"_s).toString(), Qt::ISODateWithMs).isValid());
     // Nothing found is nothing printed, for a program that reads it.

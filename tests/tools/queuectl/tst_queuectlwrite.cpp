@@ -367,7 +367,7 @@ void TestQueuectlWrite::roundTrip()
     QCOMPARE(lines.size(), 4);
     for (const QString &line : lines)
         QVERIFY(QJsonDocument::fromJson(line.toUtf8()).isObject());
-    QCOMPARE(lines.last(), u"{\"exported\":3}"_s);
+    QVERIFY2(lines.last().startsWith(u"{\"exported\":3,\"host\":"_s), qPrintable(lines.last()));
     till->database.query(u"DELETE FROM message"_s);
 
     const QString file = till->write(u"/rows.jsonl"_s, exported.out.toUtf8());
