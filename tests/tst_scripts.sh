@@ -60,6 +60,39 @@ for script in run test bench .ci/run scripts/coverage scripts/fuzz scripts/insta
     check "$script has no syntax error" bash -n "$root/$script"
 done
 
+# What gcov says of `if (a) f(b);`, where f() may throw and its argument is destroyed on the way.
+mkdir "$work/gcov"
+cat >"$work/gcov/gcov" <<'STAND_IN'
+#!/bin/bash
+cat >a.gcov <<'REPORT'
+        1:    7:    if (a) f(b);
+        1:    7-block  0
+branch  0 taken 1 (fallthrough)
+branch  1 taken 0
+        1:    7-block  1
+call    2 returned 1
+branch  3 taken 1 (fallthrough)
+branch  4 taken 0 (throw)
+    $$$$$:    7-block  2
+branch  5 never executed
+branch  6 never executed
+    %%%%%:    7-block  3
+branch  7 never executed
+branch  8 never executed
+REPORT
+echo "Creating 'a.gcov'"
+STAND_IN
+chmod +x "$work/gcov/gcov"
+(cd "$work/gcov" && PATH="$work/gcov:$PATH" "$root/scripts/gcov-decisions" >/dev/null)
+run_command grep '^branch' "$work/gcov/a.gcov"
+check "gcov-decisions: the exits of a decision are left alone" says "branch  1 taken 0
+"
+check "gcov-decisions: the exits of a call are no decision" says "branch  3 taken 0 (throw)
+branch  4 taken 0 (throw)"
+check "gcov-decisions: what only an exception reaches is no decision" says "branch  5 taken 0 (throw)
+branch  6 taken 0 (throw)"
+check "gcov-decisions: a decision that was never reached is left alone" says "branch  8 never executed"
+
 run_command "$root/run" --nonsense
 check "run: an unknown argument exits with 2" exits_with 2
 check "run: an unknown argument shows the usage" says "Usage: ./run"
