@@ -54,6 +54,12 @@ void TestCardMask::cardNumbers_data()
     QTest::newRow("four, six, five") << u"3782 822463 10005"_s << u"****0005"_s;
     QTest::newRow("in fours, a wrong check digit")
         << u"4111 1111 1111 1112"_s << u"4111 1111 1111 1112"_s;
+    QTest::newRow("in fours, nothing after the last blank")
+        << u"4111 1111 1111 "_s << u"4111 1111 1111 "_s;
+    QTest::newRow("in fours, a last group of seven")
+        << u"6304 0000 0000 0000000"_s << u"****0000"_s;
+    QTest::newRow("in fours, a last group of eight")
+        << u"6304 0000 0000 00000000"_s << u"6304 0000 0000 00000000"_s;
     QTest::newRow("a receipt before a card") << u"4711 4111111111111111"_s << u"4711 ****1111"_s;
     QTest::newRow("other digits") << u"٤١١١١١١١١١١١١١١١"_s << u"٤١١١١١١١١١١١١١١١"_s;
 }
