@@ -114,9 +114,9 @@ QLatin1StringView nameOf(FailureKind kind)
     case FailureKind::Request:
         return "request"_L1;
     case FailureKind::Service:
-        return "service"_L1;
+        break;
     }
-    Q_UNREACHABLE();
+    return "service"_L1;
 }
 
 } // namespace http
