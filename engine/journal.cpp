@@ -14,9 +14,6 @@ namespace {
 constexpr size_t earlyCount = 1000;
 /// The most messages kept in memory, for the next write or while the file cannot be written.
 constexpr size_t mostMessages = 2000;
-constexpr auto factInterval = std::chrono::minutes(1);
-/// A disk that damages every file must not fill up with copies.
-constexpr auto puttingAsideInterval = std::chrono::hours(1);
 
 } // namespace
 
@@ -56,7 +53,7 @@ void Journal::note(const Fact &fact)
         const auto key = std::pair(fact.name, fact.subject);
         const std::scoped_lock lock(mutex);
         const auto known = noted.constFind(key);
-        if (known != noted.constEnd() && now - *known < factInterval)
+        if (known != noted.constEnd() && now - *known < timing.factInterval)
             return;
         noted.insert(key, now);
         pending.facts.insert(key, fact);
@@ -142,7 +139,7 @@ bool Journal::putAside(const QString &reason)
     const QString kept = store.putAside();
     if (kept.isEmpty())
         return false;
-    nextPuttingAside = now + puttingAsideInterval;
+    nextPuttingAside = now + timing.puttingAsideInterval;
     logger->warn(
         u"Журнал доставки '%1' повреждён (%2), он сохранён под именем '%3', начат новый"_s.arg(
             path, reason, kept));

@@ -23,6 +23,10 @@ struct JournalTiming
     std::chrono::milliseconds interval{1000};
     /// The wait after a failed write.
     std::chrono::milliseconds retryInterval{10'000};
+    /// A fact that was told is not written again before.
+    std::chrono::milliseconds factInterval{std::chrono::minutes(1)};
+    /// A damaged file is not put aside again before: a disk that damages each file would be filled.
+    std::chrono::milliseconds puttingAsideInterval{std::chrono::hours(1)};
 };
 
 /// Records the outcome of each message in an SQLite file of its own, independent of the till's

@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimeZone>
 
 #include <thread>
 #include <vector>
@@ -48,14 +49,28 @@ private Q_SLOTS:
     void endWithoutOutcomesLeavesNoFile();
     void manyWorkers();
     void factsAreWrittenNowAndThen();
+    void factIsWrittenAgainAfterItsInterval();
     void fileThatCannotBeWrittenIsToldOnce();
     void memoryIsBounded();
     void attemptsOfOneMessageNeedTheRoomOfOne();
     void lossIsToldAtTheEnd();
     void damagedFileIsPutAside();
     void damagedFileThatCannotBePutAsideIsLeft();
+    void damagedFileThatCannotBeRenamed();
+    void damagedFileIsPutAsideAgainLater();
+    void batchOfTotalsAlone();
+    void talliesOfTwoBatches_data();
+    void talliesOfTwoBatches();
 
 private:
+    void damage() const
+    {
+        QFile content(path);
+        QVERIFY(content.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        content.write(QByteArray(8192, 'x'));
+    }
+    QStringList damagedFiles() const { return QDir(folder->path()).entryList({u"*.damaged-*"_s}); }
+
     void begin(const JournalTiming &timing, const JournalLimits &limits = {})
     {
         journal = std::make_unique<Journal>(path, limits, timing);
@@ -174,6 +189,17 @@ void TestJournal::factsAreWrittenNowAndThen()
              (QStringList{u"certificate 3"_s, u"clock 1"_s}));
 }
 
+void TestJournal::factIsWrittenAgainAfterItsInterval()
+{
+    JournalTiming timing = soon;
+    timing.factInterval = 0ms;
+    begin(timing);
+    journal->note({u"clock"_s, u"a"_s, u"1"_s, {}});
+    QTRY_VERIFY(QFile::exists(path) && !rows(u"SELECT value FROM fact"_s).isEmpty());
+    journal->note({u"clock"_s, u"a"_s, u"2"_s, {}});
+    QTRY_COMPARE(rows(u"SELECT value FROM fact"_s), QStringList{u"2"_s});
+}
+
 /// A folder in place of the file: nobody can write it, root included.
 void TestJournal::fileThatCannotBeWrittenIsToldOnce()
 {
@@ -274,11 +300,6 @@ void TestJournal::damagedFileThatCannotBePutAsideIsLeft()
 {
     const LogCapture log(u"journal"_s);
     begin(soon);
-    const auto damage = [this] {
-        QFile content(path);
-        QVERIFY(content.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        content.write(QByteArray(8192, 'x'));
-    };
     damage();
     journal->take(attempt(1));
     QTRY_COMPARE(log.lines().size(), 1);
@@ -288,7 +309,108 @@ void TestJournal::damagedFileThatCannotBePutAsideIsLeft()
     journal->take(attempt(2));
     QTRY_COMPARE(log.lines().size(), 2);
     QVERIFY2(log.lines().last().contains(u"не записывается"_s), qPrintable(log.lines().last()));
-    QCOMPARE(QDir(folder->path()).entryList({u"*.damaged-*"_s}).size(), 1);
+    QCOMPARE(damagedFiles().size(), 1);
+}
+
+/// Its name is so long that what would be appended is too much for the file system.
+void TestJournal::damagedFileThatCannotBeRenamed()
+{
+    path = folder->filePath(QString(245, u'j'));
+    const LogCapture log(u"journal"_s);
+    damage();
+    begin(soon);
+    journal->take(attempt(1));
+    QTRY_COMPARE(log.lines().size(), 1);
+    QVERIFY2(log.lines().first().contains(u"не записывается"_s), qPrintable(log.lines().first()));
+    QCOMPARE(QFileInfo(path).size(), 8192);
+    QCOMPARE(damagedFiles(), QStringList());
+
+    QVERIFY(QFile::remove(path));
+    QTRY_COMPARE(count(), 1);
+}
+
+void TestJournal::damagedFileIsPutAsideAgainLater()
+{
+    const LogCapture log(u"journal"_s);
+    JournalTiming timing = soon;
+    timing.puttingAsideInterval = 0ms;
+    begin(timing);
+    for (int time = 1; time <= 2; ++time) {
+        QFile::remove(path);
+        damage();
+        journal->take(attempt(time));
+        QTRY_COMPARE(log.lines().size(), time);
+        QTRY_COMPARE(count(), 1);
+    }
+    QCOMPARE(damagedFiles().size(), 2);
+}
+
+/// The rows did not fit into memory, and their totals count.
+void TestJournal::batchOfTotalsAlone()
+{
+    JournalBatch batch;
+    QVERIFY(batch.isEmpty());
+    batch.types[u"cardlab"_s].add(attempt(1));
+    QVERIFY(!batch.isEmpty());
+    JournalBatch facts;
+    facts.facts.insert({u"clock"_s, u"a"_s}, {u"clock"_s, u"a"_s, u"1"_s, {}});
+    QVERIFY(!facts.isEmpty());
+}
+
+void TestJournal::talliesOfTwoBatches_data()
+{
+    QTest::addColumn<QList<Verdict>>("first");
+    QTest::addColumn<QList<Verdict>>("second");
+    QTest::addColumn<int>("failingSince");
+    QTest::addColumn<int>("lastDelivered");
+    constexpr auto delivered = Verdict::Delivered;
+    constexpr auto dropped = Verdict::Dropped;
+    constexpr auto kept = Verdict::Kept;
+    using Verdicts = QList<Verdict>;
+    QTest::newRow("delivered") << Verdicts{delivered} << Verdicts{delivered} << 0 << 2;
+    QTest::newRow("fails since before") << Verdicts{kept} << Verdicts{kept} << 1 << 0;
+    QTest::newRow("begins to fail") << Verdicts{delivered} << Verdicts{kept} << 2 << 1;
+    QTest::newRow("works again") << Verdicts{kept} << Verdicts{delivered} << 0 << 2;
+    QTest::newRow("fails after one that passed")
+        << Verdicts{kept} << Verdicts{delivered, kept} << 3 << 2;
+    QTest::newRow("one passed before") << Verdicts{delivered, kept} << Verdicts{kept} << 2 << 1;
+    QTest::newRow("a drop ends it as well") << Verdicts{kept} << Verdicts{dropped} << 0 << 0;
+    QTest::newRow("a drop is no delivery") << Verdicts{delivered} << Verdicts{dropped} << 0 << 1;
+}
+
+/// The attempts happen one after another, a millisecond apart. What comes together in two batches
+/// must come to the same as in one.
+void TestJournal::talliesOfTwoBatches()
+{
+    QFETCH(QList<Verdict>, first);
+    QFETCH(QList<Verdict>, second);
+    qint64 time = 0;
+    TypeTally whole;
+    const auto tallyOf = [&](const QList<Verdict> &verdicts) {
+        TypeTally tally;
+        for (const Verdict verdict : verdicts) {
+            Outcome outcome = attempt(1, verdict);
+            outcome.begun = QDateTime::fromMSecsSinceEpoch(++time, QTimeZone::utc());
+            tally.add(outcome);
+            whole.add(outcome);
+        }
+        return tally;
+    };
+    JournalBatch batch;
+    batch.types.insert(u"cardlab"_s, tallyOf(first));
+    JournalBatch later;
+    later.types.insert(u"cardlab"_s, tallyOf(second));
+    later.types.insert(u"heineken"_s, {});
+    batch.add(std::move(later));
+
+    const TypeTally tally = batch.types.value(u"cardlab"_s);
+    QTEST(static_cast<int>(tally.failingSince), "failingSince");
+    QTEST(static_cast<int>(tally.lastDelivered), "lastDelivered");
+    QCOMPARE(tally.counts, whole.counts);
+    QCOMPARE(tally.failingSince, whole.failingSince);
+    QCOMPARE(tally.lastDelivered, whole.lastDelivered);
+    QCOMPARE(tally.isFinishing, whole.isFinishing);
+    QVERIFY(batch.types.contains(u"heineken"_s));
 }
 
 QTEST_GUILESS_MAIN(TestJournal)
