@@ -226,14 +226,16 @@ bool DAO::claimType(const QString &type)
 
 void DAO::releaseType(const QString &type)
 {
-    if (isClaimed && connected)
+    if (isClaimed)
         askLock(u"RELEASE_LOCK('%1')"_s, type);
     isClaimed = false;
 }
 
 QString DAO::holderOfType(const QString &type)
 {
-    return askLock(u"IS_USED_LOCK('%1')"_s, type).toString();
+    const QVariant holder = askLock(u"IS_USED_LOCK('%1')"_s, type);
+    // A number that is NULL reads as 0.
+    return holder.isNull() ? QString() : holder.toString();
 }
 
 QVariant DAO::askLock(const QString &function, const QString &type)

@@ -76,7 +76,8 @@ public:
     /// Whether this connection still has its lock on the type. A new connection does not.
     bool hasClaim() const { return isClaimed; }
     void releaseType(const QString &type);
-    /// The connection id of the lock's owner; empty when the server does not tell.
+    /// The connection id of the lock's owner; empty when the type is not locked, or the server does
+    /// not tell.
     QString holderOfType(const QString &type);
     /// Errors of this store since its start or the last reset.
     int getErrorsCount() const;

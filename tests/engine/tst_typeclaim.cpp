@@ -58,6 +58,11 @@ public:
         , delivery(std::move(delivery))
     {
     }
+    ClaimingHandler(std::function<void(const Message &)> delivery, const TurnRule &turnRule)
+        : BasicHandler(u"spasibo"_s, turnRule)
+        , delivery(std::move(delivery))
+    {
+    }
     bool sendMessage(const Message &message) override
     {
         delivered.append(message.id);
@@ -90,7 +95,9 @@ private Q_SLOTS:
     void typeIsHeldWhileItIsDelivered();
     void typeOfAnotherServiceIsLeftAlone();
     void claimThatAnotherServiceTookMeanwhile();
+    void claimLostWhileItsTurnIsAsked();
     void claimIsTakenAgainAfterAReconnect();
+    void serverThatIsAway();
     void withoutSharingNobodyAsks();
 
 private:
@@ -187,6 +194,49 @@ void TestTypeClaim::claimThatAnotherServiceTookMeanwhile()
     QVERIFY(!state->startIds.lock()->contains(u"spasibo"_s));
     QCOMPARE(rows(), "1 2");
     other.releaseType();
+}
+
+/// The question about the turn meets the broken connection. What was read over it may be in the
+/// other service's hands by now.
+void TestTypeClaim::claimLostWhileItsTurnIsAsked()
+{
+    OtherService other(server);
+    put({1, 2});
+    ClaimingHandler handler([](const Message &) {},
+                            [&](const Message &message, queue::DAO &dao, Log4Qt::Logger &) {
+                                cutWorker();
+                                if (!QTest::qWaitFor([&] { return other.takeType(); }))
+                                    return BasicHandler::Turn::EndOfPass;
+                                dao.hasEarlierMessage(message.type, message.id, u"x"_s);
+                                return BasicHandler::Turn::Now;
+                            });
+    handler.setState(state);
+    handler.run();
+    QCOMPARE(handler.delivered, QList<int>());
+    QVERIFY(!state->startIds.lock()->contains(u"spasibo"_s));
+    QCOMPARE(rows(), "1 2");
+    other.releaseType();
+}
+
+/// The row that is read over the next connection does not count without a claim of its own, so the
+/// worker ends as with an empty queue.
+void TestTypeClaim::serverThatIsAway()
+{
+    put({1});
+    queue::DAO dao;
+    dao.connect();
+    server.stop();
+    QVERIFY(dao.claimType(u"spasibo"_s));
+    QVERIFY(!dao.hasClaim());
+    dao.releaseType(u"spasibo"_s);
+    server.start();
+    QCOMPARE(dao.getMessage(u"spasibo"_s, -1, false, QString()).id, 1);
+    QVERIFY(!dao.hasClaim());
+    QVERIFY(dao.claimType(u"spasibo"_s));
+    QVERIFY(dao.hasClaim());
+    QVERIFY(!dao.holderOfType(u"spasibo"_s).isEmpty());
+    dao.releaseType(u"spasibo"_s);
+    QCOMPARE(dao.holderOfType(u"spasibo"_s), QString());
 }
 
 void TestTypeClaim::claimIsTakenAgainAfterAReconnect()
