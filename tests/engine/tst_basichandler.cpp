@@ -7,11 +7,15 @@
 #include "tests/support/queuedatabase.h"
 #include "tests/support/vtable.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
+#include <QProcess>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QTest>
 
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <new>
 
@@ -19,11 +23,15 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+/// The argument with which the test calls its own program.
+constexpr const char *withoutState = "run-without-state";
+
 /// What the handlers of one test see and do.
 struct Script
 {
     QSet<int> refused;
     QSet<int> givenUp;
+    QSet<int> doneBefore;
     /// What the delivery of a message throws.
     QMap<int, std::exception_ptr> thrown;
     /// The service is asked to stop during this message's delivery.
@@ -34,6 +42,11 @@ struct Script
 class ScriptedHandler : public BasicHandler
 {
 public:
+    ScriptedHandler(const QString &type, Script &script, const TurnRule &turnRule)
+        : BasicHandler(type, turnRule)
+        , script(script)
+    {
+    }
     ScriptedHandler(const QString &type, Script &script)
         : BasicHandler(type)
         , script(script)
@@ -49,6 +62,8 @@ public:
             std::rethrow_exception(exception);
         if (script.givenUp.contains(message.id))
             return giveUp(u"отказ"_s);
+        if (script.doneBefore.contains(message.id))
+            return doneBefore(u"выполнено раньше"_s);
         return !script.refused.contains(message.id);
     }
     void onSendFailed(int id) override
@@ -90,6 +105,46 @@ public:
     QStringList lines;
 };
 
+/// As the till's daily report, it has no use for facts.
+class CountingSink : public OutcomeSink
+{
+public:
+    void take(const Outcome & /*outcome*/) override { ++count; }
+
+    int count = 0;
+};
+
+/// The service answers each request.
+class ExchangingHandler : public ScriptedHandler
+{
+public:
+    using ScriptedHandler::ScriptedHandler;
+
+    bool sendMessage(const Message &message) override
+    {
+        http::ExchangeReport report;
+        report.host = u"bank.example"_s;
+        report.status = 404;
+        report.clockDifference = std::chrono::seconds(3);
+        http::tellObserver(report);
+        return ScriptedHandler::sendMessage(message);
+    }
+};
+
+/// A worker that was made by hand. The message handler ends the program in an orderly way, which
+/// keeps its counts of covered lines.
+int runWithoutState()
+{
+    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
+        fprintf(stderr, "%s\n", qPrintable(text));
+        if (type == QtFatalMsg)
+            std::exit(3);
+    });
+    Script script;
+    ScriptedHandler(u"spasibo"_s, script).run();
+    return 0;
+}
+
 } // namespace
 
 class TestBasicHandler : public QObject
@@ -107,6 +162,9 @@ private Q_SLOTS:
     void forcedStartServesTheWholeType();
     void stopBeforeTheFirstRead();
     void stopBetweenTwoMessages();
+    void standByLeavesTheQueueAlone();
+    void messageThatHasToWait();
+    void workerWithoutState();
     void idZeroIsNeverProcessed();
     void lostDatabaseForgetsTheFailId();
     void unreadableBodyReachesTheHandler();
@@ -116,7 +174,10 @@ private Q_SLOTS:
     void handlerThatThrows();
     void outcomesAreTold();
     void dropLeavesALine();
+    void lineOfADropNamesReferenceAndStatus();
     void factsAreTold();
+    void factsAreNotForEverySink();
+    void wordOutsideOfAnAttempt();
     void typeIsListedWhileItRuns();
     void snapshotIsNotDisturbed();
     void unreachableDatabaseLeavesRun();
@@ -243,6 +304,47 @@ void TestBasicHandler::stopBetweenTwoMessages()
     QCOMPARE(database->ids(), QList<int>{2});
 }
 
+/// Another service has taken over. The next pass, when it is this one's turn again, goes on where
+/// this one would have begun.
+void TestBasicHandler::standByLeavesTheQueueAlone()
+{
+    put({5, 6});
+    state->startIds.lock()->insert(u"spasibo"_s, 5);
+    state->role = ServiceRole::StandBy;
+    const LogCapture log(u"spasibo"_s);
+    QCOMPARE(pass(), u""_s);
+    QCOMPARE(failId(), 5);
+    QVERIFY(log.lines().contains(
+        u"INFO Служба больше не обслуживает очередь, обработчик завершается"_s));
+    state->role = ServiceRole::Active;
+    QCOMPARE(pass(), u"6 deleted, end"_s);
+}
+
+void TestBasicHandler::messageThatHasToWait()
+{
+    put({1, 2, 3, 4, 5});
+    QMap<int, BasicHandler::Turn> turns{{2, BasicHandler::Turn::Later},
+                                        {4, BasicHandler::Turn::EndOfPass}};
+    ScriptedHandler handler(u"spasibo"_s, script,
+                            [&turns](const Message &message, queue::DAO &, Log4Qt::Logger &) {
+                                return turns.value(message.id, BasicHandler::Turn::Now);
+                            });
+    handler.setState(state);
+    handler.run();
+    QCOMPARE(script.events.join(u", "_s), u"1 deleted, 2 kept, 3 deleted, 4 kept"_s);
+    QCOMPARE(failId(), 4);
+    QCOMPARE(database->ids(), (QList<int>{2, 4, 5}));
+}
+
+void TestBasicHandler::workerWithoutState()
+{
+    QProcess worker;
+    worker.start(QCoreApplication::applicationFilePath(), {QString::fromLatin1(withoutState)});
+    QVERIFY(worker.waitForFinished());
+    QCOMPARE(worker.exitCode(), 3);
+    QVERIFY(worker.readAllStandardError().contains("A worker runs without its state"));
+}
+
 void TestBasicHandler::idZeroIsNeverProcessed()
 {
     put({0, 1});
@@ -364,10 +466,13 @@ void TestBasicHandler::outcomesAreTold()
     script.givenUp.insert(2);
     refuse(3);
     pass();
+    put({5});
+    script.doneBefore.insert(5);
     script.thrown.insert(4, std::make_exception_ptr(std::runtime_error("no table")));
     pass();
+    pass();
     QCOMPARE(sink->lines, (QStringList{u"1 delivered "_s, u"2 dropped отказ"_s, u"3 kept "_s,
-                                       u"4 kept no table"_s}));
+                                       u"4 kept no table"_s, u"5 delivered выполнено раньше"_s}));
 }
 
 /// Also where nobody takes the outcomes.
@@ -381,26 +486,56 @@ void TestBasicHandler::dropLeavesALine()
     QCOMPARE(log.lines(), QStringList{u"INFO Сообщение 2 (spasibo) снято с доставки: отказ"_s});
 }
 
+/// By these a person at the till finds the receipt again.
+void TestBasicHandler::lineOfADropNamesReferenceAndStatus()
+{
+    ExchangingHandler handler(u"spasibo"_s, script);
+    handler.setReferences({u"order"_s});
+    handler.setState(state);
+    put({1}, u"{\"order\":\"A-17\"}"_s);
+    script.givenUp.insert(1);
+    const LogCapture log(u"outcome"_s);
+    handler.run();
+    QCOMPARE(
+        log.lines(),
+        QStringList{u"INFO Сообщение 1 (spasibo, A-17) снято с доставки, код ответа 404: отказ"_s});
+}
+
 void TestBasicHandler::factsAreTold()
 {
-    struct Exchanging : ScriptedHandler
-    {
-        using ScriptedHandler::ScriptedHandler;
-        bool sendMessage(const Message & /*message*/) override
-        {
-            http::ExchangeReport report;
-            report.host = u"bank.example"_s;
-            report.clockDifference = std::chrono::seconds(3);
-            http::tellObserver(report);
-            return true;
-        }
-    } handler(u"spasibo"_s, script);
+    ExchangingHandler handler(u"spasibo"_s, script);
     const auto sink = std::make_shared<RecordingSink>();
     state->outcomes = sink;
     put({1});
     handler.setState(state);
     handler.run();
     QCOMPARE(sink->lines, (QStringList{u"clock bank.example 3"_s, u"1 delivered "_s}));
+}
+
+void TestBasicHandler::factsAreNotForEverySink()
+{
+    ExchangingHandler handler(u"spasibo"_s, script);
+    const auto sink = std::make_shared<CountingSink>();
+    state->outcomes = sink;
+    put({1, 2});
+    handler.setState(state);
+    handler.run();
+    QCOMPARE(sink->count, 2);
+}
+
+/// A handler's own operations may be called without a worker. What they say then is for nobody, and
+/// their results are the same.
+void TestBasicHandler::wordOutsideOfAnAttempt()
+{
+    ScriptedHandler handler(u"spasibo"_s, script);
+    QVERIFY(handler.giveUp(u"отказ"_s));
+    QVERIFY(handler.doneBefore(u"выполнено раньше"_s));
+    QVERIFY(!handler.keep(u"ожидание"_s));
+    Message message;
+    message.id = 1;
+    const Outcome outcome = handler.attempt(message);
+    QCOMPARE(outcome.verdict, Verdict::Delivered);
+    QCOMPARE(outcome.text, QString());
 }
 
 void TestBasicHandler::typeIsListedWhileItRuns()
@@ -492,5 +627,13 @@ void TestBasicHandler::operationsKeepTheirPlaces()
     QCOMPARE(slotOf(&BasicHandler::onQueueEmpty), 8);
 }
 
-QTEST_GUILESS_MAIN(TestBasicHandler)
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    if (argc == 2 && qstrcmp(argv[1], withoutState) == 0)
+        return runWithoutState();
+    TestBasicHandler test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_basichandler.moc"

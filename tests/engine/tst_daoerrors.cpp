@@ -144,10 +144,14 @@ void TestDaoErrors::unreachableAtFirstCall()
 
     QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
     QCOMPARE(dao.getErrorsCount(), 2);
+    dao.updateStatusCode(1, u"4"_s);
+    QCOMPARE(dao.getErrorsCount(), 3);
+    dao.deleteMessage(1);
+    QCOMPARE(dao.getErrorsCount(), 4);
     database->setSettings(server ? server->settings() : QString());
     database->put(u"cardlab"_s, u"{}"_s);
     QVERIFY(dao.hasMessages(u"cardlab"_s, QString()));
-    QCOMPARE(dao.getErrorsCount(), 2);
+    QCOMPARE(dao.getErrorsCount(), 4);
 }
 
 void TestDaoErrors::unreachableThrowsFromConnect()

@@ -9,14 +9,18 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSqlDatabase>
+#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
 #include <QTest>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
+#include <dlfcn.h>
 #include <functional>
+#include <future>
 #include <sys/resource.h>
 #include <thread>
 #include <vector>
@@ -64,16 +68,19 @@ private:
 
 /// A store for each of `rows`, which it removes in a thread of its own, all at once where the file
 /// has a gate. Returns what each has counted. `fault` happens when all have come.
+/// `connected` happens in each thread before.
 QList<int> removeAtOnce(
-    WriteGate *gate, const QList<int> &rows, const std::function<void()> &fault = [] {})
+    WriteGate *gate, const QList<int> &rows, const std::function<void()> &fault = [] {},
+    const std::function<void()> &connected = [] {})
 {
     QList<int> errors(rows.size());
     std::vector<std::thread> workers;
     WriteGate::Turn held = WriteGate::enter(gate);
     for (int i = 0; i < rows.size(); ++i) {
-        workers.emplace_back([&rows, &count = errors[i], i] {
+        workers.emplace_back([&rows, &connected, &count = errors[i], i] {
             queue::DAO dao;
             dao.connect();
+            connected();
             dao.deleteMessage(rows.at(i));
             count = dao.getErrorsCount();
         });
@@ -85,6 +92,29 @@ QList<int> removeAtOnce(
     for (std::thread &worker : workers)
         worker.join();
     return errors;
+}
+
+/// From now on SQLite refuses this thread's connection to end a transaction without its changes.
+void forbidRollback()
+{
+    using Check = int (*)(void *, int, const char *, const char *, const char *, const char *);
+    using SetCheck = int (*)(void *, Check, void *);
+    void *const library = dlopen("libsqlite3.so.0", RTLD_NOW | RTLD_NOLOAD);
+    const auto setCheck =
+        reinterpret_cast<SetCheck>(library ? dlsym(library, "sqlite3_set_authorizer") : nullptr);
+    const QSqlDatabase database = Singleton<ConnectionFactory>::instance()->getConnection();
+    const QVariant handle = database.driver()->handle();
+    if (!setCheck || qstrcmp(handle.typeName(), "sqlite3*") != 0)
+        qFatal("SQLite is not reached");
+    setCheck(
+        *static_cast<void *const *>(handle.constData()),
+        [](void *, int action, const char *what, const char *, const char *, const char *) {
+            constexpr int transaction = 22;
+            constexpr int deny = 1;
+            return action == transaction && qstrcmp(what, "ROLLBACK") == 0 ? deny : 0;
+        },
+        nullptr);
+    dlclose(library);
 }
 
 } // namespace
@@ -107,6 +137,8 @@ private Q_SLOTS:
     void lockedByAnotherProgram();
     void workersRemoveTogether();
     void oneOfSeveralIsNotRemoved();
+    void transactionThatCannotBeEnded();
+    void lockedForSeveral();
     void fullDiskForSeveral();
     void deletedFileOfSeveral();
     void otherWritesWaitForTheirTurn();
@@ -317,6 +349,59 @@ void TestDaoSharing::oneOfSeveralIsNotRemoved()
     QCOMPARE(warnings.size(), 1);
     QVERIFY(warnings.first().startsWith(u"WARN Ошибка при выполнении запроса: "_s));
     QVERIFY(warnings.first().contains(u"refused"_s));
+}
+
+/// The connection is given up with its transaction, and each worker removes its own row.
+void TestDaoSharing::transactionThatCannotBeEnded()
+{
+    if (server)
+        QSKIP("a server has no gate");
+    QList<int> rows;
+    for (int i = 0; i < 3; ++i)
+        rows.append(database->put(u"type%1"_s.arg(i), u"{}"_s));
+    change(u"CREATE TRIGGER queues.refusal BEFORE DELETE ON message WHEN OLD.type = 'type1' "
+           "BEGIN SELECT RAISE(ABORT, 'refused'); END"_s);
+    const LogCapture log(u"dao"_s);
+    const QList<int> errors = removeAtOnce(
+        gate(), rows, [] {}, forbidRollback);
+    change(u"DROP TRIGGER refusal"_s);
+
+    QCOMPARE(errors, (QList<int>{0, 1, 0}));
+    QCOMPARE(database->ids(), QList<int>{rows.at(1)});
+    // Those of the three stores, and the one that replaced the given-up connection.
+    QCOMPARE(log.lines().filter(u"DEBUG Подключение к базе данных"_s).size(), 4);
+}
+
+/// The till holds its lock for longer than a worker waits. The transaction does not begin, and each
+/// worker removes its own row when the till is done.
+void TestDaoSharing::lockedForSeveral()
+{
+    if (server)
+        QSKIP("a server locks rows");
+    QList<int> rows;
+    for (int i = 0; i < 3; ++i)
+        rows.append(database->put(u"type%1"_s.arg(i), u"{}"_s));
+    const int other = database->put(u"cardlab"_s, u"{}"_s);
+    const LogCapture log(u"dao"_s);
+    std::thread till;
+    const QString refusal = u"DEBUG Сообщения удаляются по одному: database is locked"_s;
+    const QList<int> errors = removeAtOnce(gate(), rows, [&] {
+        std::promise<void> isHeld;
+        till = std::thread([&] {
+            TillConnection connection(database->file());
+            connection.run(u"BEGIN IMMEDIATE"_s);
+            isHeld.set_value();
+            while (log.lines().filter(refusal).isEmpty())
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            connection.run(u"COMMIT"_s);
+        });
+        isHeld.get_future().wait();
+    });
+    till.join();
+
+    QCOMPARE(errors, QList<int>(3, 0));
+    QCOMPARE(database->ids(), QList<int>{other});
+    QCOMPARE(log.lines().filter(refusal).size(), 1);
 }
 
 /// SQLite ends the transaction by itself, and each worker finds the disk full.
