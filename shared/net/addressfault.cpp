@@ -17,34 +17,31 @@ QString writtenText(const QUrl &url)
 {
     if (url.isValid())
         return url.toString();
-    const QString message = url.errorString();
-    constexpr auto opening = "; source was \""_L1;
-    const qsizetype start = message.indexOf(opening);
-    if (start < 0)
-        return {};
-    QString text = message.mid(start + opening.size());
-    for (const QLatin1StringView next : {"\"; scheme = \""_L1, "\"; path = \""_L1}) {
+    QString text = url.errorString().section(u"; source was \""_s, 1);
+    // Of the parts that it could read the first one follows.
+    for (const QLatin1StringView next :
+         {"\"; scheme = \""_L1, "\"; userinfo = \""_L1, "\"; host = \""_L1, "\"; path = \""_L1}) {
         const qsizetype end = text.lastIndexOf(next);
         if (end >= 0)
             return text.first(end);
     }
-    if (text.endsWith("\";"_L1))
-        text.chop(2);
+    text.chop(2);
     return text;
 }
 
 bool beginsWithBlank(const QString &text)
 {
     // QUrl percent-encodes some characters in the quotation.
-    static const QString encoded[] = {u"%09"_s, u"%0A"_s, u"%0D"_s, u"%20"_s};
+    static constexpr QLatin1StringView encoded[] = {"%09"_L1, "%0A"_L1, "%0D"_L1, "%20"_L1};
     return (!text.isEmpty() && text.front().isSpace())
-           || std::any_of(std::begin(encoded), std::end(encoded),
-                          [&text](const QString &code) { return text.startsWith(code); });
+           || std::ranges::any_of(
+               encoded, [&text](QLatin1StringView code) { return text.startsWith(code); });
 }
 
 bool isWeb(const QUrl &url)
 {
-    return url.scheme() == u"http" || url.scheme() == u"https";
+    const QString scheme = url.scheme();
+    return scheme == u"http" || scheme == u"https";
 }
 
 bool isUsable(const QUrl &url)

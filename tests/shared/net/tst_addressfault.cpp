@@ -52,6 +52,11 @@ void TestAddressFault::addresses_data()
     same("no scheme",           u"service.test/path"_s,            scheme);
     same("no scheme, a port",   u"service.test:80/path"_s,         scheme);
     same("slashes only",        u"//service.test/"_s,              scheme);
+    same("slashes, a port",     u"//service.test:99999"_s,         scheme);
+    row("slashes, a blank",     u"//service test?a"_s,             u"//service test?***"_s, scheme);
+    row("slashes, account",     u"//till:hidden@service.test:99999/a"_s, u"***@service.test:99999/a"_s, scheme);
+    same("colon first",         u"://service.test"_s,              scheme);
+    row("line feed in front",   u"\rhttp://service.test/"_s,       u"%0Dhttp://service.test/"_s, blank);
     same("words",               u"не адрес"_s,                     scheme);
     same("blank in front",      u" http://service.test/"_s,        blank);
     row("tab in front",         u"\thttp://service.test/"_s,       u"%09http://service.test/"_s, blank);
@@ -89,6 +94,12 @@ void TestAddressFault::noAddress()
 {
     QCOMPARE(addressFault(QUrl()).ru(), u"Не указан адрес запроса"_s);
     QCOMPARE(addressFault(QUrl(u""_s)).ru(), u"Не указан адрес запроса"_s);
+    // One that has been put together from its parts.
+    QUrl url;
+    url.setScheme(u"1http"_s);
+    QCOMPARE(addressFault(url).ru(),
+             u"Недопустимый адрес запроса '1http': адрес должен начинаться с http:// или "
+             "https://"_s);
 }
 
 void TestAddressFault::masks_data()
