@@ -6,6 +6,9 @@
 
 #include <QFile>
 
+#include <algorithm>
+#include <iterator>
+
 namespace {
 
 /// libcurl truncates the idle time to whole seconds before it compares.
@@ -121,10 +124,11 @@ void setVerbAndBody(CURL *handle, const Exchange &exchange, const curl::Mime &pa
     }
     // Undoes the method of the last exchange.
     curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
-    static const QList<QByteArray> bodyless = {"GET", "DELETE", "OPTIONS", "TRACE"};
+    static constexpr QByteArrayView bodyless[] = {"GET", "DELETE", "OPTIONS", "TRACE"};
+    const bool isBodyless = std::ranges::find(bodyless, exchange.verb) != std::end(bodyless);
     if (parts) {
         curl_easy_setopt(handle, CURLOPT_MIMEPOST, parts.get());
-    } else if (!exchange.body.isEmpty() || !bodyless.contains(exchange.verb)) {
+    } else if (!exchange.body.isEmpty() || !isBodyless) {
         curl_easy_setopt(handle, CURLOPT_POST, 1L);
         curl_easy_setopt(handle, CURLOPT_POSTFIELDS, exchange.body.constData());
         curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE,

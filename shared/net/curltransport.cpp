@@ -9,6 +9,8 @@
 
 #include <QFileInfo>
 
+#include <algorithm>
+#include <iterator>
 #include <malloc.h>
 
 namespace {
@@ -34,8 +36,8 @@ QString missingFile(const Exchange &exchange)
 
 bool isRepeatable(const QByteArray &verb)
 {
-    static const QList<QByteArray> repeatable = {"GET", "HEAD", "PUT", "DELETE", "OPTIONS"};
-    return repeatable.contains(verb);
+    static constexpr QByteArrayView repeatable[] = {"GET", "HEAD", "PUT", "DELETE", "OPTIONS"};
+    return std::ranges::find(repeatable, verb) != std::end(repeatable);
 }
 
 /// Whether the kept connection was closed before the first byte of the answer.

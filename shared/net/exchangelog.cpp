@@ -13,14 +13,18 @@ constexpr qsizetype maxLoggedSize = 4096;
 /// A message may contain a service's key in a header or in the query; its name shows that.
 bool isSecretName(const QString &name)
 {
-    static const QStringList marks = {u"password"_s, u"passwd"_s,        u"token"_s,
-                                      u"secret"_s,   u"api-key"_s,       u"api_key"_s,
-                                      u"apikey"_s,   u"authorization"_s, u"cookie"_s};
-    static const QStringList words = {u"pwd"_s, u"pass"_s};
-    return words.contains(name, Qt::CaseInsensitive)
-           || std::any_of(marks.cbegin(), marks.cend(), [&name](const QString &mark) {
-                  return name.contains(mark, Qt::CaseInsensitive);
-              });
+    static constexpr QLatin1StringView marks[] = {
+        "password"_L1, "passwd"_L1, "token"_L1,         "secret"_L1, "api-key"_L1,
+        "api_key"_L1,  "apikey"_L1, "authorization"_L1, "cookie"_L1,
+    };
+    static constexpr QLatin1StringView words[] = {"pwd"_L1, "pass"_L1};
+    const auto isWord = [&name](QLatin1StringView word) {
+        return name.compare(word, Qt::CaseInsensitive) == 0;
+    };
+    const auto isMarked = [&name](QLatin1StringView mark) {
+        return name.contains(mark, Qt::CaseInsensitive);
+    };
+    return std::ranges::any_of(words, isWord) || std::ranges::any_of(marks, isMarked);
 }
 
 QUrl withoutSecrets(QUrl url)
