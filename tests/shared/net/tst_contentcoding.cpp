@@ -119,6 +119,7 @@ void TestContentCoding::unpacks_data()
     row("six times",                     "gzip,gzip,gzip,gzip,gzip,gzip", zipped,               unknown);
     row("a name with something behind",  "gzip;q=1",          zipped,                           unknown);
     row("no gzip",                       "gzip",              text,                             unknown);
+    row("half a sign of gzip",           "gzip",              "\x1f not gzip",                  unknown);
     row("one byte of no gzip",           "gzip",              "x",                              unknown);
     row("zlib under the name of gzip",   "gzip",              zlib,                             unknown);
     row("gzip under the name of deflate", "deflate",          zipped,                           unknown);
@@ -130,6 +131,9 @@ void TestContentCoding::unpacks_data()
     row("a wrong checksum of zlib",      "deflate",           withByte(zlib, -1, '\x77'),       unknown);
     row("broken within",                 "gzip",              zipped.first(10) + "no gzip at all", unknown);
     row("a broken second member",        "gzip",              zipped + zipped.first(10) + "no gzip at all", unknown);
+    row("another method than deflate",   "deflate",           "\x79\x9c and no bare stream",    unknown);
+    row("a window that is too large",    "deflate",           QByteArray::fromHex("881c") + text, unknown);
+    row("a wrong check digit",           "deflate",           QByteArray::fromHex("789d") + text, unknown);
     row("a dictionary nobody has",       "deflate",           QByteArray::fromHex("78bb00000001") + bare, unknown);
 
     row("an end within the packed",      "gzip, gzip",        gzip(zipped.chopped(9)),          cutOff);

@@ -1,4 +1,5 @@
 #include "rig/loopbackserver.h"
+#include "shared/net/exchangelog.h"
 #include "shared/net/restclient.h"
 #include "tests/shared/net/restclientrequests.h"
 #include "tests/support/logcapture.h"
@@ -191,6 +192,9 @@ void TestRestClientLog::cutsLongTextsInTheLog()
     QVERIFY(lines.at(1).endsWith(u"тело: x"_s + QString(2047, u'ы') + u"… (всего байт: 10001)"_s));
     QVERIFY(lines.at(1).contains(u"hhh… (всего байт: "_s));
     QCOMPARE(client.responseBody(), reply);
+
+    // Bytes that are in the middle of a letter all the way are no text at all.
+    QCOMPARE(exchangelog::excerpt(QByteArray(5000, '\x80')), u"… (всего байт: 5000)"_s);
 }
 
 /// A server that sends header lines without end fills neither the log nor the memory.

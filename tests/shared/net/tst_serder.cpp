@@ -5,6 +5,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
+#include <QUrlQuery>
+
+#include <functional>
 
 using namespace Qt::StringLiterals;
 
@@ -74,6 +77,8 @@ private Q_SLOTS:
     void otherTypes();
     void keepsWhatTheSourceDoesNotName();
     void verbOfARequest();
+    void requestsDifferInEachMember();
+    void listsOfAProgram();
     void oneStrategyForAType();
 };
 
@@ -268,6 +273,52 @@ void TestSerder::keepsWhatTheSourceDoesNotName()
     QCOMPARE(record.number, 5);
     QCOMPARE(record.text, u"before"_s);
     QCOMPARE(record.flag, true);
+}
+
+void TestSerder::requestsDifferInEachMember()
+{
+    http::Part part;
+    part.name = "note";
+    http::Params params;
+    params.method = "PUT";
+    params.url = QUrl(u"http://host.test/"_s);
+    params.body = "a";
+    params.headers = {{"X-Flag", "1"}};
+    params.parts = {part};
+    const auto changed = [&params](const std::function<void(http::Params &)> &change) {
+        http::Params other = params;
+        change(other);
+        return !(other == params);
+    };
+    QVERIFY(!changed([](http::Params &) {}));
+    QVERIFY(changed([](http::Params &other) { other.method = "POST"; }));
+    QVERIFY(changed([](http::Params &other) { other.url.setPath(u"/b"_s); }));
+    QVERIFY(changed([](http::Params &other) { other.body = "b"; }));
+    QVERIFY(changed([](http::Params &other) { other.headers.clear(); }));
+    QVERIFY(changed([](http::Params &other) { other.parts[0].name = "file"; }));
+    QVERIFY(changed([](http::Params &other) { other.parts[0].fileName = "a.xml"; }));
+    QVERIFY(changed([](http::Params &other) { other.parts[0].contentType = "text/xml"; }));
+    QVERIFY(changed([](http::Params &other) { other.parts[0].headers = {{"X-Part", "2"}}; }));
+    QVERIFY(changed([](http::Params &other) { other.parts[0].body = "b"; }));
+}
+
+/// What a handler puts together itself is not made of the types of a parsed message.
+void TestSerder::listsOfAProgram()
+{
+    const QVariantMap values{
+        {u"texts"_s, QJsonArray{u"a"_s, u"b"_s}},
+        {u"text"_s, QStringList{u"a"_s, u"b"_s}},
+        {u"map"_s, QVariant::fromValue(QJsonValue(QJsonObject{{u"a"_s, 1}}))},
+        {u"part"_s, QVariantHash{{u"name"_s, u"note"_s}}},
+    };
+    const auto record = serder::deserialize<Record>(values);
+    QCOMPARE(record.texts, (QStringList{u"a"_s, u"b"_s}));
+    QCOMPARE(record.text, u"[\"a\",\"b\"]"_s);
+    QCOMPARE(record.map, (QVariantMap{{u"a"_s, 1}}));
+    QCOMPARE(record.part.name, QByteArray("note"));
+    const auto failed = serder::deserialize<Record>(
+        QVariantMap{{u"text"_s, QVariant::fromValue(QUrlQuery(u"a=1"_s))}});
+    QCOMPARE(failed.text, QString());
 }
 
 void TestSerder::verbOfARequest()
