@@ -17,16 +17,15 @@ QString writtenText(const QUrl &url)
 {
     if (url.isValid())
         return url.toString();
-    QString text = url.errorString().section(u"; source was \""_s, 1);
+    const QString text = url.errorString().section(u"; source was \""_s, 1);
     // Of the parts that it could read the first one follows.
+    qsizetype end = -1;
     for (const QLatin1StringView next :
          {"\"; scheme = \""_L1, "\"; userinfo = \""_L1, "\"; host = \""_L1, "\"; path = \""_L1}) {
-        const qsizetype end = text.lastIndexOf(next);
-        if (end >= 0)
-            return text.first(end);
+        if (end < 0)
+            end = text.lastIndexOf(next);
     }
-    text.chop(2);
-    return text;
+    return text.left(end);
 }
 
 bool beginsWithBlank(const QString &text)
