@@ -17,45 +17,6 @@ namespace {
 
 const QString noValue = u"-"_s;
 
-QString stateText(const QString &state)
-{
-    struct State
-    {
-        QString name;
-        const char *english;
-        const char *russian;
-    };
-    static const State states[] = {
-        {u"ok"_s, "ok", "норма"},
-        {u"warning"_s, "warning", "внимание"},
-        {u"error"_s, "error", "ошибка"},
-        {u"unknown"_s, "unknown", "неизвестно"},
-        {u"unreachable"_s, "unreachable", "недоступна"},
-        {u"silent"_s, "does not answer", "не отвечает"},
-        {u"other"_s, "another program has its port, or it hangs",
-         "порт занят другой программой, или служба зависла"},
-        {u"active"_s, "delivers", "обслуживает очередь"},
-        {u"standby"_s, "stand-by, another service delivers", "в резерве, доставляет другая служба"},
-        {u"undecided"_s, "waits for its lock on the database server",
-         "ждёт блокировки на сервере базы данных"},
-        {u"starting"_s, "starts", "запускается"},
-    };
-    for (const State &known : states) {
-        if (known.name == state)
-            return text(known.english, known.russian);
-    }
-    return state;
-}
-
-Tone stateTone(const QString &state)
-{
-    if (state == u"ok" || state == u"active")
-        return Tone::Good;
-    return state == u"warning" || state == u"standby" || state == u"starting" || state == u"unknown"
-               ? Tone::Careful
-               : Tone::Bad;
-}
-
 QString cellText(const QJsonValue &value, Format format)
 {
     if (value.isNull() || value.isUndefined())
@@ -231,12 +192,51 @@ QString shortened(const QString &text, qsizetype widest)
     return result + u'…';
 }
 
-QString coloured(const QString &text, Tone tone, bool withColours)
+QString stateText(const QString &state)
 {
-    if (!withColours || tone == Tone::Plain || text.isEmpty())
-        return text;
+    struct State
+    {
+        QString name;
+        const char *english;
+        const char *russian;
+    };
+    static const State states[] = {
+        {u"ok"_s, "ok", "норма"},
+        {u"warning"_s, "warning", "внимание"},
+        {u"error"_s, "error", "ошибка"},
+        {u"unknown"_s, "unknown", "неизвестно"},
+        {u"unreachable"_s, "unreachable", "недоступна"},
+        {u"silent"_s, "does not answer", "не отвечает"},
+        {u"other"_s, "another program has its port, or it hangs",
+         "порт занят другой программой, или служба зависла"},
+        {u"active"_s, "delivers", "обслуживает очередь"},
+        {u"standby"_s, "stand-by, another service delivers", "в резерве, доставляет другая служба"},
+        {u"undecided"_s, "waits for its lock on the database server",
+         "ждёт блокировки на сервере базы данных"},
+        {u"starting"_s, "starts", "запускается"},
+    };
+    for (const State &known : states) {
+        if (known.name == state)
+            return text(known.english, known.russian);
+    }
+    return state;
+}
+
+Tone stateTone(const QString &state)
+{
+    if (state == u"ok" || state == u"active")
+        return Tone::Good;
+    return state == u"warning" || state == u"standby" || state == u"starting" || state == u"unknown"
+               ? Tone::Careful
+               : Tone::Bad;
+}
+
+QString toneStart(Tone tone)
+{
     int code = 0;
     switch (tone) {
+    case Tone::Plain:
+        return {};
     case Tone::Good:
         code = 32;
         break;
@@ -249,11 +249,18 @@ QString coloured(const QString &text, Tone tone, bool withColours)
     case Tone::Faint:
         code = 2;
         break;
-    default:
+    case Tone::Strong:
         code = 1;
         break;
     }
-    return u"\u001b[%1m%2\u001b[0m"_s.arg(QString::number(code), text);
+    return u"\u001b[%1m"_s.arg(code);
+}
+
+QString coloured(const QString &text, Tone tone, bool withColours)
+{
+    if (!withColours || tone == Tone::Plain || text.isEmpty())
+        return text;
+    return toneStart(tone) + text + u"\u001b[0m"_s;
 }
 
 } // namespace queuectl

@@ -99,6 +99,12 @@ private:
 /// `text`, cut with an ellipsis when it has more than `widest` characters.
 QString shortened(const QString &text, qsizetype widest);
 
+/// A state of the data, such as "ok", in the operator's language.
+QString stateText(const QString &state);
+Tone stateTone(const QString &state);
+
+/// What a terminal is sent before a text of this tone; empty for Plain.
+QString toneStart(Tone tone);
 /// `text` in the colour of its tone.
 QString coloured(const QString &text, Tone tone, bool withColours);
 

@@ -30,7 +30,23 @@ QString readAnswer()
 
 bool hasColours()
 {
-    return isTerminal() && qEnvironmentVariableIsEmpty("NO_COLOR");
+    return isTerminal() && qEnvironmentVariableIsEmpty("NO_COLOR") && knowsColours(qgetenv("TERM"));
+}
+
+bool canPlaceCursor()
+{
+    return isTerminal() && placesCursor(qgetenv("TERM"));
+}
+
+bool placesCursor(const QByteArray &terminalType)
+{
+    return !terminalType.isEmpty() && terminalType != "dumb" && terminalType != "unknown";
+}
+
+bool knowsColours(const QByteArray &terminalType)
+{
+    return placesCursor(terminalType) && !terminalType.startsWith("vt")
+           && !terminalType.endsWith("-m") && !terminalType.endsWith("-mono");
 }
 
 bool isTerminal()

@@ -1,11 +1,17 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 namespace queuectl {
 
-/// Whether standard output takes colours: it is a terminal and NO_COLOR is not set.
+/// Whether standard output takes colours: it is a terminal that has them, and NO_COLOR is not set.
 bool hasColours();
+/// Whether standard output is a terminal whose cursor can be placed.
+bool canPlaceCursor();
+/// The same by the name of the terminal's type, which the variable TERM has.
+bool knowsColours(const QByteArray &terminalType);
+bool placesCursor(const QByteArray &terminalType);
 /// Whether standard output is a terminal.
 bool isTerminal();
 

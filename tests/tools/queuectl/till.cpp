@@ -17,18 +17,6 @@ namespace {
 constexpr int limitMs = 60'000;
 const QString timeFormat = u"yyyy-MM-dd HH:mm:ss"_s;
 
-QProcessEnvironment environmentWith(const QMap<QString, QString> &changes)
-{
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const QString &name :
-         {u"LC_MESSAGES"_s, u"LANG"_s, u"NO_COLOR"_s, u"LOG4QT_CONFIGURATION"_s})
-        environment.remove(name);
-    environment.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
-    for (const auto &[name, value] : changes.asKeyValueRange())
-        environment.insert(name, value);
-    return environment;
-}
-
 QString program()
 {
     return QStringLiteral(QUEUECTL_PROGRAM);
@@ -58,11 +46,24 @@ Till::Till()
     setSettings(QString());
 }
 
+QProcessEnvironment Till::environment(const QMap<QString, QString> &changes)
+{
+    QProcessEnvironment result = QProcessEnvironment::systemEnvironment();
+    for (const QString &name :
+         {u"LC_MESSAGES"_s, u"LANG"_s, u"NO_COLOR"_s, u"LOG4QT_CONFIGURATION"_s})
+        result.remove(name);
+    result.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
+    result.insert(u"TERM"_s, u"xterm-256color"_s);
+    for (const auto &[name, value] : changes.asKeyValueRange())
+        result.insert(name, value);
+    return result;
+}
+
 CommandResult Till::run(const QStringList &arguments, const QByteArray &input,
                         const QMap<QString, QString> &environment)
 {
     QProcess process;
-    process.setProcessEnvironment(environmentWith(environment));
+    process.setProcessEnvironment(Till::environment(environment));
     if (obeysFileRights) {
         process.setChildProcessModifier(rig::giveUpFileCapabilities);
     }
@@ -87,7 +88,7 @@ CommandResult Till::runOnTerminal(const QStringList &arguments, const QByteArray
         qFatal("the terminal takes no input");
 
     QProcess process;
-    process.setProcessEnvironment(environmentWith(environment));
+    process.setProcessEnvironment(Till::environment(environment));
     process.setChildProcessModifier([slave] {
         for (const int channel : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
             ::dup2(slave, channel);

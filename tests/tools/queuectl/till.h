@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QJsonObject>
 #include <QMap>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
@@ -29,6 +30,8 @@ public:
 
     QueueDatabase database;
 
+    /// What the program sees: English, a terminal with colours, and `changes`.
+    static QProcessEnvironment environment(const QMap<QString, QString> &changes = {});
     /// Runs the program to its end, in English unless `environment` says otherwise.
     CommandResult run(const QStringList &arguments, const QByteArray &input = {},
                       const QMap<QString, QString> &environment = {});
