@@ -4,6 +4,7 @@
 #include "tools/queuectl/json.h"
 #include "tools/queuectl/masking.h"
 #include "tools/queuectl/messagerows.h"
+#include "tools/queuectl/progress.h"
 #include "tools/queuectl/settingsfiles.h"
 #include "tools/queuectl/text.h"
 #include "tools/queuectl/timewords.h"
@@ -23,6 +24,8 @@ namespace queuectl {
 namespace {
 
 constexpr int tarTimeoutMs = 60'000;
+/// What the progress counts: the files that take long, the others together, and the archive.
+constexpr int partCount = 8;
 
 [[noreturn]] void failFile(const QFile &file)
 {
@@ -106,12 +109,24 @@ Report makeBundle(const Call &call)
         QFileInfo(call.value(u"output"_s, name + u".tar.gz"_s)).absoluteFilePath();
     QTemporaryDir temporary;
     const QString folder = temporary.filePath(name);
+    Progress progress(partCount);
+    int done = 0;
+    const auto begin = [&](const QString &part) {
+        progress.show(done++, part);
+    };
+    begin(u"doctor"_s);
     writeReport(folder, u"doctor"_s, reportOf(examine));
+    begin(u"status"_s);
     writeReport(folder, u"status"_s, reportOf(showStatus));
+    begin(u"shape"_s);
     writeReport(folder, u"shape"_s, reportOf(showShape));
+    begin(u"history"_s);
     writeFile(folder + u"/history.jsonl"_s, historySince(since));
+    begin(text("log file", "файл журнала"));
     writeFile(folder + u"/log.txt"_s, logFileSince(since));
+    begin(text("journal of systemd", "журнал systemd"));
     writeFile(folder + u"/systemd-log.txt"_s, systemdLogSince(since));
+    begin(text("settings", "настройки"));
     writeFile(folder + u"/versions.txt"_s, versions());
     QStringList names{u"doctor"_s,  u"status"_s,          u"shape"_s,       u"history.jsonl"_s,
                       u"log.txt"_s, u"systemd-log.txt"_s, u"versions.txt"_s};
@@ -123,6 +138,7 @@ Report makeBundle(const Call &call)
         writeFile(folder + u"/settings"_s + QDir::cleanPath(path), maskedSettings(path).toUtf8());
         names.append(u"settings"_s + QDir::cleanPath(path));
     }
+    begin(u"tar"_s);
     // Made under its own eyes, and nobody else's.
     QFile made(archive);
     if (!made.open(QIODevice::WriteOnly | QIODevice::Truncate))
@@ -130,6 +146,7 @@ Report makeBundle(const Call &call)
     made.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
     made.close();
     pack(temporary.path(), name, archive);
+    progress.show(partCount);
 
     Report report;
     report.data = {{u"file"_s, archive},

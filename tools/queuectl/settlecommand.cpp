@@ -5,8 +5,8 @@
 #include "tools/queuectl/controlport.h"
 #include "tools/queuectl/entrytext.h"
 #include "tools/queuectl/json.h"
+#include "tools/queuectl/progress.h"
 #include "tools/queuectl/shape.h"
-#include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
 #include "tools/queuectl/timewords.h"
 #include "tools/queuectl/todaytable.h"
@@ -45,6 +45,14 @@ struct Blocker
     /// The newest answer to one of them.
     std::optional<JournalEntry> entry;
 };
+
+int rowsOf(const QList<TypeRows> &types)
+{
+    int sum = 0;
+    for (const TypeRows &type : types)
+        sum += type.count;
+    return sum;
+}
 
 /// What the service is asked while rows wait.
 class Settlement
@@ -109,7 +117,7 @@ void Settlement::wait(std::chrono::seconds limit, bool isProgressShown)
     const bool hasOthers = databaseFile().isEmpty();
     const QDeadlineTimer end(limit);
     QDeadlineTimer nextAsking(0);
-    ProgressBar bar(limit.count(), isProgressShown);
+    Progress progress(limit.count(), isProgressShown);
     while (service == PortState::Service || hasOthers) {
         const QList<TypeRows> types = rows.older(cutoff);
         if (types.isEmpty())
@@ -123,7 +131,9 @@ void Settlement::wait(std::chrono::seconds limit, bool isProgressShown)
             ask(types);
             nextAsking = QDeadlineTimer(askInterval);
         }
-        bar.show(limit.count() - end.remainingTime() / 1000);
+        progress.show(
+            limit.count() - end.remainingTime() / 1000,
+            text("seconds; rows that wait: %1", "секунд; ждут строк: %1").arg(rowsOf(types)));
         QThread::msleep(static_cast<unsigned long>(lookInterval.count()));
     }
     if (!asked.isEmpty())

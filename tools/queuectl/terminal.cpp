@@ -4,7 +4,6 @@
 #include "tools/queuectl/failure.h"
 #include "tools/queuectl/text.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -15,8 +14,6 @@ using namespace Qt::StringLiterals;
 namespace queuectl {
 
 namespace {
-
-constexpr int barWidth = 40;
 
 QString readAnswer()
 {
@@ -87,36 +84,6 @@ void confirm(const QString &question)
             return;
     }
     throw Failure(NotConfirmed, text("Nothing was changed", "Ничего не изменено"));
-}
-
-ProgressBar::ProgressBar(qint64 total, bool isWanted)
-    : total(total)
-    , isShown(isWanted && ::isatty(STDERR_FILENO) == 1)
-{
-}
-
-ProgressBar::~ProgressBar()
-{
-    if (isShown && shownPercent >= 0)
-        std::fputs("\r\033[K", stderr);
-}
-
-void ProgressBar::show(qint64 done)
-{
-    if (!isShown || total <= 0)
-        return;
-    const int percent = static_cast<int>(std::min<qint64>(100, done * 100 / total));
-    if (percent == shownPercent)
-        return;
-    shownPercent = percent;
-    const int filled = percent * barWidth / 100;
-    const QString bar = QString(filled, u'#') + QString(barWidth - filled, u'.');
-    const QByteArray line =
-        u"\r[%1] %2%  %3/%4"_s
-            .arg(bar, QString::number(percent), QString::number(done), QString::number(total))
-            .toUtf8();
-    std::fputs(line.constData(), stderr);
-    std::fflush(stderr);
 }
 
 } // namespace queuectl

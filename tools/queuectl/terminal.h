@@ -25,21 +25,4 @@ void printError(const QString &text);
 /// answer but yes, throws Failure (NotConfirmed).
 void confirm(const QString &question);
 
-/// How far a long command is, on standard error, and only where that is a terminal and `isWanted`.
-class ProgressBar
-{
-public:
-    explicit ProgressBar(qint64 total, bool isWanted = true);
-    /// Clears the line.
-    ~ProgressBar();
-    ProgressBar(const ProgressBar &) = delete;
-
-    void show(qint64 done);
-
-private:
-    qint64 total;
-    int shownPercent = -1;
-    bool isShown;
-};
-
 } // namespace queuectl

@@ -2,6 +2,7 @@
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/json.h"
 #include "tools/queuectl/messagerows.h"
+#include "tools/queuectl/progress.h"
 #include "tools/queuectl/rowcheck.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
@@ -37,12 +38,12 @@ QJsonObject toRecord(const Row &row)
             {u"creationtime"_s, row.creationTime.toString(u"yyyy-MM-dd HH:mm:ss"_s)}};
 }
 
-int writeRows(MessageRows &rows, const QString &type, bool withBar,
+int writeRows(MessageRows &rows, const QString &type, bool withProgress,
               const std::function<void(const QByteArray &)> &write)
 {
     // Rows that are written meanwhile belong to the next export.
     const int last = rows.lastId();
-    ProgressBar bar(rows.count(type), withBar);
+    Progress progress(rows.count(type), withProgress);
     int after = -1;
     int written = 0;
     while (after < last) {
@@ -51,7 +52,7 @@ int writeRows(MessageRows &rows, const QString &type, bool withBar,
             if (row.id > last)
                 break;
             write(jsonLine(toRecord(row)));
-            bar.show(++written);
+            progress.show(++written);
         }
         if (page.size() < pageRows)
             break;
@@ -113,7 +114,10 @@ QList<Row> readRows(const QByteArray &content, bool anyType, QList<LineFault> &f
     int number = 0;
     int closingLine = 0;
     const QList<QByteArray> lines = content.split('\n');
+    Progress progress(lines.size());
+    const QString what = text("checking", "проверка");
     for (const QByteArray &line : lines) {
+        progress.show(number, what);
         ++number;
         if (line.trimmed().isEmpty())
             continue;
@@ -204,8 +208,9 @@ Report importRows(const Call &call)
         return report;
     }
     MessageRows table;
-    ProgressBar bar(rows.size());
-    const QList<int> ids = table.insert(rows, [&bar](int done) { bar.show(done); });
+    Progress progress(rows.size());
+    const QString what = text("writing", "запись");
+    const QList<int> ids = table.insert(rows, [&](int done) { progress.show(done, what); });
     report.data = {{u"rows"_s, ids.size()},
                    {u"faults"_s, QJsonArray()},
                    {u"firstId"_s, ids.isEmpty() ? QJsonValue() : QJsonValue(ids.first())},
