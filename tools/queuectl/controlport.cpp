@@ -27,18 +27,23 @@ int controlPort()
     return settings::queue::port.value();
 }
 
-PortState controlPortState()
+ServiceAnswer lookAtService()
 {
     const auto answer = askService({u"db_errors_count"_s});
     if (answer && answer->contains(u"errorsCount"_s))
-        return PortState::Service;
+        return {PortState::Service, answer->value(u"errorsCount"_s).toInt()};
     // Cut to the size of a port, a number that is none would be somebody's.
     if (controlPort() < 1 || controlPort() > maxPort)
-        return PortState::Nobody;
+        return {};
     QTcpSocket socket;
     socket.setProxy(QNetworkProxy::NoProxy);
     socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(controlPort()));
-    return socket.waitForConnected(connectTimeoutMs) ? PortState::Other : PortState::Nobody;
+    return {socket.waitForConnected(connectTimeoutMs) ? PortState::Other : PortState::Nobody, 0};
+}
+
+PortState controlPortState()
+{
+    return lookAtService().state;
 }
 
 StartAnswer askStart(const QString &type, const QString &cardNumber)

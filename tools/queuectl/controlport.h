@@ -24,6 +24,15 @@ enum class PortState
     Nobody,
 };
 
+/// What came of asking who is met.
+struct ServiceAnswer
+{
+    PortState state = PortState::Nobody;
+    /// Of the service: how many database errors it has met.
+    int errorsCount = 0;
+};
+
+ServiceAnswer lookAtService();
 PortState controlPortState();
 
 /// What came of asking the service to start a worker.

@@ -1,6 +1,5 @@
 #include "shared/core/folderlock.h"
 #include "shared/core/paths.h"
-#include "shared/text/escaping.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/concerns.h"
 #include "tools/queuectl/controlport.h"
@@ -8,12 +7,8 @@
 #include "tools/queuectl/json.h"
 #include "tools/queuectl/logsettings.h"
 #include "tools/queuectl/situation.h"
-#include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
 #include "tools/queuectl/todaytable.h"
-
-#include <QJsonDocument>
-#include <QThread>
 
 using namespace Qt::StringLiterals;
 
@@ -94,11 +89,11 @@ QJsonObject serviceProcess()
 QJsonObject askControl()
 {
     QJsonObject control{{u"port"_s, controlPort()}};
-    switch (controlPortState()) {
+    const ServiceAnswer answer = lookAtService();
+    switch (answer.state) {
     case PortState::Service:
         control.insert(u"state"_s, u"ok"_s);
-        if (const auto answer = askService({u"db_errors_count"_s}))
-            control.insert(u"errorsCount"_s, answer->value(u"errorsCount"_s).toInt());
+        control.insert(u"errorsCount"_s, answer.errorsCount);
         break;
     case PortState::Other:
         control.insert(u"state"_s, u"other"_s);
@@ -176,33 +171,6 @@ Report showStatus(const Call & /*call*/)
     else if (!concerns.isEmpty())
         report.exitCode = Found;
     return report;
-}
-
-Report watchStatus(const Call &call)
-{
-    const int interval = call.number(u"interval"_s, 2);
-    const int count = call.has(u"count"_s) ? call.number(u"count"_s, 1) : 0;
-    Report report;
-    for (int i = 1; count == 0 || i <= count; ++i) {
-        report = showStatus(call);
-        if (call.isJson) {
-            print(jsonAnswer(report.data, JsonForm::Line));
-        } else {
-            const QString head =
-                text("%1, every %2 s, end with Ctrl-C", "%1, каждые %2 с, выход по Ctrl-C")
-                    .arg(QTime::currentTime().toString(u"HH:mm:ss"_s), QString::number(interval));
-            // Back to the top, and away with what was there.
-            const QString clear = isTerminal() ? u"\u001b[H\u001b[2J"_s : QString();
-            print(clear + coloured(head, Tone::Faint, hasColours()) + u"\n\n"_s
-                  + report.toText(hasColours()) + (isTerminal() ? QString() : u"\n"_s));
-        }
-        if (i != count)
-            QThread::sleep(static_cast<unsigned long>(interval));
-    }
-    Report end;
-    end.exitCode = report.exitCode;
-    end.isPrinted = true;
-    return end;
 }
 
 } // namespace queuectl

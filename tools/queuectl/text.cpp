@@ -33,10 +33,32 @@ qsizetype distance(const QString &a, const QString &b)
     return row.last();
 }
 
-QString pair(qint64 large, const QString &largeUnit, qint64 small, const QString &smallUnit)
+struct Units
 {
-    const QString first = u"%1 %2"_s.arg(QString::number(large), largeUnit);
-    return small == 0 ? first : u"%1 %2 %3"_s.arg(first, QString::number(small), smallUnit);
+    QString second;
+    QString minute;
+    QString hour;
+    QString day;
+};
+
+/// The two largest units; `gap` is between a number and its unit.
+QString spanText(qint64 seconds, const Units &units, const QString &gap)
+{
+    const auto pair = [&gap](qint64 large, const QString &largeUnit, qint64 small,
+                             const QString &smallUnit) {
+        const QString first = QString::number(large) + gap + largeUnit;
+        return small == 0 ? first : first + u' ' + QString::number(small) + gap + smallUnit;
+    };
+    // A clock that was set back makes rows from the future.
+    const QString sign = seconds < 0 ? u"-"_s : QString();
+    const qint64 rest = qAbs(seconds);
+    if (rest < minute)
+        return sign + pair(rest, units.second, 0, QString());
+    if (rest < hour)
+        return sign + pair(rest / minute, units.minute, 0, QString());
+    if (rest < day)
+        return sign + pair(rest / hour, units.hour, rest % hour / minute, units.minute);
+    return sign + pair(rest / day, units.day, rest % day / hour, units.hour);
 }
 
 } // namespace
@@ -68,20 +90,14 @@ QString text(const char *english, const char *russian)
 
 QString durationText(qint64 seconds)
 {
-    const QString secondsUnit = text("s", "с");
-    const QString minutesUnit = text("min", "мин");
-    const QString hoursUnit = text("h", "ч");
-    const QString daysUnit = text("d", "д");
-    // A clock that was set back makes rows from the future.
-    const QString sign = seconds < 0 ? u"-"_s : QString();
-    const qint64 rest = qAbs(seconds);
-    if (rest < minute)
-        return sign + pair(rest, secondsUnit, 0, QString());
-    if (rest < hour)
-        return sign + pair(rest / minute, minutesUnit, 0, QString());
-    if (rest < day)
-        return sign + pair(rest / hour, hoursUnit, rest % hour / minute, minutesUnit);
-    return sign + pair(rest / day, daysUnit, rest % day / hour, hoursUnit);
+    return spanText(seconds, {text("s", "с"), text("min", "мин"), text("h", "ч"), text("d", "д")},
+                    u" "_s);
+}
+
+QString shortDuration(qint64 seconds)
+{
+    return spanText(seconds, {text("s", "с"), text("m", "м"), text("h", "ч"), text("d", "д")},
+                    QString());
 }
 
 QString timeText(const QDateTime &time)

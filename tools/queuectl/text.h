@@ -14,6 +14,8 @@ QString text(const char *english, const char *russian);
 
 /// "2 h 11 min", "45 s": the two largest units.
 QString durationText(qint64 seconds);
+/// The same for narrow columns: "2h 11m", "45s".
+QString shortDuration(qint64 seconds);
 /// The time of day, with the date in front when that is not today's.
 QString timeText(const QDateTime &time);
 /// The entry of `known` that is a slip of the finger away from `word`, or an empty text.

@@ -237,7 +237,7 @@ void TestQueuectlService::watchOnTerminal()
 {
     till->database.ids();
     const CommandResult shown = till->runOnTerminal({u"watch"_s, u"--count"_s, u"1"_s});
-    QVERIFY(shown.out.contains(u"\u001b[2J"));
+    QVERIFY(shown.out.contains(u"\u001b[?1049h"));
     QVERIFY(shown.out.contains(u"Database"));
     QCOMPARE(shown.exitCode, ExitCode::NoService);
     QVERIFY(!till->run({u"watch"_s, u"--count"_s, u"1"_s}).out.contains(u'\u001b'));
