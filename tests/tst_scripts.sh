@@ -266,6 +266,44 @@ check "build: an error is shown" says "y.cpp:1: error: no"
 shown_build 'for i in 1 2 3 4 5; do echo "[$i/100] Building x"; sleep 0.5; done'
 check "build: many quick steps have one too" [ "$(grep -c 'of 100 steps' <<<"$output")" -ge 2 ]
 
+# What show_steps makes of the lines that $1 writes: in a pipe, and on a terminal of its own.
+write_steps() {
+    printf '%s\n' "source '$root/scripts/progress.sh'" 'quiet_limit=1' \
+        "{ $1; } | show_steps '   still at it'" >"$work/steps.sh"
+}
+shown_steps() {
+    write_steps "$1"
+    run_command bash "$work/steps.sh"
+}
+shown_steps_on_terminal() {
+    write_steps "$1"
+    run_command env TERM="${2:-xterm}" \
+        script -qec "stty cols ${3:-80} && bash '$work/steps.sh'" /dev/null
+    draws=$(grep -o '   [0-9]* of [0-9]*' <<<"$output" | wc -l)
+}
+tests_of_ctest="echo ' 1/12 Test  #1: tst_a ... Passed'; sleep 0.6; echo ' 2/12 Test  #2: tst_b ...***Failed'; sleep 0.6"
+shown_steps "$tests_of_ctest"
+check "steps: a pipe gets the lines alone" \
+    same "$output" "$(printf ' 1/12 Test  #1: tst_a ... Passed\n 2/12 Test  #2: tst_b ...***Failed')"
+shown_steps 'echo a; sleep 1.5'
+check "steps: a pipe has a sign of life" says "   still at it, 1 s"
+shown_steps_on_terminal "$tests_of_ctest"
+check "steps: a terminal gets the lines" says 'tst_a ... Passed'
+check "steps: a terminal tells how many of them" says '   1 of 12 tests, '
+check "steps: a terminal tells how many failed" says '   2 of 12 tests, 1 failed, '
+check "steps: the line is erased at the end" [ "${output##*s}" = $'\r\033[K' ]
+shown_steps_on_terminal "echo '[3/24] SQLite, types'; sleep 0.6; echo 'a figure'; sleep 0.6"
+check "steps: a step is told" says '   3 of 24, SQLite, types, 0 s'
+check "steps: a step's own line is not passed on" [ "${output/'[3/24]'/}" = "$output" ]
+check "steps: the line comes back below other lines" [ "$draws" -ge 2 ]
+shown_steps_on_terminal 'for i in {1..99}; do echo "[$i/99] x"; sleep 0.01; done; sleep 1.5'
+check "steps: quick steps are drawn five times a second" [ "$draws" -le 15 ]
+check "steps: the last one is drawn" says '   99 of 99, x, '
+shown_steps_on_terminal "echo '[3/24] a very long name'; sleep 0.6" xterm 16
+check "steps: a narrow terminal has one line of it" [ "${output/very/}" = "$output" ]
+shown_steps_on_terminal "$tests_of_ctest" dumb
+check "steps: a dumb terminal gets the lines alone" [ "${output/ of 12/}" = "$output" ]
+
 fake_machine 0
 printf '#!/bin/sh\nexit 104\n' >"$work/policy-rc.d"
 install_packages
