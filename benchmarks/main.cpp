@@ -18,8 +18,47 @@ namespace {
 
 constexpr int million = 1'000'000;
 
-void measure(const Options &options, const QStringList &groups, bool isQuick)
+/// Groups that say nothing of the database.
+const QStringList onSqliteAlone{u"start"_s, u"till"_s, u"memory"_s};
+
+/// Tells which group of how many begins, for show_steps of scripts/progress.sh.
+class Steps
 {
+public:
+    Steps(const Options &options, const QStringList &groups, bool isWanted)
+        : isWanted(isWanted)
+    {
+        for (const bool isServer : {false, true}) {
+            for (const QString &group : groups)
+                total += isMeasured(options, group, isServer) ? 1 : 0;
+        }
+    }
+
+    static bool isMeasured(const Options &options, const QString &group, bool isServer)
+    {
+        if (!options.database.isEmpty() && isServer != (options.database == u"MariaDB"))
+            return false;
+        return !isServer || !onSqliteAlone.contains(group);
+    }
+    void begin(const QString &group, bool isServer)
+    {
+        ++begun;
+        if (!isWanted)
+            return;
+        std::printf("[%d/%d] %s, %s\n", begun, total, isServer ? "MariaDB" : "SQLite",
+                    qPrintable(group));
+        std::fflush(stdout);
+    }
+
+private:
+    bool isWanted;
+    int total = 0;
+    int begun = 0;
+};
+
+void measure(const Options &options, const QStringList &groups, bool isQuick, bool withSteps)
+{
+    Steps steps(options, groups, withSteps);
     if (!QDir().mkpath(options.folder))
         fail(u"%1 cannot be made"_s.arg(options.folder));
     Receiver receiver;
@@ -37,7 +76,10 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
         const auto table =
             isServer ? mariaDbTable(options.folder) : sqliteTable(options.folder + u"/sqlite"_s);
         const auto wants = [&](const QString &group) {
-            return groups.contains(group);
+            if (!groups.contains(group) || !Steps::isMeasured(options, group, isServer))
+                return false;
+            steps.begin(group, isServer);
+            return true;
         };
         Bench bench(options, *table, receiver, report);
         report.heading(
@@ -56,22 +98,23 @@ void measure(const Options &options, const QStringList &groups, bool isQuick)
             bench.backlogs(*backlog, {1000, 10'000, 100'000, million});
             bench.otherBacklog();
         }
-        if (wants(u"start"_s) && !isServer)
+        if (wants(u"start"_s))
             bench.start();
         if (wants(u"worker"_s))
             bench.workerStart();
         if (wants(u"control"_s))
             bench.control();
-        if (wants(u"till"_s) && !isServer)
+        if (wants(u"till"_s))
             bench.tills();
         if (wants(u"journal"_s))
             bench.journal();
         if (wants(u"metrics"_s))
             bench.metrics();
-        if (wants(u"memory"_s) && !isServer)
+        if (wants(u"memory"_s)) {
             bench.idleMemory();
-        if (wants(u"memory"_s) && !isServer && !isQuick)
-            bench.drainMemory();
+            if (!isQuick)
+                bench.drainMemory();
+        }
         if (wants(u"long"_s))
             bench.longQueue();
         if (wants(u"idle"_s))
@@ -108,6 +151,7 @@ int main(int argc, char **argv)
          u"case"_s},
         {u"former"_s, u"An earlier build of the service, measured beside this one in group till."_s,
          u"program"_s},
+        {u"steps"_s, u"Tells in a line of its own which group begins."_s},
         {u"messages"_s, u"How many messages a drain has."_s, u"number"_s},
         {u"rounds"_s, u"How often each drain is repeated."_s, u"number"_s},
         {u"programs"_s, u"The folder of the programs."_s, u"path"_s, u"build/release"_s},
@@ -115,8 +159,9 @@ int main(int argc, char **argv)
     });
     parser.process(application);
     const bool isQuick = parser.isSet(u"quick"_s);
-    const QStringList chosen = parser.values(u"only"_s);
-    for (const QString &group : chosen) {
+    QStringList chosen = parser.values(u"only"_s);
+    chosen.removeDuplicates();
+    for (const QString &group : std::as_const(chosen)) {
         if (!all.contains(group)) {
             std::fprintf(stderr, "queue-bench: unknown group %s; there are %s\n", qPrintable(group),
                          qPrintable(all.join(u", "_s)));
@@ -156,7 +201,8 @@ int main(int argc, char **argv)
     }
     options.tillSeconds = std::max(1, parser.value(u"till-seconds"_s).toInt());
     try {
-        measure(options, chosen.isEmpty() ? (isQuick ? quick : all) : chosen, isQuick);
+        measure(options, chosen.isEmpty() ? (isQuick ? quick : all) : chosen, isQuick,
+                parser.isSet(u"steps"_s));
     } catch (const std::exception &exception) {
         std::fprintf(stderr, "queue-bench: %s\n", exception.what());
         return 1;
