@@ -40,7 +40,7 @@ own_folder() {
         return 0
     fi
     if ! command -v sudo >/dev/null || ! [ -w "$root" ]; then
-        fail "$root/$folder cannot be written by $(id -un). Give it to this account, or work on a copy of your own."
+        fail "$root/$folder cannot be written by $(id -un). Change its owner to this account, or work on your own copy."
     fi
     say "Taking over $folder/, which an earlier run by another account made (sudo chown)"
     sudo -- chown -R "$(id -u):$(id -g)" "$root/$folder"
@@ -90,7 +90,7 @@ size_of_build() {
     [ ! -e "build/$preset/.ninja_log" ] || return 0
     steps=$(ninja -C "build/$preset" -t commands "$@" | wc -l)
     seconds=$((steps * 7 / 10 / $(nproc) + 10))
-    echo ": $steps steps, about $(((seconds + 59) / 60)) min on $(nproc) processors that have nothing else to do"
+    echo ": $steps steps, about $(((seconds + 59) / 60)) min on $(nproc) idle processors"
 }
 
 # compile PRESET [CMAKE-OPTION...]

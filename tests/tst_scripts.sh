@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Tests of the commands at the root of the project and of scripts/install-packages. Outside programs
-# are played by small stand-ins in a folder that is first, or alone, on PATH.
+# are replaced by small scripts in a folder that is first, or alone, on PATH.
 set -uo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -27,7 +27,7 @@ stand_in() {
     chmod +x "$work/bin/$1"
 }
 
-# A machine of its own: the programs that the script may use, nothing installed, user id $1.
+# A fake machine: the programs that the script may use, nothing installed, user id $1.
 fake_machine() {
     rm -rf "${work:?}/bin" "$work/calls"
     mkdir "$work/bin"
@@ -183,7 +183,7 @@ stand_in sudo "echo \"sudo \$*\" >>'$work/calls'"
 install_packages packages-fuzz
 check "packages: another list goes through sudo too" called 'install-packages packages-fuzz$'
 
-# plan_stand_in BODY: an apt-get that can tell the size, and otherwise does what the body says.
+# plan_stand_in BODY: an apt-get that reports the size, and otherwise runs the body.
 plan_stand_in() {
     stand_in apt-get "echo \"apt-get \$*\" >>'$work/calls'
         case \$* in *--print-uris*) exit 0 ;; $1 esac"
@@ -196,15 +196,15 @@ check "packages: a failed installation fails" exits_with 1
 check "packages: a failed installation says why" says "E: disk is full"
 check "packages: a failed installation says it in a few lines" [ "$(wc -l <<<"$output")" -lt 20 ]
 check "packages: a failed installation says where the rest is" \
-    [ -s "$(sed -n 's/^All that apt-get said is in //p' <<<"$output")" ]
-rm -f "$(sed -n 's/^All that apt-get said is in //p' <<<"$output")"
+    [ -s "$(sed -n 's/^The full output of apt-get is in //p' <<<"$output")" ]
+rm -f "$(sed -n 's/^The full output of apt-get is in //p' <<<"$output")"
 check "packages: the policy is gone after a failure" absent "$work/policy-rc.d"
 
 fake_machine 0
 plan_stand_in '*update*) echo "E: The repository of others is not signed."; exit 100 ;;'
 install_packages
 check "packages: a broken source elsewhere does not stop the installation" called 'apt-get .* install -y'
-check "packages: a broken source elsewhere is told" says "going on with those that are there: The repository of others is not signed."
+check "packages: a broken source elsewhere is reported" says "continuing with the others: The repository of others is not signed."
 
 # Without a network apt-get update succeeds with warnings, and finds no package afterwards.
 unreachable="W: Failed to fetch http://deb.debian.org/debian/dists/bookworm/InRelease  Temporary failure resolving 'deb.debian.org'"
@@ -218,7 +218,7 @@ install_packages
 check "packages: without a network it fails" exits_with 1
 check "packages: without a network it names the cause once" \
     [ "$(grep -c "could not be read: Temporary failure resolving 'deb.debian.org'\.$" <<<"$output")" = 1 ]
-check "packages: without a network it says what to do" says "Look at the machine's network"
+check "packages: without a network it says what to do" says "Check the machine's network"
 check "packages: without a network it says nothing else" [ "$(wc -l <<<"$output")" -le 4 ]
 
 fake_machine 0
@@ -253,7 +253,7 @@ plan_stand_in '*update*) ;; *install*) sleep 10; echo "Setting up cmake (3.25) .
 install_packages
 check "packages: a long silence has a sign of life" says "  fetching and unpacking packages, 8 s"
 
-# The output of ninja as a pipe shows it.
+# The output of ninja through a pipe.
 shown_build() {
     run_command bash -c "source '$root/scripts/progress.sh'; quiet_limit=1; { $1; } | show_build"
 }
@@ -325,7 +325,7 @@ check "packages: sudo is announced" says "through sudo"
 fake_machine 0
 rm "$work/bin/dpkg-query"
 install_packages
-check "packages: another distribution is told what is needed" says "This is no Debian"
+check "packages: another distribution is told what is needed" says "This is not Debian"
 check "packages: another distribution goes on" exits_with 0
 
 echo
