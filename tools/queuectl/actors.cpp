@@ -8,7 +8,7 @@ namespace queuectl {
 
 namespace {
 
-/// Whether the cause lies in the row itself, so that a running service changes nothing.
+/// Whether the cause is in the row itself, so that starting the service would not help.
 bool isOfTheRow(Cause cause)
 {
     return cause == Cause::NoHandler || cause == Cause::Body;
@@ -20,7 +20,7 @@ QString actionAtThePort(PortState service)
         return text("you must start the service (systemctl start queue)",
                     "запустите службу (systemctl start queue)");
     return text(
-               "you must see who has the port (ss -ltnp 'sport = %1'), then free it or restart the service (systemctl restart queue)",
+               "you must find out which program has the port (ss -ltnp 'sport = %1'), then free it or restart the service (systemctl restart queue)",
                "выясните, кто занял порт (ss -ltnp 'sport = %1'), освободите его или перезапустите службу (systemctl restart queue)")
         .arg(controlPort());
 }
@@ -39,8 +39,8 @@ QString actionText(Cause cause, PortState service, const QString &type, const QS
         address.isEmpty() ? text("the service of type %1", "сервиса типа %1").arg(type) : address;
     if (cause == Cause::NoHandler)
         return text(
-                   "the till's integrator must correct the type (queuectl drop %1 takes the row away)",
-                   "тип должен исправить интегратор кассы (queuectl drop %1 уберёт строку)")
+                   "the till's integrator must correct the type (queuectl drop %1 deletes the row)",
+                   "тип должен исправить интегратор кассы (queuectl drop %1 удалит строку)")
             .arg(id);
     if (cause == Cause::Body)
         return text("the till's integrator must correct the program that writes these rows",
@@ -54,31 +54,31 @@ QString actionText(Cause cause, PortState service, const QString &type, const QS
             .arg(destination);
     case Cause::Certificate:
         return text(
-                   "whoever installs certificates must look at those for %1 (queuectl doctor lists them)",
+                   "the person who installs certificates must check those for %1 (queuectl doctor lists them)",
                    "сертификаты для %1 должен проверить тот, кто их ставит (их покажет queuectl doctor)")
             .arg(destination);
     case Cause::Credentials:
         return text(
-                   "whoever manages the account at %1 must correct name, password or key",
+                   "the person who manages the account at %1 must correct name, password or key",
                    "имя, пароль или ключ для %1 должен исправить тот, кто ведёт эту учётную запись")
             .arg(destination);
     case Cause::Service:
-        return text("the operator of %1 must correct it; nothing is to be done here",
+        return text("the operator of %1 must correct it; there is nothing to do here",
                     "сбой должен устранить владелец %1; здесь делать нечего")
             .arg(destination);
     case Cause::Request:
         return text(
-                   "the till's integrator and the operator of %1 must find out what the request lacks (queuectl show %2)",
+                   "the till's integrator and the operator of %1 must find out what is wrong with the request (queuectl show %2)",
                    "интегратор кассы и владелец %1 должны выяснить, что не так в запросе (queuectl show %2)")
             .arg(destination, QString::number(id));
     case Cause::Turn:
         return text("nobody has to act", "делать ничего не надо");
     case Cause::Unknown:
-        return text("look into the service's log before you decide who must act",
+        return text("read the service's log before you decide who must act",
                     "прежде чем решать, кому действовать, посмотрите журнал службы");
     case Cause::Repeat:
         return text(
-                   "look whether the database takes deletions or was restored from a backup (queuectl doctor); if the message must not go out twice: queuectl drop %1",
+                   "check whether the database accepts deletions and whether it was restored from a backup (queuectl doctor); if the message must not be sent twice: queuectl drop %1",
                    "проверьте, удаляются ли строки из базы и не восстановлена ли она из копии (queuectl doctor); если повтор недопустим: queuectl drop %1")
             .arg(id);
     default:

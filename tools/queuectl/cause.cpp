@@ -65,9 +65,9 @@ QString causeText(Cause cause)
     case Cause::NoHandler:
         return text("nobody delivers this type", "тип никто не доставляет");
     case Cause::Body:
-        return text("body is no JSON object", "тело не объект JSON");
+        return text("body is not a JSON object", "тело не объект JSON");
     case Cause::Repeat:
-        return text("finished with, row not deleted", "обработана, строка не удалена");
+        return text("finished, row not deleted", "обработана, строка не удалена");
     case Cause::Other:
         break;
     }

@@ -7,24 +7,24 @@ namespace queuectl {
 /// Why a row waits.
 enum class Cause
 {
-    /// The address cannot be reached, or the exchange broke off.
+    /// The address cannot be reached, or the exchange was interrupted.
     Network,
     Certificate,
     /// The service does not accept the till's account or key.
     Credentials,
     /// The service does not accept the request.
     Request,
-    /// The service has trouble of its own.
+    /// The service reports an error of its own.
     Service,
-    /// It has not been tried, and its turn comes.
+    /// It has not been tried yet and waits for its turn.
     Turn,
-    /// Nothing tells whether it has been tried.
+    /// It is not known whether it has been tried.
     Unknown,
-    /// Nobody delivers messages of this type.
+    /// The service has no handler for this type.
     NoHandler,
-    /// The body is no JSON object.
+    /// The body is not a JSON object.
     Body,
-    /// It was finished with, and its row is there again or still.
+    /// It was delivered or dropped, but its row is still there or is there again.
     Repeat,
     Other,
 };

@@ -33,16 +33,17 @@ Check finding(State state, const QString &what)
     return {state, u"certificates"_s, what};
 }
 
-/// Deliveries fail with it.
+/// Deliveries with this certificate fail.
 Check bad(const QString &what)
 {
     return finding(State::Error, what);
 }
 
-/// The path of a certificate as rows name it, and the password beside it.
+/// The path of a certificate as rows name it, and the password from the same object.
 using NamedFile = std::pair<QString, QString>;
 
-/// Members whose name says certificate and whose value is a path, with the password beside them.
+/// Members with a name like `certificate` and a path as value, with the password from the same
+/// object.
 void collectFiles(const QJsonObject &object, int depth, std::set<NamedFile> &files)
 {
     QString password;
@@ -65,7 +66,7 @@ void collectFiles(const QJsonObject &object, int depth, std::set<NamedFile> &fil
     }
 }
 
-/// Nothing when the database does not answer, of which another check tells.
+/// Empty when the database does not answer; another check reports that.
 std::set<NamedFile> filesOfRows()
 {
     std::set<NamedFile> files;
@@ -110,7 +111,7 @@ QStringList convertedFiles()
     return result;
 }
 
-/// Whether all of them hold now, and until when.
+/// Whether all of them are valid now, and until when.
 Check judge(const QString &path, const QList<QSslCertificate> &chain)
 {
     const QDateTime now = QDateTime::currentDateTime();
@@ -145,7 +146,7 @@ Check checkPemFile(const QString &path)
     return judge(path, chain);
 }
 
-/// With a wrong password, or an old cipher, the end of the certificate cannot be told.
+/// With a wrong password or an old cipher the end of validity cannot be read.
 Check checkPkcs12File(const QString &path, const QString &password)
 {
     QFile file(path);
@@ -155,7 +156,7 @@ Check checkPkcs12File(const QString &path, const QString &password)
     QSslKey key;
     QSslCertificate certificate;
     QList<QSslCertificate> authorities;
-    // The service has the openssl tool do it, which may know older ciphers.
+    // The service uses the openssl tool, which may know older ciphers.
     if (!QSslCertificate::importPkcs12(&file, &key, &certificate, &authorities, password.toUtf8()))
         return finding(State::Warning,
                        text("%1 does not open with the password of the rows that name it",
@@ -177,7 +178,7 @@ QList<Check> examineCertificates()
         const bool isPkcs12 = path.endsWith(u".p12"_s, Qt::CaseInsensitive)
                               || path.endsWith(u".pfx"_s, Qt::CaseInsensitive);
         if (!QFileInfo(path).isFile())
-            checks.append(bad(text("there is no certificate %1, waiting rows need it",
+            checks.append(bad(text("the certificate %1 is missing, waiting rows need it",
                                    "нет сертификата %1, он нужен строкам очереди")
                                   .arg(path)));
         else

@@ -9,12 +9,12 @@
 
 namespace queuectl {
 
-/// What the operator has typed behind the command's name.
+/// What the operator has typed after the command's name.
 struct Call
 {
     QStringList arguments;
     QHash<QString, QString> options;
-    /// All values of an option that was given several times; `options` has the last one.
+    /// All values of an option that was given several times; `options` holds the last one.
     QHash<QString, QStringList> lists;
     bool isJson = false;
 
@@ -30,7 +30,7 @@ struct Call
 struct Option
 {
     QString name;
-    /// What follows it; empty for a switch.
+    /// The name of its value; empty for a switch.
     QString value;
     const char *english;
     const char *russian;
@@ -47,7 +47,7 @@ struct Command
     QList<Option> options;
     const char *english;
     const char *russian;
-    /// A call as one types it.
+    /// A call as it is typed.
     QString example;
     Report (*run)(const Call &call);
 };

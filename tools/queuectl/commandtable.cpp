@@ -13,7 +13,7 @@ const QList<Command> &commandTable()
     // clang-format off
     static const QList<Command> table = {
         {u"status"_s, {}, 0, 0, {},
-         "what waits, by type, and how database and service are",
+         "what waits, by type; the state of database and service",
          "что ждёт, по типам, и состояние базы и службы",
          u"queuectl status"_s, showStatus},
         {u"watch"_s, {}, 0, 0,
@@ -24,19 +24,19 @@ const QList<Command> &commandTable()
          u"queuectl watch --interval 10"_s, watchStatus},
         {u"list"_s, u"[TYPE]"_s, 0, 1,
          {{u"limit"_s, u"N"_s, "rows to show, 50 by default", "сколько строк показать, по умолчанию 50"},
-          {u"after"_s, u"ID"_s, "begin behind this row", "начать после этой строки"},
+          {u"after"_s, u"ID"_s, "begin after this row", "начать после этой строки"},
           {u"card"_s, u"CARD"_s, "only rows of this card", "только строки этой карты"},
-          {u"older"_s, u"SPAN"_s, "only rows that wait for longer: 15m, 2h, 7d; a type is not needed then", "только строки, которые ждут дольше: 15m, 2h, 7d; тип тогда не нужен"}},
-         "the rows of a type, or of all types that are older, oldest first",
-         "строки одного типа или старые строки всех типов, начиная со старшей",
+          {u"older"_s, u"SPAN"_s, "only rows that have waited longer: 15m, 2h, 7d; TYPE may be left out", "только строки, которые ждут дольше: 15m, 2h, 7d; TYPE можно не указывать"}},
+         "the rows of a type, with --older of all types, oldest first",
+         "строки одного типа, с --older — всех типов, начиная со старшей",
          u"queuectl list cardlab --after 1200"_s, listRows},
         {u"show"_s, u"ID"_s, 1, 1,
-         {{u"secrets"_s, {}, "show passwords and tokens, too", "показать и пароли, и ключи"}},
+         {{u"secrets"_s, {}, "also show passwords and tokens", "показать также пароли и ключи"}},
          "one row with its body",
          "одна строка с телом",
          u"queuectl show 1207"_s, showRow},
         {u"why"_s, u"ID"_s, 1, 1, {},
-         "why a row waits, when it is tried next and who must act; of a row that is gone, what became of it",
+         "why a row waits, when it is tried next and who must act; for a deleted row, what became of it",
          "почему строка ждёт, когда следующая попытка и кто должен действовать; если строки уже нет — что с ней стало",
          u"queuectl why 1207"_s, explainRow},
         {u"shape"_s, {}, 0, 0, {},
@@ -46,12 +46,12 @@ const QList<Command> &commandTable()
         {u"history"_s, u"[ID]"_s, 0, 1,
          {{u"type"_s, u"TYPE"_s, "only messages of this type", "только сообщения этого типа"},
           {u"card"_s, u"CARD"_s, "only of this card; its last four digits are enough", "только этой карты; достаточно последних четырёх цифр"},
-          {u"reference"_s, u"TEXT"_s, "only with this in their reference: receipt, order, refund, address", "только с таким документом: чек, заказ, возврат, адрес; достаточно части"},
-          {u"since"_s, u"TIME"_s, "last tried from then on: today, yesterday, 2h, 7d, 2026-11-22, '2026-11-22 14:00'", "последняя попытка не раньше: today, yesterday, 2h, 7d, 2026-11-22, '2026-11-22 14:00'"},
-          {u"until"_s, u"TIME"_s, "last tried before then; a day counts whole", "последняя попытка до этого времени; день включается целиком"},
+          {u"reference"_s, u"TEXT"_s, "only with this in their reference: receipt, order, refund, address", "только с этим в документе: чек, заказ, возврат, адрес; достаточно части"},
+          {u"since"_s, u"TIME"_s, "last tried at this time or later: today, yesterday, 2h, 7d, 2026-11-22, '2026-11-22 14:00'", "последняя попытка не раньше: today, yesterday, 2h, 7d, 2026-11-22, '2026-11-22 14:00'"},
+          {u"until"_s, u"TIME"_s, "last tried before this time; a day is included as a whole", "последняя попытка до этого времени; день включается целиком"},
           {u"verdict"_s, u"VERDICT"_s, "only delivered, dropped or kept ones", "только delivered (доставлено), dropped (снято с доставки) или kept (осталось)"},
           {u"limit"_s, u"N"_s, "messages to show, 50 by default", "сколько сообщений показать, по умолчанию 50"}},
-         "what became of messages, newest first; with --json an object a line",
+         "what became of messages, newest first; with --json one object per line",
          "что стало с сообщениями, новые сверху; с --json по объекту в строке",
          u"queuectl history --reference 4711 --since yesterday"_s, showHistory},
         {u"outages"_s, QString(), 0, 0,
@@ -69,17 +69,17 @@ const QList<Command> &commandTable()
          u"queuectl settle --wait 60"_s, settle},
         {u"put"_s, u"TYPE FILE"_s, 2, 2,
          {{u"card"_s, u"CARD"_s, "card number of the row", "номер карты для строки"},
-          {u"force"_s, {}, "write it in spite of errors", "записать несмотря на ошибки"}},
-         "write a row whose body alone, {\"url\": ...}, is in FILE (- is standard input), after a check",
-         "записать строку; в FILE (- — стандартный ввод) только её тело, {\"url\": ...}; сначала проверка",
+          {u"force"_s, {}, "write the row despite errors", "записать несмотря на ошибки"}},
+         "check a body, {\"url\": ...}, in FILE (- is standard input), and write a row with it",
+         "проверить тело, {\"url\": ...}, из FILE (- — стандартный ввод) и записать строку с ним",
          u"queuectl put cardlab body.json"_s, putRow},
         {u"lint"_s, u"FILE"_s, 1, 1,
-         {{u"type"_s, u"TYPE"_s, "the type, when FILE holds a body alone", "тип, если в FILE только тело"}},
-         "check a whole row, {\"type\": ..., \"body\": {...}}, before it is written; with --type a body alone",
+         {{u"type"_s, u"TYPE"_s, "the type, when FILE holds only a body", "тип, если в FILE только тело"}},
+         "check a whole row, {\"type\": ..., \"body\": {...}}, before it is written; with --type only a body",
          "проверить строку целиком, {\"type\": ..., \"body\": {...}}, до записи; с --type — только тело",
          u"queuectl lint --type cardlab body.json"_s, lintRow},
         {u"types"_s, u"[TYPE]"_s, 0, 1,
-         {{u"names"_s, {}, "the names alone, one on a line", "только имена, по одному в строке"}},
+         {{u"names"_s, {}, "only the names, one per line", "только имена, по одному в строке"}},
          "the message types and the keys of their bodies",
          "типы сообщений и ключи их тел",
          u"queuectl types cardlab"_s, showTypes},
@@ -169,8 +169,8 @@ int rowId(const Call &call)
     bool isNumber = false;
     const int id = call.arguments.first().toInt(&isNumber);
     if (!isNumber || id < 1)
-        throw Failure(Usage, text("'%1' is no row id, which is a whole number from 1 on",
-                                  "'%1' — не номер строки, то есть не целое число не меньше 1")
+        throw Failure(Usage, text("'%1' is not a row id (a whole number from 1 on)",
+                                  "'%1' — не номер строки (целое число не меньше 1)")
                                  .arg(call.arguments.first()));
     return id;
 }
@@ -194,12 +194,13 @@ void requireDelivered(const QString &type)
     if (isDelivered(type))
         return;
     const QString meant = nearest(type, deliveredTypes());
-    throw Failure(NotFound,
-                  text("The service has no handler for type '%1'%2 (queuectl types lists them)",
-                       "У службы нет обработчика типа '%1'%2 (все типы: queuectl types)")
-                      .arg(type, meant.isEmpty()
-                                     ? QString()
-                                     : text("; is %1 meant?", "; имелось в виду %1?").arg(meant)));
+    throw Failure(
+        NotFound,
+        text("The service has no handler for type '%1'%2 (queuectl types lists them)",
+             "У службы нет обработчика типа '%1'%2 (все типы: queuectl types)")
+            .arg(type, meant.isEmpty()
+                           ? QString()
+                           : text("; did you mean %1?", "; имелось в виду %1?").arg(meant)));
 }
 
 } // namespace queuectl

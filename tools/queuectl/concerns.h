@@ -13,7 +13,7 @@ struct Concern
 {
     enum class Kind
     {
-        /// Nobody delivers the type.
+        /// The service has no handler for the type.
         NoHandler,
         /// The type has been refused and never delivered.
         OnlyFailed,
@@ -21,9 +21,9 @@ struct Concern
         Old
     } kind = Kind::Old;
     QString type;
-    /// How many rows it is about.
+    /// How many rows it concerns.
     int count = 0;
-    /// For the operator.
+    /// Text for the operator.
     QString text;
 };
 

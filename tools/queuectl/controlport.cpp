@@ -32,7 +32,7 @@ ServiceAnswer lookAtService()
     const auto answer = askService({u"db_errors_count"_s});
     if (answer && answer->contains(u"errorsCount"_s))
         return {PortState::Service, answer->value(u"errorsCount"_s).toInt()};
-    // Cut to the size of a port, a number that is none would be somebody's.
+    // A number that is not a port would be cut to 16 bits and reach another program's port.
     if (controlPort() < 1 || controlPort() > maxPort)
         return {};
     QTcpSocket socket;
@@ -48,11 +48,11 @@ PortState controlPortState()
 
 StartAnswer askStart(const QString &type, const QString &cardNumber)
 {
-    // The path needs a card; a dash stands for none.
+    // The path needs a card; a dash means no card.
     const auto answer = askService({u"start"_s, type, cardNumber.isEmpty() ? u"-"_s : cardNumber});
     if (!answer)
         return {};
-    // The interface has no other value to tell by.
+    // The reply has no other value that tells the results apart.
     const QString text = answer->value(u"description"_s).toString();
     if (text == u"Обработчик успешно запущен")
         return {StartAnswer::State::Started, text};

@@ -18,8 +18,8 @@ enum class PortState
 {
     /// The service.
     Service,
-    /// Somebody listens and does not answer as the service does: another program, or a service that
-    /// hangs.
+    /// The port is open, but the answer is not the service's: another program listens, or the
+    /// service hangs.
     Other,
     Nobody,
 };
@@ -47,7 +47,7 @@ struct StartAnswer
         Refused,
         NoAnswer,
     } state = State::NoAnswer;
-    /// The service's words.
+    /// The text of the service.
     QString text;
 };
 

@@ -41,8 +41,8 @@ void examineWriteAheadLog(Findings &findings)
         return;
     findings.warn(
         text(
-            "%1 has grown to %2 MiB: a program keeps a read transaction open, and the file shrinks when that is over. Processes that have the database open: %3",
-            "%1 вырос до %2 МиБ: какая-то программа держит транзакцию чтения, файл уменьшится, когда она закончится. База данных открыта процессами: %3")
+            "%1 has grown to %2 MiB: a program keeps a read transaction open; the file shrinks after that transaction has ended. Processes that have the database open: %3",
+            "%1 вырос до %2 МиБ: какая-то программа держит транзакцию чтения; файл уменьшится, когда она завершится. База данных открыта процессами: %3")
             .arg(log.filePath(), QString::number(log.size() / 1024 / 1024),
                  usersOf({databaseFile(), log.filePath()}).toText()));
 }
@@ -67,8 +67,7 @@ QList<Check> examineGrants(const QSqlDatabase &connection)
     return findings.checks;
 }
 
-/// The package of a driver that is not installed; empty when it is, or when there is no such
-/// driver.
+/// The package of a driver that is not installed; empty when it is installed or unknown.
 QString missingPackage(const QString &driver)
 {
     static const QMap<QString, QString> packages{{u"QSQLITE"_s, u"libqt6sql6-sqlite"_s},

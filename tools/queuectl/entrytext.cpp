@@ -56,7 +56,7 @@ QString entrySentence(const JournalEntry &entry)
         return text("Message %1 was delivered at %2, %3%4", "Сообщение %1 доставлено в %2, %3%4")
             .arg(entryName(entry), time, attempts, end);
     if (entry.verdict == u"dropped")
-        return text("Message %1 was given up at %2, %3; the service has not done what it asked%4",
+        return text("Message %1 was dropped at %2, %3; the service did not do what was asked%4",
                     "Сообщение %1 снято с доставки в %2, %3; сервис его не выполнил%4")
             .arg(entryName(entry), time, attempts, end);
     return text("Message %1 was last tried at %2 and stayed (%3), %4%5",

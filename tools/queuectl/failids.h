@@ -14,7 +14,7 @@ struct FailIds
     QMap<QString, int> byType;
     /// Invalid when there is no file.
     QDateTime savedAt;
-    /// The file may not be read.
+    /// This account cannot read the file.
     bool isDenied = false;
 
     std::optional<int> of(const QString &type) const;

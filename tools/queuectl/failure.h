@@ -18,7 +18,7 @@ enum ExitCode
     NoDatabase = 4,
     /// The service does not answer on its port.
     NoService = 5,
-    /// The question was answered with no, or nobody was there to answer it.
+    /// The question was answered with no, or there was no terminal to ask it on.
     NotConfirmed = 6,
     /// A file, a database statement or an outside program failed.
     Failed = 7,

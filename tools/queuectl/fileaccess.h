@@ -8,9 +8,9 @@ namespace queuectl {
 enum class FileAccess
 {
     Readable,
-    /// There is none.
+    /// There is no such file.
     Missing,
-    /// It may not be read, or nobody can tell whether it is there: a folder above it is closed.
+    /// It cannot be read, or a folder above it is closed, so that its existence is unknown.
     Denied
 };
 

@@ -14,7 +14,7 @@ namespace queuectl {
 namespace {
 
 constexpr int usualLimit = 50;
-/// Four digits and their mask.
+/// The mask and four digits.
 constexpr qsizetype cardWidth = 12;
 constexpr qsizetype wordsWidth = 80;
 
@@ -53,7 +53,7 @@ void requireJournal(const JournalFile &journal)
                       journal.why());
 }
 
-/// Nothing was found: a slip of the finger is likelier than silence.
+/// Nothing was found: a typing error is likelier than a message without a record.
 void requireSense(const JournalFilter &filter)
 {
     if (filter.id > 0)
@@ -64,7 +64,7 @@ void requireSense(const JournalFilter &filter)
         requireDelivered(filter.type);
 }
 
-/// An object a line, as they are read: there may be very many.
+/// One object per line while reading: there may be 200,000 entries.
 Report printLines(JournalFile &journal, const JournalFilter &filter)
 {
     const QDateTime now = QDateTime::currentDateTime();
@@ -130,7 +130,7 @@ Report showHistory(const Call &call)
     for (const JournalEntry &entry : std::as_const(entries))
         records.append(lineRecord(entry));
     report.data.insert(u"entries"_s, records);
-    // The words of one message in full; a table cuts them.
+    // Answers in full for one message; a table cuts them.
     for (const JournalEntry &entry : std::as_const(entries)) {
         if (filter.id > 0)
             report.line(entrySentence(entry));

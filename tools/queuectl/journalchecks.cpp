@@ -26,7 +26,7 @@ constexpr qint64 largeLogBytes = 64 * bytesOfMiB;
 constexpr int rowsTolerance = 20'000;
 /// How many entries are searched for jumps of the clock.
 constexpr int searchedEntries = 10'000;
-/// Attempts of several workers are written in the order of their ends; long ones begin early.
+/// Attempts of several workers are written in the order in which they end; a long one began early.
 constexpr qint64 jumpSeconds = 600;
 constexpr qint64 futureSeconds = 60;
 constexpr qint64 clockWarningSeconds = 60;
@@ -78,7 +78,7 @@ bool wasNothingTried()
     }
 }
 
-/// A service that is a stand-by, or does not run, or has had no message yet, writes nothing.
+/// A stand-by, a service that does not run, or one without a message so far writes nothing.
 bool Examination::isAbsenceExpected() const
 {
     const auto holder = FolderLock::holder(serviceLockFile());
@@ -89,8 +89,8 @@ void Examination::file()
 {
     if (!JournalFile::isEnabled())
         add(State::Warning, u"journal"_s,
-            text("journal:enabled is off: nobody will know what became of a message",
-                 "параметр journal:enabled выключен: что стало с сообщением, никто не узнает"));
+            text("journal:enabled is off: the outcomes of messages are not recorded",
+                 "параметр journal:enabled выключен: что стало с сообщениями, не записывается"));
     if (journal.state() != JournalFile::State::Read) {
         const bool isFine = journal.state() == JournalFile::State::Missing && isAbsenceExpected();
         QString reason = journal.why();
@@ -161,7 +161,7 @@ void Examination::rights()
                     .arg(path, info.owner(), folder.owner()));
         if (info.permission(QFile::ReadOther))
             add(State::Warning, u"journal"_s,
-                text("every account may read %1 (chmod o-rwx %1)",
+                text("every account can read %1 (chmod o-rwx %1)",
                      "%1 может читать любая учётная запись (chmod o-rwx %1)")
                     .arg(path));
     }
@@ -170,7 +170,7 @@ void Examination::rights()
 void Examination::clockJumps()
 {
     const QList<JournalEntry> entries = journal.lastMade(searchedEntries);
-    // Newest first: the one that was made before is the next of the list.
+    // Newest first: the previous entry is the next one of the list.
     for (qsizetype i = 0; i + 1 < entries.size(); ++i) {
         const QDateTime &later = entries[i].first;
         const QDateTime &earlier = entries[i + 1].first;
@@ -181,7 +181,7 @@ void Examination::clockJumps()
             continue;
         add(State::Warning, u"clock"_s,
             text(
-                "the clock was set back by %1 after %2: times on record before and after do not compare",
+                "the clock was set back by %1 after %2: recorded times before and after this cannot be compared",
                 "часы перевели назад на %1 после %2: времена записей до и после несравнимы")
                 .arg(durationText(back), momentText(earlier)));
         return;
@@ -195,7 +195,7 @@ void Examination::certificates()
     for (const Fact &fact : facts) {
         bool isNumber = false;
         const qint64 milliseconds = fact.value.toLongLong(&isNumber);
-        // What was in use once may have been replaced since.
+        // A certificate that was used once may have been replaced since.
         if (!isNumber || !fact.time.isValid() || fact.time.daysTo(now) > certificateMemoryDays)
             continue;
         const QDateTime end = QDateTime::fromMSecsSinceEpoch(milliseconds);
@@ -211,12 +211,12 @@ void Examination::certificates()
                     .arg(path, dayText(fact.time), dayText(end), QString::number(now.daysTo(end))));
         else
             add(State::Ok, u"certificates"_s,
-                text("%1, in use on %2, holds until %3", "%1, использован %2, действует до %3")
+                text("%1, in use on %2, is valid until %3", "%1, использован %2, действует до %3")
                     .arg(path, dayText(fact.time), dayText(end)));
     }
 }
 
-/// A service's own clock may be wrong; the one in the middle of several is taken for right.
+/// The clock of one service may be wrong; the median of several is taken as right.
 void Examination::clockOffset()
 {
     struct Offset
@@ -231,7 +231,7 @@ void Examination::clockOffset()
     for (const Fact &fact : facts) {
         bool isNumber = false;
         const double seconds = fact.value.toDouble(&isNumber);
-        // An old one tells of a clock that may have been set since.
+        // The till's clock may have been set since an old entry.
         if (isNumber && qAbs(seconds) < 1e12 && fact.time.isValid()
             && fact.time >= now.addDays(-clockMemoryDays))
             offsets.append({fact.subject, qRound64(seconds), fact.time});

@@ -66,8 +66,9 @@ JournalEntry entryAt(const QSqlQuery &query)
     return entry;
 }
 
-/// SQLite makes files beside the database even to read it, unless it is told that nobody writes.
-/// That is so when there is no write-ahead log: the service has one from its start to its end.
+/// SQLite creates files beside the database even for reading, unless it is told that no program
+/// writes (`immutable`). Without a write-ahead log that is true: the service has one as long as it
+/// runs.
 bool isAtRest(const QString &path)
 {
     return !QFileInfo::exists(path + u"-shm"_s) && QFileInfo(path + u"-wal"_s).size() == 0;
@@ -98,7 +99,7 @@ struct JournalFile::Connection
     QString name;
     QString path;
     State state = State::Read;
-    /// SQLite's words for a damaged file.
+    /// SQLite's texts for a damaged file.
     QString reason;
     bool isImmutable = false;
 };
@@ -129,7 +130,7 @@ JournalStatement historyStatement(const JournalFilter &filter)
     };
     if (filter.id > 0)
         where(u"messageid = ?"_s, filter.id);
-    // With an id, the plus keeps SQLite from walking through all messages of the type.
+    // With an id, the plus keeps SQLite from scanning all messages of the type.
     if (!filter.type.isEmpty())
         where(filter.id > 0 ? u"+type = ?"_s : u"type = ?"_s, filter.type);
     const QString plus = filter.id > 0 ? u"+"_s : QString();
@@ -155,7 +156,7 @@ JournalStatement historyStatement(const JournalFilter &filter)
 
 JournalStatement endedStatement(const QDateTime &start)
 {
-    // The plus keeps SQLite from walking through the whole index by type.
+    // The plus keeps SQLite from scanning the whole index by type.
     return {
         u"SELECT type, verdict, COUNT(*) FROM outcome WHERE last >= ? GROUP BY +type, +verdict"_s,
         {start.toMSecsSinceEpoch()}};
@@ -206,7 +207,7 @@ void JournalFile::open(const QString &path)
         connection->state = State::Newer;
         return;
     }
-    // A file that is not the service's lacks one of these.
+    // A file that the service did not write lacks one of these.
     for (const QString &table : {u"outcome"_s, u"streak"_s, u"fact"_s})
         run({u"SELECT 1 FROM %1 LIMIT 1"_s.arg(table), {}},
             [](const QSqlQuery & /*query*/) { return false; });
@@ -249,7 +250,7 @@ QString JournalFile::why() const
                           "Журнала доставки нет: параметр journal:enabled выключен.");
     case State::Denied:
         return text(
-                   "No rights: this account may not read the delivery journal %1 (run queuectl as root or as a member of the group queue).",
+                   "No rights: this account cannot read the delivery journal %1 (run queuectl as root or as a member of the group queue).",
                    "Нет прав: эта учётная запись не может читать журнал доставки %1 (запустите queuectl от root или от члена группы queue).")
             .arg(connection->path);
     case State::Damaged:
@@ -300,8 +301,8 @@ void JournalFile::fail(const QSqlQuery &query)
     default:
         break;
     }
-    // The service has been started since, and changes the file under a connection that counts on
-    // rest.
+    // The service has been started since, and changes the file that this connection opened as
+    // immutable.
     if (code == Corrupt && connection->isImmutable && !isAtRest(connection->path)) {
         connection->state = State::Busy;
         return;
@@ -331,7 +332,7 @@ void JournalFile::run(const JournalStatement &statement,
         if (!take(query))
             return;
     }
-    // A page that cannot be read ends the rows like their last one.
+    // An unreadable page ends the rows like the last row does.
     if (query.lastError().isValid())
         fail(query);
 }

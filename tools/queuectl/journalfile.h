@@ -33,13 +33,13 @@ struct JournalEntry
     int status = 0;
     QString text;
     int attempts = 0;
-    /// In the till's zone; invalid when the file holds a number that is no time.
+    /// In the till's time zone; invalid when the number in the file is not a time.
     QDateTime first;
     QDateTime last;
     /// How long the last attempt took.
     qint64 milliseconds = 0;
 
-    /// The record of the JSON form; secrets that can be told in the text are masked.
+    /// The record of the JSON form; secrets that are recognized in the text are masked.
     QJsonObject toJson() const;
 };
 
@@ -53,7 +53,7 @@ struct JournalFilter
     /// A part of the reference.
     QString reference = {};
     QString verdict = {};
-    /// Of the last attempt: from `since` on, before `until`.
+    /// Time of the last attempt: `since` or later, before `until`.
     QDateTime since = {};
     QDateTime until = {};
     int limit = 0;
@@ -76,7 +76,7 @@ struct Streak
 {
     /// Invalid: never.
     QDateTime lastDelivered;
-    /// Invalid when its last attempt went well.
+    /// Invalid when its last attempt succeeded.
     QDateTime failingSince;
 };
 
@@ -116,9 +116,9 @@ public:
         Read,
         /// There is no file.
         Missing,
-        /// This account may not read it.
+        /// This account has no right to read it.
         Denied,
-        /// It is no journal, or its pages cannot be read.
+        /// It is not a journal, or its pages cannot be read.
         Damaged,
         /// A newer service has written it.
         Newer,
@@ -133,13 +133,13 @@ public:
     State state() const;
     /// The name in the JSON form.
     QString stateName() const;
-    /// Why nothing can be read, a sentence in the operator's language; empty when it can.
+    /// Why the journal cannot be read, in the operator's language; empty when it can.
     QString why() const;
     QString path() const;
-    /// Whether the settings have the service write it.
+    /// Whether the settings switch it on.
     static bool isEnabled();
 
-    /// Hands over the entries, newest first, until `take` answers false.
+    /// Calls `take` with each entry, newest first, until it returns false.
     void entries(const JournalFilter &filter,
                  const std::function<bool(const JournalEntry &)> &take);
     QList<JournalEntry> entries(const JournalFilter &filter);
@@ -147,7 +147,7 @@ public:
     QHash<int, JournalEntry> newest(const QString &type, const QList<int> &ids);
     /// The message of the type that was kept last.
     std::optional<JournalEntry> lastKept(const QString &type);
-    /// The entry that was made first of those that are still there.
+    /// The oldest entry that is still there.
     std::optional<JournalEntry> oldest();
     /// The entry of the last attempt.
     std::optional<JournalEntry> latest();
@@ -162,8 +162,7 @@ public:
     /// Ordered by type, verdict and kind; entries that were pruned stay counted.
     QList<Total> totals();
 
-    /// Whether it is readable, still written, and has every attempt since the first one that was
-    /// made.
+    /// Whether it is readable, still written, and holds every attempt since its first entry.
     bool isWhole();
 
 private:
@@ -171,7 +170,7 @@ private:
 
     void open(const QString &path);
     void fail(const QSqlQuery &query);
-    /// Calls `take` with the query at each row, until that answers false.
+    /// Calls `take` with the query at each row, until it returns false.
     void run(const JournalStatement &statement, const std::function<bool(QSqlQuery &)> &take);
     std::optional<JournalEntry> first(const JournalStatement &statement);
 

@@ -28,10 +28,10 @@ bool namesFile(const QString &key)
            && key.section(u'.', 3).compare(u"file"_s, Qt::CaseInsensitive) == 0;
 }
 
-/// `${name}` stands for another property or a variable of the environment.
+/// Replaces `${name}` with another property or an environment variable.
 QString resolved(QString value, const Log4Qt::Properties &properties)
 {
-    // A property that names itself would never end.
+    // A property that refers to itself would never end.
     for (int i = 0; i < 10; ++i) {
         const qsizetype start = value.indexOf(u"${"_s);
         const qsizetype end = start < 0 ? -1 : value.indexOf(u'}', start);
@@ -80,7 +80,7 @@ QStringList refusalsOfLogSettings(const QString &path)
         return {file.errorString()};
     Log4Qt::Properties properties;
     properties.load(&file);
-    // The files of the trial are others than the service's.
+    // The trial writes to other files than the service.
     const QTemporaryDir folder;
     int number = 0;
     const QStringList keys = properties.keys();
@@ -96,7 +96,7 @@ QStringList refusalsOfLogSettings(const QString &path)
         if (reasons.isEmpty())
             reasons.append(text("the reason is not known", "причина неизвестна"));
     }
-    // This program logs nothing, with or without them.
+    // This program logs nothing, whatever the settings say.
     Log4Qt::LogManager::resetConfiguration();
     Log4Qt::Properties silence;
     silence.setProperty(u"log4j.rootLogger"_s, u"ERROR, nowhere"_s);
@@ -112,8 +112,7 @@ QStringList logFilesOutOfReach(const QString &path)
         return {};
     Log4Qt::Properties properties;
     properties.load(&file);
-    // ReadWritePaths of the unit, whose /tmp nobody else sees. A trial in a folder of its own has
-    // no unit.
+    // ReadWritePaths of the unit, and its private /tmp. A trial with QUEUE_ROOT has no unit.
     const QString root = qEnvironmentVariable("QUEUE_ROOT");
     QStringList reach{u"/tallocash/"_s};
     if (!root.isEmpty())

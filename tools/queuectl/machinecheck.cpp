@@ -43,7 +43,8 @@ QList<Check> examineClock(const QDateTime &newestRow)
 {
     Findings findings(u"clock"_s);
     const QDateTime now = QDateTime::currentDateTime();
-    // A till whose battery is flat wakes up years ago, and every certificate is "not yet valid".
+    // A till with a flat battery starts with a date years ago, when every certificate is "not yet
+    // valid".
     if (now.date().year() < 2025) {
         findings.error(text("the clock says %1", "часы показывают %1").arg(exactTime(now)));
         return findings.checks;

@@ -4,10 +4,10 @@
 
 #include <QCoreApplication>
 
-/// The queue of a till, for the engineer beside it.
+/// `queuectl`: the engineer's program for the queue of a till.
 int main(int argc, char **argv)
 {
-    // Before the encoding is settled, which may replace a locale that the till has not installed.
+    // Read before Qt sets the encoding, which may replace a locale that is not installed.
     queuectl::isRussian();
     useUtf8Locale();
     QCoreApplication application(argc, argv);

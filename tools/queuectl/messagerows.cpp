@@ -22,7 +22,7 @@ namespace {
 
 const QString columns = u"messageid, type, body, cardnumber, statuscode, creationtime"_s;
 
-/// SQLite writes files beside the database even to read it.
+/// SQLite writes files beside the database even for reading.
 QString rightsHint()
 {
     const QFileInfo file(databaseFile());
@@ -38,7 +38,7 @@ QSqlDatabase connection()
     try {
         return Singleton<ConnectionFactory>::instance()->getConnection();
     } catch (const BasicException &exception) {
-        // The words of the service's log, which the operator will look for there.
+        // The text of the service's log, so that the operator finds it there.
         const QString reason = exception.tr().ru().simplified();
         throw Failure(NoDatabase,
                       text("The database cannot be reached: %1", "%1").arg(reason) + rightsHint());
@@ -87,7 +87,7 @@ Row toRow(const QVariantList &values)
     return row;
 }
 
-/// Runs `work` in one transaction, which is undone when it throws.
+/// Runs `work` in one transaction, which is rolled back when it throws.
 void inTransaction(const std::function<void(QSqlDatabase &)> &work)
 {
     QSqlDatabase database = connection();
@@ -108,7 +108,7 @@ void inTransaction(const std::function<void(QSqlDatabase &)> &work)
 
 QString orEmpty(const QString &value)
 {
-    // A null text would be written as NULL, which the columns refuse.
+    // A null text would be written as NULL, which the columns do not accept.
     return value.isNull() ? u""_s : value;
 }
 
@@ -143,9 +143,10 @@ MessageRows::MessageRows()
                   "WHERE type IN ('table', 'view') AND lower(name) = 'message'"_s,
                   {})
                == 0)
-        throw Failure(NoDatabase, text("The database %1 has no table message; the service makes it",
-                                       "В базе данных %1 нет таблицы message; её создаёт служба")
-                                      .arg(databaseFile()));
+        throw Failure(NoDatabase,
+                      text("The database %1 has no table message; the service creates it",
+                           "В базе данных %1 нет таблицы message; её создаёт служба")
+                          .arg(databaseFile()));
 }
 
 QList<TypeRows> MessageRows::types(const QDateTime &writtenBefore)
@@ -182,7 +183,7 @@ void MessageRows::countTypes(const std::function<void(const QString &, qint64, i
     execute(query, countStatement(), {});
     while (query.next())
         take(query.value(0).toString(), query.value(1).toLongLong(), query.value(2).toInt());
-    // A page that cannot be read ends the rows like their last one.
+    // An unreadable page ends the rows like the last row does.
     if (query.lastError().isValid())
         failStatement(query.lastError());
 }
@@ -215,8 +216,7 @@ QList<TypeRows> MessageRows::older(const Cutoff &cutoff)
 {
     QString condition = u"(creationtime < ? OR creationtime IS NULL OR messageid <= ?"_s;
     QVariantList values{cutoff.before.toString(u"yyyy-MM-dd HH:mm:ss"_s), cutoff.lastId};
-    // On SQLite a time is a text, and a till may write it in a form that does not sort with the
-    // others.
+    // On SQLite a time is a text, and a till may write it in a form that sorts differently.
     if (!databaseFile().isEmpty())
         condition +=
             u" OR creationtime NOT GLOB '[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9]'"_s;
@@ -321,7 +321,7 @@ QList<int> MessageRows::insert(const QList<Row> &rows, const std::function<void(
 {
     QList<int> ids;
     inTransaction([&](QSqlDatabase &database) {
-        // Prepared once: the service cannot write while this goes on.
+        // Prepared once: the service cannot write during this transaction.
         QSqlQuery withTime(database);
         QSqlQuery withoutTime(database);
         prepare(
@@ -370,7 +370,7 @@ std::optional<int> MessageRows::requeue(int id)
         const int writtenId = copy.lastInsertId().toInt();
         QSqlQuery removal(database);
         execute(removal, u"DELETE FROM message WHERE messageid = ?"_s, {id});
-        // The service may have delivered it meanwhile; then there is nothing to try again.
+        // The service may have delivered it meanwhile; then there is nothing to requeue.
         if (removal.numRowsAffected() != 1)
             throw Failure(
                 NotFound,
@@ -433,19 +433,19 @@ void requireDatabase()
     const FileAccess access = fileAccess(file);
     if (access == FileAccess::Missing)
         throw Failure(NoDatabase,
-                      text("There is no database %1; the service makes it at its first start",
+                      text("There is no database %1; the service creates it at its first start",
                            "Базы данных %1 нет; служба создаёт её при первом запуске")
                           .arg(file));
     if (access == FileAccess::Denied)
         throw Failure(
             NoDatabase,
-            text("No rights: this account may not read the database %1 (run queuectl as root)",
+            text("No rights: this account cannot read the database %1 (run queuectl as root)",
                  "Нет прав: эта учётная запись не может читать базу данных %1 (запустите queuectl "
                  "от root)")
                 .arg(file));
     if (QFileInfo(file).size() == 0)
         throw Failure(NoDatabase,
-                      text("The database %1 is an empty file; the service makes its tables",
+                      text("The database %1 is an empty file; the service creates its tables",
                            "База данных %1 — пустой файл; таблицы в нём создаёт служба")
                           .arg(file));
 }

@@ -23,7 +23,7 @@ struct Row
     QString statusCode;
     QDateTime creationTime;
 
-    /// The body as an object, or nothing when it is none.
+    /// The body as an object; nothing when it is not an object.
     std::optional<QJsonObject> object() const;
     qint64 ageSeconds() const;
 };
@@ -39,14 +39,14 @@ struct TypeRows
 /// Which rows are older than a point in time.
 struct Cutoff
 {
-    /// Written before.
+    /// Rows written before this time.
     QDateTime before;
-    /// Or with an id up to this one: numbers go on when a clock is set back. -1: by the time alone.
+    /// Or with an id up to this one: ids still grow when a clock is set back. -1: by the time only.
     int lastId = -1;
-    /// Of these types alone; empty for all.
+    /// Of these types only; empty for all.
     QStringList types;
 
-    /// A row without a time that can be read counts as older.
+    /// A row without a readable time counts as older.
     bool takesIn(const Row &row) const;
 };
 
@@ -63,22 +63,23 @@ class MessageRows
 public:
     MessageRows();
 
-    /// What waits, by type; with a time, only rows that were written before.
+    /// What waits, by type; with a time, only rows written before it.
     QList<TypeRows> types(const QDateTime &writtenBefore = QDateTime());
-    /// Hands over each type with the number of its rows and its lowest id, without reading a row.
+    /// Each type with the number of its rows and its lowest id, without reading a row.
     void countTypes(const std::function<void(const QString &, qint64, int)> &take);
     /// The time of the oldest row of each type, by the lowest ids of the types and the 1000 oldest
     /// rows: a row that was requeued has a high id and its former time. Invalid times are left out.
     QHash<QString, QDateTime> oldest(const QList<int> &lowestIds);
-    /// What waits and is older, by type. A row whose time only takesIn() can read is counted, too.
+    /// What waits and is older, by type. A row whose time only takesIn() can read is counted as
+    /// well.
     QList<TypeRows> older(const Cutoff &cutoff);
     std::optional<Row> find(int id);
-    /// Up to `limit` rows with an id above `after`, ascending; with a type or card, of that one;
-    /// with a time, rows that were written before.
+    /// Up to `limit` rows with an id above `after`, ascending; with a type or card, only of it;
+    /// with a time, only rows written before it.
     QList<Row> page(const QString &type, int after, int limit,
                     const QString &cardNumber = QString(),
                     const QDateTime &writtenBefore = QDateTime());
-    /// How many rows; with a type, of that one; with a time, rows that were written before.
+    /// How many rows; with a type, only of it; with a time, only rows written before it.
     int count(const QString &type, const QDateTime &writtenBefore = QDateTime());
     /// How many rows of the type have an id above `id`.
     int countBehind(const QString &type, int id);
@@ -90,12 +91,12 @@ public:
     bool isUnused();
 
     /// Writes all rows or none, in order, and returns the new ids. A row without a time gets the
-    /// current one. `written` is told how far it is.
+    /// current one. Calls `written` with the number of rows so far.
     QList<int> insert(const QList<Row> &rows, const std::function<void(int)> &written = {});
     /// Deletes the row; false when there is none.
     bool remove(int id);
-    /// Writes the row once more after all others, with its time, and deletes the old one, both or
-    /// nothing. Returns the new id; nothing when there is no such row.
+    /// Writes a copy of the row after all others, with its time, and deletes the old row, in one
+    /// transaction. Returns the new id; nothing when there is no such row.
     std::optional<int> requeue(int id);
 
 private:

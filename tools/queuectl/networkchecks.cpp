@@ -17,7 +17,7 @@ namespace queuectl {
 
 namespace {
 
-/// The line that counts: of several the last one.
+/// The line in force: the last one of several.
 std::optional<SettingLine> settingLine(const Setting<QString> &setting)
 {
     std::optional<SettingLine> found;
@@ -32,7 +32,7 @@ std::optional<SettingLine> settingLine(const Setting<QString> &setting)
     return found;
 }
 
-/// The host that the writer of an entry had in mind.
+/// The host that an entry is meant for.
 QString meantHost(const QString &entry)
 {
     static const QRegularExpression around(
@@ -51,8 +51,8 @@ bool isAddress(const QString &host)
     return !QHostAddress(host).isNull();
 }
 
-/// A host that the entry has to match. libcurl takes a network of which it cannot read the bits for
-/// an address, so of a network it is not the one that is written there.
+/// A host that the entry has to match. libcurl treats a network with unreadable bits as an address,
+/// so for a network it is another address than the written one.
 QString exampleHost(const QString &entry)
 {
     const QString host = meantHost(entry);
@@ -76,12 +76,13 @@ QString entryFault(const QString &entry)
     if (entry.contains("://"_L1))
         return text("an entry has no scheme", "схема не пишется");
     if (entry == u"*")
-        return text("* stands alone or not at all", "* пишется только без других записей");
+        return text("* is allowed only as the single entry",
+                    "* допускается только без других записей");
     if (entry.contains(u'*'))
         return text("write a domain without the star, .shop.example for all its hosts",
                     "домен пишется без звёздочки, .shop.example — все его узлы");
     if (entry.contains(u'/') && isAddress(host))
-        return text("it is no network that libcurl understands, such as 10.0.0.0/8",
+        return text("it is not a network as libcurl reads it, such as 10.0.0.0/8",
                     "libcurl понимает сети вида 10.0.0.0/8");
     if (entry.contains(u'/'))
         return text("an entry has no path", "путь не пишется");
@@ -92,7 +93,7 @@ QString entryFault(const QString &entry)
     const QString ace = QString::fromLatin1(QUrl::toAce(host));
     if (!ace.isEmpty() && ace != host.toLower())
         return text("write it as %1", "пишется как %1").arg(ace);
-    return text("it is no name of a host", "это не имя узла");
+    return text("it is not a host name", "это не имя узла");
 }
 
 bool hasUnescapedSign(const QString &proxy)
@@ -115,10 +116,10 @@ QString proxyFault(const QString &proxy)
         return {};
     if (hasUnescapedSign(proxy))
         return text(
-            "network:proxy: the user or the password holds a sign that must be written as a code: @ is %40, / is %2F, ? is %3F, # is %23",
-            "network:proxy: в имени или пароле есть знак, который пишется кодом: @ — %40, / — %2F, ? — %3F, # — %23");
+            "network:proxy: the user or the password holds a character that must be written as a code: @ is %40, / is %2F, ? is %3F, # is %23",
+            "network:proxy: в имени или пароле есть символ, который пишется кодом: @ — %40, / — %2F, ? — %3F, # — %23");
     if (!isUsableProxy(proxy))
-        return text("network:proxy: '%1' is no address of a proxy, nothing is delivered",
+        return text("network:proxy: '%1' is not the address of a proxy, nothing is delivered",
                     "network:proxy: '%1' — не адрес прокси-сервера, ничего не доставляется")
             .arg(maskedAddress(proxy));
     return {};

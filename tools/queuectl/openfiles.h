@@ -11,10 +11,10 @@ struct FileUsers
 {
     /// As in "queue (1234)".
     QStringList processes;
-    /// False when there are processes whose files only another account, or root, may look at.
+    /// False when the files of some processes can be seen only by root or another account.
     bool isComplete = true;
 
-    /// For a sentence that ends with it; the operator's language.
+    /// The end of a sentence, in the operator's language.
     QString toText() const;
 };
 

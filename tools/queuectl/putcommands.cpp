@@ -30,7 +30,7 @@ const QStringList &rowMembers()
     return members;
 }
 
-/// The file is a whole row, and not a body alone.
+/// The file holds a whole row, not only a body.
 bool isRow(const QJsonObject &object)
 {
     const QStringList keys = object.keys();
@@ -77,8 +77,8 @@ Report putRow(const Call &call)
     report.table(u"findings"_s, findingColumns());
     if (hasErrors(findings) && !call.has(u"force"_s)) {
         report.data.insert(u"id"_s, QJsonValue());
-        report.line(text("Nothing was written. --force writes the row all the same.",
-                         "Ничего не записано. С --force строка запишется всё равно."),
+        report.line(text("Nothing was written. To write the row despite this, add --force.",
+                         "Ничего не записано. Чтобы всё же записать строку, добавьте --force."),
                     Tone::Bad);
         report.exitCode = Found;
         return report;
@@ -110,8 +110,9 @@ Report lintRow(const Call &call)
         report.line(text("Nothing is wrong with it.", "Замечаний нет."), Tone::Good);
     if (row.type.isEmpty())
         report.line(
-            text("The file is no row with type and body; name the type of a body with --type.",
-                 "В файле не строка с type и body; тип тела задаётся через --type."),
+            text(
+                "The file does not hold a row with type and body. If it holds only a body, give the type with --type.",
+                "В файле нет строки с type и body. Если в нём только тело, укажите тип: --type."),
             Tone::Careful);
     report.exitCode = hasErrors(findings) ? Found : Done;
     return report;

@@ -19,7 +19,7 @@ QList<Check> examineRows()
         MessageRows table;
         concerns = concernsOf(table, Situation::read());
     } catch (const BasicException &) {
-        // The database's own check has told.
+        // The check of the database has reported it.
         return findings.checks;
     }
     for (const Concern &concern : std::as_const(concerns))

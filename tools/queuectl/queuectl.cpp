@@ -52,7 +52,7 @@ QString optionLines(const QList<Option> &options)
     return lines;
 }
 
-/// What the shared classes have to say goes to the doctor's findings, not between the output.
+/// Log lines of the shared classes would mix with the output; `doctor` reports what they found.
 void silenceLog()
 {
     Log4Qt::Properties properties;
@@ -72,7 +72,7 @@ Call readCall(const Command &command, const QStringList &words)
         const QStringList unknown = parser.unknownOptionNames();
         const QString reason =
             unknown.isEmpty()
-                ? text("an option lacks its value", "у ключа нет значения")
+                ? text("an option has no value", "у ключа нет значения")
                 : text("there is no option --%1", "нет ключа --%1").arg(unknown.first());
         throw Failure(Usage, u"%1 (queuectl %2 --help)"_s.arg(reason, command.name));
     }
@@ -101,13 +101,13 @@ ExitCode execute(const QStringList &commandLine)
     const Command *command = findCommand(commandLine.first());
     if (!command) {
         const QString meant = nearest(commandLine.first(), commandNames());
-        throw Failure(Usage,
-                      text("There is no command '%1'%2 (queuectl --help)",
-                           "Нет команды '%1'%2 (queuectl --help)")
-                          .arg(commandLine.first(),
-                               meant.isEmpty()
-                                   ? QString()
-                                   : text("; is %1 meant?", "; имелась в виду %1?").arg(meant)));
+        throw Failure(
+            Usage, text("There is no command '%1'%2 (queuectl --help)",
+                        "Нет команды '%1'%2 (queuectl --help)")
+                       .arg(commandLine.first(),
+                            meant.isEmpty()
+                                ? QString()
+                                : text("; did you mean %1?", "; имелась в виду %1?").arg(meant)));
     }
     const Call call = readCall(*command, commandLine.mid(1));
     if (call.has(u"help"_s)) {
@@ -130,10 +130,10 @@ int run(const QStringList &commandLine)
 {
     silenceLog();
     Config::setConfigsPathList(settingsFolders(), {});
-    // Looking changes nothing; what is missing is the service's to make.
+    // A command that only looks changes nothing; the service creates missing tables.
     ConnectionFactory::setCreatesTables(false);
     const bool isJson = commandLine.contains(u"--json"_s);
-    // `--json` may stand in front of the command, too.
+    // `--json` may also come before the command.
     QStringList words = commandLine;
     while (!words.isEmpty() && words.first() == u"--json")
         words.append(words.takeFirst());
@@ -153,7 +153,8 @@ int run(const QStringList &commandLine)
         }
         return execute(words);
     } catch (const Failure &failure) {
-        // A monitoring server takes its sentence from standard output, and 2 for an alarm.
+        // A monitoring server reads the sentence on standard output, and takes exit code 2 for an
+        // alarm.
         if (first == u"check" && !isJson) {
             print(checkLine(CheckState::Unknown, failure.tr().ru()) + u'\n');
             return static_cast<int>(CheckState::Unknown);
@@ -186,9 +187,9 @@ QString helpText(const QString &command)
         lines += u"  %1  %2\n"_s.arg(
             u"%1 %2"_s.arg(each.name, each.arguments).trimmed().leftJustified(18),
             text(each.english, each.russian));
-    return text("Looks at the queue of a till and helps it along.\n\n"
+    return text("Shows the queue of a till and carries out what the engineer decides.\n\n"
                 "Usage: queuectl COMMAND [ARGUMENTS] [OPTIONS]\n\nCommands:\n",
-                "Показывает очередь кассы и помогает ей.\n\n"
+                "Показывает очередь кассы и выполняет решения инженера.\n\n"
                 "Вызов: queuectl КОМАНДА [АРГУМЕНТЫ] [КЛЮЧИ]\n\nКоманды:\n")
            + lines + u'\n' + text("Options of every command:\n", "Ключи всех команд:\n")
            + optionLines(commonOptions())

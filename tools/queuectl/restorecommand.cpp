@@ -29,7 +29,7 @@ namespace queuectl {
 
 namespace {
 
-/// The columns that the service asks for.
+/// The columns that the service reads.
 const QStringList &neededColumns()
 {
     static const QStringList columns = {u"messageid"_s,  u"type"_s,       u"body"_s,
@@ -37,7 +37,7 @@ const QStringList &neededColumns()
     return columns;
 }
 
-/// What SQLite may keep beside a file, in any of its modes.
+/// Files that SQLite may keep beside the database, in any journal mode.
 QStringList endings()
 {
     return SqliteFileLock::companions() + QStringList{u"-journal"_s};
@@ -59,7 +59,7 @@ QByteArray encoded(const QString &path)
                  .arg(path, qt_error_string(error)));
 }
 
-/// A database file that is looked at by itself, as the till has it open.
+/// A database file, opened alone, as the till opens it.
 class Database
 {
 public:
@@ -77,7 +77,7 @@ public:
     }
     Database(const Database &) = delete;
 
-    /// The values of one column, or nothing when the statement fails; error() tells why.
+    /// The values of one column, or nothing when the statement fails; error() says why.
     std::optional<QStringList> column(const QString &statement, int column)
     {
         QSqlQuery query(database);
@@ -98,8 +98,8 @@ private:
     QString error_;
 };
 
-/// The backup as it will be put into place: copied beside the database, and gone with this object
-/// unless it was moved.
+/// The backup that will replace the database: a copy beside it, deleted with this object unless it
+/// was moved.
 class Copy
 {
 public:
@@ -115,10 +115,10 @@ public:
     Copy(const Copy &) = delete;
 
     void take(const QString &source);
-    /// Puts all that it has into the one file. What is wrong with it, or an empty text.
+    /// Moves the contents of its log into the file. Returns what is wrong, or an empty text.
     QString check();
     int rows() const { return rows_; }
-    /// Gives it owner and rights, and has it written to the disk.
+    /// Sets owner and rights, and syncs it to the disk.
     void finish(const struct stat &rights);
     const QString path;
 
@@ -133,7 +133,7 @@ private:
 void Copy::take(const QString &source)
 {
     inode = copyFile(source, path);
-    // What was written last may stand beside the file.
+    // The last rows may be in a log beside the file.
     for (const QString &ending : {u"-wal"_s, u"-journal"_s}) {
         if (QFileInfo(source + ending).size() > 0)
             copyFile(source + ending, path + ending);
@@ -146,7 +146,7 @@ ino_t Copy::copyFile(const QString &source, const QString &target)
     if (!from.open(QIODevice::ReadOnly))
         failWith(
             text("%1 cannot be read: %2.", "%1 не читается: %2.").arg(source, from.errorString()));
-    // Others may write into the folder; a link that they have put there is not followed.
+    // Others may write into the folder, so a link there is not followed.
     QFile to;
     const int file =
         ::open(encoded(target).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
@@ -173,7 +173,7 @@ QString Copy::check()
         Database database(path, {});
         const auto integrity = database.column(u"PRAGMA integrity_check(1)"_s, 0);
         if (!integrity)
-            return text("it is no readable SQLite file: %1", "это не читаемый файл SQLite: %1")
+            return text("it is not a readable SQLite file: %1", "это не читаемый файл SQLite: %1")
                 .arg(database.error());
         if (*integrity != QStringList{u"ok"_s})
             return text("it is damaged: %1", "он повреждён: %1")
@@ -196,7 +196,7 @@ QString Copy::check()
     }
     for (const QString &ending : endings()) {
         if (QFileInfo(path + ending).size() > 0)
-            return text("what is in %1 cannot be brought into it",
+            return text("the contents of %1 cannot be moved into it",
                         "содержимое %1 в него не переносится")
                 .arg(ending);
         ::unlink(encoded(path + ending).constData());
@@ -219,16 +219,17 @@ void Copy::finish(const struct stat &rights)
                          || ::fchown(file, rights.st_uid, rights.st_gid) == 0;
     if (!isOwned)
         failWith(
-            text("%1 cannot be given to the owner of the database (%2); run it as root, or as that "
-                 "account.",
-                 "%1 нельзя передать владельцу базы данных (%2); запустите от имени root или этой "
-                 "учётной записи.")
+            text(
+                "%1 cannot be given to the owner of the database (%2); run the command as root or as that "
+                "account.",
+                "%1 нельзя передать владельцу базы данных (%2); запустите от имени root или этой "
+                "учётной записи.")
                 .arg(path, qt_error_string(errno)));
     if (::fchmod(file, rights.st_mode & 07777) != 0 || ::fsync(file) != 0)
         failSystem(path, errno);
 }
 
-/// Renames and links that are undone unless they have all been done.
+/// Renames and links that are undone unless all of them succeed.
 class Moves
 {
 public:
@@ -292,11 +293,11 @@ std::unique_ptr<FolderLock> requireStopped()
                      QFileInfo(serviceLockFile()).path()));
     }
     case FolderLock::Result::Refused:
-        failWith(text("%1 cannot be opened (%2), so nobody knows whether the service runs.",
+        failWith(text("%1 cannot be opened (%2), so it is unknown whether the service runs.",
                       "%1 не открывается (%2), и неизвестно, работает ли служба.")
                      .arg(serviceLockFile(), lock->reason()));
     case FolderLock::Result::Unavailable:
-        // As the service itself does where a file system has no locks.
+        // The service does the same where a file system has no locks.
     case FolderLock::Result::Taken:
         break;
     }
@@ -380,7 +381,8 @@ Report restoreDatabase(const Call &call)
     }
     std::optional<int> formerRows;
     if (hasFormer) {
-        // Reading it may take its log, which must not be brought into it: it may be another file's.
+        // Reading it may need its log, which must not be moved into it: the log may belong to
+        // another file.
         Database database(path, u"QSQLITE_OPEN_READONLY"_s);
         const auto count = database.column(u"SELECT COUNT(*) FROM message"_s, 0);
         if (count)
@@ -398,7 +400,7 @@ Report restoreDatabase(const Call &call)
     {
         const std::unique_ptr<SqliteFileLock> lock = hasFormer ? requireLock(path) : nullptr;
         Moves moves;
-        // The path names a file all the time: a service that found none would make an empty one.
+        // The path always names a file: a service that found none would create an empty one.
         if (hasFormer) {
             moves.link(path, kept);
             keptFiles.append(kept);
@@ -409,7 +411,7 @@ Report restoreDatabase(const Call &call)
             moves.rename(path + ending, kept + ending);
             keptFiles.append(kept + ending);
         }
-        // These hold nothing that is not in the others.
+        // These hold nothing that the other files lack.
         for (const QString &ending : endings())
             ::unlink(encoded(path + ending).constData());
         if (::rename(encoded(copy.path).constData(), encoded(path).constData()) != 0)

@@ -16,21 +16,21 @@ namespace {
 
 constexpr qint64 lowSpaceBytes = 200LL * 1024 * 1024;
 
-/// An account that the system does not know by name has its number.
+/// The name of the owner; the number of an account that the system does not know.
 QString ownerOf(const QFileInfo &file)
 {
     const QString name = file.owner();
     return name.isEmpty() ? QString::number(file.ownerId()) : name;
 }
 
-/// The service's folder, and the room that its disk has left.
+/// The service's folder and the free space of its disk.
 void examineFolder(const QFileInfo &folder, Findings &findings)
 {
     if (!folder.isDir())
         findings.error(text("there is no folder %1", "нет каталога %1").arg(folder.filePath()));
     else if (!folder.isWritable())
         findings.warn(
-            text("this account may not write into %1", "эта учётная запись не может писать в %1")
+            text("this account cannot write into %1", "эта учётная запись не может писать в %1")
                 .arg(folder.filePath()));
     const QStorageInfo storage(folder.filePath());
     if (storage.isValid() && storage.bytesAvailable() < lowSpaceBytes)
@@ -49,9 +49,8 @@ void examineOwners(const QFileInfo &folder, Findings &findings)
     const QFileInfo home(info.path());
     if (ownerOf(info) != ownerOf(home) || ownerOf(info) != ownerOf(folder)) {
         findings.warn(
-            text(
-                "%1 belongs to %2 and its folder to %3: one of them may keep the service from writing",
-                "%1 принадлежит %2, а каталог — %3: служба может не иметь права записи")
+            text("%1 belongs to %2 and its folder to %3: the service may not be able to write",
+                 "%1 принадлежит %2, а каталог — %3: служба может не иметь права записи")
                 .arg(file, ownerOf(info), ownerOf(home)));
         return;
     }

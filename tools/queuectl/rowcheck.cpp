@@ -20,7 +20,7 @@ namespace queuectl {
 
 namespace {
 
-// What the columns hold on a server; SQLite takes more, and a till may move to a server.
+// The sizes of the columns on a server. SQLite accepts more, but a till may move to a server.
 constexpr qsizetype maxType = 64;
 constexpr qsizetype maxCard = 128;
 constexpr qsizetype maxStatus = 255;
@@ -41,9 +41,9 @@ void checkUrl(const QString &value, const QString &place, QList<Finding> &findin
     const QUrl url(value, QUrl::StrictMode);
     const bool isWeb = url.scheme() == u"http" || url.scheme() == u"https";
     if (!url.isValid() || url.host().isEmpty() || !isWeb)
-        report(
-            findings, true, place,
-            text("'%1' is no http or https address", "'%1' — не адрес http или https").arg(value));
+        report(findings, true, place,
+               text("'%1' is not an http or https address", "'%1' — не адрес http или https")
+                   .arg(value));
 }
 
 void checkTimeout(const QJsonValue &value, const QString &place, QList<Finding> &findings)
@@ -52,7 +52,7 @@ void checkTimeout(const QJsonValue &value, const QString &place, QList<Finding> 
     const int seconds = value.toVariant().toInt(&isNumber);
     if (!isNumber)
         report(findings, true, place,
-               text("'%1' is no number of seconds", "'%1' — не число секунд")
+               text("'%1' is not a number of seconds", "'%1' — не число секунд")
                    .arg(value.toVariant().toString()));
     else if (seconds < 0 || seconds > maxTimeoutSeconds)
         report(findings, false, place,
@@ -67,7 +67,7 @@ void checkFile(const QString &path, const QString &place, QList<Finding> &findin
         report(findings, true, place, text("there is no file '%1'", "файла '%1' нет").arg(path));
     else if (!file.isReadable())
         report(findings, true, place,
-               text("the file '%1' may not be read", "нет права читать файл '%1'").arg(path));
+               text("the file '%1' cannot be read", "нет права читать файл '%1'").arg(path));
 }
 
 bool isFileKey(const QString &key)
@@ -77,8 +77,8 @@ bool isFileKey(const QString &key)
            && !name.contains(u"passw"_s);
 }
 
-/// Whether the type's handler takes the key for something of another kind, as a host for an
-/// address.
+/// Whether the handler of the type uses this key name for another kind of value, such as a host for
+/// a URL.
 bool isOfOtherKind(const catalogue::Type *type, const QString &place, const QString &kind)
 {
     const catalogue::Key *key = type ? catalogue::keyAt(*type, place) : nullptr;
@@ -130,7 +130,7 @@ bool isReported(const QList<Finding> &findings, const QString &key)
                        [&key](const Finding &finding) { return finding.key == key; });
 }
 
-/// The keys that the handler reads. One that it does not know does no harm, but is often a slip.
+/// The keys that the handler reads. An unknown key does no harm, but is often a typing error.
 void checkKeys(const QString &type, const QJsonObject &body, QList<Finding> &findings)
 {
     const catalogue::Type *known = catalogue::find(type);
@@ -155,10 +155,10 @@ void checkKeys(const QString &type, const QJsonObject &body, QList<Finding> &fin
         case catalogue::Fault::Kind::Unknown: {
             const QString meant = nearest(fault.path, names);
             report(findings, false, fault.path,
-                   text("nobody reads this key%1", "этот ключ никто не читает%1")
+                   text("this key is not read%1", "этот ключ не читается%1")
                        .arg(meant.isEmpty()
                                 ? QString()
-                                : text("; is %1 meant?", "; имелось в виду %1?").arg(meant)));
+                                : text("; did you mean %1?", "; имелось в виду %1?").arg(meant)));
             break;
         }
         }
@@ -184,9 +184,10 @@ QList<Finding> checkRow(const RowText &row)
         report(findings, true, QString(),
                text("the service has no handler for type '%1'%2",
                     "у службы нет обработчика типа '%1'%2")
-                   .arg(row.type, meant.isEmpty()
-                                      ? QString()
-                                      : text("; is %1 meant?", "; имелось в виду %1?").arg(meant)));
+                   .arg(row.type,
+                        meant.isEmpty()
+                            ? QString()
+                            : text("; did you mean %1?", "; имелось в виду %1?").arg(meant)));
     }
     findings += checkLengths(row);
 
@@ -195,13 +196,13 @@ QList<Finding> checkRow(const RowText &row)
     if (error.error != QJsonParseError::NoError) {
         const qsizetype line = row.body.left(error.offset).count('\n') + 1;
         report(findings, true, QString(),
-               text("the body is no JSON, line %1: %2", "тело не JSON, строка %1: %2")
+               text("the body is not JSON, line %1: %2", "тело не JSON, строка %1: %2")
                    .arg(QString::number(line), error.errorString()));
         return findings;
     }
     if (!document.isObject()) {
         report(findings, true, QString(),
-               text("the body is no JSON object", "тело не объект JSON"));
+               text("the body is not a JSON object", "тело не объект JSON"));
         return findings;
     }
     checkValues(catalogue::find(row.type), document.object(), QString(), findings);

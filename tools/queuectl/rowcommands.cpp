@@ -64,7 +64,7 @@ Report listRows(const Call &call)
     const int limit = call.number(u"limit"_s, usualLimit);
     const int after = call.has(u"after"_s) ? call.number(u"after"_s, 1) : -1;
     MessageRows rows;
-    // One more tells whether that was all.
+    // One more row tells whether these are all.
     QList<Row> page = rows.page(type, after, limit + 1, call.value(u"card"_s), before);
     if (page.isEmpty() && !type.isEmpty() && rows.count(type) == 0)
         requireDelivered(type);
@@ -145,7 +145,7 @@ Report showRow(const Call &call)
     }
     const QString raw = QString::fromUtf8(row.body);
     report.data.insert(u"bodyText"_s, withSecrets ? raw : maskedText(raw));
-    report.line(text("The body is no JSON object; its handler gets an empty one.",
+    report.line(text("The body is not a JSON object; its handler gets an empty one.",
                      "Тело не объект JSON; обработчик получит пустое."),
                 Tone::Bad);
     report.quote(report.data.value(u"bodyText"_s).toString());
@@ -174,7 +174,7 @@ Report requeueRow(const Call &call)
     MessageRows rows;
     const Row row = requireRow(rows, id);
     if (!call.has(u"yes"_s))
-        confirm(text("Put %1 to the end of the queue?", "Перенести %1 в конец очереди?")
+        confirm(text("Move %1 to the end of the queue?", "Перенести %1 в конец очереди?")
                     .arg(describe(row)));
     const auto newId = rows.requeue(id);
     if (!newId)

@@ -56,7 +56,7 @@ void examineTable(const QSqlDatabase &connection, const Table &table, Findings &
                 .arg(table.name, noIndexes.join(u", "_s)));
 }
 
-/// On a server, rows of one type lie together.
+/// On a server, rows of one type are stored together.
 void examineKey(const QSqlDatabase &connection, Findings &findings)
 {
     const QStringList key =
@@ -68,12 +68,12 @@ void examineKey(const QSqlDatabase &connection, Findings &findings)
             "ключ таблицы message не начинается с типа, ожидающие строки одного типа замедляют все остальные (команда в docs/operations.ru.md, настройка базы данных)"));
 }
 
-/// Columns that are compared whole must not ignore letter case or blanks at the end; the body,
+/// Columns that are compared as a whole must not ignore letter case or trailing blanks; the body,
 /// which is searched for marks, must not ignore letter case.
 void examineCollation(const QSqlDatabase &connection, const QString &table,
                       const QString &comparedColumns, Findings &findings)
 {
-    // A column of bytes has no collation, and compares as it should.
+    // A column of bytes has no collation, and compares correctly.
     const QString condition =
         u"FROM information_schema.columns WHERE table_schema = DATABASE() AND table_name = '%1' "
         "AND collation_name IS NOT NULL AND ((column_name IN (%2) AND collation_name NOT IN "
@@ -92,7 +92,7 @@ void examineCollation(const QSqlDatabase &connection, const QString &table,
             schemaName, table, isMariaDb ? u"utf8mb4_nopad_bin"_s : u"utf8mb4_0900_bin"_s);
     findings.warn(
         text(
-            "texts in %1 of table %2 compare by %3, which takes different texts for the same one (blanks at the end, perhaps letter case); an account with the right ALTER runs, while the till is idle: %4",
+            "texts in %1 of table %2 compare by %3, which treats different texts as equal (blanks at the end, perhaps letter case); an account with the right ALTER runs, while the till is idle: %4",
             "тексты в %1 таблицы %2 сравниваются по %3, разные тексты считаются одинаковыми (пробелы в конце, возможно регистр); в простое кассы под учётной записью с правом ALTER: %4")
             .arg(columns.join(u", "_s), table, collations.join(u", "_s), statement));
 }

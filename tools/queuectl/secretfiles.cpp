@@ -24,7 +24,7 @@ bool holdsSecret(const QString &path)
     return false;
 }
 
-/// Who may read the file besides its owner and root; empty when nobody may.
+/// Who can read the file besides its owner and root; empty for nobody.
 QString furtherReaders(const QFileInfo &file, const QFileInfo &home)
 {
     if (file.permission(QFile::ReadOther))
@@ -39,21 +39,21 @@ QString furtherReaders(const QFileInfo &file, const QFileInfo &home)
 QList<SecretFinding> checkSettingsRights()
 {
     QList<SecretFinding> findings;
-    // The folder belongs to the account that the service runs under.
+    // The owner of the folder is the account of the service.
     const QFileInfo home(QFileInfo(startIdsFile()).path());
     if (!home.isDir())
         return findings;
     const QStringList paths = settingsFilePaths();
     for (const QString &path : paths) {
         const QFileInfo file(path);
-        // Root reads everything, whatever the rights are.
+        // Root can read every file.
         const bool isReadable =
             home.ownerId() == 0 || file.permission(QFile::ReadOther)
             || (file.permission(QFile::ReadOwner) && file.ownerId() == home.ownerId())
             || (file.permission(QFile::ReadGroup) && file.groupId() == home.groupId());
         if (!isReadable) {
             findings.append(
-                {true, text("%1 belongs to %2 and may not be read by the service (chown %3)",
+                {true, text("%1 belongs to %2 and cannot be read by the service (chown %3)",
                             "%1 принадлежит %2, служба не может его прочитать (chown %3)")
                            .arg(path, file.owner(), home.owner())});
             continue;
@@ -63,7 +63,7 @@ QList<SecretFinding> checkSettingsRights()
             findings.append(
                 {false,
                  text(
-                     "%1 holds a password or key that %2 may read (chown %3 and chmod 600, or move it to "
+                     "%1 holds a password or key that %2 can read (chown %3 and chmod 600, or move it to "
                      "queue.d/secrets.ini)",
                      "в %1 есть пароль или ключ, который могут прочитать %2 (chown %3 и chmod 600 или "
                      "перенести в queue.d/secrets.ini)")

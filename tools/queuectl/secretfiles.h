@@ -8,7 +8,7 @@ namespace queuectl {
 /// A settings file whose rights are wrong.
 struct SecretFinding
 {
-    /// The service cannot read it; otherwise it holds a secret that too many may read.
+    /// The service cannot read it; otherwise it holds a secret that too many accounts can read.
     bool isOutOfReach = false;
     QString text;
 };

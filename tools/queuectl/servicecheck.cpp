@@ -34,12 +34,12 @@ QList<Check> examinePort()
     findings.error(
         state == PortState::Other
             ? text(
-                  "something else than the service listens on 127.0.0.1:%1, or the service hangs (ss -ltnp)",
+                  "a program other than the service listens on 127.0.0.1:%1, or the service hangs (ss -ltnp)",
                   "на 127.0.0.1:%1 отвечает не служба, или служба зависла (ss -ltnp)")
                   .arg(number)
             : text(
-                  "nobody listens on 127.0.0.1:%1, the service does not run (systemctl status queue)",
-                  "на 127.0.0.1:%1 никто не отвечает, служба не запущена (systemctl status queue)")
+                  "the port 127.0.0.1:%1 is closed, the service does not run (systemctl status queue)",
+                  "порт 127.0.0.1:%1 закрыт, служба не запущена (systemctl status queue)")
                   .arg(number));
     return findings.checks;
 }
@@ -53,7 +53,7 @@ QList<Check> examineLog()
         if (path.isEmpty() || fileAccess(path) != FileAccess::Denied)
             continue;
         findings.warn(
-            text("no rights: this account may not read the log or its settings %1",
+            text("no rights: this account cannot read the log or its settings %1",
                  "нет прав: эта учётная запись не может читать журнал или его настройки %1")
                 .arg(path));
         return findings.checks;
@@ -69,8 +69,8 @@ QList<Check> examineLog()
         const QStringList files = logFilesOutOfReach(settings);
         for (const QString &file : files)
             findings.error(
-                text("%1: the unit lets the service write below /tallocash alone, not into %2",
-                     "%1: unit разрешает службе писать только в /tallocash, но не в %2")
+                text("%1: the unit lets the service write below /tallocash only, not into %2",
+                     "%1: юнит разрешает службе писать только в /tallocash, но не в %2")
                     .arg(settings, file));
     }
     if (logged.isEmpty())

@@ -33,8 +33,8 @@ bool isBoolean(const QString &value)
     return known.contains(value.toLower());
 }
 
-/// A folder of the service alone. The others belong to the till, whose other programs have settings
-/// there too.
+/// A folder that only the service uses. Other programs of the till have settings in the other
+/// folders.
 bool isOwnFolder(const QString &file)
 {
     return file.startsWith(rootedPath(u"/tallocash/cash/queue/"_s));
@@ -43,7 +43,8 @@ bool isOwnFolder(const QString &file)
 QString hint(const QString &word, const QStringList &known)
 {
     const QString meant = nearest(word, known);
-    return meant.isEmpty() ? QString() : text("; is %1 meant?", "; имелось в виду %1?").arg(meant);
+    return meant.isEmpty() ? QString()
+                           : text("; did you mean %1?", "; имелось в виду %1?").arg(meant);
 }
 
 /// What is wrong with the value of a line, if anything.
@@ -57,16 +58,16 @@ void checkValue(const SettingLine &line, const settings::Entry &entry, QList<Set
     const int number = line.value.toInt(&isNumber);
     if (entry.kind == settings::Kind::Number && !isNumber)
         report(Severity::Error,
-               text("%1:%2 = '%3' is no whole number, the default %4 holds",
+               text("%1:%2 = '%3' is not a whole number, the default %4 is used",
                     "%1:%2 = '%3' — не целое число, действует значение по умолчанию %4"));
     else if (entry.kind == settings::Kind::Boolean && !isBoolean(line.value))
         report(Severity::Error,
-               text("%1:%2 = '%3' is neither yes nor no, the default %4 holds",
+               text("%1:%2 = '%3' is neither yes nor no, the default %4 is used",
                     "%1:%2 = '%3' — не «да» и не «нет», действует значение по умолчанию %4"));
     else if (entry.kind == settings::Kind::Number && entry.smallest && number < *entry.smallest)
         faults.append(
             {Severity::Warning, line.file, line.line,
-             text("%1:%2 = %3 is below the smallest value, %4 holds",
+             text("%1:%2 = %3 is below the smallest value, %4 is used",
                   "%1:%2 = %3 меньше наименьшего значения, действует %4")
                  .arg(line.section, line.key, line.value, QString::number(*entry.smallest))});
 }
@@ -77,18 +78,18 @@ void checkLine(const SettingLine &line, QList<SettingFault> &faults)
         faults.append({severity, line.file, line.line, what});
     };
     if (line.section.isEmpty()) {
-        report(Severity::Warning, text("'%1' stands in front of any [section], nobody reads it",
-                                       "'%1' стоит до первого [раздела], его никто не читает")
+        report(Severity::Warning, text("'%1' comes before the first [section] and is not read",
+                                       "'%1' стоит до первого [раздела] и не читается")
                                       .arg(line.key));
         return;
     }
     const settings::Section *section = settings::findSection(line.section);
     if (!section) {
         const QString meant = hint(line.section, settings::sectionNames());
-        // The till's other programs have sections of their own in the shared folders.
+        // In shared folders, other programs of the till have their own sections.
         if (isOwnFolder(line.file) || !meant.isEmpty())
             report(Severity::Warning,
-                   text("nobody reads section [%1]%2", "раздел [%1] никто не читает%2")
+                   text("section [%1] is not read%2", "раздел [%1] не читается%2")
                        .arg(line.section, meant));
         return;
     }
@@ -97,7 +98,7 @@ void checkLine(const SettingLine &line, QList<SettingFault> &faults)
     const settings::Entry *entry = settings::findEntry(*section, line.key);
     if (!entry) {
         report(Severity::Warning,
-               text("nobody reads %1:%2%3", "параметр %1:%2 никто не читает%3")
+               text("%1:%2 is not read%3", "параметр %1:%2 не читается%3")
                    .arg(line.section, line.key, hint(line.key, settings::keys(*section))));
         return;
     }
@@ -130,9 +131,9 @@ SettingsFile readSettingsFile(const QString &path)
     QFile file(path);
     const QFileInfo info(path);
     if (info.isFile() && !info.isReadable()) {
-        // A file with passwords is for the service and root alone.
+        // A file with passwords may be readable by the service and root only.
         result.faults.append({Severity::Note, path, 0,
-                              text("this account may not read the file",
+                              text("this account cannot read the file",
                                    "у этой учётной записи нет права читать файл")});
         return result;
     }
@@ -191,7 +192,8 @@ QList<SettingFault> checkSettings()
         if (!QFileInfo(folder.path()).isReadable())
             faults.append({Severity::Note, folder.path(), 0,
                            QFileInfo::exists(folder.path())
-                               ? text("the folder may not be read", "нет права читать каталог")
+                               ? text("this account cannot read the folder",
+                                      "у этой учётной записи нет права читать каталог")
                                : text("there is no such folder", "каталога нет")});
     }
     const QStringList paths = settingsFilePaths();
@@ -200,7 +202,7 @@ QList<SettingFault> checkSettings()
         faults += file.faults;
         QString reported;
         for (const SettingLine &line : file.settings) {
-            // One line for a section that nobody reads, not one for each of its keys.
+            // One finding for an unknown section, not one for each of its keys.
             if (!settings::findSection(line.section) && !line.section.isEmpty()) {
                 if (line.section == reported)
                     continue;

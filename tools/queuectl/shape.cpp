@@ -28,7 +28,7 @@ bool isTried(Cause cause)
     return cause != Cause::Turn && cause != Cause::Unknown;
 }
 
-/// Counts rows as they come.
+/// Counts rows while they are read.
 class Collection
 {
 public:
@@ -53,7 +53,7 @@ private:
 
     const Situation &situation;
     QMap<std::tuple<QString, int, Cause>, ShapeGroup> groups;
-    // By address; rows without one by their type, since nothing shows that they go to one place.
+    // By address; rows without an address by type, since their destinations are unknown.
     QMap<QPair<QString, QString>, Place> places;
     int total = 0;
 };

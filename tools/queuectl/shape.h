@@ -29,13 +29,13 @@ struct ShapeDestination
     QString address;
     int count = 0;
     qint64 oldestSeconds = 0;
-    /// Of most of the rows that have been tried.
+    /// The most frequent cause among the rows that have been tried.
     Cause cause = Cause::Turn;
     /// In order.
     QStringList types;
-    /// Since when it fails; invalid when that is not known.
+    /// Since when it fails; invalid when unknown.
     QDateTime since;
-    /// What ended today of these types.
+    /// Messages of these types that ended today.
     Ended today;
 };
 

@@ -33,7 +33,7 @@ QString portText(const QJsonValue &port)
 
 QString addressIn(const QJsonValue &value, int depth);
 
-/// The hosts of a list, which are asked in turn, each once.
+/// The hosts of a list, each once, in their order.
 QString hostsIn(const QJsonArray &list)
 {
     QStringList hosts;
@@ -47,7 +47,7 @@ QString hostsIn(const QJsonArray &list)
     return hosts.join(u", "_s);
 }
 
-/// The first address in the object, its own members before those of its parts.
+/// The first address in the object; its own members come before those of nested objects.
 QString addressIn(const QJsonValue &value, int depth)
 {
     if (value.isArray()) {
@@ -141,7 +141,7 @@ QHash<int, JournalEntry> Situation::entriesOf(const QList<Row> &rows) const
     for (const auto &[type, idsOfType] : ids.asKeyValueRange()) {
         const auto entries = journal_->newest(type, idsOfType);
         for (const JournalEntry &entry : entries) {
-            // A table of the till's own may give the number of a deleted row to a new one.
+            // A table that the till created may reuse the number of a deleted row.
             const QDateTime since = written.value(entry.id);
             if (!since.isValid() || !entry.last.isValid() || entry.last >= since)
                 result.insert(entry.id, entry);

@@ -28,8 +28,8 @@ public:
 
     JournalFile &journal() const { return *journal_; }
 
-    /// What is on record of the attempts at this row; nothing when it was not tried, or nobody
-    /// knows.
+    /// The record of the attempts at this row; nothing when it was not tried or the journal has no
+    /// record.
     std::optional<JournalEntry> entryOf(const Row &row) const;
     /// The same for many rows, by their ids.
     QHash<int, JournalEntry> entriesOf(const QList<Row> &rows) const;
@@ -43,7 +43,7 @@ private:
     bool isKnownSince(const QDateTime &time) const;
 
     std::shared_ptr<JournalFile> journal_;
-    /// From when on every attempt is on record; invalid with `isWhole`: from the beginning.
+    /// Since when every attempt is recorded; invalid with `isWhole`: since the beginning.
     QDateTime knownSince;
     bool isWhole = false;
 };

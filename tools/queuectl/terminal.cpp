@@ -60,8 +60,8 @@ void print(const QByteArray &bytes)
 {
     const auto size = static_cast<std::size_t>(bytes.size());
     if (std::fwrite(bytes.constData(), 1, size, stdout) != size || std::fflush(stdout) != 0)
-        throw Failure(Failed, text("Standard output does not take the data: %1",
-                                   "Стандартный вывод не принимает данные: %1")
+        throw Failure(Failed, text("Standard output cannot be written: %1",
+                                   "Запись в стандартный вывод не удалась: %1")
                                   .arg(QString::fromLocal8Bit(std::strerror(errno))));
 }
 
@@ -74,8 +74,9 @@ void printError(const QString &text)
 void confirm(const QString &question)
 {
     if (::isatty(STDIN_FILENO) != 1)
-        throw Failure(NotConfirmed, text("Nobody is there to ask; add --yes if you mean it",
-                                         "Некого спросить; добавьте --yes, если уверены"));
+        throw Failure(NotConfirmed,
+                      text("The command cannot ask for confirmation here; add --yes to confirm",
+                           "Здесь нельзя запросить подтверждение; добавьте --yes, если уверены"));
     const QByteArray bytes = (escaping::escaped(question) + text(" [y/N] ", " [д/Н] ")).toUtf8();
     std::fputs(bytes.constData(), stderr);
     const QString answer = readAnswer();

@@ -21,7 +21,7 @@ constexpr qint64 maxDays = 3653;
 
 QDateTime edgeOf(const QDate &date, DayEnd dayEnd)
 {
-    // Not midnight: where the clocks change at midnight, that day begins later.
+    // Not midnight: where clocks change at midnight, the day begins later.
     return (dayEnd == DayEnd::First ? date : date.addDays(1)).startOfDay();
 }
 

@@ -10,7 +10,7 @@ enum class DayEnd
 {
     /// Its first moment: `since yesterday`, `before today`.
     First,
-    /// The first moment after it: `until yesterday` takes in all of yesterday.
+    /// The first moment after it: `until yesterday` includes all of yesterday.
     Last,
 };
 

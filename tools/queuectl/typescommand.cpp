@@ -69,9 +69,8 @@ Report showTypes(const Call &call)
     requireDelivered(name);
     const catalogue::Type *type = catalogue::find(name);
     if (!type)
-        throw Failure(NotFound, text("Nothing more is known of type %1",
-                                     "О типе %1 больше ничего не известно")
-                                    .arg(name));
+        throw Failure(NotFound,
+                      text("There is no description of type %1", "Описания типа %1 нет").arg(name));
     QJsonArray keys;
     for (const catalogue::Key &key : type->keys)
         keys.append(keyRecord(key));

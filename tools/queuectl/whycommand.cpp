@@ -22,8 +22,8 @@ QString answerText(const Row &row, Cause cause, const std::optional<JournalEntry
                    const Situation &situation)
 {
     if (entry && entry->verdict != u"kept")
-        return text("by its record it was %1 at %2, and its row is there",
-                    "по записи %1 в %2, но строка на месте")
+        return text("the journal says that it was %1 at %2, but its row is still there",
+                    "по журналу доставки %1 в %2, но строка на месте")
             .arg(verdictText(entry->verdict), timeText(entry->last));
     if (entry) {
         const QString answer = answerOf(*entry);
@@ -31,7 +31,7 @@ QString answerText(const Row &row, Cause cause, const std::optional<JournalEntry
             entry->attempts > 1 ? text(" (attempts: %1)", " (попыток: %1)").arg(entry->attempts)
                                 : QString();
         if (answer.isEmpty())
-            return text("it was tried at %1 and stayed, without an answer on record",
+            return text("it was tried at %1 and stayed, the answer is not recorded",
                         "попытка в %1 не удалась, ответ не записан")
                        .arg(timeText(entry->last))
                    + attempts;
@@ -40,7 +40,7 @@ QString answerText(const Row &row, Cause cause, const std::optional<JournalEntry
                + attempts;
     }
     if (situation.wasRefused(row, entry))
-        return text("it has been tried and refused, and there is no record of how",
+        return text("it has been tried and refused, the answer is not recorded",
                     "попытка не удалась, записи о ней нет");
     if (cause == Cause::Turn)
         return text("it has not been tried yet", "попыток ещё не было");
@@ -49,7 +49,7 @@ QString answerText(const Row &row, Cause cause, const std::optional<JournalEntry
         reason.chop(1);
     if (reason.isEmpty())
         reason = JournalFile::isEnabled()
-                     ? text("the delivery journal does not reach back to its first attempt",
+                     ? text("the delivery journal begins after its first attempt",
                             "журнал доставки не хранит записей за это время")
                      : text("journal:enabled is off", "параметр journal:enabled выключен");
     return text("whether it has been tried is not known here: %1 (journalctl -u queue)",
@@ -103,11 +103,11 @@ QString ruleText(const Row &row, Cause cause)
 {
     switch (cause) {
     case Cause::NoHandler:
-        return text("no handler takes type %1, so the service passes it by",
-                    "обработчика типа %1 нет, и служба проходит мимо")
+        return text("there is no handler for type %1, so the service skips it",
+                    "обработчика типа %1 нет, служба её пропускает")
             .arg(row.type);
     case Cause::Body:
-        return text("its body is no JSON object, so its handler gets an empty one",
+        return text("its body is not a JSON object, so its handler gets an empty one",
                     "тело не объект JSON, обработчик получает пустое");
     case Cause::Turn:
     case Cause::Unknown:
@@ -122,7 +122,7 @@ QString ruleText(const Row &row, Cause cause)
 struct NextTry
 {
     QString text;
-    /// At the earliest; invalid when nobody can tell.
+    /// The earliest time; invalid when unknown.
     QDateTime earliest;
 };
 
@@ -132,14 +132,14 @@ NextTry nextTry(const Row &row, Cause cause, const Situation &situation, Message
     if (cause == Cause::NoHandler)
         return {text("it is never tried", "доставлять её никто не будет"), {}};
     if (service == PortState::Nobody)
-        return {text("it is not tried before the service runs again",
+        return {text("it is tried only when the service runs again",
                      "до запуска службы попыток не будет"),
                 {}};
     if (service == PortState::Other)
         return {
             text(
-                "nobody can tell when it is tried next, since what listens on 127.0.0.1:%1 does not answer as the service does",
-                "когда она пойдёт, сказать нельзя: на 127.0.0.1:%1 отвечает не служба, или служба зависла")
+                "the time of the next attempt is unknown, since the program that listens on 127.0.0.1:%1 does not answer like the service",
+                "время следующей попытки неизвестно: на 127.0.0.1:%1 отвечает не служба, или служба зависла")
                 .arg(controlPort()),
             {}};
     const auto period = settings::queue::timeout.value().count();
@@ -152,7 +152,7 @@ NextTry nextTry(const Row &row, Cause cause, const Situation &situation, Message
             failId ? rows.countBehind(row.type, *failId) - rows.countBehind(row.type, row.id) - 1
                    : rows.countBefore(row.type, row.id);
         const QString when = text(
-            "it is tried at the next poll, within %1 s, and each refusal among the rows before it (%2) puts it off by one poll",
+            "it is tried at the next poll, within %1 s, and each refusal of a row before it (%2) delays it by one poll",
             "она пойдёт при следующем опросе, не позже чем через %1 с, а каждый отказ по %2 строкам перед ней отодвинет её на один опрос");
         return before > 0
                    ? NextTry{when.arg(QString::number(period), QString::number(before)), in(1)}
@@ -165,7 +165,7 @@ NextTry nextTry(const Row &row, Cause cause, const Situation &situation, Message
     if (behind > 0)
         return {
             text(
-                "it is tried again when the %1 rows behind the last refused one have had their turn, in %2 s at the earliest",
+                "it is tried again after the %1 rows that follow the last refused one, in %2 s at the earliest",
                 "она пойдёт снова, когда пройдут строки после последнего отказа (их %1), не раньше чем через %2 с")
                 .arg(QString::number(behind), QString::number(2 * period)),
             in(2)};
@@ -195,7 +195,7 @@ Report explainGone(int id)
     for (const JournalEntry &entry : entries) {
         QString sentence = entrySentence(entry);
         if (entry.verdict == u"kept")
-            sentence += text(" Its row is gone since: it was deleted or moved by hand (queuectl "
+            sentence += text(" Since then its row was deleted or moved by hand (queuectl "
                              "drop, queuectl requeue), or by another program.",
                              " С тех пор строки нет: её удалили или перенесли вручную (queuectl "
                              "drop, queuectl requeue) или это сделала другая программа.");

@@ -4,7 +4,7 @@
 #include <QString>
 #include <QVariant>
 
-/// What became of one message, as a test has it written down.
+/// The outcome of one message, as a test writes it.
 struct Record
 {
     int id = 1;
@@ -16,18 +16,18 @@ struct Record
     QString reference = {};
     QString card = {};
     int attempts = 1;
-    /// Of the last attempt.
+    /// Time of the last attempt.
     int secondsAgo = 60;
-    /// Between the first and the last attempt.
+    /// Time between the first and the last attempt.
     int spanSeconds = 0;
     int milliseconds = 12;
 };
 
-/// The service's file of what became of messages, made by hand below a till's root.
+/// A delivery journal made by hand below a till's root.
 class JournalFixture
 {
 public:
-    /// Makes the file; its write-ahead log is gone when the object is.
+    /// Creates the file; its write-ahead log is deleted with the object.
     explicit JournalFixture(const QString &root);
     ~JournalFixture();
     JournalFixture(const JournalFixture &) = delete;
@@ -40,7 +40,7 @@ public:
     void run(const QString &statement, const QVariantList &values = {});
     /// The details of the plan for the statement.
     QStringList plan(const QString &statement, const QVariantList &values);
-    /// Closes the file as a service does that ends; what comes after opens it again.
+    /// Closes the file like a service that ends; later calls open it again.
     void close();
 
 private:

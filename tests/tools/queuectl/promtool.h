@@ -14,7 +14,7 @@ inline QString path()
     return QStandardPaths::findExecutable(QStringLiteral("promtool"));
 }
 
-/// Why it refuses, or an empty text. `input` is its standard input.
+/// The reason of a refusal, or an empty text. `input` is its standard input.
 inline QString complaint(const QStringList &arguments, const QByteArray &input = {},
                          const QString &folder = {})
 {

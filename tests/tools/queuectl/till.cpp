@@ -101,7 +101,7 @@ CommandResult Till::runOnTerminal(const QStringList &arguments, const QByteArray
         while ((count = ::read(master, buffer, sizeof buffer)) > 0)
             shown.append(buffer, count);
     };
-    // The terminal holds little; a program that waits for it to be read would never end.
+    // The terminal has a small buffer; it must be read, or the program would wait for ever.
     while (process.state() != QProcess::NotRunning && !process.waitForFinished(20))
         read();
     read();

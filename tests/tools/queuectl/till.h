@@ -9,20 +9,19 @@
 #include <QString>
 #include <QStringList>
 
-/// What one call of the program came to.
+/// The result of one call of the program.
 struct CommandResult
 {
     int exitCode = -1;
     QString out;
     QString err;
 
-    /// What was printed, which must be one JSON object and nothing else.
+    /// The output, which must be exactly one JSON object.
     QJsonObject json() const;
 };
 
-/// A till's files in a temporary folder, and the program `queuectl` to look at them.
-/// The control port of the settings is one that nobody listens on, unless the test starts the
-/// service.
+/// A till's files in a temporary folder, and the program `queuectl`. The control port of the
+/// settings is closed unless the test starts the service.
 class Till
 {
 public:
@@ -43,16 +42,16 @@ public:
     bool obeysFileRights = false;
 
     quint16 port() const { return database.till().controlPort(); }
-    /// `text` in place of the settings, the port put in front.
+    /// Replaces the settings with `text`, after the port.
     void setSettings(const QString &text);
     /// The path of a new file below the root; `path` is a till's.
     QString write(const QString &path, const QByteArray &content);
-    /// Has the service's log go to a file, and writes these lines into it.
+    /// Configures a log file for the service, and writes these lines into it.
     void setLog(const QStringList &lines);
     void setFailIds(const QByteArray &json);
-    /// Makes the time of a row so many seconds ago.
+    /// Sets the time of a row to this many seconds ago.
     void setAge(int id, int seconds);
 };
 
-/// A line of the log as the service writes it, so many seconds ago.
+/// A line of the log as the service writes it, with a time this many seconds ago.
 QString logLine(int secondsAgo, const QString &level, const QString &category, const QString &text);

@@ -10,15 +10,15 @@
 
 using namespace Qt::StringLiterals;
 
-/// What `queuectl doctor` says of the delivery journal, and of what the service has met.
+/// What `queuectl doctor` reports about the delivery journal and the events in it.
 class TestJournalChecks : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void init();
-    void tellsSizeAndAge();
-    void tellsWhyItCannotBeRead();
+    void reportsSizeAndAge();
+    void saysWhyItCannotBeRead();
     void missingFile();
     void switchedOff();
     void tooManyMessages();
@@ -56,7 +56,7 @@ void TestJournalChecks::init()
     till = std::make_unique<Till>();
     till->database.ids();
     journal = std::make_unique<JournalFixture>(till->database.root());
-    // As the service makes it.
+    // As the service creates it.
     for (const QString &ending : {u""_s, u"-wal"_s, u"-shm"_s})
         QFile::setPermissions(journal->file() + ending, QFile::ReadOwner | QFile::WriteOwner
                                                             | QFile::ReadGroup | QFile::WriteGroup);
@@ -73,7 +73,7 @@ QStringList TestJournalChecks::checks(const QString &area)
     return result;
 }
 
-void TestJournalChecks::tellsSizeAndAge()
+void TestJournalChecks::reportsSizeAndAge()
 {
     QCOMPARE(checks(u"journal"_s),
              QStringList{u"ok %1: nothing has been tried yet"_s.arg(journal->file())});
@@ -85,7 +85,7 @@ void TestJournalChecks::tellsSizeAndAge()
              qPrintable(all.first()));
 }
 
-void TestJournalChecks::tellsWhyItCannotBeRead()
+void TestJournalChecks::saysWhyItCannotBeRead()
 {
     journal->run(u"PRAGMA user_version = 2"_s);
     QVERIFY(found(u"journal"_s, u"warning The delivery journal %1 was written by a newer"_s.arg(
@@ -101,7 +101,7 @@ void TestJournalChecks::missingFile()
 {
     journal->close();
     QVERIFY(QFile::remove(journal->file()));
-    // The service does not run, so nobody makes one.
+    // The service does not run, so it does not create one.
     QVERIFY(found(u"journal"_s, u"ok There is no delivery journal yet"_s));
     FolderLock service(serviceLockFile());
     QCOMPARE(service.take(u"active"_s), FolderLock::Result::Taken);
@@ -136,7 +136,7 @@ void TestJournalChecks::rights()
 {
     QVERIFY(QFile::setPermissions(journal->file(),
                                   QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
-    QVERIFY(found(u"journal"_s, u"warning every account may read %1"_s.arg(journal->file())));
+    QVERIFY(found(u"journal"_s, u"warning every account can read %1"_s.arg(journal->file())));
 }
 
 void TestJournalChecks::clockJumps_data()
@@ -173,7 +173,7 @@ void TestJournalChecks::certificates_data()
     QTest::addColumn<QString>("finding");
     QTest::newRow("expired") << -2 << 1 << u"error /c/a.pem, in use on %1, has expired on %2"_s;
     QTest::newRow("soon") << 10 << 1 << u"warning /c/a.pem, in use on %1, expires on %2, in "_s;
-    QTest::newRow("later") << 90 << 1 << u"ok /c/a.pem, in use on %1, holds until %2"_s;
+    QTest::newRow("later") << 90 << 1 << u"ok /c/a.pem, in use on %1, is valid until %2"_s;
     QTest::newRow("not in use any more") << -2 << 60 << QString();
 }
 
@@ -212,7 +212,7 @@ void TestJournalChecks::clockOffset_data()
         << QStringList{u"1"_s, u"-9000"_s, u"2"_s} << 60
         << u"ok agrees with the answers of services (1 s at h0)"_s;
     QTest::newRow("long ago") << QStringList{u"7200"_s} << 200'000 << QString();
-    QTest::newRow("no number") << QStringList{u"much"_s} << 60 << QString();
+    QTest::newRow("not a number") << QStringList{u"much"_s} << 60 << QString();
 }
 
 void TestJournalChecks::clockOffset()

@@ -11,7 +11,7 @@ using namespace queuectl;
 
 using State = JournalFile::State;
 
-/// The record of deliveries, read beside a service that may write it.
+/// The delivery journal, read while a service may write it.
 class TestJournalFile : public QObject
 {
     Q_OBJECT
@@ -54,7 +54,7 @@ private:
 void TestJournalFile::init()
 {
     fixture.reset();
-    // A path that an address would take apart.
+    // A path with characters that separate the parts of a URL.
     folder = std::make_unique<QTemporaryDir>(QDir::tempPath() + u"/100% of #?XXXXXX"_s);
     QVERIFY(folder->isValid());
     fixture = std::make_unique<JournalFixture>(folder->path());
@@ -97,7 +97,7 @@ void TestJournalFile::readsWhatIsThere()
              entry.last);
 }
 
-/// The service's own store makes the file and fills it.
+/// The service's own store creates and fills the file.
 void TestJournalFile::readsWhatTheServiceWrites()
 {
     const QString path = folder->filePath(u"made.db"_s);
@@ -253,7 +253,7 @@ void TestJournalFile::wholeUntilPruned()
 void TestJournalFile::readsWhileTheServiceWrites()
 {
     fixture->put({.id = 1});
-    // The transaction of the writer is open, and what it has written is not to be seen.
+    // The writer's transaction is open, and its rows must not be visible.
     fixture->run(u"BEGIN IMMEDIATE"_s);
     fixture->put({.id = 2});
     QCOMPARE(ids({}), QList<int>{1});

@@ -7,7 +7,7 @@
 using namespace Qt::StringLiterals;
 using namespace queuectl;
 
-/// What must not be seen by others.
+/// Values that must not be shown.
 class TestMasking : public QObject
 {
     Q_OBJECT

@@ -14,7 +14,7 @@
 using namespace Qt::StringLiterals;
 using namespace queuectl;
 
-/// The table of commands, and what is said of it elsewhere.
+/// The table of commands, compared with the texts about it in other files.
 class TestQueuectlCommands : public QObject
 {
     Q_OBJECT
@@ -88,7 +88,14 @@ void TestQueuectlCommands::helpOfEachCommand()
                  qPrintable(command.name));
         QVERIFY2(outcome.out.contains(u"\nExample:\n  %1\n"_s.arg(command.example)),
                  qPrintable(outcome.out));
-        // It names no option that the command lacks.
+        // The first words after the command are its arguments.
+        qsizetype arguments = 0;
+        const QStringList words = command.example.split(u' ').mid(2);
+        while (arguments < words.size() && !words[arguments].startsWith(u"--"))
+            ++arguments;
+        QVERIFY2(arguments >= command.minimumArguments && arguments <= command.maximumArguments,
+                 qPrintable(command.example));
+        // It contains only options of this command.
         static const QRegularExpression option(u"--([a-z-]+)"_s);
         auto named = option.globalMatch(command.example);
         while (named.hasNext()) {
@@ -105,12 +112,12 @@ void TestQueuectlCommands::usageErrors_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("reason");
     QTest::newRow("nothing") << QStringList{} << u"Usage: queuectl COMMAND"_s;
-    QTest::newRow("a slip") << QStringList{u"statsu"_s} << u"no command 'statsu'"_s;
-    QTest::newRow("a near slip") << QStringList{u"statu"_s} << u"is status meant?"_s;
+    QTest::newRow("a typing error") << QStringList{u"statsu"_s} << u"no command 'statsu'"_s;
+    QTest::newRow("a similar word") << QStringList{u"statu"_s} << u"did you mean status?"_s;
     QTest::newRow("unknown option")
         << QStringList{u"status"_s, u"--fast"_s} << u"there is no option --fast"_s;
     QTest::newRow("option without its value")
-        << QStringList{u"list"_s, u"heineken"_s, u"--limit"_s} << u"an option lacks its value"_s;
+        << QStringList{u"list"_s, u"heineken"_s, u"--limit"_s} << u"an option has no value"_s;
     for (const Command &command : commandTable()) {
         // It ends as a monitoring plugin does (tst_checkcommand).
         if (command.name == u"check")
@@ -277,7 +284,7 @@ void TestQueuectlCommands::examplesAreGood()
         const QJsonArray findings =
             till->run({u"lint"_s, file, u"--json"_s}).json().value(u"findings"_s).toArray();
         for (const QJsonValue &finding : findings) {
-            // The certificates of the examples are on no machine.
+            // The certificates of the examples do not exist.
             const QString text = finding.toObject().value(u"text"_s).toString();
             QVERIFY2(text.contains(u"there is no file"), qPrintable(type.name + u": "_s + text));
         }
@@ -310,7 +317,7 @@ void TestQueuectlCommands::typesOfUnknownType()
 {
     const CommandResult outcome = till->run({u"types"_s, u"heinekn"_s});
     QCOMPARE(outcome.exitCode, ExitCode::NotFound);
-    QVERIFY(outcome.err.contains(u"is heineken meant?"));
+    QVERIFY(outcome.err.contains(u"did you mean heineken?"));
 }
 
 QTEST_GUILESS_MAIN(TestQueuectlCommands)

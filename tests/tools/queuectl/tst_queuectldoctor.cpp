@@ -26,7 +26,7 @@ class TestQueuectlDoctor : public QObject
 
 private Q_SLOTS:
     void init();
-    void everyAreaIsLookedAt();
+    void everyAreaIsChecked();
     void settingsWithLineNumbers();
     void settingsOfEveryFolder();
     void proxySettings();
@@ -41,7 +41,7 @@ private Q_SLOTS:
     void noOpenssl();
     void portOfAnother();
     void certificates();
-    void logThatIsNotThere();
+    void missingLogFile();
     void refusedLogSettings();
     void missingDriver();
     void secretsThatOthersMayRead();
@@ -78,7 +78,7 @@ QStringList TestQueuectlDoctor::checks(const QString &area,
     return result;
 }
 
-void TestQueuectlDoctor::everyAreaIsLookedAt()
+void TestQueuectlDoctor::everyAreaIsChecked()
 {
     till->database.ids();
     const CommandResult outcome = till->run({u"doctor"_s, u"--json"_s});
@@ -95,7 +95,7 @@ void TestQueuectlDoctor::everyAreaIsLookedAt()
              (QStringList{u"settings"_s, u"database"_s, u"rights"_s, u"openssl"_s, u"clock"_s,
                           u"port"_s, u"certificates"_s, u"log"_s, u"journal"_s, u"rows"_s}));
     QCOMPARE(result.value(u"errors"_s).toInt(), errors);
-    // The service does not run here, and nothing else is wrong.
+    // The service does not run here; everything else is right.
     QCOMPARE(errors, 1);
     QCOMPARE(outcome.exitCode, ExitCode::Found);
     QVERIFY(
@@ -109,7 +109,7 @@ void TestQueuectlDoctor::settingsWithLineNumbers()
                     "[Spasibo]\nsendLimit = many\nbroken\n[Mindbox]\nenpoint = x\n");
     const QString text = checks(u"settings"_s).join(u'\n');
     for (const QString &finding : {u"error %1:2: Spasibo:sendLimit"_s, u"error %1:3: expected"_s,
-                                   u"warning %1:5: nobody reads Mindbox:enpoint"_s})
+                                   u"warning %1:5: Mindbox:enpoint is not read"_s})
         QVERIFY2(text.contains(finding.arg(file)), qPrintable(text));
 }
 
@@ -134,7 +134,7 @@ void TestQueuectlDoctor::proxySettings()
              qPrintable(text));
     QVERIFY2(text.contains(u"warning %1:4: network:noProxy: 'shop:80' matches no host"_s.arg(last)),
              qPrintable(text));
-    // What the second file replaces does not count.
+    // A value that the second file replaces is not used.
     QVERIFY2(!text.contains(first + u':') && !text.contains(u"hu"), qPrintable(text));
     QCOMPARE(text.count(u"network:"), 2);
 }
@@ -161,9 +161,10 @@ void TestQueuectlDoctor::missingIndexesAndColumns()
     QVERIFY2(text.contains(u"error table message lacks the columns statuscode"), qPrintable(text));
     QVERIFY2(text.contains(u"error there is no table documentcard"), qPrintable(text));
 
-    // A look makes no table.
+    // Looking creates no table.
     till->database.query(u"DROP TABLE queues.message"_s);
-    QVERIFY(checks(u"database"_s).first().contains(u"has no table message; the service makes it"));
+    QVERIFY(
+        checks(u"database"_s).first().contains(u"has no table message; the service creates it"));
     QCOMPARE(till->run({u"status"_s}).exitCode, ExitCode::NoDatabase);
     QCOMPARE(till->run({u"list"_s, u"heineken"_s}).exitCode, ExitCode::NoDatabase);
     QCOMPARE(till->database.query(
@@ -200,7 +201,7 @@ void TestQueuectlDoctor::largeLog()
     while (QFileInfo(log).size() <= 66 * 1024 * 1024)
         till->database.put(u"heineken"_s, body);
 
-    // This program has it open, too.
+    // This program also has it open.
     const QStringList found = checks(u"database"_s).filter(log);
     QCOMPARE(found.size(), 1);
     QVERIFY2(found.first().startsWith(u"warning %1 has grown to "_s.arg(log))
@@ -284,7 +285,7 @@ void TestQueuectlDoctor::noOpenssl()
 
 void TestQueuectlDoctor::portOfAnother()
 {
-    QVERIFY(checks(u"port"_s).first().contains(u"nobody listens"));
+    QVERIFY(checks(u"port"_s).first().contains(u"is closed"));
     till->setSettings(u"port = 99999\n"_s);
     QVERIFY(checks(u"port"_s).first().contains(u"99999 is no port"));
 }
@@ -315,7 +316,7 @@ void TestQueuectlDoctor::certificates()
              qPrintable(text));
     QVERIFY2(text.contains(u"error %1 expired on"_s.arg(expired)), qPrintable(text));
     QVERIFY2(text.contains(u"error %1 holds no certificate"_s.arg(broken)), qPrintable(text));
-    QVERIFY2(text.contains(u"error there is no certificate /no/such.pem"), qPrintable(text));
+    QVERIFY2(text.contains(u"error the certificate /no/such.pem is missing"), qPrintable(text));
     QVERIFY2(text.contains(u"queue_platiqr_x.pem holds no certificate"), qPrintable(text));
     QVERIFY2(text.contains(u"spasibo-certs/y.pem holds no certificate"), qPrintable(text));
     QVERIFY2(!text.contains(u"error %1 "_s.arg(good)) && text.contains(good), qPrintable(text));
@@ -326,7 +327,7 @@ void TestQueuectlDoctor::certificates()
     QVERIFY(!text.contains(u"hush"));
 }
 
-void TestQueuectlDoctor::logThatIsNotThere()
+void TestQueuectlDoctor::missingLogFile()
 {
     QVERIFY(checks(u"log"_s).first().startsWith(u"ok no log file is configured"));
     till->setLog({});
@@ -358,14 +359,14 @@ void TestQueuectlDoctor::refusedLogSettings()
     const QString outside = u"/var/log/queue-doctor-test/queue.log"_s;
     write(outside);
     text = checks(u"log"_s).first();
-    QVERIFY2(text.startsWith(u"error"_s) && text.endsWith(u"alone, not into "_s + outside),
+    QVERIFY2(text.startsWith(u"error"_s) && text.endsWith(u"only, not into "_s + outside),
              qPrintable(text));
-    // The same on a till, whose root is that of the machine.
+    // The same on a till with the root of the machine.
     qputenv("QUEUE_ROOT", "");
     const QStringList outOfReach = queuectl::logFilesOutOfReach(root + settings);
     qputenv("QUEUE_ROOT", root.toUtf8());
     QCOMPARE(outOfReach, QStringList{outside});
-    // What the doctor tries is not what the service writes.
+    // The doctor's test files are not the files of the service.
     QVERIFY(!QFileInfo::exists(QFileInfo(outside).path()));
     write(root + u"/queue.log"_s);
     text = checks(u"log"_s).first();
@@ -375,7 +376,7 @@ void TestQueuectlDoctor::refusedLogSettings()
 
 void TestQueuectlDoctor::missingDriver()
 {
-    // A copy of the program that finds no driver but that of SQLite.
+    // A copy of the program that finds only the SQLite driver.
     const QString folder = till->database.root() + u"/bin"_s;
     const QString drivers = QLibraryInfo::path(QLibraryInfo::PluginsPath) + u"/sqldrivers/"_s;
     QVERIFY(QDir().mkpath(folder + u"/plugins/sqldrivers"_s));
@@ -415,20 +416,20 @@ void TestQueuectlDoctor::secretsThatOthersMayRead()
              qPrintable(text));
     QVERIFY(!text.contains(u"hush"_s));
     QVERIFY(
-        findings(own | QFile::ReadOther).contains(u"that everybody on this machine may read"_s));
-    // No secret, nothing to hide.
+        findings(own | QFile::ReadOther).contains(u"that everybody on this machine can read"_s));
+    // Without a secret, the rights do not matter.
     till->write(u"/tallocash/cash/queue/config/local.ini"_s,
                 "[Mindbox]\nsecretKey =\ntimeout = 3\n");
     QCOMPARE(findings(own | QFile::ReadOther), QString());
 
-    // Root's own file that nobody else may read is none of the service's.
+    // A file that only root can read is not readable for the service.
     if (::geteuid() != 0)
         QSKIP("only root can give the till's folder to another account");
     QVERIFY(::chown(qPrintable(till->database.root() + u"/tallocash/cash/queue"_s), 65534, 65534)
             == 0);
     text = findings(own);
     QVERIFY2(text.startsWith(u"error "_s + file)
-                 && text.contains(u"may not be read by the service"_s),
+                 && text.contains(u"cannot be read by the service"_s),
              qPrintable(text));
 }
 
@@ -446,7 +447,7 @@ void TestQueuectlDoctor::bundle()
                  .text = u"password=hush"_s,
                  .reference = u"77001234567890"_s});
     journal.put({.id = 16, .secondsAgo = 90'000});
-    // Says what it was asked for, and one line.
+    // Prints its arguments and one line.
     const QString tool = till->write(
         u"/bin/journalctl"_s,
         "#!/bin/sh\necho \"$@\" > \"$QUEUE_ROOT/asked\"\necho 'queue[1]: password=hush 77001234567890'\n"_ba);
@@ -532,7 +533,7 @@ void TestQueuectlDoctor::bundleSince()
     QVERIFY(content(u"7d"_s, u"log.txt"_s).contains(u"вчера"_s));
     QVERIFY(!content(u"3h"_s, u"log.txt"_s).contains(u"вчера"_s));
     QVERIFY(content(u"3h"_s, u"log.txt"_s).contains(u"недавно"_s));
-    // A log whose lines begin in another way is taken whole.
+    // A log with lines that begin differently is included whole.
     till->write(u"/log/queue.log"_s, "[queue] first\n[queue] second\n");
     QCOMPARE(content(u"1h"_s, u"log.txt"_s), u"[queue] first\n[queue] second\n"_s);
     journal.run(u"PRAGMA user_version = 2"_s);

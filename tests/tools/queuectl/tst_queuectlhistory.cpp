@@ -116,7 +116,7 @@ void TestQueuectlHistory::jsonIsAnObjectALine()
                           u"time"_s, u"type"_s, u"verdict"_s, u"version"_s}));
     QCOMPARE(record.value(u"text"_s).toString(), u"одна\nдве строки"_s);
     QVERIFY(QDateTime::fromString(record.value(u"last"_s).toString(), Qt::ISODateWithMs).isValid());
-    // Nothing found is nothing printed, for a program that reads it.
+    // For a program, no result prints nothing.
     const CommandResult none = till->run({u"history"_s, u"--verdict"_s, u"kept"_s, u"--json"_s});
     QCOMPARE(none.exitCode, ExitCode::Done);
     QCOMPARE(none.out, QString());
@@ -156,8 +156,8 @@ void TestQueuectlHistory::oneMessage()
     const CommandResult outcome = till->run({u"history"_s, u"17"_s});
     const QStringList lines = outcome.out.trimmed().split(u'\n');
     QCOMPARE(lines.size(), 2);
-    QVERIFY2(lines[0].startsWith(u"Message 17 (heineken, 4711) was given up at "_s)
-                 && lines[0].endsWith(u"at the first attempt; the service has not done what it "
+    QVERIFY2(lines[0].startsWith(u"Message 17 (heineken, 4711) was dropped at "_s)
+                 && lines[0].endsWith(u"at the first attempt; the service did not do what was "
                                       "asked: HTTP 200, отказ."_s),
              qPrintable(lines[0]));
     QVERIFY(lines[1].contains(u"was delivered at"));
@@ -183,7 +183,7 @@ void TestQueuectlHistory::refusals_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("reason");
-    QTest::newRow("id") << QStringList{u"x"_s} << int(ExitCode::Usage) << u"'x' is no row id"_s;
+    QTest::newRow("id") << QStringList{u"x"_s} << int(ExitCode::Usage) << u"'x' is not a row id"_s;
     QTest::newRow("verdict") << QStringList{u"--verdict"_s, u"lost"_s} << int(ExitCode::Usage)
                              << u"delivered, dropped or kept"_s;
     QTest::newRow("empty verdict") << QStringList{u"--verdict"_s, u""_s} << int(ExitCode::Usage)
@@ -192,8 +192,9 @@ void TestQueuectlHistory::refusals_data()
                           << u"--since takes today, yesterday"_s;
     QTest::newRow("limit") << QStringList{u"--limit"_s, u"0"_s} << int(ExitCode::Usage)
                            << u"--limit takes a whole number from 1 on"_s;
-    QTest::newRow("a slip in a type") << QStringList{u"--type"_s, u"heinekn"_s}
-                                      << int(ExitCode::NotFound) << u"is heineken meant?"_s;
+    QTest::newRow("a typing error in a type")
+        << QStringList{u"--type"_s, u"heinekn"_s} << int(ExitCode::NotFound)
+        << u"did you mean heineken?"_s;
 }
 
 void TestQueuectlHistory::refusals()
@@ -245,7 +246,7 @@ void TestQueuectlHistory::worksForOtherAccounts()
     } else {
         QCOMPARE(outcome.exitCode, ExitCode::Failed);
         QVERIFY2(
-            outcome.err.startsWith(u"No rights: this account may not read the delivery journal"),
+            outcome.err.startsWith(u"No rights: this account cannot read the delivery journal"),
             qPrintable(outcome.err));
     }
     QCOMPARE(folder.entryList({u"journal.db*"_s}, QDir::Files), before);
@@ -282,7 +283,7 @@ void TestQueuectlHistory::whatCannotBeRead()
         journal->run(u"PRAGMA locking_mode = EXCLUSIVE"_s);
         journal->run(u"PRAGMA journal_mode = DELETE"_s);
         journal->run(u"BEGIN EXCLUSIVE"_s);
-        // As the write-ahead log of a service that runs.
+        // Like the write-ahead log of a running service.
         till->write(u"/tallocash/cash/queue/journal.db-shm"_s, {});
     } else {
         journal->close();

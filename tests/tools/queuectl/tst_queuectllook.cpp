@@ -27,7 +27,7 @@ const QString body =
 const QString refusal = u"Сервер 127.0.0.1:8000 отклонил соединение"_s;
 const QMap<QString, QString> russian{{u"LC_ALL"_s, u"ru_RU.UTF-8"_s}};
 
-/// A message that stayed, because nobody listened.
+/// A message that stayed because the port was closed.
 Record refused(int id, int secondsAgo = 60)
 {
     return {.id = id,
@@ -58,7 +58,7 @@ private Q_SLOTS:
     void destinations_data();
     void destinations();
     void listOfUnknownType();
-    void listOfTypeThatNobodyDelivers();
+    void listOfTypeWithoutHandler();
     void listByCard();
     void showMasks();
     void showOfBrokenBody();
@@ -81,16 +81,16 @@ private Q_SLOTS:
     void whyNamesTheRule();
     void portOfAnotherProgram();
     void whyCountsRowsBefore();
-    void whatIsNotKnownIsSaid_data();
-    void whatIsNotKnownIsSaid();
+    void unknownFactsAreNamed_data();
+    void unknownFactsAreNamed();
     void noRightsIsNotNoDatabase_data();
     void noRightsIsNotNoDatabase();
     void failIdsMayNotBeRead();
     void whyNamesTheAnswerToThisRow();
-    void whyOfARowThatWasFinishedWith();
-    void whyOfARowThatIsGone_data();
-    void whyOfARowThatIsGone();
-    void whyOfARowThatNobodyKnows();
+    void whyOfAFinishedRow();
+    void whyOfADeletedRow_data();
+    void whyOfADeletedRow();
+    void whyOfAnUnknownRow();
     void todayByType();
     void speaksRussian();
     void coloursOnTerminalOnly();
@@ -262,7 +262,7 @@ void TestQueuectlLook::statusWithoutDatabase()
                  .toString()
                  .contains(QRegularExpression(u"\\A[A-Z][a-z]+ "_s)),
              qPrintable(list.err));
-    // To make a database is the service's business.
+    // Only the service creates a database.
     QCOMPARE(QFile(till->database.file()).size(), 0);
 }
 
@@ -325,7 +325,8 @@ void TestQueuectlLook::destinations_data()
     QTest::newRow("in a list of texts")
         << u"heineken"_s << u"{\"x\":[[\"a\"],[\"https://g.example/\"]]}"_s << u"g.example"_s;
     QTest::newRow("nowhere") << u"heineken"_s << u"{\"a\":1}"_s << QString();
-    QTest::newRow("text that is no list") << u"heineken"_s << u"{\"urls\":\"no\"}"_s << QString();
+    QTest::newRow("text that is not a list")
+        << u"heineken"_s << u"{\"urls\":\"no\"}"_s << QString();
 }
 
 void TestQueuectlLook::destinations()
@@ -344,12 +345,12 @@ void TestQueuectlLook::listOfUnknownType()
     put();
     const CommandResult outcome = till->run({u"list"_s, u"heinekn"_s});
     QCOMPARE(outcome.exitCode, ExitCode::NotFound);
-    QVERIFY2(outcome.err.contains(u"is heineken meant?"), qPrintable(outcome.err));
-    // A type of the service without rows is no mistake.
+    QVERIFY2(outcome.err.contains(u"did you mean heineken?"), qPrintable(outcome.err));
+    // A known type without rows is not an error.
     QCOMPARE(till->run({u"list"_s, u"cardlab"_s}).exitCode, ExitCode::Done);
 }
 
-void TestQueuectlLook::listOfTypeThatNobodyDelivers()
+void TestQueuectlLook::listOfTypeWithoutHandler()
 {
     put(u"nosuch"_s);
     const CommandResult outcome = till->run({u"list"_s, u"nosuch"_s});
@@ -393,7 +394,7 @@ void TestQueuectlLook::showOfBrokenBody()
     put(u"heineken"_s, u"password=hush, no JSON"_s);
     const CommandResult outcome = till->run({u"show"_s, u"1"_s});
     QCOMPARE(outcome.exitCode, ExitCode::Done);
-    QVERIFY2(outcome.out.contains(u"no JSON object"), qPrintable(outcome.out));
+    QVERIFY2(outcome.out.contains(u"not a JSON object"), qPrintable(outcome.out));
     QVERIFY2(!outcome.out.contains(u"hush"), qPrintable(outcome.out));
     QCOMPARE(till->run({u"show"_s, u"1"_s, u"--secrets"_s, u"--json"_s})
                  .json()
@@ -408,7 +409,7 @@ namespace {
 const QString hidden = u"\u001b[2J\r\n\u009b\u202e\u2028"_s;
 const QString shownHidden = uR"(\x1b[2J\x0d\x0a\x9b\u202e\u2028)"_s;
 
-/// The characters that an engineer's terminal must not get, the end of a line excepted.
+/// The characters that must not reach the terminal, except the line end.
 QString hiddenIn(const QString &text)
 {
     static const QRegularExpression pattern(
@@ -756,7 +757,7 @@ void TestQueuectlLook::why()
     QCOMPARE(till->run({u"why"_s, u"1"_s}).out.count(u'\n'), 1);
 }
 
-/// A program that has the port says nothing about the service, which delivers without it.
+/// The program on the port says nothing about the service, which delivers without the port.
 void TestQueuectlLook::portOfAnotherProgram()
 {
     LoopbackServer stranger;
@@ -765,13 +766,15 @@ void TestQueuectlLook::portOfAnotherProgram()
     const int id = put();
     const QJsonObject reason = why(id);
     QCOMPARE(reason.value(u"serviceRunning"_s), QJsonValue(false));
-    QVERIFY(reason.value(u"nextTry"_s).toString().startsWith(u"nobody can tell"));
+    QVERIFY(reason.value(u"nextTry"_s)
+                .toString()
+                .startsWith(u"the time of the next attempt is unknown"));
     QVERIFY(reason.value(u"nextTryEarliest"_s).isNull());
     QVERIFY(reason.value(u"actor"_s).toString().contains(u"ss -ltnp"));
     const QJsonObject status = till->run({u"status"_s, u"--json"_s}).json();
     QCOMPARE(status.value(u"control"_s).toObject().value(u"state"_s).toString(), u"other"_s);
-    QVERIFY(till->run({u"doctor"_s}).out.contains(u"something else than the service listens"));
-    // A number that is no port leads to nobody, not to whoever has its last 16 bits.
+    QVERIFY(till->run({u"doctor"_s}).out.contains(u"a program other than the service listens"));
+    // A number that is not a port is not cut to 16 bits, which could be another program's port.
     till->setSettings(u"port = %1\n"_s.arg(65536 + stranger.url(u"/"_s).port()));
     QVERIFY(why(id).value(u"actor"_s).toString().contains(u"systemctl start queue"));
 }
@@ -812,7 +815,7 @@ void TestQueuectlLook::whyCountsRowsBefore()
     QVERIFY(reason.value(u"lastAnswer"_s).toString().contains(u"not been tried"));
 }
 
-void TestQueuectlLook::whatIsNotKnownIsSaid_data()
+void TestQueuectlLook::unknownFactsAreNamed_data()
 {
     QTest::addColumn<QString>("what");
     QTest::addColumn<QString>("answer");
@@ -826,14 +829,14 @@ void TestQueuectlLook::whatIsNotKnownIsSaid_data()
     QTest::newRow("no file") << u"missing"_s << unknown + u"There is no delivery journal yet"_s
                              << u"unknown"_s << u"missing"_s;
     QTest::newRow("file is closed")
-        << u"closed"_s << unknown + u"No rights: this account may not read the delivery journal"_s
+        << u"closed"_s << unknown + u"No rights: this account cannot read the delivery journal"_s
         << u"unknown"_s << u"denied"_s;
     QTest::newRow("file is damaged")
         << u"damaged"_s << unknown + u"The delivery journal"_s << u"unknown"_s << u"damaged"_s;
     QTest::newRow("file is newer")
         << u"newer"_s << unknown + u"The delivery journal"_s << u"unknown"_s << u"newer"_s;
     QTest::newRow("file was pruned")
-        << u"pruned"_s << unknown + u"the delivery journal does not reach back"_s << u"unknown"_s
+        << u"pruned"_s << unknown + u"the delivery journal begins after"_s << u"unknown"_s
         << u"read"_s;
     QTest::newRow("pruned before the row")
         << u"pruned early"_s << u"it has not been tried yet"_s << u"turn"_s << u"read"_s;
@@ -841,7 +844,7 @@ void TestQueuectlLook::whatIsNotKnownIsSaid_data()
                                   << u"unknown"_s << u"read"_s;
 }
 
-void TestQueuectlLook::whatIsNotKnownIsSaid()
+void TestQueuectlLook::unknownFactsAreNamed()
 {
     QFETCH(const QString, what);
     QFETCH(const QString, answer);
@@ -904,9 +907,9 @@ void TestQueuectlLook::noRightsIsNotNoDatabase()
     const auto reset = qScopeGuard([&] { QFile::setPermissions(full, before); });
     const CommandResult list = till->run({u"list"_s, u"heineken"_s});
     QCOMPARE(list.exitCode, ExitCode::NoDatabase);
-    QVERIFY2(list.err.startsWith(u"No rights: this account may not read the database"),
+    QVERIFY2(list.err.startsWith(u"No rights: this account cannot read the database"),
              qPrintable(list.err));
-    QVERIFY(till->run({u"status"_s}).out.contains(u"No rights: this account may not read the"));
+    QVERIFY(till->run({u"status"_s}).out.contains(u"No rights: this account cannot read the"));
 }
 
 void TestQueuectlLook::failIdsMayNotBeRead()
@@ -927,7 +930,7 @@ void TestQueuectlLook::whyNamesTheAnswerToThisRow()
         till->setAge(id, 600);
     journal->put({.id = first, .verdict = u"kept"_s, .text = u"первый ответ"_s});
     journal->put({.id = second, .verdict = u"kept"_s, .text = u"второй ответ"_s});
-    // Of other messages: another type, and a table that had the number before.
+    // Records of other messages: another type, and an earlier table with the same number.
     journal->put({.id = first, .type = u"cardlab"_s, .verdict = u"kept"_s, .text = u"чужой"_s});
     const int third = put();
     till->setAge(third, 600);
@@ -937,19 +940,20 @@ void TestQueuectlLook::whyNamesTheAnswerToThisRow()
     QVERIFY(why(third).value(u"lastAnswer"_s).toString().contains(u"not been tried yet"));
 }
 
-void TestQueuectlLook::whyOfARowThatWasFinishedWith()
+void TestQueuectlLook::whyOfAFinishedRow()
 {
     const int id = put();
     journal->put({.id = id, .secondsAgo = 0});
     const QJsonObject reason = why(id);
     QCOMPARE(reason.value(u"cause"_s).toString(), u"repeat"_s);
-    QVERIFY(reason.value(u"lastAnswer"_s).toString().contains(u"by its record it was delivered"));
+    QVERIFY(reason.value(u"lastAnswer"_s)
+                .toString()
+                .contains(u"the journal says that it was delivered"));
     const QString shape = till->run({u"shape"_s}).out;
-    QVERIFY2(shape.startsWith(u"127.0.0.1:8000: finished with, row not deleted"_s),
-             qPrintable(shape));
+    QVERIFY2(shape.startsWith(u"127.0.0.1:8000: finished, row not deleted"_s), qPrintable(shape));
 }
 
-void TestQueuectlLook::whyOfARowThatIsGone_data()
+void TestQueuectlLook::whyOfADeletedRow_data()
 {
     QTest::addColumn<QString>("verdict");
     QTest::addColumn<QString>("english");
@@ -958,14 +962,13 @@ void TestQueuectlLook::whyOfARowThatIsGone_data()
                                << u"Message 17 (heineken, 4711, card ****0017) was delivered at "_s
                                << u"Сообщение 17 (heineken, 4711, карта ****0017) доставлено в "_s;
     QTest::newRow("dropped")
-        << u"dropped"_s << u"Message 17 (heineken, 4711, card ****0017) was given up at "_s
+        << u"dropped"_s << u"Message 17 (heineken, 4711, card ****0017) was dropped at "_s
         << u"Сообщение 17 (heineken, 4711, карта ****0017) снято с доставки в "_s;
-    QTest::newRow("kept") << u"kept"_s
-                          << u"Its row is gone since: it was deleted or moved by hand"_s
+    QTest::newRow("kept") << u"kept"_s << u"Since then its row was deleted or moved by hand"_s
                           << u"С тех пор строки нет"_s;
 }
 
-void TestQueuectlLook::whyOfARowThatIsGone()
+void TestQueuectlLook::whyOfADeletedRow()
 {
     QFETCH(const QString, verdict);
     QFETCH(const QString, english);
@@ -992,7 +995,7 @@ void TestQueuectlLook::whyOfARowThatIsGone()
     QCOMPARE(reason.value(u"history"_s).toArray().size(), 1);
 }
 
-void TestQueuectlLook::whyOfARowThatNobodyKnows()
+void TestQueuectlLook::whyOfAnUnknownRow()
 {
     till->database.ids();
     const CommandResult outcome = till->run({u"why"_s, u"9"_s});
@@ -1038,7 +1041,7 @@ void TestQueuectlLook::speaksRussian()
     QVERIFY2(reason.out.startsWith(u"Строка 1 (heineken) ждёт"), qPrintable(reason.out));
     const CommandResult unknown = till->run({u"show"_s, u"9"_s}, {}, russian);
     QVERIFY2(unknown.err.startsWith(u"Строки 9 нет"), qPrintable(unknown.err));
-    // LC_ALL stands above LC_MESSAGES, and that above LANG.
+    // LC_ALL takes precedence over LC_MESSAGES, and that over LANG.
     const CommandResult english =
         till->run({u"status"_s}, {}, {{u"LC_ALL"_s, u"C"_s}, {u"LANG"_s, u"ru_RU.UTF-8"_s}});
     QVERIFY(english.out.contains(u"Database"));

@@ -21,7 +21,7 @@
 using namespace Qt::StringLiterals;
 using queuectl::ExitCode;
 
-/// A backup goes back into place, or nothing changes.
+/// A backup is restored, or nothing changes.
 class TestQueuectlRestore : public QObject
 {
     Q_OBJECT
@@ -41,11 +41,11 @@ private Q_SLOTS:
     void tillHasItOpen();
     void questions_data();
     void questions();
-    void nobodyToAsk();
+    void noTerminalToAskOn();
     void databaseServer();
 
 private:
-    /// The rows as `type` of each, read from a file that nobody else has open.
+    /// The types of the rows, read from a file that no program has open.
     static QStringList rows(const QString &file);
     void close();
     /// A backup with the rows a and b, while the database has b, c and d.
@@ -112,7 +112,7 @@ QStringList TestQueuectlRestore::folder() const
     const QStringList names = dir.entryList(QDir::Files | QDir::Hidden, QDir::Name);
     for (const QString &name : names) {
         QFile file(dir.filePath(name));
-        // The lock means nothing when nobody holds it.
+        // A lock file that no process has locked means nothing.
         if (name == u"queue.lock" || !file.open(QIODevice::ReadOnly))
             continue;
         const QByteArray digest =
@@ -154,7 +154,7 @@ void TestQueuectlRestore::backupIsPutIntoPlace()
     QCOMPARE(rows(till->database.file()), (QStringList{u"a"_s, u"b"_s}));
     QCOMPARE(rows(kept()), (QStringList{u"b"_s, u"c"_s, u"d"_s}));
     QCOMPARE(rows(backup), (QStringList{u"a"_s, u"b"_s}));
-    // And the service makes of it what it needs.
+    // And the service adds the tables that it needs.
     QCOMPARE(till->database.ids().size(), 2);
     close();
 
@@ -181,7 +181,7 @@ void TestQueuectlRestore::ownerAndRightsStay()
 
 void TestQueuectlRestore::formerLogIsKeptWithItsFile()
 {
-    // As after a crash: what was written last is in the log alone.
+    // As after a crash: the last rows are only in the log.
     const QString file = till->database.file();
     const QString backup = till->database.root() + u"/backup.db"_s;
     till->database.put(u"a"_s, u"{}"_s);
@@ -205,8 +205,8 @@ void TestQueuectlRestore::formerLogIsKeptWithItsFile()
     QCOMPARE(rows(kept()), (QStringList{u"a"_s, u"b"_s}));
 }
 
-/// The case that the service refuses to go on with: a backup was moved into place beside the log
-/// of the former file.
+/// The case in which the service stops delivering: a backup was moved to the path beside the log of
+/// the former file.
 void TestQueuectlRestore::logOfAnotherFileIsTakenAway()
 {
     const QString file = till->database.file();
@@ -283,7 +283,7 @@ void TestQueuectlRestore::badBackups_data()
     QTest::newRow("missing")          << u"missing"_s   << int(ExitCode::NotFound) << u"There is no file"_s;
     QTest::newRow("a folder")         << u"folder"_s    << int(ExitCode::NotFound) << u"There is no file"_s;
     QTest::newRow("the file itself")  << u"itself"_s    << int(ExitCode::Failed)   << u"is the database itself"_s;
-    QTest::newRow("text")             << u"text"_s      << int(ExitCode::Found)    << u"no readable SQLite file"_s;
+    QTest::newRow("text")             << u"text"_s      << int(ExitCode::Found)    << u"not a readable SQLite file"_s;
     QTest::newRow("empty")            << u"empty"_s     << int(ExitCode::Found)    << u"no table message"_s;
     QTest::newRow("cut off")          << u"cut off"_s   << int(ExitCode::Found)    << u"SQLite"_s;
     QTest::newRow("damaged")          << u"damaged"_s   << int(ExitCode::Found)    << u"it is damaged"_s;
@@ -400,7 +400,7 @@ void TestQueuectlRestore::questions()
     QCOMPARE(QFileInfo(file).dir().entryList({u"*restoring*"_s}), QStringList());
 }
 
-void TestQueuectlRestore::nobodyToAsk()
+void TestQueuectlRestore::noTerminalToAskOn()
 {
     const QString backup = makeBackup();
     const CommandResult outcome = restore(backup, {});

@@ -49,7 +49,7 @@ private:
     }
 
     std::unique_ptr<Till> till;
-    /// Where nobody listens, so that each delivery is refused.
+    /// The address of a closed port, so that each delivery is refused.
     std::unique_ptr<rig::PortReservation> peer;
     std::unique_ptr<rig::ServiceProcess> service;
 };
@@ -120,21 +120,21 @@ void TestQueuectlService::startOfUnknownType()
     startService();
     const CommandResult outcome = till->run({u"start"_s, u"heinekn"_s});
     QCOMPARE(outcome.exitCode, ExitCode::NotFound);
-    QVERIFY(outcome.err.contains(u"is heineken meant?"));
+    QVERIFY(outcome.err.contains(u"did you mean heineken?"));
 }
 
 void TestQueuectlService::errors()
 {
     startService();
     QCOMPARE(json({u"errors"_s}).value(u"errorsCount"_s).toInt(), 0);
-    // A table that is missing would be made.
+    // A missing table would be created.
     till->database.query(u"ALTER TABLE queues.message RENAME COLUMN type TO away"_s);
     QVERIFY(waitUntil([this] { return json({u"errors"_s}).value(u"errorsCount"_s).toInt() > 0; }));
     till->database.query(u"ALTER TABLE queues.message RENAME COLUMN away TO type"_s);
     const QJsonObject reset = json({u"errors"_s, u"--reset"_s});
     QCOMPARE(reset.value(u"reset"_s), QJsonValue(true));
     QVERIFY(reset.value(u"errorsCount"_s).toInt() > 0);
-    // A poll that began while the table was away may have counted once more.
+    // A poll that began while the table was missing may have counted once more.
     QVERIFY(waitUntil([this] {
         return json({u"errors"_s, u"--reset"_s}).value(u"errorsCount"_s).toInt() == 0;
     }));
@@ -261,7 +261,7 @@ void TestQueuectlService::afterAPut()
 
 void TestQueuectlService::silentPort()
 {
-    // Something else has the port.
+    // Another program has the port.
     QTcpServer other;
     QVERIFY(other.listen(QHostAddress::LocalHost));
     connect(&other, &QTcpServer::newConnection, &other,

@@ -79,7 +79,7 @@ private:
         return more + (isOnServer ? server->settings() : QString());
     }
     void startService();
-    /// Plays the service's control port; `start` is told when it is asked to try a type.
+    /// Plays the service's control port; `start` is called when a type is to be tried.
     void playControl(const std::function<void()> &start, bool isStarted);
     int put(int secondsAgo = 0, const QString &type = u"heineken"_s);
     CommandResult settle(const QStringList &arguments = {})
@@ -260,7 +260,7 @@ void TestQueuectlSettle::timesOfAnotherForm_data()
         << ago(1200).toOffsetFromUtc(10 * 3600).toString(Qt::ISODate) << true;
     QTest::newRow("another zone, newer")
         << ago(300).toOffsetFromUtc(-10 * 3600).toString(Qt::ISODate) << false;
-    // Nobody can tell, so it blocks.
+    // The outcome is unknown, so it blocks.
     QTest::newRow("none") << u""_s << true;
     QTest::newRow("no time") << u"yesterday"_s << true;
     QTest::newRow("German") << u"22.11.2026 14:00:00"_s << true;
@@ -300,7 +300,7 @@ void TestQueuectlSettle::refusals_data()
                                    << u"--wait takes a whole number from 0 on"_s;
     // It would have nothing that waits.
     QTest::newRow("a slip in a type") << QStringList{u"--type"_s, u"heinekn"_s}
-                                      << int(ExitCode::NotFound) << u"is heineken meant?"_s;
+                                      << int(ExitCode::NotFound) << u"did you mean heineken?"_s;
 }
 
 void TestQueuectlSettle::refusals()
@@ -406,7 +406,7 @@ void TestQueuectlSettle::workerNotStarted()
     QCOMPARE(outcome.exitCode, ExitCode::Found);
     QVERIFY2(outcome.out.contains(u"The service did not start the workers of heineken"_s),
              qPrintable(outcome.out));
-    // A worker less may run a moment later.
+    // A worker may have ended a moment later.
     QVERIFY(starts >= 2);
     QCOMPARE(json({u"--wait"_s, u"1"_s}).value(u"blocking"_s)[0][u"started"_s], QJsonValue(false));
 }

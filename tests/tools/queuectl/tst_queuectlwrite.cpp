@@ -46,7 +46,7 @@ private Q_SLOTS:
     void requeueKeepsTheBytes();
     void questions_data();
     void questions();
-    void nobodyToAsk();
+    void noTerminalToAskOn();
     void roundTrip_data() { databases(); }
     void roundTrip();
     void exportOfType_data() { databases(); }
@@ -141,14 +141,14 @@ void TestQueuectlWrite::putRefuses_data()
     const int found = ExitCode::Found;
     const QByteArray good = body.toUtf8();
     QTest::newRow("unknown type") << u"heinekn"_s << good << int(ExitCode::NotFound)
-                                  << u"is heineken meant?"_s;
+                                  << u"did you mean heineken?"_s;
     QTest::newRow("no JSON") << u"heineken"_s << QByteArray("{\n\"a\": }") << found
-                             << u"the body is no JSON, line 2"_s;
+                             << u"the body is not JSON, line 2"_s;
     QTest::newRow("no object") << u"heineken"_s << QByteArray("[1]") << found
-                               << u"the body is no JSON object"_s;
-    QTest::newRow("empty") << u"heineken"_s << QByteArray() << found << u"the body is no JSON"_s;
+                               << u"the body is not a JSON object"_s;
+    QTest::newRow("empty") << u"heineken"_s << QByteArray() << found << u"the body is not JSON"_s;
     QTest::newRow("no address") << u"heineken"_s << QByteArray("{\"url\":\"sales\",\"body\":\"1\"}")
-                                << found << u"'sales' is no http or https address"_s;
+                                << found << u"'sales' is not an http or https address"_s;
     QTest::newRow("a key is missing") << u"heineken"_s << QByteArray("{\"url\":\"http://a\"}")
                                       << found << u"is missing, a text"_s;
     QTest::newRow("another kind") << u"heineken"_s
@@ -157,7 +157,7 @@ void TestQueuectlWrite::putRefuses_data()
     QTest::newRow("no time") << u"heineken"_s
                              << QByteArray(
                                     "{\"url\":\"http://a\",\"body\":\"1\",\"timeout\":\"soon\"}")
-                             << found << u"'soon' is no number of seconds"_s;
+                             << found << u"'soon' is not a number of seconds"_s;
 }
 
 void TestQueuectlWrite::putRefuses()
@@ -175,7 +175,7 @@ void TestQueuectlWrite::putRefuses()
 
 void TestQueuectlWrite::putOfUnknownKey()
 {
-    // It does no harm, and is said all the same.
+    // It does no harm, but is reported.
     const QString file =
         till->write(u"/body.json"_s, "{\"url\":\"http://a\",\"body\":\"1\",\"heders\":{}}");
     const CommandResult outcome = till->run({u"put"_s, u"heineken"_s, file, u"--json"_s});
@@ -183,7 +183,7 @@ void TestQueuectlWrite::putOfUnknownKey()
     const QJsonObject finding = outcome.json().value(u"findings"_s).toArray().at(0).toObject();
     QCOMPARE(finding.value(u"state"_s).toString(), u"warning"_s);
     QCOMPARE(finding.value(u"key"_s).toString(), u"heders"_s);
-    QVERIFY(finding.value(u"text"_s).toString().contains(u"is headers meant?"));
+    QVERIFY(finding.value(u"text"_s).toString().contains(u"did you mean headers?"));
     QCOMPARE(rows().size(), 1);
 }
 
@@ -206,11 +206,11 @@ void TestQueuectlWrite::lint_data()
     QTest::newRow("body as text") << front + R"("{\"url\":\"http://a\",\"body\":\"1\"}"})"
                                   << QString();
     QTest::newRow("unknown type") << QByteArray(R"({"type":"heinekn","body":{}})")
-                                  << u"no handler for type 'heinekn'; is heineken meant?"_s;
-    QTest::newRow("broken body") << front + R"("{"})" << u"the body is no JSON"_s;
-    QTest::newRow("body of another kind") << front + "5}" << u"the body is no JSON object"_s;
+                                  << u"no handler for type 'heinekn'; did you mean heineken?"_s;
+    QTest::newRow("broken body") << front + R"("{"})" << u"the body is not JSON"_s;
+    QTest::newRow("body of another kind") << front + "5}" << u"the body is not a JSON object"_s;
     QTest::newRow("bad address") << front + R"({"url":"ftp://a/b","body":"1"}})"
-                                 << u"'ftp://a/b' is no http or https address"_s;
+                                 << u"'ftp://a/b' is not an http or https address"_s;
     QTest::newRow("long card") << front + body.toUtf8() + R"(,"cardnumber":")"
                                       + QByteArray(129, '1') + "\"}"
                                << u"longer than 128 characters"_s;
@@ -289,7 +289,7 @@ void TestQueuectlWrite::requeue()
     QCOMPARE(outcome.json().value(u"formerId"_s).toInt(), 1);
     QCOMPARE(till->database.ids(u"heineken"_s), (QList<int>{3, 4}));
     QCOMPARE(rows().last(), u"4 heineken %1 5"_s.arg(body));
-    // How long the sale has waited does not change by it.
+    // The age of the row does not change.
     QCOMPARE(times(4), time);
     QVERIFY(time.isValid());
     QCOMPARE(till->run({u"requeue"_s, u"1"_s, u"--yes"_s}).exitCode, ExitCode::NotFound);
@@ -338,7 +338,7 @@ void TestQueuectlWrite::questions()
     QCOMPARE(till->database.ids() == QList<int>{1}, !isDone);
 }
 
-void TestQueuectlWrite::nobodyToAsk()
+void TestQueuectlWrite::noTerminalToAskOn()
 {
     put();
     for (const QString &command : {u"drop"_s, u"requeue"_s}) {
@@ -514,7 +514,7 @@ void TestQueuectlWrite::progressOnTerminalOnly()
 
 void TestQueuectlWrite::lockedDatabase()
 {
-    // A reader is not held up by a writer, and what it holds up is told.
+    // A writer does not delay a reader; a reader that delays the log is reported.
     put();
     till->database.query(u"BEGIN IMMEDIATE"_s);
     QCOMPARE(till->run({u"list"_s, u"heineken"_s}).exitCode, ExitCode::Done);

@@ -90,24 +90,26 @@ void TestSettingsFiles::findings_data()
 {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QString>("finding");
-    QTest::newRow("a slip in a key") << QByteArray("[Mindbox]\nenpoint = x\n")
-                                     << u"nobody reads Mindbox:enpoint; is endpoint meant?"_s;
-    QTest::newRow("a strange key") << QByteArray("[Mindbox]\nfavouriteColour = x\n")
-                                   << u"nobody reads Mindbox:favouriteColour"_s;
-    QTest::newRow("a slip in a section") << QByteArray("[Mindbx]\nurl = x\nendpoint = y\n")
-                                         << u"nobody reads section [Mindbx]; is Mindbox meant?"_s;
+    QTest::newRow("a typing error in a key")
+        << QByteArray("[Mindbox]\nenpoint = x\n")
+        << u"Mindbox:enpoint is not read; did you mean endpoint?"_s;
+    QTest::newRow("an unknown key") << QByteArray("[Mindbox]\nfavouriteColour = x\n")
+                                    << u"Mindbox:favouriteColour is not read"_s;
+    QTest::newRow("a typing error in a section")
+        << QByteArray("[Mindbx]\nurl = x\nendpoint = y\n")
+        << u"section [Mindbx] is not read; did you mean Mindbox?"_s;
     QTest::newRow("in no section")
         << QByteArray("timeout = 3\n")
-        << u"'timeout' stands in front of any [section], nobody reads it"_s;
-    QTest::newRow("no number")
+        << u"'timeout' comes before the first [section] and is not read"_s;
+    QTest::newRow("not a number")
         << QByteArray("[Spasibo]\nsendLimit = many\n")
-        << u"Spasibo:sendLimit = 'many' is no whole number, the default 20 holds"_s;
+        << u"Spasibo:sendLimit = 'many' is not a whole number, the default 20 is used"_s;
     QTest::newRow("neither yes nor no")
         << QByteArray("[Mindbox]\nuseIdempotencyKey = maybe\n")
-        << u"Mindbox:useIdempotencyKey = 'maybe' is neither yes nor no, the default false holds"_s;
+        << u"Mindbox:useIdempotencyKey = 'maybe' is neither yes nor no, the default false is used"_s;
     QTest::newRow("below the smallest value")
         << QByteArray("[queue]\ntimeout = 0\n")
-        << u"queue:timeout = 0 is below the smallest value, 1 holds"_s;
+        << u"queue:timeout = 0 is below the smallest value, 1 is used"_s;
     QTest::newRow("the smallest value, and a number without one")
         << QByteArray("[queue]\ntimeout = 1\n[Mindbox]\ntimeout = -5\n") << QString();
     QTest::newRow("all well") << QByteArray(
