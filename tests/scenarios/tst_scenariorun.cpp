@@ -7,16 +7,16 @@
 using namespace Qt::StringLiterals;
 using namespace stand;
 
-/// Scenarios that tell the wrong story about the real service: each must be found out.
+/// Scenarios that do not match the real service: each must fail.
 class TestScenarioRun : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void wrongStories_data();
-    void wrongStories();
+    void wrongExpectations_data();
+    void wrongExpectations();
     void serviceThatDoesNotStart();
-    void serviceThatIsNotThere();
+    void missingService();
 
 private:
     RunResult run(const QByteArray &scenario, const QString &program);
@@ -41,7 +41,7 @@ RunResult TestScenarioRun::run(const QByteArray &scenario, const QString &progra
     return ScenarioRun(loadScenarios(file.fileName()).first(), options).run();
 }
 
-void TestScenarioRun::wrongStories_data()
+void TestScenarioRun::wrongExpectations_data()
 {
     QTest::addColumn<QByteArray>("difference");
     QTest::addColumn<QStringList>("findings");
@@ -55,7 +55,7 @@ void TestScenarioRun::wrongStories_data()
         R"("exchange": {"reply": 500}, "log": ["ERROR [heineken] {{any}}"], )";
     row("the true story", R"("outcome": "delivered")", {});
     row("told kept, is removed", R"("outcome": "kept")",
-        {u"message 1 of type heineken is gone from the table"_s,
+        {u"message 1 of type heineken is not in the table any more"_s,
          u"message 1 of type heineken, journal: verdict\n  - kept\n  + delivered"_s});
     row("told dropped, is delivered", R"("outcome": "dropped")",
         {u"message 1 of type heineken, journal: verdict\n  - dropped\n  + delivered"_s});
@@ -74,7 +74,7 @@ void TestScenarioRun::wrongStories_data()
     row("told delivered, is kept; an error that is not told", R"("exchange": {"reply": 500})",
         {u"message 1 of type heineken is still in the table"_s,
          u"message 1 of type heineken, journal: verdict\n  - delivered\n  + kept"_s,
-         u"the log says what the scenario does not tell: "_s + failure});
+         u"the log has a line that the scenario does not expect: "_s + failure});
     row("another body arrives", R"("exchange": {"body": "2"})",
         {u"peer http, request 1: body\n  - 2\n  + 1"_s});
     row("a header arrives that is not told", R"("exchange": {"headers": {"A": "b"}})",
@@ -83,7 +83,7 @@ void TestScenarioRun::wrongStories_data()
         {u"peer http: exchange 2 never came: PUT /b"_s});
     row("a line that the log does not have",
         R"("log": ["INFO [heineken] Отправка сообщения 1", "INFO [heineken] Отправка сообщения 1"])",
-        {u"the log does not say: INFO [heineken] Отправка сообщения 1"_s});
+        {u"the log lacks the line: INFO [heineken] Отправка сообщения 1"_s});
     row("a text that the log has", R"("logNever": ["Удаление сообщения {{digits}}"])",
         {u"the log must not say 'Удаление сообщения {{digits}}', but says: INFO [heineken] Удаление сообщения 1"_s});
     row("another answer of the control interface",
@@ -111,7 +111,7 @@ void TestScenarioRun::wrongStories_data()
         {u"message 1 of type heineken: statuscode\n  - 1\n  + "_s});
 }
 
-void TestScenarioRun::wrongStories()
+void TestScenarioRun::wrongExpectations()
 {
     QFETCH(QByteArray, difference);
     const RunResult result = run("{\"name\": \"n\", " + difference + "}", service);
@@ -131,7 +131,7 @@ void TestScenarioRun::serviceThatDoesNotStart()
              qPrintable(result.log));
 }
 
-void TestScenarioRun::serviceThatIsNotThere()
+void TestScenarioRun::missingService()
 {
     const RunResult result = run(R"({"name": "n"})", u"/nonexistent/queue"_s);
     QCOMPARE(result.findings.size(), 1);

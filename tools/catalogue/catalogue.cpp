@@ -12,8 +12,8 @@
 
 using namespace Qt::StringLiterals;
 
-/// A resource of a static library is there once a program asks for it. The macro stands in no
-/// namespace.
+/// A resource of a static library is linked only when a program asks for it. The macro must be
+/// outside of namespaces.
 static void initData()
 {
     Q_INIT_RESOURCE(catalogue);
@@ -30,7 +30,7 @@ const QStringList verdicts{u"delivered"_s, u"dropped"_s, u"kept"_s};
 const QStringList failureKinds{u"network"_s, u"certificate"_s, u"credentials"_s, u"request"_s,
                                u"service"_s};
 
-/// Reads objects of the files and notes what is wrong with them.
+/// Reads objects of the files and collects their faults.
 class Reader
 {
 public:
@@ -351,7 +351,7 @@ void checkMembers(const Type &type, const QString &path, const QJsonObject &obje
 {
     for (const Key &key : type.keys) {
         const QString member = key.name.section(u'.', -1);
-        // A key is missing only where the object that should hold it is there.
+        // A key is missing only when the object that should hold it exists.
         if (key.required && key.name == below(path, member) && !object.contains(member))
             faults.append({Fault::Kind::Missing, key.name, key.kind});
     }
@@ -447,7 +447,7 @@ const Type *find(const QString &name)
 
 const Key *keyAt(const Type &type, const QString &path)
 {
-    // Names of headers are the same in any case. Where a name says so itself, `*` is not asked.
+    // Header names are compared without case. A key with this name takes precedence over `*`.
     const Key *any = nullptr;
     for (const Key &key : type.keys) {
         const bool isHeader = key.name.contains(u"eaders."_s);

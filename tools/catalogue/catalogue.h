@@ -7,26 +7,24 @@
 #include <QString>
 #include <QStringList>
 
-/// What is known of each message type, for the programs that people use and for the documentation.
-/// The texts stand in the files of `types/`, which are compiled in; tests hold them against the
-/// handlers.
+/// The description of each message type, for the tools and the documentation. The texts are in the
+/// files of `types/`, which are compiled in; tests compare them with the handlers.
 namespace catalogue {
 
 /// A key of a message's body.
 struct Key
 {
-    /// The path from the body, with dots: `orderStatus.url`. `[]` stands for each element of an
-    /// array, `*` for any name: `urls[]`, `headers.*`. An object without keys below it may hold
-    /// whatever it likes.
+    /// The path from the body, with dots: `orderStatus.url`. `[]` means each element of an array,
+    /// `*` any name: `urls[]`, `headers.*`. An object without keys below it may hold anything.
     QString name;
     /// `text`, `url` (of HTTP or HTTPS), `file` (a path on the till), `integer`, `number`,
     /// `boolean`, `object`, `array` or `any`. Numbers may also be written as texts.
     QString kind;
     /// Without it the message is not delivered as meant.
     bool required = false;
-    /// What the handler goes by when the key is absent. Undefined: there is nothing to say.
+    /// The value that the handler uses when the key is absent. Undefined: none.
     QJsonValue defaultValue = QJsonValue(QJsonValue::Undefined);
-    /// The value is shown to nobody.
+    /// The value is shown as `***`.
     bool secret = false;
     QString about;
     QString aboutRu;
@@ -37,19 +35,18 @@ struct Outcome
 {
     QString when;
     QString whenRu;
-    /// `delivered`: the service did what was asked, now or before. `dropped`: the row is gone
-    /// although it did not. `kept`.
+    /// `delivered`: the service did what was asked, now or before. `dropped`: the row is deleted
+    /// although it did not. `kept`: the row stays.
     QString verdict;
     /// Of a kept message: what may have to be corrected first, one of `network`, `certificate`,
-    /// `credentials`, `request` and `service`. Empty: the message is passed over without having
-    /// been tried.
+    /// `credentials`, `request` and `service`. Empty: the message is skipped without being tried.
     QStringList kinds;
     /// The reasons that are recorded with a message that was dropped or done before, in Russian;
-    /// `*` stands for any text.
+    /// `*` matches any text.
     QStringList reasons;
-    /// Names of scenarios that show it, in the type's own file. `*` stands for any text.
+    /// Names of scenarios that show it, in the type's own file. `*` matches any text.
     QStringList scenarios;
-    /// Told of several types at once, so a type need not have each of the scenarios.
+    /// From a fragment that several types share: a type need not have each of the scenarios.
     bool isShared = false;
 };
 
@@ -62,9 +59,9 @@ struct Type
     QString handler;
     QString about;
     QString aboutRu;
-    /// Keys above those below them.
+    /// A key comes before the keys below it.
     QList<Key> keys;
-    /// The body may hold further keys, and they go out with it.
+    /// The body may hold further keys, which are sent with it.
     bool openKeys = false;
     QJsonObject example;
     QList<Outcome> outcomes;
@@ -72,7 +69,7 @@ struct Type
     QStringList settings;
 };
 
-/// A catalogue as it was read. Each type is there once; those with a fault are left out.
+/// A catalogue as it was read. Each type occurs once; types with a fault are left out.
 struct Catalogue
 {
     QList<Type> types;
@@ -86,14 +83,14 @@ Catalogue readCatalogue(const QString &folder);
 
 /// The catalogue that is compiled in, in the order of the handler table. Thread: any.
 const QList<Type> &types();
-/// Null for a type that nobody knows.
+/// Null for an unknown type.
 const Type *find(const QString &name);
 
 /// The key that describes `path`, where elements of arrays are written `[]`. Null when there is
 /// none.
 const Key *keyAt(const Type &type, const QString &path);
 
-/// Something about a body that its handler would not read as meant.
+/// A fault of a body: a key that its handler would not read as meant.
 struct Fault
 {
     enum class Kind
@@ -112,11 +109,11 @@ struct Fault
     bool operator==(const Fault &) const = default;
 };
 
-/// Holds a body against the keys of its type, in the order of the body, missing keys first.
+/// Compares a body with the keys of its type, in the order of the body, missing keys first.
 QList<Fault> check(const Type &type, const QJsonObject &body);
 
-/// The body with `***` for each secret value: of the keys marked so, of headers whose name speaks
-/// of a key, a token, a password or a session, and for passwords in addresses.
+/// The body with `***` for each secret value: of keys marked as secret, of headers whose name
+/// contains a word for a key, a token, a password or a session, and for passwords in addresses.
 QJsonObject masked(const Type &type, const QJsonObject &body);
 
 /// The page about all types, in Markdown.

@@ -20,8 +20,8 @@ QStringList gapsOfAllTypes()
 
 } // namespace
 
-/// Writes the page about the message types to standard output. There is none while an outcome that
-/// it would tell of is asserted by no scenario of the real program.
+/// Writes the page about the message types to standard output. Fails while an outcome on it is not
+/// asserted by a scenario of the real program.
 int main()
 {
     const QStringList gaps = gapsOfAllTypes();

@@ -69,7 +69,7 @@ private:
 
 QList<Story> Comparison::listedStories(const QString &pattern) const
 {
-    // A type that shares its handler may leave a case to the scenarios of the other.
+    // For a type that shares its handler, a case may be in the scenarios of the other type.
     const qsizetype border = pattern.indexOf(u".json: "_s);
     const catalogue::Type *other = border > 0 ? catalogue::find(pattern.left(border)) : nullptr;
     const bool isOfGroup = other && other->group == type.group;

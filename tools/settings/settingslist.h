@@ -8,8 +8,8 @@
 
 #include <optional>
 
-/// All settings of the service, for the programs that people use and for the documentation. What is
-/// said of each comes from the constant that its reader has.
+/// All settings of the service, for the tools and the documentation. The texts come from the
+/// constants beside the readers.
 namespace settings {
 
 enum class Kind
@@ -20,7 +20,7 @@ enum class Kind
     List,
 };
 
-/// What a number counts.
+/// The unit of a number.
 enum class Unit
 {
     None,
@@ -28,20 +28,20 @@ enum class Unit
     Milliseconds,
 };
 
-/// One setting. The key of its section is not repeated.
+/// One setting. Its key is without the section.
 struct Entry
 {
     QString key;
     Kind kind = Kind::Text;
-    /// As a settings file writes it.
+    /// As written in a settings file.
     QString defaultText;
     Unit unit = Unit::None;
-    /// Of a number that has one.
+    /// The smallest value of a number, if it has one.
     std::optional<int> smallest;
     QString about;
 };
 
-/// Whom a section concerns.
+/// What a section belongs to.
 enum class Scope
 {
     /// The service as a whole.
@@ -54,7 +54,7 @@ struct Section
 {
     QString name;
     Scope scope = Scope::Service;
-    /// What holds for all of it; may be empty.
+    /// A text about the whole section; may be empty.
     QString about;
     QList<Entry> entries;
     /// Set for a section whose keys are names from outside; it has no entries.
@@ -63,9 +63,9 @@ struct Section
 
 /// The sections in the order in which people read them.
 const QList<Section> &sections();
-/// Null when no reader asks for it.
+/// Null for an unknown one.
 const Section *findSection(const QString &name);
-/// Null when no reader asks for it.
+/// Null for an unknown one.
 const Entry *findEntry(const Section &section, const QString &key);
 
 QStringList sectionNames();

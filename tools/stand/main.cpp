@@ -32,7 +32,7 @@ int numberOf(const QCommandLineParser &parser, const QCommandLineOption &option,
     bool isNumber = false;
     const int number = parser.value(option).toInt(&isNumber);
     if (!isNumber || number < least || number > most)
-        throw UsageError(u"--%1: '%2' is no number from %3 to %4"_s
+        throw UsageError(u"--%1: '%2' is not a number from %3 to %4"_s
                              .arg(option.names().first(), parser.value(option))
                              .arg(least)
                              .arg(most));
@@ -42,20 +42,20 @@ int numberOf(const QCommandLineParser &parser, const QCommandLineOption &option,
 struct Options
 {
     // clang-format off
-    QCommandLineOption root{u"root"_s, u"The folder that stands for / of the till, QUEUE_ROOT of the service."_s, u"folder"_s};
-    QCommandLineOption scenarios{u"scenarios"_s, u"Where the scenarios lie; by default those that are installed."_s, u"folder"_s};
-    QCommandLineOption writeSettings{u"write-settings"_s, u"Only write the settings that lead to the stand; call before the service starts."_s};
-    QCommandLineOption list{u"list"_s, u"Only list the types that there are samples of."_s};
-    QCommandLineOption type{u"type"_s, u"Show this type alone; may be repeated."_s, u"type"_s};
-    QCommandLineOption verbose{u"verbose"_s, u"Show headers and bodies, too."_s};
+    QCommandLineOption root{u"root"_s, u"The folder used as / of the till: QUEUE_ROOT of the service."_s, u"folder"_s};
+    QCommandLineOption scenarios{u"scenarios"_s, u"The folder with the scenarios; by default the installed ones."_s, u"folder"_s};
+    QCommandLineOption writeSettings{u"write-settings"_s, u"Only write the settings that direct the service to the stand; call before the service starts."_s};
+    QCommandLineOption list{u"list"_s, u"Only list the types that have samples."_s};
+    QCommandLineOption type{u"type"_s, u"Show only this type; may be repeated."_s, u"type"_s};
+    QCommandLineOption verbose{u"verbose"_s, u"Also show headers and bodies."_s};
     QCommandLineOption refuse{u"refuse"_s, u"Failure: connections are refused."_s};
     QCommandLineOption status{u"status"_s, u"Failure: every request is answered with this HTTP status."_s, u"code"_s};
-    QCommandLineOption slow{u"slow"_s, u"Failure: answers come that late."_s, u"seconds"_s};
+    QCommandLineOption slow{u"slow"_s, u"Failure: answers come this much later."_s, u"seconds"_s};
     QCommandLineOption close{u"close"_s, u"Failure: connections end without an answer."_s};
-    QCommandLineOption failing{u"failing"_s, u"The failure is that of this type's services alone; may be repeated."_s, u"type"_s};
-    QCommandLineOption lasting{u"for"_s, u"How long the failure lasts, 10 by default; then all is delivered."_s, u"seconds"_s, u"10"_s};
-    QCommandLineOption port{u"port"_s, u"Play the service of one --type on this port of 127.0.0.1, for rows of your own, whatever they say."_s, u"port"_s};
-    QCommandLineOption state{u"state"_s, u"With --port: the state that the service tells, as in DECLINED or refundStatus=DECLINED."_s, u"state"_s};
+    QCommandLineOption failing{u"failing"_s, u"Only the services of this type fail; may be repeated."_s, u"type"_s};
+    QCommandLineOption lasting{u"for"_s, u"How long the failure lasts, 10 by default; then everything is delivered."_s, u"seconds"_s, u"10"_s};
+    QCommandLineOption port{u"port"_s, u"Play the service of one --type on this port of 127.0.0.1, for rows of your own."_s, u"port"_s};
+    QCommandLineOption state{u"state"_s, u"With --port: the state that the service reports, such as DECLINED or refundStatus=DECLINED."_s, u"state"_s};
     QCommandLineOption answer{u"answer"_s, u"With --port: the body of every answer."_s, u"file"_s};
     // clang-format on
 
@@ -79,7 +79,8 @@ std::optional<rig::Failure> Options::failure(const QCommandLineParser &parser) c
     if (parser.isSet(close))
         failures.append({.kind = Failure::Kind::Close});
     if (failures.size() > 1)
-        throw UsageError(u"One failure at a time: --refuse, --status, --slow or --close"_s);
+        throw UsageError(
+            u"Only one failure can be played: --refuse, --status, --slow or --close"_s);
     return failures.isEmpty() ? std::nullopt : std::optional(failures.first());
 }
 
@@ -106,11 +107,11 @@ stand::TypeOptions Options::play(const QCommandLineParser &parser) const
 {
     for (const QCommandLineOption &option : {root, writeSettings, failing}) {
         if (parser.isSet(option))
-            throw UsageError(u"--%1 does not go with --port"_s.arg(option.names().first()));
+            throw UsageError(u"--%1 cannot be used with --port"_s.arg(option.names().first()));
     }
     const QStringList types = parser.values(type);
     if (types.size() != 1)
-        throw UsageError(u"--port plays the service of one --type"_s);
+        throw UsageError(u"--port needs exactly one --type"_s);
     stand::TypeOptions result;
     result.type = types.first();
     result.port = static_cast<quint16>(numberOf(parser, port, 1, 65535));
@@ -124,7 +125,7 @@ stand::TypeOptions Options::play(const QCommandLineParser &parser) const
     result.failure = failure(parser);
     if (result.failure && result.failure->kind == rig::Failure::Kind::Status
         && !parser.isSet(lasting)) {
-        // An answer like any other, which may have a body.
+        // A status without a time is an ordinary answer, which may have a body.
         result.status = result.failure->status;
         result.failure.reset();
     }
@@ -152,7 +153,7 @@ int work(const QCommandLineParser &parser, const Options &options)
         return QCoreApplication::exec();
     }
     if (!parser.isSet(options.root))
-        throw UsageError(u"--root is missing, or --port"_s);
+        throw UsageError(u"--root or --port is missing"_s);
     stand::SampleStand stand(parser.value(options.root), scenarios, options.show(parser));
     if (parser.isSet(options.writeSettings)) {
         stand.writeSettings();

@@ -37,7 +37,8 @@ ObjectReader::ObjectReader(const QJsonValue &value, const QString &where)
     : where(where)
 {
     if (!value.isObject())
-        throw ScenarioError(u"%1: an object is wanted here, not %2"_s.arg(where, typeName(value)));
+        throw ScenarioError(
+            u"%1: an object is expected here, not %2"_s.arg(where, typeName(value)));
     content = value.toObject();
 }
 
@@ -60,7 +61,7 @@ QString ObjectReader::text(const QString &key, const QString &defaultValue)
     if (found.isUndefined())
         return defaultValue;
     if (!found.isString())
-        complain(key, u"a text is wanted here, not %1"_s.arg(typeName(found)));
+        complain(key, u"a text is expected here, not %1"_s.arg(typeName(found)));
     return found.toString();
 }
 
@@ -76,7 +77,7 @@ QString ObjectReader::choice(const QString &key, const QStringList &choices)
 {
     const QString found = text(key, choices.first());
     if (!choices.contains(found))
-        complain(key, u"'%1' is none of %2"_s.arg(found, choices.join(u", "_s)));
+        complain(key, u"'%1' is not one of %2"_s.arg(found, choices.join(u", "_s)));
     return found;
 }
 
@@ -87,7 +88,7 @@ int ObjectReader::number(const QString &key, int defaultValue)
         return defaultValue;
     const double number = found.toDouble();
     if (!found.isDouble() || number != static_cast<double>(static_cast<int>(number)))
-        complain(key, u"a whole number is wanted here, not %1"_s.arg(typeName(found)));
+        complain(key, u"a whole number is expected here, not %1"_s.arg(typeName(found)));
     return static_cast<int>(number);
 }
 
@@ -97,7 +98,7 @@ double ObjectReader::seconds(const QString &key)
     if (found.isUndefined())
         return 0;
     if (!found.isDouble() || found.toDouble() < 0)
-        complain(key, u"a number of seconds is wanted here, not %1"_s.arg(typeName(found)));
+        complain(key, u"a number of seconds is expected here, not %1"_s.arg(typeName(found)));
     return found.toDouble();
 }
 
@@ -107,7 +108,7 @@ bool ObjectReader::flag(const QString &key, bool defaultValue)
     if (found.isUndefined())
         return defaultValue;
     if (!found.isBool())
-        complain(key, u"true or false is wanted here, not %1"_s.arg(typeName(found)));
+        complain(key, u"true or false is expected here, not %1"_s.arg(typeName(found)));
     return found.toBool();
 }
 
@@ -119,13 +120,13 @@ QStringList ObjectReader::texts(const QString &key)
     if (found.isString())
         return {found.toString()};
     if (!found.isArray())
-        complain(key, u"a text or a list of texts is wanted here, not %1"_s.arg(typeName(found)));
+        complain(key, u"a text or a list of texts is expected here, not %1"_s.arg(typeName(found)));
     QStringList result;
     const QJsonArray entries = found.toArray();
     for (const QJsonValue &entry : entries) {
         if (!entry.isString())
             complain(u"%1[%2]"_s.arg(key).arg(result.size()),
-                     u"a text is wanted here, not %1"_s.arg(typeName(entry)));
+                     u"a text is expected here, not %1"_s.arg(typeName(entry)));
         result.append(entry.toString());
     }
     return result;
@@ -154,7 +155,7 @@ QList<ObjectReader> ObjectReader::objects(const QString &key)
     if (found.isUndefined())
         return {};
     if (!found.isArray())
-        complain(key, u"a list is wanted here, not %1"_s.arg(typeName(found)));
+        complain(key, u"a list is expected here, not %1"_s.arg(typeName(found)));
     QList<ObjectReader> result;
     const QJsonArray entries = found.toArray();
     for (const QJsonValue &entry : entries)
@@ -174,14 +175,14 @@ void ObjectReader::end() const
         if (!asked.contains(key)) {
             QStringList known(asked.cbegin(), asked.cend());
             known.sort();
-            complain(key, u"unknown key; known here are %1"_s.arg(known.join(u", "_s)));
+            complain(key, u"unknown key; possible keys are %1"_s.arg(known.join(u", "_s)));
         }
     }
 }
 
 QString ObjectReader::place(const QString &key) const
 {
-    // The outermost place ends with a colon and a blank; a member follows it without a dot.
+    // The place of the whole file ends with a colon and a space; a member follows it without a dot.
     return where.endsWith(u": "_s) ? where + key : where + u'.' + key;
 }
 

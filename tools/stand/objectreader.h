@@ -15,11 +15,11 @@ namespace stand {
 class ObjectReader
 {
 public:
-    /// `where` is the object's place for complaints, such as `cardlab.json: scenarios[2]`.
+    /// `where` is the object's place for error messages, such as `cardlab.json: scenarios[2]`.
     ObjectReader(const QJsonValue &value, const QString &where);
 
     bool has(const QString &key);
-    /// The member as it stands; undefined when absent.
+    /// The member unchanged; undefined when absent.
     QJsonValue value(const QString &key);
     QString text(const QString &key, const QString &defaultValue = QString());
     /// A text that must be there and not be empty.
@@ -31,7 +31,7 @@ public:
     bool flag(const QString &key, bool defaultValue = false);
     /// One text or a list of texts.
     QStringList texts(const QString &key);
-    /// A text as it stands, or a list of lines, each of which gets a line end.
+    /// A text unchanged, or a list of lines, each of which gets a line end.
     QString lines(const QString &key);
     ObjectReader object(const QString &key);
     /// The members of an array; none when it is absent.
@@ -39,10 +39,10 @@ public:
 
     /// The keys of this object, in their order.
     QStringList keys() const;
-    /// Complains about the first key that none of the operations above asked for.
+    /// Throws for the first key that none of the operations above has read.
     void end() const;
 
-    /// The place of a member, for complaints.
+    /// The place of a member, for error messages.
     QString place(const QString &key) const;
     [[noreturn]] void complain(const QString &key, const QString &what) const;
 

@@ -29,7 +29,7 @@ QString expanded(const QString &text, const Places &places, const QString &where
         } else {
             QStringList known = places.keys();
             known.sort();
-            throw ScenarioError(u"%1: unknown placeholder %2; there are %3, and the patterns"_s.arg(
+            throw ScenarioError(u"%1: unknown placeholder %2; known are %3, and the patterns"_s.arg(
                 where, match.captured(), known.join(u", "_s)));
         }
     }

@@ -6,7 +6,7 @@
 
 namespace stand {
 
-/// What the placeholders of a scenario stand for in one run: `http`, `http.port`, `root` and so on.
+/// The values of a scenario's placeholders in one run: `http`, `http.port`, `root` and so on.
 using Places = QHash<QString, QString>;
 
 /// Puts the places into every text of a JSON value. Patterns such as `{{any}}` stay for

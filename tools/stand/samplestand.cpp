@@ -41,7 +41,7 @@ QString portsFile(const QString &root)
     return root + u"/stand-ports.json"_s;
 }
 
-/// What the show came to, for whoever called it.
+/// The result of the show, for the calling program.
 QString resultFile(const QString &root)
 {
     return root + u"/stand-result.txt"_s;
@@ -272,7 +272,7 @@ void SampleStand::putMessages()
 {
     rig::DatabasePlace place;
     place.file = root + u"/tallocash/cash/queue/queues.db"_s;
-    // The service makes the file and its tables at its start.
+    // The service creates the file and its tables at its start.
     const auto isReady = [&] {
         if (!QFile::exists(place.file))
             return false;
@@ -287,7 +287,7 @@ void SampleStand::putMessages()
     };
     if (!rig::waitUntil(isReady))
         throw ScenarioError(say(u"Служба не создала базу данных %1"_s,
-                                u"The service has not made its database %1"_s)
+                                u"The service has not created its database %1"_s)
                                 .arg(place.file));
     for (const auto &sample : samples) {
         for (const rig::CardRow &card : std::as_const(sample->scenario.cards))
@@ -300,7 +300,7 @@ void SampleStand::putMessages()
 bool SampleStand::run()
 {
     startPeers();
-    print(say(u"Стенд изображает внешние службы на 127.0.0.1, образцов сообщений: %1"_s,
+    print(say(u"Стенд имитирует внешние службы на 127.0.0.1, образцов сообщений: %1"_s,
               u"The stand plays the outside services on 127.0.0.1 for %1 sample messages"_s)
               .arg(samples.size()));
     putMessages();
@@ -351,7 +351,7 @@ void SampleStand::look()
         const bool isGone = std::none_of(sample->ids.cbegin(), sample->ids.cend(),
                                          [&](int id) { return left.contains(id); });
         if (isGone) {
-            // What came over plain TCP may still wait to be read.
+            // Bytes that came over plain TCP may not have been read yet.
             for (const auto &[name, peer] : sample->peers)
                 peer->drain();
         }
@@ -374,7 +374,7 @@ void SampleStand::look()
         }
         show(*sample,
              sample->isDelivered ? say(u"удалено из очереди"_s, u"removed"_s)
-                                 : say(u"не так, как в образце"_s, u"not as the sample tells"_s),
+                                 : say(u"не так, как в образце"_s, u"not as in the sample"_s),
              sample->isDelivered);
         for (const QString &finding : findings)
             print(u"    "_s + QString(finding).replace(u'\n', u"\n    "_s));
@@ -384,7 +384,7 @@ void SampleStand::look()
 void SampleStand::showExchange(Sample &sample, const rig::PeerScript &script,
                                const rig::Traffic &traffic)
 {
-    // One message may take several requests; only the last line tells what became of it.
+    // One message may need several requests; only the last line says what became of it.
     if (!sample.waitingLine.isEmpty())
         print(sample.waitingLine);
     const QString address =
@@ -400,7 +400,7 @@ void SampleStand::showExchange(Sample &sample, const rig::PeerScript &script,
                                              sample.type().leftJustified(typeWidth), line);
     if (!traffic.isFailure && !options.isVerbose)
         return;
-    // Nobody knows yet what becomes of the message, and its next request may be far away.
+    // The outcome of the message is still unknown, and its next request may come much later.
     print(traffic.isFailure
               ? sample.waitingLine + u" -> "_s + coloured(say(u"сбой"_s, u"failure"_s), false)
               : sample.waitingLine);

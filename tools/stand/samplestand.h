@@ -16,11 +16,11 @@ namespace stand {
 /// What a caller may choose. Everything by default: all types, and nobody fails.
 struct ShowOptions
 {
-    /// Message types to show; none: all.
+    /// Message types to show; empty: all.
     QStringList types = {};
-    /// How the services fail before they come to their senses.
+    /// How the services fail at first.
     std::optional<rig::Failure> failure = {};
-    /// The types whose services fail; none: all that are shown.
+    /// The types whose services fail; empty: all that are shown.
     QStringList failingTypes = {};
     int failingSeconds = 10;
     /// Shows headers and bodies.
@@ -39,10 +39,9 @@ public:
     /// Chooses the peers' ports and writes them, the samples' files and their settings below the
     /// root, where a service that starts afterwards finds them.
     void writeSettings();
-    /// Delivers everything. With a failure the services play it first, for as long as the options
-    /// say, and deliver what is left then; a type that takes the failure for a final answer counts
-    /// as done. True when all messages have left the table as their scenarios, or the failure,
-    /// tell.
+    /// Delivers everything. With a failure, the services fail first, for the time in the options,
+    /// and then answer; a type that takes the failure for a final answer counts as done. True when
+    /// all messages have left the table as their scenarios or the failure require.
     bool run();
 
     /// A line for each sample: type, kinds of its services, scenario.
@@ -55,22 +54,22 @@ private:
         std::map<QString, std::unique_ptr<rig::ScriptedPeer>> peers;
         /// Rows of this sample that are still in the table.
         QList<int> ids;
-        /// An exchange whose line waits for the fate of its message.
+        /// An exchange whose line is printed when the outcome of its message is known.
         QString waitingLine;
         bool isDone = false;
         bool isDelivered = false;
         bool isFailing = false;
-        /// Left the table because of the failure.
+        /// The rows left the table because of the failure.
         bool isGivenUp = false;
 
         QString type() const;
         QStringList findings() const;
-        /// A request has met the script, not a failure.
+        /// A request was answered by the script, not by a failure.
         bool wasAsked() const;
     };
 
     QMap<QString, quint16> readPorts() const;
-    /// Made at its first use: most samples need none.
+    /// Created at its first use: most samples need none.
     const rig::Authority &openAuthority();
     void startPeers();
     void putMessages();

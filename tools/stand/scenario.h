@@ -19,7 +19,7 @@ struct RecordedOutcome
 {
     /// `delivered`, `dropped` or `kept`.
     QString verdict;
-    // What is absent is not compared.
+    // Absent members are not compared.
     std::optional<QString> kind = {};
     std::optional<int> status = {};
     /// Both may hold patterns.
@@ -37,7 +37,7 @@ struct Outcome
     };
 
     Fate fate = Fate::Removed;
-    /// The column of a kept message where it differs from what was put.
+    /// The column `statuscode` of a kept message where it differs from the written one.
     std::optional<QString> statusCode = {};
     /// Nothing: the message was never tried, and the journal does not have it.
     std::optional<RecordedOutcome> recorded = {};
@@ -74,18 +74,18 @@ struct Step
     };
 
     Kind kind = Kind::Pass;
-    /// The message type, the peer, the path of the question, or the log record to wait for.
+    /// The message type, the peer, the path of the request, or the log record to wait for.
     QString subject;
     /// How many such log records to wait for.
     int count = 1;
     QueuedMessage message;
     QJsonValue answer;
-    /// What a step `write` writes, and what a restart or a crash finds when the service starts
+    /// The files that a step `write` writes, and those that are there when the service starts
     /// again.
     QMap<QString, QString> files;
 };
 
-/// One story of the service: what it finds, what must happen, what must be left.
+/// One test of the service: what it finds, what must happen, what must be left.
 struct Scenario
 {
     /// File and name, for reports.

@@ -63,7 +63,7 @@ QStringList tableFindings(const QList<WrittenMessage> &written, const QList<rig:
         const rig::TableRow row = rows.take(entry.id);
         if (isThere != (message.outcome.fate == Outcome::Fate::Kept)) {
             findings.append(isThere ? name + u" is still in the table"_s
-                                    : name + u" is gone from the table"_s);
+                                    : name + u" is not in the table any more"_s);
             continue;
         }
         if (!isThere)
@@ -77,8 +77,9 @@ QStringList tableFindings(const QList<WrittenMessage> &written, const QList<rig:
                 u"%1: statuscode\n  - %2\n  + %3"_s.arg(name, statusCode, row.statusCode));
     }
     for (const rig::TableRow &row : std::as_const(rows))
-        findings.append(u"the table has a row that nobody put there: %1 of type %2, %3"_s.arg(
-            QString::number(row.id), row.type, rig::shortened(row.body)));
+        findings.append(
+            u"the table has a row that the scenario did not put there: %1 of type %2, %3"_s.arg(
+                QString::number(row.id), row.type, rig::shortened(row.body)));
     return findings;
 }
 
@@ -88,7 +89,7 @@ QStringList journalFindings(const QList<WrittenMessage> &written,
     QStringList findings;
     for (const WrittenMessage &entry : written) {
         // A message whose reference changes between two attempts has a row for each; the last one
-        // tells.
+        // counts.
         const auto row =
             std::find_if(rows.crbegin(), rows.crend(), [&](const rig::JournalRow &candidate) {
                 return candidate.messageId == entry.id && candidate.type == entry.message.type;
@@ -140,7 +141,7 @@ QStringList logFindings(const Scenario &scenario, const QList<rig::LogRecord> &l
         if (at < log.size())
             isUsed[at] = true;
         else
-            findings.append(u"the log does not say: "_s + line);
+            findings.append(u"the log lacks the line: "_s + line);
     }
     for (const rig::LogRecord &record : log) {
         const bool isTrouble = record.level != u"INFO" && record.level != u"DEBUG"
@@ -148,7 +149,7 @@ QStringList logFindings(const Scenario &scenario, const QList<rig::LogRecord> &l
         if (isTrouble
             && std::none_of(wanted.cbegin(), wanted.cend(),
                             [&](const rig::TextPattern &it) { return it.matches(record.line()); }))
-            findings.append(u"the log says what the scenario does not tell: "_s
+            findings.append(u"the log has a line that the scenario does not expect: "_s
                             + rig::shortened(record.line()));
     }
     for (const QString &text : scenario.logNever) {

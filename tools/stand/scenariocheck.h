@@ -18,10 +18,10 @@ struct WrittenMessage
     QueuedMessage message;
 };
 
-/// The service's own line about the signal to end, a warning that every run may have.
+/// The service's line about the signal to end, a warning that every run may have.
 extern const QString stopText;
 
-// What is not as the scenario tells it, one readable entry for each difference; empty when all is.
+// The differences from the scenario, one readable entry for each; empty when there are none.
 
 /// `rows`: what is left in the table.
 QStringList tableFindings(const QList<WrittenMessage> &written, const QList<rig::TableRow> &rows);

@@ -10,7 +10,7 @@ class ScenarioError : public rig::Error
     using rig::Error::Error;
 };
 
-/// A wrong choice of whoever called the stand.
+/// A wrong option of the caller of the stand.
 class UsageError : public ScenarioError
 {
     using ScenarioError::ScenarioError;

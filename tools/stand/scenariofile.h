@@ -10,21 +10,21 @@
 
 namespace stand {
 
-/// A scenario as its file has it, the defaults put in, before a run gives it its places.
+/// A scenario from its file, with defaults, before a run sets its addresses.
 class ScenarioSource
 {
 public:
     ScenarioSource(const QJsonObject &content, const QString &where, const QString &title);
 
     QString title() const;
-    /// Whether the scenario is told for `sqlite` or `mariadb`.
+    /// Whether the scenario is meant for `sqlite` or `mariadb`.
     bool isFor(const QString &database) const;
     bool isSample() const;
     /// The type of its first message.
     QString type() const;
     /// Names and kinds of the peers that a run must set up.
     QList<rig::PeerScript> peers() const;
-    /// The scenario with its places filled in. Throws ScenarioError.
+    /// The scenario with its addresses filled in. Throws ScenarioError.
     Scenario scenario(const Places &places) const;
 
 private:
@@ -33,7 +33,7 @@ private:
     QString title_;
 };
 
-/// The names that a run must give places for: for each peer `name`, `name.host` and `name.port`,
+/// The names that a run must give addresses for: for each peer `name`, `name.host` and `name.port`,
 /// and `root`, `nobody`, `nobody.port`.
 QStringList placeNames(const QList<rig::PeerScript> &peers);
 

@@ -38,7 +38,7 @@ QByteArray readBytes(ObjectReader &reader, const QString &key)
 {
     const QJsonValue value = reader.value(key);
     if (!value.isUndefined() && !value.isString() && !value.isObject() && !value.isArray())
-        reader.complain(key, u"a text, an object or a list is wanted here"_s);
+        reader.complain(key, u"a text, an object or a list is expected here"_s);
     return bytesOf(value);
 }
 
@@ -173,7 +173,7 @@ rig::Exchange readExchange(ObjectReader reader, rig::PeerScript::Kind kind)
     }
     exchange.request = reader.neededText(u"request"_s);
     if (exchange.request.count(u' ') != 1 || !exchange.request.contains(u" /"_s))
-        reader.complain(u"request"_s, u"verb and path are wanted here, as in 'POST /cards'"_s);
+        reader.complain(u"request"_s, u"verb and path are expected here, as in 'POST /cards'"_s);
     if (reader.has(u"headers"_s))
         exchange.headers = readTexts(reader.object(u"headers"_s));
     exchange.body = reader.value(u"body"_s);
@@ -292,7 +292,7 @@ Step readStep(ObjectReader reader, const QJsonValue &messageTemplate, const Outc
         }
         return step;
     }
-    reader.complain(u"(step)"_s, u"one of %1 is wanted here"_s.arg(names.join(u", "_s)));
+    reader.complain(u"(step)"_s, u"one of %1 is expected here"_s.arg(names.join(u", "_s)));
 }
 
 QList<rig::CardRow> readCards(ObjectReader &reader, const QString &key)

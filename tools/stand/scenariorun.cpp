@@ -135,7 +135,7 @@ bool ScenarioRun::startService()
                   });
     });
     if (!isSettled)
-        return fail(u"the service did not come to the end of its first pass"_s);
+        return fail(u"the service did not end its first pass"_s);
     if (service->hasEnded())
         return fail(u"%1 right after its start"_s.arg(service->endFault()));
     return true;
@@ -188,7 +188,7 @@ bool ScenarioRun::perform(const Step &step)
                    >= step.count;
         };
         rig::waitUntil([&] { return service->hasEnded() || hasCome(); });
-        return hasCome() || fail(u"the log never said: %1"_s.arg(step.subject));
+        return hasCome() || fail(u"the log never had the line: %1"_s.arg(step.subject));
     }
     case Step::Kind::Write:
         till.write(step.files);
@@ -224,7 +224,7 @@ bool ScenarioRun::pass(const QString &type)
     const bool isDone = rig::waitUntil([&] {
         return service->hasEnded() || isReplyHeld() || service->log().ends(type) > formerEnds;
     });
-    return isDone || fail(u"the worker of type %1 did not come to its end"_s.arg(type));
+    return isDone || fail(u"the worker of type %1 did not end"_s.arg(type));
 }
 
 bool ScenarioRun::ask(const QString &path, const QJsonValue &expected)
@@ -275,7 +275,7 @@ bool ScenarioRun::settle()
 {
     const bool isSettled = rig::waitUntil(
         [&] { return service->hasEnded() || isReplyHeld() || service->log().isIdle(); });
-    return isSettled || fail(u"the workers did not come to their end"_s);
+    return isSettled || fail(u"the workers did not end"_s);
 }
 
 bool ScenarioRun::fail(const QString &what)

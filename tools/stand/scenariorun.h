@@ -23,31 +23,31 @@ struct RunOptions
     /// A database server that is up and has the schema; without a socket each run has an SQLite
     /// file.
     rig::DatabasePlace server;
-    /// The settings that lead the service there.
+    /// The settings that direct the service to it.
     QString serverSettings;
-    /// Empties the server's tables and lets their numbers begin at 1 again.
+    /// Empties the server's tables and resets their ids to 1.
     std::function<void()> clearServer;
 };
 
 struct RunResult
 {
-    /// What was not as the scenario tells it; empty when all was.
+    /// The differences from the scenario; empty when there are none.
     QStringList findings;
     /// The service's log and standard error.
     QString log;
-    /// The same log, each record whole.
+    /// The same log as records.
     QList<rig::LogRecord> records;
-    /// All that its delivery journal holds, a text for each row.
+    /// The contents of its delivery journal, one text for each row.
     QStringList journal;
 };
 
 /// Runs one scenario against the real service in a folder of its own: peers first, then rows and
 /// settings, then the service, the scenario's steps, and an orderly stop.
 ///
-/// The service polls only once, at its start; every further pass of a worker is asked for through
-/// the control interface. So the requests of a scenario can be counted exactly. Nothing is waited
-/// for but the service's own log lines, the peers and the end of the process.
-/// Thread: the one that has the application's event loop.
+/// The service polls only once, at its start; every further pass of a worker is started through the
+/// control interface. So the requests of a scenario can be counted exactly. It waits only for log
+/// lines of the service, the peers and the end of the process. Thread: the one that has the
+/// application's event loop.
 class ScenarioRun
 {
 public:
@@ -82,7 +82,7 @@ private:
     std::unique_ptr<rig::MessageTable> table;
     std::unique_ptr<rig::ServiceProcess> service;
     QList<WrittenMessage> written;
-    /// The signal to end has been sent and is not to be sent twice.
+    /// The signal to end has been sent; it must not be sent twice.
     bool isTerminated = false;
     QStringList findings;
     QStringList journal;

@@ -122,7 +122,7 @@ bool isPlain(const QList<rig::Exchange> &exchanges)
                        [](const rig::Exchange &exchange) { return isPlain(exchange.reply); });
 }
 
-/// The first step that tells the state; -1: none does.
+/// The first step that reports the state; -1: none.
 qsizetype stepThatTells(const QList<rig::Exchange> &exchanges, const QString &state)
 {
     for (qsizetype index = 0; index < exchanges.size(); ++index) {
@@ -321,10 +321,9 @@ void TypeStand::chooseStory(const QList<ScenarioSource> &sources)
         if (values.size() > 1)
             known.append(place.key() + u": "_s + values.join(u' '));
     }
-    throw UsageError(
-        say(u"Ни один сценарий типа %1 не сообщает состояние '%2'. Известны:\n    %3"_s,
-            u"No scenario of type %1 tells the state '%2'. Known are:\n    %3"_s)
-            .arg(options.type, options.state, known.join(u"\n    "_s)));
+    throw UsageError(say(u"Ни в одном сценарии типа %1 нет состояния '%2'. Известны:\n    %3"_s,
+                         u"No scenario of type %1 has the state '%2'. Known states:\n    %3"_s)
+                         .arg(options.type, options.state, known.join(u"\n    "_s)));
 }
 
 void TypeStand::start()
@@ -406,7 +405,7 @@ rig::Reply TypeStand::choose(const rig::ArrivedRequest &request)
 
 void TypeStand::showPlan() const
 {
-    print(say(u"Стенд изображает службу типа %1 по адресу %2, сценарий: %3"_s,
+    print(say(u"Стенд имитирует службу типа %1 по адресу %2, сценарий: %3"_s,
               u"The stand plays the service of type %1 at %2, scenario: %3"_s)
               .arg(options.type, rig::ScriptedPeer::address(story.kind, peer.port()), story.title));
     for (qsizetype index = 0; index < story.list.size(); ++index) {
@@ -419,8 +418,8 @@ void TypeStand::showPlan() const
                                          rig::shortened(QString::fromUtf8(exchange.reply.body)));
         print(line);
     }
-    print(say(u"Адреса и тела в строках могут быть любыми. Ctrl+C завершает"_s,
-              u"Addresses and bodies of the rows may be any. Ctrl+C ends it"_s));
+    print(say(u"Адреса и тела в строках могут быть любыми. Завершить: Ctrl+C"_s,
+              u"The rows may have any addresses and bodies. Ctrl+C ends it"_s));
 }
 
 void TypeStand::show(const rig::Traffic &traffic) const

@@ -17,31 +17,29 @@ struct TypeOptions
 {
     QString type = {};
     quint16 port = 0;
-    /// The state that the service tells. `DECLINED` plays the scenario that tells it in place of
-    /// the sample; `refundStatus=DECLINED` has every answer that has this place tell it.
+    /// The state that the service reports. `DECLINED` plays the scenario with this state instead of
+    /// the sample; `refundStatus=DECLINED` sets this member in every answer that has it.
     QString state = {};
     /// The status of every answer, with an empty body unless `answer` gives one.
     std::optional<int> status = {};
     /// The body of every answer.
     std::optional<QByteArray> answer = {};
-    /// Played for `failingSeconds`, or all the time when that is 0.
+    /// Lasts `failingSeconds`, or all the time when that is 0.
     std::optional<rig::Failure> failure = {};
     int failingSeconds = 0;
 };
 
-/// Plays the outside service of one message type on a port of 127.0.0.1 for rows of the caller's
-/// own: whatever their addresses and bodies are, each request is answered as the scenario's
-/// exchange that it matches. Which one that is, is told from the verb, the order, and what else the
-/// request has in common with it. All operations throw ScenarioError. Thread: the one that has the
-/// application's event loop.
+/// Plays the outside service of one message type on a port of 127.0.0.1 for the caller's rows.
+/// Their addresses and bodies do not matter: each request gets the answer of the exchange in the
+/// scenario that it matches best, by verb, order, path and keys of the body. All operations throw
+/// ScenarioError. Thread: the one that has the application's event loop.
 class TypeStand
 {
 public:
     TypeStand(const QString &scenarios, const TypeOptions &options);
     ~TypeStand();
 
-    /// Listens, and prints what is played and everything that arrives, as long as the event loop
-    /// runs.
+    /// Listens and prints what it plays and what arrives, as long as the event loop runs.
     void start();
     quint16 port() const;
 
@@ -64,14 +62,14 @@ private:
     TypeOptions options;
     rig::ScriptedPeer peer;
     Exchanges story;
-    /// Those of the type's other scenarios, for requests that the story does not have.
+    /// The exchanges of the type's other scenarios, for requests that this scenario does not have.
     QList<rig::Exchange> others;
-    /// The values that the answers of all scenarios have by the place in the body.
+    /// The values in the answers of all scenarios, by their place in the body.
     QMap<QString, QSet<QString>> states;
-    /// The request that each step was last met with.
+    /// The last request for each step.
     QList<QByteArray> met;
     int next = 0;
-    /// Of the request in hand; -1: one that the story does not have.
+    /// The step of the current request; -1: not in this scenario.
     int step = -1;
 };
 

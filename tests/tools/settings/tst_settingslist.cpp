@@ -43,7 +43,7 @@ bool isDeclaring(const QString &path)
     return path.endsWith(u"settings.h");
 }
 
-/// Texts that look like the key of a setting; what is written for people is longer.
+/// Texts that look like the key of a setting; texts for people are longer.
 QStringList keysIn(const QString &text)
 {
     static const QRegularExpression literal(uR"re(u"([A-Za-z][A-Za-z.]*:[A-Za-z][A-Za-z.]*)")re"_s);
@@ -67,8 +67,8 @@ QStringList listedKeys()
 
 } // namespace
 
-/// The list of all settings: it is whole, nothing else is read, and the files that come from it say
-/// what it says.
+/// The list of all settings: it is complete, no other setting is read, and the generated files
+/// match it.
 class TestSettingsList : public QObject
 {
     Q_OBJECT
@@ -182,7 +182,7 @@ void TestSettingsList::keysAreWrittenOnce()
 void TestSettingsList::onlyDeclaredSettingsAreRead()
 {
     static const QRegularExpression getter(uR"(\bget(String|Int|Bool|StringList)\s*\()"_s);
-    // What reads for all others, and what is read.
+    // The class that reads settings for all others, and the declarations.
     const QStringList readers{u"shared/core/config.cpp"_s, u"shared/core/config.h"_s,
                               u"shared/core/setting.cpp"_s};
     QStringList others;
@@ -211,7 +211,7 @@ void TestSettingsList::entriesAreWhole()
     }
 }
 
-/// What cannot ask the program for its default port.
+/// Files that cannot read the default port from the program.
 void TestSettingsList::filesThatNameThePort_data()
 {
     QTest::addColumn<QString>("line");

@@ -22,7 +22,7 @@ class TestSampleStand : public QObject
 private Q_SLOTS:
     void init();
     void deliversSamples();
-    void tellsWhatWasNotDelivered();
+    void namesWhatWasNotDelivered();
     void showsChosenTypes();
     void deliversOnceTheFailureIsOver_data();
     void deliversOnceTheFailureIsOver();
@@ -122,7 +122,7 @@ void TestSampleStand::deliversSamples()
     QVERIFY2(result().contains(": 2 "), result());
 }
 
-void TestSampleStand::tellsWhatWasNotDelivered()
+void TestSampleStand::namesWhatWasNotDelivered()
 {
     writeSample(u"heineken"_s);
     writeSample(u"cardlab"_s); // puts, and the sample tells of a POST
@@ -176,7 +176,7 @@ void TestSampleStand::onlyChosenTypesFail()
 
 void TestSampleStand::namesWhatTheFailureRemoved()
 {
-    // For this type any answer is final.
+    // Any answer finishes this type.
     scenarios = QStringLiteral(SCENARIOS);
     const Failure failure{.kind = Failure::Kind::Status, .status = 503};
     QVERIFY(
@@ -263,15 +263,15 @@ void TestSampleStand::program_data()
     QTest::newRow("a word too many")   << u"--root ROOT heineken"_s                  << 2 << u"heineken"_s;
     QTest::newRow("no root")           << u""_s                                      << 2 << u"--root"_s;
     QTest::newRow("unknown type")      << u"--root ROOT --type heiniken"_s           << 2 << u"heiniken"_s;
-    QTest::newRow("two failures")      << u"--root ROOT --refuse --close"_s          << 2 << u"One failure at a time"_s;
+    QTest::newRow("two failures")      << u"--root ROOT --refuse --close"_s          << 2 << u"Only one failure can be played"_s;
     QTest::newRow("no failure")        << u"--root ROOT --failing loya"_s            << 2 << u"--failing and --for need"_s;
-    QTest::newRow("no status")         << u"--root ROOT --status 99"_s               << 2 << u"'99' is no number from 200 to 599"_s;
+    QTest::newRow("no status")         << u"--root ROOT --status 99"_s               << 2 << u"'99' is not a number from 200 to 599"_s;
     QTest::newRow("status, a word")    << u"--root ROOT --status down"_s             << 2 << u"'down' is no number"_s;
     QTest::newRow("slow, but how")     << u"--root ROOT --slow 0"_s                  << 2 << u"--slow: '0'"_s;
     QTest::newRow("for no time")       << u"--root ROOT --refuse --for 0"_s          << 2 << u"--for: '0'"_s;
-    QTest::newRow("port, no type")     << u"--port 8000"_s                           << 2 << u"--port plays the service of one --type"_s;
-    QTest::newRow("port and root")     << u"--port 8000 --type loya --root ROOT"_s   << 2 << u"--root does not go with --port"_s;
-    QTest::newRow("no port")           << u"--port 0 --type loya"_s                  << 2 << u"'0' is no number from 1"_s;
+    QTest::newRow("port, no type")     << u"--port 8000"_s                           << 2 << u"--port needs exactly one --type"_s;
+    QTest::newRow("port and root")     << u"--port 8000 --type loya --root ROOT"_s   << 2 << u"--root cannot be used with --port"_s;
+    QTest::newRow("no port")           << u"--port 0 --type loya"_s                  << 2 << u"'0' is not a number from 1"_s;
     QTest::newRow("state, no port")    << u"--root ROOT --state PAID"_s              << 2 << u"--state needs --port"_s;
     QTest::newRow("answer, no file")   << u"--port 8000 --type loya --answer NOWHERE"_s << 2 << u"NOWHERE"_s;
     // clang-format on
@@ -290,7 +290,7 @@ void TestSampleStand::program()
     const QString text = run.output + run.errors;
     QTEST(run.exitCode, "exitCode");
     QVERIFY2(text.contains(said), qPrintable(text));
-    // What was asked for goes to standard output, a complaint does not.
+    // The requested output goes to standard output, an error to standard error.
     QVERIFY2((run.exitCode == 0 ? run.errors : run.output).isEmpty(), qPrintable(text));
 }
 

@@ -9,7 +9,7 @@ using namespace Qt::StringLiterals;
 using namespace rig;
 using namespace stand;
 
-/// Scenario files are written by hand: a slip must be named with its place.
+/// Scenario files are written by hand: an error must be reported with its place.
 class TestScenario : public QObject
 {
     Q_OBJECT
@@ -61,52 +61,52 @@ void TestScenario::complaints_data()
                             << u"FILE: scenarios[0] \"n\": "_s + complaint;
     };
     // clang-format off
-    QTest::newRow("no JSON") << QByteArray("{\n\"scenarios\": 1,}\n") << u"FILE:2: object is missing after a comma"_s;
-    QTest::newRow("no object") << QByteArray("[]") << u"FILE: : an object is wanted here, not a list"_s;
+    QTest::newRow("not JSON") << QByteArray("{\n\"scenarios\": 1,}\n") << u"FILE:2: object is missing after a comma"_s;
+    QTest::newRow("not an object") << QByteArray("[]") << u"FILE: : an object is expected here, not a list"_s;
     QTest::newRow("no scenarios") << QByteArray("{}") << u"FILE: scenarios: there must be one at least"_s;
     QTest::newRow("unknown key of the file") << QByteArray(R"({"scenarios": [{"name": "n"}], "default": {}})")
-                            << u"FILE: default: unknown key; known here are about, defaults, scenarios"_s;
+                            << u"FILE: default: unknown key; possible keys are about, defaults, scenarios"_s;
     QTest::newRow("no name") << QByteArray(R"({"scenarios": [{}]})") << u"FILE: scenarios[0].name: is missing or empty"_s;
     QTest::newRow("a name twice") << QByteArray(R"({"scenarios": [{"name": "n"}, {"name": "n"}]})")
                             << u"FILE: scenarios[1].name: another scenario of the file has this name"_s;
     // clang-format on
     row("unknown key", R"("expect": 1)",
-        u"expect: unknown key; known here are about, cards, cardsAfter, certificates, database, "
+        u"expect: unknown key; possible keys are about, cards, cardsAfter, certificates, database, "
         "environment, exchange, exchanges, files, log, logNever, message, messages, name, outcome, "
         "peers, sample, settings, steps"_s);
     row("unknown key of a message", R"("message": {"type": "t", "card": "1"})",
-        u"message.card: unknown key; known here are body, cardnumber, outcome, statuscode, type"_s);
+        u"message.card: unknown key; possible keys are body, cardnumber, outcome, statuscode, type"_s);
     row("message without type", R"("messages": [{"type": "t"}, {}])",
         u"messages[1].type: is missing or empty"_s);
     row("outcome that does not exist", R"("outcome": "gone")",
-        u"outcome: 'gone' is none of delivered, dropped, kept, waiting, removed"_s);
+        u"outcome: 'gone' is not one of delivered, dropped, kept, waiting, removed"_s);
     row("outcome object that says nothing", R"("outcome": {"kind": "network"})",
         u"outcome.verdict: is missing or empty"_s);
     row("verdict that does not exist", R"("outcome": {"verdict": "lost"})",
-        u"outcome.verdict: 'lost' is none of delivered, dropped, kept"_s);
+        u"outcome.verdict: 'lost' is not one of delivered, dropped, kept"_s);
     row("kind that does not exist", R"("outcome": {"verdict": "kept", "kind": "tls"})",
-        u"outcome.kind: 'tls' is none of none, network, certificate, credentials, request, service"_s);
+        u"outcome.kind: 'tls' is not one of none, network, certificate, credentials, request, service"_s);
     row("status code of a message that is gone",
         R"("outcome": {"verdict": "dropped", "keptWithStatuscode": "1"})",
         u"outcome.keptWithStatuscode: only a message that is kept has one"_s);
     row("unknown key of an outcome", R"("outcome": {"verdict": "kept", "text": ""})",
-        u"outcome.text: unknown key; known here are keptWithStatuscode, kind, reason, reference, "
+        u"outcome.text: unknown key; possible keys are keptWithStatuscode, kind, reason, reference, "
         "status, verdict"_s);
     row("request without path", R"("exchange": {"request": "POST"})",
-        u"exchange.request: verb and path are wanted here, as in 'POST /cards'"_s);
+        u"exchange.request: verb and path are expected here, as in 'POST /cards'"_s);
     row("reply that does not exist", R"("exchanges": [{"request": "GET /", "reply": "never"}])",
-        u"exchanges[0].reply: 'never' is none of close, reset, silence"_s);
-    row("status that is no number",
+        u"exchanges[0].reply: 'never' is not one of close, reset, silence"_s);
+    row("status that is not a number",
         R"("exchange": {"request": "GET /", "reply": {"status": "200"}})",
-        u"exchange.reply.status: a whole number is wanted here, not a text"_s);
+        u"exchange.reply.status: a whole number is expected here, not a text"_s);
     row("unknown key of a peer", R"("peers": {"tcp": {"kind": "tcp", "port": 5}})",
-        u"peers.tcp.port: unknown key; known here are anyOrder, exchange, exchanges, greeting, "
+        u"peers.tcp.port: unknown key; possible keys are anyOrder, exchange, exchanges, greeting, "
         "kind, listening"_s);
     row("two scripts for one peer", R"("peers": {"http": {}}, "exchange": {"request": "GET /"})",
         u"exchanges: the peer 'http' of 'peers' has its own"_s);
     row("step of no kind", R"("steps": [{"sleep": 1}])",
         u"steps[0].(step): one of pass, put, restart, crash, up, down, release, ask, awaitLog, "
-        "write, terminate is wanted here"_s);
+        "write, terminate is expected here"_s);
     row("two kinds in one step", R"("steps": [{"pass": "t", "up": "http"}])",
         u"steps[0].up: does not belong to a step 'pass'"_s);
     row("step for a peer that is not there", R"("steps": [{"up": "htpp"}])",
@@ -114,7 +114,7 @@ void TestScenario::complaints_data()
     row("file without slash", R"("files": {"a.ini": ""})",
         u"files.a.ini: the path of a file begins with a slash"_s);
     row("unknown placeholder", R"("message": {"type": "t", "body": {"url": "{{htpp}}/"}})",
-        u": unknown placeholder {{htpp}}; there are http, http.host, http.port, nobody, "
+        u": unknown placeholder {{htpp}}; known are http, http.host, http.port, nobody, "
         "nobody.port, root, and the patterns"_s);
 }
 

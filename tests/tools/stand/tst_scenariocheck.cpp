@@ -12,7 +12,7 @@ using namespace Qt::StringLiterals;
 using namespace stand;
 using rig::Error;
 
-/// What a scenario tells of the service's journal, against a journal made by hand.
+/// The expectations of a scenario, compared with a delivery journal made by hand.
 class TestScenarioCheck : public QObject
 {
     Q_OBJECT
@@ -21,7 +21,7 @@ private Q_SLOTS:
     void initTestCase();
     void journal_data();
     void journal();
-    void onlyWhatIsToldIsCompared();
+    void onlyGivenMembersAreCompared();
     void withoutAJournal();
 
 private:
@@ -67,7 +67,7 @@ void TestScenarioCheck::initTestCase()
     execute(row.arg(u"1, 'cardlab'"_s, u"0815"_s, u"delivered"_s, u"none"_s, u"200"_s, QString()));
     execute(
         row.arg(u"2, 'loya'"_s, u"4712"_s, u"dropped"_s, u"request"_s, u"400"_s, u"отказ 17"_s));
-    // A message that was found again under another reference.
+    // A message whose reference changed between two attempts.
     execute(row.arg(u"1, 'loya'"_s, u"4713"_s, u"delivered"_s, u"none"_s, u"201"_s, QString()));
     QSqlDatabase::removeDatabase(u"journal"_s);
 }
@@ -85,7 +85,7 @@ void TestScenarioCheck::journal_data()
         return told;
     };
     const QString name = u"message 2 of type loya, journal: "_s;
-    QTest::newRow("as told") << 2 << second << QStringList();
+    QTest::newRow("as expected") << 2 << second << QStringList();
     QTest::newRow("verdict") << 2 << changed([](auto &told) { told.verdict = u"delivered"_s; })
                              << QStringList{name + u"verdict\n  - delivered\n  + dropped"_s};
     QTest::newRow("kind") << 2 << changed([](auto &told) { told.kind = u"service"_s; })
@@ -109,7 +109,7 @@ void TestScenarioCheck::journal()
     QTEST(journalFindings({written(id, told)}, rig::readJournal(file)), "findings");
 }
 
-void TestScenarioCheck::onlyWhatIsToldIsCompared()
+void TestScenarioCheck::onlyGivenMembersAreCompared()
 {
     WrittenMessage untried;
     untried.id = 17;

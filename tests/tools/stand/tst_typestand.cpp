@@ -15,7 +15,7 @@ using namespace Qt::StringLiterals;
 using namespace rig;
 using namespace stand;
 
-/// A stand for rows of the caller's own, with the real service.
+/// The stand with rows of the caller and the real service.
 class TestTypeStand : public QObject
 {
     Q_OBJECT
@@ -28,8 +28,8 @@ private Q_SLOTS:
     void rowsOfSeveralAddresses();
     void unknownStates();
     void portInUse();
-    void stepsAreToldApart_data();
-    void stepsAreToldApart();
+    void stepsAreDistinguished_data();
+    void stepsAreDistinguished();
     void programPrintsWhatArrives();
 
 private:
@@ -40,7 +40,7 @@ private:
     void put(const QString &type, const QByteArray &body);
     void startService();
     QStringList typesLeft() { return table->types(); }
-    /// Until no row is left; false when rows stay although every type was tried twice.
+    /// Waits until no row is left; false when rows stay after every type was tried twice.
     bool isDelivered();
 
     std::unique_ptr<Till> till;
@@ -57,7 +57,7 @@ const QString scenarios = QStringLiteral(SCENARIOS);
 
 void TestTypeStand::init()
 {
-    // Its end before that of its till.
+    // It ends before its till.
     service.reset();
     table.reset();
     till = std::make_unique<Till>();
@@ -183,8 +183,8 @@ void TestTypeStand::statesDecide()
 
 void TestTypeStand::rowsOfSeveralAddresses()
 {
-    // Four requests of one verb, told apart by their order alone: in one row by addresses of its
-    // own, in another one by nothing else.
+    // Four requests with the same verb, distinguished by their order: in one row also by their
+    // addresses, in the other one only by the order.
     const QString type = u"platiqr"_s;
     TypeStand stand(scenarios, {.type = type});
     stand.start();
@@ -236,7 +236,7 @@ void TestTypeStand::portInUse()
                              TypeStand(scenarios, {.type = u"loya"_s, .port = taken.port()}));
 }
 
-void TestTypeStand::stepsAreToldApart_data()
+void TestTypeStand::stepsAreDistinguished_data()
 {
     QTest::addColumn<QString>("type");
     QTest::addColumn<QString>("state");
@@ -253,7 +253,7 @@ void TestTypeStand::stepsAreToldApart_data()
     // clang-format on
 }
 
-void TestTypeStand::stepsAreToldApart()
+void TestTypeStand::stepsAreDistinguished()
 {
     QFETCH(QString, type);
     QFETCH(QString, state);
