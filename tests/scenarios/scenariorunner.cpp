@@ -28,7 +28,7 @@ QString indented(const QString &text, const QString &indent)
     return result.replace(u'\n', u'\n' + indent);
 }
 
-/// The secrets of the scenario. Where its peers would stand is none.
+/// The secrets of the scenario. The addresses of its peers are not secrets.
 Secrets secretsOf(const stand::ScenarioSource &source)
 {
     stand::Places places;
@@ -38,13 +38,13 @@ Secrets secretsOf(const stand::ScenarioSource &source)
     return Secrets(source.scenario(places));
 }
 
-/// Exit code of a run in which nothing could be tried.
+/// Exit code of a run in which no scenario could run.
 constexpr int cannotRun = 2;
 
 } // namespace
 
-/// Runs scenarios against the real service. Exit code 0: all went as told; 1: some did not; 2: a
-/// scenario file is wrong, or there is nothing to run.
+/// Runs scenarios against the real service. Exit code 0: all passed; 1: some failed; 2: a scenario
+/// file is wrong, or there is nothing to run.
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
@@ -62,7 +62,7 @@ int main(int argc, char **argv)
     parser.process(application);
 
     stand::RunOptions options;
-    // The environment's choice goes before that of the build.
+    // The environment takes precedence over the build.
     options.program =
         QFileInfo(qEnvironmentVariable("QUEUE_PROGRAM", parser.value(program))).absoluteFilePath();
     QList<stand::ScenarioSource> sources;

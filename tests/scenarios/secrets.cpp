@@ -11,19 +11,19 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Names of what nobody but the till and the service behind it may know.
+/// Names of members that only the till and the outside service may know.
 bool isSecretName(const QString &name)
 {
     static const QRegularExpression secret(
         u"pass(wd|word|phrase)?$|^pwd$|secret|token|api-?key|^key$|authorization|^auth|cookie|^pin$|signature|msgsign"_s,
         QRegularExpression::CaseInsensitiveOption);
-    // Names of operations, and how they are set up.
+    // Names of operations and of their settings.
     static const QRegularExpression harmless(u"operation$|^authenticationTicketType$|url$|path$"_s,
                                              QRegularExpression::CaseInsensitiveOption);
     return secret.match(name).hasMatch() && !harmless.match(name).hasMatch();
 }
 
-/// Shorter ones stand in every log by chance.
+/// Shorter texts are in every log by chance.
 constexpr qsizetype minLength = 4;
 
 bool isWord(QChar c)
@@ -31,7 +31,7 @@ bool isWord(QChar c)
     return c.isLetterOrNumber() || c == u'_';
 }
 
-/// Whether the text has the secret in it, not as a piece of a longer word.
+/// Whether the text contains the secret, not as part of a longer word.
 bool holds(const QString &text, const QString &secret)
 {
     for (qsizetype at = text.indexOf(secret); at >= 0; at = text.indexOf(secret, at + 1)) {
@@ -135,7 +135,7 @@ QStringList Secrets::journalLeaks(const QStringList &journal) const
 void Secrets::take(const QString &value)
 {
     const QString text = value.trimmed();
-    // A pattern of the scenario is no text of its own.
+    // A pattern of the scenario is not a literal text.
     if (text.size() < minLength || text.contains(u"{{"_s))
         return;
     found.insert(text);

@@ -8,7 +8,7 @@
 #include <QString>
 #include <QStringList>
 
-/// A place of the log at which a secret may stand, and why.
+/// A place in the log where a secret may be, and why.
 struct SecretPlace
 {
     /// A regular expression for the record, `LEVEL [category] text`; its first group is the place.
@@ -19,17 +19,18 @@ struct SecretPlace
 /// The places that there are.
 QList<SecretPlace> secretPlaces();
 
-/// The passwords, tokens and keys of one scenario: known by the name under which they stand in
-/// messages, settings, files, the environment, and in what goes to the peers and comes from them.
+/// The passwords, tokens and keys of one scenario, found by their names in messages, settings,
+/// files, the environment, and in requests and replies.
 class Secrets
 {
 public:
     explicit Secrets(const stand::Scenario &scenario);
 
     const QSet<QString> &values() const { return found; }
-    /// The log's records that hold one of them elsewhere than in a place for it; a line for each.
+    /// The records of the log that contain one of them outside of the allowed places; a line for
+    /// each.
     QStringList leaks(const QList<rig::LogRecord> &log) const;
-    /// The rows of the delivery journal that hold one of them, which has no place for them.
+    /// The rows of the delivery journal that contain one of them, where none is allowed.
     QStringList journalLeaks(const QStringList &journal) const;
 
 private:

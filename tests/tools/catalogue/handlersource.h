@@ -5,20 +5,20 @@
 #include <QString>
 #include <QStringList>
 
-/// The sources of one handler class, and what they say of the keys that it reads from a message.
-/// They are read as text: a key is read where its name stands in a call that reads the body.
+/// The sources of one handler class, and the keys that it reads from a message. The sources are
+/// searched as text: a key is read where its name is in a call that reads the body.
 class HandlerSource
 {
 public:
-    /// The class's own files and those of the folders of handlers that they include; what all
-    /// handlers share is left out.
+    /// The files of the class and the files of handler folders that they include, without those
+    /// that all handlers share.
     HandlerSource(const QString &sourceDir, const QString &group, const QString &className);
 
     bool isValid() const;
     bool contains(const QString &text) const;
 
-    /// The keys at the top of the body. The value names the kinds of the catalogue that the way of
-    /// reading fits; empty: any.
+    /// The keys at the top level of the body. The value names the kinds of the catalogue that fit
+    /// the way of reading; empty: any.
     QMap<QString, QString> readKeys() const;
     /// Seconds for a message without `timeout`.
     int defaultTimeout() const;
@@ -30,7 +30,7 @@ public:
 
 private:
     void add(const QString &path);
-    /// What a handler says of its request; empty when it is read by the common rules.
+    /// The rules of the handler's request; empty when the common rules apply.
     QString requestRules() const;
 
     QString sourceDir;

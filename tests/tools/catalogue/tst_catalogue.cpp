@@ -75,8 +75,7 @@ QString scenarios()
     return sourceDir() + u"/tests/scenarios"_s;
 }
 
-/// Scenarios with a body that the catalogue warns of on purpose: what the service makes of it is
-/// their point.
+/// Scenarios with a body that the catalogue warns of: they test how the service treats such a body.
 QMap<QString, QStringList> oddBodies(const QString &type)
 {
     const QJsonObject file =
@@ -92,7 +91,7 @@ QMap<QString, QStringList> oddBodies(const QString &type)
 
 } // namespace
 
-/// Holds the catalogue against the handlers: their table, their sources and their scenarios.
+/// Compares the catalogue with the handlers: their table, sources and scenarios.
 class TestCatalogue : public QObject
 {
     Q_OBJECT
@@ -148,7 +147,7 @@ void TestCatalogue::filesAreSound()
     const catalogue::Catalogue files =
         catalogue::readCatalogue(sourceDir() + u"/tools/catalogue/types"_s);
     QVERIFY2(files.faults.isEmpty(), qPrintable(files.faults.join(u'\n')));
-    // A file that is not compiled in would be missing from the programs alone.
+    // A file that is not compiled in would be missing only in the programs.
     QCOMPARE(catalogue::types().size(), files.types.size());
     QVERIFY(!catalogue::find(u"nosuchtype"_s));
 }
@@ -233,7 +232,7 @@ void TestCatalogue::exampleIsGood()
 {
     QCOMPARE(told(catalogue::check(type(), type().example)), QStringList());
 
-    // Each key that is needed is in the example and is missed.
+    // Each required key is in the example, and its absence is noticed.
     for (const Key &key : type().keys) {
         if (!key.required || key.name.contains(u'.'))
             continue;
@@ -270,7 +269,7 @@ void TestCatalogue::keysAreThoseThatAreRead()
                      qPrintable(u"%1: %2 is read as %3"_s.arg(key.name, key.kind, kinds)));
     }
 
-    // Members of objects are read by their names, too; those of headers go out whatever they are.
+    // Members of objects are read by name as well; headers are sent whatever their names.
     for (const Key &key : type().keys) {
         const QString member = key.name.section(u'.', -1);
         const bool isFree = member == u"*" || key.name.endsWith(u"[]") || key.name.contains(u"[].")
@@ -286,7 +285,7 @@ void TestCatalogue::keysAreThoseThatAreRead()
 
 void TestCatalogue::preparedRequestReadsItsKeys()
 {
-    // What the rules of a request mean for the keys is told by HandlerSource, by these names.
+    // HandlerSource derives the keys from the rules of a request by these names.
     const QMap<QString, QString> read =
         HandlerSource::keysIn(sourceDir() + u"/handlers/common/preparedrequest.cpp"_s);
     QCOMPARE(QStringList(read.keys()),
@@ -342,7 +341,7 @@ void TestCatalogue::secretsAreMarked()
         if (name.match(member).hasMatch())
             QVERIFY2(key.secret, qPrintable(key.name));
     }
-    // What is masked in the example is what is marked, and nothing of it shows.
+    // In the example exactly the marked values are masked, completely.
     const QJsonObject shown = catalogue::masked(type(), type().example);
     for (const Key &key : type().keys) {
         if (!key.secret || key.name.contains(u'.') || !type().example.contains(key.name))
