@@ -41,14 +41,14 @@ class TestDailyReport : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void tellsOnceADay();
-    void tellsTheRestAtTheEnd();
+    void reportsOnceADay();
+    void reportsTheRestAtTheEnd();
     void clockThatWasSetBackCountsAsAnotherDay();
     void passesEverythingOn();
-    void countsWhatManyWorkersTell();
+    void countsReportsOfManyWorkers();
 };
 
-void TestDailyReport::tellsOnceADay()
+void TestDailyReport::reportsOnceADay()
 {
     FixedTime time(at(u"2026-11-22T08:01:00"_s));
     const LogCapture log(u"outcome"_s);
@@ -77,8 +77,8 @@ void TestDailyReport::tellsOnceADay()
              QStringList{u"INFO Итоги с 2026-11-23 00:00: сообщений не было"_s});
 }
 
-/// A till that is switched off each evening would never tell.
-void TestDailyReport::tellsTheRestAtTheEnd()
+/// A till that is switched off each evening would never write its report.
+void TestDailyReport::reportsTheRestAtTheEnd()
 {
     const FixedTime time(at(u"2026-11-22T08:01:00"_s));
     const LogCapture log(u"outcome"_s);
@@ -113,7 +113,7 @@ void TestDailyReport::passesEverythingOn()
     QCOMPARE(next->got, (QStringList{u"clock"_s, u"7"_s}));
 }
 
-void TestDailyReport::countsWhatManyWorkersTell()
+void TestDailyReport::countsReportsOfManyWorkers()
 {
     const LogCapture log(u"outcome"_s);
     DailyReport report(nullptr);

@@ -30,7 +30,7 @@ private Q_SLOTS:
     void stopSetsTheFlagAndLogs();
     void commands_data();
     void commands();
-    void methodPlaysNoPart();
+    void methodIsIgnored();
     void answerIsJson();
     void statusOfTheTable();
     void lostDatabase();
@@ -115,7 +115,7 @@ void TestQueue::period_data()
     QTest::newRow("1") << u"timeout = 1\n"_s << 1;
     QTest::newRow("-5") << u"timeout = -5\n"_s << 1;
     QTest::newRow("2") << u"timeout = 2\n"_s << 2;
-    QTest::newRow("no number") << u"timeout = soon\n"_s << 20;
+    QTest::newRow("not a number") << u"timeout = soon\n"_s << 20;
     QTest::newRow("longer than the timer counts") << u"timeout = 2147483647\n"_s << 2147483;
 }
 
@@ -202,7 +202,7 @@ void TestQueue::commands()
     QCOMPARE(ask(path), answer);
 }
 
-void TestQueue::methodPlaysNoPart()
+void TestQueue::methodIsIgnored()
 {
     start();
     const QString address = u"http://127.0.0.1:%1/db_errors_count"_s.arg(port);
@@ -256,7 +256,7 @@ void TestQueue::deletedDatabaseComesBack()
     QVERIFY(QMetaObject::invokeMethod(queue.get(), "runHandlers"));
     QCOMPARE(ask(u"/db_errors_count"_s), uR"({"errorsCount":3})"_s);
 
-    // The next poll connects anew, to a file that is there again.
+    // The next poll connects again, to the restored file.
     QVERIFY(QMetaObject::invokeMethod(queue.get(), "runHandlers"));
     database->put(u"nosuch"_s, u"{}"_s);
     const QString found = ask(u"/status"_s);
@@ -303,7 +303,7 @@ void TestQueue::startOfAType()
     QCOMPARE(ask(u"/start/heineken/123"_s), uR"({"description":"Обработчик успешно запущен"})"_s);
     QThreadPool::globalInstance()->waitForDone();
 
-    // A service that accepts and says nothing holds the worker.
+    // A service that accepts the connection and sends nothing keeps the worker busy.
     QTcpServer silent;
     QVERIFY(silent.listen(QHostAddress::LocalHost));
     database->put(u"heineken"_s, uR"({"url":"http://127.0.0.1:%1/"})"_s.arg(silent.serverPort()));

@@ -24,7 +24,7 @@ std::atomic<int> delivered{0};
 QSemaphore held;
 QSemaphore reached;
 
-/// Delivers at once and keeps what its body tells to keep.
+/// Delivers at once; keeps a message whose body asks for it.
 class QuickHandler : public BasicHandler
 {
 public:
@@ -95,7 +95,7 @@ private Q_SLOTS:
     void runningTypeIsNotStartedTwice();
     void startOfAWorkerThatHasNotRunYet();
     void typeWithoutAWorkerIsNotEntered();
-    void fullPoolStartsNobody();
+    void fullPoolStartsNoWorker();
     void pollStartsEveryType();
     void status();
     void emptyStatus();
@@ -108,7 +108,7 @@ private Q_SLOTS:
     void loads_data();
     void loads();
     void logsWhatItLoads();
-    void resumesBehindTheStoredId();
+    void resumesAfterTheStoredId();
     void forwardsToTheStore();
     void deliveryOutlivesTheManager();
     void operationsKeepTheirPlaces();
@@ -204,7 +204,7 @@ void TestQueueHandler::startOfAWorkerThatHasNotRunYet()
 {
     manager->init();
     const int row = database->put(u"slow"_s, u"{}"_s);
-    // In some of these rounds the worker's thread is later than the second start.
+    // In some of these rounds the worker's thread starts after the second start request.
     for (int round = 0; round < 200; ++round) {
         QCOMPARE(manager->startHandler(u"slow"_s, QString()), 1);
         QCOMPARE(manager->startHandler(u"slow"_s, QString()), 2);
@@ -234,7 +234,7 @@ void TestQueueHandler::typeWithoutAWorkerIsNotEntered()
     QCOMPARE(manager->startHandler(u"broken"_s, QString()), 1);
 }
 
-void TestQueueHandler::fullPoolStartsNobody()
+void TestQueueHandler::fullPoolStartsNoWorker()
 {
     manager->init();
     QThreadPool::globalInstance()->setMaxThreadCount(1);
@@ -411,7 +411,7 @@ void TestQueueHandler::loads_data()
     QTest::newRow("empty file") << QByteArray("") << QVariantMap();
     QTest::newRow("truncated") << QByteArray(R"({"spasibo": 10, "mind)") << QVariantMap();
     QTest::newRow("array") << QByteArray("[1,2]") << QVariantMap();
-    QTest::newRow("no JSON") << QByteArray("\x00\xff ids") << QVariantMap();
+    QTest::newRow("not JSON") << QByteArray("\x00\xff ids") << QVariantMap();
     QTest::newRow("wrong types read as 0")
         << QByteArray(R"({"a":"10","b":null,"c":{"d":1},"e":true,"f":1.5,"g":3})")
         << QVariantMap{{u"a"_s, 0}, {u"b"_s, 0}, {u"c"_s, 0},
@@ -446,7 +446,7 @@ void TestQueueHandler::logsWhatItLoads()
     QCOMPARE(log.lines(), QStringList{u"DEBUG  стартовый идентификатор для spasibo: 10"_s});
 }
 
-void TestQueueHandler::resumesBehindTheStoredId()
+void TestQueueHandler::resumesAfterTheStoredId()
 {
     fileutils::writeToFile(rootedPath(u"/tallocash/cash/queue/ids.json"_s), {{u"spasibo"_s, 10}},
                            QIODevice::ReadWrite | QIODevice::Truncate);

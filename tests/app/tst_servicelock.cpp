@@ -13,15 +13,15 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// What the server of one test can do.
+/// The behaviour of the server in one test.
 struct Server
 {
     std::atomic<bool> knowsLocks = true;
-    /// Somebody has the lock, by the number of the connection; 0: nobody.
+    /// The connection that holds the lock; 0: none.
     std::atomic<int> holder = 0;
     /// The number of the service's connection.
     std::atomic<int> connection = 7;
-    /// How often the lock was asked for.
+    /// How often the lock was requested.
     std::atomic<int> requests = 0;
 };
 
@@ -177,7 +177,7 @@ void TestServiceLock::takenLock()
                                       "(соединение 9, 1), эта остаётся в резерве"_s});
 }
 
-/// A server may keep a connection for a while that the service has given up.
+/// A server may keep a connection for some time after the service has closed it.
 void TestServiceLock::ownFormerConnectionIsNoOtherService()
 {
     useServer();
@@ -203,7 +203,7 @@ void TestServiceLock::serverWithoutLocks()
     ServiceLock lock;
     lock.start(state);
     QCOMPARE(lock.role(), ServiceRole::Active);
-    // A worker would ask in vain, and deliver nothing.
+    // A worker would request the lock in vain and deliver nothing.
     QVERIFY(!state->claimsTypes);
     QCOMPARE(
         log.lines(),

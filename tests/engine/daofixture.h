@@ -25,7 +25,7 @@ public:
     template <typename Test>
     static int runOnBoth(int argc, char **argv)
     {
-        // A zone that nobody takes for UTC, for this process and its server alike.
+        // A time zone other than UTC, for this process and its server.
         qputenv("TZ", "Asia/Yekaterinburg");
         const QCoreApplication application(argc, argv);
         Test onSqlite(nullptr);

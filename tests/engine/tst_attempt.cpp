@@ -11,7 +11,7 @@ namespace {
 
 using Reports = QList<http::ExchangeReport>;
 
-/// What a handler says of the message, if it does.
+/// What a handler says about the message, if anything.
 struct Said
 {
     Verdict verdict = Verdict::Kept;
@@ -44,7 +44,7 @@ class TestAttempt : public QObject
 private Q_SLOTS:
     void outcomes_data();
     void outcomes();
-    void wordIsOfItsStep();
+    void reasonBelongsToItsStep();
     void messageIsNamed();
     void keysNameTheMessage();
     void firstPathNamesTheMessage();
@@ -97,7 +97,7 @@ void TestAttempt::outcomes()
     QTEST(text, "expected");
 }
 
-void TestAttempt::wordIsOfItsStep()
+void TestAttempt::reasonBelongsToItsStep()
 {
     Attempt attempt(message(7));
     http::tellObserver(answered);
@@ -132,13 +132,13 @@ void TestAttempt::keysNameTheMessage()
     const Attempt named(refund, {u"receipt"_s, u"order.id"_s});
     http::tellObserver(answered);
     QCOMPARE(named.outcome(true).reference, u"4711 A-1"_s);
-    // A message without its keys is found by the address at least.
+    // A message without its keys is found at least by the address.
     const Attempt nameless(message(7), {u"receipt"_s});
     http::tellObserver(answered);
     QCOMPARE(nameless.outcome(true).reference, u"/v1/refunds"_s);
 }
 
-/// How far an attempt of several steps comes differs, and the message is the same.
+/// Attempts may end at different steps, but the message is the same.
 void TestAttempt::firstPathNamesTheMessage()
 {
     const Attempt attempt(message(7));

@@ -168,14 +168,14 @@ private Q_SLOTS:
     void idZeroIsNeverProcessed();
     void lostDatabaseForgetsTheFailId();
     void unreadableBodyReachesTheHandler();
-    void rowThatDoesNotGoAway();
-    void numberGivenAgain_data();
-    void numberGivenAgain();
+    void rowThatCannotBeDeleted();
+    void idIsUsedAgain_data();
+    void idIsUsedAgain();
     void handlerThatThrows();
-    void outcomesAreTold();
+    void outcomesAreReported();
     void dropLeavesALine();
     void lineOfADropNamesReferenceAndStatus();
-    void factsAreTold();
+    void factsAreReported();
     void factsAreNotForEverySink();
     void wordOutsideOfAnAttempt();
     void typeIsListedWhileItRuns();
@@ -357,7 +357,7 @@ void TestBasicHandler::lostDatabaseForgetsTheFailId()
 {
     put({5, 6});
     state->startIds.lock()->insert(u"spasibo"_s, 5);
-    // A table that is missing would be made.
+    // A missing table would be created.
     database->query(u"ALTER TABLE message RENAME COLUMN messageid TO away"_s);
     QCOMPARE(pass(), u"end"_s);
     database->query(u"ALTER TABLE message RENAME COLUMN away TO messageid"_s);
@@ -375,7 +375,7 @@ void TestBasicHandler::unreadableBodyReachesTheHandler()
     QVERIFY(handler.delivered.first().body.isEmpty());
 }
 
-void TestBasicHandler::rowThatDoesNotGoAway()
+void TestBasicHandler::rowThatCannotBeDeleted()
 {
     put({1, 2});
     database->query(u"CREATE TRIGGER queues.stubborn BEFORE DELETE ON message "
@@ -412,17 +412,17 @@ void TestBasicHandler::handlerThatThrows()
                           "неизвестна"_s}));
 }
 
-void TestBasicHandler::numberGivenAgain_data()
+void TestBasicHandler::idIsUsedAgain_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QString>("events");
     QTest::newRow("another message") << u"{\"sum\":2}"_s << u"1 deleted, 1 deleted, end"_s;
-    // The row cannot be told from one that is still there.
+    // The new row has the id of the old one, so it looks as if the old one were still there.
     QTest::newRow("the same message") << u"{\"sum\":1}"_s << u"1 deleted, 1 kept"_s;
 }
 
-/// A table that the till has made without AUTOINCREMENT gives the number of a deleted row again.
-void TestBasicHandler::numberGivenAgain()
+/// In a table that the till created without AUTOINCREMENT, the id of a deleted row is used again.
+void TestBasicHandler::idIsUsedAgain()
 {
     QFETCH(QString, body);
     QFETCH(QString, events);
@@ -451,14 +451,14 @@ void TestBasicHandler::numberGivenAgain()
     handler.run();
     QCOMPARE(script.events.join(u", "_s), events);
 
-    // It is late, and not lost.
+    // It is delivered late, but not lost.
     if (!database->ids().isEmpty()) {
         QCOMPARE(pass(), u"end"_s);
         QCOMPARE(pass(), u"1 deleted, end"_s);
     }
 }
 
-void TestBasicHandler::outcomesAreTold()
+void TestBasicHandler::outcomesAreReported()
 {
     const auto sink = std::make_shared<RecordingSink>();
     state->outcomes = sink;
@@ -475,7 +475,7 @@ void TestBasicHandler::outcomesAreTold()
                                        u"4 kept no table"_s, u"5 delivered выполнено раньше"_s}));
 }
 
-/// Also where nobody takes the outcomes.
+/// Also without a receiver of the outcomes.
 void TestBasicHandler::dropLeavesALine()
 {
     const LogCapture log(u"outcome"_s);
@@ -501,7 +501,7 @@ void TestBasicHandler::lineOfADropNamesReferenceAndStatus()
         QStringList{u"INFO Сообщение 1 (spasibo, A-17) снято с доставки, код ответа 404: отказ"_s});
 }
 
-void TestBasicHandler::factsAreTold()
+void TestBasicHandler::factsAreReported()
 {
     ExchangingHandler handler(u"spasibo"_s, script);
     const auto sink = std::make_shared<RecordingSink>();
@@ -607,7 +607,8 @@ void TestBasicHandler::endOfAPassShrinksTheLog()
             put({id}, u"{\"a\":\"%1\"}"_s.arg(QString(1024 * 1024, u'x')));
         QVERIFY(QFileInfo(log).size() > 10 * 1024 * 1024);
         reading.finish();
-        // The till has the file open after the pass as well, or its last user would remove the log.
+        // The till keeps the file open after the pass; otherwise the last connection would delete
+        // the log.
         refuse(5);
         QCOMPARE(pass(), u"5 kept"_s);
         QCOMPARE(QFileInfo(log).size(), 0);

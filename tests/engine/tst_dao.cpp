@@ -98,8 +98,8 @@ void TestDao::rowsOfOtherTypesAreNotRead_data()
     QTest::newRow("most rows") << 20'000;
 }
 
-/// The rows of a service that is down come first. A reading that walked past them would take longer
-/// with each of them, and all types would wait for it.
+/// The rows of a service that is down come first. A query that scans them would slow down with each
+/// of them, and all types would wait for it.
 void TestDao::rowsOfOtherTypesAreNotRead()
 {
     QFETCH(int, own);
@@ -180,7 +180,7 @@ void TestDao::bodies_data()
     QTest::addColumn<QVariantMap>("read");
     QTest::addColumn<bool>("isError");
 
-    QTest::newRow("no JSON") << u"<xml/>"_s << QVariantMap{} << true;
+    QTest::newRow("not JSON") << u"<xml/>"_s << QVariantMap{} << true;
     QTest::newRow("cut off") << uR"({"url":"http)"_s << QVariantMap{} << true;
     QTest::newRow("empty text") << u""_s << QVariantMap{} << true;
     QTest::newRow("placeholders in the text") << u"%1 %2 {"_s << QVariantMap{} << true;
@@ -245,7 +245,7 @@ void TestDao::typesDifferByCase()
     QCOMPARE(dao.getMessage(u"spasibobatch"_s, -1, false, QString()).id, -1);
 }
 
-/// A row of type `cardlab ` has no handler, and card `77 ` is another card than `77`.
+/// A row of type `cardlab ` has no handler, and card `77 ` differs from card `77`.
 void TestDao::trailingBlanksCount()
 {
     const int blank = database->put(u"cardlab "_s, u"{}"_s, u"77"_s);
@@ -339,7 +339,7 @@ void TestDao::queueInfo()
     const int first = database->put(u"cardlab"_s, u"{}"_s);
     database->put(u"mindbox"_s, u"{}"_s);
     database->put(u"abmloyalty"_s, u"{}"_s);
-    // SQLite shows the oldest row's; which row's a server shows is its own affair.
+    // SQLite returns the value of the oldest row; a server may return that of any row.
     database->query(
         u"UPDATE message SET creationtime = '2026-02-03 04:05:06' WHERE messageid <= ?"_s,
         {server ? first + 2 : first});
@@ -354,13 +354,13 @@ void TestDao::timeWithAZone_data()
 {
     QTest::addColumn<QString>("time");
     QTest::addColumn<QTime>("shown");
-    // The test's zone is five hours ahead of Greenwich.
+    // The time zone of the test is five hours ahead of UTC.
     QTest::newRow("none") << u"2026-02-03 04:05:06"_s << QTime(4, 5, 6);
     QTest::newRow("Greenwich") << u"2026-02-03T04:05:06Z"_s << QTime(9, 5, 6);
     QTest::newRow("Moscow") << u"2026-02-03T04:05:06.500+03:00"_s << QTime(6, 5, 6, 500);
 }
 
-/// A till writes it as text where the column lets it.
+/// A till writes it as text if the column allows that.
 void TestDao::timeWithAZone()
 {
     QFETCH(QString, time);

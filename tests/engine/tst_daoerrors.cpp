@@ -77,8 +77,8 @@ void TestDaoErrors::causeThatGoesAway_data()
     }
 }
 
-/// A column that a till's update takes away and gives back. Each call fails and is counted once;
-/// the first one afterwards succeeds.
+/// An update of the till removes a column and restores it. Each call fails and is counted once; the
+/// first one afterwards succeeds.
 void TestDaoErrors::causeThatGoesAway()
 {
     QFETCH(bool, isThereFromTheStart);
@@ -240,7 +240,7 @@ void TestDaoErrors::deletedFile()
         u"WARN Ошибка при выполнении запроса: файл базы данных удалён или заменён"_s));
     QVERIFY(log.lines().contains(u"ERROR База данных недоступна"_s));
 
-    // The next call makes a new file, and what the till writes into it is seen.
+    // The next call creates a new file, and rows that the till writes into it are seen.
     QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
     database->put(u"cardlab"_s, u"{}"_s);
     QVERIFY(dao.hasMessages(u"cardlab"_s, QString()));
@@ -260,14 +260,14 @@ void TestDaoErrors::deletedFileOfABusyStore()
     dao.connect();
     QVERIFY(dao.getMessage(u"cardlab"_s, -1, false, QString()).id > 0);
     removeFiles();
-    // A worker's reading notices soon, though not with each statement.
+    // A worker notices soon, but does not check at each statement.
     const auto isNoticed = [&dao] {
         dao.getMessage(u"cardlab"_s, -1, false, QString());
         return dao.getErrorsCount() == 2;
     };
     QTRY_VERIFY(isNoticed());
 
-    // What is asked once notices at once.
+    // A single call notices at once.
     QVERIFY(!dao.hasMessages(u"cardlab"_s, QString()));
     database->put(u"cardlab"_s, u"{}"_s);
     QVERIFY(dao.getMessage(u"cardlab"_s, -1, false, QString()).id > 0);
@@ -276,7 +276,7 @@ void TestDaoErrors::deletedFileOfABusyStore()
     QCOMPARE(dao.getErrorsCount(), 4);
 }
 
-/// A backup is moved into place, and the write-ahead log of the former file stays beside it.
+/// A backup is moved to this path, and the write-ahead log of the former file stays beside it.
 void TestDaoErrors::replacedFile()
 {
     if (server)
@@ -382,7 +382,7 @@ void TestDaoErrors::idleLongerThanTheServerAllows()
     dao.connect();
     for (int poll = 0; poll < 2; ++poll) {
         // Another session, begun later: when the server has ended it, that of the store has been
-        // idle for longer than the server allows by itself.
+        // idle for longer than the default of the server allows.
         QSqlDatabase other = QSqlDatabase::addDatabase(u"QMYSQL"_s, u"other"_s);
         other.setUserName(server->user());
         other.setPassword(server->password());
@@ -412,7 +412,7 @@ void TestDaoErrors::dropConnection()
 
 void TestDaoErrors::breakConnection()
 {
-    // The test's own connection must not be handed out.
+    // The test's own connection must not be returned.
     dropConnection();
     database->setSettings(server ? u"[database]\ndriver = QMYSQL\nsocket = /nowhere/db.sock\n"_s
                                  : u"[database]\nname = /nowhere/queues.db\n"_s);

@@ -67,7 +67,7 @@ private:
 };
 
 /// A store for each of `rows`, which it removes in a thread of its own, all at once where the file
-/// has a gate. Returns what each has counted. `fault` happens when all have come.
+/// has a gate. Returns the counter of each. `fault` happens when all threads have arrived.
 /// `connected` happens in each thread before.
 QList<int> removeAtOnce(
     WriteGate *gate, const QList<int> &rows, const std::function<void()> &fault = [] {},
@@ -119,8 +119,7 @@ void forbidRollback()
 
 } // namespace
 
-/// What the store leaves to others: to the till that has the file open, and to the workers that
-/// write to it.
+/// What the store allows others: the till that has the file open, and the workers that write to it.
 class TestDaoSharing : public DaoFixture
 {
     Q_OBJECT
@@ -145,14 +144,14 @@ private Q_SLOTS:
 
 private:
     qint64 logSize() const { return QFileInfo(database->file() + u"-wal"_s).size(); }
-    /// Has the log grow to more than `bytes` while `till` reads, which keeps it from beginning
-    /// again.
+    /// Makes the log grow to more than `bytes` while `till` reads, so that it cannot be reused from
+    /// its start.
     void growLog(TillConnection &till, qint64 bytes);
     WriteGate *gate();
 };
 
-/// A statement that is not over would be a reader for as long as the service runs, and the log
-/// would grow for as long.
+/// An unfinished statement would remain a reader as long as the service runs, and the log would
+/// grow all that time.
 void TestDaoSharing::noOperationHoldsTheLog()
 {
     if (server)
@@ -198,7 +197,7 @@ void TestDaoSharing::logShrinksWhenAPassEnds_data()
 {
     QTest::addColumn<QString>("holding");
     QTest::addColumn<bool>("isHeld");
-    // The till keeps it from shrinking, or lets it.
+    // The till prevents the log from shrinking, or allows it.
     QTest::newRow("nobody") << QString() << false;
     QTest::newRow("a reader of an old state") << u"SELECT 1 FROM message"_s << true;
     QTest::newRow("a writer") << u"DELETE FROM message WHERE messageid = 1"_s << true;
@@ -228,7 +227,7 @@ void TestDaoSharing::logShrinksWhenAPassEnds()
     QElapsedTimer time;
     time.start();
     dao.onPassEnded();
-    // The connection waits 5 s for a lock where it has to have it.
+    // Where the connection needs the lock, it waits 5 s for it.
     QVERIFY2(time.elapsed() < 4000, "it waited for the till");
     QCOMPARE(logSize() > size, isHeld);
     if (isHeld) {
@@ -241,7 +240,7 @@ void TestDaoSharing::logShrinksWhenAPassEnds()
     QCOMPARE(dao.getErrorsCount(), 0);
     QCOMPARE(log.lines(), QStringList());
 
-    // An ordinary log is left alone.
+    // A log of ordinary size is not truncated.
     database->put(u"heineken"_s, u"{}"_s);
     const qint64 ordinary = logSize();
     QVERIFY(ordinary > 0);
@@ -275,7 +274,7 @@ void TestDaoSharing::logShrinksInATurnOfItsOwn()
     QCOMPARE(logSize(), 0);
 }
 
-/// The service's own writes give the disk back, too, once the log begins again.
+/// Writes of the service also free the disk space, once the log is reused from its start.
 void TestDaoSharing::logShrinksByItself()
 {
     if (server)
@@ -329,7 +328,7 @@ void TestDaoSharing::workersRemoveTogether()
     QCOMPARE(database->ids(), QList<int>{other});
 }
 
-/// One of them alone has an error, counted and logged as if nobody else had been there.
+/// Only one of them has an error, counted and logged as if it were alone.
 void TestDaoSharing::oneOfSeveralIsNotRemoved()
 {
     if (server)
@@ -442,7 +441,7 @@ void TestDaoSharing::deletedFileOfSeveral()
             QFile::remove(database->file() + suffix);
     };
     const LogCapture log(u"dao"_s);
-    // A failed statement and a lost database for each, as for one that is alone.
+    // A failed statement and a lost database for each, as for a single worker.
     QCOMPARE(removeAtOnce(gate(), rows, removeFiles), QList<int>(3, 2));
     QCOMPARE(
         log.lines()

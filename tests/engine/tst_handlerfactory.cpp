@@ -42,9 +42,9 @@ class TestHandlerFactory : public QObject
 
 private Q_SLOTS:
     void buildsTheClassOfTheRow();
-    void tellsTheTypeToASharedClass();
+    void sharedClassGetsItsType();
     void everyCallBuildsANewObject();
-    void rowSaysWhatNamesItsMessages();
+    void rowNamesTheReferenceKeys();
     void typesDifferByCase();
     void unknownType();
     void operationsKeepTheirPlaces();
@@ -59,7 +59,7 @@ void TestHandlerFactory::buildsTheClassOfTheRow()
     QVERIFY(handler->autoDelete());
 }
 
-void TestHandlerFactory::tellsTheTypeToASharedClass()
+void TestHandlerFactory::sharedClassGetsItsType()
 {
     HandlerFactory factory(rows);
     for (const QString &type : {u"sharedBatch"_s, u"sharedReverse"_s}) {
@@ -79,7 +79,7 @@ void TestHandlerFactory::everyCallBuildsANewObject()
     QVERIFY(first != second);
 }
 
-void TestHandlerFactory::rowSaysWhatNamesItsMessages()
+void TestHandlerFactory::rowNamesTheReferenceKeys()
 {
     HandlerFactory factory(rows);
     Message message;

@@ -18,7 +18,7 @@ using http::FailureKind;
 
 namespace {
 
-/// Far beyond the length of a test.
+/// Much longer than a test runs.
 constexpr auto never = std::chrono::milliseconds(std::chrono::hours(1));
 constexpr JournalTiming soon{10ms, 20ms};
 
@@ -42,18 +42,18 @@ class TestJournal : public QObject
 private Q_SLOTS:
     void init();
     void firstOutcomeIsWrittenAtOnce();
-    void othersComeTogether();
+    void laterOutcomesAreWrittenTogether();
     void manyAreWrittenEarlier();
     void rowsAreLimited();
     void endWritesWhatIsLeft();
     void endWithoutOutcomesLeavesNoFile();
     void manyWorkers();
-    void factsAreWrittenNowAndThen();
+    void factsAreWrittenAtIntervals();
     void factIsWrittenAgainAfterItsInterval();
-    void fileThatCannotBeWrittenIsToldOnce();
+    void unwritableFileIsReportedOnce();
     void memoryIsBounded();
-    void attemptsOfOneMessageNeedTheRoomOfOne();
-    void lossIsToldAtTheEnd();
+    void attemptsOfOneMessageTakeOneEntry();
+    void lossIsReportedAtTheEnd();
     void damagedFileIsPutAside();
     void damagedFileThatCannotBePutAsideIsLeft();
     void damagedFileThatCannotBeRenamed();
@@ -101,15 +101,15 @@ void TestJournal::firstOutcomeIsWrittenAtOnce()
     QTRY_COMPARE(count(), 1);
 }
 
-/// One transaction a second, however many messages there are.
-void TestJournal::othersComeTogether()
+/// One transaction per second, regardless of the number of messages.
+void TestJournal::laterOutcomesAreWrittenTogether()
 {
     begin({never, never});
     journal->take(attempt(1));
     QTRY_COMPARE(count(), 1);
     for (int id = 2; id < 900; ++id)
         journal->take(attempt(id));
-    // Had they been awaited, they would be there with the next ones.
+    // If they had been waited for, they would be written with the next ones.
     QCOMPARE(count(), 1);
     journal.reset();
     QCOMPARE(count(), 899);
@@ -177,7 +177,7 @@ void TestJournal::manyWorkers()
     QCOMPARE(rows(u"SELECT COUNT(*) FROM fact"_s), QStringList{u"8"_s});
 }
 
-void TestJournal::factsAreWrittenNowAndThen()
+void TestJournal::factsAreWrittenAtIntervals()
 {
     begin(soon);
     journal->note({u"clock"_s, u"a"_s, u"1"_s, {}});
@@ -200,8 +200,8 @@ void TestJournal::factIsWrittenAgainAfterItsInterval()
     QTRY_COMPARE(rows(u"SELECT value FROM fact"_s), QStringList{u"2"_s});
 }
 
-/// A folder in place of the file: nobody can write it, root included.
-void TestJournal::fileThatCannotBeWrittenIsToldOnce()
+/// A folder instead of the file: even root cannot write to it.
+void TestJournal::unwritableFileIsReportedOnce()
 {
     const LogCapture log(u"journal"_s);
     QVERIFY(QDir().mkdir(path));
@@ -234,7 +234,7 @@ void TestJournal::memoryIsBounded()
     journal.reset();
     const qint64 written = count();
     QVERIFY2(written <= 4000, qPrintable(QString::number(written)));
-    // What waited while the file could be written again may be told in a line of its own.
+    // Entries that waited until the file was writable again may get a separate line.
     const QString loss = u"WARN Попыток доставки, не попавших в журнал доставки: "_s;
     qint64 lost = 0;
     for (const QString &line : log.lines()) {
@@ -242,11 +242,11 @@ void TestJournal::memoryIsBounded()
             lost += line.sliced(loss.size()).toLongLong();
     }
     QCOMPARE(lost, messages - written);
-    // The totals hold them all.
+    // The totals include all of them.
     QCOMPARE(rows(u"SELECT count FROM total"_s), QStringList{QString::number(messages)});
 }
 
-void TestJournal::attemptsOfOneMessageNeedTheRoomOfOne()
+void TestJournal::attemptsOfOneMessageTakeOneEntry()
 {
     JournalBatch batch;
     for (int round = 0; round < 40; ++round) {
@@ -262,7 +262,7 @@ void TestJournal::attemptsOfOneMessageNeedTheRoomOfOne()
         QCOMPARE(tried.attempts, 40);
 }
 
-void TestJournal::lossIsToldAtTheEnd()
+void TestJournal::lossIsReportedAtTheEnd()
 {
     const LogCapture log(u"journal"_s);
     QVERIFY(QDir().mkdir(path));
@@ -295,7 +295,7 @@ void TestJournal::damagedFileIsPutAside()
              qPrintable(log.lines().first()));
 }
 
-/// A disk that damages each file is not filled with them.
+/// A disk that damages every file is not filled with damaged files.
 void TestJournal::damagedFileThatCannotBePutAsideIsLeft()
 {
     const LogCapture log(u"journal"_s);

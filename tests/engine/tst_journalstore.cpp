@@ -66,17 +66,17 @@ private Q_SLOTS:
     void factsAreReplaced();
     void ageIsLimited();
     void rowsAreLimited();
-    void messagesThatStayGoLast();
+    void keptMessagesArePrunedLast();
     void clockThatWasSetBackKeepsTheNewest();
     void pruningIsDoneInSlices();
     void emptiedFileShrinks();
-    void fileIsForTheGroupToRead();
+    void groupCanReadTheFile();
     void linkIsNotFollowed();
     void closedFileIsOne();
     void deletedFileBeginsAgain();
     void replacedFileIsSound();
-    void damageIsTold_data();
-    void damageIsTold();
+    void damageIsReported_data();
+    void damageIsReported();
     void damagedFileIsPutAside();
     void newerFileIsLeft();
     void lockedFileIsAFault();
@@ -129,7 +129,7 @@ void TestJournalStore::rowHoldsTheOutcome()
     write({outcome});
     QCOMPARE(rows(whole), QStringList{u"17 raiffeisensbp ****0017 A-1 dropped none 200 отклонено 1 "
                                       "1000000000 1000000000 1234"_s});
-    // What is not there is empty and not NULL.
+    // An absent value is empty, not NULL.
     write({Outcome{.id = 18, .type = u"cardlab"_s, .begun = morning}});
     QCOMPARE(rows(u"SELECT card || reference || text || '!' FROM outcome WHERE messageid = 18"_s),
              QStringList{u"!"_s});
@@ -299,14 +299,14 @@ void TestJournalStore::rowsAreLimited()
     QVERIFY(file->prune({.rows = 3}, morning));
     QVERIFY(!file->prune({.rows = 3}, morning));
     QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), (QStringList{u"2"_s, u"3"_s, u"4"_s}));
-    // Also of rows that an earlier life has written.
+    // Also for rows that an earlier process has written.
     file = std::make_unique<JournalStore>(path);
     write({attempt(5, Verdict::Delivered)});
     file->prune({.rows = 3}, morning);
     QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), (QStringList{u"3"_s, u"4"_s, u"5"_s}));
 }
 
-void TestJournalStore::messagesThatStayGoLast()
+void TestJournalStore::keptMessagesArePrunedLast()
 {
     write({attempt(1, Verdict::Kept), attempt(2, Verdict::Delivered),
            attempt(3, Verdict::Delivered)});
@@ -363,7 +363,7 @@ void TestJournalStore::emptiedFileShrinks()
              qPrintable(u"%1 -> %2"_s.arg(full).arg(left)));
 }
 
-void TestJournalStore::fileIsForTheGroupToRead()
+void TestJournalStore::groupCanReadTheFile()
 {
     const mode_t mask = ::umask(0);
     write({attempt(1, Verdict::Delivered)});
@@ -421,14 +421,14 @@ void TestJournalStore::replacedFileIsSound()
     QCOMPARE(rows(u"PRAGMA integrity_check"_s), QStringList{u"ok"_s});
 }
 
-void TestJournalStore::damageIsTold_data()
+void TestJournalStore::damageIsReported_data()
 {
     QTest::addColumn<qint64>("from");
     QTest::newRow("no database at all") << qint64{0};
     QTest::newRow("tables damaged") << qint64{4096};
 }
 
-void TestJournalStore::damageIsTold()
+void TestJournalStore::damageIsReported()
 {
     QFETCH(qint64, from);
     QList<Outcome> outcomes;

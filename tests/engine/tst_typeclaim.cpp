@@ -78,7 +78,7 @@ private:
 
 } // namespace
 
-/// A worker has its type for itself, on a server that several services share.
+/// A worker has exclusive use of its type on a server that several services share.
 class TestTypeClaim : public QObject
 {
     Q_OBJECT
@@ -98,7 +98,7 @@ private Q_SLOTS:
     void claimLostWhileItsTurnIsAsked();
     void claimIsTakenAgainAfterAReconnect();
     void serverThatIsAway();
-    void withoutSharingNobodyAsks();
+    void claimIsNotRequestedWithoutSharing();
 
 private:
     void put(const QList<int> &ids);
@@ -157,7 +157,7 @@ void TestTypeClaim::typeIsHeldWhileItIsDelivered()
     QVERIFY(other.isTypeFree());
     QCOMPARE(rows(), "");
 
-    // Before the worker counts as ended, since the next one may be there at once.
+    // Before the worker counts as ended, since the next one may start at once.
     ClaimingHandler handler([](const Message &) {});
     handler.setState(state);
     handler.run();
@@ -175,13 +175,14 @@ void TestTypeClaim::typeOfAnotherServiceIsLeftAlone()
     QVERIFY(log.lines().contains(
         u"WARN Сообщения типа 'spasibo' доставляет другая служба (соединение %1), повтор при следующем опросе"_s
             .arg(other.connection())));
-    // The next pass goes on where this one would have begun.
+    // The next pass continues where this one would have begun.
     QCOMPARE(state->startIds.lock()->value(u"spasibo"_s), 1);
     other.releaseType();
     QCOMPARE(pass(), (QList<int>{2, 3}));
 }
 
-/// The connection breaks between two reads, and before the type is asked for again, another has it.
+/// The connection breaks between two reads, and another service takes the type before it is
+/// requested again.
 void TestTypeClaim::claimThatAnotherServiceTookMeanwhile()
 {
     OtherService other(server);
@@ -260,7 +261,7 @@ void TestTypeClaim::claimIsTakenAgainAfterAReconnect()
     QCOMPARE(rows(), "1 2");
 }
 
-void TestTypeClaim::withoutSharingNobodyAsks()
+void TestTypeClaim::claimIsNotRequestedWithoutSharing()
 {
     OtherService other(server);
     state->claimsTypes = false;

@@ -29,7 +29,7 @@ QString read(const QString &path)
 
 } // namespace
 
-/// The message type that docs/architecture.md adds as an example: one class and one row.
+/// The example message type of docs/architecture.md: one class and one row.
 class TestParcelLockerHandler : public QObject
 {
     Q_OBJECT
@@ -55,7 +55,7 @@ void TestParcelLockerHandler::outcomes_data()
     QTest::newRow("opened")       << reply(R"({"opened":true})")                << u"delivered"_s                     << QStringList{};
     QTest::newRow("empty cell")   << reply(R"({"opened":false,"retry":false})") << u"dropped: ячейка пуста"_s         << QStringList{notOpened};
     QTest::newRow("locker busy")  << reply(R"({"opened":false,"retry":true})")  << u"kept service: ячейка не открыта"_s << QStringList{notOpened};
-    QTest::newRow("no JSON")      << reply("ok")                                << u"kept service: ячейка не открыта"_s << QStringList{notOpened};
+    QTest::newRow("not JSON")     << reply("ok")                                << u"kept service: ячейка не открыта"_s << QStringList{notOpened};
     QTest::newRow("HTTP error")   << http::Response::answered(503, {})          << keptBy(http::Response::answered(503, {})) << QStringList{u"ERROR Ошибка при отправке сообщения: "_s + http::Response::answered(503, {}).errorText.ru()};
     // clang-format on
 }
