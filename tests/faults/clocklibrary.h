@@ -7,8 +7,8 @@
 
 namespace faults {
 
-/// The library that shows a process another time of day than the machine has; empty where there is
-/// none.
+/// The library that gives a process another time of day than the machine's; empty when it is not
+/// installed.
 inline QString clockLibrary()
 {
     using namespace Qt::StringLiterals;
@@ -22,7 +22,7 @@ inline QString clockLibrary()
     return {};
 }
 
-/// A sanitizer and that library cannot share a process.
+/// A sanitizer and that library do not work in one process.
 constexpr bool isSanitized()
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -15,12 +15,12 @@ using namespace Qt::StringLiterals;
 
 inline const QByteArray failedStatement = u"Ошибка при выполнении запроса: "_s.toUtf8();
 inline const QByteArray lostDatabase = u"База данных недоступна"_s.toUtf8();
-/// Nothing in the service catches a worker, or a start, that does not get its connection.
+/// The service does not catch the exception of a worker, or of a start, that gets no connection.
 inline const QByteArray endWithoutConnection =
     u"Аварийное завершение работы: Не удалось "_s.toUtf8();
 inline const QByteArray pollLine = u"Запуск обработчиков"_s.toUtf8();
 
-/// The service with its traffic, its supervisor and the counts that are told at the end.
+/// The service with its traffic, its supervisor and the counts that are printed at the end.
 class Run
 {
 public:
@@ -50,7 +50,7 @@ public:
         service.start();
     }
 
-    /// Waits as the system would: a service that has ended is started again.
+    /// Waits like the service manager: a service that has ended is started again.
     bool wait(const std::function<bool()> &condition,
               std::chrono::seconds limit = std::chrono::seconds(90))
     {
@@ -76,7 +76,8 @@ public:
         return wait([&] { return traffic.counts().requests >= wanted; });
     }
 
-    /// Until a request waits for traffic.release(): what holdAfter() was told has been answered.
+    /// Waits until a request waits for traffic.release(), after the answers that holdAfter()
+    /// allows.
     bool waitUntilHeld(int before = 0)
     {
         return wait([&] { return traffic.counts().held > before; });
@@ -94,7 +95,7 @@ public:
                && wait([&] { return database.ids().isEmpty(); });
     }
 
-    /// What the stores of all threads have logged as errors of theirs.
+    /// The errors that the stores of all threads have logged.
     QByteArrayList storeErrors() const
     {
         QByteArrayList result;
@@ -106,10 +107,10 @@ public:
         return result;
     }
 
-    /// Those of the store that the main thread has, by way of the control interface.
+    /// The errors of the main thread's store, as the control interface counts them.
     int errorsCount() const { return service.ask(u"/db_errors_count"_s)[u"errorsCount"].toInt(-1); }
 
-    /// What must hold once all is delivered.
+    /// What must be true after everything is delivered.
     void finish(const char *what)
     {
         QVERIFY2(drain(),
@@ -127,7 +128,7 @@ public:
               what, written, counts.messages, counts.repeats, static_cast<int>(failures), ends);
         QCOMPARE(strangeEnds, QStringList());
         QCOMPARE(log.count(endWithoutConnection), ends);
-        // A deletion that failed, or a delivery that the end of the service cut short.
+        // A deletion that failed, or a delivery that the end of the service interrupted.
         const auto workers = Traffic::types().size();
         QVERIFY(counts.repeats <= failures + (ends + kills) * workers);
     }

@@ -45,7 +45,7 @@ bool takeStep(Step::Kind kind, const QString &statement)
     return isChosen;
 }
 
-/// The step fails all the same, by SQLite's own judgement.
+/// The step fails nevertheless, with an error of SQLite itself.
 void markFailed()
 {
     const QMutexLocker locker(&plan().mutex);
@@ -67,7 +67,7 @@ QSqlDriverPlugin *sqlitePlugin()
     return plugin;
 }
 
-/// Passes everything on to a query of the driver behind it.
+/// Passes everything on to a query of the real driver.
 class Result : public QSqlResult
 {
 public:

@@ -4,8 +4,8 @@
 #include <QSqlDriver>
 #include <QString>
 
-/// Qt's SQLite driver behind a counter: every opening, preparation and execution is a step, and a
-/// step that is told to fails with an error of its own instead of reaching SQLite.
+/// Qt's SQLite driver with a counter: every opening, preparation and execution is a step, and a
+/// chosen step fails with an error of its own instead of reaching SQLite.
 namespace faultydriver {
 
 struct Step
@@ -25,10 +25,10 @@ struct Step
     bool operator==(const Step &) const = default;
 };
 
-/// From now on connections of the driver QSQLITE are made by this one, for the rest of the process.
+/// From now on, this driver makes the connections of QSQLITE, for the rest of the process.
 void install();
-/// Counts anew from 1 and forgets the steps so far. `from`: the first step that fails, 0 for none;
-/// `isForEver`: and all behind it.
+/// Resets the count to 1 and forgets the steps so far. `from`: the first step that fails, 0 for
+/// none; `isForEver`: all later steps fail, too.
 void arm(int from, bool isForEver);
 /// The steps since arm(), of all threads.
 QList<Step> steps();

@@ -38,7 +38,7 @@ void Feeder::run()
                    && (limit == 0 || writtenCount < limit));
     };
     while (!stopping) {
-        // Asked anew from time to time, since nobody tells of a stop or a new limit.
+        // Polled, since there is no signal for a stop or a new limit.
         if (!traffic.waitFor(isWanted, 20ms) || stopping)
             continue;
         const int number = writtenCount;

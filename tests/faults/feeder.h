@@ -10,8 +10,8 @@ namespace faults {
 class Traffic;
 
 /// The till: writes the messages of a Traffic into the table, one type after the other, as long as
-/// fewer than `backlog` of them wait. Numbers begin at 0.
-/// Thread: the one that made it; the writing is done in a thread of its own.
+/// fewer than `backlog` of them wait. Numbers begin at 0. Thread: the creating one; it writes in a
+/// thread of its own.
 class Feeder
 {
 public:
@@ -19,11 +19,11 @@ public:
     ~Feeder();
     Feeder(const Feeder &) = delete;
 
-    /// How many numbers are in the table or have been, without gaps.
+    /// How many numbers have been written so far, without gaps.
     int written() const { return writtenCount; }
-    /// Writes on up to `total` numbers, 0: without end.
+    /// Continues up to `total` numbers, 0: without end.
     void writeUpTo(int total) { limit = total; }
-    /// Ends the writing; what was begun is finished.
+    /// Stops writing after the current row.
     void stop();
 
 private:

@@ -4,14 +4,14 @@
 
 namespace faults {
 
-/// True where the long form of the tests is asked for: `./test --faults=long` sets
+/// True when the long form of the tests is requested: `./test --faults=long` sets
 /// QUEUE_FAULTS=long.
 inline bool longForm()
 {
     return qgetenv("QUEUE_FAULTS") == "long";
 }
 
-/// The count to run: `inShort` inside `./test`, `inLong` where the long form is asked for.
+/// The number of repetitions: `inShort` inside `./test`, `inLong` in the long form.
 inline int count(int inShort, int inLong)
 {
     return longForm() ? inLong : inShort;

@@ -5,9 +5,8 @@
 
 namespace faults {
 
-/// Temporary folders lie in memory from here on where the system has such a place. For tests that
-/// write many thousand rows and whose faults have nothing to do with the disk, which would be
-/// waited for at each.
+/// From here on, temporary folders are in memory if the system has such a place. For tests that
+/// write many thousand rows and do not test the disk, whose syncs would slow them down.
 inline void useMemoryForTemporaryFolders()
 {
     if (QFileInfo(QStringLiteral("/dev/shm")).isWritable())

@@ -10,8 +10,8 @@
 
 namespace faults {
 
-/// Mounts of this process are its own from here on. False where the system allows neither root nor
-/// an ordinary user that. To be called while there is one thread alone.
+/// Gives this process mounts of its own. False when the system does not allow it. Call it while
+/// there is only one thread.
 inline bool separateMounts()
 {
     const uid_t user = ::getuid();

@@ -28,7 +28,7 @@ inline QByteArrayList connections(rig::MariaDbServer &server)
     return ids;
 }
 
-/// Aside, so that nobody new finds the server, or back.
+/// Moves the socket away, so that new clients do not find the server, or back.
 inline bool moveSocket(const rig::MariaDbServer &server, bool away)
 {
     const QString aside = server.socket() + u".aside"_s;

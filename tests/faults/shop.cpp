@@ -19,7 +19,7 @@ namespace faults {
 
 namespace {
 
-/// No two rows of a process have one id: nspkec counts its attempts by it.
+/// Ids are unique in a process: nspkec counts its attempts by id.
 int lastId = 0;
 
 QString nobodysAddress(quint16 port)

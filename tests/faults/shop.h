@@ -13,7 +13,7 @@ namespace faults {
 
 /// All scenarios of the service.
 QList<stand::ScenarioSource> scenarios();
-/// What a scenario tells, with places that nobody can reach.
+/// A scenario with unreachable addresses.
 stand::Scenario scenarioOf(const stand::ScenarioSource &source);
 
 /// The outside services of one scenario, its till, and real handlers between them, in this process.
@@ -23,9 +23,9 @@ class Shop
 public:
     explicit Shop(const stand::ScenarioSource &source);
 
-    /// The tables as the till has written them, and no fail id.
+    /// Resets the tables to what the till has written, without fail ids.
     void fill();
-    /// One worker's pass, with the peers at the beginning of their scripts. True when it threw.
+    /// One pass of a worker, with the peers at the start of their scripts. True when it threw.
     bool runPass();
 
     QString type() const { return scenario.messages.first().type; }
@@ -36,7 +36,7 @@ public:
     int requestsOfAMessage() const;
     /// The requests so far, in all passes.
     int arrived() const;
-    /// What the peers play from the next pass on.
+    /// The script of the peers from the next pass on.
     QList<rig::PeerScript> &scripts() { return scenario.peers; }
 
 private:

@@ -10,9 +10,8 @@
 
 namespace faults {
 
-/// A till with the real service on it, which polls each second and tells everything at debug level.
-/// What cannot be set up ends the test with a message.
-/// Thread: the one that made it, whose event loop must run.
+/// A till with the real service, which polls each second and logs at debug level. A failed set-up
+/// ends the test with a message. Thread: the one that made it, whose event loop must run.
 class Till
 {
 public:
@@ -32,12 +31,12 @@ public:
     QList<int> ids();
     bool isIn(int id) { return ids().contains(id); }
     void remove(int id) { table.remove(id); }
-    /// False when the row does not go within the patience of rig::waitUntil().
+    /// False when the row is not deleted within the time limit of rig::waitUntil().
     bool waitUntilRemoved(int id);
-    /// Until at least that many workers of the type have ended since the start.
+    /// Waits until at least this number of workers of the type has ended since the start.
     bool waitForEnds(const QString &type, int count);
 
-    /// The texts of one category, in their order.
+    /// The log texts of one category, in their order.
     QStringList lines(const QString &category) const;
     /// How long the exchanges of a type took, in milliseconds.
     QList<int> exchangeTimes(const QString &type) const;
@@ -45,10 +44,10 @@ public:
     /// A request to the control interface over a connection of its own; the body of the answer.
     QByteArray ask(const QByteArray &target) const;
 
-    /// The most memory that the service has had resident since its start, in KiB.
+    /// The highest resident memory of the service since its start, in KiB.
     qint64 peakMemory() const { return process.use().peakMemory(); }
     qint64 memory() const { return process.use().memory(); }
-    /// Processor time that the service has taken, of all its threads.
+    /// Processor time of all threads of the service.
     double processorSeconds() const;
 
 private:
@@ -57,8 +56,7 @@ private:
     rig::ServiceProcess process;
 };
 
-/// The promise of memory is for the program as it is delivered: a sanitizer's own bookkeeping takes
-/// many times as much.
+/// The memory limit is for the release build: a sanitizer needs several times as much.
 constexpr bool isMemoryJudged()
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -68,7 +66,7 @@ constexpr bool isMemoryJudged()
 #endif
 }
 
-/// The most that the service may have resident, in KiB.
+/// The limit of resident memory of the service, in KiB.
 constexpr qint64 memoryLimit = 64 * 1024;
 
 } // namespace faults

@@ -172,7 +172,7 @@ std::string Traffic::answer(const FastPeer::Request &request)
     return judge(type, number, request.target);
 }
 
-/// A handler of several steps is refused at its first one and is done at its last one.
+/// A handler of several steps is refused at its first step and finished at its last one.
 std::string Traffic::judge(const QString &type, int number, std::string_view target)
 {
     if (type == u"raiffeisensbp") {
@@ -222,7 +222,7 @@ void Traffic::finish(const QString &type, int number)
             ++counts_.repeatsInOneLife;
     }
     record.lastLife = life;
-    // The older one of a pair stands one round of the types before.
+    // The older message of a pair is one round of the types earlier.
     const int older = number - static_cast<int>(types().size());
     if (type == u"excisemark" && older >= 0 && markOf(older) == markOf(number)
         && records_.value(older).done == 0)

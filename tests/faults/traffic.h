@@ -14,38 +14,37 @@
 
 namespace faults {
 
-/// Messages of eight types whose handlers differ, and the peer that they go to. A message bears a
-/// number in all its requests; the peer writes down what became of each number.
-/// Thread: any.
+/// Messages of eight types with different handlers, and their peer. A message has a number in all
+/// its requests; the peer records what became of each number. Thread: any.
 class Traffic
 {
 public:
     /// The eight types.
     static const QStringList &types();
 
-    /// What the peer knows of one message.
+    /// What the peer knows about one message.
     struct Record
     {
-        /// How often it was told that the message is finished with.
+        /// How often it was told that the message is finished.
         int done = 0;
         int refused = 0;
-        /// The life of the service in which it was last told so.
+        /// The process of the service that told it last.
         int lastLife = -1;
     };
 
     struct Counts
     {
         int requests = 0;
-        /// Requests that have been held back.
+        /// Requests without an answer so far.
         int held = 0;
-        /// Messages that are done.
+        /// Finished messages.
         int messages = 0;
         int refusals = 0;
-        /// Deliveries of messages that were done before.
+        /// Deliveries of messages that were finished before.
         int repeats = 0;
-        /// Of these, the ones within one life of the service.
+        /// Of these, the ones by the same process of the service.
         int repeatsInOneLife = 0;
-        /// Of the type that keeps an order, messages that came before an older one about the same.
+        /// Messages of the ordered type that came before an older one about the same mark.
         int outOfOrder = 0;
     };
 
@@ -58,14 +57,14 @@ public:
     /// The number in a body.
     static int numberIn(std::string_view text);
 
-    /// While it does, every seventh message is refused twice before it is taken.
+    /// While true, every seventh message is refused twice before it is accepted.
     void setRefusing(bool on);
-    /// Answers that many more requests. All after them wait for release(), so that messages are
-    /// under way, and left, however slow the test is.
+    /// Answers this many more requests. Later ones wait for release(), so that deliveries are in
+    /// progress and rows are left, however slow the test is.
     void holdAfter(int requests);
     void release();
 
-    /// A new life of the service: what is in the table may now be delivered once more.
+    /// A new process of the service: rows in the table may be delivered once more.
     void beginLife();
 
     Counts counts() const;
@@ -74,8 +73,8 @@ public:
     /// Deliveries of one type that were repeats.
     QHash<QString, int> repeatsByType() const;
 
-    /// Waits until `condition` holds, which is asked after every request. False when it did not
-    /// within `limit`.
+    /// Waits until `condition` is true; it is checked after every request. False when it did not
+    /// become true within `limit`.
     bool waitFor(const std::function<bool(const Counts &)> &condition,
                  std::chrono::microseconds limit) const;
 
@@ -91,7 +90,7 @@ private:
     QHash<int, Record> records_;
     QHash<QString, int> repeatsByType_;
     bool refusing = true;
-    /// The request from which on answers are held back; -1: none.
+    /// From this request on, answers wait; -1: none.
     int holdFrom = -1;
     std::condition_variable released;
     int life = 0;

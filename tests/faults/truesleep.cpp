@@ -3,7 +3,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// Loaded before libfaketime, which refuses to sleep up to a moment of the steady clock.
+// Loaded before libfaketime, which cannot sleep until a time of the steady clock.
 extern "C" int clock_nanosleep(clockid_t clock, int flags, const timespec *moment, timespec *rest)
 {
     return ::syscall(SYS_clock_nanosleep, clock, flags, moment, rest) == 0 ? 0 : errno;

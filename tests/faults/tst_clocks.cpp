@@ -18,10 +18,10 @@ using rig::RoughPeer;
 namespace {
 
 constexpr int tickMs = 1000;
-/// What anything may take on top on a machine that does other things as well.
+/// The margin for a busy machine.
 constexpr int slackMs = 5000;
 
-/// A reply to every request; what else is said on the line is not looked at.
+/// Replies to every request and ignores other bytes on the connection.
 RoughPeer::Conduct answers(const QByteArray &body, std::atomic<int> &count)
 {
     return [body, &count](RoughPeer::Line &line) {
@@ -36,7 +36,7 @@ RoughPeer::Conduct answers(const QByteArray &body, std::atomic<int> &count)
 
 } // namespace
 
-/// The till's clock is set while the service runs: nothing stalls, nothing turns in circles.
+/// The till's clock is set while the service runs: nothing stalls, nothing loops.
 class TestClocks : public QObject
 {
     Q_OBJECT
@@ -49,10 +49,10 @@ private Q_SLOTS:
     void clockIsSet();
     void clockIsSetWithinAPoll_data();
     void clockIsSetWithinAPoll();
-    void clockIsSetToAndFro();
+    void clockIsSetForthAndBack();
 
 private:
-    /// By how much the service's clock is off from now on, such as "-3h" or "+10y".
+    /// The offset of the service's clock from now on, such as "-3h" or "+10y".
     void setClock(const QString &offset);
     /// Deliveries of every kind, each within a few polls.
     void deliver();
@@ -78,7 +78,7 @@ void TestClocks::initTestCase()
         QSKIP("A sanitizer and libfaketime cannot share a process: clocks were not set");
 
     setClock(u"+0"_s);
-    // As on a till, a file for each day; as the stand reads it, the console.
+    // A file for each day, as on a till, and the console, which the rig reads.
     const QString logging = folder.filePath(u"log.properties"_s);
     QFile file(logging);
     QVERIFY(file.open(QIODevice::WriteOnly));
@@ -104,7 +104,7 @@ void TestClocks::initTestCase()
             {u"LD_PRELOAD"_s, QStringLiteral(TRUESLEEP " ") + library},
             {u"FAKETIME_TIMESTAMP_FILE"_s, folder.filePath(u"clock"_s)},
             {u"FAKETIME_NO_CACHE"_s, u"1"_s},
-            // Setting a clock moves the time of day alone; this one counts from the start.
+            // Setting a clock changes only the time of day; this clock counts from the start.
             {u"FAKETIME_DONT_FAKE_MONOTONIC"_s, u"1"_s},
             {u"DONT_FAKE_MONOTONIC"_s, u"1"_s},
             {u"LOG4QT_CONFIGURATION"_s, logging},
@@ -122,7 +122,7 @@ void TestClocks::cleanup()
 
 void TestClocks::setClock(const QString &offset)
 {
-    // Replaced whole, so that nobody reads half of it.
+    // Replaced atomically, so that half of it is never read.
     const QString path = folder.filePath(u"clock"_s);
     QFile file(path + u".new"_s);
     QVERIFY(file.open(QIODevice::WriteOnly));
@@ -152,7 +152,7 @@ void TestClocks::deliver()
     const int receivedBefore = received;
     QElapsedTimer timer;
     timer.start();
-    // The second of the same mark waits for the first.
+    // The second message about the mark waits for the first.
     const QList<int> ids{till->put(u"heineken"_s, plain), till->put(u"excisemark"_s, ordered),
                          till->put(u"excisemark"_s, ordered), till->put(u"nochange"_s, plain)};
     for (const int id : ids)
@@ -186,7 +186,7 @@ void TestClocks::clockIsSet()
 {
     QFETCH(QString, offset);
     QFETCH(qint64, seconds);
-    // Refused again and again: a row that comes round on the ticks before and behind the change.
+    // A row that is always refused, so that it is retried before and after the change.
     const int refused = till->put(u"winelabbonus"_s, {{u"url"_s, u"http://127.0.0.1:1/"_s}});
     QVERIFY(
         till->waitForEnds(u"winelabbonus"_s, till->service().log().ends(u"winelabbonus"_s) + 1));
@@ -201,7 +201,7 @@ void TestClocks::clockIsSet()
     constexpr qint64 day = 24 * 3600;
     QVERIFY2(qAbs(off) < (qAbs(seconds) > 30 * day ? 10 * day : 60), QByteArray::number(off));
 
-    // A clock that was set counts as time that has passed: the fail ids are on the disk.
+    // Setting the clock forward counts as time that has passed, so the fail ids are on disk.
     if (qAbs(seconds) >= 3600) {
         QVERIFY(rig::waitUntil([this] {
             QFile file(till->path(u"tallocash/cash/queue/ids.json"_s));
@@ -212,7 +212,7 @@ void TestClocks::clockIsSet()
     till->remove(refused);
     QVERIFY(rig::waitUntil([this] { return till->service().log().isIdle(); }));
 
-    // Idle, the service hardly takes any time of the processor. This is watched for some ticks.
+    // An idle service uses hardly any processor time, checked over several polls.
     const double before = till->processorSeconds();
     QVERIFY(before > 0);
     QElapsedTimer timer;
@@ -233,9 +233,9 @@ void TestClocks::clockIsSetWithinAPoll_data()
     QTest::newRow("back") << u"-5y"_s;
 }
 
-/// A refund whose state is asked for at intervals: their length, and that of the whole, is not the
-/// clock's. The request that began it is still waiting for its timeout when the clock is set for
-/// the first time.
+/// A refund whose state is requested at intervals: the intervals and the whole duration do not
+/// depend on the clock. The first request is still waiting for its timeout when the clock is set
+/// for the first time.
 void TestClocks::clockIsSetWithinAPoll()
 {
     QFETCH(QString, offset);
@@ -271,12 +271,12 @@ void TestClocks::clockIsSetWithinAPoll()
     QCOMPARE(refunds.load(), 1);
     QVERIFY2(elapsed >= durationMs && elapsed < 2 * tickMs + durationMs + slackMs,
              QByteArray::number(elapsed));
-    // About eight, and not one after another without a pause.
+    // About eight requests, with pauses between them.
     QVERIFY2(questions <= durationMs / intervalMs + 3, QByteArray::number(questions.load()));
     ++deliveries;
 }
 
-void TestClocks::clockIsSetToAndFro()
+void TestClocks::clockIsSetForthAndBack()
 {
     const int rounds = faults::count(4, 200);
     for (int i = 0; i < rounds; ++i) {
@@ -286,7 +286,7 @@ void TestClocks::clockIsSetToAndFro()
     setClock(u"+0"_s);
     deliver();
     qInfo(
-        "clocks: set %d times, %d deliveries behind it, at most %lld ms from row to removal, at most %.2f %% of a "
+        "clocks: set %d times, %d deliveries after it, at most %lld ms from row to removal, at most %.2f %% of a "
         "processor when idle",
         settings, deliveries, static_cast<long long>(longestMs), mostLoad * 100);
 }

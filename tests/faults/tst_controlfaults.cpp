@@ -24,7 +24,7 @@ namespace {
 
 constexpr int manyMebibytes = 100;
 
-/// One client of the control interface, on a plain socket that ends with it.
+/// One client of the control interface, on a plain socket that is closed with it.
 class Client
 {
 public:
@@ -42,7 +42,7 @@ public:
     Client(const Client &) = delete;
     Client &operator=(const Client &) = delete;
 
-    /// False when the server has gone.
+    /// False when the server has closed the connection.
     bool send(const QByteArray &bytes) const
     {
         for (qsizetype done = 0; done < bytes.size();) {
@@ -56,8 +56,8 @@ public:
         return true;
     }
 
-    /// Sends the same again and again until it would have to wait. Returns the bytes, -1 when the
-    /// server has gone.
+    /// Sends the same bytes repeatedly until the socket would block. Returns the number of bytes,
+    /// -1 when the server has closed the connection.
     qint64 fill(const QByteArray &bytes) const
     {
         constexpr int patienceMs = 500;
@@ -75,7 +75,7 @@ public:
         }
     }
 
-    /// What the server says until it closes, or until there are `count` answers.
+    /// What the server sends until it closes, or until there are `count` answers.
     QByteArray receive(int count = 1) const
     {
         constexpr int waitMs = 30'000;
@@ -93,8 +93,7 @@ public:
         return bytes;
     }
 
-    /// Whether the server has closed the connection by now, and nothing that it said is left to
-    /// read.
+    /// Whether the server has closed the connection and everything it sent has been read.
     bool isClosed() const
     {
         char byte = 0;
@@ -133,7 +132,7 @@ bool run(const QString &program, const QStringList &arguments)
            && process.exitCode() == 0;
 }
 
-/// Whether a TCP connection to the address comes about, within some seconds.
+/// Whether a TCP connection to the address succeeds within some seconds.
 bool connects(const QString &address, int port)
 {
     QTcpSocket socket;
@@ -141,13 +140,12 @@ bool connects(const QString &address, int port)
     return socket.waitForConnected(5000);
 }
 
-/// The service's log, errors alone: it would fill the pipe to this test while the test waits for
-/// something else.
+/// Only errors are logged: a full log would fill the pipe while the test waits for something else.
 constexpr auto quietLog = "log4j.rootLogger=ERROR, console\n"
                           "log4j.appender.console=org.apache.log4j.ConsoleAppender\n"
                           "log4j.appender.console.layout=org.apache.log4j.SimpleLayout\n";
 
-/// A file descriptor of the network that the calling thread is in.
+/// A file descriptor of the calling thread's network namespace.
 int currentNetwork()
 {
     return ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
@@ -155,8 +153,8 @@ int currentNetwork()
 
 } // namespace
 
-/// Programs on the till that use the control interface badly: it goes on answering, deliveries go
-/// on, and the service keeps within its memory.
+/// Programs on the till that misuse the control interface: it still answers, deliveries continue,
+/// and the service stays within its memory limit.
 class TestControlFaults : public QObject
 {
     Q_OBJECT
@@ -201,7 +199,7 @@ void TestControlFaults::initTestCase()
     till->start();
 }
 
-/// A row that has to be delivered while the test does its worst.
+/// A row that must be delivered while the test misuses the interface.
 void TestControlFaults::init()
 {
     row = till->put(u"heineken"_s, {{u"url"_s, u"http://127.0.0.1:%1/"_s.arg(receiver->port())},
@@ -218,8 +216,7 @@ void TestControlFaults::cleanup()
     till->ask("/start/heineken/0");
     QVERIFY(till->waitUntilRemoved(row));
     QVERIFY(till->service().isRunning());
-    // Qt's parser looks once more at a connection that was ended under it, and says so; a slow
-    // build shows it.
+    // Qt's parser reads once more from a closed connection and warns; this is seen in slow builds.
     QCOMPARE(till->service().errors().remove(u"QIODevice::read (QTcpSocket): device not open\n"_s),
              QString());
     if (faults::isMemoryJudged())
@@ -240,7 +237,7 @@ QByteArray TestControlFaults::answerTo(const QByteArray &request) const
     return client.receive();
 }
 
-/// Requests that come byte by byte, and never to an end, take nothing from the others.
+/// Unfinished requests that come byte by byte do not delay others.
 void TestControlFaults::slowRequests()
 {
     const int count = faults::count(50, 150);
@@ -275,7 +272,8 @@ void TestControlFaults::slowRequests()
           isLong ? "none finished, all ended" : "all finished and answered");
 }
 
-/// Far more connections than the service keeps: the longest silent ones go, new ones are answered.
+/// Far more connections than the service keeps: the ones that were silent longest are closed, new
+/// ones are answered.
 void TestControlFaults::manyConnections()
 {
     constexpr int connections = 1000;
@@ -320,7 +318,7 @@ void TestControlFaults::largeHeaders()
         }
         QVERIFY2(!isOpen, opening.constData());
     }
-    // Far from all of it was taken.
+    // Only a small part was accepted.
     constexpr qint64 limit = 4LL * 32 * 1024 * 1024;
     QVERIFY2(taken < limit, QByteArray::number(taken));
     qInfo("headers: 4 requests of %d MiB each, %lld MiB handed over before the end", manyMebibytes,
@@ -331,7 +329,8 @@ void TestControlFaults::pipelining()
 {
     const int count = faults::count(1000, 20'000);
     const Client client(till->controlPort());
-    // In portions whose answers fit between the two: a client that reads nothing is ended.
+    // In portions whose answers fit into the socket buffers: a client that reads nothing is
+    // disconnected.
     constexpr int portion = 500;
     int answered = 0;
     for (int sent = 0; sent < count; sent += portion) {
@@ -340,7 +339,7 @@ void TestControlFaults::pipelining()
     }
     QCOMPARE(answered, count);
 
-    // And one that asks as long as anything fits in between, and never reads.
+    // And a client that sends until the buffers are full and never reads.
     const Client deaf(till->controlPort());
     const qint64 taken = deaf.fill(get("/status").repeated(1000));
     QVERIFY(till->ask("/status").contains("messagesCount"));
@@ -411,8 +410,7 @@ void TestControlFaults::strangeTypesAndCards_data()
     // clang-format on
 }
 
-/// What the request names is looked for as it stands: the row is found by it, and by nothing like
-/// it.
+/// The names in a request are compared exactly: only the same name finds the row.
 void TestControlFaults::strangeTypesAndCards()
 {
     QFETCH(QString, type);
@@ -427,14 +425,14 @@ void TestControlFaults::strangeTypesAndCards()
     QCOMPARE(started, QJsonObject({{u"description"_s, u"Не удалось запустить обработчик"_s}}));
 }
 
-/// A till and a neighbour with a cable between them, made of two networks of this test's own.
+/// A till and a neighbour with a cable between them, made of two network namespaces.
 void TestControlFaults::onlyTheTillItselfIsAnswered()
 {
     if (::geteuid() != 0)
         QSKIP("Only root can make a network of its own: not shown that neighbours get no answer");
     const int ours = currentNetwork();
     QVERIFY(ours >= 0);
-    // Networks belong to threads, so the way back is open whatever happens.
+    // A network namespace belongs to its thread, so the other threads keep theirs.
     const auto back = qScopeGuard([ours] {
         ::setns(ours, CLONE_NEWNET);
         ::close(ours);
@@ -462,10 +460,10 @@ void TestControlFaults::onlyTheTillItselfIsAnswered()
     QVERIFY(inShop({u"addr"_s, u"add"_s, u"192.0.2.1/24"_s, u"dev"_s, u"till"_s}));
     QVERIFY(inShop({u"link"_s, u"set"_s, u"till"_s, u"up"_s}));
 
-    // The cable carries what is meant for everybody.
+    // The cable carries connections to all addresses of the machine.
     QVERIFY(rig::waitUntil([&open] { return connects(u"192.0.2.1"_s, open.serverPort()); }));
     QVERIFY(!connects(u"192.0.2.1"_s, shop.controlPort()));
-    // Nor by the loopback address, sent over the cable.
+    // Packets to the loopback address over the cable do not reach it, either.
     QVERIFY(run(u"ip"_s, {u"addr"_s, u"del"_s, u"127.0.0.1/8"_s, u"dev"_s, u"lo"_s}));
     QVERIFY(run(u"ip"_s, {u"route"_s, u"add"_s, u"127.0.0.1/32"_s, u"via"_s, u"192.0.2.1"_s}));
     QVERIFY(!connects(u"127.0.0.1"_s, shop.controlPort()));

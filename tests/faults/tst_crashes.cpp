@@ -45,8 +45,8 @@ uint seedOfThisRun()
 
 } // namespace
 
-/// The service is killed at random moments while eight types drain and rows keep coming, some of
-/// which their peer refuses at first. QUEUE_FAULTS_SEED repeats a run's moments.
+/// The service is killed at random moments while rows of eight types are written and delivered,
+/// some of which the peer refuses at first. QUEUE_FAULTS_SEED repeats the moments of a run.
 class TestCrashes : public QObject
 {
     Q_OBJECT
@@ -61,7 +61,7 @@ private Q_SLOTS:
     void killedAtRandomMoments();
 
 private:
-    /// What is neither in the table nor at the peer, and what is wrong with the file of fail ids.
+    /// Messages that are neither in the table nor at the peer, and faults of the file of fail ids.
     QStringList findings(QueueDatabase &database, const faults::Traffic &traffic, int written);
 
     MariaDbServer *server;
@@ -71,7 +71,7 @@ QStringList TestCrashes::findings(QueueDatabase &database, const faults::Traffic
                                   int written)
 {
     QStringList result;
-    // First the table, then the peer: a row that has left the one is at the other by then.
+    // First the table, then the peer: a row that has left the table has reached the peer by then.
     const QList<QVariantList> rows = database.query(u"SELECT body FROM message"_s);
     QSet<int> kept = traffic.done();
     for (const QVariantList &row : rows)
@@ -115,17 +115,16 @@ void TestCrashes::killedAtRandomMoments()
         const int before = traffic.counts().requests;
         service.start();
         if (random() % 4 == 0) {
-            // Somewhere on the way up: connecting, reading or writing the fail ids, the first
-            // requests.
+            // During the start: connecting, reading or writing the fail ids, the first requests.
             traffic.waitFor([](const auto &) { return false; },
                             std::chrono::milliseconds(random() % 80));
         } else {
             const int wanted = before + 1 + static_cast<int>(random() % 60);
             traffic.waitFor([before](const auto &counts) { return counts.requests > before; }, 5s);
-            // A life in which all workers have met a refusal has nothing more to offer.
+            // A process whose workers have all met a refusal does nothing more.
             traffic.waitFor([wanted](const auto &counts) { return counts.requests >= wanted; },
                             250ms);
-            // Somewhere between a request, its answer, the deletion and the next read.
+            // Anywhere between a request, its answer, the deletion and the next read.
             traffic.waitFor([](const auto &) { return false; },
                             std::chrono::microseconds(random() % 3000));
         }
@@ -161,20 +160,20 @@ void TestCrashes::killedAtRandomMoments()
           server ? "MariaDB" : "SQLite", kills, inDelivery, written, counts.messages,
           counts.refusals, counts.repeats, kills * workers, static_cast<int>(left.size()));
     QCOMPARE(counts.messages, written);
-    // A worker that dies has one delivery under way, and only that one may go out again.
+    // A killed worker has one delivery in progress, and only that one may be sent again.
     QVERIFY(counts.repeats <= kills * workers);
     const QHash<QString, int> repeats = traffic.repeatsByType();
     for (const auto &[type, count] : repeats.asKeyValueRange())
         QVERIFY2(count <= kills, qPrintable(type));
     QCOMPARE(counts.repeatsInOneLife, 0);
     QCOMPARE(counts.outOfOrder, 0);
-    // Else the kills met nothing that could break.
+    // Otherwise the kills did not interrupt anything.
     QVERIFY(inDelivery >= kills / 2);
     QVERIFY(counts.refusals > 0);
 }
 
-/// The file of fail ids takes a moment to write, which a random kill of the service hardly ever
-/// meets. So this process writes nothing else until it is killed, again and again.
+/// Writing the file of fail ids is so short that a random kill of the service hardly ever
+/// interrupts it. So this process writes only this file, repeatedly, until it is killed.
 class TestFailIdsFile : public QObject
 {
     Q_OBJECT
@@ -209,7 +208,7 @@ void TestFailIdsFile::killedWhileItIsWritten()
             for (int value = 1;; value = 3 - value)
                 write(value);
         }
-        // The moment is the fault: nothing is waited for.
+        // The random moment is the fault, so this does not wait for a condition.
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
         ::kill(writer, SIGKILL);
         ::waitpid(writer, nullptr, 0);
@@ -226,9 +225,9 @@ void TestFailIdsFile::killedWhileItIsWritten()
 constexpr int removers = 8;
 constexpr auto removerArgument = "--remove-rows";
 
-/// Removes the rows of the table as fast as it can, each of eight threads those of its own, and
-/// tells of each row once its removal has returned, and of how many others were waiting before it.
-/// Runs until it is killed.
+/// Removes the rows of the table as fast as it can, in eight threads with rows of their own. Prints
+/// each row after its removal has returned, and how many removals waited before it. Runs until it
+/// is killed.
 int removeRows()
 {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -260,7 +259,7 @@ int removeRows()
     return 0;
 }
 
-/// Workers remove their rows in common transactions. A process that does nothing else is killed at
+/// Workers remove their rows in common transactions. A process that only does this is killed at
 /// random moments: a removal that has returned is in the file.
 class TestRemovals : public QObject
 {
@@ -295,7 +294,7 @@ void TestRemovals::killedWhileRowsAreRemoved()
         process.start(QCoreApplication::applicationFilePath(),
                       {QString::fromLatin1(removerArgument)});
         QVERIFY(process.waitForReadyRead());
-        // The moment is the fault: nothing is waited for.
+        // The random moment is the fault, so this does not wait for a condition.
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 20'000));
         process.kill();
         QVERIFY(process.waitForFinished());
@@ -313,7 +312,7 @@ void TestRemovals::killedWhileRowsAreRemoved()
             toldTogether += pair[1] > 0 ? 1 : 0;
         }
         told += removedNow;
-        // Each thread has one removal under way at most.
+        // Each thread has at most one removal in progress.
         const qsizetype untoldNow = before.size() - left.size() - removedNow;
         QVERIFY2(untoldNow >= 0 && untoldNow <= removers, qPrintable(QString::number(untoldNow)));
         untold += static_cast<int>(untoldNow);
@@ -335,7 +334,7 @@ int main(int argc, char **argv)
     if (argc > 1 && argv[1] == std::string_view(removerArgument))
         return removeRows();
     QCoreApplication application(argc, argv);
-    // The first one, since it splits a process that must have one thread.
+    // The first test, since it forks a process that must have a single thread.
     TestFailIdsFile onFile;
     int failures = QTest::qExec(&onFile, argc, argv);
     TestRemovals removals;

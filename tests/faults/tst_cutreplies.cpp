@@ -12,7 +12,7 @@ using rig::PeerScript;
 
 namespace {
 
-/// Whether the type goes by the status that arrived, whatever became of the rest of the answer.
+/// Whether the type decides by the status alone, even when the rest of the answer is missing.
 bool isFinal(const QString &type, int status)
 {
     return (type == u"greenwichparkingticket" && status == 200)
@@ -21,7 +21,7 @@ bool isFinal(const QString &type, int status)
 
 } // namespace
 
-/// An answer that breaks off after its status is not an answer: the row stays, except where
+/// An answer that is cut off after its status counts as no answer: the row stays, except where
 /// isFinal().
 class TestCutReplies : public QObject
 {

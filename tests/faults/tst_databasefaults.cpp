@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 using faults::Run;
 using rig::MariaDbServer;
 
-/// What a database server can do to the service while eight types drain.
+/// Faults of a database server while eight types are delivered.
 class TestDatabaseFaults : public QObject
 {
     Q_OBJECT
@@ -79,7 +79,7 @@ void TestDatabaseFaults::restartedUnderLoad()
     QVERIFY(run.ends + run.service.output().count(faults::failedStatement) > 0);
 }
 
-/// Connections that are there stay; those that begin now are refused.
+/// Open connections stay; new ones are refused.
 void TestDatabaseFaults::socketRemoved()
 {
     Run run(server.settings());
@@ -100,7 +100,7 @@ void TestDatabaseFaults::connectionsKilledOneByOne()
     const int wanted = faults::count(12, 200);
     int kills = 0;
     while (kills < wanted) {
-        // There is always something under way that a kill can meet.
+        // There is always something in progress that a kill can interrupt.
         if (run.written - run.traffic.counts().messages < 400)
             run.write(800);
         QVERIFY(run.waitForRequests(5));
@@ -139,7 +139,7 @@ void TestDatabaseFaults::tableLocked()
     qInfo("table locked for %d s, %d requests while it was", seconds, during);
     run.finish("table locked");
     QVERIFY(during < 900);
-    // Everybody waited, and nobody failed.
+    // All waited, and none failed.
     QCOMPARE(run.storeErrors(), QByteArrayList());
     QCOMPARE(run.ends, 0);
 }

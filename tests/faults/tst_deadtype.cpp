@@ -29,8 +29,8 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 
 namespace {
 
-/// What all 58 types do here: one prepared request, made by the service's own client. How a reply
-/// is judged differs from type to type, when it goes out does not.
+/// All 58 types send one prepared request with the service's own client here. Types differ in
+/// judging the reply, not in the time of the request.
 class PlainHandler : public BasicHandler
 {
 public:
@@ -51,7 +51,7 @@ std::vector<HandlerRow> plainHandlers()
     return rows;
 }
 
-/// Takes every message, refuses those under /refused at once, and keeps silent about those under
+/// Accepts every message, refuses those under /refused at once, and does not answer those under
 /// /dead.
 class Peer
 {
@@ -100,7 +100,7 @@ private:
     FastPeer receiver;
 };
 
-/// From the row's writing to its request, in milliseconds.
+/// Time from writing the row to its request, in milliseconds.
 struct Latency
 {
     double median = 0;
@@ -120,8 +120,8 @@ Latency latencyOf(std::vector<double> values)
 
 } // namespace
 
-/// What a type that is in trouble costs others: the service's manager, workers, store and client,
-/// polled as the service polls.
+/// What a failing type costs the others: the service's manager, workers, store and client, polled
+/// as the service polls.
 class TestDeadType : public QObject
 {
     Q_OBJECT
@@ -131,8 +131,8 @@ private Q_SLOTS:
     void init();
     void cleanup();
     void deadTypeBesideHealthyOnes();
-    void freshRowBehindFailingOnes_data();
-    void freshRowBehindFailingOnes();
+    void newRowAfterFailingOnes_data();
+    void newRowAfterFailingOnes();
 
 private:
     /// Polls from now on, `period` from the end of one poll to the next one.
@@ -246,12 +246,12 @@ void TestDeadType::deadTypeBesideHealthyOnes()
     qInfo(
         "%d requests of the dead type stalled; the 99th percentile moved by %.0f ms, a tick is %d ms",
         peer->deadRequests(), with.p99 - without.p99, static_cast<int>(tick.count()));
-    // It was dead all the time, or the figures say nothing.
+    // It was dead all the time; otherwise the figures would mean nothing.
     QVERIFY(peer->deadRequests() >= rounds / 5);
     QVERIFY(with.p99 - without.p99 <= static_cast<double>(tick.count()));
 }
 
-void TestDeadType::freshRowBehindFailingOnes_data()
+void TestDeadType::newRowAfterFailingOnes_data()
 {
     QTest::addColumn<int>("failing");
     QTest::newRow("none") << 0;
@@ -260,7 +260,7 @@ void TestDeadType::freshRowBehindFailingOnes_data()
 }
 
 /// Each pass of a type steps over one refused row.
-void TestDeadType::freshRowBehindFailingOnes()
+void TestDeadType::newRowAfterFailingOnes()
 {
     QFETCH(int, failing);
     const auto period = std::chrono::milliseconds(faults::count(50, 1000));
@@ -277,7 +277,7 @@ void TestDeadType::freshRowBehindFailingOnes()
     qInfo("%d failing rows before it: the fresh row went out at poll %d, after %.1f s with a poll "
           "every %.2f s",
           failing, polls, waited / 1000, static_cast<double>(period.count()) / 1000);
-    // Each of them was tried before it, and none twice.
+    // Each of them was tried before it, and none of them twice.
     QCOMPARE(peer->arrivals().size(), static_cast<size_t>(failing + 1));
 }
 

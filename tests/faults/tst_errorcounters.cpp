@@ -8,8 +8,8 @@ using namespace Qt::StringLiterals;
 using faults::Run;
 using rig::MariaDbServer;
 
-/// The error counter of the control interface while the database server is away. With no rows there
-/// are no workers, so each error in the log is one of the store that the counter tells of.
+/// The error counter of the control interface while the database server is away. Without rows there
+/// are no workers, so each error in the log comes from the store that the counter belongs to.
 class TestErrorCounters : public QObject
 {
     Q_OBJECT
@@ -21,14 +21,14 @@ public:
     }
 
 private Q_SLOTS:
-    void countsWhatTheLogTells_data();
-    void countsWhatTheLogTells();
+    void countsErrorsOfTheLog_data();
+    void countsErrorsOfTheLog();
 
 private:
     MariaDbServer &server;
 };
 
-void TestErrorCounters::countsWhatTheLogTells_data()
+void TestErrorCounters::countsErrorsOfTheLog_data()
 {
     QTest::addColumn<QString>("fault");
     QTest::newRow("stopped for several polls") << u"stop"_s;
@@ -37,11 +37,12 @@ void TestErrorCounters::countsWhatTheLogTells_data()
     QTest::newRow("table locked") << u"lock"_s;
 }
 
-void TestErrorCounters::countsWhatTheLogTells()
+void TestErrorCounters::countsErrorsOfTheLog()
 {
     QFETCH(QString, fault);
     Run run(server.settings());
-    // Those of this test go first, or they would be killed in place of the service's.
+    // The connections of this test are closed first; otherwise they would be killed instead of the
+    // service's.
     const QByteArrayList own = faults::connections(server);
     run.start();
     QVERIFY(run.waitForPolls(1));
@@ -65,7 +66,7 @@ void TestErrorCounters::countsWhatTheLogTells()
     } else {
         server.run(u"LOCK TABLES queues.message WRITE; SELECT SLEEP(2); UNLOCK TABLES"_s);
     }
-    // The first of these finds the server again, the second one finds it well.
+    // The first of these reconnects, the second one succeeds.
     QVERIFY(run.waitForPolls(2));
 
     const QByteArrayList errors = run.storeErrors();

@@ -18,7 +18,7 @@ bool canMount = false;
 
 } // namespace
 
-/// What can happen to the file of the embedded database while eight types drain.
+/// Faults of the embedded database's file while eight types are delivered.
 class TestFileFaults : public QObject
 {
     Q_OBJECT
@@ -29,13 +29,14 @@ private Q_SLOTS:
     void diskFull();
 };
 
-/// Longer than a connection waits for the lock. Rows are read all the while, and none can be
+/// Longer than a connection waits for the lock. Rows are read during that time, and none can be
 /// deleted.
 void TestFileFaults::lockedByAnotherProcess()
 {
     Run run{QString()};
     run.write(faults::count(400, 4'000));
-    // Fewer than a type has rows. Without a hold the queue could be empty before the lock is there.
+    // Fewer than the rows of a type. Without this limit the queue could be empty before the lock is
+    // taken.
     run.traffic.holdAfter(faults::count(45, 450));
     run.start();
     const int rounds = faults::count(1, 5);
@@ -43,7 +44,7 @@ void TestFileFaults::lockedByAnotherProcess()
         QVERIFY(run.waitUntilHeld(round));
         run.database.query(u"BEGIN EXCLUSIVE"_s);
         run.traffic.release();
-        // One type after the other finds out; one of them fails at the till's card already.
+        // The types notice one after another; one of them already fails at the till's card.
         const qsizetype wanted = run.service.output().count(faults::failedStatement)
                                  + faults::Traffic::types().size() / 2;
         const bool isMet =
@@ -70,7 +71,7 @@ void TestFileFaults::readOnly()
     const QDir folder = QFileInfo(run.database.file()).dir();
     QVERIFY(QFile::setPermissions(run.database.file(), QFile::ReadOwner));
     QVERIFY(QFile::setPermissions(folder.path(), QFile::ReadOwner | QFile::ExeOwner));
-    // What is open stays open for writing, so only the next life feels it.
+    // An open file stays writable, so only the next process of the service is affected.
     run.service.kill();
     ++run.kills;
     run.traffic.release();
@@ -100,8 +101,8 @@ void TestFileFaults::diskFull()
         run.traffic.holdAfter(30);
         run.start();
         QVERIFY(run.waitUntilHeld());
-        // While somebody reads what the table held before, the log of changes cannot begin again in
-        // the place that it has already.
+        // While a reader sees an older state of the table, the write-ahead log cannot be reused
+        // from its start.
         run.database.query(u"BEGIN"_s);
         run.database.ids();
         QFile filler(place.filePath(u"filler"_s));

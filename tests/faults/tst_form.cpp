@@ -2,7 +2,7 @@
 
 #include <QtTest>
 
-/// The two forms of the fault tests: which one the environment asks for.
+/// The two forms of the fault tests, chosen by the environment.
 class TestForm : public QObject
 {
     Q_OBJECT

@@ -28,8 +28,8 @@ const QByteArray damaged = u" повреждён ("_s.toUtf8();
 
 bool canMount = false;
 
-/// A till whose queue is not in the folder of its journal, so that the folder's faults are the
-/// journal's.
+/// A till whose queue is not in the folder of the journal, so that faults of that folder affect
+/// only the journal.
 struct JournalRun
 {
     explicit JournalRun(const QString &settings = {})
@@ -67,7 +67,7 @@ struct JournalRun
 } // namespace
 
 /// Whatever happens to the delivery journal, the messages of eight types are delivered, one line
-/// warns, and what became of them is there once the fault is over.
+/// warns, and the outcomes are recorded after the fault.
 class TestJournalFaults : public QObject
 {
     Q_OBJECT
@@ -151,7 +151,7 @@ void TestJournalFaults::lockedByAnotherProgram()
     }
     QSqlDatabase::removeDatabase(u"other"_s);
     QVERIFY(till.waitForRows(408));
-    // Also to the end, which does not wait for the lock.
+    // Also until the end of the service, which does not wait for the lock.
     {
         QSqlDatabase other = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"other"_s);
         other.setDatabaseName(journalFile());
@@ -217,7 +217,7 @@ void TestJournalFaults::clockSetBack()
     QCOMPARE(till.warnings().size(), 0);
 }
 
-/// As a file that was never limited. It is worked off beside the deliveries, and not in one go.
+/// Like a file without a limit so far. It is pruned in portions, during the deliveries.
 void TestJournalFaults::manyRows()
 {
     constexpr qint64 rows = 1'000'000;
@@ -248,7 +248,7 @@ void TestJournalFaults::manyRows()
     QVERIFY2(left > rows / 2, qPrintable(QString::number(left)));
 }
 
-/// What was delivered before the last but one write is on disk.
+/// Outcomes from before the last but one write are on disk.
 void TestJournalFaults::killed()
 {
     const int kills = faults::count(3, 30);
@@ -256,7 +256,7 @@ void TestJournalFaults::killed()
     JournalRun till;
     for (int kill = 0; kill < kills; ++kill) {
         till.run.write(faults::count(600, 2'000));
-        // What the former kill took out of memory is gone without a record.
+        // Outcomes that were in memory at the last kill have no record.
         const QList<int> waiting = till.run.database.ids();
         till.run.start();
         QVERIFY(till.run.waitForRequests(100));

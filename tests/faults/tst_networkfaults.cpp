@@ -28,22 +28,22 @@ namespace {
 
 using Line = RoughPeer::Line;
 
-/// Of an exchange that is to run into it, and of one that is to end by itself, also on a busy
-/// machine.
+/// The timeout of an exchange that must time out, and of one that must end by itself, also on a
+/// busy machine.
 constexpr int timeoutSeconds = 1;
 constexpr int ampleSeconds = 10;
-/// What an exchange may take on top of its timeout on a machine that does other things as well.
+/// How much longer than its timeout an exchange may take on a busy machine.
 constexpr int slackMs = 4000;
 constexpr int secondMs = 1000;
 constexpr qint64 gibibyte = 1024LL * 1024 * 1024;
 constexpr qsizetype chunkSize = 64 * 1024;
-/// Of an answer, as it comes and unpacked.
+/// The limits of an answer, compressed and unpacked.
 constexpr qsizetype maxBodySize = 16 * 1024 * 1024;
-/// A little below what a handler reads of an answer, and below what the client takes.
+/// Slightly below the limits of a handler and of the client.
 constexpr qsizetype readSize = 4 * 1024 * 1024 - 1024;
 constexpr qsizetype allowedSize = 15 * 1024 * 1024;
-/// The most that the service may have resident while it reads one answer, in KiB: one of small JSON
-/// objects takes about thirty times the memory of its text.
+/// The limit of resident memory while the service reads one answer, in KiB: one with small JSON
+/// objects takes about thirty times the size of its text.
 constexpr qint64 documentMemoryLimit = 192 * 1024;
 /// The same for a document of the till of 16 MiB.
 constexpr qint64 tillDocumentMemoryLimit = 288 * 1024;
@@ -65,14 +65,14 @@ struct Deaf
 };
 /// TLS with a certificate of its own.
 using Tls = NginxServer::Setup;
-/// Speaks plain bytes to a client that wants TLS.
+/// Sends plain bytes to a client that expects TLS.
 struct NoTls
 {
     RoughPeer::Conduct conduct;
 };
 using Manner = std::variant<RoughPeer::Conduct, Refused, Deaf, Tls, NoTls>;
 
-/// One way in which a peer can misbehave, and what the client has to make of it.
+/// One way in which a peer can misbehave, and the expected judgement of the client.
 struct Fault
 {
     QByteArray name;
@@ -87,7 +87,7 @@ struct Fault
     bool isNetworkError() const { return errorCode != success && errorCode < 200; }
 };
 
-/// A fault that is going on.
+/// A fault that lasts.
 struct Scene
 {
     explicit Scene(const Fault &fault);
@@ -120,7 +120,7 @@ Scene::Scene(const Fault &fault)
     }
 }
 
-/// Takes the request, says this and keeps the connection.
+/// Reads the request, sends this and keeps the connection open.
 RoughPeer::Conduct says(const QByteArray &bytes)
 {
     return [bytes](Line &line) {
@@ -142,7 +142,7 @@ RoughPeer::Conduct saysAndResets(const QByteArray &bytes)
     return [bytes](Line &line) {
         if (!line.readRequest() || !line.send(bytes))
             return;
-        // A reset takes back what the other side has not read, so it gets the time to do so.
+        // A reset discards what the other side has not read, so it gets time to read.
         line.idle(100);
         line.reset();
     };
@@ -172,7 +172,7 @@ QByteArray headers(int count)
     return lines;
 }
 
-/// What a command of the shell makes of `input`.
+/// The output of a shell command for `input`.
 QByteArray shellOutput(const QString &command, const QByteArray &input = {})
 {
     QProcess shell;
@@ -189,7 +189,7 @@ QByteArray zipped(const QByteArray &bytes)
     return shellOutput(u"gzip"_s, bytes);
 }
 
-/// What `gzip` makes of that many zero bytes, once or twice.
+/// This many zero bytes, compressed with `gzip` once or twice.
 QByteArray bomb(qint64 bytes, int layers)
 {
     return shellOutput(u"head -c %1 /dev/zero"_s.arg(bytes) + u" | gzip -9"_s.repeated(layers));
@@ -201,7 +201,7 @@ QByteArray packed(const QByteArray &encoding, const QByteArray &body)
            + "\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
 }
 
-/// The same on each run, and no HTTP.
+/// The same on each run, and not HTTP.
 QByteArray noise(qsizetype size)
 {
     QRandomGenerator generator(42);
@@ -251,9 +251,9 @@ QList<Fault> plainFaults()
     const QByteArray x(chunkSize, 'x');
     const QByteArray chunk = QByteArray::number(chunkSize, 16) + "\r\n" + x + "\r\n";
     const QByteArray gigabyte = "Content-Length: " + QByteArray::number(gibibyte) + "\r\n\r\n";
-    // More than the peer's system takes on its own.
+    // More than the system of the peer buffers.
     constexpr int manyBytes = 1024 * 1024;
-    // Packing does not make it smaller.
+    // Compression does not make it smaller.
     const QByteArray largeGzip = zipped(noise(maxBodySize - 64 * 1024));
     const QByteArray brokenGzip = QByteArray::fromHex("1f8b0800000000000003") + "no gzip at all";
 
@@ -274,11 +274,11 @@ QList<Fault> plainFaults()
         {"a byte a second of body",             saysAndDrips(okHalf, "x"),                             timedOut, 200},
         {"an interim answer for ever",          saysAndDrips({}, "HTTP/1.1 100 Continue\r\n\r\n"),     timedOut},
         {"resets at once",                      resets,                                                closedEarly},
-        {"resets behind the request",           saysAndResets({}),                                     closedEarly},
+        {"resets after the request",            saysAndResets({}),                                     closedEarly},
         {"resets within the headers",           saysAndResets(ok + "Conte"),                           closedEarly, 200},
         {"resets within the body",              saysAndResets(okHalf),                                 closedEarly, 200},
         {"closes at once",                      closes,                                                closedEarly},
-        {"closes behind the request",           saysAndCloses({}),                                     closedEarly},
+        {"closes after the request",            saysAndCloses({}),                                     closedEarly},
         {"closes within the status line",       saysAndCloses("HTTP/1.1 20"),                          closedEarly},
         {"closes within the headers",           saysAndCloses(ok + "Content-Length: 0\r\n"),           closedEarly, 200},
         {"closes within the body",              saysAndCloses(okHalf),                                 closedEarly, 200},
@@ -342,7 +342,7 @@ QList<Fault> tlsFaults(Papers &papers)
         {"TLS: an unknown authority",           Tls{unknown, {}},                                      tlsFailed},
         {"TLS: a chain without its middle",     Tls{papers.chained({leaf}), {}},                       tlsFailed},
         {"TLS: a chain in reversed order",      Tls{papers.chained({leaf, root, middle}), {}},         success, 200},
-        // A client cannot know without asking the authority, and this one asks nobody.
+        // A client would have to ask the authority, which this one does not.
         {"TLS: a revoked certificate",          Tls{papers.revoked, {}, u"TLSv1.2 TLSv1.3"_s, staple}, success, 200},
         {"TLS 1.0",                             Tls{papers.good, {}, u"TLSv1"_s},                      tlsFailed},
         {"TLS 1.1",                             Tls{papers.good, {}, u"TLSv1.1"_s},                    tlsFailed},
@@ -350,7 +350,7 @@ QList<Fault> tlsFaults(Papers &papers)
     // clang-format on
 }
 
-/// What to look for in the text that the log has for an exchange which ended so.
+/// The text that the log must contain for an exchange that ended so.
 QString textOf(int errorCode)
 {
     switch (errorCode) {
@@ -376,8 +376,8 @@ const QStringList types{
     u"partialreservation"_s, u"softcheck"_s,         u"onlinecheck"_s,     u"deferredcheck"_s,
 };
 
-/// Those of them that are done with a message when any whole answer came; the others keep it when
-/// the exchange has any fault.
+/// Those of them that any complete answer finishes; the others keep the message after any fault of
+/// the exchange.
 const QStringList typesForAnyAnswer{u"softcheck"_s, u"onlinecheck"_s, u"deferredcheck"_s};
 
 QJsonObject request(const QUrl &url, int timeout = ampleSeconds, int bytes = 2)
@@ -396,8 +396,8 @@ bool isKept(const QString &type, const Fault &fault)
 
 } // namespace
 
-/// Peers that do everything wrong: each exchange ends within its timeout, is judged for what it
-/// was, and leaves the service in the memory that it may have.
+/// Peers with every kind of fault: each exchange ends within its timeout, is judged correctly, and
+/// keeps the service within its memory limit.
 class TestNetworkFaults : public QObject
 {
     Q_OBJECT
@@ -438,7 +438,7 @@ private:
 
 void TestNetworkFaults::initTestCase()
 {
-    // The system's own settings would refuse old protocols in the client's place.
+    // The system's settings would refuse old protocols before the client does.
     qputenv("OPENSSL_CONF", papers.certificates
                                 .file("openssl_conf = all\n[all]\nssl_conf = ssl\n[ssl]\n"
                                       "system_default = lax\n[lax]\nMinProtocol = TLSv1\n"
@@ -504,8 +504,7 @@ void TestNetworkFaults::wave(faults::Till &till, const QList<Fault> &wave)
                                                  wave.at(i).requestBytes)));
         till.ask("/start/" + types.at(i).toUtf8() + "/0");
     }
-    // A refused row comes round again in every second pass: the one between finds nothing behind
-    // it.
+    // A refused row is retried in every second pass: the pass between finds no row after it.
     const int passes = faults::count(1, 5);
     for (qsizetype i = 0; i < wave.size(); ++i) {
         const Fault &fault = wave.at(i);
@@ -530,7 +529,7 @@ void TestNetworkFaults::wave(faults::Till &till, const QList<Fault> &wave)
             QVERIFY2(time < fault.timeout() * secondMs + slackMs,
                      (label + ": " + QByteArray::number(time)).constData());
     }
-    // What is still under way must not run into the next wave.
+    // Exchanges still in progress must not run into the next wave.
     QVERIFY(rig::waitUntil([&till] { return till.service().log().isIdle(); }));
     if (faults::isMemoryJudged())
         QVERIFY2(
@@ -572,8 +571,8 @@ void TestNetworkFaults::service()
         qInfo("memory is not judged under a sanitizer");
 }
 
-/// A peer says more than it was asked, after the answer was read. The next delivery over this
-/// connection must not take that for its own answer.
+/// A peer sends more bytes after its answer was read. The next delivery over this connection must
+/// not take them for its own answer.
 void TestNetworkFaults::lateSecondAnswer()
 {
     std::atomic<int> requests{0};
@@ -602,13 +601,14 @@ void TestNetworkFaults::closesKeptConnections_data()
     QTest::addColumn<int>("afterMs");
     QTest::addColumn<int>("mostLost");
     QTest::newRow("with the answer") << 0 << 0;
-    // The request that is on its way at that moment is lost, and teaches the service.
+    // The request that is sent at that moment is lost; from then on the service avoids kept
+    // connections to this host.
     QTest::newRow("soon after it") << 1 << 1;
     QTest::newRow("a little later") << 5 << 1;
 }
 
-/// A server that closes the connection after each answer without a word about it. The rows of a
-/// type go out nevertheless.
+/// A server that closes the connection after each answer without announcing it. The rows of a type
+/// are delivered nevertheless.
 void TestNetworkFaults::closesKeptConnections()
 {
     QFETCH(int, afterMs);
@@ -666,7 +666,7 @@ void TestNetworkFaults::strangeBodies_data()
             attributes += 'a' + QByteArray::number(i) + "='' ";
         return attributes;
     };
-    // What is read at all, and what may come.
+    // The largest answer that a handler reads, and the largest that the client accepts.
     for (const auto &[size, words] :
          {std::pair{readSize, "4 MiB"}, std::pair{allowedSize, "15 MiB"}}) {
         const auto row = [words = words](const char *name) -> QTestData & {
@@ -694,8 +694,7 @@ void TestNetworkFaults::strangeBodies_data()
     }
 }
 
-/// Whole answers of a length that is read, or allowed, whose contents are made to break their
-/// reader.
+/// Complete answers of an allowed length whose contents are made to break the parser.
 void TestNetworkFaults::strangeBodies()
 {
     QFETCH(QString, type);
@@ -726,8 +725,8 @@ void TestNetworkFaults::strangeBodies()
     }
 }
 
-/// Documents as a large shop may have them, at the limits, are delivered, and the memory comes
-/// back.
+/// Documents as large as the limits, as a large shop may have them, are delivered, and the memory
+/// is released.
 void TestNetworkFaults::largeDocuments()
 {
     constexpr qsizetype documentSize = 16 * 1024 * 1024;
@@ -768,12 +767,12 @@ void TestNetworkFaults::largeDocuments()
     if (!faults::isMemoryJudged())
         return;
     QVERIFY(till.peakMemory() < tillDocumentMemoryLimit);
-    // The log keeps the buffers of its longest line, which has the whole message in it.
+    // The log keeps a buffer of the size of its longest line, which contains the whole message.
     QVERIFY(rig::waitUntil([&] { return till.memory() < before + 32 * 1024; }));
 }
 
-/// The two types that speak plain TCP. `dssl` only hands its bytes over, so it is done once it was
-/// connected; `eps` wants its mark back.
+/// The two types that speak plain TCP. `dssl` only sends its bytes, so a connection is enough;
+/// `eps` needs an answer with its mark.
 void TestNetworkFaults::tcpPeers()
 {
     struct TcpFault
@@ -791,7 +790,7 @@ void TestNetworkFaults::tcpPeers()
         {"leaves the handshake unanswered", Deaf{}, false},
         {"keeps silent",                    [](Line &line) { line.listen(); }},
         {"closes at once",                  [](Line &) {}},
-        {"resets behind the first bytes",   [](Line &line) { if (line.awaitBytes()) line.reset(); }},
+        {"resets after the first bytes",    [](Line &line) { if (line.awaitBytes()) line.reset(); }},
         {"does not read",                   [](Line &line) { line.idle(); }, true, manyBytes},
         {"a byte a second",                 [](Line &line) { line.drip("S01AB", secondMs); }},
         {"noise",                           [](Line &line) { if (line.send(noise(4096))) line.listen(); }},
@@ -847,7 +846,7 @@ void TestNetworkFaults::tcpPeers()
         QVERIFY2(attempt.till->service().isRunning(), seen.constData());
         QVERIFY2(attempt.till->isIn(attempt.dssl) != fault.isConnected, seen.constData());
         QVERIFY2(attempt.till->isIn(attempt.eps), seen.constData());
-        // Connecting, writing and closing have the timeout each.
+        // Connecting, writing and closing each have this timeout.
         QVERIFY2(attempt.dsslMs < 3 * timeoutSeconds * secondMs + slackMs, seen.constData());
         constexpr int epsTimeoutMs = 5000;
         QVERIFY2(attempt.epsMs < 2 * epsTimeoutMs + slackMs, seen.constData());
@@ -859,8 +858,8 @@ void TestNetworkFaults::tcpPeers()
           static_cast<long long>(tcpFaults.size()), static_cast<long long>(mostMemory));
 }
 
-/// One worker delivers for two clients and for nobody in turn, another one beside it for nobody.
-/// The server tells whom it saw.
+/// One worker delivers with two client certificates and without one in turn, another worker always
+/// without one. The server reports whom it saw.
 void TestNetworkFaults::certificatesStayApart()
 {
     const QString ivan =

@@ -38,7 +38,7 @@ Outcome runProgram(const QStringList &arguments)
 
 } // namespace
 
-/// One service for a folder, shown with the real program.
+/// One service for a folder, tested with the real program.
 class TestOneService : public QObject
 {
     Q_OBJECT
@@ -47,14 +47,14 @@ private Q_SLOTS:
     void init();
 
     void secondOneIsRefused();
-    void killedOneLeavesNothing();
+    void killedServiceLeavesNoLock();
     void argumentsStartNothing_data();
     void argumentsStartNothing();
     void questions_data();
     void questions();
     void unusableFileIsRefused();
-    void withoutAFileItDelivers();
-    void roleIsTold();
+    void deliversWithoutALockFile();
+    void roleIsReported();
 
 private:
     rig::ServiceProcess newService() const;
@@ -99,7 +99,7 @@ void TestOneService::secondOneIsRefused()
     QVERIFY(service.stop());
 }
 
-void TestOneService::killedOneLeavesNothing()
+void TestOneService::killedServiceLeavesNoLock()
 {
     rig::ServiceProcess service = newService();
     start(service);
@@ -155,7 +155,7 @@ void TestOneService::questions()
 
 void TestOneService::unusableFileIsRefused()
 {
-    // Rights do not hold for root, a link does.
+    // Root ignores file rights, but not a link.
     QVERIFY(QFile::link(database->root() + u"/elsewhere"_s, serviceLockFile()));
     const Outcome outcome = runProgram({});
     QCOMPARE(outcome.exitCode, 2);
@@ -176,9 +176,9 @@ void TestOneService::unusableFileIsRefused()
     QVERIFY(service.output().contains("queue.lock' недоступен (Permission denied)"));
 }
 
-void TestOneService::withoutAFileItDelivers()
+void TestOneService::deliversWithoutALockFile()
 {
-    // A folder that takes no new file: everything that the service must write is there already.
+    // A folder without room for a new file: all files that the service writes exist already.
     const QString folder = QFileInfo(serviceLockFile()).path();
     const QByteArray name = QFile::encodeName(folder);
     database->put(u"nosuch"_s, u"{}"_s);
@@ -196,7 +196,7 @@ void TestOneService::withoutAFileItDelivers()
     QVERIFY(service.stop());
 }
 
-void TestOneService::roleIsTold()
+void TestOneService::roleIsReported()
 {
     rig::ServiceProcess service = newService();
     start(service);

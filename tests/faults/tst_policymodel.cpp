@@ -24,7 +24,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// What the outside services do, and in which order they were asked.
+/// How the outside services behave, and in which order they were asked.
 struct Peers
 {
     QMutex mutex;
@@ -58,11 +58,11 @@ constexpr HandlerRow handlers[] = {
 };
 
 const QStringList types{u"bonus"_s, u"check"_s, u"mark"_s};
-/// A type that nobody delivers.
+/// A type without a handler.
 const QString unknownType = u"nosuch"_s;
 
-/// The policy once more, as one would tell it: the oldest message behind the refused one; done is
-/// deleted, refused is remembered and ends the pass; at the end of the queue the memory goes.
+/// The policy as a model: take the oldest message after the refused one; delete a finished message;
+/// remember a refused one and end the pass; at the end of the queue forget the refused one.
 struct Model
 {
     std::map<int, QString> table;
@@ -138,11 +138,10 @@ std::map<QString, int> toMap(const QMap<QString, int> &ids)
 
 } // namespace
 
-/// The service's own workers and manager walk at random beside a model of a few lines: rows come
-/// and are taken back, peers refuse and change their mind, polls, forced starts, stops and
-/// restarts. After each step both have asked the peers in the same order, deleted the same rows and
-/// remember the same fail ids. QUEUE_FAULTS_SEED repeats a walk, QUEUE_FAULTS_STEPS sets its
-/// length.
+/// Random steps of the service's workers and manager are compared with a model of a few lines: rows
+/// are written and removed, peers refuse and accept, polls, forced starts, stops and restarts.
+/// After each step both have asked the peers in the same order, deleted the same rows and remember
+/// the same fail ids. QUEUE_FAULTS_SEED repeats a run, QUEUE_FAULTS_STEPS sets its length.
 class TestPolicyModel : public QObject
 {
     Q_OBJECT
@@ -184,8 +183,8 @@ int TestPolicyModel::anyRow()
     return std::next(model.table.begin(), anyOf(static_cast<int>(model.table.size())))->first;
 }
 
-/// The manager would save the fail ids while the workers still change them, so it is asked to do it
-/// once they are at rest; during the poll its time has not come.
+/// The manager would save the fail ids while workers still change them, so it saves them after they
+/// have ended; during the poll the save is not due.
 void TestPolicyModel::poll()
 {
     clock->set(model.lastSave);
@@ -216,7 +215,7 @@ void TestPolicyModel::step()
         model.table.erase(id);
     } else if (dice < 66) {
         what = u"time passes"_s;
-        // Now and then it is set back.
+        // Sometimes the clock is set back.
         now += anyOf(10) == 0 ? -anyOf(500) : anyOf(100);
     } else if (dice < 82) {
         what = u"a poll"_s;
@@ -271,7 +270,7 @@ void TestPolicyModel::randomWalk()
                           : std::random_device()();
     qInfo("QUEUE_FAULTS_SEED=%u", seed);
     random.seed(seed);
-    // A line for each of some hundred thousand deliveries helps nobody.
+    // A log line for each of several hundred thousand deliveries would be useless.
     Log4Qt::LogManager::rootLogger()->setLevel(Log4Qt::Level(Log4Qt::Level::OFF_INT));
     faults::useMemoryForTemporaryFolders();
     database = std::make_unique<QueueDatabase>();

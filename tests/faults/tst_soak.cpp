@@ -19,7 +19,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int messagesPerSecond = 50;
-/// One request in so many meets a fault.
+/// On average one of this many requests meets a fault.
 constexpr quint32 oneFaultIn = 8;
 constexpr double slowSeconds = 0.4;
 constexpr int refusalMs = 300;
@@ -41,18 +41,17 @@ constexpr int faultKinds = 4;
 
 const QStringList orderedTypes{u"excisemark"_s, u"markdown"_s, u"partialreservation"_s};
 
-/// What came of the requests so far.
+/// The results of the requests so far.
 struct Counts
 {
     int requests = 0;
     QMap<int, int> faults;
-    /// Requests that no sample makes.
+    /// Requests that are in no sample.
     int unknown = 0;
 };
 
-/// An outside service that answers each request as its sample tells, again and again, but for the
-/// faults that chance puts in. It needs no body to know a request: no sample asks twice for the
-/// same.
+/// An outside service that answers each request as in its sample, repeatedly, except for random
+/// faults. It recognizes a request without its body: no sample has the same request twice.
 class FaultyPeer
 {
 public:
@@ -89,7 +88,7 @@ private:
         rig::Reply reply;
         switch (Fault(chance)) {
         case Fault::Refused:
-            // This one is cut off, and the next ones are not even let in.
+            // This connection is cut, and the next ones are refused.
             QTimer::singleShot(0, &peer, [this] { peer.down(); });
             QTimer::singleShot(refusalMs, &peer, [this] { peer.up(); });
             reply.manner = rig::Reply::Manner::Reset;
@@ -117,7 +116,7 @@ private:
             if (rig::TextPattern(exchange.request).matches(request))
                 return exchange.reply;
         }
-        // A delivery that met a fault may take a way that its sample does not tell.
+        // After a fault, a delivery may make requests that its sample does not have.
         ++counts.unknown;
         rig::Reply reply;
         reply.status = 404;
@@ -130,7 +129,7 @@ private:
     rig::ScriptedPeer peer;
 };
 
-/// What the service takes of the machine.
+/// The resources that the service uses.
 struct Use
 {
     qint64 memoryKb = 0;
@@ -144,7 +143,7 @@ Use useOf(const rig::ProcessUse &process)
     return {process.memory(), process.threads(), process.descriptors(), process.sockets()};
 }
 
-/// The most that was seen of each.
+/// The maximum of each.
 Use most(const QList<Use> &uses)
 {
     Use result;
@@ -167,7 +166,7 @@ QString told(const Use &use)
 
 } // namespace
 
-/// The service under a steady load of every type it has, whose peers fail now and then.
+/// The service under a steady load of all its types, with peers that fail from time to time.
 class TestSoak : public QObject
 {
     Q_OBJECT
@@ -249,7 +248,7 @@ void TestSoak::startService()
 
 void TestSoak::putWhatIsDue(qint64 elapsedMs)
 {
-    // What a moment of a busy machine held up follows in small portions.
+    // Rows that were delayed by a busy machine follow in small portions.
     const qint64 due = std::min<qint64>(elapsedMs * messagesPerSecond / 1000, put + 20);
     for (; put < due; ++put)
         table->put(messages[put % messages.size()].row());
@@ -264,7 +263,7 @@ void TestSoak::nothingGrows()
 
     const int seconds = faults::count(15, 1800);
     // By then every worker has run, every certificate is converted, and the pool has as many
-    // threads as the load asks for.
+    // threads as the load needs.
     const int warmUpSeconds = seconds / 3;
     QList<Use> early;
     QList<Use> late;
@@ -305,8 +304,8 @@ void TestSoak::nothingGrows()
     QVERIFY(counts.faults.size() == faultKinds);
     QVERIFY(counts.unknown < counts.requests / 100);
 
-    // Some come and go with the moment: each thread keeps connections for half a minute, which the
-    // short form does not see the end of. A leak grows with every message.
+    // Some descriptors are temporary: each thread keeps connections for half a minute, longer than
+    // the short form runs. A leak grows with every message.
     const int slack = faults::longForm() ? before.connections / 10 + 50 : 150;
     QVERIFY2(after.threads <= before.threads + 20, "threads");
     QVERIFY2(after.descriptors <= before.descriptors + slack, "descriptors");
@@ -315,8 +314,8 @@ void TestSoak::nothingGrows()
         QVERIFY2(after.memoryKb <= before.memoryKb * 115 / 100 + 4096, "memory");
 
     // With healthy peers everything is delivered in the end. The samples of three types are all
-    // about the same mark or reservation, so each of their rows waits for all before it and takes
-    // polls of its own: of these the long form leaves some hundreds.
+    // about the same mark or reservation, so each of their rows waits for all earlier ones and
+    // needs polls of its own: the long form leaves some hundreds of them.
     for (const auto &peer : peers)
         peer->hasFaults = false;
     const auto left = [this](bool ofOrderedTypes) {

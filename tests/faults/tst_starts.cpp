@@ -18,7 +18,7 @@ using rig::FastPeer;
 
 namespace {
 
-/// Takes everything, and counts how often each row arrived.
+/// Accepts everything and counts how often each row arrived.
 class Peer
 {
 public:
@@ -52,7 +52,7 @@ private:
     FastPeer receiver;
 };
 
-/// Forces starts over one connection, always two in one packet, until it is told to end.
+/// Forces starts over one connection, two in each packet, until it is stopped.
 class Caller
 {
 public:
@@ -98,7 +98,7 @@ private:
 
 } // namespace
 
-/// Polls and forced starts that meet, at the real service.
+/// Simultaneous polls and forced starts of the real service.
 class TestStarts : public QObject
 {
     Q_OBJECT
@@ -124,8 +124,7 @@ void TestStarts::floodOfStarts()
         std::vector<std::unique_ptr<Caller>> flood;
         for (int caller = 0; caller < callers; ++caller)
             flood.push_back(std::make_unique<Caller>(service.controlPort()));
-        // A few rows at a time, so that the worker comes to its end and is started again all the
-        // time.
+        // A few rows at a time, so that the worker ends and is started again all the time.
         for (int number = 0; number < rows; ++number) {
             database.put(u"cardlab"_s, peer.body(number));
             if (number % 20 == 19)
@@ -148,7 +147,7 @@ void TestStarts::floodOfStarts()
           static_cast<int>(started));
     QCOMPARE(arrivals.size(), static_cast<size_t>(rows));
     QVERIFY2(repeated.isEmpty(), qPrintable(repeated.join(u", "_s)));
-    // Without many of both it says nothing.
+    // The test means something only with many of both.
     QVERIFY(answers > rows / 10 && started > rows / 50);
 }
 

@@ -29,24 +29,23 @@ const QString removalText = u"DELETE FROM message WHERE messageid = :messageid"_
 
 constexpr int statementsOfAStore = 11;
 
-/// What a connection is brought up with, before the statements of the store.
+/// The statements that set up a connection, before those of the store.
 bool isOfTheConnection(const Step &step)
 {
     return step.kind == Step::Kind::Open || step.statement.startsWith(u"PRAGMA"_s)
            || step.statement.startsWith(u"ATTACH"_s) || step.statement.contains(u"sqlite_master"_s);
 }
 
-/// A database that cannot be put into its usual mode of writing serves all the same.
+/// A database that cannot be switched to WAL is used nevertheless.
 bool isTolerated(const Step &step)
 {
     return step.statement.contains(u"journal_mode"_s);
 }
 
-/// The errors that one store has to count for its steps: one for a statement that failed, one for a
-/// probe that failed, be it after another statement or by itself, one for a connection that could
-/// not be brought up again. A preparation that fails while the store connects is no error yet;
-/// one that fails when its statement is due counts as that statement.
-/// `isConnected`: the steps begin behind a connection that succeeded.
+/// The errors that one store must count for its steps: one for each failed statement, one for each
+/// failed probe, after another statement or alone, one for each failed reconnection. A preparation
+/// that fails while the store connects is not an error yet; one that fails when its statement is
+/// executed counts as that statement. `isConnected`: the steps begin after a successful connection.
 int expectedErrors(const QList<Step> &steps, bool isConnected)
 {
     int errors = 0;
@@ -76,11 +75,11 @@ int expectedErrors(const QList<Step> &steps, bool isConnected)
     return errors;
 }
 
-/// What the deliveries of all workers come to.
+/// The results of the deliveries of all workers.
 struct Peer
 {
     QHash<int, int> deliveries;
-    /// Refused until the test says otherwise.
+    /// Refused until the test changes it.
     QSet<int> refused;
 };
 
@@ -106,14 +105,14 @@ public:
         errors = dao->getErrorsCount();
     }
 
-    /// Of its store; -1 before the end of the pass.
+    /// The error count of its store; -1 before the end of the pass.
     int errors = -1;
 
 private:
     Peer &peer;
 };
 
-/// Whether a worker that took these steps may throw: it did not get its connection.
+/// Whether a worker with these steps may throw: it got no connection.
 bool mayThrow(const QList<Step> &steps)
 {
     const bool isLost = std::ranges::any_of(steps, [](const Step &step) {
@@ -125,8 +124,8 @@ bool mayThrow(const QList<Step> &steps)
     return isLost && !hasPrepared;
 }
 
-/// The deletions that were tried in vain, be it for want of a connection: a handler that keeps its
-/// message asks nothing more of the store.
+/// The deletions that failed, also for lack of a connection: for a kept message the store is not
+/// used any more.
 int failedRemovals(const QList<Step> &steps)
 {
     const auto refused = std::ranges::count_if(steps, [](const Step &step) {
@@ -148,7 +147,7 @@ int failedRemovals(const QList<Step> &steps)
     return hasRead && !hasRemoved && endsUnconnected ? 1 : 0;
 }
 
-/// The sample of each type, and what else the document store takes part in.
+/// The sample of each type, and further scenarios that use the document store.
 QList<stand::ScenarioSource> shopScenarios()
 {
     QList<stand::ScenarioSource> chosen;
@@ -168,8 +167,8 @@ QList<stand::ScenarioSource> shopScenarios()
 
 } // namespace
 
-/// Every statement of the store fails in its turn, once and from then on, and nothing worse comes
-/// of it than an empty queue and a counted error.
+/// Every statement of the store fails in turn, once and permanently; the result is at most an empty
+/// queue and a counted error.
 class TestStatements : public QObject
 {
     Q_OBJECT
@@ -179,7 +178,7 @@ private Q_SLOTS:
     {
         faultydriver::install();
         faults::useMemoryForTemporaryFolders();
-        // Some ten thousand failures would be told of.
+        // Some ten thousand failures would be logged.
         Log4Qt::LogManager::rootLogger()->setLevel(Log4Qt::Level(Log4Qt::Level::OFF_INT));
     }
     void operations_data();
@@ -197,7 +196,7 @@ private:
     void runOperations(queue::DAO &dao, int doomed);
     void runPass(QueueHandler &manager, const std::shared_ptr<SharedState> &state, Peer &peer);
 
-    /// Findings of the pass under way.
+    /// Findings of the current pass.
     QStringList findings;
     int endsWithoutConnection = 0;
     int casesOfTypes = 0;
@@ -252,10 +251,10 @@ void TestStatements::operations()
         QVERIFY2(chosen == 0 || steps.at(chosen - 1).failed, qPrintable(QString::number(chosen)));
         QCOMPARE(dao.getErrorsCount(), expectedErrors(steps, true));
         QCOMPARE(dao.getErrorsCount() > 0, chosen > 0);
-        // The row goes exactly when a deletion was carried out.
+        // The row is deleted exactly when a deletion was executed.
         const bool isRemoved = steps.contains(Step{Step::Kind::Execute, removalText, false});
         QCOMPARE(database.ids(), isRemoved ? QList<int>{kept} : (QList<int>{kept, doomed}));
-        // Whatever it was, the next use of the store or the one behind it works.
+        // Whatever failed, the next use of the store or the one after it works.
         dao.getMessage(u"cardlab"_s, -1, false, QString());
         QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, kept);
         errors += dao.getErrorsCount();
@@ -343,21 +342,20 @@ void TestStatements::passes()
         const QList<Step> steps = faultydriver::steps();
         faultydriver::arm(0, false);
 
-        // Nothing is gone that was not delivered.
+        // No row is deleted that was not delivered.
         const QList<int> left = database.ids();
         for (const int id : std::as_const(written)) {
             if (!left.contains(id) && peer.deliveries.value(id) == 0)
                 findings.append(u"row %1 went away without a delivery"_s.arg(id));
         }
-        // The peer is well and so is the database: at most a pass for each refusal and one to find
-        // the end.
+        // Peer and database work again: at most one pass for each refusal and one to find the end.
         peer.refused.clear();
         for (int pass = 0; pass < 4 && !database.ids().isEmpty(); ++pass)
             runPass(manager, state, peer);
         QVERIFY2(findings.isEmpty(), qPrintable(u"step %1: "_s.arg(chosen) + findings.join(u'\n')));
         QCOMPARE(database.ids(), QList<int>());
 
-        // Each further delivery has a deletion that could not be done.
+        // Each further delivery has a failed deletion.
         const auto failedRemovals = std::ranges::count_if(steps, [](const Step &step) {
             return step.kind == Step::Kind::Execute && step.failed && step.statement == removalText;
         });
@@ -383,7 +381,7 @@ void TestStatements::everyType_data()
     QTest::addColumn<bool>("isForEver");
     QSet<QString> types;
     for (const stand::ScenarioSource &source : shopScenarios()) {
-        // One with several messages has a sample of its type beside it.
+        // A scenario with several messages runs together with a sample of its type.
         if (source.isSample())
             types.insert(source.type());
         for (const bool isForEver : {false, true})
@@ -396,9 +394,9 @@ void TestStatements::everyType_data()
     QVERIFY2(types == all, qPrintable((all - types).values().join(u' ')));
 }
 
-/// With the real handlers: whatever statement fails, no row ends the service, none goes away
-/// without a delivery, and what the outside service has taken is not sent again unless its row
-/// could not be deleted.
+/// With the real handlers: whatever statement fails, no row ends the service, no row is deleted
+/// without a delivery, and a delivered message is not sent again unless its row could not be
+/// deleted.
 void TestStatements::everyType()
 {
     QFETCH(stand::ScenarioSource, source);
@@ -430,7 +428,7 @@ void TestStatements::everyType()
         const int requests = shop.requestsOfAMessage();
         QVERIFY2(gone * requests <= shop.arrived() - arrivedBefore, qPrintable(where));
 
-        // The database is well again.
+        // The database works again.
         for (int pass = 0; pass < 4 && shop.left() > 0; ++pass)
             shop.runPass();
         QVERIFY2(shop.left() == 0, qPrintable(where));
@@ -453,7 +451,8 @@ void TestStatements::documentStoreTookPart()
 }
 
 /// The store of the main thread lives as long as the service. A statement that could not be
-/// prepared, say for a lock, is prepared again when it is due, and the lock may be gone by then.
+/// prepared, for example because of a lock, is prepared again before its execution, when the lock
+/// may be gone.
 void TestStatements::statementThatCouldNotBePrepared()
 {
     faultydriver::arm(0, false);
@@ -480,7 +479,7 @@ void TestStatements::statementThatCouldNotBePrepared()
     QCOMPARE(dao.getMessageTypeCounts().size(), 1);
     QCOMPARE(dao.getErrorsCount(), 0);
 
-    // The same with the preparation when it is due: the call after that one is well.
+    // The same with the preparation before the execution: the call after that one succeeds.
     faultydriver::arm(number, false);
     dao.connect();
     faultydriver::arm(1, false);
@@ -495,7 +494,7 @@ void TestStatements::groups_data()
     operations_data();
 }
 
-/// Three workers remove their rows in one transaction, each of whose statements fails in its turn.
+/// Three workers remove their rows in one transaction, and each of its statements fails in turn.
 void TestStatements::groups()
 {
     QFETCH(bool, isForEver);
@@ -565,14 +564,14 @@ void TestStatements::groups()
                 [](const Step &step) { return step.statement == removalText && !step.failed; });
             QVERIFY2(own == (chosen == 0 ? 0 : workers), which);
         } else {
-            // Nothing is gone that was not committed.
+            // No row is deleted without a commit.
             QCOMPARE(left, rows);
-            // A statement and the probe fail. A transaction that could not be ended either is left
-            // by a new connection, which fails as well, before a statement is tried.
+            // A statement and the probe fail. A transaction that could not be ended is abandoned
+            // with a new connection, which fails as well, before any statement.
             const bool isOpen = chosen > 1;
             QCOMPARE(errors, (std::vector<int>{isOpen ? 1 : 2, 2, 2}));
         }
-        // Nobody is left with a transaction or a lock.
+        // No connection is left with a transaction or a lock.
         QCOMPARE(database.ids(), QList<int>());
         QCOMPARE(errorsAfterwards, errors);
     }

@@ -21,7 +21,7 @@ namespace {
 
 constexpr int limitMs = 60'000;
 
-/// The service manager's end of the line.
+/// The service manager's end of the socket.
 class Manager
 {
 public:
@@ -42,7 +42,7 @@ public:
     Manager(const Manager &) = delete;
     Manager &operator=(const Manager &) = delete;
 
-    /// Everything that was said so far, in its order.
+    /// All messages so far, in their order.
     const QByteArrayList &words()
     {
         char buffer[512];
@@ -72,8 +72,8 @@ const QByteArray cutLine = u"Повторный сигнал завершени�
 
 } // namespace
 
-/// What the service tells its manager at the end, and what a second signal does, shown with the
-/// real program.
+/// What the service tells the service manager at the end, and what a second signal does, tested
+/// with the real program.
 class TestStop : public QObject
 {
     Q_OBJECT
@@ -144,7 +144,7 @@ void TestStop::deliveryInTimeIsWaitedFor()
     QVERIFY(peer->waitForRequests(1));
     QCOMPARE(manager->count("EXTEND_TIMEOUT_USEC"), 0);
     service->signal(SIGTERM);
-    // Longer than the grace for what is not waited for, too.
+    // Also longer than the time limit for work that the end does not wait for.
     QVERIFY(manager->waitFor(extension, 8));
     QVERIFY(service->isRunning());
     QCOMPARE(manager->count("STATUS="), manager->count(extension));
@@ -160,7 +160,7 @@ void TestStop::deliveryInTimeIsWaitedFor()
     QCOMPARE(service->output().count(cutLine), 0);
 }
 
-/// Its second request, too, is answered with "not done yet"; then it sleeps for a quarter of an
+/// Its second request is also answered with "not done yet"; then it sleeps for a quarter of an
 /// hour.
 void TestStop::pauseOfAPollIsWaitedFor()
 {

@@ -50,7 +50,7 @@ public:
     {
         return QTest::qWaitFor([&] { return role() == wanted; }, limitMs);
     }
-    /// How often a line is in the log.
+    /// How often the log has a line.
     qsizetype count(const QByteArray &line) const { return service.output().count(line); }
     bool waitForLine(const QByteArray &line, qsizetype times = 1)
     {
@@ -69,7 +69,7 @@ public:
 
 } // namespace
 
-/// Two real services that name one schema on one real server.
+/// Two real services with one schema on one real server.
 class TestTwoServices : public QObject
 {
     Q_OBJECT
@@ -101,7 +101,7 @@ private:
     int rows() { return server.run(u"SELECT COUNT(*) FROM queues.message"_s).trimmed().toInt(); }
     bool waitUntilEmpty();
     QByteArray lockHolder();
-    /// Until the services have asked the server this many more questions.
+    /// Waits until the server has executed this many more statements of the services.
     bool waitForQuestions(int count);
     /// How often each row arrived, by its number.
     QHash<QByteArray, int> arrivals() const;
@@ -219,13 +219,13 @@ void TestTwoServices::oneDelivers()
     QCOMPARE(second->count(pollLine), 0);
     QCOMPARE(first->count(standByLine), 0);
     QCOMPARE(repeats(), 0);
-    // Nothing that anybody must look at.
+    // No warning or error that needs attention.
     QCOMPARE(first->count(" WARN ") + first->count(" ERROR "), 0);
     QVERIFY(second->service.stop());
     QVERIFY(first->service.stop());
 }
 
-/// The delivery in hand ends before the stand-by begins.
+/// The delivery in progress ends before the stand-by begins.
 void TestTwoServices::endHandsOver()
 {
     startBoth();
@@ -256,10 +256,10 @@ void TestTwoServices::killHandsOver()
     QVERIFY(second->waitForRole(u"active"_s));
     QVERIFY(waitUntilEmpty());
     QCOMPARE(arrivals().size(), 500);
-    // The one in hand may have been taken without its row being deleted.
+    // The message in progress may have been accepted without its row being deleted.
     QVERIFY2(repeats() <= 1, qPrintable(QString::number(repeats())));
 
-    // The one that comes back is the stand-by now.
+    // The service that comes back is now the stand-by.
     first->service.start();
     QVERIFY(first->waitForRole(u"standby"_s));
     QCOMPARE(second->role(), u"active"_s);
@@ -275,7 +275,7 @@ void TestTwoServices::stoppedOneKeepsTheQueue()
     QVERIFY(peer->waitForRequests(1));
     const QByteArray holder = lockHolder();
     first->service.signal(SIGSTOP);
-    // Of the two, only the stand-by asks the server something now, once a second.
+    // Only the stand-by sends statements now, once a second.
     QVERIFY(waitForQuestions(8));
     QCOMPARE(lockHolder(), holder);
     QCOMPARE(second->role(), u"standby"_s);
@@ -289,8 +289,7 @@ void TestTwoServices::stoppedOneKeepsTheQueue()
     QVERIFY(second->service.stop());
 }
 
-/// The server closes the connection of a service that it has heard nothing of; here that is done by
-/// hand.
+/// The server closes the connection of a silent service; here the test does it.
 void TestTwoServices::silentOneLosesTheQueueAndKeepsItsDelivery()
 {
     startBoth();
@@ -301,7 +300,7 @@ void TestTwoServices::silentOneLosesTheQueueAndKeepsItsDelivery()
     faults::killConnection(server, lockHolder());
     QVERIFY(second->waitForRole(u"active"_s));
     write(u"abmloyalty"_s, 10);
-    // The stand-by delivers all but the type of which a delivery may be under way.
+    // The stand-by delivers all types except the one that may have a delivery in progress.
     QVERIFY(QTest::qWaitFor([this] { return rows() == 10; }, limitMs));
     QVERIFY(second->waitForLine(otherHasTypeLine));
     QCOMPARE(repeats(), 0);
@@ -313,7 +312,7 @@ void TestTwoServices::silentOneLosesTheQueueAndKeepsItsDelivery()
     QVERIFY(waitUntilEmpty());
     QCOMPARE(arrivals().size(), 20);
     QCOMPARE(repeats(), 0);
-    // It ends the delivery that it has, and begins no other.
+    // It finishes its delivery and begins no other.
     QCOMPARE(first->count(deliveryLine), 1);
     QCOMPARE(second->count(deliveryLine), 19);
     QVERIFY(first->service.stop());
@@ -331,10 +330,10 @@ void TestTwoServices::cutLockComesBack()
         QVERIFY(first->waitForLine(returnLine, cut));
         QVERIFY(first->waitForRole(u"active"_s));
         QCOMPARE(second->role(), u"standby"_s);
-        // Both look once a second; the stand-by must have seen that the lock is held again.
+        // Both check once a second; the stand-by must have seen that the lock is held again.
         QVERIFY(waitForQuestions(4));
     }
-    // The stand-by sees a free lock and leaves it to the one that had it.
+    // The stand-by sees a free lock and leaves it to the service that had it.
     first->service.signal(SIGSTOP);
     faults::killConnection(server, lockHolder());
     const bool isSeen = waitForQuestions(2);
@@ -352,8 +351,8 @@ void TestTwoServices::cutLockComesBack()
     QVERIFY(second->service.stop());
 }
 
-/// The server goes on with the connection that the service has given up, and lets the lock go with
-/// it.
+/// The server still serves the connection that the service has closed, and releases the lock when
+/// it ends.
 void TestTwoServices::silentServer()
 {
     startBoth();
@@ -409,7 +408,7 @@ void TestTwoServices::restartedServer()
         },
         limitMs));
     QCOMPARE(arrivals().size(), 10);
-    // Its row could not be deleted while the server was away.
+    // Its row could not be deleted while the server was down.
     QVERIFY2(repeats() <= 1, qPrintable(QString::number(repeats())));
     const auto roles = [this] {
         QStringList both{first->role(), second->role()};
