@@ -13,8 +13,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// What the till may write into the column `type`, in the order in which the rows stand, and who
-/// delivers it.
+/// The values that the till may write into the column `type`, in the order of the table, and the
+/// handler of each.
 struct Row
 {
     QString type;
@@ -114,12 +114,12 @@ class TestHandlerTable : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void rowsStandInTheirOrder();
+    void rowsAreInOrder();
     void everyRowBuildsItsHandler_data();
     void everyRowBuildsItsHandler();
 };
 
-void TestHandlerTable::rowsStandInTheirOrder()
+void TestHandlerTable::rowsAreInOrder()
 {
     QCOMPARE(allRows.size(), 58);
     QCOMPARE(builtTypes(), allTypes());

@@ -26,7 +26,7 @@ QString doneBefore(const QString &reason)
     return u"delivered: "_s + reason;
 }
 
-/// The exchange went through, and the reply says no.
+/// The exchange succeeded, but the reply refuses.
 QString kept(const QString &reason)
 {
     return u"kept service: "_s + reason;
@@ -41,7 +41,7 @@ const QString refused = u"сервис отказал, повтор не пре�
 
 } // namespace
 
-/// What the service records of a message of each type, by what the outside service said to it.
+/// What the service records of a message of each type, by the answer of the outside service.
 class TestVerdicts : public QObject
 {
     Q_OBJECT
@@ -93,7 +93,7 @@ void TestVerdicts::compare()
 void TestVerdicts::forwarding_data()
 {
     addColumns();
-    // What the reply holds is not read, so the exchange alone decides.
+    // The reply is not read, so only the exchange decides.
     const QStringList plain{u"abmloyalty"_s,       u"cardlab"_s,       u"customeraddress"_s,
                             u"estesis"_s,          u"heineken"_s,      u"nochange"_s,
                             u"smartscales"_s,      u"waybillnumber"_s, u"winelabbonus"_s,

@@ -28,7 +28,7 @@ const QString settings = u"[ApMindbox]\nurl = https://mind.test/v3/operations/sy
                          "endpoint = Trekraip.Till\nsecretKey = s3cret\n"_s;
 
 using ResultPointer = std::shared_ptr<OperationResult>;
-/// Calls one operation and hands its result back as what it is.
+/// Calls one operation and returns its result as its own class.
 using Call = std::function<ResultPointer(Interface &)>;
 
 template <typename Operation>
@@ -123,7 +123,7 @@ private Q_SLOTS:
 
 void TestApMindboxInterface::initTestCase()
 {
-    // Away from UTC, so that the one cannot pass for the other.
+    // Not UTC, so that local time cannot be mistaken for UTC.
     qputenv("TZ", "Asia/Kamchatka");
 }
 
@@ -169,7 +169,7 @@ void TestApMindboxInterface::settingsOfTheTill()
     Interface client;
     QCOMPARE(log.lines(),
              QStringList{u"INFO  адрес сервера: https://mind.test/v3/operations/sync"_s});
-    // What the object was made with stays with it.
+    // The object keeps the settings of its construction.
     till.setSettings(QString());
     for (int i = 0; i < 2; ++i)
         client.execute(u"Offline.GetCustomer"_s, {}, QString());
@@ -294,7 +294,7 @@ void TestApMindboxInterface::everyOperationGoesThroughExecute()
     QFETCH(QString, name);
     QFETCH(QByteArray, body);
 
-    /// The operations with another way to the platform.
+    /// The operations that reach the platform in another way.
     struct Rerouted : Interface
     {
         OperationResult execute(const QString &operationName, const QJsonObject &request,
@@ -417,7 +417,7 @@ void TestApMindboxInterface::queryOfTheAddressIsReplaced()
              QStringList{u"POST http://mind.test/sync?endpointId=&operation=Offline.Any"_s});
 }
 
-/// It must not become the address of another server.
+/// The value must not turn the address into that of another server.
 void TestApMindboxInterface::unreadableAddress()
 {
     QueueDatabase till;
@@ -585,7 +585,7 @@ void TestApMindboxInterface::timeOfTheFirstAttempt()
     QJsonObject given = order;
     client.createAuthorizedOrder(given, false);
     clock.set(1'767'225'600);
-    // An order that brings a time gets that of its attempt.
+    // An order with a time gets the time of its attempt.
     given.insert(u"executionDateTimeUtc"_s, u"01.01.2000 00:00:00"_s);
     client.createAuthorizedOrder(given, false);
 

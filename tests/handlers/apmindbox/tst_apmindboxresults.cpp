@@ -121,7 +121,8 @@ void TestApMindboxResults::status_data()
     QTest::newRow("validation error") << QByteArray(R"({"status":"ValidationError"})") << 3;
     QTest::newRow("protocol error") << QByteArray(R"({"status":"ProtocolError"})") << 4;
     QTest::newRow("another text") << QByteArray(R"({"status":"InternalServerError"})") << 0;
-    QTest::newRow("Error is no text of the platform") << QByteArray(R"({"status":"Error"})") << 0;
+    QTest::newRow("Error is not a text of the platform")
+        << QByteArray(R"({"status":"Error"})") << 0;
     QTest::newRow("case matters") << QByteArray(R"({"status":"success"})") << 0;
     QTest::newRow("a number") << QByteArray(R"({"status":2})") << 0;
     QTest::newRow("an object") << QByteArray(R"({"status":{"status":"Success"}})") << 0;
@@ -154,7 +155,7 @@ void TestApMindboxResults::errorMessage_data()
         << QStringList{u"ERROR Статус: ProtocolError"_s, u"ERROR Ошибка: Нет операции"_s};
     QTest::newRow("with success") << QByteArray(R"({"status":"Success","errorMessage":"x"})")
                                   << QStringList{u"ERROR Статус: Success"_s, u"ERROR Ошибка: x"_s};
-    QTest::newRow("an unknown status is told as it came")
+    QTest::newRow("an unknown status is logged unchanged")
         << QByteArray(R"({"status":"Busy","errorMessage":"x"})")
         << QStringList{u"ERROR Статус: Busy"_s, u"ERROR Ошибка: x"_s};
     QTest::newRow("without a status") << QByteArray(R"({"errorMessage":"x"})")
@@ -200,12 +201,12 @@ void TestApMindboxResults::connection_data()
     QTest::newRow("no answer in time") << timeout() << true;
     QTest::newRow("500 without a body") << reply(500) << true;
     QTest::newRow("500 with an empty object") << reply(500, "{}") << true;
-    QTest::newRow("502 of a proxy, no JSON") << reply(502, "<html>Bad Gateway</html>") << true;
+    QTest::newRow("502 of a proxy, not JSON") << reply(502, "<html>Bad Gateway</html>") << true;
     QTest::newRow("400 without a body") << reply(400) << true;
     QTest::newRow("204") << reply(204) << true;
     QTest::newRow("302 without a body") << reply(302) << true;
     QTest::newRow("500 with an array") << reply(500, R"([{"status":"Success"}])") << true;
-    QTest::newRow("cut off behind a 500") << http::Response::failed(2, tr::Tr(u"x"_s), 500) << true;
+    QTest::newRow("cut off after a 500") << http::Response::failed(2, tr::Tr(u"x"_s), 500) << true;
     QTest::newRow("200 without a body") << reply(200) << false;
     QTest::newRow("200 with an empty object") << reply(200, "{}") << false;
     QTest::newRow("cut off after a 200") << http::Response::failed(2, tr::Tr(u"x"_s), 200) << true;
@@ -240,7 +241,7 @@ void TestApMindboxResults::codesOfTheExchange()
     QCOMPARE(lost.httpStatus, 0);
     QCOMPARE(lost.networkError, 4);
     QVERIFY(lost.response.isEmpty());
-    // The code of the exchange plays no part in the verdict.
+    // The code of the exchange does not influence the verdict.
     QVERIFY(resultOf(reply(400, successReply)).isSuccess());
 }
 
@@ -259,12 +260,12 @@ void TestApMindboxResults::processingStatus_data()
     QTest::newRow("NotProcessed") << uR"("NotProcessed")"_s << 9;
     QTest::newRow("Calculated") << uR"("Calculated")"_s << 10;
     QTest::newRow("IncorrectConfirmationCode") << uR"("IncorrectConfirmationCode")"_s << 11;
-    // The card operations of the larger client are strange here.
+    // This client has no card operations like the larger one.
     QTest::newRow("Bound") << uR"("Bound")"_s << 0;
     QTest::newRow("AlreadyBoundToCurrentCustomer") << uR"("AlreadyBoundToCurrentCustomer")"_s << 0;
     QTest::newRow("PriceHasBeenChanged") << uR"("PriceHasBeenChanged")"_s << 0;
     QTest::newRow("case matters") << uR"("processed")"_s << 0;
-    QTest::newRow("a blank behind") << uR"("Processed ")"_s << 0;
+    QTest::newRow("a trailing blank") << uR"("Processed ")"_s << 0;
     QTest::newRow("empty") << uR"("")"_s << 0;
     QTest::newRow("a number") << u"8"_s << 0;
     QTest::newRow("true") << u"true"_s << 0;
@@ -331,7 +332,7 @@ void TestApMindboxResults::customer_data()
                                       << noCustomer;
     QTest::newRow("custom fields as an array")
         << QByteArray(R"({"customFields":[true]})") << noCustomer;
-    // The first value on the way that is no object is what the path means.
+    // A path ends at the first value that is not an object; that value is its result.
     QTest::newRow("custom fields as true")
         << QByteArray(R"({"customFields":true})") << u"no|yes|||||-||0"_s;
     QTest::newRow("a text instead of the customer")
@@ -349,7 +350,7 @@ void TestApMindboxResults::customer()
     QFETCH(QByteArray, json);
     QFETCH(QString, expected);
 
-    // What the reply says of the customer does not depend on what it says of the operation.
+    // The customer's part of the reply does not depend on the result of the operation.
     const QByteArray alone = R"({"customer":)" + json + "}";
     const QByteArray besideError = R"({"errorMessage":"x","customer":)" + json + "}";
     QCOMPARE(told(resultOf(alone).customer), expected);
@@ -372,9 +373,9 @@ void TestApMindboxResults::strangeReply_data()
     QTest::newRow("HTML") << QByteArray("<html><body>Success</body></html>");
     QTest::newRow("cut off") << QByteArray(
         R"({"status":"Success","order":{"processingStatus":"Processed")");
-    QTest::newRow("rubbish behind")
+    QTest::newRow("rubbish after it")
         << QByteArray(R"({"status":"Success","order":{"processingStatus":"Processed"}}})");
-    QTest::newRow("no UTF-8") << QByteArray("{\"status\":\"\xff\xfe\"}");
+    QTest::newRow("not UTF-8") << QByteArray("{\"status\":\"\xff\xfe\"}");
     QTest::newRow("zero bytes") << QByteArray(64, '\0');
     QTest::newRow("order as a text") << QByteArray(R"({"order":"yes","status":""})");
     QTest::newRow("order as an array")
@@ -428,7 +429,7 @@ void TestApMindboxResults::hugeReply()
     QVERIFY(order.isSuccess());
     QVERIFY(!order.response.isEmpty());
 
-    // As long, and broken at its last byte.
+    // As long, but invalid at its last byte.
     const QByteArray cutOff = R"({"status":"Success","a":")" + name;
     QVERIFY(resultOf(cutOff).response.isEmpty());
 }
@@ -441,7 +442,8 @@ void TestApMindboxResults::success_data()
     const auto row = [](const char *name, const QByteArray &body, const QString &successes) {
         QTest::newRow(name) << body << successes;
     };
-    // Who takes the reply for a success: any operation, an order, a lookup, a registration.
+    // Which results count the reply as a success: any operation, an order, a lookup, a
+    // registration.
     row("success alone", R"({"status":"Success"})", u"operation"_s);
     row("found", R"({"status":"Success","customer":{"processingStatus":"Found"}})",
         u"operation lookup"_s);

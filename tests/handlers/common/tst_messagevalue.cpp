@@ -91,7 +91,7 @@ void TestMessageValue::values()
     QFETCH(QString, json);
     QFETCH(QVariant, expected);
     const Message message = withBody(u"{\"k\":"_s + json + u"}"_s);
-    // A value that does not convert is empty, whatever the default.
+    // A value that cannot be converted is empty, regardless of the default.
     QCOMPARE(read(message, expected.metaType(), false), expected);
     QCOMPARE(read(message, expected.metaType(), true), expected);
 }

@@ -125,7 +125,7 @@ void TestPreparedRequest::timeout_data()
     QTest::newRow("named") << QByteArray(R"({"timeout": 7})") << 10 << 7;
     QTest::newRow("absent") << QByteArray("{}") << 10 << 10;
     QTest::newRow("0 stays 0") << QByteArray(R"({"timeout": 0})") << 10 << 0;
-    QTest::newRow("no number") << QByteArray(R"({"timeout": "abc"})") << 10 << 0;
+    QTest::newRow("not a number") << QByteArray(R"({"timeout": "abc"})") << 10 << 0;
 }
 
 void TestPreparedRequest::timeout()
@@ -165,7 +165,7 @@ void TestPreparedRequest::address()
 
     const Message message = messageOf(body);
     QCOMPARE(messageAddress(message, u"at"_s).toEncoded(), expected);
-    // Between them another one: the last text is remembered.
+    // Another text between them, since the last text is cached.
     QCOMPARE(addressOf(u"http://other.test/"_s).host(), u"other.test"_s);
     QCOMPARE(messageAddress(message, u"at"_s).toEncoded(), expected);
     QCOMPARE(messageAddress(message, u"at"_s).toEncoded(), expected);

@@ -71,17 +71,18 @@ void TestGreenwichParkingTicketHandler::outcome_data()
             << reply(status, explained) << true << false;
         QTest::addRow("%d with null message: gone quietly", status)
             << reply(status, R"({"message":null})") << true << false;
-        QTest::addRow("%d without message: gone with a line", status)
+        QTest::addRow("%d without message: dropped with a log line", status)
             << reply(status, bare) << true << true;
-        QTest::addRow("%d with an array: gone with a line", status)
+        QTest::addRow("%d with an array: dropped with a log line", status)
             << reply(status, R"(["message"])") << true << true;
-        QTest::addRow("%d without content: gone with a line", status)
+        QTest::addRow("%d without content: dropped with a log line", status)
             << reply(status) << true << true;
     }
-    QTest::newRow("201: gone with a line") << reply(201, bare) << true << true;
-    QTest::newRow("403 with message: gone with a line") << reply(403, explained) << true << true;
-    QTest::newRow("500: gone with a line") << reply(500, explained) << true << true;
-    QTest::newRow("503: gone with a line") << reply(503) << true << true;
+    QTest::newRow("201: dropped with a log line") << reply(201, bare) << true << true;
+    QTest::newRow("403 with message: dropped with a log line")
+        << reply(403, explained) << true << true;
+    QTest::newRow("500: dropped with a log line") << reply(500, explained) << true << true;
+    QTest::newRow("503: dropped with a log line") << reply(503) << true << true;
     QTest::newRow("no connection: kept") << noConnection() << false << true;
     QTest::newRow("no answer in time: kept") << timeout() << false << true;
 }

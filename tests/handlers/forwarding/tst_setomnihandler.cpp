@@ -46,7 +46,7 @@ void TestSetOmniHandler::sendsTheNormalisedDocument()
                                           "<sale><item   name='хлеб'>1 &amp; 2</item></sale>"_s)));
     const FakeRestClient::Request made = net.lastRequest();
     QCOMPARE(net.transcript(), QStringList{u"POST http://omni.test/sale"_s});
-    // Which quotes the declaration gets is the library's choice.
+    // The library chooses the quotes of the declaration.
     QCOMPARE(QByteArray(made.body).replace('\'', '"'),
              QByteArray("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                         "<sale>\n"
@@ -57,7 +57,7 @@ void TestSetOmniHandler::sendsTheNormalisedDocument()
     QCOMPARE(log.lines(), QStringList());
 }
 
-/// A document of a whole shop is sent, and one that is larger still is refused in plain words.
+/// A document at the limit is sent; a larger one is refused with a log line that says so.
 void TestSetOmniHandler::largeDocuments()
 {
     constexpr qsizetype limit = 16 * 1024 * 1024;
@@ -89,7 +89,7 @@ void TestSetOmniHandler::malformedRequest_data()
 {
     QTest::addColumn<QString>("xml");
     QTest::newRow("cut off") << u"<sale><item>"_s;
-    QTest::newRow("no XML") << u"hello"_s;
+    QTest::newRow("not XML") << u"hello"_s;
     QTest::newRow("empty") << u""_s;
 }
 
@@ -139,7 +139,7 @@ void TestSetOmniHandler::malformedReply_data()
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("place");
     QTest::newRow("cut off") << QByteArray("<a>\n<b></c>") << u"2, "_s;
-    QTest::newRow("no XML") << QByteArray("OK") << u"1, "_s;
+    QTest::newRow("not XML") << QByteArray("OK") << u"1, "_s;
     QTest::newRow("empty") << QByteArray() << u"1, "_s;
 }
 

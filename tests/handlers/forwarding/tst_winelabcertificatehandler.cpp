@@ -51,8 +51,8 @@ void TestWinelabCertificateHandler::outcome_data()
     QTest::newRow("first of two counts")
         << reply(200, "<r><status>error</status><status>create</status></r>") << false;
     QTest::newRow("no status") << reply(200, "<r/>") << false;
-    QTest::newRow("cut off behind the status") << reply(200, "<r><status>create</status>") << false;
-    QTest::newRow("no XML") << reply(200, "create") << false;
+    QTest::newRow("cut off after the status") << reply(200, "<r><status>create</status>") << false;
+    QTest::newRow("not XML") << reply(200, "create") << false;
     QTest::newRow("empty") << reply(200) << false;
     QTest::newRow("400 with create") << reply(400, "<r><status>create</status></r>") << false;
     QTest::newRow("no connection") << noConnection() << false;

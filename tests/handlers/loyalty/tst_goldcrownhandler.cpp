@@ -40,7 +40,7 @@ QByteArray read(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-/// Takes some failures for finished ones.
+/// Treats some failures as final.
 class Lenient : public GoldCrownHandler
 {
 public:
@@ -78,7 +78,7 @@ private Q_SLOTS:
     void windows1251();
     void allowedErrors_data();
     void allowedErrors();
-    void nothingIsAllowedAtFirst();
+    void noErrorIsAllowedByDefault();
     void operationsKeepTheirPlaces();
 
 private:
@@ -89,7 +89,7 @@ private:
     QString source;
     QString otherSource;
     QByteArray formerPath;
-    /// Below it the converted files; on PATH a script that counts and then runs the real tool.
+    /// Holds the converted files; a script on PATH counts the calls and runs the real tool.
     std::unique_ptr<QTemporaryDir> folder;
 };
 
@@ -206,7 +206,7 @@ void TestGoldCrownHandler::convertsOnce()
     const QString first = net.lastRequest().certificatePath;
     QCOMPARE(runsOfTheTool(), 1);
 
-    // The tool no longer runs, so nobody notices the password here.
+    // The tool is not run again, so the password is not checked here.
     net.nextDelivery();
     net.play({reply(200, done)});
     QVERIFY(deliver(u"goldcrown"_s, message(source, u"wrong"_s)));
@@ -214,7 +214,7 @@ void TestGoldCrownHandler::convertsOnce()
     QCOMPARE(net.lastRequest().certificatePassword, u"wrong"_s);
     QCOMPARE(runsOfTheTool(), 1);
 
-    // Another certificate in the same place.
+    // Another certificate at the same path.
     const QString place = folder->filePath(u"till.p12"_s);
     QVERIFY(QFile::copy(otherSource, place));
     net.nextDelivery();
@@ -239,7 +239,7 @@ void TestGoldCrownHandler::serviceAsksForTheCertificate()
         known ? authority.certificate : certificates.authority(u"other"_s).certificate});
     const TestSettings settings(u"[network]\ncaFile = %1\n"_s.arg(authority.certificate));
     const LogCapture log(u"goldcrown"_s);
-    // It answers with a line that is no XML, so the message stays in any case.
+    // It answers with a line that is not XML, so the message stays in any case.
     QVERIFY(!deliver(u"goldcrown"_s, message(source, u"secret"_s, nginx.url().toString())));
     QStringList lines = log.lines();
     lines.removeIf([](const QString &line) { return line.startsWith(u"DEBUG"_s); });
@@ -265,7 +265,7 @@ void TestGoldCrownHandler::judgement_data()
     QTest::newRow("status is the root")          << "<status><code>0</code></status>"_ba << true << none;
     QTest::newRow("deep inside")                 << "<a><b><status><c><code>0</code></c></status></b></a>"_ba << true << none;
     QTest::newRow("blanks around the code")      << "<r><status><code>\n 7 </code></status></r>"_ba << false << QStringList{code(7)};
-    QTest::newRow("no number")                   << "<r><status><code>abc</code></status></r>"_ba << true << none;
+    QTest::newRow("not a number")                << "<r><status><code>abc</code></status></r>"_ba << true << none;
     QTest::newRow("empty code")                  << "<r><status><code/></status></r>"_ba << true << none;
     QTest::newRow("fraction")                    << "<r><status><code>7.5</code></status></r>"_ba << true << none;
     QTest::newRow("hexadecimal")                 << "<r><status><code>0x7</code></status></r>"_ba << true << none;
@@ -285,7 +285,7 @@ void TestGoldCrownHandler::judgement_data()
     QTest::newRow("a namespace")                 << "<r xmlns='urn:r'><status><code>0</code></status></r>"_ba << true << none;
     QTest::newRow("a prefix")                    << "<x:r xmlns:x='urn:r'><x:status><x:code>0</x:code></x:status></x:r>"_ba << false << QStringList{noStatus};
     QTest::newRow("empty")                       << ""_ba << false << QStringList{noStatus};
-    QTest::newRow("no XML")                      << "0"_ba << false << QStringList{noStatus};
+    QTest::newRow("not XML")                     << "0"_ba << false << QStringList{noStatus};
     QTest::newRow("truncated")                   << "<r><status><code>0</code></status>"_ba << false << QStringList{noStatus};
     QTest::newRow("a document type")             << "<!DOCTYPE r><r><status><code>7</code></status></r>"_ba << false << QStringList{code(7)};
     QTest::newRow("an entity")                   << "<!DOCTYPE r [<!ENTITY a '0'>]><r><status><code>&a;</code></status></r>"_ba << false << QStringList{noStatus};
@@ -352,7 +352,7 @@ void TestGoldCrownHandler::allowedErrors()
     QCOMPARE(log.lines(), lines);
 }
 
-void TestGoldCrownHandler::nothingIsAllowedAtFirst()
+void TestGoldCrownHandler::noErrorIsAllowedByDefault()
 {
     struct Look : GoldCrownHandler
     {

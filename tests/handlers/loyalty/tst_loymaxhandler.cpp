@@ -127,40 +127,40 @@ void TestLoymaxHandler::judgement_data()
     const QString id;
     const QStringList none;
     // clang-format off
-    QTest::newRow("cancel 0")            << "<r><CancelPurchaseResponse ErrorCode='0'/></r>"_ba << true << 0 << id << none;
-    QTest::newRow("confirm 0")           << "<r><ConfirmPurchaseResponse ErrorCode='0'/></r>"_ba << true << 0 << id << none;
-    QTest::newRow("discount 0")          << "<r><DiscountResponse ErrorCode='0' TransactionID='t'/></r>"_ba << true << 0 << u"t"_s << none;
-    QTest::newRow("refund 0")            << "<r><RefundResponse ErrorCode='0' TransactionID='t'/></r>"_ba << true << 0 << id << none;
-    QTest::newRow("confirm with an id")  << "<r><ConfirmPurchaseResponse ErrorCode='0' TransactionID='t'/></r>"_ba << true << 0 << id << none;
-    QTest::newRow("the root")            << "<RefundResponse ErrorCode='0'/>"_ba << true << 0 << id << none;
-    QTest::newRow("deep inside")         << "<a><b><RefundResponse ErrorCode='0'/></b></a>"_ba << true << 0 << id << none;
-    QTest::newRow("0 with a message")    << "<RefundResponse ErrorCode='0' ErrorMessage='x'/>"_ba << true << 0 << id << none;
-    QTest::newRow("207")                 << "<RefundResponse ErrorCode='207' ErrorMessage='x'/>"_ba << true << 207 << id << QStringList{handledBefore};
-    QTest::newRow("207, discount")       << "<DiscountResponse ErrorCode='207' TransactionID='t'/>"_ba << true << 207 << u"t"_s << QStringList{handledBefore};
-    QTest::newRow("uncritical")          << "<RefundResponse ErrorCode='101' ErrorMessage='x %1'/>"_ba << true << 101 << id << QStringList{code(u"101"_s), u"WARN Сообщение об ошибке: x %1"_s, tolerated};
-    QTest::newRow("uncritical, silent")  << "<RefundResponse ErrorCode='225'/>"_ba << true << 225 << id << QStringList{code(u"225"_s), tolerated};
-    QTest::newRow("217")                 << "<RefundResponse ErrorCode='217'/>"_ba << false << 217 << id << QStringList{code(u"217"_s)};
-    QTest::newRow("critical")            << "<RefundResponse ErrorCode='1' ErrorMessage='x'/>"_ba << false << 1 << id << QStringList{code(u"1"_s), u"WARN Сообщение об ошибке: x"_s};
-    QTest::newRow("critical, discount")  << "<DiscountResponse ErrorCode='1' TransactionID='t'/>"_ba << false << 1 << u"t"_s << QStringList{code(u"1"_s)};
-    QTest::newRow("no code")             << "<RefundResponse ErrorMessage='x'/>"_ba << false << 0 << id << QStringList{code(u""_s), u"WARN Сообщение об ошибке: x"_s};
-    QTest::newRow("no number")           << "<RefundResponse ErrorCode='abc'/>"_ba << false << 0 << id << QStringList{code(u"abc"_s)};
-    QTest::newRow("00 is not 0")         << "<RefundResponse ErrorCode='00'/>"_ba << false << 0 << id << QStringList{code(u"00"_s)};
-    QTest::newRow("0207 is not 207")     << "<RefundResponse ErrorCode='0207'/>"_ba << false << 207 << id << QStringList{code(u"0207"_s)};
-    QTest::newRow("a blank and 101")     << "<RefundResponse ErrorCode=' 101'/>"_ba << false << 101 << id << QStringList{code(u" 101"_s)};
-    QTest::newRow("cancel comes first")  << "<r><DiscountResponse ErrorCode='1' TransactionID='t'/><CancelPurchaseResponse ErrorCode='0'/></r>"_ba << true << 0 << id << none;
-    QTest::newRow("confirm comes second")<< "<r><RefundResponse ErrorCode='1'/><DiscountResponse ErrorCode='1' TransactionID='t'/><ConfirmPurchaseResponse ErrorCode='0'/></r>"_ba << true << 0 << id << none;
-    QTest::newRow("discount comes third")<< "<r><RefundResponse ErrorCode='1'/><DiscountResponse ErrorCode='0' TransactionID='t'/></r>"_ba << true << 0 << u"t"_s << none;
-    QTest::newRow("the first of a name") << "<r><RefundResponse ErrorCode='1'/><RefundResponse ErrorCode='0'/></r>"_ba << false << 1 << id << QStringList{code(u"1"_s)};
-    QTest::newRow("another element")     << "<r><PurchaseResponse ErrorCode='0'/></r>"_ba << false << 0 << id << QStringList{strange};
-    QTest::newRow("an element as text")  << "<RefundResponse><ErrorCode>0</ErrorCode></RefundResponse>"_ba << false << 0 << id << QStringList{code(u""_s)};
-    QTest::newRow("empty")               << ""_ba << false << 0 << id << QStringList{strange};
-    QTest::newRow("no XML")              << "{\"ErrorCode\":0}"_ba << false << 0 << id << QStringList{strange};
-    QTest::newRow("cut off")             << "<r><DiscountResponse ErrorCode='0' TransactionID='t'/>"_ba << false << 0 << id << QStringList{strange};
-    QTest::newRow("own entity")          << "<!DOCTYPE r [<!ENTITY b \"0\">]><RefundResponse ErrorCode='&b;'/>"_ba << false << 0 << id << QStringList{strange};
-    QTest::newRow("entity in a file")    << "<!DOCTYPE r [<!ENTITY b SYSTEM \"file:///etc/hostname\">]><r>&b;<RefundResponse ErrorCode='0'/></r>"_ba << false << 0 << id << QStringList{strange};
-    QTest::newRow("default namespace")   << "<r xmlns='urn:r'><RefundResponse ErrorCode='0'/></r>"_ba << true << 0 << id << none;
-    QTest::newRow("a prefix is another") << "<r xmlns:s='urn:s'><s:RefundResponse ErrorCode='0'/></r>"_ba << false << 0 << id << QStringList{strange};
-    QTest::newRow("windows-1251")        << "<?xml version=\"1.0\" encoding=\"windows-1251\"?><RefundResponse ErrorCode='1' ErrorMessage='\xed\xe5\xf2'/>"_ba << false << 1 << id << QStringList{code(u"1"_s), u"WARN Сообщение об ошибке: нет"_s};
+    QTest::newRow("cancel 0")             << "<r><CancelPurchaseResponse ErrorCode='0'/></r>"_ba << true << 0 << id << none;
+    QTest::newRow("confirm 0")            << "<r><ConfirmPurchaseResponse ErrorCode='0'/></r>"_ba << true << 0 << id << none;
+    QTest::newRow("discount 0")           << "<r><DiscountResponse ErrorCode='0' TransactionID='t'/></r>"_ba << true << 0 << u"t"_s << none;
+    QTest::newRow("refund 0")             << "<r><RefundResponse ErrorCode='0' TransactionID='t'/></r>"_ba << true << 0 << id << none;
+    QTest::newRow("confirm with an id")   << "<r><ConfirmPurchaseResponse ErrorCode='0' TransactionID='t'/></r>"_ba << true << 0 << id << none;
+    QTest::newRow("the root")             << "<RefundResponse ErrorCode='0'/>"_ba << true << 0 << id << none;
+    QTest::newRow("deep inside")          << "<a><b><RefundResponse ErrorCode='0'/></b></a>"_ba << true << 0 << id << none;
+    QTest::newRow("0 with a message")     << "<RefundResponse ErrorCode='0' ErrorMessage='x'/>"_ba << true << 0 << id << none;
+    QTest::newRow("207")                  << "<RefundResponse ErrorCode='207' ErrorMessage='x'/>"_ba << true << 207 << id << QStringList{handledBefore};
+    QTest::newRow("207, discount")        << "<DiscountResponse ErrorCode='207' TransactionID='t'/>"_ba << true << 207 << u"t"_s << QStringList{handledBefore};
+    QTest::newRow("uncritical")           << "<RefundResponse ErrorCode='101' ErrorMessage='x %1'/>"_ba << true << 101 << id << QStringList{code(u"101"_s), u"WARN Сообщение об ошибке: x %1"_s, tolerated};
+    QTest::newRow("uncritical, silent")   << "<RefundResponse ErrorCode='225'/>"_ba << true << 225 << id << QStringList{code(u"225"_s), tolerated};
+    QTest::newRow("217")                  << "<RefundResponse ErrorCode='217'/>"_ba << false << 217 << id << QStringList{code(u"217"_s)};
+    QTest::newRow("critical")             << "<RefundResponse ErrorCode='1' ErrorMessage='x'/>"_ba << false << 1 << id << QStringList{code(u"1"_s), u"WARN Сообщение об ошибке: x"_s};
+    QTest::newRow("critical, discount")   << "<DiscountResponse ErrorCode='1' TransactionID='t'/>"_ba << false << 1 << u"t"_s << QStringList{code(u"1"_s)};
+    QTest::newRow("no code")              << "<RefundResponse ErrorMessage='x'/>"_ba << false << 0 << id << QStringList{code(u""_s), u"WARN Сообщение об ошибке: x"_s};
+    QTest::newRow("not a number")         << "<RefundResponse ErrorCode='abc'/>"_ba << false << 0 << id << QStringList{code(u"abc"_s)};
+    QTest::newRow("00 is not 0")          << "<RefundResponse ErrorCode='00'/>"_ba << false << 0 << id << QStringList{code(u"00"_s)};
+    QTest::newRow("0207 is not 207")      << "<RefundResponse ErrorCode='0207'/>"_ba << false << 207 << id << QStringList{code(u"0207"_s)};
+    QTest::newRow("a blank and 101")      << "<RefundResponse ErrorCode=' 101'/>"_ba << false << 101 << id << QStringList{code(u" 101"_s)};
+    QTest::newRow("cancel comes first")   << "<r><DiscountResponse ErrorCode='1' TransactionID='t'/><CancelPurchaseResponse ErrorCode='0'/></r>"_ba << true << 0 << id << none;
+    QTest::newRow("confirm comes second") << "<r><RefundResponse ErrorCode='1'/><DiscountResponse ErrorCode='1' TransactionID='t'/><ConfirmPurchaseResponse ErrorCode='0'/></r>"_ba << true << 0 << id << none;
+    QTest::newRow("discount comes third") << "<r><RefundResponse ErrorCode='1'/><DiscountResponse ErrorCode='0' TransactionID='t'/></r>"_ba << true << 0 << u"t"_s << none;
+    QTest::newRow("the first of a name")  << "<r><RefundResponse ErrorCode='1'/><RefundResponse ErrorCode='0'/></r>"_ba << false << 1 << id << QStringList{code(u"1"_s)};
+    QTest::newRow("another element")      << "<r><PurchaseResponse ErrorCode='0'/></r>"_ba << false << 0 << id << QStringList{strange};
+    QTest::newRow("an element as text")   << "<RefundResponse><ErrorCode>0</ErrorCode></RefundResponse>"_ba << false << 0 << id << QStringList{code(u""_s)};
+    QTest::newRow("empty")                << ""_ba << false << 0 << id << QStringList{strange};
+    QTest::newRow("not XML")              << "{\"ErrorCode\":0}"_ba << false << 0 << id << QStringList{strange};
+    QTest::newRow("cut off")              << "<r><DiscountResponse ErrorCode='0' TransactionID='t'/>"_ba << false << 0 << id << QStringList{strange};
+    QTest::newRow("own entity")           << "<!DOCTYPE r [<!ENTITY b \"0\">]><RefundResponse ErrorCode='&b;'/>"_ba << false << 0 << id << QStringList{strange};
+    QTest::newRow("entity in a file")     << "<!DOCTYPE r [<!ENTITY b SYSTEM \"file:///etc/hostname\">]><r>&b;<RefundResponse ErrorCode='0'/></r>"_ba << false << 0 << id << QStringList{strange};
+    QTest::newRow("default namespace")    << "<r xmlns='urn:r'><RefundResponse ErrorCode='0'/></r>"_ba << true << 0 << id << none;
+    QTest::newRow("a prefix is another")  << "<r xmlns:s='urn:s'><s:RefundResponse ErrorCode='0'/></r>"_ba << false << 0 << id << QStringList{strange};
+    QTest::newRow("windows-1251")         << "<?xml version=\"1.0\" encoding=\"windows-1251\"?><RefundResponse ErrorCode='1' ErrorMessage='\xed\xe5\xf2'/>"_ba << false << 1 << id << QStringList{code(u"1"_s), u"WARN Сообщение об ошибке: нет"_s};
     // clang-format on
 }
 
@@ -208,7 +208,7 @@ void TestLoymaxHandler::listOfTheSettings()
     QVERIFY(handler.parseReply(discount("ABC")).done);
     QVERIFY(!handler.parseReply(discount("abc")).done);
     QVERIFY(!handler.parseReply(discount("101")).done);
-    // What the list cannot take away.
+    // Outcomes that the list cannot change.
     QVERIFY(handler.parseReply(discount("207")).done);
 }
 
@@ -316,7 +316,7 @@ void TestLoymaxHandler::largeRequestIsRepeated()
 void TestLoymaxHandler::unreadableRequestIsNotRepeated_data()
 {
     QTest::addColumn<QString>("xml");
-    QTest::newRow("no XML") << u"hello"_s;
+    QTest::newRow("not XML") << u"hello"_s;
     QTest::newRow("empty") << u""_s;
     QTest::newRow("cut off") << u"<r><ChequeLine/>"_s;
     QTest::newRow("own entity") << u"<!DOCTYPE r [<!ENTITY b \"0\">]><r>&b;</r>"_s;

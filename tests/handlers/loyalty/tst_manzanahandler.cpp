@@ -99,8 +99,8 @@ void TestManzanaHandler::judgement_data()
     QTest::newRow("no code")                    << "<a><Message>x</Message></a>"_ba << false << missing;
     QTest::newRow("another case")               << "<a><returncode>0</returncode></a>"_ba << false << missing;
     QTest::newRow("empty")                      << ""_ba << false << missing;
-    QTest::newRow("no XML")                     << "{\"ReturnCode\":0}"_ba << false << missing;
-    QTest::newRow("cut off behind the code")    << "<a><ReturnCode>0</ReturnCode>"_ba << false << missing;
+    QTest::newRow("not XML")                    << "{\"ReturnCode\":0}"_ba << false << missing;
+    QTest::newRow("cut off after the code")     << "<a><ReturnCode>0</ReturnCode>"_ba << false << missing;
     QTest::newRow("own entity")                 << "<!DOCTYPE a [<!ENTITY b \"0\">]><a><ReturnCode>&b;</ReturnCode></a>"_ba << false << missing;
     QTest::newRow("entity in a file")           << "<!DOCTYPE a [<!ENTITY b SYSTEM \"file:///etc/hostname\">]><a><ReturnCode>&b;</ReturnCode></a>"_ba << false << missing;
     QTest::newRow("default namespace")          << "<a xmlns='urn:a'><ReturnCode>0</ReturnCode></a>"_ba << true << none;

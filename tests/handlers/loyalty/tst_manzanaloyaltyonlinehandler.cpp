@@ -113,7 +113,7 @@ void TestManzanaLoyaltyOnlineHandler::request_data()
     QTest::newRow("a return without a card") << returning;
     QTest::newRow("another operation") << ::request(u"Bonus"_s, u"<Number>17</Number>"_s);
     QTest::newRow("no operation") << u"<q/>"_s;
-    QTest::newRow("no XML") << u"hello %1"_s;
+    QTest::newRow("not XML") << u"hello %1"_s;
     QTest::newRow("empty") << u""_s;
     QTest::newRow("cut off") << u"<q><OperationType>Return</OperationType>"_s;
     QTest::newRow("own entity")
@@ -144,9 +144,9 @@ void TestManzanaLoyaltyOnlineHandler::judgement_data()
     // clang-format off
     QTest::newRow("0")                        << answer("0") << true << none;
     QTest::newRow("below 0")                  << answer("-5") << true << none;
-    QTest::newRow("no number")                << answer("abc") << true << none;
+    QTest::newRow("not a number")             << answer("abc") << true << none;
     QTest::newRow("a fraction")               << answer("5.0") << true << none;
-    QTest::newRow("blanks are no text")       << answer(" ") << false << u"m %1"_s;
+    QTest::newRow("blanks are not text")      << answer(" ") << false << u"m %1"_s;
     QTest::newRow("above 32 bits")            << answer("2147483648") << true << none;
     QTest::newRow("the greatest number")      << answer("2147483647") << false << u"m %1"_s;
     QTest::newRow("81301")                    << answer("81301") << true << none;
@@ -156,7 +156,7 @@ void TestManzanaLoyaltyOnlineHandler::judgement_data()
     QTest::newRow("an empty code")            << answer("") << false << u"m %1"_s;
     QTest::newRow("no code")                  << "<a><Message>m</Message></a>"_ba << false << u"m"_s;
     QTest::newRow("empty")                    << ""_ba << false << u""_s;
-    QTest::newRow("no XML")                   << "0"_ba << false << u""_s;
+    QTest::newRow("not XML")                  << "0"_ba << false << u""_s;
     QTest::newRow("cut off")                  << "<a><ReturnCode>0</ReturnCode>"_ba << false << u""_s;
     QTest::newRow("own entity")               << "<!DOCTYPE a [<!ENTITY b \"0\">]><a><ReturnCode>&b;</ReturnCode></a>"_ba << false << u""_s;
     QTest::newRow("default namespace")        << "<a xmlns='urn:a'><ReturnCode>0</ReturnCode></a>"_ba << true << none;
@@ -339,7 +339,7 @@ void TestManzanaLoyaltyOnlineHandler::saleAndItsReturn()
              net.lastRequest().body);
 }
 
-/// A whole shop in one cheque, answered at the same length.
+/// A cheque at the limit, with an answer of the same length.
 void TestManzanaLoyaltyOnlineHandler::largeSaleAndItsReturn()
 {
     constexpr qsizetype limit = 16 * 1024 * 1024;
@@ -366,7 +366,7 @@ void TestManzanaLoyaltyOnlineHandler::largeSaleAndItsReturn()
     QCOMPARE(net.lastRequest().body.count("<ArticleNumber>"), back.count(u"<ArticleNumber>"_s));
     QCOMPARE(limits.lines(), QStringList());
 
-    // One that is larger goes out as it was written, and the log says why.
+    // A larger one is sent as it was written, and the log says why.
     net.nextDelivery();
     const QString larger = back + QString(limit + 1 - back.size(), u' ');
     QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(larger)));
@@ -428,7 +428,7 @@ void TestManzanaLoyaltyOnlineHandler::brokenDocumentStore()
     till->query(breakage);
     const LogCapture log(u"manzanaloyaltyonline"_s);
     FakeRestClient net({reply(200, good), reply(200, "<r><ReturnCode>5</ReturnCode></r>")});
-    // The reply alone decides, and a purchase that was accepted is not posted again.
+    // Only the reply decides: an accepted purchase is not posted again.
     QVERIFY(deliver(u"manzanaloyaltyonline"_s, message(xml)));
     QCOMPARE(net.lastRequest().body, xml.toUtf8());
     const QStringList errors = log.lines().filter(u"ERROR "_s);

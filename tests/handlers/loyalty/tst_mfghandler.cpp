@@ -23,7 +23,7 @@ const QString message = uR"({"op":4,"url":"http://mfg.test/api/postOrder",)"_s
 const QString opening = u"INFO Отправка сообщения 7"_s;
 const QString fromQueue = u"INFO Отправка сообщения из очереди"_s;
 
-/// Cannot even ask.
+/// A request that cannot be sent.
 class BrokenClient : public RestClient
 {
 public:
@@ -147,7 +147,7 @@ void TestMfgHandler::outcome_data()
     // clang-format off
     row("success",                   reply(200, R"({"success":true})"),                  u"delivered"_s);
     row("success absent",            reply(200, "{}"),                                   u"delivered"_s);
-    row("no JSON",                   reply(200, "<html/>"),                              u"delivered"_s);
+    row("not JSON",                  reply(200, "<html/>"),                              u"delivered"_s);
     row("error 0",                   reply(200, R"({"error":{"errorCode":0}})"),         u"delivered"_s);
     row("error below 0",             reply(200, R"({"error":{"errorCode":-1}})"),        u"delivered"_s);
     row("error without code",        reply(200, R"({"error":{}})"),                      u"delivered"_s);

@@ -103,11 +103,11 @@ private Q_SLOTS:
     void attemptsInTheTable();
     void certificate_data();
     void certificate();
-    void noCertificateStillSends_data();
-    void noCertificateStillSends();
+    void sendsWithoutACertificate_data();
+    void sendsWithoutACertificate();
     void plantedFolderSendsNothing();
     void convertsOnce();
-    void passwordStaysOutOfTheArguments();
+    void passwordIsNotInTheArguments();
     void serviceAsksForTheCertificate_data();
     void serviceAsksForTheCertificate();
     void operationsKeepTheirPlaces();
@@ -122,8 +122,7 @@ private:
     QString otherSource;
     QByteArray formerPath;
     QByteArray formerTemporary;
-    /// Below it the converted files; on PATH a script that writes down its arguments and then runs
-    /// the real tool.
+    /// Holds the converted files; a script on PATH records its arguments and runs the real tool.
     std::unique_ptr<QTemporaryDir> folder;
 };
 
@@ -190,7 +189,7 @@ void TestSpasiboHandler::unusableUrl_data()
     QTest::addColumn<QString>("body");
     QTest::newRow("none") << u"{}"_s;
     QTest::newRow("empty") << uR"({"url":""})"_s;
-    QTest::newRow("a port that is none") << uR"({"url":"http://bank:port/"})"_s;
+    QTest::newRow("an invalid port") << uR"({"url":"http://bank:port/"})"_s;
     QTest::newRow("a list") << uR"({"url":["http://bank/"]})"_s;
     QTest::newRow("with a certificate") << uR"({"url":"","certificatePath":"/no.p12"})"_s;
 }
@@ -244,7 +243,7 @@ void TestSpasiboHandler::retryRules_data()
     QTest::newRow("many blanks")         << u"restRetryErrors =   409    LATE  ,503   \n"_s << u"409/LATE 503/"_s;
     QTest::newRow("a tab")               << u"restRetryErrors = 409\tLATE\n"_s << u"409/LATE"_s;
     QTest::newRow("empty entries")       << u"restRetryErrors = ,, 409,  ,\n"_s << u"409/"_s;
-    QTest::newRow("no number")           << u"restRetryErrors = LATE, 4x9 LATE, 409\n"_s << u"409/"_s;
+    QTest::newRow("not a number")        << u"restRetryErrors = LATE, 4x9 LATE, 409\n"_s << u"409/"_s;
     QTest::newRow("code before status")  << u"restRetryErrors = LATE 409\n"_s << QString();
     QTest::newRow("hexadecimal")         << u"restRetryErrors = 0x1F4\n"_s << QString();
     QTest::newRow("a fraction")          << u"restRetryErrors = 500.0\n"_s << QString();
@@ -311,7 +310,7 @@ void TestSpasiboHandler::judgement_data()
     QTest::newRow("400 with a code")      << coded(400, u"CARD_NOT_FOUND"_s) << true << drop(u"400 (CARD_NOT_FOUND)"_s);
     QTest::newRow("401")                  << reply(401) << true << drop(u"401"_s);
     QTest::newRow("500")                  << reply(500) << false << again(u"500"_s);
-    QTest::newRow("500, no JSON")         << reply(500, "<html/>") << false << again(u"500"_s);
+    QTest::newRow("500, not JSON")        << reply(500, "<html/>") << false << again(u"500"_s);
     QTest::newRow("500 with a code")      << coded(500, u"%1 %2 %3"_s) << false << again(u"500 (%1 %2 %3)"_s);
     QTest::newRow("501")                  << reply(501) << true << drop(u"501"_s);
     QTest::newRow("502")                  << reply(502) << true << drop(u"502"_s);
@@ -369,7 +368,7 @@ void TestSpasiboHandler::attempts_data()
     QTest::newRow("only one allowed")  << QString()          << 1  << true  << enough(1);
     QTest::newRow("none allowed")      << QString()          << 0  << true  << enough(0);
     QTest::newRow("below none")        << QString()          << -1 << true  << enough(-1);
-    QTest::newRow("no number")         << u"19x"_s           << 20 << false << again(u"1/20"_s);
+    QTest::newRow("not a number")      << u"19x"_s           << 20 << false << again(u"1/20"_s);
     QTest::newRow("hexadecimal")       << u"0x13"_s          << 20 << false << again(u"1/20"_s);
     QTest::newRow("a fraction")        << u"19.0"_s          << 20 << false << again(u"1/20"_s);
     QTest::newRow("negative")          << u"-3"_s            << 20 << false << again(u"-2/20"_s);
@@ -401,7 +400,7 @@ void TestSpasiboHandler::attemptsInTheTable_data()
     QTest::newRow("given up")          << u"4"_s          << reply(400)     << u"5"_s;
     QTest::newRow("delivered, too")    << u"4"_s          << reply(200)     << u"5"_s;
     QTest::newRow("the first")         << QString()       << reply(500)     << u"1"_s;
-    QTest::newRow("no number")         << u"x"_s          << reply(500)     << u"1"_s;
+    QTest::newRow("not a number")      << u"x"_s          << reply(500)     << u"1"_s;
     QTest::newRow("largest")           << u"2147483647"_s << reply(500)     << u"2147483648"_s;
     QTest::newRow("no connection")     << u"4"_s          << noConnection() << u"4"_s;
     QTest::newRow("no answer in time") << u"4"_s          << timeout()      << u"4"_s;
@@ -475,7 +474,7 @@ void TestSpasiboHandler::certificate()
     }
 }
 
-void TestSpasiboHandler::noCertificateStillSends_data()
+void TestSpasiboHandler::sendsWithoutACertificate_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("password");
@@ -486,7 +485,7 @@ void TestSpasiboHandler::noCertificateStillSends_data()
         << source << u"wrong"_s << u"ERROR Ошибка генерации PEM-сертификата из "_s + source;
 }
 
-void TestSpasiboHandler::noCertificateStillSends()
+void TestSpasiboHandler::sendsWithoutACertificate()
 {
     QFETCH(QString, path);
     QFETCH(QString, password);
@@ -501,8 +500,8 @@ void TestSpasiboHandler::noCertificateStillSends()
     QCOMPARE(QDir(folder->filePath(u"tmp/spasibo-certs"_s)).entryList(QDir::Files), QStringList());
 }
 
-/// Without its own certificate the purchase could be refused for good, and it must not go out under
-/// that of a stranger.
+/// Without its own certificate the purchase could be refused finally, and it must not be sent with
+/// another certificate.
 void TestSpasiboHandler::plantedFolderSendsNothing()
 {
     QVERIFY(QDir().mkpath(folder->filePath(u"elsewhere"_s)));
@@ -548,7 +547,7 @@ void TestSpasiboHandler::convertsOnce()
     QCOMPARE(runsOfTheTool(), 2);
 }
 
-void TestSpasiboHandler::passwordStaysOutOfTheArguments()
+void TestSpasiboHandler::passwordIsNotInTheArguments()
 {
     const FakeRestClient net({reply(200)});
     QVERIFY(deliver(u"spasibo"_s, withCertificate(source, u"secret"_s)));
@@ -583,7 +582,7 @@ void TestSpasiboHandler::serviceAsksForTheCertificate()
     QStringList lines = log.lines();
     lines.removeIf([](const QString &line) { return line.startsWith(u"DEBUG"_s); });
     QStringList expected{opening};
-    // This one refuses by an answer, and no rule names it.
+    // This one refuses with an answer that no rule names.
     if (!known || !shown)
         expected.append(u"WARN HTTP 400 — сообщение будет удалено из очереди (не retry)"_s);
     QCOMPARE(lines, expected);

@@ -62,7 +62,7 @@ QString shown(const BonusAssetGroup &group)
     return u"group(%1 %2)"_s.arg(group.id, QString::number(group.weight));
 }
 
-/// Notes each call, and throws at the one it is told to.
+/// Records each call, and throws at the chosen one.
 class RecordingClient : public TalloBonusClient
 {
 public:
@@ -129,7 +129,7 @@ private:
     }
 };
 
-/// A handler whose client can be looked at.
+/// A handler with access to its client.
 class TestedHandler : public TalloBonusHandler
 {
 public:
@@ -146,7 +146,7 @@ public:
     std::shared_ptr<RecordingClient> recorder;
 };
 
-/// Has an idea of its own of one method.
+/// Overrides one method.
 class OwnSubHandler : public TestedHandler
 {
 public:
@@ -376,7 +376,7 @@ void TestTalloBonusHandler::refusedCardStatusEndsTheCommit()
     handler.recorder->thrower = thrower;
     handler.recorder->fault = fault;
     QCOMPARE(handler.sendMessage(messageOf(json)), finished);
-    // The second step is not made.
+    // The second step is not executed.
     QCOMPARE(handler.recorder->calls.size(), preparation.size() + 1);
     QVERIFY(handler.recorder->calls.last().startsWith(thrower));
 }
@@ -435,7 +435,7 @@ void TestTalloBonusHandler::clientServesAllMessages()
     FakeRestClient net({reply(200, success), reply(200, success), reply(200, success)});
     TalloBonusHandler handler(type);
     QVERIFY(handler.sendMessage(messageOf(body(u"rollback"_s))));
-    // What a message does not name is empty again, but for the endpoint.
+    // Values that a message does not give are empty again, except for the endpoint.
     QVERIFY(handler.sendMessage(messageOf(uR"({"method":"rollback","hosts":["b.test"]})"_s)));
     QVERIFY(handler.sendMessage(
         messageOf(uR"({"method":"rollback","hosts":["b.test"],"endPoint":"other"})"_s)));

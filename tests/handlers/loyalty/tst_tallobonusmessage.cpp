@@ -17,7 +17,7 @@ TalloBonusMessage read(const QByteArray &body)
     message.body = QJsonDocument::fromJson(body, &error).object().toVariantMap();
     if (error.error != QJsonParseError::NoError)
         qFatal("%s: %s", body.constData(), qPrintable(error.errorString()));
-    // The columns beside the body are not looked at.
+    // The other columns of the row are not compared.
     message.cardNumber = u"column"_s;
     message.statusCode = u"column"_s;
     return TalloBonusMessage(message);
@@ -77,7 +77,7 @@ const QStringList defaultLines{
 
 } // namespace
 
-/// What a message says of an operation of the bonus server.
+/// How a message describes an operation of the bonus server.
 class TestTalloBonusMessage : public QObject
 {
     Q_OBJECT
@@ -225,7 +225,7 @@ void TestTalloBonusMessage::assetGroup_data()
     };
     // clang-format off
     QTest::newRow("empty map keeps the defaults") << "{}"_ba                          << u"0"_s << none    << none     << 0;
-    QTest::newRow("no map")            << R"("9")"_ba                                 << u"0"_s << none    << none     << 0;
+    QTest::newRow("not a map")            << R"("9")"_ba                                 << u"0"_s << none    << none     << 0;
     QTest::newRow("all four")          << R"({"id":"9","assetBeginDate":"2026-01-31","assetEndDate":"2026-12-31","weight":3})"_ba << u"9"_s << january << december << 3;
     QTest::newRow("id as number")      << R"({"id":9})"_ba                            << u"9"_s << none    << none     << 0;
     QTest::newRow("no id: empty")      << R"({"weight":3})"_ba                        << u""_s  << none    << none     << 3;
@@ -245,7 +245,7 @@ void TestTalloBonusMessage::assetGroup_data()
     QTest::newRow("seconds null")      << R"({"id":"9","data_beg":null})"_ba          << u"9"_s << moment(0) << none   << 0;
     QTest::newRow("date with a time")  << R"({"id":"9","assetBeginDate":"2026-01-31T10:00:00"})"_ba << u"9"_s << none  << none << 0;
     QTest::newRow("date the other way round") << R"({"id":"9","assetBeginDate":"31.01.2026"})"_ba << u"9"_s << none    << none << 0;
-    QTest::newRow("date that is none") << R"({"id":"9","assetBeginDate":"2026-02-30"})"_ba << u"9"_s << none           << none << 0;
+    QTest::newRow("invalid date") << R"({"id":"9","assetBeginDate":"2026-02-30"})"_ba << u"9"_s << none           << none << 0;
     // clang-format on
 }
 
@@ -283,7 +283,7 @@ void TestTalloBonusMessage::sessionInfo_data()
     QTest::newRow("map alone")             << R"({"additionalInfo":{"cheque":42}})"_ba                  << u""_s    << cheque;
     QTest::newRow("id of the map is replaced") << R"({"sessionId":"s-1","additionalInfo":{"sessionId":"x","cheque":42}})"_ba << u"s-1"_s << cheque;
     QTest::newRow("even by none")          << R"({"additionalInfo":{"sessionId":"x","cheque":42}})"_ba  << u""_s    << cheque;
-    QTest::newRow("no map")                << R"({"sessionId":"s-1","additionalInfo":"x"})"_ba          << u"s-1"_s << QVariantMap();
+    QTest::newRow("not a map")                << R"({"sessionId":"s-1","additionalInfo":"x"})"_ba          << u"s-1"_s << QVariantMap();
     // clang-format on
 }
 

@@ -95,7 +95,7 @@ void TestMindboxHandler::outcome_data()
         row("500, empty",                     reply(500),                                               keptBy(reply(500)));
         row("503, a page",                    reply(503, "<html/>"),                                    keptBy(reply(503)));
         row("200, empty",                     reply(200),                                               u"kept service: платформа не подтвердила операцию"_s);
-        row("200, no JSON",                   reply(200, "OK"),                                         u"kept service: платформа не подтвердила операцию"_s);
+        row("200, not JSON",                  reply(200, "OK"),                                         u"kept service: платформа не подтвердила операцию"_s);
         row("no connection",                  noConnection(),                                           keptBy(noConnection()));
         row("too late",                       timeout(),                                                keptBy(timeout()));
         // clang-format on
@@ -129,17 +129,17 @@ void TestMindboxHandler::body_data()
     QTest::addColumn<QString>("body");
     QTest::addColumn<QByteArray>("sent");
 
-    QTest::newRow("as it stands")
+    QTest::newRow("unchanged")
         << uR"({"method":"commit","payload":{"order":{"lines":[{"q":1.5,"n":9007199254740993,"t":"«%1»"}],"a":null}}})"_s
         << R"({"order":{"a":null,"lines":[{"n":9007199254740993,"q":1.5,"t":"«%1»"}]},"pointOfContact":"shop-7"})"_ba;
     QTest::newRow("empty") << uR"({"method":"commit","payload":{}})"_s
                            << R"({"pointOfContact":"shop-7"})"_ba;
     QTest::newRow("none") << uR"({"method":"commit"})"_s << R"({"pointOfContact":"shop-7"})"_ba;
-    QTest::newRow("no object") << uR"({"method":"commit","payload":"text"})"_s
-                               << R"({"pointOfContact":"shop-7"})"_ba;
+    QTest::newRow("not an object")
+        << uR"({"method":"commit","payload":"text"})"_s << R"({"pointOfContact":"shop-7"})"_ba;
     QTest::newRow("a list") << uR"({"method":"commit","payload":[1]})"_s
                             << R"({"pointOfContact":"shop-7"})"_ba;
-    QTest::newRow("a card plays no part in a commit")
+    QTest::newRow("a card is ignored in a commit")
         << uR"({"method":"commit","payload":{"a":1},"cardNumber":"77"})"_s
         << R"({"a":1,"pointOfContact":"shop-7"})"_ba;
     QTest::newRow("nor in a rollback")
@@ -182,7 +182,7 @@ void TestMindboxHandler::unknownMethod_data()
     QTest::newRow("a blank") << uR"({"method":"rollback ","payload":{}})"_s;
     QTest::newRow("empty") << uR"({"method":"","payload":{}})"_s;
     QTest::newRow("none") << uR"({"payload":{}})"_s;
-    QTest::newRow("no text") << uR"({"method":["commit"],"payload":{}})"_s;
+    QTest::newRow("not a text") << uR"({"method":["commit"],"payload":{}})"_s;
     QTest::newRow("an empty message") << u"{}"_s;
 }
 

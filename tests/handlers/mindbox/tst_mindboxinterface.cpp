@@ -21,10 +21,10 @@ namespace {
 const QString address = u"http://mindbox.test/v3/operations/sync"_s;
 const QString settings = u"[Mindbox]\nurl = "_s + address + u"\n"_s;
 
-/// Calls one operation and tells the class of its result with what that class has read.
+/// Calls one operation and returns the class of its result and the values read by it.
 using Call = std::function<QString(Interface &)>;
 
-/// A reply in which each class of results finds something.
+/// A reply with values for each class of results.
 const QByteArray fullReply = R"({"status":"Success",
     "customer":{"processingStatus":"Found"},
     "order":{"processingStatus":"Processed","totalPrice":7,"ids":{"offlineTransactionIdTallo":"t1"}},
@@ -142,12 +142,12 @@ private Q_SLOTS:
     void queued_data();
     void queued();
     void queuedOrderIsStampedAgain();
-    void queueThatIsNotThere();
+    void missingQueue();
 };
 
 void TestMindboxInterface::initTestCase()
 {
-    // A till far from Greenwich, so that local time in the place of UTC shows.
+    // A till far from UTC, so that local time instead of UTC is noticed.
     qputenv("TZ", "TILL-10");
     ::tzset();
 }
@@ -202,7 +202,7 @@ void TestMindboxInterface::operationsKeepTheirPlaces()
 
 void TestMindboxInterface::defaults()
 {
-    // Nothing is requested here: without a setting the address is the real service.
+    // No request is made here: without a setting the address is that of the real service.
     const TestSettings config;
     const LogCapture log(u"mindbox"_s);
     FakeRestClient net;
@@ -267,7 +267,7 @@ void TestMindboxInterface::addressWithAPassword()
     QCOMPARE(log.lines(), QStringList{u"INFO  адрес сервера: http://till@mindbox.test/sync"_s});
 }
 
-/// It must not become the address of another server.
+/// The value must not turn the address into that of another server.
 void TestMindboxInterface::unreadableAddress()
 {
     const TestSettings config(u"[Mindbox]\nurl = http://mindbox.test:99999/sync\n"_s);
@@ -286,7 +286,7 @@ void TestMindboxInterface::operations_data()
 
     const auto row = [](const char *setting, const char *name, const Call &call, const char *body,
                         const QString &result, const QString &logged = QString()) {
-        // A setting can serve two calls.
+        // One setting can be used by two calls.
         static int count = 0;
         QTest::addRow("%d %s", ++count, setting)
             << call << QString::fromLatin1(name) << QByteArray(body) << result << logged;
@@ -483,7 +483,7 @@ void TestMindboxInterface::onlyBeginningCarriesTheKey()
 
 void TestMindboxInterface::authorizationCode_data()
 {
-    // Seconds since the first code, the phone, and what goes out: a first code, another one,
+    // Seconds since the first code, the phone, and what is sent: a first code, another one,
     // nothing.
     using Calls = QList<std::tuple<int, QString, QString>>;
     QTest::addColumn<Calls>("calls");
@@ -509,7 +509,7 @@ void TestMindboxInterface::authorizationCode()
 {
     using Calls = QList<std::tuple<int, QString, QString>>;
     QFETCH(Calls, calls);
-    // The second start lies behind the end of a signed 32-bit clock.
+    // The second start is after the end of a signed 32-bit clock.
     for (const qint64 start : {qint64(1'770'000'000), qint64(2'200'000'000)}) {
         const TestSettings config(settings);
         FixedTime clock(start);
@@ -559,7 +559,7 @@ void TestMindboxInterface::refusedCode()
     Interface mindbox;
     mindbox.sendMobilePhoneAuthorizationCode(u"A"_s);
     const OperationResult refused = mindbox.sendMobilePhoneAuthorizationCode(u"A"_s);
-    // Nothing of the reply before is left in it.
+    // It holds nothing of the previous reply.
     QVERIFY(!refused.isSuccess() && !refused.noConnection && !refused.customer.isFound());
     QVERIFY(refused.response.isEmpty());
     QCOMPARE(refused.httpStatus, 0);
@@ -671,7 +671,7 @@ void TestMindboxInterface::queuedOrderIsStampedAgain()
     QCOMPARE(stamps, (QStringList{u"02.02.2026 02:40:00"_s, u"02.02.2026 02:41:01"_s}));
 }
 
-void TestMindboxInterface::queueThatIsNotThere()
+void TestMindboxInterface::missingQueue()
 {
     QueueDatabase database;
     database.setSettings(settings);

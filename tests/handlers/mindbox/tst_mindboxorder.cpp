@@ -30,8 +30,8 @@ const QByteArray success = R"({"status":"Success"})";
 const QByteArray found =
     R"({"status":"Success","customer":{"processingStatus":"Found","mobilePhone":79990000001}})";
 
-/// One shop: a loyalty platform that plays a script, a till, which is the test, and the service,
-/// both on the same table and the same settings. The service looks at the table once a second.
+/// One shop: a loyalty platform that plays a script, the test as the till, and the service, both
+/// with the same table and settings. The service polls the table once a second.
 class Shop
 {
 public:
@@ -45,8 +45,8 @@ public:
                   platform.url(u"/sync"_s).toString()));
     }
 
-    /// What the platform was asked, such as "Offline.CheckCustomer", with the id of a transaction
-    /// where it went along.
+    /// The operations that the platform was asked for, such as "Offline.CheckCustomer", with the id
+    /// of a transaction if it was sent.
     QStringList requests() const
     {
         QStringList lines;
@@ -73,7 +73,7 @@ public:
                && !service.hasEnded();
     }
 
-    /// Ends the service and tells what went wrong with it; empty for nothing.
+    /// Ends the service and returns its fault; empty if it ended cleanly.
     QString close()
     {
         service.terminate();
@@ -140,7 +140,7 @@ void TestMindboxOrder::wholeOrder()
     QVERIFY(begun.isSuccess());
     QCOMPARE(begun.transactionId, u"tx-501"_s);
 
-    // The sale is paid. The commit is left to the service, which at first does not get through.
+    // The sale is paid. The service has to send the commit, and fails at first.
     transaction.insert(u"ids"_s,
                        QJsonObject{{u"offlineTransactionIdTallo"_s, begun.transactionId}});
     const QJsonObject commit{{u"order"_s, QJsonObject{{u"transaction"_s, transaction}}}};
@@ -198,7 +198,7 @@ void TestMindboxOrder::deferredOrder_data()
     QTest::addColumn<QJsonValue>("customer");
     QTest::addColumn<QStringList>("errors");
 
-    // An empty reply is a lost one.
+    // An empty reply counts as lost.
     using Replies = QList<QByteArray>;
     const QByteArray none;
     const QByteArray notFound =

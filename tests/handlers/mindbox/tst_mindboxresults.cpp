@@ -21,7 +21,7 @@ namespace {
 /// Reads one field of a result that is made from this reply.
 using Reader = std::function<QVariant(const OperationResult &)>;
 
-/// What a field is read as.
+/// The value that a field is read as.
 enum class Kind
 {
     Text,
@@ -48,7 +48,7 @@ OperationResult resultOf(const QJsonObject &object)
     return resultOf(json(200, object));
 }
 
-/// The value at the end of a dotted path, on which `[]` is a list with one element.
+/// The value at the end of a dotted path, where `[]` is a list with one element.
 QJsonValue placed(const QStringList &keys, QJsonValue value)
 {
     for (auto key = keys.crbegin(); key != keys.crend(); ++key) {
@@ -170,7 +170,7 @@ void TestMindboxResults::requestStatus_data()
     row("protocol error",               reply(400, R"({"status":"ProtocolError"})"),   4);
     row("another status",               reply(200, R"({"status":"Failed"})"),          0);
     row("other case",                   reply(200, R"({"status":"success"})"),         0);
-    row("no text",                      reply(200, R"({"status":2})"),                 0);
+    row("not a text",                   reply(200, R"({"status":2})"),                 0);
     row("no status",                    reply(200, R"({"a":1})"),                      0);
     row("500 with another key",         reply(500, R"({"a":1})"),                      0);
     row("error wins over success",      reply(200, R"({"status":"Success","errorMessage":"x"})"), 1);
@@ -178,7 +178,7 @@ void TestMindboxResults::requestStatus_data()
     row("an error of the service, 500", reply(500, R"({"errorMessage":"x"})"),         1);
     row("500, empty",                   reply(500),                                    1, true, lost);
     row("500, empty object",            reply(500, "{}"),                              1, true, lost);
-    row("500, no JSON",                 reply(500, "<html/>"),                         1, true, lost);
+    row("500, not JSON",                reply(500, "<html/>"),                         1, true, lost);
     row("500, a list",                  reply(500, R"([{"status":"Success"}])"),       1, true, lost);
     row("400, empty",                   reply(400),                                    1, true, lost);
     row("201, empty",                   reply(201),                                    1, true, lost);
@@ -189,7 +189,7 @@ void TestMindboxResults::requestStatus_data()
     row("200, a list",                  reply(200, R"([{"status":"Success"}])"),       0);
     row("cut off after its status",     http::Response::failed(2, tr::Tr(u"x"_s), 200), 1, true, lost);
     row("stalled after its status",     http::Response::failed(4, tr::Tr(u"x"_s), 200), 1, true, lost);
-    row("cut off behind a 500",         http::Response::failed(2, tr::Tr(u"x"_s), 500), 1, true, lost);
+    row("cut off after a 500",          http::Response::failed(2, tr::Tr(u"x"_s), 500), 1, true, lost);
     // clang-format on
 }
 
@@ -263,7 +263,7 @@ void TestMindboxResults::errorInReply_data()
     QTest::newRow("status and error")
         << R"({"status":"ProtocolError","errorMessage":"Нет точки %1 %2"})"_ba
         << QStringList{u"ERROR Статус: ProtocolError"_s, u"ERROR Ошибка: Нет точки %1 %2"_s};
-    QTest::newRow("success all the same")
+    QTest::newRow("success nevertheless")
         << R"({"status":"Success","errorMessage":"x"})"_ba
         << QStringList{u"ERROR Статус: Success"_s, u"ERROR Ошибка: x"_s};
     QTest::newRow("no texts") << R"({"status":5,"errorMessage":{"a":1}})"_ba
@@ -413,8 +413,7 @@ void TestMindboxResults::wrongTypes()
 
 void TestMindboxResults::textOnTheWay()
 {
-    // The walk along a path ends at the first value that is no object, and that value is the
-    // result.
+    // A path ends at the first value that is not an object; that value is the result.
     const OperationResult result = resultOf(
         QJsonObject{{u"customer"_s, u"Found"_s}, {u"order"_s, QJsonObject{{u"ids"_s, u"tx"_s}}}});
     QCOMPARE(result.customer.email, u"Found"_s);
@@ -433,7 +432,7 @@ void TestMindboxResults::customerWithoutStatus_data()
     QTest::newRow("no customer") << R"({"status":"Success"})"_ba << 1;
     QTest::newRow("customer without one") << R"({"customer":{"email":"a"}})"_ba << 1;
     QTest::newRow("null") << R"({"customer":{"processingStatus":null}})"_ba << 1;
-    QTest::newRow("a word nobody knows") << R"({"customer":{"processingStatus":"Lost"}})"_ba << 0;
+    QTest::newRow("an unknown word") << R"({"customer":{"processingStatus":"Lost"}})"_ba << 0;
 }
 
 void TestMindboxResults::customerWithoutStatus()
@@ -562,7 +561,7 @@ void TestMindboxResults::lineIds_data()
     QTest::newRow("below zero") << QJsonValue(u"-42"_s) << -42;
     QTest::newRow("the largest") << QJsonValue(u"2147483647"_s) << 2147483647;
     QTest::newRow("too large") << QJsonValue(u"2147483648"_s) << 0;
-    QTest::newRow("no number") << QJsonValue(u"4a"_s) << 0;
+    QTest::newRow("not a number") << QJsonValue(u"4a"_s) << 0;
     QTest::newRow("hexadecimal") << QJsonValue(u"0x10"_s) << 0;
     QTest::newRow("a fraction") << QJsonValue(u"4.0"_s) << 0;
     QTest::newRow("empty") << QJsonValue(u""_s) << 0;
@@ -721,7 +720,7 @@ void TestMindboxResults::errorTexts()
     QCOMPARE(BeginResult(result).errorOr(given), orElse);
     QCOMPARE(RollbackResult(result).errorOr(given), orElse);
     QCOMPARE(ReplaceCardResult(result).errorOr(given), orElse);
-    // Through the base, as a caller with several kinds of results has them.
+    // Through the base class, as a caller with several kinds of results uses them.
     const BeginResult begun(result);
     const RequestResult &base = begun;
     QTEST(base.error(), "begin");
@@ -778,7 +777,7 @@ void TestMindboxResults::strangeReplies_data()
     QTest::newRow("a text") << R"("Success")"_ba;
     QTest::newRow("null") << "null"_ba;
     QTest::newRow("cut off") << R"({"status":"Success","order":{"processingStatus":"Processed")"_ba;
-    QTest::newRow("no UTF-8") << "{\"status\":\"\xff\xfe\"}"_ba;
+    QTest::newRow("not UTF-8") << "{\"status\":\"\xff\xfe\"}"_ba;
     QTest::newRow("a page") << "<html><body>502</body></html>"_ba;
     QTest::newRow("zero bytes") << QByteArray(1000, '\0');
     QTest::newRow("lists as deep as a parser goes")

@@ -68,7 +68,7 @@ void TestGiftomanHandler::outcome_data()
     QTest::newRow("id 00")                        << Script{id(u"00"_s)} << true << QStringList{};
     QTest::newRow("no result")                    << Script{reply(200, "{}")} << true << QStringList{};
     QTest::newRow("no reply")                     << Script{reply(204)} << true << QStringList{};
-    QTest::newRow("no JSON")                      << Script{reply(200, "<ok/>")} << true << QStringList{};
+    QTest::newRow("not JSON")                     << Script{reply(200, "<ok/>")} << true << QStringList{};
     QTest::newRow("a list")                       << Script{reply(200, "[0]")} << true << QStringList{};
     QTest::newRow("0, then an id")                << Script{again, id(u"5"_s)} << true << QStringList{};
     QTest::newRow("0 as a number is 0")           << Script{id(0), id(u"5"_s)} << true << QStringList{};
@@ -86,7 +86,7 @@ void TestGiftomanHandler::outcome_data()
     QTest::newRow("the neighbours of a code")     << Script{error(32604)} << true << QStringList{};
     QTest::newRow("the smallest number")          << Script{error(-2147483648.0)} << true << QStringList{};
     QTest::newRow("error without a code")         << Script{error(QJsonValue::Null)} << true << QStringList{};
-    QTest::newRow("error that is no object")      << Script{json(200, {{u"error"_s, u"32605"_s}})} << true << QStringList{};
+    QTest::newRow("error that is not an object")  << Script{json(200, {{u"error"_s, u"32605"_s}})} << true << QStringList{};
     QTest::newRow("another error beside an id 0") << Script{json(200, {{u"error"_s, QJsonObject()}, {u"result"_s, QJsonObject{{u"id"_s, u"0"_s}}}}), id(u"5"_s)} << true << QStringList{};
     QTest::newRow("HTTP 500")                     << Script{reply(500, "{\"result\":{\"id\":\"5\"}}")} << false << QStringList{failed(reply(500))};
     QTest::newRow("HTTP 400")                     << Script{reply(400)} << false << QStringList{failed(reply(400))};

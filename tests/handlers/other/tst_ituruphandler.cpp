@@ -37,7 +37,7 @@ void TestIturupHandler::request_data()
                                                   << u"http://it.test/"_s << R"({"check":"c","id":"5"})"_ba;
     QTest::newRow("absent members are empty")     << uR"({"body":{"url":"http://it.test/"}})"_s
                                                   << u"http://it.test/"_s << R"({"check":"","id":""})"_ba;
-    QTest::newRow("a number is no text")          << uR"({"body":{"url":"http://it.test/","id":5,"check":{}}})"_s
+    QTest::newRow("a number is not a text")          << uR"({"body":{"url":"http://it.test/","id":5,"check":{}}})"_s
                                                   << u"http://it.test/"_s << R"({"check":"","id":""})"_ba;
     QTest::newRow("url, headers, timeout outside: not read")
                                                   << uR"({"url":"http://no.test/","headers":{"X":"1"},"timeout":3,"body":{"url":"http://it.test/"}})"_s
@@ -70,12 +70,12 @@ void TestIturupHandler::outcome_data()
     // clang-format off
     QTest::newRow("success")                    << json(200, {{u"success"_s, true}}) << true << none;
     QTest::newRow("success with HTTP 500")      << json(500, {{u"success"_s, true}}) << true << none;
-    // The service has seen the check and will not have it: another attempt would change nothing.
+    // The service has read the check and refuses it: a retry would not change that.
     QTest::newRow("refused")                    << json(200, {{u"success"_s, false}, {u"message"_s, u"чек %1 чужой"_s}}) << true << QStringList{u"ERROR чек %1 чужой"_s};
     QTest::newRow("refused with HTTP 400")      << json(400, {{u"success"_s, false}, {u"message"_s, u"нет"_s}}) << true << QStringList{u"ERROR нет"_s};
     QTest::newRow("refused without a word")     << json(200, {{u"success"_s, false}}) << true << QStringList{u"ERROR "_s};
-    QTest::newRow("success is no bool")         << json(200, {{u"success"_s, u"true"_s}, {u"message"_s, 5}}) << true << QStringList{u"ERROR "_s};
-    QTest::newRow("no JSON")                    << reply(502, "<html>") << true << QStringList{u"ERROR "_s};
+    QTest::newRow("success is not a bool")      << json(200, {{u"success"_s, u"true"_s}, {u"message"_s, 5}}) << true << QStringList{u"ERROR "_s};
+    QTest::newRow("not JSON")                   << reply(502, "<html>") << true << QStringList{u"ERROR "_s};
     QTest::newRow("empty")                      << reply(200) << true << QStringList{u"ERROR "_s};
     QTest::newRow("no connection")              << noConnection() << false << QStringList{u"ERROR Нет связи с сервером"_s};
     QTest::newRow("no answer in time")          << timeout() << false << QStringList{u"ERROR Нет связи с сервером"_s};

@@ -42,15 +42,15 @@ void TestLoyaHandler::chain_data()
     const QString b = u"PUT http://b.test/"_s;
     const QString c = u"PUT http://c.test/"_s;
     // clang-format off
-    QTest::newRow("one link")          << uR"({"0":"http://a.test/"})"_s << QStringList{a};
-    QTest::newRow("three links")       << uR"({"2":"http://c.test/","1":"http://b.test/","0":"http://a.test/"})"_s << QStringList{a, b, c};
-    QTest::newRow("one left out")      << uR"({"0":"http://a.test/","2":"http://c.test/"})"_s << QStringList{a, c};
-    QTest::newRow("the first left out")<< uR"({"1":"http://b.test/","2":"http://c.test/"})"_s << QStringList{b, c};
-    QTest::newRow("a fourth link")     << uR"({"0":"http://a.test/","3":"http://d.test/"})"_s << QStringList{a};
-    QTest::newRow("other keys")        << uR"({"00":"http://d.test/"," 1":"http://d.test/","a":"http://d.test/"})"_s << QStringList{};
-    QTest::newRow("no link")           << u"{}"_s << QStringList{};
-    QTest::newRow("a list is no map")  << uR"(["http://a.test/"])"_s << QStringList{};
-    QTest::newRow("a blank inside")    << uR"({"0":"http://a.test/a b"})"_s << QStringList{u"PUT http://a.test/a%20b"_s};
+    QTest::newRow("one link")            << uR"({"0":"http://a.test/"})"_s << QStringList{a};
+    QTest::newRow("three links")         << uR"({"2":"http://c.test/","1":"http://b.test/","0":"http://a.test/"})"_s << QStringList{a, b, c};
+    QTest::newRow("one left out")        << uR"({"0":"http://a.test/","2":"http://c.test/"})"_s << QStringList{a, c};
+    QTest::newRow("the first left out")  << uR"({"1":"http://b.test/","2":"http://c.test/"})"_s << QStringList{b, c};
+    QTest::newRow("a fourth link")       << uR"({"0":"http://a.test/","3":"http://d.test/"})"_s << QStringList{a};
+    QTest::newRow("other keys")          << uR"({"00":"http://d.test/"," 1":"http://d.test/","a":"http://d.test/"})"_s << QStringList{};
+    QTest::newRow("no link")             << u"{}"_s << QStringList{};
+    QTest::newRow("a list is not a map") << uR"(["http://a.test/"])"_s << QStringList{};
+    QTest::newRow("a blank inside")      << uR"({"0":"http://a.test/a b"})"_s << QStringList{u"PUT http://a.test/a%20b"_s};
     // clang-format on
 }
 

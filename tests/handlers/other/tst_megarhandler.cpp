@@ -76,28 +76,28 @@ void TestMegarHandler::judgement_data()
     const QString refused = u"WARN Операция не выполнена"_s;
     const QString before = u"WARN Транзакция была обработана ранее, удаляем сообщение из очереди"_s;
     // clang-format off
-    QTest::newRow("approved")                     << u"<a><Rspn>APPR</Rspn></a>"_s << true << none;
-    QTest::newRow("approved, deep inside")        << u"<a><b><c><Rspn>APPR</Rspn></c></b></a>"_s << true << none;
-    QTest::newRow("approved, with a reason")      << u"<a><Rspn>APPR</Rspn><RspnRsn>5</RspnRsn></a>"_s << true << none;
-    QTest::newRow("approved in another case")     << u"<a><Rspn>Appr</Rspn></a>"_s << false << refused;
-    QTest::newRow("approved between blanks")      << u"<a><Rspn> APPR </Rspn></a>"_s << false << refused;
-    QTest::newRow("the first one counts")         << u"<a><Rspn>DECL</Rspn><Rspn>APPR</Rspn></a>"_s << false << refused;
-    QTest::newRow("approved, declared namespace") << u"<a xmlns='urn:a'><Rspn>APPR</Rspn></a>"_s << true << none;
-    QTest::newRow("another name by its prefix")   << u"<a xmlns:s='urn:s'><s:Rspn>APPR</s:Rspn></a>"_s << false << noResult;
-    QTest::newRow("no result")                    << u"<a/>"_s << false << noResult;
-    QTest::newRow("the result is the root")       << u"<Rspn>APPR</Rspn>"_s << false << noResult;
-    QTest::newRow("another case of the name")     << u"<a><RSPN>APPR</RSPN></a>"_s << false << noResult;
-    QTest::newRow("declined without a reason")    << u"<a><Rspn>DECL</Rspn></a>"_s << false << refused;
-    QTest::newRow("handled before: 227")          << u"<a><Rspn>DECL</Rspn><RspnRsn>227</RspnRsn></a>"_s << true << before;
-    QTest::newRow("handled before: 331")          << u"<a><Rspn>DECL</Rspn><RspnRsn>331</RspnRsn></a>"_s << true << before;
-    QTest::newRow("handled before: 442")          << u"<a><Rspn>DECL</Rspn><RspnRsn>442</RspnRsn></a>"_s << true << before;
-    QTest::newRow("an empty result: 331")         << u"<a><Rspn/><RspnRsn>331</RspnRsn></a>"_s << true << before;
-    QTest::newRow("the first reason counts")      << u"<a><Rspn/><RspnRsn>1</RspnRsn><RspnRsn>331</RspnRsn></a>"_s << false << refused;
-    QTest::newRow("a reason without a result")    << u"<a><RspnRsn>331</RspnRsn></a>"_s << false << noResult;
-    QTest::newRow("another reason")               << u"<a><Rspn/><RspnRsn>228</RspnRsn></a>"_s << false << refused;
-    QTest::newRow("a reason that is no number")   << u"<a><Rspn/><RspnRsn>abc</RspnRsn></a>"_s << false << refused;
-    QTest::newRow("331 and more")                 << u"<a><Rspn/><RspnRsn>331a</RspnRsn></a>"_s << false << refused;
-    // 331 in the last 32 bits of a number that has more of them.
+    QTest::newRow("approved")                      << u"<a><Rspn>APPR</Rspn></a>"_s << true << none;
+    QTest::newRow("approved, deep inside")         << u"<a><b><c><Rspn>APPR</Rspn></c></b></a>"_s << true << none;
+    QTest::newRow("approved, with a reason")       << u"<a><Rspn>APPR</Rspn><RspnRsn>5</RspnRsn></a>"_s << true << none;
+    QTest::newRow("approved in another case")      << u"<a><Rspn>Appr</Rspn></a>"_s << false << refused;
+    QTest::newRow("approved between blanks")       << u"<a><Rspn> APPR </Rspn></a>"_s << false << refused;
+    QTest::newRow("the first one counts")          << u"<a><Rspn>DECL</Rspn><Rspn>APPR</Rspn></a>"_s << false << refused;
+    QTest::newRow("approved, declared namespace")  << u"<a xmlns='urn:a'><Rspn>APPR</Rspn></a>"_s << true << none;
+    QTest::newRow("another name by its prefix")    << u"<a xmlns:s='urn:s'><s:Rspn>APPR</s:Rspn></a>"_s << false << noResult;
+    QTest::newRow("no result")                     << u"<a/>"_s << false << noResult;
+    QTest::newRow("the result is the root")        << u"<Rspn>APPR</Rspn>"_s << false << noResult;
+    QTest::newRow("another case of the name")      << u"<a><RSPN>APPR</RSPN></a>"_s << false << noResult;
+    QTest::newRow("declined without a reason")     << u"<a><Rspn>DECL</Rspn></a>"_s << false << refused;
+    QTest::newRow("handled before: 227")           << u"<a><Rspn>DECL</Rspn><RspnRsn>227</RspnRsn></a>"_s << true << before;
+    QTest::newRow("handled before: 331")           << u"<a><Rspn>DECL</Rspn><RspnRsn>331</RspnRsn></a>"_s << true << before;
+    QTest::newRow("handled before: 442")           << u"<a><Rspn>DECL</Rspn><RspnRsn>442</RspnRsn></a>"_s << true << before;
+    QTest::newRow("an empty result: 331")          << u"<a><Rspn/><RspnRsn>331</RspnRsn></a>"_s << true << before;
+    QTest::newRow("the first reason counts")       << u"<a><Rspn/><RspnRsn>1</RspnRsn><RspnRsn>331</RspnRsn></a>"_s << false << refused;
+    QTest::newRow("a reason without a result")     << u"<a><RspnRsn>331</RspnRsn></a>"_s << false << noResult;
+    QTest::newRow("another reason")                << u"<a><Rspn/><RspnRsn>228</RspnRsn></a>"_s << false << refused;
+    QTest::newRow("a reason that is not a number") << u"<a><Rspn/><RspnRsn>abc</RspnRsn></a>"_s << false << refused;
+    QTest::newRow("331 and more")                  << u"<a><Rspn/><RspnRsn>331a</RspnRsn></a>"_s << false << refused;
+    // 331 in the low 32 bits of a larger number.
     QTest::newRow("a reason of more than 32 bits")<< u"<a><Rspn/><RspnRsn>4294967627</RspnRsn></a>"_s << false << refused;
     // clang-format on
 }
@@ -119,7 +119,7 @@ void TestMegarHandler::unreadable_data()
     QTest::addColumn<QString>("place");
     // clang-format off
     QTest::newRow("empty")             << ""_ba << u"1, 0"_s;
-    QTest::newRow("no XML")            << "APPR"_ba << u"1, 1"_s;
+    QTest::newRow("not XML")           << "APPR"_ba << u"1, 1"_s;
     QTest::newRow("cut off")           << "<a>\n<Rspn>APPR</Rspn>\n"_ba << u"3, 0"_s;
     QTest::newRow("wrong end")         << "<a><Rspn>APPR</Rspn></b>"_ba << u"1, \\d+"_s;
     QTest::newRow("undeclared prefix") << "<a><s:b/><Rspn>APPR</Rspn></a>"_ba << u"1, \\d+"_s;

@@ -48,7 +48,8 @@ void TestPriceCoreHandler::request()
     const LogCapture log(u"pricecore"_s);
     FakeRestClient net({reply(200)});
     QVERIFY(deliver(u"pricecore"_s, message(subtype)));
-    // The token is named a secret behind the request, whose headers the debug log so has in full.
+    // The token is declared secret only after the request, so the debug log shows its headers in
+    // full.
     compareRequest(
         net, {.steps = {u"POST http://price.test/a"_s, u"setSecretHeaders X-Api-Auth-Token"_s},
               .body = "{\"a\":\"ж\",\"b\":[1,2.5]}",

@@ -31,12 +31,12 @@ void TestPriorityApiHandler::request_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QByteArray>("sent");
-    QTest::newRow("a text goes out as it stands") << u"\"<к %1> {}\""_s << "<к %1> {}"_ba;
+    QTest::newRow("a text goes out unchanged") << u"\"<к %1> {}\""_s << "<к %1> {}"_ba;
     QTest::newRow("an empty text") << u"\"\""_s << ""_ba;
     QTest::newRow("an object") << uR"({"b":[1,2.5],"a":"ж"})"_s << R"({"a":"ж","b":[1,2.5]})"_ba;
     QTest::newRow("an empty object") << u"{}"_s << "{}"_ba;
-    QTest::newRow("a list is no object") << u"[1]"_s << "{}"_ba;
-    QTest::newRow("a number is no object") << u"5"_s << "{}"_ba;
+    QTest::newRow("a list is not an object") << u"[1]"_s << "{}"_ba;
+    QTest::newRow("a number is not an object") << u"5"_s << "{}"_ba;
     QTest::newRow("absent") << u""_s << "{}"_ba;
 }
 
@@ -72,7 +72,7 @@ void TestPriorityApiHandler::outcome_data()
     QTest::newRow("1 as a text")            << json(200, {{u"code"_s, u"1"_s}}) << false << none;
     QTest::newRow("no code")                << json(200, {{u"Code"_s, 0}}) << false << noCode;
     QTest::newRow("an empty reply")         << reply(204) << false << noCode;
-    QTest::newRow("no JSON")                << reply(200, "<ok/>") << false << noCode;
+    QTest::newRow("not JSON")               << reply(200, "<ok/>") << false << noCode;
     QTest::newRow("a list")                 << reply(200, "[{\"code\":0}]") << false << noCode;
     QTest::newRow("HTTP 400, code 0")       << json(400, {{u"code"_s, 0}}) << false << failed(reply(400));
     QTest::newRow("HTTP 500, code 0")       << json(500, {{u"code"_s, 0}}) << false << failed(reply(500));

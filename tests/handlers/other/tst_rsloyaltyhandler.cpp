@@ -77,7 +77,7 @@ void TestRSLoyaltyHandler::judgement_data()
     QTest::newRow("201 is not 200")              << add << 201 << "<a><AddBonusResult>true</AddBonusResult></a>"_ba << false << none;
     QTest::newRow("a fault with 200")            << add << 200 << fault(unknown) << false << none;
     QTest::newRow("empty, 200")                  << add << 200 << ""_ba << false << none;
-    QTest::newRow("cut off behind the result")   << add << 200 << "<a><AddBonusResult>true</AddBonusResult>"_ba << false << none;
+    QTest::newRow("cut off after the result")    << add << 200 << "<a><AddBonusResult>true</AddBonusResult>"_ba << false << none;
     QTest::newRow("own entity")                  << add << 200 << "<!DOCTYPE a [<!ENTITY b \"true\">]><a><AddBonusResult>&b;</AddBonusResult></a>"_ba << false << none;
     QTest::newRow("windows-1251")                << add << 500 << "<?xml version=\"1.0\" encoding=\"windows-1251\"?><faultstring>\xc4\xe8\xf1\xea\xee\xed\xf2\xed\xe0\xff \xea\xe0\xf0\xf2\xe0 \xed\xe5 \xed\xe0\xe9\xe4\xe5\xed\xe0.</faultstring>"_ba << true << dropped(unknown);
     QTest::newRow("not activated")               << add << 500 << fault(inactive) << true << dropped(inactive);

@@ -76,7 +76,7 @@ void TestTsumHandler::outcome_data()
     QTest::addColumn<bool>("finished");
     QTest::newRow("200") << reply(200, "{\"error\":1}") << true;
     QTest::newRow("204") << reply(204) << true;
-    QTest::newRow("no JSON") << reply(200, "<html>") << true;
+    QTest::newRow("not JSON") << reply(200, "<html>") << true;
     QTest::newRow("301") << reply(301) << false;
     QTest::newRow("400") << reply(400) << false;
     QTest::newRow("500") << reply(500) << false;

@@ -81,10 +81,10 @@ void TestAtolPayHandler::outcome_data()
     QTest::newRow("completed: refund says 500")    << Script{state(u"COMPLETED"_s), reply(500, R"({"status":"success"})")} << keptBy(reply(500)) << silent;
     QTest::newRow("completed, in lower case")      << Script{state(u"completed"_s), refunded()}     << u"delivered"_s  << silent;
     QTest::newRow("refunded: done already")        << Script{state(u"REFUNDED"_s)}                  << u"delivered: оплата уже возвращена"_s  << done;
-    // The till relies on a refund that is under way not being asked for again.
+    // The till relies on it that a refund in progress is not requested again.
     QTest::newRow("refund in progress: done")      << Script{state(u"REFUND_IN_PROGRESS"_s)}        << u"delivered: возврат уже выполняется"_s  << done;
     QTest::newRow("partly refunded: done")         << Script{state(u"PARTIAL_REFUNDED"_s)}          << u"delivered: оплата уже возвращена частично"_s  << done;
-    // The till relies on a payment that is still under way not being waited for.
+    // The till relies on it that a payment in progress is not waited for.
     QTest::newRow("in progress: dropped")          << Script{state(u"IN_PROGRESS"_s)}               << u"dropped: оплата ещё не завершена, возврата не было"_s  << needless;
     QTest::newRow("error: dropped")        << Script{state(u"ERROR"_s)}                     << u"dropped: оплата завершилась ошибкой, возврата не было"_s  << needless;
     QTest::newRow("expired: dropped")      << Script{state(u"EXPIRED"_s)}                   << u"dropped: срок оплаты истёк, возврата не было"_s  << needless;
@@ -170,7 +170,7 @@ void TestAtolPayHandler::requests()
     FakeRestClient net({state(u"COMPLETED"_s), refunded()});
     QVERIFY(deliver(u"atolpay"_s, body));
     QCOMPARE(net.requestAt(0).body, asked);
-    // The time behind the document's identifier is left out.
+    // The time after the document's identifier is cut off.
     static const QRegularExpression time(u"(?<=_refund)\\d{13}"_s);
     QCOMPARE(QString::fromUtf8(net.requestAt(1).body).remove(time), QString::fromUtf8(refund));
 }

@@ -56,7 +56,7 @@ private Q_SLOTS:
 
 void TestAtolPayInterface::operationsKeepTheirPlaces()
 {
-    // Two places of the table are those of the destructor.
+    // Two places of the table belong to the destructor.
     QCOMPARE(slotOf(&atolpay::Interface::register_), 2);
     QCOMPARE(slotOf(&atolpay::Interface::refund), 3);
     QCOMPARE(slotOf(&atolpay::Interface::status), 4);
@@ -97,7 +97,7 @@ void TestAtolPayInterface::timeout_data()
     QTest::newRow("not set up") << u""_s << u"setTimeoutMs 10000"_s;
     QTest::newRow("set up") << u"timeout = 25"_s << u"setTimeoutMs 25000"_s;
     QTest::newRow("no overflow") << u"timeout = 2147483647"_s << u"setTimeoutMs 2147483647000"_s;
-    QTest::newRow("no number") << u"timeout = soon"_s << u"setTimeoutMs 10000"_s;
+    QTest::newRow("not a number") << u"timeout = soon"_s << u"setTimeoutMs 10000"_s;
 }
 
 void TestAtolPayInterface::timeout()
@@ -184,11 +184,11 @@ void TestAtolPayInterface::statusReply_data()
     QTest::newRow("unknown")            << status(u"PAID"_s)               << 0 << false;
     QTest::newRow("not trimmed")        << status(u" COMPLETED"_s)         << 0 << false;
     QTest::newRow("empty")              << status(u""_s)                   << 0 << false;
-    QTest::newRow("no text")            << status(2)                       << 0 << false;
+    QTest::newRow("not a text")         << status(2)                       << 0 << false;
     QTest::newRow("data is the status") << json(200, {{u"data"_s, u"COMPLETED"_s}})   << 0 << false;
     QTest::newRow("status at the top")  << json(200, {{u"status"_s, u"COMPLETED"_s}}) << 0 << false;
     QTest::newRow("empty object")       << json(200, {})                   << 0 << true;
-    QTest::newRow("no JSON")            << reply(200, "COMPLETED")         << 0 << true;
+    QTest::newRow("not JSON")           << reply(200, "COMPLETED")         << 0 << true;
     QTest::newRow("empty reply")        << reply(200)                      << 0 << true;
     QTest::newRow("500 with a status")  << reply(500, R"({"data":{"status":"COMPLETED"}})") << 0 << true;
     QTest::newRow("no connection")      << noConnection()                  << 0 << true;
@@ -237,8 +237,8 @@ void TestAtolPayInterface::refundRequest()
 
 void TestAtolPayInterface::refundTakesItsTimeFromTheSystem()
 {
-    // The service knows a refund by its identifier. A clock that stands still must not make two of
-    // them one, so the clock that tests and tills can set is not asked.
+    // The service recognizes a refund by its identifier. A stopped clock must not give two refunds
+    // the same one, so the clock that tests and tills can set is not used.
     const FixedTime clock(clockSeconds);
     atolpay::Interface service = withSettings(base);
     FakeRestClient net({reply(200), reply(200)});

@@ -72,8 +72,8 @@ void TestCftSbpHandler::outcome_data()
     const QString ended = u"dropped: банк отказал окончательно, код 202"_s;
     const QString http428 = u"ERROR Сервер ответил ошибкой, код состояния HTTP 428"_s;
 
-    // An error that ends the matter: logged as one, and yet the message goes. The till relies on
-    // it, or its cancellation would come round for ever.
+    // A final error: it is logged as an error, and the message is dropped. The till relies on it;
+    // otherwise its cancellation would be retried for ever.
     QTest::newRow("428 with 202") << reply(428, R"({"code":202,"message":"%1 done"})") << ended
                                   << u"ERROR %1 done"_s;
     QTest::newRow("428 with 202, no text") << reply(428, R"({"code":202})") << ended << http428;
@@ -111,7 +111,7 @@ void TestCftSbpHandler::outcome_data()
     QTest::newRow("428 cut off") << http::Response::failed(2, tr::Tr(u"Обрыв"_s), 428)
                                  << u"kept network: Обрыв"_s << u"ERROR Обрыв"_s;
 
-    // The pair is a refusal whatever the status says beside it.
+    // The pair is a refusal, whatever `status` says.
     QTest::newRow("refused") << reply(200, R"({"message":"no %1","code":1})")
                              << u"kept service: банк отказал, код: 1"_s << u"ERROR no %1"_s;
     QTest::newRow("refused beside a good status")
@@ -152,7 +152,7 @@ void TestCftSbpHandler::outcome_data()
     // An absent status reads as 0.
     QTest::newRow("empty object") << reply(200, "{}") << done << nothing;
     QTest::newRow("empty") << reply(200) << done << nothing;
-    QTest::newRow("no JSON") << reply(200, "ok") << done << nothing;
+    QTest::newRow("not JSON") << reply(200, "ok") << done << nothing;
     QTest::newRow("array") << reply(200, R"([{"status":-1}])") << done << nothing;
 }
 

@@ -78,7 +78,7 @@ private Q_SLOTS:
     void responseCode();
     void fill_data();
     void fill();
-    void failureIsToldInTheInterfaceLanguage();
+    void failureIsLoggedInTheInterfaceLanguage();
     void requests();
     void outcome_data();
     void outcome();
@@ -104,13 +104,13 @@ void TestIturupSbpHandler::responseCode_data()
     QTest::newRow("2") << QByteArray(R"({"responseCode":2})") << 2;
     QTest::newRow("-5") << QByteArray(R"({"responseCode":-5})") << -5;
     QTest::newRow("as a text") << QByteArray(R"({"responseCode":"2"})") << 2;
-    QTest::newRow("no number") << QByteArray(R"({"responseCode":"x"})") << 0;
+    QTest::newRow("not a number") << QByteArray(R"({"responseCode":"x"})") << 0;
     QTest::newRow("null member") << QByteArray(R"({"responseCode":null})") << 0;
-    // An absent code lets the chain go on, no reply at all stops it where 0 is required.
+    // An absent code lets the chain continue; a missing reply stops it where 0 is required.
     QTest::newRow("absent") << QByteArray(R"({"data":{}})") << 0;
     QTest::newRow("empty object") << QByteArray("{}") << 0;
     QTest::newRow("array") << QByteArray("[]") << 0;
-    QTest::newRow("no JSON") << QByteArray("ok") << -1;
+    QTest::newRow("not JSON") << QByteArray("ok") << -1;
     QTest::newRow("empty") << QByteArray() << -1;
     QTest::newRow("null") << QByteArray("null") << -1;
 }
@@ -138,7 +138,7 @@ void TestIturupSbpHandler::fill_data()
         u"{\"a\":1990.5,\"b\":0.1,\"c\":9223372036854775807,\"d\":100,\"k\":\"7\"}"_s);
     row("other letters", u"{\"a\":\"чек %1\"}"_s, u"{\"a\":\"чек %1\",\"k\":\"7\"}"_s);
     row("empty", QString(), u"{\"k\":\"7\"}"_s);
-    row("no JSON", u"amount=5"_s, u"{\"k\":\"7\"}"_s);
+    row("not JSON", u"amount=5"_s, u"{\"k\":\"7\"}"_s);
     row("an array", u"[1]"_s, u"{\"k\":\"7\"}"_s);
     row("absent", QVariant(), u"{\"k\":\"7\"}"_s);
 }
@@ -159,10 +159,9 @@ void TestIturupSbpHandler::fill()
     QCOMPARE(message.body.value(u"refundCommit"_s).toMap(), before);
 }
 
-void TestIturupSbpHandler::failureIsToldInTheInterfaceLanguage()
+void TestIturupSbpHandler::failureIsLoggedInTheInterfaceLanguage()
 {
-    // All other types take the Russian text; whoever watches this type reads the operator's
-    // language.
+    // All other types log the Russian text; this type logs in the operator's language.
     const KeysAsTexts translator;
     const LogCapture log(u"iturupsbp"_s);
     FakeRestClient net({reply(500)});
@@ -180,7 +179,7 @@ void TestIturupSbpHandler::requests()
     FakeRestClient net({operation(u"ACCEPTED"_s), prepared(), code(2), code(0)});
     QVERIFY(deliver(u"iturupsbp"_s, message()));
     QCOMPARE(net.steps(), QStringList{u"setTimeout 11"_s} + chain);
-    // The first one goes out as the till has written it.
+    // The first request is sent as the till has written it.
     QCOMPARE(net.requestAt(0).body, QByteArray("{ \"qrc\" : \"A1\" }"));
     QCOMPARE(net.requestAt(1).body,
              QByteArray(R"({"amount":1990.5,"big":9223372036854775807,"refId":"op-1","tax":0.1})"));
@@ -240,8 +239,8 @@ void TestIturupSbpHandler::outcome_data()
     row("commit: 500", {accepted, prepared(), reply(500, R"({"responseCode":0})")},
         keptBy(reply(500)));
     row("commit: 0", {accepted, prepared(), code(0)}, u"delivered"_s);
-    // Every answer but 2 is the end of the refund, an error and one that cannot be read too: the
-    // commit has reached the partner, and the till relies on it not being sent once more.
+    // Every answer except 2 ends the refund, also an error and an unreadable answer: the commit has
+    // reached the partner, and the till relies on it that it is not sent again.
     row("commit: 1", {accepted, prepared(), code(1)}, u"dropped: возврат завершён с кодом 1"_s);
     row("commit: -7", {accepted, prepared(), code(-7)}, u"dropped: возврат завершён с кодом -7"_s);
     row("commit: absent", {accepted, prepared(), json(200, {})}, u"delivered"_s);
@@ -314,7 +313,7 @@ void TestIturupSbpHandler::everyReplyLostOnce_data()
 
     const http::Response lost = http::Response::failed(2, tr::Tr(u"Обрыв"_s));
     const http::Response accepted = operation(u"ACCEPTED"_s);
-    // Each attempt begins with the state, so a payment that is undone meanwhile is not refunded
+    // Each attempt begins with the state, so a payment that was refunded meanwhile is not refunded
     // again.
     QTest::newRow("state") << Script{lost} << Script{operation(u"REJECTED"_s)};
     QTest::newRow("prepare") << Script{accepted, lost} << Script{accepted, prepared(), code(0)};

@@ -26,8 +26,7 @@ QVariantMap message(const QVariantMap &more = {})
     return body;
 }
 
-/// Each attempt is that of a worker of its own, and the counts outlive it: so every test has
-/// messages of its own.
+/// Each attempt has its own worker, and the counts outlive it; so every test has its own messages.
 QString outcomeOf(int id, const QVariantMap &body)
 {
     HandlerFactory factory(handlerTable());
@@ -118,15 +117,15 @@ void TestNspkEcHandler::outcome_data()
     QTest::newRow("0 and nothing else")       << reply(200, result(R"({"code":"0"})"))      << none << done;
     QTest::newRow("refused")                  << reply(200, refused)                        << u"Отказ %1"_s << code17;
     QTest::newRow("refused without a reason") << reply(200, result(R"({"code":"17"})"))     << unknown << code17;
-    QTest::newRow("reason is no text")        << reply(200, result(R"({"code":"17","description":5})")) << unknown << code17;
+    QTest::newRow("reason is not a text")     << reply(200, result(R"({"code":"17","description":5})")) << unknown << code17;
     QTest::newRow("reason is empty")          << reply(200, result(R"({"code":"17","description":""})")) << u""_s << code17;
-    // The service writes the code as a text; anything else is not its word for success.
+    // The service writes the code as a text; any other value is not a success.
     QTest::newRow("0 as a number")            << reply(200, result(R"({"code":0})"))        << unknown << noCode;
     QTest::newRow("00")                       << reply(200, result(R"({"code":"00"})"))     << unknown << u"kept service: сервис отказал, код: 00"_s;
     QTest::newRow("no code")                  << reply(200, result("{}"))                   << unknown << noCode;
     QTest::newRow("code at the top")          << reply(200, R"({"code":"0"})")              << unknown << noCode;
-    QTest::newRow("result is no object")      << reply(200, result("\"0\""))                << unknown << noCode;
-    QTest::newRow("no JSON")                  << reply(200, "0")                            << unknown << noCode;
+    QTest::newRow("result is not an object")  << reply(200, result("\"0\""))                << unknown << noCode;
+    QTest::newRow("not JSON")                 << reply(200, "0")                            << unknown << noCode;
     QTest::newRow("empty")                    << reply(204)                                 << unknown << noCode;
     QTest::newRow("500 with 0")               << reply(500, accepted)                       << u"OK"_s << keptBy(reply(500));
     QTest::newRow("400 with a reason")        << reply(400, refused)                        << u"Отказ %1"_s << keptBy(reply(400));
@@ -159,7 +158,7 @@ void TestNspkEcHandler::limit_data()
     QTest::newRow("absent: the first failure is the last") << message() << 1;
     QTest::newRow("0") << tries(0) << 1;
     QTest::newRow("below 0") << tries(-5) << 1;
-    QTest::newRow("no number") << tries(u"many"_s) << 1;
+    QTest::newRow("not a number") << tries(u"many"_s) << 1;
     QTest::newRow("1") << tries(1) << 1;
     QTest::newRow("2") << tries(2) << 2;
     QTest::newRow("3") << tries(3) << 3;
@@ -212,8 +211,8 @@ void TestNspkEcHandler::successLeavesTheCount()
     QVERIFY(!attempt(id, tries(3)));
     QVERIFY(!attempt(id, tries(3)));
     QVERIFY(attempt(id, tries(3)));
-    // Only giving up forgets a count. The row is gone by now; were it not, it would have one
-    // attempt left.
+    // A count is forgotten only when the message is given up. The row is deleted by then; if it
+    // were not, it would have one attempt left.
     QVERIFY(attempt(id, tries(3)));
 }
 

@@ -60,7 +60,7 @@ QJsonObject message()
     };
 }
 
-/// The message with one member replaced, as a request of it or as a whole.
+/// The message with one member of a request, or one request, replaced.
 QJsonObject with(const QString &member, const QJsonValue &value)
 {
     QJsonObject changed = message();
@@ -90,7 +90,7 @@ http::Response token(const QString &text = u"t1"_s)
     return json(200, {{u"access_token"_s, text}});
 }
 
-/// The members of a reply where the service of that type puts them.
+/// The members of a reply at the places where the service of that type puts them.
 QJsonObject placed(const QString &type, const QJsonObject &members)
 {
     return type == newer ? members : QJsonObject{{u"status"_s, members}};
@@ -204,7 +204,7 @@ void TestPlatiQrHandlers::write(const QString &path, const QByteArray &content)
 
 void TestPlatiQrHandlers::initTestCase()
 {
-    // As if the certificate had been converted before.
+    // Simulates a certificate that was converted before.
     write(rootedPath(u"/certs/till.p12"_s), certificate);
     write(pemPath(certificate), "PEM");
 }
@@ -248,7 +248,7 @@ void TestPlatiQrHandlers::requestsOfACancellation()
         requests[1].headers,
         (QMap<QString, QString>{{u"X-Id"_s, u"5"_s}, {u"authorization"_s, u"Bearer t-status"_s}}));
     QCOMPARE(requests[2].body, QByteArray("scope=cancel"));
-    // A token of its own for each request: the one of the status query is not used again.
+    // Each request has its own token: the token of the status query is not used again.
     QCOMPARE(requests[3].header(u"authorization"_s), u"Bearer t-cancel"_s);
     QCOMPARE(requests[3].body, QByteArray(R"({"auth_code":"0042","operation_id":"OP-1","rq_tm":")"
                                           + now + R"(","sum":199095})"));
@@ -294,7 +294,7 @@ void TestPlatiQrHandlers::outcome_data()
         row("paid: reversed",                  {token(), paid(type), token(), ended(u"REVERSED"_s)},            u"delivered"_s,  cancellation, none);
         row("paid: revoked is not refunded",   {token(), paid(type), token(), ended(u"REVOKED"_s)},             u"kept service: заказ не отменён, его состояние: REVOKED"_s, cancellation, none);
         row("paid: refused",                   {token(), paid(type), token(), ended(u"DECLINED"_s)},            u"kept service: заказ не отменён, его состояние: DECLINED"_s, cancellation, none);
-        // The service tells a cancelled order's state under a name of its own.
+        // The service reports the state of a cancelled order under another name.
         row("paid: refunded under another name", {token(), paid(type), token(), order(u"REFUNDED"_s)},          u"kept service: заказ не отменён, его состояние: не указано"_s, cancellation, none);
         row("paid: no token",                  {token(), paid(type), json(200, {})},                            tokenless, cancellation, noToken);
         row("paid: token not reached",         {token(), paid(type), noConnection()},                           keptBy(noConnection()), cancellation, failure(noConnection()));
@@ -305,7 +305,7 @@ void TestPlatiQrHandlers::outcome_data()
         row("another state",                   {token(), order(u"EXPIRED %1"_s)},                               u"kept service: необрабатываемое состояние заказа: EXPIRED %1"_s, asking,       unknownState(u"EXPIRED %1"_s));
         row("compared exactly",                {token(), order(u"paid"_s)},                                     u"kept service: необрабатываемое состояние заказа: paid"_s, asking,       unknownState(u"paid"_s));
         row("no state",                        {token(), json(200, {})},                                        u"kept service: необрабатываемое состояние заказа: не указано"_s, asking,       unknownState(u""_s));
-        row("status is no JSON",               {token(), reply(200, "PAID")},                                   u"kept service: необрабатываемое состояние заказа: не указано"_s, asking,       unknownState(u""_s));
+        row("status is not JSON",               {token(), reply(200, "PAID")},                                   u"kept service: необрабатываемое состояние заказа: не указано"_s, asking,       unknownState(u""_s));
         row("status not reached",              {token(), timeout()},                                            keptBy(timeout()), asking,       failure(timeout()));
         row("status: HTTP error",              {token(), reply(500, R"({"order_state":"REFUNDED"})")},          keptBy(reply(500)), asking,       failure(reply(500)));
         row("token not reached",               {noConnection()},                                                keptBy(noConnection()), asking,       failure(noConnection()));
@@ -314,12 +314,12 @@ void TestPlatiQrHandlers::outcome_data()
         row("empty token",                     {token(u""_s)},                                                  tokenless, asking,       noToken);
         row("token in an array",               {reply(200, R"(["t1"])")},                                       tokenless, asking,       noToken);
         row("no reply to the token request",   {reply(204)},                                                    tokenless, asking,       noToken);
-        // Both find the token at the top, wherever they find everything else.
+        // Both find the token at the top level, unlike the other members.
         row("token inside the status",         {json(200, {{u"status"_s, QJsonObject{{u"access_token"_s, u"t1"_s}}}})}, tokenless, asking, noToken);
         // clang-format on
     }
-    // The till relies on both: a declined order is given up at the newer service, and stays to be
-    // seen at the older one.
+    // The till relies on both: a declined order is dropped with the newer service, and stays in the
+    // table with the older one.
     QTest::newRow("platiqr3, declined: dropped")
         << newer << Script{token(), state(newer, u"DECLINED"_s)}
         << u"dropped: заказ отклонён, отмены не было"_s << asking << none;
@@ -327,7 +327,7 @@ void TestPlatiQrHandlers::outcome_data()
         << older << Script{token(), state(older, u"DECLINED"_s)}
         << u"kept service: необрабатываемое состояние заказа: DECLINED"_s << asking
         << unknownState(u"DECLINED"_s);
-    // Each looks for the state in its own place only.
+    // Each reads the state at its own place only.
     QTest::newRow("platiqr3, state inside the status")
         << newer << Script{token(), state(older, u"REFUNDED"_s)}
         << u"kept service: необрабатываемое состояние заказа: не указано"_s << asking
@@ -400,7 +400,7 @@ void TestPlatiQrHandlers::lostReply()
 void TestPlatiQrHandlers::statusReplyIsReadBeforeTheTokenRequest()
 {
     QFETCH(QString, type);
-    // The client holds its latest reply only, and this one speaks of a payment, too.
+    // The client keeps only its latest reply, and this one also describes a payment.
     QJsonObject tokenReply =
         placed(type, {{u"order_operation_params"_s, QJsonArray{operation(u"OP-9"_s, u"9999"_s)}}});
     tokenReply.insert(u"access_token"_s, u"t2"_s);
@@ -430,14 +430,14 @@ void TestPlatiQrHandlers::paidOperation_data()
         row("the first of two",     QJsonArray{operation(u"OP-1"_s, u"0042"_s), operation(u"OP-2"_s, u"0043"_s)}, u"OP-1"_s, u"0042"_s);
         row("without a code",       QJsonArray{QJsonObject{{u"operation_id"_s, u"OP-1"_s}}}, u"OP-1"_s, none);
         row("empty list",           QJsonArray(),                                none, none);
-        row("no list",              operation(u"OP-1"_s, u"0042"_s),             none, none);
+        row("not a list",              operation(u"OP-1"_s, u"0042"_s),             none, none);
         row("absent",               QJsonValue(QJsonValue::Undefined),           none, none);
         row("null",                 QJsonValue(),                                none, none);
-        row("the first is no object", QJsonArray{u"OP-1"_s},                     none, none);
+        row("the first is not an object", QJsonArray{u"OP-1"_s},                     none, none);
         row("empty object",         QJsonArray{QJsonObject()},                   none, none);
         // clang-format on
     }
-    // From the newer service only a text is taken, from the older one a number too.
+    // The newer service must send a text; from the older one a number is accepted, too.
     QTest::newRow("platiqr3, numbers")
         << newer << QJsonValue(QJsonArray{operation(15, 42)}) << none << none;
     QTest::newRow("platiqr, numbers")
@@ -475,7 +475,7 @@ void TestPlatiQrHandlers::cancelData_data()
             R"({"auth_code":"0042","operation_id":"OP-1"})");
         row("letters", u"{\"order\":\"заказ %1\"}"_s,
             R"({"auth_code":"0042","operation_id":"OP-1","order":"заказ %1"})");
-        row("no JSON", u"order=42"_s, R"({"auth_code":"0042","operation_id":"OP-1"})");
+        row("not JSON", u"order=42"_s, R"({"auth_code":"0042","operation_id":"OP-1"})");
         row("none", u""_s, R"({"auth_code":"0042","operation_id":"OP-1"})");
         // clang-format on
     }
@@ -507,7 +507,7 @@ void TestPlatiQrHandlers::tokenPlaces_data()
         row("several in one header", {{u"authorization"_s, u"{token} {token}"_s}}, {u"authorization: t{1}%1 t{1}%1"_s});
         row("none", {{u"authorization"_s, u"Basic abc"_s}}, {u"authorization: Basic abc"_s});
         row("in no other header", {{u"X-Token"_s, u"{token}"_s}, {u"authorization"_s, u"{token}"_s}}, {u"X-Token: {token}"_s, u"authorization: t{1}%1"_s});
-        // The name is looked up as the till writes it, and without it there is an empty one.
+        // The header name is compared with case; without it the value is empty.
         row("header in another case", {{u"Authorization"_s, u"Bearer {token}"_s}}, {u"Authorization: Bearer {token}"_s, u"authorization: "_s});
         row("no headers", {}, {u"authorization: "_s});
         // clang-format on
@@ -541,7 +541,7 @@ void TestPlatiQrHandlers::presentTime_data()
         };
         row("one", u"{\"rq_tm\": \"{rq_tm}\"}"_s, "{\"rq_tm\": \"2026-01-02T03:04:05Z\"}");
         row("two", u"{rq_tm}|{rq_tm}"_s, "2026-01-02T03:04:05Z|2026-01-02T03:04:05Z");
-        row("none: sent as it stands", u"{ \"a\" : 1.0, \"{token}\": \"ж\" }"_s,
+        row("none: sent unchanged", u"{ \"a\" : 1.0, \"{token}\": \"ж\" }"_s,
             "{ \"a\" : 1.0, \"{token}\": \"ж\" }");
         row("empty", u""_s, "");
     }
@@ -552,7 +552,7 @@ void TestPlatiQrHandlers::presentTime()
     QFETCH(QString, type);
     QFETCH(QString, prepared);
     QFETCH(QByteArray, sent);
-    // The till's own time, whatever zone it is in: the Z at the end is only a letter.
+    // The local time of the till: the Z at the end is only a letter.
     const FixedTime clock(QDateTime(QDate(2026, 1, 2), QTime(3, 4, 5)).toSecsSinceEpoch());
     FakeRestClient net({token(), state(type, u"REFUNDED"_s)});
     QVERIFY(deliverMessage(type, withData(u"orderStatus"_s, prepared)));
@@ -595,7 +595,7 @@ void TestPlatiQrHandlers::certificateIsConvertedOnce()
     QFETCH(QString, type);
     QFETCH(QStringList, further);
 
-    // A tool that notes how it was called and writes the file that it was asked for.
+    // A tool that records its call and writes the requested file.
     const QString tools = rootedPath(u"/tools-"_s + type);
     const QString notes = tools + u"/notes"_s;
     write(tools + u"/openssl"_s,
@@ -640,7 +640,7 @@ void TestPlatiQrHandlers::certificateFailures()
     const QString absent = rootedPath(u"/certs/absent.p12"_s);
     QCOMPARE(outcomeWith(absent), kept);
     QCOMPARE(outcomeWith(u""_s), kept);
-    // The tool itself finds that this is no certificate.
+    // The tool finds that this is not a certificate.
     const QString broken = rootedPath(u"/certs/broken.p12"_s);
     write(broken, "broken for " + type.toUtf8());
     QCOMPARE(outcomeWith(broken), kept);

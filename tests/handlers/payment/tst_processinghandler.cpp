@@ -17,7 +17,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Stands in the place of a shared object for one test.
+/// Replaces a shared object for one test.
 template <typename T>
 class Substitute
 {
@@ -130,7 +130,7 @@ void TestProcessingHandler::noProcessing_data()
     QTest::addColumn<QString>("code");
     QTest::newRow("unknown currency") << uR"({"valutCode":840})"_s << u"840"_s;
     QTest::newRow("no currency") << u"{}"_s << u"0"_s;
-    QTest::newRow("no number") << uR"({"valutCode":"RUB"})"_s << u"0"_s;
+    QTest::newRow("not a number") << uR"({"valutCode":"RUB"})"_s << u"0"_s;
     QTest::newRow("below 0") << uR"({"valutCode":-643})"_s << u"-643"_s;
 }
 
@@ -188,7 +188,7 @@ void TestProcessingHandler::otherFailureOfTheLookupPasses()
 
 void TestProcessingHandler::failureOfTheProcessingPasses()
 {
-    // Only the look-up is guarded: a processing answers for itself.
+    // Only the look-up is guarded; errors of a processing are its own.
     Factory factory;
     factory.processing->failure = u"Сбой процессинга"_s;
     const Substitute<PaymentProcessingFactory> substitute(&factory);
@@ -202,7 +202,7 @@ void TestProcessingHandler::settingsToRequest()
     TestSettings settings(u"[processing]\n643 = http://old.test/pay\n"_s);
     FakeRestClient net({json(200, {{u"success"_s, true}}), json(200, {{u"success"_s, false}})});
     QCOMPARE(outcomeOf(u"processing"_s, roubles), u"delivered"_s);
-    // A change holds from the next worker on.
+    // A change applies from the next worker on.
     settings.set(u"[processing]\n643 = http://new.test/pay\n"_s);
     QCOMPARE(outcomeOf(u"processing"_s, roubles), u"kept service"_s);
     QCOMPARE(net.transcript(),

@@ -22,7 +22,7 @@ const QString deletion = u"INFO Отмена невостребованного 
 const QString refund = u"INFO Оформление возврата по платежу"_s;
 const QString refundInfo = u"INFO Получение информации по возврату"_s;
 
-/// The amount is written as the till writes it; the handler must not touch it.
+/// The amount as the till writes it; the handler must not change it.
 const QString refundBody = u"{\"amount\": 1990.50, \"note\": \"%1\"}"_s;
 
 QString message(const QJsonArray &urls)
@@ -83,7 +83,7 @@ const QString deleteCode = u"DELETE http://sbp.test/qr"_s;
 const QString askRefund = u"POST http://sbp.test/refund"_s;
 const QString refundState = u"GET http://sbp.test/info"_s;
 
-/// The lines of a delivery whose requests went as in `steps`, the last of them failed with `error`.
+/// The log lines of a delivery with these requests, the last of which failed with `error`.
 QStringList withFailure(QStringList lines, const http::Response &last)
 {
     if (last.errorCode > 0)
@@ -135,7 +135,7 @@ void TestRaiffeisenSbpHandler::members_data()
     QTest::newRow("status is a text") << QByteArray(R"({"status":"b"})") << QString() << QString();
     QTest::newRow("value elsewhere") << QByteArray(R"({"value":"b"})") << QString() << QString();
     QTest::newRow("array") << QByteArray(R"([{"m":"a"}])") << QString() << QString();
-    QTest::newRow("no JSON") << QByteArray("OK") << QString() << QString();
+    QTest::newRow("not JSON") << QByteArray("OK") << QString() << QString();
     QTest::newRow("null") << QByteArray("null") << QString() << QString();
     QTest::newRow("empty") << QByteArray() << QString() << QString();
 }
@@ -164,7 +164,7 @@ void TestRaiffeisenSbpHandler::classification_data()
     QTest::newRow("another code") << problem(404, u"NOT_FOUND"_s) << 2;
     QTest::newRow("another case") << problem(404, u"order_not_found"_s) << 2;
     QTest::newRow("no code") << json(404, {{u"message"_s, u"ORDER_NOT_FOUND"_s}}) << 2;
-    QTest::newRow("no JSON") << reply(404, "ORDER_NOT_FOUND") << 2;
+    QTest::newRow("not JSON") << reply(404, "ORDER_NOT_FOUND") << 2;
     QTest::newRow("no connection") << noConnection() << 2;
 }
 
@@ -223,7 +223,7 @@ void TestRaiffeisenSbpHandler::deliveryByState_data()
         u"delivered: QR-код или заказ уже отменён"_s);
     row("order expired: dropped", {order(u"EXPIRED"_s)}, asked, expired);
     row("empty qrStatus: the order's", {bothShapes({}, u"EXPIRED"_s)}, asked, expired);
-    // The code's own state goes before the order's here, and is not looked behind.
+    // Here the state of the code takes precedence over that of the order, which is not read.
     row("qrStatus goes first", {bothShapes(u"IN_PROGRESS"_s, u"CANCELLED"_s)}, asked,
         u"kept service: неизвестное состояние QR-кода или заказа: IN_PROGRESS"_s);
     row("unknown state: silent", {qr(u"INACTIVE"_s)}, asked,
@@ -232,7 +232,7 @@ void TestRaiffeisenSbpHandler::deliveryByState_data()
         u"kept service: неизвестное состояние QR-кода или заказа: cancelled"_s);
     row("no state", {json(200, {})}, asked,
         u"kept service: неизвестное состояние QR-кода или заказа: не указано"_s);
-    row("no JSON", {reply(200, "CANCELLED")}, asked,
+    row("not JSON", {reply(200, "CANCELLED")}, asked,
         u"kept service: неизвестное состояние QR-кода или заказа: не указано"_s);
     row("empty reply", {reply(200)}, asked,
         u"kept service: неизвестное состояние QR-кода или заказа: не указано"_s);
@@ -240,8 +240,8 @@ void TestRaiffeisenSbpHandler::deliveryByState_data()
     row("new: deleted", {qr(u"NEW"_s), reply(200), qr(u"CANCELLED"_s)}, deleted, done);
     row("new order: deleted", {order(u"NEW"_s), reply(204), order(u"CANCELLED"_s)}, deleted, done);
     row("new: delete refused", {qr(u"NEW"_s), reply(409)}, deleting, keptBy(reply(409)));
-    // A code that is gone behind our back is no code that we know to be deleted: the next attempt
-    // sees that it is not found, and only its first answer removes the message.
+    // A code that somebody else deleted is not known to be deleted by us: the next attempt finds
+    // that it does not exist, and only that first answer removes the message.
     row("new: not found when deleting", {qr(u"NEW"_s), notFound}, deleting, keptBy(reply(404)));
     row("new: not found when deleted", {qr(u"NEW"_s), reply(200), codeNotFound}, deleted,
         keptBy(reply(404)));
@@ -250,31 +250,31 @@ void TestRaiffeisenSbpHandler::deliveryByState_data()
         u"kept service: QR-код или заказ не отменён, состояние: NEW"_s);
     row("new: paid meanwhile", {qr(u"NEW"_s), reply(200), qr(u"PAID"_s)}, deleted,
         u"kept service: QR-код или заказ не отменён, состояние: PAID"_s);
-    // The till takes an expired code for gone before the deletion, but not behind it.
+    // The till counts an expired code as gone before the deletion, but not after it.
     row("new: expired meanwhile", {qr(u"NEW"_s), reply(200), qr(u"EXPIRED"_s)}, deleted,
         u"kept service: QR-код или заказ не отменён, состояние: EXPIRED"_s);
-    // Behind the deletion both members are looked at, even if they differ: a code may keep its last
-    // state while its order is cancelled.
+    // After the deletion both members are read, even if they differ: a code may keep its last state
+    // while its order is cancelled.
     row("new: only the order is cancelled",
         {qr(u"NEW"_s), reply(200), bothShapes(u"NEW"_s, u"CANCELLED"_s)}, deleted, done);
     row("new: only the code is cancelled",
         {qr(u"NEW"_s), reply(200), bothShapes(u"CANCELLED"_s, u"NEW"_s)}, deleted, done);
-    row("new: no state behind", {qr(u"NEW"_s), reply(200), reply(200)}, deleted,
+    row("new: no state after it", {qr(u"NEW"_s), reply(200), reply(200)}, deleted,
         u"kept service: QR-код или заказ не отменён, состояние: не указано"_s);
 
     row("paid: refunded", {qr(u"PAID"_s), refundIs(u"IN_PROGRESS"_s), refundIs(u"COMPLETED"_s)},
         refunded, done);
     row("paid order: refunded", {order(u"PAID"_s), reply(200), refundIs(u"COMPLETED"_s)}, refunded,
         done);
-    // With the state unknown the refund is always looked up, even if its own reply says that it is
-    // done.
-    row("paid: completed at once, asked all the same",
+    // When the state is unknown, the refund is always requested, even if its own reply says that it
+    // is done.
+    row("paid: completed at once, asked nevertheless",
         {qr(u"PAID"_s), refundIs(u"COMPLETED"_s), refundIs(u"IN_PROGRESS"_s)}, refunded,
         stillRunning);
     row("paid: refund is running", {qr(u"PAID"_s), reply(200), refundIs(u"IN_PROGRESS"_s)},
         refunded, stillRunning);
-    // Only a running refund is waited for: the till learns of a declined one elsewhere, and a
-    // message that came round for ever would ask for the money again and again.
+    // Only a running refund is retried: the till learns of a declined one elsewhere, and an endless
+    // retry would request the money again and again.
     row("paid: refund declined: dropped", {qr(u"PAID"_s), reply(200), refundIs(u"DECLINED"_s)},
         refunded, u"dropped: возврат не подтверждён, его состояние: DECLINED"_s);
     row("paid: no word of the refund", {qr(u"PAID"_s), reply(200), reply(200)}, refunded,
@@ -309,7 +309,7 @@ void TestRaiffeisenSbpHandler::deliveryOfPaid_data()
 
     const http::Response running = refundIs(u"IN_PROGRESS"_s);
     const http::Response notFound = problem(404, u"ORDER_NOT_FOUND"_s);
-    // Here a refund that is done at once is believed, and nothing is asked behind it.
+    // Here a refund that is done at once is trusted, and its state is not requested.
     QTest::newRow("completed at once") << Script{refundIs(u"COMPLETED"_s)} << 1 << u"delivered"_s;
     QTest::newRow("completed by now")
         << Script{running, refundIs(u"COMPLETED"_s)} << 2 << u"delivered"_s;
@@ -320,7 +320,7 @@ void TestRaiffeisenSbpHandler::deliveryOfPaid_data()
         << u"dropped: возврат не подтверждён, его состояние: DECLINED"_s;
     QTest::newRow("running") << Script{running, running} << 2
                              << u"kept service: возврат ещё выполняется"_s;
-    QTest::newRow("another case is no running one")
+    QTest::newRow("another case is not a running one")
         << Script{running, refundIs(u"in_progress"_s)} << 2
         << u"dropped: возврат не подтверждён, его состояние: in_progress"_s;
     QTest::newRow("no word of it")
@@ -328,7 +328,7 @@ void TestRaiffeisenSbpHandler::deliveryOfPaid_data()
         << u"dropped: возврат не подтверждён, его состояние: не указано"_s;
     QTest::newRow("refused") << Script{json(400, {{u"refundStatus"_s, u"COMPLETED"_s}})} << 1
                              << keptBy(reply(400));
-    // Not found removes a message only where the state was asked for first.
+    // "Not found" removes a message only when the state was requested first.
     QTest::newRow("not found") << Script{notFound} << 1 << keptBy(reply(404));
     QTest::newRow("no connection") << Script{noConnection()} << 1 << keptBy(noConnection());
     QTest::newRow("refund not found") << Script{running, notFound} << 2 << keptBy(reply(404));
@@ -343,8 +343,7 @@ void TestRaiffeisenSbpHandler::deliveryOfPaid()
     FakeRestClient net(script);
     QTEST(outcomeOf(u"raiffeisensbp"_s, paid()), "outcome");
     QCOMPARE(net.transcript(), (QStringList{askRefund, refundState}.first(requests)));
-    // Twice, before and behind the preparation: whoever reads the log tells the two forms apart by
-    // it.
+    // Logged twice, before and after the preparation: this distinguishes the two forms in the log.
     QStringList lines{opening, refund, refund};
     if (requests == 2)
         lines.append(refundInfo);
@@ -449,13 +448,13 @@ void TestRaiffeisenSbpHandler::everyReplyLostOnce_data()
     const http::Response done = refundIs(u"COMPLETED"_s);
     QTest::newRow("state") << withState() << Script{lost} << Script{qr(u"EXPIRED"_s)}
                            << QStringList{askCode};
-    // Deleted already: nothing is deleted twice.
+    // It is deleted already and not deleted again.
     QTest::newRow("deletion") << withState() << Script{qr(u"NEW"_s), lost}
                               << Script{qr(u"CANCELLED"_s)} << QStringList{askCode};
     QTest::newRow("check of the deletion") << withState() << Script{qr(u"NEW"_s), reply(200), lost}
                                            << Script{qr(u"CANCELLED"_s)} << QStringList{askCode};
-    // The state is asked anew. As long as it says "paid" the refund goes out once more, with the
-    // same body, by whose identifiers the service knows it again.
+    // The state is requested again. As long as it is "paid", the refund is sent again with the same
+    // body, whose identifiers the service recognizes.
     QTest::newRow("refund, still paid")
         << withState() << Script{qr(u"PAID"_s), lost} << Script{qr(u"PAID"_s), done, done}
         << QStringList{askCode, askRefund, refundState};

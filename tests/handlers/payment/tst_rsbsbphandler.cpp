@@ -54,7 +54,7 @@ http::Response code(int value)
     return json(200, {{u"code"_s, QString::number(value)}});
 }
 
-/// A clock that moves only by sleeps and by what requests take, and notes both.
+/// A clock that moves only by sleeps and by the duration of requests, and records both.
 class FakeTime : public SteadyTime
 {
 public:
@@ -79,7 +79,7 @@ private:
     QStringList &events;
 };
 
-/// Plays status replies that take their time.
+/// Plays status replies with a duration.
 class SlowPartner : public FakeRestClient
 {
 public:
@@ -96,7 +96,7 @@ public:
     void post(const QUrl &url, const QJsonDocument &body, const Headers &headers) override
     {
         events.append(u"%1 ask"_s.arg(time->elapsed));
-        // A poll that goes on beyond its script ends, and fails the test.
+        // A poll beyond the script ends and fails the test.
         if (!repliesLeft())
             time->elapsed += 3'600'000;
         FakeRestClient::post(url, body, headers);
@@ -214,18 +214,18 @@ void TestRsbSbpHandler::signature_data()
     same("one pad", u"AAA=\n"_s);
     same("two pads", u"AA==\n"_s);
     same("line feeds within", u"AA\nBB\n\nCC=\n"_s);
-    cut("text behind", block + u"-----END PKCS7-----\n"_s, block);
-    cut("text behind an unpadded block", u"AAAA\nBB\n-----END"_s, u"AAAA\nBB\n"_s);
-    cut("second block behind the padding", u"AA==\nBB==\n"_s, u"AA==\n"_s);
-    cut("line feed behind the padding", u"AA==\n\n"_s, u"AA==\n"_s);
+    cut("text after it", block + u"-----END PKCS7-----\n"_s, block);
+    cut("text after an unpadded block", u"AAAA\nBB\n-----END"_s, u"AAAA\nBB\n"_s);
+    cut("second block after the padding", u"AA==\nBB==\n"_s, u"AA==\n"_s);
+    cut("line feed after the padding", u"AA==\n\n"_s, u"AA==\n"_s);
     cut("broken last line", u"AAAA\nBB"_s, u"AAAA\n"_s);
     cut("padding without its line feed", u"AAAA\nBB=="_s, u"AAAA\n"_s);
     cut("too much padding", u"AAAA\nB===\n"_s, u"AAAA\n"_s);
     cut("carriage return in a later line", u"AAAA\nBBBB\r\n"_s, u"AAAA\n"_s);
-    cut("placeholders behind", u"AA==\n%1 %2\n"_s, u"AA==\n"_s);
-    cut("Cyrillic behind", u"AA==\nподпись"_s, u"AA==\n"_s);
-    cut("zero character behind", u"AA==\n"_s + QChar(u'\0'), u"AA==\n"_s);
-    // Nothing of these is a block that ends in a line feed, and what is no block is left alone.
+    cut("placeholders after it", u"AA==\n%1 %2\n"_s, u"AA==\n"_s);
+    cut("Cyrillic after it", u"AA==\nподпись"_s, u"AA==\n"_s);
+    cut("zero character after it", u"AA==\n"_s + QChar(u'\0'), u"AA==\n"_s);
+    // None of these is a block that ends in a line feed; other texts are not changed.
     same("lines end in CRLF", u"AAAA\r\nBBBB==\r\n"_s);
     same("no line feed", u"AAAA=="_s);
     same("begins with other text", u"-----BEGIN\nAAAA\n"_s);
@@ -236,16 +236,16 @@ void TestRsbSbpHandler::signature_data()
     same("padding alone", u"==\n"_s);
     same("one line feed", u"\n"_s);
     same("empty", QString());
-    // Beyond what a matcher does without counting its steps.
+    // Longer than the step limit of the regular expression.
     same("100 kB", large);
-    cut("100 kB, text behind", large + u"-----END"_s, large);
+    cut("100 kB, text after it", large + u"-----END"_s, large);
     cut("100 kB, carriage return at the end", large + u"AA==\r\n"_s, large);
     same("100 kB in one line", largeLine + u"==\n"_s);
-    cut("100 kB in one line, text behind", largeLine + u"==\nx-"_s, largeLine + u"==\n"_s);
-    cut("100 kB without an end behind one line", u"AA\n"_s + largeLine, u"AA\n"_s);
+    cut("100 kB in one line, text after it", largeLine + u"==\nx-"_s, largeLine + u"==\n"_s);
+    cut("100 kB without an end after one line", u"AA\n"_s + largeLine, u"AA\n"_s);
     same("100 kB without a line feed", largeLine);
     same("100 kB with a wrong end", largeLine + u"===\n"_s);
-    cut("100 kB of other text behind", u"AA==\n"_s + QString(100'000, u'-'), u"AA==\n"_s);
+    cut("100 kB of other text after it", u"AA==\n"_s + QString(100'000, u'-'), u"AA==\n"_s);
     same("100 kB of line feeds", QString(100'000, u'\n'));
 }
 
@@ -292,18 +292,18 @@ void TestRsbSbpHandler::outcome_data()
     QTest::newRow("0 as a number") << reply(200, R"({"code":0})") << u"delivered"_s << nothing;
     QTest::newRow("0 with a text")
         << reply(200, R"({"code":"0","message":"m"})") << u"delivered"_s << nothing;
-    // What is no integer reads as 0, and 0 is success.
-    QTest::newRow("no integer") << reply(200, R"({"code":"ok"})") << u"delivered"_s << nothing;
+    // A value that is not an integer reads as 0, and 0 is success.
+    QTest::newRow("not an integer") << reply(200, R"({"code":"ok"})") << u"delivered"_s << nothing;
     QTest::newRow("a fraction") << reply(200, R"({"code":"5.5"})") << u"delivered"_s << nothing;
     QTest::newRow("hexadecimal") << reply(200, R"({"code":"0x5"})") << u"delivered"_s << nothing;
     QTest::newRow("null") << reply(200, R"({"code":null})") << u"delivered"_s << nothing;
 
-    // A reply must carry its code to be a success.
+    // A reply needs its code to be a success.
     QTest::newRow("no code") << json(200, {}) << noCode << unknown;
     QTest::newRow("no code, a text")
         << reply(200, R"({"message":"m %1"})") << noCode << u"ERROR m %1"_s;
     QTest::newRow("empty") << reply(200) << noCode << unknown;
-    QTest::newRow("no JSON") << reply(200, "0") << noCode << unknown;
+    QTest::newRow("not JSON") << reply(200, "0") << noCode << unknown;
     QTest::newRow("array") << reply(200, R"([{"code":"0"}])") << noCode << unknown;
 
     for (const int final : {-54, -33, -32, -31, -30, -24, -23, -13, -5, 1}) {
@@ -364,12 +364,12 @@ void TestRsbSbpHandler::pollOutcome_data()
     QTest::addColumn<http::Response>("last");
     QTest::addColumn<QString>("outcome");
     QTest::newRow("0") << code(0) << u"delivered"_s;
-    // 1 and -24 are no end of the poll, yet the till counts them as success when they come last:
-    // the refund is on its way, or was made before.
+    // 1 and -24 do not end the poll, but the till counts them as success when they come last: the
+    // refund is in progress, or was made before.
     QTest::newRow("1") << code(1) << u"delivered"_s;
     QTest::newRow("-24") << code(-24) << u"delivered"_s;
-    // As an answer to the refund itself -23 ends the message, but not here: the refund is then sent
-    // once more, and that answer decides.
+    // As an answer to the refund itself, -23 drops the message, but not here: the refund is then
+    // sent again, and that answer decides.
     QTest::newRow("-23") << code(-23) << u"kept service: банк не сделал возврат, код -23"_s;
     QTest::newRow("-5") << code(-5) << u"kept service: банк не сделал возврат, код -5"_s;
     QTest::newRow("5") << code(5) << u"kept service: банк не сделал возврат, код 5"_s;
@@ -383,7 +383,7 @@ void TestRsbSbpHandler::pollOutcome()
 {
     QFETCH(http::Response, last);
     const LogCapture log(u"rsbsbp"_s);
-    // With a duration of 0 the state is asked for exactly once.
+    // With a duration of 0 the state is requested exactly once.
     SlowPartner net({timeout(), last}, {});
     QTEST(outcomeOf(u"rsbsbp"_s, message(block)), "outcome");
     QCOMPARE(net.transcript(), (QStringList{refundLine, statusLine}));
@@ -409,8 +409,8 @@ void TestRsbSbpHandler::pollSteps_data()
     QTest::newRow("negative duration and interval: one request")
         << Script{open} << QList<int>{0} << -1 << -1
         << QStringList{u"0 ask"_s, u"0 sleep until 0"_s} << false;
-    // The second request follows at once, the pause begins with the third, and what a request takes
-    // is part of the interval. The time is looked at behind the pause.
+    // The second request follows at once; the first pause is before the third. The duration of a
+    // request is part of the interval. The time is checked after the pause.
     QTest::newRow("until the time is over")
         << Script{open, open, open, open} << QList<int>{100, 100, 100, 100} << 1000 << 400
         << QStringList{u"0 ask"_s,   u"100 sleep until 0"_s,
@@ -479,7 +479,7 @@ void TestRsbSbpHandler::pollOverRealConnections()
     RestClient client;
     const SteadyTime time;
     const SteadyTime::Moment start = time.now();
-    // Far more than the test may take: only the third answer ends the poll.
+    // Far longer than the test may take: only the third answer ends the poll.
     constexpr int duration = 3'600'000;
     QVERIFY(RsbSbpHandler().pollRefundStatus(client, server.url(u"/status"_s),
                                              QJsonDocument(QJsonObject{{u"id"_s, 1990.5}}),
@@ -500,7 +500,7 @@ void TestRsbSbpHandler::everyReplyLostOnce_data()
     QTest::addColumn<QStringList>("transcript");
 
     const http::Response lost = http::Response::failed(2, tr::Tr(u"Обрыв"_s));
-    // The refund goes out once more as it was, and its code tells that it was made before.
+    // The refund is sent again unchanged, and its code says that it was made before.
     QTest::newRow("refund") << Script{lost} << Script{code(-5)}
                             << QStringList{refundLine, refundLine};
     QTest::newRow("refund, state asked for") << Script{timeout(), lost} << Script{code(-5)}

@@ -87,7 +87,7 @@ void TestCountersHandler::outcome_data()
     QTest::newRow("400, exists as a text")    << Script{refused, exists(u"true"_s)} << false << kept;
     QTest::newRow("400, exists as a number")  << Script{refused, exists(1)} << false << kept;
     QTest::newRow("400, no result")           << Script{refused, reply(200, "{}")} << false << kept;
-    QTest::newRow("400, no JSON")             << Script{refused, reply(200, "true")} << false << kept;
+    QTest::newRow("400, not JSON")            << Script{refused, reply(200, "true")} << false << kept;
     QTest::newRow("400, question refused")    << Script{refused, json(404, {{u"result"_s, true}})} << false << kept;
     QTest::newRow("400, question lost")       << Script{refused, noConnection()} << false << kept;
     QTest::newRow("401: not asked")           << Script{reply(401)} << false << QStringList{failed(reply(401))};
@@ -115,10 +115,11 @@ void TestCountersHandler::question_data()
     QTest::addColumn<QString>("path");
     QTest::newRow("an id") << u"{\"operationId\":\"5a-b\"}"_s << u"/v1/operations/5a-b/exists"_s;
     QTest::newRow("no id") << u"{}"_s << u"/v1/operations//exists"_s;
-    QTest::newRow("a number is no text") << u"{\"operationId\":5}"_s << u"/v1/operations//exists"_s;
+    QTest::newRow("a number is not a text")
+        << u"{\"operationId\":5}"_s << u"/v1/operations//exists"_s;
     QTest::newRow("an id deeper down")
         << u"{\"a\":{\"operationId\":\"5\"}}"_s << u"/v1/operations//exists"_s;
-    QTest::newRow("no JSON") << u"op-1"_s << u"/v1/operations//exists"_s;
+    QTest::newRow("not JSON") << u"op-1"_s << u"/v1/operations//exists"_s;
     QTest::newRow("odd signs") << u"{\"operationId\":\"a/b?c%41 d\"}"_s
                                << u"/v1/operations/a%2Fb%3Fc%2541%20d/exists"_s;
     QTest::newRow("letters") << u"{\"operationId\":\"ж\"}"_s << u"/v1/operations/%D0%B6/exists"_s;
@@ -141,7 +142,7 @@ void TestCountersHandler::withoutCredentials()
     QCOMPARE(net.transcript(), QStringList{u"POST http://counters.test/a"_s});
 }
 
-/// It must not become the address of another server.
+/// The value must not turn the address into that of another server.
 void TestCountersHandler::unreadableAddress()
 {
     FakeRestClient net({noConnection()});

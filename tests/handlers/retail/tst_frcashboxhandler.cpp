@@ -52,8 +52,8 @@ private Q_SLOTS:
     void session();
     void outcome_data();
     void outcome();
-    void addressesAreJoinedAsTheyStand_data();
-    void addressesAreJoinedAsTheyStand();
+    void addressesAreJoinedUnchanged_data();
+    void addressesAreJoinedUnchanged();
 };
 
 void TestFrCashboxHandler::requests()
@@ -88,7 +88,7 @@ void TestFrCashboxHandler::session_data()
     QTest::newRow("with an error status") << json(500, {{u"sessionId"_s, u"s-1"_s}}) << u"s-1"_s;
     QTest::newRow("a number") << ::session(5) << u""_s;
     QTest::newRow("none") << reply(200, "{}") << u""_s;
-    QTest::newRow("no JSON") << reply(200, "s-1") << u""_s;
+    QTest::newRow("not JSON") << reply(200, "s-1") << u""_s;
     QTest::newRow("refused") << reply(401) << u""_s;
     QTest::newRow("lost") << noConnection() << u""_s;
 }
@@ -97,7 +97,7 @@ void TestFrCashboxHandler::session()
 {
     QFETCH(http::Response, login);
     QFETCH(QString, sent);
-    // Whatever became of the login, the request goes out once more, and its answer alone counts.
+    // Whatever the result of the login, the request is sent again, and only its answer counts.
     FakeRestClient net({reply(401), login, reply(200, "{}")});
     QVERIFY(deliver(u"frcashbox"_s, message()));
     QCOMPARE(net.requestAt(2).header(u"SessionId"_s), sent);
@@ -116,27 +116,27 @@ void TestFrCashboxHandler::outcome_data()
         return json(status, {{u"error"_s, value}});
     };
     // clang-format off
-    QTest::newRow("an object")              << Script{json(200, {{u"fiscal"_s, 5}})} << true << QStringList();
-    QTest::newRow("an empty object")        << Script{reply(200, "{}")} << true << QStringList();
-    QTest::newRow("a list")                 << Script{reply(200, "[{\"error\":1}]")} << true << QStringList();
-    QTest::newRow("empty")                  << Script{reply(200)} << false << empty;
-    QTest::newRow("no JSON")                << Script{reply(200, "<html>")} << false << empty;
-    QTest::newRow("cut off JSON")           << Script{reply(200, "{\"fiscal\":5")} << false << empty;
-    QTest::newRow("an error")               << Script{error(200, QJsonObject{{u"message"_s, u"нет %1 бумаги"_s}, {u"code"_s, 8}})} << false << refused(u"Код: 8, ошибка: нет %1 бумаги"_s);
-    QTest::newRow("an error below 0")       << Script{error(200, QJsonObject{{u"message"_s, u"x"_s}, {u"code"_s, -8}})} << false << refused(u"Код: -8, ошибка: x"_s);
-    QTest::newRow("an error without words") << Script{error(200, QJsonObject{{u"code"_s, 8}})} << false << refused(u"Код: 8, ошибка: Ошибка при работе с ФР"_s);
-    QTest::newRow("an error of odd kinds")  << Script{error(200, QJsonObject{{u"code"_s, u"8"_s}, {u"message"_s, 5}})} << false << refused(u"Код: 0, ошибка: Ошибка при работе с ФР"_s);
-    QTest::newRow("an empty error")         << Script{error(200, QJsonObject())} << false << refused(u"Код: 0, ошибка: Ошибка при работе с ФР"_s);
-    QTest::newRow("an error that is null")  << Script{error(200, QJsonValue::Null)} << false << refused(u"Код: 0, ошибка: Ошибка при работе с ФР"_s);
-    QTest::newRow("HTTP 500")               << Script{json(500, {{u"fiscal"_s, 5}})} << false << failed(reply(500));
-    QTest::newRow("HTTP 500 with an error") << Script{error(500, QJsonObject())} << false << failed(reply(500));
-    QTest::newRow("no connection")          << Script{noConnection()} << false << failed(noConnection());
-    QTest::newRow("403 asks for no login")  << Script{reply(403)} << false << failed(reply(403));
-    QTest::newRow("logged in")              << Script{reply(401), ::session(u"s"_s), reply(200, "{}")} << true << login;
-    QTest::newRow("401 again")              << Script{reply(401), ::session(u"s"_s), reply(401)} << false << login + failed(reply(401));
-    QTest::newRow("login refused, 401")     << Script{reply(401), reply(403), reply(401)} << false << login + failed(reply(401));
-    QTest::newRow("login lost, lost")       << Script{reply(401), noConnection(), noConnection()} << false << login + failed(noConnection());
-    QTest::newRow("logged in, an error")    << Script{reply(401), ::session(u"s"_s), error(200, QJsonObject())} << false << login + refused(u"Код: 0, ошибка: Ошибка при работе с ФР"_s);
+    QTest::newRow("an object")                            << Script{json(200, {{u"fiscal"_s, 5}})} << true << QStringList();
+    QTest::newRow("an empty object")                      << Script{reply(200, "{}")} << true << QStringList();
+    QTest::newRow("a list")                               << Script{reply(200, "[{\"error\":1}]")} << true << QStringList();
+    QTest::newRow("empty")                                << Script{reply(200)} << false << empty;
+    QTest::newRow("not JSON")                             << Script{reply(200, "<html>")} << false << empty;
+    QTest::newRow("cut off JSON")                         << Script{reply(200, "{\"fiscal\":5")} << false << empty;
+    QTest::newRow("an error")                             << Script{error(200, QJsonObject{{u"message"_s, u"нет %1 бумаги"_s}, {u"code"_s, 8}})} << false << refused(u"Код: 8, ошибка: нет %1 бумаги"_s);
+    QTest::newRow("an error below 0")                     << Script{error(200, QJsonObject{{u"message"_s, u"x"_s}, {u"code"_s, -8}})} << false << refused(u"Код: -8, ошибка: x"_s);
+    QTest::newRow("an error without a text")              << Script{error(200, QJsonObject{{u"code"_s, 8}})} << false << refused(u"Код: 8, ошибка: Ошибка при работе с ФР"_s);
+    QTest::newRow("an error with members of other kinds") << Script{error(200, QJsonObject{{u"code"_s, u"8"_s}, {u"message"_s, 5}})} << false << refused(u"Код: 0, ошибка: Ошибка при работе с ФР"_s);
+    QTest::newRow("an empty error")                       << Script{error(200, QJsonObject())} << false << refused(u"Код: 0, ошибка: Ошибка при работе с ФР"_s);
+    QTest::newRow("an error that is null")                << Script{error(200, QJsonValue::Null)} << false << refused(u"Код: 0, ошибка: Ошибка при работе с ФР"_s);
+    QTest::newRow("HTTP 500")                             << Script{json(500, {{u"fiscal"_s, 5}})} << false << failed(reply(500));
+    QTest::newRow("HTTP 500 with an error")               << Script{error(500, QJsonObject())} << false << failed(reply(500));
+    QTest::newRow("no connection")                        << Script{noConnection()} << false << failed(noConnection());
+    QTest::newRow("403 asks for no login")                << Script{reply(403)} << false << failed(reply(403));
+    QTest::newRow("logged in")                            << Script{reply(401), ::session(u"s"_s), reply(200, "{}")} << true << login;
+    QTest::newRow("401 again")                            << Script{reply(401), ::session(u"s"_s), reply(401)} << false << login + failed(reply(401));
+    QTest::newRow("login refused, 401")                   << Script{reply(401), reply(403), reply(401)} << false << login + failed(reply(401));
+    QTest::newRow("login lost, lost")                     << Script{reply(401), noConnection(), noConnection()} << false << login + failed(noConnection());
+    QTest::newRow("logged in, an error")                  << Script{reply(401), ::session(u"s"_s), error(200, QJsonObject())} << false << login + refused(u"Код: 0, ошибка: Ошибка при работе с ФР"_s);
     // clang-format on
 }
 
@@ -152,7 +152,7 @@ void TestFrCashboxHandler::outcome()
     QCOMPARE(log.lines(), QStringList{opening} + lines);
 }
 
-void TestFrCashboxHandler::addressesAreJoinedAsTheyStand_data()
+void TestFrCashboxHandler::addressesAreJoinedUnchanged_data()
 {
     QTest::addColumn<QString>("message");
     QTest::addColumn<QString>("first");
@@ -167,7 +167,7 @@ void TestFrCashboxHandler::addressesAreJoinedAsTheyStand_data()
                              << u"POST http://fr.test/login"_s;
 }
 
-void TestFrCashboxHandler::addressesAreJoinedAsTheyStand()
+void TestFrCashboxHandler::addressesAreJoinedUnchanged()
 {
     QFETCH(QString, message);
     QFETCH(QString, first);

@@ -55,7 +55,7 @@ QString text(const QJsonArray &array)
     return QString::fromUtf8(QJsonDocument(array).toJson(QJsonDocument::Compact));
 }
 
-/// The body of a message of the type that is about these things.
+/// The body of a message of the type about these things.
 QString about(const QString &type, const QStringList &things)
 {
     QJsonObject body{{u"url"_s, u"http://retail.test/"_s}};
@@ -83,7 +83,7 @@ bool endsThePass(const QString &type)
 
 } // namespace
 
-/// Which messages of a type may overtake which, on real tables. Every case runs on SQLite and on a
+/// Which messages of a type may overtake others, on real tables. Every case runs on SQLite and on a
 /// real server.
 class TestOrderedHandlers : public QObject
 {
@@ -103,19 +103,19 @@ private Q_SLOTS:
     void delivered();
     void youngerOneWaits_data();
     void youngerOneWaits();
-    void passedOverComesBackWhenTheQueueIsEmpty_data();
-    void passedOverComesBackWhenTheQueueIsEmpty();
+    void skippedRowIsRetriedWhenTheQueueIsEmpty_data();
+    void skippedRowIsRetriedWhenTheQueueIsEmpty();
     void orderOutlastsARestart_data();
     void orderOutlastsARestart();
     void markers_data();
     void markers();
-    void olderOnesAloneCount();
+    void onlyOlderRowsCount();
     void firstHitDecides();
     void otherTypesDoNotCount();
     void linesOfAPass();
     void bodyIsAnnouncedIndented();
     void stopBetweenTwoMessages();
-    void rowThatDoesNotGoAway();
+    void rowThatCannotBeDeleted();
     void operationsKeepTheirPlaces_data();
     void operationsKeepTheirPlaces();
 
@@ -154,7 +154,7 @@ void TestOrderedHandlers::cleanup()
 
 void TestOrderedHandlers::pass(const QString &type, const Script &replies)
 {
-    // What goes over TCP asks for no replies.
+    // A TCP type needs no replies.
     FakeRestClient net(type == u"dssl" ? Script() : replies);
     HandlerFactory factory(handlerTable());
     const std::unique_ptr<BasicHandler> handler(factory.create(type));
@@ -205,7 +205,7 @@ void TestOrderedHandlers::youngerOneWaits()
     QCOMPARE(state->startIds.lock()->value(type), older);
 
     if (endsThePass(type)) {
-        // The next pass ends at the younger one, and only the one after it gets to the third.
+        // The next pass ends at the younger one, and only the pass after it reaches the third.
         pass(type, {});
         QCOMPARE(database->ids(), (QList<int>{older, younger, other}));
         QCOMPARE(state->startIds.lock()->value(type), younger);
@@ -215,16 +215,16 @@ void TestOrderedHandlers::youngerOneWaits()
     QVERIFY(!state->startIds.lock()->contains(type));
 }
 
-void TestOrderedHandlers::passedOverComesBackWhenTheQueueIsEmpty_data()
+void TestOrderedHandlers::skippedRowIsRetriedWhenTheQueueIsEmpty_data()
 {
     QTest::addColumn<QString>("type");
-    // Not dssl, whose service answers a host for good or not at all here.
+    // Not for dssl, whose service here accepts a host always or never.
     for (const QString &type :
          {u"excisemark"_s, u"markdown"_s, u"partialreservation"_s, u"onlinecheck"_s})
         QTest::newRow(qPrintable(type)) << type;
 }
 
-void TestOrderedHandlers::passedOverComesBackWhenTheQueueIsEmpty()
+void TestOrderedHandlers::skippedRowIsRetriedWhenTheQueueIsEmpty()
 {
     QFETCH(QString, type);
     put(type, {u"A"_s});
@@ -232,7 +232,7 @@ void TestOrderedHandlers::passedOverComesBackWhenTheQueueIsEmpty()
     pass(type, {noConnection()});
     pass(type, {}); // the younger one waits
     if (endsThePass(type))
-        pass(type, {}); // nothing behind it
+        pass(type, {}); // no row after it
     QCOMPARE(database->ids().size(), 2);
     pass(type, {reply(200), reply(200)});
     QCOMPARE(database->ids(), QList<int>());
@@ -256,7 +256,7 @@ void TestOrderedHandlers::orderOutlastsARestart()
     state->startIds.lock()->insert(former);
     pass(type, {});
     QCOMPARE(database->ids(), (QList<int>{older, younger}));
-    // And one that has lost them begins with the older one again.
+    // A process without them begins with the older one again.
     state = std::make_shared<SharedState>();
     pass(type, {noConnection()});
     QCOMPARE(database->ids(), (QList<int>{older, younger}));
@@ -294,11 +294,11 @@ void TestOrderedHandlers::markers_data()
     row("under any key",              excise, u"{\"note\":\"A1\"}"_s, a(excise, {u"A1"_s}), true);
     row("an empty mark",              excise, a(excise, {u"B2"_s}), a(excise, {QString()}), true);
     row("no key in an element",       excise, a(excise, {u"B2"_s}), u"{\"body\":\"[{\\\"a\\\":1}]\"}"_s, true);
-    row("an element that is no object", excise, a(excise, {u"B2"_s}), u"{\"body\":\"[5]\"}"_s, true);
+    row("an element that is not an object", excise, a(excise, {u"B2"_s}), u"{\"body\":\"[5]\"}"_s, true);
     row("an empty list asks nothing", excise, a(excise, {u"B2"_s}), u"{\"body\":\"[]\"}"_s, false);
     row("an object asks nothing",     excise, a(excise, {u"B2"_s}), u"{\"body\":\"{\\\"exciseMarkId\\\":\\\"B2\\\"}\"}"_s, false);
     row("no JSON asks nothing",       excise, a(excise, {u"B2"_s}), u"{\"body\":\"B2\"}"_s, false);
-    row("a list that is no text",     excise, a(excise, {u"B2"_s}), u"{\"body\":[{\"exciseMarkId\":\"B2\"}]}"_s, false);
+    row("a list that is not a text",     excise, a(excise, {u"B2"_s}), u"{\"body\":[{\"exciseMarkId\":\"B2\"}]}"_s, false);
     row("no body",                    excise, a(excise, {u"B2"_s}), u"{}"_s, false);
     row("a number counts as text",    excise, a(excise, {u"17"_s}), u"{\"body\":\"[{\\\"exciseMarkId\\\":17}]\"}"_s, true);
     row("its own key",                u"markdown"_s, a(u"markdown"_s, {u"A1"_s}), a(u"markdown"_s, {u"A1"_s}), true);
@@ -331,11 +331,11 @@ void TestOrderedHandlers::markers()
     QCOMPARE(database->ids(), waits ? (QList<int>{olderId, youngerId}) : QList<int>{olderId});
 }
 
-void TestOrderedHandlers::olderOnesAloneCount()
+void TestOrderedHandlers::onlyOlderRowsCount()
 {
     put(u"excisemark"_s, {u"A"_s});
     const int younger = put(u"excisemark"_s, {u"A"_s});
-    // The younger one lies there already when the older one comes up.
+    // The younger one is in the table already when the older one is tried.
     pass(u"excisemark"_s, {reply(200), noConnection()});
     QCOMPARE(database->ids(), QList<int>{younger});
 }
@@ -419,7 +419,7 @@ void TestOrderedHandlers::stopBetweenTwoMessages()
     QCOMPARE(state->startIds.lock()->value(u"onlinecheck"_s), younger - 1);
 }
 
-void TestOrderedHandlers::rowThatDoesNotGoAway()
+void TestOrderedHandlers::rowThatCannotBeDeleted()
 {
     if (server)
         return; // the trigger is SQLite's

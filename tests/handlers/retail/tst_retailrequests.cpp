@@ -135,7 +135,7 @@ void TestRetailRequests::outcome_data()
             QTest::addRow("%s: %s", qPrintable(type), name)
                 << type << answer << isGood << (isGood ? QStringList() : failed(answer));
         }
-        // An answer of any status is a delivery, and a lost one is not told by the handler.
+        // An answer with any status is a delivery; the handler does not log a lost one.
         for (const QString &type : {u"onlinecheck"_s, u"deferredcheck"_s})
             QTest::addRow("%s: %s", qPrintable(type), name)
                 << type << answer << !answer.networkError << QStringList();
@@ -173,7 +173,7 @@ void TestRetailRequests::toleratedMarkdown_data()
     QTest::newRow("-2 as a text")          << code(400, u"-2"_s) << false << failed(reply(400));
     QTest::newRow("-2 in a list")          << reply(400, "[{\"errorCode\":-2}]") << false << failed(reply(400));
     QTest::newRow("no code")               << json(400, {}) << false << failed(reply(400));
-    QTest::newRow("no JSON")               << reply(400, "-2") << false << failed(reply(400));
+    QTest::newRow("not JSON")              << reply(400, "-2") << false << failed(reply(400));
     QTest::newRow("no answer")             << lost << false << failed(lost);
     // clang-format on
 }
@@ -212,7 +212,7 @@ void TestRetailRequests::credentials()
     QCOMPARE(net.lastRequest().headers.size(), authorization.isEmpty() ? 1 : 2);
 }
 
-/// It must not become the address of another server.
+/// The value must not turn the address into that of another server.
 void TestRetailRequests::unreadableAddress()
 {
     FakeRestClient net({noConnection()});

@@ -44,15 +44,15 @@ QString dssl(int port, const QString &host = u"127.0.0.1"_s)
     return text({{u"body"_s, u"<к %1>"_s}, {u"url"_s, host}, {u"port"_s, port}, {u"timeout"_s, 1}});
 }
 
-/// Accepts callers on a free port of 127.0.0.1 without a pause between two looks, and at once does
-/// with them what the test wants.
+/// Accepts clients on a free port of 127.0.0.1 without pauses, and treats them at once as the test
+/// wants.
 class QuickServer
 {
 public:
     enum class Behaviour
     {
         Answer,
-        /// A first piece of the answer, and the rest when the caller has gone.
+        /// Sends the first part of the answer, and the rest after the client has gone.
         Pieces,
         Reset,
     };
@@ -105,7 +105,7 @@ public:
 private:
     static void send(int caller, const QByteArray &bytes)
     {
-        // A caller who has gone may have reset the connection, and then nothing is sent.
+        // A client that has gone may have reset the connection; then nothing is sent.
         (void)::send(caller, bytes.constData(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL);
     }
     static bool hasGone(int caller)
@@ -140,7 +140,7 @@ private Q_SLOTS:
     void epsShortFrame_data();
     void epsShortFrame();
     void epsReset();
-    void epsSendsTheFrameAsItStands();
+    void epsSendsTheFrameUnchanged();
     void epsTriesEachAddress();
     void dsslDelivers();
     void dsslSteps();
@@ -155,7 +155,7 @@ private Q_SLOTS:
 void TestTcpHandlers::epsRefused_data()
 {
     QTest::addColumn<QString>("message");
-    QTest::newRow("nobody listens") << eps(u"x"_s, LoopbackServer::unusedPort());
+    QTest::newRow("the port is closed") << eps(u"x"_s, LoopbackServer::unusedPort());
     QTest::newRow("no port") << text({{u"message"_s, u"x"_s}, {u"host"_s, u"127.0.0.1"_s}});
     QTest::newRow("no host") << text({{u"message"_s, u"x"_s}, {u"port"_s, 9}});
     QTest::newRow("empty") << u"{}"_s;
@@ -190,8 +190,8 @@ void TestTcpHandlers::epsEqualMarks()
     QFETCH(QString, frame);
     QFETCH(QByteArray, answer);
     const QuickServer server(answer);
-    // Only what has come by the time that the frame is written counts, so it may take several
-    // deliveries until an answer is quick enough.
+    // Only an answer that has arrived when the frame is written counts, so several deliveries may
+    // be needed until an answer is quick enough.
     QElapsedTimer timer;
     timer.start();
     bool isDone = false;
@@ -221,7 +221,8 @@ void TestTcpHandlers::epsOtherAnswers()
     QFETCH(QByteArray, answer);
     const QuickServer server(answer);
     if (frame == u"abc") {
-        // Without an answer its empty mark is equal, so one must come in time to differ.
+        // The mark of a missing answer is empty and therefore equal, so an answer must come in time
+        // to differ.
         bool differs = false;
         QElapsedTimer timer;
         timer.start();
@@ -240,7 +241,7 @@ void TestTcpHandlers::epsOtherAnswers()
 
 void TestTcpHandlers::epsAnswerInPieces()
 {
-    // A piece of the mark is not the mark, and nobody waits for the rest.
+    // A part of the mark is not the mark, and the rest is not waited for.
     const QuickServer server("abc12345678rest", QuickServer::Behaviour::Pieces);
     for (int i = 0; i < 20; ++i) {
         const LogCapture log(u"eps"_s);
@@ -283,14 +284,14 @@ void TestTcpHandlers::epsReset()
     for (int i = 0; i < 20; ++i) {
         const LogCapture log(u"eps"_s);
         QVERIFY(!deliver(u"eps"_s, eps(u"abc12345678"_s, server.port)));
-        // A connection that is gone again may not even have been seen.
+        // A connection that was closed at once may not have been noticed.
         QVERIFY2(log.lines() == QStringList{opening}
                      || log.lines() == (QStringList{opening, noServer}),
                  qPrintable(log.lines().join(u'\n')));
     }
 }
 
-void TestTcpHandlers::epsSendsTheFrameAsItStands()
+void TestTcpHandlers::epsSendsTheFrameUnchanged()
 {
     LoopbackServer server;
     server.play({LoopbackServer::silence()});
@@ -364,11 +365,11 @@ void TestTcpHandlers::dsslRefused_data()
     QTest::addColumn<QString>("kind");
     const QString network = u"kept network"_s;
     const QString request = u"kept request"_s;
-    QTest::newRow("nobody listens") << dssl(LoopbackServer::unusedPort()) << network;
+    QTest::newRow("the port is closed") << dssl(LoopbackServer::unusedPort()) << network;
     QTest::newRow("no port") << text({{u"url"_s, u"127.0.0.1"_s}}) << request;
     QTest::newRow("no address") << text({{u"port"_s, 9}}) << network;
     QTest::newRow("unknown host") << dssl(9, u"no.such.host.invalid"_s) << network;
-    QTest::newRow("a URL is no host") << dssl(9, u"http://127.0.0.1/"_s) << network;
+    QTest::newRow("a URL is not a host") << dssl(9, u"http://127.0.0.1/"_s) << network;
     QTest::newRow("port above 65535") << dssl(65537) << request;
     QTest::newRow("port below 0") << dssl(-1) << request;
     QTest::newRow("port no number") << u"{\"url\":\"127.0.0.1\",\"port\":\"x\"}"_s << request;
@@ -386,7 +387,7 @@ void TestTcpHandlers::dsslRefused()
 
 void TestTcpHandlers::dsslDoesNotWaitForAnAnswer()
 {
-    // What the server says is not read, and does not cost it what it was sent.
+    // The server's bytes are not read, and do not reset the connection before it has read its own.
     const QuickServer server("a word nobody wants");
     for (int i = 0; i < 5; ++i)
         QVERIFY(deliver(u"dssl"_s, dssl(server.port)));

@@ -9,8 +9,8 @@
 #include <QString>
 #include <QStringList>
 
-/// What handlers that make one request and judge its reply are tested with. A comparison that fails
-/// fails the test that called it.
+/// Helpers for handlers that make one request and judge its reply. A failed comparison fails the
+/// calling test.
 
 /// The only request of a delivery.
 struct SentRequest
@@ -21,16 +21,15 @@ struct SentRequest
     QMap<QString, QString> headers = {{QStringLiteral("X-Till"), QStringLiteral("3")}};
 };
 
-/// Compares the request that was made, and that the handler's logger gets the exchange.
+/// Compares the request, and checks that the exchange goes to the handler's logger.
 void compareRequest(const FakeRestClient &client, const SentRequest &sent);
 
-/// Delivers the message to a service that answers so, and compares whether the message is finished
-/// with and what the type's log says.
+/// Delivers the message to a service that answers so; compares the outcome and the log of the type.
 void compareOutcome(const QString &type, const QString &message, const http::Response &answer,
                     bool finished, const QStringList &lines);
 
 /// The log line about an exchange that failed so.
 QString failureLine(const http::Response &answer);
 
-/// The column `answer`, with a row for each way in which the service does not answer at all.
+/// The column `answer`, with a row for each kind of missing answer.
 void addLostExchanges();

@@ -13,7 +13,7 @@ namespace {
 constexpr int paymentMode = 6;
 constexpr int otherType = 5;
 
-/// What an impact takes from a line.
+/// The amount that an impact takes from a line.
 using Share = std::pair<int, double>;
 
 DocumentImpact impact(const QVariant &valutCode, int mode, int type, double total,
@@ -151,7 +151,7 @@ void TestMfgBasket::wholeBasket()
 
 void TestMfgBasket::membersAreSortedByName()
 {
-    // The order in which the members are put in cannot be seen by the service: Qt sorts them.
+    // The service does not see the order of insertion: Qt sorts the members.
     const QByteArray sent =
         QJsonDocument(lineAt(basket(document({item(1, 1.0)})), 0)).toJson(QJsonDocument::Compact);
     QCOMPARE(sent, R"({"barcode":"","isSale":false,"lineAmount":"1.00","lineID":"1",)"
@@ -211,10 +211,10 @@ void TestMfgBasket::twoDecimals_data()
     QTest::newRow("whole")                   << 1990.0            << 10.0  << u"1: 2000.00/10.00; 10.00"_s;
     QTest::newRow("one decimal")             << 0.5               << 0.1   << u"1: 0.60/0.10; 0.10"_s;
     QTest::newRow("sum beside the decimals") << 0.1               << 0.2   << u"1: 0.30/0.20; 0.20"_s;
-    // A binary fraction that lies exactly half-way goes away from zero.
+    // A binary fraction exactly half-way is rounded away from zero.
     QTest::newRow("half-way")                << 0.125             << 0.375 << u"1: 0.50/0.38; 0.38"_s;
     QTest::newRow("half-way of the sum")     << 0.25              << 0.375 << u"1: 0.63/0.38; 0.38"_s;
-    // These decimals are no binary fractions: what is stored lies a little below.
+    // These decimals are not binary fractions: the stored value is slightly lower.
     QTest::newRow("just below half-way")     << 1.005             << 2.675 << u"1: 3.68/2.67; 2.67"_s;
     QTest::newRow("just below, alone")       << 1.005             << 0.0   << u"1: 1.00/0.00; 0.00"_s;
     QTest::newRow("up to the next whole")    << 9.995             << 0.999 << u"1: 10.99/1.00; 1.00"_s;

@@ -64,14 +64,14 @@ Document document()
     return result;
 }
 
-/// A document that names its order in a way of its own.
+/// A document with its own way of naming its order.
 class DeliveryDocument : public Document
 {
 public:
     QString getOrderId() const override { return u"delivery-5"_s; }
 };
 
-/// Hands back each default and notes what was asked for.
+/// Returns each default and records which setting was read.
 class RecordingConfig : public Config
 {
 public:
@@ -100,7 +100,7 @@ private:
     Config *former;
 };
 
-/// Opens the fields to a look.
+/// Makes the fields accessible.
 class OpenInterface : public mfg::Interface
 {
 public:
@@ -167,7 +167,7 @@ private:
 
 void TestMfgInterface::operationsKeepTheirPlaces()
 {
-    // Two places in front are the destructor's.
+    // The first two places are the destructor's.
     using mfg::Interface;
     const QList<int> places = {
         slotOf(&Interface::searchCustomer),     slotOf(&Interface::cardInfo),
@@ -297,7 +297,7 @@ void TestMfgInterface::verificationUrl()
     QCOMPARE(mfg::Interface().verificationUrl(u"/send"_s).toString(), u"http://h.test/send"_s);
 }
 
-/// It must not become the address of another server.
+/// The value must not turn the address into that of another server.
 void TestMfgInterface::unreadableHost()
 {
     settings.set(u"[Mfg]\nhost = http://h.test:99999\n"_s);
@@ -344,7 +344,7 @@ void TestMfgInterface::lookUps_data()
     QTest::newRow("search: no data")        << search(u"2200"_s, SearchKind::Card)  << searchTarget + u"&CardNumber=2200"_s << "{}"_ba << u"{}"_s << searchLine;
     QTest::newRow("search: data is a list") << search(u"2200"_s, SearchKind::Card)  << searchTarget + u"&CardNumber=2200"_s << R"({"data":[1]})"_ba << u"{}"_s << searchLine;
     QTest::newRow("card info")              << info    << infoTarget    << data << found << infoLine;
-    QTest::newRow("card info: no JSON")     << info    << infoTarget    << "<html/>"_ba << u"{}"_s << infoLine;
+    QTest::newRow("card info: not JSON")    << info    << infoTarget    << "<html/>"_ba << u"{}"_s << infoLine;
     QTest::newRow("balance")                << balance << balanceTarget << R"({"data":{"AmountQty":12.75}})"_ba << u"12.75"_s << balanceLine;
     QTest::newRow("balance: absent")        << balance << balanceTarget << R"({"data":{},"AmountQty":3})"_ba << u"0"_s << balanceLine;
     QTest::newRow("balance: a text")        << balance << balanceTarget << R"({"data":{"AmountQty":"12"}})"_ba << u"0"_s << balanceLine;
@@ -413,7 +413,7 @@ void TestMfgInterface::orders()
     const QJsonObject sent = net.lastRequest().jsonObject();
     QCOMPARE(sent, interface.buildBasket(document(), card(), noDiscount));
     QCOMPARE(order.result, object(R"({"basket":"other","sum":5})"));
-    // The name that was sent, whatever the reply calls it.
+    // The name that was sent, not the one in the reply.
     QCOMPARE(order.basket, u"basket-1"_s);
     QCOMPARE(customer.getOperationInfo().toMap(), sent.toVariantMap());
     QCOMPARE(customer.getOperationId(), u"basket-1"_s);
@@ -516,7 +516,7 @@ void TestMfgInterface::storedBasketIsWhatIsPosted()
     const mfg::OrderResult order = interface.calculateOrder(document(), customer);
     QVERIFY(!order.basket.isEmpty());
     QCOMPARE(order.result, QJsonObject());
-    // The new name travels in the stored order; the card's own operation stays empty.
+    // The new name is part of the stored order; the card's operation stays empty.
     QVERIFY(customer.getOperationId().isEmpty());
     const QJsonObject posted = interface.postOrderRequest(customer).payload.object();
     QCOMPARE(posted, net.lastRequest().jsonObject());
@@ -530,7 +530,7 @@ void TestMfgInterface::verifyBySms()
     mfg::Interface().verifyBySms(u"Код 1234"_s, u"+79001234567"_s);
     QCOMPARE(net.transcript(), QStringList{u"POST http://mfg.test:8080/api/twofa/msg/v1/send"_s});
     QCOMPARE(net.lastRequest().headers, sentHeaders);
-    // Of the brands it is not the one for verifications.
+    // The brand, not the one for verifications.
     QCOMPARE(net.lastRequest().jsonObject(),
              object(R"({"brand":"Обувь & Ко","phone":"+79001234567","text":"Код 1234",
                         "channel":"sms"})"));
@@ -582,7 +582,7 @@ void TestMfgInterface::envelope_data()
                          const QString &outcome) {
         QTest::newRow(name) << reply(status, body) << outcome << outcome << false;
     };
-    /// Refused to a caller; the queue logs it and is done with it.
+    /// A caller gets an exception; the queue logs it and drops the message.
     const auto logged = [good](const char *name, const http::Response &answer,
                                const QString &failure) {
         QTest::newRow(name) << answer << u"!"_s + failure << good << true;
@@ -664,7 +664,7 @@ void TestMfgInterface::envelope()
     QCOMPARE(log.lines(), isLogged ? QStringList{u"ERROR "_s + strict.mid(1)} : QStringList());
     log.clear();
 
-    // execute() hands the mode on and gives back what it has let pass.
+    // execute() passes the mode on and returns what is allowed in it.
     FakeRestClient net({answer, answer});
     const auto executed = [&](bool isTolerant) {
         return outcomeOf(interface, [&](mfg::Interface &mfg) {
@@ -686,7 +686,7 @@ void TestMfgInterface::refusalIsThatOfTheLatestRequest()
     mfg::Interface interface;
     QVERIFY(!interface.refusal());
     interface.sendFromQueue(queued);
-    // The service's own words may name a card, so they are left to the log.
+    // The service's text may contain a card number, so it is only logged.
     QCOMPARE(interface.refusal().value_or(QString()), u"сервис отказал в операции"_s);
     interface.sendFromQueue(queued);
     QVERIFY(!interface.refusal());
@@ -712,7 +712,7 @@ void TestMfgInterface::callersGetTheFailure_data()
 void TestMfgInterface::callersGetTheFailure()
 {
     QFETCH(Operation, operation);
-    // Strict mode, all of them: the queue would be done with these two.
+    // All in strict mode: the queue would drop these two.
     FakeRestClient net({reply(200, R"({"success":false,"message":"Нет"})"), reply(500)});
     mfg::Interface interface;
     QCOMPARE(outcomeOf(interface, operation), u"!Нет"_s);
