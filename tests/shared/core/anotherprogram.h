@@ -5,7 +5,7 @@
 
 #include <optional>
 
-/// The test's program started once more, as another program that uses the database.
+/// The test's program started again, as another program that uses the database.
 namespace anotherprogram {
 
 /// Opens the database of the settings as the service does, and writes "rows: 3", or why it is not

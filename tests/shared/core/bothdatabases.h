@@ -9,8 +9,8 @@
 
 #include <memory>
 
-/// Tests of what holds on SQLite and on a server: a case whose rows are bothDatabases() runs once
-/// on each. A case begins on SQLite, with an empty table, and fails when Qt prints a warning.
+/// Tests for SQLite and a server: a case with the rows bothDatabases() runs once on each. A case
+/// begins on SQLite, with an empty table, and fails when Qt prints a warning.
 class BothDatabases : public QObject
 {
     Q_OBJECT
@@ -26,7 +26,7 @@ protected:
     static void bothDatabases();
     /// Whether the data row is the server's.
     static bool isServer();
-    /// Leads the service to the database of the data row.
+    /// Directs the service to the database of the data row.
     void useDatabase();
 
     ConnectionFactory *factory = Singleton<ConnectionFactory>::instance();

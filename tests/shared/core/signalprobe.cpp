@@ -1,4 +1,4 @@
-// Runs an event loop as its arguments say and tells on standard output what a signal did.
+// Runs an event loop as its arguments say and prints what a signal did.
 
 #include "shared/core/signalhandler.h"
 
@@ -36,7 +36,7 @@ int main(int argc, char *argv[])
     if (options.contains(u"thread"))
         std::thread([] { raise(SIGTERM); }).join();
 
-    // Behind the start of the loop, the parent may send its signal.
+    // After the start of the loop, the parent may send its signal.
     QTimer::singleShot(0, [] {
         std::puts("ready");
         std::fflush(stdout);

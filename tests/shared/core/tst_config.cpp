@@ -22,7 +22,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// By how much the clock of the process is off from the one that stamps its files.
+/// The offset of the process clock from the clock that stamps its files.
 std::atomic<qint64> clockOffsetSeconds = 0;
 
 } // namespace
@@ -58,7 +58,7 @@ private Q_SLOTS:
     void defaultOfAList();
     void laterFilesWin();
     void onlyIniFilesAreRead();
-    void namedFilesAlone();
+    void onlyNamedFiles();
     void otherFoldersReplaceTheFormer();
     void missingDirectory();
     void emptyFile();
@@ -71,7 +71,7 @@ private Q_SLOTS:
     void brokenFileIsRepaired();
     void unreadableFileAtFirst();
     void unreadableFileAfterAGoodReading();
-    void deletedFileTakesItsValuesAlong();
+    void valuesOfADeletedFileEnd();
     void vanishedDirectoryKeepsItsValues();
     void changeIsSeen_data();
     void changeIsSeen();
@@ -99,7 +99,7 @@ void TestConfig::init()
 {
     folder = std::make_unique<QTemporaryDir>();
     log = std::make_unique<LogCapture>(u"config"_s);
-    // Each test has an object of its own, or one test's files and warnings would be another's.
+    // Each test has its own object; otherwise files and warnings of one test would affect another.
     config = new Config;
     delete Singleton<Config>::replace(config);
 }
@@ -201,7 +201,7 @@ void TestConfig::keys_data()
     row("Russian", "[раздел]\nключ=значение", u"раздел:ключ"_s, u"значение"_s);
     row("indented", "[a]\n  b = 1\n    c = 2", u"a:c"_s, u"2"_s);
     row("comments", "; [a]\n[a]\n# b=1\n;b=2\n  ; b=3\nc=4", u"a:b"_s, u"default"_s);
-    row("behind comments with colons", "[a]\n; x:y=z\n# x:y=z\nc=4", u"a:c"_s, u"4"_s);
+    row("after comments with colons", "[a]\n; x:y=z\n# x:y=z\nc=4", u"a:c"_s, u"4"_s);
     row("last line without an end", "[a]\nb=1\nc=2", u"a:c"_s, u"2"_s);
 }
 
@@ -230,7 +230,7 @@ void TestConfig::integers_data()
     QTest::newRow("word") << QByteArray("twenty") << 7 << true;
     QTest::newRow("unit") << QByteArray("20 s") << 7 << true;
     QTest::newRow("fraction") << QByteArray("2.5") << 7 << true;
-    QTest::newRow("comment behind") << QByteArray("20 ; seconds") << 7 << true;
+    QTest::newRow("comment after it") << QByteArray("20 ; seconds") << 7 << true;
 }
 
 void TestConfig::integers()
@@ -336,7 +336,7 @@ void TestConfig::onlyIniFilesAreRead()
     QCOMPARE(get(u"s:key"_s), u"default"_s);
 }
 
-void TestConfig::namedFilesAlone()
+void TestConfig::onlyNamedFiles()
 {
     write(u"one/a.ini"_s, "[s]\na=1\n");
     write(u"one/b.ini"_s, "[s]\nb=1\n");
@@ -355,7 +355,7 @@ void TestConfig::otherFoldersReplaceTheFormer()
     QVERIFY(QDir().mkpath(path(u"two"_s)));
     use({u"one"_s});
     QCOMPARE(get(u"s:key"_s), u"1"_s);
-    // Nothing is read there, which must not look like nothing having changed.
+    // Nothing can be read there; this must not be mistaken for an unchanged folder.
     use({u"two"_s});
     QCOMPARE(get(u"s:key"_s), u"default"_s);
 }
@@ -391,7 +391,7 @@ void TestConfig::longLines_data()
 void TestConfig::longLines()
 {
     QFETCH(int, length);
-    // A value whose every place differs from its neighbours shows a piece that is lost or doubled.
+    // In a value whose neighbouring characters all differ, a lost or repeated piece is noticed.
     QByteArray value;
     for (int at = 0; value.size() < length; ++at)
         value += QByteArray::number(at) + ';';
@@ -457,13 +457,13 @@ void TestConfig::brokenFileIsRepaired()
     write(u"a.ini"_s, "[s]\nkey=1\nnonsense\n");
     use();
     QCOMPARE(get(u"s:key"_s), u"1"_s);
-    // Never was good: what can be read counts, without waiting for the last mistake.
+    // The file was never good: its readable lines are used, although it has mistakes.
     write(u"a.ini"_s, "[s]\nkey=2\nother\nnonsense\n");
     QTRY_COMPARE(get(u"s:key"_s), u"2"_s);
     write(u"a.ini"_s, "[s]\nkey=3\n");
     QTRY_COMPARE(get(u"s:key"_s), u"3"_s);
     write(u"a.ini"_s, "[s]\nkey=4\nnonsense\n");
-    // After a repair the fault of the same line is news again.
+    // After a repair, a new fault in the same line is logged again.
     QTRY_COMPARE(0 * get(u"s:key"_s).size() + log->lines().size(), 2);
     QCOMPARE(get(u"s:key"_s), u"3"_s);
 }
@@ -495,7 +495,7 @@ void TestConfig::unreadableFileAfterAGoodReading()
     QTRY_COMPARE(get(u"s:key"_s), u"2"_s);
 }
 
-void TestConfig::deletedFileTakesItsValuesAlong()
+void TestConfig::valuesOfADeletedFileEnd()
 {
     write(u"a.ini"_s, "[s]\nkey=1\n");
     write(u"b.ini"_s, "[s]\nkey=2\n");
@@ -514,7 +514,7 @@ void TestConfig::vanishedDirectoryKeepsItsValues()
     use({u"conf"_s});
     QCOMPARE(get(u"s:key"_s), u"1"_s);
     QVERIFY(QDir().rename(path(u"conf"_s), path(u"away"_s)));
-    // One warning of the directory, one of the file.
+    // One warning about the folder, one about the file.
     QTRY_COMPARE(0 * get(u"s:key"_s).size() + log->lines().size(), 2);
     QCOMPARE(log->lines().at(0),
              u"WARN Каталог настроек '%1' исчез, действуют последние значения из него"_s.arg(
@@ -536,7 +536,7 @@ void TestConfig::changeIsSeen()
     QFETCH(bool, isReplaced);
     write(u"a.ini"_s, "[s]\nkey=0\n");
     use();
-    // Of the same length, and some of them within one tick of the file system's clock.
+    // Of the same length, some of them written within one tick of the file system's clock.
     for (int value = 1; value <= 9; ++value) {
         const QByteArray text = "[s]\nkey=" + QByteArray::number(value) + "\n";
         if (isReplaced) {
@@ -574,7 +574,7 @@ void TestConfig::clockSetBack()
             continue;
         int count = 0;
         for (int look = 0; look < looks; ++look) {
-            // The marker's value shows that the folder was looked at again.
+            // The value of the marker shows that the folder was read again.
             const QString marker = u"marker%1.ini"_s.arg(look);
             write(marker, "[marker]\nkey=" + QByteArray::number(look + 1) + "\n");
             [&] {
@@ -592,7 +592,7 @@ void TestConfig::clockSetBack()
 
     clockOffsetSeconds = -3600;
     const auto clock = qScopeGuard([] { clockOffsetSeconds = 0; });
-    // The first look finds the file as young as it was when the clock was set.
+    // At the first check the file is as young as it was when the clock was set.
     readings(1);
     QCOMPARE(readings(5), 0);
 
@@ -645,8 +645,8 @@ void TestConfig::warningsComeOnce()
 {
     write(u"a.ini"_s, "[s]\nkey=word\nnonsense\n");
     use();
-    // Young files are read again and again until their time stamp is beyond doubt, and the file
-    // behind shows that this reading has happened.
+    // A young file is read repeatedly until its time stamp is reliable; the file after it shows
+    // that this reading has happened.
     for (int round = 1; round <= 3; ++round) {
         write(u"b.ini"_s, "[t]\nkey=" + QByteArray::number(round) + "\n");
         QTRY_COMPARE(config->getInt(u"t:key"_s, 0), round);
@@ -700,8 +700,8 @@ void TestConfig::unchangedValueTakesNoSystemCall()
     constexpr int tooSlow = 101;
     write(u"a.ini"_s, "[s]\nkey=1\n");
 
-    // The filter holds for the rest of a process, so a child takes it on. A child that was held up
-    // beyond the next look at the files proves nothing, and another one tries.
+    // The filter stays for the rest of the process, so a child installs it. A child that was
+    // delayed beyond the next check of the files proves nothing, and another child tries again.
     int code = tooSlow;
     while (code == tooSlow) {
         const pid_t child = fork();
@@ -742,7 +742,7 @@ void TestConfig::severalThreads()
             int last = 0;
             while (!isOver) {
                 const int value = config->getInt(u"s:key"_s, -1);
-                // A number never goes back, and a text that is being written is never seen.
+                // A number never decreases, and a half-written text is never seen.
                 if (value < last || config->getInt(u"s:word"_s, 7) != 7)
                     ++strange;
                 last = std::max(last, value);

@@ -22,7 +22,7 @@ const QString probe = u"SELECT COUNT(messageid), creationtime FROM queues.messag
 
 } // namespace
 
-/// What holds on both databases runs once on each: the column `isServer` tells which.
+/// Cases for both databases run once on each: the column `isServer` says which.
 class TestConnectionFactory : public BothDatabases
 {
     Q_OBJECT
@@ -93,7 +93,7 @@ void TestConnectionFactory::sqliteFileIsOpenedByManyAtOnce()
     QCOMPARE(queue->ids().size(), count);
 }
 
-/// By whatever path it is reached, and another one after it was replaced.
+/// By any path, and another identity after the file was replaced.
 void TestConnectionFactory::sqliteFileHasOneGate()
 {
     const QString link = queue->root() + u"/link.db"_s;
@@ -162,7 +162,7 @@ void TestConnectionFactory::probePasses()
     QCOMPARE(rows.value(0).value(0).toInt(), 2);
     const QDateTime time = rows.value(0).value(1).toDateTime();
     QVERIFY(time.isValid());
-    // The clock of the till, not that of Greenwich.
+    // Local time, not UTC.
     QVERIFY2(time >= before && time <= QDateTime::currentDateTime(), qPrintable(time.toString()));
 }
 
@@ -183,7 +183,7 @@ void TestConnectionFactory::probeShowsTheOldestRow()
     for (int i = 1; i < 300; ++i)
         insert(i, oldest);
     QCOMPARE(shown(), oldest);
-    // With the statistics that a server gathers in the background, too.
+    // Also with the statistics that a server collects in the background.
     if (isServer())
         server->run(u"ANALYZE TABLE queues.message"_s);
     else
@@ -259,7 +259,7 @@ void TestConnectionFactory::removalIsSilent()
         query.bindValue(u":type"_s, u"cardlab"_s);
         QVERIFY(query.exec());
         removeOwnConnection();
-        // The statement is destroyed after its connection, as those of a worker's store are.
+        // The statement is destroyed after its connection, like those of a worker's store.
     });
 }
 
@@ -299,7 +299,7 @@ void TestConnectionFactory::failureIsReadable()
     for (const QString &fragment : fragments)
         QVERIFY2(error.contains(fragment), qPrintable(error));
     QVERIFY2(!error.contains(u"till-pass"_s), qPrintable(error));
-    // Nothing half open stays behind.
+    // No half-open connection remains.
     QCOMPARE(QSqlDatabase::connectionNames(), QStringList());
 
     queue->setSettings(QString());

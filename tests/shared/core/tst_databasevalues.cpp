@@ -50,7 +50,7 @@ void TestDatabaseValues::time_data()
 
     const QDate day(2026, 2, 3);
     const QDateTime local(day, QTime(4, 5, 6));
-    // The zone of this test is five hours ahead of Greenwich.
+    // The time zone of this test is five hours ahead of UTC.
     const QDateTime early(day, QTime(9, 5, 6));
     // clang-format off
     QTest::newRow("text, as our schema writes it") << QVariant(u"2026-02-03 04:05:06"_s)        << local;
@@ -66,7 +66,7 @@ void TestDatabaseValues::time_data()
     QTest::newRow("text of the west")              << QVariant(u"2026-02-03T04:05:06-03:30"_s)  << early.addSecs(7 * 1800);
     QTest::newRow("blanks around")                 << QVariant(u" 2026-02-03T04:05:06Z "_s)     << early;
     QTest::newRow("text as bytes")                 << QVariant("2026-02-03T04:05:06Z"_ba)       << early;
-    // A server tells its own time without a zone, and some drivers call that Greenwich's.
+    // A server returns its local time without a zone, and some drivers treat it as UTC.
     QTest::newRow("time of a driver")              << QVariant(local)                           << local;
     QTest::newRow("time of a driver, as UTC")      << QVariant(QDateTime(day, QTime(4, 5, 6), Qt::UTC)) << local;
     QTest::newRow("no time")                       << QVariant(u"noon"_s)                       << QDateTime();

@@ -68,7 +68,7 @@ void TestFileUtils::replacesTheFileAsAWhole()
 {
     constexpr auto mode = QIODevice::WriteOnly | QIODevice::Truncate;
     QVERIFY(fileutils::writeToFile(path("whole.json"), ids, mode));
-    // Whoever has the old file open goes on reading the old object.
+    // A program that has the old file open continues to read the old file.
     QFile old(path("whole.json"));
     QVERIFY(old.open(QIODevice::ReadOnly));
     QVERIFY(fileutils::writeToFile(path("whole.json"), {{u"loya"_s, 1}}, mode));

@@ -23,15 +23,15 @@ private Q_SLOTS:
 
     void oneHolderAtATime();
     void roleReplacesTheFormerOne();
-    void fileThatIsLeftBehindMeansNothing();
-    void lookDoesNotTurnAnybodyAway();
+    void leftoverFileIsNotALock();
+    void checkDoesNotTakeTheLock();
     void childrenDoNotInherit();
     void deletedFileIsMadeAgain();
     void linkIsRefused();
     void folderIsRefused();
     void withoutAFolder();
     void rightsOfTheFile();
-    void fileOfRootIsTheFolders();
+    void fileOfRootGetsTheFoldersOwner();
 
 private:
     QString path() const { return folder->filePath(u"queue.lock"_s); }
@@ -71,11 +71,11 @@ void TestFolderLock::roleReplacesTheFormerOne()
     }
 }
 
-void TestFolderLock::fileThatIsLeftBehindMeansNothing()
+void TestFolderLock::leftoverFileIsNotALock()
 {
     QFile file(path());
     QVERIFY(file.open(QIODevice::WriteOnly));
-    // Of a process that lives, but has no lock.
+    // The number of a running process that holds no lock.
     file.write(R"({"pid":1,"role":"active"})");
     file.close();
     QVERIFY(!FolderLock::holder(path()));
@@ -84,7 +84,7 @@ void TestFolderLock::fileThatIsLeftBehindMeansNothing()
     QCOMPARE(FolderLock::holder(path())->processId, qint64{::getpid()});
 }
 
-void TestFolderLock::lookDoesNotTurnAnybodyAway()
+void TestFolderLock::checkDoesNotTakeTheLock()
 {
     {
         FolderLock once(path());
@@ -183,7 +183,7 @@ void TestFolderLock::rightsOfTheFile()
     QCOMPARE(status.st_mode & 07777, mode_t{0660});
 }
 
-void TestFolderLock::fileOfRootIsTheFolders()
+void TestFolderLock::fileOfRootGetsTheFoldersOwner()
 {
     if (::geteuid() != 0)
         QSKIP("only root gives files away");
@@ -198,7 +198,7 @@ void TestFolderLock::fileOfRootIsTheFolders()
         QCOMPARE(lock.take(u"restore"_s), Result::Taken);
     }
     QCOMPARE(ownerOf(path()), nobody);
-    // One that was there stays whose it was: it may be anything that goes by this name.
+    // An existing file keeps its owner: it may be any file of this name.
     QCOMPARE(::chown(QFile::encodeName(path()).constData(), 0, 0), 0);
     FolderLock lock(path());
     QCOMPARE(lock.take(u"restore"_s), Result::Taken);

@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 
 using Numbers = Guarded<QMap<QString, int>>;
 
-// What would leave the mutex out does not compile.
+// Access without the mutex does not compile.
 template <typename T>
 concept HasOpenMembers = requires(T &guarded)
 {
@@ -52,13 +52,13 @@ private Q_SLOTS:
     void beginsWithAValue();
     void handleHoldsTheMutex();
     void unnamedHandleHoldsItForItsExpression();
-    void patienceEnds();
+    void waitIsLimited();
     void copyIsAValueOfItsOwn();
     void holdsWhatCannotBeCopied();
     void threadsTakeTurns();
 };
 
-/// Whether another thread could have the value now.
+/// Whether another thread could lock the value now.
 template <typename T>
 static bool isFree(Guarded<T> &guarded)
 {
@@ -108,7 +108,7 @@ void TestGuarded::unnamedHandleHoldsItForItsExpression()
     QVERIFY(isFree(numbers));
 }
 
-void TestGuarded::patienceEnds()
+void TestGuarded::waitIsLimited()
 {
     Numbers numbers;
     const auto handle = numbers.lock();

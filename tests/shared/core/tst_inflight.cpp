@@ -10,7 +10,7 @@ using inflight::Clock;
 
 namespace {
 
-/// How long the only delivery may still take.
+/// The remaining time of the only delivery.
 std::chrono::milliseconds timeLeft()
 {
     const QList<inflight::Delivery> deliveries = inflight::deliveries();
@@ -33,8 +33,8 @@ class TestInflight : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void nothingInHand();
-    void messageInHand();
+    void noDelivery();
+    void oneDelivery();
     void callHasItsOwnLimit();
     void callInsideAnother();
     void hungDeliveryIsOutOfTime();
@@ -42,13 +42,13 @@ private Q_SLOTS:
     void eachThreadHasItsOwn();
 };
 
-void TestInflight::nothingInHand()
+void TestInflight::noDelivery()
 {
     const inflight::CallGuard call(180s);
     QVERIFY(inflight::deliveries().isEmpty());
 }
 
-void TestInflight::messageInHand()
+void TestInflight::oneDelivery()
 {
     {
         const inflight::DeliveryGuard delivery(u"tallobonus"_s, 17);
@@ -61,7 +61,7 @@ void TestInflight::messageInHand()
     QVERIFY(inflight::deliveries().isEmpty());
 }
 
-/// As with three silent hosts: each has the whole of its own time.
+/// As with three silent hosts: each has its whole timeout.
 void TestInflight::callHasItsOwnLimit()
 {
     const inflight::DeliveryGuard delivery(u"tallobonus"_s, 17);
@@ -94,7 +94,7 @@ void TestInflight::hungDeliveryIsOutOfTime()
     const Clock::time_point now = Clock::now();
     QCOMPARE(inflight::deliveriesInTime(now + 34s).size(), 1);
     QCOMPARE(inflight::deliveriesInTime(now + 36s).size(), 0);
-    // It can still be named.
+    // Its name is still available.
     QCOMPARE(inflight::deliveries().size(), 1);
 }
 

@@ -61,7 +61,7 @@ void TestJsonValue::path_data()
     QTest::newRow("an array on the way, with an index")
         << u"order.lines.0"_s << QJsonValue(QJsonArray{QJsonObject{{u"lineId"_s, 1}}});
     QTest::newRow("empty parts are keys") << u"order.."_s << QJsonValue(u"empty"_s);
-    QTest::newRow("an empty part in front") << u".order"_s << absent;
+    QTest::newRow("an empty first part") << u".order"_s << absent;
     QTest::newRow("an empty path is one empty key") << u""_s << absent;
     QTest::newRow("case matters") << u"Status"_s << absent;
 }

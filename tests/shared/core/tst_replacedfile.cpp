@@ -42,7 +42,7 @@ private:
     /// A file with rows of type `backup`, while the database in use has others, most of them in
     /// its log.
     QString makeBackup();
-    /// As `mv` does: the file that was there has no name any more.
+    /// Like `mv`: the former file has no name any more.
     void moveIntoPlace(const QString &file);
     /// The write-ahead logs that were put aside.
     QStringList keptLogs();
@@ -99,8 +99,7 @@ void TestReplacedFile::formerLogIsNotMixedIn_data()
     QTest::newRow("deleted, below a link") << false << true;
 }
 
-/// Somebody moves a backup into place, or deletes the file, and leaves `-wal` and `-shm` where
-/// they are.
+/// Moves a backup to the path, or deletes the file, and leaves `-wal` and `-shm` in place.
 void TestReplacedFile::formerLogIsNotMixedIn()
 {
     QFETCH(bool, isReplaced);
@@ -120,7 +119,7 @@ void TestReplacedFile::formerLogIsNotMixedIn()
         queue->ids();
         isOpen.arrive_and_wait();
         isOver.arrive_and_wait();
-        // It has not noticed yet, and reads what it has open.
+        // It has not noticed yet, and reads the file that it has open.
         QSqlQuery query(QSqlDatabase::database(name, false));
         if (query.exec(u"SELECT COUNT(*) FROM message WHERE type = 'former'"_s) && query.next())
             readMeanwhile = query.value(0).toInt();
@@ -142,7 +141,7 @@ void TestReplacedFile::formerLogIsNotMixedIn()
     QCOMPARE(restored, isReplaced ? 50 : 0);
     QCOMPARE(mixedIn, 0);
     QCOMPARE(readMeanwhile, 500);
-    // What was in the former log is there still, and only once is it told.
+    // The contents of the former log are kept, and it is reported only once.
     const QStringList kept = keptLogs();
     QCOMPARE(kept.size(), 1);
     QVERIFY(QFileInfo(kept.first()).size() > 100'000);
@@ -174,7 +173,8 @@ void TestReplacedFile::formerLogIsPutAsideAtTheEnd()
     QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()), u"rows: 50\n"_s);
 }
 
-/// It has begun to mix the two. There is nothing left to save, but the service takes no part in it.
+/// The program has begun to mix the two files. Nothing can be saved, but the service does not take
+/// part.
 void TestReplacedFile::formerLogThatAnotherProgramUses()
 {
     const QString backup = makeBackup();
@@ -215,7 +215,7 @@ void TestReplacedFile::replacedFileWithoutALog()
             QVERIFY(QFile::remove(queue->file() + ending));
         QVERIFY(QFile::copy(backup, backup + u".copy"_s));
         moveIntoPlace(backup + u".copy"_s);
-        // Told once, however many connections are opened then.
+        // Logged once, regardless of the number of connections.
         for (int connection = 0; connection < 2; ++connection) {
             QCOMPARE(queue->ids().size(), 50);
             QCOMPARE(log.lines().filter(u"ERROR "_s).size(), round);

@@ -38,7 +38,7 @@ constexpr SettingPattern desks{
 
 } // namespace
 
-/// Settings as constants: what they read, and what holds without a file.
+/// Settings as constants: what they read, and the defaults without a file.
 class TestSetting : public QObject
 {
     Q_OBJECT
@@ -86,7 +86,7 @@ void TestSetting::defaultsHoldWithoutAFile()
 
 void TestSetting::anEmptyDefaultIsNull()
 {
-    // A database driver tells an account without a name from one that is not given.
+    // A database driver distinguishes an empty account name from a missing one.
     QVERIFY(address.value().isNull());
     write("[till]\naddress =\n");
     QVERIFY(address.value().isEmpty());
@@ -148,7 +148,7 @@ void TestSetting::smallest()
     QFETCH(const QByteArray, text);
     write("[till]\nperiod = " + text + "\noffset = " + text + "\n");
     QTEST(int(period.value().count()), "expectedPeriod");
-    // A number without a smallest value is taken as it is.
+    // A number without a smallest value is not limited.
     QTEST(offset.value(), "expectedOffset");
 }
 

@@ -5,7 +5,7 @@
 
 using namespace Qt::StringLiterals;
 
-/// Each case is a process of its own, which gets a real signal.
+/// Each case runs in its own process, which gets a real signal.
 class TestSignalHandler : public QObject
 {
     Q_OBJECT
@@ -17,7 +17,7 @@ private Q_SLOTS:
     void withoutAFunction();
     void signalBeforeTheLoopIsKept();
     void signalToAnotherThread();
-    void brokenPipeIsNoEnd();
+    void brokenPipeDoesNotEndTheProcess();
     void manySignalsAtOnce();
 
 private:
@@ -92,7 +92,7 @@ void TestSignalHandler::signalToAnotherThread()
     QCOMPARE(finish(*process), "handler on the main thread\nloop ended with 143\n");
 }
 
-void TestSignalHandler::brokenPipeIsNoEnd()
+void TestSignalHandler::brokenPipeDoesNotEndTheProcess()
 {
     const auto process = start({u"pipe"_s});
     QVERIFY(process->waitForReadyRead(30'000));

@@ -20,7 +20,7 @@ private Q_SLOTS:
 
     void freeFileIsLocked();
     void openFileIsNot();
-    void nobodyGetsInMeanwhile();
+    void othersAreLockedOut();
     void missingFile();
     void keptNamesAreNew();
 
@@ -63,7 +63,7 @@ void TestSqliteFileLock::freeFileIsLocked()
         const SqliteFileLock lock(path());
         QVERIFY2(lock.isTaken(), qPrintable(lock.reason()));
         QVERIFY(!lock.isInUse());
-        // Nor has anybody else who takes this lock.
+        // Neither has another program that takes this lock.
         QVERIFY(SqliteFileLock(path()).isInUse());
     }
 }
@@ -82,7 +82,7 @@ void TestSqliteFileLock::openFileIsNot()
     QVERIFY(SqliteFileLock(path()).isTaken());
 }
 
-void TestSqliteFileLock::nobodyGetsInMeanwhile()
+void TestSqliteFileLock::othersAreLockedOut()
 {
     {
         const SqliteFileLock lock(path());

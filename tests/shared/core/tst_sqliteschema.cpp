@@ -20,7 +20,7 @@
 
 using namespace Qt::StringLiterals;
 
-/// Our tables in a file that the till has made, or nobody yet.
+/// Our tables in a file that the till has created, or in a new one.
 class TestSqliteSchema : public QObject
 {
     Q_OBJECT
@@ -168,7 +168,7 @@ void TestSqliteSchema::sqliteFileThatIsReadOnlyIsUsed()
     QVERIFY(QFile::setPermissions(queue->file(), QFile::ReadOwner));
     QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner));
     QProcess process;
-    // Nobody but root may give it up, and nobody else has it.
+    // Only root can drop it, and only root has it.
     process.setChildProcessModifier([] { ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE); });
     process.start(QCoreApplication::applicationFilePath(), {anotherprogram::count});
     const bool isFinished = process.waitForFinished();

@@ -13,7 +13,7 @@ class TestTr : public QObject
 private Q_SLOTS:
     void bothFormsOfAPlainText();
     void russianWithoutATranslation();
-    void translationOfTheScreenAlone();
+    void onlyTheScreenIsTranslated();
     void emptiness();
     void isAValueWithAMetaObject();
 };
@@ -48,7 +48,7 @@ void TestTr::russianWithoutATranslation()
     QCOMPARE(text.ui(), u"Нет связи"_s);
 }
 
-void TestTr::translationOfTheScreenAlone()
+void TestTr::onlyTheScreenIsTranslated()
 {
     Translation translation;
     QCoreApplication::installTranslator(&translation);

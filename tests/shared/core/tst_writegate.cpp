@@ -28,8 +28,8 @@ void work(Clock::duration duration)
     waitFor([end] { return Clock::now() >= end; });
 }
 
-/// A file without a lock of its own: two writers at once are found here, and by ThreadSanitizer,
-/// which the counters must not tell anything.
+/// A file without its own lock: simultaneous writers are detected here and by ThreadSanitizer, from
+/// which the counters must not hide them.
 class File
 {
 public:
@@ -40,7 +40,7 @@ public:
         if (writers.fetch_add(1, std::memory_order_relaxed) > 0)
             meetings.fetch_add(1, std::memory_order_relaxed);
         change(rows);
-        // A disk takes its time, and others come meanwhile.
+        // A disk needs time, and other writers arrive meanwhile.
         work(20us);
         writers.fetch_sub(1, std::memory_order_relaxed);
     }
@@ -76,7 +76,7 @@ class TestWriteGate : public QObject
 private Q_SLOTS:
     void oneForEachFile();
     void withoutAGate();
-    void aloneByItsOwnStatement();
+    void singleRemovalUsesItsOwnStatement();
     void waitingRemovalsGoTogether();
     void otherWritesHaveATurnEach();
     void failedTransaction();
@@ -90,8 +90,8 @@ private Q_SLOTS:
     void removalsWaitForTheLastGroup();
     void impatientWriter();
     void ledWriterIsPatient();
-    void anythingAtAnyTime_data();
-    void anythingAtAnyTime();
+    void randomWriters_data();
+    void randomWriters();
 };
 
 void TestWriteGate::oneForEachFile()
@@ -106,7 +106,7 @@ void TestWriteGate::withoutAGate()
     QVERIFY(!WriteGate::enter(nullptr));
 }
 
-void TestWriteGate::aloneByItsOwnStatement()
+void TestWriteGate::singleRemovalUsesItsOwnStatement()
 {
     WriteGate gate;
     bool isCalled = false;
@@ -200,7 +200,7 @@ void TestWriteGate::failedTransaction()
         }
     }
     writers.clear();
-    // Once for all, and then each by itself: no further transaction is tried with the same rows.
+    // Once together, and then each alone: no further transaction is tried with the same rows.
     QCOMPARE(calls.load(), 1);
     QCOMPARE(removed, (Ids{1, 2, 3, 4}));
     QCOMPARE(file.meetings.load(), 0);
@@ -233,7 +233,7 @@ void TestWriteGate::thrownFromTheTransaction()
     QVERIFY(WriteGate::enter(&gate));
 }
 
-/// Rows whose transaction has failed do not drag others down with them.
+/// Rows whose transaction has failed do not affect others.
 void TestWriteGate::laterGroupAfterAFailedOne()
 {
     WriteGate gate;
@@ -245,7 +245,7 @@ void TestWriteGate::laterGroupAfterAFailedOne()
             groups.push_back(ids);
             if (groups.size() > 1)
                 return true;
-            // These arrive while the transaction is under way.
+            // These arrive during the transaction.
             for (int later = 3; later <= 4; ++later) {
                 writers.emplace_back([&, later] {
                     gate.remove(later, [&](const Ids &rest) {
@@ -316,7 +316,7 @@ void TestWriteGate::noOpeningWithoutOthers()
 {
     WriteGate gate;
     Clock::duration shortest = 1h;
-    // One of them at least is not held up by the machine.
+    // At least one of them is not delayed by the machine.
     for (int round = 0; round < 20; ++round) {
         {
             const auto turn = gate.remove(round, [](const Ids &) { return true; });
@@ -353,7 +353,7 @@ void TestWriteGate::openForTheTillAfterAGroup()
 {
     WriteGate gate;
     removeTwo(gate, 20ms);
-    // The group is over when its writers are, so a little of the opening has passed.
+    // The group ends with its writers, so a small part of the open time has passed.
     const auto left = Clock::now();
     const WriteGate::Turn turn = WriteGate::enter(&gate);
     QVERIFY(Clock::now() - left > 10ms);
@@ -362,7 +362,7 @@ void TestWriteGate::openForTheTillAfterAGroup()
 void TestWriteGate::removalsWaitForTheLastGroup()
 {
     bool wentTogether = false;
-    // The second one of a round may be held up by the machine.
+    // The second one of a round may be delayed by the machine.
     for (int round = 0; round < 20 && !wentTogether; ++round) {
         WriteGate gate;
         removeTwo(gate, 40ms);
@@ -375,7 +375,7 @@ void TestWriteGate::removalsWaitForTheLastGroup()
                 return true;
             });
         });
-        // The opening is over, and the other writer of the last group is not back.
+        // The open time is over, and the other writer of the last group has not returned.
         while (Clock::now() < left + 50ms)
             work(1ms);
         const auto turn = gate.remove(4, [](const Ids &) { return false; });
@@ -385,7 +385,7 @@ void TestWriteGate::removalsWaitForTheLastGroup()
     QVERIFY(wentTogether);
 }
 
-/// A writer that cannot be told when its turn comes meets SQLite's own lock instead.
+/// A writer that cannot be notified of its turn waits for SQLite's lock instead.
 void TestWriteGate::impatientWriter()
 {
     WriteGate gate(20ms);
@@ -413,7 +413,7 @@ void TestWriteGate::ledWriterIsPatient()
     WriteGate gate(patience);
     std::atomic<int> groups = 0;
     std::atomic<int> removed = 0;
-    // Until both have come in time, which is up to the machine.
+    // Repeated until both arrive in time, which depends on the machine.
     while (groups == 0) {
         std::atomic<int> ended = 0;
         removed = 0;
@@ -435,7 +435,7 @@ void TestWriteGate::ledWriterIsPatient()
     QCOMPARE(removed.load(), 2);
 }
 
-void TestWriteGate::anythingAtAnyTime_data()
+void TestWriteGate::randomWriters_data()
 {
     QTest::addColumn<int>("threads");
     QTest::newRow("3") << 3;
@@ -443,9 +443,9 @@ void TestWriteGate::anythingAtAnyTime_data()
     QTest::newRow("57") << 57;
 }
 
-/// Random writers against a model of the file: what has been reported as removed is gone, anything
-/// else is there, no two write at once, and all of them come to an end.
-void TestWriteGate::anythingAtAnyTime()
+/// Random writers against a model of the file: rows reported as removed are gone, all others are
+/// there, no two writers write at once, and all of them end.
+void TestWriteGate::randomWriters()
 {
     QFETCH(int, threads);
     const int rowsOfAThread = 4000 / threads;
@@ -493,7 +493,7 @@ void TestWriteGate::anythingAtAnyTime()
         };
         for (int i = 0; i < rowsOfAThread; ++i) {
             const int id = number * rowsOfAThread + i;
-            // A delivery, now and then.
+            // A delivery, sometimes.
             if (random() % 3 == 0)
                 work(std::chrono::microseconds(random() % 200));
             if (random() % 8 == 0) {
@@ -515,7 +515,7 @@ void TestWriteGate::anythingAtAnyTime()
         }
     };
     {
-        // Each ends when it has tried its rows, and the others go on without it.
+        // Each ends after trying its rows, and the others continue without it.
         std::list<Writer> writers;
         for (int number = 0; number < threads; ++number)
             writers.emplace_back([&, number] { writer(number); });

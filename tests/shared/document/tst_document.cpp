@@ -16,7 +16,7 @@ DocumentImpactDetail detail(int position, double sum)
     return result;
 }
 
-/// A document that keeps the name of its order in a place of its own.
+/// A document that keeps the name of its order at its own place.
 class DeliveryDocument : public Document
 {
 public:

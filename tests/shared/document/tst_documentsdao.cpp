@@ -36,8 +36,8 @@ private Q_SLOTS:
     void latestCardIsFound();
     void cardIsRead_data() { bothDatabases(); }
     void cardIsRead();
-    void onlyWhatWasSetIsChanged_data() { bothDatabases(); }
-    void onlyWhatWasSetIsChanged();
+    void onlySetFieldsAreChanged_data() { bothDatabases(); }
+    void onlySetFieldsAreChanged();
     void readCardChangesOnlyWhatIsSetAfterwards_data() { bothDatabases(); }
     void readCardChangesOnlyWhatIsSetAfterwards();
     void operationInfoComesBack_data() { bothDatabases(); }
@@ -48,8 +48,8 @@ private Q_SLOTS:
     void idMayBeText();
     void unknownIdIsLogged_data() { bothDatabases(); }
     void unknownIdIsLogged();
-    void sameValuesAreNoMissingCard_data() { bothDatabases(); }
-    void sameValuesAreNoMissingCard();
+    void unchangedValuesAreNotAMissingCard_data() { bothDatabases(); }
+    void unchangedValuesAreNotAMissingCard();
     void failureIsABasicException_data() { bothDatabases(); }
     void failureIsABasicException();
     void writesWaitForTheirTurn();
@@ -133,7 +133,7 @@ void TestDocumentsDao::cardIsFoundByChequeAndNumber()
 
 void TestDocumentsDao::latestCardIsFound()
 {
-    // Cheque numbers begin anew with each shift.
+    // Cheque numbers restart with each shift.
     put(u"1"_s, u"77"_s);
     const int latest = put(u"1"_s, u"77"_s);
     put(u"2"_s, u"77"_s);
@@ -156,7 +156,7 @@ void TestDocumentsDao::cardIsRead()
     QVERIFY(!dao.readCard(id + 1, true));
 }
 
-void TestDocumentsDao::onlyWhatWasSetIsChanged()
+void TestDocumentsDao::onlySetFieldsAreChanged()
 {
     const int id = put(u"1"_s, u"77"_s, u"old"_s, u"{\"a\":1}"_s);
     const int other = put(u"2"_s, u"78"_s, u"old"_s, u"{\"a\":1}"_s);
@@ -250,7 +250,7 @@ void TestDocumentsDao::unknownIdIsLogged()
     QCOMPARE(row(id), u"1|77||"_s);
 }
 
-void TestDocumentsDao::sameValuesAreNoMissingCard()
+void TestDocumentsDao::unchangedValuesAreNotAMissingCard()
 {
     LogCapture log(u"documentsdao"_s);
     DocumentCardRecord card;

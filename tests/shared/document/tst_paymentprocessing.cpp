@@ -22,7 +22,7 @@ private Q_SLOTS:
     void processingIsThatOfTheCurrency();
     void badAddressThrows_data();
     void badAddressThrows();
-    void settingsAreReadAnewWhenPrepared();
+    void settingsAreReadAgainWhenPrepared();
     void processingOutlivesThePreparation();
     void allFieldsAreSent();
     void timeout_data();
@@ -97,7 +97,7 @@ void TestPaymentProcessing::badAddressThrows()
              u"Параметр processing:643 не является адресом http или https, исправьте настройки"_s);
 }
 
-void TestPaymentProcessing::settingsAreReadAnewWhenPrepared()
+void TestPaymentProcessing::settingsAreReadAgainWhenPrepared()
 {
     TestSettings changing(u"[processing]\n643 = http://old.test/\n"_s);
     PaymentProcessingFactory factory;
@@ -148,7 +148,7 @@ void TestPaymentProcessing::timeout_data()
     QTest::addColumn<qint64>("timeoutMs");
     QTest::newRow("of the message") << QVariantMap{{u"timeout"_s, 7}} << qint64{7000};
     QTest::newRow("none: the client's") << QVariantMap() << qint64{0};
-    QTest::newRow("no number: the client's") << QVariantMap{{u"timeout"_s, u"x"_s}} << qint64{0};
+    QTest::newRow("not a number: the client's") << QVariantMap{{u"timeout"_s, u"x"_s}} << qint64{0};
 }
 
 void TestPaymentProcessing::timeout()
@@ -179,7 +179,7 @@ void TestPaymentProcessing::outcome_data()
     QTest::newRow("true as text")    << json(200, {{u"success"_s, u"true"_s}}) << false << unconfirmed;
     QTest::newRow("1")               << json(200, {{u"success"_s, 1}})         << false << unconfirmed;
     QTest::newRow("says nothing")    << json(200, {})                          << false << unconfirmed;
-    QTest::newRow("no JSON")         << reply(200, "true")                     << false << unconfirmed;
+    QTest::newRow("not JSON")        << reply(200, "true")                     << false << unconfirmed;
     QTest::newRow("empty")           << reply(204)                             << false << unconfirmed;
     QTest::newRow("500 with true")   << serverError                            << false << refused(serverError);
     QTest::newRow("no connection")   << noConnection()                         << false << refused(noConnection());

@@ -49,7 +49,7 @@ void TestXmlUtils::valueIsFoundByTag_data()
     // clang-format off
     QTest::newRow("first")             << u"b"_s       << 0   << u"один"_s;
     QTest::newRow("second, deeper")    << u"b"_s       << 1   << u"два"_s;
-    QTest::newRow("behind the last")   << u"b"_s       << 2   << u""_s;
+    QTest::newRow("after the last")    << u"b"_s       << 2   << u""_s;
     QTest::newRow("negative")          << u"b"_s       << -1  << u""_s;
     QTest::newRow("none of the name")  << u"x"_s       << 0   << u""_s;
     QTest::newRow("other case")        << u"B"_s       << 0   << u""_s;
@@ -157,8 +157,8 @@ void TestXmlUtils::anythingElseIsEmpty_data()
     QTest::newRow("declaration alone")      << "<?xml version=\"1.0\"?>"_ba;
     QTest::newRow("wrong end")              << "<a><code>0</code></b>"_ba;
     QTest::newRow("two roots")              << "<a><code>0</code></a><a/>"_ba;
-    QTest::newRow("text behind the root")   << "<a><code>0</code></a>0"_ba;
-    QTest::newRow("no UTF-8")               << "<a>\xFF\xFE\xFD</a>"_ba;
+    QTest::newRow("text after the root")   << "<a><code>0</code></a>0"_ba;
+    QTest::newRow("not UTF-8")               << "<a>\xFF\xFE\xFD</a>"_ba;
     QTest::newRow("unknown encoding")       << "<?xml version=\"1.0\" encoding=\"klingon\"?><a>0</a>"_ba;
     QTest::newRow("zeros")                  << QByteArray(100, '\0');
     QTest::newRow("unknown entity")         << "<a>&b;</a>"_ba;
@@ -175,7 +175,7 @@ void TestXmlUtils::anythingElseIsEmpty()
 {
     QFETCH(QByteArray, bytes);
     QList<QDomDocument> documents{xmlutils::parseXml(bytes, {u"a"_s, u"code"_s})};
-    // A text has no encoding any more.
+    // A text has no encoding, so its declaration does not count.
     if (bytes.isValidUtf8() && !bytes.contains("klingon"))
         documents.append(xmlutils::parseXmlText(QString::fromUtf8(bytes)));
     for (const QDomDocument &document : std::as_const(documents))
@@ -250,7 +250,8 @@ void TestXmlUtils::selectionReadsLikeTheWhole_data()
     // clang-format on
 }
 
-/// For every tag that is asked for, at index 0: in the document, and inside the first of another.
+/// For every requested tag, at index 0: in the document, and inside the first element of another
+/// tag.
 void TestXmlUtils::selectionReadsLikeTheWhole()
 {
     QFETCH(QString, text);
@@ -370,7 +371,7 @@ void TestXmlUtils::limits()
              message.isEmpty() ? 0 : 2);
 }
 
-/// A whole tree of them would take the till's memory; a selection and a new copy do not.
+/// A complete tree of them would use up the till's memory; a selection and a new copy do not.
 void TestXmlUtils::tooManyElementsForATree()
 {
     const QString element = u"<item code=\"4607\"><name>bread</name></item>"_s;

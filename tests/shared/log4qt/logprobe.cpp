@@ -1,4 +1,4 @@
-// Logs as its arguments say, so that a test can look at the lines of a whole process.
+// Logs as its arguments say, so that a test can check the lines of a whole process.
 
 #include "shared/core/logging.h"
 
@@ -43,7 +43,7 @@ void logFromThreads(int lines)
         thread.join();
 }
 
-/// Leaves threads at work that log without end.
+/// Leaves running threads that log without end.
 void logBeyondTheEnd()
 {
     std::atomic<int> started = 0;

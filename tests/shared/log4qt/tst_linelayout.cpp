@@ -12,7 +12,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// 12:00:00 on the first of February 2026 in the till's own time zone, and so many milliseconds.
+/// 12:00:00 on 2026-02-01 in the till's time zone, plus these milliseconds.
 log4cplus::helpers::Time noon(int seconds, int milliseconds)
 {
     std::tm local = {};
@@ -51,7 +51,7 @@ std::string formatted(log4cplus::Layout &layout, const std::string &message,
 
 } // namespace
 
-/// The lines of the log: what is filled in here is what the library would have written.
+/// The lines of the log: the values filled in here are those that the library would write.
 class TestLineLayout : public QObject
 {
     Q_OBJECT
@@ -90,7 +90,7 @@ void TestLineLayout::patterns_data()
     QTest::newRow("thread")          << u"%t %m"_s             << string("worker-7 text");
     QTest::newRow("place vanishes")  << u"%F:%L %m"_s          << string(": text");
     QTest::newRow("only text")       << u"text"_s              << string("text");
-    // Left to the library.
+    // The library fills this in.
     QTest::newRow("part of a name")  << u"%c{1}"_s             << string("cardlab");
     QTest::newRow("percent sign")    << u"%% %m"_s             << string("% text");
     // clang-format on

@@ -26,15 +26,15 @@ private Q_SLOTS:
     void brokenFiles();
     void unknownProperties_data();
     void unknownProperties();
-    void environmentGoesBeforeTheTillsFile();
+    void environmentReplacesTheTillsFile();
     void filesAreAppendedTo_data();
     void filesAreAppendedTo();
     void rollingFilesKeepTheirNumber();
     void dailyFileOfAnEarlierDayIsPutAside_data();
     void dailyFileOfAnEarlierDayIsPutAside();
     void linesOfAMessageCannotPassForEvents();
-    void textsFromOutsideAreShownByTheirNumbers_data();
-    void textsFromOutsideAreShownByTheirNumbers();
+    void textsFromOutsideAreEscaped_data();
+    void textsFromOutsideAreEscaped();
     void eventHasALargestSize_data();
     void eventHasALargestSize();
     void threadsWriteWholeLines();
@@ -418,7 +418,7 @@ void TestLogging::unknownProperties()
                                                     + '\n');
 }
 
-void TestLogging::environmentGoesBeforeTheTillsFile()
+void TestLogging::environmentReplacesTheTillsFile()
 {
     writeProperties(console("INFO", "till %m%n"));
     write(folder->filePath(u"own.properties"_s), console("INFO", "own %m%n"));
@@ -477,7 +477,7 @@ void TestLogging::rollingFilesKeepTheirNumber()
         const qsizetype size = read(QString::fromLatin1(name)).size();
         QVERIFY2(size >= 300 * 1024 && size < 302 * 1024, qPrintable(QString::number(size)));
     }
-    // The newest lines are there, none missing between the files.
+    // The newest lines are there, without a gap between the files.
     const QByteArray all = read(u"log/a.log.2"_s) + read(u"log/a.log.1"_s) + read(u"log/a.log"_s);
     const QByteArrayList lines = all.split('\n');
     for (qsizetype at = 0; at < lines.size() - 1; ++at)
@@ -528,7 +528,7 @@ void TestLogging::linesOfAMessageCannotPassForEvents()
              "T INFO  [cardlab] ответ:\n    2026-01-31 12:00:00,123 INFO  [queue] ложь\n");
 }
 
-void TestLogging::textsFromOutsideAreShownByTheirNumbers_data()
+void TestLogging::textsFromOutsideAreEscaped_data()
 {
     QTest::addColumn<QByteArray>("properties");
     QTest::addColumn<QString>("path");
@@ -543,7 +543,7 @@ void TestLogging::textsFromOutsideAreShownByTheirNumbers_data()
                             << u"a.log"_s;
 }
 
-void TestLogging::textsFromOutsideAreShownByTheirNumbers()
+void TestLogging::textsFromOutsideAreEscaped()
 {
     QFETCH(const QByteArray, properties);
     QFETCH(const QString, path);

@@ -5,8 +5,8 @@
 #include <QList>
 #include <QTest>
 
-/// Collects what the thread's clients tell while it lives. Where what is told does not matter, the
-/// tests have no observer.
+/// Collects the reports of the thread's clients during its lifetime. Tests that do not need the
+/// reports have no observer.
 class RecordingObserver : public http::ExchangeObserver
 {
 public:

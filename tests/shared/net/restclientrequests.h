@@ -5,7 +5,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-/// What the tests of RestClient ask for.
+/// Requests for the tests of RestClient.
 
 inline const RestClient::Headers noHeaders;
 constexpr int mebibyte = 1024 * 1024;

@@ -58,14 +58,14 @@ void TestAddressFault::addresses_data()
     same("colon first",         u"://service.test"_s,              scheme);
     row("line feed in front",   u"\rhttp://service.test/"_s,       u"%0Dhttp://service.test/"_s, blank);
     same("words",               u"не адрес"_s,                     scheme);
-    same("blank in front",      u" http://service.test/"_s,        blank);
-    row("tab in front",         u"\thttp://service.test/"_s,       u"%09http://service.test/"_s, blank);
-    row("line end in front",    u"\nhttp://service.test/"_s,       u"%0Ahttp://service.test/"_s, blank);
+    same("leading blank",       u" http://service.test/"_s,        blank);
+    row("leading tab",          u"\thttp://service.test/"_s,       u"%09http://service.test/"_s, blank);
+    row("leading line end",     u"\nhttp://service.test/"_s,       u"%0Ahttp://service.test/"_s, blank);
     same("no host",             u"http:///path"_s,                 noHost);
     same("scheme alone",        u"http:"_s,                        noHost);
     same("scheme and slashes",  u"https://"_s,                     noHost);
     same("blank in the host",   u"http://service test/"_s,         host);
-    same("blank behind",        u"http://service.test /"_s,        host);
+    same("trailing blank",      u"http://service.test /"_s,        host);
     same("two points",          u"http://service..test/"_s,        host);
     same("open bracket",        u"http://[::1/"_s,                 host);
     same("no IPv6",             u"http://[service]/"_s,            host);

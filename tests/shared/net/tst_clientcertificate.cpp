@@ -92,7 +92,7 @@ void TestClientCertificate::ends()
     QFETCH(bool, isRead);
     const QDateTime end = http::certificateEnd(path, password);
     QCOMPARE(end, isRead ? QDateTime(QDate(2021, 1, 1), QTime(0, 0), Qt::UTC) : QDateTime());
-    // A later exchange must not find it there.
+    // A later exchange must not find it.
     QCOMPARE(ERR_peek_error(), 0UL);
 }
 

@@ -101,7 +101,7 @@ void TestContentCoding::unpacks_data()
     row("garbage at the end",            "gzip",              zipped + "garbage",               whole);
     row("a byte of garbage",             "gzip",              zipped + '\x1f',                  whole);
     row("deflate",                       "deflate",           zlib,                             whole);
-    row("garbage behind deflate",        "deflate",           zlib + "garbage",                 whole);
+    row("garbage after deflate",         "deflate",           zlib + "garbage",                 whole);
     row("deflate without wrapping",      "deflate",           bare,                             whole);
     row("deflate without compression",   "deflate",           stored,                           whole);
     row("nothing",                       "",                  text,                             whole);
@@ -112,12 +112,12 @@ void TestContentCoding::unpacks_data()
     row("first gzip, then deflate",      "gzip,deflate",      packed(zipped, zlibWrapping),     whole);
     row("five times",                    "gzip,gzip,gzip,gzip,gzip", gzip(gzip(gzip(gzip(zipped)))), whole);
 
-    row("a coding nobody knows",         "zebra",             text,                             unknown);
+    row("an unknown coding",         "zebra",             text,                             unknown);
     row("the name of an alphabet",       "UTF-8",             text,                             unknown);
     row("brotli",                        "br",                text,                             unknown);
     row("one of two",                    "br, gzip",          zipped,                           unknown);
     row("six times",                     "gzip,gzip,gzip,gzip,gzip,gzip", zipped,               unknown);
-    row("a name with something behind",  "gzip;q=1",          zipped,                           unknown);
+    row("a name with something after it",  "gzip;q=1",          zipped,                           unknown);
     row("no gzip",                       "gzip",              text,                             unknown);
     row("half a sign of gzip",           "gzip",              "\x1f not gzip",                  unknown);
     row("one byte of no gzip",           "gzip",              "x",                              unknown);
@@ -125,7 +125,7 @@ void TestContentCoding::unpacks_data()
     row("gzip under the name of deflate", "deflate",          zipped,                           unknown);
     row("no deflate",                    "deflate",           text,                             unknown);
     row("packed once, not twice",        "gzip, gzip",        zipped,                           unknown);
-    row("garbage behind bare deflate",   "deflate",           bare + "garbage",                 unknown);
+    row("garbage after bare deflate",   "deflate",           bare + "garbage",                 unknown);
     row("a wrong checksum",              "gzip",              withByte(zipped, -8, '\x77'),     unknown);
     row("a wrong length",                "gzip",              withByte(zipped, -4, '\x77'),     unknown);
     row("a wrong checksum of zlib",      "deflate",           withByte(zlib, -1, '\x77'),       unknown);
@@ -162,7 +162,7 @@ void TestContentCoding::everyEarlyEnd_data()
     QTest::newRow("gzip") << QByteArray("gzip") << gzip(text) << Outcome::CutOff;
     QTest::newRow("deflate") << QByteArray("deflate") << packed(text, zlibWrapping)
                              << Outcome::CutOff;
-    // It has no sign by which it could be told from a text that is not packed.
+    // It has no signature that distinguishes it from a text that is not compressed.
     QTest::newRow("bare deflate") << QByteArray("deflate") << packed(text, noWrapping)
                                   << Outcome::Unknown;
 }
@@ -172,7 +172,7 @@ void TestContentCoding::everyEarlyEnd()
     QFETCH(QByteArray, codings);
     QFETCH(QByteArray, bytes);
     QFETCH(Outcome, outcome);
-    // Of deflate a single byte tells nothing.
+    // A single byte does not identify deflate.
     const qsizetype shortest = codings == "gzip" ? 1 : 2;
     for (qsizetype size = shortest; size < bytes.size(); ++size)
         QCOMPARE(outcomeOf(bytes.first(size), codings), outcome);
@@ -180,7 +180,7 @@ void TestContentCoding::everyEarlyEnd()
     QCOMPARE(outcomeOf({}, codings), Outcome::Done);
 }
 
-/// Some servers say that they have packed what they have not. Such an answer must stay one.
+/// Some servers announce compression and send plain text. Such an answer must remain an answer.
 void TestContentCoding::textsThatAreNotPacked()
 {
     const QByteArray texts[] = {"{}",
@@ -235,7 +235,7 @@ void TestContentCoding::limitOfEachCoding()
     QCOMPARE(body.size(), size < 0 ? bytes.size() : size);
 }
 
-/// These are taken apart to save memory.
+/// These are processed in parts to save memory.
 void TestContentCoding::largeBodies()
 {
     constexpr qsizetype large = 5'000'000;

@@ -77,7 +77,7 @@ class TestCurlFailure : public QObject
 private Q_SLOTS:
     void failures_data();
     void failures();
-    void withoutWordsLibcurlsOwnAreShown();
+    void libcurlsTextIsTheDefault();
     void bracesInTheDetailAreText();
     void statusIsKept();
     void missingFile();
@@ -174,7 +174,7 @@ void TestCurlFailure::failures()
     QVERIFY(response.isNetworkError());
 }
 
-void TestCurlFailure::withoutWordsLibcurlsOwnAreShown()
+void TestCurlFailure::libcurlsTextIsTheDefault()
 {
     const QString text = curl::failureFor(direct(CURLE_WEIRD_SERVER_REPLY)).errorText.ru();
     QVERIFY2(text.contains(QString::fromUtf8(curl_easy_strerror(CURLE_WEIRD_SERVER_REPLY))),

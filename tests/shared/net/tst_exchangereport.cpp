@@ -26,8 +26,8 @@ class TestExchangeReport : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // First: a later server can get the port of one that has closed a kept connection, and such a
-    // host is not trusted with another one.
+    // First test: a later server can get the port of one that has closed a kept connection, and
+    // connections to such a host are not kept.
     void repeatedRequestIsOneExchange();
     void answers_data();
     void answers();
@@ -37,9 +37,9 @@ private Q_SLOTS:
 
     void clock_data();
     void clock();
-    void datesThatAreNone_data();
-    void datesThatAreNone();
-    void dateOfTheAnswerAlone();
+    void invalidDates_data();
+    void invalidDates();
+    void onlyTheDateOfTheAnswerCounts();
 };
 
 void TestExchangeReport::answers_data()
@@ -118,7 +118,7 @@ void TestExchangeReport::onceForEachExchange()
     QCOMPARE(observer.reports.at(2).status, 200);
 }
 
-/// The kept connection breaks under the request, which goes out once more.
+/// The kept connection breaks during the request, which is sent again.
 void TestExchangeReport::repeatedRequestIsOneExchange()
 {
     LoopbackServer server;
@@ -158,7 +158,7 @@ void TestExchangeReport::clock()
     QVERIFY2(delay >= 0s && delay < 30s, QByteArray::number(qint64{difference->count()}));
 }
 
-void TestExchangeReport::datesThatAreNone_data()
+void TestExchangeReport::invalidDates_data()
 {
     QTest::addColumn<QByteArray>("headers");
     QTest::newRow("none") << QByteArray();
@@ -169,7 +169,7 @@ void TestExchangeReport::datesThatAreNone_data()
     QTest::newRow("a line that goes on") << "X-Long: a\r\n " + dateOf({});
 }
 
-void TestExchangeReport::datesThatAreNone()
+void TestExchangeReport::invalidDates()
 {
     QFETCH(QByteArray, headers);
     LoopbackServer server;
@@ -179,8 +179,8 @@ void TestExchangeReport::datesThatAreNone()
     QVERIFY(!observer.only().clockDifference);
 }
 
-/// Neither an interim answer's date counts nor one that follows the body.
-void TestExchangeReport::dateOfTheAnswerAlone()
+/// Neither the date of an interim answer counts nor one after the body.
+void TestExchangeReport::onlyTheDateOfTheAnswerCounts()
 {
     LoopbackServer server;
     server.play({LoopbackServer::raw("HTTP/1.1 103 Early Hints\r\n" + dateOf({})

@@ -44,7 +44,7 @@ void TestHttpDate::dates_data()
     row("day without a zero",  "Sun, 6 Nov 1994 08:49:37 GMT");
     row("a form of old",       "Sunday, 06-Nov-94 08:49:37 GMT");
     row("a form of C",         "Sun Nov  6 08:49:37 1994");
-    row("more behind it",      "Sun, 06 Nov 1994 08:49:37 GMT;");
+    row("more after it",       "Sun, 06 Nov 1994 08:49:37 GMT;");
     row("empty",               "");
     row("rubbish",             "\xff\xfe");
     // clang-format on

@@ -108,21 +108,21 @@ private Q_SLOTS:
     void answerWithoutRequestIsNotSent();
 
     void listensOnTheLoopbackAddressOnly();
-    void takenPortIsTold();
-    void portOutOfRangeIsTold_data();
-    void portOutOfRangeIsTold();
+    void takenPortIsReported();
+    void portOutOfRangeIsReported_data();
+    void portOutOfRangeIsReported();
 
-    void strangeRequestHoldsUpNobody_data();
-    void strangeRequestHoldsUpNobody();
-    void idleConnectionsHoldUpNobody();
-    void longestSilentConnectionGoesFirst();
+    void malformedRequestDelaysNoOther_data();
+    void malformedRequestDelaysNoOther();
+    void idleConnectionsDelayNoRequest();
+    void longestSilentConnectionIsClosedFirst();
     void unfinishedRequestIsEnded();
     void slowRequestIsEnded();
     void idleConnectionIsEnded();
     void busyConnectionStays();
     void clientThatReadsNothingIsEnded();
-    void clientsMayGoAtAnyTime();
-    void serverMayGoWithClientsConnected();
+    void clientsMayDisconnectAtAnyTime();
+    void serverMayEndWithClientsConnected();
 
     void curl_data();
     void curl();
@@ -131,7 +131,7 @@ private Q_SLOTS:
 
 void TestHttpServer::operationsKeepTheirPlaces()
 {
-    // Behind the destructors and the five operations for events of QObject.
+    // After the destructors and the five operations for events of QObject.
     struct Next : QObject
     {
         virtual void next() {}
@@ -174,23 +174,23 @@ void TestHttpServer::pathIsDecoded_data()
     QTest::addColumn<QByteArray>("target");
     QTest::addColumn<QString>("path");
     // clang-format off
-    QTest::newRow("plain")                << "/start/mindbox/123"_ba           << u"/start/mindbox/123"_s;
-    QTest::newRow("root")                 << "/"_ba                            << u"/"_s;
-    QTest::newRow("doubled slashes")      << "//messages///mindbox//123/"_ba   << u"//messages///mindbox//123/"_s;
-    QTest::newRow("query is left out")    << "/status?a=/b/c"_ba               << u"/status"_s;
-    QTest::newRow("fragment is left out") << "/status#a/b"_ba                  << u"/status"_s;
-    QTest::newRow("encoded Cyrillic")     << "/start/%D1%82%D0%B8%D0%BF/1"_ba  << u"/start/тип/1"_s;
-    QTest::newRow("raw Cyrillic")         << "/start/тип/1"_ba                 << u"/start/тип/1"_s;
-    QTest::newRow("blank and plus")       << "/start/a%20b/1+1"_ba             << u"/start/a b/1+1"_s;
-    QTest::newRow("encoded slash")        << "/start/a%2Fb/c%2fd"_ba           << u"/start/a%2Fb/c%2Fd"_s;
-    QTest::newRow("encoded percent sign") << "/start/100%25/1"_ba              << u"/start/100%/1"_s;
-    QTest::newRow("encoded question mark")<< "/start/a%3Fb/1"_ba               << u"/start/a?b/1"_s;
-    QTest::newRow("lone percent sign")    << "/start/100%/1"_ba                << u"/start/100%/1"_s;
-    QTest::newRow("no UTF-8")             << "/start/%FF/1"_ba                 << u"/start/\uFFFD/1"_s;
-    QTest::newRow("with the server")      << "http://127.0.0.1:28085/status"_ba<< u"/status"_s;
-    QTest::newRow("with server, no path") << "HTTP://till"_ba                  << u"/"_s;
-    QTest::newRow("dots stay")            << "/a/../status"_ba                 << u"/a/../status"_s;
-    QTest::newRow("asterisk")             << "*"_ba                            << u"*"_s;
+    QTest::newRow("plain")                 << "/start/mindbox/123"_ba           << u"/start/mindbox/123"_s;
+    QTest::newRow("root")                  << "/"_ba                            << u"/"_s;
+    QTest::newRow("doubled slashes")       << "//messages///mindbox//123/"_ba   << u"//messages///mindbox//123/"_s;
+    QTest::newRow("query is left out")     << "/status?a=/b/c"_ba               << u"/status"_s;
+    QTest::newRow("fragment is left out")  << "/status#a/b"_ba                  << u"/status"_s;
+    QTest::newRow("encoded Cyrillic")      << "/start/%D1%82%D0%B8%D0%BF/1"_ba  << u"/start/тип/1"_s;
+    QTest::newRow("raw Cyrillic")          << "/start/тип/1"_ba                 << u"/start/тип/1"_s;
+    QTest::newRow("blank and plus")        << "/start/a%20b/1+1"_ba             << u"/start/a b/1+1"_s;
+    QTest::newRow("encoded slash")         << "/start/a%2Fb/c%2fd"_ba           << u"/start/a%2Fb/c%2Fd"_s;
+    QTest::newRow("encoded percent sign")  << "/start/100%25/1"_ba              << u"/start/100%/1"_s;
+    QTest::newRow("encoded question mark") << "/start/a%3Fb/1"_ba               << u"/start/a?b/1"_s;
+    QTest::newRow("lone percent sign")     << "/start/100%/1"_ba                << u"/start/100%/1"_s;
+    QTest::newRow("not UTF-8")             << "/start/%FF/1"_ba                 << u"/start/\uFFFD/1"_s;
+    QTest::newRow("with the server")       << "http://127.0.0.1:28085/status"_ba<< u"/status"_s;
+    QTest::newRow("with server, no path")  << "HTTP://till"_ba                  << u"/"_s;
+    QTest::newRow("dots stay")             << "/a/../status"_ba                 << u"/a/../status"_s;
+    QTest::newRow("asterisk")              << "*"_ba                            << u"*"_s;
     // clang-format on
 }
 
@@ -387,13 +387,13 @@ void TestHttpServer::listensOnTheLoopbackAddressOnly()
     QTcpSocket loopback;
     loopback.connectToHost(u"127.0.0.1"_s, port);
     QTRY_COMPARE(loopback.state(), QAbstractSocket::ConnectedState);
-    // An address of this machine that is not the one.
+    // Another address of this machine.
     QTcpSocket other;
     other.connectToHost(u"127.0.0.2"_s, port);
     QTRY_COMPARE(other.error(), QAbstractSocket::ConnectionRefusedError);
 }
 
-void TestHttpServer::takenPortIsTold()
+void TestHttpServer::takenPortIsReported()
 {
     QTcpServer other;
     QVERIFY(other.listen(QHostAddress::LocalHost));
@@ -404,16 +404,16 @@ void TestHttpServer::takenPortIsTold()
     server.sendResponse(ResponseHeader(), "x");
 }
 
-void TestHttpServer::portOutOfRangeIsTold_data()
+void TestHttpServer::portOutOfRangeIsReported_data()
 {
     QTest::addColumn<int>("port");
     QTest::newRow("negative") << -1;
     QTest::newRow("too high") << 65536;
-    // What the low 16 bits would make a port of.
+    // The port in the low 16 bits of the number.
     QTest::newRow("far too high") << 65536 + 28085;
 }
 
-void TestHttpServer::portOutOfRangeIsTold()
+void TestHttpServer::portOutOfRangeIsReported()
 {
     QFETCH(int, port);
     HttpServer server(port);
@@ -422,7 +422,7 @@ void TestHttpServer::portOutOfRangeIsTold()
     QCOMPARE(server.port(), 0);
 }
 
-void TestHttpServer::strangeRequestHoldsUpNobody_data()
+void TestHttpServer::malformedRequestDelaysNoOther_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<bool>("isClosed");
@@ -432,7 +432,7 @@ void TestHttpServer::strangeRequestHoldsUpNobody_data()
         return "POST / HTTP/1.1\r\n" + lines;
     };
     const QByteArray none;
-    // Newer versions of Qt close the connection on it before anybody can answer.
+    // Newer versions of Qt close the connection before an answer is possible.
     const QByteArray toWebSocket = QT_VERSION < QT_VERSION_CHECK(6, 8, 0) ? "200"_ba : none;
     // clang-format off
     QTest::newRow("nothing")                  << none                                                 << false << none;
@@ -454,18 +454,18 @@ void TestHttpServer::strangeRequestHoldsUpNobody_data()
     QTest::newRow("boundless length")         << post("Content-Length: 9223372036854775807\r\n\r\nabc") << false << none;
     QTest::newRow("length past 64 bits")      << post("Content-Length: 99999999999999999999\r\n\r\n") << false << "200"_ba;
     QTest::newRow("negative length")          << post("Content-Length: -5\r\n\r\n")                   << false << "200"_ba;
-    QTest::newRow("length is no number")      << post("Content-Length: five\r\n\r\n")                 << false << "200"_ba;
+    QTest::newRow("length is not a number")   << post("Content-Length: five\r\n\r\n")                 << false << "200"_ba;
     QTest::newRow("negative chunk")           << post("Transfer-Encoding: chunked\r\n\r\n-5\r\nabcde") << false << none;
     QTest::newRow("boundless chunk")          << post("Transfer-Encoding: chunked\r\n\r\n7fffffffffffffff\r\nabcde") << false << none;
     QTest::newRow("chunk past 64 bits")       << post("Transfer-Encoding: chunked\r\n\r\nfffffffffffffffff\r\nabcde") << false << none;
-    QTest::newRow("chunk is no number")       << post("Transfer-Encoding: chunked\r\n\r\nxyz\r\nabcde\r\n") << true << none;
+    QTest::newRow("chunk is not a number")    << post("Transfer-Encoding: chunked\r\n\r\nxyz\r\nabcde\r\n") << true << none;
     QTest::newRow("change to WebSocket")      << "GET /ws HTTP/1.1\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n\r\n"_ba << true << toWebSocket;
     QTest::newRow("bad host")                 << "GET / HTTP/1.1\r\nHost: a:b:c[]%\r\n\r\n"_ba        << false << "200"_ba;
     QTest::newRow("header without colon")     << "GET / HTTP/1.1\r\nnonsense\r\n\r\n"_ba              << false << none;
     // clang-format on
 }
 
-void TestHttpServer::strangeRequestHoldsUpNobody()
+void TestHttpServer::malformedRequestDelaysNoOther()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(bool, isClosed);
@@ -488,7 +488,7 @@ void TestHttpServer::strangeRequestHoldsUpNobody()
         QVERIFY(!strange.isClosed());
 }
 
-void TestHttpServer::idleConnectionsHoldUpNobody()
+void TestHttpServer::idleConnectionsDelayNoRequest()
 {
     EchoServer server;
     std::vector<std::unique_ptr<Client>> idle;
@@ -512,7 +512,7 @@ void TestHttpServer::idleConnectionsHoldUpNobody()
     QVERIFY2(open() <= limit && open() >= limit - 10, QByteArray::number(qint64(open())));
 }
 
-void TestHttpServer::longestSilentConnectionGoesFirst()
+void TestHttpServer::longestSilentConnectionIsClosedFirst()
 {
     EchoServer server({.connections = 2});
     Client first(server, get("/1"));
@@ -566,7 +566,7 @@ void TestHttpServer::busyConnectionStays()
     Client client(server);
     QElapsedTimer clock;
     clock.start();
-    // Each request begins the time anew, so the sum may pass it.
+    // Each request restarts the time limit, so the sum may be longer.
     int count = 0;
     while (clock.elapsed() < 1500) {
         client.send(get("/" + QByteArray::number(++count)));
@@ -591,7 +591,7 @@ void TestHttpServer::clientThatReadsNothingIsEnded()
     QVERIFY(server.paths.size() < 4000);
 }
 
-void TestHttpServer::clientsMayGoAtAnyTime()
+void TestHttpServer::clientsMayDisconnectAtAnyTime()
 {
     EchoServer server;
     const QByteArray request = "POST /b HTTP/1.1\r\nContent-Length: 3\r\n\r\nabc"_ba;
@@ -608,7 +608,7 @@ void TestHttpServer::clientsMayGoAtAnyTime()
     QTRY_VERIFY(client.received().endsWith("<GET /status 0>"));
 }
 
-void TestHttpServer::serverMayGoWithClientsConnected()
+void TestHttpServer::serverMayEndWithClientsConnected()
 {
     auto server = std::make_unique<EchoServer>();
     Client idle(*server);

@@ -57,7 +57,7 @@ public:
         sockaddr_in6 address = {};
         socklen_t size = sizeof address;
         ::getsockname(client, reinterpret_cast<sockaddr *>(&address), &size);
-        // At the same place in both families.
+        // At the same offset in both address families.
         return ntohs(address.sin6_port);
     }
     void say(const char *words)
@@ -71,7 +71,7 @@ public:
             ::close(server);
         server = -1;
     }
-    /// Until the client's end shows it.
+    /// Waits until the client's end shows it.
     void awaitSign() const
     {
         pollfd wait = {client, POLLIN | POLLRDHUP, 0};
@@ -98,9 +98,9 @@ class TestKeptSockets : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void quietOnes_data();
-    void quietOnes();
-    void unaskedWords();
+    void idleSockets_data();
+    void idleSockets();
+    void unrequestedBytes();
     void closedUnderTheRequest();
     void foundByThePort();
     void closedWhileIdle();
@@ -108,14 +108,14 @@ private Q_SLOTS:
     void closedSocketsAreForgotten();
 };
 
-void TestKeptSockets::quietOnes_data()
+void TestKeptSockets::idleSockets_data()
 {
     QTest::addColumn<int>("family");
     QTest::newRow("IPv4") << AF_INET;
     QTest::newRow("IPv6") << AF_INET6;
 }
 
-void TestKeptSockets::quietOnes()
+void TestKeptSockets::idleSockets()
 {
     QFETCH(int, family);
     const QByteArray host = newHost();
@@ -130,8 +130,8 @@ void TestKeptSockets::quietOnes()
     QVERIFY(curl::isReuseAllowed(host));
 }
 
-/// Bytes that nobody has asked for say nothing about how the host ends connections.
-void TestKeptSockets::unaskedWords()
+/// Unrequested bytes say nothing about how the host ends connections.
+void TestKeptSockets::unrequestedBytes()
 {
     const QByteArray host = newHost();
     Connection connection;
@@ -170,7 +170,7 @@ void TestKeptSockets::foundByThePort()
         closed.awaitSign();
         QVERIFY(sockets.take(quiet.port()));
         QVERIFY(!sockets.take(closed.port()));
-        // None of ours, and then libcurl's word counts.
+        // Not one of our sockets, so libcurl decides.
         QVERIFY(sockets.take(1));
     }
 }
@@ -195,7 +195,7 @@ void TestKeptSockets::closedWhileIdle()
     QVERIFY(curl::isReuseAllowed(other));
 }
 
-/// The answer may have announced it; only the end of an idle connection comes without a word.
+/// The answer may have announced it; only the end of an idle connection is unannounced.
 void TestKeptSockets::closedWhileInUse()
 {
     const QByteArray host = newHost();

@@ -48,7 +48,7 @@ void TestPreparedRequestBase::reply_data()
     QTest::addColumn<QVariant>("value");
     QTest::newRow("an object") << R"({"a":"ж"})"_ba << QVariant(QVariantMap{{u"a"_s, u"ж"_s}});
     QTest::newRow("a list") << "[]"_ba << QVariant(QVariantList());
-    QTest::newRow("no JSON") << "<ok/>"_ba << QVariant();
+    QTest::newRow("not JSON") << "<ok/>"_ba << QVariant();
     QTest::newRow("empty") << ""_ba << QVariant();
 }
 

@@ -18,15 +18,14 @@ private Q_SLOTS:
     void proxyOfAnExchange();
 };
 
-/// What libcurl does to requests is tried with requests; here are hosts that this machine does not
-/// have.
+/// Requests through libcurl have other tests; these are hosts that this machine does not have.
 void TestProxyRule::hostsWithoutProxy_data()
 {
     QTest::addColumn<QString>("host");
     QTest::addColumn<QString>("noProxy");
     QTest::addColumn<bool>("isDirect");
     // clang-format off
-    QTest::newRow("no list")          << u"service.test"_s   << u""_s                 << false;
+    QTest::newRow("not a list")       << u"service.test"_s   << u""_s                 << false;
     QTest::newRow("no host")          << u""_s               << u"*"_s                << false;
     QTest::newRow("name")             << u"service.test"_s   << u"service.test"_s     << true;
     QTest::newRow("domain")           << u"a.b.test"_s       << u"b.test"_s           << true;

@@ -29,7 +29,7 @@ QByteArray zipped()
 
 } // namespace
 
-/// What is made of an answer, or of none.
+/// How an answer, or a missing one, is judged.
 class TestRestClientAnswers : public QObject
 {
     Q_OBJECT
@@ -99,7 +99,7 @@ void TestRestClientAnswers::statuses()
     QCOMPARE(response.errorText, client.errorText());
     QVERIFY(!response.isNetworkError());
     QCOMPARE(response.responseObject().value(u"a").toInt(), hasBody ? 1 : 0);
-    // Nothing was followed, and no second attempt was made.
+    // The redirect was not followed, and there was no second attempt.
     QCOMPARE(server.requests().size(), 1);
 }
 
@@ -281,7 +281,7 @@ void TestRestClientAnswers::jsonReplies()
         isTooLarge);
 }
 
-/// Qt reads no JSON that is nested so deep, and the log tells it from rubbish.
+/// Qt does not read JSON with such deep nesting; the log distinguishes it from invalid JSON.
 void TestRestClientAnswers::deepReplies()
 {
     const LogCapture log(u"http"_s);
@@ -381,7 +381,8 @@ void TestRestClientAnswers::keepsWhatItCannotUnpack_data()
     QTest::newRow("broken gzip") << QByteArray("gzip") << zipped().replace(20, 1, "x");
 }
 
-/// An answer is an answer: were it a failure, what the server has taken would be sent to it again.
+/// Any answer counts: if it were a failure, a message that the server has accepted would be sent
+/// again.
 void TestRestClientAnswers::keepsWhatItCannotUnpack()
 {
     QFETCH(QByteArray, coding);
@@ -416,7 +417,7 @@ void TestRestClientAnswers::packedAnswersWithoutABody()
     }
 }
 
-/// Only the head of an answer tells how the body behind it is packed.
+/// Only the headers before the body say how it is compressed.
 void TestRestClientAnswers::codingsOutsideTheHead()
 {
     const QByteArray coding = "Content-Encoding: gzip\r\n";

@@ -16,8 +16,8 @@ Q_DECLARE_METATYPE(LoopbackServer::Reply)
 
 namespace {
 
-/// For tests that count connections: libcurl keeps five in a thread and closes one beyond that,
-/// which is any of those that were used within the same millisecond.
+/// For tests that count connections: libcurl keeps five in a thread. Of more, it closes any that
+/// was used within the same millisecond.
 template <typename Function>
 auto inThread(const Function &function)
 {
@@ -40,7 +40,7 @@ private Q_SLOTS:
     void threadsHaveTheirOwnConnections();
     void hostThatClosesKeptConnections_data();
     void hostThatClosesKeptConnections();
-    void announcedCloseIsNoReason();
+    void announcedCloseKeepsTrust();
 };
 
 void TestRestClientConnections::keepsConnections()
@@ -79,7 +79,7 @@ void TestRestClientConnections::reconnectsAfterAFailure()
     const auto requests = server.requests();
     QCOMPARE(requests.size(), 3);
     QCOMPARE(requests.at(1).connection, 1);
-    // A late answer to the second request must not pass for one to the third.
+    // A late answer to the second request must not be taken for one to the third.
     QCOMPARE(requests.at(2).connection, 2);
 }
 
@@ -132,7 +132,7 @@ void TestRestClientConnections::repeatsOnlyWhatMayBeRepeated()
         QCOMPARE(client.isNetworkError(), !isRepeated);
         QCOMPARE(server.requests().size(), isRepeated ? 3 : 2);
 
-        // Whatever happened, the thread's connections are fit for the next delivery.
+        // Whatever happened, the connections of the thread work for the next delivery.
         client.post(server.url(u"/third"_s), QByteArray("x"), noHeaders);
         QCOMPARE(client.errorCode(), 0);
     }
@@ -152,7 +152,7 @@ void TestRestClientConnections::threadsHaveTheirOwnConnections()
     second.join();
     QCOMPARE(server.requests().size(), 40);
     QCOMPARE(server.connectionCount(), 2);
-    // A thread that ends leaves nothing behind.
+    // A thread that ends leaves no connection open.
     QVERIFY(server.waitForOpenConnections(0));
 }
 
@@ -179,7 +179,7 @@ void TestRestClientConnections::hostThatClosesKeptConnections_data()
     // clang-format on
 }
 
-/// A request that meets such a close is lost, so from then on each has a connection of its own.
+/// A request that meets such a close is lost, so from then on each request gets its own connection.
 void TestRestClientConnections::hostThatClosesKeptConnections()
 {
     QFETCH(QByteArray, verb);
@@ -196,10 +196,10 @@ void TestRestClientConnections::hostThatClosesKeptConnections()
     client.send(params(verb, server.url(u"/second"_s), "x"));
     QCOMPARE(client.errorCode(), errorCode);
 
-    // Also where a second connection was in vain.
+    // Also when a second connection failed.
     QTRY_COMPARE(server.connectionCount(), 2);
 
-    // The server keeps these open, but nobody relies on it.
+    // The server keeps these open, but the client does not rely on it.
     for (const int connections : {3, 4, 5}) {
         RestClient next;
         next.post(server.url(u"/next"_s), QByteArray("x"), noHeaders);
@@ -208,7 +208,7 @@ void TestRestClientConnections::hostThatClosesKeptConnections()
     }
     // None of them is left open; the one that replaced a lost one may be.
     QTRY_VERIFY(server.openConnectionCount() <= 1);
-    // The next worker knows it, and has no doubts about another server.
+    // The next worker knows this, and still trusts other servers.
     inThread([&] {
         for (LoopbackServer *const each : {&server, &server, &other, &other, &other})
             RestClient().post(each->url(u"/thread"_s), QByteArray("x"), noHeaders);
@@ -217,7 +217,7 @@ void TestRestClientConnections::hostThatClosesKeptConnections()
     QCOMPARE(other.connectionCount(), 1);
 }
 
-void TestRestClientConnections::announcedCloseIsNoReason()
+void TestRestClientConnections::announcedCloseKeepsTrust()
 {
     LoopbackServer server;
     server.play({LoopbackServer::answer(200, "a"),

@@ -74,7 +74,7 @@ void TestRestClientLog::logsCompactly()
         QVERIFY2(!text.contains(absent), qPrintable(absent));
 }
 
-/// A header that is missing at the service would be looked for there.
+/// Because a header that the service misses would be looked for in the log.
 void TestRestClientLog::warnsOfHeadersThatAreLeftOut()
 {
     LoopbackServer server;

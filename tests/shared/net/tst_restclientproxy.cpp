@@ -12,7 +12,7 @@ using Reply = LoopbackServer::Reply;
 
 Q_DECLARE_METATYPE(LoopbackServer::Reply)
 
-/// The way through a proxy.
+/// Requests through a proxy.
 class TestRestClientProxy : public QObject
 {
     Q_OBJECT
@@ -66,7 +66,7 @@ void TestRestClientProxy::hostsWithoutProxy_data()
     // clang-format off
     QTest::newRow("the address")           << address << u"127.0.0.1"_s             << true;
     QTest::newRow("among others")          << address << u"other.test, 127.0.0.1"_s << true;
-    QTest::newRow("behind a blank")        << address << u"other.test 127.0.0.1"_s  << true;
+    QTest::newRow("after a blank")         << address << u"other.test 127.0.0.1"_s  << true;
     QTest::newRow("its network")           << address << u"10.0.0.0/8,127.0.0.0/8"_s << true;
     QTest::newRow("another network")       << address << u"127.0.0.64/26"_s         << false;
     QTest::newRow("everything")            << address << u"*"_s                     << true;
@@ -101,7 +101,7 @@ void TestRestClientProxy::hostsWithoutProxy()
     QCOMPARE(proxy.requests().size(), isDirect ? 0 : 1);
 }
 
-/// The proxy sees the headers of a request only where it passes the request on itself.
+/// The proxy sees the headers of a request only when it forwards the request itself.
 void TestRestClientProxy::tunnelIsAskedForByName()
 {
     LoopbackServer proxy;
@@ -187,7 +187,7 @@ void TestRestClientProxy::proxyFailures()
              u"Прокси-сервер 127.0.0.1:%1 отклонил соединение"_s.arg(closedPort));
 }
 
-/// Where no proxy is in between, 407 is an answer like others.
+/// Without a proxy, 407 is an answer like any other.
 void TestRestClientProxy::proxyStatusOfAServer()
 {
     LoopbackServer server;

@@ -35,8 +35,8 @@ private Q_SLOTS:
     void operations_data();
     void operations();
     void callersHeadersWin();
-    void headersOfItsOwn();
-    void nothingIsLeftOfTheRequestBefore();
+    void ownHeaders();
+    void previousRequestLeavesNothing();
     void headersCannotBeInjected();
     void framingFollowsFromTheBody();
     void addresses_data();
@@ -188,21 +188,21 @@ void TestRestClientRequests::callersHeadersWin()
     QCOMPARE(request.headerValues("X-Name"), only("Касса"));
 }
 
-void TestRestClientRequests::headersOfItsOwn()
+void TestRestClientRequests::ownHeaders()
 {
     LoopbackServer server;
     RestClient client;
     client.post(server.url(u"/"_s), QByteArray(3 * mebibyte, 'x'), noHeaders);
     const auto request = server.requests().constFirst();
     QCOMPARE(request.header("User-Agent"), "queue/" QUEUE_VERSION);
-    // What a server sends unpacked cannot be unpacked wrongly.
+    // An uncompressed answer cannot be decompressed wrongly.
     QVERIFY(request.headerValues("Accept-Encoding").isEmpty());
     QCOMPARE(request.body.size(), 3 * mebibyte);
     QVERIFY(request.headerValues("Expect").isEmpty());
 }
 
-/// A worker keeps what the request before was made of.
-void TestRestClientRequests::nothingIsLeftOfTheRequestBefore()
+/// A worker keeps the settings of the previous request.
+void TestRestClientRequests::previousRequestLeavesNothing()
 {
     struct Sent
     {

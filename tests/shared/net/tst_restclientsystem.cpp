@@ -18,8 +18,8 @@
 using namespace Qt::StringLiterals;
 using rig::LoopbackServer;
 
-// What RestClient asks of the system, with the system's part played by this program: libcurl finds
-// the functions below before those of the libraries.
+// The system calls of RestClient, replaced by functions of this program: libcurl finds them before
+// those of the libraries.
 
 namespace {
 
@@ -27,10 +27,10 @@ namespace {
 std::atomic<int> secondsAhead{0};
 thread_local bool followsTestClock = false;
 
-/// What the connections of this thread come to; 0: what they really do.
+/// The result of connecting in this thread; 0: the real result.
 thread_local int connectError = 0;
 
-/// What the next looks at a kept connection show, first look first; none: what there is.
+/// The results of the next checks of a kept connection, in order; empty: the real ones.
 thread_local QList<short> signs;
 
 /// Lookups of slow.test wait for this.
@@ -102,7 +102,7 @@ private Q_SLOTS:
     void timeoutWhenNoneIsSet_data();
     void timeoutWhenNoneIsSet();
     void connectionsAreKeptForFourSeconds();
-    void lateCloseIsNoReason();
+    void lateCloseKeepsTrust();
     void closingHostIsForgottenAfterAnHour();
     void connectionThatIsResetAtOnce();
     void keptConnectionOutOfStep_data();
@@ -150,7 +150,7 @@ void TestRestClientSystem::slowNameLookup()
         QCOMPARE(client.errorCode(), int{QNetworkReply::TimeoutError});
         QVERIFY(client.isNetworkError());
     }
-    // The lookup hangs still, and so it does behind a thread that ends.
+    // The lookup still hangs, also after its thread has ended.
     std::async(std::launch::async, [] {
         RestClient client;
         client.setTimeoutMs(200);
@@ -210,8 +210,9 @@ void TestRestClientSystem::connectionsAreKeptForFourSeconds()
     QVERIFY(server.waitForOpenConnections(1));
 }
 
-/// A server may close what has been idle for long. It is no reason to do without kept connections.
-void TestRestClientSystem::lateCloseIsNoReason()
+/// A server may close a connection that was idle for long. That is not a reason to stop keeping
+/// connections.
+void TestRestClientSystem::lateCloseKeepsTrust()
 {
     followsTestClock = true;
     LoopbackServer server;
@@ -264,21 +265,21 @@ void TestRestClientSystem::keptConnectionOutOfStep_data()
     QTest::addColumn<short>("sign");
     QTest::addColumn<int>("connections");
     QTest::newRow("quiet") << short(0) << 1;
-    QTest::newRow("bytes that nobody asked for") << short(POLLIN) << 2;
-    // The host is known for it from then on.
+    QTest::newRow("unrequested bytes") << short(POLLIN) << 2;
+    // From then on the client knows this about the host.
     QTest::newRow("closed") << short(POLLIN | POLLRDHUP) << 3;
     QTest::newRow("broken") << short(POLLERR) << 3;
 }
 
-/// libcurl has found the connection usable, and a moment later it is not. Nothing must go out on
-/// it, not even a POST that would be lost.
+/// libcurl has found the connection usable, and a moment later it is not. Nothing must be sent on
+/// it: a POST would be lost.
 void TestRestClientSystem::keptConnectionOutOfStep()
 {
     QFETCH(short, sign);
     LoopbackServer server;
     RestClient client;
     client.post(server.url(u"/1"_s), QByteArray("x"), noHeaders);
-    // The first look is ahead of libcurl's choice, the second ahead of the request.
+    // The first check is before libcurl chooses the connection, the second before the request.
     signs = {0, sign};
     client.post(server.url(u"/2"_s), QByteArray("x"), noHeaders);
     QCOMPARE(signs, QList<short>());

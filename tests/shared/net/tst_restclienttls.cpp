@@ -29,7 +29,7 @@ namespace {
 
 QList<QByteArray> trustedFolders;
 
-/// The files a client is given.
+/// The certificate files of a client.
 struct Client
 {
     QString certificate;
@@ -39,8 +39,7 @@ struct Client
     bool operator==(const Client &) const = default;
 };
 
-/// A proxy on a free port of 127.0.0.1 that makes one tunnel to a port of this machine, whatever it
-/// is asked.
+/// A proxy on a free port of 127.0.0.1 that opens one tunnel to a fixed port of this machine.
 class Tunnel
 {
 public:
@@ -167,8 +166,8 @@ private Q_SLOTS:
     void keepsTheConnectionOfOneClient();
     void neverSharesAConnectionBetweenClients();
     void seesAReplacedCertificateFile();
-    void tellsWhenTheCertificateEnds();
-    void tellsNoEndOfAnUnusableCertificate();
+    void reportsTheEndOfTheCertificate();
+    void reportsNoEndOfAnUnusableCertificate();
     void hostThatClosesKeptConnections();
     void answersThroughATunnel_data();
     void answersThroughATunnel();
@@ -190,7 +189,7 @@ private:
 
 void TestRestClientTls::initTestCase()
 {
-    // The system's own settings would refuse old protocols in RestClient's place.
+    // The system's settings would refuse old protocols before RestClient does.
     qputenv("OPENSSL_CONF", certificates
                                 .file("openssl_conf = all\n[all]\nssl_conf = ssl\n[ssl]\n"
                                       "system_default = lax\n[lax]\nMinProtocol = TLSv1\n"
@@ -479,7 +478,7 @@ void TestRestClientTls::neverSharesAConnectionBetweenClients()
         {{}, "400"},
         {{ivan.certificate, ivan.key, {}}, "CN=ivan"},
         {{maria.certificate, maria.key, {}}, "CN=maria"},
-        // Has no right to it: the key is not his, however open maria's connection is.
+        // Has no right to it: the key is not his, although maria's connection is open.
         {{maria.certificate, ivan.key, {}}, "0"},
         {{certificates.pkcs12(ivan, u"1"_s), {}, u"1"_s}, "CN=ivan"},
         {{}, "400"},
@@ -494,7 +493,7 @@ void TestRestClientTls::neverSharesAConnectionBetweenClients()
                                     : QByteArray::number(restClient.statusCode());
         QCOMPARE(seen, expected);
     }
-    // A wrong password does not pass because the right one has opened a connection.
+    // A wrong password is not accepted because of an open connection made with the right one.
     const QString pkcs12 = certificates.pkcs12(ivan, u"right"_s);
     RestClient right;
     use(right, {pkcs12, {}, u"right"_s});
@@ -516,9 +515,9 @@ void TestRestClientTls::seesAReplacedCertificateFile()
     QVERIFY(exchange(client, *closed).responseBody().startsWith("CN=maria|"));
 }
 
-void TestRestClientTls::tellsWhenTheCertificateEnds()
+void TestRestClientTls::reportsTheEndOfTheCertificate()
 {
-    // The server does not ask for it, so it may have ended.
+    // The server does not request it, so it may be expired.
     const auto expired = certificates.expiredServer(authority, {u"DNS:till"_s});
     const QDateTime end(QDate(2021, 1, 1), QTime(0, 0), Qt::UTC);
     const QString path = certificates.joined(expired);
@@ -551,7 +550,7 @@ void TestRestClientTls::tellsWhenTheCertificateEnds()
     QVERIFY(later.only().certificateEnd > QDateTime::currentDateTimeUtc());
 }
 
-void TestRestClientTls::tellsNoEndOfAnUnusableCertificate()
+void TestRestClientTls::reportsNoEndOfAnUnusableCertificate()
 {
     const RecordingObserver observer;
     RestClient client;
@@ -567,7 +566,7 @@ void TestRestClientTls::tellsNoEndOfAnUnusableCertificate()
     QCOMPARE(second.only().certificatePath, QString());
 }
 
-/// A connection that the server has closed with the words that TLS has for it.
+/// A connection that the server has closed with TLS's close_notify.
 void TestRestClientTls::hostThatClosesKeptConnections()
 {
     const NginxServer brief(
@@ -595,7 +594,7 @@ void TestRestClientTls::answersThroughATunnel_data()
     QTest::addColumn<int>("status");
     QTest::addColumn<int>("errorCode");
     QTest::newRow("success") << 200 << int{QNetworkReply::NoError};
-    // The proxy has done its part: who asks for a password here is the server.
+    // The tunnel is open: the server is the one that asks for a password.
     QTest::newRow("the status of proxies")
         << 407 << int{QNetworkReply::ProxyAuthenticationRequiredError};
 }

@@ -27,7 +27,7 @@ QVariant parsed(const QByteArray &text)
 
 } // namespace
 
-/// Types that http::Params has none of.
+/// Types that http::Params does not use.
 struct Record
 {
     Q_GADGET
@@ -75,7 +75,7 @@ private Q_SLOTS:
     void sources_data();
     void sources();
     void otherTypes();
-    void keepsWhatTheSourceDoesNotName();
+    void keepsMembersAbsentInTheSource();
     void verbOfARequest();
     void requestsDifferInEachMember();
     void listsOfAProgram();
@@ -264,7 +264,7 @@ void TestSerder::otherTypes()
     QCOMPARE(record.set, 8);
 }
 
-void TestSerder::keepsWhatTheSourceDoesNotName()
+void TestSerder::keepsMembersAbsentInTheSource()
 {
     Record record;
     record.number = 5;

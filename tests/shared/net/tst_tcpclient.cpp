@@ -19,8 +19,8 @@ using rig::DeafPort;
 
 namespace {
 
-/// A server whose every step is told by the test: its own system calls, in the test's thread or in
-/// one of its own.
+/// A server that the test controls step by step, with direct system calls, in the thread of the
+/// test or in its own.
 class Server
 {
 public:
@@ -57,7 +57,7 @@ public:
         if (::recv(connection, bytes, size, MSG_WAITALL) != static_cast<ssize_t>(size))
             readError = errno;
     }
-    /// Everything up to the client's end; what ended it stands in readError.
+    /// Everything until the end of the client's data; readError holds the reason of the end.
     QByteArray readAll(size_t step = 65536)
     {
         QByteArray result;
@@ -120,7 +120,7 @@ private Q_SLOTS:
     void allAddressesTogetherAreBounded();
     void largeWriteReachesASlowReader();
     void writeToADeafServerIsBounded();
-    void talkativeServerGetsAllTheSame();
+    void talkativeServerGetsAllBytes();
     void resetIsSurvived();
     void withoutAConnectionNothingHappens();
     void clientConnectsAgain();
@@ -188,7 +188,7 @@ void TestTcpClient::hostIsFound()
 
 void TestTcpClient::refusedConnectionFailsAtOnce()
 {
-    // Bound, so that nobody else takes the port, and not listening.
+    // Bound, so that the port stays reserved, but not listening.
     const Server server(0, -1);
     const auto client = clientOf(server, 60);
     QElapsedTimer clock;
@@ -209,7 +209,7 @@ void TestTcpClient::portOutOfRangeFails()
     QFETCH(int, offset);
     Server server;
     const auto client = clientOf(server);
-    // The low 16 bits are a port where somebody listens.
+    // The low 16 bits are a port with a listener.
     client->setPort(server.port + offset);
     QVERIFY(!client->connectToServer());
     client->setPort(0);
@@ -229,7 +229,7 @@ void TestTcpClient::connectingIsBounded()
 {
     QFETCH(int, timeout);
     QFETCH(int, limitMs);
-    // A server that accepts nobody, with a full queue: further connections are left without answer.
+    // A server that accepts no connections, with a full backlog: further connections get no answer.
     const Server server(0, 0);
     std::vector<std::unique_ptr<TcpClient>> others;
     do {
@@ -329,14 +329,14 @@ void TestTcpClient::writeToADeafServerIsBounded()
     QVERIFY2(closed >= 950 && closed < 4000, QByteArray::number(closed));
 }
 
-void TestTcpClient::talkativeServerGetsAllTheSame()
+void TestTcpClient::talkativeServerGetsAllBytes()
 {
     Server server(4096);
     const QByteArray data(1024 * 1024, 'd');
     QByteArray arrived;
     std::unique_ptr<QThread> reader(QThread::create([&] {
         server.accept();
-        // Nobody on the other side reads this.
+        // The other side does not read this.
         server.send(QByteArray(20'000, 'a'));
         arrived = server.readAll(1000);
         server.send("done");
@@ -466,7 +466,7 @@ void TestTcpClient::reportsAreMadeAtTheEnd()
     client->disconnectFromServer();
     QCOMPARE(observer.kinds(), QStringList{u"none"_s});
 
-    // Connecting again ends the exchange before, and so does the end of the object.
+    // Connecting again ends the previous exchange, and so does the destructor.
     {
         const auto twice = clientOf(server);
         QVERIFY(twice->connectToServer());
@@ -504,7 +504,7 @@ void TestTcpClient::reportsOfALostConnection()
     QCOMPARE(observer.only().kind, http::FailureKind::Network);
 }
 
-/// It may do so when it has all; what is written afterwards is lost.
+/// It may do so when it has everything; later writes are lost.
 void TestTcpClient::reportsOfAConnectionThatTheServerCloses()
 {
     for (const bool isWrittenAfterwards : {false, true}) {

@@ -73,7 +73,7 @@ void TestUrlQuery::queryOfTheAddressIsReplaced()
     QCOMPARE(url.toString(), u"http://service.test/path"_s);
 }
 
-/// It must not become the address of another server.
+/// The value must not turn the address into that of another server.
 void TestUrlQuery::unreadableAddress()
 {
     QUrl url(u"http://service.test:99999/path"_s);

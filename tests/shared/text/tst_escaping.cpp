@@ -16,9 +16,9 @@ private Q_SLOTS:
     void texts_data();
     void texts();
     void everyHiddenCharacter();
-    void eachResultStandsForOneText();
+    void differentTextsGiveDifferentResults();
     void newlines();
-    void bytesThatAreNoCharacter();
+    void invalidBytes();
     void jsonKeepsItsMeaning();
     void longEvents_data();
     void longEvents();
@@ -87,7 +87,7 @@ void TestEscaping::everyHiddenCharacter()
         const bool mustGo =
             category == QChar::Other_Control || category == QChar::Separator_Line
             || category == QChar::Separator_Paragraph
-            // Signs of Arabic, Egyptian, shorthand and music that a reader sees.
+            // Visible characters of Arabic, Egyptian hieroglyphs, shorthand and musical notation.
             || (isMark && (code < 0x0600 || code > 0x0891 || code == 0x061c) && code != 0x110bd
                 && code != 0x110cd && (code < 0x13430 || code > 0x1345f)
                 && (code < 0x1bca0 || code > 0x1bca3) && (code < 0x1d173 || code > 0x1d17a));
@@ -97,9 +97,9 @@ void TestEscaping::everyHiddenCharacter()
     QCOMPARE(missed.join(u' '), QString());
 }
 
-void TestEscaping::eachResultStandsForOneText()
+void TestEscaping::differentTextsGiveDifferentResults()
 {
-    // Every text of up to five of these pieces: no two give the same.
+    // All texts of up to five of these pieces: no two give the same result.
     const QStringList pieces{u"\\"_s, u"x1b"_s, u"\u001b"_s, u"u202e"_s, u"\u202e"_s, u"a"_s};
     QStringList texts{QString()};
     QHash<QString, QString> known;
@@ -125,7 +125,7 @@ void TestEscaping::newlines()
     QCOMPARE(escaping::logText(u"a\nb\r\nc"_s), u"a\n    b\\x0d\n    c"_s);
 }
 
-void TestEscaping::bytesThatAreNoCharacter()
+void TestEscaping::invalidBytes()
 {
     const std::string odd = escaping::logText(std::string_view("a\x9b\xd0|\xff|\xe2\x80|\xf0\x9f"));
     QCOMPARE(QByteArray::fromStdString(odd),

@@ -36,7 +36,7 @@ public:
 protected:
     void append(const LoggingEvent &event) override
     {
-        // Qt's dates are gone when the process ends.
+        // Qt's dates are not available at the end of the process.
         timespec now = {};
         clock_gettime(CLOCK_REALTIME, &now);
         tm local = {};
