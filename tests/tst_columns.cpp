@@ -44,7 +44,7 @@ QString spaces(int count)
 
 } // namespace
 
-/// Lines of more than a hundred columns are not read to their end.
+/// No line is longer than a hundred columns.
 class TestColumns : public QObject
 {
     Q_OBJECT

@@ -17,7 +17,7 @@ QString read(const QString &path)
     return QString::fromUtf8(file.readAll());
 }
 
-/// Texts that are no warning: lines below that level, answers of the control interface, and pieces
+/// Texts that are not warnings: lines of lower levels, answers of the control interface, and parts
 /// of other texts.
 const QSet<QString> ordinaryTexts{
     // Start, poll and end.
@@ -79,17 +79,17 @@ const QSet<QString> ordinaryTexts{
     u"файл создан более новой версией службы"_s,
     // Why a log was not put aside.
     u"файл уже открыт другой программой"_s,
-    // What a line on a statement ends with.
+    // The end of a line about a statement.
     u", код ошибки "_s,
     u", запрос: "_s,
-    // What a line on settings ends with.
+    // The end of a line about settings.
     u"не является целым числом"_s,
     u"не является логическим значением"_s,
     u"действуют прежние значения"_s,
     u"строка пропущена"_s,
-    // What the reason of an outcome says for a state or a code that a reply lacks.
+    // Reasons for a state or a code that a reply lacks.
     u"не указано"_s,
-    // What the reason of an outcome says for a refusal.
+    // Reasons for a refusal.
     u"сервис отказал"_s,
     u"сервис отказал: %1"_s,
     u"сервис отказал, повтор не предусмотрен"_s,
@@ -108,8 +108,8 @@ QStringList commonSources()
     return files + QStringList{u"shared/net/httpserver.cpp"_s};
 }
 
-/// A page as far as its two languages must agree: what a reader finds by counting, and what is
-/// typed.
+/// The parts of a page that must be the same in both languages: numbers of headings and tables, and
+/// what is typed.
 struct Outline
 {
     QList<int> headingLevels;
@@ -193,8 +193,8 @@ QStringList anchors(const QString &path)
 
 } // namespace
 
-/// The pages for people: their links lead somewhere, the engineer finds every warning explained,
-/// and a page says the same in both languages.
+/// The pages for people: their links work, every warning is explained, and both languages of a page
+/// match.
 class TestDocs : public QObject
 {
     Q_OBJECT
@@ -280,7 +280,7 @@ void TestDocs::pagesAgreeInBothLanguages_data()
     QTest::newRow("integration") << u"docs/integration"_s;
 }
 
-/// Comments, placeholders and printed texts are translated; everything that is typed is not.
+/// Comments, placeholders and printed texts are translated; typed text is not.
 void TestDocs::pagesAgreeInBothLanguages()
 {
     QFETCH(const QString, page);
@@ -300,8 +300,7 @@ void TestDocs::pagesAgreeInBothLanguages()
         for (qsizetype line = 0; line < lines.size(); ++line) {
             const QString wanted = typed(lines.at(line));
             const QString found = typed(translated.at(line));
-            // A line that is no command is printed or logged, and may be Russian on the Russian
-            // page.
+            // A line that is not a command is output, and may be Russian on the Russian page.
             if (isCommand(wanted) || !isRussian(found))
                 QCOMPARE(found, wanted);
         }
@@ -321,7 +320,8 @@ void TestDocs::logExamplesWriteWhereTheUnitMayWrite_data()
     QTest::newRow("sample") << u"packaging/log4qt.properties.sample"_s;
 }
 
-/// The unit's tree is read-only but for ReadWritePaths, and a file needs a folder of the service's.
+/// Everything except ReadWritePaths is read-only for the unit, and a file needs a folder that the
+/// service can write to.
 void TestDocs::logExamplesWriteWhereTheUnitMayWrite()
 {
     QFETCH(const QString, path);

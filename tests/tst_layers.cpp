@@ -8,9 +8,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// A folder with files, and the other folders whose headers its files may include. The tree reads
-/// from the top of the house to its ground; a name stands for the folder itself, without those
-/// below.
+/// A folder with files, and the other folders whose headers its files may include. The tree is
+/// listed from the top down; a name means the folder itself, without its subfolders.
 struct Layer
 {
     QString folder;
@@ -36,7 +35,8 @@ const QStringList service =
 const QList<Layer> house{
     {u"app"_s,                      service},
     {u"handlers"_s,                 service},
-    // A group knows its own subfolders and no other group; what several need lies in common.
+    // A group may include its own subfolders and no other group; code for several groups is in
+    // common.
     {u"handlers/mindbox"_s,         handler},
     {u"handlers/apmindbox"_s,       handler},
     {u"handlers/loyalty"_s,         handler + QStringList{u"handlers/loyalty/mfg"_s}},
@@ -59,14 +59,15 @@ const QList<Layer> house{
 const QStringList wholeHouse{u"app"_s, u"handlers"_s, u"engine"_s, u"shared"_s};
 
 // clang-format off
-/// What is beside the house: nothing in the house knows it. Here a name stands for the folder and those below it.
+/// The folders beside the house; nothing in the house includes them. Here a name means the folder
+/// and its subfolders.
 const QList<Layer> besideTheHouse{
     {u"tests"_s,           wholeHouse + QStringList{u"rig"_s, u"tools"_s}},
     {u"benchmarks"_s,      wholeHouse + QStringList{u"rig"_s}},
     {u"tools/queuectl"_s,  wholeHouse + QStringList{u"tools/catalogue"_s, u"tools/settings"_s}},
     {u"tools/stand"_s,     {u"rig"_s}},
     {u"tools/catalogue"_s, {}},
-    // It includes the headers that declare settings, and links shared/core alone.
+    // It includes the headers that declare settings, and links only shared/core.
     {u"tools/settings"_s,  wholeHouse},
     {u"tools/messagetypes"_s, {u"tools/catalogue"_s, u"tools/stand"_s}},
     {u"rig"_s,             {u"shared"_s}},
@@ -116,7 +117,7 @@ bool existsInTree(const QString &path)
 QString fault(const QString &file, const QString &included, bool inQuotes)
 {
     const QString folder = folderOf(file);
-    // The slice stands in for a library, and everybody names its headers as that library's.
+    // This folder replaces a library, and its headers are included by that library's names.
     const bool inSlice = (folder + u'/').startsWith(u"shared/log4qt/");
     if (included.startsWith(u"log4qt/") && inQuotes != inSlice)
         return u"the logger is included as <log4qt/...>"_s;
@@ -180,7 +181,7 @@ QStringList sources()
                            QDirIterator::Subdirectories);
         while (files.hasNext()) {
             const QString path = QDir(sourceDir()).relativeFilePath(files.next());
-            // Stands for headers that an outside package installs.
+            // Replaces headers that an outside package installs.
             if (!path.startsWith(u"tests/shared/log4qt/package/"))
                 result.append(path);
         }
@@ -191,7 +192,7 @@ QStringList sources()
 
 } // namespace
 
-/// Holds the includes of every file against the picture of the house: arrows run downwards only.
+/// Compares the includes of every file with the picture of the house: arrows point downwards only.
 class TestLayers : public QObject
 {
     Q_OBJECT
@@ -259,8 +260,8 @@ void TestLayers::rule()
 
 void TestLayers::arrowsRunDownwards()
 {
-    // The table is ordered: every arrow of a row points at a row further down, but for the table of
-    // handlers, which knows the folders below it and is known to nobody but app.
+    // The table is ordered: every arrow points to a later row, except for the table of handlers,
+    // which includes the folders below it and is included only by app.
     for (qsizetype i = 0; i < house.size(); ++i) {
         for (const QString &target : house[i].below) {
             if (target == house[i].folder)

@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Looks at what the commands are given and what they answer.
+/// Checks the arguments of the commands and their answers.
 class WatchedQueue : public Queue
 {
 public:
@@ -20,7 +20,7 @@ public:
         ++commands;
         const QJsonObject answer = Queue::messages(parts);
         fuzz::check(parts.value(0) == u"messages", "a wrong command");
-        // The table is empty, so a well-formed question is answered with false.
+        // The table is empty, so a well-formed request is answered with false.
         fuzz::check(answer.value(u"result"_s).toBool() == (parts.size() != 3),
                     "a wrong answer to a question for messages");
         return answer;
@@ -54,14 +54,14 @@ std::unique_ptr<WatchedQueue> startedQueue()
     fuzz::writeFile(rootedPath(u"/tallocash/cash/conf/tcash.ini"_s), "[queue]\nport = 0\n");
     auto queue = std::make_unique<WatchedQueue>();
     static_cast<Queue &>(*queue).start();
-    // No worker may run: its threads would make one input tell of another.
+    // No worker may run: its threads would mix the results of different inputs.
     QThreadPool::globalInstance()->setMaxThreadCount(0);
     return queue;
 }
 
 } // namespace
 
-/// The first line of a request to the control port, routed as a request that came in is.
+/// The first line of a request to the control port, routed like a received request.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     fuzz::till();

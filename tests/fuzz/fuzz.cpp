@@ -37,8 +37,7 @@ struct Process
     int argumentCount = 1;
     char name[5] = "fuzz";
     char *arguments[2] = {name, nullptr};
-    /// Outlives the database drivers, which at the end of the process do not look whether it is
-    /// there.
+    /// Outlives the database drivers, which use it at the end of the process.
     QCoreApplication &application = *new QCoreApplication(argumentCount, arguments);
 };
 
@@ -59,7 +58,7 @@ QString till()
 void writeFile(const QString &path, const QByteArray &content)
 {
     QFile file(path);
-    // Most folders are there already.
+    // Most folders exist already.
     if ((!file.open(QIODevice::WriteOnly | QIODevice::Truncate)
          && !(QDir().mkpath(QFileInfo(path).path())
               && file.open(QIODevice::WriteOnly | QIODevice::Truncate)))

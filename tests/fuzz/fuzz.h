@@ -6,13 +6,13 @@
 #include <cstddef>
 #include <cstdint>
 
-/// What is done with one input. Each program of this folder has one: libFuzzer calls it with inputs
-/// of its own making, and the replay program with those that the tree keeps.
+/// Runs one input. Each program of this folder has one: libFuzzer calls it with generated inputs,
+/// the replay program with those in the source tree.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
 namespace fuzz {
 
-/// Ends the program, so that whoever called it keeps the input as a finding.
+/// Ends the program, so that the caller keeps the input as a finding.
 [[noreturn]] void fail(const QString &what);
 
 inline void check(bool holds, const char *what)
@@ -37,7 +37,7 @@ public:
     ~MemoryFile();
     MemoryFile(const MemoryFile &) = delete;
 
-    /// Under which it can be opened.
+    /// The path under which it can be opened.
     QString path() const;
     void setContent(const QByteArray &content);
 
@@ -45,7 +45,7 @@ private:
     int descriptor = -1;
 };
 
-/// Stands between the parts of one input.
+/// Separates the parts of one input.
 constexpr char separator = '\x1e';
 
 } // namespace fuzz

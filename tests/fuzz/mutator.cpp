@@ -53,7 +53,7 @@ QJsonValue oddValue(Random &random)
 
 QJsonValue changed(const QJsonValue &value, Random &random)
 {
-    // Down to a random place, and there another value.
+    // Changes the value at a random place.
     const bool isDeeper = random() % 4 != 0;
     if (isDeeper && value.isObject() && !value.toObject().isEmpty()) {
         QJsonObject object = value.toObject();
@@ -76,7 +76,7 @@ QJsonValue changed(const QJsonValue &value, Random &random)
     return oddValue(random);
 }
 
-/// A changed document, or nothing when the text is no JSON.
+/// A changed document, or nothing when the text is not JSON.
 QByteArray changedJson(const QByteArray &text, Random &random)
 {
     const QJsonDocument document = QJsonDocument::fromJson(text);
@@ -93,8 +93,8 @@ QByteArray changedJson(const QByteArray &text, Random &random)
 
 } // namespace
 
-/// Half of the time a value in one of the input's JSON texts is changed, since a change of bytes
-/// hardly ever leaves JSON behind; else libFuzzer has its way.
+/// Half of the time, a value in one of the input's JSON texts is changed, since changed bytes are
+/// hardly ever JSON; otherwise libFuzzer mutates the bytes.
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t size,
                                                std::size_t maxSize, unsigned seed)
 {
@@ -106,7 +106,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t s
         QByteArray(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size))
             .split(fuzz::separator);
     QByteArray &part = parts[below(random, parts.size())];
-    // In front of a text may stand letters that say what it is.
+    // A text may be preceded by letters that say what it is.
     const qsizetype begin = std::min(part.indexOf('{') < 0 ? part.size() : part.indexOf('{'),
                                      part.indexOf('[') < 0 ? part.size() : part.indexOf('['));
     const QByteArray json = changedJson(part.mid(begin), random);

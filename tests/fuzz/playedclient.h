@@ -6,8 +6,8 @@
 
 namespace fuzz {
 
-/// Plays replies in their order, and beyond them a network that is down. Stands in
-/// MockFactory<RestClient> from its making to its end.
+/// Plays replies in order, and after them a network failure. Installed in MockFactory<RestClient>
+/// for its lifetime.
 class PlayedClient : public RestClient
 {
 public:

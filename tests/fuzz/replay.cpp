@@ -15,7 +15,7 @@ int inputs = 0;
 
 void tryInput(const QByteArray &input)
 {
-    // A block of the input's own size, so that a sanitizer sees a read beyond its end.
+    // A block of exactly the input's size, so that a sanitizer sees a read beyond its end.
     const std::vector<std::uint8_t> copy(input.cbegin(), input.cend());
     LLVMFuzzerTestOneInput(copy.data(), copy.size());
     ++inputs;
@@ -39,8 +39,8 @@ void tryAround(const QByteArray &input)
 
 } // namespace
 
-/// Plays the inputs that the tree keeps to one target, without libFuzzer. The long form then lets
-/// libFuzzer look for new ones.
+/// Runs the stored inputs on one target, without libFuzzer. The long form then lets libFuzzer
+/// search for new ones.
 int main(int argc, char **argv)
 {
     if (argc != 3) {

@@ -28,10 +28,10 @@ namespace {
 /// them is no answer at all.
 constexpr int statuses[] = {0, 200, 201, 204, 302, 400, 401, 404, 409, 422, 429, 500, 503};
 constexpr char firstLetter = '0';
-/// In the place of a message of the scenarios: the input brings its own.
+/// Instead of a message of the scenarios: the input has its own.
 constexpr char ownBody = '!';
 
-/// A clock whose hours pass as they are looked at.
+/// A clock that moves by hours each time it is read.
 class HastyTime : public SteadyTime
 {
 public:
@@ -62,12 +62,12 @@ public:
     void write(const QByteArray &) override {}
 };
 
-/// Greets every caller with the same bytes and reads what the caller says to its end.
+/// Sends the same bytes to every client and reads what the client sends until its end.
 class GreetingPeer
 {
 public:
     int port() const { return peer.port(); }
-    /// What the next caller is greeted with.
+    /// The bytes for the next client.
     void play(const QByteArray &bytes)
     {
         const std::lock_guard lock(mutex);
@@ -97,7 +97,7 @@ struct Adapter
     QList<QVariantMap> bodies;
 };
 
-/// Every adapter with a till around it that neither waits nor touches disk or network.
+/// Every handler, with a till around it that neither waits nor uses disk or network.
 class Adapters
 {
 public:
@@ -202,8 +202,8 @@ http::Response replyOf(const QByteArray &part)
 /// Without an answer a message stays, except where the type has reasons of its own.
 bool mayFinishUnanswered(const Adapter &adapter, const fuzz::PlayedClient &client)
 {
-    // The first sends over TCP and awaits nothing, the second finds its answer there, and the third
-    // gives up after as many attempts as its message allows.
+    // The first sends over TCP without an answer, the second gets its answer there, and the third
+    // gives up after the number of attempts in its message.
     static const QStringList ownReasons{u"dssl"_s, u"eps"_s, u"nspkec"_s};
     return client.requests() == 0 || ownReasons.contains(adapter.type);
 }
@@ -237,7 +237,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         replies.append(replyOf(part));
     adapters.client.play(replies);
     if (adapter.type == u"eps") {
-        // The one adapter with a socket of its own: it meets the first reply as a frame.
+        // The handler with its own socket: it gets the first reply as a frame.
         message.body.insert(u"host"_s, u"127.0.0.1"_s);
         message.body.insert(u"port"_s, adapters.peer.port());
         adapters.peer.play(parts.value(0).mid(1));

@@ -7,7 +7,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Keys as the service asks for them, and some of odd shape.
+/// Keys that the service reads, and some malformed ones.
 const QStringList keys{
     u"queue:port"_s,
     u"database:name"_s,
@@ -18,7 +18,7 @@ const QStringList keys{
     u":"_s,
 };
 
-/// What a text of the file reads as, by each getter.
+/// The value of a text of the file, by each getter.
 void readAs(Config &config, const QString &key)
 {
     const QString absent = u"\x01 no such key"_s;
@@ -42,7 +42,7 @@ void readAs(Config &config, const QString &key)
 
 } // namespace
 
-/// A settings file, and behind the separator what it is changed to.
+/// A settings file, and after the separator its changed contents.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     fuzz::till();
@@ -67,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     for (const QString &key : keys)
         after.append(config.getString(key, QString()));
 
-    // A file is taken over as a whole or not at all.
+    // A file is accepted as a whole or not at all.
     Config fresh;
     fresh.readFile(file.path(), QString());
     QStringList alone;

@@ -179,13 +179,13 @@ void protectTree(const std::map<std::string, std::string> &unit)
     if (unshare(CLONE_NEWNS) != 0)
         fail("a mount namespace");
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-        // In a chroot the root is no mount, and mounts made here would reach those outside.
+        // In a chroot the root is not a mount, and mounts made here would be visible outside.
         if (errno == EINVAL)
             return;
         fail("private mounts");
     }
     const std::string root = variable("QUEUE_ROOT");
-    // The unit's paths become mounts of their own, which the rest does not touch.
+    // The unit's paths become their own mounts, which stay writable.
     std::set<std::string> writable;
     std::vector<std::string> paths = words(unit.at("ReadWritePaths"));
     if (words(unit.at("PrivateTmp")) == std::vector<std::string>{"yes"})
@@ -205,7 +205,7 @@ void protectTree(const std::map<std::string, std::string> &unit)
             continue;
         mount(nullptr, point.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr);
     }
-    // The one that counts; some of the others cannot be changed in a container.
+    // The important one; some of the others cannot be changed in a container.
     const std::string probe = root + "/probe";
     if (std::ofstream(probe) || errno != EROFS)
         fail("the tree is not read-only");

@@ -13,8 +13,8 @@ fi
 if [ "$(id -u)" -ne 0 ] || ischroot; then
     echo "Without root, and in a chroot, the tree is not made read-only; the rest is tried."
 fi
-# The search for leaks attaches to its own process, a call that the unit rightly refuses: a build with
-# AddressSanitizer would never come to its end. The scenarios outside search for leaks.
+# The search for leaks attaches to its own process, a call that the unit forbids: a build with
+# AddressSanitizer would never end. The scenarios outside search for leaks.
 export ASAN_OPTIONS="${ASAN_OPTIONS:-}:detect_leaks=0"
 "$runner" "$scenarios/forwarding/cardlab.json" \
     "$scenarios/loyalty/goldcrown.json" "$scenarios/payment/platiqr.json" \

@@ -24,7 +24,7 @@ is_restarted() {
 }
 remember_process() { former=$(property MainPID); }
 
-# until_restarted TITLE: the process that is remembered makes way for another one.
+# until_restarted TITLE: waits until another process has replaced the recorded one.
 until_restarted() {
     if wait_for 60 is_restarted; then
         echo "PASS: $1"
@@ -35,7 +35,7 @@ until_restarted() {
     fi
 }
 
-# set_unit LINE...: lines of the section [Service] on top of the unit's own.
+# set_unit LINE...: further lines of the section [Service] for the unit.
 set_unit() {
     mkdir -p /run/systemd/system/queue.service.d
     printf '%s\n' '[Service]' "$@" >/run/systemd/system/queue.service.d/trial.conf
@@ -44,8 +44,8 @@ set_unit() {
 
 echo "The first process is $(cat /proc/1/comm), $(systemctl --version | head -n 1)"
 
-# Whatever the packages need is there, or nothing could have been built on this machine; what is
-# recommended need not be.
+# The dependencies of the packages are installed, since the build needs them; recommended packages
+# may be missing.
 dpkg -i --force-depends /trial/queue.deb /trial/stand.deb
 check "the packages can be installed" test $? -eq 0
 check "the unit is enabled" same "$(systemctl is-enabled queue.service)" enabled
@@ -74,9 +74,9 @@ fi
 check "nothing was refused for its rights" same \
     "$(journalctl --no-pager -u queue.service | grep -c -i -E 'permission denied|read-only file system')" 0
 
-# What is outside its folders is not its own. Its view of the files is taken from its own root folder:
-# nsenter would begin at the root of its mount namespace, which is outside of this machine where the machine
-# is started in a chroot.
+# It must not write outside its folders. Its view of the files is read through its root folder:
+# nsenter would begin at the root of its mount namespace, which is outside of this machine when the
+# machine is started in a chroot.
 remember_process
 view=/proc/$former/root
 check "its view is this machine's" test -d "$view/trial"
@@ -92,7 +92,7 @@ remember_process
 kill -TERM "$former"
 until_restarted "ended by itself, it is started again"
 
-# A service that hangs says nothing to the watchdog. A till's watchdog waits longer.
+# A service that hangs does not notify the watchdog. A till's watchdog waits longer.
 check "the unit has a watchdog" test "$(property WatchdogUSec)" != 0
 set_unit RestartSec=1 WatchdogSec=3
 systemctl restart queue.service
@@ -103,8 +103,8 @@ check "the watchdog leaves it alone while it is well" same "$(property MainPID)"
 kill -STOP "$former"
 until_restarted "hung, it is started again by the watchdog"
 
-# A delivery is under way for longer than the watchdog waits: the end of the service waits for it.
-# It is also longer than a stop may take, and the service asks for more time.
+# A delivery takes longer than the watchdog waits: the end of the service waits for it. It is also
+# longer than a stop may take, and the service asks for more time.
 set_unit RestartSec=1 WatchdogSec=3 TimeoutStopSec=3
 systemctl restart queue.service
 check "with a short stop it starts" wait_for 20 is_active

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# tst_package.sh CPACK BUILD-FOLDER VERSION: makes the packages and goes through their whole life in a root
-# of its own: contents, lintian, installation, every message type delivered by the installed service under
-# its account, an upgrade, removal, purge. Works on the machine's files nowhere, needs no root rights
-# for it, and says what it left out without them.
+# tst_package.sh CPACK BUILD-FOLDER VERSION: makes the packages and tests them in a root folder of
+# its own: contents, lintian, installation, every message type delivered by the installed service
+# under its account, an upgrade, removal, purge. Changes no files of the machine, needs no root
+# rights, and says what it left out without them.
 set -uo pipefail
 
 cpack=$1
@@ -56,7 +56,7 @@ stand_deb=$work/packages/queue-stand_${version}_$architecture.deb
 check "the package of the service is there" test -f "$deb"
 check "the package of the stand is there" test -f "$stand_deb"
 
-# A machine where cpack does not find the tool; nothing but PATH is searched.
+# Simulates a machine where cpack does not find the tool; only PATH is searched.
 mkdir "$work/tools"
 ln -s "$(command -v file)" "$(command -v gzip)" "$(command -v strip)" "$work/tools"
 PATH=$work/tools "$cpack" -D CMAKE_FIND_USE_CMAKE_SYSTEM_PATH=FALSE --config "$build/CPackConfig.cmake" \
@@ -150,12 +150,12 @@ if [ -x "$build/queuectl" ]; then
     check "the program prints the version of the package" contains "$("$work/unpacked/usr/bin/queuectl" --version)" "$version"
 fi
 
-# glibc checks optimized programs alone.
+# glibc checks only optimized programs.
 is_optimized() {
     grep -q "^CMAKE_BUILD_TYPE:.*=Rel" "$build/CMakeCache.txt"
 }
 
-# What Debian's own packages are hardened with.
+# The hardening of Debian's own packages.
 for program in "$work"/unpacked/usr/bin/*; do
     name=${program##*/}
     dynamic=$(readelf -W -d "$program")
@@ -165,7 +165,7 @@ for program in "$work"/unpacked/usr/bin/*; do
     fi
 done
 
-# Programs that say one version in a package that says another would mislead whoever asks one of them.
+# Programs that say one version in a package that says another would mislead their users.
 "$cpack" -D CPACK_PACKAGE_VERSION="$version.9" --config "$build/CPackConfig.cmake" -B "$work/other" \
     >"$work/cpack.log" 2>&1
 check "a version that the programs do not have is refused" test $? -ne 0
@@ -184,8 +184,8 @@ fi
 
 # --- The installation
 
-# Scripts run outside the root and are told of it by DPKG_ROOT, as for an image that is put together for
-# another machine. Nothing but these packages is in the root, so nothing that they need is.
+# Scripts run outside the root folder and get it in DPKG_ROOT, as for an image of another machine.
+# The root contains only these packages, not their dependencies.
 mkdir -p "$root"/var/lib/dpkg/{info,updates} "$root"/{etc,tmp}
 chmod 1777 "$root/tmp"
 touch "$root/var/lib/dpkg/status"
@@ -237,7 +237,7 @@ port=$default_port
 while (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; do port=$((port + 1)); done
 settings=$till/config/queue.d/local.ini
 
-# The program by the unit's own command, with the folder of the root before every path. Under systemd it
+# Runs the program by the unit's command, with the root folder before every path. Under systemd it
 # runs in tst_systemd.sh.
 start_service() {
     local command
@@ -286,7 +286,7 @@ check "the service ends in good order" end_service
 
 # --- Upgrade
 
-# The next version, which brings another file of settings, too.
+# The next version, which also has another settings file.
 dpkg-deb -R "$deb" "$work/next"
 sed -i "s/^Version: .*/Version: $version+next/" "$work/next/DEBIAN/control"
 echo "# A line of the next version." >>"$work/next/etc/logrotate.d/queue"
@@ -319,7 +319,8 @@ check "installed again, it finds its settings" same "$(cat "$settings")" "$setti
 
 # --- Purge
 
-# What others have put into the service's folders and beside them, and a trap in the folder of everybody.
+# Files of others in the service's folders and beside them, and a planted link in the folder that
+# everybody can write to.
 mkdir -p "$work/elsewhere"
 touch "$till/log/till.txt" "$work/elsewhere/certificate.pem" "$till/log/queue.log" "$till/log/queue.log.1.gz" \
     "$till/queue.lock" "$till/queues.db.replaced-20260131-120000-wal" \
@@ -346,7 +347,7 @@ check "purging forgets that the unit was disabled" same "$(find "$root/var/lib/s
 
 # --- A till whose application owns the folders above, and members of the group who lay traps
 
-# $link_target stands for a folder of the system in which only root may delete.
+# $link_target is like a folder of the system in which only root may delete.
 link_target=$work/system
 rm -rf "$root/tallocash"
 mkdir -p "$root/tallocash/cash" "$link_target/queue.d"
@@ -372,7 +373,7 @@ ln -s "$link_target" "$till/log"
 ln -s "$link_target" "$till/config"
 package -P queue || give_up "the package can be purged there" "$work/output"
 for file in system.log system.ini queue.d/system.ini; do
-    check "purging deletes nothing behind a link in the service's folder: $file" test -f "$link_target/$file"
+    check "purging deletes nothing beyond a link in the service's folder: $file" test -f "$link_target/$file"
 done
 check "purging takes the database there" absent "$till/queues.db"
 

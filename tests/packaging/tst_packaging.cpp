@@ -31,7 +31,7 @@ private Q_SLOTS:
     void unitNamesTheInstalledProgram();
     void unitIsAccepted();
     void unitExposesLittle();
-    void serviceTellsItsManager();
+    void serviceNotifiesItsManager();
     void sampleSettingsChangeNothing();
     void sampleSettingsHoldTheDefaults_data();
     void sampleSettingsHoldTheDefaults();
@@ -221,7 +221,7 @@ void TestPackaging::unitIsAccepted()
     QVERIFY(file.open(QIODevice::WriteOnly) && file.write(unit) == unit.size());
     file.close();
     const Result verify = run(tool, {u"verify"_s, u"--man=no"_s, path});
-    // Complaints about other units of the machine do not matter.
+    // Warnings about other units of the machine do not matter.
     QStringList complaints;
     for (const QString &line : verify.output.split(u'\n')) {
         if (line.contains(u"queue.service"_s))
@@ -245,7 +245,7 @@ void TestPackaging::unitExposesLittle()
     QVERIFY2(match.captured(1).toDouble() <= 2.5, qPrintable(match.captured(0)));
 }
 
-void TestPackaging::serviceTellsItsManager()
+void TestPackaging::serviceNotifiesItsManager()
 {
     if (!HAS_PROGRAM)
         QSKIP("the program is not part of this build");
@@ -383,7 +383,7 @@ void TestPackaging::firewallSample()
     QString rules = QString::fromUtf8(read(sample(u"queue.nft"_s)));
     static const QRegularExpression comment(u"^#.*\n"_s, QRegularExpression::MultilineOption);
     const QString active = QString(rules).remove(comment).simplified();
-    // Loopback alone, the port alone, and everything else goes its way.
+    // Only loopback, only the port; everything else is not affected.
     QCOMPARE(active, u"define queue_accounts = { root, till } define queue_port = 28085 "
                      "table inet queue_control delete table inet queue_control "
                      "table inet queue_control { chain output { "

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# tst_systemd.sh CPACK BUILD-FOLDER VERSION: the packages on a machine whose first process is systemd: it
-# installs, starts, confines, restarts, watches and stops the service by its unit, every message type is
-# delivered, and removal takes it away. The machine is a container made of this one's own files; what it
-# writes stays in memory, its network has nothing but a loopback, and it ends with the test.
+# tst_systemd.sh CPACK BUILD-FOLDER VERSION: the packages on a machine whose first process is
+# systemd: installs them, starts, confines, restarts, watches and stops the service by its unit,
+# delivers every message type, and removes the packages. The machine is a container with the files
+# of this one; its writes stay in memory, its network has only a loopback, and it ends with the
+# test.
 set -uo pipefail
 
 cpack=$1
@@ -21,10 +22,10 @@ done
 [ -x /lib/systemd/systemd ] || skip "systemd is not installed"
 [ "$(id -u)" -eq 0 ] || skip "without root rights no container can be started"
 
-# All mounts are those of a namespace that ends with this script.
+# All mounts are in a namespace that ends with this script.
 if [ "${OWN_MOUNTS:-}" != yes ]; then
-    # A container that is started in a chroot can reach the files outside of it. Asked before the mounts
-    # differ from those of the first process.
+    # A container that is started in a chroot can reach the files outside of it. Checked before the
+    # mounts differ from those of the first process.
     in_chroot=0
     ischroot || in_chroot=$?
     [ "$in_chroot" -eq 1 ] || skip "this is a chroot, or may be one, and a container could reach what is outside of it"
@@ -60,7 +61,7 @@ mount -t overlay overlay "$work/machine" \
     || skip "this machine's files cannot be laid under a container's"
 machine=$work/machine
 
-# Nothing of this machine starts there: no service of its own, and no service of the till's that it has.
+# No service of this machine starts there, not even an installed queue service.
 rm -rf "$machine"/etc/systemd/system/* "$machine/tallocash" "$machine/usr/sbin/policy-rc.d"
 mkdir -p "$machine/trial"
 cp "$here/systemd-trial.sh" "$machine/trial/trial.sh"

@@ -14,13 +14,13 @@ using namespace std::chrono_literals;
 using rig::ChildProcess;
 using rig::Error;
 
-/// A shell script in place of the programs that the rig starts.
+/// A shell script instead of the programs that the rig starts.
 class TestChildProcess : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void endOfItsOwn();
+    void endsByItself();
     void orderlyEnd();
     void endInTime();
     void killed();
@@ -29,8 +29,8 @@ private Q_SLOTS:
     void errorsApart();
     void environment();
     void fileRightsHold();
-    void whatItTakes();
-    void programThatIsNotThere();
+    void resourceUse();
+    void missingProgram();
 
 private:
     static QStringList script(const QString &text) { return {u"-c"_s, text}; }
@@ -46,7 +46,7 @@ QByteArray TestChildProcess::content(const QString &name) const
     return file.open(QIODevice::ReadOnly) ? file.readAll() : "no such file";
 }
 
-void TestChildProcess::endOfItsOwn()
+void TestChildProcess::endsByItself()
 {
     ChildProcess process(shell, script(u"exit 7"_s));
     QVERIFY(!process.hasEnded());
@@ -64,7 +64,7 @@ void TestChildProcess::orderlyEnd()
     process.setOutputFile(folder.filePath(u"orderly"_s));
     process.start();
     QVERIFY(process.isRunning());
-    // The shell has to come to its trap first.
+    // The shell must reach its trap first.
     QVERIFY(QTest::qWaitFor([this] { return content(u"orderly"_s) == "ready\n"; }, 60'000));
     QVERIFY(process.stop());
     QCOMPARE(process.end(), u"exit 0"_s);
@@ -76,7 +76,7 @@ void TestChildProcess::endInTime()
     process.start();
     QVERIFY(!process.waitForEnd(10ms));
     QVERIFY(process.isRunning());
-    // It ends by the signal, which is no good order.
+    // It ends by the signal, which is not a clean end.
     QVERIFY(!process.stop());
     QCOMPARE(process.end(), u"signal"_s);
 }
@@ -150,7 +150,7 @@ void TestChildProcess::fileRightsHold()
     QCOMPARE(process.end(), u"exit 0"_s);
 }
 
-void TestChildProcess::whatItTakes()
+void TestChildProcess::resourceUse()
 {
     ChildProcess process(shell, script(u"while :; do :; done"_s));
     process.start();
@@ -170,7 +170,7 @@ void TestChildProcess::whatItTakes()
     ::close(socket);
 }
 
-void TestChildProcess::programThatIsNotThere()
+void TestChildProcess::missingProgram()
 {
     ChildProcess process(u"/nonexistent/program"_s);
     QVERIFY_THROWS_EXCEPTION(Error, process.start());

@@ -60,7 +60,7 @@ void TestComparison::requests_data()
     QTest::newRow("another query")
         << with(u"POST /cards"_s, {}, nothing)
         << QStringList{u"request line\n  - POST /cards\n  + POST /cards?till=7"_s};
-    QTest::newRow("a header that nobody told")
+    QTest::newRow("an unexpected header")
         << with(line, QMap<QString, QString>{{u"Content-Type"_s, u"text/plain"_s}}, nothing)
         << QStringList{u"header X-Till\n  - (none)\n  + 7"_s};
     QTest::newRow("a header too few, one with another value")
@@ -78,7 +78,7 @@ void TestComparison::requests_data()
         << with(line, {}, QJsonObject{{u"a"_s, 2}, {u"list"_s, QJsonArray{1, 2, 3}}})
         << QStringList{u"body.a\n  - 2\n  + 1"_s, u"body.list[2]\n  - 3\n  + nothing"_s,
                        u"body.text\n  - nothing\n  + \"abc\""_s};
-    QTest::newRow("body as JSON: a number is no text")
+    QTest::newRow("body as JSON: a number is not a text")
         << with(line, {},
                 QJsonObject{{u"a"_s, u"1"_s}, {u"list"_s, QJsonArray{1, 2}}, {u"text"_s, u"abc"_s}})
         << QStringList{u"body.a\n  - \"1\"\n  + 1"_s};

@@ -58,7 +58,7 @@ private Q_SLOTS:
     void choosesReplies();
     void choosesRepliesOverTls();
     void refusesWhileDown();
-    void tellsWhatNeverCame();
+    void namesMissingRequests();
     void takesWhatTcpCallersLeft();
     void reservedPortRefuses();
     void reservedPortIsOurs();
@@ -191,7 +191,7 @@ void TestScriptedPeer::playsAFailureBeforeItsScript()
         QCOMPARE(one.status, status);
         QCOMPARE(one.request.line(), u"GET /a"_s);
     }
-    // The script has not begun, and nothing is held against the caller.
+    // The script has not begun, so no fault is reported.
     QCOMPARE(peer.arrived(), 0);
     QCOMPARE(peer.findings(), QStringList{u"peer http: exchange 1 never came: GET /a"_s});
 
@@ -336,7 +336,7 @@ void TestScriptedPeer::refusesWhileDown()
     }
 }
 
-void TestScriptedPeer::tellsWhatNeverCame()
+void TestScriptedPeer::namesMissingRequests()
 {
     ScriptedPeer peer;
     peer.play(script({exchange(u"GET /a"_s, 200), exchange(u"GET /b"_s, 200)}));
@@ -386,7 +386,7 @@ void TestScriptedPeer::reservedPortIsOurs()
     QFile range(u"/proc/sys/net/ipv4/ip_local_port_range"_s);
     QVERIFY(range.open(QIODevice::ReadOnly));
     const int firstOfCallers = range.readAll().simplified().split(' ').value(0).toInt();
-    // A machine may give nearly all ports to callers.
+    // A machine may use nearly all ports for outgoing connections.
     QVERIFY(port < std::max(firstOfCallers, 10240 + 1024));
     QVERIFY_THROWS_EXCEPTION(Error, PortReservation{port});
     QTcpServer other;

@@ -7,7 +7,7 @@
 
 using namespace Qt::StringLiterals;
 
-/// What is taken from a service's output, with a shell script in its place.
+/// How the output of a service is read, with a shell script instead of the service.
 class TestServiceProcess : public QObject
 {
     Q_OBJECT

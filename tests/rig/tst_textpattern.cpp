@@ -25,13 +25,13 @@ void TestTextPattern::patterns_data()
     QTest::newRow("no pattern: equal")         << u"a.c"_s               << u"a.c"_s       << true;
     QTest::newRow("no pattern: a dot is one")  << u"a.c"_s               << u"abc"_s       << false;
     QTest::newRow("text around is exact")      << u"a.{{any}}"_s         << u"abc"_s       << false;
-    QTest::newRow("any: nothing")              << u"a{{any}}b"_s         << u"ab"_s        << true;
+    QTest::newRow("any: empty text")              << u"a{{any}}b"_s         << u"ab"_s        << true;
     QTest::newRow("any: several lines")        << u"a{{any}}b"_s         << u"a\n1\nb"_s   << true;
     QTest::newRow("any: not beyond the end")   << u"a{{any}}b"_s         << u"a1bc"_s      << false;
     QTest::newRow("digits")                    << u"{{digits}}"_s        << u"042"_s       << true;
-    QTest::newRow("digits: not none")          << u"n{{digits}}"_s       << u"n"_s         << false;
+    QTest::newRow("digits: at least one")          << u"n{{digits}}"_s       << u"n"_s         << false;
     QTest::newRow("uuid")                      << u"{{uuid}}"_s          << u"01234567-89ab-cdef-0123-456789abcdef"_s << true;
-    QTest::newRow("uuid: braces are no part")  << u"{{uuid}}"_s          << u"{01234567-89ab-cdef-0123-456789abcdef}"_s << false;
+    QTest::newRow("uuid: braces are not part")  << u"{{uuid}}"_s          << u"{01234567-89ab-cdef-0123-456789abcdef}"_s << false;
     QTest::newRow("datetime")                  << u"{{datetime}}"_s      << u"2026-01-31T12:00:00.123+03:00"_s << true;
     QTest::newRow("datetime: no date")         << u"{{datetime}}"_s      << u"12:00:00"_s  << false;
     QTest::newRow("match")                     << u"-{{match:[a-c]+}}-"_s << u"-abc-"_s    << true;

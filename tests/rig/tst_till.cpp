@@ -89,7 +89,7 @@ void TestTill::portForTheService()
     const Till other;
     QVERIFY(till.controlPort() != other.controlPort());
     QCOMPARE(till.controlPort(), till.controlPort());
-    // The service can have it although it is ours.
+    // The service can bind it although the test has reserved it.
     QTcpServer server;
     QVERIFY2(server.listen(QHostAddress::LocalHost, till.controlPort()),
              qPrintable(server.errorString()));

@@ -70,7 +70,7 @@ FakeRestClient::~FakeRestClient()
 {
     MockFactory<RestClient>::install(nullptr);
     const QString complaint = takeComplaint();
-    // A test that has failed already says enough.
+    // A test that has already failed needs no second message.
     if (!complaint.isEmpty() && !QTest::currentTestFailed())
         fail(complaint);
 }

@@ -7,7 +7,7 @@
 
 #include <optional>
 
-/// The replies that a FakeRestClient plays, in order.
+/// The replies of a FakeRestClient, in order.
 using Script = QList<http::Response>;
 
 /// An answer; its errorCode and errorText are what RestClient gives for the status.
@@ -18,13 +18,13 @@ http::Response noConnection();
 /// The server did not answer in time.
 http::Response timeout();
 
-/// Stands in MockFactory<RestClient> from its making to its end, on the stack of one test. It
-/// records every call and plays its script; at its end it fails the test if a request went beyond
-/// the script, which is then answered with noConnection(), or if a reply was left over.
+/// Installed in MockFactory<RestClient> for its lifetime, on the stack of one test. It records
+/// every call and plays its script. At its end it fails the test if there were more requests than
+/// replies (each is answered with noConnection()), or if a reply was left over.
 ///
-/// MockFactory hands out this one object for every client that a handler makes, so settings that
-/// one delivery made still hold in the next. Call nextDelivery() between two deliveries; within
-/// one, `Request::settings` tells what was called since the request before.
+/// MockFactory returns this one object for every client that a handler creates, so settings of one
+/// delivery stay in the next. Call nextDelivery() between two deliveries; within one,
+/// `Request::settings` holds the calls since the previous request.
 class FakeRestClient : public RestClient
 {
     Q_OBJECT
@@ -46,7 +46,7 @@ public:
         QStringList secretHeaders;
         Log4Qt::Logger *logger = nullptr;
         bool compactLogs = false;
-        /// The setters called since the request before, such as "setTimeout 10".
+        /// The setters called since the previous request, such as "setTimeout 10".
         QStringList settings;
 
         QString header(const QString &name) const { return headers.value(name); }
@@ -58,7 +58,7 @@ public:
 
     /// Adds replies to the script.
     void play(const Script &more);
-    /// Forgets the settings, as a fresh client has none. Requests and script stay.
+    /// Forgets the settings, like a new client. Requests and script stay.
     void nextDelivery();
 
     QList<Request> requests() const;
@@ -70,8 +70,8 @@ public:
     /// All calls in their order: setters such as "setTimeout 10" and the lines of transcript().
     QStringList steps() const;
     int repliesLeft() const;
-    /// What the end of the object would fail the test with, empty for nothing; forgotten from now
-    /// on.
+    /// The message with which the end of the object would fail the test; empty for none. It is then
+    /// forgotten.
     QString takeComplaint();
 
     void request(int verb, const QUrl &url, const QJsonDocument &body,
@@ -102,7 +102,7 @@ private:
                   const QMap<QString, QString> &headers, const QList<http::Part> &parts = {});
     void record(const QString &setting);
 
-    /// Handlers may run on a thread of the pool while the test looks on.
+    /// Handlers may run on a pool thread while the test reads.
     mutable QMutex mutex;
     Script script;
     Request settings;

@@ -3,7 +3,7 @@
 #include "shared/core/currenttime.h"
 #include "shared/core/mockfactory.h"
 
-/// The clock of one test: installed from its making to its end, it moves only when told.
+/// The clock of one test, installed for its lifetime; only the test moves it.
 class FixedTime
 {
 public:

@@ -53,7 +53,7 @@ public:
 protected:
     void append(const Log4Qt::LoggingEvent &event) override
     {
-        // What Log4Qt tells of itself.
+        // Messages of Log4Qt about itself.
         if (event.loggerName().startsWith(u"::"_s))
             return;
         const std::lock_guard guard(mutex);

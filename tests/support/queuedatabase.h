@@ -21,7 +21,7 @@ public:
     rig::Till &till() { return till_; }
     const rig::Till &till() const { return till_; }
 
-    /// Replaces the settings; they hold at once.
+    /// Replaces the settings; they apply at once.
     void setSettings(const QString &text);
 
     /// Writes a row and returns its id.

@@ -17,7 +17,7 @@ public:
     }
     TestSettings(const TestSettings &) = delete;
 
-    /// Replaces the settings; they hold at once.
+    /// Replaces the settings; they apply at once.
     void set(const QString &text)
     {
         QFile file(folder.filePath(QStringLiteral("test.ini")));

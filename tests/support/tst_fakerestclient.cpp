@@ -23,7 +23,7 @@ QJsonDocument document()
 
 } // namespace
 
-/// Runs in a process of its own, where it must fail.
+/// Runs in its own process, where it must fail.
 class WrongTests : public QObject
 {
     Q_OBJECT
@@ -47,10 +47,10 @@ class TestFakeRestClient : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void standsInTheFactory();
+    void isInstalledInTheFactory();
     void receivesEveryRequestOperation();
     void playsItsScript();
-    void tellsTheObserver();
+    void reportsToTheObserver();
     void recordsTheSettingsOfEachRequest();
     void forgetsTheSettingsOfADelivery();
     void complains();
@@ -58,7 +58,7 @@ private Q_SLOTS:
     void operationsKeepTheirPlaces();
 };
 
-void TestFakeRestClient::standsInTheFactory()
+void TestFakeRestClient::isInstalledInTheFactory()
 {
     {
         FakeRestClient net;
@@ -141,7 +141,7 @@ void TestFakeRestClient::playsItsScript()
 }
 
 /// As RestClient does: once for each request, and for nothing else.
-void TestFakeRestClient::tellsTheObserver()
+void TestFakeRestClient::reportsToTheObserver()
 {
     const RecordingObserver observer;
     FakeRestClient net({reply(200), reply(403), timeout()});

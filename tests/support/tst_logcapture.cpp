@@ -57,7 +57,7 @@ void TestLogCapture::leavesOutTheLibrarysOwnEvents()
 
 namespace {
 
-/// A user's language in which every text reads otherwise.
+/// A language in which every text is different.
 struct Translation : QTranslator
 {
     Translation() { QCoreApplication::installTranslator(this); }
