@@ -117,7 +117,7 @@ first_day() {
     check "what blocks it, and who must act" says "^cardlab: the operator of 127.0.0.1:$troubled must" \
         ctl settle --wait 0
     check "in Russian" says '^Смену закрывать рано: .*\(1\)' ctl_ru settle --wait 0
-    check "a service is away" says '^[0-9:]+ +- .*cardlab +1 +0  .*503' ctl outages
+    check "a service is away" says '^[0-9:]+ +- .*cardlab +1  .*503' ctl outages
     check "that a start may pass the refused row over is said" says '^Row 3 was refused before' ctl start cardlab
     kill "$trouble"
     wait "$trouble" 2>/dev/null
@@ -127,9 +127,9 @@ first_day() {
     check "in Russian" says '^Смену можно закрыть: ' ctl_ru settle
 
     # Which services were away, and when?
-    check "which services were away, and when" says '^([0-9]{2}:[0-9:]{5} +){2}[0-9].* cardlab +1 +0 ' ctl outages
+    check "which services were away, and when" says '^([0-9]{2}:[0-9:]{5} +){2}[0-9].* cardlab +1 ' ctl outages
     check "and no others" same "$(ctl outages | grep -cE '^[0-9]{2}:')" 1
-    check "in Russian" says '^([0-9]{2}:[0-9:]{5} +){2}[0-9].* cardlab +1 +0 ' ctl_ru outages --since yesterday
+    check "in Russian" says '^([0-9]{2}:[0-9:]{5} +){2}[0-9].* cardlab +1 ' ctl_ru outages --since yesterday
     check "nothing waits" says '^Nothing waits\.$' ctl status
     end_stands
 }

@@ -3,18 +3,17 @@
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/json.h"
 #include "tools/queuectl/masking.h"
-#include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/progress.h"
 #include "tools/queuectl/settingsfiles.h"
 #include "tools/queuectl/text.h"
 #include "tools/queuectl/timewords.h"
+#include "tools/queuectl/versions.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QSysInfo>
 #include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
@@ -66,14 +65,9 @@ Report reportOf(Report (*command)(const Call &))
 
 QByteArray versions()
 {
-    QString result;
-    result += u"queue %1\n"_s.arg(QStringLiteral(QUEUE_VERSION));
-    result += u"Qt %1\n"_s.arg(QString::fromLatin1(qVersion()));
-    result += u"%1, kernel %2, %3\n"_s.arg(QSysInfo::prettyProductName(), QSysInfo::kernelVersion(),
-                                           QSysInfo::currentCpuArchitecture());
-    result += u"database %1\n"_s.arg(databasePlace().value(u"driver"_s).toString());
-    result += u"made %1\n"_s.arg(QDateTime::currentDateTime().toString(Qt::ISODate));
-    return result.toUtf8();
+    QStringList lines = versionLines();
+    lines.append(u"made %1"_s.arg(QDateTime::currentDateTime().toString(Qt::ISODate)));
+    return (lines.join(u'\n') + u'\n').toUtf8();
 }
 
 void pack(const QString &folder, const QString &name, const QString &archive)

@@ -27,6 +27,8 @@ const QString columns =
 /// The first moment of the year 10000.
 constexpr qint64 endOfTimeMs = 253'402'300'800'000;
 
+constexpr qint64 quarterMs = 15 * 60'000;
+
 /// Primary result codes of SQLite.
 enum SqliteCode
 {
@@ -160,6 +162,36 @@ JournalStatement endedStatement(const QDateTime &start)
     return {
         u"SELECT type, verdict, COUNT(*) FROM outcome WHERE last >= ? GROUP BY +type, +verdict"_s,
         {start.toMSecsSinceEpoch()}};
+}
+
+JournalStatement endedByTimeStatement(const QDateTime &start)
+{
+    return {u"SELECT type, verdict, last / %1, COUNT(*) FROM outcome WHERE last >= ? AND +verdict "
+            "IN ('delivered', 'dropped') GROUP BY +type, +verdict, last / %1"_s.arg(quarterMs),
+            {start.toMSecsSinceEpoch()}};
+}
+
+JournalStatement failedByTimeStatement(const QDateTime &start)
+{
+    return {
+        u"SELECT type, 'failed', first / %1, COUNT(*) FROM outcome WHERE last >= ? AND first "
+        ">= ? AND (attempts > 1 OR verdict = 'kept') GROUP BY +type, first / %1"_s.arg(quarterMs),
+        {start.toMSecsSinceEpoch(), start.toMSecsSinceEpoch()}};
+}
+
+JournalStatement failedStatement(const QDateTime &start)
+{
+    return {u"SELECT type, first, last FROM outcome WHERE last >= ? AND CASE verdict WHEN "
+            "'delivered' THEN attempts > 1 ELSE kind IN ('network', 'certificate', 'service') END "
+            "ORDER BY +type, first"_s,
+            {start.toMSecsSinceEpoch()}};
+}
+
+JournalStatement deliveriesStatement(const QDateTime &start)
+{
+    return {u"SELECT type, last FROM outcome WHERE last >= ? AND +verdict = 'delivered' ORDER BY "
+            "last"_s,
+            {start.toMSecsSinceEpoch()}};
 }
 
 JournalFile::JournalFile()
@@ -448,6 +480,48 @@ QHash<QString, Ended> JournalFile::ended(const QDateTime &start)
         return true;
     });
     return result;
+}
+
+void JournalFile::countByTime(const QDateTime &start,
+                              const std::function<void(const QuarterCount &)> &take)
+{
+    const auto read = [&take](const QSqlQuery &query) {
+        const QString what = query.value(1).toString();
+        QuarterCount count;
+        count.type = query.value(0).toString();
+        count.what = what == u"delivered" ? QuarterCount::What::Delivered
+                     : what == u"dropped" ? QuarterCount::What::Dropped
+                                          : QuarterCount::What::Failed;
+        count.time = timeOf(query.value(2).toLongLong() * quarterMs);
+        count.count = query.value(3).toInt();
+        if (count.time.isValid())
+            take(count);
+        return true;
+    };
+    run(endedByTimeStatement(start), read);
+    run(failedByTimeStatement(start), read);
+}
+
+void JournalFile::failed(const QDateTime &start,
+                         const std::function<void(const QString &, const Attempted &)> &take)
+{
+    run(failedStatement(start), [&take](const QSqlQuery &query) {
+        const Attempted attempted{timeOf(query.value(1)), timeOf(query.value(2))};
+        if (attempted.first.isValid() && attempted.last.isValid())
+            take(query.value(0).toString(), attempted);
+        return true;
+    });
+}
+
+void JournalFile::deliveries(const QDateTime &start,
+                             const std::function<void(const QString &, const QDateTime &)> &take)
+{
+    run(deliveriesStatement(start), [&take](const QSqlQuery &query) {
+        const QDateTime time = timeOf(query.value(1));
+        if (time.isValid())
+            take(query.value(0).toString(), time);
+        return true;
+    });
 }
 
 QList<Fact> JournalFile::facts(const QString &name)

@@ -70,6 +70,14 @@ struct JournalStatement
 JournalStatement historyStatement(const JournalFilter &filter);
 /// Counts the messages of each type that ended since `start`, by verdict.
 JournalStatement endedStatement(const QDateTime &start);
+/// Counts by type and quarter of an hour the messages that ended since `start`, by verdict, and
+/// those whose first attempt failed.
+JournalStatement endedByTimeStatement(const QDateTime &start);
+JournalStatement failedByTimeStatement(const QDateTime &start);
+/// The first and last attempt of messages that were tried in vain because nobody was there.
+JournalStatement failedStatement(const QDateTime &start);
+/// The types and times of deliveries.
+JournalStatement deliveriesStatement(const QDateTime &start);
 
 /// How a type has fared.
 struct Streak
@@ -94,6 +102,29 @@ struct Ended
 {
     int delivered = 0;
     int dropped = 0;
+};
+
+/// Messages of a type within a quarter of an hour.
+struct QuarterCount
+{
+    enum class What
+    {
+        Delivered,
+        Dropped,
+        /// The first attempt failed.
+        Failed,
+    } what = What::Delivered;
+    QString type;
+    /// The beginning of the quarter.
+    QDateTime time;
+    int count = 0;
+};
+
+/// The times of a message's first and last attempt.
+struct Attempted
+{
+    QDateTime first;
+    QDateTime last;
 };
 
 /// Something that the service has met on its way.
@@ -158,6 +189,16 @@ public:
     /// By type.
     QHash<QString, Streak> streaks();
     QHash<QString, Ended> ended(const QDateTime &start);
+    /// What became of messages since `start`, in no order.
+    void countByTime(const QDateTime &start, const std::function<void(const QuarterCount &)> &take);
+    /// Messages that were tried since `start`, at first in vain because of network, certificate or
+    /// a fault of the service, by type and first attempt. Of one that was delivered in the end the
+    /// reason is not known.
+    void failed(const QDateTime &start,
+                const std::function<void(const QString &, const Attempted &)> &take);
+    /// The deliveries since `start`, in the order of their times.
+    void deliveries(const QDateTime &start,
+                    const std::function<void(const QString &, const QDateTime &)> &take);
     QList<Fact> facts(const QString &name);
     /// Ordered by type, verdict and kind; entries that were pruned stay counted.
     QList<Total> totals();

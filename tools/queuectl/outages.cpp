@@ -1,94 +1,88 @@
 #include "tools/queuectl/outages.h"
 
-#include <QHash>
 #include <QMap>
 
 #include <algorithm>
+
+using namespace Qt::StringLiterals;
 
 namespace queuectl {
 
 namespace {
 
-/// What the journal has of one type.
-struct TypeTimes
+/// Collects the outages of one type. Messages and deliveries come in the order of their times.
+class Course
 {
-    QList<Outage> delays;
-    QList<QDateTime> deliveredAtOnce;
-};
+public:
+    void fail(const Attempted &attempted) { failed.append(attempted); }
 
-QMap<QString, TypeTimes> readTimes(JournalFile &journal, const QDateTime &since,
-                                   const QString &type)
-{
-    QMap<QString, TypeTimes> times;
-    journal.entries({.type = type, .since = since}, [&times](const JournalEntry &entry) {
-        if (!entry.first.isValid() || !entry.last.isValid())
-            return true;
-        const bool isKept = entry.verdict == QLatin1String("kept");
-        if (isKept || entry.attempts > 1) {
-            Outage delay;
-            delay.type = entry.type;
-            // After the clock was set back, the last attempt is the earlier one.
-            delay.begin = std::min(entry.first, entry.last);
-            delay.end = entry.last;
-            delay.messages = 1;
-            if (isKept)
-                delay.kept = entry;
-            times[entry.type].delays.append(delay);
-        } else if (entry.verdict == QLatin1String("delivered")) {
-            times[entry.type].deliveredAtOnce.append(entry.last);
+    QDateTime begin() const { return failed.first().first; }
+
+    /// The delivery ends what began before it.
+    void deliver(const QString &type, const QDateTime &time)
+    {
+        Outage outage{type, {}, time};
+        while (next < failed.size() && failed[next].first < time) {
+            if (outage.messages++ == 0)
+                outage.begin = failed[next].first;
+            ++next;
         }
-        return true;
-    });
-    return times;
-}
-
-void takeIn(Outage &outage, const Outage &delay)
-{
-    outage.end = std::max(outage.end, delay.end);
-    ++outage.messages;
-    if (delay.kept && (!outage.kept || delay.kept->last > outage.kept->last))
-        outage.kept = delay.kept;
-}
-
-/// Delays that overlap are one outage.
-QList<Outage> merged(QList<Outage> delays)
-{
-    std::sort(delays.begin(), delays.end(),
-              [](const Outage &a, const Outage &b) { return a.begin < b.begin; });
-    QList<Outage> outages;
-    for (const Outage &delay : std::as_const(delays)) {
-        if (!outages.isEmpty() && delay.begin <= outages.last().end)
-            takeIn(outages.last(), delay);
-        else
-            outages.append(delay);
+        if (outage.messages > 0)
+            outages.append(outage);
     }
-    return outages;
-}
+
+    /// After the last delivery.
+    void finish(const QString &type, bool isFailing, const QDateTime &now)
+    {
+        if (next == failed.size())
+            return;
+        const auto rest = static_cast<int>(failed.size() - next);
+        Outage outage{type, failed[next].first, now, isFailing, rest};
+        if (!isFailing) {
+            outage.end = failed[next].last;
+            for (; next < failed.size(); ++next)
+                outage.end = std::max(outage.end, failed[next].last);
+        }
+        outages.append(outage);
+    }
+
+    QList<Outage> outages;
+
+private:
+    QList<Attempted> failed;
+    qsizetype next = 0;
+};
 
 } // namespace
 
-QList<Outage> outagesSince(JournalFile &journal, const QDateTime &since, const QString &type)
+QList<Outage> findOutages(JournalFile &journal, const QDateTime &since, const QDateTime &now,
+                          qint64 shortestSeconds)
 {
-    const QMap<QString, TypeTimes> times = readTimes(journal, since, type);
+    QMap<QString, Course> courses;
+    journal.failed(since, [&courses](const QString &type, const Attempted &attempted) {
+        courses[type].fail(attempted);
+    });
+    if (courses.isEmpty())
+        return {};
+    QDateTime begin = now;
+    for (const Course &course : std::as_const(courses))
+        begin = std::min(begin, course.begin());
+    journal.deliveries(begin, [&courses](const QString &type, const QDateTime &time) {
+        const auto course = courses.find(type);
+        if (course != courses.end())
+            course->deliver(type, time);
+    });
     const QHash<QString, Streak> streaks = journal.streaks();
-    QList<Outage> result;
-    for (const auto &[name, ofType] : times.asKeyValueRange()) {
-        QList<Outage> outages = merged(ofType.delays);
-        for (Outage &outage : outages) {
-            outage.deliveredMeanwhile = static_cast<int>(
-                std::count_if(ofType.deliveredAtOnce.cbegin(), ofType.deliveredAtOnce.cend(),
-                              [&outage](const QDateTime &time) {
-                                  return time >= outage.begin && time <= outage.end;
-                              }));
-        }
-        // The row of a message that stayed may have been deleted by hand since.
-        if (!outages.isEmpty() && outages.last().kept)
-            outages.last().goesOn = streaks.value(name).failingSince.isValid();
-        result += outages;
+    QList<Outage> outages;
+    for (auto course = courses.begin(); course != courses.end(); ++course) {
+        course->finish(course.key(), streaks.value(course.key()).failingSince.isValid(), now);
+        std::copy_if(course->outages.cbegin(), course->outages.cend(), std::back_inserter(outages),
+                     [&](const Outage &outage) {
+                         return outage.end >= since
+                                && (outage.isOngoing || outage.seconds() >= shortestSeconds);
+                     });
     }
-    std::sort(result.begin(), result.end(),
-              [](const Outage &a, const Outage &b) { return a.begin < b.begin; });
-    return result;
+    return outages;
 }
 
 } // namespace queuectl

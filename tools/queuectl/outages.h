@@ -8,28 +8,27 @@
 
 namespace queuectl {
 
-/// A time in which messages of a type were not finished with at their first attempt.
+/// A time in which attempts at messages of a type failed and none of its messages was delivered.
 struct Outage
 {
     QString type;
-    /// First attempt of the earliest of these messages.
+    /// The first failed attempt.
     QDateTime begin;
-    /// The attempt that finished the last of them, or the last attempt so far.
+    /// The next delivery; without one, the last known attempt, or now if the outage is ongoing.
     QDateTime end;
-    /// The type is still failing.
-    bool goesOn = false;
-    /// Messages that had to be tried again, or were kept.
+    bool isOngoing = false;
+    /// The number of messages whose first failed attempt was in this time.
     int messages = 0;
-    /// Messages that were delivered at their first attempt meanwhile. With none the service was
-    /// away; with some it refused single messages.
-    int deliveredMeanwhile = 0;
-    /// The newest message that was kept: its answer is the reason. What kept a message that was
-    /// finished with later is not on record.
-    std::optional<JournalEntry> kept;
+
+    qint64 seconds() const { return begin.secsTo(end); }
 };
 
-/// The outages that lasted until `since` or longer, of one type or of all (empty), in the order of
-/// their beginnings. Empty where the journal cannot be read.
-QList<Outage> outagesSince(JournalFile &journal, const QDateTime &since, const QString &type = {});
+/// The outages that reach into the time from `since` to `now`, by type and time, ended ones only if
+/// they lasted for `shortestSeconds`. A message that was delivered at its second attempt or later
+/// counts as failed before; one that was kept or dropped counts if the reason was the network, a
+/// certificate or a fault of the service, not if its request was refused. Empty if the journal
+/// cannot be read.
+QList<Outage> findOutages(JournalFile &journal, const QDateTime &since, const QDateTime &now,
+                          qint64 shortestSeconds);
 
 } // namespace queuectl

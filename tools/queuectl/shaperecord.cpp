@@ -87,16 +87,20 @@ QJsonObject destinationRecord(const ShapeDestination &destination)
 
 } // namespace
 
+QString stateText(const ShapeDestination &destination)
+{
+    return stateText(destination.cause, destination.since);
+}
+
 QString destinationText(const ShapeDestination &destination)
 {
     const QString title = destination.address.isEmpty()
                               ? text("%1 (no address in the row)", "%1 (в строке нет адреса)")
                                     .arg(destination.types.join(u", "_s))
                               : destination.address;
-    QString line =
-        text("%1: %2, rows: %3, oldest %4", "%1: %2, строк: %3, старшей %4")
-            .arg(title, stateText(destination.cause, destination.since),
-                 QString::number(destination.count), durationText(destination.oldestSeconds));
+    QString line = text("%1: %2, rows: %3, oldest %4", "%1: %2, строк: %3, старшей %4")
+                       .arg(title, stateText(destination), QString::number(destination.count),
+                            durationText(destination.oldestSeconds));
     const auto &[delivered, dropped] = destination.today;
     if (delivered > 0 || dropped > 0)
         line += text("; today delivered: %1, dropped: %2",
