@@ -88,6 +88,15 @@ QString text(const char *english, const char *russian)
     return QString::fromUtf8(isRussian() ? russian : english);
 }
 
+QString numberText(qint64 number)
+{
+    QString digits = QString::number(qAbs(number));
+    constexpr qsizetype group = 3;
+    for (qsizetype at = digits.size() - group; at > 0; at -= group)
+        digits.insert(at, QChar::Nbsp);
+    return number < 0 ? u'-' + digits : digits;
+}
+
 QString durationText(qint64 seconds)
 {
     return spanText(seconds, {text("s", "с"), text("min", "мин"), text("h", "ч"), text("d", "д")},

@@ -12,6 +12,8 @@ bool isRussian();
 /// The text in the operator's language.
 QString text(const char *english, const char *russian);
 
+/// A whole number, thousands apart: "12 345".
+QString numberText(qint64 number);
 /// "2 h 11 min", "45 s": the two largest units.
 QString durationText(qint64 seconds);
 /// The same for narrow columns: "2h 11m", "45s".
