@@ -74,6 +74,7 @@ Report showShape(const Call &call);
 Report explainRow(const Call &call);
 Report examine(const Call &call);
 Report makeBundle(const Call &call);
+Report makeReport(const Call &call);
 Report showTypes(const Call &call);
 Report showHistory(const Call &call);
 Report showOutages(const Call &call);
