@@ -32,6 +32,7 @@ private Q_SLOTS:
     void states();
     void lineOfAHostileSentence();
     void performanceData();
+    void performanceOfSeveralTypes();
     void wrongCalls_data();
     void wrongCalls();
     void listByAge();
@@ -59,8 +60,8 @@ void TestCheckCommand::init()
 void TestCheckCommand::startService()
 {
     service = std::make_unique<LoopbackServer>();
-    service->play({LoopbackServer::answer(200, "{\"errorsCount\":0}"),
-                   LoopbackServer::answer(200, "{\"errorsCount\":0}")});
+    const LoopbackServer::Reply reply = LoopbackServer::answer(200, "{\"errorsCount\":0}");
+    service->play({reply, reply, reply});
     till->database.setSettings(u"[queue]\nport = %1\n"_s.arg(service->port()));
 }
 
@@ -76,11 +77,16 @@ void TestCheckCommand::states_data()
     };
     row("all is well", {}, {u"young"_s}, u"QUEUE OK - rows that wait: 1 |"_s, 0);
     row("an old row", {}, {u"old"_s}, u"QUEUE WARNING - type heineken waits for 2 h"_s, 1);
+    row("just older than allowed", {u"--older"_s, u"121m"_s}, {u"old"_s},
+        u"QUEUE WARNING - type heineken waits for 2 h"_s, 1);
+    row("just not", {u"--older"_s, u"123m"_s}, {u"old"_s}, u"QUEUE OK -"_s, 0);
     row("not older than allowed", {u"--older"_s, u"3h"_s}, {u"old"_s}, u"QUEUE OK -"_s, 0);
     row("a type fails", {}, {u"young"_s, u"failing"_s},
         u"QUEUE WARNING - type heineken fails for 20 min"_s, 1);
     row("not longer than allowed", {u"--failing"_s, u"30m"_s}, {u"young"_s, u"failing"_s},
         u"QUEUE OK -"_s, 0);
+    row("just longer than allowed", {u"--failing"_s, u"20m"_s}, {u"young"_s, u"failing"_s},
+        u"QUEUE WARNING - type heineken fails for 20 min"_s, 1);
     row("nothing of the type is left", {}, {u"failing"_s}, u"QUEUE OK -"_s, 0);
     row("dropped, and not asked", {}, {u"dropped"_s}, u"QUEUE OK -"_s, 0);
     row("dropped", {u"--dropped"_s}, {u"dropped"_s}, u"QUEUE WARNING - dropped in 24 hours: 1"_s,
@@ -155,6 +161,50 @@ void TestCheckCommand::performanceData()
     static const QRegularExpression form(
         u"^waiting=2;;;0 oldest=[0-9]s;3600;;0 failing=0s;900;;0 dropped=0;0;;0$"_s);
     QVERIFY2(form.match(data).hasMatch(), qPrintable(data));
+}
+
+/// The largest age, the longest failure and the sum of what was dropped, whatever the order in
+/// which the types come.
+void TestCheckCommand::performanceOfSeveralTypes()
+{
+    startService();
+    JournalFixture journal(till->database.root());
+    const QStringList types{u"heineken"_s, u"cardlab"_s, u"nochange"_s, u"smartscales"_s};
+    int seconds = 1300;
+    for (const QString &type : types) {
+        till->setAge(till->database.put(type, body), 6 * seconds);
+        journal.streak(type, 9000, seconds);
+        for (int id = 0; id < 2; ++id)
+            journal.put({.id = id, .type = type, .verdict = u"dropped"_s, .secondsAgo = 60});
+        seconds = seconds == 1300 ? 5300 : 1200;
+    }
+    // Nobody delivers it, so its age is nobody's.
+    till->setAge(till->database.put(u"foreign"_s, body), 90'000);
+    journal.streak(u"foreign"_s, 0, 80'000);
+    const QStringList asked{u"check"_s, u"--dropped"_s, u"--older"_s,
+                            u"2h"_s,    u"--failing"_s, u"30m"_s};
+    const QString line = till->run(asked).out;
+    static const QRegularExpression form(
+        u"^waiting=5;;;0 oldest=318\\d\\ds;7200;;0 failing=53\\d\\ds;1800;;0 dropped=8;0;;0$"_s);
+    const QString data = line.section(u" | "_s, 1).trimmed();
+    QVERIFY2(form.match(data).hasMatch(), qPrintable(line));
+    for (const QString &sentence :
+         {u"type cardlab waits for 8 h 50 min; "_s, u"nobody delivers rows: 1; "_s,
+          u"type cardlab fails for 1 h 28 min; "_s, u"dropped in 24 hours: 8 |"_s})
+        QVERIFY2(line.contains(sentence), qPrintable(line));
+    QCOMPARE(line.count(u" fails for "_s), 1);
+    // Not asked for, it is no threshold.
+    QVERIFY(till->run({u"check"_s}).out.trimmed().endsWith(u" dropped=8;;;0"_s));
+
+    const QJsonObject json = till->run(asked + QStringList{u"--json"_s}).json();
+    QCOMPARE(json.value(u"state"_s).toString(), u"WARNING"_s);
+    QCOMPARE(json.value(u"sentences"_s).toArray().size(), 4);
+    const QJsonObject values = json.value(u"values"_s).toObject();
+    QCOMPARE(values.keys(), (QStringList{u"dropped"_s, u"failing"_s, u"oldest"_s, u"waiting"_s}));
+    QCOMPARE(values.value(u"waiting"_s).toInt(), 5);
+    QCOMPARE(values.value(u"dropped"_s).toInt(), 8);
+    QVERIFY(values.value(u"oldest"_s).toInt() >= 31'800);
+    QVERIFY(values.value(u"failing"_s).toInt() >= 5300);
 }
 
 void TestCheckCommand::wrongCalls_data()
