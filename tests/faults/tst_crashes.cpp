@@ -1,6 +1,8 @@
 #include "engine/dao.h"
+#include "rig/childprocess.h"
 #include "rig/mariadbserver.h"
 #include "rig/serviceprocess.h"
+#include "rig/waiting.h"
 #include "shared/core/config.h"
 #include "shared/core/connectionfactory.h"
 #include "shared/core/fileutils.h"
@@ -13,18 +15,16 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <random>
 #include <string_view>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -42,6 +42,41 @@ uint seedOfThisRun()
     qInfo("QUEUE_FAULTS_SEED=%u", seed);
     return seed;
 }
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// This program once more, for work at which it is killed. Its standard output goes to a file of
+/// its own, its errors to another one.
+class Worker : public rig::ChildProcess
+{
+public:
+    Worker(const QStringList &arguments, const QString &output)
+        : ChildProcess(QCoreApplication::applicationFilePath(), arguments)
+        , output(output)
+    {
+        QFile::remove(output);
+        setOutputFile(output);
+        setErrorFile(output + u".err"_s);
+    }
+
+    /// Returns when it has begun with its work, and so has said something.
+    bool begin()
+    {
+        start();
+        const auto hasBegun = [this] {
+            return QFileInfo(output).size() > 0;
+        };
+        return rig::waitUntil([&] { return hasBegun() || !isRunning(); }) && hasBegun();
+    }
+    QByteArray errors() const { return contentOf(output + u".err"_s); }
+
+private:
+    const QString output;
+};
 
 } // namespace
 
@@ -172,8 +207,35 @@ void TestCrashes::killedAtRandomMoments()
     QVERIFY(counts.refusals > 0);
 }
 
+constexpr auto writerArgument = "--write-fail-ids";
+
+QJsonObject failIdsOf(int value)
+{
+    QJsonObject ids;
+    for (int type = 0; type < 58; ++type)
+        ids.insert(u"type%1"_s.arg(type), value);
+    return ids;
+}
+
+bool writeFailIds(const QString &path, int value)
+{
+    return fileutils::writeToFile(path, failIdsOf(value),
+                                  QIODevice::ReadWrite | QIODevice::Truncate);
+}
+
+/// Writes the file again and again until it is killed.
+int writeFailIdsForEver(const QString &path)
+{
+    for (int value = 2;; value = 3 - value) {
+        if (!writeFailIds(path, value) || ::write(STDOUT_FILENO, ".", 1) != 1) {
+            std::perror("the fail ids cannot be written");
+            return 1;
+        }
+    }
+}
+
 /// Writing the file of fail ids is so short that a random kill of the service hardly ever
-/// interrupts it. So this process writes only this file, repeatedly, until it is killed.
+/// interrupts it. So this test kills a process that writes only this file.
 class TestFailIdsFile : public QObject
 {
     Q_OBJECT
@@ -189,35 +251,18 @@ void TestFailIdsFile::killedWhileItIsWritten()
     std::mt19937 random(seed);
     const QTemporaryDir folder;
     const QString path = folder.filePath(u"ids.json"_s);
-    const auto idsOf = [](int value) {
-        QJsonObject ids;
-        for (int type = 0; type < 58; ++type)
-            ids.insert(u"type%1"_s.arg(type), value);
-        return ids;
-    };
-    const auto write = [&](int value) {
-        return fileutils::writeToFile(path, idsOf(value),
-                                      QIODevice::ReadWrite | QIODevice::Truncate);
-    };
-    QVERIFY(write(1));
+    QVERIFY(writeFailIds(path, 1));
     for (int kill = 0; kill < kills; ++kill) {
-        const pid_t writer = ::fork();
-        QVERIFY(writer >= 0);
-        if (writer == 0) {
-            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-            for (int value = 1;; value = 3 - value)
-                write(value);
-        }
+        Worker writer({QString::fromLatin1(writerArgument), path}, folder.filePath(u"output"_s));
+        QVERIFY2(writer.begin(), writer.errors().constData());
         // The random moment is the fault, so this does not wait for a condition.
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
-        ::kill(writer, SIGKILL);
-        ::waitpid(writer, nullptr, 0);
+        QVERIFY2(writer.isRunning(), writer.errors().constData());
+        writer.kill();
 
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QByteArray text = file.readAll();
+        const QByteArray text = contentOf(path);
         const QJsonObject ids = QJsonDocument::fromJson(text).object();
-        QVERIFY2(ids == idsOf(1) || ids == idsOf(2), text.constData());
+        QVERIFY2(ids == failIdsOf(1) || ids == failIdsOf(2), text.constData());
     }
     qInfo("%d kills while the file of fail ids was written, it was whole each time", kills);
 }
@@ -230,7 +275,6 @@ constexpr auto removerArgument = "--remove-rows";
 /// is killed.
 int removeRows()
 {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     Config::setConfigsPathList({QDir(rootedPath(u"/tallocash/cash/conf"_s))}, {});
     std::vector<std::thread> threads;
     for (int number = 0; number < removers; ++number) {
@@ -275,9 +319,11 @@ void TestRemovals::killedWhileRowsAreRemoved()
     constexpr int rowsOfAType = 2000;
     const uint seed = seedOfThisRun();
     std::mt19937 random(seed);
+    const QTemporaryDir folder;
+    const QString output = folder.filePath(u"output"_s);
     QueueDatabase database;
     int last = 0;
-    int told = 0;
+    int toldInAll = 0;
     int toldTogether = 0;
     int untold = 0;
     int inTheMiddle = 0;
@@ -289,41 +335,39 @@ void TestRemovals::killedWhileRowsAreRemoved()
             database.query(u"COMMIT"_s);
         }
         const QList<int> before = database.ids();
-        QProcess process;
-        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process.start(QCoreApplication::applicationFilePath(),
-                      {QString::fromLatin1(removerArgument)});
-        QVERIFY(process.waitForReadyRead());
+        Worker process({QString::fromLatin1(removerArgument)}, output);
+        QVERIFY2(process.begin(), process.errors().constData());
         // The random moment is the fault, so this does not wait for a condition.
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 20'000));
         process.kill();
-        QVERIFY(process.waitForFinished());
-        QVERIFY(process.exitStatus() == QProcess::CrashExit || process.exitCode() == 0);
+        // It may have come to its end since.
+        QVERIFY2(process.end() == u"signal" || process.end() == u"exit 0",
+                 process.errors().constData());
 
-        const QByteArray output = process.readAllStandardOutput();
+        const QByteArray told = contentOf(output);
         const QList<int> left = database.ids();
         const QSet<int> kept(left.begin(), left.end());
         int removedNow = 0;
-        for (qsizetype at = 0; at + 8 <= output.size(); at += 8) {
+        for (qsizetype at = 0; at + 8 <= told.size(); at += 8) {
             int pair[2] = {};
-            std::memcpy(pair, output.constData() + at, sizeof pair);
+            std::memcpy(pair, told.constData() + at, sizeof pair);
             QVERIFY2(!kept.contains(pair[0]), qPrintable(QString::number(pair[0])));
             ++removedNow;
             toldTogether += pair[1] > 0 ? 1 : 0;
         }
-        told += removedNow;
+        toldInAll += removedNow;
         // Each thread has at most one removal in progress.
         const qsizetype untoldNow = before.size() - left.size() - removedNow;
         QVERIFY2(untoldNow >= 0 && untoldNow <= removers, qPrintable(QString::number(untoldNow)));
         untold += static_cast<int>(untoldNow);
-        inTheMiddle += process.exitStatus() == QProcess::CrashExit ? 1 : 0;
+        inTheMiddle += process.end() == u"signal" ? 1 : 0;
         QCOMPARE(database.query(u"PRAGMA queues.integrity_check"_s).value(0).value(0).toString(),
                  u"ok"_s);
     }
     qInfo(
         "%d kills, %d of them in the middle; %d removals returned, none of their rows is left, %d "
         "found others waiting; %d rows were gone before their removal returned",
-        kills, inTheMiddle, told, toldTogether, untold);
+        kills, inTheMiddle, toldInAll, toldTogether, untold);
     QVERIFY(last > 0);
     QVERIFY(inTheMiddle >= kills / 2);
     QVERIFY(toldTogether > 0);
@@ -333,8 +377,9 @@ int main(int argc, char **argv)
 {
     if (argc > 1 && argv[1] == std::string_view(removerArgument))
         return removeRows();
+    if (argc > 2 && argv[1] == std::string_view(writerArgument))
+        return writeFailIdsForEver(QFile::decodeName(argv[2]));
     QCoreApplication application(argc, argv);
-    // The first test, since it forks a process that must have a single thread.
     TestFailIdsFile onFile;
     int failures = QTest::qExec(&onFile, argc, argv);
     TestRemovals removals;
