@@ -5,7 +5,8 @@
 #include <QString>
 #include <QStringList>
 
-/// Prometheus' own checker, which the package prometheus of scripts/packages-fleet brings.
+/// Prometheus' own checker, which the package prometheus of scripts/packages-fleet brings. The
+/// tests pass with that of Debian 12 (2.42) and of Debian 13 (2.53).
 namespace promtool {
 
 /// Empty where it is not installed.
