@@ -14,4 +14,10 @@ FileAccess fileAccess(const QString &path)
     return errno == ENOENT || errno == ENOTDIR ? FileAccess::Missing : FileAccess::Denied;
 }
 
+QString ownerOf(const QFileInfo &file)
+{
+    const QString name = file.owner();
+    return name.isEmpty() ? QString::number(file.ownerId()) : name;
+}
+
 } // namespace queuectl

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QFileInfo>
 #include <QString>
 
 namespace queuectl {
@@ -15,5 +16,8 @@ enum class FileAccess
 };
 
 FileAccess fileAccess(const QString &path);
+
+/// The account that the file belongs to; one that the system does not know by name, by its number.
+QString ownerOf(const QFileInfo &file);
 
 } // namespace queuectl

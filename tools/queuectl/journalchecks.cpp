@@ -4,6 +4,7 @@
 #include "shared/core/folderlock.h"
 #include "shared/core/paths.h"
 #include "tools/queuectl/controlport.h"
+#include "tools/queuectl/fileaccess.h"
 #include "tools/queuectl/journalfile.h"
 #include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/report.h"
@@ -154,11 +155,11 @@ void Examination::rights()
         const QFileInfo info(path);
         if (!info.exists())
             continue;
-        if (info.owner() != folder.owner() && !info.permission(QFile::WriteGroup))
+        if (ownerOf(info) != ownerOf(folder) && !info.permission(QFile::WriteGroup))
             add(State::Warning, u"journal"_s,
                 text("%1 belongs to %2, its folder to %3: the service may not be able to write it",
                      "%1 принадлежит %2, а каталог — %3: служба может не иметь права записи")
-                    .arg(path, info.owner(), folder.owner()));
+                    .arg(path, ownerOf(info), ownerOf(folder)));
         if (info.permission(QFile::ReadOther))
             add(State::Warning, u"journal"_s,
                 text("every account can read %1 (chmod o-rwx %1)",

@@ -28,6 +28,9 @@ QString rightsHint()
     const QFileInfo file(databaseFile());
     if (file.filePath().isEmpty() || (file.isWritable() && QFileInfo(file.path()).isWritable()))
         return {};
+    // sudo takes no bare number.
+    if (file.owner().isEmpty())
+        return {};
     return text("; run it as %1: sudo -u %1 queuectl ...",
                 "; запустите от имени %1: sudo -u %1 queuectl ...")
         .arg(file.owner());

@@ -1,6 +1,7 @@
 #include "tools/queuectl/checks.h"
 
 #include "shared/core/paths.h"
+#include "tools/queuectl/fileaccess.h"
 #include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/secretfiles.h"
 #include "tools/queuectl/text.h"
@@ -15,13 +16,6 @@ namespace queuectl {
 namespace {
 
 constexpr qint64 lowSpaceBytes = 200LL * 1024 * 1024;
-
-/// The name of the owner; the number of an account that the system does not know.
-QString ownerOf(const QFileInfo &file)
-{
-    const QString name = file.owner();
-    return name.isEmpty() ? QString::number(file.ownerId()) : name;
-}
 
 /// The service's folder and the free space of its disk.
 void examineFolder(const QFileInfo &folder, Findings &findings)

@@ -1,6 +1,7 @@
 #include "tools/queuectl/secretfiles.h"
 
 #include "shared/core/paths.h"
+#include "tools/queuectl/fileaccess.h"
 #include "tools/queuectl/masking.h"
 #include "tools/queuectl/settingsfiles.h"
 #include "tools/queuectl/text.h"
@@ -55,7 +56,7 @@ QList<SecretFinding> checkSettingsRights()
             findings.append(
                 {true, text("%1 belongs to %2 and cannot be read by the service (chown %3)",
                             "%1 принадлежит %2, служба не может его прочитать (chown %3)")
-                           .arg(path, file.owner(), home.owner())});
+                           .arg(path, ownerOf(file), ownerOf(home))});
             continue;
         }
         const QString readers = furtherReaders(file, home);
@@ -67,7 +68,7 @@ QList<SecretFinding> checkSettingsRights()
                      "queue.d/secrets.ini)",
                      "в %1 есть пароль или ключ, который могут прочитать %2 (chown %3 и chmod 600 или "
                      "перенести в queue.d/secrets.ini)")
-                     .arg(path, readers, home.owner())});
+                     .arg(path, readers, ownerOf(home))});
     }
     return findings;
 }

@@ -12,6 +12,7 @@
 #include <QProcess>
 #include <QtTest>
 
+#include <cerrno>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -32,6 +33,7 @@ private Q_SLOTS:
     void proxySettings();
     void noDatabase();
     void missingIndexesAndColumns();
+    void ownersWithoutNames();
     void damagedFile();
     void largeLog();
     void serverWithoutRights();
@@ -170,6 +172,24 @@ void TestQueuectlDoctor::missingIndexesAndColumns()
     QCOMPARE(till->database.query(
                  u"SELECT name FROM queues.sqlite_master WHERE name NOT LIKE 'sqlite%'"_s),
              QList<QVariantList>());
+}
+
+/// As after a file was copied from another machine.
+void TestQueuectlDoctor::ownersWithoutNames()
+{
+    if (::geteuid() != 0)
+        QSKIP("only root may give files away");
+    till->database.ids();
+    constexpr uid_t nobodys = 54'321;
+    const QByteArray file = QFile::encodeName(till->database.file());
+    const QByteArray folder = QFile::encodeName(QFileInfo(till->database.file()).path());
+    for (const QByteArray &path : {file, folder, file + "-wal", file + "-shm"})
+        QVERIFY(::chown(path.constData(), nobodys, gid_t(-1)) == 0 || errno == ENOENT);
+    QString out = till->run({u"doctor"_s}).out;
+    QVERIFY2(out.contains(u"the files of the queue belong to 54321\n"_s), qPrintable(out));
+    QCOMPARE(::chown(file.constData(), nobodys + 1, gid_t(-1)), 0);
+    out = till->run({u"doctor"_s}).out;
+    QVERIFY2(out.contains(u" belongs to 54322 and its folder to 54321: "_s), qPrintable(out));
 }
 
 void TestQueuectlDoctor::damagedFile()
