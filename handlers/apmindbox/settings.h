@@ -12,7 +12,7 @@ inline constexpr Setting<QString> url{
 };
 inline constexpr Setting<QString> endpoint{
     .key = u"ApMindbox:endpoint",
-    .about = u"Name that the platform knows the till by.",
+    .about = u"The till's name at the platform.",
 };
 inline constexpr Setting<QString> secretKey{
     .key = u"ApMindbox:secretKey",
@@ -21,23 +21,23 @@ inline constexpr Setting<QString> secretKey{
 inline constexpr Setting<QString> pointOfContact{
     .key = u"ApMindbox:pointOfContact",
     .defaultValue = u"Offline",
-    .about = u"Point of contact that every request names.",
+    .about = u"Point of contact, sent in every request.",
 };
 inline constexpr Setting<QString> brand{
     .key = u"ApMindbox:brand",
     .defaultValue = u"Trekraip",
-    .about = u"The brand; no request holds it.",
+    .about = u"The brand. Not sent in any request.",
 };
 inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"ApMindbox:timeout",
     .defaultValue = 5,
-    .about = u"Time that a request may take.",
+    .about = u"Timeout of a request.",
 };
 inline constexpr SettingPattern redirect{
     .section = u"ApMindbox.Redirect",
     .names = u"operation, by its name",
     .example = u"Offline.GetCustomer = Offline.GetCustomer",
-    .about = u"Further names of operations, by default their own, for the log at level debug.",
+    .about = u"Other names of operations for the log at level debug; by default their own names.",
 };
 
 } // namespace settings::apmindbox

@@ -8,7 +8,7 @@ namespace settings::loymax {
 inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"Loymax:timeout",
     .defaultValue = 20,
-    .about = u"Time that one exchange may take. Read by each pass.",
+    .about = u"Timeout of an exchange. Read by each pass.",
 };
 /// Read for each reply.
 inline constexpr Setting<QStringList> uncriticalErrors{

@@ -15,12 +15,13 @@ inline constexpr Setting<QStringList> restRetryErrors{
 inline constexpr Setting<int> sendLimit{
     .key = u"Spasibo:sendLimit",
     .defaultValue = 20,
-    .about = u"Answered attempts after which such a message is given up. Read by each pass.",
+    .about =
+        u"Number of answered attempts after which such a message is dropped. Read by each pass.",
 };
 inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"Spasibo:timeout",
     .defaultValue = 30,
-    .about = u"Time that a request may take when its message names no timeout.",
+    .about = u"Timeout of a request whose message has none.",
 };
 
 } // namespace settings::spasibo

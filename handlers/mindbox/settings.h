@@ -21,22 +21,22 @@ inline constexpr Setting<QString> secretKey{
 };
 inline constexpr Setting<QString> pointOfContact{
     .key = u"Mindbox:pointOfContact",
-    .about = u"Point of contact that every request names.",
+    .about = u"Point of contact, sent in every request.",
 };
 inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"Mindbox:timeout",
     .defaultValue = 5,
-    .about = u"Time that a request may take.",
+    .about = u"Timeout of a request.",
 };
 inline constexpr Setting<bool> useIdempotencyKey{
     .key = u"Mindbox:useIdempotencyKey",
-    .about = u"Whether an order that is begun again carries its external id, by which the platform "
-             u"knows it.",
+    .about = u"Whether an order is sent with its external id, by which the platform recognizes a "
+             u"repetition.",
 };
 inline constexpr Setting<QString> responseTransactionIdName{
     .key = u"Mindbox:responseTransactionIdName",
     .defaultValue = u"offlineTransactionIdTallo",
-    .about = u"Name under which the platform returns the id of a transaction that has begun.",
+    .about = u"Key under which the platform returns the id of a new transaction.",
 };
 
 /// The name of an operation at the platform.

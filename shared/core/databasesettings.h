@@ -14,22 +14,22 @@ inline constexpr Setting<QString> driver{
 inline constexpr Setting<QString> name{
     .key = u"database:name",
     .defaultValue = u"/tallocash/cash/queue/queues.db",
-    .about = u"SQLite: path of the file, which is made when it is missing. Server: the schema, by "
+    .about = u"SQLite: path of the file, which is created if it is missing. Server: the schema, by "
              u"default `queues`.",
 };
 inline constexpr Setting<QString> socket{
     .key = u"database:socket",
-    .about = u"Server: its unix socket, preferred to host and port.",
+    .about = u"Server: the unix socket; if set, host and port are not used.",
 };
 inline constexpr Setting<QString> host{
     .key = u"database:host",
     .defaultValue = u"localhost",
-    .about = u"Server: its host.",
+    .about = u"Server: the host.",
 };
 inline constexpr Setting<int> port{
     .key = u"database:port",
     .smallest = 0,
-    .about = u"Server: its port; 0 for the server's usual one.",
+    .about = u"Server: the port; 0 for the default port.",
 };
 inline constexpr Setting<QString> user{
     .key = u"database:user",
@@ -43,7 +43,7 @@ inline constexpr Setting<std::chrono::seconds> connectTimeout{
     .key = u"database:connectTimeout",
     .defaultValue = 5,
     .smallest = 1,
-    .about = u"Server: time that opening a connection may take.",
+    .about = u"Server: timeout for opening a connection.",
 };
 
 /// The SQLite file; for driver QSQLITE only.

@@ -9,7 +9,7 @@ inline constexpr SettingPattern processing{
     .section = u"processing",
     .names = u"currency, by its code",
     .example = u"643 = https://processing.example/operations",
-    .about = u"Addresses that messages of type `processing` are posted to. Read by each pass.",
+    .about = u"Addresses to which messages of type `processing` are posted. Read by each pass.",
 };
 
 } // namespace settings

@@ -18,7 +18,7 @@ inline constexpr Setting<QString> noProxy{
 };
 inline constexpr Setting<QString> caFile{
     .key = u"network:caFile",
-    .about = u"PEM file of further certificate authorities, beside those of the system.",
+    .about = u"PEM file of certificate authorities in addition to the system's.",
 };
 
 } // namespace settings::network

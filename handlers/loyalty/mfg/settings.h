@@ -8,17 +8,17 @@ namespace settings::mfg {
 inline constexpr Setting<QString> host{
     .key = u"Mfg:host",
     .defaultValue = u"http://localhost",
-    .about = u"Address of the Mfg service, for its client.",
+    .about = u"Address of the Mfg service.",
 };
 inline constexpr Setting<QString> path{
     .key = u"Mfg:path",
     .defaultValue = u"/api/ax/xpp/v1",
-    .about = u"Path of its operations.",
+    .about = u"Path of the service's operations.",
 };
 inline constexpr Setting<QString> verificationPath{
     .key = u"Mfg:verificationPath",
     .defaultValue = u"/api/twofa/msg/v1",
-    .about = u"Path of its verification by SMS.",
+    .about = u"Path of the verification by SMS.",
 };
 inline constexpr Setting<QString> user{
     .key = u"Mfg:user",
@@ -31,7 +31,7 @@ inline constexpr Setting<QString> password{
 inline constexpr Setting<std::chrono::milliseconds> timeout{
     .key = u"Mfg:timeout",
     .defaultValue = 10'000,
-    .about = u"Time that one exchange may take.",
+    .about = u"Timeout of an exchange.",
 };
 inline constexpr Setting<QString> brand{
     .key = u"Mfg:brand",
@@ -39,7 +39,7 @@ inline constexpr Setting<QString> brand{
 };
 inline constexpr Setting<QString> verificationBrand{
     .key = u"Mfg:verificationBrand",
-    .about = u"Brand for verifications, by default that of `brand`; no request holds it.",
+    .about = u"Brand for verifications; by default `brand`. Not sent in any request.",
 };
 inline constexpr Setting<QString> onlineStore{
     .key = u"Mfg:onlineStore",

@@ -7,8 +7,9 @@ namespace settings::atolpay {
 
 inline constexpr Setting<QString> url{
     .key = u"atolpay:url",
-    .about = u"Address of AtolPay, with a closing slash; without it the last part of the path is "
-             u"left out.",
+    .about =
+        u"Address of AtolPay. It must end with a slash; otherwise the last part of its path is "
+        u"replaced.",
 };
 inline constexpr Setting<QString> token{
     .key = u"atolpay:token",
@@ -18,7 +19,7 @@ inline constexpr Setting<QString> token{
 inline constexpr Setting<std::chrono::seconds> timeout{
     .key = u"atolpay:timeout",
     .defaultValue = 10,
-    .about = u"Time that one request may take.",
+    .about = u"Timeout of a request.",
 };
 inline constexpr Setting<QString> currency{
     .key = u"atolpay:currency",
