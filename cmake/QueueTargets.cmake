@@ -122,6 +122,10 @@ function(queue_add_test source)
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 120)
     endif()
+    # Counting takes longer than what is counted.
+    if(CMAKE_CXX_FLAGS_DEBUG MATCHES "--coverage")
+        math(EXPR arg_TIMEOUT "${arg_TIMEOUT} * 5")
+    endif()
     set_tests_properties(${name} PROPERTIES
         TIMEOUT ${arg_TIMEOUT}
         LABELS "${arg_LABELS}"
