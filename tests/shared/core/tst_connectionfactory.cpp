@@ -12,7 +12,11 @@
 #include <QSqlDatabase>
 #include <QSqlDriver>
 #include <QSqlQuery>
+#include <QTcpServer>
 #include <QTest>
+
+#include <future>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -35,6 +39,7 @@ private Q_SLOTS:
     void sqliteFileHasOneGate();
 
     void serverIsReachedOverTheSocket();
+    void serverIsReachedAtItsPort();
     void serverConnectionLostAndReopened();
 
     void messageIsInTheSchema_data() { bothDatabases(); }
@@ -123,6 +128,25 @@ void TestConnectionFactory::serverIsReachedOverTheSocket()
     QCOMPARE(queue->query(u"SELECT @@character_set_client, @@character_set_results"_s),
              (QList<QVariantList>{{u"utf8mb4"_s, u"utf8mb4"_s}}));
     QVERIFY(factory->isConnectionCurrent(factory->getConnection().connectionName()));
+}
+
+void TestConnectionFactory::serverIsReachedAtItsPort()
+{
+    // It listens on a port of its own and hangs up on the first who comes.
+    std::promise<int> port;
+    bool isReached = false;
+    std::thread peer([&] {
+        QTcpServer listener;
+        listener.listen(QHostAddress::LocalHost);
+        port.set_value(listener.serverPort());
+        isReached = listener.waitForNewConnection(30'000);
+    });
+    queue->setSettings(u"[database]\ndriver = QMYSQL\nhost = 127.0.0.1\nport = %1\n"_s.arg(
+        port.get_future().get()));
+    const QString error = connectError();
+    peer.join();
+    QVERIFY(!error.isEmpty());
+    QVERIFY(isReached);
 }
 
 void TestConnectionFactory::serverConnectionLostAndReopened()

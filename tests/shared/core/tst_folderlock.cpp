@@ -3,16 +3,60 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using Result = FolderLock::Result;
+
+namespace {
+
+/// What the system says of the next calls; 0: what it really says.
+int lockError = 0;
+int writingError = 0;
+
+template <typename Function>
+Function *original(const char *name)
+{
+    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+// The part of the system in this test: the lock finds the program's own functions before those of
+// the library.
+extern "C" int flock(int file, int operation) noexcept
+{
+    static const auto next = original<int(int, int)>("flock");
+    if (lockError == 0)
+        return next(file, operation);
+    errno = lockError;
+    return -1;
+}
+
+extern "C" int open(const char *path, int flags, ...)
+{
+    static const auto next = original<int(const char *, int, ...)>("open");
+    va_list rest;
+    va_start(rest, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+    va_end(rest);
+    if (writingError == 0 || (flags & (O_WRONLY | O_RDWR)) == 0)
+        return next(path, flags, mode);
+    errno = writingError;
+    return -1;
+}
 
 class TestFolderLock : public QObject
 {
@@ -30,6 +74,9 @@ private Q_SLOTS:
     void linkIsRefused();
     void folderIsRefused();
     void withoutAFolder();
+    void folderWithoutLocks();
+    void readOnlyFileSystem();
+    void fileOfAnotherUser();
     void rightsOfTheFile();
     void fileOfRootGetsTheFoldersOwner();
 
@@ -169,6 +216,55 @@ void TestFolderLock::withoutAFolder()
     QCOMPARE(lock.take(u"active"_s), Result::Unavailable);
     QVERIFY(!lock.reason().isEmpty());
     lock.setRole(u"active"_s);
+}
+
+/// A folder of a server that has no locks to give.
+void TestFolderLock::folderWithoutLocks()
+{
+    FolderLock lock(path());
+    lockError = ENOLCK;
+    const Result result = lock.take(u"active"_s);
+    const bool isHeld = FolderLock::holder(path()).has_value();
+    lockError = 0;
+    QCOMPARE(result, Result::Unavailable);
+    QCOMPARE(lock.reason(), qt_error_string(ENOLCK));
+    QVERIFY(!isHeld);
+    QCOMPARE(lock.take(u"active"_s), Result::Taken);
+}
+
+/// What cannot be written can be locked, where a file is left.
+void TestFolderLock::readOnlyFileSystem()
+{
+    writingError = EROFS;
+    const auto restore = qScopeGuard([] { writingError = 0; });
+    FolderLock first(path());
+    QCOMPARE(first.take(u"active"_s), Result::Unavailable);
+    QCOMPARE(first.reason(), qt_error_string(ENOENT));
+    writingError = 0;
+    QVERIFY(QFile(path()).open(QIODevice::WriteOnly));
+    writingError = EROFS;
+    QCOMPARE(first.take(u"active"_s), Result::Taken);
+    FolderLock second(path());
+    QCOMPARE(second.take(u"active"_s), Result::Held);
+}
+
+/// Its rights are that user's affair.
+void TestFolderLock::fileOfAnotherUser()
+{
+    if (::geteuid() != 0)
+        QSKIP("only root gives a file away");
+    QFile file(path());
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.close();
+    QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner));
+    constexpr uid_t nobody = 65534;
+    QCOMPARE(::chown(QFile::encodeName(path()).constData(), nobody, nobody), 0);
+    FolderLock lock(path());
+    QCOMPARE(lock.take(u"active"_s), Result::Taken);
+    struct stat status = {};
+    QCOMPARE(::stat(QFile::encodeName(path()).constData(), &status), 0);
+    QCOMPARE(status.st_uid, nobody);
+    QCOMPARE(status.st_mode & 07777, 0600U);
 }
 
 void TestFolderLock::rightsOfTheFile()
