@@ -395,6 +395,8 @@ void TestXmlUtils::rewrittenAlikeInBothWays_data()
     selectionReadsLikeTheWhole_data();
     // clang-format off
     QTest::newRow("declaration")      << u"<?xml version=\"1.0\" encoding=\"UTF-8\"?><r><a>1</a></r>"_s;
+    QTest::newRow("no encoding")      << u"<?xml version=\"1.0\"?><r><a>1</a></r>"_s;
+    QTest::newRow("standalone")       << u"<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?><r/>"_s;
     QTest::newRow("document type")    << u"<!DOCTYPE r><r/>"_s;
     QTest::newRow("signs")            << u"<r a='&lt;&amp;&quot;&apos;&gt;&#9;&#10;&#13;'>&lt;&amp;&quot;'&gt; ]]&gt; &#13;\t</r>"_s;
     QTest::newRow("empty elements")   << u"<r><a></a><b/> <c> </c></r>"_s;
