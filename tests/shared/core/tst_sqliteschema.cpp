@@ -38,6 +38,7 @@ private Q_SLOTS:
     void sqliteFileThatTakesNoTableIsUsed();
     void sqliteFileThatIsReadOnlyIsUsed();
     void sqliteFileWithoutTablesThatTakesNoneIsRefused();
+    void sqliteFileWithoutTablesThatTheTillWritesIsRefused();
 
 private:
     /// Runs statements on the file as the till does, with the file as its main database.
@@ -189,6 +190,25 @@ void TestSqliteSchema::sqliteFileWithoutTablesThatTakesNoneIsRefused()
     till = QSqlDatabase();
     QSqlDatabase::removeDatabase(u"till"_s);
     QVERIFY2(error.contains(u"database is locked"), qPrintable(error));
+}
+
+/// The file can be read meanwhile, and without a table for messages it is of no use.
+void TestSqliteSchema::sqliteFileWithoutTablesThatTheTillWritesIsRefused()
+{
+    asTill({u"PRAGMA journal_mode=WAL"_s, u"CREATE TABLE other (id INTEGER)"_s,
+            u"DROP TABLE other"_s});
+    QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
+    till.setDatabaseName(queue->file());
+    QVERIFY(till.open());
+    QVERIFY(QSqlQuery(till).exec(u"BEGIN IMMEDIATE"_s));
+    const QString error = connectError();
+    QVERIFY(QSqlQuery(till).exec(u"COMMIT"_s));
+    till = QSqlDatabase();
+    QSqlDatabase::removeDatabase(u"till"_s);
+    QVERIFY2(error.startsWith(u"Не удалось создать таблицы в базе данных "_s)
+                 && error.contains(u"database is locked"),
+             qPrintable(error));
+    QCOMPARE(connectError(), QString());
 }
 
 void TestSqliteSchema::asTill(const QStringList &statements)
