@@ -29,13 +29,61 @@ with_signs_of_life() {
     done
 }
 
-# show_steps WHAT: passes its input on line by line. On a terminal a line below it tells how many of the
-# steps are done, how many of them failed, and for how long it goes on. It is drawn on standard error, five
-# times a second at most, and erased at the end. Steps are lines of ctest ("12/34 Test #7: ...") and lines
-# like "[3/24] types", which are not passed on. Where standard error is no terminal, this is
-# with_signs_of_life WHAT.
+# show_steps WHAT: passes its input through line by line. On a terminal, a line below it shows how many
+# steps are done, how many of them failed, and the time. It is drawn on standard error at most five times
+# a second, and erased at the end. Steps are lines of ctest ("12/34 Test #7: ...") and lines like
+# "[3/24] types"; the latter are not passed through. If standard error is not a terminal, this does the
+# same as with_signs_of_life WHAT.
+show_steps() {
+    if ! [ -t 2 ] || [ "${TERM:-dumb}" = dumb ]; then
+        with_signs_of_life "$1"
+        return
+    fi
+    local start=$SECONDS line part='' status step='' failed=0 shown='' text drawn=0 now columns=''
+    read -r _ columns < <(stty size <&2 2>/dev/null) || true
+    [[ $columns =~ ^[1-9][0-9]*$ ]] || columns=80
+    while true; do
+        status=0
         # Soon after a line has taken its place, then once a second.
+        if [ -n "$shown" ]; then
+            IFS= read -r -t 1 line || status=$?
+        else
+            IFS= read -r -t 0.2 line || status=$?
+        fi
+        if [ "$status" -gt 128 ]; then
+            part+=$line
+        else
+            line=$part$line
+            part=''
+            if [[ $line =~ ^\[([0-9]+)/([0-9]+)\]\ (.*) ]]; then
+                step="${BASH_REMATCH[1]} of ${BASH_REMATCH[2]}, ${BASH_REMATCH[3]}, "
+            elif [ -n "$line" ] || [ "$status" -eq 0 ]; then
+                if [[ $line =~ ^\ *([0-9]+)/([0-9]+)\ Test\ +# ]]; then
+                    step="${BASH_REMATCH[1]} of ${BASH_REMATCH[2]} tests, "
+                    [[ $line != *'***'* ]] || failed=$((failed + 1))
+                fi
+                [ -z "$shown" ] || printf '\r\033[K' >&2
+                shown=''
+                printf '%s\n' "$line"
+            fi
+            if [ "$status" -ne 0 ]; then
+                [ -z "$shown" ] || printf '\r\033[K' >&2
+                return 0
+            fi
+        fi
+        text="   $step"
+        [ "$failed" -eq 0 ] || text+="$failed failed, "
+        text+="$((SECONDS - start)) s"
         # Some locales have a comma in it.
+        now=${EPOCHREALTIME//[.,]/}
+        if [ "$text" != "$shown" ] && [ $((now - drawn)) -ge 200000 ]; then
+            printf '\r\033[K%s' "${text:0:columns-1}" >&2
+            shown=$text
+            drawn=$now
+        fi
+    done
+}
+
 # show_build: shows the output of ninja. A terminal gets one line with progress and time; other
 # outputs get a line for every ten percent and at least every few seconds. Both get every warning
 # and error.
@@ -54,7 +102,7 @@ show_build() {
             if [ -n "$terminal" ]; then
                 printf '\r\033[K   %s' "${step:+$step, }$((SECONDS - start)) s"
             else
-                echo "   ${step:-the first step is running}, $((SECONDS - start)) s"
+                echo "   ${step:-no step is done yet}, $((SECONDS - start)) s"
                 spoken=$SECONDS
             fi
             continue

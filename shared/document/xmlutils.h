@@ -81,7 +81,8 @@ struct ReplacedChild
     QString text = {};
 };
 
-/// Writes a well-formed document of any size token by token, like rewritten(), and replaces `child`.
+/// Writes a well-formed document of any size token by token, like rewritten(), and replaces
+/// `child`.
 QByteArray rewrittenInPieces(const QString &text, const DroppedAttribute &dropped = {},
                              const ReplacedChild &child = {});
 /// Whether parseXmlText() accepts the text.

@@ -188,7 +188,7 @@ void TestQueue::commands_data()
     QTest::newRow("messages alone") << u"/messages"_s << refusedButTrue;
     QTest::newRow("start of two parts") << u"/start/mindbox"_s << refused;
     QTest::newRow("start of four parts") << u"/start/mindbox/1/2"_s << refused;
-    QTest::newRow("start of nobody") << u"/start/nosuchtype/123"_s << notStarted;
+    QTest::newRow("start of an unknown type") << u"/start/nosuchtype/123"_s << notStarted;
     QTest::newRow("errors") << u"/db_errors_count"_s << uR"({"errorsCount":0})"_s;
     QTest::newRow("errors with more") << u"/db_errors_count/x"_s << uR"({"errorsCount":0})"_s;
     QTest::newRow("reset") << u"/db_reset_errors"_s << u"{}"_s;

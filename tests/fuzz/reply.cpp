@@ -247,6 +247,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const bool isFinished = handler->sendMessage(message);
     if (isFinished && !isOwn && adapters.client.answers() == 0
         && !mayFinishUnanswered(adapter, adapters.client))
-        fuzz::fail(u"%1 is finished with a message that nobody answered"_s.arg(adapter.type));
+        fuzz::fail(u"%1 finishes a message without an answer"_s.arg(adapter.type));
     return 0;
 }

@@ -53,35 +53,35 @@ void TestScenarioRun::wrongExpectations_data()
         u"ERROR [heineken] Ошибка при отправке сообщения: Сервер ответил ошибкой, код состояния HTTP 500"_s;
     const QByteArray refused =
         R"("exchange": {"reply": 500}, "log": ["ERROR [heineken] {{any}}"], )";
-    row("the true story", R"("outcome": "delivered")", {});
-    row("told kept, is removed", R"("outcome": "kept")",
+    row("a correct scenario", R"("outcome": "delivered")", {});
+    row("expected kept, is removed", R"("outcome": "kept")",
         {u"message 1 of type heineken is not in the table any more"_s,
          u"message 1 of type heineken, journal: verdict\n  - kept\n  + delivered"_s});
-    row("told dropped, is delivered", R"("outcome": "dropped")",
+    row("expected dropped, is delivered", R"("outcome": "dropped")",
         {u"message 1 of type heineken, journal: verdict\n  - dropped\n  + delivered"_s});
-    row("told untried, is delivered", R"("outcome": "removed")",
+    row("expected untried, is delivered", R"("outcome": "removed")",
         {u"message 1 of type heineken is in the journal"_s});
-    row("told untried, is refused", refused + R"("outcome": "waiting")",
+    row("expected untried, is refused", refused + R"("outcome": "waiting")",
         {u"message 1 of type heineken is in the journal"_s});
-    row("told tried, has no handler",
+    row("expected tried, has no handler",
         R"("exchanges": [], "message": {"type": "nosuchtype"}, "outcome": "kept",
            "log": ["WARN [handlerfactory] Не найден обработчик для сообщений типа 'nosuchtype'"])",
         {u"message 1 of type nosuchtype is not in the journal"_s});
-    row("kept by something else",
+    row("kept for another reason",
         refused + R"("outcome": {"verdict": "kept", "kind": "network", "status": 502})",
         {u"message 1 of type heineken, journal: kind\n  - network\n  + service"_s,
          u"message 1 of type heineken, journal: status\n  - 502\n  + 500"_s});
-    row("told delivered, is kept; an error that is not told", R"("exchange": {"reply": 500})",
+    row("expected delivered, is kept; an unexpected error", R"("exchange": {"reply": 500})",
         {u"message 1 of type heineken is still in the table"_s,
          u"message 1 of type heineken, journal: verdict\n  - delivered\n  + kept"_s,
          u"the log has a line that the scenario does not expect: "_s + failure});
     row("another body arrives", R"("exchange": {"body": "2"})",
         {u"peer http, request 1: body\n  - 2\n  + 1"_s});
-    row("a header arrives that is not told", R"("exchange": {"headers": {"A": "b"}})",
+    row("an expected header is missing", R"("exchange": {"headers": {"A": "b"}})",
         {u"peer http, request 1: header A\n  - b\n  + (not there)"_s});
     row("a request that does not come", R"("exchanges": [{}, {"request": "PUT /b"}])",
         {u"peer http: exchange 2 never came: PUT /b"_s});
-    row("a line that the log does not have",
+    row("a line that the log lacks",
         R"("log": ["INFO [heineken] Отправка сообщения 1", "INFO [heineken] Отправка сообщения 1"])",
         {u"the log lacks the line: INFO [heineken] Отправка сообщения 1"_s});
     row("a text that the log has", R"("logNever": ["Удаление сообщения {{digits}}"])",
@@ -89,15 +89,15 @@ void TestScenarioRun::wrongExpectations_data()
     row("another answer of the control interface",
         R"("steps": [{"ask": "/db_errors_count", "answer": {"errorsCount": 1}}])",
         {u"steps[0]: /db_errors_count.errorsCount\n  - 1\n  + 0"_s});
-    row("a pass of a type that nobody serves", R"("steps": [{"pass": "nosuchtype"}])",
+    row("a pass of a type without a handler", R"("steps": [{"pass": "nosuchtype"}])",
         {u"steps[0]: /start/nosuchtype/0 was answered: Не удалось запустить обработчик"_s});
-    row("a release of nothing", R"("steps": [{"release": "http"}])",
+    row("a release without a waiting request", R"("steps": [{"release": "http"}])",
         {u"steps[0]: no request waits at peer http"_s});
     row("a card that is not there", R"("cards": [{"id": 7}], "cardsAfter": [])",
         {u"documentcard\n  - (none)\n  + id=7"_s});
-    row("the true story with its record",
+    row("a correct scenario with its journal record",
         R"("outcome": {"verdict": "delivered", "kind": "none", "status": 200})", {});
-    row("another record",
+    row("another journal record",
         R"("outcome": {"verdict": "dropped", "kind": "request", "status": 404, "reason": "no",
                        "reference": "no"})",
         {u"message 1 of type heineken, journal: verdict\n  - dropped\n  + delivered"_s,

@@ -43,7 +43,8 @@ section { background: var(--panel); border: 1px solid var(--rule); border-radius
 .marked li { padding: 0.125rem 0 0.125rem 1.5rem; text-indent: -1.5rem; }
 .mark { display: inline-block; width: 1.5rem; text-indent: 0; font-weight: 700; }
 svg { display: block; overflow: visible; }
-svg text { font-size: 0.8125rem; fill: var(--text); }
+svg text { font-size: 0.8125rem; fill: var(--text); stroke: var(--panel); stroke-width: 4px;
+  stroke-linejoin: round; paint-order: stroke; }
 svg .faint { fill: var(--faint); }
 svg .good { fill: var(--good); }
 svg .careful { fill: var(--careful); }
@@ -70,8 +71,8 @@ td.spread { width: 38%; }
 th .note { font-weight: 400; }
 details { margin-top: 0.75rem; }
 summary { color: var(--faint); cursor: pointer; }
-pre { white-space: pre-wrap; margin: 0.5rem 0 0; font-family: ui-monospace, monospace; font-size: 0.8125rem;
-  background: var(--page); border-radius: 0.375rem; padding: 0.75rem 1rem; }
+pre { white-space: pre-wrap; margin: 0.5rem 0 0; font-family: ui-monospace, monospace;
+  font-size: 0.8125rem; background: var(--page); border-radius: 0.375rem; padding: 0.75rem 1rem; }
 @media (max-width: 44rem) {
   header, main, footer { padding-left: 0.75rem; padding-right: 0.75rem; }
   section { padding: 0.875rem 0.875rem 1rem; }

@@ -38,9 +38,9 @@ QString cutToWidth(const QString &text, int width);
 /// The screen as lines of plain text, for a terminal that goes on after them.
 QString screenText(const Screen &screen);
 
-/// The bytes that make `now` of a terminal that shows `before`: only what differs is written, and
-/// all of it when the size differs. They contain no control character of a text. Nothing is left
-/// out between the pieces: the terminal must have taken all bytes for `before`.
+/// The bytes that make `now` of a terminal that shows `before` and has taken all bytes for it: only
+/// what differs is written, or everything when the size differs. No control character of a text is
+/// among them.
 QByteArray screenUpdate(const Screen &before, const Screen &now, bool withColours);
 
 } // namespace queuectl

@@ -132,7 +132,8 @@ void Settlement::wait(std::chrono::seconds limit, bool isProgressShown)
             nextAsking = QDeadlineTimer(askInterval);
         }
         progress.show(
-            limit.count() - end.remainingTime() / 1000,
+            // Whole seconds that have passed.
+            limit.count() - (end.remainingTime() + 999) / 1000,
             text("seconds; rows that wait: %1", "секунд; ждут строк: %1").arg(rowsOf(types)));
         QThread::msleep(static_cast<unsigned long>(lookInterval.count()));
     }

@@ -189,6 +189,8 @@ private:
 
     int timeoutMs() const;
     void wait();
+    /// The first reason counts: a terminal that goes away sends a signal too.
+    void end(Ending reason);
     void readKeys();
     void takeSignal(int number);
     void beginLook();
@@ -263,8 +265,14 @@ void Watch::wait()
         readKeys();
     if (handles[3].revents != 0)
         screen.flush();
-    if (screen.isLost() && ending == Ending::None)
-        ending = Ending::Lost;
+    if (screen.isLost())
+        end(Ending::Lost);
+}
+
+void Watch::end(Ending reason)
+{
+    if (ending == Ending::None)
+        ending = reason;
 }
 
 void Watch::readKeys()
@@ -272,14 +280,14 @@ void Watch::readKeys()
     char buffer[64];
     const ssize_t count = ::read(screen.keysHandle(), buffer, sizeof buffer);
     if (count <= 0) {
-        ending = Ending::Lost;
+        end(Ending::Lost);
         return;
     }
     const QString typed = QString::fromUtf8(buffer, count);
     // The key has another letter on a Russian keyboard.
     for (const QChar key : {u'q', u'Q', u'й', u'Й'}) {
         if (typed.contains(key))
-            ending = Ending::Asked;
+            end(Ending::Asked);
     }
 }
 
@@ -297,10 +305,10 @@ void Watch::takeSignal(int number)
         screen.enter();
         return;
     case SIGINT:
-        ending = Ending::Asked;
+        end(Ending::Asked);
         return;
     default:
-        ending = Ending::Signal;
+        end(Ending::Signal);
         endSignal = number;
     }
 }
@@ -320,7 +328,7 @@ void Watch::endLook()
     // From the end of a look on, so that slow ones leave database and service their time.
     nextLook = QDeadlineTimer(std::chrono::seconds(intervalSeconds));
     if (++looks == limit)
-        ending = Ending::Counted;
+        end(Ending::Counted);
 }
 
 Screen Watch::currentScreen() const

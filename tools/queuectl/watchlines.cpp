@@ -26,7 +26,7 @@ constexpr int ageWidth = 8;
 constexpr int failureGap = 2;
 constexpr int narrowestFailure = 12;
 /// With less than this, the count of the day gives way to the failure.
-constexpr int readableFailure = 20;
+constexpr int readableFailure = 16;
 constexpr int longestParagraph = 3;
 constexpr int lowScreen = 10;
 constexpr qint64 million = 1'000'000;
@@ -105,23 +105,23 @@ QList<Entry> entriesOf(const WatchValues &now, const WatchValues &before)
     return entries;
 }
 
+/// Lower is more urgent: those that need somebody by their oldest row, the others by their number.
+std::tuple<int, qint64, int> rankOf(const Entry &entry)
+{
+    const WatchedType &type = *entry.type;
+    const qint64 oldest = type.oldest.isValid() ? type.oldest.toMSecsSinceEpoch()
+                                                : std::numeric_limits<qint64>::max();
+    return {-static_cast<int>(entry.urgency),
+            entry.urgency == Urgency::None ? -type.waiting : oldest, -type.dropped};
+}
+
 /// The most urgent `count` entries: the order of a screen must not change with every delivery, so
 /// those that are well are ordered by name.
 QList<Entry> chosen(QList<Entry> entries, qsizetype count)
 {
-    const auto oldest = [](const Entry &entry) {
-        return entry.type->oldest.isValid() ? entry.type->oldest.toMSecsSinceEpoch()
-                                            : std::numeric_limits<qint64>::max();
-    };
-    std::stable_sort(entries.begin(), entries.end(),
-                     [&oldest](const Entry &left, const Entry &right) {
-                         const auto rank = [&oldest](const Entry &entry) {
-                             return std::tuple(-static_cast<int>(entry.urgency),
-                                               entry.urgency == Urgency::None ? -entry.type->waiting
-                                                                              : oldest(entry));
-                         };
-                         return rank(left) < rank(right);
-                     });
+    std::stable_sort(entries.begin(), entries.end(), [](const Entry &left, const Entry &right) {
+        return rankOf(left) < rankOf(right);
+    });
     entries = entries.first(std::min(entries.size(), count));
     const auto firstCalm = std::find_if(entries.begin(), entries.end(), [](const Entry &entry) {
         return entry.urgency == Urgency::None;

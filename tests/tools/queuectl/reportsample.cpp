@@ -50,7 +50,7 @@ const QList<Away> awayTimes{
     {{u"spasibo"_s}, 2, QTime(12, 0), QTime(12, 25)},
 };
 
-/// When a message that is written so many seconds ago is delivered.
+/// When a message is delivered, by the time at which it is written; both in seconds ago.
 int deliveredAgo(const QString &type, int secondsAgo)
 {
     const QDateTime now = QDateTime::currentDateTime();
@@ -64,7 +64,7 @@ int deliveredAgo(const QString &type, int secondsAgo)
     return secondsAgo;
 }
 
-/// Messages in the hour that began so many seconds ago; the shop is open from 8 to 22.
+/// Messages in the hour that begins at a time, in seconds ago; the shop is open from 7 to 23.
 int messagesIn(const SampleType &type, int secondsAgo)
 {
     static const int share[24] = {0,   0,  0,  0,  0,  0,   0,   10,  30, 50, 70, 90,

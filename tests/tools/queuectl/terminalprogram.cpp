@@ -2,6 +2,7 @@
 
 #include "rig/waiting.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 
@@ -69,6 +70,7 @@ void TerminalProgram::type(const QByteArray &keys)
 void TerminalProgram::resize(int columns, int rows)
 {
     read();
+    former.clear();
     grid = TerminalGrid(columns, rows);
     grid.write("\033[?1049h");
     const winsize size = sizeOf(columns, rows);
@@ -102,7 +104,12 @@ QByteArray TerminalProgram::bytes()
 
 bool TerminalProgram::shows(const QString &wanted)
 {
-    const bool isThere = waitFor([&] { return grid.text().contains(wanted); });
+    const bool isThere = waitFor([&] {
+        return grid.text().contains(wanted)
+               || std::any_of(former.cbegin(), former.cend(),
+                              [&wanted](const QString &screen) { return screen.contains(wanted); });
+    });
+    former.clear();
     if (!isThere)
         qWarning("not shown: %s, but\n%s", qPrintable(wanted), qPrintable(grid.text()));
     return isThere;
@@ -142,8 +149,19 @@ void TerminalProgram::read()
     char buffer[4096];
     ssize_t count = 0;
     while (master >= 0 && !isStalled && (count = ::read(master, buffer, sizeof buffer)) > 0) {
-        received.append(buffer, count);
-        grid.write(QByteArray(buffer, count));
+        const QByteArray bytes(buffer, count);
+        received.append(bytes);
+        // The first line has the time, with which each new screen begins.
+        const QByteArray beginning = "\033[1;";
+        qsizetype at = 0;
+        while (at < bytes.size()) {
+            former.append(grid.text());
+            qsizetype next = bytes.indexOf(beginning, at + 1);
+            if (next < 0)
+                next = bytes.size();
+            grid.write(bytes.mid(at, next - at));
+            at = next;
+        }
     }
 }
 

@@ -43,7 +43,7 @@ public:
     /// All bytes since the start or forget().
     QByteArray bytes();
     void forget() { received.clear(); }
-    /// Waits until the screen shows the text.
+    /// Waits until the screen shows the text, or has shown it since the last call of this.
     bool shows(const QString &wanted);
     bool waitFor(const std::function<bool()> &condition);
 
@@ -64,6 +64,9 @@ private:
     termios formerMode{};
     TerminalGrid grid;
     QByteArray received;
+    /// What the screen has shown since the last shows(): a test that is held up must not miss what
+    /// is there for a second.
+    QStringList former;
     bool isStalled = false;
     QProcess process;
 };

@@ -105,8 +105,8 @@ void TestProgress::onTerminalOnly_data()
     QTest::newRow("bundle") << QStringList{u"bundle"_s, u"--output"_s, u"FILE.tar.gz"_s}
                             << u"] 50%  4/8  log file"_s << u"] 50%  4/8  файл журнала"_s;
     QTest::newRow("settle") << QStringList{u"settle"_s, u"--wait"_s, u"1"_s}
-                            << u"] 0%  0/1  seconds; rows that wait: 3"_s
-                            << u"] 0%  0/1  секунд; ждут строк: 3"_s;
+                            << u"/1  seconds; rows that wait: 3"_s
+                            << u"/1  секунд; ждут строк: 3"_s;
 }
 
 void TestProgress::onTerminalOnly()

@@ -88,11 +88,18 @@ void TestQueuectlCommands::helpOfEachCommand()
                  qPrintable(command.name));
         QVERIFY2(outcome.out.contains(u"\nExample:\n  %1\n"_s.arg(command.example)),
                  qPrintable(outcome.out));
-        // The first words after the command are its arguments.
-        qsizetype arguments = 0;
+        // It has as many arguments as the command takes.
         const QStringList words = command.example.split(u' ').mid(2);
-        while (arguments < words.size() && !words[arguments].startsWith(u"--"))
-            ++arguments;
+        int arguments = 0;
+        for (int i = 0; i < words.size(); ++i) {
+            const auto isThisOption = [&](const Option &each) {
+                return words[i] == u"--"_s + each.name && !each.value.isEmpty();
+            };
+            if (!words[i].startsWith(u"--"))
+                ++arguments;
+            else if (std::any_of(command.options.cbegin(), command.options.cend(), isThisOption))
+                ++i; // its value
+        }
         QVERIFY2(arguments >= command.minimumArguments && arguments <= command.maximumArguments,
                  qPrintable(command.example));
         // It contains only options of this command.

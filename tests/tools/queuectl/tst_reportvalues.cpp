@@ -40,7 +40,7 @@ QString shownOutage(const Outage &outage)
         QString::number(outage.messages));
 }
 
-/// A message that was first tried and delivered so many minutes ago.
+/// A message by its first attempt and its delivery, in minutes ago.
 Record delivered(int first, int last, const QString &type = u"heineken"_s)
 {
     return {.type = type,

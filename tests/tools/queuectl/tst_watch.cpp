@@ -17,8 +17,8 @@ using queuectl::ExitCode;
 namespace {
 
 const QString body = u"{\"url\":\"http://127.0.0.1:8000/sales\"}"_s;
-/// Of the operator's look at a terminal that is slow to answer: far less than a silent service
-/// takes, far more than a busy machine.
+/// Far less than the rest of a look that waits, far more than a busy machine takes, in
+/// milliseconds.
 constexpr int promptly = 3000;
 
 } // namespace
@@ -45,9 +45,12 @@ private Q_SLOTS:
     void sizeChanges();
     void startsNarrow();
     void serviceThatHangs();
+    void endsDuringALook();
     void databaseComesAndGoes();
     void lockedDatabase();
     void hostileRows();
+    void typesWithoutNumber();
+    void failureOfAFormerRow();
     void colours_data();
     void colours();
     void countedLooks();
@@ -95,8 +98,8 @@ void TestWatch::showsAndChanges()
     put();
     QVERIFY(program->shows(u"\n    heineken       3 +1 "_s));
     till->database.query(u"DELETE FROM message"_s);
-    QVERIFY(program->shows(u"\nNothing waits."_s));
     QVERIFY(program->shows(u"Waiting: 0 -3"_s));
+    QVERIFY(program->shows(u"\nNothing waits."_s));
     QCOMPARE(program->screen().unknown(), QStringList());
 }
 
@@ -108,7 +111,7 @@ void TestWatch::writesWhatChangedAlone()
     const QString first = program->text().section(u'\n', 0, 0);
     program->forget();
     QVERIFY(program->waitFor([&] { return program->text().section(u'\n', 0, 0) != first; }));
-    QVERIFY2(program->bytes().size() < 100, program->bytes().toHex(' ').constData());
+    QVERIFY2(program->bytes().size() < 200, program->bytes().toHex(' ').constData());
     QVERIFY(!program->bytes().contains("\033[2J"));
 }
 
@@ -183,7 +186,7 @@ void TestWatch::goesToTheBackground()
     QVERIFY(program->waitFor([&] { return state(program->processId()) == "T"; }));
     QVERIFY(program->isRestored());
     program->signal(SIGCONT);
-    QVERIFY(program->shows(u"heineken       1"_s));
+    QVERIFY(program->waitFor([&] { return program->text().contains(u"heineken       1"_s); }));
     QVERIFY(program->screen().isAlternate());
     program->type("q");
     QVERIFY(program->hasEnded());
@@ -206,10 +209,11 @@ void TestWatch::terminalGoesAway()
     QVERIFY(program->shows(u"Nothing waits."_s));
     program->hangUp();
     QVERIFY(program->hasEnded());
+    // The end of the terminal is read, too, and may come first.
     if (isIgnored)
+        QCOMPARE(program->endSignal(), 0);
+    if (program->endSignal() != SIGHUP)
         QCOMPARE(program->exitCode(), ExitCode::Failed);
-    else
-        QVERIFY(program->endSignal() == SIGHUP || program->exitCode() == ExitCode::Failed);
 }
 
 void TestWatch::terminalThatIsStuck_data()
@@ -243,7 +247,8 @@ void TestWatch::sizeChanges()
 {
     for (const QString &type : {u"cardlab"_s, u"heineken"_s, u"loya"_s, u"nochange"_s, u"mfg"_s})
         put(type);
-    const auto program = watch();
+    // No look comes between.
+    const auto program = watch({u"--interval"_s, u"600"_s});
     QVERIFY(program->shows(u"nochange"_s));
     program->resize(40, 12);
     QVERIFY(program->shows(u"    and 3 more, rows: 3"_s));
@@ -273,15 +278,30 @@ void TestWatch::serviceThatHangs()
     QVERIFY(program->shows(u"reading for 3 s, q ends"_s));
     QVERIFY(program->shows(u"!! Service: another program has its port, or it hangs"_s));
     QVERIFY(program->shows(u"heineken       1"_s));
-    // In the middle of the next look.
+    // It is told in each look.
+    QVERIFY(program->waitFor([&] { return !program->text().contains(u"reading for"_s); }));
+    QVERIFY(program->waitFor([&] { return program->text().contains(u"reading for"_s); }));
+}
+
+void TestWatch::endsDuringALook()
+{
+    // Each of the two is waited for for five seconds.
+    QTcpServer service;
+    QVERIFY(service.listen(QHostAddress::LocalHost));
+    till->setSettings(u"port = %1\n"_s.arg(service.serverPort()));
+    till->database.query(u"PRAGMA queues.journal_mode = DELETE"_s);
+    till->database.query(u"BEGIN EXCLUSIVE"_s);
+    const auto program = watch();
     QVERIFY(program->shows(u"reading for 3 s, q ends"_s));
     QElapsedTimer time;
     time.start();
     program->type("q");
     QVERIFY(program->hasEnded());
     QVERIFY2(time.elapsed() < promptly, qPrintable(QString::number(time.elapsed())));
+    QCOMPARE(program->endSignal(), 0);
     QCOMPARE(program->exitCode(), ExitCode::Done);
     QVERIFY(program->isRestored());
+    till->database.query(u"COMMIT"_s);
 }
 
 void TestWatch::databaseComesAndGoes()
@@ -293,7 +313,7 @@ void TestWatch::databaseComesAndGoes()
     QVERIFY(QFile::rename(file, file + u".away"_s));
     QVERIFY(program->shows(u"!! Database: unreachable"_s));
     QVERIFY(program->shows(u"Below: as it was at "_s));
-    QVERIFY(program->shows(u"heineken       1"_s));
+    QVERIFY(program->text().contains(u"heineken       1"_s));
     QVERIFY(QFile::rename(file + u".away"_s, file));
     QVERIFY(program->waitFor([&] { return !program->text().contains(u"unreachable"_s); }));
 }
@@ -325,6 +345,40 @@ void TestWatch::hostileRows()
     QVERIFY(program->shows(uR"(\x1b[31mred\x9b)"_s));
     QCOMPARE(program->screen().unknown(), QStringList());
     QCOMPARE(program->bytes().count("\033[2J"), 1);
+}
+
+void TestWatch::typesWithoutNumber()
+{
+    till->database.query(
+        u"WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) "
+        "INSERT INTO message (type, body, cardnumber, statuscode) "
+        "SELECT 'strange' || i, '{}', '', '' FROM n"_s);
+    put(u"zzz"_s);
+    put();
+    const auto program = watch();
+    QVERIFY(program->shows(u"Waiting: 5002"_s));
+    QVERIFY(program->shows(u"!!  strange"_s));
+    QVERIFY(program->shows(u" more, rows: "_s));
+    const QString more = program->text().section(u"    and "_s, 1).section(u' ', 0, 0);
+    const qsizetype shown = program->text().count(u"!!  "_s);
+    QCOMPARE(more.toInt() + shown, 5002);
+}
+
+void TestWatch::failureOfAFormerRow()
+{
+    const int id = put();
+    JournalFixture journal(till->database.root());
+    journal.put({.id = id,
+                 .verdict = u"kept"_s,
+                 .kind = u"network"_s,
+                 .status = 0,
+                 .text = u"former"_s,
+                 .secondsAgo = 500});
+    const auto program = watch();
+    QVERIFY(program->shows(u"    heineken       1"_s));
+    QVERIFY(!program->text().contains(u"former"_s));
+    till->setAge(id, 550);
+    QVERIFY(program->shows(u"cannot be reached: former"_s));
 }
 
 void TestWatch::colours_data()

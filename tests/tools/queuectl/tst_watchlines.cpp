@@ -96,6 +96,7 @@ private Q_SLOTS:
     void orderStaysWithDeliveries();
     void moreTypesThanLines_data();
     void moreTypesThanLines();
+    void droppedBeforeIdle();
     void typesBeyondCounting();
     void changes();
     void changeIsNotToldByToneAlone();
@@ -273,6 +274,17 @@ void TestWatchLines::moreTypesThanLines()
     QVERIFY2(urgent.contains(u"\n!!  zz"_s), qPrintable(urgent));
     if (types > 19)
         QVERIFY2(!urgent.contains(u"\n    aa"_s), qPrintable(urgent));
+}
+
+void TestWatchLines::droppedBeforeIdle()
+{
+    WatchedType dropping = delivered(u"zz"_s, 1);
+    dropping.dropped = 1;
+    const QStringList shown =
+        lines(with({delivered(u"a"_s, 1), delivered(u"b"_s, 9), dropping}), {}, 80, 6);
+    QCOMPARE(shown.size(), 6);
+    QVERIFY2(shown[4].startsWith(u"    zz "_s), qPrintable(shown[4]));
+    QCOMPARE(shown[5], u"    and 2 more, rows: 0"_s);
 }
 
 void TestWatchLines::typesBeyondCounting()

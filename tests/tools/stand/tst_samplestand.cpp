@@ -266,7 +266,7 @@ void TestSampleStand::program_data()
     QTest::newRow("two failures")      << u"--root ROOT --refuse --close"_s          << 2 << u"Only one failure can be played"_s;
     QTest::newRow("no failure")        << u"--root ROOT --failing loya"_s            << 2 << u"--failing and --for need"_s;
     QTest::newRow("no status")         << u"--root ROOT --status 99"_s               << 2 << u"'99' is not a number from 200 to 599"_s;
-    QTest::newRow("status, a word")    << u"--root ROOT --status down"_s             << 2 << u"'down' is no number"_s;
+    QTest::newRow("status, a word")    << u"--root ROOT --status down"_s             << 2 << u"'down' is not a number"_s;
     QTest::newRow("slow, but how")     << u"--root ROOT --slow 0"_s                  << 2 << u"--slow: '0'"_s;
     QTest::newRow("for no time")       << u"--root ROOT --refuse --for 0"_s          << 2 << u"--for: '0'"_s;
     QTest::newRow("port, no type")     << u"--port 8000"_s                           << 2 << u"--port needs exactly one --type"_s;
