@@ -453,7 +453,7 @@ void TestCertificates::folderCannotBeMade()
     QCOMPARE(calls(), 0);
 }
 
-/// A folder that is shared is not made.
+/// Only a private folder is created, with those above it.
 void TestCertificates::missingFolder()
 {
     QVERIFY(QDir().rmdir(folder->filePath(u"tmp"_s)));
@@ -461,9 +461,10 @@ void TestCertificates::missingFolder()
     QCOMPARE(log->lines(), QStringList{u"ERROR Ошибка генерации сертификата"_s});
     QCOMPARE(calls(), 0);
     QVERIFY(!QFileInfo::exists(folder->filePath(u"tmp"_s)));
+    QVERIFY(!convert(isolated).isEmpty());
 }
 
-/// It is the service's own, and closed like a file whose writing was cut off.
+/// A folder of the service itself, with the mode of a file whose writing was cut off.
 void TestCertificates::folderInThePlaceOfTheFile()
 {
     const QByteArray path = folder
