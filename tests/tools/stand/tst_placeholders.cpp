@@ -40,7 +40,7 @@ void TestPlaceholders::unknownPlaceIsNamed()
         QFAIL("must throw");
     } catch (const ScenarioError &error) {
         QCOMPARE(error.text(),
-                 u"x.json: unknown placeholder {{htpp}}; there are http, and the patterns"_s);
+                 u"x.json: unknown placeholder {{htpp}}; known are http, and the patterns"_s);
     }
 }
 
