@@ -1,7 +1,7 @@
 #include "tools/queuectl/progress.h"
 
-#include "tools/queuectl/screen.h"
 #include "tools/queuectl/terminal.h"
+#include "tools/queuectl/watch/screen.h"
 
 #include <algorithm>
 #include <cstdio>

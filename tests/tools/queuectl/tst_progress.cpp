@@ -1,6 +1,6 @@
 #include "rig/loopbackserver.h"
-#include "tests/tools/queuectl/terminalgrid.h"
 #include "tests/tools/queuectl/till.h"
+#include "tests/tools/queuectl/watch/terminalgrid.h"
 
 #include "tools/queuectl/failure.h"
 #include "tools/queuectl/progress.h"
