@@ -109,7 +109,7 @@ first_day() {
         ctl history --reference 4711 --since yesterday
     check "and its refund was not" says 'raiffeisensbp +dropped ' ctl history --reference 4711 --since yesterday
     check "by its number" says '^Message 1 \(heineken, 4711, card [*]{4}0017\) was delivered at ' ctl why 1
-    check "the refund by its number" says 'given up at .*the service has not done what it asked.*DECLINED' ctl why 2
+    check "the refund by its number" says 'was dropped at .*the service did not do what was asked.*DECLINED' ctl why 2
     check "in Russian" says '^Сообщение 2 .*снято с доставки в .*сервис его не выполнил: .*DECLINED' ctl_ru why 2
 
     # May the shift be closed?

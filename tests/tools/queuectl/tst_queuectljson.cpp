@@ -55,6 +55,7 @@ const QList<Tried> &calls()
         {u"check"_s, 1},
         {u"metrics"_s, 1},
         {u"bundle --output bundle.tar.gz"_s, 2},
+        {u"report --since 2h --html report.html"_s, 2},
         // What cannot be done.
         {u"show 4711"_s, 1},
         {u"start heineken heineken heineken"_s, 1},
@@ -119,7 +120,7 @@ void TestQueuectlJson::init()
     till->database.put(u"heineken"_s, body);
     till->setFailIds("{\"heineken\":1}");
     journal->put({.id = 1, .verdict = u"kept"_s, .kind = u"network"_s, .attempts = 2});
-    journal->put({.id = 17});
+    journal->put({.id = 17, .secondsAgo = 600});
     journal->streak(u"heineken"_s, 0, 60);
 }
 
@@ -147,7 +148,7 @@ void TestQueuectlJson::answers()
         service->play({reply, reply, reply});
         till->database.setSettings(u"[queue]\nport = %1\n"_s.arg(service->port()));
     }
-    if (arguments.first() == u"bundle")
+    if (arguments.first() == u"bundle" || arguments.first() == u"report")
         arguments.last() = till->database.root() + u'/' + arguments.last();
     const QByteArray input = arguments.first() == u"import" ? "{\"exported\":0}\n" : body.toUtf8();
     const CommandResult result = till->run(arguments + QStringList{u"--json"_s}, input, zone);

@@ -491,6 +491,8 @@ void TestQueuectlLook::hiddenCharacters()
     journal->put(record(3, u"heineken"_s, u"kept"_s));
     journal->put(record(17, u"heineken"_s, hidden));
     journal->put(record(18, hidden, u"dropped"_s));
+    journal->streak(hidden, 0, 60);
+    journal->streak(u"heineken"_s, 0, 60);
     journal->fact(u"certificate"_s, hidden, u"1"_s, 60);
     journal->fact(u"clock"_s, hidden, u"900"_s, 60);
 
@@ -562,7 +564,9 @@ void TestQueuectlLook::columnsHaveALargestWidth()
     till->database.put(longText, body, longText);
     till->database.put(u"heineken"_s, body, longText);
     till->setFailIds("{\"heineken\":2}");
-    journal->put({.id = 2, .verdict = u"kept"_s, .text = longText, .secondsAgo = 0});
+    journal->put(
+        {.id = 2, .verdict = u"kept"_s, .kind = u"network"_s, .text = longText, .secondsAgo = 0});
+    journal->streak(u"heineken"_s, 0, 60);
     journal->put({.id = 3,
                   .type = longText,
                   .verdict = u"dropped"_s,

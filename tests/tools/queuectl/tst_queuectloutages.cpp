@@ -197,7 +197,7 @@ void TestQueuectlOutages::refusals()
 {
     const CommandResult slip = till->run({u"outages"_s, u"--type"_s, u"heinekn"_s});
     QCOMPARE(slip.exitCode, ExitCode::NotFound);
-    QVERIFY2(slip.err.contains(u"is heineken meant?"_s), qPrintable(slip.err));
+    QVERIFY2(slip.err.contains(u"did you mean heineken?"_s), qPrintable(slip.err));
     QCOMPARE(till->run({u"outages"_s, u"--since"_s, u"soon"_s}).exitCode, ExitCode::Usage);
     const QString file = journal->file();
     journal.reset();

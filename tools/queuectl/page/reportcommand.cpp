@@ -1,4 +1,5 @@
 #include "tools/queuectl/command.h"
+#include "tools/queuectl/json.h"
 #include "tools/queuectl/page/page.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
@@ -53,7 +54,7 @@ Report makeReport(const Call &call)
     }
     const QString path = QFileInfo(target).absoluteFilePath();
     save(path, html);
-    report.data = {{u"file"_s, path}, {u"bytes"_s, html.size()}, {u"since"_s, exactTime(since)}};
+    report.data = {{u"file"_s, path}, {u"bytes"_s, html.size()}, {u"since"_s, jsonTime(since)}};
     report.line(
         text(
             "%1 is made. Passwords, tokens and card numbers in it are masked; look through it before you send it.",
