@@ -239,7 +239,7 @@ void TestLayers::rule_data()
     QTest::newRow("rig to the engine") << u"rig/x.cpp"_s          << u"engine/dao.h"_s << quotes << u"rig does not know engine"_s;
     QTest::newRow("rig to the stand") << u"rig/x.cpp"_s           << u"tools/stand/scenario.h"_s << quotes << u"rig does not know tools/stand"_s;
     QTest::newRow("tool to a tool")  << u"tools/catalogue/x.cpp"_s << u"tools/stand/scenario.h"_s << quotes << u"tools/catalogue does not know tools/stand"_s;
-    QTest::newRow("settings to a tool") << u"tools/settings/x.cpp"_s << u"tools/queuectl/doctor/doctor.h"_s << quotes << u"tools/settings does not know tools/queuectl"_s;
+    QTest::newRow("settings to a tool") << u"tools/settings/x.cpp"_s << u"tools/queuectl/command.h"_s << quotes << u"tools/settings does not know tools/queuectl"_s;
     QTest::newRow("service to the rig") << u"app/x.cpp"_s         << u"rig/messagetable.h"_s << quotes << u"app does not know rig"_s;
     QTest::newRow("new folder")      << u"shared/new/x.cpp"_s     << u"shared/core/tr.h"_s    << quotes << u"the folder shared/new has no place in the house"_s;
     QTest::newRow("not from root")   << u"shared/core/x.cpp"_s    << u"tr.h"_s                << quotes << u"no such file from the root of the project"_s;
