@@ -15,7 +15,7 @@ JournalFault faultOf(int code, const char *text)
                         primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB);
 }
 
-/// Finalizes a statement that is carried out once.
+/// Finalizes a statement that is executed once.
 struct Finalizer
 {
     sqlite3_stmt *const statement;
@@ -87,7 +87,7 @@ void JournalConnection::Statement::bind(int position, const QString &text)
 {
     QByteArray &kept = texts.at(position);
     kept = text.toUtf8();
-    // The data of an empty array are an empty text, never a null pointer, which would be NULL.
+    // constData() of an empty array is not a null pointer, which SQLite would store as NULL.
     sqlite3_bind_text(handle, position + 1, kept.constData(), static_cast<int>(kept.size()),
                       SQLITE_STATIC);
 }
@@ -101,7 +101,7 @@ void JournalConnection::Statement::bind(int position, QLatin1StringView text)
 qint64 JournalConnection::Statement::step()
 {
     sqlite3_step(handle);
-    // Ends the statement, and returns what the step has come to.
+    // Resets the statement and returns the error of the step.
     if (sqlite3_reset(handle) != SQLITE_OK)
         connection.fail();
     return sqlite3_changes(connection.handle);

@@ -46,8 +46,8 @@ public:
     JournalConnection(const JournalConnection &) = delete;
     JournalConnection &operator=(const JournalConnection &) = delete;
 
-    /// Carries a statement out to its end. The first value of its first row as a number, 0 when it
-    /// has none.
+    /// Executes a statement to its end. Returns the first value of its first row as a number; 0
+    /// without a row.
     qint64 run(const char *statement);
     qint64 run(const QString &statement) { return run(statement.toUtf8().constData()); }
 
@@ -58,7 +58,7 @@ private:
     sqlite3 *handle = nullptr;
 };
 
-/// A statement that is prepared once and carried out often. It must not outlive its connection.
+/// A prepared statement. It must not outlive its connection.
 class JournalConnection::Statement
 {
 public:
@@ -67,8 +67,8 @@ public:
     Statement(const Statement &) = delete;
     Statement &operator=(const Statement &) = delete;
 
-    /// Carries it out with a value for each of its `?`: integers, and texts, of which a null one is
-    /// written as an empty one. Returns how many rows it has changed.
+    /// Executes it with a value for each `?`: integers and texts; a null text is stored as an empty
+    /// one. Returns the number of changed rows.
     template <typename... Values>
     qint64 execute(const Values &...values)
     {
@@ -83,12 +83,12 @@ private:
 
     void bind(int position, qint64 value);
     void bind(int position, const QString &text);
-    /// Of constants: they are not copied.
+    /// For constants: the text is not copied.
     void bind(int position, QLatin1StringView text);
     qint64 step();
 
     JournalConnection &connection;
     sqlite3_stmt *const handle;
-    /// The bound texts, which SQLite reads while it carries the statement out.
+    /// The bound texts; SQLite reads them during the step.
     std::array<QByteArray, mostValues> texts;
 };

@@ -17,22 +17,23 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int schemaVersion = 1;
-/// Members of the group may read what became of a message, and change nothing.
+/// Members of the group may only read the journal.
 constexpr mode_t fileMode = 0640;
 constexpr auto busyTimeout = std::chrono::seconds(1);
-/// A till has little memory, and nearly all writes are to the ends of the table and its indexes.
+/// Small, because a till has little memory and nearly all writes go to the ends of the table and
+/// its indexes.
 constexpr int cacheKibibytes = 256;
 constexpr int ordinaryLogBytes = 4 * 1024 * 1024;
-/// As many rows go in a few milliseconds.
+/// SQLite deletes this number of rows in a few milliseconds.
 constexpr qint64 rowsPerPruning = 500;
-/// A message that stays is passed over by the limit of rows, and no further than this many rows are
-/// looked at for others.
+/// The limit of rows removes kept messages last. It searches for other messages only among this
+/// number of the oldest rows.
 constexpr qint64 rowsLookedAt = 4 * rowsPerPruning;
-/// Pages that the file gives back in one step, and how many free ones it may keep.
+/// The number of pages by which the file shrinks in one step, and of free pages that it may keep.
 constexpr qint64 pagesPerStep = 200;
 constexpr qint64 freePages = 1000;
-/// A message that was finished with and comes again was not deleted: the service or the database
-/// has failed. Later than this it is another one, of a table that the till has made again.
+/// If the id of a finished message appears again within this time, its row could not be deleted.
+/// Later it is another message: the till has recreated its table.
 constexpr auto longestRepeat = std::chrono::hours(24);
 
 constexpr const char *schema[] = {
@@ -57,7 +58,7 @@ constexpr const char *schema[] = {
     " PRIMARY KEY (name, subject))",
 };
 
-// The number of a message that was tried before a reference could be read belongs to it as well.
+// A row without a reference, from an attempt that sent nothing, belongs to the message as well.
 constexpr char updateStatement[] =
     "UPDATE outcome SET verdict = ?, kind = ?, status = ?, text = ?,"
     " attempts = attempts + ?, last = ?, milliseconds = ?,"
@@ -86,7 +87,7 @@ constexpr char factStatement[] =
 constexpr char oldestStatement[] =
     "DELETE FROM outcome WHERE number IN"
     " (SELECT number FROM outcome WHERE last < ? ORDER BY last LIMIT ?)";
-// By their order and not by their times: after the clock was set back, the newest rows have the
+// In the order of insertion, not by time: after the clock was set back, the newest rows have the
 // smallest times.
 constexpr char surplusStatement[] = "DELETE FROM outcome WHERE number IN (SELECT number FROM"
                                     " (SELECT number, verdict FROM outcome ORDER BY number LIMIT ?)"
@@ -94,7 +95,7 @@ constexpr char surplusStatement[] = "DELETE FROM outcome WHERE number IN (SELECT
 
 } // namespace
 
-/// The statements of a file that has its tables.
+/// The prepared statements; the tables must exist.
 struct JournalStore::Statements
 {
     explicit Statements(JournalConnection &connection)
@@ -151,7 +152,7 @@ bool JournalStore::prune(const JournalLimits &limits, const QDateTime &now)
 {
     if (!connection)
         open();
-    // As many as come in must go out in a busy hour, too.
+    // In a busy hour, pruning must keep up with the new rows.
     const qint64 most = rowsPerPruning + std::exchange(addedSincePruning, 0);
     qint64 removed = 0;
     inTransaction([&] {
@@ -161,7 +162,7 @@ bool JournalStore::prune(const JournalLimits &limits, const QDateTime &now)
         const qint64 tooMany = std::min(most, rows - removed - limits.rows);
         if (tooMany > 0)
             removed += statements->surplus.execute(tooMany + rowsLookedAt, tooMany);
-        // Tells readers that the journal no longer has every message.
+        // Readers must know that the journal no longer has every message.
         if (removed > 0)
             statements->fact.execute("pruned"_L1, ""_L1, ""_L1, now.toMSecsSinceEpoch());
     });
@@ -187,7 +188,7 @@ QString JournalStore::putAside()
     const QString kept = SqliteFileLock::keptName(path, u"damaged"_s);
     if (!QFile::rename(path, kept))
         return {};
-    // Their contents may be all that is sound.
+    // They may contain the only undamaged rows.
     for (const QString &ending : SqliteFileLock::companions())
         QFile::rename(path + ending, kept + ending);
     return kept;
@@ -201,7 +202,7 @@ void JournalStore::close()
     try {
         connection->run("PRAGMA journal_mode = DELETE");
     } catch (const JournalFault &) {
-        // Somebody reads the file, which does no harm.
+        // Another program reads the file, which is harmless.
     }
     drop();
 }
@@ -211,13 +212,14 @@ void JournalStore::open()
     createFile();
     connection = std::make_unique<JournalConnection>(path, busyTimeout);
     try {
-        // Counts in a new file alone, before its first table.
+        // Takes effect only in a new file, before its first table.
         connection->run("PRAGMA auto_vacuum = INCREMENTAL");
         const qint64 version = connection->run("PRAGMA user_version");
         if (version > schemaVersion)
             throw JournalFault(u"файл создан более новой версией службы"_s, false);
-        // Making a new file syncs several times, and the deliveries wait for the same disk. A file
-        // that a power cut leaves half made holds nothing yet, and is put aside.
+        // Creating a file syncs several times, and the deliveries wait for the same disk. If a
+        // power cut leaves it incomplete, nothing is lost: it is empty, and the next start renames
+        // it.
         if (version == 0)
             connection->run("PRAGMA synchronous = OFF");
         connection->run("PRAGMA journal_mode = WAL");
@@ -225,7 +227,7 @@ void JournalStore::open()
         connection->run(u"PRAGMA journal_size_limit = %1"_s.arg(ordinaryLogBytes));
         if (version == 0)
             createTables();
-        // After a power cut the last seconds are missing and the file is sound.
+        // A power cut loses the last seconds and does not damage the file.
         connection->run("PRAGMA synchronous = NORMAL");
         statements = std::make_unique<Statements>(*connection);
         highestMessageId = static_cast<int>(connection->run("SELECT MAX(messageid) FROM outcome"));
@@ -237,7 +239,7 @@ void JournalStore::open()
     noteIdentities();
 }
 
-/// SQLite would make a file that everybody may read.
+/// SQLite would create a file that every account may read.
 void JournalStore::createFile() const
 {
     const QByteArray name = QFile::encodeName(path);
@@ -248,14 +250,15 @@ void JournalStore::createFile() const
         const int reason = errno;
         if (reason != EEXIST)
             throw JournalFault(qt_error_string(reason), false);
-        // Others may write into the folder. A link would have another file written.
+        // Other accounts may write into the folder, and a link would make the service write another
+        // file.
         if (::lstat(name.constData(), &status) != 0 || !S_ISREG(status.st_mode))
             throw JournalFault(u"это не обычный файл"_s, false);
         return;
     }
     struct stat folder = {};
     if (::stat(QFile::encodeName(QFileInfo(path).path()).constData(), &folder) == 0) {
-        // Failing that, it is as good as one that root has made by hand.
+        // If this fails, the file is like one that root has created by hand.
         [[maybe_unused]] const int result = ::fchown(
             file, ::geteuid() == 0 ? folder.st_uid : static_cast<uid_t>(-1), folder.st_gid);
     }
@@ -271,13 +274,13 @@ void JournalStore::createTables()
     });
 }
 
-/// What is written into a deleted file nobody sees.
+/// Nothing can read what is written into a deleted file.
 void JournalStore::reopenIfReplaced()
 {
     if (identityOf(path) == identity)
         return;
     drop();
-    // SQLite finds these by their names and would apply them to the file that is there now.
+    // SQLite finds these files by name and would apply them to the new file.
     const QStringList endings = SqliteFileLock::companions();
     for (qsizetype i = 0; i < endings.size(); ++i) {
         if (identityOf(path + endings[i]) == companions.at(i))
@@ -347,7 +350,7 @@ void JournalStore::writeType(const QString &type, const TypeTally &tally)
     streak.execute(type, tally.lastDelivered, tally.failingSince);
 }
 
-/// A fault ends the connection, and with it the transaction.
+/// A fault closes the connection, which rolls the transaction back.
 template <typename Work>
 void JournalStore::inTransaction(const Work &work)
 {

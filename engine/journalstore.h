@@ -10,17 +10,17 @@
 
 class JournalConnection;
 
-/// How much the journal keeps.
+/// The limits of the journal.
 struct JournalLimits
 {
     qint64 rows = 200'000;
     std::chrono::days age{30};
 };
 
-/// The SQLite file in which the service keeps what became of each message. The first write opens
-/// it, and the one after a fault opens it again.
+/// The SQLite file with the outcome of each message. The first write opens it, and so does the
+/// first write after a fault.
 ///
-/// Thread: the one that makes the first write.
+/// Thread: one at a time.
 class JournalStore
 {
 public:
@@ -29,21 +29,20 @@ public:
     JournalStore(const JournalStore &) = delete;
     JournalStore &operator=(const JournalStore &) = delete;
 
-    /// Writes all of the batch or none of it. Throws JournalFault, also when another program has
-    /// had the file locked for a second.
+    /// Writes the whole batch or nothing. Throws JournalFault, also if another program has locked
+    /// the file for more than a second.
     void write(const JournalBatch &batch);
-    /// Removes some of the rows that are older than `limits.age` before `now`, or too many. Never
-    /// takes long. True: there are more. Throws JournalFault.
+    /// Removes some of the rows that exceed the limits at the time `now`; takes a few milliseconds.
+    /// True: call it again. Throws JournalFault.
     bool prune(const JournalLimits &limits, const QDateTime &now);
-    /// Gives a damaged file another name, and the files beside it. The name; empty when that has
-    /// failed.
+    /// Renames a damaged file and the files beside it. Returns the new name; empty on failure.
     QString putAside();
-    /// Leaves a file without a write-ahead log, which a reader can open that may write nothing
-    /// beside it.
+    /// Closes the file without a write-ahead log, so that readers without write permission in the
+    /// folder can open it.
     void close();
 
 private:
-    /// Tells a file from another one of the same name.
+    /// Distinguishes a file from another one of the same name.
     struct Identity
     {
         quint64 device = 0;
@@ -56,7 +55,7 @@ private:
     void createFile() const;
     void createTables();
     void reopenIfReplaced();
-    /// Closes after a fault, when nothing more can be done on the connection.
+    /// Closes the connection without further statements, after a fault.
     void drop();
     void noteIdentities();
     static Identity identityOf(const QString &path);
@@ -70,9 +69,9 @@ private:
     std::unique_ptr<JournalConnection> connection;
     std::unique_ptr<Statements> statements;
     Identity identity;
-    /// Of the write-ahead log and its index.
+    /// The write-ahead log and its index.
     std::array<Identity, 2> companions = {};
-    /// No row has a message with a greater number.
+    /// The highest message id in the file.
     int highestMessageId = 0;
     qint64 rows = 0;
     qint64 addedSincePruning = 0;
