@@ -261,7 +261,7 @@ shown_build 'for i in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20; do ech
 check "build: a pipe gets a line for every ten percent" [ "$(grep -c '0% of 20 steps' <<<"$output")" = 10 ]
 check "build: a pipe gets no line for every step" [ "$(wc -l <<<"$output")" = 10 ]
 shown_build 'echo "[1/100] Building x"; sleep 1.5; echo "[2/100] Building y"; echo "y.cpp:1: error: no"'
-check "build: a long step has a sign of life" [ "$(grep -c '^   1 of 100 steps, ' <<<"$output")" = 1 ]
+check "build: a long step has a sign of life" [ "$(grep -c '^   1 of 100 steps, ' <<<"$output")" -ge 1 ]
 check "build: an error is shown" says "y.cpp:1: error: no"
 shown_build 'for i in 1 2 3 4 5; do echo "[$i/100] Building x"; sleep 0.5; done'
 check "build: many quick steps have one too" [ "$(grep -c 'of 100 steps' <<<"$output")" -ge 2 ]
@@ -283,21 +283,23 @@ shown_steps_on_terminal() {
 }
 tests_of_ctest="echo ' 1/12 Test  #1: tst_a ... Passed'; sleep 0.6; echo ' 2/12 Test  #2: tst_b ...***Failed'; sleep 0.6"
 shown_steps "$tests_of_ctest"
+# On a busy machine a sign of life may come between them.
 check "steps: a pipe gets the lines alone" \
-    same "$output" "$(printf ' 1/12 Test  #1: tst_a ... Passed\n 2/12 Test  #2: tst_b ...***Failed')"
+    same "$(grep -v 'still at it' <<<"$output")" "$(printf ' 1/12 Test  #1: tst_a ... Passed\n 2/12 Test  #2: tst_b ...***Failed')"
 shown_steps 'echo a; sleep 1.5'
-check "steps: a pipe has a sign of life" says "   still at it, 1 s"
+check "steps: a pipe has a sign of life" says "   still at it, "
 shown_steps_on_terminal "$tests_of_ctest"
 check "steps: a terminal gets the lines" says 'tst_a ... Passed'
 check "steps: a terminal tells how many of them" says '   1 of 12 tests, '
 check "steps: a terminal tells how many failed" says '   2 of 12 tests, 1 failed, '
 check "steps: the line is erased at the end" [ "${output##*s}" = $'\r\033[K' ]
 shown_steps_on_terminal "echo '[3/24] SQLite, types'; sleep 0.6; echo 'a figure'; sleep 0.6"
-check "steps: a step is told" says '   3 of 24, SQLite, types, 0 s'
+check "steps: a step is told" says '   3 of 24, SQLite, types, '
 check "steps: a step's own line is not passed on" [ "${output/'[3/24]'/}" = "$output" ]
 check "steps: the line comes back below other lines" [ "$draws" -ge 2 ]
+begun=$SECONDS
 shown_steps_on_terminal 'for i in {1..99}; do echo "[$i/99] x"; sleep 0.01; done; sleep 1.5'
-check "steps: quick steps are drawn five times a second" [ "$draws" -le 15 ]
+check "steps: quick steps are drawn five times a second" [ "$draws" -le $((5 * (SECONDS - begun + 1))) ]
 check "steps: the last one is drawn" says '   99 of 99, x, '
 shown_steps_on_terminal "echo '[3/24] a very long name'; sleep 0.6" xterm 16
 check "steps: a narrow terminal has one line of it" [ "${output/very/}" = "$output" ]
