@@ -1,6 +1,8 @@
 #include "rig/deafport.h"
 #include "rig/loopbackserver.h"
+#include "shared/core/inflight.h"
 #include "shared/core/mockfactory.h"
+#include "shared/net/exchangeobserver.h"
 #include "shared/net/tcpclient.h"
 #include "tests/handlers/support/delivery.h"
 #include "tests/support/hostnames.h"
@@ -20,6 +22,7 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 using rig::DeafPort;
 using rig::LoopbackServer;
 
@@ -142,6 +145,7 @@ private Q_SLOTS:
     void epsReset();
     void epsSendsTheFrameUnchanged();
     void epsTriesEachAddress();
+    void epsHasTimeToConnectAndToWrite();
     void dsslDelivers();
     void dsslSteps();
     void dsslWithoutABody();
@@ -309,6 +313,30 @@ void TestTcpHandlers::epsTriesEachAddress()
     QVERIFY(deliver(u"eps"_s, eps(u"abc"_s, server.port(), u"eps.test"_s)));
     QCOMPARE(log.lines(), (QStringList{opening, strange}));
     QTRY_COMPARE(server.received(), "abc");
+}
+
+void TestTcpHandlers::epsHasTimeToConnectAndToWrite()
+{
+    // The failed connection is reported within the call.
+    struct Watch : http::ExchangeObserver
+    {
+        void exchangeEnded(const http::ExchangeReport &) override
+        {
+            deadline = inflight::deliveries().constFirst().deadline;
+        }
+        inflight::Clock::time_point deadline = {};
+    };
+
+    const auto begin = inflight::Clock::now();
+    const inflight::DeliveryGuard delivery(u"eps"_s, 7);
+    const auto deadlineBefore = inflight::deliveries().constFirst().deadline;
+    Watch watch;
+    const http::ExchangeObservation observation(watch);
+    QVERIFY(!deliver(u"eps"_s, eps(u"abc"_s, LoopbackServer::unusedPort())));
+    const auto taken = inflight::Clock::now() - begin;
+    // 5 s to connect and 5 s to write, from the beginning of the call.
+    QVERIFY(watch.deadline >= deadlineBefore + 10s);
+    QVERIFY(watch.deadline <= deadlineBefore + 10s + taken);
 }
 
 void TestTcpHandlers::dsslDelivers()
