@@ -1,13 +1,11 @@
 #pragma once
 
 #include "rig/scriptedpeer.h"
-#include "tools/stand/scenariofile.h"
+#include "tools/stand/typestory.h"
 
-#include <QMap>
-#include <QSet>
+#include <QList>
 #include <QString>
 
-#include <memory>
 #include <optional>
 
 namespace stand {
@@ -44,16 +42,6 @@ public:
     quint16 port() const;
 
 private:
-    struct Exchanges
-    {
-        QList<rig::Exchange> list;
-        rig::PeerScript::Kind kind = rig::PeerScript::Kind::Http;
-        QByteArray greeting;
-        QString title;
-    };
-
-    Exchanges exchangesOf(const ScenarioSource &source) const;
-    void chooseStory(const QList<ScenarioSource> &sources);
     rig::Reply choose(const rig::ArrivedRequest &request);
     int stepOf(const rig::ArrivedRequest &request) const;
     void showPlan() const;
@@ -61,11 +49,7 @@ private:
 
     TypeOptions options;
     rig::ScriptedPeer peer;
-    Exchanges story;
-    /// The exchanges of the type's other scenarios, for requests that this scenario does not have.
-    QList<rig::Exchange> others;
-    /// The values in the answers of all scenarios, by their place in the body.
-    QMap<QString, QSet<QString>> states;
+    TypeStory story;
     /// The last request for each step.
     QList<QByteArray> met;
     int next = 0;
