@@ -2,11 +2,14 @@
 
 #include "rig/messagetable.h"
 #include "rig/scriptedpeer.h"
+#include "tools/stand/samplefiles.h"
+#include "tools/stand/samplescreen.h"
 #include "tools/stand/scenariofile.h"
 
-#include <QMap>
+#include <QList>
 #include <QString>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -54,8 +57,7 @@ private:
         std::map<QString, std::unique_ptr<rig::ScriptedPeer>> peers;
         /// Rows of this sample that are still in the table.
         QList<int> ids;
-        /// An exchange whose line is printed when the outcome of its message is known.
-        QString waitingLine;
+        SampleLine line;
         bool isDone = false;
         bool isDelivered = false;
         bool isFailing = false;
@@ -68,24 +70,19 @@ private:
         bool wasAsked() const;
     };
 
-    QMap<QString, quint16> readPorts() const;
-    /// Created at its first use: most samples need none.
-    const rig::Authority &openAuthority();
     void startPeers();
+    std::unique_ptr<Sample> startSample(const ScenarioSource &source, const QString &label);
     void putMessages();
     void playFailure();
     void look();
-    void show(Sample &sample, const QString &fate, bool isGood);
-    void showExchange(Sample &sample, const rig::PeerScript &script, const rig::Traffic &traffic);
-    bool sayEnd() const;
+    Summary summary() const;
 
     QString root;
     ShowOptions options;
+    SampleFiles files;
     QList<ScenarioSource> sources;
-    std::unique_ptr<rig::Authority> authority;
     std::vector<std::unique_ptr<Sample>> samples;
     std::unique_ptr<rig::MessageTable> table;
-    qsizetype typeWidth = 0;
 };
 
 } // namespace stand
