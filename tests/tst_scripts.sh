@@ -135,9 +135,11 @@ if command -v python3 >/dev/null; then
     check "mutants: a sample of none exits with 2" exits_with 2
     run_command "$root/scripts/mutants" engine --sample 2 --list
     check "mutants: a list has one line for each change" [ "$(wc -l <<<"$output")" = 2 ]
-    run_command "$root/scripts/mutants" --help
+    run_command env COLUMNS=200 "$root/scripts/mutants" --help
     check "mutants: --help exits with 0" exits_with 0
     check "mutants: --help shows the usage" says "usage: mutants"
+    check "mutants: --help says which tests --mariadb adds" says "label mariadb"
+    check "mutants: --help says which tests never run" says "label scenarios never run"
 fi
 for command in run test bench; do
     run_command "$root/$command" --help
