@@ -19,7 +19,9 @@ bool writeToFile(const QString &path, const QJsonObject &object, QIODevice::Open
     const QByteArray text = QJsonDocument(object).toJson(QJsonDocument::Compact);
     if (mode.testFlag(QIODevice::Truncate)) {
         QSaveFile file(path);
-        return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.commit();
+        // commit() would not notice that the disk has no space for what is still in the buffer.
+        return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush()
+               && file.commit();
     }
     QFile file(path);
     return file.open(mode) && file.write(text) == text.size() && file.flush();

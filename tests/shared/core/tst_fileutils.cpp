@@ -5,6 +5,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
@@ -20,6 +22,7 @@ private Q_SLOTS:
     void replacesTheFileAsAWhole();
     void failureKeepsTheOldFile();
     void appends();
+    void diskThatBecomesFull();
 
 private:
     QString path(const char *name) const { return folder.filePath(QString::fromLatin1(name)); }
@@ -82,8 +85,10 @@ void TestFileUtils::failureKeepsTheOldFile()
     QVERIFY(!fileutils::writeToFile(path("missing/ids.json"), ids, mode));
     QVERIFY(!fileutils::writeToFile(path("missing/ids.json"), ids, QIODevice::WriteOnly));
     QVERIFY(!fileutils::writeToFile(folder.path(), ids, mode));
-    // A device that is always full.
+    // A device that is always full, for a short text and for one that no buffer takes.
     QVERIFY(!fileutils::writeToFile(u"/dev/full"_s, ids, QIODevice::WriteOnly));
+    QVERIFY(!fileutils::writeToFile(u"/dev/full"_s, {{u"long"_s, QString(1 << 20, u'x')}},
+                                    QIODevice::WriteOnly));
 }
 
 void TestFileUtils::appends()
@@ -92,6 +97,26 @@ void TestFileUtils::appends()
     QVERIFY(fileutils::writeToFile(path("appended"), ids, mode));
     QVERIFY(fileutils::writeToFile(path("appended"), ids, mode));
     QCOMPARE(fileutils::readFromFile(path("appended"), QIODevice::ReadOnly), idsText + idsText);
+}
+
+void TestFileUtils::diskThatBecomesFull()
+{
+    constexpr auto mode = QIODevice::WriteOnly | QIODevice::Truncate;
+    QVERIFY(fileutils::writeToFile(path("full.json"), ids, mode));
+    rlimit former = {};
+    QCOMPARE(::getrlimit(RLIMIT_FSIZE, &former), 0);
+    const auto formerHandler = ::signal(SIGXFSZ, SIG_IGN);
+    const rlimit full{4, former.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &full), 0);
+    const bool isShortWritten = fileutils::writeToFile(path("full.json"), {{u"loya"_s, 1}}, mode);
+    const bool isLongWritten =
+        fileutils::writeToFile(path("full.json"), {{u"long"_s, QString(1 << 20, u'x')}}, mode);
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &former), 0);
+    ::signal(SIGXFSZ, formerHandler);
+    QCOMPARE(fileutils::readFromFile(path("full.json"), QIODevice::ReadOnly), idsText);
+    QVERIFY(!isShortWritten);
+    QVERIFY(!isLongWritten);
+    QCOMPARE(fileutils::readFromFile(path("full.json"), QIODevice::ReadOnly), idsText);
 }
 
 QTEST_GUILESS_MAIN(TestFileUtils)
