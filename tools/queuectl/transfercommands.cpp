@@ -176,7 +176,7 @@ Report exportRows(const Call &call)
     file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
     const int written =
         writeRows(rows, type, true, [&file](const QByteArray &line) { writeOrThrow(file, line); });
-    if (!file.commit())
+    if (!file.flush() || !file.commit())
         throw Failure(Failed, text("%1 cannot be written: %2", "%1 не записывается: %2")
                                   .arg(path, file.errorString()));
     report.data = {{u"file"_s, path}, {u"rows"_s, written}};

@@ -53,6 +53,7 @@ private Q_SLOTS:
     void exportOfType();
     void exportFile();
     void exportIntoFullDisk();
+    void exportWhoseEndDoesNotFit();
     void importIsAllOrNothing_data();
     void importIsAllOrNothing();
     void importFailsHalfway_data() { databases(); }
@@ -421,6 +422,28 @@ void TestQueuectlWrite::exportIntoFullDisk()
     QVERIFY(shell.waitForFinished());
     QCOMPARE(shell.exitCode(), int(ExitCode::Failed));
     QVERIFY(!shell.readAllStandardError().isEmpty());
+}
+
+/// The disk takes all but what is still in the buffer at the end.
+void TestQueuectlWrite::exportWhoseEndDoesNotFit()
+{
+    for (int i = 0; i < 100; ++i)
+        put();
+    const qint64 size = till->run({u"export"_s}).out.toUtf8().size();
+    constexpr qint64 bufferBytes = 16 * 1024;
+    const qint64 space = (size - 1) / bufferBytes * bufferBytes;
+    QVERIFY2(space > 0, qPrintable(QString::number(size)));
+    const QString file = till->database.root() + u"/rows.jsonl"_s;
+    QProcess shell;
+    shell.start(
+        u"/bin/bash"_s,
+        {u"-c"_s, u"trap '' XFSZ; ulimit -f %1; exec '%2' export --output '%3'"_s.arg(
+                      QString::number(space / 1024), QStringLiteral(QUEUECTL_PROGRAM), file)});
+    QVERIFY(shell.waitForFinished());
+    const QByteArray errors = shell.readAllStandardError();
+    QCOMPARE(shell.exitCode(), int(ExitCode::Failed));
+    QVERIFY2(errors.contains("rows.jsonl"), errors.constData());
+    QVERIFY(!QFile::exists(file));
 }
 
 void TestQueuectlWrite::importIsAllOrNothing_data()

@@ -23,7 +23,7 @@ void save(const QString &path, const QByteArray &content)
     const bool isSaved =
         file.open(QIODevice::WriteOnly)
         && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup)
-        && file.write(content) == content.size() && file.commit();
+        && file.write(content) == content.size() && file.flush() && file.commit();
     if (!isSaved)
         throw Failure(Failed, text("%1 cannot be written: %2", "%1 не записывается: %2")
                                   .arg(path, file.errorString()));
