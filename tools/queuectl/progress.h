@@ -29,7 +29,8 @@ private:
     QElapsedTimer sinceDrawn;
 };
 
-/// The line for a terminal of so many columns, one of which stays free: "[####....] 50%  2/4 what".
+/// The line for a terminal of `columns` columns, one of which stays free:
+/// "[####....] 50%  2/4 what".
 /// Where there is no room, the bar is left out first, then the end of the line.
 QString progressLine(qint64 done, qint64 total, const QString &what, int columns);
 
