@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstring>
 #include <limits>
 
 namespace escaping {
@@ -114,11 +116,33 @@ Number numberAfterBackslash(std::string_view text)
     return isHidden(code) && numberOf(code).size() == digits + 2 ? Number{code, digits + 1} : none;
 }
 
-/// Whether the text certainly needs no change. May return false for such a text; fast for Russian
-/// lines.
+using Word = std::uint64_t;
+
+/// Whether the next eight bytes are printable ASCII without a backslash.
+bool isPlainWord(std::string_view text)
+{
+    constexpr Word ones = ~Word{0} / 0xff;
+    constexpr Word topBits = ones * 0x80;
+    if (text.size() < sizeof(Word))
+        return false;
+    Word word = 0;
+    std::memcpy(&word, text.data(), sizeof word);
+    // Each sets the top bit of the lowest byte that is meant.
+    const Word control = word - ones * ' ';
+    const Word delOrNotAscii = word + ones;
+    const Word backslash = (word ^ (ones * '\\')) - ones;
+    return ((control | delOrNotAscii | backslash) & topBits) == 0;
+}
+
+/// Whether the text certainly needs no change. May return false for such a text; fast for JSON and
+/// Russian lines.
 bool isSurelyPlain(std::string_view text)
 {
     for (std::size_t at = 0; at < text.size(); ++at) {
+        while (isPlainWord(text.substr(at)))
+            at += sizeof(Word);
+        if (at == text.size())
+            break;
         const auto byte = static_cast<unsigned char>(text[at]);
         if (byte >= ' ' && byte < 0x7f && byte != '\\')
             continue;

@@ -16,6 +16,7 @@ private Q_SLOTS:
     void texts_data();
     void texts();
     void everyHiddenCharacter();
+    void everyByteInEveryPlace();
     void differentTextsGiveDifferentResults();
     void newlines();
     void invalidBytes();
@@ -95,6 +96,21 @@ void TestEscaping::everyHiddenCharacter()
             missed.append(QString::number(code, 16));
     }
     QCOMPARE(missed.join(u' '), QString());
+}
+
+void TestEscaping::everyByteInEveryPlace()
+{
+    // Several bytes of a text are looked at together.
+    constexpr int length = 20;
+    for (int code = 0; code < 0x80; ++code) {
+        const bool isControl = code < 0x20 || code == 0x7f;
+        const QString shown = isControl ? uR"(\x%1)"_s.arg(code, 2, 16, QChar(u'0')) : QChar(code);
+        for (int place = 0; place < length; ++place) {
+            const QString before(place, u'j');
+            const QString after(length - place, u'~');
+            QCOMPARE(escaping::escaped(before + QChar(code) + after), before + shown + after);
+        }
+    }
 }
 
 void TestEscaping::differentTextsGiveDifferentResults()
