@@ -5,6 +5,7 @@
 #include "shared/core/databasevalues.h"
 #include "shared/core/serverlock.h"
 #include "shared/core/singleton.h"
+#include "shared/core/sqlitestatement.h"
 
 #include <log4qt/logmanager.h>
 
@@ -56,7 +57,43 @@ QString readStatement(bool withCard, QLatin1StringView order)
     return QString(readTemplate).replace("{CONDITION}"_L1, condition).replace("{ORDER}"_L1, order);
 }
 
+QString errorText(const QSqlQuery &query)
+{
+    return databaseErrorText(query.lastError(), query.lastQuery());
+}
+
+QString errorText(const SqliteStatement &statement)
+{
+    return databaseErrorText(statement.lastError());
+}
+
 } // namespace
+
+/// The statements of each delivery, executed without Qt's driver.
+struct DAO::DirectStatements
+{
+    explicit DirectStatements(sqlite3 *connection)
+        : read(connection, readStatement(false, "asc"_L1).toUtf8())
+        , removal(connection, removalStatement.latin1())
+        , begin(connection, "BEGIN IMMEDIATE")
+        , commit(connection, "COMMIT")
+        , rollback(connection, "ROLLBACK")
+    {
+    }
+
+    bool arePrepared() const
+    {
+        return read.isPrepared() && removal.isPrepared() && begin.isPrepared()
+               && commit.isPrepared() && rollback.isPrepared();
+    }
+
+    SqliteStatement read;
+    SqliteStatement removal;
+    /// Waits for the till's lock before anything has been read.
+    SqliteStatement begin;
+    SqliteStatement commit;
+    SqliteStatement rollback;
+};
 
 DAO::DAO()
     : logger(Log4Qt::LogManager::logger(u"dao"_s))
@@ -68,6 +105,7 @@ DAO::~DAO()
     if (connectionName.isEmpty())
         return;
     logger->trace(u"Удаление соединения с базой данных: %1"_s, connectionName);
+    direct.reset();
     connectionFactory()->removeConnection(connectionName);
 }
 
@@ -76,9 +114,9 @@ bool DAO::hasMessages(const QString &type, const QString &cardNumber)
     const bool anyCard = cardNumber.isEmpty();
     QSqlQuery &query = anyCard ? countByType : countByTypeAndCard;
     if (anyCard)
-        execQuery(query, {{u":type"_s, type}});
+        execQuery(query, Bindings{{u":type"_s, type}});
     else
-        execQuery(query, {{u":type"_s, type}, {u":cardNumber"_s, cardNumber}});
+        execQuery(query, Bindings{{u":type"_s, type}, {u":cardNumber"_s, cardNumber}});
     const bool found = query.next() && query.value(0).toInt() >= 1;
     query.finish();
     return found;
@@ -97,23 +135,25 @@ Message DAO::getMessage(const QString &type, int failId, bool descending, const 
 QList<Message> DAO::getMessages(const QString &type, int failId, int limit, bool descending,
                                 const QString &cardNumber)
 {
+    if (!isReady())
+        return {};
     const bool anyCard = cardNumber.isEmpty();
+    if (direct && !descending && anyCard) {
+        execQuery(direct->read, type, failId, limit);
+        return takeMessages(direct->read, limit);
+    }
     QSqlQuery &query = descending ? (anyCard ? readDescending : readDescendingByCard)
                                   : (anyCard ? read : readByCard);
     if (anyCard) {
-        execQuery(query, {{u":type"_s, type}, {u":limit"_s, limit}, {u":failId"_s, failId}});
+        execQuery(query,
+                  Bindings{{u":type"_s, type}, {u":limit"_s, limit}, {u":failId"_s, failId}});
     } else {
-        execQuery(query, {{u":type"_s, type},
-                          {u":limit"_s, limit},
-                          {u":failId"_s, failId},
-                          {u":cardNumber"_s, cardNumber}});
+        execQuery(query, Bindings{{u":type"_s, type},
+                                  {u":limit"_s, limit},
+                                  {u":failId"_s, failId},
+                                  {u":cardNumber"_s, cardNumber}});
     }
-    QList<Message> messages;
-    // Fetching one row beyond the limit costs as much as any other row.
-    while (messages.size() != limit && query.next())
-        messages.append(toMessage(query));
-    query.finish();
-    return messages;
+    return takeMessages(query, limit);
 }
 
 void DAO::deleteMessage(int id)
@@ -122,12 +162,12 @@ void DAO::deleteMessage(int id)
     if (!isReady())
         return;
     if (!gate)
-        return execQuery(removal, {{u":messageid"_s, id}});
+        return remove(id);
     const auto turn =
         gate->remove(id, [this](const std::vector<int> &ids) { return removeAll(ids); });
     // Without a turn another worker has removed the row in its transaction.
     if (turn)
-        execQuery(removal, {{u":messageid"_s, id}});
+        remove(id);
 }
 
 void DAO::connect()
@@ -140,6 +180,7 @@ void DAO::connect()
     if (!connectionName.isEmpty())
         connectionFactory()->removeConnection(connectionName);
     isClaimed = false;
+    direct.reset();
     connectionName = connectionFactory()->getConnection().connectionName();
 
     const QSqlDatabase database = connectionFactory()->getConnection();
@@ -166,14 +207,18 @@ void DAO::connect()
         if (!query.prepare(statement))
             unprepared.insert(&query);
     }
+    if (sqlite3 *const handle = SqliteStatement::handleOf(database))
+        direct = std::make_unique<DirectStatements>(handle);
+    if (direct && !direct->arePrepared())
+        direct.reset();
     connected = true;
 }
 
 bool DAO::hasEarlierMessage(const QString &type, int id, const QString &markerText)
 {
-    execQuery(
-        marker,
-        {{u":id"_s, id}, {u":type"_s, type}, {u":marker"_s, QString(u'%' + markerText + u'%')}});
+    execQuery(marker, Bindings{{u":id"_s, id},
+                               {u":type"_s, type},
+                               {u":marker"_s, QString(u'%' + markerText + u'%')}});
     const bool found = marker.next();
     marker.finish();
     return found;
@@ -181,7 +226,7 @@ bool DAO::hasEarlierMessage(const QString &type, int id, const QString &markerTe
 
 QList<TypeCount> DAO::getMessageTypeCounts()
 {
-    execQuery(typeCounts, {});
+    execQuery(typeCounts, Bindings{});
     QList<TypeCount> counts;
     while (typeCounts.next())
         counts.append({typeCounts.value(0).toString(), typeCounts.value(1).toInt()});
@@ -194,13 +239,13 @@ void DAO::updateStatusCode(int id, const QString &statusCode)
     if (!isReady())
         return;
     const WriteGate::Turn turn = WriteGate::enter(gate);
-    execQuery(statusUpdate, {{u":id"_s, id}, {u":statusCode"_s, statusCode}});
+    execQuery(statusUpdate, Bindings{{u":id"_s, id}, {u":statusCode"_s, statusCode}});
 }
 
 QueueInfo DAO::getQueueInfo()
 {
     QueueInfo info;
-    if (execute(probe, {}) && probe.next()) {
+    if (execute(probe, Bindings{}) && probe.next()) {
         info.count = probe.value(0).toInt();
         info.firstMessageTime = databaseTime(probe.value(1));
     }
@@ -243,7 +288,7 @@ QVariant DAO::askLock(const QString &function, const QString &type)
     const QSqlDatabase database = QSqlDatabase::database(connectionName, false);
     QSqlQuery query(database);
     query.prepare(u"SELECT "_s + function.arg(serverlock::typeLock(database.databaseName(), type)));
-    execQuery(query, {});
+    execQuery(query, Bindings{});
     return query.next() ? query.value(0) : QVariant();
 }
 
@@ -271,43 +316,49 @@ bool DAO::isReady()
     }
 }
 
+void DAO::remove(int id)
+{
+    // A reconnect replaces the direct statements.
+    if (!isReady())
+        return;
+    if (direct)
+        execQuery(direct->removal, id);
+    else
+        execQuery(removal, Bindings{{u":messageid"_s, id}});
+}
+
 bool DAO::removeAll(const std::vector<int> &ids)
 {
-    if (!isFileCurrentFor(removal))
+    if (!direct || !isFileCurrentFor(direct->removal))
         return false;
-    QSqlQuery transaction(QSqlDatabase::database(connectionName, false));
-    // IMMEDIATE waits for the till's lock before anything has been read.
-    if (!transaction.exec(u"BEGIN IMMEDIATE"_s)) {
-        logger->debug(u"Сообщения удаляются по одному: %1"_s, transaction.lastError().text());
+    if (!direct->begin.execute()) {
+        logger->debug(u"Сообщения удаляются по одному: %1"_s, direct->begin.lastError().text());
         return false;
     }
-    auto undo = qScopeGuard([&] {
-        removal.finish();
+    auto undo = qScopeGuard([this] {
         // SQLite may have ended the transaction already; then it refuses ROLLBACK, and BEGIN
         // succeeds. In a transaction that cannot be ended, later writes of the connection would
         // never reach the disk.
-        if (!transaction.exec(u"ROLLBACK"_s)
-            && !(transaction.exec(u"BEGIN"_s) && transaction.exec(u"ROLLBACK"_s)))
+        if (!direct->rollback.execute() && !(direct->begin.execute() && direct->rollback.execute()))
             connected = false;
     });
-    const auto remove = [this](int id) {
-        return run(removal, {{u":messageid"_s, id}});
-    };
-    const bool isEachRemoved = std::ranges::all_of(ids, remove);
-    if (isEachRemoved && transaction.exec(u"COMMIT"_s)) {
+    const bool isEachRemoved =
+        std::ranges::all_of(ids, [this](int id) { return direct->removal.execute(id); });
+    if (isEachRemoved && direct->commit.execute()) {
         undo.dismiss();
         return true;
     }
-    const QSqlError error = isEachRemoved ? transaction.lastError() : removal.lastError();
-    logger->debug(u"Сообщения удаляются по одному: %1"_s, error.text());
+    const SqliteStatement &failed = isEachRemoved ? direct->commit : direct->removal;
+    logger->debug(u"Сообщения удаляются по одному: %1"_s, failed.lastError().text());
     return false;
 }
 
-void DAO::execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings)
+template <typename Statement, typename... Values>
+void DAO::execQuery(Statement &statement, const Values &...values)
 {
     if (!isReady())
         return;
-    if (execute(query, bindings))
+    if (execute(statement, values...))
         return;
 
     // A failed statement does not mean a lost database; the probe tells the two apart.
@@ -321,23 +372,30 @@ void DAO::execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings)
     isClaimed = false;
 }
 
-bool DAO::execute(QSqlQuery &query, std::initializer_list<Binding> bindings)
+template <typename Statement, typename... Values>
+bool DAO::execute(Statement &statement, const Values &...values)
 {
     QString error;
-    if (!isFileCurrentFor(query))
+    if (!isFileCurrentFor(statement))
         error = u"файл базы данных удалён или заменён"_s;
-    else if (!run(query, bindings))
-        error = databaseErrorText(query.lastError(), query.lastQuery());
+    else if (!run(statement, values...))
+        error = errorText(statement);
     else
         return true;
 
-    query.finish();
+    statement.finish();
     logger->warn(u"Ошибка при выполнении запроса: %1"_s, error);
     ++errorsCount;
     return false;
 }
 
-bool DAO::run(QSqlQuery &query, std::initializer_list<Binding> bindings)
+template <typename... Values>
+bool DAO::run(SqliteStatement &statement, const Values &...values)
+{
+    return statement.execute(values...);
+}
+
+bool DAO::run(QSqlQuery &query, Bindings bindings)
 {
     // Preparing a prepared statement again would destroy it while the cause of the failure lasts,
     // and the next call would fail as well.
@@ -354,7 +412,16 @@ bool DAO::run(QSqlQuery &query, std::initializer_list<Binding> bindings)
 
 bool DAO::isFileCurrentFor(const QSqlQuery &query)
 {
-    const bool isFrequent = &query == &read || &query == &removal;
+    return isFileCurrent(&query == &read || &query == &removal);
+}
+
+bool DAO::isFileCurrentFor(const SqliteStatement &)
+{
+    return isFileCurrent(true);
+}
+
+bool DAO::isFileCurrent(bool isFrequent)
+{
     if (isFrequent && !nextFileCheck.hasExpired())
         return true;
     if (!connectionFactory()->isConnectionCurrent(connectionName))
@@ -363,23 +430,35 @@ bool DAO::isFileCurrentFor(const QSqlQuery &query)
     return true;
 }
 
-Message DAO::toMessage(const QSqlQuery &row)
+template <typename Statement>
+QList<Message> DAO::takeMessages(Statement &rows, int limit)
 {
-    Message message;
-    message.id = row.value(0).toInt();
-    message.type = row.value(1).toString();
-    const QByteArray text = row.value(2).toByteArray();
+    QList<Message> messages;
+    // Fetching one row beyond the limit costs as much as any other row.
+    while (messages.size() != limit && rows.next()) {
+        Message message;
+        message.id = rows.value(0).toInt();
+        message.type = rows.value(1).toString();
+        message.body = toBody(message, rows.value(2).toByteArray());
+        message.cardNumber = rows.value(3).toString();
+        message.statusCode = rows.value(4).toString();
+        messages.append(message);
+    }
+    rows.finish();
+    return messages;
+}
+
+QVariantMap DAO::toBody(const Message &message, const QByteArray &text)
+{
     QJsonParseError error;
-    message.body = QJsonDocument::fromJson(text, &error).object().toVariantMap();
+    const QVariantMap body = QJsonDocument::fromJson(text, &error).object().toVariantMap();
     if (error.error != QJsonParseError::NoError) {
         logger->error(
             u"Не удалось получить сообщение из БД: id = %1, тип = %2, сообщение = '%3'"_s.arg(
                 QString::number(message.id), message.type, QString::fromUtf8(text)));
         ++errorsCount;
     }
-    message.cardNumber = row.value(3).toString();
-    message.statusCode = row.value(4).toString();
-    return message;
+    return body;
 }
 
 } // namespace queue

@@ -11,7 +11,10 @@
 #include <QString>
 
 #include <initializer_list>
+#include <memory>
 #include <vector>
+
+class SqliteStatement;
 
 namespace Log4Qt {
 class Logger;
@@ -89,24 +92,37 @@ private:
         QString name;
         QVariant value;
     };
+    using Bindings = std::initializer_list<Binding>;
+    struct DirectStatements;
 
     /// Connects if necessary. False when that fails; the failure is counted.
     bool isReady();
+    void remove(int id);
     /// Removes all of these rows in one transaction, or none of them. A failure is not counted:
     /// afterwards each row's own store runs its own statement.
     bool removeAll(const std::vector<int> &ids);
     /// The result of one of the server's lock functions for the type's lock.
     QVariant askLock(const QString &function, const QString &type);
-    /// On failure `query` has no rows.
-    void execQuery(QSqlQuery &query, std::initializer_list<Binding> bindings);
+    // A statement is a QSqlQuery with bindings, or an SqliteStatement with values. Call isReady()
+    // before an SqliteStatement, since connecting replaces them.
+    /// On failure the statement has no rows.
+    template <typename Statement, typename... Values>
+    void execQuery(Statement &statement, const Values &...values);
     /// Logs and counts a failure.
-    bool execute(QSqlQuery &query, std::initializer_list<Binding> bindings);
-    bool run(QSqlQuery &query, std::initializer_list<Binding> bindings);
+    template <typename Statement, typename... Values>
+    bool execute(Statement &statement, const Values &...values);
+    bool run(QSqlQuery &query, Bindings bindings);
+    template <typename... Values>
+    static bool run(SqliteStatement &statement, const Values &...values);
+    template <typename Statement>
+    QList<Message> takeMessages(Statement &rows, int limit);
     /// Checks that the database file has not been deleted or replaced. For the two statements of
     /// each delivery the check runs at most every 100 ms; until the next check they work on the
     /// rows of the old file.
     bool isFileCurrentFor(const QSqlQuery &query);
-    Message toMessage(const QSqlQuery &row);
+    bool isFileCurrentFor(const SqliteStatement &frequent);
+    bool isFileCurrent(bool isFrequent);
+    QVariantMap toBody(const Message &message, const QByteArray &text);
 
     QString connectionName;
     QSqlQuery typeCounts;
@@ -130,6 +146,9 @@ private:
     QSet<const QSqlQuery *> unprepared;
     /// Null before the first connection, and on a server.
     WriteGate *gate = nullptr;
+    /// Null on a server, and where SQLite cannot be called directly or has refused a statement:
+    /// then Qt's driver executes the queries above, and each row is deleted on its own.
+    std::unique_ptr<DirectStatements> direct;
 };
 
 } // namespace queue

@@ -15,13 +15,6 @@ JournalFault faultOf(int code, const char *text)
                         primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB);
 }
 
-/// Finalizes a statement that is executed once.
-struct Finalizer
-{
-    sqlite3_stmt *const statement;
-    ~Finalizer() { sqlite3_finalize(statement); }
-};
-
 } // namespace
 
 JournalConnection::JournalConnection(const QString &path, std::chrono::milliseconds busyTimeout)
@@ -42,24 +35,17 @@ JournalConnection::~JournalConnection()
     sqlite3_close(handle);
 }
 
-qint64 JournalConnection::run(const char *statement)
+qint64 JournalConnection::run(const char *text)
 {
-    const Finalizer once{prepare(statement, 0)};
-    int code = sqlite3_step(once.statement);
-    const qint64 first = code == SQLITE_ROW ? sqlite3_column_int64(once.statement, 0) : 0;
-    while (code == SQLITE_ROW)
-        code = sqlite3_step(once.statement);
-    if (code != SQLITE_DONE)
+    SqliteStatement statement(handle, text);
+    if (!statement.isPrepared() || !statement.execute())
+        fail();
+    const qint64 first = statement.next() ? statement.value(0).toLongLong() : 0;
+    while (statement.next()) {
+    }
+    if (statement.lastError().isValid())
         fail();
     return first;
-}
-
-sqlite3_stmt *JournalConnection::prepare(const char *text, unsigned flags)
-{
-    sqlite3_stmt *statement = nullptr;
-    if (sqlite3_prepare_v3(handle, text, -1, flags, &statement, nullptr) != SQLITE_OK)
-        fail();
-    return statement;
 }
 
 void JournalConnection::fail() const
@@ -67,42 +53,7 @@ void JournalConnection::fail() const
     throw faultOf(sqlite3_errcode(handle), sqlite3_errmsg(handle));
 }
 
-JournalConnection::Statement::Statement(JournalConnection &connection, const QByteArray &text)
-    : connection(connection)
-    , handle(connection.prepare(text.constData(), SQLITE_PREPARE_PERSISTENT))
+qint64 JournalConnection::changes() const
 {
-}
-
-JournalConnection::Statement::~Statement()
-{
-    sqlite3_finalize(handle);
-}
-
-void JournalConnection::Statement::bind(int position, qint64 value)
-{
-    sqlite3_bind_int64(handle, position + 1, value);
-}
-
-void JournalConnection::Statement::bind(int position, const QString &text)
-{
-    QByteArray &kept = texts.at(position);
-    kept = text.toUtf8();
-    // constData() of an empty array is not a null pointer, which SQLite would store as NULL.
-    sqlite3_bind_text(handle, position + 1, kept.constData(), static_cast<int>(kept.size()),
-                      SQLITE_STATIC);
-}
-
-void JournalConnection::Statement::bind(int position, QLatin1StringView text)
-{
-    sqlite3_bind_text(handle, position + 1, text.data(), static_cast<int>(text.size()),
-                      SQLITE_STATIC);
-}
-
-qint64 JournalConnection::Statement::step()
-{
-    sqlite3_step(handle);
-    // Resets the statement and returns the error of the step.
-    if (sqlite3_reset(handle) != SQLITE_OK)
-        connection.fail();
-    return sqlite3_changes(connection.handle);
+    return sqlite3_changes(handle);
 }

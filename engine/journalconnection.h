@@ -1,16 +1,12 @@
 #pragma once
 
 #include "shared/core/basicexception.h"
+#include "shared/core/sqlitestatement.h"
 
 #include <QByteArray>
-#include <QLatin1StringView>
 #include <QString>
 
-#include <array>
 #include <chrono>
-
-struct sqlite3;
-struct sqlite3_stmt;
 
 /// The journal's file could not be opened or written.
 class JournalFault : public BasicException
@@ -53,7 +49,7 @@ public:
 
 private:
     [[noreturn]] void fail() const;
-    sqlite3_stmt *prepare(const char *text, unsigned flags);
+    qint64 changes() const;
 
     sqlite3 *handle = nullptr;
 };
@@ -62,33 +58,25 @@ private:
 class JournalConnection::Statement
 {
 public:
-    Statement(JournalConnection &connection, const QByteArray &text);
-    ~Statement();
-    Statement(const Statement &) = delete;
-    Statement &operator=(const Statement &) = delete;
+    Statement(JournalConnection &connection, const QByteArray &text)
+        : connection(connection)
+        , statement(connection.handle, text)
+    {
+        if (!statement.isPrepared())
+            connection.fail();
+    }
 
-    /// Executes it with a value for each `?`: integers and texts; a null text is stored as an empty
-    /// one. Returns the number of changed rows.
+    /// Executes it with a value for each `?`, see SqliteStatement. Returns the number of changed
+    /// rows.
     template <typename... Values>
     qint64 execute(const Values &...values)
     {
-        static_assert(sizeof...(Values) <= mostValues);
-        int position = 0;
-        (bind(position++, values), ...);
-        return step();
+        if (!statement.execute(values...))
+            connection.fail();
+        return connection.changes();
     }
 
 private:
-    static constexpr int mostValues = 16;
-
-    void bind(int position, qint64 value);
-    void bind(int position, const QString &text);
-    /// For constants: the text is not copied.
-    void bind(int position, QLatin1StringView text);
-    qint64 step();
-
     JournalConnection &connection;
-    sqlite3_stmt *const handle;
-    /// The bound texts; SQLite reads them during the step.
-    std::array<QByteArray, mostValues> texts;
+    SqliteStatement statement;
 };

@@ -5,6 +5,7 @@
 #include "shared/core/databasestatements.h"
 #include "shared/core/serverconnection.h"
 #include "shared/core/sqliteschema.h"
+#include "shared/core/sqlitestatement.h"
 #include "shared/core/writeaheadlog.h"
 #include "shared/core/writegate.h"
 
@@ -63,8 +64,11 @@ ConnectionFactory::~ConnectionFactory() = default;
 void ConnectionFactory::removeConnection(const QString &name)
 {
     files.close(name);
-    if (QSqlDatabase::contains(name))
-        QSqlDatabase::removeDatabase(name);
+    if (!QSqlDatabase::contains(name))
+        return;
+    if (sqlite3 *const handle = SqliteStatement::handleOf(QSqlDatabase::database(name, false)))
+        SqliteStatement::finalizeAll(handle);
+    QSqlDatabase::removeDatabase(name);
 }
 
 QSqlDatabase ConnectionFactory::getConnection()

@@ -5,11 +5,14 @@
 #include "tests/engine/daofixture.h"
 #include "tests/support/logcapture.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QSqlQuery>
 #include <QTest>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <sys/resource.h>
@@ -38,12 +41,15 @@ private Q_SLOTS:
     void deletedFile();
     void deletedFileOfABusyStore();
     void replacedFile();
+    void connectionThatAnotherRemoves();
+    void tableThatComesLater();
     void readOnlyFile();
     void fullDisk();
     void serverRestart();
     void idleLongerThanTheServerAllows();
 
 private:
+    qsizetype openDatabaseFiles() const;
     void dropConnection();
     void breakConnection();
 };
@@ -305,6 +311,47 @@ void TestDaoErrors::replacedFile()
     QCOMPARE(log.lines().filter(u"ERROR Файл базы данных "_s).size(), 1);
 }
 
+/// What else runs on the thread, for instance the store of cards, replaces a lost connection too.
+void TestDaoErrors::connectionThatAnotherRemoves()
+{
+    const int id = database->put(u"cardlab"_s, u"{}"_s);
+    queue::DAO dao;
+    dao.connect();
+    QCOMPARE(dao.getMessage(u"cardlab"_s, -1, false, QString()).id, id);
+    dropConnection();
+    if (!server)
+        QCOMPARE(openDatabaseFiles(), 0);
+
+    const LogCapture log(u"dao"_s);
+    dao.deleteMessage(id);
+    QCOMPARE(dao.getErrorsCount(), 2);
+    QVERIFY(log.lines().contains(u"ERROR База данных недоступна"_s));
+    dao.deleteMessage(id);
+    QCOMPARE(dao.getErrorsCount(), 2);
+    QCOMPARE(database->ids(), QList<int>());
+}
+
+/// The till creates its table after the store has connected.
+void TestDaoErrors::tableThatComesLater()
+{
+    if (server)
+        QSKIP("the same for a server, see causeThatGoesAway()");
+    change(u"ALTER TABLE message RENAME TO later"_s);
+    ConnectionFactory::setCreatesTables(false);
+    const auto createAgain = qScopeGuard([] { ConnectionFactory::setCreatesTables(true); });
+    dropConnection();
+    queue::DAO dao;
+    dao.connect();
+    change(u"ALTER TABLE later RENAME TO message"_s);
+    const int id = database->put(u"cardlab"_s, u"{\"a\":1}"_s);
+    const Message message = dao.getMessage(u"cardlab"_s, -1, false, QString());
+    QCOMPARE(message.id, id);
+    QCOMPARE(message.body, (QVariantMap{{u"a"_s, 1}}));
+    dao.deleteMessage(id);
+    QCOMPARE(database->ids(), QList<int>());
+    QCOMPARE(dao.getErrorsCount(), 0);
+}
+
 void TestDaoErrors::readOnlyFile()
 {
     if (server)
@@ -401,6 +448,15 @@ void TestDaoErrors::idleLongerThanTheServerAllows()
         QCOMPARE(dao.getMessageTypeCounts().size(), 1);
         QCOMPARE(dao.getErrorsCount(), 0);
     }
+}
+
+/// How many files of the database this process has open, the fixture's own excluded.
+qsizetype TestDaoErrors::openDatabaseFiles() const
+{
+    const QFileInfoList entries = QDir(u"/proc/self/fd"_s).entryInfoList(QDir::Files);
+    return std::ranges::count_if(entries, [this](const QFileInfo &entry) {
+        return entry.symLinkTarget().startsWith(database->file());
+    });
 }
 
 void TestDaoErrors::dropConnection()

@@ -1,8 +1,11 @@
 #include "tests/faults/faultydriver.h"
 
+#include "shared/core/sqlitestatement.h"
+
 #include <QLibraryInfo>
 #include <QMutex>
 #include <QPluginLoader>
+#include <QScopedValueRollback>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlField>
@@ -10,15 +13,22 @@
 #include <QSqlQuery>
 #include <QSqlRecord>
 #include <QSqlResult>
+#include <QVariant>
 #include <qsqldriverplugin.h>
 
+#include <dlfcn.h>
+#include <functional>
 #include <memory>
+#include <sqlite3.h>
 
 using namespace Qt::StringLiterals;
 
 namespace faultydriver {
 
 namespace {
+
+/// Whether this thread's call of SQLite is part of a step that has been counted.
+thread_local bool isCounted = false;
 
 struct Plan
 {
@@ -92,6 +102,7 @@ protected:
     {
         if (takeStep(Step::Kind::Execute, lastQuery()))
             return fail(chosenError());
+        const QScopedValueRollback counted(isCounted, true);
         const QVariantList values = boundValues();
         for (int i = 0; i < values.size(); ++i)
             query.bindValue(i, values.at(i));
@@ -102,13 +113,26 @@ protected:
     {
         if (takeStep(Step::Kind::Execute, statement))
             return fail(chosenError());
+        const QScopedValueRollback counted(isCounted, true);
         return finishExecution(query.exec(statement));
     }
 
-    bool fetchNext() override { return follow(query.next()); }
-    bool fetchFirst() override { return follow(query.next()); }
-    bool fetchLast() override { return follow(query.last()); }
-    bool fetch(int index) override { return follow(query.seek(index)); }
+    bool fetchNext() override
+    {
+        return follow([this] { return query.next(); });
+    }
+    bool fetchFirst() override
+    {
+        return follow([this] { return query.next(); });
+    }
+    bool fetchLast() override
+    {
+        return follow([this] { return query.last(); });
+    }
+    bool fetch(int index) override
+    {
+        return follow([this, index] { return query.seek(index); });
+    }
     QVariant data(int field) override { return query.value(field); }
     bool isNull(int field) override { return query.isNull(field); }
     int size() override { return query.size(); }
@@ -140,8 +164,10 @@ private:
         setActive(true);
         return true;
     }
-    bool follow(bool isOnRow)
+    bool follow(const std::function<bool()> &move)
     {
+        const QScopedValueRollback counted(isCounted, true);
+        const bool isOnRow = move();
         setAt(isOnRow ? query.at() : int{QSql::AfterLastRow});
         return isOnRow;
     }
@@ -159,10 +185,12 @@ public:
 
     bool hasFeature(DriverFeature feature) const override { return inner->hasFeature(feature); }
     bool isOpen() const override { return inner->isOpen(); }
+    QVariant handle() const override { return inner->handle(); }
     bool open(const QString &name, const QString &user, const QString &password,
               const QString &host, int port, const QString &options) override
     {
         const bool isChosen = takeStep(Step::Kind::Open, QString());
+        const QScopedValueRollback counted(isCounted, true);
         const bool isDone = !isChosen && inner->open(name, user, password, host, port, options);
         setLastError(isChosen ? chosenError() : inner->lastError());
         setOpen(isDone);
@@ -187,6 +215,14 @@ private:
 
 void install()
 {
+    // What is found out about the library at the first connection is not a step of a store.
+    {
+        QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"first"_s);
+        database.setDatabaseName(u":memory:"_s);
+        if (!database.open() || !SqliteStatement::handleOf(database))
+            qFatal("SQLite is not reached directly");
+    }
+    QSqlDatabase::removeDatabase(u"first"_s);
     QSqlDatabase::registerSqlDriver(u"QSQLITE"_s, new QSqlDriverCreator<Driver>);
 }
 
@@ -205,3 +241,37 @@ QList<Step> steps()
 }
 
 } // namespace faultydriver
+
+// These two replace SQLite's own in this program, for Qt's driver too, whose calls are counted
+// where they begin.
+
+extern "C" int sqlite3_step(sqlite3_stmt *statement)
+{
+    static const auto real =
+        reinterpret_cast<decltype(&sqlite3_step)>(dlsym(RTLD_NEXT, "sqlite3_step"));
+    using namespace faultydriver;
+    const bool isExecution = !isCounted && !sqlite3_stmt_busy(statement);
+    if (isExecution && takeStep(Step::Kind::Execute, QString::fromUtf8(sqlite3_sql(statement))))
+        return SQLITE_IOERR;
+    const QScopedValueRollback counted(isCounted, true);
+    const int code = real(statement);
+    if (isExecution && code != SQLITE_ROW && code != SQLITE_DONE)
+        markFailed();
+    return code;
+}
+
+extern "C" int sqlite3_prepare_v3(sqlite3 *connection, const char *text, int size, unsigned flags,
+                                  sqlite3_stmt **statement, const char **rest)
+{
+    static const auto real =
+        reinterpret_cast<decltype(&sqlite3_prepare_v3)>(dlsym(RTLD_NEXT, "sqlite3_prepare_v3"));
+    using namespace faultydriver;
+    const bool isStep = !isCounted;
+    if (isStep && takeStep(Step::Kind::Prepare, QString::fromUtf8(text)))
+        return SQLITE_IOERR;
+    const QScopedValueRollback counted(isCounted, true);
+    const int code = real(connection, text, size, flags, statement, rest);
+    if (isStep && code != SQLITE_OK)
+        markFailed();
+    return code;
+}

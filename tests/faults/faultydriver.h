@@ -4,8 +4,9 @@
 #include <QSqlDriver>
 #include <QString>
 
-/// Qt's SQLite driver with a counter: every opening, preparation and execution is a step, and a
-/// chosen step fails with an error of its own instead of reaching SQLite.
+/// SQLite with a counter, below Qt's driver and below SqliteStatement: every opening, preparation
+/// and execution is a step, and a chosen step fails with an error of its own instead of reaching
+/// SQLite.
 namespace faultydriver {
 
 struct Step
@@ -25,7 +26,7 @@ struct Step
     bool operator==(const Step &) const = default;
 };
 
-/// From now on, this driver makes the connections of QSQLITE, for the rest of the process.
+/// From now on, steps of QSQLITE are counted, for the rest of the process.
 void install();
 /// Resets the count to 1 and forgets the steps so far. `from`: the first step that fails, 0 for
 /// none; `isForEver`: all later steps fail, too.
