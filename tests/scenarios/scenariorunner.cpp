@@ -1,4 +1,5 @@
 #include "rig/mariadbserver.h"
+#include "tests/scenarios/rules.h"
 #include "tests/scenarios/secrets.h"
 #include "tools/stand/scenarioerror.h"
 #include "tools/stand/scenariorun.h"
@@ -106,6 +107,7 @@ int main(int argc, char **argv)
         secretCount += secrets.values().size();
         result.findings += secrets.leaks(result.records);
         result.findings += secrets.journalLeaks(result.journal);
+        result.findings += ruleFindings(source.title(), result.outcomes);
         const bool isPassed = result.findings.isEmpty();
         print(u"%1  %2 (%3 ms)"_s.arg(isPassed ? u"PASS"_s : u"FAIL"_s, source.title())
                   .arg(timer.elapsed()));

@@ -161,8 +161,6 @@ Outcome Reader::readOutcome(const QJsonObject &object)
         if (!failureKinds.contains(kind))
             fault(u"unknown kind of failure '%1'"_s.arg(kind));
     }
-    if (isKept && !outcome.reasons.isEmpty())
-        fault(u"a kept row has no 'reasons': %1"_s.arg(outcome.when));
     if (outcome.verdict == u"dropped" && outcome.reasons.isEmpty())
         fault(u"no reason is told for what is dropped: %1"_s.arg(outcome.when));
     if (outcome.scenarios.isEmpty())
@@ -470,6 +468,15 @@ QList<Fault> check(const Type &type, const QJsonObject &body)
 QJsonObject masked(const Type &type, const QJsonObject &body)
 {
     return maskedValue(type, QString(), body).toObject();
+}
+
+bool fits(const QString &pattern, const QString &text)
+{
+    const QString expression = QRegularExpression::escape(pattern).replace(u"\\*"_s, u".*"_s);
+    return QRegularExpression(QRegularExpression::anchoredPattern(expression),
+                              QRegularExpression::DotMatchesEverythingOption)
+        .match(text)
+        .hasMatch();
 }
 
 } // namespace catalogue

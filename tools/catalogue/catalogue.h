@@ -42,7 +42,8 @@ struct Outcome
     /// `credentials`, `request` and `service`. Empty: the message is skipped without being tried.
     QStringList kinds;
     /// The reasons that are recorded with a message that was dropped or done before, in Russian;
-    /// `*` matches any text.
+    /// `*` matches any text. Of a kept message: only where `kinds` and the status of the answer do
+    /// not distinguish this outcome from the others.
     QStringList reasons;
     /// Names of scenarios that show it, in the type's own file. `*` matches any text.
     QStringList scenarios;
@@ -115,6 +116,9 @@ QList<Fault> check(const Type &type, const QJsonObject &body);
 /// The body with `***` for each secret value: of keys marked as secret, of headers whose name
 /// contains a word for a key, a token, a password or a session, and for passwords in addresses.
 QJsonObject masked(const Type &type, const QJsonObject &body);
+
+/// Whether the text matches a pattern of the catalogue, in which `*` matches any text.
+bool fits(const QString &pattern, const QString &text);
 
 /// The page about all types, in Markdown.
 QString toMarkdown();

@@ -81,12 +81,14 @@ QString keyTable(const Type &type)
 
 QString remark(const Outcome &outcome)
 {
-    if (outcome.verdict == u"kept")
-        return outcome.kinds.isEmpty() ? u"not tried"_s : outcome.kinds.join(u", "_s);
-    QStringList reasons;
+    if (outcome.verdict == u"kept" && outcome.kinds.isEmpty())
+        return u"not tried"_s;
+    QStringList parts;
+    if (!outcome.kinds.isEmpty())
+        parts.append(outcome.kinds.join(u", "_s));
     for (const QString &reason : outcome.reasons)
-        reasons.append(u'«' + QString(reason).replace(u'*', u'…') + u'»');
-    return reasons.join(u"; "_s);
+        parts.append(u'«' + QString(reason).replace(u'*', u'…') + u'»');
+    return parts.join(u"; "_s);
 }
 
 QString outcomeTable(const Type &type)

@@ -3,12 +3,12 @@
 #include "tools/stand/scenariofile.h"
 
 #include <QJsonDocument>
-#include <QRegularExpression>
 #include <QSet>
 
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
+using catalogue::fits;
 
 namespace stories {
 
@@ -157,14 +157,6 @@ QList<Story> storiesOf(const catalogue::Type &type, const QString &scenarios)
     return stories;
 }
 
-bool fits(const QString &pattern, const QString &text)
-{
-    const QString expression = QRegularExpression::escape(pattern).replace(u"\\*"_s, u".*"_s);
-    return QRegularExpression(QRegularExpression::anchoredPattern(expression))
-        .match(text)
-        .hasMatch();
-}
-
 bool asserts(const stand::Outcome &told, const catalogue::Outcome &row)
 {
     const bool isKept = row.verdict == u"kept";
@@ -174,9 +166,12 @@ bool asserts(const stand::Outcome &told, const catalogue::Outcome &row)
         return false;
     const std::optional<QString> &kind = told.recorded->kind;
     const std::optional<QString> &reason = told.recorded->reason;
-    if (isKept)
-        return kind && row.kinds.contains(*kind);
-    return row.reasons.isEmpty() ? !reason : reason && fitsOneOf(row.reasons, *reason);
+    if (isKept && !(kind && row.kinds.contains(*kind)))
+        return false;
+    // A kept message has the error of the exchange as its reason, where its handler gives none.
+    if (row.reasons.isEmpty())
+        return isKept || !reason;
+    return reason && fitsOneOf(row.reasons, *reason);
 }
 
 QStringList gaps(const catalogue::Type &type, const QString &scenarios)

@@ -24,11 +24,8 @@ struct Story
 /// The stories of a type's own file below the folder `scenarios`. Throws stand::ScenarioError.
 QList<Story> storiesOf(const catalogue::Type &type, const QString &scenarios);
 
-/// Whether the name matches a pattern of the catalogue, in which `*` matches any text.
-bool fits(const QString &pattern, const QString &text);
-
 /// Whether a message with this outcome shows the row of outcomes: the same verdict, and the same
-/// kind of failure or reason.
+/// kind of failure, and the same reason where the row has one.
 bool asserts(const stand::Outcome &told, const catalogue::Outcome &row);
 
 /// One line for each row of the type's outcomes that no scenario asserts, for each scenario that is

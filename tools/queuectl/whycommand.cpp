@@ -1,5 +1,5 @@
 #include "app/settings.h"
-#include "tools/catalogue/catalogue.h"
+#include "tools/catalogue/keepingrule.h"
 #include "tools/queuectl/actors.h"
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/controlport.h"
@@ -57,49 +57,27 @@ QString answerText(const Row &row, Cause cause, const std::optional<JournalEntry
         .arg(reason);
 }
 
-/// Words by which the rules about such an answer are told in the catalogue.
-QStringList signsOf(Cause cause)
-{
-    switch (cause) {
-    case Cause::Network:
-        return {u"no answer"_s, u"no connection"_s, u"network"_s};
-    case Cause::Certificate:
-        return {u"certificate"_s, u"no answer"_s};
-    case Cause::Credentials:
-    case Cause::Request:
-    case Cause::Service:
-        return {u"http error"_s, u"status"_s};
-    default:
-        return {};
-    }
-}
-
 /// Why the handler of the type keeps a row after such an answer.
-QString keepingRule(const QString &type, Cause cause)
+QString keepingRule(const QString &type, Cause cause, const std::optional<JournalEntry> &entry)
 {
     const catalogue::Type *known = catalogue::find(type);
-    const QList<catalogue::Outcome> outcomes =
-        known ? known->outcomes : QList<catalogue::Outcome>();
-    const QStringList signs = signsOf(cause);
-    for (const QString &sign : signs) {
-        for (const catalogue::Outcome &outcome : outcomes) {
-            if (outcome.verdict != u"kept" || !outcome.when.contains(sign, Qt::CaseInsensitive))
-                continue;
-            QString rule = isRussian() ? outcome.whenRu : outcome.when;
-            while (rule.endsWith(u'.'))
-                rule.chop(1);
-            return text("a message of type %1 stays after this (rule: %2)",
-                        "сообщение типа %1 после этого остаётся (правило: %2)")
-                .arg(type, rule);
-        }
-    }
-    return text("a message of type %1 stays after this (%2; all rules: queuectl types %1)",
-                "сообщение типа %1 после этого остаётся (%2; все правила: queuectl types %1)")
-        .arg(type, causeText(cause));
+    const catalogue::Outcome *outcome =
+        known && entry ? catalogue::keepingRule(*known, {entry->kind, entry->status, entry->text})
+                       : nullptr;
+    if (!outcome)
+        return text("a message of type %1 stays after this (%2; all rules: queuectl types %1)",
+                    "сообщение типа %1 после этого остаётся (%2; все правила: queuectl types %1)")
+            .arg(type, causeText(cause));
+    QString rule = isRussian() ? outcome->whenRu : outcome->when;
+    while (rule.endsWith(u'.'))
+        rule.chop(1);
+    return text("a message of type %1 stays after this (rule: %2)",
+                "сообщение типа %1 после этого остаётся (правило: %2)")
+        .arg(type, rule);
 }
 
 /// What the engine does with a row that is not finished with.
-QString ruleText(const Row &row, Cause cause)
+QString ruleText(const Row &row, Cause cause, const std::optional<JournalEntry> &entry)
 {
     switch (cause) {
     case Cause::NoHandler:
@@ -115,7 +93,7 @@ QString ruleText(const Row &row, Cause cause)
         return text("rows of a type go one after another, oldest first",
                     "строки одного типа идут по одной, начиная со старшей");
     default:
-        return keepingRule(row.type, cause);
+        return keepingRule(row.type, cause, entry);
     }
 }
 
@@ -228,7 +206,7 @@ Report explainRow(const Call &call)
     const Cause cause = situation.cause(*row, entry);
     const NextTry next = nextTry(*row, cause, situation, rows, service);
     const QString answer = answerText(*row, cause, entry, situation);
-    const QString rule = ruleText(*row, cause);
+    const QString rule = ruleText(*row, cause, entry);
     const QString actor =
         actionText(cause, service, row->type,
                    destinationOf(row->type, row->object().value_or(QJsonObject())), id);

@@ -46,6 +46,7 @@ RunResult ScenarioRun::run()
     RunResult result;
     result.findings = findings;
     result.journal = journal;
+    result.outcomes = outcomes;
     if (service) {
         result.log = service->log().text();
         result.records = service->log().records();
@@ -298,7 +299,8 @@ void ScenarioRun::compare()
     }
     findings += tableFindings(written, table->rows());
     const QString journalPath = till.path(u"/tallocash/cash/queue/journal.db"_s);
-    findings += journalFindings(written, rig::readJournal(journalPath));
+    outcomes = rig::readJournal(journalPath);
+    findings += journalFindings(written, outcomes);
     journal = rig::journalTexts(journalPath);
     findings += cardFindings(scenario, table->cards());
     findings += logFindings(scenario, service->log().records());

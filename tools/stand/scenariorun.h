@@ -39,6 +39,8 @@ struct RunResult
     QList<rig::LogRecord> records;
     /// The contents of its delivery journal, one text for each row.
     QStringList journal;
+    /// Its messages.
+    QList<rig::JournalRow> outcomes;
 };
 
 /// Runs one scenario against the real service in a folder of its own: peers first, then rows and
@@ -86,6 +88,7 @@ private:
     bool isTerminated = false;
     QStringList findings;
     QStringList journal;
+    QList<rig::JournalRow> outcomes;
 };
 
 } // namespace stand

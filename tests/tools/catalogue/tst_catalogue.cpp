@@ -4,7 +4,7 @@
 #include "shared/net/httpparams.h"
 #include "shared/net/preparedrequestbase.h"
 #include "tests/tools/catalogue/handlersource.h"
-#include "tools/catalogue/catalogue.h"
+#include "tools/catalogue/keepingrule.h"
 #include "tools/messagetypes/stories.h"
 #include "tools/settings/settingslist.h"
 
@@ -117,6 +117,8 @@ private Q_SLOTS:
     void bodiesOfScenariosAreKnown();
     void outcomesAreAsserted_data() { eachType(); }
     void outcomesAreAsserted();
+    void keepingRuleFitsTheRefusal_data();
+    void keepingRuleFitsTheRefusal();
     void gapsAreFound_data();
     void gapsAreFound();
     void settingsAreThoseThatAreRead();
@@ -169,7 +171,6 @@ void TestCatalogue::malformedFilesAreTold_data()
     QTest::newRow("unknown failure")  << u"[\"service\", "_s       << u"[\"servise\", "_s      << anywhere + u"unknown kind of failure 'servise'"_s;
     QTest::newRow("kinds missing")    << u"\"kinds\": "_s          << u"\"reasons\": "_s       << anywhere + u"'kinds' belongs to a kept row, and to no other"_s;
     QTest::newRow("kinds of a delivery") << u"\"verdict\": \"kept\""_s << u"\"verdict\": \"delivered\""_s << anywhere + u"'kinds' belongs to a kept row, and to no other"_s;
-    QTest::newRow("reasons of a kept row") << u"\"kinds\": [\"service\""_s << u"\"reasons\": [\"x\"], \"kinds\": [\"service\""_s << anywhere + u"a kept row has no 'reasons'"_s;
     QTest::newRow("reason missing")   << u"\"reasons\": "_s        << u"\"reason_\": "_s       << u"forwarding.json, greenwichparkingticket: no reason is told for what is dropped"_s;
     QTest::newRow("unknown fragment") << u"\"url\",\n"_s           << u"\"uri\",\n"_s          << anywhere + u"no fragment 'uri'"_s;
     QTest::newRow("key twice")        << u"\"url\",\n"_s           << u"\"url\", \"url\",\n"_s << anywhere + u"key 'url' is there twice"_s;
@@ -380,6 +381,50 @@ void TestCatalogue::outcomesAreAsserted()
     QVERIFY2(gaps.isEmpty(), qPrintable(gaps.join(u'\n')));
 }
 
+void TestCatalogue::keepingRuleFitsTheRefusal_data()
+{
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("reason");
+    QTest::addColumn<QString>("rule");
+
+    const QString unusable = u"Недопустимый адрес запроса 'x'"_s;
+    const QString httpError = u"Сервер ответил ошибкой, код состояния HTTP %1"_s;
+    // clang-format off
+    QTest::newRow("by the reply")      << u"raiffeisensbp"_s << u"service"_s << 200 << u"возврат ещё выполняется"_s << u"Another state"_s;
+    QTest::newRow("by the status")     << u"raiffeisensbp"_s << u"service"_s << 503 << httpError.arg(503) << u"Any other HTTP error"_s;
+    QTest::newRow("redirect")          << u"goldcrown"_s << u"service"_s << 302 << httpError.arg(302) << u"An HTTP error"_s;
+    QTest::newRow("no answer")         << u"raiffeisensbp"_s << u"network"_s << 0 << u"нет связи"_s << u"No answer"_s;
+    QTest::newRow("answer cut off")    << u"raiffeisensbp"_s << u"network"_s << 503 << u"нет связи"_s << u"No answer"_s;
+    QTest::newRow("nothing is sent")   << u"raiffeisensbp"_s << u"request"_s << 0 << QString() << u"No address"_s;
+    QTest::newRow("by the reason")     << u"frcashbox"_s << u"service"_s << 200 << u"код ошибки 8: нет бумаги"_s << u"The answer holds"_s;
+    QTest::newRow("reason in lines")   << u"frcashbox"_s << u"service"_s << 200 << u"код ошибки 8: нет\nбумаги"_s << u"The answer holds"_s;
+    QTest::newRow("by another reason") << u"frcashbox"_s << u"service"_s << 200 << u"ответ пуст или не прочитан"_s << u"The answer is empty"_s;
+    QTest::newRow("an unknown reason") << u"frcashbox"_s << u"service"_s << 200 << u"из другой версии"_s << QString();
+    QTest::newRow("no method")         << u"mindbox"_s << u"request"_s << 0 << u"неизвестный метод сообщения"_s << u"`method` is unknown"_s;
+    QTest::newRow("no usable address") << u"mindbox"_s << u"request"_s << 0 << unusable << u"No answer"_s;
+    QTest::newRow("no certificate")    << u"goldcrown"_s << u"certificate"_s << 0 << u"нет сертификата для соединения"_s << u"The certificate is missing"_s;
+    QTest::newRow("certificate refused") << u"goldcrown"_s << u"certificate"_s << 0 << u"сертификат отвергнут"_s << u"No answer"_s;
+    QTest::newRow("one rule for all")  << u"mindbox"_s << u"service"_s << 200 << u"отказ"_s << u"Any other answer"_s;
+    QTest::newRow("no rule")           << u"cardlab"_s << u"weather"_s << 0 << u"гроза"_s << QString();
+    // clang-format on
+}
+
+void TestCatalogue::keepingRuleFitsTheRefusal()
+{
+    QFETCH(const QString, type);
+    QFETCH(const QString, kind);
+    QFETCH(const int, status);
+    QFETCH(const QString, reason);
+    QFETCH(const QString, rule);
+
+    const catalogue::Outcome *outcome =
+        catalogue::keepingRule(*catalogue::find(type), {kind, status, reason});
+    const QString found = outcome ? outcome->when : QString();
+    QVERIFY2(rule.isEmpty() ? found.isEmpty() : found.startsWith(rule), qPrintable(found));
+}
+
 void TestCatalogue::gapsAreFound_data()
 {
     QTest::addColumn<QString>("type");
@@ -474,7 +519,7 @@ void TestCatalogue::settingsAreThoseThatAreRead()
     QStringList unnamed = read;
     for (const QString &name : std::as_const(named)) {
         const qsizetype hits =
-            unnamed.removeIf([&](const QString &key) { return stories::fits(name, key); });
+            unnamed.removeIf([&](const QString &key) { return catalogue::fits(name, key); });
         QVERIFY2(hits > 0, qPrintable(u"no setting '%1'"_s.arg(name)));
     }
     QCOMPARE(unnamed.join(u' '), QString());

@@ -79,6 +79,7 @@ private Q_SLOTS:
     void why_data();
     void why();
     void whyNamesTheRule();
+    void whyNamesTheRuleOfTheReply();
     void portOfAnotherProgram();
     void whyCountsRowsBefore();
     void unknownFactsAreNamed_data();
@@ -805,6 +806,27 @@ void TestQueuectlLook::whyNamesTheRule()
         QVERIFY2(std::any_of(kept.cbegin(), kept.cend(),
                              [&rule](const QString &when) { return rule.contains(when); }),
                  qPrintable(rule));
+}
+
+/// Several rules of the type speak of such failures.
+void TestQueuectlLook::whyNamesTheRuleOfTheReply()
+{
+    const int id = put(u"raiffeisensbp"_s);
+    const auto ruleAfter = [&](int status, const QString &reason) {
+        journal->run(u"DELETE FROM outcome"_s);
+        journal->put({.id = id,
+                      .type = u"raiffeisensbp"_s,
+                      .verdict = u"kept"_s,
+                      .kind = u"service"_s,
+                      .status = status,
+                      .text = reason,
+                      .secondsAgo = 0});
+        return why(id).value(u"rule"_s).toString();
+    };
+    const QString running = ruleAfter(200, u"возврат ещё выполняется"_s);
+    QVERIFY2(running.contains(u"a refund that is IN_PROGRESS"), qPrintable(running));
+    const QString broken = ruleAfter(503, u"Сервер ответил ошибкой, код состояния HTTP 503"_s);
+    QVERIFY2(broken.contains(u"Any other HTTP error"), qPrintable(broken));
 }
 
 void TestQueuectlLook::whyCountsRowsBefore()
