@@ -282,6 +282,8 @@ void ScriptedPeer::accept(qintptr descriptor)
         configuration.setCaCertificates(QSslCertificate::fromData(authority->certificate()));
         configuration.setPeerVerifyMode(script.wantsClientCertificate ? QSslSocket::VerifyPeer
                                                                       : QSslSocket::VerifyNone);
+        // Otherwise Qt closes the connection without the alert that other servers send.
+        configuration.setMissingCertificateIsFatal(script.wantsClientCertificate);
         socket->setSslConfiguration(configuration);
         socket->startServerEncryption();
     }
