@@ -29,6 +29,18 @@ QString logIn(RestClient &client, const QString &url, const QString &credentials
     return client.responseJson().object().value(u"sessionId"_s).toString();
 }
 
+/// The reason why the request was answered with 401 again. Only a refused login is a matter of the
+/// account: a lost one is not, nor is a new session that the service does not accept.
+bool keepWithoutSession(BasicHandler &handler, const http::Response &login, const QString &session)
+{
+    if (!session.isEmpty())
+        return handler.keep(u"сервис не принял новый сеанс"_s);
+    if (login.errorCode == http::noError)
+        return handler.keep(u"в ответе на вход нет поля sessionId"_s,
+                            http::FailureKind::Credentials);
+    return handler.keep(u"вход не удался: %1"_s.arg(login.errorText.ru()), login.kind());
+}
+
 /// Decides by the client's last exchange.
 bool isDone(BasicHandler &handler, const RestClient &client)
 {
@@ -64,12 +76,17 @@ bool FrCashboxHandler::sendMessage(const Message &message)
     PreparedRequest request = readRequest(message, rules);
     request.url = addressOf(base + messageValue<QString>(message, u"path"_s));
     const auto client = sendRequest(*logger(), request);
-    if (client->statusCode() == unauthorizedStatus) {
-        logger()->warn(u"Требуется авторизация"_s);
-        // A failed login gives an empty session id, which the answer to the request then reports.
-        request.headers.insert(u"SessionId"_s,
-                               logIn(*client, base, messageValue<QString>(message, u"auth"_s)));
-        sendRequest(*client, request);
-    }
-    return isDone(*this, *client);
+    if (client->statusCode() != unauthorizedStatus)
+        return isDone(*this, *client);
+
+    logger()->warn(u"Требуется авторизация"_s);
+    const QString session = logIn(*client, base, messageValue<QString>(message, u"auth"_s));
+    const http::Response login = client->response();
+    // Empty after a failed login; only the answer to the request decides.
+    request.headers.insert(u"SessionId"_s, session);
+    sendRequest(*client, request);
+    if (isDone(*this, *client))
+        return true;
+    return client->errorCode() == http::authenticationError
+           && keepWithoutSession(*this, login, session);
 }

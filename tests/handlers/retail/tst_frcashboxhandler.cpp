@@ -54,6 +54,8 @@ private Q_SLOTS:
     void outcome();
     void addressesAreJoinedUnchanged_data();
     void addressesAreJoinedUnchanged();
+    void recordsWhyThereIsNoSession_data();
+    void recordsWhyThereIsNoSession();
 };
 
 void TestFrCashboxHandler::requests()
@@ -175,6 +177,30 @@ void TestFrCashboxHandler::addressesAreJoinedUnchanged()
     FakeRestClient net({reply(401), reply(200), reply(200, "{}")});
     QVERIFY(deliver(u"frcashbox"_s, message));
     QCOMPARE(net.transcript(), (QStringList{first, login, first}));
+}
+
+void TestFrCashboxHandler::recordsWhyThereIsNoSession_data()
+{
+    QTest::addColumn<Script>("script");
+    QTest::addColumn<QString>("told");
+
+    const QString lost = noConnection().errorText.ru();
+    // clang-format off
+    QTest::newRow("login refused")       << Script{reply(401), reply(403), reply(401)} << u"kept credentials: вход не удался: %1"_s.arg(reply(403).errorText.ru());
+    QTest::newRow("login lost")          << Script{reply(401), noConnection(), reply(401)} << u"kept network: вход не удался: %1"_s.arg(lost);
+    QTest::newRow("login in trouble")    << Script{reply(401), reply(503), reply(401)} << u"kept service: вход не удался: %1"_s.arg(reply(503).errorText.ru());
+    QTest::newRow("login without an id") << Script{reply(401), reply(200, "{}"), reply(401)} << u"kept credentials: в ответе на вход нет поля sessionId"_s;
+    QTest::newRow("session refused")     << Script{reply(401), ::session(u"s"_s), reply(401)} << u"kept service: сервис не принял новый сеанс"_s;
+    QTest::newRow("another error after a lost login") << Script{reply(401), noConnection(), reply(500)} << keptBy(reply(500));
+    QTest::newRow("lost after a lost login") << Script{reply(401), noConnection(), noConnection()} << keptBy(noConnection());
+    // clang-format on
+}
+
+void TestFrCashboxHandler::recordsWhyThereIsNoSession()
+{
+    QFETCH(Script, script);
+    FakeRestClient net(script);
+    QTEST(outcomeOf(u"frcashbox"_s, message()), "told");
 }
 
 QTEST_GUILESS_MAIN(TestFrCashboxHandler)
