@@ -20,10 +20,18 @@ constexpr int delivered = 0;
 constexpr int notDelivered = 1;
 constexpr int wrongUsage = 2;
 
-QString installedScenarios()
+/// The scenarios that belong to this program: of its package, or of the source tree that it is
+/// built from, to which the build folder has a link.
+QString ownScenarios()
 {
-    return QDir::cleanPath(QCoreApplication::applicationDirPath()
-                           + u"/../share/queue-stand/scenarios"_s);
+    const QDir folder(QCoreApplication::applicationDirPath());
+    for (const QString &path : {u"../share/queue-stand/scenarios"_s, u"stand-scenarios"_s}) {
+        if (folder.exists(path))
+            return QDir::cleanPath(folder.filePath(path));
+    }
+    throw UsageError(
+        u"There are no scenarios beside %1: name their folder with --scenarios, in the source tree tests/scenarios"_s
+            .arg(QCoreApplication::applicationFilePath()));
 }
 
 int numberOf(const QCommandLineParser &parser, const QCommandLineOption &option, int least,
@@ -43,7 +51,7 @@ struct Options
 {
     // clang-format off
     QCommandLineOption root{u"root"_s, u"The folder used as / of the till: QUEUE_ROOT of the service."_s, u"folder"_s};
-    QCommandLineOption scenarios{u"scenarios"_s, u"The folder with the scenarios; by default the installed ones."_s, u"folder"_s};
+    QCommandLineOption scenarios{u"scenarios"_s, u"The folder with the scenarios; by default those of the package or of the build."_s, u"folder"_s};
     QCommandLineOption writeSettings{u"write-settings"_s, u"Only write the settings that direct the service to the stand; call before the service starts."_s};
     QCommandLineOption list{u"list"_s, u"Only list the types that have samples."_s};
     QCommandLineOption type{u"type"_s, u"Show only this type; may be repeated."_s, u"type"_s};
@@ -142,7 +150,7 @@ int work(const QCommandLineParser &parser, const Options &options)
     if (!parser.positionalArguments().isEmpty())
         throw UsageError(u"Unexpected: "_s + parser.positionalArguments().first());
     const QString scenarios =
-        parser.isSet(options.scenarios) ? parser.value(options.scenarios) : installedScenarios();
+        parser.isSet(options.scenarios) ? parser.value(options.scenarios) : ownScenarios();
     if (parser.isSet(options.list)) {
         std::puts(qPrintable(stand::SampleStand::list(scenarios).join(u'\n')));
         return delivered;

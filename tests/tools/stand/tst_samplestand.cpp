@@ -35,6 +35,7 @@ private Q_SLOTS:
     void program_data();
     void program();
     void showsBodies();
+    void findsItsScenarios();
     void settingsComeFirst();
     void contradictingSettings();
     void nothingToShow();
@@ -52,7 +53,8 @@ private:
         QString errors;
     };
     /// The program with these arguments, in English.
-    static Run runStand(const QStringList &arguments);
+    static Run runStand(const QStringList &arguments,
+                        const QString &program = QStringLiteral(STAND_PROGRAM));
 
     std::unique_ptr<QTemporaryDir> folder;
     QString root;
@@ -233,15 +235,15 @@ void TestSampleStand::listsSamples()
     QVERIFY(kindOf(u"eps"_s).contains(u"TCP"_s));
 }
 
-TestSampleStand::Run TestSampleStand::runStand(const QStringList &arguments)
+TestSampleStand::Run TestSampleStand::runStand(const QStringList &arguments, const QString &program)
 {
     QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
     process.setProcessEnvironment(environment);
-    process.start(QStringLiteral(STAND_PROGRAM), arguments);
+    process.start(program, arguments);
     if (!waitUntil([&] { return process.state() == QProcess::NotRunning; }))
-        qFatal("%s does not end", STAND_PROGRAM);
+        qFatal("%s does not end", qPrintable(program));
     return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
             QString::fromUtf8(process.readAllStandardError())};
 }
@@ -332,6 +334,22 @@ void TestSampleStand::nothingToShow()
 {
     writeFile(scenarios + u"/a.json"_s, R"({"scenarios": [{"name": "n"}]})");
     QVERIFY_THROWS_EXCEPTION(ScenarioError, SampleStand(root, scenarios));
+}
+
+void TestSampleStand::findsItsScenarios()
+{
+    const Run list = runStand({u"--list"_s});
+    QCOMPARE(list.errors, QString());
+    QCOMPARE(list.exitCode, 0);
+    QCOMPARE(list.output, SampleStand::list(QStringLiteral(SCENARIOS)).join(u'\n') + u'\n');
+
+    // A copy elsewhere has none, and says what to do.
+    const QTemporaryDir folder;
+    const QString copy = folder.filePath(u"queue-stand"_s);
+    QVERIFY(QFile::copy(QStringLiteral(STAND_PROGRAM), copy));
+    const Run lost = runStand({u"--list"_s}, copy);
+    QCOMPARE(lost.exitCode, 2);
+    QVERIFY2(lost.errors.contains(u"name their folder with --scenarios"), qPrintable(lost.errors));
 }
 
 QTEST_GUILESS_MAIN(TestSampleStand)
