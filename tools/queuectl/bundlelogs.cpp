@@ -23,7 +23,7 @@ constexpr qint64 maxBytes = 16 * 1024 * 1024;
 constexpr int maxLines = 100'000;
 constexpr int maxMessages = 20'000;
 constexpr int journalctlTimeoutMs = 60'000;
-const QString timeForm = u"yyyy-MM-dd HH:mm:ss"_s;
+const QString logTimeForm = u"yyyy-MM-dd HH:mm:ss"_s;
 
 QByteArray sentence(const QString &text)
 {
@@ -79,7 +79,7 @@ QByteArray logFileSince(const QDateTime &since)
     // A log whose lines begin in another way is taken whole. Further lines of an event have no
     // time.
     const auto timeOf = [](const QString &line) {
-        return QDateTime::fromString(line.left(timeForm.size()), timeForm);
+        return QDateTime::fromString(line.left(logTimeForm.size()), logTimeForm);
     };
     QByteArray result;
     bool isTaken = true;

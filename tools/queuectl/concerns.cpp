@@ -9,16 +9,10 @@ using namespace Qt::StringLiterals;
 
 namespace queuectl {
 
-namespace {
-
-constexpr qint64 oldSeconds = 3600;
-
-} // namespace
-
 QList<Concern> concernsOf(MessageRows &rows, const Situation &situation)
 {
     QMap<QString, int> old;
-    const QList<TypeRows> late = rows.types(QDateTime::currentDateTime().addSecs(-oldSeconds));
+    const QList<TypeRows> late = rows.types(QDateTime::currentDateTime().addSecs(-oldRowSeconds));
     for (const TypeRows &type : late)
         old.insert(type.type, type.count);
 

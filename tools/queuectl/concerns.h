@@ -8,6 +8,9 @@
 
 namespace queuectl {
 
+/// Somebody has to look after rows that have waited for longer.
+constexpr qint64 oldRowSeconds = 3600;
+
 /// Rows that somebody has to look after.
 struct Concern
 {
@@ -17,7 +20,7 @@ struct Concern
         NoHandler,
         /// The type has been refused and never delivered.
         OnlyFailed,
-        /// Rows that have waited for more than an hour.
+        /// Rows that have waited for more than oldRowSeconds.
         Old
     } kind = Kind::Old;
     QString type;

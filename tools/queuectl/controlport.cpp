@@ -18,7 +18,6 @@ namespace {
 
 constexpr int timeoutMs = 5000;
 constexpr int connectTimeoutMs = 2000;
-constexpr int maxPort = 65535;
 
 } // namespace
 

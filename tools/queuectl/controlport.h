@@ -10,6 +10,8 @@
 
 namespace queuectl {
 
+constexpr int maxPort = 65535;
+
 /// The port of the service's control interface as the settings name it.
 int controlPort();
 

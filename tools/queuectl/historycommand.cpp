@@ -13,10 +13,9 @@ namespace queuectl {
 
 namespace {
 
-constexpr int usualLimit = 50;
+constexpr int usualEntries = 50;
 /// The mask and four digits.
 constexpr qsizetype cardWidth = 12;
-constexpr qsizetype wordsWidth = 80;
 
 QString verdictOf(const Call &call)
 {
@@ -42,7 +41,7 @@ JournalFilter filterOf(const Call &call)
         filter.since = readTime(u"since"_s, call.value(u"since"_s), DayEnd::First);
     if (call.has(u"until"_s))
         filter.until = readTime(u"until"_s, call.value(u"until"_s), DayEnd::Last);
-    filter.limit = call.number(u"limit"_s, usualLimit);
+    filter.limit = call.number(u"limit"_s, usualEntries);
     return filter;
 }
 
@@ -105,7 +104,7 @@ void addTable(Report &report)
                   {u"attempts"_s, text("Attempts", "Попыток"), Format::Plain, true},
                   {u"card"_s, text("Card", "Карта"), Format::Plain, false, cardWidth},
                   {u"reference"_s, text("Reference", "Документ")},
-                  {u"answer"_s, text("Answer", "Ответ"), Format::Plain, false, wordsWidth}});
+                  {u"answer"_s, text("Answer", "Ответ"), Format::Plain, false, answerColumnWidth}});
 }
 
 } // namespace

@@ -22,7 +22,7 @@ namespace {
 
 constexpr int knownVersion = 1;
 constexpr int busyTimeoutMs = 2000;
-const QString columns =
+const QString entryColumns =
     u"number, messageid, type, card, reference, verdict, kind, status, text, attempts, first, last, milliseconds"_s;
 /// The first moment of the year 10000.
 constexpr qint64 endOfTimeMs = 253'402'300'800'000;
@@ -150,10 +150,10 @@ JournalStatement historyStatement(const JournalFilter &filter)
     if (!filter.verdict.isEmpty())
         where(u"verdict = ?"_s, filter.verdict);
     values.append(filter.limit > 0 ? qint64(filter.limit) + 1 : -1);
-    return {
-        u"SELECT %1 FROM outcome%2 ORDER BY last DESC, number DESC LIMIT ?"_s.arg(
-            columns, conditions.isEmpty() ? QString() : u" WHERE "_s + conditions.join(u" AND "_s)),
-        values};
+    return {u"SELECT %1 FROM outcome%2 ORDER BY last DESC, number DESC LIMIT ?"_s.arg(
+                entryColumns,
+                conditions.isEmpty() ? QString() : u" WHERE "_s + conditions.join(u" AND "_s)),
+            values};
 }
 
 JournalStatement endedStatement(const QDateTime &start)
@@ -402,7 +402,7 @@ QHash<int, JournalEntry> JournalFile::newest(const QString &type, const QList<in
         return result;
     const QStringList marks(ids.size(), u"?"_s);
     JournalStatement statement{
-        u"SELECT %1 FROM outcome WHERE messageid IN (%2) AND +type = ?"_s.arg(columns,
+        u"SELECT %1 FROM outcome WHERE messageid IN (%2) AND +type = ?"_s.arg(entryColumns,
                                                                               marks.join(u", "_s)),
         {}};
     for (const int id : ids)
@@ -421,24 +421,24 @@ QHash<int, JournalEntry> JournalFile::newest(const QString &type, const QList<in
 std::optional<JournalEntry> JournalFile::lastKept(const QString &type)
 {
     return first({u"SELECT %1 FROM outcome WHERE verdict = 'kept' AND type = ?"
-                  " ORDER BY last DESC LIMIT 1"_s.arg(columns),
+                  " ORDER BY last DESC LIMIT 1"_s.arg(entryColumns),
                   {type}});
 }
 
 std::optional<JournalEntry> JournalFile::oldest()
 {
-    return first({u"SELECT %1 FROM outcome ORDER BY number LIMIT 1"_s.arg(columns), {}});
+    return first({u"SELECT %1 FROM outcome ORDER BY number LIMIT 1"_s.arg(entryColumns), {}});
 }
 
 std::optional<JournalEntry> JournalFile::latest()
 {
-    return first({u"SELECT %1 FROM outcome ORDER BY last DESC LIMIT 1"_s.arg(columns), {}});
+    return first({u"SELECT %1 FROM outcome ORDER BY last DESC LIMIT 1"_s.arg(entryColumns), {}});
 }
 
 QList<JournalEntry> JournalFile::lastMade(int count)
 {
     QList<JournalEntry> result;
-    run({u"SELECT %1 FROM outcome ORDER BY number DESC LIMIT ?"_s.arg(columns), {count}},
+    run({u"SELECT %1 FROM outcome ORDER BY number DESC LIMIT ?"_s.arg(entryColumns), {count}},
         [&result](const QSqlQuery &query) {
             result.append(entryAt(query));
             return true;

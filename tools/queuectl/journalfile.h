@@ -127,6 +127,9 @@ struct Attempted
     QDateTime last;
 };
 
+/// A certificate that was not in use for longer than this may have been replaced.
+constexpr int certificateMemoryDays = 30;
+
 /// Something that the service has met on its way.
 struct Fact
 {

@@ -13,11 +13,6 @@ namespace {
 
 const QString mask = u"***"_s;
 
-QString joined(const QString &path, const QString &key)
-{
-    return path.isEmpty() ? key : path + u'.' + key;
-}
-
 QJsonValue maskedAt(const QJsonValue &value, const QString &path, const QStringList &further);
 
 QString maskedAddresses(QString text)
@@ -63,7 +58,7 @@ QJsonValue maskedAt(const QJsonValue &value, const QString &path, const QStringL
     if (value.isObject()) {
         QJsonObject object = value.toObject();
         for (auto member = object.begin(); member != object.end(); ++member) {
-            const QString place = joined(path, member.key());
+            const QString place = memberPath(path, member.key());
             const bool isSecret = isSecretName(member.key()) || further.contains(member.key())
                                   || further.contains(place);
             if (!isSecret)
@@ -135,6 +130,11 @@ QString maskedPairs(QString text)
 }
 
 } // namespace
+
+QString memberPath(const QString &path, const QString &key)
+{
+    return path.isEmpty() ? key : path + u'.' + key;
+}
 
 bool isSecretName(const QString &name)
 {

@@ -10,6 +10,10 @@ namespace queuectl {
 /// token.
 bool isSecretName(const QString &name);
 
+/// The path of a member of the object at `path`: both with a dot between them; without a path, the
+/// key.
+QString memberPath(const QString &path, const QString &key);
+
 /// `value` with `***` in place of every secret in it: members whose name is a secret's or one of
 /// `further` (dotted paths from the top, too), passwords in addresses, and the same inside texts
 /// that are JSON themselves.

@@ -20,7 +20,7 @@ namespace queuectl {
 
 namespace {
 
-const QString columns = u"messageid, type, body, cardnumber, statuscode, creationtime"_s;
+const QString rowColumns = u"messageid, type, body, cardnumber, statuscode, creationtime"_s;
 
 /// SQLite writes files beside the database even for reading.
 QString rightsHint()
@@ -241,7 +241,7 @@ QList<TypeRows> MessageRows::older(const Cutoff &cutoff)
 
 std::optional<Row> MessageRows::find(int id)
 {
-    const auto rows = run(u"SELECT %1 FROM message WHERE messageid = ?"_s.arg(columns), {id});
+    const auto rows = run(u"SELECT %1 FROM message WHERE messageid = ?"_s.arg(rowColumns), {id});
     if (rows.isEmpty())
         return std::nullopt;
     return toRow(rows.first());
@@ -266,9 +266,9 @@ QList<Row> MessageRows::page(const QString &type, int after, int limit, const QS
     }
     values.append(limit);
     QList<Row> result;
-    const auto rows =
-        run(u"SELECT %1 FROM message WHERE %2 ORDER BY messageid LIMIT ?"_s.arg(columns, condition),
-            values);
+    const auto rows = run(
+        u"SELECT %1 FROM message WHERE %2 ORDER BY messageid LIMIT ?"_s.arg(rowColumns, condition),
+        values);
     for (const QVariantList &row : rows)
         result.append(toRow(row));
     return result;

@@ -20,8 +20,6 @@ namespace queuectl {
 
 namespace {
 
-/// A certificate that was not in use for longer than this may have been replaced.
-constexpr int certificateMemoryDays = 30;
 const QString totalEnd = u"_total"_s;
 
 QString labelValue(const QString &value)

@@ -15,7 +15,6 @@ namespace queuectl {
 namespace {
 
 const QString usualSince = u"today"_s;
-constexpr qsizetype wordsWidth = 80;
 /// A shorter one is a single retry.
 constexpr qint64 shortestSeconds = 1;
 
@@ -40,7 +39,7 @@ void render(Report &report)
                                 {u"type"_s, text("Type", "Тип")},
                                 {u"messages"_s, text("Delayed", "Задержано"), Format::Plain, true},
                                 {u"answer"_s, text("Last failure", "Последний отказ"),
-                                 Format::Plain, false, wordsWidth}});
+                                 Format::Plain, false, answerColumnWidth}});
     report.line(QString());
     report.line(
         text("Delayed: messages that failed in this time. Without an end the outage goes on.",

@@ -17,7 +17,6 @@ namespace {
 
 constexpr qint64 drawIntervalMs = 200;
 constexpr int barWidth = 40;
-constexpr int usualColumns = 80;
 
 int columnsOfErrors()
 {

@@ -15,12 +15,12 @@ namespace queuectl {
 
 namespace {
 
-const QString noValue = u"-"_s;
+const QString emptyCell = u"-"_s;
 
 QString cellText(const QJsonValue &value, Format format)
 {
     if (value.isNull() || value.isUndefined())
-        return noValue;
+        return emptyCell;
     switch (format) {
     case Format::Duration:
         return durationText(value.toInteger());
@@ -41,10 +41,10 @@ QString cellText(const QJsonValue &value, Format format)
         QStringList parts;
         for (const QJsonValue &part : value.toArray())
             parts.append(part.toVariant().toString());
-        return parts.isEmpty() ? noValue : escaping::escaped(parts.join(u", "_s));
+        return parts.isEmpty() ? emptyCell : escaping::escaped(parts.join(u", "_s));
     }
     const QString shown = escaping::escaped(value.toString());
-    return shown.isEmpty() ? noValue : shown;
+    return shown.isEmpty() ? emptyCell : shown;
 }
 
 /// The value in its column, cut to the width that the column may have.

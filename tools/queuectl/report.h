@@ -36,6 +36,8 @@ enum class Tone
 /// card of any length.
 constexpr qsizetype usualWidth = 40;
 constexpr qsizetype answerWidth = 100;
+/// Of an answer beside many other columns.
+constexpr qsizetype answerColumnWidth = 80;
 /// For texts of our own.
 constexpr qsizetype anyWidth = 0;
 

@@ -31,11 +31,6 @@ void report(QList<Finding> &findings, bool isError, const QString &key, const QS
     findings.append({isError, key, what});
 }
 
-QString joined(const QString &path, const QString &key)
-{
-    return path.isEmpty() ? key : path + u'.' + key;
-}
-
 void checkUrl(const QString &value, const QString &place, QList<Finding> &findings)
 {
     const QUrl url(value, QUrl::StrictMode);
@@ -89,7 +84,7 @@ void checkValues(const catalogue::Type *type, const QJsonObject &object, const Q
                  QList<Finding> &findings)
 {
     for (auto member = object.begin(); member != object.end(); ++member) {
-        const QString place = joined(path, member.key());
+        const QString place = memberPath(path, member.key());
         const QString name = member.key().toLower();
         const QString value = member->toString();
         if (name == u"url" && member->isString() && !isOfOtherKind(type, place, u"url"_s))

@@ -16,7 +16,7 @@ namespace queuectl {
 
 namespace {
 
-constexpr int usualLimit = 50;
+constexpr int listedRows = 50;
 
 QJsonObject rowRecord(const Row &row)
 {
@@ -61,7 +61,7 @@ Report listRows(const Call &call)
     const QDateTime before =
         hasAge ? QDateTime::currentDateTime().addSecs(-readSpan(u"older"_s, call.value(u"older"_s)))
                : QDateTime();
-    const int limit = call.number(u"limit"_s, usualLimit);
+    const int limit = call.number(u"limit"_s, listedRows);
     const int after = call.has(u"after"_s) ? call.number(u"after"_s, 1) : -1;
     MessageRows rows;
     // One more row tells whether these are all.

@@ -13,7 +13,7 @@ namespace queuectl {
 
 namespace {
 
-constexpr int pageRows = 500;
+constexpr int shapePageRows = 500;
 
 int ageClassOf(qint64 seconds)
 {
@@ -139,14 +139,14 @@ void eachRow(MessageRows &rows, const Situation &situation, const QString &type,
 {
     int after = -1;
     while (true) {
-        const QList<Row> page = rows.page(type, after, pageRows);
+        const QList<Row> page = rows.page(type, after, shapePageRows);
         const auto entries = situation.entriesOf(page);
         for (const Row &row : page) {
             const auto found = entries.constFind(row.id);
             take(row,
                  found == entries.constEnd() ? std::nullopt : std::optional<JournalEntry>(*found));
         }
-        if (page.size() < pageRows)
+        if (page.size() < shapePageRows)
             return;
         after = page.last().id;
     }

@@ -9,7 +9,7 @@ namespace queuectl {
 
 namespace {
 
-Tone toneOf(Cause cause)
+Tone destinationTone(Cause cause)
 {
     switch (cause) {
     case Cause::Turn:
@@ -32,7 +32,7 @@ Report showShape(const Call & /*call*/)
     Report report;
     report.data = shapeRecord(shape);
     for (const ShapeDestination &destination : shape.destinations)
-        report.line(destinationText(destination), toneOf(destination.cause));
+        report.line(destinationText(destination), destinationTone(destination.cause));
     if (shape.total == 0) {
         report.line(text("Nothing waits.", "Очередь пуста."), Tone::Good);
     } else {

@@ -11,7 +11,7 @@ namespace queuectl {
 
 namespace {
 
-QString stateText(Cause cause, const QDateTime &since)
+QString stateSince(Cause cause, const QDateTime &since)
 {
     const QString time = since.isValid() && since.date() == QDate::currentDate()
                              ? since.toString(u"HH:mm"_s)
@@ -89,7 +89,7 @@ QJsonObject destinationRecord(const ShapeDestination &destination)
 
 QString stateText(const ShapeDestination &destination)
 {
-    return stateText(destination.cause, destination.since);
+    return stateSince(destination.cause, destination.since);
 }
 
 QString destinationText(const ShapeDestination &destination)

@@ -15,7 +15,7 @@ namespace queuectl {
 
 namespace {
 
-constexpr int maxDepth = 4;
+constexpr int maxAddressDepth = 4;
 
 QString hostOf(const QString &address)
 {
@@ -39,7 +39,7 @@ QString hostsIn(const QJsonArray &list)
     QStringList hosts;
     for (const QJsonValue &entry : list) {
         const QString text = entry.toString();
-        const QString named = entry.isObject() ? addressIn(entry, maxDepth) : hostOf(text);
+        const QString named = entry.isObject() ? addressIn(entry, maxAddressDepth) : hostOf(text);
         const QString host = named.isEmpty() ? text : named;
         if (!host.isEmpty() && !hosts.contains(host))
             hosts.append(host);
@@ -54,9 +54,9 @@ QString addressIn(const QJsonValue &value, int depth)
         for (const QJsonValue &entry : value.toArray()) {
             const QString text = entry.toString();
             const bool isAddress = text.startsWith(u"http://"_s) || text.startsWith(u"https://"_s);
-            const QString found = isAddress           ? hostOf(text)
-                                  : depth == maxDepth ? QString()
-                                                      : addressIn(entry, depth + 1);
+            const QString found = isAddress                  ? hostOf(text)
+                                  : depth == maxAddressDepth ? QString()
+                                                             : addressIn(entry, depth + 1);
             if (!found.isEmpty())
                 return found;
         }
@@ -88,7 +88,7 @@ QString addressIn(const QJsonValue &value, int depth)
         if (text.startsWith(u"http://"_s) || text.startsWith(u"https://"_s))
             return hostOf(text);
     }
-    if (depth == maxDepth)
+    if (depth == maxAddressDepth)
         return {};
     for (const QJsonValue &member : object) {
         const QString found = addressIn(member, depth + 1);

@@ -5,6 +5,9 @@
 
 namespace queuectl {
 
+/// The width of a terminal that does not tell it.
+constexpr int usualColumns = 80;
+
 /// Whether standard output takes colours: it is a terminal that has them, and NO_COLOR is not set.
 bool hasColours();
 /// Whether standard output is a terminal whose cursor can be placed.

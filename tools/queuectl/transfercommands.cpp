@@ -18,7 +18,7 @@ namespace queuectl {
 
 namespace {
 
-constexpr int pageRows = 200;
+constexpr int exportPageRows = 200;
 /// The member of the closing line, by which a cut off file is told from a whole one.
 const QString countMember = u"exported"_s;
 
@@ -47,14 +47,14 @@ int writeRows(MessageRows &rows, const QString &type, bool withProgress,
     int after = -1;
     int written = 0;
     while (after < last) {
-        const QList<Row> page = rows.page(type, after, pageRows);
+        const QList<Row> page = rows.page(type, after, exportPageRows);
         for (const Row &row : page) {
             if (row.id > last)
                 break;
             write(jsonLine(toRecord(row)));
             progress.show(++written);
         }
-        if (page.size() < pageRows)
+        if (page.size() < exportPageRows)
             break;
         after = page.last().id;
     }

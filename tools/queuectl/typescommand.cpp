@@ -27,7 +27,7 @@ QJsonObject keyRecord(const catalogue::Key &key)
     return record;
 }
 
-QString verdictText(const QString &verdict)
+QString outcomeText(const QString &verdict)
 {
     if (verdict == u"delivered")
         return text("delivered", "доставляется");
@@ -77,7 +77,7 @@ Report showTypes(const Call &call)
     QJsonArray outcomes;
     for (const catalogue::Outcome &outcome : type->outcomes)
         outcomes.append(QJsonObject{{u"verdict"_s, outcome.verdict},
-                                    {u"verdictText"_s, verdictText(outcome.verdict)},
+                                    {u"verdictText"_s, outcomeText(outcome.verdict)},
                                     {u"kinds"_s, QJsonArray::fromStringList(outcome.kinds)},
                                     {u"reasons"_s, QJsonArray::fromStringList(outcome.reasons)},
                                     {u"when"_s, inLanguage(outcome.when, outcome.whenRu)}});

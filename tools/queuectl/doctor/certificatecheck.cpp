@@ -22,9 +22,8 @@ namespace queuectl {
 
 namespace {
 
-constexpr qint64 soonDays = 30;
-constexpr int pageRows = 500;
-constexpr int maxDepth = 4;
+constexpr int searchedPageRows = 500;
+constexpr int maxMemberDepth = 4;
 
 using State = Check::State;
 
@@ -61,7 +60,7 @@ void collectFiles(const QJsonObject &object, int depth, std::set<NamedFile> &fil
                             && !name.contains(u"pass"_s) && value.startsWith(u'/');
         if (isFile)
             files.insert({value, password});
-        else if (member->isObject() && depth < maxDepth)
+        else if (member->isObject() && depth < maxMemberDepth)
             collectFiles(member->toObject(), depth + 1, files);
     }
 }
@@ -74,10 +73,10 @@ std::set<NamedFile> filesOfRows()
         MessageRows rows;
         int after = -1;
         while (true) {
-            const QList<Row> page = rows.page(QString(), after, pageRows);
+            const QList<Row> page = rows.page(QString(), after, searchedPageRows);
             for (const Row &row : page)
                 collectFiles(row.object().value_or(QJsonObject()), 0, files);
-            if (page.size() < pageRows)
+            if (page.size() < searchedPageRows)
                 break;
             after = page.last().id;
         }

@@ -11,6 +11,11 @@ class QSqlDatabase;
 /// belong together. None of them throws or writes anything.
 namespace queuectl {
 
+/// A certificate that ends within this time is worth a warning.
+constexpr qint64 soonDays = 30;
+/// So is a write-ahead log above this size.
+constexpr qint64 largeLogBytes = 64LL * 1024 * 1024;
+
 /// The settings files: settingscheck.cpp.
 QList<Check> examineSettings();
 

@@ -22,8 +22,6 @@ namespace queuectl {
 
 namespace {
 
-constexpr qint64 largeLogBytes = 64LL * 1024 * 1024;
-
 void examineFile(const QSqlDatabase &connection, Findings &findings)
 {
     const QStringList result = columnOf(connection, u"PRAGMA queues.quick_check(1)"_s, 0);

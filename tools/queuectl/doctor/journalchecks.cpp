@@ -4,6 +4,7 @@
 #include "shared/core/folderlock.h"
 #include "shared/core/paths.h"
 #include "tools/queuectl/controlport.h"
+#include "tools/queuectl/doctor/checks.h"
 #include "tools/queuectl/fileaccess.h"
 #include "tools/queuectl/journalfile.h"
 #include "tools/queuectl/messagerows.h"
@@ -22,7 +23,6 @@ namespace {
 
 constexpr qint64 bytesOfMiB = 1024 * 1024;
 constexpr qint64 largeFileBytes = 1024 * bytesOfMiB;
-constexpr qint64 largeLogBytes = 64 * bytesOfMiB;
 /// The service prunes now and then, so there may be some more than the limit.
 constexpr int rowsTolerance = 20'000;
 /// How many entries are searched for jumps of the clock.
@@ -32,8 +32,6 @@ constexpr qint64 jumpSeconds = 600;
 constexpr qint64 futureSeconds = 60;
 constexpr qint64 clockWarningSeconds = 60;
 constexpr qint64 clockErrorSeconds = 300;
-constexpr qint64 soonDays = 30;
-constexpr qint64 certificateMemoryDays = 30;
 constexpr qint64 clockMemoryDays = 1;
 
 using State = Check::State;

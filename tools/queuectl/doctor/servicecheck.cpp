@@ -11,12 +11,6 @@ using namespace Qt::StringLiterals;
 
 namespace queuectl {
 
-namespace {
-
-constexpr int maxPort = 65535;
-
-} // namespace
-
 QList<Check> examinePort()
 {
     Findings findings(u"port"_s);

@@ -6,15 +6,12 @@
 #include "tools/queuectl/text.h"
 
 #include <algorithm>
-#include <numeric>
 
 using namespace Qt::StringLiterals;
 
 namespace queuectl {
 
 namespace {
-
-const QString timeForm = u"yyyy-MM-dd HH:mm"_s;
 
 void writeHead(Html &html, const PageValues &page)
 {
@@ -27,7 +24,7 @@ void writeHead(Html &html, const PageValues &page)
                         {"content", u"default-src 'none'; style-src 'unsafe-inline'"_s}});
     html.empty("meta", {{"name", u"referrer"_s}, {"content", u"no-referrer"_s}});
     html.element("title", text("Queue report, %1, %2", "Отчёт об очереди, %1, %2")
-                              .arg(page.host, page.scale.end().toString(timeForm)));
+                              .arg(page.host, page.scale.end().toString(pageTimeForm)));
     html.element("style", pageStyle());
     html.close();
 }
@@ -39,7 +36,8 @@ void writeHeader(Html &html, const PageValues &page)
     html.open("p", {{"class", u"faint"_s}});
     html.outside(page.host);
     html.text(text(", from %1 to %2 (%3)", ", с %1 по %2 (%3)")
-                  .arg(page.scale.begin().toString(timeForm), page.scale.end().toString(timeForm),
+                  .arg(page.scale.begin().toString(pageTimeForm),
+                       page.scale.end().toString(pageTimeForm),
                        durationText(page.scale.begin().secsTo(page.scale.end()))));
     html.close(2);
 }
@@ -55,11 +53,6 @@ void writeTile(Html &html, const QString &title, const QString &value, const QSt
     html.close();
 }
 
-int sumOf(const QList<int> &values)
-{
-    return std::accumulate(values.cbegin(), values.cend(), 0);
-}
-
 void writeTiles(Html &html, const PageValues &page)
 {
     const QString unknown = u"–"_s;
@@ -73,14 +66,14 @@ void writeTiles(Html &html, const PageValues &page)
                   : text("oldest %1", "старшая %1").arg(durationText(page.oldestSeconds)));
     const bool hasJournal = page.journalFault.isEmpty();
     const auto count = [&](const QList<int> &values) {
-        return hasJournal ? numberText(sumOf(values)) : unknown;
+        return hasJournal ? numberText(totalOf(values)) : unknown;
     };
     const QString note = hasJournal ? QString() : notKnown;
     writeTile(html, text("Delivered", "Доставлено"), count(page.flow.delivered), note);
     writeTile(html, text("First attempt failed", "Не с первой попытки"), count(page.flow.failed),
               note);
     writeTile(html, text("Dropped", "Снято с доставки"), count(page.flow.dropped), note,
-              sumOf(page.flow.dropped) > 0 ? "careful" : "text");
+              totalOf(page.flow.dropped) > 0 ? "careful" : "text");
     const auto failing =
         std::count_if(page.types.cbegin(), page.types.cend(),
                       [](const auto &type) { return type.failingSince.isValid(); });
@@ -122,7 +115,7 @@ void writeState(Html &html, const PageValues &page)
         writeItem(html, false,
                   text("The delivery journal begins at %1; what was before is not known.",
                        "Журнал доставки начинается с %1; что было раньше, неизвестно.")
-                      .arg(page.journalBegin.toString(timeForm)));
+                      .arg(page.journalBegin.toString(pageTimeForm)));
     for (const Concern &concern : page.concerns) {
         openItem(html, false);
         html.outside(concern.type);

@@ -8,15 +8,12 @@
 #include <QMap>
 
 #include <algorithm>
-#include <numeric>
 
 using namespace Qt::StringLiterals;
 
 namespace queuectl {
 
 namespace {
-
-const QString timeForm = u"yyyy-MM-dd HH:mm"_s;
 
 // Heights of lanes in pixels.
 constexpr int deliveredHeight = 96;
@@ -87,11 +84,6 @@ QString countsText(int delivered, int failed, int dropped)
         .arg(numberText(delivered), numberText(failed), numberText(dropped));
 }
 
-int sumOf(const QList<int> &values)
-{
-    return std::accumulate(values.cbegin(), values.cend(), 0);
-}
-
 QString deliveredTitle()
 {
     return text("Delivered", "Доставлено");
@@ -111,13 +103,13 @@ void writeFlowChart(Html &html, const PageValues &page)
 {
     const Flow &flow = page.flow;
     const QString counts =
-        countsText(sumOf(flow.delivered), sumOf(flow.failed), sumOf(flow.dropped));
+        countsText(totalOf(flow.delivered), totalOf(flow.failed), totalOf(flow.dropped));
     writeColumns(html,
                  {text("Messages over time", "Сообщения по времени"),
                   text("From %1 to %2: %3. The same figures are in the table below the chart.",
                        "С %1 по %2: %3. Те же числа в таблице под диаграммой.")
-                      .arg(page.scale.begin().toString(timeForm),
-                           page.scale.end().toString(timeForm), counts)},
+                      .arg(page.scale.begin().toString(pageTimeForm),
+                           page.scale.end().toString(pageTimeForm), counts)},
                  page.scale,
                  {{deliveredTitle(), "good", flow.delivered, deliveredHeight},
                   {failedTitle(), "careful", flow.failed, failedHeight},
@@ -135,10 +127,10 @@ void writeFlowFigures(Html &html, const PageValues &page)
     for (int part = 0; part < page.scale.count(); ++part) {
         const QList<int> counts{page.flow.delivered[part], page.flow.failed[part],
                                 page.flow.dropped[part]};
-        if (sumOf(counts) == 0)
+        if (totalOf(counts) == 0)
             continue;
         html.open("tr");
-        html.element("th", page.scale.edge(part).toString(timeForm), {{"scope", u"row"_s}});
+        html.element("th", page.scale.edge(part).toString(pageTimeForm), {{"scope", u"row"_s}});
         for (int column = 0; column < counts.size(); ++column)
             writeCell(html, heads[column + 1], numberText(counts[column]));
         html.close();
@@ -189,7 +181,7 @@ void writeTypes(Html &html, const PageValues &page)
     writeFurther(html, page.furtherTypes);
 }
 
-const char *toneOf(Cause cause)
+const char *barClass(Cause cause)
 {
     switch (cause) {
     case Cause::Turn:
@@ -226,8 +218,8 @@ void writeCauses(Html &html, const PageValues &page)
         openRow(html, causeText(cause.cause));
         html.close();
         openCell(html, {{}, byAge.kind});
-        writeBars(html, {causeText(cause.cause), agesText(cause)}, toneOf(cause.cause), cause.ages,
-                  highest);
+        writeBars(html, {causeText(cause.cause), agesText(cause)}, barClass(cause.cause),
+                  cause.ages, highest);
         html.close();
         for (int age = 0; age < cause.ages.size(); ++age)
             writeCell(html, heads[age + 2], numberText(cause.ages[age]));
@@ -314,9 +306,10 @@ void writeOutageList(Html &html, const PageValues &page)
         html.close();
         const QString known = page.addresses.value(outage.type);
         writeOutside(html, address, known.isEmpty() ? u"–"_s : known);
-        writeCell(html, from, outage.begin.toString(timeForm));
+        writeCell(html, from, outage.begin.toString(pageTimeForm));
         writeCell(html, to,
-                  outage.isOngoing ? text("still", "ещё длится") : outage.end.toString(timeForm));
+                  outage.isOngoing ? text("still", "ещё длится")
+                                   : outage.end.toString(pageTimeForm));
         writeCell(html, lasted, durationText(outage.seconds()));
         writeCell(html, messages, numberText(outage.messages));
         html.close();
@@ -430,7 +423,7 @@ void writeDropped(Html &html, const PageValues &page)
         for (const DroppedMessage &message : page.dropped) {
             openRow(html, message.type);
             html.close();
-            writeCell(html, time, message.time.toString(timeForm));
+            writeCell(html, time, message.time.toString(pageTimeForm));
             writeCell(html, id, QString::number(message.id));
             writeOutside(html, reference, message.reference);
             writeCell(html, attempts, numberText(message.attempts));

@@ -143,7 +143,7 @@ void collectDropped(PageValues &page, JournalFile &journal)
                              shown(answerOf(entry), longestAnswer)});
         return true;
     });
-    const int all = std::accumulate(page.flow.dropped.cbegin(), page.flow.dropped.cend(), 0);
+    const int all = totalOf(page.flow.dropped);
     page.furtherDropped = std::max(0, all - static_cast<int>(page.dropped.size()));
 }
 
@@ -250,6 +250,11 @@ QList<SettingsText> readSettings()
 }
 
 } // namespace
+
+int totalOf(const QList<int> &values)
+{
+    return std::accumulate(values.cbegin(), values.cend(), 0);
+}
 
 PageValues collectPage(const QDateTime &since, const QDateTime &now)
 {

@@ -13,6 +13,11 @@
 
 namespace queuectl {
 
+/// The form of times on the page.
+constexpr QStringView pageTimeForm = u"yyyy-MM-dd HH:mm";
+
+int totalOf(const QList<int> &values);
+
 /// What became of messages in each part of a time scale.
 struct Flow
 {

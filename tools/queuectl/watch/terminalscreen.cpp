@@ -15,7 +15,6 @@ namespace queuectl {
 
 namespace {
 
-constexpr int usualColumns = 80;
 constexpr int usualRows = 24;
 /// Alternate screen, no cursor, no new line at the right edge: a letter that a terminal draws wider
 /// than expected must not move the lines below.

@@ -343,7 +343,7 @@ QString marks(const Entry &entry)
     return urgency + (entry.change.isFailureNew ? u"* "_s : u"  "_s);
 }
 
-Tone toneOf(const Entry &entry)
+Tone entryTone(const Entry &entry)
 {
     switch (entry.urgency) {
     case Urgency::Bad:
@@ -362,7 +362,7 @@ ScreenLine typeLine(const Entry &entry, const WatchValues &now, const Layout &la
 {
     const WatchedType &type = *entry.type;
     const bool isFresh = now.databaseFault.isEmpty();
-    const Tone tone = isFresh ? toneOf(entry) : Tone::Faint;
+    const Tone tone = isFresh ? entryTone(entry) : Tone::Faint;
     const auto countTone = [&](qint64 change) {
         return change != 0                     ? Tone::Strong
                : type.waiting == 0 || !isFresh ? Tone::Faint

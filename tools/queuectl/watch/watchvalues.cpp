@@ -3,6 +3,7 @@
 #include "shared/core/folderlock.h"
 #include "shared/core/paths.h"
 #include "tools/queuectl/command.h"
+#include "tools/queuectl/concerns.h"
 #include "tools/queuectl/entrytext.h"
 #include "tools/queuectl/messagerows.h"
 #include "tools/queuectl/situation.h"
@@ -18,7 +19,6 @@ namespace queuectl {
 namespace {
 
 constexpr qint64 lateSeconds = 600;
-constexpr qint64 oldSeconds = 3600;
 constexpr qint64 longFailureSeconds = 900;
 /// The table may hold types of any name and number.
 constexpr int maxForeignTypes = 200;
@@ -87,7 +87,8 @@ qint64 ageOf(const WatchedType &type, const QDateTime &now)
 bool isConcern(const WatchedType &type, const QDateTime &now)
 {
     const bool hasOnlyFailed = type.failingSince.isValid() && !type.lastDelivered.isValid();
-    return type.waiting > 0 && (!type.hasHandler || hasOnlyFailed || ageOf(type, now) > oldSeconds);
+    return type.waiting > 0
+           && (!type.hasHandler || hasOnlyFailed || ageOf(type, now) > oldRowSeconds);
 }
 
 } // namespace
