@@ -13,7 +13,6 @@ namespace {
 
 // Lengths in pixels.
 constexpr int wordsHeight = 20;
-constexpr int wordsBaseline = 14;
 constexpr int axisHeight = 22;
 constexpr int laneGap = 10;
 constexpr int lineHeight = 12;
@@ -74,12 +73,17 @@ void openChart(Html &html, const ChartText &words, int height)
     html.element("desc", words.description, {{"id", id + u'd'}});
 }
 
+/// The left words give way to the right ones: SVG's own texts would cover each other.
 void writeWords(Html &html, const QString &left, const QString &right, int top)
 {
-    const QString y = QString::number(top + wordsBaseline);
-    html.element("text", left, {{"x", u"0"_s}, {"y", y}, {"class", u"words"_s}});
-    html.element("text", right,
-                 {{"x", u"100%"_s}, {"y", y}, {"text-anchor", u"end"_s}, {"class", u"faint"_s}});
+    html.open("foreignObject", {{"x", u"0"_s},
+                                {"y", QString::number(top)},
+                                {"width", u"100%"_s},
+                                {"height", QString::number(wordsHeight)}});
+    html.open("div", {{"class", u"lane"_s}});
+    html.element("span", left);
+    html.element("span", right, {{"class", u"faint"_s}});
+    html.close(2);
 }
 
 void writeLine(Html &html, double left, double right, int top, int bottom, const char *name)

@@ -54,6 +54,10 @@ svg .base { stroke: var(--faint); }
 svg .baseline { fill: var(--rule); }
 svg .grid { stroke: var(--rule); stroke-dasharray: 2 3; }
 .chart { margin-top: 1rem; }
+.lane { display: flex; justify-content: space-between; gap: 0.75rem; font-size: 0.8125rem;
+  line-height: 20px; white-space: nowrap; }
+.lane span { background: var(--panel); overflow: hidden; text-overflow: ellipsis; }
+.lane .faint { flex: none; max-width: 75%; }
 table { border-collapse: collapse; width: 100%; margin-top: 0.75rem; }
 th, td { text-align: left; vertical-align: top; padding: 0.375rem 1rem 0.375rem 0;
   border-bottom: 1px solid var(--rule); font-weight: 400; }

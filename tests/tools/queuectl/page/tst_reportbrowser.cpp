@@ -65,6 +65,8 @@ struct Measured
     int ground = -1;
     /// Elements that reach beyond the window.
     QStringList tooWide;
+    /// Pairs of words in one chart that cover each other.
+    int covered = -1;
 };
 
 } // namespace
@@ -130,10 +132,16 @@ Measured TestReportBrowser::measure(const QString &page, int width, Scheme schem
         "const wide = all.filter(e => (e.getBoundingClientRect().right > %1.5"
         " || (e.clientWidth > 0 && !e.closest('svg') && e.scrollWidth > e.clientWidth + 1))"
         " && !(e.closest('thead') && %1 < 700));"
+        "const boxes = [...page.querySelectorAll('.chart')].map(chart =>"
+        " [...chart.querySelectorAll('text, span')].map(e => e.getBoundingClientRect())"
+        "  .filter(box => box.width > 0));"
+        "const covered = boxes.flatMap(row => row.flatMap((a, at) => row.slice(at + 1).filter(b =>"
+        " Math.min(a.right, b.right) - Math.max(a.left, b.left) > 1"
+        " && Math.min(a.bottom, b.bottom) - Math.max(a.top, b.top) > 1)));"
         "const ground = getComputedStyle(page.body).backgroundColor.match(/\\d+/g);"
         "document.querySelector('output').textContent = '[' + [page.documentElement.scrollWidth,"
         "page.documentElement.scrollHeight, page.querySelectorAll('section').length, ground[1], "
-        "wide.map(e => e.tagName).join(' ')].join(':') + ']' }</script>"_s
+        "covered.length, wide.map(e => e.tagName).join(' ')].join(':') + ']' }</script>"_s
             .arg(QString::number(width), QFileInfo(page).fileName())
             .toUtf8());
     wrapper.close();
@@ -143,10 +151,14 @@ Measured TestReportBrowser::measure(const QString &page, int width, Scheme schem
                                   u"--window-size=1400,900"_s, u"file://"_s + wrapper.fileName()}));
     const QStringList parts =
         dom.section(u"<output>["_s, 1).section(u"]</output>"_s, 0, 0).split(u':');
-    if (parts.size() != 5)
+    if (parts.size() != 6)
         return {};
-    return {parts[0].toInt(), parts[1].toInt(), parts[2].toInt(), parts[3].toInt(),
-            parts[4].split(u' ', Qt::SkipEmptyParts)};
+    return {parts[0].toInt(),
+            parts[1].toInt(),
+            parts[2].toInt(),
+            parts[3].toInt(),
+            parts[5].split(u' ', Qt::SkipEmptyParts),
+            parts[4].toInt()};
 }
 
 /// The upper part of the page as a picture. Returns its file, or an empty text.
@@ -196,6 +208,7 @@ void TestReportBrowser::fitsTheScreen()
         for (const Scheme scheme : schemes) {
             const Measured measured = measure(page, width, scheme);
             QCOMPARE(measured.tooWide, QStringList());
+            QCOMPARE(measured.covered, 0);
             QCOMPARE(measured.width, width);
             QCOMPARE(measured.sections, 7);
             QVERIFY2(scheme == Scheme::Dark ? measured.ground < 60 : measured.ground > 200,

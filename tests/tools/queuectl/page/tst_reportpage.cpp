@@ -136,12 +136,14 @@ void TestReportPage::nothingIsLoaded()
     const HtmlPage page = readHtml(renderPage(pageWith(address)));
     QCOMPARE(page.fault, QString());
     const QStringList harmless{
-        u"html"_s,    u"head"_s,    u"meta"_s,   u"title"_s, u"style"_s, u"body"_s, u"header"_s,
-        u"main"_s,    u"section"_s, u"footer"_s, u"h1"_s,    u"h2"_s,    u"h3"_s,   u"p"_s,
-        u"div"_s,     u"span"_s,    u"bdi"_s,    u"ul"_s,    u"li"_s,    u"dl"_s,   u"dt"_s,
-        u"dd"_s,      u"pre"_s,     u"table"_s,  u"thead"_s, u"tbody"_s, u"tr"_s,   u"th"_s,
-        u"td"_s,      u"svg"_s,     u"desc"_s,   u"rect"_s,  u"line"_s,  u"path"_s, u"text"_s,
-        u"details"_s, u"summary"_s};
+        u"html"_s,    u"head"_s,    u"meta"_s,         u"title"_s,   u"style"_s,
+        u"body"_s,    u"header"_s,  u"main"_s,         u"section"_s, u"footer"_s,
+        u"h1"_s,      u"h2"_s,      u"h3"_s,           u"p"_s,       u"div"_s,
+        u"span"_s,    u"bdi"_s,     u"ul"_s,           u"li"_s,      u"dl"_s,
+        u"dt"_s,      u"dd"_s,      u"pre"_s,          u"table"_s,   u"thead"_s,
+        u"tbody"_s,   u"tr"_s,      u"th"_s,           u"td"_s,      u"svg"_s,
+        u"desc"_s,    u"rect"_s,    u"line"_s,         u"path"_s,    u"text"_s,
+        u"details"_s, u"summary"_s, u"foreignObject"_s};
     for (const QString &element : page.elements)
         QVERIFY2(harmless.contains(element), qPrintable(element));
     for (const QString &attribute : page.attributes) {
