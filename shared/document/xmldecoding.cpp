@@ -12,9 +12,21 @@ namespace {
 
 std::optional<QString> decodeUnicode(QStringConverter::Encoding encoding, const QByteArray &bytes)
 {
-    QStringDecoder decoder(encoding);
+    // With a state, half a letter at the end would wait for its other half.
+    QStringDecoder decoder(encoding, QStringConverter::Flag::Stateless);
     const QString text = decoder(bytes);
     if (decoder.hasError())
+        return std::nullopt;
+    return text;
+}
+
+std::optional<QString> decodeByCodec(const QTextCodec &codec, const QByteArray &bytes)
+{
+    // ICU's codecs replace bad bytes without counting them. The line end, which a document may
+    // have, lets them notice half a letter at the end. Only GB18030 can encode the replacement
+    // itself.
+    const QString text = codec.toUnicode(bytes + '\n');
+    if (text.contains(QChar::ReplacementCharacter))
         return std::nullopt;
     return text;
 }
@@ -38,12 +50,7 @@ std::optional<QString> decodeXml(const QByteArray &bytes)
     const QTextCodec *codec = QTextCodec::codecForName(name.toLatin1());
     if (!codec)
         return std::nullopt;
-    QTextCodec::ConverterState state;
-    const QString text =
-        codec->toUnicode(bytes.constData(), static_cast<int>(bytes.size()), &state);
-    if (state.invalidChars > 0)
-        return std::nullopt;
-    return text;
+    return decodeByCodec(*codec, bytes);
 }
 
 } // namespace xmlutils

@@ -39,6 +39,8 @@ private Q_SLOTS:
     void prefixesAsNamespaces();
     void cutOffReplyIsEmpty();
     void nothingIsFetched();
+    void badBytesAreRefused_data();
+    void badBytesAreRefused();
 };
 
 void TestXmlUtils::valueIsFoundByTag_data()
@@ -448,6 +450,47 @@ void TestXmlUtils::replacedChild()
     QFETCH(QString, text);
     QTEST(QString::fromUtf8(xmlutils::rewrittenInPieces(text, {}, {u"p"_s, u"D"_s, u"<7"_s})),
           "rewritten");
+}
+
+void TestXmlUtils::badBytesAreRefused_data()
+{
+    QTest::addColumn<QString>("encoding");
+    QTest::addColumn<QByteArray>("good");
+    QTest::addColumn<QByteArray>("bad");
+    const auto in = [](const char *codec, const QString &text) {
+        return QTextCodec::codecForName(codec)->fromUnicode(text);
+    };
+    // clang-format off
+    QTest::newRow("UTF-8")              << u"utf-8"_s        << u"Щ"_s.toUtf8()              << "\xD0"_ba;
+    QTest::newRow("Shift_JIS")          << u"Shift_JIS"_s    << in("Shift_JIS", u"カ表"_s)   << "\x81\xAD"_ba;
+    QTest::newRow("Shift_JIS, half")    << u"Shift_JIS"_s    << in("Shift_JIS", u"カ"_s)     << "\x81"_ba;
+    QTest::newRow("EUC-JP")             << u"EUC-JP"_s       << in("EUC-JP", u"カ"_s)        << "\xA9\xFE"_ba;
+    QTest::newRow("ISO-2022-JP")        << u"ISO-2022-JP"_s  << in("ISO-2022-JP", u"カ"_s) + "\x1b(B"   << "\xFF"_ba;
+    QTest::newRow("GB18030")            << u"GB18030"_s      << in("GB18030", u"中"_s)       << "\xFF"_ba;
+    QTest::newRow("Big5")               << u"Big5"_s         << in("Big5", u"中"_s)          << "\x81\x20"_ba;
+    QTest::newRow("windows-1253")       << u"windows-1253"_s << in("windows-1253", u"Ω"_s)   << "\xD2"_ba;
+    QTest::newRow("ISO-8859-8")         << u"ISO-8859-8"_s   << in("ISO-8859-8", u"א"_s)     << "\xA1"_ba;
+    QTest::newRow("US-ASCII")           << u"us-ascii"_s     << "a"_ba                       << "\xD9"_ba;
+    // clang-format on
+}
+
+void TestXmlUtils::badBytesAreRefused()
+{
+    QFETCH(QString, encoding);
+    QFETCH(QByteArray, good);
+    QFETCH(QByteArray, bad);
+    const QByteArray begin =
+        u"<?xml version=\"1.0\" encoding=\"%1\"?><a><code>0</code>"_s.arg(encoding).toLatin1();
+    const auto codeIn = [](const QByteArray &bytes) {
+        return xmlutils::getValueByTag(xmlutils::parseXml(bytes, {u"code"_s}), u"code"_s, 0);
+    };
+    QCOMPARE(codeIn(begin + good + "</a>"), u"0"_s);
+    xmlutils::ParseError error;
+    QVERIFY(xmlutils::parseXml(begin + bad + "</a>", {u"code"_s}, &error).isNull());
+    QCOMPARE(error.message, u"текст не соответствует своей кодировке"_s);
+    // A text that ends within a letter.
+    QCOMPARE(codeIn(begin + "</a>\n"), u"0"_s);
+    QCOMPARE(codeIn(begin + "</a>" + bad), QString());
 }
 
 QTEST_GUILESS_MAIN(TestXmlUtils)
