@@ -6,6 +6,7 @@
 #include "shared/core/dbqueuebroker.h"
 #include "shared/core/mockfactory.h"
 #include "shared/core/singleton.h"
+#include "shared/net/addressfault.h"
 #include "shared/net/restclient.h"
 #include "shared/net/urlquery.h"
 
@@ -80,7 +81,7 @@ Interface::Interface()
     readOperationNames();
     url = QUrl(settings::mindbox::url.value());
     const std::chrono::milliseconds timeout = settings::mindbox::timeout.value();
-    logger->info(u" адрес сервера: %1"_s, url.toDisplayString());
+    logger->info(u" адрес сервера: %1"_s, shownAddress(url));
     client = createClient(*logger);
     client->setTimeoutMs(timeout.count());
 }

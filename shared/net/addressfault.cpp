@@ -92,6 +92,11 @@ QString maskedAddress(const QString &text)
     return shown;
 }
 
+QString shownAddress(const QUrl &url)
+{
+    return url.isValid() ? url.toDisplayString() : maskedAddress(writtenText(url));
+}
+
 tr::Tr addressFault(const QUrl &url)
 {
     if (isUsable(url))

@@ -8,5 +8,9 @@ class QUrl;
 /// if it can. Account and query are masked.
 tr::Tr addressFault(const QUrl &url);
 
+/// The address as text, without its password. If it is invalid, as maskedAddress() shows what was
+/// written.
+QString shownAddress(const QUrl &url);
+
 /// An address, valid or not, without account and query, on one line.
 QString maskedAddress(const QString &text);

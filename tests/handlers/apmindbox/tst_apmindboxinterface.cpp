@@ -119,6 +119,7 @@ private Q_SLOTS:
     void changeSentNow_data();
     void changeSentNow();
     void queueThatCannotBeWritten();
+    void unreadableAddressIsLogged();
 };
 
 void TestApMindboxInterface::initTestCase()
@@ -661,6 +662,16 @@ void TestApMindboxInterface::queueThatCannotBeWritten()
     Interface client;
     QVERIFY_EXCEPTION_THROWN(client.createAuthorizedOrder(order, false), BasicException);
     QVERIFY_EXCEPTION_THROWN(client.changeOrderStatus(order, false), BasicException);
+}
+
+void TestApMindboxInterface::unreadableAddressIsLogged()
+{
+    QueueDatabase till;
+    till.setSettings(u"[ApMindbox]\nurl = http://mind box:99999/sync\n"_s);
+    const LogCapture log(u"apmindbox"_s);
+    const FakeRestClient net;
+    const Interface client;
+    QCOMPARE(log.lines(), QStringList{u"INFO  адрес сервера: http://mind box:99999/sync"_s});
 }
 
 QTEST_GUILESS_MAIN(TestApMindboxInterface)

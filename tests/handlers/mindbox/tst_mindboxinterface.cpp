@@ -143,6 +143,7 @@ private Q_SLOTS:
     void queued();
     void queuedOrderIsStampedAgain();
     void missingQueue();
+    void unreadableAddressIsLogged();
 };
 
 void TestMindboxInterface::initTestCase()
@@ -679,6 +680,15 @@ void TestMindboxInterface::missingQueue()
     const FakeRestClient net;
     Interface mindbox;
     QVERIFY_EXCEPTION_THROWN(mindbox.queueCommit(order), BasicException);
+}
+
+void TestMindboxInterface::unreadableAddressIsLogged()
+{
+    const TestSettings config(u"[Mindbox]\nurl = http://mind box:99999/sync\n"_s);
+    const LogCapture log(u"mindbox"_s);
+    const FakeRestClient net;
+    const Interface client;
+    QCOMPARE(log.lines(), QStringList{u"INFO  адрес сервера: http://mind box:99999/sync"_s});
 }
 
 QTEST_GUILESS_MAIN(TestMindboxInterface)
