@@ -1,5 +1,6 @@
 #include "handlers/common/delivery.h"
 
+#include "engine/basichandler.h"
 #include "tests/support/fakerestclient.h"
 #include "tests/support/logcapture.h"
 
@@ -29,6 +30,21 @@ PreparedRequest requestOf(Verb verb)
     };
 }
 
+/// A type whose messages are finished by any answer.
+class AnyAnswerHandler : public BasicHandler
+{
+public:
+    AnyAnswerHandler()
+        : BasicHandler(category)
+    {
+    }
+
+    bool sendMessage(const Message & /*message*/) override
+    {
+        return finishedByAnyAnswer(*this, *sendRequest(*logger(), requestOf(Verb::Post)));
+    }
+};
+
 } // namespace
 
 class TestDelivery : public QObject
@@ -43,6 +59,10 @@ private Q_SLOTS:
     void withoutATimeoutTheClientsHolds();
     void success_data();
     void success();
+    void anyAnswerFinishes_data();
+    void anyAnswerFinishes();
+    void refusalsAreExplained_data();
+    void refusalsAreExplained();
 };
 
 void TestDelivery::requestGoesOutAsItIs_data()
@@ -141,6 +161,58 @@ void TestDelivery::success()
     QCOMPARE(log.lines(), line + line);
     QCOMPARE(deliverRequest(logger(), requestOf(Verb::Post)), isSuccess);
     QCOMPARE(log.lines(), line + line + line);
+}
+
+void TestDelivery::anyAnswerFinishes_data()
+{
+    QTest::addColumn<http::Response>("answer");
+    QTest::addColumn<Verdict>("verdict");
+    QTest::addColumn<QString>("text");
+
+    const auto missing = [](const char *name, const http::Response &answer) {
+        QTest::newRow(name) << answer << Verdict::Kept << answer.errorText.ru();
+    };
+    const QString refused = u"сервис отказал, повтор не предусмотрен"_s;
+    QTest::newRow("200") << reply(200) << Verdict::Delivered << QString();
+    QTest::newRow("204") << reply(204) << Verdict::Delivered << QString();
+    QTest::newRow("301") << reply(301) << Verdict::Dropped << refused;
+    QTest::newRow("404") << reply(404) << Verdict::Dropped << refused;
+    QTest::newRow("503") << reply(503) << Verdict::Dropped << refused;
+    missing("not reached", noConnection());
+    missing("no answer in time", timeout());
+    missing("cut off after the status",
+            http::Response::failed(http::closedEarlyError, tr::Tr(u"оборвано"_s), 200));
+}
+
+void TestDelivery::anyAnswerFinishes()
+{
+    QFETCH(http::Response, answer);
+    QFETCH(Verdict, verdict);
+    QFETCH(QString, text);
+
+    FakeRestClient net({answer});
+    const LogCapture log(category);
+    const Outcome outcome = AnyAnswerHandler().attempt({});
+    QCOMPARE(outcome.verdict, verdict);
+    QCOMPARE(outcome.text, text);
+    QCOMPARE(log.lines(), QStringList());
+}
+
+void TestDelivery::refusalsAreExplained_data()
+{
+    QTest::addColumn<QString>("explanation");
+    QTest::addColumn<QString>("reason");
+
+    QTest::newRow("explained") << u"карты %1 нет"_s << u"сервис отказал: карты %1 нет"_s;
+    QTest::newRow("not explained") << QString() << u"сервис отказал"_s;
+}
+
+void TestDelivery::refusalsAreExplained()
+{
+    QFETCH(QString, explanation);
+    QFETCH(QString, reason);
+
+    QCOMPARE(refusalText(explanation), reason);
 }
 
 QTEST_GUILESS_MAIN(TestDelivery)
