@@ -29,6 +29,7 @@ private Q_SLOTS:
     void judgement();
     void unreadable_data();
     void unreadable();
+    void replyDecides();
     void operationsKeepTheirPlaces();
 };
 
@@ -140,6 +141,16 @@ void TestMegarHandler::unreadable()
         u"^WARN Не удалось интерпретировать ответ от сервера\\(\\[%1\\] .+\\)$"_s.arg(place),
         QRegularExpression::DotMatchesEverythingOption);
     QVERIFY2(line.match(log.lines().first()).hasMatch(), qPrintable(log.lines().first()));
+}
+
+void TestMegarHandler::replyDecides()
+{
+    compareOutcome(u"megar"_s, message, reply(200, "<a><Rspn>DECL</Rspn></a>"), false,
+                   {u"INFO Отправка сообщения"_s, u"WARN Операция не выполнена"_s});
+    compareOutcome(u"megar"_s, message,
+                   reply(200, "<a><Rspn>DECL</Rspn><RspnRsn>331</RspnRsn></a>"), true,
+                   {u"INFO Отправка сообщения"_s,
+                    u"WARN Транзакция была обработана ранее, удаляем сообщение из очереди"_s});
 }
 
 void TestMegarHandler::operationsKeepTheirPlaces()
