@@ -12,26 +12,16 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QString reasonOf(AtolPayTransactionStatus status)
+bool finishRefunded(BasicHandler &handler, const QString &reason)
 {
-    switch (status) {
-    case AtolPayTransactionStatus::Refunded:
-        return u"оплата уже возвращена"_s;
-    case AtolPayTransactionStatus::RefundInProgress:
-        return u"возврат уже выполняется"_s;
-    case AtolPayTransactionStatus::PartialRefunded:
-        return u"оплата уже возвращена частично"_s;
-    case AtolPayTransactionStatus::InProgress:
-        return u"оплата ещё не завершена, возврата не было"_s;
-    case AtolPayTransactionStatus::Error:
-        return u"оплата завершилась ошибкой, возврата не было"_s;
-    case AtolPayTransactionStatus::Expired:
-        return u"срок оплаты истёк, возврата не было"_s;
-    case AtolPayTransactionStatus::Completed:
-    case AtolPayTransactionStatus::Unknown:
-        break;
-    }
-    return u"неизвестное состояние оплаты"_s;
+    handler.logger()->info(u"Отмена оплаты выполнена"_s);
+    return handler.doneBefore(reason);
+}
+
+bool finishUnpaid(BasicHandler &handler, const QString &reason)
+{
+    handler.logger()->info(u"Отмена не требуется"_s);
+    return handler.giveUp(reason);
 }
 
 } // namespace
@@ -52,23 +42,25 @@ bool AtolPayHandler::sendMessage(const Message &message)
     const AtolPayStatusResult payment = service.status(messageValue<QString>(message, u"rrn"_s));
     switch (payment.status) {
     case AtolPayTransactionStatus::Refunded:
+        return finishRefunded(*this, u"оплата уже возвращена"_s);
     case AtolPayTransactionStatus::RefundInProgress:
+        return finishRefunded(*this, u"возврат уже выполняется"_s);
     case AtolPayTransactionStatus::PartialRefunded:
-        logger()->info(u"Отмена оплаты выполнена"_s);
-        return doneBefore(reasonOf(payment.status));
+        return finishRefunded(*this, u"оплата уже возвращена частично"_s);
     case AtolPayTransactionStatus::Completed:
         return refund(message, service);
     case AtolPayTransactionStatus::InProgress:
         // By agreement with the till, a payment in progress is not waited for.
+        return finishUnpaid(*this, u"оплата ещё не завершена, возврата не было"_s);
     case AtolPayTransactionStatus::Error:
+        return finishUnpaid(*this, u"оплата завершилась ошибкой, возврата не было"_s);
     case AtolPayTransactionStatus::Expired:
-        logger()->info(u"Отмена не требуется"_s);
-        return giveUp(reasonOf(payment.status));
+        return finishUnpaid(*this, u"срок оплаты истёк, возврата не было"_s);
     case AtolPayTransactionStatus::Unknown:
         break;
     }
     logger()->info(u"Не удалось получить ответ от сервера"_s);
-    return payment.noReply ? false : keep(reasonOf(payment.status));
+    return payment.noReply ? false : keep(u"неизвестное состояние оплаты"_s);
 }
 
 bool AtolPayHandler::refund(const Message &message, atolpay::Interface &service)

@@ -78,7 +78,7 @@ AtolPayRegisterResult Interface::register_(const QString &purpose, qint64 amount
     if (!rmkId.isEmpty())
         request.insert(u"rmkId"_s, rmkId);
 
-    const QJsonObject reply = exchange(Operation::Register, request);
+    const QJsonObject reply = exchange(u"register"_s, request);
     AtolPayRegisterResult result;
     result.success = isSuccess(reply);
     if (!result.success) {
@@ -97,13 +97,12 @@ AtolPayRefundResult Interface::refund(const QString &documentId, const QString &
     // The system clock rather than CurrentTime, which tests can stop: two attempts must not share
     // an identifier.
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    const QJsonObject reply =
-        exchange(Operation::Refund,
-                 {
-                     {u"amount"_s, amount},
-                     {u"orderId"_s, u"%1_refund%2"_s.arg(documentId, QString::number(now))},
-                     {u"transactionId"_s, transactionId},
-                 });
+    const QJsonObject request{
+        {u"amount"_s, amount},
+        {u"orderId"_s, u"%1_refund%2"_s.arg(documentId, QString::number(now))},
+        {u"transactionId"_s, transactionId},
+    };
+    const QJsonObject reply = exchange(u"refund"_s, request);
     AtolPayRefundResult result;
     result.success = isSuccess(reply);
     result.noReply = reply.isEmpty();
@@ -117,7 +116,7 @@ AtolPayRefundResult Interface::refund(const QString &documentId, const QString &
 AtolPayStatusResult Interface::status(const QString &transactionId)
 {
     logger->info(u"Получение статуса транакции: %1"_s, transactionId);
-    const QJsonObject reply = exchange(Operation::Status, {{u"transactionId"_s, transactionId}});
+    const QJsonObject reply = exchange(u"status"_s, {{u"transactionId"_s, transactionId}});
     AtolPayStatusResult result;
     result.status = transactionStatus(dataText(reply, u"status"_s));
     result.success = result.status == AtolPayTransactionStatus::Completed;
@@ -134,22 +133,11 @@ void Interface::loadSettings()
     timeout = settings::atolpay::timeout.valueOr(std::chrono::seconds(timeout)).count();
 }
 
-QJsonObject Interface::exchange(Operation operation, const QJsonObject &request)
+QJsonObject Interface::exchange(const QString &operation, const QJsonObject &request)
 {
-    const auto path = [operation] {
-        switch (operation) {
-        case Operation::Register:
-            return u"register"_s;
-        case Operation::Refund:
-            return u"refund"_s;
-        case Operation::Status:
-            break;
-        }
-        return u"status"_s;
-    };
     const auto client = createClient(*logger);
     client->setTimeoutMs(std::chrono::milliseconds(std::chrono::seconds(timeout)).count());
-    client->post(url.resolved(QUrl(path())), QJsonDocument(request),
+    client->post(url.resolved(QUrl(operation)), QJsonDocument(request),
                  {{u"Authorization"_s, u"Bearer %1"_s.arg(token)},
                   {u"Content-Type"_s, u"application/json"_s}});
     return succeeded(*client) ? client->responseJson().object() : QJsonObject();

@@ -34,14 +34,8 @@ public:
     void loadSettings();
 
 private:
-    enum class Operation
-    {
-        Register,
-        Refund,
-        Status,
-    };
-
-    QJsonObject exchange(Operation operation, const QJsonObject &request);
+    /// The object in the reply; empty after a failure. `operation`: the path relative to `url`.
+    QJsonObject exchange(const QString &operation, const QJsonObject &request);
 
     QUrl url;
     QString token;
