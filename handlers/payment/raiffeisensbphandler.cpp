@@ -136,8 +136,9 @@ bool RaiffeisenSbpHandler::deleteCode(const Delivery &delivery, const QString &u
         return false;
     // The code may have been paid at the last moment, so only the CANCELLED state proves its
     // deletion. Unlike codeState() this checks both members.
-    if (memberFromReply(client, u"qrStatus"_s) == u"CANCELLED"
-        || statusValueFromReply(client) == u"CANCELLED")
+    if (memberFromReply(client, u"qrStatus"_s) == u"CANCELLED")
+        return true;
+    if (statusValueFromReply(client) == u"CANCELLED")
         return true;
     return keep(u"QR-код или заказ не отменён, состояние: %1"_s.arg(shownWord(codeState(client))));
 }
