@@ -135,11 +135,58 @@ if command -v python3 >/dev/null; then
     check "mutants: a sample of none exits with 2" exits_with 2
     run_command "$root/scripts/mutants" engine --sample 2 --list
     check "mutants: a list has one line for each change" [ "$(wc -l <<<"$output")" = 2 ]
+    sample=$("$root/scripts/mutants" engine --sample 5 --list)
+    run_command "$root/scripts/mutants" engine --sample 5 --skip 3 --list
+    check "mutants: --skip leaves out the first changes of the same sample" [ "$output" = "$(tail -n 2 <<<"$sample")" ]
+    run_command "$root/scripts/mutants" engine --skip -1
+    check "mutants: a negative number to skip exits with 2" exits_with 2
     run_command env COLUMNS=200 "$root/scripts/mutants" --help
     check "mutants: --help exits with 0" exits_with 0
     check "mutants: --help shows the usage" says "usage: mutants"
     check "mutants: --help says which tests --mariadb adds" says "label mariadb"
     check "mutants: --help says which tests never run" says "label scenarios never run"
+
+    # A tree with two changes. Building does nothing; the tests notice the first change, the second only with
+    # the label mariadb.
+    tree=$work/tree
+    mkdir -p "$tree/scripts" "$tree/engine" "$tree/tests/engine" "$work/tools"
+    cp "$root/scripts/mutants" "$tree/scripts/"
+    printf 'bool first = true;\nbool second = true;\n' >"$tree/engine/a.cpp"
+    touch "$tree/tests/engine/CMakeLists.txt"
+    git init -q "$tree" && git -C "$tree" add .
+    printf '#!/bin/sh\n' | tee "$work/tools/cmake" >"$work/tools/ninja"
+    cat >"$work/tools/ctest" <<STAND_IN
+#!/bin/bash
+echo run >>'$work/test-runs'
+changed=\$(grep false '$tree/build/mutants/source/engine/a.cpp')
+case "\$changed \$*" in
+*first*) exit 8 ;;
+*second*mariadb*) exit 0 ;;
+*second*) exit 8 ;;
+esac
+STAND_IN
+    chmod +x "$work/tools/"*
+    # try_changes ARGUMENT...: the number of changes that are tried is in $tried, beside two runs without a change.
+    try_changes() {
+        rm -f "$work/test-runs"
+        run_command env PATH="$work/tools:$PATH" "$tree/scripts/mutants" engine "$@"
+        tried=$(($(wc -l <"$work/test-runs") - 2))
+    }
+    try_changes
+    check "mutants: a change that no test notices is printed" says "engine/a.cpp:2: true becomes false"
+    check "mutants: both changes are counted" says "engine: 1 of 2 changes noticed (50 %), 0 more did not build"
+    try_changes
+    check "mutants: an unnoticed change is tried again, a noticed one is not" [ "$tried" = 1 ]
+    try_changes --mariadb
+    check "mutants: --mariadb tries what was unnoticed without it" [ "$tried" = 1 ]
+    check "mutants: --mariadb notices more" says "engine: 2 of 2 changes noticed (100 %)"
+    check "mutants: the record tells whether --mariadb was given" \
+        [ "$(python3 -c 'import json, sys; print([entry["mariadb"] for entry in json.load(sys.stdin).values()])' \
+            <"$tree/build/mutants/record.json")" = '[False, True]' ]
+    try_changes
+    check "mutants: a result with --mariadb does not count without it" [ "$tried" = 1 ]
+    try_changes --skip 1
+    check "mutants: only the changes after those that are skipped are counted" says "engine: 0 of 1 changes noticed"
 fi
 for command in run test bench; do
     run_command "$root/$command" --help
