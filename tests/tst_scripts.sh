@@ -146,8 +146,8 @@ if command -v python3 >/dev/null; then
     check "mutants: --help says which tests --mariadb adds" says "label mariadb"
     check "mutants: --help says which tests never run" says "label scenarios never run"
 
-    # A tree with two changes. Building does nothing; the tests notice the first change, the second only with
-    # the label mariadb.
+    # A tree with two changes. Building does nothing. A quick test notices the first change, and a slow one with
+    # the label mariadb the second.
     tree=$work/tree
     mkdir -p "$tree/scripts" "$tree/engine" "$tree/tests/engine" "$work/tools"
     cp "$root/scripts/mutants" "$tree/scripts/"
@@ -157,23 +157,27 @@ if command -v python3 >/dev/null; then
     printf '#!/bin/sh\n' | tee "$work/tools/cmake" >"$work/tools/ninja"
     cat >"$work/tools/ctest" <<STAND_IN
 #!/bin/bash
-echo run >>'$work/test-runs'
+[[ \$* != *--output-junit* ]] ||
+    echo '<testsuite><testcase name="tst_a" time="0.1"/><testcase name="tst_b" time="20"/></testsuite>' >"\${!#}"
 changed=\$(grep false '$tree/build/mutants/source/engine/a.cpp')
+echo "\$changed \$*" >>'$work/test-runs'
 case "\$changed \$*" in
-*first*) exit 8 ;;
+*first*-E*tst_b*) exit 8 ;;
 *second*mariadb*) exit 0 ;;
-*second*) exit 8 ;;
+*second*-R*tst_b*) exit 8 ;;
 esac
 STAND_IN
     chmod +x "$work/tools/"*
-    # try_changes ARGUMENT...: the number of changes that are tried is in $tried, beside two runs without a change.
+    # try_changes ARGUMENT...: keeps the number of changes that it tries in $tried.
     try_changes() {
         rm -f "$work/test-runs"
         run_command env PATH="$work/tools:$PATH" "$tree/scripts/mutants" engine "$@"
-        tried=$(($(wc -l <"$work/test-runs") - 2))
+        tried=$(grep -c -- ' -E ' "$work/test-runs")
     }
     try_changes
     check "mutants: a change that no test notices is printed" says "engine/a.cpp:2: true becomes false"
+    check "mutants: the slow tests run if the quick ones notice nothing" grep -q -- 'second.* -R .*tst_b' "$work/test-runs"
+    check "mutants: they do not run after a quick one has failed" [ "$(grep -c -- 'first.* -R ' "$work/test-runs")" = 0 ]
     check "mutants: both changes are counted" says "engine: 1 of 2 changes noticed (50 %), 0 more did not build"
     try_changes
     check "mutants: an unnoticed change is tried again, a noticed one is not" [ "$tried" = 1 ]
