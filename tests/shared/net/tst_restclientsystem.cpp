@@ -7,6 +7,7 @@
 #include <QSemaphore>
 #include <QTest>
 
+#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <dlfcn.h>
@@ -36,6 +37,9 @@ thread_local QList<short> signs;
 /// Lookups of slow.test wait for this.
 QSemaphore slowLookup;
 std::atomic<int> slowLookups{0};
+
+/// What the process does with SIGPIPE during the last lookup.
+std::atomic<sighandler_t> pipeHandler{SIG_ERR};
 
 template <typename Function>
 Function *original(const char *name)
@@ -79,6 +83,9 @@ extern "C" int getaddrinfo(const char *name, const char *service, const addrinfo
 {
     static const auto next =
         original<int(const char *, const char *, const addrinfo *, addrinfo **)>("getaddrinfo");
+    struct sigaction action = {};
+    ::sigaction(SIGPIPE, nullptr, &action);
+    pipeHandler = action.sa_handler;
     if (name && std::strcmp(name, "unknown.test") == 0)
         return EAI_NONAME;
     if (name && std::strcmp(name, "slow.test") == 0) {
@@ -107,6 +114,7 @@ private Q_SLOTS:
     void connectionThatIsResetAtOnce();
     void keptConnectionOutOfStep_data();
     void keptConnectionOutOfStep();
+    void signalsAreLeftAlone();
 };
 
 void TestRestClientSystem::cleanup()
@@ -287,6 +295,16 @@ void TestRestClientSystem::keptConnectionOutOfStep()
     client.post(server.url(u"/3"_s), QByteArray("x"), noHeaders);
     QCOMPARE(server.requests().size(), 3);
     QTEST(server.connectionCount(), "connections");
+}
+
+/// A handler of signals belongs to the whole process; other threads have requests at the same time.
+void TestRestClientSystem::signalsAreLeftAlone()
+{
+    const sighandler_t before = ::signal(SIGPIPE, SIG_DFL);
+    RestClient client;
+    client.get(QUrl(u"http://unknown.test/"_s), {}, noHeaders);
+    ::signal(SIGPIPE, before);
+    QVERIFY(pipeHandler.load() == SIG_DFL);
 }
 
 QTEST_GUILESS_MAIN(TestRestClientSystem)
