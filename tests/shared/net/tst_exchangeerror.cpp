@@ -78,6 +78,8 @@ void TestExchangeError::statuses_data()
     row("416: range",             416, http::otherContentError,        request);
     row("417: expectation",       417, http::otherContentError,        request);
     row("418",                    418, http::badRequestError,          request);
+    row("419: unknown",           419, http::otherContentError,        request);
+    row("420: unknown",           420, http::otherContentError,        request);
     row("421: misdirected",       421, http::otherContentError,        service);
     row("422: not processable",   422, http::otherContentError,        request);
     row("423: locked",            423, http::otherContentError,        service);
@@ -88,14 +90,18 @@ void TestExchangeError::statuses_data()
     row("429: too many",          429, http::otherContentError,        service);
     row("430: unknown",           430, http::otherContentError,        request);
     row("431: headers too large", 431, http::otherContentError,        request);
+    row("450: unknown",           450, http::otherContentError,        request);
     row("451: legal reasons",     451, http::otherContentError,        service);
+    row("452: unknown",           452, http::otherContentError,        request);
     row("499: unknown",           499, http::otherContentError,        request);
     row("500",                    500, http::internalServerError,      service);
     row("501",                    501, http::notImplementedError,      service);
     row("502: gateway",           502, http::otherServerError,         service);
     row("503",                    503, http::unavailableError,         service);
     row("504: gateway",           504, http::otherServerError,         service);
+    row("510: unknown",           510, http::otherServerError,         service);
     row("511: hotspot's login",   511, http::otherServerError,         network);
+    row("512: unknown",           512, http::otherServerError,         service);
     row("599: unknown",           599, http::otherServerError,         service);
     row("600: unknown",           600, http::otherServerError,         service);
     row("999: unknown",           999, http::otherServerError,         service);
