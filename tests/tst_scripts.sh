@@ -160,7 +160,9 @@ if command -v python3 >/dev/null; then
 [[ \$* != *--output-junit* ]] ||
     echo '<testsuite><testcase name="tst_a" time="0.1"/><testcase name="tst_b" time="20"/></testsuite>' >"\${!#}"
 changed=\$(grep false '$tree/build/mutants/source/engine/a.cpp')
-echo "\$changed \$*" >>'$work/test-runs'
+echo "\$changed \$QTEST_FATAL_FAIL \$*" >>'$work/test-runs'
+touch "\$TMPDIR/left"
+echo "\$TMPDIR" >>'$work/test-folders'
 case "\$changed \$*" in
 *first*-E*tst_b*) exit 8 ;;
 *second*mariadb*) exit 0 ;;
@@ -178,6 +180,9 @@ STAND_IN
     check "mutants: a change that no test notices is printed" says "engine/a.cpp:2: true becomes false"
     check "mutants: the slow tests run if the quick ones notice nothing" grep -q -- 'second.* -R .*tst_b' "$work/test-runs"
     check "mutants: they do not run after a quick one has failed" [ "$(grep -c -- 'first.* -R ' "$work/test-runs")" = 0 ]
+    check "mutants: a program ends at its first failure" [ "$(grep -c '^[^1]* 1 ' "$work/test-runs")" = 4 ]
+    check "mutants: what an ended program leaves is removed" \
+        [ -z "$(while read -r name; do find "$name" 2>/dev/null; done <"$work/test-folders")" ]
     check "mutants: both changes are counted" says "engine: 1 of 2 changes noticed (50 %), 0 more did not build"
     try_changes
     check "mutants: an unnoticed change is tried again, a noticed one is not" [ "$tried" = 1 ]
