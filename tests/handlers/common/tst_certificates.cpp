@@ -14,8 +14,10 @@
 #include <QTest>
 #include <QThread>
 
+#include <cerrno>
 #include <csignal>
 
+#include <dlfcn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -57,7 +59,36 @@ QString hex(const QByteArray &content, QCryptographicHash::Algorithm algorithm)
     return QString::fromLatin1(QCryptographicHash::hash(content, algorithm).toHex());
 }
 
+/// Whether fsync() reports a fault of the disk.
+bool isDiskFaulty = false;
+
+/// The file that another user creates when the service has removed its own.
+QByteArray intruderPath;
+
 } // namespace
+
+// System calls of convertCertificate(), replaced by functions of this program.
+
+extern "C" int fsync(int file)
+{
+    static const auto next = reinterpret_cast<int (*)(int)>(::dlsym(RTLD_NEXT, "fsync"));
+    if (!isDiskFaulty)
+        return next(file);
+    errno = EIO;
+    return -1;
+}
+
+extern "C" int unlink(const char *path) noexcept
+{
+    static const auto next = reinterpret_cast<int (*)(const char *)>(::dlsym(RTLD_NEXT, "unlink"));
+    const int result = next(path);
+    if (intruderPath == path) {
+        intruderPath.clear();
+        write(QString::fromUtf8(path), "of a stranger");
+        ::chmod(path, 0777);
+    }
+    return result;
+}
 
 /// Runs below its own folder, with a fake `openssl` first on PATH, which records its arguments and
 /// the password variable and does what the test asks. It calls the real tool for tests that check
@@ -109,6 +140,9 @@ private Q_SLOTS:
     void planted();
     void unprotectedFolder();
     void timeLimitOfATill();
+    void faultyDisk_data();
+    void faultyDisk();
+    void plantedDuringTheConversion();
 
 private:
     /// What the fake tool does after recording its call. `$out` is the PEM file.
@@ -750,6 +784,39 @@ void TestCertificates::timeLimitOfATill()
     QVERIFY2(timer.elapsed() >= 30'000 && timer.elapsed() < 60'000,
              qPrintable(QString::number(timer.elapsed())));
     QCOMPARE(log->lines(), QStringList{u"ERROR Ошибка генерации сертификата"_s});
+}
+
+void TestCertificates::faultyDisk_data()
+{
+    cutOffFileIsMadeAgain_data();
+}
+
+/// After a power cut, a certificate that was not synced would be a file of zeros.
+void TestCertificates::faultyDisk()
+{
+    QFETCH(CertificateRules, rules);
+    isDiskFaulty = true;
+    const QString pem = convert(rules);
+    isDiskFaulty = false;
+    QCOMPARE(pem, QString());
+    QCOMPARE(log->lines().size(), 1);
+    QCOMPARE(read(convert(rules)), "pem\n");
+    QCOMPARE(calls(), 2);
+}
+
+void TestCertificates::plantedDuringTheConversion()
+{
+    const QString pem = folder->filePath(
+        u"tmp/queue_test_%1.pem"_s.arg(hex("a certificate", QCryptographicHash::Md5)));
+    intruderPath = pem.toUtf8();
+    const ConvertedCertificate certificate = convertCertificate(
+        *Log4Qt::LogManager::logger(u"certificates"_s), source, u"se cret"_s, common);
+    QCOMPARE(certificate.pem, QString());
+    QVERIFY(certificate.isRefused);
+    QCOMPARE(calls(), 0);
+    QCOMPARE(read(pem), "of a stranger");
+    QCOMPARE(log->lines().size(), 1);
+    QVERIFY(log->lines().first().contains(u"открыт другим пользователям на запись"_s));
 }
 
 QTEST_GUILESS_MAIN(TestCertificates)
