@@ -212,16 +212,18 @@ void JournalStore::open()
     createFile();
     connection = std::make_unique<JournalConnection>(path, busyTimeout);
     try {
-        // Takes effect only in a new file, before its first table.
-        connection->run("PRAGMA auto_vacuum = INCREMENTAL");
         const qint64 version = connection->run("PRAGMA user_version");
         if (version > schemaVersion)
             throw JournalFault(u"файл создан более новой версией службы"_s, false);
         // Creating a file syncs several times, and the deliveries wait for the same disk. If a
         // power cut leaves it incomplete, nothing is lost: it is empty, and the next start renames
         // it.
-        if (version == 0)
+        if (version == 0) {
             connection->run("PRAGMA synchronous = OFF");
+            // Takes effect only before the first table. Later it would only write the file's first
+            // page, and sync it.
+            connection->run("PRAGMA auto_vacuum = INCREMENTAL");
+        }
         connection->run("PRAGMA journal_mode = WAL");
         connection->run(u"PRAGMA cache_size = -%1"_s.arg(cacheKibibytes));
         connection->run(u"PRAGMA journal_size_limit = %1"_s.arg(ordinaryLogBytes));

@@ -10,6 +10,7 @@
 #include <QTest>
 #include <QTimeZone>
 
+#include <dlfcn.h>
 #include <functional>
 #include <sys/stat.h>
 
@@ -46,7 +47,31 @@ JournalBatch batchOf(const QList<Outcome> &outcomes)
     return batch;
 }
 
+int syncs = 0;
+
+template <typename Function>
+Function *original(const char *name)
+{
+    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
+}
+
 } // namespace
+
+// SQLite finds these before those of the system.
+
+extern "C" int fsync(int file)
+{
+    static const auto next = original<int(int)>("fsync");
+    ++syncs;
+    return next(file);
+}
+
+extern "C" int fdatasync(int file)
+{
+    static const auto next = original<int(int)>("fdatasync");
+    ++syncs;
+    return next(file);
+}
 
 class TestJournalStore : public QObject
 {
@@ -81,6 +106,7 @@ private Q_SLOTS:
     void newerFileIsLeft();
     void lockedFileIsAFault();
     void faultLosesNothingOfTheBatch();
+    void syncsAreFew();
 
 private:
     void write(const QList<Outcome> &outcomes) { file->write(batchOf(outcomes)); }
@@ -357,9 +383,9 @@ void TestJournalStore::emptiedFileShrinks()
         file->prune({.rows = 10}, morning);
     }
     file->close();
-    // About 1000 free pages may be left.
+    // About 1000 free pages are left, for the rows to come.
     const qint64 left = QFileInfo(path).size();
-    QVERIFY2(full > 8'000'000 && left < 1'100 * 4096,
+    QVERIFY2(full > 8'000'000 && left > 1'000 * 4096 && left < 1'100 * 4096,
              qPrintable(u"%1 -> %2"_s.arg(full).arg(left)));
 }
 
@@ -506,6 +532,19 @@ void TestJournalStore::faultLosesNothingOfTheBatch()
     file->write(batch);
     QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), (QStringList{u"1"_s, u"2"_s, u"3"_s}));
     QCOMPARE(rows(u"SELECT count FROM total"_s), QStringList{u"3"_s});
+}
+
+/// Deliveries wait for the disk while it syncs.
+void TestJournalStore::syncsAreFew()
+{
+    syncs = 0;
+    write({attempt(1, Verdict::Delivered)});
+    QCOMPARE(syncs, 0);
+    file->close();
+    syncs = 0;
+    write({attempt(2, Verdict::Delivered)});
+    // One change of the file, from now on with a write-ahead log, and the beginning of this log.
+    QVERIFY2(syncs > 0 && syncs <= 6, qPrintable(QString::number(syncs)));
 }
 
 QTEST_GUILESS_MAIN(TestJournalStore)
