@@ -40,6 +40,8 @@ void TestReference::reference_data()
     row("in a text that is none", R"({"body": "order=A1"})", "body.order", "");
     row("in a list", R"({"items": [{"id": 1}, {"id": 2}]})", "items.1.id", "2");
     row("outside of a list", R"({"items": [{"id": 1}]})", "items.7.id", "");
+    row("after the last of a list", R"({"items": [{"id": 1}]})", "items.1.id", "");
+    row("before the first of a list", R"({"items": [{"id": 1}]})", "items.-1.id", "");
     row("each of a list", R"({"items": [{"id": 1}, 7, {"id": 2}]})", "items.*.id", "1 2");
     row("each of an object", R"({"ids": {"shop": "S", "till": 5}})", "ids.*", "S 5");
     row("each of a list in a text", R"({"body": "[{\"mark\": \"M\"}, {\"mark\": \"N\"}]"})",
