@@ -145,7 +145,9 @@ if command -v python3 >/dev/null; then
     check "mutants: --help shows the usage" says "usage: mutants"
     check "mutants: --help says which tests --mariadb adds" says "label mariadb"
     check "mutants: --help says which tests never run" says "label scenarios never run"
-
+fi
+# The command asks git for the files of the tree.
+if command -v python3 >/dev/null && command -v git >/dev/null; then
     # A tree with two changes. Building does nothing. A quick test notices the first change, and a slow one with
     # the label mariadb the second.
     tree=$work/tree
