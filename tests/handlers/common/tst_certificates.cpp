@@ -358,6 +358,7 @@ void TestCertificates::failedRun_data()
     QTest::addColumn<QByteArray>("script");
     QTest::newRow("exit code 1") << "echo half >\"$out\"; exit 1"_ba;
     QTest::newRow("exit code 255") << "echo half >\"$out\"; exit 255"_ba;
+    QTest::newRow("with rights of its own") << "echo half >\"$out\"; chmod 644 \"$out\"; exit 1"_ba;
     QTest::newRow("ended by a signal") << "echo half >\"$out\"; kill -9 $$"_ba;
 }
 
@@ -379,6 +380,7 @@ void TestCertificates::failedRun()
 
     tool("echo pem >\"$out\"");
     QVERIFY(!convert(isolated).isEmpty());
+    QCOMPARE(read(convert(common)), "pem\n");
 }
 
 void TestCertificates::missingTool()
@@ -388,6 +390,7 @@ void TestCertificates::missingTool()
     QCOMPARE(convert(isolated), QString());
     QCOMPARE(log->lines(), (QStringList{u"ERROR Ошибка генерации сертификата"_s,
                                         u"ERROR Ошибка генерации PEM-сертификата из "_s + source}));
+    QCOMPARE(QDir(folder->filePath(u"tmp"_s)).entryList(QDir::Files), QStringList());
 }
 
 void TestCertificates::toolThatWritesNothing_data()
