@@ -60,7 +60,8 @@ for script in run test bench .ci/run scripts/coverage scripts/fuzz scripts/insta
     check "$script has no syntax error" bash -n "$root/$script"
 done
 
-# What gcov says of `if (a) f(b);`, where f() may throw and its argument is destroyed on the way.
+# What gcov says of `if (a) f(b);`, where f() may throw and its argument is destroyed on the way, and of
+# a function's static and a decision that look alike to gcov.
 mkdir "$work/gcov"
 cat >"$work/gcov/gcov" <<'STAND_IN'
 #!/bin/bash
@@ -79,6 +80,29 @@ branch  6 never executed
     %%%%%:    7-block  3
 branch  7 never executed
 branch  8 never executed
+        2:    9:    static const bool isReady = a || f(b);
+        2:    9-block  0
+branch  9 taken 1 (fallthrough)
+branch 10 taken 1
+        1:    9-block  1
+call   11 returned 1
+branch 12 taken 1 (fallthrough)
+branch 13 taken 0
+        1:    9-block  2
+branch 14 taken 1 (fallthrough)
+branch 15 taken 0
+        1:    9-block  3
+call   16 returned 1
+branch 17 taken 1 (fallthrough)
+branch 18 taken 0
+        2:   11:    static bool isBoth() { return a && f(b); }
+        2:   11-block  0
+branch 19 taken 1 (fallthrough)
+branch 20 taken 1
+        1:   11-block  1
+call   21 returned 1
+branch 22 taken 1 (fallthrough)
+branch 23 taken 0
 REPORT
 echo "Creating 'a.gcov'"
 STAND_IN
@@ -92,6 +116,16 @@ branch  4 taken 0 (throw)"
 check "gcov-decisions: what only an exception reaches is no decision" says "branch  5 taken 0 (throw)
 branch  6 taken 0 (throw)"
 check "gcov-decisions: a decision that was never reached is left alone" says "branch  8 never executed"
+check "gcov-decisions: the second look at the guard of a static is no decision" says "branch 10 taken 1
+branch 12 taken 0 (throw)
+branch 13 taken 0 (throw)
+branch 14 "
+check "gcov-decisions: a decision in the value of a static is left alone" says "branch 15 taken 0
+branch 17 taken 1 (fallthrough)
+branch 18 taken 0
+"
+check "gcov-decisions: a static function on one line is left alone" says "branch 22 taken 1 (fallthrough)
+branch 23 taken 0"
 
 run_command "$root/run" --nonsense
 check "run: an unknown argument exits with 2" exits_with 2
