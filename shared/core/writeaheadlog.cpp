@@ -9,7 +9,9 @@ bool copyWriteAheadLog(QSqlQuery &query)
     constexpr int maxRounds = 5;
     QVariant framesBefore;
     for (int round = 0; round < maxRounds; ++round) {
-        if (!query.exec(u"PRAGMA queues.wal_checkpoint(PASSIVE)"_s) || !query.next())
+        // A statement that failed has no row.
+        query.exec(u"PRAGMA queues.wal_checkpoint(PASSIVE)"_s);
+        if (!query.next())
             return false;
         const QVariant frames = query.value(1);
         const bool isCopied = query.value(2) == frames;

@@ -7,17 +7,58 @@
 #include <QThread>
 #include <QTimer>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+bool nextReadFails = false;
+/// How many files this process may have open.
+rlimit files = {};
+
+} // namespace
+
+/// Replaces the C library's function in this process: a read can fail although a byte is there.
+extern "C" ssize_t read(int file, void *buffer, size_t size)
+{
+    static const auto next =
+        reinterpret_cast<ssize_t (*)(int, void *, size_t)>(dlsym(RTLD_NEXT, "read"));
+    // Only the signal's number is one byte long.
+    if (!nextReadFails || size != 1)
+        return next(file, buffer, size);
+    nextReadFails = false;
+    std::puts("read failed");
+    errno = EINTR;
+    return -1;
+}
+
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
     const QStringList options = application.arguments().mid(1);
+
+    if (options.contains(u"nofiles")) {
+        getrlimit(RLIMIT_NOFILE, &files);
+        const rlimit none{0, files.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+        qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
+            std::puts(qPrintable(text));
+            std::fflush(stdout);
+            setrlimit(RLIMIT_NOFILE, &files);
+            if (type == QtFatalMsg)
+                std::exit(3);
+        });
+    }
+    if (options.contains(u"interrupted"))
+        nextReadFails = true;
 
     signalhandler::initSignalHandlers();
     if (options.contains(u"unchecked"))

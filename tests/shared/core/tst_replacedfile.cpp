@@ -14,11 +14,67 @@
 #include <QTest>
 #include <QThread>
 
+#include <cerrno>
+#include <cstdarg>
 #include <cstdio>
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <latch>
 #include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+/// What the system says of the next calls; 0: what it really says.
+int renameError = 0;
+int lockError = 0;
+/// stat() names another file system than the real one.
+bool isOtherFileSystem = false;
+
+template <typename Function>
+Function *original(const char *name)
+{
+    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+/// Replaces the C library's function in this process. ENOENT: another program was faster.
+extern "C" int rename(const char *from, const char *to) noexcept
+{
+    static const auto next = original<int(const char *, const char *)>("rename");
+    if (renameError == 0)
+        return next(from, to);
+    if (renameError == ENOENT)
+        ::unlink(from);
+    errno = renameError;
+    return -1;
+}
+
+extern "C" int fcntl(int file, int command, ...)
+{
+    static const auto next = original<int(int, int, ...)>("fcntl");
+    va_list rest;
+    va_start(rest, command);
+    void *const argument = va_arg(rest, void *);
+    va_end(rest);
+    if (command != F_OFD_SETLK || lockError == 0)
+        return next(file, command, argument);
+    errno = lockError;
+    return -1;
+}
+
+extern "C" int stat(const char *path, struct stat *status) noexcept
+{
+    static const auto next = original<int(const char *, struct stat *)>("stat");
+    const int result = next(path, status);
+    if (isOtherFileSystem)
+        ++status->st_dev;
+    return result;
+}
 
 /// An SQLite file that is deleted or replaced while the service has it open.
 class TestReplacedFile : public QObject
@@ -31,12 +87,17 @@ private Q_SLOTS:
 
     void sqliteFileThatIsGoneIsNoticed();
     void sqliteFileThatWasReplacedIsNoticed();
+    void sameNumberOnAnotherFileSystemIsNoticed();
     void sqliteFileThatIsGoneTakesNoRows();
     void formerLogIsNotMixedIn_data();
     void formerLogIsNotMixedIn();
     void formerLogIsPutAsideAtTheEnd();
     void formerLogThatAnotherProgramUses();
     void replacedFileWithoutALog();
+    void replacedFileWithItsOwnLog();
+    void formerLogThatCannotBeRenamed_data();
+    void formerLogThatCannotBeRenamed();
+    void newFileThatCannotBeLocked();
 
 private:
     /// A file with rows of type `backup`, while the database in use has others, most of them in
@@ -77,6 +138,17 @@ void TestReplacedFile::sqliteFileThatWasReplacedIsNoticed()
     QFile replacement(queue->file());
     QVERIFY(replacement.open(QIODevice::WriteOnly));
     QVERIFY(!factory->isConnectionCurrent(name));
+}
+
+/// Inode numbers are unique only within a file system.
+void TestReplacedFile::sameNumberOnAnotherFileSystemIsNoticed()
+{
+    const QString name = factory->getConnection().connectionName();
+    QVERIFY(factory->isConnectionCurrent(name));
+    isOtherFileSystem = true;
+    const bool isCurrent = factory->isConnectionCurrent(name);
+    isOtherFileSystem = false;
+    QVERIFY(!isCurrent);
 }
 
 void TestReplacedFile::sqliteFileThatIsGoneTakesNoRows()
@@ -226,6 +298,82 @@ void TestReplacedFile::replacedFileWithoutALog()
              u"ERROR Файл базы данных '%1' удалён или заменён во время работы службы, "
              "перезапустите программы кассы, у которых он открыт"_s.arg(queue->file()));
     QCOMPARE(keptLogs(), QStringList());
+}
+
+/// The operator has copied the companions of the new file as well.
+void TestReplacedFile::replacedFileWithItsOwnLog()
+{
+    const QString backup = makeBackup();
+    queue->ids();
+    for (const QString &ending : {u"-wal"_s, u"-shm"_s}) {
+        QVERIFY(QFile::rename(queue->file() + ending, queue->file() + u".old"_s + ending));
+        QFile own(queue->file() + ending);
+        QVERIFY(own.open(QIODevice::WriteOnly));
+    }
+    moveIntoPlace(backup);
+    const LogCapture log(u"database"_s);
+    QCOMPARE(queue->ids(u"backup"_s).size(), 50);
+    QCOMPARE(log.lines().filter(u"ERROR "_s).size(), 1);
+    QCOMPARE(keptLogs(), QStringList());
+}
+
+void TestReplacedFile::formerLogThatCannotBeRenamed_data()
+{
+    QTest::addColumn<int>("error");
+    QTest::addColumn<bool>("isReplacedByHand");
+    QTest::newRow("no right to the folder") << EACCES << false;
+    QTest::newRow("then replaced by hand") << EACCES << true;
+    QTest::newRow("deleted meanwhile") << ENOENT << false;
+    QTest::newRow("deleted meanwhile, then replaced by hand") << ENOENT << true;
+}
+
+void TestReplacedFile::formerLogThatCannotBeRenamed()
+{
+    QFETCH(int, error);
+    QFETCH(bool, isReplacedByHand);
+    const QString backup = makeBackup();
+    const QString log = queue->file() + u"-wal"_s;
+    moveIntoPlace(backup);
+    const LogCapture lines(u"database"_s);
+    renameError = error;
+    const QString text = connectError();
+    renameError = 0;
+    // The former connection ended first, and its attempt lost the log to the other program.
+    const QString left = error == ENOENT ? queue->file() + u"-shm"_s : log;
+    QVERIFY2(text.contains(u"рядом остался журнал '%1' прежнего файла (%2)"_s.arg(
+                 left, qt_error_string(error))),
+             qPrintable(text));
+    if (isReplacedByHand) {
+        for (const QString &ending : {u"-wal"_s, u"-shm"_s}) {
+            QFile::rename(queue->file() + ending, queue->file() + u".old"_s + ending);
+            QFile own(queue->file() + ending);
+            QVERIFY(own.open(QIODevice::WriteOnly));
+        }
+    }
+    QCOMPARE(connectError(), QString());
+    QCOMPARE(queue->ids(u"backup"_s).size(), 50);
+    // Only the former file's log is put aside.
+    QCOMPARE(keptLogs().size(), error == EACCES && !isReplacedByHand ? 1 : 0);
+}
+
+void TestReplacedFile::newFileThatCannotBeLocked()
+{
+    const QString backup = makeBackup();
+    const QString second = backup + u".second"_s;
+    QVERIFY(QFile::copy(backup, second));
+    moveIntoPlace(backup);
+    const LogCapture lines(u"database"_s);
+    lockError = ENOLCK;
+    const QString text = connectError();
+    // Each replacement is reported.
+    moveIntoPlace(second);
+    QCOMPARE(connectError(), text);
+    lockError = 0;
+    QVERIFY2(text.contains(u"(%1)"_s.arg(qt_error_string(ENOLCK))), qPrintable(text));
+    QCOMPARE(lines.lines().filter(u"ERROR "_s), QStringList(2, u"ERROR "_s + text));
+    QCOMPARE(keptLogs(), QStringList());
+    QCOMPARE(connectError(), QString());
+    QCOMPARE(keptLogs().size(), 1);
 }
 
 QString TestReplacedFile::makeBackup()

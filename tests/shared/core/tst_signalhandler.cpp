@@ -1,7 +1,9 @@
 #include <QProcess>
 #include <QTest>
 
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 
 using namespace Qt::StringLiterals;
 
@@ -19,6 +21,8 @@ private Q_SLOTS:
     void signalToAnotherThread();
     void brokenPipeDoesNotEndTheProcess();
     void manySignalsAtOnce();
+    void interruptedReadIsRepeated();
+    void withoutAFreeFile();
 
 private:
     static std::unique_ptr<QProcess> start(const QStringList &options);
@@ -110,6 +114,21 @@ void TestSignalHandler::manySignalsAtOnce()
     QVERIFY2(output.startsWith("handler on the main thread\n"), output.constData());
     QVERIFY2(output.endsWith("loop ended with 0\n"), output.constData());
     QCOMPARE(process->exitCode(), 0);
+}
+
+void TestSignalHandler::interruptedReadIsRepeated()
+{
+    const auto process = start({u"interrupted"_s, u"early"_s});
+    QCOMPARE(finish(*process), "read failed\nhandler on the main thread\nloop ended with 143\n");
+}
+
+/// The service does not start if nothing could end it in order.
+void TestSignalHandler::withoutAFreeFile()
+{
+    const auto process = start({u"nofiles"_s});
+    QCOMPARE(finish(*process),
+             QByteArray("signalhandler: pipe2 failed: ") + strerror(EMFILE) + "\n");
+    QCOMPARE(process->exitCode(), 3);
 }
 
 QTEST_GUILESS_MAIN(TestSignalHandler)

@@ -8,7 +8,33 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cerrno>
+#include <cstdarg>
+#include <dlfcn.h>
+#include <fcntl.h>
+
 using namespace Qt::StringLiterals;
+
+namespace {
+
+/// What the system says of the next lock; 0: what it really says.
+int lockError = 0;
+
+} // namespace
+
+/// Replaces the C library's function in this process.
+extern "C" int fcntl(int file, int command, ...)
+{
+    static const auto next = reinterpret_cast<int (*)(int, int, ...)>(::dlsym(RTLD_NEXT, "fcntl"));
+    va_list rest;
+    va_start(rest, command);
+    void *const argument = va_arg(rest, void *);
+    va_end(rest);
+    if (command != F_OFD_SETLK || lockError == 0)
+        return next(file, command, argument);
+    errno = lockError;
+    return -1;
+}
 
 /// The lock against SQLite itself.
 class TestSqliteFileLock : public QObject
@@ -22,6 +48,8 @@ private Q_SLOTS:
     void openFileIsNot();
     void othersAreLockedOut();
     void missingFile();
+    void errorOfTheLock_data();
+    void errorOfTheLock();
     void keptNamesAreNew();
 
 private:
@@ -102,8 +130,33 @@ void TestSqliteFileLock::missingFile()
     QVERIFY(!QFile::exists(folder->filePath(u"nothing.db"_s)));
 }
 
+void TestSqliteFileLock::errorOfTheLock_data()
+{
+    QTest::addColumn<int>("error");
+    QTest::addColumn<bool>("isInUse");
+    QTest::newRow("locked by another program") << EAGAIN << true;
+    QTest::newRow("the same on other systems") << EACCES << true;
+    QTest::newRow("file server without locks") << ENOLCK << false;
+}
+
+void TestSqliteFileLock::errorOfTheLock()
+{
+    QFETCH(int, error);
+    lockError = error;
+    const SqliteFileLock lock(path());
+    lockError = 0;
+    QVERIFY(!lock.isTaken());
+    QTEST(lock.isInUse(), "isInUse");
+    QCOMPARE(lock.reason(), qt_error_string(error));
+}
+
 void TestSqliteFileLock::keptNamesAreNew()
 {
+    // A link that points nowhere is a name as well.
+    const QString linked = SqliteFileLock::keptName(path(), u"linked"_s);
+    QVERIFY(QFile::link(folder->filePath(u"nowhere"_s), linked));
+    QVERIFY(SqliteFileLock::keptName(path(), u"linked"_s) != linked);
+
     QStringList names;
     for (const QString &ending : {u""_s, u"-wal"_s, u"-shm"_s, u""_s}) {
         const QString name = SqliteFileLock::keptName(path(), u"replaced"_s);
