@@ -3,6 +3,7 @@
 #include "tests/support/logcapture.h"
 
 #include <QFile>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -13,6 +14,7 @@
 #include <linux/seccomp.h>
 #include <sys/inotify.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
@@ -73,6 +75,8 @@ private Q_SLOTS:
     void unreadableFileAfterAGoodReading();
     void valuesOfADeletedFileEnd();
     void vanishedDirectoryKeepsItsValues();
+    void vanishedDirectoriesKeepTheirOrder();
+    void unreadableDirectoryKeepsItsValues();
     void changeIsSeen_data();
     void changeIsSeen();
     void newFileIsSeen();
@@ -520,6 +524,53 @@ void TestConfig::vanishedDirectoryKeepsItsValues()
              u"WARN Каталог настроек '%1' исчез, действуют последние значения из него"_s.arg(
                  path(u"conf"_s)));
     QCOMPARE(get(u"s:key"_s), u"1"_s);
+    write(u"conf/a.ini"_s, "[s]\nkey=2\n");
+    QTRY_COMPARE(get(u"s:key"_s), u"2"_s);
+}
+
+void TestConfig::vanishedDirectoriesKeepTheirOrder()
+{
+    constexpr int count = 8;
+    QByteArray outer = "[s]\n";
+    for (int i = 0; i < count; ++i) {
+        outer += "key" + QByteArray::number(i) + "=outer\n";
+        write(u"conf/d/%1.ini"_s.arg(i), "[s]\nkey" + QByteArray::number(i) + "=inner\n");
+    }
+    write(u"conf/a.ini"_s, outer);
+    use({u"conf/d"_s, u"conf"_s});
+    QVERIFY(QDir().rename(path(u"conf"_s), path(u"away"_s)));
+    // A file that is added has the values computed again.
+    write(u"b.ini"_s, "[t]\nkey=1\n");
+    config->readFile(path(u"b.ini"_s), QString());
+    QCOMPARE(get(u"t:key"_s), u"1"_s);
+    for (int i = 0; i < count; ++i)
+        QCOMPARE(get(u"s:key%1"_s.arg(i)), u"outer"_s);
+}
+
+void TestConfig::unreadableDirectoryKeepsItsValues()
+{
+    write(u"conf/a.ini"_s, "[s]\nkey=1\n");
+    use({u"conf"_s});
+    QCOMPARE(get(u"s:key"_s), u"1"_s);
+    const QByteArray directory = QFile::encodeName(path(u"conf"_s));
+    // Root may read everything. Rights are checked for the real account, so only that one changes.
+    const uid_t former = getuid();
+    constexpr uid_t nobody = 65534;
+    constexpr auto unchanged = static_cast<uid_t>(-1);
+    if (former == 0 && setresuid(nobody, unchanged, unchanged) != 0)
+        QSKIP("this root cannot take another account");
+    {
+        const auto restore = qScopeGuard([&] {
+            [[maybe_unused]] const int result = setresuid(former, unchanged, unchanged);
+            chmod(directory.constData(), 0700);
+        });
+        QCOMPARE(chmod(directory.constData(), 0), 0);
+        const QString text =
+            u"WARN Каталог настроек '%1' недоступен для чтения, проверьте права"_s.arg(
+                path(u"conf"_s));
+        QTRY_VERIFY2(get(u"s:key"_s) == u"1" && log->lines().contains(text),
+                     qPrintable(log->lines().join(u'\n')));
+    }
     write(u"conf/a.ini"_s, "[s]\nkey=2\n");
     QTRY_COMPARE(get(u"s:key"_s), u"2"_s);
 }

@@ -12,6 +12,7 @@
 #include <cstdarg>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <functional>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <thread>
@@ -25,6 +26,14 @@ namespace {
 /// What the system says of the next calls; 0: what it really says.
 int lockError = 0;
 int writingError = 0;
+/// Which of the next calls fstat() fails, from 1.
+int failingStatus = 0;
+/// stat() fails.
+bool isFolderUnknown = false;
+/// Runs once, just before a lock is taken.
+std::function<void()> beforeLock;
+/// The account that the system names; -1: the real one.
+int account = -1;
 
 template <typename Function>
 Function *original(const char *name)
@@ -39,6 +48,8 @@ Function *original(const char *name)
 extern "C" int flock(int file, int operation) noexcept
 {
     static const auto next = original<int(int, int)>("flock");
+    if (beforeLock)
+        std::exchange(beforeLock, nullptr)();
     if (lockError == 0)
         return next(file, operation);
     errno = lockError;
@@ -56,6 +67,30 @@ extern "C" int open(const char *path, int flags, ...)
         return next(path, flags, mode);
     errno = writingError;
     return -1;
+}
+
+extern "C" int fstat(int file, struct stat *status) noexcept
+{
+    static const auto next = original<int(int, struct stat *)>("fstat");
+    if (failingStatus == 0 || --failingStatus > 0)
+        return next(file, status);
+    errno = ESTALE;
+    return -1;
+}
+
+extern "C" int stat(const char *path, struct stat *status) noexcept
+{
+    static const auto next = original<int(const char *, struct stat *)>("stat");
+    if (!isFolderUnknown)
+        return next(path, status);
+    errno = ESTALE;
+    return -1;
+}
+
+extern "C" uid_t geteuid() noexcept
+{
+    static const auto next = original<uid_t()>("geteuid");
+    return account < 0 ? next() : static_cast<uid_t>(account);
 }
 
 class TestFolderLock : public QObject
@@ -79,6 +114,10 @@ private Q_SLOTS:
     void fileOfAnotherUser();
     void rightsOfTheFile();
     void fileOfRootGetsTheFoldersOwner();
+    void toolOfAnotherUser();
+    void fileReplacedDuringTheLock_data();
+    void fileReplacedDuringTheLock();
+    void fileThatTheServerForgot();
 
 private:
     QString path() const { return folder->filePath(u"queue.lock"_s); }
@@ -294,11 +333,86 @@ void TestFolderLock::fileOfRootGetsTheFoldersOwner()
         QCOMPARE(lock.take(u"restore"_s), Result::Taken);
     }
     QCOMPARE(ownerOf(path()), nobody);
+    // The folder's owner is unknown, but the lock is good.
+    {
+        isFolderUnknown = true;
+        FolderLock lock(folder->filePath(u"other.lock"_s));
+        const Result result = lock.take(u"restore"_s);
+        isFolderUnknown = false;
+        QCOMPARE(result, Result::Taken);
+    }
+    QCOMPARE(ownerOf(folder->filePath(u"other.lock"_s)), uid_t{0});
     // An existing file keeps its owner: it may be any file of this name.
     QCOMPARE(::chown(QFile::encodeName(path()).constData(), 0, 0), 0);
     FolderLock lock(path());
     QCOMPARE(lock.take(u"restore"_s), Result::Taken);
     QCOMPARE(ownerOf(path()), uid_t{0});
+}
+
+/// An account that is neither root nor the file's owner can change neither its owner nor its
+/// rights.
+void TestFolderLock::toolOfAnotherUser()
+{
+    if (::geteuid() != 0)
+        QSKIP("only root gives a folder away");
+    constexpr uid_t nobody = 65534;
+    QCOMPARE(::chown(QFile::encodeName(folder->path()).constData(), nobody, nobody), 0);
+    const mode_t former = ::umask(077);
+    account = nobody;
+    FolderLock lock(path());
+    const Result result = lock.take(u"restore"_s);
+    account = -1;
+    ::umask(former);
+    QCOMPARE(result, Result::Taken);
+    struct stat status = {};
+    QCOMPARE(::stat(QFile::encodeName(path()).constData(), &status), 0);
+    QCOMPARE(status.st_uid, uid_t{0});
+    QCOMPARE(status.st_mode & 07777, mode_t{0600});
+}
+
+void TestFolderLock::fileReplacedDuringTheLock_data()
+{
+    QTest::addColumn<bool>("isReplaced");
+    QTest::newRow("moved away") << false;
+    QTest::newRow("replaced") << true;
+}
+
+/// A lock on a file that the path no longer names would exclude nobody.
+void TestFolderLock::fileReplacedDuringTheLock()
+{
+    QFETCH(bool, isReplaced);
+    beforeLock = [this, isReplaced] {
+        QFile::rename(path(), path() + u".old"_s);
+        if (isReplaced)
+            (void)QFile(path()).open(QIODevice::WriteOnly);
+    };
+    FolderLock lock(path());
+    QCOMPARE(lock.take(u"active"_s), Result::Taken);
+    const auto holder = FolderLock::holder(path());
+    QVERIFY(holder);
+    QCOMPARE(holder->processId, qint64{::getpid()});
+}
+
+/// A file server may have forgotten the open file at any call.
+void TestFolderLock::fileThatTheServerForgot()
+{
+    const auto restore = qScopeGuard([] { failingStatus = 0; });
+    FolderLock lock(path());
+    failingStatus = 1;
+    QCOMPARE(lock.take(u"active"_s), Result::Refused);
+    // Its rights are unknown, but the lock is good.
+    failingStatus = 2;
+    QCOMPARE(lock.take(u"active"_s), Result::Taken);
+    {
+        // The next attempt finds the file again.
+        FolderLock other(folder->filePath(u"other.lock"_s));
+        failingStatus = 3;
+        QCOMPARE(other.take(u"active"_s), Result::Taken);
+        QCOMPARE(failingStatus, 0);
+    }
+    failingStatus = 1;
+    QVERIFY(!FolderLock::holder(path()));
+    QVERIFY(FolderLock::holder(path()));
 }
 
 QTEST_GUILESS_MAIN(TestFolderLock)
