@@ -168,6 +168,7 @@ void ConnectionFactory::openSqlite(QSqlDatabase &database, const QString &path)
     const QString what = u"Не удалось открыть базу данных '%1'"_s.arg(path);
     database.setDatabaseName(u":memory:"_s);
     database.setConnectOptions(u"QSQLITE_BUSY_TIMEOUT=%1"_s.arg(busyTimeout.count()));
+    // In memory, so it fails only without memory.
     if (!database.open())
         throwDatabaseError(what, database.lastError());
 
@@ -197,8 +198,9 @@ void ConnectionFactory::openSqlite(QSqlDatabase &database, const QString &path)
     }
 
     // Committed rows survive a power cut.
-    if (!query.exec(u"PRAGMA queues.journal_mode=WAL"_s) || !query.next()
-        || query.value(0).toString() != u"wal")
+    query.exec(u"PRAGMA queues.journal_mode=WAL"_s);
+    // A statement that failed has no row.
+    if (!query.next() || query.value(0).toString() != u"wal")
         logger()->warn(
             u"База данных '%1' не переводится в режим WAL, проверьте права на файл и каталог"_s,
             path);

@@ -30,6 +30,7 @@ QList<SchemaStatement> readSchema()
 {
     initSchemaResource();
     QFile file(u":/sql/sqlite.sql"_s);
+    // Part of the program: neither this failure nor the one below depends on the till.
     if (!file.open(QIODevice::ReadOnly))
         qFatal("The schema %s is not compiled in", qPrintable(file.fileName()));
     QString script;

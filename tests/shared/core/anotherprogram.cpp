@@ -6,6 +6,7 @@
 #include "shared/core/paths.h"
 #include "shared/core/singleton.h"
 
+#include <QCoreApplication>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -52,6 +53,10 @@ std::optional<int> anotherprogram::run(const QStringList &arguments)
 {
     if (arguments.value(1) == count)
         return countRows();
+    if (arguments.value(1) == countWithoutDrivers) {
+        QCoreApplication::setLibraryPaths({});
+        return countRows();
+    }
     if (arguments.value(1) == hold)
         return holdFile(arguments.value(2));
     return std::nullopt;

@@ -37,10 +37,16 @@ private Q_SLOTS:
     void sqliteWaitsForALock();
     void sqliteFileIsOpenedByManyAtOnce();
     void sqliteFileHasOneGate();
+    void onlyAFileHasAGate();
+    void filesOfSeveralThreads();
+    void closedConnectionIsReopened();
+    void sqliteFileBelowALinkToNowhere();
+    void driverSaysWhetherThereIsAServer();
 
     void serverIsReachedOverTheSocket();
     void serverIsReachedAtItsPort();
     void serverConnectionLostAndReopened();
+    void secondConnectionToTheServer();
 
     void messageIsInTheSchema_data() { bothDatabases(); }
     void messageIsInTheSchema();
@@ -119,6 +125,60 @@ void TestConnectionFactory::sqliteFileHasOneGate()
     QVERIFY(factory->gateOf(factory->getConnection()) != gate);
 }
 
+void TestConnectionFactory::onlyAFileHasAGate()
+{
+    queue->setSettings(u"[database]\nname = :memory:\n"_s);
+    const QSqlDatabase database = factory->getConnection();
+    QVERIFY(factory->gateOf(database) == nullptr);
+    QVERIFY(factory->isConnectionCurrent(database.connectionName()));
+}
+
+void TestConnectionFactory::filesOfSeveralThreads()
+{
+    WriteGate *const gate = factory->gateOf(factory->getConnection());
+    queue->setSettings(u"[database]\nname = %1/other.db\n"_s.arg(queue->root()));
+    // A log that is no former one, because none of our files was there.
+    QFile log(queue->root() + u"/other.db-wal"_s);
+    QVERIFY(log.open(QIODevice::WriteOnly));
+    onThreads(1, [&] {
+        WriteGate *const own = factory->gateOf(factory->getConnection());
+        removeOwnConnection();
+        QVERIFY(own != nullptr && own != gate);
+    });
+    QCOMPARE(factory->gateOf(factory->getConnection()), gate);
+}
+
+void TestConnectionFactory::closedConnectionIsReopened()
+{
+    queue->put(u"cardlab"_s, u"{}"_s);
+    factory->getConnection().close();
+    QVERIFY(factory->getConnection().isOpen());
+    QCOMPARE(queue->ids().size(), 1);
+}
+
+/// The link is right, but the file does not exist yet.
+void TestConnectionFactory::sqliteFileBelowALinkToNowhere()
+{
+    const QString link = queue->root() + u"/link.db"_s;
+    const QString target = queue->root() + u"/target.db"_s;
+    QVERIFY(QFile::link(target, link));
+    queue->setSettings(u"[database]\nname = %1\n"_s.arg(link));
+    QCOMPARE(connectError(), QString());
+    QCOMPARE(queue->ids(), QList<int>());
+    QVERIFY(QFile::exists(target));
+}
+
+void TestConnectionFactory::driverSaysWhetherThereIsAServer()
+{
+    QVERIFY(!ConnectionFactory::usesServer());
+    for (const QString &driver : {u"QMYSQL"_s, u"QMARIADB"_s}) {
+        queue->setSettings(u"[database]\ndriver = %1\n"_s.arg(driver));
+        QVERIFY(ConnectionFactory::usesServer());
+    }
+    queue->setSettings(u"[database]\ndriver = QSQLITE\n"_s);
+    QVERIFY(!ConnectionFactory::usesServer());
+}
+
 void TestConnectionFactory::serverIsReachedOverTheSocket()
 {
     queue->setSettings(server->settings());
@@ -158,6 +218,21 @@ void TestConnectionFactory::serverConnectionLostAndReopened()
     server->start();
     QCOMPARE(connectError(), QString());
     QCOMPARE(queue->ids().size(), 1);
+}
+
+void TestConnectionFactory::secondConnectionToTheServer()
+{
+    queue->setSettings(server->settings());
+    const QString name = u"second"_s;
+    {
+        QSqlDatabase database = ConnectionFactory::connectToServer(name, std::chrono::seconds(5));
+        QCOMPARE(database.connectionName(), name);
+        QVERIFY(database.connectOptions().contains(u"MYSQL_OPT_READ_TIMEOUT=5;"));
+        QSqlQuery query(database);
+        QVERIFY(query.exec(u"SELECT DATABASE()"_s) && query.next());
+        QCOMPARE(query.value(0).toString(), u"queues"_s);
+    }
+    QSqlDatabase::removeDatabase(name);
 }
 
 void TestConnectionFactory::messageIsInTheSchema()

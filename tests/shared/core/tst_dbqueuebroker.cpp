@@ -23,6 +23,7 @@ private Q_SLOTS:
     void brokerWaitsForItsTurn();
     void brokerThrowsWithoutTable_data() { bothDatabases(); }
     void brokerThrowsWithoutTable();
+    void brokerThrowsWhenTheTillForbidsTheRow();
 };
 
 void TestDBQueueBroker::brokerWritesOneRow()
@@ -83,6 +84,22 @@ void TestDBQueueBroker::brokerThrowsWithoutTable()
     QVERIFY2(text.startsWith(u"Не удалось записать сообщение типа 'mindbox' в очередь: "_s)
                  && text.contains(u"message"_s),
              qPrintable(text));
+}
+
+void TestDBQueueBroker::brokerThrowsWhenTheTillForbidsTheRow()
+{
+    queue->query(u"CREATE TRIGGER queues.closed BEFORE INSERT ON message "
+                 "BEGIN SELECT RAISE(ABORT, 'the day is closed'); END"_s);
+    QString text;
+    try {
+        Singleton<DBQueueBroker>::instance()->enqueue(u"mindbox"_s, {}, QString());
+    } catch (const BasicException &exception) {
+        text = exception.tr().ru();
+    }
+    QVERIFY2(text.startsWith(u"Не удалось записать сообщение типа 'mindbox' в очередь: "_s)
+                 && text.contains(u"the day is closed"_s),
+             qPrintable(text));
+    QCOMPARE(queue->ids(), QList<int>());
 }
 
 QTEST_GUILESS_MAIN(TestDBQueueBroker)

@@ -12,6 +12,7 @@ private Q_SLOTS:
     void cleanup() { qunsetenv("QUEUE_ROOT"); }
     void aTillSetsNoRoot();
     void belowTheRoot();
+    void filesOfTheService();
 };
 
 void TestPaths::aTillSetsNoRoot()
@@ -26,6 +27,14 @@ void TestPaths::belowTheRoot()
 {
     qputenv("QUEUE_ROOT", "/home/касса");
     QCOMPARE(rootedPath(u"/tmp/a.pem"_s), u"/home/касса/tmp/a.pem"_s);
+}
+
+void TestPaths::filesOfTheService()
+{
+    qputenv("QUEUE_ROOT", "/till");
+    QCOMPARE(startIdsFile(), u"/till/tallocash/cash/queue/ids.json"_s);
+    QCOMPARE(journalFile(), u"/till/tallocash/cash/queue/journal.db"_s);
+    QCOMPARE(serviceLockFile(), u"/till/tallocash/cash/queue/queue.lock"_s);
 }
 
 QTEST_GUILESS_MAIN(TestPaths)

@@ -13,6 +13,7 @@ private Q_SLOTS:
     void oneObjectForAll();
     void replacement();
     void threadsThatMeetAtTheFirstUse();
+    void objectOfTheFasterThreadIsKept();
 };
 
 namespace {
@@ -23,6 +24,19 @@ struct Counted
     Counted() { ++alive; }
     ~Counted() { --alive; }
     static inline std::atomic<int> alive = 0;
+};
+
+/// While the first one is constructed, another thread is faster.
+struct Overtaken : Counted<4>
+{
+    Overtaken()
+    {
+        if (!std::exchange(isFirst, false))
+            return;
+        std::thread([] { faster = Singleton<Overtaken>::instance(); }).join();
+    }
+    static inline bool isFirst = true;
+    static inline Overtaken *faster = nullptr;
 };
 
 } // namespace
@@ -60,6 +74,15 @@ void TestSingleton::threadsThatMeetAtTheFirstUse()
     for (const Counted<3> *object : seen)
         QCOMPARE(object, Singleton<Counted<3>>::instance());
     QCOMPARE(Counted<3>::alive, 1);
+}
+
+void TestSingleton::objectOfTheFasterThreadIsKept()
+{
+    Overtaken *const object = Singleton<Overtaken>::instance();
+    QVERIFY(object);
+    QCOMPARE(object, Overtaken::faster);
+    QCOMPARE(Singleton<Overtaken>::instance(), object);
+    QCOMPARE(Overtaken::alive, 1);
 }
 
 QTEST_GUILESS_MAIN(TestSingleton)

@@ -1,4 +1,8 @@
+#include "shared/core/sqliteschema.h"
+
+#include "shared/core/basicexception.h"
 #include "shared/core/connectionfactory.h"
+#include "shared/core/databasestatements.h"
 #include "shared/core/guarded.h"
 #include "tests/shared/core/anotherprogram.h"
 #include "tests/shared/core/ownconnection.h"
@@ -19,6 +23,7 @@
 #include <vector>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 /// Our tables in a file that the till has created, or in a new one.
 class TestSqliteSchema : public QObject
@@ -39,6 +44,12 @@ private Q_SLOTS:
     void sqliteFileThatIsReadOnlyIsUsed();
     void sqliteFileWithoutTablesThatTakesNoneIsRefused();
     void sqliteFileWithoutTablesThatTheTillWritesIsRefused();
+    void sqliteTablesAreNotMadeForTools();
+    void driverThatIsNotInstalled_data();
+    void driverThatIsNotInstalled();
+    void tablesThatCannotBeMade_data();
+    void tablesThatCannotBeMade();
+    void schemaThatIsNotAttached();
 
 private:
     /// Runs statements on the file as the till does, with the file as its main database.
@@ -209,6 +220,105 @@ void TestSqliteSchema::sqliteFileWithoutTablesThatTheTillWritesIsRefused()
                  && error.contains(u"database is locked"),
              qPrintable(error));
     QCOMPARE(connectError(), QString());
+}
+
+/// A tool that only looks changes nothing.
+void TestSqliteSchema::sqliteTablesAreNotMadeForTools()
+{
+    asTill({u"CREATE TABLE sales (id INTEGER PRIMARY KEY)"_s});
+    ConnectionFactory::setCreatesTables(false);
+    const QString error = connectError();
+    ConnectionFactory::setCreatesTables(true);
+    QCOMPARE(error, QString());
+    QCOMPARE(tablesWithIndexes(), QStringList{u"sales()"_s});
+}
+
+void TestSqliteSchema::driverThatIsNotInstalled_data()
+{
+    QTest::addColumn<QString>("driver");
+    QTest::addColumn<QString>("package");
+    QTest::newRow("file") << u"QSQLITE"_s << u"libqt6sql6-sqlite"_s;
+    QTest::newRow("server") << u"QMYSQL"_s << u"libqt6sql6-mysql"_s;
+}
+
+void TestSqliteSchema::driverThatIsNotInstalled()
+{
+    QFETCH(QString, driver);
+    QFETCH(QString, package);
+    queue->setSettings(u"[database]\ndriver = %1\n"_s.arg(driver));
+    QProcess process;
+    process.start(QCoreApplication::applicationFilePath(), {anotherprogram::countWithoutDrivers});
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()),
+             u"Драйвер базы данных %1 не установлен (пакет %2)\n"_s.arg(driver, package));
+}
+
+void TestSqliteSchema::tablesThatCannotBeMade_data()
+{
+    QTest::addColumn<QStringList>("made");
+    QTest::addColumn<QStringList>("held");
+    QTest::addColumn<bool>("isNew");
+    QTest::addColumn<QString>("reason");
+
+    const QString table = u"CREATE TABLE other (id INTEGER)"_s;
+    const QStringList damage{table, u"PRAGMA writable_schema=ON"_s,
+                             u"UPDATE sqlite_master SET sql = 'damaged'"_s};
+    const QStringList row{table, u"INSERT INTO other VALUES (1), (2)"_s};
+    QTest::newRow("damaged") << damage << QStringList{} << false << u"malformed"_s;
+    QTest::newRow("in use while it is new")
+        << row << QStringList{u"BEGIN EXCLUSIVE"_s} << true << u"locked"_s;
+    QTest::newRow("the till reads")
+        << row << QStringList{u"SELECT * FROM other"_s} << false << u"locked"_s;
+}
+
+/// The till does its part between the opening of the file and the creation of our tables.
+void TestSqliteSchema::tablesThatCannotBeMade()
+{
+    QFETCH(QStringList, made);
+    QFETCH(QStringList, held);
+    QFETCH(bool, isNew);
+    asTill(made);
+    QString error;
+    {
+        QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
+        till.setDatabaseName(queue->file());
+        QVERIFY(till.open());
+        QSqlQuery query(till);
+        query.setForwardOnly(true);
+        for (const QString &statement : std::as_const(held))
+            QVERIFY2(query.exec(statement), qPrintable(query.lastError().text()));
+        try {
+            createSchemaTables(queue->file(), isNew, u"schema"_s, 0ms);
+        } catch (const BasicException &exception) {
+            error = exception.tr().ru();
+        }
+    }
+    QSqlDatabase::removeDatabase(u"till"_s);
+    QVERIFY2(
+        error.startsWith(u"Не удалось создать таблицы в базе данных '%1': "_s.arg(queue->file())),
+        qPrintable(error));
+    QFETCH(QString, reason);
+    QVERIFY2(error.contains(reason), qPrintable(error));
+    // The same on a path without a folder.
+    QVERIFY_THROWS_EXCEPTION(
+        BasicException,
+        createSchemaTables(queue->root() + u"/missing/queues.db"_s, isNew, u"schema"_s, 0ms));
+    QVERIFY(!QSqlDatabase::contains(u"schema"_s));
+}
+
+void TestSqliteSchema::schemaThatIsNotAttached()
+{
+    {
+        QSqlDatabase till = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"till"_s);
+        till.setDatabaseName(queue->file());
+        QVERIFY(till.open());
+        QSqlQuery query(till);
+        QVERIFY(!readSchemaTables(query, u"queues"_s));
+        QVERIFY(query.lastError().isValid());
+        QVERIFY(readSchemaTables(query, u"main"_s));
+        QVERIFY_THROWS_EXCEPTION(BasicException, executeStatement(till, u"nonsense"_s, u"what"_s));
+    }
+    QSqlDatabase::removeDatabase(u"till"_s);
 }
 
 void TestSqliteSchema::asTill(const QStringList &statements)

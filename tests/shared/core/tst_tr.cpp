@@ -15,6 +15,7 @@ private Q_SLOTS:
     void russianWithoutATranslation();
     void onlyTheScreenIsTranslated();
     void emptiness();
+    void equality();
     void isAValueWithAMetaObject();
 };
 
@@ -79,6 +80,13 @@ void TestTr::isAValueWithAMetaObject()
     QVERIFY(text != copy);
     const int property = tr::Tr::staticMetaObject.indexOfProperty("ru");
     QCOMPARE(tr::Tr::staticMetaObject.property(property).readOnGadget(&text).toString(), u"б"_s);
+}
+
+void TestTr::equality()
+{
+    QVERIFY(tr::Tr(u"key"_s, u"Текст"_s) == tr::Tr(u"key"_s, u"Текст"_s));
+    QVERIFY(tr::Tr(u"key"_s, u"Текст"_s) != tr::Tr(u"key"_s, u"Другой"_s));
+    QVERIFY(tr::Tr(u"key"_s, u"Текст"_s) != tr::Tr(u"other"_s, u"Текст"_s));
 }
 
 QTEST_GUILESS_MAIN(TestTr)
