@@ -22,10 +22,8 @@ JournalConnection::JournalConnection(const QString &path, std::chrono::milliseco
     const int code = sqlite3_open_v2(QFile::encodeName(path).constData(), &handle,
                                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (code != SQLITE_OK) {
-        const JournalFault fault =
-            faultOf(code, handle ? sqlite3_errmsg(handle) : sqlite3_errstr(code));
         sqlite3_close(handle);
-        throw fault;
+        throw faultOf(code, sqlite3_errstr(code));
     }
     sqlite3_busy_timeout(handle, static_cast<int>(busyTimeout.count()));
 }

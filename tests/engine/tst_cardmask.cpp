@@ -55,7 +55,7 @@ void TestCardMask::cardNumbers_data()
     QTest::newRow("in fours, a wrong check digit")
         << u"4111 1111 1111 1112"_s << u"4111 1111 1111 1112"_s;
     QTest::newRow("in fours, nothing after the last blank")
-        << u"4111 1111 1111 "_s << u"4111 1111 1111 "_s;
+        << u"4111 1111 1111 , 17"_s << u"4111 1111 1111 , 17"_s;
     QTest::newRow("in fours, a last group of seven")
         << u"6304 0000 0000 0000000"_s << u"****0000"_s;
     QTest::newRow("in fours, a last group of eight")

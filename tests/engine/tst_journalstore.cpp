@@ -6,17 +6,66 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimeZone>
 
+#include <cerrno>
+#include <cstring>
 #include <dlfcn.h>
 #include <functional>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using http::FailureKind;
+
+namespace {
+
+/// stat() and lstat() fail for this path.
+const char *unknownPath = nullptr;
+/// The account that the system names; -1: the real one.
+int account = -1;
+
+template <typename Function>
+Function *original(const char *name)
+{
+    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
+}
+
+bool isUnknown(const char *path)
+{
+    return unknownPath && std::strcmp(path, unknownPath) == 0;
+}
+
+} // namespace
+
+// These replace the C library's functions in this process.
+extern "C" int stat(const char *path, struct stat *status) noexcept
+{
+    static const auto next = original<int(const char *, struct stat *)>("stat");
+    if (!isUnknown(path))
+        return next(path, status);
+    errno = ESTALE;
+    return -1;
+}
+
+extern "C" int lstat(const char *path, struct stat *status) noexcept
+{
+    static const auto next = original<int(const char *, struct stat *)>("lstat");
+    if (!isUnknown(path))
+        return next(path, status);
+    errno = ESTALE;
+    return -1;
+}
+
+extern "C" uid_t geteuid() noexcept
+{
+    static const auto next = original<uid_t()>("geteuid");
+    return account < 0 ? next() : static_cast<uid_t>(account);
+}
 
 namespace {
 
@@ -48,12 +97,6 @@ JournalBatch batchOf(const QList<Outcome> &outcomes)
 }
 
 int syncs = 0;
-
-template <typename Function>
-Function *original(const char *name)
-{
-    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
-}
 
 } // namespace
 
@@ -94,16 +137,25 @@ private Q_SLOTS:
     void keptMessagesArePrunedLast();
     void clockThatWasSetBackKeepsTheNewest();
     void pruningIsDoneInSlices();
+    void pruningThatFailsIsRepeated();
     void emptiedFileShrinks();
     void groupCanReadTheFile();
+    void fileOfRootGetsTheFoldersOwner();
+    void folderOfUnknownOwner();
+    void missingFolder();
     void linkIsNotFollowed();
+    void fileOfUnknownKind();
     void closedFileIsOne();
+    void fileThatIsReadAtTheEndKeepsItsLog();
     void deletedFileBeginsAgain();
     void replacedFileIsSound();
+    void replacedFileWithItsOwnLogIsSound();
     void damageIsReported_data();
     void damageIsReported();
     void damagedFileIsPutAside();
     void newerFileIsLeft();
+    void fileOfAnotherProgramIsLeft();
+    void missingFileIsAFault();
     void lockedFileIsAFault();
     void faultLosesNothingOfTheBatch();
     void syncsAreFew();
@@ -366,6 +418,19 @@ void TestJournalStore::pruningIsDoneInSlices()
     QCOMPARE(rows(u"SELECT COUNT(*), MIN(messageid) FROM outcome"_s), QStringList{u"1000 4001"_s});
 }
 
+void TestJournalStore::pruningThatFailsIsRepeated()
+{
+    for (int id = 0; id < 5; ++id)
+        write({attempt(id, Verdict::Delivered)});
+    rowsOf(path, u"CREATE TRIGGER refusal BEFORE DELETE ON outcome"
+                 " BEGIN SELECT RAISE(ABORT, 'no'); END"_s);
+    QCOMPARE(faultOf([this] { file->prune({.rows = 3}, morning); }), u"no"_s);
+    QCOMPARE(rows(u"SELECT COUNT(*) FROM outcome"_s), QStringList{u"5"_s});
+    rowsOf(path, u"DROP TRIGGER refusal"_s);
+    QVERIFY(file->prune({.rows = 3}, morning));
+    QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), (QStringList{u"2"_s, u"3"_s, u"4"_s}));
+}
+
 void TestJournalStore::emptiedFileShrinks()
 {
     constexpr int count = 100'000;
@@ -404,6 +469,46 @@ void TestJournalStore::groupCanReadTheFile()
     }
 }
 
+/// Otherwise the service could not write what a tool of root has created.
+void TestJournalStore::fileOfRootGetsTheFoldersOwner()
+{
+    if (::geteuid() != 0)
+        QSKIP("only root gives files away");
+    constexpr uid_t nobody = 65534;
+    QCOMPARE(::chown(QFile::encodeName(folder->path()).constData(), nobody, nobody), 0);
+    const auto ownerOf = [](const QString &name) {
+        struct stat status = {};
+        ::stat(QFile::encodeName(name).constData(), &status);
+        return std::pair(status.st_uid, status.st_gid);
+    };
+    write({attempt(1, Verdict::Delivered)});
+    QCOMPARE(ownerOf(path), (std::pair{nobody, gid_t{nobody}}));
+
+    const QString other = folder->filePath(u"other.db"_s);
+    const auto restore = qScopeGuard([] { account = -1; });
+    account = nobody;
+    JournalStore(other).write(batchOf({attempt(1, Verdict::Delivered)}));
+    QCOMPARE(ownerOf(other), (std::pair{uid_t{0}, gid_t{nobody}}));
+}
+
+void TestJournalStore::folderOfUnknownOwner()
+{
+    const QByteArray name = QFile::encodeName(folder->path());
+    const auto restore = qScopeGuard([] { unknownPath = nullptr; });
+    unknownPath = name.constData();
+    write({attempt(1, Verdict::Delivered)});
+    QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), QStringList{u"1"_s});
+}
+
+void TestJournalStore::missingFolder()
+{
+    JournalStore missing(folder->filePath(u"missing/journal.db"_s));
+    bool isDamage = true;
+    QCOMPARE(faultOf([&] { missing.write(batchOf({attempt(1, Verdict::Delivered)})); }, &isDamage),
+             qt_error_string(ENOENT));
+    QVERIFY(!isDamage);
+}
+
 void TestJournalStore::linkIsNotFollowed()
 {
     const QString target = folder->filePath(u"target"_s);
@@ -413,12 +518,45 @@ void TestJournalStore::linkIsNotFollowed()
     QVERIFY(!QFile::exists(target));
 }
 
+/// It was there when it should be created, and cannot be examined.
+void TestJournalStore::fileOfUnknownKind()
+{
+    QVERIFY(QFile(path).open(QIODevice::WriteOnly));
+    const QByteArray name = QFile::encodeName(path);
+    const auto restore = qScopeGuard([] { unknownPath = nullptr; });
+    unknownPath = name.constData();
+    QCOMPARE(faultOf([this] { write({attempt(1, Verdict::Delivered)}); }),
+             u"это не обычный файл"_s);
+    unknownPath = nullptr;
+    write({attempt(1, Verdict::Delivered)});
+    QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), QStringList{u"1"_s});
+}
+
 void TestJournalStore::closedFileIsOne()
 {
     write({attempt(1, Verdict::Delivered)});
     file->close();
     QCOMPARE(QDir(folder->path()).entryList(QDir::Files), QStringList{u"journal.db"_s});
     QCOMPARE(rows(u"PRAGMA journal_mode"_s), QStringList{u"delete"_s});
+    write({attempt(2, Verdict::Delivered)});
+    QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), (QStringList{u"1"_s, u"2"_s}));
+}
+
+void TestJournalStore::fileThatIsReadAtTheEndKeepsItsLog()
+{
+    write({attempt(1, Verdict::Delivered)});
+    {
+        QSqlDatabase other = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"other"_s);
+        other.setDatabaseName(path);
+        QVERIFY(other.open());
+        QSqlQuery reading(other);
+        QVERIFY(reading.exec(u"SELECT messageid FROM outcome"_s) && reading.next());
+        file->close();
+        QVERIFY(QFile::exists(path + u"-wal"_s));
+        QCOMPARE(reading.value(0), 1);
+    }
+    QSqlDatabase::removeDatabase(u"other"_s);
+    QCOMPARE(rows(u"PRAGMA journal_mode"_s), QStringList{u"wal"_s});
     write({attempt(2, Verdict::Delivered)});
     QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), (QStringList{u"1"_s, u"2"_s}));
 }
@@ -444,6 +582,22 @@ void TestJournalStore::replacedFileIsSound()
     QVERIFY(QFile::rename(other, path));
     write({attempt(2, Verdict::Delivered)});
     QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), (QStringList{u"2"_s, u"7"_s}));
+    QCOMPARE(rows(u"PRAGMA integrity_check"_s), QStringList{u"ok"_s});
+}
+
+/// A copy of a journal in use has its newest rows in the log.
+void TestJournalStore::replacedFileWithItsOwnLogIsSound()
+{
+    const QString otherPath = folder->filePath(u"other.db"_s);
+    JournalStore other(otherPath);
+    other.write(batchOf({attempt(7, Verdict::Delivered)}));
+    write({attempt(1, Verdict::Delivered)});
+    for (const QString &ending : {u""_s, u"-wal"_s}) {
+        QVERIFY(QFile::remove(path + ending));
+        QVERIFY(QFile::copy(otherPath + ending, path + ending));
+    }
+    write({attempt(8, Verdict::Delivered)});
+    QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), (QStringList{u"7"_s, u"8"_s}));
     QCOMPARE(rows(u"PRAGMA integrity_check"_s), QStringList{u"ok"_s});
 }
 
@@ -498,6 +652,26 @@ void TestJournalStore::newerFileIsLeft()
              u"файл создан более новой версией службы"_s);
     QVERIFY(!isDamage);
     QCOMPARE(rows(u"SELECT messageid FROM outcome"_s), QStringList{u"1"_s});
+}
+
+void TestJournalStore::fileOfAnotherProgramIsLeft()
+{
+    rowsOf(path, u"CREATE TABLE outcome (game TEXT)"_s);
+    bool isDamage = true;
+    QCOMPARE(faultOf([this] { write({attempt(1, Verdict::Delivered)}); }, &isDamage),
+             u"table outcome already exists"_s);
+    QVERIFY(!isDamage);
+    QCOMPARE(rows(u"SELECT name FROM sqlite_master"_s), QStringList{u"outcome"_s});
+}
+
+/// It was deleted just before it is opened.
+void TestJournalStore::missingFileIsAFault()
+{
+    bool isDamage = true;
+    QCOMPARE(faultOf([this] { JournalConnection(path, 1s); }, &isDamage),
+             u"unable to open database file"_s);
+    QVERIFY(!isDamage);
+    QVERIFY(!QFile::exists(path));
 }
 
 void TestJournalStore::lockedFileIsAFault()
