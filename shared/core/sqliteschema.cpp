@@ -32,14 +32,14 @@ QList<SchemaStatement> readSchema()
     QFile file(u":/sql/sqlite.sql"_s);
     // Part of the program: neither this failure nor the one below depends on the till.
     if (!file.open(QIODevice::ReadOnly))
-        qFatal("The schema %s is not compiled in", qPrintable(file.fileName()));
+        qFatal("The schema sql/sqlite.sql is not compiled in");
     QString script;
     const QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
     for (const QString &line : lines) {
         if (!line.trimmed().startsWith(u"--"))
             script += line + u'\n';
     }
-    static const QRegularExpression tableName(
+    const QRegularExpression tableName(
         u"^CREATE (?:TABLE IF NOT EXISTS|INDEX IF NOT EXISTS \\w+ ON) (\\w+)"_s);
     QList<SchemaStatement> schema;
     const QStringList parts = script.split(u';');

@@ -5,11 +5,32 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <dlfcn.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+/// What the system says of a renaming; 0: what it really says.
+int renameError = 0;
+
+} // namespace
+
+/// Replaces the C library's function in this process.
+extern "C" int rename(const char *from, const char *to) noexcept
+{
+    static const auto next =
+        reinterpret_cast<int (*)(const char *, const char *)>(::dlsym(RTLD_NEXT, "rename"));
+    if (renameError == 0)
+        return next(from, to);
+    errno = renameError;
+    return -1;
+}
 
 class TestFileUtils : public QObject
 {
@@ -23,6 +44,7 @@ private Q_SLOTS:
     void failureKeepsTheOldFile();
     void appends();
     void diskThatBecomesFull();
+    void fileThatCannotBeReplaced();
 
 private:
     QString path(const char *name) const { return folder.filePath(QString::fromLatin1(name)); }
@@ -117,6 +139,18 @@ void TestFileUtils::diskThatBecomesFull()
     QVERIFY(!isShortWritten);
     QVERIFY(!isLongWritten);
     QCOMPARE(fileutils::readFromFile(path("full.json"), QIODevice::ReadOnly), idsText);
+}
+
+/// The new file is complete, but cannot replace the former one.
+void TestFileUtils::fileThatCannotBeReplaced()
+{
+    constexpr auto mode = QIODevice::WriteOnly | QIODevice::Truncate;
+    QVERIFY(fileutils::writeToFile(path("kept.json"), ids, mode));
+    renameError = EACCES;
+    const bool isWritten = fileutils::writeToFile(path("kept.json"), {{u"loya"_s, 1}}, mode);
+    renameError = 0;
+    QVERIFY(!isWritten);
+    QCOMPARE(fileutils::readFromFile(path("kept.json"), QIODevice::ReadOnly), idsText);
 }
 
 QTEST_GUILESS_MAIN(TestFileUtils)

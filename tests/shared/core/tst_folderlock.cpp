@@ -30,8 +30,11 @@ int writingError = 0;
 int failingStatus = 0;
 /// stat() fails.
 bool isFolderUnknown = false;
+/// The next lstat() names another file system than the real one.
+bool isOtherFileSystem = false;
 /// Runs once, just before a lock is taken.
 std::function<void()> beforeLock;
+std::atomic<int> lockCalls = 0;
 /// The account that the system names; -1: the real one.
 int account = -1;
 
@@ -48,6 +51,7 @@ Function *original(const char *name)
 extern "C" int flock(int file, int operation) noexcept
 {
     static const auto next = original<int(int, int)>("flock");
+    ++lockCalls;
     if (beforeLock)
         std::exchange(beforeLock, nullptr)();
     if (lockError == 0)
@@ -85,6 +89,17 @@ extern "C" int stat(const char *path, struct stat *status) noexcept
         return next(path, status);
     errno = ESTALE;
     return -1;
+}
+
+extern "C" int lstat(const char *path, struct stat *status) noexcept
+{
+    static const auto next = original<int(const char *, struct stat *)>("lstat");
+    const int result = next(path, status);
+    if (isOtherFileSystem) {
+        isOtherFileSystem = false;
+        ++status->st_dev;
+    }
+    return result;
 }
 
 extern "C" uid_t geteuid() noexcept
@@ -373,21 +388,29 @@ void TestFolderLock::toolOfAnotherUser()
 void TestFolderLock::fileReplacedDuringTheLock_data()
 {
     QTest::addColumn<bool>("isReplaced");
-    QTest::newRow("moved away") << false;
-    QTest::newRow("replaced") << true;
+    QTest::addColumn<bool>("isMounted");
+    QTest::newRow("moved away") << false << false;
+    QTest::newRow("replaced") << true << false;
+    QTest::newRow("same number on another file system") << false << true;
 }
 
 /// A lock on a file that the path no longer names would exclude nobody.
 void TestFolderLock::fileReplacedDuringTheLock()
 {
     QFETCH(bool, isReplaced);
-    beforeLock = [this, isReplaced] {
+    QFETCH(bool, isMounted);
+    beforeLock = [=, this] {
+        isOtherFileSystem = isMounted;
+        if (isMounted)
+            return;
         QFile::rename(path(), path() + u".old"_s);
         if (isReplaced)
             (void)QFile(path()).open(QIODevice::WriteOnly);
     };
     FolderLock lock(path());
+    lockCalls = 0;
     QCOMPARE(lock.take(u"active"_s), Result::Taken);
+    QCOMPARE(lockCalls, 2);
     const auto holder = FolderLock::holder(path());
     QVERIFY(holder);
     QCOMPARE(holder->processId, qint64{::getpid()});

@@ -47,6 +47,7 @@ private Q_SLOTS:
     void sqliteTablesAreNotMadeForTools();
     void driverThatIsNotInstalled_data();
     void driverThatIsNotInstalled();
+    void tablesThatAnotherServiceHasMade();
     void tablesThatCannotBeMade_data();
     void tablesThatCannotBeMade();
     void schemaThatIsNotAttached();
@@ -251,6 +252,17 @@ void TestSqliteSchema::driverThatIsNotInstalled()
     QVERIFY(process.waitForFinished());
     QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()),
              u"Драйвер базы данных %1 не установлен (пакет %2)\n"_s.arg(driver, package));
+}
+
+/// It was faster since the tables were looked for.
+void TestSqliteSchema::tablesThatAnotherServiceHasMade()
+{
+    QCOMPARE(connectError(), QString());
+    const QStringList tables = tablesWithIndexes();
+    const LogCapture log(u"database"_s);
+    createSchemaTables(queue->file(), false, u"schema"_s, 0ms);
+    QCOMPARE(tablesWithIndexes(), tables);
+    QCOMPARE(log.lines(), QStringList());
 }
 
 void TestSqliteSchema::tablesThatCannotBeMade_data()
