@@ -36,7 +36,6 @@ TcpClient::TcpClient(QObject *parent)
 
 TcpClient::~TcpClient()
 {
-    hasSentAll = hasSentAll && socket.bytesToWrite() == 0;
     endExchange();
 }
 
