@@ -105,6 +105,7 @@ private Q_SLOTS:
     void foundByThePort();
     void closedWhileIdle();
     void closedWhileInUse();
+    void idleSocketKeepsItsHost();
     void closedSocketsAreForgotten();
 };
 
@@ -208,6 +209,24 @@ void TestKeptSockets::closedWhileInUse()
     connection.awaitSign();
     sockets.noteClosedByServer(host);
     QVERIFY(curl::isReuseAllowed(host));
+}
+
+/// An exchange that failed before it had a connection did not use the one that libcurl names.
+void TestKeptSockets::idleSocketKeepsItsHost()
+{
+    const QByteArray host = newHost();
+    const QByteArray other = newHost();
+    Connection connection;
+    KeptSockets sockets;
+    sockets.opened(connection.client);
+    sockets.noteKept(connection.client, host);
+    sockets.noteKept(connection.client, other);
+    connection.closeServer();
+    connection.awaitSign();
+    sockets.noteClosedByServer(other);
+    QVERIFY(curl::isReuseAllowed(other));
+    sockets.noteClosedByServer(host);
+    QVERIFY(!curl::isReuseAllowed(host));
 }
 
 void TestKeptSockets::closedSocketsAreForgotten()

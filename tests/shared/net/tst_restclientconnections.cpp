@@ -41,6 +41,7 @@ private Q_SLOTS:
     void hostThatClosesKeptConnections_data();
     void hostThatClosesKeptConnections();
     void announcedCloseKeepsTrust();
+    void answerThatBreaksOffKeepsTrust();
 };
 
 void TestRestClientConnections::keepsConnections()
@@ -233,6 +234,24 @@ void TestRestClientConnections::announcedCloseKeepsTrust()
         return counts;
     });
     QCOMPARE(connections, (QList<int>{1, 1, 2, 3, 4, 4, 4}));
+}
+
+/// The server had begun to answer, so it did not close an idle connection.
+void TestRestClientConnections::answerThatBreaksOffKeepsTrust()
+{
+    LoopbackServer server;
+    server.play({LoopbackServer::answer(200),
+                 LoopbackServer::raw("HTTP/1.1 200 OK\r\nX: 1\r\n").resetting()});
+    const QList<int> connections = inThread([&server] {
+        QList<int> counts;
+        for (const int error : {0, int{QNetworkReply::RemoteHostClosedError}, 0, 0}) {
+            RestClient client;
+            client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
+            counts.append(client.errorCode() == error ? server.connectionCount() : -1);
+        }
+        return counts;
+    });
+    QCOMPARE(connections, (QList<int>{1, 1, 2, 2}));
 }
 
 QTEST_GUILESS_MAIN(TestRestClientConnections)

@@ -136,6 +136,10 @@ void TestRestClientLog::logsNothingAboveDebugLevel()
     for (const QString &line : lines)
         QVERIFY2(line.startsWith(u"DEBUG "), qPrintable(line));
 
+    // As on a till.
+    Log4Qt::LogManager::logger(u"cardlab"_s)->setLevel(Log4Qt::Level(Log4Qt::Level::INFO_INT));
+    client.get(server.url(u"/"_s), {}, noHeaders);
+    QCOMPARE(client.errorCode(), 0);
     client.setLogger(nullptr);
     client.get(server.url(u"/"_s), {}, noHeaders);
     QCOMPARE(log.lines().size(), 4);
@@ -150,7 +154,8 @@ void TestRestClientLog::masksSecretsInTheLog()
     RestClient client;
     client.setLogger(Log4Qt::LogManager::logger(u"cardlab"_s));
     client.setSecretHeaders({u"x-api-key"_s, u"X-Second"_s});
-    QUrl url = server.url(u"/?login=shown&Password=hidden&access_token=hidden"_s);
+    QUrl url =
+        server.url(u"/?login=shown&Password=hidden&access_token=hidden&Pwd=hidden&passage=shown"_s);
     url.setUserName(u"shown"_s);
     url.setPassword(u"hidden"_s);
     client.post(url, QByteArray(),
@@ -169,12 +174,12 @@ void TestRestClientLog::masksSecretsInTheLog()
           u"X-Api-Key: ***"_s, u"x-second: ***"_s, u"X-Api-Auth-Token: ***"_s,
           u"Client-Secret: ***"_s, u"X-Third: shown"_s, u"Set-Cookie: ***"_s, u"x-API-key: ***"_s,
           u"X-Open: shown"_s, u"//shown:***@127.0.0.1"_s,
-          u"login=shown&Password=***&access_token=***"_s})
+          u"login=shown&Password=***&access_token=***&Pwd=***&passage=shown"_s})
         QVERIFY2(text.contains(line), qPrintable(line + u" in "_s + text));
     // The mask is for the log; the server gets the values.
     QCOMPARE(server.requests().constFirst().header("X-Api-Key"), "hidden");
     QCOMPARE(server.requests().constFirst().query,
-             "login=shown&Password=hidden&access_token=hidden");
+             "login=shown&Password=hidden&access_token=hidden&Pwd=hidden&passage=shown");
 }
 
 void TestRestClientLog::cutsLongTextsInTheLog()

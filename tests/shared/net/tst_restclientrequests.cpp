@@ -47,6 +47,7 @@ private Q_SLOTS:
     void multipart();
     void longRequestHead_data();
     void longRequestHead();
+    void addressThatIsTooLong();
 };
 
 void TestRestClientRequests::operationsKeepTheirPlaces()
@@ -426,6 +427,22 @@ void TestRestClientRequests::longRequestHead()
                  server.port()));
     QCOMPARE(client.errorCode(), int{QNetworkReply::UnknownNetworkError});
     QCOMPARE(server.received(), QByteArray());
+}
+
+/// libcurl refuses longer addresses than Qt does. The request must not go to the former address.
+void TestRestClientRequests::addressThatIsTooLong()
+{
+    LoopbackServer server;
+    RestClient client;
+    client.get(server.url(u"/first"_s), {}, noHeaders);
+    client.get(server.url(u'/' + QString(8'000'001, u'x')), {}, noHeaders);
+    QCOMPARE(client.errorCode(), int{QNetworkReply::UnknownNetworkError});
+    QVERIFY(client.isNetworkError());
+    QVERIFY(!client.hasResponse());
+    client.get(server.url(u"/last"_s), {}, noHeaders);
+    QCOMPARE(client.errorCode(), 0);
+    QCOMPARE(server.requests().size(), 2);
+    QCOMPARE(server.requests().constLast().target, "/last");
 }
 
 QTEST_GUILESS_MAIN(TestRestClientRequests)

@@ -7,6 +7,7 @@
 #include <QSemaphore>
 #include <QTest>
 
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <ctime>
@@ -30,6 +31,9 @@ thread_local bool followsTestClock = false;
 
 /// The result of connecting in this thread; 0: the real result.
 thread_local int connectError = 0;
+
+/// What the system says of a new socket in this thread; 0: the real result.
+thread_local int socketError = 0;
 
 /// The results of the next checks of a kept connection, in order; empty: the real ones.
 thread_local QList<short> signs;
@@ -65,6 +69,15 @@ extern "C" int getsockopt(int socket, int level, int name, void *value, socklen_
     if (connectError != 0 && level == SOL_SOCKET && name == SO_ERROR)
         *static_cast<int *>(value) = connectError;
     return result;
+}
+
+extern "C" int socket(int domain, int type, int protocol) noexcept
+{
+    static const auto next = original<int(int, int, int)>("socket");
+    if (socketError == 0)
+        return next(domain, type, protocol);
+    errno = socketError;
+    return -1;
 }
 
 extern "C" int poll(pollfd *sockets, nfds_t count, int milliseconds)
@@ -112,6 +125,7 @@ private Q_SLOTS:
     void lateCloseKeepsTrust();
     void closingHostIsForgottenAfterAnHour();
     void connectionThatIsResetAtOnce();
+    void processWithTooManyOpenFiles();
     void keptConnectionOutOfStep_data();
     void keptConnectionOutOfStep();
     void signalsAreLeftAlone();
@@ -122,6 +136,7 @@ void TestRestClientSystem::cleanup()
     followsTestClock = false;
     secondsAhead = 0;
     connectError = 0;
+    socketError = 0;
     signs.clear();
 }
 
@@ -266,6 +281,21 @@ void TestRestClientSystem::connectionThatIsResetAtOnce()
     client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
     QCOMPARE(client.errorCode(), int{QNetworkReply::UnknownNetworkError});
     QVERIFY(server.requests().isEmpty());
+}
+
+void TestRestClientSystem::processWithTooManyOpenFiles()
+{
+    LoopbackServer server;
+    RestClient client;
+    socketError = EMFILE;
+    client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
+    QCOMPARE(client.errorCode(), int{QNetworkReply::UnknownNetworkError});
+    QVERIFY(client.isNetworkError());
+    QVERIFY(!client.hasResponse());
+    socketError = 0;
+    client.post(server.url(u"/"_s), QByteArray("x"), noHeaders);
+    QCOMPARE(client.errorCode(), 0);
+    QCOMPARE(server.requests().size(), 1);
 }
 
 void TestRestClientSystem::keptConnectionOutOfStep_data()
