@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <linux/sockios.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -121,11 +122,15 @@ void TcpClient::awaitArrival(const QDeadlineTimer &end)
         if (::ioctl(static_cast<int>(socket.socketDescriptor()), SIOCOUTQ, &unacknowledged) != 0
             || unacknowledged <= 1)
             break;
-        if (end.hasExpired()) {
+        // Asked here, because QTcpSocket reports a reset as an ordinary end of the connection.
+        pollfd sign = {static_cast<int>(socket.socketDescriptor()), POLLIN, 0};
+        const bool hasSign = ::poll(&sign, 1, static_cast<int>(arrivalCheck.count())) > 0;
+        if (end.hasExpired() || (hasSign && (sign.revents & POLLERR) != 0)) {
             hasSentAll = false;
             break;
         }
-        socket.waitForReadyRead(static_cast<int>(arrivalCheck.count()));
+        if (hasSign)
+            socket.waitForReadyRead(0);
     }
     // Closing with unread bytes would cause a reset.
     socket.waitForReadyRead(0);

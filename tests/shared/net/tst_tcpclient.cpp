@@ -131,6 +131,7 @@ private Q_SLOTS:
     void reportsAreMadeAtTheEnd();
     void reportsOfAServerThatTakesNothing();
     void reportsOfALostConnection();
+    void reportsOfAConnectionThatIsResetAtTheEnd();
     void reportsOfAConnectionThatTheServerCloses();
 };
 
@@ -502,6 +503,22 @@ void TestTcpClient::reportsOfALostConnection()
         client->write("more");
     client->disconnectFromServer();
     QCOMPARE(observer.only().kind, http::FailureKind::Network);
+}
+
+/// The bytes had left this process, but not this machine.
+void TestTcpClient::reportsOfAConnectionThatIsResetAtTheEnd()
+{
+    Server server(4096);
+    const RecordingObserver observer;
+    const auto client = clientOf(server);
+    QVERIFY(client->connectToServer());
+    server.accept();
+    client->write(QByteArray(16 * 1024, 'x'));
+    server.reset();
+    client->disconnectFromServer();
+    QCOMPARE(observer.only().kind, http::FailureKind::Network);
+    QCOMPARE(observer.only().text,
+             u"Сервер 127.0.0.1:%1 не принял всё отправленное"_s.arg(server.port));
 }
 
 /// It may do so when it has everything; later writes are lost.
