@@ -2,6 +2,7 @@
 
 #include "engine/journalconnection.h"
 #include "tests/support/journalreader.h"
+#include "tests/support/realfunction.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,7 +14,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <dlfcn.h>
 #include <functional>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -29,12 +29,6 @@ const char *unknownPath = nullptr;
 /// The account that the system names; -1: the real one.
 int account = -1;
 
-template <typename Function>
-Function *original(const char *name)
-{
-    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
-}
-
 bool isUnknown(const char *path)
 {
     return unknownPath && std::strcmp(path, unknownPath) == 0;
@@ -45,7 +39,7 @@ bool isUnknown(const char *path)
 // These replace the C library's functions in this process.
 extern "C" int stat(const char *path, struct stat *status) noexcept
 {
-    static const auto next = original<int(const char *, struct stat *)>("stat");
+    static const auto next = realFunction<int(const char *, struct stat *)>("stat");
     if (!isUnknown(path))
         return next(path, status);
     errno = ESTALE;
@@ -54,7 +48,7 @@ extern "C" int stat(const char *path, struct stat *status) noexcept
 
 extern "C" int lstat(const char *path, struct stat *status) noexcept
 {
-    static const auto next = original<int(const char *, struct stat *)>("lstat");
+    static const auto next = realFunction<int(const char *, struct stat *)>("lstat");
     if (!isUnknown(path))
         return next(path, status);
     errno = ESTALE;
@@ -63,7 +57,7 @@ extern "C" int lstat(const char *path, struct stat *status) noexcept
 
 extern "C" uid_t geteuid() noexcept
 {
-    static const auto next = original<uid_t()>("geteuid");
+    static const auto next = realFunction<uid_t()>("geteuid");
     return account < 0 ? next() : static_cast<uid_t>(account);
 }
 
@@ -104,14 +98,14 @@ int syncs = 0;
 
 extern "C" int fsync(int file)
 {
-    static const auto next = original<int(int)>("fsync");
+    static const auto next = realFunction<int(int)>("fsync");
     ++syncs;
     return next(file);
 }
 
 extern "C" int fdatasync(int file)
 {
-    static const auto next = original<int(int)>("fdatasync");
+    static const auto next = realFunction<int(int)>("fdatasync");
     ++syncs;
     return next(file);
 }

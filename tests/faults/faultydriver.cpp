@@ -1,6 +1,7 @@
 #include "tests/faults/faultydriver.h"
 
 #include "shared/core/sqlitestatement.h"
+#include "tests/support/realfunction.h"
 
 #include <QLibraryInfo>
 #include <QMutex>
@@ -16,7 +17,6 @@
 #include <QVariant>
 #include <qsqldriverplugin.h>
 
-#include <dlfcn.h>
 #include <functional>
 #include <memory>
 #include <sqlite3.h>
@@ -247,8 +247,7 @@ QList<Step> steps()
 
 extern "C" int sqlite3_step(sqlite3_stmt *statement)
 {
-    static const auto real =
-        reinterpret_cast<decltype(&sqlite3_step)>(dlsym(RTLD_NEXT, "sqlite3_step"));
+    static const auto real = realFunction<decltype(sqlite3_step)>("sqlite3_step");
     using namespace faultydriver;
     const bool isExecution = !isCounted && !sqlite3_stmt_busy(statement);
     if (isExecution && takeStep(Step::Kind::Execute, QString::fromUtf8(sqlite3_sql(statement))))
@@ -263,8 +262,7 @@ extern "C" int sqlite3_step(sqlite3_stmt *statement)
 extern "C" int sqlite3_prepare_v3(sqlite3 *connection, const char *text, int size, unsigned flags,
                                   sqlite3_stmt **statement, const char **rest)
 {
-    static const auto real =
-        reinterpret_cast<decltype(&sqlite3_prepare_v3)>(dlsym(RTLD_NEXT, "sqlite3_prepare_v3"));
+    static const auto real = realFunction<decltype(sqlite3_prepare_v3)>("sqlite3_prepare_v3");
     using namespace faultydriver;
     const bool isStep = !isCounted;
     if (isStep && takeStep(Step::Kind::Prepare, QString::fromUtf8(text)))

@@ -1,8 +1,8 @@
 #include "tests/support/hostnames.h"
+#include "tests/support/realfunction.h"
 
 #include <QHash>
 
-#include <dlfcn.h>
 #include <mutex>
 #include <netdb.h>
 
@@ -28,8 +28,7 @@ void setAddressesOf(const QByteArray &name, const QList<QByteArray> &addresses)
 extern "C" int getaddrinfo(const char *name, const char *service, const addrinfo *hints,
                            addrinfo **result)
 {
-    static const auto next =
-        reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+    static const auto next = realFunction<decltype(getaddrinfo)>("getaddrinfo");
     QList<QByteArray> addresses;
     {
         const std::lock_guard guard(mutex);

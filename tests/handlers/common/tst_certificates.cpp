@@ -2,6 +2,7 @@
 #include "rig/certificates.h"
 #include "shared/core/paths.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/realfunction.h"
 
 #include <log4qt/logmanager.h>
 
@@ -17,7 +18,6 @@
 #include <cerrno>
 #include <csignal>
 
-#include <dlfcn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -71,7 +71,7 @@ QByteArray intruderPath;
 
 extern "C" int fsync(int file)
 {
-    static const auto next = reinterpret_cast<int (*)(int)>(::dlsym(RTLD_NEXT, "fsync"));
+    static const auto next = realFunction<int(int)>("fsync");
     if (!isDiskFaulty)
         return next(file);
     errno = EIO;
@@ -80,7 +80,7 @@ extern "C" int fsync(int file)
 
 extern "C" int unlink(const char *path) noexcept
 {
-    static const auto next = reinterpret_cast<int (*)(const char *)>(::dlsym(RTLD_NEXT, "unlink"));
+    static const auto next = realFunction<int(const char *)>("unlink");
     const int result = next(path);
     if (intruderPath == path) {
         intruderPath.clear();

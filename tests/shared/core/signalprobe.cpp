@@ -1,6 +1,7 @@
 // Runs an event loop as its arguments say and prints what a signal did.
 
 #include "shared/core/signalhandler.h"
+#include "tests/support/realfunction.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -11,7 +12,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -29,8 +29,7 @@ rlimit files = {};
 /// Replaces the C library's function in this process: a read can fail although a byte is there.
 extern "C" ssize_t read(int file, void *buffer, size_t size)
 {
-    static const auto next =
-        reinterpret_cast<ssize_t (*)(int, void *, size_t)>(dlsym(RTLD_NEXT, "read"));
+    static const auto next = realFunction<ssize_t(int, void *, size_t)>("read");
     // Only the signal's number is one byte long.
     if (!nextReadFails || size != 1)
         return next(file, buffer, size);

@@ -1,4 +1,5 @@
 #include "shared/core/fileutils.h"
+#include "tests/support/realfunction.h"
 
 #include <QDir>
 #include <QFile>
@@ -8,7 +9,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <dlfcn.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -24,8 +24,7 @@ int renameError = 0;
 /// Replaces the C library's function in this process.
 extern "C" int rename(const char *from, const char *to) noexcept
 {
-    static const auto next =
-        reinterpret_cast<int (*)(const char *, const char *)>(::dlsym(RTLD_NEXT, "rename"));
+    static const auto next = realFunction<int(const char *, const char *)>("rename");
     if (renameError == 0)
         return next(from, to);
     errno = renameError;

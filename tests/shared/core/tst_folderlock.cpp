@@ -1,4 +1,5 @@
 #include "shared/core/folderlock.h"
+#include "tests/support/realfunction.h"
 
 #include <QDir>
 #include <QFile>
@@ -10,7 +11,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <functional>
 #include <sys/file.h>
@@ -38,19 +38,13 @@ std::atomic<int> lockCalls = 0;
 /// The account that the system names; -1: the real one.
 int account = -1;
 
-template <typename Function>
-Function *original(const char *name)
-{
-    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 
 // The part of the system in this test: the lock finds the program's own functions before those of
 // the library.
 extern "C" int flock(int file, int operation) noexcept
 {
-    static const auto next = original<int(int, int)>("flock");
+    static const auto next = realFunction<int(int, int)>("flock");
     ++lockCalls;
     if (beforeLock)
         std::exchange(beforeLock, nullptr)();
@@ -62,7 +56,7 @@ extern "C" int flock(int file, int operation) noexcept
 
 extern "C" int open(const char *path, int flags, ...)
 {
-    static const auto next = original<int(const char *, int, ...)>("open");
+    static const auto next = realFunction<int(const char *, int, ...)>("open");
     va_list rest;
     va_start(rest, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
@@ -75,7 +69,7 @@ extern "C" int open(const char *path, int flags, ...)
 
 extern "C" int fstat(int file, struct stat *status) noexcept
 {
-    static const auto next = original<int(int, struct stat *)>("fstat");
+    static const auto next = realFunction<int(int, struct stat *)>("fstat");
     if (failingStatus == 0 || --failingStatus > 0)
         return next(file, status);
     errno = ESTALE;
@@ -84,7 +78,7 @@ extern "C" int fstat(int file, struct stat *status) noexcept
 
 extern "C" int stat(const char *path, struct stat *status) noexcept
 {
-    static const auto next = original<int(const char *, struct stat *)>("stat");
+    static const auto next = realFunction<int(const char *, struct stat *)>("stat");
     if (!isFolderUnknown)
         return next(path, status);
     errno = ESTALE;
@@ -93,7 +87,7 @@ extern "C" int stat(const char *path, struct stat *status) noexcept
 
 extern "C" int lstat(const char *path, struct stat *status) noexcept
 {
-    static const auto next = original<int(const char *, struct stat *)>("lstat");
+    static const auto next = realFunction<int(const char *, struct stat *)>("lstat");
     const int result = next(path, status);
     if (isOtherFileSystem) {
         isOtherFileSystem = false;
@@ -104,7 +98,7 @@ extern "C" int lstat(const char *path, struct stat *status) noexcept
 
 extern "C" uid_t geteuid() noexcept
 {
-    static const auto next = original<uid_t()>("geteuid");
+    static const auto next = realFunction<uid_t()>("geteuid");
     return account < 0 ? next() : static_cast<uid_t>(account);
 }
 

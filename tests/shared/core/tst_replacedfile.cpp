@@ -3,8 +3,10 @@
 #include "shared/core/singleton.h"
 #include "tests/shared/core/anotherprogram.h"
 #include "tests/shared/core/ownconnection.h"
+#include "tests/shared/core/refusedlock.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/queuedatabase.h"
+#include "tests/support/realfunction.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -15,10 +17,7 @@
 #include <QThread>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <latch>
 #include <memory>
 #include <sys/stat.h>
@@ -30,22 +29,15 @@ namespace {
 
 /// What the system says of the next calls; 0: what it really says.
 int renameError = 0;
-int lockError = 0;
 /// stat() names another file system than the real one.
 bool isOtherFileSystem = false;
-
-template <typename Function>
-Function *original(const char *name)
-{
-    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
-}
 
 } // namespace
 
 /// Replaces the C library's function in this process. ENOENT: another program was faster.
 extern "C" int rename(const char *from, const char *to) noexcept
 {
-    static const auto next = original<int(const char *, const char *)>("rename");
+    static const auto next = realFunction<int(const char *, const char *)>("rename");
     if (renameError == 0)
         return next(from, to);
     if (renameError == ENOENT)
@@ -54,22 +46,9 @@ extern "C" int rename(const char *from, const char *to) noexcept
     return -1;
 }
 
-extern "C" int fcntl(int file, int command, ...)
-{
-    static const auto next = original<int(int, int, ...)>("fcntl");
-    va_list rest;
-    va_start(rest, command);
-    void *const argument = va_arg(rest, void *);
-    va_end(rest);
-    if (command != F_OFD_SETLK || lockError == 0)
-        return next(file, command, argument);
-    errno = lockError;
-    return -1;
-}
-
 extern "C" int stat(const char *path, struct stat *status) noexcept
 {
-    static const auto next = original<int(const char *, struct stat *)>("stat");
+    static const auto next = realFunction<int(const char *, struct stat *)>("stat");
     const int result = next(path, status);
     if (isOtherFileSystem)
         ++status->st_dev;

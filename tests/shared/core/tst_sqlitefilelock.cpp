@@ -1,4 +1,5 @@
 #include "shared/core/sqlitefilelock.h"
+#include "tests/shared/core/refusedlock.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -9,32 +10,8 @@
 #include <QTest>
 
 #include <cerrno>
-#include <cstdarg>
-#include <dlfcn.h>
-#include <fcntl.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-/// What the system says of the next lock; 0: what it really says.
-int lockError = 0;
-
-} // namespace
-
-/// Replaces the C library's function in this process.
-extern "C" int fcntl(int file, int command, ...)
-{
-    static const auto next = reinterpret_cast<int (*)(int, int, ...)>(::dlsym(RTLD_NEXT, "fcntl"));
-    va_list rest;
-    va_start(rest, command);
-    void *const argument = va_arg(rest, void *);
-    va_end(rest);
-    if (command != F_OFD_SETLK || lockError == 0)
-        return next(file, command, argument);
-    errno = lockError;
-    return -1;
-}
 
 /// The lock against SQLite itself.
 class TestSqliteFileLock : public QObject

@@ -4,6 +4,7 @@
 #include "shared/core/singleton.h"
 #include "tests/shared/core/ownconnection.h"
 #include "tests/support/queuedatabase.h"
+#include "tests/support/realfunction.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -11,7 +12,6 @@
 #include <QSqlQuery>
 #include <QTest>
 
-#include <dlfcn.h>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -28,7 +28,7 @@ std::function<void()> duringSync;
 /// Replaces the C library's function in this process.
 extern "C" int fdatasync(int file)
 {
-    static const auto next = reinterpret_cast<int (*)(int)>(::dlsym(RTLD_NEXT, "fdatasync"));
+    static const auto next = realFunction<int(int)>("fdatasync");
     if (duringSync) {
         // The function makes SQLite sync a file as well.
         const auto function = std::exchange(duringSync, nullptr);

@@ -1,5 +1,6 @@
 #include "shared/net/connections.h"
 #include "shared/net/exchange.h"
+#include "tests/support/realfunction.h"
 
 #include <QCoreApplication>
 #include <QProcess>
@@ -7,7 +8,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <dlfcn.h>
 
 using namespace Qt::StringLiterals;
 
@@ -39,7 +39,7 @@ extern "C" CURLcode curl_global_init(long flags)
     if (!isLibraryUsable)
         return CURLE_FAILED_INIT;
     using Function = CURLcode(long);
-    static const auto next = reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, "curl_global_init"));
+    static const auto next = realFunction<Function>("curl_global_init");
     return next(flags);
 }
 

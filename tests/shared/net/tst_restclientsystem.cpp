@@ -1,6 +1,7 @@
 #include "rig/loopbackserver.h"
 #include "shared/net/restclient.h"
 #include "tests/shared/net/restclientrequests.h"
+#include "tests/support/realfunction.h"
 #include "tests/support/testsettings.h"
 
 #include <QNetworkReply>
@@ -11,7 +12,6 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
-#include <dlfcn.h>
 #include <future>
 #include <netdb.h>
 #include <poll.h>
@@ -45,17 +45,11 @@ std::atomic<int> slowLookups{0};
 /// What the process does with SIGPIPE during the last lookup.
 std::atomic<sighandler_t> pipeHandler{SIG_ERR};
 
-template <typename Function>
-Function *original(const char *name)
-{
-    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 
 extern "C" int clock_gettime(clockid_t clock, timespec *time) noexcept
 {
-    static const auto next = original<int(clockid_t, timespec *)>("clock_gettime");
+    static const auto next = realFunction<int(clockid_t, timespec *)>("clock_gettime");
     const int result = next(clock, time);
     if (followsTestClock)
         time->tv_sec += secondsAhead.load();
@@ -64,7 +58,7 @@ extern "C" int clock_gettime(clockid_t clock, timespec *time) noexcept
 
 extern "C" int getsockopt(int socket, int level, int name, void *value, socklen_t *size) noexcept
 {
-    static const auto next = original<int(int, int, int, void *, socklen_t *)>("getsockopt");
+    static const auto next = realFunction<int(int, int, int, void *, socklen_t *)>("getsockopt");
     const int result = next(socket, level, name, value, size);
     if (connectError != 0 && level == SOL_SOCKET && name == SO_ERROR)
         *static_cast<int *>(value) = connectError;
@@ -73,7 +67,7 @@ extern "C" int getsockopt(int socket, int level, int name, void *value, socklen_
 
 extern "C" int socket(int domain, int type, int protocol) noexcept
 {
-    static const auto next = original<int(int, int, int)>("socket");
+    static const auto next = realFunction<int(int, int, int)>("socket");
     if (socketError == 0)
         return next(domain, type, protocol);
     errno = socketError;
@@ -82,7 +76,7 @@ extern "C" int socket(int domain, int type, int protocol) noexcept
 
 extern "C" int poll(pollfd *sockets, nfds_t count, int milliseconds)
 {
-    static const auto next = original<int(pollfd *, nfds_t, int)>("poll");
+    static const auto next = realFunction<int(pollfd *, nfds_t, int)>("poll");
     const int result = next(sockets, count, milliseconds);
     const bool isLook = count == 1 && milliseconds == 0 && sockets->events == (POLLIN | POLLRDHUP);
     if (!isLook || signs.isEmpty())
@@ -95,7 +89,7 @@ extern "C" int getaddrinfo(const char *name, const char *service, const addrinfo
                            addrinfo **result)
 {
     static const auto next =
-        original<int(const char *, const char *, const addrinfo *, addrinfo **)>("getaddrinfo");
+        realFunction<int(const char *, const char *, const addrinfo *, addrinfo **)>("getaddrinfo");
     struct sigaction action = {};
     ::sigaction(SIGPIPE, nullptr, &action);
     pipeHandler = action.sa_handler;

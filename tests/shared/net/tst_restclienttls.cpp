@@ -4,6 +4,7 @@
 #include "shared/net/restclient.h"
 #include "tests/shared/net/recordingobserver.h"
 #include "tests/shared/net/restclientrequests.h"
+#include "tests/support/realfunction.h"
 #include "tests/support/testsettings.h"
 
 #include <QFile>
@@ -13,7 +14,6 @@
 #include <QTest>
 
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -134,8 +134,7 @@ Q_DECLARE_METATYPE(Certificates::Identity)
 // libcurl finds this one before that of the library.
 extern "C" int X509_STORE_load_path(void *store, const char *folder)
 {
-    static const auto next =
-        reinterpret_cast<int (*)(void *, const char *)>(::dlsym(RTLD_NEXT, "X509_STORE_load_path"));
+    static const auto next = realFunction<int(void *, const char *)>("X509_STORE_load_path");
     trustedFolders.append(folder);
     return next(store, folder);
 }
