@@ -479,6 +479,10 @@ void TestStatements::statementThatCouldNotBePrepared()
     dao.connect();
     QCOMPARE(dao.getMessageTypeCounts().size(), 1);
     QCOMPARE(dao.getErrorsCount(), 0);
+    // From then on it stays prepared.
+    faultydriver::arm(0, false);
+    QCOMPARE(dao.getMessageTypeCounts().size(), 1);
+    QCOMPARE(faultydriver::steps().size(), 1);
 
     // The same with the preparation before the execution: the call after that one succeeds.
     faultydriver::arm(number, false);
