@@ -3,6 +3,7 @@
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/json.h"
 #include "tools/queuectl/masking.h"
+#include "tools/queuectl/outputfile.h"
 #include "tools/queuectl/progress.h"
 #include "tools/queuectl/settingsfiles.h"
 #include "tools/queuectl/text.h"
@@ -137,7 +138,8 @@ Report makeBundle(const Call &call)
     QFile made(archive);
     if (!made.open(QIODevice::WriteOnly | QIODevice::Truncate))
         failFile(made);
-    made.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+    if (!isSpecialFile(archive))
+        made.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
     made.close();
     pack(temporary.path(), name, archive);
     progress.show(partCount);

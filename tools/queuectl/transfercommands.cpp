@@ -2,13 +2,13 @@
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/json.h"
 #include "tools/queuectl/messagerows.h"
+#include "tools/queuectl/outputfile.h"
 #include "tools/queuectl/progress.h"
 #include "tools/queuectl/rowcheck.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
 
 #include <QJsonDocument>
-#include <QSaveFile>
 
 #include <functional>
 
@@ -60,13 +60,6 @@ int writeRows(MessageRows &rows, const QString &type, bool withProgress,
     }
     write(jsonAnswer({{countMember, written}}, JsonForm::Line));
     return written;
-}
-
-void writeOrThrow(QSaveFile &file, const QByteArray &bytes)
-{
-    if (file.write(bytes) != bytes.size())
-        throw Failure(Failed, text("%1 cannot be written: %2", "%1 не записывается: %2")
-                                  .arg(file.fileName(), file.errorString()));
 }
 
 struct LineFault
@@ -168,17 +161,11 @@ Report exportRows(const Call &call)
     }
 
     const QString path = call.value(u"output"_s);
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        throw Failure(Failed, text("%1 cannot be written: %2", "%1 не записывается: %2")
-                                  .arg(path, file.errorString()));
     // The rows hold passwords and tokens.
-    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+    OutputFile file(path, QFile::ReadOwner | QFile::WriteOwner);
     const int written =
-        writeRows(rows, type, true, [&file](const QByteArray &line) { writeOrThrow(file, line); });
-    if (!file.flush() || !file.commit())
-        throw Failure(Failed, text("%1 cannot be written: %2", "%1 не записывается: %2")
-                                  .arg(path, file.errorString()));
+        writeRows(rows, type, true, [&file](const QByteArray &line) { file.write(line); });
+    file.commit();
     report.data = {{u"file"_s, path}, {u"rows"_s, written}};
     report.line(text("%1: rows written: %2. The file holds passwords and tokens.",
                      "%1: записано строк: %2. В файле есть пароли и ключи.")

@@ -6,7 +6,13 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QScopeGuard>
 #include <QtTest>
+
+#include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using queuectl::ExitCode;
@@ -54,6 +60,8 @@ private Q_SLOTS:
     void exportFile();
     void exportIntoFullDisk();
     void exportWhoseEndDoesNotFit();
+    void resultsIntoAPipe_data();
+    void resultsIntoAPipe();
     void importIsAllOrNothing_data();
     void importIsAllOrNothing();
     void importFailsHalfway_data() { databases(); }
@@ -444,6 +452,40 @@ void TestQueuectlWrite::exportWhoseEndDoesNotFit()
     QCOMPARE(shell.exitCode(), int(ExitCode::Failed));
     QVERIFY2(errors.contains("rows.jsonl"), errors.constData());
     QVERIFY(!QFile::exists(file));
+}
+
+void TestQueuectlWrite::resultsIntoAPipe_data()
+{
+    QTest::addColumn<QStringList>("command");
+    QTest::addColumn<QByteArray>("begin");
+    QTest::newRow("export") << QStringList{u"export"_s, u"--output"_s} << "{\""_ba;
+    QTest::newRow("report") << QStringList{u"report"_s, u"--html"_s} << "<!DOCTYPE html>"_ba;
+    QTest::newRow("bundle") << QStringList{u"bundle"_s, u"--output"_s} << "\x1f\x8b"_ba;
+}
+
+/// A pipe, like a device, is not replaced, and keeps its rights.
+void TestQueuectlWrite::resultsIntoAPipe()
+{
+    QFETCH(QStringList, command);
+    QFETCH(QByteArray, begin);
+    put();
+    const QString pipe = till->database.root() + u"/pipe"_s;
+    const QByteArray name = QFile::encodeName(pipe);
+    QCOMPARE(::mkfifo(name.constData(), 0640), 0);
+    // Holds what the command writes, and keeps it from waiting for a reader.
+    const int reader = ::open(name.constData(), O_RDWR | O_NONBLOCK);
+    QVERIFY(reader >= 0);
+    const auto close = qScopeGuard([reader] { ::close(reader); });
+    ::fcntl(reader, F_SETPIPE_SZ, 1024 * 1024);
+
+    QCOMPARE(till->run(command << pipe).exitCode, ExitCode::Done);
+    QByteArray content(1024 * 1024, '\0');
+    content.truncate(std::max<ssize_t>(::read(reader, content.data(), content.size()), 0));
+    QVERIFY2(content.startsWith(begin), content.left(100).constData());
+    struct stat status = {};
+    QCOMPARE(::stat(name.constData(), &status), 0);
+    QVERIFY(S_ISFIFO(status.st_mode));
+    QCOMPARE(status.st_mode & 0777U, 0640U);
 }
 
 void TestQueuectlWrite::importIsAllOrNothing_data()

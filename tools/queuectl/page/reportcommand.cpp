@@ -1,12 +1,12 @@
 #include "tools/queuectl/command.h"
 #include "tools/queuectl/json.h"
+#include "tools/queuectl/outputfile.h"
 #include "tools/queuectl/page/page.h"
 #include "tools/queuectl/terminal.h"
 #include "tools/queuectl/text.h"
 #include "tools/queuectl/timewords.h"
 
 #include <QFileInfo>
-#include <QSaveFile>
 
 using namespace Qt::StringLiterals;
 
@@ -15,19 +15,6 @@ namespace queuectl {
 namespace {
 
 constexpr int usualDays = 7;
-
-/// Puts the file in place as a whole; its owner may write it, members of his group may read it.
-void save(const QString &path, const QByteArray &content)
-{
-    QSaveFile file(path);
-    const bool isSaved =
-        file.open(QIODevice::WriteOnly)
-        && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup)
-        && file.write(content) == content.size() && file.flush() && file.commit();
-    if (!isSaved)
-        throw Failure(Failed, text("%1 cannot be written: %2", "%1 не записывается: %2")
-                                  .arg(path, file.errorString()));
-}
 
 } // namespace
 
@@ -53,7 +40,9 @@ Report makeReport(const Call &call)
         return report;
     }
     const QString path = QFileInfo(target).absoluteFilePath();
-    save(path, html);
+    OutputFile file(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
+    file.write(html);
+    file.commit();
     report.data = {{u"file"_s, path}, {u"bytes"_s, html.size()}, {u"since"_s, jsonTime(since)}};
     report.line(
         text(
