@@ -8,6 +8,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QSqlDatabase>
 #include <QSqlDriver>
 #include <QSqlError>
@@ -135,6 +136,7 @@ private Q_SLOTS:
     void logShrinksByItself();
     void lockedByAnotherProgram();
     void workersRemoveTogether();
+    void workersOfATableThatComesLater();
     void oneOfSeveralIsNotRemoved();
     void transactionThatCannotBeEnded();
     void lockedForSeveral();
@@ -326,6 +328,24 @@ void TestDaoSharing::workersRemoveTogether()
     const int other = database->put(u"cardlab"_s, u"{}"_s);
     QCOMPARE(removeAtOnce(gate(), rows), QList<int>(8, 0));
     QCOMPARE(database->ids(), QList<int>{other});
+}
+
+/// Their statements could not be prepared when they connected. Each removes its own row.
+void TestDaoSharing::workersOfATableThatComesLater()
+{
+    if (server)
+        QSKIP("a server has no gate");
+    QList<int> rows;
+    for (int i = 0; i < 3; ++i)
+        rows.append(database->put(u"type%1"_s.arg(i), u"{}"_s));
+    ConnectionFactory::setCreatesTables(false);
+    const auto createAgain = qScopeGuard([] { ConnectionFactory::setCreatesTables(true); });
+    change(u"ALTER TABLE message RENAME TO later"_s);
+    const QList<int> errors =
+        removeAtOnce(gate(), rows, [this] { change(u"ALTER TABLE later RENAME TO message"_s); });
+
+    QCOMPARE(errors, (QList<int>{0, 0, 0}));
+    QCOMPARE(database->ids(), QList<int>());
 }
 
 /// Only one of them has an error, counted and logged as if it were alone.

@@ -151,6 +151,7 @@ private Q_SLOTS:
     void newerFileIsLeft();
     void fileOfAnotherProgramIsLeft();
     void missingFileIsAFault();
+    void refusedStatementIsAFault();
     void lockedFileIsAFault();
     void faultLosesNothingOfTheBatch();
     void syncsAreFew();
@@ -657,6 +658,26 @@ void TestJournalStore::fileOfAnotherProgramIsLeft()
              u"table outcome already exists"_s);
     QVERIFY(!isDamage);
     QCOMPARE(rows(u"SELECT name FROM sqlite_master"_s), QStringList{u"outcome"_s});
+}
+
+void TestJournalStore::refusedStatementIsAFault()
+{
+    write({attempt(1, Verdict::Kept)});
+    JournalConnection connection(path, 1s);
+    const auto refused = [&connection](const char *statement) {
+        bool isDamage = true;
+        const QString text = faultOf([&] { connection.run(statement); }, &isDamage);
+        return isDamage ? u"damage"_s : text;
+    };
+    const QString noColumn = u"no such column: absent"_s;
+    QCOMPARE(refused("SELECT absent FROM outcome"), noColumn);
+    QCOMPARE(
+        faultOf([&] { JournalConnection::Statement(connection, "SELECT absent FROM outcome"); }),
+        noColumn);
+    // The first row is sound, the second is not.
+    QCOMPARE(connection.run("SELECT value FROM json_each('[7, 8]')"), 7);
+    QCOMPARE(refused("SELECT json_extract(value, '$') FROM json_each('[\"7\", \"{\"]')"),
+             u"malformed JSON"_s);
 }
 
 /// It was deleted just before it is opened.
