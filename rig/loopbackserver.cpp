@@ -33,7 +33,7 @@ bool takeRequest(QByteArray &buffer, bool headIsEnough, LoopbackServer::Request 
     request.verb = words.value(0);
     request.target = words.value(1);
     const qsizetype mark = request.target.indexOf('?');
-    request.path = request.target.left(mark);
+    request.path = mark < 0 ? request.target : request.target.left(mark);
     request.query = mark < 0 ? QByteArray() : request.target.mid(mark + 1);
     for (const QByteArray &line : std::as_const(lines)) {
         const qsizetype colon = line.indexOf(':');

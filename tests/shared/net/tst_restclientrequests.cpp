@@ -443,6 +443,7 @@ void TestRestClientRequests::addressThatIsTooLong()
     QCOMPARE(client.errorCode(), 0);
     QCOMPARE(server.requests().size(), 2);
     QCOMPARE(server.requests().constLast().target, "/last");
+    QCOMPARE(server.requests().constLast().path, "/last");
 }
 
 QTEST_GUILESS_MAIN(TestRestClientRequests)
