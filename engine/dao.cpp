@@ -185,6 +185,16 @@ void DAO::connect()
 
     const QSqlDatabase database = connectionFactory()->getConnection();
     gate = connectionFactory()->gateOf(database);
+    prepareQueries(database);
+    if (sqlite3 *const handle = SqliteStatement::handleOf(database))
+        direct = std::make_unique<DirectStatements>(handle);
+    if (direct && !direct->arePrepared())
+        direct.reset();
+    connected = true;
+}
+
+void DAO::prepareQueries(const QSqlDatabase &database)
+{
     const std::pair<QSqlQuery &, QString> statements[] = {
         {typeCounts, typeCountsStatement},
         {countByType, countByTypeStatement},
@@ -207,11 +217,6 @@ void DAO::connect()
         if (!query.prepare(statement))
             unprepared.insert(&query);
     }
-    if (sqlite3 *const handle = SqliteStatement::handleOf(database))
-        direct = std::make_unique<DirectStatements>(handle);
-    if (direct && !direct->arePrepared())
-        direct.reset();
-    connected = true;
 }
 
 bool DAO::hasEarlierMessage(const QString &type, int id, const QString &markerText)

@@ -14,6 +14,7 @@
 #include <memory>
 #include <vector>
 
+class QSqlDatabase;
 class SqliteStatement;
 
 namespace Log4Qt {
@@ -97,6 +98,7 @@ private:
 
     /// Connects if necessary. False when that fails; the failure is counted.
     bool isReady();
+    void prepareQueries(const QSqlDatabase &database);
     void remove(int id);
     /// Removes all of these rows in one transaction, or none of them. A failure is not counted:
     /// afterwards each row's own store runs its own statement.
